@@ -1,0 +1,12 @@
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+# linx_add_test(NAME SOURCES file... LIBRARIES target...)
+# A GoogleTest program whose cases CTest runs one by one, each with a time limit of its own.
+function(linx_add_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} TEST_PREFIX "${name}." PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+endfunction()

@@ -1,0 +1,14 @@
+#ifndef LINXIPC_PLATFORM_DIFFTIME_H
+#define LINXIPC_PLATFORM_DIFFTIME_H
+
+/// Shares one time limit among several waits. Stateless: a stamp is all there is to keep. Any thread may use it.
+class DiffTime {
+public:
+    /// The stamp of a limit that ends `milliseconds` from now; a negative number never ends.
+    static unsigned CalcInitialTimeout(int milliseconds);
+
+    /// The milliseconds that `stamp` has left: 0 once it has run out, negative if it never does.
+    static int ReCalcTimeout(unsigned stamp);
+};
+
+#endif

@@ -1,0 +1,54 @@
+#ifndef LINXIPC_PLATFORM_LOGCLIENT_H
+#define LINXIPC_PLATFORM_LOGCLIENT_H
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+/// The process's access to the device's log. Any thread may use it.
+class LogClient {
+public:
+    /// The one log client of the process; never null.
+    static LogClient* Instance();
+
+    /// The mask of the enabled level bits.
+    unsigned Level() const;
+
+    /// The name under which this process logs.
+    const std::string& ProcessName() const;
+
+private:
+    LogClient();
+    ~LogClient();
+    LogClient(const LogClient&) = delete;
+    LogClient& operator=(const LogClient&) = delete;
+
+    struct Settings;
+    std::unique_ptr<Settings> settings;
+};
+
+/// One line of the log while it is being written. A line belongs to one thread.
+class LogMsg {
+public:
+    /// Begins the line at `level`, one bit of the level mask, on behalf of `process`, and returns the stream that
+    /// takes its text. The stream lives as long as this object.
+    std::ostream& Log(unsigned level, const std::string& process);
+
+protected:
+    LogMsg();
+    ~LogMsg();
+    LogMsg(const LogMsg&) = delete;
+    LogMsg& operator=(const LogMsg&) = delete;
+
+    struct Line;
+    std::unique_ptr<Line> line;
+};
+
+/// A line of the system's log, one object a line: it is written when the object is destroyed. `errno` is left alone.
+class SysLogMsg : public LogMsg {
+public:
+    SysLogMsg();
+    ~SysLogMsg();
+};
+
+#endif
