@@ -1,8 +1,10 @@
 #ifndef LINXIPC_PLATFORM_DIFFTIME_H
 #define LINXIPC_PLATFORM_DIFFTIME_H
 
+#include "platform/export.h"
+
 /// Shares one time limit among several waits. Stateless: a stamp is all there is to keep. Any thread may use it.
-class DiffTime {
+class LINXIPC_API DiffTime {
 public:
     /// The stamp of a limit that ends `milliseconds` from now; a negative number never ends.
     static unsigned CalcInitialTimeout(int milliseconds);

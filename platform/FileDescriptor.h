@@ -1,8 +1,10 @@
 #ifndef LINXIPC_PLATFORM_FILEDESCRIPTOR_H
 #define LINXIPC_PLATFORM_FILEDESCRIPTOR_H
 
+#include "platform/export.h"
+
 /// Something that stands behind an operating-system descriptor, and owns it.
-class FileDescriptor {
+class LINXIPC_API FileDescriptor {
 public:
     /// Closes the descriptor when there is one.
     virtual ~FileDescriptor();

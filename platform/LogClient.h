@@ -5,8 +5,10 @@
 #include <ostream>
 #include <string>
 
+#include "platform/export.h"
+
 /// The process's access to the device's log. Any thread may use it.
-class LogClient {
+class LINXIPC_API LogClient {
 public:
     /// The one log client of the process; never null.
     static LogClient* Instance();
@@ -28,7 +30,7 @@ private:
 };
 
 /// One line of the log while it is being written. A line belongs to one thread.
-class LogMsg {
+class LINXIPC_API LogMsg {
 public:
     /// Begins the line at `level`, one bit of the level mask, on behalf of `process`, and returns the stream that
     /// takes its text. The stream lives as long as this object.
@@ -45,7 +47,7 @@ protected:
 };
 
 /// A line of the system's log, one object a line: it is written when the object is destroyed. `errno` is left alone.
-class SysLogMsg : public LogMsg {
+class LINXIPC_API SysLogMsg : public LogMsg {
 public:
     SysLogMsg();
     ~SysLogMsg();

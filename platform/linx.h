@@ -18,6 +18,8 @@
 
 #include <stdint.h>
 
+#include "platform/export.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -47,79 +49,79 @@ enum {
  * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES the domain is not ours to join;
  * EPROTO the domain's arena is damaged or of another make; ENOMEM; ENOSPC no endpoint left; EMFILE.
  */
-LINX *linx_open(const char *name, uint32_t options, void *argument);
+LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
 /*
  * The descriptor to wait on in a poll loop: readable exactly while a receive that selects any signal would not
  * wait. It may be seen readable once without a signal; a receive with time-out 0 clears that. From the first call
  * on the descriptor belongs to the caller, who closes it, at best after linx_close. Every call gives the same one.
  */
-int linx_get_descriptor(LINX *linx);
+LINXIPC_API int linx_get_descriptor(LINX *linx);
 
 /* Ends the endpoint: its supervisors are told, its signals freed, its name may be opened again. 0 or -1. */
-int linx_close(LINX *linx);
+LINXIPC_API int linx_close(LINX *linx);
 
 /*
  * Asks for the endpoint `name`. The answer is a signal from the endpoint that was found: `*huntSignal`, taken over,
  * or LINX_OS_HUNT_SIG when `huntSignal` or `*huntSignal` is null. A hunt for an absent name stays pending until an
  * endpoint opens under it. 0, or -1: ENAMETOOLONG, ENOMEM no room for the signal, ENOSPC too many pending hunts.
  */
-int linx_hunt(LINX *linx, const char *name, LinxSignal **huntSignal);
+LINXIPC_API int linx_hunt(LINX *linx, const char *name, LinxSignal **huntSignal);
 
 /*
  * Supervises `spid`: when it ends, `*notice`, taken over, arrives from it, after all that it had sent; at once if
  * it has ended already. Attaching twice gives two notices. Returns a reference, or 0: ESRCH no such spid ever.
  */
-LinxRef linx_attach(LINX *linx, LinxSignal **notice, LinxSpid spid);
+LINXIPC_API LinxRef linx_attach(LINX *linx, LinxSignal **notice, LinxSpid spid);
 
 /*
  * Allocates a signal of `size` bytes (4, the number word, to 1 MiB) and writes `number` into it; the payload is not
  * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted.
  */
-LinxSignal *linx_alloc(LINX *linx, uint32_t size, uint32_t number);
+LINXIPC_API LinxSignal *linx_alloc(LINX *linx, uint32_t size, uint32_t number);
 
 /* Frees the signal and sets the pointer to null. 0 or -1. */
-int linx_free_buf(LINX *linx, LinxSignal **signal);
+LINXIPC_API int linx_free_buf(LINX *linx, LinxSignal **signal);
 
 /*
  * Sends the signal to `to`; ownership moves, nothing is copied, signals from one sender never overtake each other.
  * 0, or -1: ECONNRESET the peer has ended, ESRCH no such spid ever. The pointer becomes null either way.
  */
-int linx_send(LINX *linx, LinxSignal **signal, LinxSpid to);
+LINXIPC_API int linx_send(LINX *linx, LinxSignal **signal, LinxSpid to);
 
 /*
  * Waits for a signal that `selection` allows and returns its size in bytes, number word included. `selection` is a
  * count, then that many signal numbers; a count of 0 selects any signal. Other signals stay queued in their order.
  * -1 with errno on failure, `*signal` null; EINTR is not among the errors: an interrupted wait goes on.
  */
-int linx_receive(LINX *linx, LinxSignal **signal, const uint32_t *selection);
+LINXIPC_API int linx_receive(LINX *linx, LinxSignal **signal, const uint32_t *selection);
 
 /* The same for at most `milliseconds`; 0 does not wait. A wait that runs out returns 0 with `*signal` null. */
-int linx_receive_w_tmo(LINX *linx, LinxSignal **signal, uint32_t milliseconds, const uint32_t *selection);
+LINXIPC_API int linx_receive_w_tmo(LINX *linx, LinxSignal **signal, uint32_t milliseconds, const uint32_t *selection);
 
 /* The spid that sent the signal (one's own for a time-out or a fresh signal), or 0 with errno. */
-LinxSpid linx_sender(LINX *linx, LinxSignal **signal);
+LINXIPC_API LinxSpid linx_sender(LINX *linx, LinxSignal **signal);
 
 /*
  * Gives the name of `spid` in `*name`, to be handed back with linx_free_name. The name of an ended endpoint is known
  * until its entry is used again, the oldest entry first. 0, or -1: ESRCH unknown spid, ENOMEM.
  */
-int linx_get_name(LINX *linx, LinxSpid spid, char **name);
+LINXIPC_API int linx_get_name(LINX *linx, LinxSpid spid, char **name);
 
 /* Hands back a name and sets the pointer to null. 0 or -1. */
-int linx_free_name(LINX *linx, char **name);
+LINXIPC_API int linx_free_name(LINX *linx, char **name);
 
 /*
  * Asks for `*signal`, taken over, to arrive after `milliseconds`; LINX_OS_TIMEOUT_SIG when `signal` or `*signal` is
  * null. Returns the reference for linx_cancel_tmo, or 0: ENOMEM.
  */
-LinxRef linx_request_tmo(LINX *linx, uint32_t milliseconds, LinxSignal **signal);
+LINXIPC_API LinxRef linx_request_tmo(LINX *linx, uint32_t milliseconds, LinxSignal **signal);
 
 /*
  * Takes a time-out back, also one that has fired and still waits to be received, frees its signal and sets the
  * reference to 0. 0, or -1 with EINVAL for a null or unknown reference.
  */
-int linx_cancel_tmo(LINX *linx, LinxRef *reference);
+LINXIPC_API int linx_cancel_tmo(LINX *linx, LinxRef *reference);
 
 #ifdef __cplusplus
 }
