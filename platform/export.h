@@ -1,0 +1,7 @@
+/* Marks what a shared library shows to its users; everything else is hidden. */
+#ifndef LINXIPC_PLATFORM_EXPORT_H
+#define LINXIPC_PLATFORM_EXPORT_H
+
+#define LINXIPC_API __attribute__((visibility("default")))
+
+#endif
