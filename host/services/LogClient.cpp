@@ -1,0 +1,130 @@
+#include "platform/LogClient.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <sstream>
+#include <string_view>
+
+namespace {
+
+constexpr unsigned kLookupFailures = 1;
+constexpr unsigned kErrors = 2;
+constexpr unsigned kSendFailures = 4;
+constexpr unsigned kNotableEvents = 16;
+constexpr unsigned kShutdown = 512;
+constexpr unsigned kDefaultLevel = kErrors | kNotableEvents | kShutdown;
+
+/// Callers log between a failure and their look at errno.
+class KeepErrno {
+public:
+    KeepErrno() = default;
+    ~KeepErrno() { errno = kept; }
+    KeepErrno(const KeepErrno&) = delete;
+    KeepErrno& operator=(const KeepErrno&) = delete;
+
+private:
+    const int kept = errno;
+};
+
+enum class Echo { OnTerminal, Always, Never };
+
+std::string_view Environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value == nullptr ? std::string_view() : std::string_view(value);
+}
+
+unsigned LevelFrom(std::string_view text) {
+    int base = 10;
+    if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
+        text.remove_prefix(2);
+        base = 16;
+    }
+    unsigned level = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, level, base);
+    return parsed.ec == std::errc() && parsed.ptr == end ? level : kDefaultLevel;
+}
+
+Echo EchoFrom(std::string_view text) {
+    if (text == "stderr") return Echo::Always;
+    if (text == "syslog") return Echo::Never;
+    return Echo::OnTerminal;
+}
+
+bool EchoWanted() {
+    static const Echo echo = EchoFrom(Environment("LINX_LOG"));
+    return echo == Echo::Always || (echo == Echo::OnTerminal && isatty(STDERR_FILENO) == 1);
+}
+
+int PriorityOf(unsigned level) {
+    if (level & kErrors) return LOG_ERR;
+    if (level & (kLookupFailures | kSendFailures)) return LOG_WARNING;
+    if (level & (kNotableEvents | kShutdown)) return LOG_NOTICE;
+    return LOG_DEBUG;
+}
+
+/// One write a line, so that the lines of processes that share a terminal or a pipe do not mix. What does not fit
+/// into a full, non-blocking pipe is left to syslog, which has it too.
+void WriteToStandardError(const std::string& line) {
+    while (write(STDERR_FILENO, line.data(), line.size()) == -1 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
+struct LogClient::Settings {
+    unsigned level = LevelFrom(Environment("LINX_LOG_LEVEL"));
+    std::string processName = program_invocation_short_name;
+};
+
+LogClient::LogClient() : settings(std::make_unique<Settings>()) {}
+
+LogClient::~LogClient() = default;
+
+LogClient* LogClient::Instance() {
+    const KeepErrno keepErrno;
+    // Never destroyed: destructors of static objects may log.
+    static LogClient* const client = new LogClient;
+    return client;
+}
+
+unsigned LogClient::Level() const {
+    return settings->level;
+}
+
+const std::string& LogClient::ProcessName() const {
+    return settings->processName;
+}
+
+struct LogMsg::Line {
+    unsigned level = 0;
+    std::string process;
+    std::ostringstream text;
+};
+
+LogMsg::LogMsg() = default;
+
+LogMsg::~LogMsg() = default;
+
+std::ostream& LogMsg::Log(unsigned level, const std::string& process) {
+    const KeepErrno keepErrno;
+    if (!line) line = std::make_unique<Line>();
+    line->level = level;
+    line->process = process;
+    return line->text;
+}
+
+SysLogMsg::SysLogMsg() = default;
+
+SysLogMsg::~SysLogMsg() {
+    if (!line) return;
+    const KeepErrno keepErrno;
+    const std::string text = line->text.str();
+    // No process name here: syslog puts it before the text itself.
+    syslog(PriorityOf(line->level), "%s", text.c_str());
+    if (EchoWanted()) WriteToStandardError(line->process + ": " + text + "\n");
+}

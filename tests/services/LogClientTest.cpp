@@ -1,0 +1,237 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <syslog.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <vector>
+
+#include "platform/LogClient.h"
+#include "tests/services/ChildProcess.h"
+
+namespace {
+
+struct SyslogLine {
+    int priority;
+    std::string text;
+};
+
+std::vector<SyslogLine> syslogLines;
+int errnoLeftBySyslog = 0;
+
+}  // namespace
+
+// Takes the C library's place in this program: there is no reading a real syslog back.
+extern "C" void syslog(int priority, const char* format, ...) {
+    char text[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    syslogLines.push_back({priority, text});
+    errno = errnoLeftBySyslog;
+}
+
+namespace {
+
+constexpr unsigned kDefaultLevel = 2 | 16 | 512;
+
+void LogLine(unsigned level, const std::string& text) {
+    SysLogMsg message;
+    message.Log(level, "configd") << text;
+}
+
+std::string ReadAll(int descriptor) {
+    std::string all;
+    char piece[512];
+    for (ssize_t size = 0; (size = read(descriptor, piece, sizeof piece)) > 0;) {
+        all.append(piece, static_cast<std::size_t>(size));
+    }
+    return all;
+}
+
+/// What `body` leaves on standard error, a pipe, when it runs under $LINX_LOG = `log` (null: unset).
+std::string StandardErrorOf(const char* log, const std::function<void()>& body) {
+    int pipeEnds[2];
+    if (pipe(pipeEnds) != 0) return "no pipe";
+    std::map<std::string, std::string> environment;
+    if (log != nullptr) environment["LINX_LOG"] = log;
+    const int status = RunInChild(environment, [&] {
+        dup2(pipeEnds[1], STDERR_FILENO);
+        body();
+        return 0;
+    });
+    close(pipeEnds[1]);
+    std::string written = ReadAll(pipeEnds[0]);
+    close(pipeEnds[0]);
+    return status == 0 ? written : "the child failed";
+}
+
+/// The same with a terminal as standard error; the terminal's line ends are turned back into plain ones.
+std::string TerminalOutputOf(const std::map<std::string, std::string>& environment) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    if (master == -1 || grantpt(master) != 0 || unlockpt(master) != 0) return "no terminal";
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
+    const int status = RunInChild(environment, [&] {
+        dup2(terminal, STDERR_FILENO);
+        LogLine(2, "on a terminal");
+        return 0;
+    });
+    fcntl(master, F_SETFL, O_NONBLOCK);
+    std::string written = ReadAll(master);
+    close(terminal);
+    close(master);
+    if (status != 0) return "the child failed";
+    for (auto at = written.find('\r'); at != std::string::npos; at = written.find('\r')) written.erase(at, 1);
+    return written;
+}
+
+bool LevelIs(const std::map<std::string, std::string>& environment, unsigned expected) {
+    return RunInChild(environment, [&] { return LogClient::Instance()->Level() == expected ? 0 : 1; }) == 0;
+}
+
+bool LevelTextGives(const std::string& text, unsigned expected) {
+    return LevelIs({{"LINX_LOG_LEVEL", text}}, expected);
+}
+
+TEST(LogClient, IsOneForTheProcess) {
+    EXPECT_EQ(0, RunInChild({}, [] {
+                  return LogClient::Instance() != nullptr && LogClient::Instance() == LogClient::Instance() ? 0 : 1;
+              }));
+}
+
+TEST(LogClient, EnablesErrorsNotableEventsAndShutdownByDefault) {
+    EXPECT_TRUE(LevelIs({}, kDefaultLevel));
+}
+
+TEST(LogClient, TakesTheMaskFromTheEnvironment) {
+    EXPECT_TRUE(LevelTextGives("0", 0));
+    EXPECT_TRUE(LevelTextGives("7", 7));
+    EXPECT_TRUE(LevelTextGives("010", 10));
+    EXPECT_TRUE(LevelTextGives("4294967295", 4294967295U));
+    EXPECT_TRUE(LevelTextGives("0x2b7", 0x2b7));
+    EXPECT_TRUE(LevelTextGives("0XFF", 0xff));
+}
+
+TEST(LogClient, FallsBackToTheDefaultWhereTheMaskCannotBeRead) {
+    for (const char* text :
+         {"", "0x", "errors", "7 ", " 7", "-1", "+7", "12z", "0xfg", "0x-1", "4294967296", "0x100000000"}) {
+        EXPECT_TRUE(LevelTextGives(text, kDefaultLevel)) << '"' << text << '"';
+    }
+}
+
+TEST(LogClient, LogsUnderTheProgramsName) {
+    EXPECT_EQ(0, RunInChild({}, [] {
+                  return LogClient::Instance()->ProcessName() == program_invocation_short_name ? 0 : 1;
+              }));
+    EXPECT_EQ(std::string::npos, std::string(program_invocation_short_name).find('/'));
+}
+
+TEST(LogClient, LeavesErrnoAloneWhereTheMaskCannotBeRead) {
+    EXPECT_EQ(0, RunInChild({{"LINX_LOG_LEVEL", "99999999999999999999999"}}, [] {
+                  errno = ENOTTY;
+                  LogClient::Instance();
+                  return errno == ENOTTY ? 0 : 1;
+              }));
+}
+
+TEST(SysLogMsg, WritesOneLineToStandardErrorWhereAskedTo) {
+    EXPECT_EQ("configd: linxIpc:342 open failed\n", StandardErrorOf("stderr", [] {
+                  SysLogMsg message;
+                  message.Log(2, "configd") << "linxIpc" << ':' << 342 << ' ' << "open failed";
+              }));
+}
+
+TEST(SysLogMsg, WritesNothingToAStandardErrorThatIsNoTerminal) {
+    EXPECT_EQ("", StandardErrorOf(nullptr, [] { LogLine(2, "quiet"); }));
+    EXPECT_EQ("", StandardErrorOf("syslog", [] { LogLine(2, "quiet"); }));
+    EXPECT_EQ("", StandardErrorOf("something else", [] { LogLine(2, "quiet"); }));
+}
+
+TEST(SysLogMsg, WritesToATerminalUnlessSyslogAloneIsAskedFor) {
+    EXPECT_EQ("configd: on a terminal\n", TerminalOutputOf({}));
+    EXPECT_EQ("configd: on a terminal\n", TerminalOutputOf({{"LINX_LOG", "stderr"}}));
+    EXPECT_EQ("", TerminalOutputOf({{"LINX_LOG", "syslog"}}));
+}
+
+TEST(SysLogMsg, WritesTheLineWhenItIsDestroyedAndNotBefore) {
+    EXPECT_EQ("between\nconfigd: first half, second half\n", StandardErrorOf("stderr", [] {
+                  SysLogMsg message;
+                  std::ostream& stream = message.Log(2, "configd");
+                  stream << "first half, ";
+                  EXPECT_EQ(8, write(STDERR_FILENO, "between\n", 8));
+                  stream << "second half";
+              }));
+}
+
+TEST(SysLogMsg, WritesWhatAFailedStreamHadGotten) {
+    EXPECT_EQ("configd: Receive: \n", StandardErrorOf("stderr", [] {
+                  SysLogMsg message;
+                  std::ostream& stream = message.Log(2, "configd");
+                  stream << "Receive: ";
+                  stream.setstate(std::ios::badbit);
+                  stream << "lost";
+              }));
+}
+
+TEST(SysLogMsg, WritesNothingForALineThatWasNeverBegun) {
+    EXPECT_EQ("", StandardErrorOf("stderr", [] { SysLogMsg message; }));
+}
+
+TEST(SysLogMsg, KeepsALongLineWhole) {
+    const std::string text(100000, 'x');
+    int pipeEnds[2];
+    ASSERT_EQ(0, pipe(pipeEnds));
+    ASSERT_LE(static_cast<int>(text.size()), fcntl(pipeEnds[1], F_SETPIPE_SZ, 1 << 20));
+    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "stderr"}}, [&] {
+                  dup2(pipeEnds[1], STDERR_FILENO);
+                  LogLine(2, text);
+                  return 0;
+              }));
+    close(pipeEnds[1]);
+    EXPECT_EQ("configd: " + text + "\n", ReadAll(pipeEnds[0]));
+    close(pipeEnds[0]);
+}
+
+TEST(SysLogMsg, AlwaysGoesToSyslogWithoutTheProcessNameThatSyslogAdds) {
+    for (const char* log : {"stderr", "syslog", "neither"}) {
+        EXPECT_EQ(0, RunInChild({{"LINX_LOG", log}},
+                                [] {
+                                    close(STDERR_FILENO);
+                                    LogLine(2, "100% sure");
+                                    return syslogLines.size() == 1 && syslogLines[0].text == "100% sure" ? 0 : 1;
+                                }))
+            << log;
+    }
+}
+
+TEST(SysLogMsg, TurnsTheLevelIntoAPriority) {
+    const std::map<unsigned, int> expected = {{1, LOG_WARNING}, {2, LOG_ERR},     {4, LOG_WARNING}, {16, LOG_NOTICE},
+                                              {32, LOG_DEBUG},  {128, LOG_DEBUG}, {512, LOG_NOTICE}};
+    for (const auto& [level, priority] : expected) {
+        EXPECT_EQ(0, RunInChild({{"LINX_LOG", "syslog"}},
+                                [bit = level, wanted = priority] {
+                                    LogLine(bit, "text");
+                                    return syslogLines.size() == 1 && syslogLines[0].priority == wanted ? 0 : 1;
+                                }))
+            << level;
+    }
+}
+
+TEST(SysLogMsg, LeavesErrnoAlone) {
+    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "stderr"}}, [] {
+                  close(STDERR_FILENO);  // the write fails with EBADF
+                  errnoLeftBySyslog = ENOENT;
+                  errno = EHOSTUNREACH;
+                  {
+                      SysLogMsg message;
+                      std::ostream& stream = message.Log(2, LogClient::Instance()->ProcessName());
+                      if (errno != EHOSTUNREACH) return 1;
+                      stream << "text";
+                  }
+                  return errno == EHOSTUNREACH ? 0 : 2;
+              }));
+}
+
+}  // namespace

@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+#include "platform/Watchdog.h"
+
+namespace {
+
+/// Stands for the service manager: a datagram socket in the abstract namespace, which leaves no file behind.
+class WatchdogTest : public testing::Test {
+protected:
+    WatchdogTest() : manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+        const sa_family_t family = AF_UNIX;  // an address of the family alone: the kernel picks a free name
+        EXPECT_EQ(0, bind(manager, reinterpret_cast<const sockaddr*>(&family), sizeof family));
+        unsetenv("NOTIFY_SOCKET");
+        unsetenv("WATCHDOG_USEC");
+        unsetenv("WATCHDOG_PID");
+    }
+
+    ~WatchdogTest() override {
+        if (manager != -1) close(manager);
+    }
+
+    void AskForNotices() const {
+        sockaddr_un address{};
+        socklen_t size = sizeof address;
+        ASSERT_EQ(0, getsockname(manager, reinterpret_cast<sockaddr*>(&address), &size));
+        const std::string name(address.sun_path + 1, size - sizeof address.sun_family - 1);
+        setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
+    }
+
+    static void AskForAWatchdog() { setenv("WATCHDOG_USEC", "30000000", 1); }
+
+    std::string Received() const {
+        char text[256];
+        const ssize_t size = recv(manager, text, sizeof text, 0);
+        return size < 0 ? "" : std::string(text, static_cast<std::size_t>(size));
+    }
+
+    int manager;
+    Watchdog watchdog;
+};
+
+TEST_F(WatchdogTest, DoesNothingWhereNobodyAsks) {
+    EXPECT_EQ(0, watchdog.PetWatchdog());
+}
+
+TEST_F(WatchdogTest, DoesNothingWhereTheManagerWantsNoWatchdog) {
+    AskForNotices();
+    EXPECT_EQ(0, watchdog.PetWatchdog());
+    EXPECT_EQ("", Received());
+}
+
+#ifdef LINXIPC_SYSTEMD
+TEST_F(WatchdogTest, TellsTheManagerEachTime) {
+    AskForNotices();
+    AskForAWatchdog();
+    for (int turn = 0; turn < 2; ++turn) {
+        EXPECT_EQ(0, watchdog.PetWatchdog());
+        EXPECT_EQ("WATCHDOG=1", Received());
+    }
+}
+
+TEST_F(WatchdogTest, DoesNothingWhereTheWatchdogIsAnotherProcesses) {
+    AskForNotices();
+    AskForAWatchdog();
+    setenv("WATCHDOG_PID", std::to_string(getppid()).c_str(), 1);
+    EXPECT_EQ(0, watchdog.PetWatchdog());
+    EXPECT_EQ("", Received());
+}
+
+TEST_F(WatchdogTest, GivesTheErrorAsAPositiveNumberWhereTheManagerIsGone) {
+    AskForNotices();
+    AskForAWatchdog();
+    close(std::exchange(manager, -1));
+    EXPECT_EQ(ECONNREFUSED, watchdog.PetWatchdog());
+}
+
+TEST_F(WatchdogTest, GivesAnErrorWhereTheIntervalCannotBeRead) {
+    AskForNotices();
+    setenv("WATCHDOG_USEC", "soon", 1);
+    EXPECT_EQ(EINVAL, watchdog.PetWatchdog());
+}
+#else
+TEST_F(WatchdogTest, DoesNothingInABuildWithoutTheServiceManager) {
+    AskForNotices();
+    AskForAWatchdog();
+    EXPECT_EQ(0, watchdog.PetWatchdog());
+    EXPECT_EQ("", Received());
+}
+#endif
+
+}  // namespace
