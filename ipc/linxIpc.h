@@ -121,8 +121,8 @@ public:
     /// What a receive without a message of the caller's fills. A handler finds here what it was called for.
     IpcMessage rxMessage;
 
-    /// What a relay handler was called for. A handler that does not pass it on may leave it: the next relayed signal,
-    /// or the end of the endpoint, frees what it holds.
+    /// What a relay handler was called for. A signal that the handler does not pass on stays here and is freed when
+    /// the next one with a payload takes its place, at the latest with the handle.
     RelayMessage relayMessage;
 
     /// Stands for no particular peer.
@@ -245,8 +245,6 @@ private:
 
     Lookup FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
     void NameSender(IpcMessage& message, LinxSignal** signal);
-    void PassToRelayHandler(const Callback& handler, const IpcMessage& message, LinxSignal* signal,
-                            std::uint32_t dataSize);
     void Dispatch(unsigned number);
 
     HuntCache huntCache;  // 0 stands for a name that was hunted in vain

@@ -1,0 +1,530 @@
+#include "ipc/linxIpc.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "directory/LinxServerNameList.h"
+#include "ipc/LogLine.h"
+#include "ipc/SignalWait.h"
+#include "platform/DiffTime.h"
+
+namespace {
+
+constexpr std::uint32_t numberSize = sizeof(LinxSignal);  // the number word in front of every payload
+constexpr std::uint32_t maxPayload = 65536 - numberSize;
+constexpr std::uint32_t huntTimeout = 100;  // milliseconds
+constexpr unsigned maxAttempts = 32;
+constexpr int noSignal = 1;
+constexpr int notSupported = 1;
+constexpr const char* unknownSender = "unknown";
+constexpr const char* sourceFile = "linxIpc";
+
+char* Payload(LinxSignal* signal) {
+    return reinterpret_cast<char*>(signal) + numberSize;
+}
+
+/// The process that a notice is about. A notice too short to tell counts as one about process 0.
+e_Process DeadProcess(LinxSignal* notice, std::uint32_t dataSize) {
+    std::int32_t process = e_UndefinedServer;
+    if (dataSize >= sizeof process) std::memcpy(&process, Payload(notice), sizeof process);
+    return static_cast<e_Process>(process);
+}
+
+/// Logs the end of `process` and tells whether it is the awaited peer's.
+bool IsDeathOf(const std::string& awaited, e_Process process) {
+    const std::string& processName = LinxServerNameList::Instance().Name(process);
+    LogLine(e_LogEvent, sourceFile, 813, "Receive: Process died ", static_cast<int>(process), " - ", processName);
+    if (processName != awaited) return false;
+    LogLine(e_LogError, sourceFile, 817, "Receive: host unreachable");
+    return true;
+}
+
+void LogFailedSend(unsigned retriesLeft, const std::string& destination, std::uint32_t size) {
+    const SystemError error{errno};
+    if (retriesLeft > 0) {
+        LogLine(e_LogSendFailure, sourceFile, 477, "Notify: send failed: ", error, " retries left = ", retriesLeft);
+        LogLine(e_LogSendFailure, sourceFile, 478,
+                "Notify: send failed: linx destination endpoint name = ", destination);
+        LogLine(e_LogSendFailure, sourceFile, 479, "Notify: send failed: size of linx message = ", size);
+    } else {
+        LogLine(e_LogError, sourceFile, 484, "Notify: send failed. No retries remaining: ", error);
+        LogLine(e_LogError, sourceFile, 485, "Notify: send failed: linx destination endpoint name = ", destination);
+        LogLine(e_LogError, sourceFile, 486, "Notify: send failed: size of linx message = ", size);
+    }
+}
+
+}  // namespace
+
+FileDescriptor::~FileDescriptor() {
+    if (descriptor != -1) close(descriptor);
+}
+
+IpcMessage::~IpcMessage() {
+    delete[] data;
+}
+
+int IpcMessage::Allocate(unsigned msgType, unsigned size, char* source) {
+    type = msgType;
+    fillPos = 0;
+    if (size > maxPayload) {
+        length = capacity = 0;  // the buffer stays until a larger size replaces it
+        return EMSGSIZE;
+    }
+    if (capacity < size) {
+        delete[] data;
+        data = new (std::nothrow) char[size];
+        if (data == nullptr) {
+            length = capacity = 0;
+            return ENOMEM;
+        }
+        capacity = size;
+    }
+    length = size;
+    if (source != nullptr) std::copy_n(source, size, data);
+    return 0;
+}
+
+int IpcMessage::Fill(const char* src, unsigned count) {
+    if (count > length - fillPos) return ENOMEM;  // the sum of position and count might wrap
+    std::copy_n(src, count, data + fillPos);
+    fillPos += count;
+    return 0;
+}
+
+char* IpcMessage::DataPtr() {
+    return data;
+}
+
+RelayMessage::RelayMessage(LinxIpc* endpoint) : owner(endpoint) {}
+
+RelayMessage::~RelayMessage() {
+    if (signal != nullptr && owner->Linx() != nullptr) linx_free_buf(owner->Linx(), &signal);
+    data = nullptr;
+}
+
+int RelayMessage::Allocate(unsigned msgType, unsigned size, char* buffer) {
+    if (signal != nullptr && size != 0) {
+        linx_free_buf(owner->Linx(), &signal);
+        data = nullptr;
+    }
+    if (buffer != nullptr) {
+        signal = reinterpret_cast<LinxSignal*>(buffer);
+    } else {
+        signal = linx_alloc(owner->Linx(), size + numberSize, msgType);
+        if (signal == nullptr) return noSignal;
+    }
+    type = msgType;
+    length = size;
+    capacity = size;
+    signalSize = size + numberSize;
+    fillPos = 0;
+    data = Payload(signal);
+    return 0;
+}
+
+int RelayMessage::Fill(const char* src, unsigned count) {
+    return signal == nullptr ? ENOMEM : IpcMessage::Fill(src, count);
+}
+
+void RelayMessage::Deallocate() {
+    signal = nullptr;
+    data = nullptr;
+}
+
+void RelayMessage::SetType(unsigned number) {
+    if (signal != nullptr) signal->number = number;
+}
+
+const std::string LinxIpc::emptyString;
+
+LinxIpc::LinxIpc(const std::string& endpointName) : relayMessage(this) {
+    CommonInit(endpointName);
+}
+
+// Not a delegation: a null name must meet a whole object, whose members are then destroyed.
+LinxIpc::LinxIpc(const char* endpointName) : relayMessage(this) {
+    CommonInit(endpointName);
+}
+
+void LinxIpc::CommonInit(const std::string& endpointName) {
+    name = endpointName;
+    linx = nullptr;
+    huntCache.clear();
+    handlers.clear();
+    defaultHandler = {};
+}
+
+int LinxIpc::Init() {
+    if (linx != nullptr) {
+        LogLine(e_LogError, sourceFile, 334, "LinxIpc::Init Linx Already initialized");
+        return -1;
+    }
+    linx = linx_open(name.c_str(), 0, nullptr);
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 342, "LinxIpc::Init open failed for: ", name, ", errno ", errno);
+        return errno;
+    }
+    descriptor = linx_get_descriptor(linx);
+    return 0;
+}
+
+LinxIpc::~LinxIpc() {
+    if (linx != nullptr) {
+        linx_close(linx);
+        linx = nullptr;  // tells relayMessage that its signal is gone with the handle
+    }
+    huntCache.clear();
+    senderNames.clear();
+    handlers.clear();
+}
+
+int LinxIpc::Send(const void*, unsigned, unsigned&) {
+    LogLine(e_LogError, sourceFile, 1103, "LinxIpc::Send: method not supported");
+    return notSupported;
+}
+
+int LinxIpc::Receive(void*, unsigned, unsigned&) {
+    LogLine(e_LogError, sourceFile, 1111, "LinxIpc::Receive: method not supported");
+    return notSupported;
+}
+
+int LinxIpc::Blocking(bool) {
+    LogLine(e_LogError, sourceFile, 1117, "LinxIpc::Blocking: method not supported");
+    return notSupported;
+}
+
+void LinxIpc::RegisterHandler(unsigned type, void (*function)(LinxIpc*, void*), void* userData) {
+    handlers[type] = {function, userData};
+}
+
+void LinxIpc::RegisterRelayHandler(unsigned type, void (*function)(LinxIpc*, void*), void* userData) {
+    relayHandlers[type] = {function, userData};
+}
+
+void LinxIpc::RegisterShutdown(void (*function)(LinxIpc*, void*), void* userData) {
+    RegisterHandler(e_ShutdownSignal, function, userData);
+}
+
+void LinxIpc::RegisterProcessDied(void (*function)(LinxIpc*, void*), void* userData) {
+    RegisterHandler(e_ProcessDiedSignal, function, userData);
+}
+
+void LinxIpc::RegisterDefault(void (*function)(LinxIpc*, void*), void* userData) {
+    defaultHandler = {function, userData};
+}
+
+void LinxIpc::DeregisterHandler(unsigned type) {
+    relayHandlers.erase(type);
+    handlers.erase(type);
+}
+
+void LinxIpc::DeregisterShutdown() {
+    DeregisterHandler(e_ShutdownSignal);
+}
+
+void LinxIpc::DeregisterProcessDied() {
+    DeregisterHandler(e_ProcessDiedSignal);
+}
+
+void LinxIpc::DeregisterDefault() {
+    defaultHandler = {};
+}
+
+int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMessage* msg) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 653, "Receive: use of un-initialized object");
+        return -1;
+    }
+    IpcMessage& message = msg != nullptr ? *msg : rxMessage;
+    const std::string awaited = from;  // may be a name of our own, which what arrives can change
+    SignalWait wait(timeout, type);
+    for (;;) {
+        LinxSignal* signal = nullptr;
+        const int size = wait.Receive(linx, &signal);
+        if (size == -1) {
+            LogLine(e_LogError, sourceFile, 700, "Receive: ", SystemError{errno});
+            return errno;
+        }
+        if (signal == nullptr) return ETIMEDOUT;
+
+        NameSender(message, &signal);
+        const std::uint32_t number = signal->number;
+        const std::uint32_t dataSize = static_cast<std::uint32_t>(size) - numberSize;
+        if (number == LINX_OS_HUNT_SIG) return message.Allocate(LINX_OS_HUNT_SIG, 0, nullptr);
+
+        const auto relay = relayHandlers.find(number);
+        if (relay != relayHandlers.end()) {  // from here on the signal is relayMessage's
+            relayMessage.Allocate(number, dataSize, reinterpret_cast<char*>(signal));
+            relayMessage.SetSender(message.GetSender());
+            relay->second.function(this, relay->second.userData);
+            return 0;
+        }
+
+        const e_Process dead = number == e_ProcessDiedSignal ? DeadProcess(signal, dataSize) : e_UndefinedServer;
+        const int result = message.Allocate(number, dataSize, Payload(signal));
+        if (result != 0) LogLine(e_LogError, sourceFile, 770, "Receive: error allocating message: ", result);
+        if (type == 0 || number == e_ShutdownSignal) Dispatch(number);
+        wait.Recalculate();
+        linx_free_buf(linx, &signal);
+
+        if (number == e_ShutdownSignal) {
+            LogLine(e_LogShutdown, sourceFile, 802, "Receive: Shutdown Requested");
+            return ESHUTDOWN;
+        }
+        if (number == e_ProcessDiedSignal) {
+            if (IsDeathOf(awaited, dead)) return EHOSTUNREACH;
+        } else if (number != e_WaitGoesOnSignal) {
+            return result;
+        }
+    }
+}
+
+int LinxIpc::Receive(Watchdog& watchdog, int timeout) {
+    const int result = Receive(timeout, 0, emptyString, nullptr);
+    return result == 0 || result == ETIMEDOUT ? watchdog.PetWatchdog() : result;
+}
+
+/// Gives `message` the name of the endpoint that sent `signal`. LINX is asked once per spid, also when it has no
+/// answer.
+void LinxIpc::NameSender(IpcMessage& message, LinxSignal** signal) {
+    const LinxSpid spid = linx_sender(linx, signal);
+    const auto known = senderNames.find(spid);
+    if (known != senderNames.end()) {
+        message.SetSender(known->second);
+        return;
+    }
+    char* found = nullptr;
+    if (linx_get_name(linx, spid, &found) != 0) {
+        message.SetSender(senderNames.try_emplace(spid, unknownSender).first->second);
+        return;
+    }
+    const std::string& learnt = senderNames.try_emplace(spid, found).first->second;
+    huntCache[learnt] = spid;
+    message.SetSender(learnt);
+    linx_free_name(linx, &found);
+}
+
+void LinxIpc::Dispatch(unsigned number) {
+    const auto found = handlers.find(number);
+    if (found != handlers.end()) {
+        found->second.function(this, found->second.userData);
+    } else if (defaultHandler.function != nullptr) {
+        defaultHandler.function(this, defaultHandler.userData);
+    }
+}
+
+int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 917, "LinxIpc::Attach use of un-initialized object");
+        return -1;
+    }
+    const auto cached = huntCache.find(destination);
+    if (cached != huntCache.end() && cached->second == 0) {
+        if (logErrors) LogLine(e_LogError, sourceFile, 935, "LinxIpc::ResolveDestination: unresolved");
+        return -1;
+    }
+
+    LogLine(e_LogHunt, sourceFile, 941,
+            "LinxIpc::ResolveDestination: calling linx_hunt, destination = ", destination);
+    if (linx_hunt(linx, destination.c_str(), nullptr) == -1) {
+        if (logErrors) LogLine(e_LogError, sourceFile, 946, "LinxIpc::ResolveDestination: ", SystemError{errno});
+        return -1;
+    }
+
+    static constexpr std::uint32_t huntSignals[] = {1, LINX_OS_HUNT_SIG};
+    LinxSignal* answer = nullptr;
+    if (linx_receive_w_tmo(linx, &answer, huntTimeout, huntSignals) == -1) {
+        if (logErrors) LogLine(e_LogError, sourceFile, 955, "LinxIpc::ResolveDestination: ", SystemError{errno});
+        return -1;
+    }
+    if (answer == nullptr) {
+        huntCache.try_emplace(destination, 0);
+        if (logErrors) LogLine(e_LogError, sourceFile, 973, "LinxIpc::ResolveDestination: unresolved");
+        return -1;
+    }
+
+    const LinxSpid spid = linx_sender(linx, &answer);
+    linx_free_buf(linx, &answer);
+    huntCache.try_emplace(destination, spid);
+    senderNames.try_emplace(spid, destination);
+    return 0;
+}
+
+/// Finds the entry of `destination`, hunting for it when there is none. An entry that was hunted for just now is
+/// taken as it is.
+LinxIpc::Lookup LinxIpc::FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry) {
+    entry = huntCache.find(destination);
+    if (entry != huntCache.end()) return entry->second != 0 ? Lookup::found : Lookup::negative;
+    if (ResolveDestination(destination, logErrors) != 0) return Lookup::unresolved;
+    entry = huntCache.find(destination);
+    return Lookup::found;
+}
+
+const std::string& LinxIpc::MessageOriginator(int& notHunted) {
+    const std::string& originator = rxMessage.GetSender();
+    const auto cached = huntCache.find(originator);
+    notHunted = cached == huntCache.end() ? 1 : 0;
+    return notHunted != 0 ? originator : cached->first;
+}
+
+int LinxIpc::Attach(const char* peer, unsigned type) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 363, "LinxIpc::Attach use of un-initialized object");
+        return -1;
+    }
+    HuntCache::iterator entry;
+    const Lookup lookup = FindOrHunt(peer, true, entry);
+    if (lookup == Lookup::unresolved)
+        LogLine(e_LogError, sourceFile, 376, "LinxIpc::Attach: cannot resolve destination");
+    if (lookup != Lookup::found) return -1;
+
+    LinxSignal* notice = linx_alloc(linx, numberSize, type);
+    attachFailed = linx_attach(linx, &notice, entry->second) == 0 ? 1 : 0;
+    if (attachFailed == 0) return 0;
+    LogLine(e_LogError, sourceFile, 393, "LinxIpc::Attach(): failed to attach");
+    return errno;
+}
+
+int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErrors) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 416, "Notify: use of un-initialized object");
+        return -1;
+    }
+    const std::uint32_t size = msg.Length() + numberSize;
+    HuntCache::node_type forgotten;  // `destination` may be the key of the entry that the first failure removes
+    for (unsigned attemptsLeft = maxAttempts; attemptsLeft > 0; --attemptsLeft) {
+        HuntCache::iterator entry;
+        const Lookup lookup = FindOrHunt(destination, logErrors, entry);
+        if (lookup != Lookup::found) {
+            if (!logErrors) return -1;
+            if (lookup == Lookup::unresolved) {
+                LogLine(e_LogError, sourceFile, 438, "Notify: cannot resolve destination ", destination);
+            } else {
+                LogLine(e_LogError, sourceFile, 449, "Notify: cannot resolve destination");
+            }
+            return -1;
+        }
+
+        LinxSignal* signal = linx_alloc(linx, size, msg.MsgType());
+        if (signal == nullptr) {
+            LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
+            return errno;
+        }
+        signal->number = msg.MsgType();
+        std::copy_n(msg.DataPtr(), msg.Length(), Payload(signal));
+        if (linx_send(linx, &signal, entry->second) != -1) {
+            if (attemptsLeft != maxAttempts) {
+                LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,
+                        " retries");
+            }
+            return 0;
+        }
+
+        if (logErrors) LogFailedSend(attemptsLeft - 1, destination, size);
+        if (forgotten.empty()) {
+            forgotten = huntCache.extract(entry);
+        } else {
+            huntCache.erase(entry);
+        }
+    }
+    return 0;  // callers rely on it: only the log tells that the last attempt failed
+}
+
+int LinxIpc::Request(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
+                     IpcMessage* reply) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 529, "Request: use of un-initialized object");
+        return -1;
+    }
+    const std::string peer = destination;  // may be a name of our own, which sending can remove
+    const int sent = Notify(peer, message, true);
+    if (sent != 0) {
+        LogLine(e_LogError, sourceFile, 550, "Request: call to LinxIpc::Notify failed: ", sent);
+        return sent;
+    }
+    if (replyType == 0) return 0;
+    const int received = Receive(timeout, replyType, peer, reply);
+    if (received != 0) LogLine(e_LogError, sourceFile, 544, "Request: call to LinxIpc::Receive failed: ", received);
+    return received;
+}
+
+int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
+                          IpcMessage* reply) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 577, "LinxIpc::AsyncRequest use of un-initialized object");
+        return -1;
+    }
+    const IpcMessage& inspected = reply != nullptr ? *reply : rxMessage;
+    const int sent = Notify(destination, message, true);
+    if (sent != 0 || replyType == 0) return sent;
+
+    unsigned start = DiffTime::CalcInitialTimeout(timeout);
+    int received = Receive(timeout, 0, emptyString, reply);
+    while (received == 0 && inspected.MsgType() != replyType) {
+        LogLine(e_LogRequest, sourceFile, 608,
+                "LinxIpc::AsyncRequest did not receive message waiting on, will go back and listen");
+        const int timeLeft = DiffTime::ReCalcTimeout(start);
+        start = DiffTime::CalcInitialTimeout(timeLeft);
+        received = Receive(timeLeft, 0, emptyString, reply);
+    }
+    return received;
+}
+
+int LinxIpc::EnableTimer(int timeout, unsigned signalNumber) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 992, "LinxIpc::Attach use of un-initialized object");
+        return -1;
+    }
+    const auto milliseconds = static_cast<std::uint32_t>(timeout);
+    if (signalNumber != 0) {
+        LinxSignal* signal = linx_alloc(linx, numberSize, signalNumber);
+        if (signal == nullptr) {
+            LogLine(e_LogError, sourceFile, 1004, "LinxIpc::EnableTimer: ", SystemError{errno});
+            return errno;
+        }
+        timerRef = linx_request_tmo(linx, milliseconds, &signal);
+    } else {
+        timerRef = linx_request_tmo(linx, milliseconds, nullptr);
+    }
+    if (timerRef != 0) return 0;
+    LogLine(e_LogError, sourceFile, 1015, "LinxIpc::EnableTimer: ", SystemError{errno});
+    return errno;
+}
+
+int LinxIpc::DisableTimer() {
+    return linx_cancel_tmo(linx, &timerRef);
+}
+
+int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
+    if (linx == nullptr) {
+        LogLine(e_LogError, sourceFile, 1134, "LinxIpc::Attach use of un-initialized object");
+        return -1;
+    }
+    if (message.Endpoint() != this) {
+        LogLine(e_LogError, sourceFile, 1139, "Signal must be sent from originating endpoint");
+        return -1;
+    }
+    LinxSignal* signal = message.Sig();
+    HuntCache::iterator entry;
+    switch (FindOrHunt(destination, true, entry)) {
+        case Lookup::found:
+            break;
+        case Lookup::unresolved:
+            LogLine(e_LogError, sourceFile, 1152, "LinxIpc::Notify: cannot resolve destination ", destination);
+            return -1;
+        case Lookup::negative:
+            LogLine(e_LogError, sourceFile, 1160, "Relay Illegal Spid");
+            return -1;
+    }
+    if (linx_send(linx, &signal, entry->second) == -1) {
+        LogLine(e_LogSendFailure, sourceFile, 1169, "LinxIpc::Notify: send failed: ", SystemError{errno});
+        huntCache.erase(entry);
+    }
+    message.Deallocate();
+    return 0;
+}
