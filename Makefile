@@ -1,0 +1,45 @@
+# The ways in. CMake does the work: presets, targets and tests are there for those who want more than this.
+
+.DEFAULT_GOAL := help
+.PHONY: help demo test clean dependencies clang-dependencies
+MAKEFLAGS += --no-print-directory
+
+# Where addresses are shuffled further than the thread sanitizer can follow, its programs run unshuffled.
+unshuffled := $(shell [ "$$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 0)" -le 28 ] || echo setarch -R)
+
+help: ## Lists the targets
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+
+demo: dependencies ## Builds and runs the demonstration device; ARGS='--help' tells its options
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target linxdemo
+	@build/release/demo/linxdemo $(ARGS)
+
+test: ## Builds and runs all tests: release, then under the address and the thread sanitizer
+	@$(MAKE) test-release
+	@$(MAKE) test-asan
+	@$(MAKE) test-tsan
+
+test-release: dependencies ## Builds and runs the tests as they ship
+test-debug: dependencies ## The same without optimisation
+test-asan: dependencies ## The same under the address and undefined-behaviour sanitizers
+test-tsan: dependencies ## The same under the thread sanitizer
+test-clang: clang-dependencies ## The same with clang++
+
+test-tsan: run := $(unshuffled)
+
+.PHONY: test-release test-debug test-asan test-tsan test-clang
+test-release test-debug test-asan test-tsan test-clang: test-%:
+	@echo "== $*"
+	@cmake --preset $* >/dev/null
+	@$(run) cmake --build --preset $*
+	@$(run) ctest --preset $*
+
+clean: ## Removes everything that was built
+	rm -rf build
+
+dependencies:
+	@scripts/install-dependencies
+
+clang-dependencies:
+	@scripts/install-dependencies clang

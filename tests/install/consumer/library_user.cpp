@@ -1,0 +1,27 @@
+// Sends itself a message through the library and names a server of the directory.
+#include <iostream>
+
+#include "directory/LinxServerNameList.h"
+#include "ipc/linxIpc.h"
+#include "platform/DiffTime.h"
+#include "platform/LogClient.h"
+#include "platform/Watchdog.h"
+
+int main() {
+    const unsigned kType = 2000;
+    const std::string self = "consumer";
+    LinxIpc endpoint(self);
+    IpcMessage sent;
+    IpcMessage received;
+    char text[] = "round trip";
+    Watchdog watchdog;
+    const bool worked =
+        endpoint.Init() == 0 && sent.Allocate(kType, sizeof text, text) == 0 &&
+        endpoint.Notify(self, sent, true) == 0 &&
+        endpoint.Receive(10000, kType, LinxIpc::emptyString, &received) == 0 && received.GetSender() == self &&
+        received.Length() == sizeof text && std::string(received.DataPtr()) == text && watchdog.PetWatchdog() == 0 &&
+        DiffTime::ReCalcTimeout(DiffTime::CalcInitialTimeout(-1)) < 0 && LogClient::Instance() != nullptr;
+    if (!worked) return 1;
+    std::cout << received.DataPtr() << ", " << LinxServerNameList::Instance().Name(e_ConfigMgr) << std::endl;
+    return 0;
+}
