@@ -5,19 +5,19 @@
 
 #include "ipc/linxIpc.h"
 
-constexpr unsigned kGreet = 2000, kGreeting = 2001;
+constexpr unsigned greet = 2000, greeting = 2001;
 
 static void Greet(LinxIpc* server, void*) {
     IpcMessage& request = server->rxMessage;
     std::string text = "Hello, " + std::string(request.DataPtr(), request.Length()) + "!";
     IpcMessage answer;
-    answer.Allocate(kGreeting, static_cast<unsigned>(text.size()), text.data());
+    answer.Allocate(greeting, static_cast<unsigned>(text.size()), text.data());
     server->Notify(request.GetSender(), answer, true);
 }
 
 static int Serve() {
     LinxIpc server("greeter");
-    server.RegisterHandler(kGreet, Greet, nullptr);
+    server.RegisterHandler(greet, Greet, nullptr);
     if (server.Init() != 0) return 1;
     std::cout << "ready" << std::endl;
     int result = 0;
@@ -28,8 +28,8 @@ static int Serve() {
 static int Ask(char* name) {
     LinxIpc client("guest");
     IpcMessage request, answer;
-    request.Allocate(kGreet, static_cast<unsigned>(std::strlen(name)), name);
-    if (client.Init() != 0 || client.Request("greeter", request, kGreeting, 1000, &answer) != 0) return 1;
+    request.Allocate(greet, static_cast<unsigned>(std::strlen(name)), name);
+    if (client.Init() != 0 || client.Request("greeter", request, greeting, 1000, &answer) != 0) return 1;
     std::cout.write(answer.DataPtr(), answer.Length()) << std::endl;
     return 0;
 }

@@ -11,9 +11,9 @@ static std::uint32_t Now() {
 }
 
 unsigned DiffTime::CalcInitialTimeout(int milliseconds) {
-    return linxhost::StampAt(Now(), milliseconds);
+    return linx::StampAt(Now(), milliseconds);
 }
 
 int DiffTime::ReCalcTimeout(unsigned stamp) {
-    return linxhost::LeftAt(Now(), stamp);
+    return linx::LeftAt(Now(), stamp);
 }

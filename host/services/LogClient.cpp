@@ -11,12 +11,12 @@
 
 namespace {
 
-constexpr unsigned kLookupFailures = 1;
-constexpr unsigned kErrors = 2;
-constexpr unsigned kSendFailures = 4;
-constexpr unsigned kNotableEvents = 16;
-constexpr unsigned kShutdown = 512;
-constexpr unsigned kDefaultLevel = kErrors | kNotableEvents | kShutdown;
+constexpr unsigned lookupFailures = 1;
+constexpr unsigned errors = 2;
+constexpr unsigned sendFailures = 4;
+constexpr unsigned notableEvents = 16;
+constexpr unsigned shutdownRequests = 512;
+constexpr unsigned defaultLevel = errors | notableEvents | shutdownRequests;
 
 /// Callers log between a failure and their look at errno.
 class KeepErrno {
@@ -46,7 +46,7 @@ unsigned LevelFrom(std::string_view text) {
     unsigned level = 0;
     const char* end = text.data() + text.size();
     const auto parsed = std::from_chars(text.data(), end, level, base);
-    return parsed.ec == std::errc() && parsed.ptr == end ? level : kDefaultLevel;
+    return parsed.ec == std::errc() && parsed.ptr == end ? level : defaultLevel;
 }
 
 Echo EchoFrom(std::string_view text) {
@@ -61,9 +61,9 @@ bool EchoWanted() {
 }
 
 int PriorityOf(unsigned level) {
-    if (level & kErrors) return LOG_ERR;
-    if (level & (kLookupFailures | kSendFailures)) return LOG_WARNING;
-    if (level & (kNotableEvents | kShutdown)) return LOG_NOTICE;
+    if (level & errors) return LOG_ERR;
+    if (level & (lookupFailures | sendFailures)) return LOG_WARNING;
+    if (level & (notableEvents | shutdownRequests)) return LOG_NOTICE;
     return LOG_DEBUG;
 }
 

@@ -8,8 +8,8 @@
 
 namespace {
 
-using linxhost::LeftAt;
-using linxhost::StampAt;
+using linx::LeftAt;
+using linx::StampAt;
 
 TEST(Stamp, TimeLeftShrinksAsTimePasses) {
     const auto stamp = StampAt(1000, 250);

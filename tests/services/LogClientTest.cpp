@@ -35,7 +35,7 @@ extern "C" void syslog(int priority, const char* format, ...) {
 
 namespace {
 
-constexpr unsigned kDefaultLevel = 2 | 16 | 512;
+constexpr unsigned defaultLevel = 2 | 16 | 512;
 
 void LogLine(unsigned level, const std::string& text) {
     SysLogMsg message;
@@ -102,7 +102,7 @@ TEST(LogClient, IsOneForTheProcess) {
 }
 
 TEST(LogClient, EnablesErrorsNotableEventsAndShutdownByDefault) {
-    EXPECT_TRUE(LevelIs({}, kDefaultLevel));
+    EXPECT_TRUE(LevelIs({}, defaultLevel));
 }
 
 TEST(LogClient, TakesTheMaskFromTheEnvironment) {
@@ -117,7 +117,7 @@ TEST(LogClient, TakesTheMaskFromTheEnvironment) {
 TEST(LogClient, FallsBackToTheDefaultWhereTheMaskCannotBeRead) {
     for (const char* text :
          {"", "0x", "errors", "7 ", " 7", "-1", "+7", "12z", "0xfg", "0x-1", "4294967296", "0x100000000"}) {
-        EXPECT_TRUE(LevelTextGives(text, kDefaultLevel)) << '"' << text << '"';
+        EXPECT_TRUE(LevelTextGives(text, defaultLevel)) << '"' << text << '"';
     }
 }
 

@@ -8,7 +8,7 @@
 #include "platform/Watchdog.h"
 
 int main() {
-    const unsigned kType = 2000;
+    const unsigned type = 2000;
     const std::string self = "consumer";
     LinxIpc endpoint(self);
     IpcMessage sent;
@@ -16,9 +16,9 @@ int main() {
     char text[] = "round trip";
     Watchdog watchdog;
     const bool worked =
-        endpoint.Init() == 0 && sent.Allocate(kType, sizeof text, text) == 0 &&
+        endpoint.Init() == 0 && sent.Allocate(type, sizeof text, text) == 0 &&
         endpoint.Notify(self, sent, true) == 0 &&
-        endpoint.Receive(10000, kType, LinxIpc::emptyString, &received) == 0 && received.GetSender() == self &&
+        endpoint.Receive(10000, type, LinxIpc::emptyString, &received) == 0 && received.GetSender() == self &&
         received.Length() == sizeof text && std::string(received.DataPtr()) == text && watchdog.PetWatchdog() == 0 &&
         DiffTime::ReCalcTimeout(DiffTime::CalcInitialTimeout(-1)) < 0 && LogClient::Instance() != nullptr;
     if (!worked) return 1;
