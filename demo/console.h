@@ -1,0 +1,45 @@
+#ifndef LINXIPC_DEMO_CONSOLE_H
+#define LINXIPC_DEMO_CONSOLE_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "directory/e_Process.h"
+
+namespace demo {
+
+/// One line of the table at the end.
+struct Row {
+    std::string what;
+    std::string expected;
+    std::string seen;
+    std::string by;
+    bool happened = false;
+};
+
+/// Standard output. Only the launcher writes there, so lines never mix.
+class Console {
+public:
+    /// Colours are used on a terminal, unless the user does not want them (`noColor`, or $NO_COLOR).
+    explicit Console(bool noColor);
+
+    /// Time since the first line, who, what.
+    void Line(std::int64_t microseconds, e_Process who, const std::string& text);
+
+    /// What was to happen and what did.
+    void Table(const std::vector<Row>& rows);
+
+    /// A line of plain text.
+    void Text(const std::string& text);
+
+private:
+    std::string Coloured(const char* colour, const std::string& text) const;
+
+    bool colours;
+    std::int64_t start;
+};
+
+}  // namespace demo
+
+#endif

@@ -1,0 +1,52 @@
+#include <CLI/CLI.hpp>
+#include <random>
+
+#include "demo/launcher.h"
+#include "demo/options.h"
+#include "demo/servers/servers.h"
+
+namespace {
+
+std::uint64_t RandomSeed() {
+    return std::random_device()() % 1000000U;
+}
+
+int Demonstrate(const demo::Options& options, bool list) {
+    if (!list) return demo::Launch(options);
+    demo::ListCapabilities(options);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    demo::Options options;
+    options.seed = RandomSeed();
+    bool list = false;
+    CLI::App app{"Nine servers of a device on one machine: shows what endpoints can do, and that it happened."};
+    app.add_option("--rounds", options.rounds, "how often the stream runs and a server is killed, 1 to 10")
+        ->check(CLI::Range(1U, demo::maxRounds))
+        ->capture_default_str();
+    app.add_option("--payload", options.payload, "bytes of one stream, 1 to 1048576")
+        ->check(CLI::Range(1U, demo::maxPayload))
+        ->capture_default_str();
+    app.add_option("--seed", options.seed, "start order and content of the streams (default: a new one each time)");
+    app.add_option("--limit", options.limit, "seconds until the demonstration gives up, 1 to 9")
+        ->check(CLI::Range(1U, demo::maxLimit))
+        ->capture_default_str();
+    app.add_flag("--no-color", options.noColor, "no colours, also on a terminal");
+    app.add_flag("--list", list, "say what would be shown, and end");
+
+    // How the launcher starts its servers.
+    std::string name;
+    demo::Wiring wiring;
+    CLI::App* serve = app.add_subcommand("serve")->group("");
+    serve->add_option("name", name)->required();
+    serve->add_option("--reports", wiring.reports)->required();
+    serve->add_option("--front-panel", wiring.frontPanel)->required();
+    serve->add_option("--seed", wiring.seed)->required();
+    serve->add_option("--payload", wiring.payload)->required();
+
+    CLI11_PARSE(app, argc, argv);
+    return serve->parsed() ? demo::RunServer(name, wiring) : Demonstrate(options, list);
+}

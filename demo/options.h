@@ -1,0 +1,23 @@
+#ifndef LINXIPC_DEMO_OPTIONS_H
+#define LINXIPC_DEMO_OPTIONS_H
+
+#include <cstdint>
+
+namespace demo {
+
+/// What the command line decides.
+struct Options {
+    unsigned rounds = 1;       ///< how often the stream runs and GpsHal is killed
+    unsigned payload = 49152;  ///< bytes of one stream
+    std::uint64_t seed = 0;    ///< start order and content of the streams
+    unsigned limit = 9;        ///< seconds until the demonstration gives up
+    bool noColor = false;
+};
+
+constexpr unsigned maxRounds = 10;
+constexpr unsigned maxPayload = 1U << 20U;
+constexpr unsigned maxLimit = 9;
+
+}  // namespace demo
+
+#endif

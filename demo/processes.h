@@ -1,0 +1,59 @@
+#ifndef LINXIPC_DEMO_PROCESSES_H
+#define LINXIPC_DEMO_PROCESSES_H
+
+#include <sys/types.h>
+
+#include <csignal>
+#include <map>
+#include <optional>
+
+#include "demo/options.h"
+#include "directory/e_Process.h"
+
+namespace demo {
+
+/// The server processes: this program, executed anew for each. They die with the launcher, whatever ends it.
+class Processes {
+public:
+    /// The descriptors that servers inherit stay the caller's; `startMask` is the signal mask that they start with.
+    Processes(const Options& chosen, int reportsEnd, int frontPanelEnd, const sigset_t& startMask);
+
+    /// Kills and reaps those that are left.
+    ~Processes() { KillAll(); }
+    Processes(const Processes&) = delete;
+    Processes& operator=(const Processes&) = delete;
+
+    /// Starts a server. Its pid, or -1 with errno.
+    pid_t Start(e_Process server);
+
+    /// Kills the process of a server with SIGKILL. Its pid, or -1 when it is not there.
+    pid_t Kill(e_Process server);
+
+    /// Kills and reaps all that run. How many there were.
+    std::size_t KillAll();
+
+    /// A process that has ended.
+    struct End {
+        e_Process server;
+        pid_t pid;
+        int status;
+    };
+
+    /// The next one that has ended, if any; it does not wait.
+    std::optional<End> Reap();
+
+    bool Empty() const { return running.empty(); }
+
+private:
+    [[noreturn]] void Become(e_Process server, pid_t parent) const;
+
+    const Options& options;
+    int reports;
+    int frontPanel;
+    sigset_t mask;
+    std::map<pid_t, e_Process> running;
+};
+
+}  // namespace demo
+
+#endif

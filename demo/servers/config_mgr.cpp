@@ -1,0 +1,35 @@
+#include "demo/servers/servers.h"
+
+namespace demo {
+
+namespace {
+
+/// Knows the configuration and gives it to whoever asks, from a handler.
+class ConfigMgr : public Server {
+public:
+    explicit ConfigMgr(const Wiring& wiring) : Server(e_ConfigMgr, wiring) {
+        config.seed = wiring.seed;
+        config.payload = wiring.payload;
+        config.tickPeriod = 40;
+        config.fixTime = 60000;
+        config.answerTime = 8000;
+        config.ticksPerConnect = 3;
+        On<&ConfigMgr::OnConfigRequest>(m_ConfigRequest, this);
+    }
+
+private:
+    void Start() override { Tell(e_WatchdogMgr, m_Ready); }
+
+    void OnConfigRequest(IpcMessage& message) {
+        Tell(message.GetSender(), m_ConfigReply, config);
+        report.Note(Fact::configGiven, 0);
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Server> MakeConfigMgr(const Wiring& wiring) {
+    return std::make_unique<ConfigMgr>(wiring);
+}
+
+}  // namespace demo
