@@ -12,8 +12,8 @@ help: ## Lists the targets
 
 demo: dependencies ## Builds and runs the demonstration device; ARGS='--help' tells its options
 	@cmake --preset release >/dev/null
-	@cmake --build --preset release --target linxdemo
-	@build/release/demo/linxdemo $(ARGS)
+	@cmake --build --preset release --target linx-demo
+	@build/release/demo/linx-demo $(ARGS)
 
 test: ## Builds and runs all tests: release, then under the address and the thread sanitizer
 	@$(MAKE) test-release

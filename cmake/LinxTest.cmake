@@ -1,4 +1,5 @@
 find_package(GTest REQUIRED)
+find_package(Threads REQUIRED)
 include(GoogleTest)
 
 # linx_add_test(NAME SOURCES file... LIBRARIES target...)
