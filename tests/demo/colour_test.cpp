@@ -1,0 +1,39 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/demo/demonstration.h"
+
+namespace {
+
+/// Runs with $NO_COLOR as given, null for unset, and tells whether the output has colours.
+bool HasColours(Demonstration::Output output, const char* noColor, std::vector<std::string> arguments = {}) {
+    unsetenv("NO_COLOR");
+    if (noColor != nullptr) setenv("NO_COLOR", noColor, 1);
+    Demonstration run(std::move(arguments), output);
+    EXPECT_EQ(0, run.Finish()) << run.Text();
+    return run.Text().find("\033[") != std::string::npos;
+}
+
+TEST(Colour, IsUsedOnATerminal) {
+    EXPECT_TRUE(HasColours(Demonstration::Output::terminal, nullptr));
+}
+
+TEST(Colour, IsNotUsedInAPipe) {
+    EXPECT_FALSE(HasColours(Demonstration::Output::pipe, nullptr));
+}
+
+TEST(Colour, IsSwitchedOffByTheEnvironment) {
+    EXPECT_FALSE(HasColours(Demonstration::Output::terminal, "1"));
+}
+
+TEST(Colour, AnEmptyVariableSwitchesNothingOff) {
+    EXPECT_TRUE(HasColours(Demonstration::Output::terminal, ""));
+}
+
+TEST(Colour, IsSwitchedOffByAnOption) {
+    EXPECT_FALSE(HasColours(Demonstration::Output::terminal, nullptr, {"--no-color"}));
+}
+
+}  // namespace

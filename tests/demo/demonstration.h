@@ -1,0 +1,61 @@
+#ifndef LINXIPC_TESTS_DEMO_DEMONSTRATION_H
+#define LINXIPC_TESTS_DEMO_DEMONSTRATION_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+/// One run of the demonstration as a process. The test process takes over what the launcher leaves orphaned, so that
+/// no server can hide. What is still there at the end of the test is killed.
+class Demonstration {
+public:
+    enum class Output { pipe, terminal };
+
+    explicit Demonstration(std::vector<std::string> arguments, Output kind = Output::pipe);
+    ~Demonstration();
+    Demonstration(const Demonstration&) = delete;
+    Demonstration& operator=(const Demonstration&) = delete;
+
+    /// Reads on until the output contains `text`. False when it ends before.
+    bool WaitFor(const std::string& text);
+
+    /// Closes the output, as a reader does that has seen enough.
+    void StopReading();
+
+    /// Reads all output and waits for the launcher. Its exit status, or 256 and the number of the signal that ended
+    /// it.
+    int Finish();
+
+    /// What has been read so far, from standard output and standard error.
+    const std::string& Text() const { return text; }
+
+    /// The text of each line, as far as read.
+    std::vector<std::string> Lines() const;
+
+    pid_t Launcher() const { return launcher; }
+
+    /// The pid that the output gives for a server; 0 when it gives none.
+    pid_t Server(const std::string& name) const;
+
+    /// The directory of the run's domain; empty before it was told.
+    std::string Domain() const;
+
+    /// Whether the directory of the domain is there.
+    bool DomainExists() const;
+
+private:
+    bool ReadMore();
+
+    pid_t launcher = -1;
+    int output = -1;
+    std::string text;
+};
+
+/// Whether this process has children left, its own or taken over. Does not wait.
+bool ProcessesLeft();
+
+/// Waits until this process has no child left.
+void WaitForAllProcesses();
+
+#endif

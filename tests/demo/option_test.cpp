@@ -1,0 +1,46 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/demo/demonstration.h"
+
+namespace {
+
+class RefusedOption : public testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(RefusedOption, IsNamedAndNothingIsStarted) {
+    Demonstration run(GetParam());
+    EXPECT_NE(0, run.Finish());
+    EXPECT_NE(std::string::npos, run.Text().find(GetParam().front())) << run.Text();
+    EXPECT_TRUE(run.Domain().empty()) << run.Text();
+}
+
+using Arguments = std::vector<std::string>;
+
+INSTANTIATE_TEST_SUITE_P(Values, RefusedOption,
+                         testing::Values(Arguments{"--rounds", "0"}, Arguments{"--rounds", "11"},
+                                         Arguments{"--rounds", "-1"}, Arguments{"--rounds", "two"},
+                                         Arguments{"--rounds"}, Arguments{"--payload", "0"},
+                                         Arguments{"--payload", "1048577"}, Arguments{"--payload", "4294967297"},
+                                         Arguments{"--seed", "x"}, Arguments{"--seed", "-1"},
+                                         Arguments{"--limit", "0"}, Arguments{"--limit", "10"},
+                                         Arguments{"--nonsense"}));
+
+TEST(Option, HelpNamesTheOptionsAndNothingInternal) {
+    Demonstration run({"--help"});
+    EXPECT_EQ(0, run.Finish());
+    for (const char* name : {"--rounds", "--payload", "--seed", "--limit", "--no-color", "--list", "--help"}) {
+        EXPECT_NE(std::string::npos, run.Text().find(name)) << name;
+    }
+    EXPECT_EQ(std::string::npos, run.Text().find("serve ")) << run.Text();
+    EXPECT_EQ(std::string::npos, run.Text().find("--front-panel")) << run.Text();
+}
+
+TEST(Option, ListStartsNothing) {
+    Demonstration run({"--list"});
+    EXPECT_EQ(0, run.Finish());
+    EXPECT_TRUE(run.Domain().empty()) << run.Text();
+}
+
+}  // namespace
