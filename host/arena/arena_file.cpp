@@ -1,0 +1,125 @@
+#include "host/arena/arena_file.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace linx {
+namespace {
+
+constexpr uint32_t unitsPerMegabyte = (1u << 20) / unitBytes;
+constexpr uint32_t defaultMegabytes = 256;
+constexpr uint32_t minMegabytes = 4;      // holds a signal of the largest size in any domain
+constexpr uint32_t maxMegabytes = 16384;  // the unit table's entries and the references still count it
+
+uint32_t chosenUnits() {
+    const char* text = std::getenv("LINX_ARENA_MB");
+    unsigned long megabytes = defaultMegabytes;
+    if (text != nullptr && *text != '\0') {
+        char* end;
+        const unsigned long chosen = std::strtoul(text, &end, 10);
+        if (*end == '\0') megabytes = chosen;
+    }
+    if (megabytes < minMegabytes) megabytes = minMegabytes;
+    if (megabytes > maxMegabytes) megabytes = maxMegabytes;
+    return static_cast<uint32_t>(megabytes) * unitsPerMegabyte;
+}
+
+off_t fileBytes(uint32_t unitCount) {
+    return (static_cast<off_t>(firstPoolPage(unitCount)) + static_cast<off_t>(unitCount)) * unitBytes;
+}
+
+void writeIdentity(Header& header, uint32_t unitCount) {
+    header.version.storeRelaxed(arenaVersion);
+    header.headerBytes.storeRelaxed(sizeof(Header));
+    header.slotBytes.storeRelaxed(sizeof(Slot));
+    header.slots.storeRelaxed(slotCount);
+    header.huntBytes.storeRelaxed(sizeof(Hunt));
+    header.hunts.storeRelaxed(huntCount);
+    header.unitCount.storeRelaxed(unitCount);
+    header.fileUnits.storeRelaxed(firstPoolPage(unitCount) + unitCount);
+    header.sizeClasses.storeRelaxed(sizeClassCount);
+    header.magic.storeRelaxed(arenaMagic);
+}
+
+bool hasIdentity(const Header& header) {
+    const uint32_t unitCount = header.unitCount.loadRelaxed();
+    return header.magic.loadRelaxed() == arenaMagic && header.version.loadRelaxed() == arenaVersion &&
+           header.headerBytes.loadRelaxed() == sizeof(Header) && header.slotBytes.loadRelaxed() == sizeof(Slot) &&
+           header.slots.loadRelaxed() == slotCount && header.huntBytes.loadRelaxed() == sizeof(Hunt) &&
+           header.hunts.loadRelaxed() == huntCount && header.sizeClasses.loadRelaxed() == sizeClassCount &&
+           unitCount >= minMegabytes * unitsPerMegabyte && unitCount <= maxMegabytes * unitsPerMegabyte &&
+           header.fileUnits.loadRelaxed() == firstPoolPage(unitCount) + unitCount;
+}
+
+/// Header, buckets and unit table get their memory at once; slots, hunts and units when they are first used.
+bool fill(int file, uint32_t unitCount, unsigned mode) {
+    if (fchmod(file, mode) == -1 || ftruncate(file, fileBytes(unitCount)) == -1) return false;
+    const uint32_t tablePage = unitTableOffset / unitBytes;
+    if (!reservePages(file, 0, slotsOffset / unitBytes)) return false;
+    if (!reservePages(file, tablePage, firstPoolPage(unitCount) - tablePage)) return false;
+    Header header{};
+    writeIdentity(header, unitCount);
+    return pwrite(file, &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
+}
+
+/// Makes an arena and links it into place; one that got there first stays.
+bool make(int directory, unsigned mode) {
+    static std::atomic<unsigned> made{0};
+    char name[64];
+    std::snprintf(name, sizeof name, "arena.%ld.%u", static_cast<long>(getpid()), made++);
+    unlinkat(directory, name, 0);  // left by a process of the same number that died here
+    const int file = openat(directory, name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (file == -1) return false;
+    bool done = fill(file, chosenUnits(), mode);
+    if (done) done = linkat(directory, name, directory, arenaFileName, 0) == 0 || errno == EEXIST;
+    const int failure = errno;
+    unlinkat(directory, name, 0);
+    close(file);
+    errno = failure;
+    return done;
+}
+
+}  // namespace
+
+int openArenaFile(int directory) {
+    return openat(directory, arenaFileName, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+}
+
+int openOrMakeArenaFile(int directory, unsigned mode) {
+    const int file = openArenaFile(directory);
+    if (file != -1) return file;
+    if (errno == ENOENT && make(directory, mode)) return openArenaFile(directory);
+    if (errno == EISDIR || errno == ELOOP || errno == ENXIO) errno = EPROTO;
+    return -1;
+}
+
+uint32_t checkArenaFile(int file) {
+    Header header{};
+    struct stat status;
+    const bool fits = fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+                      pread(file, &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header) &&
+                      hasIdentity(header) && status.st_size == fileBytes(header.unitCount.loadRelaxed());
+    if (fits) return header.unitCount.loadRelaxed();
+    errno = EPROTO;
+    return 0;
+}
+
+void* mapArenaFile(int file, uint32_t unitCount) {
+    void* base =
+        mmap(nullptr, static_cast<size_t>(fileBytes(unitCount)), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    return base == MAP_FAILED ? nullptr : base;
+}
+
+bool reservePages(int file, uint32_t first, uint32_t count) {
+    return posix_fallocate(file, static_cast<off_t>(first) * unitBytes, static_cast<off_t>(count) * unitBytes) == 0;
+}
+
+}  // namespace linx

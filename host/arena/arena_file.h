@@ -1,0 +1,30 @@
+#ifndef LINXIPC_HOST_ARENA_ARENA_FILE_H
+#define LINXIPC_HOST_ARENA_ARENA_FILE_H
+
+#include "host/arena/arena.h"
+
+namespace linx {
+
+constexpr char arenaFileName[] = "arena";
+
+/// Opens the arena of the directory. -1 with errno.
+int openArenaFile(int directory);
+
+/// The same, making it when there is none. It is made whole under a name of its own and then
+/// linked into place, so that two first endpoints at the same instant agree on one. -1 with errno.
+int openOrMakeArenaFile(int directory, unsigned mode);
+
+/// The number of units that the file's header promises; 0 with errno EPROTO when the file is no arena of this make,
+/// or is not as long as its header says.
+uint32_t checkArenaFile(int file);
+
+/// Maps the file whole; null with errno.
+void* mapArenaFile(int file, uint32_t unitCount);
+
+/// Gives memory to pages `first` to `first + count - 1` of the file, so that a full file system is an error here and
+/// no fault at the first access. False when there is no room.
+bool reservePages(int file, uint32_t first, uint32_t count);
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,51 @@
+#include "host/arena/domain_path.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace linx {
+namespace {
+
+std::string defaultPath() {
+    return "/dev/shm/linx." + std::to_string(geteuid());
+}
+
+/// In a place where anybody may make directories, one of our name may be somebody else's trap.
+bool isOursToChoose(const std::string& path) {
+    const std::string own = defaultPath();
+    return path == own || path.compare(0, own.size() + 1, own + ".") == 0;
+}
+
+/// Whether the directory can be trusted: others may not exchange its files.
+bool isSafe(const struct stat& status, const std::string& path) {
+    if ((status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0) return false;
+    return !isOursToChoose(path) || status.st_uid == geteuid();
+}
+
+}  // namespace
+
+std::string domainPath() {
+    const char* chosen = std::getenv("LINX_DOMAIN");
+    if (chosen == nullptr || *chosen == '\0') return defaultPath();
+    const std::string word = chosen;
+    if (word.front() == '/') return word;
+    if (word.find('/') != std::string::npos) return std::string();
+    return defaultPath() + "." + word;
+}
+
+int openDomainDirectory(const std::string& path) {
+    if (mkdir(path.c_str(), 0700) == -1 && errno != EEXIST) return -1;
+    const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (directory == -1) return -1;
+    struct stat status;
+    if (fstat(directory, &status) == 0 && isSafe(status, path)) return directory;
+    close(directory);
+    errno = EACCES;
+    return -1;
+}
+
+}  // namespace linx

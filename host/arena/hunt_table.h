@@ -1,0 +1,33 @@
+#ifndef LINXIPC_HOST_ARENA_HUNT_TABLE_H
+#define LINXIPC_HOST_ARENA_HUNT_TABLE_H
+
+#include "host/arena/name_table.h"
+
+namespace linx {
+
+/// The hunts that wait for their names. All of it needs the cold lock.
+
+/// Keeps a hunt of `hunter` for `name` with its signal, a block that is queued for the hunter. Returns 0 or ENOSPC
+/// when too many are pending, ENOMEM when there is no memory. `file` is the arena's.
+int addHunt(const Arena& arena, int file, Spid hunter, const Name& name, Ref signal);
+
+inline void clearHunt(Hunt& hunt) {
+    hunt.hunter.storeRelaxed(0);
+}
+
+/// Calls `visit(hunt)` for every hunt of a hunter that `visit` may clear.
+template <class Visit>
+void forEachHunt(const Arena& arena, Visit visit) {
+    const uint32_t used = arena.header().huntsUsed.loadRelaxed();
+    for (uint32_t i = 0; i < used && i < huntCount; ++i) {
+        Hunt& hunt = arena.hunt(i);
+        if (hunt.hunter.loadRelaxed() != 0) visit(hunt);
+    }
+}
+
+/// Forgets that entries behind the last one in use ever were: the walks above stay short.
+void trimHunts(const Arena& arena);
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,190 @@
+#ifndef LINXIPC_HOST_ARENA_LAYOUT_H
+#define LINXIPC_HOST_ARENA_LAYOUT_H
+
+#include <cstddef>
+#include <type_traits>
+
+#include "host/arena/spid.h"
+#include "host/arena/word.h"
+#include "host/pool/size_classes.h"
+#include "platform/linx.h"
+
+namespace linx {
+
+/*
+ * The arena, one file that every endpoint of a domain maps. All fields are 32 bits wide and hold references (counted
+ * in cache lines from the start of the file), never pointers, so that 32-bit and 64-bit processes share it.
+ *
+ *   0         Header          identity, then what the cold lock guards
+ *   4 KiB     name buckets    slotCount words: first slot of each hash chain
+ *   36 KiB    slots           slotCount slots of 512 bytes; memory is reserved page by page as they are first used
+ *   ~4 MiB    hunts           pending hunts; reserved in the same way
+ *   ...       unit table      one word a unit: which run it belongs to, of which size class
+ *   ...       units           the signal pool, 4 KiB each; reserved as they are leased
+ */
+
+using Ref = uint32_t;  ///< a block, by the number of its first line; the first lines are the header, so 0 is none
+
+constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine of the other byte order
+constexpr uint32_t arenaVersion = 1;
+constexpr uint32_t maxNameLength = 255;
+constexpr uint32_t huntCount = 4096;
+constexpr uint32_t noHome = 0;  ///< home of a block that lies in the common stacks
+
+struct Header {
+    // Written once, before the file gets its name.
+    Word magic;
+    Word version;
+    Word headerBytes;
+    Word slotBytes;
+    Word slots;
+    Word huntBytes;
+    Word hunts;
+    Word unitCount;
+    Word fileUnits;
+    Word sizeClasses;
+    Word reserved[6];
+
+    // Guarded by the cold lock.
+    Word busy;                    ///< 1 while a cold section runs; found set, its holder died and repair() has work
+    Word slotsUsed;               ///< slots 1 to slotsUsed have been used at least once
+    Word slotsReserved;           ///< pages of the slot table that have memory
+    Word oldestEnded;             ///< first of the chain of ended slots, the oldest; 0 none
+    Word newestEnded;             ///< its last
+    Word endings;                 ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
+    Word huntsUsed;               ///< hunt entries 0 to huntsUsed-1 may be in use
+    Word huntsReserved;           ///< pages of the hunt table that have memory
+    Word unitsUsed;               ///< units below have been leased at least once
+    Word stealing;                ///< announces a returned stack that a reclaiming endpoint is taking
+    Word common[sizeClassCount];  ///< stacks of free blocks without a home, a class each
+};
+static_assert(sizeof(Header) <= unitBytes && std::is_standard_layout<Header>::value, "the header fits its page");
+
+/// A 64-bit count of which only one process writes and anybody may read; a reader may catch the halves apart.
+struct Counter {
+    Word low;
+    Word high;
+
+    void add(uint32_t n) {
+        const uint32_t sum = low.loadRelaxed() + n;
+        if (sum < n) high.storeRelaxed(high.loadRelaxed() + 1);
+        low.storeRelaxed(sum);
+    }
+    uint64_t value() const { return (uint64_t{high.loadRelaxed()} << 32) | low.loadRelaxed(); }
+};
+
+constexpr uint32_t lifeOpen = 1u << 31;  ///< set in a slot's life while the endpoint is open
+
+/// An endpoint's entry. Its lines are grouped by who writes them, so that nobody's writes slow a reader of others'.
+struct alignas(lineBytes) Slot {
+    // Senders write.
+    Word mailbox;    ///< last block pushed by a sender
+    Word attention;  ///< whether a push must ring, see mailbox/attention.h
+    uint32_t pad0[14];
+
+    // Those who free this endpoint's blocks write.
+    Word returned;  ///< last block given back
+    uint32_t pad1[15];
+
+    // Only the endpoint writes (and its reaper).
+    Word takingMailbox;   ///< the chain being taken from `mailbox`
+    Word takingReturned;  ///< the chain being taken from `returned`
+    Word sending;         ///< the block pushed last, or about to be
+    Word deepestQueue;
+    Counter signalsIn;
+    Counter bytesIn;
+    Counter signalsOut;
+    Counter bytesOut;
+    Counter dropped;
+    Word sleeps;
+    Word rings;
+
+    // Everybody reads; changes when the endpoint opens, ends or forks.
+    Word life;       ///< spid, with lifeOpen while open; without once ended; 0 never used
+    Word forkRound;  ///< who owns the endpoint after a fork, see endpoint/fork_claim.h
+    Word nameHash;
+    Word nameLength;
+    Word nextInBucket;
+    Word nextEnded;
+    Word endStamp;
+    Word leasedLines;  ///< lines of the pool whose home this endpoint is
+    uint32_t pad3[8];
+
+    Word name[64];
+};
+static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(Slot, takingMailbox) == 128 &&
+                  offsetof(Slot, life) == 192 && offsetof(Slot, name) == 256,
+              "the slot's layout is shared by every process of the domain");
+
+/// A hunt for a name that nobody has opened yet. In use while `hunter` is not 0.
+struct Hunt {
+    Word hunter;
+    Word signal;  ///< owned by the hunter, queued
+    Word nameHash;
+    Word nameLength;
+    Word name[64];
+};
+static_assert(sizeof(Hunt) == 272, "the hunt's layout is shared by every process of the domain");
+
+/*
+ * A block holds one signal. `owner` says who may touch it:
+ *
+ *   0                   free: in a free list of `home`, or in the common stacks when there is no home
+ *   spid                held: given out to the endpoint's user by an allocation or a receive
+ *   spid + ownerQueued  kept for the endpoint: in its private queue, or parked for a hunt, an attach or a time-out
+ *   spid + ownerTransit on its way: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,
+ *                       in there, or being taken out
+ *
+ * Whoever may touch a block writes the next owner before giving it away; from then on it is not his any more.
+ */
+constexpr uint32_t ownerFree = 0;
+constexpr uint32_t ownerQueued = 1u << 30;
+constexpr uint32_t ownerTransit = 1u << 31;
+
+struct Block {
+    Word next;
+    Word owner;
+    Word home;
+    Word sender;
+    Word size;  ///< of the signal, number word included
+    uint32_t reserved[2];
+    LinxSignal signal;  ///< number word, then the payload, 16-byte aligned
+};
+static_assert(sizeof(Block) == 32 && offsetof(Block, signal) == 28, "the payload starts 16-byte aligned");
+
+constexpr uint32_t maxSignalBytes = 1u << 20;
+constexpr uint32_t linesForSignal(uint32_t bytes) {
+    return (static_cast<uint32_t>(offsetof(Block, signal)) + bytes + lineBytes - 1) / lineBytes;
+}
+static_assert(linesForSignal(maxSignalBytes) <= largestClassLines, "the largest signal has a class");
+
+inline Block* blockOf(LinxSignal* signal) {
+    return reinterpret_cast<Block*>(reinterpret_cast<char*>(signal) - offsetof(Block, signal));
+}
+
+// Where things lie in the file.
+constexpr uint32_t bucketsOffset = unitBytes;
+constexpr uint32_t slotsOffset = bucketsOffset + slotCount * 4;
+constexpr uint32_t huntsOffset = slotsOffset + slotCount * static_cast<uint32_t>(sizeof(Slot));
+constexpr uint32_t unitTableOffset = huntsOffset + huntCount * static_cast<uint32_t>(sizeof(Hunt));
+static_assert(huntsOffset % unitBytes == 0 && unitTableOffset % unitBytes == 0, "tables start on a page");
+
+/// The first unit of the pool, by the number of its page in the file.
+constexpr uint32_t firstPoolPage(uint32_t unitCount) {
+    return unitTableOffset / unitBytes + (unitCount * 4 + unitBytes - 1) / unitBytes;
+}
+
+// A word of the unit table: 0 free, else size class + 1 in the upper byte, units back to the start of the run below.
+constexpr uint32_t unitEntry(uint32_t sizeClass, uint32_t back) {
+    return ((sizeClass + 1) << 24) | back;
+}
+constexpr uint32_t entryBack(uint32_t entry) {
+    return entry & 0xffffff;
+}
+constexpr uint32_t entryClass(uint32_t entry) {
+    return (entry >> 24) - 1;
+}
+
+}  // namespace linx
+
+#endif

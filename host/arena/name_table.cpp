@@ -1,0 +1,92 @@
+#include "host/arena/name_table.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace linx {
+
+Name::Name(const char* text, uint32_t length) : length_(length) {
+    std::memcpy(text_, text, length);
+    hashText();
+}
+
+void Name::hashText() {
+    hash_ = 2166136261u;  // FNV-1a
+    for (uint32_t i = 0; i < length_; ++i) hash_ = (hash_ ^ static_cast<unsigned char>(text_[i])) * 16777619u;
+}
+
+void Name::writeTo(Word* words) const {
+    for (uint32_t i = 0; i < wordCount(); ++i) {
+        uint32_t word;
+        std::memcpy(&word, text_ + 4 * i, 4);
+        // Release: pairs with the acquire in nameOfSpid. Whoever reads a part of the new name reads the new life too.
+        words[i].storeRelease(word);
+    }
+}
+
+bool Name::equals(const Word* words, uint32_t length) const {
+    if (length != length_) return false;
+    for (uint32_t i = 0; i < wordCount(); ++i) {
+        uint32_t word;
+        std::memcpy(&word, text_ + 4 * i, 4);
+        // Acquire: the caller reads the life word again after this and must see it as new as the name.
+        if (words[i].loadAcquire() != word) return false;
+    }
+    return true;
+}
+
+Spid findName(const Arena& arena, const Name& name) {
+    // Acquire: pairs with the release in insertName; the slot's fields are as new as the link that leads to it.
+    uint32_t index = arena.bucket(name.hash()).loadAcquire();
+    for (uint32_t left = slotCount; index != 0 && index < slotCount && left != 0; --left) {
+        const Slot& slot = arena.slot(index);
+        // Acquire: pairs with the release that opened the endpoint, its name written before.
+        const uint32_t life = slot.life.loadAcquire();
+        if ((life & lifeOpen) != 0 && indexOf(life) == index && slot.nameHash.loadRelaxed() == name.hash() &&
+            name.equals(slot.name, slot.nameLength.loadRelaxed()) && slot.life.loadRelaxed() == life) {
+            return life & spidMask;
+        }
+        index = slot.nextInBucket.loadAcquire();
+    }
+    return 0;
+}
+
+bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
+    if (!isSpid(spid)) return false;
+    const Slot& slot = arena.slot(indexOf(spid));
+    if ((slot.life.loadAcquire() & spidMask) != spid) return false;
+    const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);
+    name.length_ = length;
+    for (uint32_t i = 0; i < name.wordCount(); ++i) {
+        const uint32_t word = slot.name[i].loadAcquire();
+        std::memcpy(name.text_ + 4 * i, &word, 4);
+    }
+    name.text_[length] = '\0';
+    name.hashText();
+    // The slot's next user changes the life before the name, so an unchanged life vouches for what was read.
+    return (slot.life.loadRelaxed() & spidMask) == spid;
+}
+
+void insertName(const Arena& arena, uint32_t index) {
+    Slot& slot = arena.slot(index);
+    Word& bucket = arena.bucket(slot.nameHash.loadRelaxed());
+    slot.nextInBucket.storeRelaxed(bucket.loadRelaxed());
+    bucket.storeRelease(index);  // pairs with the acquires in findName
+}
+
+void removeName(const Arena& arena, uint32_t index) {
+    const Slot& slot = arena.slot(index);
+    Word* link = &arena.bucket(slot.nameHash.loadRelaxed());
+    for (uint32_t left = slotCount; left != 0; --left) {
+        const uint32_t here = link->loadRelaxed();
+        if (here == 0 || here >= slotCount) return;
+        if (here == index) {
+            // The removed slot keeps its own link, so a reader that stands on it goes on.
+            link->storeRelease(slot.nextInBucket.loadRelaxed());
+            return;
+        }
+        link = &arena.slot(here).nextInBucket;
+    }
+}
+
+}  // namespace linx

@@ -1,0 +1,86 @@
+#include "host/arena/slot_table.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "host/arena/arena_file.h"
+
+namespace linx {
+namespace {
+
+constexpr uint32_t slotsPerPage = unitBytes / sizeof(Slot);
+
+bool hasMemory(const Arena& arena, int file, uint32_t index) {
+    Word& reserved = arena.header().slotsReserved;
+    const uint32_t page = index / slotsPerPage;
+    if (page < reserved.loadRelaxed()) return true;
+    if (!reservePages(file, slotsOffset / unitBytes + page, 1)) return false;
+    reserved.storeRelaxed(page + 1);
+    return true;
+}
+
+}  // namespace
+
+uint32_t takeSlot(const Arena& arena, int file) {
+    Header& header = arena.header();
+    const uint32_t fresh = header.slotsUsed.loadRelaxed() + 1;  // slot 0 stays unused
+    if (fresh < slotCount) {
+        if (!hasMemory(arena, file, fresh)) {
+            errno = ENOMEM;
+            return 0;
+        }
+        header.slotsUsed.storeRelaxed(fresh);
+        return fresh;
+    }
+    const uint32_t oldest = header.oldestEnded.loadRelaxed();
+    if (oldest == 0 || oldest >= slotCount) {
+        errno = ENOSPC;
+        return 0;
+    }
+    const uint32_t next = arena.slot(oldest).nextEnded.loadRelaxed();
+    header.oldestEnded.storeRelaxed(next);
+    if (next == 0) header.newestEnded.storeRelaxed(0);
+    return oldest;
+}
+
+void appendEnded(const Arena& arena, uint32_t index) {
+    Header& header = arena.header();
+    Slot& slot = arena.slot(index);
+    const uint32_t stamp = header.endings.loadRelaxed() + 1;
+    header.endings.storeRelaxed(stamp);
+    slot.endStamp.storeRelaxed(stamp);
+    slot.nextEnded.storeRelaxed(0);
+    const uint32_t newest = header.newestEnded.loadRelaxed();
+    if (newest == 0 || newest >= slotCount) {
+        header.oldestEnded.storeRelaxed(index);
+    } else {
+        arena.slot(newest).nextEnded.storeRelaxed(index);
+    }
+    header.newestEnded.storeRelaxed(index);
+}
+
+void rebuildEnded(const Arena& arena) {
+    Header& header = arena.header();
+    const uint32_t now = header.endings.loadRelaxed();
+    std::vector<uint32_t> ended;
+    for (uint32_t i = 1; i <= std::min(header.slotsUsed.loadRelaxed(), slotCount - 1); ++i) {
+        if ((arena.slot(i).life.loadRelaxed() & lifeOpen) == 0) ended.push_back(i);
+    }
+    // By age and not by stamp: stamps wrap.
+    const auto age = [&](uint32_t index) { return now - arena.slot(index).endStamp.loadRelaxed(); };
+    std::stable_sort(ended.begin(), ended.end(), [&](uint32_t a, uint32_t b) { return age(a) > age(b); });
+    uint32_t previous = 0;
+    for (const uint32_t index : ended) {
+        (previous == 0 ? header.oldestEnded : arena.slot(previous).nextEnded).storeRelaxed(index);
+        previous = index;
+    }
+    if (previous == 0) {
+        header.oldestEnded.storeRelaxed(0);
+    } else {
+        arena.slot(previous).nextEnded.storeRelaxed(0);
+    }
+    header.newestEnded.storeRelaxed(previous);
+}
+
+}  // namespace linx

@@ -1,0 +1,36 @@
+#ifndef LINXIPC_HOST_ARENA_SLOT_TABLE_H
+#define LINXIPC_HOST_ARENA_SLOT_TABLE_H
+
+#include "host/arena/arena.h"
+
+namespace linx {
+
+/// The slots and the order in which they are used again. All but isOpen and everExisted need the cold lock.
+/// Slots that were never used come first, then ended ones, the oldest first: the name of an ended endpoint can be
+/// asked for as long as possible.
+
+inline bool isOpen(const Arena& arena, Spid spid) {
+    // Acquire: pairs with the release that opened the endpoint; its mailbox is ready.
+    return arena.slot(indexOf(spid)).life.loadAcquire() == (spid | lifeOpen);
+}
+
+/// Whether `spid` names an endpoint that is open or has ended.
+inline bool everExisted(const Arena& arena, Spid spid) {
+    if (!isSpid(spid)) return false;
+    const Spid current = arena.slot(indexOf(spid)).life.loadAcquire() & spidMask;
+    return current != 0 && (current == spid || isEarlier(spid, current));
+}
+
+/// Takes the slot that is next in turn out of the order. `file` is the arena's, for the memory of a fresh slot. 0
+/// with errno ENOSPC when all are open, ENOMEM when there is no memory.
+uint32_t takeSlot(const Arena& arena, int file);
+
+/// Puts a slot whose endpoint has ended at the end of the order.
+void appendEnded(const Arena& arena, uint32_t index);
+
+/// Makes the order anew from the slots themselves.
+void rebuildEnded(const Arena& arena);
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,49 @@
+#ifndef LINXIPC_HOST_ARENA_SPID_H
+#define LINXIPC_HOST_ARENA_SPID_H
+
+#include <cstdint>
+
+namespace linx {
+
+/*
+ * A spid names one incarnation of a slot:
+ *
+ *    31  30  29                    13 12              0
+ *   +---+---+------------------------+-----------------+
+ *   | 0 | 0 |       generation       |   slot index    |
+ *   +---+---+------------------------+-----------------+
+ *
+ * Index 0 is no slot, so a spid is never 0. The two upper bits are free for whoever stores a spid together with a
+ * state: the life word of a slot (open) and the owner word of a block (in transit, queued).
+ */
+using Spid = uint32_t;
+
+constexpr uint32_t spidIndexBits = 13;
+constexpr uint32_t spidGenerationBits = 17;
+constexpr uint32_t spidMask = (1u << (spidIndexBits + spidGenerationBits)) - 1;
+constexpr uint32_t slotCount = 1u << spidIndexBits;
+constexpr uint32_t generationMask = (1u << spidGenerationBits) - 1;
+
+constexpr uint32_t indexOf(Spid spid) {
+    return spid & (slotCount - 1);
+}
+constexpr uint32_t generationOf(Spid spid) {
+    return (spid >> spidIndexBits) & generationMask;
+}
+constexpr Spid makeSpid(uint32_t index, uint32_t generation) {
+    return ((generation & generationMask) << spidIndexBits) | index;
+}
+constexpr bool isSpid(uint32_t value) {
+    return (value & ~spidMask) == 0 && indexOf(value) != 0;
+}
+
+/// Whether `spid` is an earlier incarnation than `current` of the same slot; generations wrap, so "earlier" means
+/// within the half circle behind.
+constexpr bool isEarlier(Spid spid, Spid current) {
+    const uint32_t behind = (generationOf(current) - generationOf(spid)) & generationMask;
+    return behind != 0 && behind <= generationMask / 2;
+}
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,279 @@
+#include "host/endpoint/endpoint.h"
+
+#include <sys/epoll.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "host/arena/hunt_table.h"
+#include "host/arena/slot_table.h"
+#include "host/endpoint/event_tags.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/attention.h"
+#include "host/mailbox/bell.h"
+#include "host/pool/common_stacks.h"
+#include "host/recovery/retire.h"
+
+namespace linx {
+namespace {
+
+/// Readies a slot that nobody else looks at yet. Its life says the new spid first and open last.
+void prepare(Slot& slot, Spid spid, const Name& name) {
+    slot.life.storeRelease(spid);
+    slot.mailbox.storeRelaxed(stack::empty);
+    slot.attention.storeRelaxed(attention::word(spid, attention::quiet));
+    slot.returned.storeRelaxed(stack::empty);
+    slot.takingMailbox.storeRelaxed(0);
+    slot.takingReturned.storeRelaxed(0);
+    slot.sending.storeRelaxed(0);
+    slot.deepestQueue.storeRelaxed(0);
+    slot.leasedLines.storeRelaxed(0);
+    slot.forkRound.storeRelaxed(0);
+    for (Counter* counter : {&slot.signalsIn, &slot.bytesIn, &slot.signalsOut, &slot.bytesOut, &slot.dropped}) {
+        counter->low.storeRelaxed(0);
+        counter->high.storeRelaxed(0);
+    }
+    slot.sleeps.storeRelaxed(0);
+    slot.rings.storeRelaxed(0);
+    slot.nameHash.storeRelaxed(name.hash());
+    slot.nameLength.storeRelease(name.length());
+    name.writeTo(slot.name);
+}
+
+/// Posts a pending hunt's signal to its hunter, from the endpoint just opened.
+void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
+    const Arena& arena = cold.arena();
+    const Spid hunter = hunt.hunter.loadRelaxed();
+    const Ref ref = hunt.signal.loadRelaxed();
+    Block* signal = arena.blockAt(ref);
+    if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
+        Slot& slot = arena.slot(indexOf(hunter));
+        signal->sender.storeRelaxed(found);
+        signal->owner.storeRelease(hunter | ownerTransit);
+        // Dying before the push leaves the hunt pending, after it answered: repair() asks the mailbox.
+        if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
+            attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found), [&] {
+                const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
+                return bell.get() == -1 ? errno : bell::ring(bell.get());
+            });
+        }
+    }
+    clearHunt(hunt);
+}
+
+void answerHunts(const ColdSection& cold, Spid found, const Name& name) {
+    forEachHunt(cold.arena(), [&](Hunt& hunt) {
+        if (hunt.nameHash.loadRelaxed() == name.hash() && name.equals(hunt.name, hunt.nameLength.loadRelaxed())) {
+            answer(cold, hunt, found);
+        }
+    });
+    trimHunts(cold.arena());
+}
+
+}  // namespace
+
+std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
+    std::shared_ptr<Domain> domain = Domain::join();
+    if (domain == nullptr) return nullptr;
+    ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
+    if (epoll.get() == -1) return nullptr;
+    const ColdSection cold(*domain);
+    if (!cold.entered()) return nullptr;
+    ScopedDescriptor bell;
+    const Spid spid = enter(cold, name, bell);
+    if (spid == 0) return nullptr;
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.u32 = event_tag::bell;
+    if (epoll_ctl(epoll.get(), EPOLL_CTL_ADD, bell.get(), &event) == -1) {
+        const int failure = errno;
+        bell::remove(domain->directory(), spid);
+        appendEnded(domain->arena(), indexOf(spid));
+        errno = failure;
+        return nullptr;
+    }
+    std::unique_ptr<Endpoint> endpoint(new Endpoint(domain, spid, epoll.release(), bell.release()));
+    insertName(domain->arena(), indexOf(spid));
+    // The one store that opens the endpoint. Release: all that is in the slot is seen with it.
+    endpoint->slot().life.storeRelease(spid | lifeOpen);
+    answerHunts(cold, spid, name);
+    return endpoint;
+}
+
+/// Takes a slot for the name and readies it. 0 with errno.
+Spid Endpoint::enter(const ColdSection& cold, const Name& name, ScopedDescriptor& bell) {
+    const Arena& arena = cold.arena();
+    const Spid holder = findName(arena, name);
+    if (holder != 0) {
+        if (!hasDied(cold.domain(), holder)) {
+            errno = EADDRINUSE;
+            return 0;
+        }
+        retire(cold, holder, Leftovers::search);
+    }
+    uint32_t index = takeSlot(arena, cold.file());
+    if (index == 0 && errno == ENOSPC) {
+        reapAllDead(cold);
+        index = takeSlot(arena, cold.file());
+    }
+    if (index == 0) return 0;
+    Slot& slot = arena.slot(index);
+    const Spid spid = makeSpid(index, generationOf(slot.life.loadRelaxed() & spidMask) + 1);
+    bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
+    if (bell.get() == -1) {
+        const int failure = errno;
+        appendEnded(arena, index);
+        errno = failure;
+        return 0;
+    }
+    prepare(slot, spid, name);
+    return spid;
+}
+
+Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, int epoll, int bell)
+    : domain_(std::move(domain)),
+      spid_(spid),
+      epoll_(epoll),
+      bell_(bell),
+      forksSeen_(forkCount()),
+      pool_(*domain_, spid),
+      peers_(*domain_, epoll),
+      budget_(LookingBudget::fromEnvironment()) {}
+
+Endpoint::~Endpoint() {
+    if (disowned_) {
+        peers_.abandon();
+    } else {
+        leaveDomain();
+    }
+    for (char* name : names_) std::free(name);
+    if (descriptorGiven_) epoll_.release();
+}
+
+void Endpoint::leaveDomain() {
+    takeMailbox();
+    const uint32_t any[] = {0};
+    while (const Ref ref = queue_.take(any)) discard(ref);
+    while (const Ref ref = timers_.takeAny()) discard(ref);
+    while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
+    const ColdSection cold(*domain_);
+    if (!cold.entered()) return;  // somebody removed the domain: nobody can look for this endpoint any more
+    giveUpHunts();
+    pool_.giveUp();
+    retire(cold, spid_, held_ == 0 ? Leftovers::none : Leftovers::search);
+}
+
+void Endpoint::giveUpHunts() {
+    forEachHunt(arena(), [&](Hunt& hunt) {
+        if (hunt.hunter.loadRelaxed() != spid_) return;
+        clearHunt(hunt);
+        const Held held = at(hunt.signal.loadRelaxed());
+        if (held.block == nullptr || held.block->owner.loadRelaxed() != (spid_ | ownerQueued)) return;
+        common::disown(*held.block);
+        common::push(arena(), *held.block, held.ref, held.sizeClass);
+    });
+}
+
+int Endpoint::descriptor() {
+    descriptorGiven_ = true;
+    return epoll_.get();
+}
+
+/// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
+/// The loser lets go of the bell, so that the winner's death does not go unnoticed.
+bool Endpoint::claim() {
+    if (!disowned_) {
+        uint32_t round = forkRound_;
+        if (slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
+            forkRound_ += 1;
+            forksSeen_ = forkCount();
+            return true;
+        }
+        disowned_ = true;
+        bell_.reset();
+        peers_.abandon();
+    }
+    errno = ECHILD;
+    return false;
+}
+
+int Endpoint::hunt(const Name& name, LinxSignal** signal) {
+    Held held;
+    if (!takeOver(signal, LINX_OS_HUNT_SIG, held)) return -1;
+    for (;;) {
+        const Spid found = findName(arena(), name);
+        if (found != 0 && (found == spid_ || peerFor(found) != nullptr)) {
+            takeMailbox();
+            park(held, found);
+            enqueue(held.ref);
+            settle();
+            return 0;
+        }
+        // A dead holder of the name has been reaped by now; any other trouble with its bell is the caller's.
+        if (found != 0 && errno != ECONNRESET) return refuse(held, errno);
+        const ColdSection cold(*domain_);
+        if (!cold.entered()) return refuse(held, errno);
+        if (findName(arena(), name) != 0) continue;  // opened in the meantime
+        park(held, spid_);
+        const int failure = addHunt(arena(), cold.file(), spid_, name, held.ref);
+        return failure == 0 ? 0 : refuse(held, failure);
+    }
+}
+
+LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
+    Held held;
+    if (*notice == nullptr || !find(*notice, held)) {
+        errno = EINVAL;
+        return 0;
+    }
+    takeOver(notice, 0, held);
+    if (!everExisted(arena(), spid)) {
+        refuse(held, ESRCH);
+        return 0;
+    }
+    Peer* peer = nullptr;
+    const bool ended = !isOpen(arena(), spid);
+    if (!ended && spid != spid_) peer = peerFor(spid);
+    if (peer == nullptr && spid != spid_ && !ended && errno != ECONNRESET) {
+        refuse(held, errno);
+        return 0;
+    }
+    park(held, spid);
+    if (peer != nullptr) {
+        peers_.supervise(*peer, held.ref);
+    } else if (spid == spid_) {
+        ++held_;  // nobody learns of one's own end: the notice lies with the user's until then
+    } else {
+        takeMailbox();  // what it had sent comes before the news of its end
+        enqueue(held.ref);
+        settle();
+    }
+    return ++lastReference_ != 0 ? lastReference_ : ++lastReference_;
+}
+
+char* Endpoint::nameOf(Spid spid) {
+    Name name;
+    if (!nameOfSpid(arena(), spid, name)) {
+        errno = ESRCH;
+        return nullptr;
+    }
+    names_.reserve(names_.size() + 1);
+    char* copy = static_cast<char*>(std::malloc(name.length() + 1));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, name.text(), name.length() + 1);
+    names_.insert(copy);
+    return copy;
+}
+
+int Endpoint::freeName(char** name) {
+    if (names_.erase(*name) == 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    std::free(*name);
+    *name = nullptr;
+    return 0;
+}
+
+}  // namespace linx

@@ -1,0 +1,132 @@
+#ifndef LINXIPC_HOST_ENDPOINT_ENDPOINT_H
+#define LINXIPC_HOST_ENDPOINT_ENDPOINT_H
+
+#include <memory>
+#include <unordered_set>
+
+#include "host/arena/domain.h"
+#include "host/arena/name_table.h"
+#include "host/endpoint/looking_budget.h"
+#include "host/endpoint/peers.h"
+#include "host/endpoint/signal_queue.h"
+#include "host/endpoint/timers.h"
+#include "host/pool/pool.h"
+#include "host/recovery/cold_section.h"
+#include "platform/linx.h"
+
+namespace linx {
+
+/// One endpoint, as linx.cpp gives it out behind a handle. Operations return what platform/linx.h says of them, errno
+/// set on failure; arguments that are addresses have been checked for null. Belongs to one thread at a time.
+class Endpoint {
+public:
+    /// Opens an endpoint in the domain of the environment. Null with errno.
+    static std::unique_ptr<Endpoint> open(const Name& name);
+
+    ~Endpoint();
+    Endpoint(const Endpoint&) = delete;
+    Endpoint& operator=(const Endpoint&) = delete;
+
+    /// Whether the endpoint belongs to this process. After a fork it goes to whichever of the two asks first.
+    bool isOurs() { return forksSeen_ == forkCount() || claim(); }
+
+    int descriptor();
+
+    LinxSignal* allocate(uint32_t size, uint32_t number);
+    int free(LinxSignal** signal);
+    int send(LinxSignal** signal, Spid to);
+    Spid sender(LinxSignal** signal) const;
+
+    /// Waits until `milliseconds` have passed, or without limit if it is null.
+    int receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection);
+
+    int hunt(const Name& name, LinxSignal** signal);
+
+    /// Frees the signal of a call that failed before it came to this class; errno stays. Returns -1.
+    int forgo(LinxSignal** signal);
+
+    LinxRef attach(LinxSignal** notice, Spid spid);
+
+    char* nameOf(Spid spid);
+    int freeName(char** name);
+
+    LinxRef requestTimeout(uint32_t milliseconds, LinxSignal** signal);
+    int cancelTimeout(LinxRef* reference);
+
+private:
+    /// A signal's block and where it lies.
+    struct Held {
+        Block* block;
+        Ref ref;
+        uint32_t sizeClass;
+    };
+
+    Endpoint(std::shared_ptr<Domain> domain, Spid spid, int epoll, int bell);
+
+    static Spid enter(const ColdSection& cold, const Name& name, ScopedDescriptor& bell);
+
+    // Which signals are ours (signals.cpp).
+    bool find(LinxSignal* signal, Held& held) const;
+    Held at(Ref ref) const;
+    bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
+    void park(const Held& held, Spid sender);
+    void discard(const Held& held);
+    void discard(Ref ref);
+    int handOut(Ref ref, LinxSignal** signal);
+
+    // Sending (send.cpp).
+    int sendToSelf(const Held& held);
+    int push(const Held& held, Peer& peer);
+    int refuse(const Held& held, int reason);
+    Peer* peerFor(Spid spid);
+    bool seemsAlive(Peer& peer);
+
+    // Receiving (receive.cpp).
+    Ref await(const uint32_t* milliseconds, const uint32_t* selection);
+    void beginLooking();
+    bool look(uint64_t deadline);
+    bool sleep(uint64_t deadline, bool mayWait);
+    void noticeEvents();
+    void handleEvents(int milliseconds);
+    void takeMailbox();
+    void fireTimeouts();
+    void enqueue(Ref ref);
+    void bury(uint32_t index);
+    void settle();
+    void silence();
+
+    bool claim();
+    void leaveDomain();
+    void giveUpHunts();
+
+    const Arena& arena() const { return domain_->arena(); }
+    Slot& slot() const { return arena().slot(indexOf(spid_)); }
+
+    const std::shared_ptr<Domain> domain_;
+    const Spid spid_;
+    ScopedDescriptor epoll_;
+    bool descriptorGiven_ = false;
+    ScopedDescriptor bell_;
+
+    uint32_t forksSeen_;
+    uint32_t forkRound_ = 0;
+    bool disowned_ = false;
+
+    Pool pool_;
+    Peers peers_;
+    Timers timers_;
+    LookingBudget budget_;
+
+    SignalQueue queue_;
+    Ref takenChain_ = 0;    ///< taken from the mailbox, not in the queue yet
+    bool looking_ = false;  ///< the attention word says that this endpoint looks
+    bool byteIn_ = false;   ///< the bell is known to hold a byte
+    uint64_t eventsSeenAt_ = 0;
+    uint32_t held_ = 0;  ///< signals that the user holds
+    LinxRef lastReference_ = 0;
+    std::unordered_set<char*> names_;
+};
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,256 @@
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "host/arena/slot_table.h"
+#include "host/endpoint/clock.h"
+#include "host/endpoint/endpoint.h"
+#include "host/endpoint/event_tags.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/attention.h"
+#include "host/mailbox/bell.h"
+#include "host/recovery/retire.h"
+
+/*
+ * The descriptor tells the truth because every operation that changes the queue ends with settle(): the bell holds a
+ * byte while the queue or the mailbox holds a signal, and none once both are empty.
+ */
+namespace linx {
+namespace {
+
+constexpr uint64_t nanosecondsPerMillisecond = 1000000;
+
+void relax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+}
+
+/// For epoll_wait: rounded up, so that a wait does not end before its deadline.
+int millisecondsUntil(uint64_t deadline, uint64_t from) {
+    if (deadline == Timers::never) return -1;
+    if (deadline <= from) return 0;
+    const uint64_t left = (deadline - from + nanosecondsPerMillisecond - 1) / nanosecondsPerMillisecond;
+    return static_cast<int>(std::min<uint64_t>(left, 1u << 30));
+}
+
+}  // namespace
+
+int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
+    *signal = nullptr;
+    noticeEvents();
+    Ref ref = queue_.take(selection);
+    if (ref == 0) ref = await(milliseconds, selection);
+    settle();
+    if (ref != 0) return handOut(ref, signal);
+    if (isOpen(arena(), spid_)) return 0;
+    errno = ECONNABORTED;
+    return -1;
+}
+
+Ref Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
+    beginLooking();
+    takeMailbox();
+    Ref ref = queue_.take(selection);
+    if (ref != 0) return ref;
+    const bool mayWait = milliseconds == nullptr || *milliseconds != 0;
+    const uint64_t deadline =
+        milliseconds == nullptr ? Timers::never : (mayWait ? now() + *milliseconds * nanosecondsPerMillisecond : 0);
+    for (;;) {
+        const bool sawSomething = mayWait && look(deadline);
+        const bool expired = !sawSomething && sleep(deadline, mayWait);
+        takeMailbox();
+        ref = queue_.take(selection);
+        if (ref != 0 || expired) return ref;
+    }
+}
+
+void Endpoint::beginLooking() {
+    // An exchange, to learn whether a byte is in. One that a sender has announced but not written comes late, and is
+    // found in the bell by the next sleep.
+    const uint32_t before = slot().attention.exchangeSeqCst(attention::word(spid_, attention::looking));
+    if (attention::stateOf(before) == attention::rung) byteIn_ = true;
+    looking_ = true;
+}
+
+/// Looks at the mailbox while the budget lasts. True when a signal came or a time-out fell due.
+bool Endpoint::look(uint64_t deadline) {
+    if (budget_.nanoseconds() == 0) return false;
+    const uint64_t start = now();
+    const uint64_t wake = std::min(deadline, timers_.earliest());
+    uint64_t time = start;
+    while (time < start + budget_.nanoseconds() && time < wake) {
+        for (int i = 0; i < 32; ++i) {
+            if (slot().mailbox.loadAcquire() > stack::closed) {
+                budget_.foundWhileLooking();
+                return true;
+            }
+            relax();
+        }
+        time = now();
+    }
+    if (timers_.earliest() > time) return false;
+    fireTimeouts();
+    return true;
+}
+
+/// Sleeps until something happens, or only asks what has happened. True when the deadline has passed, or when there
+/// is nothing to wait for because somebody ended this endpoint.
+bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
+    if (!isOpen(arena(), spid_)) return true;
+    silence();
+    slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C), see attention.h
+    looking_ = false;
+    bool expired = false;
+    if (slot().mailbox.loadSeqCst() <= stack::closed) {  // (D)
+        const uint64_t start = mayWait ? now() : 0;
+        handleEvents(mayWait ? millisecondsUntil(deadline, start) : 0);
+        const uint64_t end = mayWait ? now() : 0;
+        if (mayWait) budget_.sleptFor(end - start);
+        expired = !mayWait || end >= deadline;
+    }
+    beginLooking();
+    return expired;
+}
+
+/// What a busy endpoint must not miss though its queue never runs dry: time-outs, and the deaths of peers.
+void Endpoint::noticeEvents() {
+    if (timers_.earliest() != Timers::never && timers_.earliest() <= now()) fireTimeouts();
+    if (!peers_.supervising()) return;
+    const uint64_t tick = coarseMilliseconds();
+    if (tick == eventsSeenAt_) return;
+    eventsSeenAt_ = tick;
+    handleEvents(0);
+}
+
+void Endpoint::handleEvents(int milliseconds) {
+    if (milliseconds != 0) slot().sleeps.storeRelaxed(slot().sleeps.loadRelaxed() + 1);
+    epoll_event events[16];
+    const int count = epoll_wait(epoll_.get(), events, 16, milliseconds);
+    for (int i = 0; i < count; ++i) {
+        const uint32_t tag = events[i].data.u32;
+        if (tag == event_tag::bell) {
+            byteIn_ = true;
+        } else if (tag == event_tag::timer) {
+            fireTimeouts();
+        } else {
+            bury(tag);
+        }
+    }
+}
+
+void Endpoint::takeMailbox() {
+    Slot& own = slot();
+    if (takenChain_ == 0) {
+        if (own.mailbox.loadAcquire() <= stack::closed) return;
+        takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
+    }
+    size_t count = 0;
+    stack::walk(arena(), takenChain_, [&](Block&, Ref, uint32_t) { ++count; });
+    queue_.reserve(count);  // the only step that can fail: the chain is still announced, and taken up again
+    count = 0;
+    stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t sizeClass) {
+        const uint32_t owner = block.owner.loadAcquire();
+        if (owner == (spid_ | ownerTransit)) {
+            block.owner.storeRelaxed(spid_ | ownerQueued);
+            queue_.append(ref, block.signal.number);
+            ++count;
+        } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
+            // Sent to an earlier user of the slot by somebody who was held up: ended with it.
+            block.owner.storeRelaxed(spid_);
+            own.dropped.add(1);
+            pool_.free(block, ref, sizeClass);
+        }
+    });
+    queue_.reverseLast(count);
+    takenChain_ = 0;
+    own.takingMailbox.storeRelease(0);  // after the last block got its owner
+    if (queue_.size() > own.deepestQueue.loadRelaxed()) {
+        own.deepestQueue.storeRelaxed(static_cast<uint32_t>(queue_.size()));
+    }
+}
+
+void Endpoint::enqueue(Ref ref) {
+    const Held held = at(ref);
+    if (held.block == nullptr) return;
+    queue_.reserve(1);
+    queue_.append(ref, held.block->signal.number);
+}
+
+void Endpoint::fireTimeouts() {
+    const uint64_t time = now();
+    while (const Ref ref = timers_.fire(time)) enqueue(ref);
+    timers_.arm();
+}
+
+/// A peer has ended: what it had sent, then the notices of its end.
+void Endpoint::bury(uint32_t index) {
+    Peer* peer = peers_.inSlot(index);
+    if (peer == nullptr) return;
+    reap(*domain_, peer->spid);
+    takeMailbox();
+    for (const Ref notice : peer->notices) enqueue(notice);
+    peers_.part(index);
+}
+
+void Endpoint::silence() {
+    if (byteIn_) bell::drain(bell_.get());
+    byteIn_ = false;
+}
+
+/// Makes the descriptor true again: see the top of this file.
+void Endpoint::settle() {
+    Word& attentionWord = slot().attention;
+    if (queue_.empty()) takeMailbox();
+    if (queue_.empty()) {
+        if (!looking_ && !byteIn_) return;
+        // The byte first: one that a sender writes after it has seen quiet must stay in.
+        silence();
+        attentionWord.storeSeqCst(attention::word(spid_, attention::quiet));  // (C)
+        looking_ = false;
+        if (slot().mailbox.loadSeqCst() <= stack::closed) return;  // (D)
+        takeMailbox();
+        if (queue_.empty()) return;
+    }
+    if (byteIn_ && !looking_) return;
+    const uint32_t before = attentionWord.exchangeSeqCst(attention::word(spid_, attention::rung));
+    looking_ = false;
+    if (!byteIn_ && attention::stateOf(before) != attention::rung) bell::ring(bell_.get());
+    byteIn_ = true;
+}
+
+LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
+    Held held;
+    if (!takeOver(signal, LINX_OS_TIMEOUT_SIG, held)) return 0;
+    if (timers_.descriptor() == -1) {
+        epoll_event event = {};
+        event.events = EPOLLIN;
+        event.data.u32 = event_tag::timer;
+        if (timers_.open() == -1 || epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == -1) {
+            refuse(held, errno);
+            return 0;
+        }
+    }
+    park(held, spid_);
+    if (++lastReference_ == 0) ++lastReference_;
+    timers_.add(lastReference_, now() + milliseconds * nanosecondsPerMillisecond, held.ref);
+    return lastReference_;
+}
+
+int Endpoint::cancelTimeout(LinxRef* reference) {
+    bool hadFired;
+    const Ref ref = *reference == 0 ? 0 : timers_.cancel(*reference, hadFired);
+    const Held held = at(ref);
+    if (ref == 0 || held.block == nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    if (hadFired) queue_.remove(ref, held.block->signal.number);
+    discard(held);
+    settle();
+    *reference = 0;
+    return 0;
+}
+
+}  // namespace linx

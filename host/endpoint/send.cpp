@@ -1,0 +1,96 @@
+#include <cerrno>
+
+#include "host/arena/slot_table.h"
+#include "host/endpoint/clock.h"
+#include "host/endpoint/endpoint.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/attention.h"
+#include "host/mailbox/bell.h"
+#include "host/recovery/retire.h"
+
+namespace linx {
+
+int Endpoint::send(LinxSignal** signal, Spid to) {
+    Held held;
+    if (!find(*signal, held)) {
+        errno = EINVAL;
+        return -1;
+    }
+    *signal = nullptr;
+    --held_;
+    if (!isSpid(to) || !isOpen(arena(), to)) return refuse(held, everExisted(arena(), to) ? ECONNRESET : ESRCH);
+    if (to == spid_) return sendToSelf(held);
+    Peer* peer = peerFor(to);
+    return peer == nullptr ? refuse(held, errno) : push(held, *peer);
+}
+
+int Endpoint::sendToSelf(const Held& held) {
+    takeMailbox();  // what others sent before comes before
+    park(held, spid_);
+    enqueue(held.ref);
+    settle();
+    return 0;
+}
+
+int Endpoint::push(const Held& held, Peer& peer) {
+    Slot& own = slot();
+    Slot& target = arena().slot(indexOf(peer.spid));
+    const uint32_t size = held.block->size.loadRelaxed();
+    // Relaxed: for the reaper alone, who reads after the kernel has told that this process is gone.
+    own.sending.storeRelaxed(held.ref);
+    held.block->sender.storeRelaxed(spid_);
+    held.block->owner.storeRelaxed(peer.spid | ownerTransit);  // published by the push
+    const uint32_t before = stack::push(target.mailbox, *held.block, held.ref);
+    if (before == stack::closed) {
+        held.block->owner.storeRelaxed(spid_);
+        return refuse(held, ECONNRESET);
+    }
+    own.signalsOut.add(1);
+    own.bytesOut.add(size);
+    const uint32_t found = target.attention.loadSeqCst();  // (B), see attention.h
+    bool alive = true;
+    if (attention::asksForRing(found, peer.spid)) {
+        own.rings.storeRelaxed(own.rings.loadRelaxed() + 1);
+        alive = attention::ring(target.attention, found, peer.spid, indexOf(spid_),
+                                [&] { return bell::ring(peer.bell.get()); }) == 0;
+    } else if (before != stack::empty) {
+        alive = seemsAlive(peer);
+    }
+    if (alive) return 0;
+    // The mailbox, and the signal in it, go with the peer. Whoever supervises it here is told by the next receive.
+    reap(*domain_, peer.spid);
+    own.dropped.add(1);
+    errno = ECONNRESET;
+    return -1;
+}
+
+/// The signal cannot be sent, kept or delivered for `reason`: frees it and says so.
+int Endpoint::refuse(const Held& held, int reason) {
+    slot().dropped.add(1);
+    held.block->owner.storeRelaxed(spid_);
+    discard(held);
+    errno = reason;
+    return -1;
+}
+
+/// The open endpoint as a peer, met now if it was none. Null with errno: ECONNRESET when it has died, and is reaped.
+Peer* Endpoint::peerFor(Spid spid) {
+    if (Peer* peer = peers_.find(spid)) return peer;
+    if (peers_.inSlot(indexOf(spid)) != nullptr) {
+        bury(indexOf(spid));  // an earlier user of the slot, whose end has not been noticed yet
+        settle();
+    }
+    Peer* peer = peers_.meet(spid);
+    if (peer == nullptr && errno == ECONNRESET && reap(*domain_, spid)) errno = ECONNRESET;
+    return peer;
+}
+
+/// A mailbox that nobody empties may be a dead one's; its bell tells. Asked at most once a tick of the kernel.
+bool Endpoint::seemsAlive(Peer& peer) {
+    const uint64_t now = coarseMilliseconds();
+    if (peer.lookedAt == now) return true;
+    peer.lookedAt = now;
+    return !bell::isDead(peer.bell.get());
+}
+
+}  // namespace linx

@@ -1,0 +1,119 @@
+// Which signals are an endpoint's, and how they come into its user's hands and out of them.
+
+#include <algorithm>
+#include <cerrno>
+
+#include "host/arena/slot_table.h"
+#include "host/endpoint/endpoint.h"
+
+namespace linx {
+
+bool Endpoint::find(LinxSignal* signal, Held& held) const {
+    held.block = arena().blockOfSignal(signal);
+    // Relaxed: it was this endpoint that wrote it, if it is this endpoint's.
+    if (held.block == nullptr || held.block->owner.loadRelaxed() != spid_) return false;
+    held = at(arena().refOf(held.block));
+    return true;
+}
+
+Endpoint::Held Endpoint::at(Ref ref) const {
+    Held held = {nullptr, ref, 0};
+    held.block = arena().blockAt(ref, held.sizeClass);
+    return held;
+}
+
+LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
+    if (size < sizeof(LinxSignal) || size > maxSignalBytes) {
+        errno = size > maxSignalBytes ? EMSGSIZE : EINVAL;
+        return nullptr;
+    }
+    Ref ref;
+    Block* block = pool_.allocate(linesForSignal(size), ref);
+    if (block == nullptr) return nullptr;
+    block->owner.storeRelaxed(spid_);
+    block->sender.storeRelaxed(spid_);
+    block->size.storeRelaxed(size);
+    block->signal.number = number;
+    ++held_;
+    return &block->signal;
+}
+
+int Endpoint::free(LinxSignal** signal) {
+    Held held;
+    if (!find(*signal, held)) {
+        errno = EINVAL;
+        return -1;
+    }
+    *signal = nullptr;
+    --held_;
+    discard(held);
+    return 0;
+}
+
+Spid Endpoint::sender(LinxSignal** signal) const {
+    Held held;
+    if (find(*signal, held)) return held.block->sender.loadRelaxed() & spidMask;
+    errno = EINVAL;
+    return 0;
+}
+
+/// Takes a signal out of the user's hands, or makes one of `defaultNumber` when there is none.
+bool Endpoint::takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held) {
+    LinxSignal* own = nullptr;
+    if (signal == nullptr || *signal == nullptr) {
+        own = allocate(sizeof(LinxSignal), defaultNumber);
+        if (own == nullptr) return false;
+        signal = &own;
+    }
+    if (!find(*signal, held)) {
+        errno = EINVAL;
+        return false;
+    }
+    *signal = nullptr;
+    --held_;
+    return true;
+}
+
+int Endpoint::forgo(LinxSignal** signal) {
+    const int reason = errno;
+    Held held;
+    if (signal == nullptr || !find(*signal, held)) {
+        errno = reason;
+        return -1;
+    }
+    takeOver(signal, 0, held);
+    return refuse(held, reason);
+}
+
+/// Keeps a signal that was taken over; it will arrive from `sender`.
+void Endpoint::park(const Held& held, Spid sender) {
+    held.block->sender.storeRelaxed(sender);
+    held.block->owner.storeRelease(spid_ | ownerQueued);
+}
+
+void Endpoint::discard(const Held& held) {
+    pool_.free(*held.block, held.ref, held.sizeClass);
+}
+
+void Endpoint::discard(Ref ref) {
+    const Held held = at(ref);
+    if (held.block != nullptr) discard(held);
+}
+
+/// Gives a signal of the queue to the user and returns its size.
+int Endpoint::handOut(Ref ref, LinxSignal** signal) {
+    const Held held = at(ref);
+    timers_.received(ref);
+    // Sizes come from other processes: none reaches beyond its block.
+    const uint32_t room = linesOfClass(held.sizeClass) * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
+    const uint32_t size = std::max<uint32_t>(std::min(held.block->size.loadRelaxed(), room), sizeof(LinxSignal));
+    held.block->size.storeRelaxed(size);
+    held.block->owner.storeRelaxed(spid_);
+    ++held_;
+    slot().signalsIn.add(1);
+    slot().bytesIn.add(size);
+    *signal = &held.block->signal;
+    return static_cast<int>(size);
+}
+
+}  // namespace linx

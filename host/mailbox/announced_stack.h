@@ -1,0 +1,80 @@
+#ifndef LINXIPC_HOST_MAILBOX_ANNOUNCED_STACK_H
+#define LINXIPC_HOST_MAILBOX_ANNOUNCED_STACK_H
+
+#include "host/arena/arena.h"
+
+namespace linx {
+
+/*
+ * A stack of blocks that anybody pushes onto and one endpoint takes as a whole: its mailbox, and its returned stack.
+ * The head is empty, closed, or the block pushed last; blocks are linked through `next`. Pushing and taking
+ * everything leave no room for the ABA problem: a head that is found again is the same chain again.
+ *
+ * Taking is announced: the chain's head stands in a word beside the stack before the stack is emptied, and stays
+ * there until every block of the chain has got its next owner. If the taker dies in between, its reaper finds the
+ * chain.
+ */
+namespace stack {
+
+constexpr uint32_t empty = 0;
+constexpr uint32_t closed = 1;  // line 1 lies in the header, so no block has this reference
+
+/// Pushes a block that belongs to the caller, with its next owner already written. Returns the head found: `closed`
+/// when the stack takes nothing any more, and the block is still the caller's.
+inline uint32_t push(Word& head, Block& block, Ref ref) {
+    uint32_t seen = head.loadRelaxed();  // relaxed: only a guess, the exchange below checks it
+    do {
+        if (seen == closed) return closed;
+        // Relaxed: published by the exchange that follows.
+        block.next.storeRelaxed(seen);
+        // Release: the taker reads the block's contents after the head. Sequentially consistent: the pusher's next
+        // look at the attention word must not come before it, see attention.h (A).
+        // Dying before: the block stays the caller's, named by its slot's `sending`. After: it has been sent.
+    } while (!head.casSeqCst(seen, ref));
+    return seen;
+}
+
+/// Takes the whole chain, leaving `leave` (empty or closed) behind, and returns its last block, or `empty`. The
+/// caller sets `taking` back to 0 once every block of the chain has its next owner.
+inline Ref take(Word& head, Word& taking, uint32_t leave) {
+    uint32_t seen = head.loadAcquire();
+    while (seen != closed && (seen != empty || leave == closed)) {
+        // Relaxed: the exchange that follows is a release, so no one finds the stack emptied and this not said.
+        // A stale announcement (the exchange failed, then the taker died) names blocks that are still in the stack or
+        // at rest with their owner; the reaper takes neither twice, since it goes by the owner word.
+        taking.storeRelaxed(seen);
+        if (head.casSeqCst(seen, leave)) return seen;
+    }
+    return empty;
+}
+
+/// Calls `visit(block, ref, sizeClass)` for every block of a chain, the last one pushed first. Stops at what is not a
+/// block and after more blocks than there are: whoever scribbled over the links shortens the walk, nothing more.
+template <class Visit>
+void walk(const Arena& arena, Ref ref, Visit visit) {
+    for (uint32_t left = arena.maxBlocks(); left != 0; --left) {
+        uint32_t sizeClass;
+        Block* block = arena.blockAt(ref, sizeClass);
+        if (block == nullptr) return;
+        const Ref next = block->next.loadRelaxed();  // relaxed: published with the head, before `visit` changes it
+        visit(*block, ref, sizeClass);
+        ref = next;
+    }
+}
+
+/// Whether `wanted` lies in the stack or in the chain being taken from it. REQUIRES that nobody pushes it any more. A
+/// taker may be at work; then the answer may be a wrong no, but the block has changed its owner by then: look at the
+/// owner after the answer.
+inline bool holds(const Arena& arena, const Word& head, const Word& taking, Ref wanted) {
+    bool found = false;
+    const auto compare = [&](Block&, Ref ref, uint32_t) { found = found || ref == wanted; };
+    // The head first: a chain taken after this look was announced before it left the head.
+    walk(arena, head.loadSeqCst(), compare);
+    if (!found) walk(arena, taking.loadSeqCst(), compare);
+    return found;
+}
+
+}  // namespace stack
+}  // namespace linx
+
+#endif

@@ -1,0 +1,71 @@
+#ifndef LINXIPC_HOST_MAILBOX_ATTENTION_H
+#define LINXIPC_HOST_MAILBOX_ATTENTION_H
+
+#include "host/arena/layout.h"
+
+namespace linx {
+
+/*
+ * The attention word of a slot says whether a push onto its mailbox must ring the bell.
+ *
+ *   value            set by                     meaning                                             a push
+ *   quiet            the endpoint, once it      it may be asleep, or in a poll loop of its own      rings
+ *                    has emptied the bell
+ *   looking          the endpoint in a receive  it looks at the mailbox before it sleeps or returns does not ring
+ *   rung             whoever wrote the byte     a byte is in the bell                               does not ring
+ *   ringing + i      the sender in slot i       i is about to write the byte, or died before it     rings too
+ *
+ * No wake-up is lost: a sender pushes (A) and then reads the attention word (B); the endpoint stores quiet (C) and
+ * then looks at the mailbox (D). All four are sequentially consistent, so B sees quiet or D sees the push.
+ *
+ * The upper bits carry the slot's generation: a sender that was held up until another endpoint has moved into the
+ * slot must not change its attention word, because the bell that it would ring afterwards is the old one's.
+ */
+namespace attention {
+
+constexpr uint32_t stateBits = 14;
+constexpr uint32_t stateMask = (1u << stateBits) - 1;
+
+constexpr uint32_t quiet = 0;
+constexpr uint32_t looking = 1;
+constexpr uint32_t rung = 2;
+constexpr uint32_t ringing = 3;  ///< plus the index of the sender's slot
+static_assert(ringing + slotCount <= stateMask + 1 && stateBits + spidGenerationBits <= 32, "all states fit");
+
+constexpr uint32_t word(Spid spid, uint32_t state) {
+    return (generationOf(spid) << stateBits) | state;
+}
+constexpr uint32_t stateOf(uint32_t word) {
+    return word & stateMask;
+}
+constexpr bool belongsTo(uint32_t word, Spid spid) {
+    return word >> stateBits == generationOf(spid);
+}
+
+/// Whether a push must ring that finds `word` at the endpoint `to`.
+constexpr bool asksForRing(uint32_t word, Spid to) {
+    return belongsTo(word, to) && (stateOf(word) == quiet || stateOf(word) >= ringing);
+}
+
+/// Rings the bell of `to` after a push, `found` being its attention word since then. `writeByte` puts a byte into the
+/// bell and returns 0 or an errno value; what it returned is the result.
+template <class WriteByte>
+int ring(Word& attention, uint32_t found, Spid to, uint32_t ownIndex, WriteByte writeByte) {
+    const uint32_t announced = word(to, ringing + ownIndex);
+    // Dying after this exchange and before the byte is in: every later sender sees the state and rings, and the
+    // reaper of this sender rings. Losing the exchange: somebody else announced, or the endpoint looks; ring in the
+    // former case too, for the other may have died.
+    const bool announcing = stateOf(found) == quiet && attention.casSeqCst(found, announced);
+    if (!announcing && !asksForRing(found, to)) return 0;
+    const int result = writeByte();
+    if (announcing) {
+        uint32_t expected = announced;
+        attention.casSeqCst(expected, word(to, rung));  // fails when the endpoint has begun to look: it decides then
+    }
+    return result;
+}
+
+}  // namespace attention
+}  // namespace linx
+
+#endif

@@ -1,0 +1,106 @@
+#include "host/mailbox/bell.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace linx {
+namespace bell {
+namespace {
+
+struct Name {
+    explicit Name(Spid spid) { std::snprintf(text, sizeof text, "bell.%08x", spid); }
+    char text[16];
+};
+
+/// Keeps the SIGPIPE that a write of this thread may raise from being delivered, and from staying behind.
+class SigpipeShield {
+public:
+    SigpipeShield() {
+        sigemptyset(&sigpipe_);
+        sigaddset(&sigpipe_, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &sigpipe_, &before_);
+        // One that was pending already belongs to somebody else; it can only be there if it was blocked before.
+        if (sigismember(&before_, SIGPIPE) != 0) {
+            sigset_t pending;
+            sigpending(&pending);
+            pendingBefore_ = sigismember(&pending, SIGPIPE) != 0;
+        }
+    }
+    ~SigpipeShield() {
+        const int keptErrno = errno;
+        if (raised_ && !pendingBefore_) {
+            const timespec now = {0, 0};
+            while (sigtimedwait(&sigpipe_, nullptr, &now) == -1 && errno == EINTR) {
+            }
+        }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+        errno = keptErrno;
+    }
+    void raised() { raised_ = true; }
+
+private:
+    sigset_t sigpipe_;
+    sigset_t before_;
+    bool pendingBefore_ = false;
+    bool raised_ = false;
+};
+
+}  // namespace
+
+int make(int directory, Spid spid, unsigned mode) {
+    const Name name(spid);
+    if (mkfifoat(directory, name.text, mode) == -1) {
+        if (errno != EEXIST) return -1;
+        unlinkat(directory, name.text, 0);  // left by an endpoint that died while it opened
+        if (mkfifoat(directory, name.text, mode) == -1) return -1;
+    }
+    const int descriptor = openat(directory, name.text, O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor == -1 || fchmod(descriptor, mode) == 0) return descriptor;
+    const int failure = errno;
+    close(descriptor);
+    errno = failure;
+    return -1;
+}
+
+int open(int directory, Spid spid) {
+    return openat(directory, Name(spid).text, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
+}
+
+void remove(int directory, Spid spid) {
+    unlinkat(directory, Name(spid).text, 0);
+}
+
+int ring(int descriptor) {
+    SigpipeShield shield;
+    for (;;) {
+        if (write(descriptor, "", 1) == 1) return 0;
+        if (errno == EINTR) continue;
+        if (errno != EPIPE) return 0;  // EAGAIN: the bell is full, so a byte is in
+        shield.raised();
+        return EPIPE;
+    }
+}
+
+void drain(int descriptor) {
+    char bytes[4096];
+    ssize_t got;
+    do {
+        got = read(descriptor, bytes, sizeof bytes);
+    } while (got == static_cast<ssize_t>(sizeof bytes) || (got == -1 && errno == EINTR));
+}
+
+bool isDead(int descriptor) {
+    pollfd poll = {descriptor, 0, 0};
+    return ::poll(&poll, 1, 0) == 1 && (poll.revents & POLLERR) != 0;
+}
+
+}  // namespace bell
+}  // namespace linx

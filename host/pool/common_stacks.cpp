@@ -1,0 +1,33 @@
+#include "host/pool/common_stacks.h"
+
+namespace linx {
+namespace common {
+
+void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
+    Word& head = arena.header().common[sizeClass];
+    block.next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders
+    head.storeRelaxed(ref);
+}
+
+Ref take(const Arena& arena, uint32_t sizeClass) {
+    Word& head = arena.header().common[sizeClass];
+    const Ref ref = head.loadRelaxed();
+    uint32_t found;
+    const Block* block = arena.blockAt(ref, found);
+    if (block == nullptr || found != sizeClass || !isCommon(*block)) {
+        head.storeRelaxed(0);  // the end, or a stack that somebody scribbled over: the next rebuild finds its blocks
+        return 0;
+    }
+    head.storeRelaxed(block->next.loadRelaxed());
+    return ref;
+}
+
+void rebuild(const Arena& arena) {
+    for (Word& head : arena.header().common) head.storeRelaxed(0);
+    forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {
+        if (isCommon(block)) push(arena, block, ref, sizeClass);
+    });
+}
+
+}  // namespace common
+}  // namespace linx

@@ -1,0 +1,130 @@
+#include "host/pool/lease.h"
+
+#include "host/arena/arena_file.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/pool/common_stacks.h"
+#include "host/recovery/retire.h"
+
+namespace linx {
+namespace lease {
+namespace {
+
+constexpr uint32_t none = ~0u;
+
+/// The first of `count` adjoining units that were leased once and are free again.
+uint32_t findGap(const Arena& arena, uint32_t count) {
+    const uint32_t used = unitsUsed(arena);
+    uint32_t length = 0;
+    for (uint32_t unit = 0; unit < used; ++unit) {
+        length = arena.unit(unit).loadRelaxed() == 0 ? length + 1 : 0;
+        if (length == count) return unit + 1 - count;
+    }
+    return none;
+}
+
+/// The first of `count` free units with memory; `none` when there are none.
+uint32_t takeUnits(const ColdSection& cold, uint32_t count) {
+    const Arena& arena = cold.arena();
+    Word& usedWord = arena.header().unitsUsed;
+    const uint32_t used = unitsUsed(arena);
+    const bool fresh = arena.unitCount() - used >= count;
+    const uint32_t first = fresh ? used : findGap(arena, count);
+    if (first == none || !reservePages(cold.file(), arena.pageOfUnit(first), count)) return none;
+    if (fresh) usedWord.storeRelaxed(used + count);
+    return first;
+}
+
+void initialise(Block& block, Spid home) {
+    block.next.storeRelaxed(0);
+    block.home.storeRelaxed(home);
+    block.sender.storeRelaxed(0);
+    block.owner.storeRelease(ownerFree);
+}
+
+void cutRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClass, Spid home, std::vector<Ref>& blocks) {
+    const SizeClass& c = sizeClasses[sizeClass];
+    const Ref start = arena.refOfUnit(firstUnit);
+    // Free blocks of `home` before they are blocks at all: should the process die from here on, its reaper finds
+    // them.
+    for (uint32_t i = 0; i < c.blocks; ++i) initialise(*arena.rawBlock(start + i * c.lines), home);
+    // The first entry last, since it makes the run. Release: whoever sees an entry sees the blocks initialised.
+    for (uint32_t back = c.units; back-- > 0;) arena.unit(firstUnit + back).storeRelease(unitEntry(sizeClass, back));
+    for (uint32_t i = 0; i < c.blocks; ++i) blocks.push_back(start + i * c.lines);
+}
+
+/// Gathers a live endpoint's returned blocks that it has not come for.
+void steal(const Arena& arena, Slot& slot) {
+    Word& stealing = arena.header().stealing;
+    const Ref chain = stack::take(slot.returned, stealing, stack::empty);
+    uint32_t lines = 0;
+    stack::walk(arena, chain, [&](Block& block, Ref, uint32_t sizeClass) {
+        common::disown(block);
+        lines += sizeClasses[sizeClass].lines;
+    });
+    stealing.storeRelease(0);
+    slot.leasedLines.addRelaxed(0u - lines);
+}
+
+bool isAllCommon(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
+    bool all = true;
+    forEachBlockOfRun(arena, unit, sizeClass, [&](Block& block, Ref) { all = all && common::isCommon(block); });
+    return all;
+}
+
+void giveUpRun(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
+    for (uint32_t i = 0; i < sizeClasses[sizeClass].units; ++i) arena.unit(unit + i).storeRelaxed(0);
+}
+
+}  // namespace
+
+void fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted, std::vector<Ref>& blocks) {
+    const Arena& arena = cold.arena();
+    blocks.reserve(blocks.size() + wanted);
+    uint32_t taken = 0;
+    for (; taken < wanted; ++taken) {
+        const Ref ref = common::take(arena, sizeClass);
+        if (ref == 0) break;
+        arena.blockAt(ref)->home.storeRelaxed(home);
+        blocks.push_back(ref);
+    }
+    arena.slot(indexOf(home)).leasedLines.addRelaxed(taken * sizeClasses[sizeClass].lines);
+}
+
+void fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted, std::vector<Ref>& blocks) {
+    const Arena& arena = cold.arena();
+    const SizeClass& c = sizeClasses[sizeClass];
+    uint32_t runs = std::max(1u, wanted / c.blocks);
+    blocks.reserve(blocks.size() + size_t{runs} * c.blocks);
+    uint32_t first = takeUnits(cold, runs * c.units);
+    if (first == none && runs > 1) {
+        runs = 1;
+        first = takeUnits(cold, c.units);
+    }
+    if (first == none) return;
+    for (uint32_t run = 0; run < runs; ++run) cutRun(arena, first + run * c.units, sizeClass, home, blocks);
+    arena.slot(indexOf(home)).leasedLines.addRelaxed(runs * c.blocks * c.lines);
+}
+
+void reclaim(const ColdSection& cold) {
+    const Arena& arena = cold.arena();
+    reapAllDead(cold);
+    const uint32_t slots = std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1);
+    for (uint32_t i = 1; i <= slots; ++i) {
+        Slot& slot = arena.slot(i);
+        if ((slot.life.loadAcquire() & lifeOpen) != 0) steal(arena, slot);
+    }
+    // The stacks may name blocks of runs that are given up now; they are made anew afterwards.
+    for (Word& head : arena.header().common) head.storeRelaxed(0);
+    forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {
+        if (isAllCommon(arena, unit, sizeClass)) giveUpRun(arena, unit, sizeClass);
+    });
+    common::rebuild(arena);
+}
+
+uint32_t shareOf(const Arena& arena) {
+    constexpr uint32_t smallest = 2 * sizeClasses[sizeClassCount - 1].units * linesPerUnit;
+    return std::max(smallest, arena.unitCount() / 4 * linesPerUnit);
+}
+
+}  // namespace lease
+}  // namespace linx

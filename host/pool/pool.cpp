@@ -1,0 +1,158 @@
+#include "host/pool/pool.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "host/arena/slot_table.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/pool/common_stacks.h"
+#include "host/pool/lease.h"
+
+namespace linx {
+namespace {
+
+constexpr uint32_t largestLeaseLines = (64u << 10) / lineBytes;
+
+/// How many free lines an endpoint keeps for itself before it gives half of them to all.
+uint32_t surplusLines(const Arena& arena) {
+    return std::max(arena.unitCount() * linesPerUnit / 64, largestLeaseLines);
+}
+
+}  // namespace
+
+Pool::Pool(const Domain& domain, Spid home) : domain_(domain), home_(home) {}
+
+Block* Pool::allocate(uint32_t lines, Ref& ref) {
+    const uint32_t sizeClass = classForLines(lines);
+    if (Block* block = take(sizeClass, ref)) return block;
+    takeReturned();
+    if (Block* block = take(sizeClass, ref)) return block;
+    leaseMore(sizeClass);
+    if (Block* block = take(sizeClass, ref)) return block;
+    if (Block* block = takeLarger(sizeClass, ref)) return block;
+    errno = ENOMEM;
+    return nullptr;
+}
+
+Block* Pool::take(uint32_t sizeClass, Ref& ref) {
+    std::vector<Ref>& blocks = free_[sizeClass];
+    while (!blocks.empty()) {
+        ref = blocks.back();
+        blocks.pop_back();
+        freeLines_ -= sizeClasses[sizeClass].lines;
+        Block* block = arena().rawBlock(ref);
+        // A block that is not free any more was scribbled over; better lost than given out twice.
+        if (block->owner.loadRelaxed() == ownerFree) return block;
+    }
+    return nullptr;
+}
+
+Block* Pool::takeLarger(uint32_t sizeClass, Ref& ref) {
+    for (uint32_t larger = sizeClass + 1; larger < sizeClassCount; ++larger) {
+        if (Block* block = take(larger, ref)) return block;
+    }
+    return nullptr;
+}
+
+void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
+    free_[sizeClass].push_back(ref);
+    freeLines_ += sizeClasses[sizeClass].lines;
+    block.home.storeRelaxed(home_);
+    // Release: whoever finds the block free, finds its home as new. Dying before it leaves the block owned, after it
+    // free and at home: the reaper finds both.
+    block.owner.storeRelease(ownerFree);
+}
+
+void Pool::free(Block& block, Ref ref, uint32_t sizeClass) {
+    const Spid home = block.home.loadRelaxed();
+    if (home != home_) {
+        if (isSpid(home) && isOpen(arena(), home) && giveBack(block, ref, home)) return;
+        // Its home has ended: the block stays here.
+        slot().leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
+    }
+    put(block, ref, sizeClass);
+    if (freeLines_ > surplusLines(arena())) trim();
+}
+
+bool Pool::giveBack(Block& block, Ref ref, Spid home) {
+    slot().sending.storeRelaxed(ref);  // see recoverStrandedSend: the reaper asks whether this one was pushed
+    block.sender.storeRelaxed(home_);
+    block.owner.storeRelease(home | ownerTransit);
+    if (stack::push(arena().slot(indexOf(home)).returned, block, ref) != stack::closed) return true;
+    block.owner.storeRelaxed(home_);
+    return false;
+}
+
+void Pool::takeReturned() {
+    Slot& own = slot();
+    const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
+    if (chain == stack::empty) return;
+    stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
+        const uint32_t owner = block.owner.loadAcquire();
+        if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(home_)) put(block, ref, sizeClass);
+    });
+    own.takingReturned.storeRelease(0);  // after the last block got its owner
+    if (freeLines_ > surplusLines(arena())) trim();
+}
+
+void Pool::leaseMore(uint32_t sizeClass) {
+    const ColdSection cold(domain_);
+    if (!cold.entered()) return;
+    const SizeClass& c = sizeClasses[sizeClass];
+    const uint32_t share = lease::shareOf(arena());
+    const uint32_t leased = slot().leasedLines.loadRelaxed();
+    if (leased + c.lines > share) return;
+    const uint32_t most = std::max(1u, largestLeaseLines / c.lines);
+    const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
+    nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
+
+    std::vector<Ref>& blocks = free_[sizeClass];
+    const size_t before = blocks.size();
+    lease::fromCommon(cold, home_, sizeClass, wanted, blocks);
+    if (blocks.size() == before) lease::fromUnits(cold, home_, sizeClass, wanted, blocks);
+    if (blocks.size() == before) {
+        lease::reclaim(cold);
+        lease::fromCommon(cold, home_, sizeClass, wanted, blocks);
+    }
+    if (blocks.size() == before) lease::fromUnits(cold, home_, sizeClass, 1, blocks);
+    freeLines_ += static_cast<uint32_t>(blocks.size() - before) * c.lines;
+    for (uint32_t larger = sizeClass + 1; blocks.size() == before && larger < sizeClassCount; ++larger) {
+        const uint32_t lines = linesOfClass(larger);
+        if (leased + lines > share) return;
+        const size_t had = free_[larger].size();
+        lease::fromCommon(cold, home_, larger, 1, free_[larger]);
+        if (free_[larger].size() == had) continue;
+        freeLines_ += lines;
+        return;
+    }
+}
+
+void Pool::giveUp() {
+    for (uint32_t sizeClass = 0; sizeClass < sizeClassCount; ++sizeClass) {
+        Ref ref;
+        while (Block* block = take(sizeClass, ref)) {
+            common::disown(*block);
+            common::push(arena(), *block, ref, sizeClass);
+        }
+    }
+}
+
+void Pool::trim() {
+    const ColdSection cold(domain_);
+    if (!cold.entered()) return;
+    const uint32_t keep = surplusLines(arena()) / 2;
+    uint32_t given = 0;
+    for (uint32_t sizeClass = sizeClassCount; sizeClass-- > 0;) {
+        Ref ref;
+        while (freeLines_ > keep) {
+            Block* block = take(sizeClass, ref);
+            if (block == nullptr) break;
+            common::disown(*block);
+            common::push(arena(), *block, ref, sizeClass);
+            given += sizeClasses[sizeClass].lines;
+        }
+    }
+    slot().leasedLines.addRelaxed(0u - given);
+}
+
+}  // namespace linx

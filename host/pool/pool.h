@@ -1,0 +1,48 @@
+#ifndef LINXIPC_HOST_POOL_POOL_H
+#define LINXIPC_HOST_POOL_POOL_H
+
+#include <array>
+#include <vector>
+
+#include "host/arena/domain.h"
+
+namespace linx {
+
+/// An endpoint's own free blocks: private lists, so that allocating and freeing at home write nothing shared but the
+/// block itself. Belongs to the endpoint's thread.
+class Pool {
+public:
+    Pool(const Domain& domain, Spid home);
+
+    /// A free block of at least `lines` lines for the caller to own, its reference in `ref`. Null with errno ENOMEM
+    /// when the pool or the endpoint's share of it is exhausted. `lines` <= largestClassLines.
+    Block* allocate(uint32_t lines, Ref& ref);
+
+    /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
+    void free(Block& block, Ref ref, uint32_t sizeClass);
+
+    /// Makes all free blocks common, at the end of the endpoint. REQUIRES a cold section.
+    void giveUp();
+
+private:
+    Block* take(uint32_t sizeClass, Ref& ref);
+    Block* takeLarger(uint32_t sizeClass, Ref& ref);
+    void put(Block& block, Ref ref, uint32_t sizeClass);
+    bool giveBack(Block& block, Ref ref, Spid home);
+    void takeReturned();
+    void leaseMore(uint32_t sizeClass);
+    void trim();
+
+    const Arena& arena() const { return domain_.arena(); }
+    Slot& slot() const { return arena().slot(indexOf(home_)); }
+
+    const Domain& domain_;
+    const Spid home_;
+    std::array<std::vector<Ref>, sizeClassCount> free_;
+    std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
+    uint32_t freeLines_ = 0;
+};
+
+}  // namespace linx
+
+#endif

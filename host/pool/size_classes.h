@@ -1,0 +1,79 @@
+#ifndef LINXIPC_HOST_POOL_SIZE_CLASSES_H
+#define LINXIPC_HOST_POOL_SIZE_CLASSES_H
+
+#include <array>
+#include <cstdint>
+
+namespace linx {
+
+constexpr uint32_t lineBytes = 64;    ///< blocks start on a cache line; references count lines
+constexpr uint32_t unitBytes = 4096;  ///< the arena is leased in units
+constexpr uint32_t linesPerUnit = unitBytes / lineBytes;
+
+/// A size class: blocks of `lines` cache lines, leased in runs of `units` units that hold `blocks` of them.
+struct SizeClass {
+    uint32_t lines;
+    uint32_t units;
+    uint32_t blocks;
+    uint32_t reciprocal;  ///< ceil(2^32 / lines): divides an offset within a run by a multiplication
+};
+
+/*
+ * One to eight lines singly, then four classes to each doubling: 10 12 14 | 17 21 25 29 | 33 41 49 57 | ... | 16385.
+ * From 17 on a class has one line over the round number, since payloads of a round number of bytes are common and
+ * each brings a header: 65,536 bytes lie in 1025 lines and not in 1280.
+ */
+constexpr uint32_t sizeClassCount = 52;
+constexpr uint32_t firstQuarteredClass = 11;
+
+constexpr uint32_t linesOfClass(uint32_t sizeClass) {
+    constexpr uint32_t small[firstQuarteredClass] = {1, 2, 3, 4, 5, 6, 7, 8, 10, 12, 14};
+    if (sizeClass < firstQuarteredClass) return small[sizeClass];
+    const uint32_t step = sizeClass - firstQuarteredClass;
+    const uint32_t base = 16u << (step / 4);
+    return base + base / 4 * (step % 4) + 1;
+}
+
+constexpr SizeClass makeSizeClass(uint32_t sizeClass) {
+    const uint32_t lines = linesOfClass(sizeClass);
+    uint32_t units = (lines + linesPerUnit - 1) / linesPerUnit;
+    // The shortest run that wastes at most an eighth at its end.
+    while (units * linesPerUnit % lines > units * linesPerUnit / 8) ++units;
+    const auto reciprocal = static_cast<uint32_t>(((uint64_t{1} << 32) + lines - 1) / lines);
+    return {lines, units, units * linesPerUnit / lines, lines == 1 ? 0 : reciprocal};
+}
+
+constexpr std::array<SizeClass, sizeClassCount> makeSizeClasses() {
+    std::array<SizeClass, sizeClassCount> classes{};
+    for (uint32_t c = 0; c < sizeClassCount; ++c) classes[c] = makeSizeClass(c);
+    return classes;
+}
+
+inline constexpr std::array<SizeClass, sizeClassCount> sizeClasses = makeSizeClasses();
+
+constexpr uint32_t floorLog2(uint32_t value) {
+    return 31u - static_cast<uint32_t>(__builtin_clz(value));
+}
+
+/// The smallest class whose blocks have at least `lines` lines; `lines` is 1 to those of the largest class.
+constexpr uint32_t classForLines(uint32_t lines) {
+    constexpr uint8_t small[15] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 9, 9, 10, 10};
+    if (lines < 15) return small[lines];
+    if (lines <= 17) return firstQuarteredClass;
+    const uint32_t beyond = lines - 2;
+    const uint32_t doubling = floorLog2(beyond);
+    const uint32_t quarter = (beyond - (1u << doubling)) >> (doubling - 2);
+    return firstQuarteredClass + (doubling - 4) * 4 + quarter + 1;
+}
+
+constexpr uint32_t largestClassLines = linesOfClass(sizeClassCount - 1);
+
+/// Which block of a run of `sizeClass` a line belongs to that lies `line` lines into the run.
+constexpr uint32_t blockIndexInRun(uint32_t sizeClass, uint32_t line) {
+    const SizeClass& c = sizeClasses[sizeClass];
+    return c.lines == 1 ? line : static_cast<uint32_t>((uint64_t{line} * c.reciprocal) >> 32);
+}
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,60 @@
+#include "host/recovery/cold_section.h"
+
+#include <pthread.h>
+#include <sys/file.h>
+
+#include <mutex>
+
+#include "host/recovery/repair.h"
+
+namespace linx {
+namespace {
+
+/// One at a time among the threads of the process, whatever the domain: the file lock does not tell threads apart. A
+/// fork waits for it, so that no child inherits the descriptor that holds the file lock.
+pthread_mutex_t threads = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<uint32_t> forks{0};
+
+void beforeFork() {
+    pthread_mutex_lock(&threads);
+}
+void afterFork() {
+    forks.fetch_add(1,
+                    std::memory_order_relaxed);  // relaxed: other threads learn of it from their own next operation
+    pthread_mutex_unlock(&threads);
+}
+
+const int registered = pthread_atfork(beforeFork, afterFork, afterFork);
+
+bool lockFile(int file) {
+    while (flock(file, LOCK_EX) == -1) {
+        if (errno != EINTR) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+ColdSection::ColdSection(const Domain& domain) : domain_(domain) {
+    pthread_mutex_lock(&threads);
+    // A descriptor of its own each time: a lock belongs to an open file, and one that a forked child shares would
+    // outlive its holder.
+    file_.reset(domain.openArenaFile());
+    if (file_.get() == -1 || !lockFile(file_.get())) return;
+    entered_ = true;
+    Word& busy = arena().header().busy;
+    if (busy.loadRelaxed() != 0) repair(*this);
+    busy.storeRelaxed(1);
+}
+
+ColdSection::~ColdSection() {
+    if (entered_) arena().header().busy.storeRelaxed(0);  // ordered for the next holder by the lock
+    file_.reset();
+    pthread_mutex_unlock(&threads);
+}
+
+uint32_t forkCount() {
+    return forks.load(std::memory_order_relaxed);
+}
+
+}  // namespace linx

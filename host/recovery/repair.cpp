@@ -1,0 +1,91 @@
+#include "host/recovery/repair.h"
+
+#include "host/arena/hunt_table.h"
+#include "host/arena/slot_table.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/bell.h"
+#include "host/pool/common_stacks.h"
+#include "host/recovery/cold_section.h"
+#include "host/recovery/transit.h"
+
+namespace linx {
+namespace {
+
+/// A reclaiming process died with another's returned stack in its hands. The chain left the stack as a whole or not
+/// at all, so the first block that is still in transit tells for all of them.
+void finishStealing(const Arena& arena) {
+    Word& stealing = arena.header().stealing;
+    bool decided = false;
+    bool stolen = false;
+    stack::walk(arena, stealing.loadRelaxed(), [&](Block& block, Ref ref, uint32_t) {
+        if ((block.owner.loadAcquire() & ownerTransit) == 0) return;
+        if (!decided) stolen = isStranded(arena, block, ref);
+        decided = true;
+        if (stolen) common::disown(block);
+    });
+    stealing.storeRelaxed(0);
+}
+
+/// A lease writes a run's first entry last and giving a run up clears it first: entries without a first one are
+/// nobody's.
+void clearHalfRuns(const Arena& arena) {
+    const uint32_t used = unitsUsed(arena);
+    for (uint32_t unit = 0; unit < used;) {
+        uint32_t sizeClass;
+        if (runStartsAt(arena, unit, sizeClass)) {
+            unit += sizeClasses[sizeClass].units;
+        } else {
+            arena.unit(unit++).storeRelaxed(0);
+        }
+    }
+}
+
+/// An opening process died while it answered hunts: each was answered if its signal has left for the hunter.
+void finishAnswering(const Arena& arena) {
+    forEachHunt(arena, [&](Hunt& hunt) {
+        const Spid hunter = hunt.hunter.loadRelaxed();
+        const Ref ref = hunt.signal.loadRelaxed();
+        Block* signal = arena.blockAt(ref);
+        const bool pending =
+            isOpen(arena, hunter) && signal != nullptr &&
+            (signal->owner.loadAcquire() == (hunter | ownerQueued) ||
+             (signal->owner.loadAcquire() == (hunter | ownerTransit) && isStranded(arena, *signal, ref)));
+        if (pending) {
+            signal->sender.storeRelaxed(hunter);
+            signal->owner.storeRelease(hunter | ownerQueued);
+        } else {
+            clearHunt(hunt);
+        }
+    });
+    trimHunts(arena);
+}
+
+void rebuildNames(const Arena& arena) {
+    // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
+    for (uint32_t i = 0; i < slotCount; ++i) arena.bucket(i).storeRelaxed(0);
+    for (uint32_t i = 1; i <= std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1); ++i) {
+        if ((arena.slot(i).life.loadRelaxed() & lifeOpen) != 0) insertName(arena, i);
+    }
+}
+
+void removeStaleBells(const Arena& arena, int directory) {
+    for (uint32_t i = 1; i <= std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1); ++i) {
+        const uint32_t life = arena.slot(i).life.loadRelaxed();
+        if ((life & lifeOpen) == 0 && life != 0) bell::remove(directory, life & spidMask);
+    }
+}
+
+}  // namespace
+
+void repair(const ColdSection& cold) {
+    const Arena& arena = cold.arena();
+    finishStealing(arena);
+    clearHalfRuns(arena);
+    common::rebuild(arena);
+    finishAnswering(arena);
+    rebuildNames(arena);
+    rebuildEnded(arena);
+    removeStaleBells(arena, cold.domain().directory());
+}
+
+}  // namespace linx

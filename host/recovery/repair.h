@@ -1,0 +1,15 @@
+#ifndef LINXIPC_HOST_RECOVERY_REPAIR_H
+#define LINXIPC_HOST_RECOVERY_REPAIR_H
+
+namespace linx {
+
+class ColdSection;
+
+/// Mends what a process left half done that died inside a cold section. Everything that the cold lock guards is
+/// derived from what single stores have made true (the life of a slot, the owner and home of a block, the first entry
+/// of a run), so it is derived again. Safe to repeat: a process that dies here leaves the same work to the next.
+void repair(const ColdSection& cold);
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,29 @@
+#ifndef LINXIPC_HOST_RECOVERY_RETIRE_H
+#define LINXIPC_HOST_RECOVERY_RETIRE_H
+
+#include "host/recovery/cold_section.h"
+
+namespace linx {
+
+enum class Leftovers {
+    none,   ///< the endpoint has given back every block itself
+    search  ///< blocks may be anywhere: all of the arena is looked through
+};
+
+/// Ends an endpoint: its mailbox takes nothing more, its name is free, its blocks are common, its slot will be used
+/// again. Safe to repeat: one who dies in here is finished by the next.
+void retire(const ColdSection& cold, Spid spid, Leftovers leftovers);
+
+/// Ends an endpoint whose process has died, unless somebody was faster. False with errno when the cold lock could not
+/// be had.
+bool reap(const Domain& domain, Spid spid);
+
+/// Ends every endpoint whose process has died. REQUIRES a cold section.
+void reapAllDead(const ColdSection& cold);
+
+/// Whether the process of an open endpoint has died, asking its bell.
+bool hasDied(const Domain& domain, Spid spid);
+
+}  // namespace linx
+
+#endif
