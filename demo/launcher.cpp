@@ -201,7 +201,7 @@ void Launcher::TakeEnds() {
 }
 
 void Launcher::Judge(const Processes::End& end) {
-    if (end.pid == victim) return;
+    if (end.pid == victim) return;  // as it was meant to
     ledger.Note(end.server, Fact::exited, static_cast<unsigned>(end.status));
     const bool inOrder = end.status == 0;
     std::string how = "exit status " + std::to_string(WEXITSTATUS(end.status));
@@ -331,7 +331,7 @@ int Launch(const Options& options) {
 void ListCapabilities(const Options& options) {
     Console console(options.noColor);
     for (const Row& row : Judge(Ledger(), options, Remains())) {
-        console.Text(row.what + std::string(row.what.size() < 52 ? 52 - row.what.size() : 1, ' ') + row.expected);
+        console.Text(row.what + std::string(row.what.size() < 40 ? 40 - row.what.size() : 1, ' ') + row.expected);
     }
 }
 

@@ -30,7 +30,8 @@ int main(int argc, char** argv) {
     app.add_option("--payload", options.payload, "bytes of one stream, 1 to 1048576")
         ->check(CLI::Range(1U, demo::maxPayload))
         ->capture_default_str();
-    app.add_option("--seed", options.seed, "start order and content of the streams (default: a new one each time)");
+    app.add_option("--seed", options.seed, "start order and content of the streams (default: a new one each time)")
+        ->check(CLI::NonNegativeNumber);
     app.add_option("--limit", options.limit, "seconds until the demonstration gives up, 1 to 9")
         ->check(CLI::Range(1U, demo::maxLimit))
         ->capture_default_str();

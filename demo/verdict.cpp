@@ -40,8 +40,8 @@ bool AllAre(const Values& values, std::uint64_t wanted) {
 Row Hunted(const Ledger& ledger) {
     const std::size_t vain = ledger.Count(Fact::huntedInVain);
     const std::size_t late = ledger.Count(Fact::foundLate);
-    return {"a name hunted before it exists", "1 or more, all found later",
-            Number(vain, "hunt") + " in vain, " + std::to_string(late) + " found later",
+    return {"a name hunted before it exists", "1 or more, all told later",
+            std::to_string(vain) + " in vain, " + std::to_string(late) + " told later",
             ledger.Witnesses(Fact::foundLate), vain > 0 && vain == late};
 }
 
@@ -56,7 +56,7 @@ Row Requested(const Ledger& ledger, const Options& options) {
     const std::size_t wanted = roster.size() - 2 + options.rounds;
     const std::size_t given = ledger.Count(Fact::configGiven);
     const std::size_t taken = ledger.Count(Fact::configTaken);
-    return {"a request, answered by a handler", Number(wanted, "answer"),
+    return {"a request answered by a handler", Number(wanted, "answer"),
             std::to_string(given) + " given, " + std::to_string(taken) + " taken",
             ledger.Witnesses(Fact::configGiven) + ", " + ledger.Witnesses(Fact::configTaken),
             given == wanted && taken == wanted};
@@ -66,15 +66,15 @@ Row RequestedAsynchronously(const Ledger& ledger, const Options& options) {
     const Values handled = ledger.Values(Fact::connected);
     const auto least = std::min_element(handled.begin(), handled.end());
     const std::size_t fewest = least == handled.end() ? 0 : static_cast<std::size_t>(*least);
-    return {"an asynchronous request", std::to_string(options.rounds) + ", each handling 2 or more meanwhile",
-            std::to_string(handled.size()) + ", each handling " + std::to_string(fewest) + " or more",
+    return {"an asynchronous request", std::to_string(options.rounds) + ", 2 or more handled in each",
+            std::to_string(handled.size()) + ", " + std::to_string(fewest) + " or more handled in each",
             ledger.Witnesses(Fact::connected), handled.size() == options.rounds && fewest >= handledWanted};
 }
 
 Row Polled(const Ledger& ledger, const Options& options) {
     const std::size_t presses = ledger.Count(Fact::buttonRead);
     const std::size_t signals = ledger.Count(Fact::signalPolled);
-    return {"a poll loop with a second descriptor", Number(2 * options.rounds, "button press") + "es, and signals",
+    return {"a poll loop with another descriptor", std::to_string(2 * options.rounds) + " presses, and signals",
             std::to_string(presses) + " presses, " + Number(signals, "signal"), ledger.Witnesses(Fact::buttonRead),
             presses == 2 * options.rounds && signals > 0};
 }
@@ -82,7 +82,7 @@ Row Polled(const Ledger& ledger, const Options& options) {
 Row Ticked(const Ledger& ledger) {
     const Values fired = ledger.Values(Fact::tickFired, e_SysTickHal);
     const Values seen = ledger.Values(Fact::tickSeen, e_UiMgr);
-    return {"periodic ticks by time-out", Number(ticksWanted, "tick") + " or more, none missing",
+    return {"periodic ticks by time-out", std::to_string(ticksWanted) + " or more, none missing",
             std::to_string(fired.size()) + " fired, " + std::to_string(seen.size()) + " seen",
             ledger.Witnesses(Fact::tickFired) + ", " + ledger.Witnesses(Fact::tickSeen),
             fired.size() >= ticksWanted && seen.size() >= ticksWanted && CountsUp(fired) && CountsUp(seen)};
@@ -97,9 +97,8 @@ Row Streamed(const Ledger& ledger, const Options& options) {
     const std::size_t relayed = ledger.Count(Fact::chunkRelayed, e_StreamMgr);
     const Values played = ledger.Values(Fact::streamPlayed);
     const std::string last = played.empty() ? "none" : Hex(played.back());
-    return {"a stream of " + std::to_string(options.payload) + " bytes, relayed without a copy",
-            Number(signals, "signal") + ", last sum " + Hex(wanted.back()),
-            Number(relayed, "signal") + ", last sum " + last,
+    return {"a stream of " + std::to_string(options.payload) + " bytes, relayed",
+            Number(signals, "signal") + ", sum " + Hex(wanted.back()), Number(relayed, "signal") + ", sum " + last,
             ledger.Witnesses(Fact::chunkRelayed) + ", " + ledger.Witnesses(Fact::streamPlayed),
             relayed == signals && played == wanted};
 }
@@ -136,7 +135,7 @@ Row Reached(const Ledger& ledger, const Options& options) {
     const Values byUi = ledger.Values(Fact::reached, e_UiMgr);
     const Values before = ledger.Values(Fact::positionTaken);
     return {
-        "its new process reached by the same name", Number(2 * options.rounds, "answer") + " from its pid",
+        "its new process reached by name", Number(2 * options.rounds, "answer") + " from its pid",
         Number(byState.size() + byUi.size(), "answer"), ledger.Witnesses(Fact::reached),
         pids.size() == options.rounds && byState == pids && byUi == pids && before == ledger.Values(Fact::killed)};
 }
@@ -146,9 +145,9 @@ Row ShutDown(const Ledger& ledger) {
     const Values statuses = ledger.Values(Fact::exited);
     const auto inOrder = std::count(statuses.begin(), statuses.end(), 0U);
     const std::string all = std::to_string(roster.size());
-    return {"an orderly shutdown", all + " times 108, " + all + " times exit 0",
+    return {"an orderly shutdown", all + " times 108, " + all + " exits with 0",
             std::to_string(std::count(results.begin(), results.end(), std::uint64_t{ESHUTDOWN})) + " times 108, " +
-                std::to_string(inOrder) + " times exit 0",
+                std::to_string(inOrder) + " exits with 0",
             ledger.Witnesses(Fact::receiveEnded),
             results.size() == roster.size() && AllAre(results, ESHUTDOWN) && statuses.size() == roster.size() &&
                 AllAre(statuses, 0)};
@@ -156,7 +155,7 @@ Row ShutDown(const Ledger& ledger) {
 
 Row NothingLeft(const Remains& remains) {
     return {"nothing left behind", "no process, no file",
-            (remains.processes == 0 ? "no process, " : Number(remains.processes, "process") + "es, ") +
+            (remains.processes == 0 ? "no process, " : std::to_string(remains.processes) + " killed, ") +
                 (remains.domainRemoved ? "no file" : "files"),
             "launcher", remains.processes == 0 && remains.domainRemoved};
 }
