@@ -3,11 +3,12 @@ find_package(Threads REQUIRED)
 include(GoogleTest)
 
 # linx_add_test(NAME SOURCES file... LIBRARIES target...)
-# A GoogleTest program whose cases CTest runs one by one, each with a time limit of its own.
+# A GoogleTest program whose cases CTest runs one by one, each with a time limit of its own. Parameters are not in the
+# names: those that are pointers would change them from build to build.
 function(linx_add_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${name} TEST_PREFIX "${name}." PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+  gtest_discover_tests(${name} TEST_PREFIX "${name}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
 endfunction()
