@@ -34,7 +34,8 @@ pid_t Processes::Start(e_Process server) {
 void Processes::Become(e_Process server, pid_t parent) const {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(1);  // it died before it could be watched
-    signal(SIGINT, SIG_IGN);            // ^C is for the launcher, which ends its servers
+    signal(SIGINT, SIG_IGN);            // the terminal's signals are for the launcher, which ends its servers
+    signal(SIGHUP, SIG_IGN);
     signal(SIGPIPE, SIG_DFL);
     sigprocmask(SIG_SETMASK, &mask, nullptr);
     Inherit(reports);

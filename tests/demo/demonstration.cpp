@@ -31,7 +31,8 @@ Ends OpenTerminal() {
     return {master, open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC)};
 }
 
-/// Starts the program with its standard output and standard error at `output`, and the signals as a shell has them.
+/// Starts the program with its standard output and standard error at `output`, in a process group of its own and with
+/// the signals as a shell has them.
 pid_t Spawn(const std::vector<std::string>& arguments, int output) {
     std::vector<char*> argv;
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
@@ -47,7 +48,8 @@ pid_t Spawn(const std::vector<std::string>& arguments, int output) {
     sigemptyset(&ordinary);
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&ordinary, number);
     posix_spawnattr_setsigdefault(&attributes, &ordinary);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
 
     pid_t pid = -1;
     if (posix_spawn(&pid, LINX_DEMO, &actions, &attributes, argv.data(), environ) != 0) std::abort();

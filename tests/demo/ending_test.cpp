@@ -11,7 +11,7 @@ namespace {
 using testing::Combine;
 using testing::Values;
 
-class Interrupted : public testing::TestWithParam<std::tuple<int, const char*>> {};
+class Interrupted : public testing::TestWithParam<std::tuple<int, std::string>> {};
 
 TEST_P(Interrupted, AtSomePointItEndsItsServersAndLeavesNothing) {
     const auto [number, moment] = GetParam();
@@ -26,7 +26,18 @@ TEST_P(Interrupted, AtSomePointItEndsItsServersAndLeavesNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Moments, Interrupted,
                          Combine(Values(SIGINT, SIGTERM, SIGHUP),
-                                 Values("domain ", "hunted WatchdogMgr", "everybody is here", "kills GpsHal")));
+                                 Values<std::string>("domain ", "hunted WatchdogMgr", "everybody is here",
+                                                     "kills GpsHal")));
+
+TEST(Ending, AnInterruptFromTheTerminalReachesTheServersTooAndIsLeftToTheLauncher) {
+    Demonstration run({"--seed", "3", "--rounds", "10"});
+    ASSERT_TRUE(run.WaitFor("everybody is here")) << run.Text();
+    EXPECT_EQ(0, kill(-run.Launcher(), SIGINT));
+    EXPECT_EQ(128 + SIGINT, run.Finish()) << run.Text();
+    EXPECT_EQ(std::string::npos, run.Text().find("has ended")) << run.Text();
+    EXPECT_FALSE(run.DomainExists()) << run.Domain();
+    EXPECT_FALSE(ProcessesLeft());
+}
 
 TEST(Ending, ServersDieWithALauncherThatIsKilled) {
     Demonstration run({"--seed", "4", "--rounds", "10"});

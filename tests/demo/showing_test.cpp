@@ -56,7 +56,7 @@ std::vector<std::string> StartOrder(const std::string& seed) {
     return order;
 }
 
-class ShowingWith : public testing::TestWithParam<std::tuple<const char*, const char*>> {};
+class ShowingWith : public testing::TestWithParam<std::tuple<std::string, std::string>> {};
 
 TEST_P(ShowingWith, ASeedAndANumberOfRoundsEverythingHappensAndNothingIsLeft) {
     const auto [seed, rounds] = GetParam();
@@ -65,17 +65,17 @@ TEST_P(ShowingWith, ASeedAndANumberOfRoundsEverythingHappensAndNothingIsLeft) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Runs, ShowingWith,
-                         testing::Combine(testing::Values("1", "2", "3", "20", "18446744073709551615"),
-                                          testing::Values("1", "4")));
+                         testing::Combine(testing::Values<std::string>("1", "2", "3", "20", "18446744073709551615"),
+                                          testing::Values<std::string>("1", "4")));
 
-class ShowingAStreamOf : public testing::TestWithParam<const char*> {};
+class ShowingAStreamOf : public testing::TestWithParam<std::string> {};
 
 TEST_P(ShowingAStreamOf, SomeBytesEverythingHappensAndNothingIsLeft) {
     Demonstration run({"--seed", "7", "--payload", GetParam()});
     ExpectEverythingShown(run, GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Payloads, ShowingAStreamOf, testing::Values("1", "8192", "8193", "1048576"));
+INSTANTIATE_TEST_SUITE_P(Payloads, ShowingAStreamOf, testing::Values<std::string>("1", "8192", "8193", "1048576"));
 
 TEST(Showing, TheSeedDecidesInWhichOrderTheServersStart) {
     const auto first = StartOrder("5");
