@@ -1,0 +1,221 @@
+#include <cerrno>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fixture.h"
+
+namespace {
+
+class DestinationTest : public EndpointTest {
+protected:
+    /// The spid that a message to `name` goes to; 0 when it is not sent at once.
+    LinxSpid CachedSpid(const std::string& name) {
+        platform.Calls();
+        platform.sent.clear();
+        IpcMessage message;
+        const unsigned level = std::exchange(platform.level, 0);
+        endpoint.Notify(name, message, false);
+        platform.level = level;
+        const std::vector<std::string> calls = platform.Calls();
+        const bool atOnce = !calls.empty() && calls.front().rfind("linx_alloc", 0) == 0;
+        return atOnce ? platform.sent.front().to : 0;
+    }
+
+    const std::string calling = "log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = ";
+};
+
+TEST_F(DestinationTest, WithoutInitItIsRefusedAndLoggedInAnyCase) {
+    EXPECT_EQ(unopened.ResolveDestination("Peer", true), -1);
+    EXPECT_EQ(unopened.ResolveDestination("Peer", false), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object",
+                                              "log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object"));
+}
+
+TEST_F(DestinationTest, AnAnsweredHuntIsRemembered) {
+    platform.Answers("Peer", {7});
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "linx_sender(s1)", "linx_free_buf(s1)"));
+    EXPECT_EQ(CachedSpid("Peer"), 7u);
+    EXPECT_THAT(platform.SignalsInHand(), IsEmpty());
+}
+
+TEST_F(DestinationTest, AnAnsweredHuntNamesTheSender) {
+    platform.Answers("Peer", {7});
+    endpoint.ResolveDestination("Peer", true);
+    platform.Calls();
+    platform.Arrive(7, 300);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "300 from Peer ''");
+}
+
+TEST_F(DestinationTest, AnAnsweredHuntKeepsTheNameThatASpidHas) {
+    platform.Knows(7, "Peer");
+    platform.Answers("Alias", {7});
+    platform.Arrive(7, 300);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    EXPECT_EQ(endpoint.ResolveDestination("Alias", true), 0);
+    platform.Arrive(7, 301);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    EXPECT_EQ(Described(endpoint.rxMessage), "301 from Peer ''");
+    EXPECT_EQ(CachedSpid("Alias"), 7u);
+    EXPECT_EQ(CachedSpid("Peer"), 7u);
+}
+
+TEST_F(DestinationTest, AHuntInVainIsRememberedAndNotRepeated) {
+    EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved"));
+    platform.Answers("Absent", {7});
+    EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:935 LinxIpc::ResolveDestination: unresolved"));
+}
+
+TEST_F(DestinationTest, AHuntInVainIsRememberedWithoutErrorLinesToo) {
+    EXPECT_EQ(endpoint.ResolveDestination("Absent", false), -1);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})"));
+    EXPECT_EQ(endpoint.ResolveDestination("Absent", false), -1);
+    EXPECT_THAT(platform.Calls(), IsEmpty());
+}
+
+TEST_F(DestinationTest, AKnownNameIsHuntedAgainButKeepsItsSpid) {
+    platform.Answers("Peer", {7, 17});
+    endpoint.ResolveDestination("Peer", true);
+    platform.Calls();
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_EQ(CachedSpid("Peer"), 7u);
+}
+
+TEST_F(DestinationTest, AKnownNameThatIsHuntedInVainKeepsItsSpid) {
+    platform.Answers("Peer", {7});
+    endpoint.ResolveDestination("Peer", true);
+    platform.Answers("Peer", {});
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
+    EXPECT_EQ(CachedSpid("Peer"), 7u);
+}
+
+TEST_F(DestinationTest, AFailedHuntIsLoggedAndNotRemembered) {
+    platform.Answers("Peer", {7});
+    platform.Fail("linx_hunt", {ENOSPC, ENOSPC});
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)",
+                                              "log 2 linxIpc:946 LinxIpc::ResolveDestination: error 28"));
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", false), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)"));
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
+}
+
+TEST_F(DestinationTest, AFailedReceiveIsLoggedAndNotRemembered) {
+    platform.Fail("linx_receive_w_tmo", {EINVAL, EINVAL});
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "log 2 linxIpc:955 LinxIpc::ResolveDestination: error 22"));
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", false), -1);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})"));
+    platform.Answers("Peer", {7});
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
+}
+
+TEST_F(DestinationTest, TheFirstHuntSignalInTheQueueIsTakenAsTheAnswer) {
+    platform.Arrive(99, 251);
+    platform.Answers("Peer", {7});
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
+    EXPECT_EQ(CachedSpid("Peer"), 99u);
+    EXPECT_EQ(endpoint.ResolveDestination("Next", true), 0) << "the answer for Peer is still queued";
+    EXPECT_EQ(CachedSpid("Next"), 7u);
+}
+
+TEST_F(DestinationTest, OtherSignalsStayQueuedWhileHunting) {
+    platform.Arrive(8, 300, "abcd");
+    platform.Arrive(8, 1280);
+    platform.Answers("Peer", {7});
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
+    EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(Described(endpoint.rxMessage), "300 from unknown 'abcd'");
+}
+
+TEST_F(DestinationTest, ALateAnswerEndsUpInReceive) {
+    endpoint.ResolveDestination("Late", true);
+    platform.Knows(7, "Late");
+    platform.Arrive(7, 251);
+    EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(Described(endpoint.rxMessage), "251 from Late ''");
+    EXPECT_EQ(CachedSpid("Late"), 7u) << "naming the sender of the answer has made the name known";
+}
+
+TEST_F(DestinationTest, TheNamePassedMayBeEmpty) {
+    platform.Answers("", {7});
+    EXPECT_EQ(endpoint.ResolveDestination("", true), 0);
+    EXPECT_EQ(CachedSpid(""), 7u);
+}
+
+class MessageOriginatorTest : public DestinationTest {
+protected:
+    int notHunted = 77;
+};
+
+TEST_F(MessageOriginatorTest, BeforeAnyMessageItIsNobody) {
+    EXPECT_EQ(endpoint.MessageOriginator(notHunted), "");
+    EXPECT_EQ(notHunted, 1);
+    EXPECT_EQ(&endpoint.MessageOriginator(notHunted), &endpoint.rxMessage.GetSender());
+}
+
+TEST_F(MessageOriginatorTest, BeforeAnyMessageNobodyMayBeKnown) {
+    endpoint.ResolveDestination("", true);
+    EXPECT_EQ(endpoint.MessageOriginator(notHunted), "");
+    EXPECT_EQ(notHunted, 0);
+}
+
+TEST_F(MessageOriginatorTest, ASenderThatIsKnownIsGivenFromTheCache) {
+    platform.Knows(7, "Peer");
+    platform.Arrive(7, 300);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    const std::string& originator = endpoint.MessageOriginator(notHunted);
+    EXPECT_EQ(originator, "Peer");
+    EXPECT_EQ(notHunted, 0);
+    EXPECT_NE(&originator, &endpoint.rxMessage.GetSender());
+    endpoint.rxMessage.SetSender("changed");
+    EXPECT_EQ(originator, "Peer");
+}
+
+TEST_F(MessageOriginatorTest, ASenderHuntedInVainCountsAsHunted) {
+    endpoint.ResolveDestination("Absent", true);
+    endpoint.rxMessage.SetSender("Absent");
+    EXPECT_EQ(endpoint.MessageOriginator(notHunted), "Absent");
+    EXPECT_EQ(notHunted, 0);
+}
+
+TEST_F(MessageOriginatorTest, ASenderThatIsNotKnownIsGivenFromTheMessage) {
+    endpoint.rxMessage.SetSender("Stranger");
+    const std::string& originator = endpoint.MessageOriginator(notHunted);
+    EXPECT_EQ(originator, "Stranger");
+    EXPECT_EQ(notHunted, 1);
+    EXPECT_EQ(&originator, &endpoint.rxMessage.GetSender());
+}
+
+TEST_F(MessageOriginatorTest, ItIsAboutTheEndpointsOwnMessageOnly) {
+    IpcMessage message;
+    platform.Knows(7, "Peer");
+    platform.Arrive(7, 300);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, &message);
+    EXPECT_EQ(endpoint.MessageOriginator(notHunted), "");
+    EXPECT_EQ(notHunted, 1);
+}
+
+TEST_F(MessageOriginatorTest, ItAsksNothingOfThePlatform) {
+    unopened.MessageOriginator(notHunted);
+    EXPECT_EQ(notHunted, 1);
+    EXPECT_THAT(platform.Calls(), IsEmpty());
+}
+
+}  // namespace

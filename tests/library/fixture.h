@@ -1,0 +1,64 @@
+#ifndef LINXIPC_TESTS_LIBRARY_FIXTURE_H
+#define LINXIPC_TESTS_LIBRARY_FIXTURE_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "interposed.h"
+#include "ipc/linxIpc.h"
+#include "recording_platform.h"
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// The message as text: "300 from Peer 'payload'".
+inline std::string Described(IpcMessage& message) {
+    const std::string payload = message.DataPtr() != nullptr ? std::string(message.DataPtr(), message.Length()) : "";
+    return std::to_string(message.MsgType()) + " from " + message.GetSender() + " '" + payload + "'";
+}
+
+/// A handler that notes its user data, a name, and the message in `rxMessage`.
+inline void NoteMessage(LinxIpc* endpoint, void* userData) {
+    recording::Platform::Instance().Note(std::string(static_cast<const char*>(userData)) + ": " +
+                                         Described(endpoint->rxMessage));
+}
+
+/// The same for `relayMessage`.
+inline void NoteRelay(LinxIpc* endpoint, void* userData) {
+    recording::Platform::Instance().Note(std::string(static_cast<const char*>(userData)) + ": " +
+                                         Described(endpoint->relayMessage));
+}
+
+/// User data for handlers.
+inline void* Named(const char* name) {
+    return const_cast<char*>(name);
+}
+
+/// The four bytes of a word, as a signal carries them.
+inline std::string Word(std::int32_t value) {
+    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+/// Tests on a platform that has recorded nothing yet.
+class LibraryTest : public ::testing::Test {
+protected:
+    LibraryTest() { platform.Reset(); }
+
+    recording::Platform& platform = recording::Platform::Instance();
+};
+
+/// Tests of an endpoint that is open; its opening is not among the calls.
+class EndpointTest : public LibraryTest {
+protected:
+    EndpointTest() {
+        endpoint.Init();
+        platform.Calls();
+    }
+
+    LinxIpc endpoint{"Self"};
+    LinxIpc unopened{"Unopened"};
+};
+
+#endif

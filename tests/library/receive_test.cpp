@@ -1,0 +1,612 @@
+#include <cerrno>
+#include <string>
+
+#include "fixture.h"
+
+namespace {
+
+const std::string nobody;
+
+class ReceiveTest : public EndpointTest {
+protected:
+    ReceiveTest() {
+        platform.Knows(7, "Peer");
+        platform.Knows(8, "Other");
+    }
+
+    /// Makes the endpoint know the names of both peers.
+    void MeetPeers() {
+        for (LinxSpid spid : {7u, 8u}) {
+            platform.Arrive(spid, 1);
+            endpoint.Receive(-1, 0, nobody, nullptr);
+        }
+        platform.Calls();
+    }
+
+    IpcMessage message;
+};
+
+// Receiving one signal
+
+TEST_F(ReceiveTest, WithoutInitItIsRefused) {
+    EXPECT_EQ(unopened.Receive(0, 0, nobody, nullptr), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:653 Receive: use of un-initialized object"));
+}
+
+TEST_F(ReceiveTest, AnUntimedReceiveOfAnythingNamesCopiesDispatchesAndFrees) {
+    endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0})", "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")",
+                            "handler: 300 from Peer 'abcd'", "linx_free_buf(s1)"));
+    EXPECT_EQ(platform.namesReturned, platform.namesHandedOut);
+    EXPECT_EQ(Described(endpoint.rxMessage), "300 from Peer 'abcd'");
+}
+
+TEST_F(ReceiveTest, ATimedReceiveTakesAStampAndRecalculatesBeforeTheSignalIsFreed) {
+    endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s1)",
+                            "linx_get_name(7)", "linx_free_name(\"Peer\")", "handler: 300 from Peer 'abcd'",
+                            "ReCalcTimeout(1001)", "linx_free_buf(s1)"));
+}
+
+TEST_F(ReceiveTest, AnAwaitedTypeIsSelectedTogetherWithShutdownAndProcessDied) {
+    MeetPeers();
+    endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
+    endpoint.RegisterDefault(NoteMessage, Named("default"));
+    platform.Arrive(7, 301, "left");
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 300, "Peer", &message), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s4)", "linx_free_buf(s4)"));
+    EXPECT_EQ(Described(message), "300 from Peer 'abcd'");
+    EXPECT_EQ(Described(endpoint.rxMessage), "1 from Other ''") << "the endpoint's own message is left alone";
+}
+
+TEST_F(ReceiveTest, AnAwaitedTypeIsSelectedInATimedReceiveToo) {
+    MeetPeers();
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(250, 300, "Peer", nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(250) = 1001", "linx_receive_w_tmo(250, {3, 1280, 1281, 300})",
+                            "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "300 from Peer 'abcd'");
+}
+
+TEST_F(ReceiveTest, TheAwaitedPeerDoesNotHaveToBeTheSender) {
+    platform.Arrive(8, 300);
+    EXPECT_EQ(endpoint.Receive(-1, 300, "Peer", &message), 0);
+    EXPECT_EQ(Described(message), "300 from Other ''");
+}
+
+TEST_F(ReceiveTest, AQuietTimeOutGives110WithoutALine) {
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})"));
+}
+
+TEST_F(ReceiveTest, TimeOutZeroIsATimedReceive) {
+    EXPECT_EQ(endpoint.Receive(0, 0, nobody, nullptr), 110);
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0})"));
+}
+
+TEST_F(ReceiveTest, AnyNegativeTimeOutIsNoLimit) {
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(-2147483647 - 1, 0, nobody, nullptr), 0);
+    EXPECT_EQ(platform.Calls().front(), "linx_receive({0})");
+}
+
+TEST_F(ReceiveTest, AFailedReceiveIsLoggedAndReturned) {
+    platform.Fail("linx_receive", {EINVAL});
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 22);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "log 2 linxIpc:700 Receive: error 22"));
+}
+
+TEST_F(ReceiveTest, AFailedTimedReceiveIsLoggedAndReturned) {
+    platform.Fail("linx_receive_w_tmo", {ECHILD});
+    EXPECT_EQ(endpoint.Receive(10, 0, nobody, nullptr), 10);
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(10) = 1001", "linx_receive_w_tmo(10, {0})",
+                                              "log 2 linxIpc:700 Receive: error 10"));
+}
+
+TEST_F(ReceiveTest, ASignalWithoutPayloadGivesAnEmptyMessage) {
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 0);
+    EXPECT_EQ(Described(message), "300 from Peer ''");
+    EXPECT_EQ(message.DataPtr(), nullptr);
+}
+
+TEST_F(ReceiveTest, TheBufferOfTheMessageIsUsedAgain) {
+    platform.Arrive(7, 300, "long payload");
+    platform.Arrive(7, 301, "short");
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    char* const buffer = endpoint.rxMessage.DataPtr();
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    EXPECT_EQ(endpoint.rxMessage.DataPtr(), buffer);
+    EXPECT_EQ(Described(endpoint.rxMessage), "301 from Peer 'short'");
+}
+
+TEST_F(ReceiveTest, AMessageThatIsTooLongIsLoggedDispatchedAndFreed) {
+    MeetPeers();
+    endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
+    platform.Arrive(7, 300, std::string(65533, 'x'));
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 90);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)",
+                                              "log 2 linxIpc:770 Receive: error allocating message: 90",
+                                              "handler: 300 from Peer ''", "linx_free_buf(s3)"));
+}
+
+TEST_F(ReceiveTest, TheLongestMessageIsTaken) {
+    platform.Arrive(7, 300, std::string(65532, 'x'));
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 0);
+    EXPECT_EQ(message.Length(), 65532u);
+}
+
+TEST_F(ReceiveTest, ExhaustedMemoryIsLoggedAndReturned) {
+    MeetPeers();
+    platform.Arrive(7, 300, "abcd");
+    interposed::refusesArrays = true;
+    EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &message), 12);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)",
+                            "log 2 linxIpc:770 Receive: error allocating message: 12", "linx_free_buf(s3)"));
+}
+
+TEST_F(ReceiveTest, AHandlerSeesTheCallersMessage) {
+    platform.Arrive(7, 300, "abcd");
+    endpoint.RegisterHandler(
+        300,
+        [](LinxIpc*, void* userData) {
+            recording::Platform::Instance().Note(Described(*static_cast<IpcMessage*>(userData)));
+        },
+        &message);
+    endpoint.Receive(-1, 0, nobody, &message);
+    EXPECT_THAT(platform.Calls(), ::testing::Contains("300 from Peer 'abcd'"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "0 from  ''");
+}
+
+TEST_F(ReceiveTest, AHandlerMayReceiveAndRequestItself) {
+    MeetPeers();
+    endpoint.RegisterHandler(
+        300,
+        [](LinxIpc* called, void*) {
+            IpcMessage request;
+            IpcMessage reply;
+            called->Request("Peer", request, 400, -1, &reply);
+            recording::Platform::Instance().Note("reply: " + Described(reply));
+        },
+        nullptr);
+    platform.Arrive(7, 300);
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0})", "linx_sender(s3)", "linx_alloc(4, 0) = s5", "linx_send(s5, 7)",
+                            "linx_receive({3, 1280, 1281, 400})", "linx_sender(s4)", "linx_free_buf(s4)",
+                            "reply: 400 from Peer 'abcd'", "linx_free_buf(s3)"));
+}
+
+TEST_F(ReceiveTest, ARelayMessageOfTheCallerAdoptsThePayload) {
+    MeetPeers();
+    RelayMessage relay(&unopened);
+    platform.Arrive(7, 300, "abcdefgh");
+    EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &relay), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "linx_free_buf(s3)"));
+    EXPECT_EQ(relay.MsgType(), 300u);
+    EXPECT_EQ(relay.Length(), 8u);
+    EXPECT_EQ(relay.DataPtr(), reinterpret_cast<char*>(relay.Sig()) + 4);
+    relay.Deallocate();
+}
+
+// The sender's name
+
+TEST_F(ReceiveTest, LinxIsAskedForANameOncePerSpid) {
+    platform.Arrive(7, 300);
+    platform.Arrive(7, 301);
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    platform.Calls();
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "301 from Peer ''");
+}
+
+TEST_F(ReceiveTest, ANameThatCannotBeToldStaysUnknown) {
+    platform.Arrive(9, 300);
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0})", "linx_sender(s1)", "linx_get_name(9)", "linx_free_buf(s1)"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "300 from unknown ''");
+
+    platform.Knows(9, "Known");
+    platform.Arrive(9, 301);
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "301 from unknown ''");
+}
+
+TEST_F(ReceiveTest, AnUnknownSenderIsNoDestination) {
+    platform.Arrive(9, 300);
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    int notHunted = 0;
+    EXPECT_EQ(endpoint.MessageOriginator(notHunted), "unknown");
+    EXPECT_EQ(notHunted, 1);
+}
+
+TEST_F(ReceiveTest, ASenderIsADestinationFromThenOn) {
+    platform.Arrive(7, 300);
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    platform.Calls();
+    EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
+}
+
+TEST_F(ReceiveTest, ASenderUnderANewSpidReplacesTheOldOne) {
+    MeetPeers();
+    platform.Knows(17, "Peer");
+    platform.Arrive(17, 300);
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    platform.Calls();
+    endpoint.Notify("Peer", message, true);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s4", "linx_send(s4, 17)"));
+}
+
+TEST_F(ReceiveTest, ASenderThatWasHuntedInVainIsADestinationAgain) {
+    endpoint.ResolveDestination("Peer", true);
+    platform.Arrive(7, 300);
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    platform.Calls();
+    EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
+}
+
+TEST_F(ReceiveTest, ASpidThatWasSeenDoesNotReviveItsDestination) {
+    MeetPeers();
+    platform.Fail("linx_send", {ECONNRESET});
+    endpoint.Notify("Peer", message, false);  // forgets the spid, hunts in vain
+    platform.Arrive(7, 300);
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    platform.Calls();
+    EXPECT_EQ(endpoint.Notify("Peer", message, false), -1);
+    EXPECT_THAT(platform.Calls(), IsEmpty());
+}
+
+// Hunt signals
+
+TEST_F(ReceiveTest, AHuntSignalEndsTheCallAndIsNotFreed) {
+    endpoint.RegisterHandler(251, NoteMessage, Named("handler"));
+    endpoint.RegisterRelayHandler(251, NoteRelay, Named("relay"));
+    endpoint.RegisterDefault(NoteMessage, Named("default"));
+    platform.Arrive(7, 251, "left out");
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})",
+                                              "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "251 from Peer ''");
+    EXPECT_EQ(platform.SignalsInHand(), std::set<std::string>{"s1"});
+}
+
+TEST_F(ReceiveTest, AnAwaitedHuntSignalIsNotFreedEither) {
+    MeetPeers();
+    platform.Arrive(7, 251);
+    EXPECT_EQ(endpoint.Receive(-1, 251, nobody, &message), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({3, 1280, 1281, 251})", "linx_sender(s3)"));
+    EXPECT_EQ(Described(message), "251 from Peer ''");
+}
+
+TEST_F(ReceiveTest, AHuntSignalGivesTheResultOfTheMessagesAllocate) {
+    MeetPeers();
+    RelayMessage relay(&endpoint);
+    platform.Arrive(7, 251);
+    platform.Fail("linx_alloc", {ENOMEM});
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &relay), 1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)", "linx_alloc(4, 251) = null"));
+}
+
+// Relay handlers
+
+TEST_F(ReceiveTest, ARelayHandlerGetsTheSignalItself) {
+    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s1)",
+                            "linx_get_name(7)", "linx_free_name(\"Peer\")", "relay: 300 from Peer 'abcd'"));
+    EXPECT_EQ(platform.Content(endpoint.relayMessage.Sig()), "300 'abcd'");
+    EXPECT_EQ(Described(endpoint.rxMessage), "0 from Peer ''") << "only the sender is taken over";
+}
+
+TEST_F(ReceiveTest, ASignalThatWasNotRelayedIsFreedByTheNext) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    platform.Arrive(7, 300, "abcd");
+    platform.Arrive(8, 300, "efgh");
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    platform.Calls();
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s4)", "linx_free_buf(s3)",
+                                              "relay: 300 from Other 'efgh'"));
+}
+
+TEST_F(ReceiveTest, ARelayHandlerRunsAlsoForAnAwaitedType) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &message), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "relay: 300 from Peer 'abcd'"));
+    EXPECT_EQ(Described(message), "0 from Peer ''");
+}
+
+TEST_F(ReceiveTest, ARelayedShutdownRequestEndsTheCallWithZero) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(1280, NoteRelay, Named("relay"));
+    endpoint.RegisterShutdown(NoteMessage, Named("shutdown"));
+    platform.Arrive(7, 1280);
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)", "relay: 1280 from Peer ''"));
+}
+
+TEST_F(ReceiveTest, ARelayedProcessDiedNoticeEndsTheCallWithZero) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(1281, NoteRelay, Named("relay"));
+    platform.Arrive(7, 1281, Word(3));
+    EXPECT_EQ(endpoint.Receive(-1, 300, "ConfigMgr", nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)",
+                                              "relay: 1281 from Peer '" + Word(3) + "'"));
+}
+
+// Dispatch
+
+TEST_F(ReceiveTest, TheDefaultHandlerTakesWhatHasNoHandler) {
+    MeetPeers();
+    endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
+    endpoint.RegisterDefault(NoteMessage, Named("default"));
+    platform.Arrive(7, 301, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)", "default: 301 from Peer 'abcd'",
+                                              "linx_free_buf(s3)"));
+}
+
+TEST_F(ReceiveTest, WithoutAnyHandlerTheMessageIsCopiedOnly) {
+    MeetPeers();
+    platform.Arrive(7, 301, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 0);
+    EXPECT_EQ(Described(message), "301 from Peer 'abcd'");
+}
+
+// Shutdown requests
+
+TEST_F(ReceiveTest, AShutdownRequestIsDispatchedAndEndsTheCallWith108) {
+    MeetPeers();
+    endpoint.RegisterShutdown(NoteMessage, Named("shutdown"));
+    platform.Arrive(7, 1280);
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 108);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s3)",
+                            "shutdown: 1280 from Peer ''", "ReCalcTimeout(1001)", "linx_free_buf(s3)",
+                            "log 512 linxIpc:802 Receive: Shutdown Requested"));
+}
+
+TEST_F(ReceiveTest, AShutdownRequestIsDispatchedWhileAnotherTypeIsAwaited) {
+    MeetPeers();
+    endpoint.RegisterShutdown(NoteMessage, Named("shutdown"));
+    platform.Arrive(7, 1280);
+    EXPECT_EQ(endpoint.Receive(-1, 300, "Peer", nullptr), 108);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "shutdown: 1280 from Peer ''",
+                            "linx_free_buf(s3)", "log 512 linxIpc:802 Receive: Shutdown Requested"));
+}
+
+TEST_F(ReceiveTest, AShutdownRequestGoesToTheDefaultHandlerWhenItHasNone) {
+    MeetPeers();
+    endpoint.RegisterDefault(NoteMessage, Named("default"));
+    platform.Arrive(7, 1280);
+    EXPECT_EQ(endpoint.Receive(-1, 300, "Peer", nullptr), 108);
+    EXPECT_THAT(platform.Calls(), ::testing::Contains("default: 1280 from Peer ''"));
+}
+
+TEST_F(ReceiveTest, AShutdownRequestThatCannotBeCopiedGives108) {
+    MeetPeers();
+    platform.Arrive(7, 1280, "abcd");
+    interposed::refusesArrays = true;
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 108);
+    EXPECT_THAT(
+        platform.Calls(),
+        ElementsAre("linx_receive({0})", "linx_sender(s3)", "log 2 linxIpc:770 Receive: error allocating message: 12",
+                    "linx_free_buf(s3)", "log 512 linxIpc:802 Receive: Shutdown Requested"));
+}
+
+// Process-died notices
+
+TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsDispatchedAndTheWaitGoesOn) {
+    MeetPeers();
+    endpoint.RegisterProcessDied(NoteMessage, Named("died"));
+    platform.timesLeft = {320, 300};
+    platform.Arrive(7, 1281, Word(3));
+    platform.Arrive(8, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
+    EXPECT_THAT(
+        platform.Calls(),
+        ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s3)",
+                    "died: 1281 from Peer '" + Word(3) + "'", "ReCalcTimeout(1001)", "linx_free_buf(s3)",
+                    "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr", "CalcInitialTimeout(320) = 1002",
+                    "linx_receive_w_tmo(320, {0})", "linx_sender(s4)", "ReCalcTimeout(1002)", "linx_free_buf(s4)"));
+    EXPECT_EQ(Described(endpoint.rxMessage), "300 from Other 'abcd'");
+}
+
+TEST_F(ReceiveTest, ANoticeGoesToTheDefaultHandlerWhenItHasNone) {
+    endpoint.RegisterDefault(NoteMessage, Named("default"));
+    platform.Arrive(7, 1281, Word(3));
+    EXPECT_EQ(endpoint.Receive(10, 0, nobody, nullptr), 110);
+    EXPECT_THAT(platform.Calls(), ::testing::Contains("default: 1281 from Peer '" + Word(3) + "'"));
+}
+
+TEST_F(ReceiveTest, TheRemainingTimeShrinksOverAllTurns) {
+    MeetPeers();
+    platform.timesLeft = {400, 150, 0};
+    for (int i = 0; i < 3; ++i) platform.Arrive(7, 13264);
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s3)",
+                            "ReCalcTimeout(1001)", "linx_free_buf(s3)", "CalcInitialTimeout(400) = 1002",
+                            "linx_receive_w_tmo(400, {0})", "linx_sender(s4)", "ReCalcTimeout(1002)",
+                            "linx_free_buf(s4)", "CalcInitialTimeout(150) = 1003", "linx_receive_w_tmo(150, {0})",
+                            "linx_sender(s5)", "ReCalcTimeout(1003)", "linx_free_buf(s5)",
+                            "CalcInitialTimeout(0) = 1004", "linx_receive_w_tmo(0, {0})"));
+}
+
+TEST_F(ReceiveTest, ATimedCallStaysTimedWhateverTheTimeLeft) {
+    MeetPeers();
+    platform.timesLeft = {-1};
+    platform.Arrive(7, 13264);
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
+    const std::vector<std::string> calls = platform.Calls();
+    EXPECT_EQ(calls.at(calls.size() - 2), "CalcInitialTimeout(-1) = 1002");
+    EXPECT_EQ(calls.back(), "linx_receive_w_tmo(4294967295, {0})");
+}
+
+TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerEndsTheCallWith113) {
+    MeetPeers();
+    endpoint.RegisterProcessDied(NoteMessage, Named("died"));
+    endpoint.RegisterDefault(NoteMessage, Named("default"));
+    platform.Arrive(7, 1281, Word(3));
+    EXPECT_EQ(endpoint.Receive(500, 300, "ConfigMgr", &message), 113);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {3, 1280, 1281, 300})",
+                            "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)",
+                            "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr",
+                            "log 2 linxIpc:817 Receive: host unreachable"));
+    EXPECT_EQ(Described(message), "1281 from Peer '" + Word(3) + "'");
+}
+
+TEST_F(ReceiveTest, AnAwaitedPeerThatDiesEndsAlsoADispatchingCall) {
+    MeetPeers();
+    endpoint.RegisterProcessDied(NoteMessage, Named("died"));
+    platform.Arrive(7, 1281, Word(30));
+    EXPECT_EQ(endpoint.Receive(-1, 0, "toVp0/EncodeCtrl", nullptr), 113);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0})", "linx_sender(s3)", "died: 1281 from Peer '" + Word(30) + "'",
+                            "linx_free_buf(s3)", "log 16 linxIpc:813 Receive: Process died 30 - toVp0/EncodeCtrl",
+                            "log 2 linxIpc:817 Receive: host unreachable"));
+}
+
+TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsNotDispatchedWhileATypeIsAwaited) {
+    MeetPeers();
+    endpoint.RegisterProcessDied(NoteMessage, Named("died"));
+    endpoint.RegisterDefault(NoteMessage, Named("default"));
+    platform.Arrive(7, 1281, Word(2));
+    platform.Arrive(8, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 300, "ConfigMgr", &message), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "linx_free_buf(s3)",
+                            "log 16 linxIpc:813 Receive: Process died 2 - StateMgr",
+                            "linx_receive({3, 1280, 1281, 300})", "linx_sender(s4)", "linx_free_buf(s4)"));
+    EXPECT_EQ(Described(message), "300 from Other 'abcd'");
+}
+
+TEST_F(ReceiveTest, AnAwaitedNoticeIsNeverAResultOfItsOwn) {
+    platform.Arrive(7, 1281, Word(2));
+    EXPECT_EQ(endpoint.Receive(10, 1281, nobody, &message), 110);
+    EXPECT_EQ(message.MsgType(), 1281u);
+}
+
+class AwaitedNameTest : public ReceiveTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(AwaitedNameTest, HasToBeEqualInEveryByte) {
+    platform.Arrive(7, 1281, Word(3));
+    EXPECT_EQ(endpoint.Receive(10, 0, GetParam(), nullptr), 110);
+}
+
+INSTANTIATE_TEST_SUITE_P(Receive, AwaitedNameTest,
+                         ::testing::Values("", "ConfigMg", "ConfigMgr ", "configmgr", "ConfigMgs",
+                                           "UndefinedServer"));
+
+TEST_F(ReceiveTest, ANameWithAZeroByteIsAnotherName) {
+    platform.Arrive(7, 1281, Word(3));
+    EXPECT_EQ(endpoint.Receive(10, 0, std::string("ConfigMgr\0", 10), nullptr), 110);
+}
+
+TEST_F(ReceiveTest, ANoticeAboutAnUnknownProcessIsAboutTheUndefinedServer) {
+    MeetPeers();
+    platform.Arrive(7, 1281, Word(-5));
+    EXPECT_EQ(endpoint.Receive(-1, 300, "UndefinedServer", nullptr), 113);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "linx_free_buf(s3)",
+                            "log 1 LinxServerNameList:128 LinxServerNameList::Name - ServerName not found for -5,"
+                            "    size = 37",
+                            "log 16 linxIpc:813 Receive: Process died -5 - UndefinedServer",
+                            "log 2 linxIpc:817 Receive: host unreachable"));
+}
+
+class ShortNoticeTest : public ReceiveTest, public ::testing::WithParamInterface<std::size_t> {};
+
+TEST_P(ShortNoticeTest, CountsAsOneAboutProcessZero) {
+    MeetPeers();
+    platform.Arrive(7, 1281, std::string(GetParam(), '\1'));
+    EXPECT_EQ(endpoint.Receive(-1, 300, "UndefinedServer", nullptr), 113);
+    EXPECT_THAT(platform.Calls(),
+                ::testing::Contains("log 16 linxIpc:813 Receive: Process died 0 - UndefinedServer"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Receive, ShortNoticeTest, ::testing::Values(0u, 1u, 2u, 3u));
+
+TEST_F(ReceiveTest, ALongerNoticeBeginsWithTheProcess) {
+    platform.Arrive(7, 1281, Word(3) + "more");
+    EXPECT_EQ(endpoint.Receive(-1, 300, "ConfigMgr", nullptr), 113);
+}
+
+TEST_F(ReceiveTest, ANoticeThatCannotBeCopiedStillCounts) {
+    platform.Arrive(7, 1281, Word(3));
+    interposed::refusesArrays = true;
+    EXPECT_EQ(endpoint.Receive(-1, 300, "ConfigMgr", &message), 113);
+}
+
+TEST_F(ReceiveTest, AHandlerThatOverwritesTheMessageDoesNotChangeWhoDied) {
+    endpoint.RegisterProcessDied([](LinxIpc* called, void*) { called->rxMessage.Allocate(300, 4, Word(2).data()); },
+                                 nullptr);
+    platform.Arrive(7, 1281, Word(3));
+    EXPECT_EQ(endpoint.Receive(-1, 0, "ConfigMgr", nullptr), 113);
+}
+
+// The signal after which the wait goes on
+
+TEST_F(ReceiveTest, ASignal13264IsDispatchedAndTheWaitGoesOn) {
+    MeetPeers();
+    endpoint.RegisterHandler(13264, NoteMessage, Named("handler"));
+    platform.Arrive(7, 13264, "abcd");
+    platform.Arrive(7, 300, "next");
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0})", "linx_sender(s3)", "handler: 13264 from Peer 'abcd'",
+                            "linx_free_buf(s3)", "linx_receive({0})", "linx_sender(s4)", "linx_free_buf(s4)"));
+}
+
+TEST_F(ReceiveTest, AnAwaited13264IsNotDispatchedAndDoesNotEndTheWait) {
+    endpoint.RegisterHandler(13264, NoteMessage, Named("handler"));
+    platform.Arrive(7, 13264, "abcd");
+    EXPECT_EQ(endpoint.Receive(10, 13264, nobody, &message), 110);
+    EXPECT_THAT(platform.Calls(), ::testing::Not(::testing::Contains(::testing::HasSubstr("handler:"))));
+    EXPECT_EQ(Described(message), "13264 from Peer 'abcd'");
+}
+
+TEST_F(ReceiveTest, AFailureInALaterTurnIsReturned) {
+    MeetPeers();
+    platform.Arrive(7, 13264);
+    platform.Fail("linx_receive", {0, EINVAL});
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 22);
+}
+
+// Nothing is lost
+
+TEST_F(ReceiveTest, EverySignalButHuntAndRelayedOnesIsFreedOnce) {
+    for (std::uint32_t number : {300u, 1281u, 13264u, 1280u}) platform.Arrive(7, number, "abcd");
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    endpoint.Receive(-1, 0, nobody, nullptr);
+    EXPECT_EQ(platform.buffersFreed, 4u);
+    EXPECT_THAT(platform.SignalsInHand(), IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,65 @@
+#include <cerrno>
+
+#include "fixture.h"
+
+namespace {
+
+class ReceiveWatchdogTest : public EndpointTest {
+protected:
+    Watchdog watchdog;
+};
+
+TEST_F(ReceiveWatchdogTest, AHandledSignalPetsTheWatchdog) {
+    endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
+    platform.Knows(7, "Peer");
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(watchdog, 500), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s1)",
+                            "linx_get_name(7)", "linx_free_name(\"Peer\")", "handler: 300 from Peer ''",
+                            "ReCalcTimeout(1001)", "linx_free_buf(s1)", "PetWatchdog"));
+}
+
+TEST_F(ReceiveWatchdogTest, AQuietTimeOutPetsTheWatchdogAndGivesItsResult) {
+    EXPECT_EQ(endpoint.Receive(watchdog, 500), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "PetWatchdog"));
+}
+
+TEST_F(ReceiveWatchdogTest, TheResultIsTheWatchdogs) {
+    platform.petResult = 42;
+    EXPECT_EQ(endpoint.Receive(watchdog, 0), 42);
+    platform.petResult = -1;
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(watchdog, -1), -1);
+}
+
+TEST_F(ReceiveWatchdogTest, AShutdownDoesNotPet) {
+    platform.petResult = 42;
+    platform.Arrive(7, 1280);
+    EXPECT_EQ(endpoint.Receive(watchdog, -1), 108);
+    EXPECT_THAT(platform.Calls(), ::testing::Not(::testing::Contains("PetWatchdog")));
+}
+
+TEST_F(ReceiveWatchdogTest, AFailureDoesNotPet) {
+    platform.petResult = 42;
+    platform.Fail("linx_receive", {EINVAL});
+    EXPECT_EQ(endpoint.Receive(watchdog, -1), 22);
+    EXPECT_EQ(unopened.Receive(watchdog, -1), -1);
+    EXPECT_THAT(platform.Calls(), ::testing::Not(::testing::Contains("PetWatchdog")));
+}
+
+TEST_F(ReceiveWatchdogTest, AMessageThatCouldNotBeCopiedDoesNotPet) {
+    platform.Arrive(7, 300, "abcd");
+    interposed::refusesArrays = true;
+    EXPECT_EQ(endpoint.Receive(watchdog, -1), 12);
+    EXPECT_THAT(platform.Calls(), ::testing::Not(::testing::Contains("PetWatchdog")));
+}
+
+TEST_F(ReceiveWatchdogTest, NoPeerIsAwaited) {
+    platform.Arrive(7, 1281, Word(0));
+    EXPECT_EQ(endpoint.Receive(watchdog, 5), 0);
+    EXPECT_THAT(platform.Calls(), ::testing::Contains("PetWatchdog"));
+}
+
+}  // namespace

@@ -1,0 +1,158 @@
+#include <cerrno>
+#include <memory>
+#include <string>
+
+#include "fixture.h"
+
+namespace {
+
+class RelayTest : public EndpointTest {
+protected:
+    RelayTest() {
+        message.Allocate(300, 4, nullptr);  // s1
+        message.Fill("abcd", 4);
+        message.SetSender("First");
+        platform.Calls();
+    }
+
+    void KnowPeer() {
+        platform.Answers("Peer", {7});
+        endpoint.ResolveDestination("Peer", true);
+        platform.Calls();
+    }
+
+    RelayMessage message{&endpoint};
+    const std::string calling = "log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = ";
+};
+
+TEST_F(RelayTest, WithoutInitItIsRefused) {
+    RelayMessage unsent(&unopened);
+    EXPECT_EQ(unopened.Relay(unsent, "Peer"), -1);
+    EXPECT_EQ(unopened.Relay(message, "Peer"), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:1134 LinxIpc::Attach use of un-initialized object",
+                                              "log 2 linxIpc:1134 LinxIpc::Attach use of un-initialized object"));
+}
+
+TEST_F(RelayTest, AnotherEndpointsMessageIsRefusedAndKeepsItsSignal) {
+    LinxIpc other("Other");
+    other.Init();
+    platform.Calls();
+    EXPECT_EQ(other.Relay(message, "Peer"), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:1139 Signal must be sent from originating endpoint"));
+    EXPECT_EQ(platform.Content(message.Sig()), "300 'abcd'");
+}
+
+TEST_F(RelayTest, TheSignalItselfGoesOutAndTheMessageIsEmptied) {
+    KnowPeer();
+    EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_send(s1, 7)"));
+    ASSERT_EQ(platform.sent.size(), 1u);
+    EXPECT_EQ(platform.sent[0].number, 300u);
+    EXPECT_EQ(platform.sent[0].payload, "abcd");
+    EXPECT_EQ(message.Sig(), nullptr);
+    EXPECT_EQ(message.DataPtr(), nullptr);
+    EXPECT_EQ(message.Length(), 4u);
+    EXPECT_EQ(message.GetSender(), "First");
+}
+
+TEST_F(RelayTest, ARelayedMessageFreesNothingInTheEnd) {
+    KnowPeer();
+    auto relayed = std::make_unique<RelayMessage>(&endpoint);
+    relayed->Allocate(300, 4, nullptr);
+    endpoint.Relay(*relayed, "Peer");
+    platform.Calls();
+    relayed.reset();
+    EXPECT_THAT(platform.Calls(), IsEmpty());
+}
+
+TEST_F(RelayTest, TheNumberMayBeChangedOnTheWay) {
+    KnowPeer();
+    message.SetType(400);
+    endpoint.Relay(message, "Peer");
+    EXPECT_EQ(platform.sent.at(0).number, 400u);
+    EXPECT_EQ(message.MsgType(), 300u);
+}
+
+TEST_F(RelayTest, AnUnknownDestinationIsHuntedOnceAndRemembered) {
+    platform.Answers("Peer", {7});
+    EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "linx_sender(s2)", "linx_free_buf(s2)", "linx_send(s1, 7)"));
+    message.Allocate(301, 0, nullptr);
+    platform.Calls();
+    EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_send(s3, 7)"));
+}
+
+TEST_F(RelayTest, AnAbsentDestinationIsRefusedAndTheMessageKeepsItsSignal) {
+    EXPECT_EQ(endpoint.Relay(message, "Absent"), -1);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
+                            "log 2 linxIpc:1152 LinxIpc::Notify: cannot resolve destination Absent"));
+    EXPECT_EQ(platform.Content(message.Sig()), "300 'abcd'");
+
+    EXPECT_EQ(endpoint.Relay(message, "Absent"), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:1160 Relay Illegal Spid"));
+    EXPECT_EQ(platform.Content(message.Sig()), "300 'abcd'");
+}
+
+TEST_F(RelayTest, ASpidOfZeroThatAHuntGaveIsTakenAsItIs) {
+    platform.Answers("Odd", {0});
+    EXPECT_EQ(endpoint.Relay(message, "Odd"), 0);
+    EXPECT_EQ(platform.Calls().back(), "linx_send(s1, 0)");
+}
+
+TEST_F(RelayTest, AFailedSendIsLoggedForgetsTheDestinationAndGivesZero) {
+    KnowPeer();
+    platform.Fail("linx_send", {ECONNRESET});
+    EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_send(s1, 7)", "log 4 linxIpc:1169 LinxIpc::Notify: send failed: error 104"));
+    EXPECT_EQ(message.Sig(), nullptr);
+    EXPECT_EQ(message.DataPtr(), nullptr);
+
+    message.Allocate(301, 0, nullptr);
+    platform.Calls();
+    EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "linx_sender(s4)", "linx_free_buf(s4)", "linx_send(s3, 7)"));
+}
+
+TEST_F(RelayTest, AnEmptyMessageIsHandedToLinxAsItIs) {
+    KnowPeer();
+    message.Deallocate();
+    EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_send(null, 7)", "log 4 linxIpc:1169 LinxIpc::Notify: send failed: error 22"));
+}
+
+TEST_F(RelayTest, ARelayHandlerPassesTheReceivedSignalOn) {
+    KnowPeer();
+    platform.Knows(8, "First");
+    endpoint.RegisterRelayHandler(
+        300,
+        [](LinxIpc* called, void*) {
+            recording::Platform::Instance().Note("from " + called->relayMessage.GetSender());
+            called->relayMessage.SetType(400);
+            called->relayMessage.DataPtr()[0] = 'X';
+            called->Relay(called->relayMessage, "Peer");
+        },
+        nullptr);
+    platform.Arrive(8, 300, "abcd");
+    platform.Arrive(8, 300, "efgh");
+    EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0})", "linx_sender(s3)", "linx_get_name(8)", "linx_free_name(\"First\")",
+                            "from First", "linx_send(s3, 7)", "linx_receive({0})", "linx_sender(s4)", "from First",
+                            "linx_send(s4, 7)"));
+    EXPECT_EQ(platform.sent.at(0).number, 400u);
+    EXPECT_EQ(platform.sent.at(0).payload, "Xbcd");
+    EXPECT_EQ(platform.sent.at(1).payload, "Xfgh");
+    EXPECT_EQ(platform.buffersAllocated, 1u) << "nothing was copied: the one is the fixture's";
+}
+
+}  // namespace

@@ -1,0 +1,132 @@
+#include <cerrno>
+#include <string>
+
+#include "fixture.h"
+
+namespace {
+
+class RequestTest : public EndpointTest {
+protected:
+    RequestTest() {
+        for (const auto& [spid, name] : {std::pair<LinxSpid, const char*>{7, "ConfigMgr"}, {8, "Other"}}) {
+            platform.Knows(spid, name);
+            platform.Arrive(spid, 1);
+            endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+        }
+        platform.Calls();
+        request.Allocate(300, 0, nullptr);
+    }
+
+    IpcMessage request;
+    IpcMessage reply;
+};
+
+TEST_F(RequestTest, WithoutInitItIsRefused) {
+    EXPECT_EQ(unopened.Request("ConfigMgr", request, 400, 0, &reply), -1);
+    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:529 Request: use of un-initialized object"));
+}
+
+TEST_F(RequestTest, ItSendsAndAwaitsTheReply) {
+    endpoint.RegisterHandler(400, NoteMessage, Named("handler"));
+    platform.Arrive(8, 301, "left");
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_alloc(4, 300) = s5", "linx_send(s5, 7)", "CalcInitialTimeout(500) = 1001",
+                            "linx_receive_w_tmo(500, {3, 1280, 1281, 400})", "linx_sender(s4)", "ReCalcTimeout(1001)",
+                            "linx_free_buf(s4)"));
+    EXPECT_EQ(Described(reply), "400 from ConfigMgr 'abcd'");
+    EXPECT_EQ(Described(endpoint.rxMessage), "1 from Other ''");
+}
+
+TEST_F(RequestTest, WithoutAMessageTheReplyIsInTheEndpointsOwn) {
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, nullptr), 0);
+    EXPECT_EQ(Described(endpoint.rxMessage), "400 from ConfigMgr 'abcd'");
+}
+
+TEST_F(RequestTest, TheMessageSentMayTakeTheReply) {
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, &request), 0);
+    EXPECT_EQ(Described(request), "400 from ConfigMgr 'abcd'");
+}
+
+TEST_F(RequestTest, ReplyType0AwaitsNothing) {
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 0, 500, &reply), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)"));
+}
+
+TEST_F(RequestTest, AReplyFromSomebodyElseIsAReply) {
+    platform.Arrive(8, 400, "other");
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 0);
+    EXPECT_EQ(Described(reply), "400 from Other 'other'");
+}
+
+TEST_F(RequestTest, AFailedSendIsLoggedAndReturned) {
+    EXPECT_EQ(endpoint.Request("Absent", request, 400, 500, &reply), -1);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = Absent",
+                            "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})",
+                            "log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
+                            "log 2 linxIpc:438 Notify: cannot resolve destination Absent",
+                            "log 2 linxIpc:550 Request: call to LinxIpc::Notify failed: -1"));
+}
+
+TEST_F(RequestTest, AnErrorOfTheSendIsReturnedAsItIs) {
+    platform.Fail("linx_alloc", {ENOMEM});
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 0, 500, &reply), 12);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_alloc(4, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12",
+                            "log 2 linxIpc:550 Request: call to LinxIpc::Notify failed: 12"));
+}
+
+TEST_F(RequestTest, ATimeOutIsLoggedAndReturned) {
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 110);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
+                            "linx_receive_w_tmo(500, {3, 1280, 1281, 400})",
+                            "log 2 linxIpc:544 Request: call to LinxIpc::Receive failed: 110"));
+}
+
+TEST_F(RequestTest, TheDeathOfTheDestinationEndsTheWait) {
+    platform.Arrive(8, 1281, Word(3));
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, &reply), 113);
+    EXPECT_THAT(
+        platform.Calls(),
+        ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "linx_receive({3, 1280, 1281, 400})",
+                    "linx_sender(s3)", "linx_free_buf(s3)", "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr",
+                    "log 2 linxIpc:817 Receive: host unreachable",
+                    "log 2 linxIpc:544 Request: call to LinxIpc::Receive failed: 113"));
+}
+
+TEST_F(RequestTest, TheDeathOfAnotherProcessDoesNotEndTheWait) {
+    platform.Arrive(8, 1281, Word(2));
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, &reply), 0);
+    EXPECT_EQ(Described(reply), "400 from ConfigMgr 'abcd'");
+}
+
+TEST_F(RequestTest, AShutdownRequestEndsTheWait) {
+    endpoint.RegisterShutdown(NoteMessage, Named("shutdown"));
+    platform.Arrive(8, 1280);
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, nullptr), 108);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "linx_receive({3, 1280, 1281, 400})",
+                            "linx_sender(s3)", "shutdown: 1280 from Other ''", "linx_free_buf(s3)",
+                            "log 512 linxIpc:802 Receive: Shutdown Requested",
+                            "log 2 linxIpc:544 Request: call to LinxIpc::Receive failed: 108"));
+}
+
+TEST_F(RequestTest, ASendGivenUpAfter32AttemptsStillAwaitsTheReply) {
+    platform.Answers("ConfigMgr", {7});
+    platform.FailAlways("linx_send", ECONNRESET);
+    platform.level = 0;
+    platform.Arrive(8, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, &reply), 0);
+    EXPECT_EQ(platform.sent.size(), 32u);
+    EXPECT_EQ(Described(reply), "400 from Other 'abcd'");
+}
+
+}  // namespace

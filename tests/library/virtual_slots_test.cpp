@@ -1,0 +1,69 @@
+// The order of the virtual operations, which programs that were compiled against the headers rely on.
+#include <dlfcn.h>
+
+#include <string>
+
+#include "directory/LinxServerNameList.h"
+#include "fixture.h"
+
+namespace {
+
+constexpr int destructors = 2;  // the complete and the deleting one come first
+
+template <typename Object>
+void* Slot(const Object& object, int number) {
+    return (*reinterpret_cast<void* const* const*>(&object))[number];
+}
+
+void* Symbol(const char* name) {
+    void* address = dlsym(RTLD_DEFAULT, name);
+    EXPECT_NE(address, nullptr) << name;
+    return address;
+}
+
+class VirtualSlotsTest : public EndpointTest {};
+
+TEST_F(VirtualSlotsTest, IpcMessageHasAllocateFillAndDataPtr) {
+    const IpcMessage message;
+    EXPECT_EQ(Slot(message, 0), Symbol("_ZN10IpcMessageD1Ev"));
+    EXPECT_EQ(Slot(message, 1), Symbol("_ZN10IpcMessageD0Ev"));
+    EXPECT_EQ(Slot(message, destructors + 0), Symbol("_ZN10IpcMessage8AllocateEjjPc"));
+    EXPECT_EQ(Slot(message, destructors + 1), Symbol("_ZN10IpcMessage4FillEPKcj"));
+    EXPECT_EQ(Slot(message, destructors + 2), Symbol("_ZN10IpcMessage7DataPtrEv"));
+}
+
+TEST_F(VirtualSlotsTest, RelayMessageOverridesAllButDataPtr) {
+    const RelayMessage message(&endpoint);
+    EXPECT_EQ(Slot(message, 0), Symbol("_ZN12RelayMessageD1Ev"));
+    EXPECT_EQ(Slot(message, 1), Symbol("_ZN12RelayMessageD0Ev"));
+    EXPECT_EQ(Slot(message, destructors + 0), Symbol("_ZN12RelayMessage8AllocateEjjPc"));
+    EXPECT_EQ(Slot(message, destructors + 1), Symbol("_ZN12RelayMessage4FillEPKcj"));
+    EXPECT_EQ(Slot(message, destructors + 2), Symbol("_ZN10IpcMessage7DataPtrEv"));
+}
+
+TEST_F(VirtualSlotsTest, LinxIpcHasSendReceiveAndBlocking) {
+    EXPECT_EQ(Slot(endpoint, 0), Symbol("_ZN7LinxIpcD1Ev"));
+    EXPECT_EQ(Slot(endpoint, 1), Symbol("_ZN7LinxIpcD0Ev"));
+    EXPECT_EQ(Slot(endpoint, destructors + 0), Symbol("_ZN7LinxIpc4SendEPKvjRj"));
+    EXPECT_EQ(Slot(endpoint, destructors + 1), Symbol("_ZN7LinxIpc7ReceiveEPvjRj"));
+    EXPECT_EQ(Slot(endpoint, destructors + 2), Symbol("_ZN7LinxIpc8BlockingEb"));
+}
+
+TEST_F(VirtualSlotsTest, LinxServerNameListHasItsDestructorOnly) {
+    const LinxServerNameList& directory = LinxServerNameList::Instance();
+    EXPECT_EQ(Slot(directory, 0), Symbol("_ZN18LinxServerNameListD1Ev"));
+    EXPECT_EQ(Slot(directory, 1), Symbol("_ZN18LinxServerNameListD0Ev"));
+}
+
+TEST_F(VirtualSlotsTest, TheLibraryEmitsFileDescriptorsTableAndType) {
+    Dl_info table{};
+    Dl_info type{};
+    Dl_info library{};
+    ASSERT_NE(dladdr(Symbol("_ZTV14FileDescriptor"), &table), 0);
+    ASSERT_NE(dladdr(Symbol("_ZTI14FileDescriptor"), &type), 0);
+    ASSERT_NE(dladdr(Symbol("_ZN7LinxIpc4InitEv"), &library), 0);
+    EXPECT_STREQ(table.dli_fname, library.dli_fname);
+    EXPECT_STREQ(type.dli_fname, library.dli_fname);
+}
+
+}  // namespace
