@@ -212,13 +212,21 @@ int Endpoint::hunt(const Name& name, LinxSignal** signal) {
         }
         // A dead holder of the name has been reaped by now; any other trouble with its bell is the caller's.
         if (found != 0 && errno != ECONNRESET) return refuse(held, errno);
-        const ColdSection cold(*domain_);
-        if (!cold.entered()) return refuse(held, errno);
-        if (findName(arena(), name) != 0) continue;  // opened in the meantime
-        park(held, spid_);
-        const int failure = addHunt(arena(), cold.file(), spid_, name, held.ref);
-        return failure == 0 ? 0 : refuse(held, failure);
+        bool opened = false;
+        const int failure = keepHunt(name, held, opened);
+        if (failure != 0) return refuse(held, failure);
+        if (!opened) return 0;
     }
+}
+
+/// Leaves the hunt pending unless the name has been opened in the meantime. Returns 0 or an errno value.
+int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
+    const ColdSection cold(*domain_);
+    if (!cold.entered()) return errno;
+    opened = findName(arena(), name) != 0;
+    if (opened) return 0;
+    park(held, spid_);
+    return addHunt(arena(), cold.file(), spid_, name, held.ref);
 }
 
 LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {

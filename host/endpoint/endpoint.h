@@ -95,6 +95,8 @@ private:
     void settle();
     void silence();
 
+    int keepHunt(const Name& name, const Held& held, bool& opened);
+
     bool claim();
     void leaveDomain();
     void giveUpHunts();

@@ -188,7 +188,8 @@ void Endpoint::fireTimeouts() {
 void Endpoint::bury(uint32_t index) {
     Peer* peer = peers_.inSlot(index);
     if (peer == nullptr) return;
-    reap(*domain_, peer->spid);
+    // Asked again, since reaping an endpoint that lives would be its end. One that closed is no longer open.
+    if (bell::isDead(peer->bell.get())) reap(*domain_, peer->spid);
     takeMailbox();
     for (const Ref notice : peer->notices) enqueue(notice);
     peers_.part(index);

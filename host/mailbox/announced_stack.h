@@ -40,11 +40,12 @@ inline Ref take(Word& head, Word& taking, uint32_t leave) {
     uint32_t seen = head.loadAcquire();
     while (seen != closed && (seen != empty || leave == closed)) {
         // Relaxed: the exchange that follows is a release, so no one finds the stack emptied and this not said.
-        // A stale announcement (the exchange failed, then the taker died) names blocks that are still in the stack or
-        // at rest with their owner; the reaper takes neither twice, since it goes by the owner word.
+        // Dying before the exchange leaves the chain announced and in the stack; the reaper goes by the owner words
+        // and counts no block twice.
         taking.storeRelaxed(seen);
         if (head.casSeqCst(seen, leave)) return seen;
     }
+    taking.storeRelaxed(0);  // somebody else emptied the stack: what was announced is not this taker's
     return empty;
 }
 

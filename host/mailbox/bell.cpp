@@ -63,7 +63,10 @@ int make(int directory, Spid spid, unsigned mode) {
         if (mkfifoat(directory, name.text, mode) == -1) return -1;
     }
     const int descriptor = openat(directory, name.text, O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor == -1 || fchmod(descriptor, mode) == 0) return descriptor;
+    if (descriptor == -1) return -1;
+    // One page is plenty, and lets a user without privileges have thousands of bells.
+    fcntl(descriptor, F_SETPIPE_SZ, 4096);
+    if (fchmod(descriptor, mode) == 0) return descriptor;
     const int failure = errno;
     close(descriptor);
     errno = failure;

@@ -89,7 +89,10 @@ void Pool::takeReturned() {
     if (chain == stack::empty) return;
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
         const uint32_t owner = block.owner.loadAcquire();
-        if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(home_)) put(block, ref, sizeClass);
+        if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
+        // One that an earlier user of the slot was home to, given back by somebody who was held up, stays here.
+        if (block.home.loadRelaxed() != home_) own.leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
+        put(block, ref, sizeClass);
     });
     own.takingReturned.storeRelease(0);  // after the last block got its owner
     if (freeLines_ > surplusLines(arena())) trim();
