@@ -1,0 +1,287 @@
+// The descriptor is readable exactly while a receive of any signal would not wait.
+
+#include <poll.h>
+
+#include "tests/processes/support/child.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/signals.h"
+
+namespace {
+
+using Descriptor = ProcessTest;
+
+constexpr uint32_t item = 100;
+constexpr uint32_t other = 101;
+constexpr uint32_t notice = 102;
+
+/// Sends signals of the numbers that it is told, to the endpoint "looker", and says when each is sent; 0 ends it.
+void obedientSender(Line& parent) {
+    Endpoint endpoint("sender");
+    const LinxSpid to = hunt(endpoint, "looker");
+    parent.tell(spidOf(endpoint));
+    while (const uint32_t number = parent.hear()) {
+        EXPECT_EQ(0, send(endpoint, to, number));
+        parent.tell();
+    }
+}
+
+/// An endpoint "looker" and a process that sends to it what it is told to.
+class Looker : public ProcessTest {
+protected:
+    void SetUp() override {
+        ProcessTest::SetUp();
+        sender = std::make_unique<Child>(obedientSender);
+        endpoint = std::make_unique<Endpoint>("looker");
+        senderSpid = sender->hear();
+    }
+    void TearDown() override {
+        endpoint.reset();
+        sender.reset();
+        ProcessTest::TearDown();
+    }
+    void haveSent(uint32_t number) const {
+        sender->tell(number);
+        sender->hear();
+    }
+
+    std::unique_ptr<Child> sender;
+    std::unique_ptr<Endpoint> endpoint;
+    LinxSpid senderSpid = 0;
+};
+
+TEST_F(Looker, IsNotReadableBeforeAnythingWasSent) {
+    EXPECT_FALSE(endpoint->readable());
+    expectNothing(*endpoint);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, IsTheSameDescriptorEachTime) {
+    EXPECT_EQ(endpoint->descriptor(), linx_get_descriptor(*endpoint));
+}
+
+TEST_F(Looker, IsReadableFromTheFirstSignalToTheLast) {
+    for (int i = 0; i < 3; ++i) haveSent(item);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(endpoint->readable());
+        expectSignal(*endpoint, item, 0);
+    }
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, StaysReadableUntilSomethingIsReceived) {
+    haveSent(item);
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(endpoint->readable());
+    expectSignal(*endpoint, item, 0);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, StaysReadableWhenASelectiveReceiveLeavesOthers) {
+    haveSent(other);
+    haveSent(item);
+    ASSERT_TRUE(receive(*endpoint, 0, {item}));
+    EXPECT_TRUE(endpoint->readable());
+    EXPECT_FALSE(receive(*endpoint, 0, {item}));
+    EXPECT_TRUE(endpoint->readable());
+    EXPECT_FALSE(receive(*endpoint, 20, {item}));
+    EXPECT_TRUE(endpoint->readable());
+    ASSERT_TRUE(receive(*endpoint, 0, {other}));
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, IsReadableAgainAfterItHadRunDry) {
+    for (int i = 0; i < 100; ++i) {
+        haveSent(item);
+        EXPECT_TRUE(endpoint->readable());
+        expectSignal(*endpoint, item, 0);
+        EXPECT_FALSE(endpoint->readable());
+    }
+}
+
+TEST_F(Looker, IsReadableWhileAnAnswerToAHuntWaits) {
+    ASSERT_EQ(0, linx_hunt(*endpoint, "sender", nullptr));
+    EXPECT_TRUE(endpoint->readable());
+    expectSignal(*endpoint, LINX_OS_HUNT_SIG, 0);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, IsReadableOnceAnAbsentNameOpens) {
+    ASSERT_EQ(0, linx_hunt(*endpoint, "late", nullptr));
+    EXPECT_FALSE(endpoint->readable());
+    Child late([](Line& parent) {
+        Endpoint own("late");
+        parent.tell();
+        parent.hear();
+    });
+    late.hear();
+    EXPECT_TRUE(endpoint->readable());
+    expectSignal(*endpoint, LINX_OS_HUNT_SIG, 0);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, IsReadableWhileASignalToOneselfWaits) {
+    ASSERT_EQ(0, send(*endpoint, spidOf(*endpoint), item));
+    EXPECT_TRUE(endpoint->readable());
+    expectSignal(*endpoint, item, 0);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, IsReadableWhenATimeOutFires) {
+    ASSERT_NE(0u, linx_request_tmo(*endpoint, 5, nullptr));
+    EXPECT_TRUE(endpoint->awaitReadable());
+    EXPECT_TRUE(endpoint->readable());
+    EXPECT_EQ(spidOf(*endpoint), expectSignal(*endpoint, LINX_OS_TIMEOUT_SIG, 0).sender);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, StaysReadableWhenASelectiveReceivePassesOverATimeOut) {
+    ASSERT_NE(0u, linx_request_tmo(*endpoint, 1, nullptr));
+    ASSERT_TRUE(endpoint->awaitReadable());
+    EXPECT_FALSE(receive(*endpoint, 0, {item}));
+    EXPECT_TRUE(endpoint->readable());
+    expectSignal(*endpoint, LINX_OS_TIMEOUT_SIG, 0);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, IsNotReadableAfterTheOnlyTimeOutIsTakenBack) {
+    LinxRef fired = linx_request_tmo(*endpoint, 1, nullptr);
+    ASSERT_TRUE(endpoint->awaitReadable());
+    EXPECT_EQ(0, linx_cancel_tmo(*endpoint, &fired));
+    EXPECT_EQ(0u, fired);
+    EXPECT_FALSE(endpoint->readable());
+    expectNothing(*endpoint);
+}
+
+TEST_F(Looker, IsNotReadableAfterAQueuedTimeOutIsTakenBack) {
+    LinxRef fired = linx_request_tmo(*endpoint, 1, nullptr);
+    ASSERT_TRUE(endpoint->awaitReadable());
+    EXPECT_FALSE(receive(*endpoint, 0, {item}));  // brings it into the queue
+    EXPECT_EQ(0, linx_cancel_tmo(*endpoint, &fired));
+    EXPECT_FALSE(endpoint->readable());
+    expectNothing(*endpoint);
+}
+
+TEST_F(Looker, TakingATimeOutBackLeavesTheOtherOnes) {
+    LinxRef earlier = linx_request_tmo(*endpoint, 1, nullptr);
+    LinxSignal* later = linx_alloc(*endpoint, sizeof(LinxSignal), other);
+    ASSERT_NE(0u, linx_request_tmo(*endpoint, 30, &later));
+    EXPECT_EQ(0, linx_cancel_tmo(*endpoint, &earlier));
+    EXPECT_TRUE(endpoint->awaitReadable());
+    expectSignal(*endpoint, other, 0);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, IsReadableWhenASupervisedPeerIsKilled) {
+    ASSERT_NE(0u, attach(*endpoint, senderSpid, notice));
+    EXPECT_FALSE(endpoint->readable());
+    sender->kill9();
+    EXPECT_TRUE(endpoint->awaitReadable());
+    EXPECT_EQ(senderSpid, expectSignal(*endpoint, notice, 0).sender);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, ASecondNoticeKeepsItReadable) {
+    ASSERT_NE(0u, attach(*endpoint, senderSpid, notice));
+    ASSERT_NE(0u, attach(*endpoint, senderSpid, notice));
+    sender->kill9();
+    EXPECT_TRUE(endpoint->awaitReadable());
+    expectSignal(*endpoint, notice, 0);
+    EXPECT_TRUE(endpoint->readable());
+    expectSignal(*endpoint, notice, 0);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+TEST_F(Looker, OneReceiveSilencesTheEndOfAnUnsupervisedPeer) {
+    haveSent(item);
+    const LinxSpid known = expectSignal(*endpoint, item).sender;
+    ASSERT_EQ(0, send(*endpoint, known, item));
+    sender->kill9();
+    expectNothing(*endpoint);
+    EXPECT_FALSE(endpoint->readable());
+}
+
+/// Receives as a poll loop does: never more than one receive a wake-up. Returns how often it was woken for nothing.
+uint32_t pollLoop(Endpoint& endpoint, uint32_t signals) {
+    uint32_t forNothing = 0;
+    for (uint32_t received = 0; received < signals;) {
+        if (!endpoint.awaitReadable()) {
+            ADD_FAILURE() << "asleep after " << received << " with " << (receive(endpoint, 0) ? "" : "no ")
+                          << "signal waiting";
+            return forNothing;
+        }
+        const std::optional<Received> signal = receive(endpoint, 0);
+        if (signal) {
+            EXPECT_EQ(received, signal->word());
+            ++received;
+        } else {
+            ++forNothing;
+        }
+    }
+    return forNothing;
+}
+
+TEST_F(Descriptor, WakesAPollLoopForEverySignal) {
+    constexpr uint32_t rounds = 2000;
+    Child sender([](Line&) {
+        Endpoint endpoint("sender");
+        const LinxSpid to = hunt(endpoint, "looker");
+        for (uint32_t i = 0; i < rounds; ++i) {
+            ASSERT_EQ(0, send(endpoint, to, item, {i}));
+            expectSignal(endpoint, item);
+        }
+    });
+    Endpoint endpoint("looker");
+    const LinxSpid to = hunt(endpoint, "sender");
+    for (uint32_t i = 0; i < rounds; ++i) {
+        ASSERT_TRUE(endpoint.awaitReadable()) << i;
+        std::optional<Received> signal = receive(endpoint, 0);
+        if (!signal) {  // a byte that came late for the last one
+            ASSERT_TRUE(endpoint.awaitReadable()) << i;
+            signal = receive(endpoint, 0);
+        }
+        ASSERT_TRUE(signal);
+        ASSERT_EQ(i, signal->word());
+        ASSERT_EQ(0, send(endpoint, to, item));
+    }
+    EXPECT_EQ(0, sender.exitStatus());
+}
+
+TEST_F(Descriptor, WakesAPollLoopForSignalsInAStream) {
+    constexpr uint32_t count = 20000;
+    Child sender([](Line&) {
+        Endpoint endpoint("sender");
+        const LinxSpid to = hunt(endpoint, "looker");
+        for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
+    });
+    Endpoint endpoint("looker");
+    // A false wake-up belongs to a signal: there cannot be more of them.
+    EXPECT_LE(pollLoop(endpoint, count), count);
+    EXPECT_EQ(0, sender.exitStatus());
+}
+
+TEST_F(Descriptor, ALoopThatAwaitsRepliesInBetweenMissesNothing) {
+    constexpr uint32_t rounds = 1000;
+    // Events come as they like while the looker awaits replies; they must not be forgotten behind the descriptor.
+    Child talker([](Line&) {
+        Endpoint endpoint("talker");
+        const LinxSpid to = hunt(endpoint, "looker");
+        for (uint32_t i = 0; i < rounds; ++i) {
+            ASSERT_EQ(0, send(endpoint, to, item, {i}));
+            expectSignal(endpoint, other);
+            ASSERT_EQ(0, send(endpoint, to, other, {i}));
+        }
+    });
+    Endpoint endpoint("looker");
+    const LinxSpid to = hunt(endpoint, "talker");
+    for (uint32_t i = 0; i < rounds;) {
+        ASSERT_TRUE(endpoint.awaitReadable()) << i;
+        const std::optional<Received> event = receive(endpoint, 0);
+        if (!event) continue;
+        ASSERT_EQ(item, event->number);
+        ASSERT_EQ(i, event->word());
+        ASSERT_EQ(0, send(endpoint, to, other));
+        ASSERT_EQ(i++, expectAmongOthers(endpoint, other).word());
+    }
+    EXPECT_EQ(0, talker.exitStatus());
+}
+
+}  // namespace

@@ -1,0 +1,67 @@
+#include "tests/processes/support/child.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+int waitFor(pid_t process, int options) {
+    int status = 0;
+    while (waitpid(process, &status, options) == -1 && errno == EINTR) {
+    }
+    return status;
+}
+
+}  // namespace
+
+void dieWithParent() {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+}
+
+Child::Child(const Body& body) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == -1) abort();
+    std::fflush(nullptr);
+    pid_ = fork();
+    if (pid_ == -1) abort();
+    line_ = std::make_unique<Line>(ends[pid_ == 0 ? 1 : 0]);
+    close(ends[pid_ == 0 ? 0 : 1]);
+    if (pid_ != 0) return;
+    dieWithParent();
+    body(*line_);
+    std::fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+Child::~Child() {
+    if (pid_ != -1) kill9();
+}
+
+void Child::kill9() {
+    kill(pid_, SIGKILL);
+    waitFor(pid_, 0);
+    pid_ = -1;
+}
+
+void Child::stop() const {
+    kill(pid_, SIGSTOP);
+    EXPECT_TRUE(WIFSTOPPED(waitFor(pid_, WUNTRACED)));
+}
+
+void Child::cont() const {
+    kill(pid_, SIGCONT);
+}
+
+int Child::exitStatus() {
+    const int status = waitFor(pid_, 0);
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}

@@ -1,0 +1,26 @@
+#ifndef LINXIPC_TESTS_PROCESSES_SUPPORT_LINE_H
+#define LINXIPC_TESTS_PROCESSES_SUPPORT_LINE_H
+
+#include <cstdint>
+
+/// How long, in milliseconds, a test waits for what must come before it fails.
+constexpr uint32_t patience = 20000;
+
+/// One end of a line of words between a test and its child, outside of what is tested.
+class Line {
+public:
+    explicit Line(int descriptor) : descriptor_(descriptor) {}
+    ~Line();
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+
+    void tell(uint32_t word = 0) const;
+
+    /// Waits for the next word. The test fails when the other end is gone or says nothing for too long.
+    uint32_t hear() const;
+
+private:
+    int descriptor_;
+};
+
+#endif

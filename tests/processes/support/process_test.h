@@ -1,0 +1,23 @@
+#ifndef LINXIPC_TESTS_PROCESSES_SUPPORT_PROCESS_TEST_H
+#define LINXIPC_TESTS_PROCESSES_SUPPORT_PROCESS_TEST_H
+
+#include <sys/wait.h>
+
+#include "tests/support/domain_fixture.h"
+
+/// A test with a domain of its own, which ends without a process left and with no more descriptors open than at
+/// first. The killed may leave their bells: nobody has to notice them.
+class ProcessTest : public testing::Test {
+protected:
+    void TearDown() override {
+        EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a process was left behind";
+        EXPECT_EQ(openFilesBefore_, linxtest::TestDomain::openFileCount());
+    }
+
+    const linxtest::TestDomain domain;
+
+private:
+    const size_t openFilesBefore_ = linxtest::TestDomain::openFileCount();
+};
+
+#endif
