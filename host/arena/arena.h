@@ -42,8 +42,14 @@ public:
     /// The bytes at `ref` as a block that is being made. REQUIRES a reference inside the pool.
     Block* rawBlock(Ref ref) const { return at<Block>(size_t{ref} * lineBytes); }
 
-    /// The block whose signal is at `signal`, an address of any origin; null when none is.
-    Block* blockOfSignal(const LinxSignal* signal) const;
+    /// The block whose signal is at `signal`, an address of any origin, with its reference and size class; null when
+    /// none is.
+    Block* blockOfSignal(const LinxSignal* signal, Ref& ref, uint32_t& sizeClass) const;
+    Block* blockOfSignal(const LinxSignal* signal) const {
+        Ref ref;
+        uint32_t ignored;
+        return blockOfSignal(signal, ref, ignored);
+    }
 
 private:
     template <class T>
@@ -72,12 +78,13 @@ inline Block* Arena::blockAt(Ref ref, uint32_t& sizeClass) const {
     return at<Block>(size_t{ref} * lineBytes);
 }
 
-inline Block* Arena::blockOfSignal(const LinxSignal* signal) const {
+inline Block* Arena::blockOfSignal(const LinxSignal* signal, Ref& ref, uint32_t& sizeClass) const {
     // As numbers: the address may have nothing to do with the mapping.
     const uintptr_t offset =
         reinterpret_cast<uintptr_t>(signal) - reinterpret_cast<uintptr_t>(base_) - offsetof(Block, signal);
     if (offset >= size_t{fileUnits()} * unitBytes || offset % lineBytes != 0) return nullptr;
-    return blockAt(static_cast<Ref>(offset / lineBytes));
+    ref = static_cast<Ref>(offset / lineBytes);
+    return blockAt(ref, sizeClass);
 }
 
 }  // namespace linx

@@ -170,8 +170,7 @@ void Endpoint::giveUpHunts() {
         clearHunt(hunt);
         const Held held = at(hunt.signal.loadRelaxed());
         if (held.block == nullptr || held.block->owner.loadRelaxed() != (spid_ | ownerQueued)) return;
-        common::disown(*held.block);
-        common::push(arena(), *held.block, held.ref, held.sizeClass);
+        common::reclaim(arena(), *held.block, held.ref, held.sizeClass);
     });
 }
 

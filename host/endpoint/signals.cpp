@@ -9,11 +9,9 @@
 namespace linx {
 
 bool Endpoint::find(LinxSignal* signal, Held& held) const {
-    held.block = arena().blockOfSignal(signal);
+    held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
     // Relaxed: it was this endpoint that wrote it, if it is this endpoint's.
-    if (held.block == nullptr || held.block->owner.loadRelaxed() != spid_) return false;
-    held = at(arena().refOf(held.block));
-    return true;
+    return held.block != nullptr && held.block->owner.loadRelaxed() == spid_;
 }
 
 Endpoint::Held Endpoint::at(Ref ref) const {

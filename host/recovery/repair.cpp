@@ -17,11 +17,11 @@ void finishStealing(const Arena& arena) {
     Word& stealing = arena.header().stealing;
     bool decided = false;
     bool stolen = false;
-    stack::walk(arena, stealing.loadRelaxed(), [&](Block& block, Ref ref, uint32_t) {
+    stack::walk(arena, stealing.loadRelaxed(), [&](Block& block, Ref ref, uint32_t sizeClass) {
         if ((block.owner.loadAcquire() & ownerTransit) == 0) return;
         if (!decided) stolen = isStranded(arena, block, ref);
         decided = true;
-        if (stolen) common::disown(block);
+        if (stolen) common::reclaim(arena, block, ref, sizeClass);
     });
     stealing.storeRelaxed(0);
 }

@@ -50,8 +50,7 @@ bool isLeftBy(const Arena& arena, const Block& block, Spid spid) {
 void makeBlocksCommon(const Arena& arena, Spid spid) {
     forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {
         if (!isLeftBy(arena, block, spid)) return;
-        common::disown(block);
-        common::push(arena, block, ref, sizeClass);
+        common::reclaim(arena, block, ref, sizeClass);
     });
 }
 
@@ -61,8 +60,7 @@ void recoverStrandedSend(const Arena& arena, Spid spid) {
     uint32_t sizeClass;
     Block* block = arena.blockAt(ref, sizeClass);
     if (block == nullptr || block->sender.loadRelaxed() != spid || !isStranded(arena, *block, ref)) return;
-    common::disown(*block);
-    common::push(arena, *block, ref, sizeClass);
+    common::reclaim(arena, *block, ref, sizeClass);
 }
 
 /// The endpoint may have died between pushing a signal and ringing.
