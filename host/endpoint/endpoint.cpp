@@ -170,7 +170,8 @@ void Endpoint::giveUpHunts() {
         clearHunt(hunt);
         const Held held = at(hunt.signal.loadRelaxed());
         if (held.block == nullptr || held.block->owner.loadRelaxed() != (spid_ | ownerQueued)) return;
-        common::reclaim(arena(), *held.block, held.ref, held.sizeClass);
+        common::orphan(arena(), *held.block, held.sizeClass);
+        common::push(arena(), *held.block, held.ref, held.sizeClass);
     });
 }
 

@@ -5,20 +5,19 @@
 namespace linx {
 namespace common {
 
-void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
-    Word& head = arena.header().common[sizeClass];
-    block.next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders
-    head.storeRelaxed(ref);
-}
-
-void reclaim(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
+void orphan(const Arena& arena, Block& block, uint32_t sizeClass) {
     const Spid home = block.home.loadRelaxed();
     disown(block);
     // Dying before this leaves the home a share that is smaller by one block.
     if (isSpid(home) && isOpen(arena, home)) {
         arena.slot(indexOf(home)).leasedLines.addRelaxed(0u - sizeClasses[sizeClass].lines);
     }
-    push(arena, block, ref, sizeClass);
+}
+
+void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
+    Word& head = arena.header().common[sizeClass];
+    block.next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders
+    head.storeRelaxed(ref);
 }
 
 Ref take(const Arena& arena, uint32_t sizeClass) {

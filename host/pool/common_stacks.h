@@ -21,11 +21,11 @@ inline void disown(Block& block) {
     block.owner.storeRelease(ownerFree);
 }
 
+/// The same for a block that was left behind or not come for; it also comes off the books of its home.
+void orphan(const Arena& arena, Block& block, uint32_t sizeClass);
+
 /// Pushes a disowned block.
 void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass);
-
-/// Makes a block common that its owner has left behind, and takes it off the books of the endpoint that is its home.
-void reclaim(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass);
 
 /// Takes a block; 0 when there is none.
 Ref take(const Arena& arena, uint32_t sizeClass);

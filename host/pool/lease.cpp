@@ -56,14 +56,9 @@ void cutRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClass, Spid hom
 void steal(const Arena& arena, Slot& slot) {
     Word& stealing = arena.header().stealing;
     const Ref chain = stack::take(slot.returned, stealing, stack::empty);
-    const Spid home = slot.life.loadRelaxed() & spidMask;
-    uint32_t lines = 0;
-    stack::walk(arena, chain, [&](Block& block, Ref, uint32_t sizeClass) {
-        if (block.home.loadRelaxed() == home) lines += sizeClasses[sizeClass].lines;
-        common::disown(block);
-    });
+    stack::walk(arena, chain,
+                [&](Block& block, Ref, uint32_t sizeClass) { common::orphan(arena, block, sizeClass); });
     stealing.storeRelease(0);
-    slot.leasedLines.addRelaxed(0u - lines);
 }
 
 bool isAllCommon(const Arena& arena, uint32_t unit, uint32_t sizeClass) {

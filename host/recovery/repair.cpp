@@ -21,7 +21,7 @@ void finishStealing(const Arena& arena) {
         if ((block.owner.loadAcquire() & ownerTransit) == 0) return;
         if (!decided) stolen = isStranded(arena, block, ref);
         decided = true;
-        if (stolen) common::reclaim(arena, block, ref, sizeClass);
+        if (stolen) common::orphan(arena, block, sizeClass);
     });
     stealing.storeRelaxed(0);
 }

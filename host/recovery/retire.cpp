@@ -50,7 +50,8 @@ bool isLeftBy(const Arena& arena, const Block& block, Spid spid) {
 void makeBlocksCommon(const Arena& arena, Spid spid) {
     forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {
         if (!isLeftBy(arena, block, spid)) return;
-        common::reclaim(arena, block, ref, sizeClass);
+        common::orphan(arena, block, sizeClass);
+        common::push(arena, block, ref, sizeClass);
     });
 }
 
@@ -60,7 +61,8 @@ void recoverStrandedSend(const Arena& arena, Spid spid) {
     uint32_t sizeClass;
     Block* block = arena.blockAt(ref, sizeClass);
     if (block == nullptr || block->sender.loadRelaxed() != spid || !isStranded(arena, *block, ref)) return;
-    common::reclaim(arena, *block, ref, sizeClass);
+    common::orphan(arena, *block, sizeClass);
+    common::push(arena, *block, ref, sizeClass);
 }
 
 /// The endpoint may have died between pushing a signal and ringing.
