@@ -55,7 +55,7 @@ int ring(Word& attention, uint32_t found, Spid to, uint32_t ownIndex, WriteByte 
     // Dying after this exchange and before the byte is in: every later sender sees the state and rings, and the
     // reaper of this sender rings. Losing the exchange: somebody else announced, or the endpoint looks; ring in the
     // former case too, for the other may have died.
-    const bool announcing = stateOf(found) == quiet && attention.casSeqCst(found, announced);
+    const bool announcing = found == word(to, quiet) && attention.casSeqCst(found, announced);
     if (!announcing && !asksForRing(found, to)) return 0;
     const int result = writeByte();
     if (announcing) {
