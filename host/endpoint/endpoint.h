@@ -72,7 +72,7 @@ private:
     void park(const Held& held, Spid sender);
     void discard(const Held& held);
     void discard(Ref ref);
-    int handOut(Ref ref, LinxSignal** signal);
+    int handOut(const Held& held, LinxSignal** signal);
 
     // Sending (send.cpp).
     int sendToSelf(const Held& held);
@@ -82,7 +82,8 @@ private:
     bool seemsAlive(Peer& peer);
 
     // Receiving (receive.cpp).
-    Ref await(const uint32_t* milliseconds, const uint32_t* selection);
+    Held takeQueued(const uint32_t* selection);
+    Held await(const uint32_t* milliseconds, const uint32_t* selection);
     void beginLooking();
     bool look(uint64_t deadline);
     bool sleep(uint64_t deadline, bool mayWait);

@@ -40,20 +40,33 @@ int millisecondsUntil(uint64_t deadline, uint64_t from) {
 int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
     *signal = nullptr;
     noticeEvents();
-    Ref ref = queue_.take(selection);
-    if (ref == 0) ref = await(milliseconds, selection);
+    Held held = takeQueued(selection);
+    if (held.block == nullptr) held = await(milliseconds, selection);
     settle();
-    if (ref != 0) return handOut(ref, signal);
+    if (held.block != nullptr) return handOut(held, signal);
     if (isOpen(arena(), spid_)) return 0;
     errno = ECONNABORTED;
     return -1;
 }
 
-Ref Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
+/// The oldest signal of the queue that the selection allows; no block when there is none.
+Endpoint::Held Endpoint::takeQueued(const uint32_t* selection) {
+    while (const Ref ref = queue_.take(selection)) {
+        const Held held = at(ref);
+        if (held.block != nullptr) return held;
+        // Somebody scribbled over the unit table. If the block ever shows again, it is looked for when this endpoint
+        // ends, as what its user holds.
+        ++held_;
+        slot().dropped.add(1);
+    }
+    return {nullptr, 0, 0};
+}
+
+Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
     beginLooking();
     takeMailbox();
-    Ref ref = queue_.take(selection);
-    if (ref != 0) return ref;
+    Held held = takeQueued(selection);
+    if (held.block != nullptr) return held;
     const bool mayWait = milliseconds == nullptr || *milliseconds != 0;
     const uint64_t deadline =
         milliseconds == nullptr ? Timers::never : (mayWait ? now() + *milliseconds * nanosecondsPerMillisecond : 0);
@@ -61,8 +74,8 @@ Ref Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
         const bool sawSomething = mayWait && look(deadline);
         const bool expired = !sawSomething && sleep(deadline, mayWait);
         takeMailbox();
-        ref = queue_.take(selection);
-        if (ref != 0 || expired) return ref;
+        held = takeQueued(selection);
+        if (held.block != nullptr || expired) return held;
     }
 }
 

@@ -99,9 +99,8 @@ void Endpoint::discard(Ref ref) {
 }
 
 /// Gives a signal of the queue to the user and returns its size.
-int Endpoint::handOut(Ref ref, LinxSignal** signal) {
-    const Held held = at(ref);
-    timers_.received(ref);
+int Endpoint::handOut(const Held& held, LinxSignal** signal) {
+    timers_.received(held.ref);
     // Sizes come from other processes: none reaches beyond its block.
     const uint32_t room = linesOfClass(held.sizeClass) * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
     const uint32_t size = std::max<uint32_t>(std::min(held.block->size.loadRelaxed(), room), sizeof(LinxSignal));
