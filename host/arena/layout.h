@@ -116,9 +116,11 @@ static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(
                   offsetof(Slot, life) == 192 && offsetof(Slot, name) == 256,
               "the slot's layout is shared by every process of the domain");
 
+constexpr uint32_t huntAnswering = 1u << 31;  ///< set in a hunt's hunter while its signal is being posted
+
 /// A hunt for a name that nobody has opened yet. In use while `hunter` is not 0.
 struct Hunt {
-    Word hunter;
+    Word hunter;  ///< spid, with huntAnswering from before the signal is pushed until the entry is cleared
     Word signal;  ///< owned by the hunter, queued
     Word nameHash;
     Word nameLength;

@@ -49,9 +49,12 @@ void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     Block* signal = arena.blockAt(ref);
     if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
         Slot& slot = arena.slot(indexOf(hunter));
-        signal->sender.storeRelaxed(found);
         signal->owner.storeRelease(hunter | ownerTransit);
-        // Dying before the push leaves the hunt pending, after it answered: repair() asks the mailbox.
+        // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
+        // its mailbox by the time that somebody asks. Release: seen no later than the push.
+        hunt.hunter.storeRelease(hunter | huntAnswering);
+        signal->sender.storeRelaxed(found);
+        // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp.
         if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
             attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found), [&] {
                 const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));

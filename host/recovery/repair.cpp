@@ -40,22 +40,30 @@ void clearHalfRuns(const Arena& arena) {
     }
 }
 
-/// An opening process died while it answered hunts: each was answered if its signal has left for the hunter.
+/// Whether a hunt has not been answered. Its signal rests with the hunter, and nobody had begun to post it; or it was
+/// to be posted and lies in no mailbox.
+bool isPending(const Arena& arena, const Hunt& hunt) {
+    const uint32_t word = hunt.hunter.loadRelaxed();
+    const Spid hunter = word & spidMask;
+    const Ref ref = hunt.signal.loadRelaxed();
+    const Block* signal = arena.blockAt(ref);
+    if (!isOpen(arena, hunter) || signal == nullptr) return false;
+    const uint32_t owner = signal->owner.loadAcquire();
+    if (owner == (hunter | ownerTransit)) return isStranded(arena, *signal, ref);
+    return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
+}
+
+/// An opening process died while it answered hunts.
 void finishAnswering(const Arena& arena) {
     forEachHunt(arena, [&](Hunt& hunt) {
-        const Spid hunter = hunt.hunter.loadRelaxed();
-        const Ref ref = hunt.signal.loadRelaxed();
-        Block* signal = arena.blockAt(ref);
-        const bool pending =
-            isOpen(arena, hunter) && signal != nullptr &&
-            (signal->owner.loadAcquire() == (hunter | ownerQueued) ||
-             (signal->owner.loadAcquire() == (hunter | ownerTransit) && isStranded(arena, *signal, ref)));
-        if (pending) {
-            signal->sender.storeRelaxed(hunter);
-            signal->owner.storeRelease(hunter | ownerQueued);
-        } else {
-            clearHunt(hunt);
-        }
+        if (!isPending(arena, hunt)) return clearHunt(hunt);
+        const Spid hunter = hunt.hunter.loadRelaxed() & spidMask;
+        Block* signal = arena.blockAt(hunt.signal.loadRelaxed());
+        if (signal == nullptr) return;
+        // In this order, so that one who dies here leaves the hunt pending.
+        hunt.hunter.storeRelease(hunter);
+        signal->sender.storeRelaxed(hunter);
+        signal->owner.storeRelease(hunter | ownerQueued);
     });
     trimHunts(arena);
 }
