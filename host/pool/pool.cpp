@@ -103,6 +103,7 @@ void Pool::leaseMore(uint32_t sizeClass) {
     if (!cold.entered()) return;
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
+    if (slot().leasedLines.loadRelaxed() + c.lines > share) shrinkTo(0);
     const uint32_t leased = slot().leasedLines.loadRelaxed();
     if (leased + c.lines > share) return;
     const uint32_t most = std::max(1u, largestLeaseLines / c.lines);
@@ -114,6 +115,7 @@ void Pool::leaseMore(uint32_t sizeClass) {
     lease::fromCommon(cold, home_, sizeClass, wanted, blocks);
     if (blocks.size() == before) lease::fromUnits(cold, home_, sizeClass, wanted, blocks);
     if (blocks.size() == before) {
+        shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
         lease::reclaim(cold);
         lease::fromCommon(cold, home_, sizeClass, wanted, blocks);
     }
@@ -131,23 +133,21 @@ void Pool::leaseMore(uint32_t sizeClass) {
 }
 
 void Pool::giveUp() {
-    for (uint32_t sizeClass = 0; sizeClass < sizeClassCount; ++sizeClass) {
-        Ref ref;
-        while (Block* block = take(sizeClass, ref)) {
-            common::disown(*block);
-            common::push(arena(), *block, ref, sizeClass);
-        }
-    }
+    shrinkTo(0);
 }
 
 void Pool::trim() {
     const ColdSection cold(domain_);
-    if (!cold.entered()) return;
-    const uint32_t keep = surplusLines(arena()) / 2;
+    if (cold.entered()) shrinkTo(surplusLines(arena()) / 2);
+}
+
+/// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES a cold
+/// section.
+void Pool::shrinkTo(uint32_t lines) {
     uint32_t given = 0;
     for (uint32_t sizeClass = sizeClassCount; sizeClass-- > 0;) {
         Ref ref;
-        while (freeLines_ > keep) {
+        while (freeLines_ > lines) {
             Block* block = take(sizeClass, ref);
             if (block == nullptr) break;
             common::disown(*block);

@@ -32,6 +32,7 @@ private:
     void takeReturned();
     void leaseMore(uint32_t sizeClass);
     void trim();
+    void shrinkTo(uint32_t lines);
 
     const Arena& arena() const { return domain_.arena(); }
     Slot& slot() const { return arena().slot(indexOf(home_)); }
