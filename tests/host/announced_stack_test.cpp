@@ -1,0 +1,128 @@
+#include "host/mailbox/announced_stack.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+#include <vector>
+
+#include "tests/host/memory_arena.h"
+
+namespace linx {
+namespace {
+
+using linxtest::MemoryArena;
+
+class AnnouncedStackTest : public ::testing::Test {
+protected:
+    AnnouncedStackTest() {
+        for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
+    }
+
+    Ref ref(uint32_t number) const { return arena.refOfUnit(0) + number; }
+    uint32_t push(uint32_t number) { return stack::push(head, *arena.blockAt(ref(number)), ref(number)); }
+    std::vector<uint32_t> chain(Ref from) const {
+        std::vector<uint32_t> numbers;
+        stack::walk(arena, from, [&](Block&, Ref here, uint32_t) { numbers.push_back(here - ref(0)); });
+        return numbers;
+    }
+
+    MemoryArena memory;
+    Arena arena = memory.arena();
+    Word head{};
+    Word taking{};
+};
+
+TEST_F(AnnouncedStackTest, WhatIsTakenIsAllThatWasPushedTheLastFirst) {
+    EXPECT_EQ(push(3), stack::empty);
+    EXPECT_EQ(push(1), ref(3));
+    EXPECT_EQ(push(2), ref(1));
+    const Ref taken = stack::take(head, taking, stack::empty);
+    EXPECT_EQ(chain(taken), (std::vector<uint32_t>{2, 1, 3}));
+    EXPECT_EQ(head.loadRelaxed(), stack::empty);
+}
+
+TEST_F(AnnouncedStackTest, TakingIsAnnounced) {
+    push(3);
+    push(1);
+    const Ref taken = stack::take(head, taking, stack::empty);
+    EXPECT_EQ(taking.loadRelaxed(), taken);
+}
+
+TEST_F(AnnouncedStackTest, AnEmptyStackGivesNothingAndAnnouncesNothing) {
+    EXPECT_EQ(stack::take(head, taking, stack::empty), stack::empty);
+    EXPECT_EQ(taking.loadRelaxed(), 0u);
+}
+
+TEST_F(AnnouncedStackTest, AClosedStackRefusesAndStaysClosed) {
+    push(1);
+    EXPECT_EQ(chain(stack::take(head, taking, stack::closed)), (std::vector<uint32_t>{1}));
+    EXPECT_EQ(push(2), stack::closed);
+    EXPECT_EQ(head.loadRelaxed(), stack::closed);
+    EXPECT_EQ(stack::take(head, taking, stack::empty), stack::empty);
+    EXPECT_EQ(stack::take(head, taking, stack::closed), stack::empty);
+    EXPECT_EQ(head.loadRelaxed(), stack::closed);
+}
+
+TEST_F(AnnouncedStackTest, AnEmptyStackCanBeClosed) {
+    EXPECT_EQ(stack::take(head, taking, stack::closed), stack::empty);
+    EXPECT_EQ(push(1), stack::closed);
+}
+
+TEST_F(AnnouncedStackTest, AWalkOverACycleIsBounded) {
+    push(1);
+    push(2);
+    arena.blockAt(ref(1))->next.storeRelaxed(ref(2));
+    EXPECT_EQ(chain(head.loadRelaxed()).size(), arena.maxBlocks());
+    EXPECT_TRUE(stack::holds(arena, head, taking, ref(1)));
+    EXPECT_FALSE(stack::holds(arena, head, taking, ref(3)));
+}
+
+TEST_F(AnnouncedStackTest, AWalkEndsAtWhatIsNoBlock) {
+    push(1);
+    push(2);
+    for (const Ref garbage : {1u, 5u, arena.refOfUnit(0) - 1, arena.refOfUnit(MemoryArena::units), ~0u}) {
+        arena.blockAt(ref(2))->next.storeRelaxed(garbage);
+        EXPECT_EQ(chain(head.loadRelaxed()), (std::vector<uint32_t>{2}));
+    }
+}
+
+TEST_F(AnnouncedStackTest, ABlockIsHeldInTheHeadAndWhileItIsTakenAndNotAfterwards) {
+    push(1);
+    push(2);
+    EXPECT_TRUE(stack::holds(arena, head, taking, ref(1)));
+    EXPECT_TRUE(stack::holds(arena, head, taking, ref(2)));
+    EXPECT_FALSE(stack::holds(arena, head, taking, ref(3)));
+    stack::take(head, taking, stack::closed);
+    EXPECT_TRUE(stack::holds(arena, head, taking, ref(1)));
+    EXPECT_TRUE(stack::holds(arena, head, taking, ref(2)));
+    taking.storeRelaxed(0);
+    EXPECT_FALSE(stack::holds(arena, head, taking, ref(1)));
+}
+
+TEST_F(AnnouncedStackTest, NothingIsLostAndNothingIsDoubledAmongThreads) {
+    constexpr uint32_t each = 10000;
+    std::vector<std::thread> pushers;
+    for (uint32_t pusher = 0; pusher < 3; ++pusher) {
+        pushers.emplace_back([this, pusher] {
+            for (uint32_t i = 0; i < each; ++i) {
+                arena.blockAt(ref(pusher * each + i))->signal.number = pusher * each + i;
+                push(pusher * each + i);
+            }
+        });
+    }
+    std::vector<uint32_t> arrived;
+    while (arrived.size() != 3 * each) {
+        const auto before = static_cast<std::ptrdiff_t>(arrived.size());
+        stack::walk(arena, stack::take(head, taking, stack::empty),
+                    [&](Block& block, Ref, uint32_t) { arrived.push_back(block.signal.number); });
+        std::reverse(arrived.begin() + before, arrived.end());
+    }
+    for (std::thread& pusher : pushers) pusher.join();
+    EXPECT_EQ(head.loadRelaxed(), stack::empty);
+    uint32_t nextOf[3] = {};
+    for (const uint32_t number : arrived) EXPECT_EQ(number % each, nextOf[number / each]++);
+}
+
+}  // namespace
+}  // namespace linx

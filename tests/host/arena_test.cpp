@@ -1,0 +1,132 @@
+#include "host/arena/arena.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "tests/host/memory_arena.h"
+
+namespace linx {
+namespace {
+
+using linxtest::MemoryArena;
+
+class ArenaTest : public ::testing::Test {
+protected:
+    /// Whatever the arena's words say: a block that is found lies in the pool as a whole.
+    void expectInsideOrNull(Ref ref) const {
+        uint32_t sizeClass = sizeClassCount;
+        const Block* block = arena.blockAt(ref, sizeClass);
+        if (block == nullptr) return;
+        ASSERT_LT(sizeClass, sizeClassCount);
+        const auto* start = reinterpret_cast<const char*>(block);
+        ASSERT_EQ(start, memory.base() + size_t{ref} * lineBytes);
+        ASSERT_GE(start, memory.base() + size_t{firstPoolPage(MemoryArena::units)} * unitBytes);
+        ASSERT_LE(start + size_t{linesOfClass(sizeClass)} * lineBytes, memory.base() + MemoryArena::bytes());
+    }
+
+    const LinxSignal* signalAt(size_t offset) const {
+        return reinterpret_cast<const LinxSignal*>(reinterpret_cast<uintptr_t>(memory.base()) + offset);
+    }
+
+    MemoryArena memory;
+    Arena arena = memory.arena();
+};
+
+TEST_F(ArenaTest, OnlyTheFirstLineOfABlockIsABlock) {
+    for (uint32_t c = 0; c < sizeClassCount; ++c) {
+        const SizeClass& sizeClass = sizeClasses[c];
+        const Ref first = memory.layRun(3, c);
+        for (uint32_t line = 0; line < sizeClass.units * linesPerUnit; ++line) {
+            const bool starts = line % sizeClass.lines == 0 && line / sizeClass.lines < sizeClass.blocks;
+            uint32_t found = sizeClassCount;
+            ASSERT_EQ(arena.blockAt(first + line, found) != nullptr, starts) << "class " << c << " line " << line;
+            if (starts) {
+                ASSERT_EQ(found, c);
+            }
+        }
+        for (uint32_t i = 0; i < sizeClass.units; ++i) arena.unit(3 + i).storeRelaxed(0);
+    }
+}
+
+TEST_F(ArenaTest, UnitsThatAreNotLeasedHoldNoBlock) {
+    memory.layRun(3, 0);
+    for (uint32_t line = 0; line < linesPerUnit; ++line) {
+        EXPECT_EQ(arena.blockAt(arena.refOfUnit(2) + line), nullptr);
+        EXPECT_EQ(arena.blockAt(arena.refOfUnit(4) + line), nullptr);
+    }
+}
+
+TEST_F(ArenaTest, NoReferenceOutsideThePoolIsABlock) {
+    for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
+    const Ref first = arena.refOfUnit(0);
+    const Ref end = arena.refOfUnit(MemoryArena::units);
+    for (Ref ref = 0; ref < first; ++ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
+    for (Ref ref = end; ref < end + 100000; ++ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
+    for (Ref ref = ~0u; ref > ~0u - 100000; --ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
+    EXPECT_NE(arena.blockAt(first), nullptr);
+    EXPECT_NE(arena.blockAt(end - 1), nullptr);
+}
+
+TEST_F(ArenaTest, ReferencesAndBlocksTurnIntoEachOther) {
+    const Ref ref = memory.layRun(5, 2) + 2 * linesOfClass(2);
+    EXPECT_EQ(arena.refOf(arena.blockAt(ref)), ref);
+    EXPECT_EQ(arena.blockOfSignal(&arena.blockAt(ref)->signal), arena.blockAt(ref));
+}
+
+TEST_F(ArenaTest, ASignalIsFoundAtItsVeryAddressOnly) {
+    const Ref first = memory.layRun(5, 3);
+    const size_t start = size_t{first} * lineBytes;
+    const size_t blockBytes = size_t{linesOfClass(3)} * lineBytes;
+    for (size_t offset = start; offset < start + unitBytes; ++offset) {
+        const size_t within = offset - start;
+        const bool isSignal =
+            within % blockBytes == offsetof(Block, signal) && within / blockBytes < sizeClasses[3].blocks;
+        ASSERT_EQ(arena.blockOfSignal(signalAt(offset)) != nullptr, isSignal) << within;
+    }
+}
+
+TEST_F(ArenaTest, AnAddressOfAnyOtherOriginIsNoSignal) {
+    for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
+    LinxSignal onStack = {1};
+    const auto onHeap = std::make_unique<LinxSignal>();
+    EXPECT_EQ(arena.blockOfSignal(nullptr), nullptr);
+    EXPECT_EQ(arena.blockOfSignal(&onStack), nullptr);
+    EXPECT_EQ(arena.blockOfSignal(onHeap.get()), nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(0)), nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(offsetof(Block, signal))), nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(MemoryArena::bytes() + offsetof(Block, signal))), nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(~size_t{0})), nullptr);
+}
+
+TEST_F(ArenaTest, NoWordOfTheUnitTableLeadsOutside) {
+    constexpr uint32_t last = MemoryArena::units - 1;
+    for (const uint32_t unit : {0u, 1u, 500u, last - 1, last}) {
+        for (uint32_t upper = 0; upper < 256; ++upper) {
+            for (const uint32_t back : {0u, 1u, unit, unit + 1, 256u, 1023u, 1024u, 0x7fffffu, 0xffffffu}) {
+                arena.unit(unit).storeRelaxed(upper << 24 | back);
+                for (uint32_t line = 0; line < linesPerUnit; ++line) {
+                    ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(arena.refOfUnit(unit) + line));
+                }
+            }
+        }
+    }
+}
+
+TEST_F(ArenaTest, NoRandomUnitTableLeadsOutside) {
+    std::mt19937 random(20240607);
+    for (int round = 0; round < 20; ++round) {
+        for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) {
+            const auto word = static_cast<uint32_t>(random());
+            // Words that are nearly right as well as wild ones.
+            arena.unit(unit).storeRelaxed(round % 2 == 0 ? word
+                                                         : unitEntry(word % sizeClassCount, word % (unit + 1)));
+        }
+        for (Ref ref = arena.refOfUnit(0); ref < arena.refOfUnit(MemoryArena::units); ++ref) {
+            ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(ref));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace linx

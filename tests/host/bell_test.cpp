@@ -1,0 +1,204 @@
+#include "host/mailbox/bell.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "host/arena/scoped_descriptor.h"
+#include "tests/support/domain_fixture.h"
+
+namespace linx {
+namespace {
+
+const Spid spid = makeSpid(2, 1);
+
+class BellTest : public linxtest::DomainTest {
+protected:
+    void TearDown() override {
+        bell::remove(directory.get(), spid);
+        directory.reset();
+        DomainTest::TearDown();
+    }
+
+    int make() const { return bell::make(directory.get(), spid, 0600); }
+    int openForWriting() const { return bell::open(directory.get(), spid); }
+
+    static bool isReadable(int descriptor) {
+        pollfd poll = {descriptor, POLLIN, 0};
+        return ::poll(&poll, 1, 0) == 1;
+    }
+
+    ScopedDescriptor directory{open(domain.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+};
+
+/// A bell whose endpoint has ended.
+class DeadBellTest : public BellTest {
+protected:
+    DeadBellTest() {
+        const ScopedDescriptor own(make());
+        peer.reset(openForWriting());
+        sigemptyset(&sigpipe);
+        sigaddset(&sigpipe, SIGPIPE);
+    }
+    void TearDown() override {
+        peer.reset();
+        BellTest::TearDown();
+    }
+
+    static bool isPending() {
+        sigset_t pending;
+        sigpending(&pending);
+        return sigismember(&pending, SIGPIPE) != 0;
+    }
+
+    ScopedDescriptor peer;
+    sigset_t sigpipe;
+};
+
+int caught = 0;
+void catchSignal(int) {
+    ++caught;
+}
+
+/// Gives SIGPIPE a disposition, and the one before back with its scope.
+class ScopedDisposition {
+public:
+    explicit ScopedDisposition(void (*handler)(int)) {
+        struct sigaction action = {};
+        action.sa_handler = handler;
+        sigaction(SIGPIPE, &action, &before_);
+    }
+    ~ScopedDisposition() { sigaction(SIGPIPE, &before_, nullptr); }
+
+private:
+    struct sigaction before_ = {};
+};
+
+TEST_F(BellTest, ABellIsANamedPipeOfTheModeAskedForWhateverTheUmask) {
+    const mode_t before = umask(0077);
+    const ScopedDescriptor own(bell::make(directory.get(), spid, 0660));
+    umask(before);
+    struct stat status;
+    ASSERT_EQ(stat(domain.pathOf("bell.00002002").c_str(), &status), 0);
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
+    EXPECT_EQ(status.st_mode & 0777u, 0660u);
+}
+
+TEST_F(BellTest, ALeftoverOfTheNameIsReplaced) {
+    const ScopedDescriptor old(make());
+    const ScopedDescriptor fresh(make());
+    ASSERT_NE(fresh.get(), -1);
+    const ScopedDescriptor peer(openForWriting());
+    EXPECT_EQ(bell::ring(peer.get()), 0);
+    EXPECT_TRUE(isReadable(fresh.get()));
+    EXPECT_FALSE(isReadable(old.get()));
+}
+
+TEST_F(BellTest, ARingIsSeenUntilTheBellIsDrained) {
+    const ScopedDescriptor own(make());
+    const ScopedDescriptor peer(openForWriting());
+    EXPECT_FALSE(isReadable(own.get()));
+    EXPECT_EQ(bell::ring(peer.get()), 0);
+    EXPECT_EQ(bell::ring(peer.get()), 0);
+    EXPECT_TRUE(isReadable(own.get()));
+    bell::drain(own.get());
+    EXPECT_FALSE(isReadable(own.get()));
+    bell::drain(own.get());
+}
+
+TEST_F(BellTest, AFullBellTakesNoMoreAndThatIsNoError) {
+    const ScopedDescriptor own(make());
+    const ScopedDescriptor peer(openForWriting());
+    while (write(peer.get(), "", 1) == 1) {
+    }
+    ASSERT_EQ(errno, EAGAIN);
+    EXPECT_EQ(bell::ring(peer.get()), 0);
+    EXPECT_FALSE(bell::isDead(peer.get()));
+    bell::drain(own.get());
+    int left = -1;
+    EXPECT_EQ(ioctl(own.get(), FIONREAD, &left), 0);
+    EXPECT_EQ(left, 0);
+}
+
+TEST_F(BellTest, ABellThatNobodyHoldsOrThatIsGoneCannotBeOpened) {
+    EXPECT_EQ(openForWriting(), -1);
+    EXPECT_EQ(errno, ENOENT);
+    ScopedDescriptor own(make());
+    own.reset();
+    EXPECT_EQ(openForWriting(), -1);
+    EXPECT_EQ(errno, ENXIO);
+}
+
+TEST_F(BellTest, ASymbolicLinkIsNoBell) {
+    ASSERT_EQ(symlink("elsewhere", domain.pathOf("bell.00002002").c_str()), 0);
+    EXPECT_EQ(openForWriting(), -1);
+    EXPECT_EQ(errno, ELOOP);
+}
+
+TEST_F(BellTest, ABellIsDeadOnceTheLastReaderIsGone) {
+    ScopedDescriptor own(make());
+    ScopedDescriptor copy(dup(own.get()));
+    const ScopedDescriptor peer(openForWriting());
+    EXPECT_FALSE(bell::isDead(peer.get()));
+    own.reset();
+    EXPECT_FALSE(bell::isDead(peer.get()));
+    copy.reset();
+    EXPECT_TRUE(bell::isDead(peer.get()));
+}
+
+TEST_F(DeadBellTest, RingingItRaisesNoSigpipeByDefault) {
+    const ScopedDisposition disposition(SIG_DFL);
+    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_FALSE(isPending());
+}
+
+TEST_F(DeadBellTest, RingingItCallsNoHandler) {
+    const ScopedDisposition disposition(catchSignal);
+    caught = 0;
+    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_EQ(caught, 0);
+}
+
+TEST_F(DeadBellTest, RingingItLeavesNothingBehindWhereSigpipeIsIgnored) {
+    const ScopedDisposition disposition(SIG_IGN);
+    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_FALSE(isPending());
+}
+
+TEST_F(DeadBellTest, RingingItLeavesNothingPendingWhereSigpipeIsBlocked) {
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
+    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_FALSE(isPending());
+    sigset_t now;
+    pthread_sigmask(SIG_SETMASK, &before, &now);
+    EXPECT_EQ(sigismember(&now, SIGPIPE), 1);
+}
+
+TEST_F(DeadBellTest, ASigpipeThatWasPendingBeforeStaysPending) {
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
+    raise(SIGPIPE);
+    ASSERT_TRUE(isPending());
+    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_TRUE(isPending());
+    const timespec now = {0, 0};
+    EXPECT_EQ(sigtimedwait(&sigpipe, nullptr, &now), SIGPIPE);
+    EXPECT_FALSE(isPending());
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST_F(DeadBellTest, TheMaskIsAsItWas) {
+    sigset_t mask;
+    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
+}
+
+}  // namespace
+}  // namespace linx

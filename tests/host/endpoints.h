@@ -1,0 +1,82 @@
+#ifndef LINXIPC_TESTS_HOST_ENDPOINTS_H
+#define LINXIPC_TESTS_HOST_ENDPOINTS_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/arena/arena.h"
+#include "host/arena/domain.h"
+#include "platform/linx.h"
+#include "tests/support/arena_validator.h"
+#include "tests/support/domain_fixture.h"
+
+namespace linxtest {
+
+constexpr uint32_t anySignal[] = {0};
+
+struct CloseLinx {
+    void operator()(LINX* linx) const { linx_close(linx); }
+};
+
+/// An open endpoint, closed with its scope.
+class Linx : public std::unique_ptr<LINX, CloseLinx> {
+public:
+    explicit Linx(const std::string& name) : std::unique_ptr<LINX, CloseLinx>(linx_open(name.c_str(), 0, nullptr)) {
+        EXPECT_NE(get(), nullptr) << name;
+        LinxSignal* signal = linx_alloc(get(), 4, 0);
+        spid = linx_sender(get(), &signal);
+        linx_free_buf(get(), &signal);
+    }
+    operator LINX*() const { return get(); }
+
+    LinxSpid spid = 0;
+};
+
+/// A test that sees the arena behind the endpoints, whose words are all in order at its end.
+class ArenaDomainTest : public DomainTest {
+protected:
+    void TearDown() override {
+        EXPECT_EQ(arenaViolations(*joined), std::vector<std::string>());
+        joined.reset();
+        DomainTest::TearDown();
+    }
+
+    linx::Slot& slotOf(LinxSpid spid) const { return arena.slot(linx::indexOf(spid)); }
+    uint32_t leasedLines(LinxSpid spid) const { return slotOf(spid).leasedLines.loadRelaxed(); }
+    uint32_t dropped(LinxSpid spid) const { return static_cast<uint32_t>(slotOf(spid).dropped.value()); }
+
+    /// Blocks that somebody owns: in users' hands, queued, parked or on their way.
+    uint32_t ownedBlocks() const {
+        uint32_t count = 0;
+        linx::forEachBlock(arena, [&](linx::Block& block, linx::Ref, uint32_t) {
+            if (block.owner.loadRelaxed() != linx::ownerFree) ++count;
+        });
+        return count;
+    }
+
+    linx::Ref refOf(LinxSignal* signal) const { return arena.refOf(linx::blockOf(signal)); }
+
+    /// Sends a fresh signal.
+    static void sendNumber(LINX* from, LinxSpid to, uint32_t number, uint32_t size = 4) {
+        LinxSignal* signal = linx_alloc(from, size, number);
+        ASSERT_NE(signal, nullptr);
+        ASSERT_EQ(linx_send(from, &signal, to), 0);
+    }
+
+    /// Receives the next signal without waiting and frees it. Its number; 0 when there was none.
+    static uint32_t receiveNumber(LINX* linx) {
+        LinxSignal* signal = nullptr;
+        if (linx_receive_w_tmo(linx, &signal, 0, anySignal) <= 0) return 0;
+        const uint32_t number = signal->number;
+        linx_free_buf(linx, &signal);
+        return number;
+    }
+
+    std::shared_ptr<linx::Domain> joined = linx::Domain::join();
+    linx::Arena arena = joined->arena();
+};
+
+}  // namespace linxtest
+
+#endif

@@ -1,0 +1,89 @@
+#include "host/arena/hunt_table.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "tests/host/memory_arena.h"
+
+namespace linx {
+namespace {
+
+using linxtest::MemoryArena;
+using linxtest::nameOf;
+
+class HuntTableTest : public ::testing::Test {
+protected:
+    int add(const std::string& name, Ref signal) const {
+        return addHunt(arena, memory.file(), hunter, nameOf(name), signal);
+    }
+    std::vector<Ref> signals() const {
+        std::vector<Ref> all;
+        forEachHunt(arena, [&](Hunt& hunt) { all.push_back(hunt.signal.loadRelaxed()); });
+        return all;
+    }
+
+    const Spid hunter = makeSpid(1, 1);
+    MemoryArena memory;
+    Arena arena = memory.arena();
+};
+
+TEST_F(HuntTableTest, AHuntKeepsItsNameItsHunterAndItsSignal) {
+    ASSERT_EQ(add("absent", 77), 0);
+    const Hunt& hunt = arena.hunt(0);
+    EXPECT_EQ(hunt.hunter.loadRelaxed(), hunter);
+    EXPECT_EQ(hunt.signal.loadRelaxed(), 77u);
+    EXPECT_EQ(hunt.nameHash.loadRelaxed(), nameOf("absent").hash());
+    EXPECT_TRUE(nameOf("absent").equals(hunt.name, hunt.nameLength.loadRelaxed()));
+}
+
+TEST_F(HuntTableTest, AClearedEntryIsUsedAgainBeforeAFreshOne) {
+    for (Ref signal = 1; signal <= 4; ++signal) ASSERT_EQ(add("absent", signal), 0);
+    clearHunt(arena.hunt(1));
+    EXPECT_EQ(signals(), (std::vector<Ref>{1, 3, 4}));
+    ASSERT_EQ(add("absent", 5), 0);
+    EXPECT_EQ(signals(), (std::vector<Ref>{1, 5, 3, 4}));
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 4u);
+}
+
+TEST_F(HuntTableTest, TrimmingForgetsWhatIsUnusedAtTheEnd) {
+    for (Ref signal = 1; signal <= 4; ++signal) ASSERT_EQ(add("absent", signal), 0);
+    clearHunt(arena.hunt(0));
+    trimHunts(arena);
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 4u);
+    clearHunt(arena.hunt(3));
+    clearHunt(arena.hunt(2));
+    trimHunts(arena);
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 2u);
+    clearHunt(arena.hunt(1));
+    trimHunts(arena);
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+}
+
+TEST_F(HuntTableTest, AFullTableTakesNothingMoreUntilOneIsCleared) {
+    for (Ref signal = 1; signal <= huntCount; ++signal) ASSERT_EQ(add("absent", signal), 0);
+    EXPECT_EQ(add("absent", 5000), ENOSPC);
+    EXPECT_EQ(signals().size(), huntCount);
+    clearHunt(arena.hunt(huntCount - 1));
+    trimHunts(arena);
+    EXPECT_EQ(add("absent", 5000), 0);
+    EXPECT_EQ(signals().back(), 5000u);
+}
+
+TEST_F(HuntTableTest, AFileWithoutMemoryIsAnErrorAndLeavesNoEntry) {
+    EXPECT_EQ(addHunt(arena, -1, hunter, nameOf("absent"), 1), ENOMEM);
+    EXPECT_TRUE(signals().empty());
+}
+
+TEST_F(HuntTableTest, AGarbledCountDoesNotReachBeyondTheTable) {
+    ASSERT_EQ(add("absent", 1), 0);
+    arena.header().huntsUsed.storeRelaxed(~0u);
+    EXPECT_EQ(signals(), (std::vector<Ref>{1}));
+    EXPECT_EQ(add("absent", 2), 0);
+    trimHunts(arena);
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 2u);
+}
+
+}  // namespace
+}  // namespace linx

@@ -1,0 +1,88 @@
+#include "host/endpoint/looking_budget.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+
+#include "tests/support/domain_fixture.h"
+
+namespace linx {
+namespace {
+
+constexpr uint64_t most = 50000;
+
+TEST(LookingBudgets, ItGrowsWhereLookingFindsSomethingUpToItsBound) {
+    LookingBudget budget(most);
+    for (int i = 0; i < 20; ++i) {
+        const uint64_t before = budget.nanoseconds();
+        budget.foundWhileLooking();
+        EXPECT_GE(budget.nanoseconds(), before);
+        EXPECT_LE(budget.nanoseconds(), most);
+    }
+    EXPECT_EQ(budget.nanoseconds(), most);
+}
+
+TEST(LookingBudgets, ItHalvesDownToNothingWhereSleepsAreLong) {
+    LookingBudget budget(most);
+    for (int i = 0; i < 20; ++i) {
+        const uint64_t before = budget.nanoseconds();
+        budget.sleptFor(most);
+        EXPECT_LE(budget.nanoseconds(), before / 2);
+    }
+    EXPECT_EQ(budget.nanoseconds(), 0u);
+}
+
+TEST(LookingBudgets, ItGrowsAgainFromNothingAfterShortSleeps) {
+    LookingBudget budget(most);
+    for (int i = 0; i < 20; ++i) budget.sleptFor(10 * most);
+    ASSERT_EQ(budget.nanoseconds(), 0u);
+    budget.sleptFor(most - 1);
+    EXPECT_GT(budget.nanoseconds(), 0u);
+    for (int i = 0; i < 20; ++i) budget.sleptFor(0);
+    EXPECT_EQ(budget.nanoseconds(), most);
+}
+
+TEST(LookingBudgets, ABoundOfNothingTurnsItOffForGood) {
+    LookingBudget budget(0);
+    budget.foundWhileLooking();
+    budget.sleptFor(0);
+    EXPECT_EQ(budget.nanoseconds(), 0u);
+}
+
+TEST(LookingBudgets, TheEnvironmentBoundsIt) {
+    cpu_set_t processors;
+    ASSERT_EQ(sched_getaffinity(0, sizeof processors, &processors), 0);
+    if (CPU_COUNT(&processors) < 2) GTEST_SKIP() << "looking never pays on one processor";
+    const auto bound = [](const char* text) {
+        const linxtest::ScopedVariable variable("LINX_SPIN_US", text);
+        LookingBudget budget = LookingBudget::fromEnvironment();
+        for (int i = 0; i < 30; ++i) budget.foundWhileLooking();
+        return budget.nanoseconds();
+    };
+    EXPECT_EQ(bound("0"), 0u);
+    EXPECT_EQ(bound("7"), 7000u);
+    EXPECT_EQ(bound("1000"), 1000000u);
+    EXPECT_EQ(bound("4000000000"), 1000000u);
+    const uint64_t byDefault = bound(nullptr);
+    EXPECT_GT(byDefault, 0u);
+    EXPECT_EQ(bound(""), byDefault);
+    EXPECT_EQ(bound("much"), byDefault);
+    EXPECT_EQ(bound("7us"), byDefault);
+}
+
+TEST(LookingBudgets, OnOneProcessorThereIsNone) {
+    cpu_set_t before;
+    ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (int processor = 0; processor < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++processor) {
+        if (CPU_ISSET(processor, &before)) CPU_SET(processor, &one);
+    }
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    LookingBudget budget = LookingBudget::fromEnvironment();
+    sched_setaffinity(0, sizeof before, &before);
+    budget.foundWhileLooking();
+    EXPECT_EQ(budget.nanoseconds(), 0u);
+}
+
+}  // namespace
+}  // namespace linx

@@ -1,0 +1,69 @@
+#ifndef LINXIPC_TESTS_HOST_MEMORY_ARENA_H
+#define LINXIPC_TESTS_HOST_MEMORY_ARENA_H
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <cstring>
+#include <string>
+
+#include "host/arena/arena.h"
+#include "host/arena/name_table.h"
+#include "host/arena/scoped_descriptor.h"
+
+namespace linxtest {
+
+/// An empty arena that no process joins, between two pages that nobody may touch.
+class MemoryArena {
+public:
+    static constexpr uint32_t units = 1024;
+
+    MemoryArena() : file_(memfd_create("arena", MFD_CLOEXEC)) {
+        EXPECT_EQ(ftruncate(file_.get(), static_cast<off_t>(bytes())), 0);
+        guarded_ = static_cast<char*>(
+            mmap(nullptr, bytes() + 2 * linx::unitBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mmap(base(), bytes(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file_.get(), 0);
+    }
+    ~MemoryArena() { munmap(guarded_, bytes() + 2 * linx::unitBytes); }
+    MemoryArena(const MemoryArena&) = delete;
+    MemoryArena& operator=(const MemoryArena&) = delete;
+
+    linx::Arena arena() const { return linx::Arena(base(), units); }
+    int file() const { return file_.get(); }
+    char* base() const { return guarded_ + linx::unitBytes; }
+    static size_t bytes() { return size_t{linx::firstPoolPage(units) + units} * linx::unitBytes; }
+
+    /// Cuts a run of the class at the unit, as a lease would. Returns its first block.
+    linx::Ref layRun(uint32_t unit, uint32_t sizeClass) const {
+        for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].units; ++i) {
+            arena().unit(unit + i).storeRelaxed(linx::unitEntry(sizeClass, i));
+        }
+        return arena().refOfUnit(unit);
+    }
+
+private:
+    linx::ScopedDescriptor file_;
+    char* guarded_;
+};
+
+inline linx::Name nameOf(const std::string& text) {
+    return linx::Name(text.data(), static_cast<uint32_t>(text.size()));
+}
+
+/// Writes an open endpoint into a slot, and into the name table.
+inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const std::string& text,
+                              uint32_t generation = 1) {
+    const linx::Name name = nameOf(text);
+    linx::Slot& slot = arena.slot(index);
+    slot.nameHash.storeRelaxed(name.hash());
+    slot.nameLength.storeRelaxed(name.length());
+    name.writeTo(slot.name);
+    const linx::Spid spid = linx::makeSpid(index, generation);
+    slot.life.storeRelaxed(spid | linx::lifeOpen);
+    linx::insertName(arena, index);
+    return spid;
+}
+
+}  // namespace linxtest
+
+#endif

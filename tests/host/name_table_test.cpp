@@ -1,0 +1,155 @@
+#include "host/arena/name_table.h"
+
+#include <gtest/gtest.h>
+
+#include <unordered_map>
+
+#include "tests/host/memory_arena.h"
+
+namespace linx {
+namespace {
+
+using linxtest::layOpenSlot;
+using linxtest::MemoryArena;
+using linxtest::nameOf;
+
+/// `count` names that share one bucket.
+std::vector<std::string> namesOfOneBucket(size_t count) {
+    std::vector<std::string> names;
+    const uint32_t bucket = nameOf("name0").hash() % slotCount;
+    for (uint32_t i = 0; names.size() < count; ++i) {
+        const std::string name = "name" + std::to_string(i);
+        if (nameOf(name).hash() % slotCount == bucket) names.push_back(name);
+    }
+    return names;
+}
+
+/// Two names whose hashes are the same in every bit.
+std::pair<std::string, std::string> namesOfOneHash() {
+    std::unordered_map<uint32_t, std::string> seen;
+    for (uint32_t i = 0;; ++i) {
+        const std::string name = std::to_string(i * 2654435761u) + "x" + std::to_string(i);
+        const auto [place, isNew] = seen.insert({nameOf(name).hash(), name});
+        if (!isNew) return {place->second, name};
+    }
+}
+
+class NameTableTest : public ::testing::Test {
+protected:
+    MemoryArena memory;
+    Arena arena = memory.arena();
+};
+
+TEST_F(NameTableTest, AnOpenEndpointIsFoundByItsName) {
+    const Spid spid = layOpenSlot(arena, 7, "EncodeCtrl");
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), spid);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtr")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl1")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("encodeCtrl")), 0u);
+}
+
+TEST_F(NameTableTest, NamesOfEveryLengthAreTold) {
+    for (uint32_t length = 1; length <= maxNameLength; ++length) {
+        layOpenSlot(arena, length, std::string(length, 'n'));
+    }
+    for (uint32_t length = 1; length <= maxNameLength; ++length) {
+        ASSERT_EQ(findName(arena, nameOf(std::string(length, 'n'))), makeSpid(length, 1));
+    }
+}
+
+TEST_F(NameTableTest, AnEndedEndpointIsNotFound) {
+    const Spid spid = layOpenSlot(arena, 7, "EncodeCtrl");
+    arena.slot(7).life.storeRelaxed(spid);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+}
+
+TEST_F(NameTableTest, AnySlotOfAChainCanBeTakenOut) {
+    const std::vector<std::string> names = namesOfOneBucket(5);
+    for (size_t removed = 0; removed < names.size(); ++removed) {
+        for (uint32_t i = 0; i < names.size(); ++i) layOpenSlot(arena, i + 1, names[i]);
+        removeName(arena, static_cast<uint32_t>(removed) + 1);
+        for (uint32_t i = 0; i < names.size(); ++i) {
+            EXPECT_EQ(findName(arena, nameOf(names[i])), i == removed ? 0 : makeSpid(i + 1, 1));
+        }
+        for (uint32_t i = 0; i < names.size(); ++i) removeName(arena, i + 1);
+        EXPECT_EQ(arena.bucket(nameOf(names[0]).hash()).loadRelaxed(), 0u);
+    }
+}
+
+TEST_F(NameTableTest, NamesOfOneHashAreToldApart) {
+    const auto [one, other] = namesOfOneHash();
+    ASSERT_EQ(nameOf(one).hash(), nameOf(other).hash());
+    const Spid first = layOpenSlot(arena, 1, one);
+    EXPECT_EQ(findName(arena, nameOf(other)), 0u);
+    const Spid second = layOpenSlot(arena, 2, other);
+    EXPECT_EQ(findName(arena, nameOf(one)), first);
+    EXPECT_EQ(findName(arena, nameOf(other)), second);
+}
+
+TEST_F(NameTableTest, CyclicLinksEndTheSearch) {
+    const std::vector<std::string> names = namesOfOneBucket(3);
+    layOpenSlot(arena, 1, names[0]);
+    layOpenSlot(arena, 2, names[1]);
+    arena.slot(1).nextInBucket.storeRelaxed(2);
+    EXPECT_EQ(findName(arena, nameOf(names[2])), 0u);
+    EXPECT_EQ(findName(arena, nameOf(names[0])), makeSpid(1, 1));
+    layOpenSlot(arena, 3, names[2]);
+    removeName(arena, 4);
+    arena.slot(3).nextInBucket.storeRelaxed(3);
+    arena.slot(4).nameHash.storeRelaxed(nameOf(names[0]).hash());
+    removeName(arena, 4);
+}
+
+TEST_F(NameTableTest, LinksOutOfRangeEndTheSearch) {
+    const std::vector<std::string> names = namesOfOneBucket(2);
+    layOpenSlot(arena, 1, names[0]);
+    for (const uint32_t link : {slotCount, slotCount + 1, 0x80000000u, ~0u}) {
+        arena.slot(1).nextInBucket.storeRelaxed(link);
+        EXPECT_EQ(findName(arena, nameOf(names[1])), 0u);
+        arena.slot(2).nameHash.storeRelaxed(nameOf(names[1]).hash());
+        removeName(arena, 2);
+        EXPECT_EQ(findName(arena, nameOf(names[0])), makeSpid(1, 1));
+    }
+}
+
+TEST_F(NameTableTest, ASlotWhoseLifeNamesAnotherIndexIsNotFound) {
+    layOpenSlot(arena, 7, "EncodeCtrl");
+    arena.slot(7).life.storeRelaxed(makeSpid(8, 1) | lifeOpen);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+}
+
+TEST_F(NameTableTest, TheNameOfASpidIsKnownUntilItsSlotIsUsedAgain) {
+    const Spid spid = layOpenSlot(arena, 7, "EncodeCtrl");
+    Name name;
+    ASSERT_TRUE(nameOfSpid(arena, spid, name));
+    EXPECT_STREQ(name.text(), "EncodeCtrl");
+    EXPECT_EQ(name.hash(), nameOf("EncodeCtrl").hash());
+    arena.slot(7).life.storeRelaxed(spid);
+    ASSERT_TRUE(nameOfSpid(arena, spid, name));
+    EXPECT_EQ(name.length(), 10u);
+    const Spid next = layOpenSlot(arena, 7, "Next", 2);
+    EXPECT_FALSE(nameOfSpid(arena, spid, name));
+    ASSERT_TRUE(nameOfSpid(arena, next, name));
+    EXPECT_STREQ(name.text(), "Next");
+}
+
+TEST_F(NameTableTest, WhatIsNoSpidHasNoName) {
+    layOpenSlot(arena, 7, "EncodeCtrl");
+    Name name;
+    for (const uint32_t spid : {0u, makeSpid(0, 1), makeSpid(7, 0), makeSpid(7, 2), makeSpid(8, 0), ~0u}) {
+        EXPECT_FALSE(nameOfSpid(arena, spid, name)) << spid;
+    }
+}
+
+TEST_F(NameTableTest, AGarbledLengthDoesNotReachBeyondTheName) {
+    const Spid spid = layOpenSlot(arena, 7, std::string(maxNameLength, 'n'));
+    arena.slot(7).nameLength.storeRelaxed(~0u);
+    Name name;
+    ASSERT_TRUE(nameOfSpid(arena, spid, name));
+    EXPECT_EQ(name.length(), maxNameLength);
+    EXPECT_EQ(std::strlen(name.text()), maxNameLength);
+    EXPECT_EQ(findName(arena, nameOf(std::string(maxNameLength, 'n'))), 0u);
+}
+
+}  // namespace
+}  // namespace linx

@@ -1,0 +1,285 @@
+#include "host/pool/pool.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <random>
+
+#include "host/pool/lease.h"
+#include "tests/host/endpoints.h"
+
+namespace linx {
+namespace {
+
+using linxtest::anySignal;
+using linxtest::Linx;
+using linxtest::ScopedVariable;
+
+constexpr uint32_t mebibyte = 1u << 20;
+
+class PoolTest : public linxtest::ArenaDomainTest {
+protected:
+    void TearDown() override {
+        two.reset();
+        one.reset();
+        ArenaDomainTest::TearDown();
+    }
+
+    static uint32_t linesOf(uint32_t size) { return linesOfClass(classForLines(linesForSignal(size))); }
+
+    /// Allocates signals until there is no room.
+    static std::vector<LinxSignal*> allocateAll(LINX* linx, uint32_t size) {
+        std::vector<LinxSignal*> signals;
+        while (LinxSignal* signal = linx_alloc(linx, size, 1)) signals.push_back(signal);
+        EXPECT_EQ(errno, ENOMEM);
+        return signals;
+    }
+    static void freeAll(LINX* linx, std::vector<LinxSignal*>& signals) {
+        for (LinxSignal*& signal : signals) EXPECT_EQ(linx_free_buf(linx, &signal), 0);
+        signals.clear();
+    }
+    static bool canAllocate(LINX* linx, uint32_t size) {
+        LinxSignal* signal = linx_alloc(linx, size, 1);
+        return signal != nullptr && linx_free_buf(linx, &signal) == 0;
+    }
+    static LinxSignal* pass(LINX* from, LINX* to, LinxSpid spid, uint32_t size) {
+        sendNumber(from, spid, 1, size);
+        LinxSignal* signal = nullptr;
+        EXPECT_EQ(linx_receive_w_tmo(to, &signal, 0, anySignal), static_cast<int>(size));
+        return signal;
+    }
+    static Spid homeOf(LinxSignal* signal) { return blockOf(signal)->home.loadRelaxed(); }
+
+    Linx one{"one"};
+    Linx two{"two"};
+};
+
+TEST_F(PoolTest, TheBlockFreedLastIsTheOneUsedNext) {
+    LinxSignal* first = linx_alloc(one, 100, 1);
+    LinxSignal* second = linx_alloc(one, 100, 1);
+    LinxSignal* const keptFirst = first;
+    LinxSignal* const keptSecond = second;
+    linx_free_buf(one, &first);
+    linx_free_buf(one, &second);
+    first = linx_alloc(one, 100, 1);
+    second = linx_alloc(one, 100, 1);
+    EXPECT_EQ(first, keptSecond);
+    EXPECT_EQ(second, keptFirst);
+    linx_free_buf(one, &first);
+    linx_free_buf(one, &second);
+}
+
+TEST_F(PoolTest, EveryPayloadIsAlignedAndNoTwoSignalsOverlap) {
+    std::vector<std::pair<char*, uint32_t>> areas;
+    std::vector<LinxSignal*> signals;
+    for (uint32_t size = 4; size < 200000; size += size / 3 + 1) {
+        LinxSignal* signal = linx_alloc(one, size, size);
+        ASSERT_NE(signal, nullptr);
+        EXPECT_EQ((reinterpret_cast<uintptr_t>(signal) + sizeof(LinxSignal)) % 16, 0u) << size;
+        std::memset(reinterpret_cast<char*>(signal) + 4, 0x5a, size - 4);
+        areas.push_back({reinterpret_cast<char*>(blockOf(signal)), size + static_cast<uint32_t>(sizeof(Block)) - 4});
+        signals.push_back(signal);
+    }
+    std::sort(areas.begin(), areas.end());
+    for (size_t i = 1; i < areas.size(); ++i) EXPECT_LE(areas[i - 1].first + areas[i - 1].second, areas[i].first);
+    freeAll(one, signals);
+}
+
+TEST_F(PoolTest, ABlockThatSomebodyElseFreesGoesBackHome) {
+    const uint32_t linesOfOne = leasedLines(one.spid);
+    const uint32_t linesOfTwo = leasedLines(two.spid);
+    LinxSignal* signal = pass(one, two, two.spid, 4);
+    LinxSignal* const kept = signal;
+    EXPECT_EQ(homeOf(signal), one.spid);
+    ASSERT_EQ(linx_free_buf(two, &signal), 0);
+    EXPECT_EQ(slotOf(one.spid).returned.loadRelaxed(), refOf(kept));
+    EXPECT_EQ(blockOf(kept)->owner.loadRelaxed(), one.spid | ownerTransit);
+    EXPECT_EQ(leasedLines(one.spid), linesOfOne);
+    EXPECT_EQ(leasedLines(two.spid), linesOfTwo);
+}
+
+TEST_F(PoolTest, ReturnedBlocksAreUsedBeforeMoreIsLeased) {
+    for (int i = 0; i < 5000; ++i) {
+        LinxSignal* signal = pass(one, two, two.spid, 1000);
+        ASSERT_EQ(linx_free_buf(two, &signal), 0);
+    }
+    const SizeClass& c = sizeClasses[classForLines(linesForSignal(1000))];
+    EXPECT_LE(leasedLines(one.spid), linesPerUnit + c.blocks * c.lines);
+}
+
+TEST_F(PoolTest, ABlockWhoseHomeHasEndedStaysWithWhoFreesIt) {
+    const uint32_t before = leasedLines(two.spid);
+    LinxSignal* signal = pass(one, two, two.spid, 1000);
+    LinxSignal* const kept = signal;
+    const LinxSpid ended = one.spid;
+    one.reset();
+    EXPECT_EQ(homeOf(kept), ended);
+    ASSERT_EQ(linx_free_buf(two, &signal), 0);
+    EXPECT_EQ(homeOf(kept), two.spid);
+    EXPECT_EQ(leasedLines(two.spid), before + linesOf(1000));
+    signal = linx_alloc(two, 1000, 1);
+    EXPECT_EQ(signal, kept);
+    linx_free_buf(two, &signal);
+}
+
+TEST_F(PoolTest, BlocksThatAnEndingEndpointHeldComeOffTheBooksOfTheirHome) {
+    const uint32_t before = leasedLines(one.spid);
+    LinxSignal* held = pass(one, two, two.spid, 1000);
+    ASSERT_NE(held, nullptr);
+    sendNumber(one, two.spid, 2, 1000);
+    LinxSignal* forHunt = pass(one, two, two.spid, 1000);
+    ASSERT_EQ(linx_hunt(two, "absent", &forHunt), 0);
+    two.reset();
+    // What two held, or hunted with, is common now; what it had not received has come back.
+    EXPECT_EQ(homeOf(held), noHome);
+    EXPECT_GE(leasedLines(one.spid), before);
+    EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());
+}
+
+TEST_F(PoolTest, AnEndpointCannotHaveMoreThanItsShare) {
+    std::vector<LinxSignal*> signals = allocateAll(one, mebibyte);
+    EXPECT_EQ(signals.size(), lease::shareOf(arena) / linesOf(mebibyte));
+    EXPECT_LE(leasedLines(one.spid), lease::shareOf(arena));
+    EXPECT_TRUE(canAllocate(two, mebibyte));
+    freeAll(one, signals);
+    EXPECT_TRUE(canAllocate(one, mebibyte));
+}
+
+TEST_F(PoolTest, TheSurplusOfAnEndpointIsEverybodys) {
+    std::vector<LinxSignal*> signals = allocateAll(one, 30000);
+    EXPECT_GE(leasedLines(one.spid) + linesOf(30000), lease::shareOf(arena));
+    freeAll(one, signals);
+    EXPECT_LT(leasedLines(one.spid), lease::shareOf(arena) / 4);
+}
+
+TEST_F(PoolTest, WhatOneEndpointHasFreedAnotherCanUse) {
+    std::vector<LinxSignal*> signals = allocateAll(one, mebibyte);
+    const uint32_t used = arena.header().unitsUsed.loadRelaxed();
+    freeAll(one, signals);
+    signals = allocateAll(two, mebibyte);
+    EXPECT_EQ(signals.size(), lease::shareOf(arena) / linesOf(mebibyte));
+    const uint32_t keptByOne = leasedLines(one.spid) / linesPerUnit;
+    EXPECT_LE(arena.header().unitsUsed.loadRelaxed(), used + keptByOne + sizeClasses[sizeClassCount - 1].units);
+    freeAll(two, signals);
+}
+
+TEST_F(PoolTest, EndpointsThatComeAndGoUseTheSameMemory) {
+    uint32_t used = 0;
+    for (int round = 0; round < 50; ++round) {
+        const Linx brief("brief");
+        std::vector<LinxSignal*> signals;
+        for (int i = 0; i < 100; ++i) signals.push_back(linx_alloc(brief, 5000, 1));
+        if (round == 1) used = arena.header().unitsUsed.loadRelaxed();
+        if (round % 2 == 0) freeAll(brief, signals);
+    }
+    EXPECT_EQ(arena.header().unitsUsed.loadRelaxed(), used);
+}
+
+TEST_F(PoolTest, ABlockThatSomebodyScribbledOverIsNotGivenOutTwice) {
+    LinxSignal* signal = linx_alloc(one, 4, 1);
+    LinxSignal* const kept = signal;
+    linx_free_buf(one, &signal);
+    Word& owner = blockOf(kept)->owner;
+    owner.storeRelaxed(two.spid);
+    signal = linx_alloc(one, 4, 1);
+    EXPECT_NE(signal, kept);
+    linx_free_buf(one, &signal);
+    signal = kept;
+    EXPECT_EQ(linx_free_buf(two, &signal), 0);
+}
+
+/// Set before PoolTest opens anything, being a base that comes first.
+struct FourMegabytes {
+    ScopedVariable megabytes{"LINX_ARENA_MB", "4"};
+};
+
+/// Four mebibytes, of which each of two endpoints may have two.
+class TightTest : private FourMegabytes, public PoolTest {};
+
+TEST_F(TightTest, AnExhaustedArenaIsAnErrorAndRecovers) {
+    std::vector<LinxSignal*> ofOne = allocateAll(one, 4);
+    std::vector<LinxSignal*> ofTwo = allocateAll(two, 4);
+    {
+        const Linx third("third");
+        EXPECT_FALSE(canAllocate(third, 65536));
+        EXPECT_EQ(errno, ENOMEM);
+    }
+    freeAll(one, ofOne);
+    freeAll(two, ofTwo);
+    EXPECT_EQ(ownedBlocks(), 0u);
+    EXPECT_TRUE(canAllocate(one, 65536));
+    EXPECT_TRUE(canAllocate(two, 65536));
+}
+
+TEST_F(TightTest, ManySmallBlocksBecomeRoomForALargeOne) {
+    std::vector<LinxSignal*> ofOne = allocateAll(one, 4);
+    std::vector<LinxSignal*> ofTwo = allocateAll(two, 100);
+    EXPECT_FALSE(canAllocate(one, mebibyte));
+    freeAll(one, ofOne);
+    freeAll(two, ofTwo);
+    EXPECT_TRUE(canAllocate(one, mebibyte));
+    EXPECT_TRUE(canAllocate(two, mebibyte));
+}
+
+TEST_F(TightTest, OnesOwnScatteredBlocksBecomeRoomForALargeOne) {
+    std::vector<LinxSignal*> signals = allocateAll(one, 4);
+    std::vector<LinxSignal*> others = allocateAll(two, mebibyte);
+    std::shuffle(signals.begin(), signals.end(), std::mt19937(11));
+    freeAll(one, signals);
+    EXPECT_TRUE(canAllocate(one, mebibyte));
+    freeAll(two, others);
+}
+
+TEST_F(TightTest, BlocksThatWaitAtAnIdleEndpointAreFetchedFromThere) {
+    std::vector<LinxSignal*> passed;
+    while (LinxSignal* signal = linx_alloc(one, 60000, 1)) {
+        ASSERT_EQ(linx_send(one, &signal, two.spid), 0);
+        ASSERT_GT(linx_receive_w_tmo(two, &signal, 0, anySignal), 0);
+        passed.push_back(signal);
+    }
+    freeAll(two, passed);
+    // All of one's share waits in its returned stack, and one does nothing.
+    EXPECT_NE(slotOf(one.spid).returned.loadRelaxed(), 0u);
+    std::vector<LinxSignal*> large = allocateAll(two, mebibyte);
+    EXPECT_EQ(large.size(), 2u);
+    const Linx third("third");
+    EXPECT_TRUE(canAllocate(third, mebibyte));
+    EXPECT_EQ(slotOf(one.spid).returned.loadRelaxed(), 0u);
+    freeAll(two, large);
+}
+
+TEST_F(TightTest, RandomTrafficLeavesTheBooksInOrder) {
+    LINX* const endpoints[] = {one, two};
+    const LinxSpid spids[] = {one.spid, two.spid};
+    std::vector<LinxSignal*> held[2];
+    std::mt19937 random(5);
+    const auto upTo = [&](size_t most) { return static_cast<size_t>(random() % (most + 1)); };
+    for (int step = 0; step < 20000; ++step) {
+        const size_t who = upTo(1);
+        std::vector<LinxSignal*>& mine = held[who];
+        if (upTo(2) == 0 || mine.empty()) {
+            const auto size = static_cast<uint32_t>(4 + upTo(size_t{1} << upTo(17)));
+            LinxSignal* signal = linx_alloc(endpoints[who], size, 1);
+            if (signal != nullptr) mine.push_back(signal);
+            continue;
+        }
+        std::swap(mine[upTo(mine.size() - 1)], mine.back());
+        LinxSignal* signal = mine.back();
+        mine.pop_back();
+        if (upTo(1) == 0) {
+            ASSERT_EQ(linx_free_buf(endpoints[who], &signal), 0);
+        } else {
+            ASSERT_EQ(linx_send(endpoints[who], &signal, spids[1 - who]), 0);
+            ASSERT_GT(linx_receive_w_tmo(endpoints[1 - who], &signal, 0, anySignal), 0);
+            held[1 - who].push_back(signal);
+        }
+        if (step % 1000 == 0) {
+            ASSERT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());
+        }
+    }
+    for (size_t who = 0; who < 2; ++who) freeAll(endpoints[who], held[who]);
+    EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());
+}
+
+}  // namespace
+}  // namespace linx

@@ -1,0 +1,557 @@
+#include <fcntl.h>
+#include <poll.h>
+
+#include <cerrno>
+
+#include "host/mailbox/attention.h"
+#include "host/mailbox/bell.h"
+#include "host/pool/lease.h"
+#include "host/recovery/repair.h"
+#include "host/recovery/retire.h"
+#include "tests/host/endpoints.h"
+#include "tests/host/memory_arena.h"
+
+namespace linx {
+namespace {
+
+using linxtest::anySignal;
+using linxtest::Linx;
+using linxtest::nameOf;
+
+constexpr uint32_t anyClass = 3;
+
+/// Lays down by hand what a process leaves that dies between two stores, and looks at what the next holder of the
+/// cold lock makes of it.
+class RecoveryTest : public linxtest::ArenaDomainTest {
+protected:
+    void TearDown() override {
+        live.reset();
+        ArenaDomainTest::TearDown();
+    }
+
+    /// An endpoint whose process has died: in the arena it is open, but nobody holds its bell.
+    Spid layDead(const std::string& name) const {
+        const ColdSection cold(*joined);
+        const uint32_t index = takeSlot(arena, cold.file());
+        Slot& slot = arena.slot(index);
+        slot.attention.storeRelaxed(attention::word(makeSpid(index, 1), attention::quiet));
+        return linxtest::layOpenSlot(arena, index, name);
+    }
+
+    /// Free blocks at home at `home`.
+    std::vector<Ref> leaseFor(Spid home, uint32_t wanted = 1) const {
+        const ColdSection cold(*joined);
+        std::vector<Ref> blocks;
+        lease::fromUnits(cold, home, anyClass, wanted, blocks);
+        return blocks;
+    }
+
+    Block& block(Ref ref) const { return *arena.blockAt(ref); }
+    bool isCommon(Ref ref) const { return common::isCommon(block(ref)); }
+
+    /// Writes the next owner, as a sender does before it pushes.
+    void address(Ref ref, Spid from, Spid to) const {
+        slotOf(from).sending.storeRelaxed(ref);
+        block(ref).sender.storeRelaxed(from);
+        block(ref).size.storeRelaxed(4);
+        block(ref).signal.number = 77;
+        block(ref).owner.storeRelaxed(to | ownerTransit);
+    }
+    void post(Ref ref, Spid from, Spid to) const {
+        address(ref, from, to);
+        ASSERT_NE(stack::push(slotOf(to).mailbox, block(ref), ref), stack::closed);
+    }
+
+    void reapDead(Spid spid) const {
+        ASSERT_TRUE(hasDied(*joined, spid));
+        ASSERT_TRUE(reap(*joined, spid));
+        EXPECT_FALSE(isOpen(arena, spid));
+    }
+
+    /// The next holder of the cold lock finds that the one before has died in it.
+    void repairAfterDeath() const {
+        arena.header().busy.storeRelaxed(1);
+        const ColdSection cold(*joined);
+        EXPECT_TRUE(cold.entered());
+    }
+
+    void expectInOrder() const { EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>()); }
+
+    Linx live{"live"};
+};
+
+TEST_F(RecoveryTest, AllThatADeadEndpointOwnedBecomesCommon) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    block(blocks[0]).owner.storeRelaxed(dead);
+    block(blocks[1]).owner.storeRelaxed(dead | ownerQueued);
+    reapDead(dead);
+    for (const Ref ref : blocks) EXPECT_TRUE(isCommon(ref));
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, TheNameOfADeadEndpointCanBeOpenedAndItsNameStillAskedFor) {
+    const Spid dead = layDead("dead");
+    const Linx next("dead");
+    EXPECT_NE(next.spid, dead);
+    EXPECT_FALSE(isOpen(arena, dead));
+    char* name = nullptr;
+    ASSERT_EQ(linx_get_name(live, dead, &name), 0);
+    EXPECT_STREQ(name, "dead");
+    linx_free_name(live, &name);
+}
+
+TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenBecomesCommonAndItsMailboxStaysClosed) {
+    const Spid dead = layDead("dead");
+    LinxSignal* signal = linx_alloc(live, 4, 1);
+    const Ref ref = refOf(signal);
+    const uint32_t before = leasedLines(live.spid);
+    post(ref, live.spid, dead);
+    reapDead(dead);
+    EXPECT_TRUE(isCommon(ref));
+    EXPECT_EQ(leasedLines(live.spid), before - 1);
+    EXPECT_EQ(slotOf(dead).mailbox.loadRelaxed(), stack::closed);
+    EXPECT_EQ(slotOf(dead).returned.loadRelaxed(), stack::closed);
+}
+
+TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsAnnouncement) {
+    const Spid dead = layDead("dead");
+    const Spid sender = layDead("sender");
+    const std::vector<Ref> blocks = leaseFor(sender, 100);
+    for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
+    Slot& slot = slotOf(dead);
+    stack::take(slot.mailbox, slot.takingMailbox, stack::empty);
+    block(blocks[4]).owner.storeRelaxed(dead | ownerQueued);  // the first one had been marked already
+    post(blocks[5], sender, dead);
+    reapDead(dead);
+    for (size_t i = 0; i <= 5; ++i) EXPECT_TRUE(isCommon(blocks[i])) << i;
+    EXPECT_EQ(slot.takingMailbox.loadRelaxed(), 0u);
+    reapDead(sender);
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
+    const Spid dead = layDead("dead");
+    const Spid sender = layDead("sender");
+    const std::vector<Ref> blocks = leaseFor(sender, 100);
+    for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
+    Slot& slot = slotOf(dead);
+    stack::take(slot.mailbox, slot.takingMailbox, stack::closed);
+    repairAfterDeath();
+    reapDead(dead);
+    reapDead(sender);
+    for (size_t i = 0; i < 5; ++i) EXPECT_TRUE(isCommon(blocks[i])) << i;
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsAnnouncement) {
+    const Spid dead = layDead("dead");
+    const Spid freer = layDead("freer");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    Slot& slot = slotOf(dead);
+    for (size_t i = 0; i < 4; ++i) {
+        address(blocks[i], freer, dead);
+        stack::push(slot.returned, block(blocks[i]), blocks[i]);
+        if (i == 2) stack::take(slot.returned, slot.takingReturned, stack::empty);
+    }
+    block(blocks[2]).owner.storeRelaxed(ownerFree);
+    reapDead(dead);
+    for (const Ref ref : blocks) EXPECT_TRUE(isCommon(ref));
+    reapDead(freer);
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, ASignalThatWasAddressedButNeverPushedIsFoundByItsSendersSlot) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    address(blocks[0], dead, live.spid);
+    reapDead(dead);
+    EXPECT_TRUE(isCommon(blocks[0]));
+    expectInOrder();
+    EXPECT_EQ(receiveNumber(live), 0u);
+}
+
+TEST_F(RecoveryTest, ASignalThatWasPushedIsDeliveredThoughItsSenderDiedRightAfter) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    post(blocks[0], dead, live.spid);
+    reapDead(dead);
+    expectInOrder();
+    LinxSignal* signal = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(live, &signal, 0, anySignal), 4);
+    EXPECT_EQ(signal->number, 77u);
+    EXPECT_EQ(linx_sender(live, &signal), dead);
+    EXPECT_EQ(linx_free_buf(live, &signal), 0);
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
+    for (const bool hadAnnounced : {false, true}) {
+        const Spid dead = layDead("dead");
+        const std::vector<Ref> blocks = leaseFor(dead, 100);
+        post(blocks[0], dead, live.spid);
+        Slot& slot = slotOf(live.spid);
+        ASSERT_EQ(slot.attention.loadRelaxed(), attention::word(live.spid, attention::quiet));
+        if (hadAnnounced) {
+            slot.attention.storeRelaxed(attention::word(live.spid, attention::ringing + indexOf(dead)));
+        }
+        reapDead(dead);
+        pollfd poll = {linx_get_descriptor(live), POLLIN, 0};
+        EXPECT_EQ(::poll(&poll, 1, 0), 1);
+        EXPECT_EQ(receiveNumber(live), 77u);
+        EXPECT_EQ(receiveNumber(live), 0u);  // takes out the byte that came after an announcement
+        EXPECT_EQ(::poll(&poll, 1, 0), 0);
+    }
+    const int descriptor = linx_get_descriptor(live);
+    live.reset();
+    close(descriptor);
+}
+
+TEST_F(RecoveryTest, ABlockOnItsWayHomeButNeverPushedIsFoundByItsFreersSlot) {
+    const Spid dead = layDead("dead");
+    LinxSignal* signal = linx_alloc(live, 4, 1);
+    const Ref ref = refOf(signal);
+    const uint32_t before = leasedLines(live.spid);
+    address(ref, dead, live.spid);
+    reapDead(dead);
+    EXPECT_TRUE(isCommon(ref));
+    EXPECT_EQ(leasedLines(live.spid), before - 1) << "its home counts it no more";
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, ASignalThatWentAstrayBetweenTwoDeadEndpointsIsFoundInEitherOrder) {
+    for (const bool senderFirst : {true, false}) {
+        const Spid sender = layDead("sender");
+        const Spid receiver = layDead("receiver");
+        const std::vector<Ref> blocks = leaseFor(sender, 100);
+        address(blocks[0], sender, receiver);
+        reapDead(senderFirst ? sender : receiver);
+        reapDead(senderFirst ? receiver : sender);
+        EXPECT_TRUE(isCommon(blocks[0])) << senderFirst;
+        expectInOrder();
+    }
+}
+
+TEST_F(RecoveryTest, GarbledCommonStacksAreMadeAnew) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    reapDead(dead);
+    Header& header = arena.header();
+    for (Word& head : header.common) head.storeRelaxed(blocks[5]);
+    for (const Ref ref : blocks) block(ref).next.storeRelaxed(blocks[7]);
+    repairAfterDeath();
+    expectInOrder();
+    header.common[anyClass].storeRelaxed(~0u);
+    repairAfterDeath();
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, AGarbledCommonStackIsNotFollowedEvenBeforeTheRepair) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    reapDead(dead);
+    block(blocks[0]).owner.storeRelaxed(live.spid);
+    for (const Ref head : {blocks[0], blocks[0] + 1, 1u, ~0u}) {
+        arena.header().common[anyClass].storeRelaxed(head);
+        const ColdSection cold(*joined);
+        EXPECT_EQ(common::take(arena, anyClass), 0u);
+    }
+    block(blocks[0]).owner.storeRelaxed(ownerFree);
+    repairAfterDeath();
+}
+
+TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
+    const Spid dead = layDead("dead");
+    const uint32_t used = arena.header().unitsUsed.loadRelaxed();
+    const SizeClass& c = sizeClasses[20];
+    arena.header().unitsUsed.storeRelaxed(used + c.units);
+    ASSERT_GT(c.units, 1u);
+    for (uint32_t back = 1; back < c.units; ++back) arena.unit(used + back).storeRelaxed(unitEntry(20, back));
+    repairAfterDeath();
+    for (uint32_t back = 0; back < c.units; ++back) EXPECT_EQ(arena.unit(used + back).loadRelaxed(), 0u);
+    reapDead(dead);
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack) {
+    const Spid dead = layDead("dead");
+    std::vector<Ref> blocks;
+    {
+        const ColdSection cold(*joined);
+        lease::fromUnits(cold, dead, 20, 1, blocks);
+    }
+    reapDead(dead);
+    const uint32_t first = blocks[0] / linesPerUnit - arena.pageOfUnit(0);
+    arena.unit(first).storeRelaxed(0);
+    repairAfterDeath();
+    expectInOrder();
+    for (uint32_t i = 0; i < sizeClasses[20].units; ++i) EXPECT_EQ(arena.unit(first + i).loadRelaxed(), 0u);
+}
+
+TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterBecomesCommon) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    for (const Ref ref : blocks) EXPECT_EQ(block(ref).home.loadRelaxed(), dead);
+    repairAfterDeath();
+    reapDead(dead);
+    for (const Ref ref : blocks) EXPECT_TRUE(isCommon(ref));
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
+    uint32_t index;
+    {
+        const ColdSection cold(*joined);
+        index = takeSlot(arena, cold.file());
+        const ScopedDescriptor ownBell(bell::make(joined->directory(), makeSpid(index, 1), 0600));
+    }
+    Slot& slot = arena.slot(index);
+    slot.life.storeRelaxed(makeSpid(index, 1));
+    slot.nameHash.storeRelaxed(nameOf("never").hash());
+    insertName(arena, index);
+    repairAfterDeath();
+    expectInOrder();
+    EXPECT_EQ(findName(arena, nameOf("never")), 0u);
+    EXPECT_EQ(domain.leftovers().size(), 1u) << "the bell of the live one only";
+    EXPECT_EQ(arena.header().newestEnded.loadRelaxed(), index);
+}
+
+TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsThereAgain) {
+    const Spid dead = layDead("dead");
+    removeName(arena, indexOf(dead));
+    repairAfterDeath();
+    EXPECT_EQ(findName(arena, nameOf("dead")), dead);
+    expectInOrder();
+    reapDead(dead);
+}
+
+TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheOrderIsInItAgain) {
+    const Spid dead = layDead("dead");
+    {
+        const ColdSection cold(*joined);
+        removeName(arena, indexOf(dead));
+        slotOf(dead).life.storeRelaxed(dead);
+        slotOf(dead).mailbox.storeRelaxed(stack::closed);
+        slotOf(dead).returned.storeRelaxed(stack::closed);
+    }
+    repairAfterDeath();
+    EXPECT_EQ(arena.header().newestEnded.loadRelaxed(), indexOf(dead));
+    expectInOrder();
+}
+
+/// A hunt of the live endpoint that an opening endpoint is about to answer.
+class AnsweringTest : public RecoveryTest {
+protected:
+    AnsweringTest() {
+        EXPECT_EQ(linx_hunt(live, "sought", nullptr), 0);
+        EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 1u);
+        signal = arena.hunt(0).signal.loadRelaxed();
+        opener = layDead("opener");
+    }
+
+    Hunt& hunt() const { return arena.hunt(0); }
+    void begin() const { block(signal).owner.storeRelaxed(live.spid | ownerTransit); }
+    void tell() const {
+        hunt().hunter.storeRelaxed(live.spid | huntAnswering);
+        block(signal).sender.storeRelaxed(opener);
+    }
+    void push() const { stack::push(slotOf(live.spid).mailbox, block(signal), signal); }
+
+    void expectStillPending() {
+        repairAfterDeath();
+        reapDead(opener);
+        expectInOrder();
+        ASSERT_EQ(hunt().hunter.loadRelaxed(), live.spid);
+        EXPECT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+        EXPECT_EQ(receiveNumber(live), 0u);
+        const Linx sought("sought");
+        expectReceivedOnceFrom(sought.spid);
+    }
+    void expectAnswered() {
+        repairAfterDeath();
+        reapDead(opener);
+        EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+        expectReceivedOnceFrom(opener);
+        const Linx sought("sought");
+        EXPECT_EQ(receiveNumber(live), 0u);
+    }
+    void expectReceivedOnceFrom(Spid spid) {
+        LinxSignal* received = nullptr;
+        ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
+        EXPECT_EQ(received->number, static_cast<uint32_t>(LINX_OS_HUNT_SIG));
+        EXPECT_EQ(linx_sender(live, &received), spid);
+        EXPECT_EQ(linx_free_buf(live, &received), 0);
+        EXPECT_EQ(receiveNumber(live), 0u);
+    }
+
+    Ref signal = 0;
+    Spid opener = 0;
+};
+
+TEST_F(AnsweringTest, AHuntThatNobodyBeganToAnswerStaysPending) {
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalWasAddressedButNotPushedIsPendingAgain) {
+    begin();
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalWasAboutToBePushedIsPendingAgain) {
+    begin();
+    tell();
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, ARepairerThatDiesInBetweenLeavesTheHuntPending) {
+    begin();
+    tell();
+    hunt().hunter.storeRelaxed(live.spid);
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalLiesInTheMailboxIsAnswered) {
+    begin();
+    tell();
+    push();
+    expectAnswered();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasQueuedIsAnswered) {
+    begin();
+    tell();
+    push();
+    LinxSignal* none = nullptr;
+    const uint32_t another[] = {1, 12345};
+    ASSERT_EQ(linx_receive_w_tmo(live, &none, 0, another), 0);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    expectAnswered();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswered) {
+    begin();
+    tell();
+    push();
+    LinxSignal* received = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
+    LinxRef reference = linx_request_tmo(live, 100000000, &received);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    repairAfterDeath();
+    reapDead(opener);
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+    const Linx sought("sought");
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_EQ(linx_cancel_tmo(live, &reference), 0);
+}
+
+TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
+    const Spid hunter = layDead("hunter");
+    const std::vector<Ref> blocks = leaseFor(hunter, 100);
+    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    {
+        const ColdSection cold(*joined);
+        ASSERT_EQ(addHunt(arena, cold.file(), hunter, nameOf("sought"), blocks[0]), 0);
+    }
+    reapDead(hunter);
+    reapDead(opener);
+    EXPECT_TRUE(isCommon(blocks[0]));
+    expectInOrder();
+}
+
+/// A reclaiming process died with the returned stack of the live endpoint in its hands, or about to take it.
+class StealingTest : public RecoveryTest {
+protected:
+    StealingTest() {
+        freer = layDead("freer");
+        for (int i = 0; i < 4; ++i) signals.push_back(refOf(linx_alloc(live, 4, 1)));
+        for (const Ref ref : signals) {
+            address(ref, freer, live.spid);
+            stack::push(slot().returned, block(ref), ref);
+        }
+        slotOf(freer).sending.storeRelaxed(0);
+        linesBefore = leasedLines(live.spid);
+    }
+    Slot& slot() const { return slotOf(live.spid); }
+
+    std::vector<Ref> signals;
+    Spid freer = 0;
+    uint32_t linesBefore = 0;
+};
+
+TEST_F(StealingTest, AChainThatWasAnnouncedButNotTakenStaysWhereItIs) {
+    arena.header().stealing.storeRelaxed(slot().returned.loadRelaxed());
+    repairAfterDeath();
+    EXPECT_EQ(arena.header().stealing.loadRelaxed(), 0u);
+    for (const Ref ref : signals) EXPECT_EQ(block(ref).owner.loadRelaxed(), live.spid | ownerTransit);
+    EXPECT_EQ(leasedLines(live.spid), linesBefore);
+    reapDead(freer);
+    expectInOrder();
+}
+
+TEST_F(StealingTest, AChainThatWasTakenBecomesCommonAndComesOffTheBooks) {
+    stack::take(slot().returned, arena.header().stealing, stack::empty);
+    repairAfterDeath();
+    for (const Ref ref : signals) EXPECT_TRUE(isCommon(ref));
+    EXPECT_EQ(leasedLines(live.spid), linesBefore - static_cast<uint32_t>(signals.size()));
+    reapDead(freer);
+    expectInOrder();
+}
+
+TEST_F(StealingTest, AChainOfWhichAPartWasMadeCommonIsFinished) {
+    stack::take(slot().returned, arena.header().stealing, stack::empty);
+    common::disown(block(signals.back()));
+    slot().leasedLines.addRelaxed(~0u);
+    repairAfterDeath();
+    for (const Ref ref : signals) EXPECT_TRUE(isCommon(ref));
+    reapDead(freer);
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    post(blocks[0], dead, live.spid);
+    for (int i = 0; i < 3; ++i) repairAfterDeath();
+    reapDead(dead);
+    EXPECT_TRUE(reap(*joined, dead));
+    {
+        const ColdSection cold(*joined);
+        retire(cold, dead, Leftovers::search);
+    }
+    for (int i = 0; i < 3; ++i) repairAfterDeath();
+    expectInOrder();
+    EXPECT_EQ(receiveNumber(live), 77u);
+}
+
+TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
+    const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    const Ref stray = blocks[0];
+    block(stray).home.storeRelaxed(earlier);
+    slotOf(dead).leasedLines.addRelaxed(0u - linesOfClass(anyClass));
+    address(stray, dead, earlier);
+    stack::push(slotOf(live.spid).returned, block(stray), stray);
+    const uint32_t before = leasedLines(live.spid);
+    std::vector<LinxSignal*> signals;
+    while (block(stray).owner.loadRelaxed() != ownerFree) signals.push_back(linx_alloc(live, 4, 1));
+    EXPECT_EQ(block(stray).home.loadRelaxed(), live.spid);
+    EXPECT_GE(leasedLines(live.spid), before + linesOfClass(anyClass));
+    for (LinxSignal* signal : signals) linx_free_buf(live, &signal);
+    reapDead(dead);
+}
+
+TEST_F(RecoveryTest, MailMeantForAnEarlierUserOfTheSlotIsNotDelivered) {
+    const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    address(blocks[0], dead, earlier);
+    stack::push(slotOf(live.spid).mailbox, block(blocks[0]), blocks[0]);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_EQ(dropped(live.spid), 1u);
+    reapDead(dead);
+    expectInOrder();
+}
+
+}  // namespace
+}  // namespace linx

@@ -1,0 +1,177 @@
+#include "host/endpoint/signal_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <list>
+#include <random>
+
+namespace linx {
+namespace {
+
+constexpr uint32_t any[] = {0};
+
+class SignalQueueTest : public ::testing::Test {
+protected:
+    void append(Ref ref, uint32_t number) {
+        queue.reserve(1);
+        queue.append(ref, number);
+    }
+    Ref take(const std::vector<uint32_t>& numbers) {
+        std::vector<uint32_t> selection = {static_cast<uint32_t>(numbers.size())};
+        selection.insert(selection.end(), numbers.begin(), numbers.end());
+        return queue.take(selection.data());
+    }
+
+    SignalQueue queue;
+};
+
+TEST_F(SignalQueueTest, AnEmptyQueueGivesNothing) {
+    EXPECT_TRUE(queue.empty());
+    EXPECT_EQ(queue.take(any), 0u);
+    EXPECT_EQ(take({1, 2}), 0u);
+    EXPECT_FALSE(queue.remove(1, 1));
+}
+
+TEST_F(SignalQueueTest, SignalsOfAnyNumberComeInTheOrderOfTheirArrival) {
+    for (Ref ref = 1; ref <= 100; ++ref) append(ref, ref % 7);
+    for (Ref ref = 1; ref <= 100; ++ref) EXPECT_EQ(queue.take(any), ref);
+    EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(SignalQueueTest, AmongSeveralNumbersTheOldestComesFirst) {
+    append(1, 10);
+    append(2, 30);
+    append(3, 20);
+    append(4, 30);
+    append(5, 20);
+    EXPECT_EQ(take({20, 30}), 2u);
+    EXPECT_EQ(take({30, 20}), 3u);
+    append(6, 20);
+    EXPECT_EQ(take({20, 30}), 4u);
+    EXPECT_EQ(take({30, 20, 99}), 5u);
+    EXPECT_EQ(take({30}), 0u);
+    EXPECT_EQ(take({20}), 6u);
+    EXPECT_EQ(queue.take(any), 1u);
+}
+
+TEST_F(SignalQueueTest, WhatASelectionPassedOverKeepsItsPlace) {
+    append(1, 10);
+    append(2, 20);
+    append(3, 10);
+    EXPECT_EQ(take({99}), 0u);
+    append(4, 20);
+    EXPECT_EQ(queue.take(any), 1u);
+    EXPECT_EQ(queue.take(any), 2u);
+    EXPECT_EQ(queue.take(any), 3u);
+    EXPECT_EQ(queue.take(any), 4u);
+}
+
+TEST_F(SignalQueueTest, ANumberNamedTwiceIsNoTrouble) {
+    append(1, 10);
+    append(2, 10);
+    EXPECT_EQ(take({10, 10}), 1u);
+    EXPECT_EQ(take({10, 10}), 2u);
+    EXPECT_EQ(take({10, 10}), 0u);
+}
+
+TEST_F(SignalQueueTest, AMailboxGivesItsNewestFirst) {
+    append(1, 1);
+    append(4, 1);
+    append(3, 1);
+    append(2, 1);
+    queue.reverseLast(3);
+    for (Ref ref = 1; ref <= 4; ++ref) EXPECT_EQ(queue.take(any), ref);
+}
+
+/// A queue that passed over the unrelated signals each time would need ten thousand million steps here.
+TEST_F(SignalQueueTest, AHundredThousandUnrelatedSignalsDoNotGetInTheWay) {
+    constexpr uint32_t count = 100000;
+    for (Ref ref = 1; ref <= count; ++ref) append(ref, ref % 1000);
+    for (uint32_t i = 0; i < count; ++i) {
+        append(count + 1 + i, 5000);
+        ASSERT_EQ(take({5000}), count + 1 + i);
+    }
+    for (Ref ref = 1; ref <= count; ++ref) ASSERT_EQ(queue.take(any), ref);
+}
+
+TEST_F(SignalQueueTest, ASignalCanBeTakenOutOfAnyPlace) {
+    for (const Ref removed : {1u, 2u, 3u, 4u, 5u}) {
+        for (Ref ref = 1; ref <= 5; ++ref) append(ref, ref % 2);
+        EXPECT_FALSE(queue.remove(removed, 7));
+        EXPECT_FALSE(queue.remove(6, removed % 2));
+        EXPECT_TRUE(queue.remove(removed, removed % 2));
+        EXPECT_FALSE(queue.remove(removed, removed % 2));
+        EXPECT_EQ(queue.size(), 4u);
+        append(6, 1);
+        for (Ref ref = 1; ref <= 6; ++ref) {
+            if (ref != removed) {
+                EXPECT_EQ(queue.take(any), ref);
+            }
+        }
+        EXPECT_TRUE(queue.empty());
+    }
+}
+
+/// Thousands of seeded operations beside a plain list that does the same in the simplest way.
+TEST_F(SignalQueueTest, WhateverTheInterleavingItBehavesLikeAPlainList) {
+    struct Signal {
+        Ref ref;
+        uint32_t number;
+    };
+    for (uint32_t seed = 1; seed <= 40; ++seed) {
+        std::mt19937 random(seed);
+        const auto upTo = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
+        std::list<Signal> model;
+        SignalQueue real;
+        Ref next = 1;
+        for (int step = 0; step < 3000; ++step) {
+            switch (upTo(5)) {
+                case 0: {  // a mailbox is taken
+                    const uint32_t count = upTo(4);
+                    real.reserve(count);
+                    for (uint32_t i = count; i-- > 0;) real.append(next + i, (next + i) * 7 % 5);
+                    real.reverseLast(count);
+                    for (uint32_t i = 0; i < count; ++i) model.push_back({next + i, (next + i) * 7 % 5});
+                    next += count;
+                    break;
+                }
+                case 1:
+                    real.reserve(1);
+                    real.append(next, next * 7 % 5);
+                    model.push_back({next, next * 7 % 5});
+                    ++next;
+                    break;
+                case 2: {
+                    const auto victim = std::next(model.begin(), upTo(static_cast<uint32_t>(model.size())));
+                    if (victim == model.end()) {
+                        ASSERT_FALSE(real.remove(next, upTo(4)));
+                    } else {
+                        ASSERT_TRUE(real.remove(victim->ref, victim->number));
+                        model.erase(victim);
+                    }
+                    break;
+                }
+                case 3: {
+                    const Ref expected = model.empty() ? 0 : model.front().ref;
+                    ASSERT_EQ(real.take(any), expected);
+                    if (!model.empty()) model.pop_front();
+                    break;
+                }
+                default: {
+                    const uint32_t selection[] = {2, upTo(5), upTo(5)};
+                    const auto found = std::find_if(model.begin(), model.end(), [&](const Signal& signal) {
+                        return signal.number == selection[1] || signal.number == selection[2];
+                    });
+                    ASSERT_EQ(real.take(selection), found == model.end() ? 0 : found->ref);
+                    if (found != model.end()) model.erase(found);
+                }
+            }
+            ASSERT_EQ(real.size(), model.size());
+            ASSERT_EQ(real.empty(), model.empty());
+        }
+    }
+}
+
+}  // namespace
+}  // namespace linx

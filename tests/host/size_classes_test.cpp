@@ -1,0 +1,64 @@
+#include "host/pool/size_classes.h"
+
+#include <gtest/gtest.h>
+
+#include "host/arena/layout.h"
+
+namespace linx {
+namespace {
+
+TEST(SizeClasses, EveryLineCountFallsIntoTheSmallestClassThatHoldsIt) {
+    for (uint32_t lines = 1; lines <= largestClassLines; ++lines) {
+        const uint32_t sizeClass = classForLines(lines);
+        ASSERT_LT(sizeClass, sizeClassCount) << lines;
+        ASSERT_GE(linesOfClass(sizeClass), lines);
+        if (sizeClass > 0) {
+            ASSERT_LT(linesOfClass(sizeClass - 1), lines);
+        }
+    }
+}
+
+TEST(SizeClasses, AClassIsAtMostAQuarterAndALineLargerThanTheOneBefore) {
+    for (uint32_t c = 1; c < sizeClassCount; ++c) {
+        EXPECT_GT(linesOfClass(c), linesOfClass(c - 1));
+        EXPECT_LE(4 * (linesOfClass(c) - 1), 5 * linesOfClass(c - 1)) << c;
+    }
+}
+
+TEST(SizeClasses, ASignalOf65536BytesWastesLessThanALine) {
+    const uint32_t lines = linesForSignal(65536);
+    EXPECT_EQ(linesOfClass(classForLines(lines)), lines);
+}
+
+TEST(SizeClasses, TheLargestSignalFitsTheLargestClassAndOneByteMoreWouldStillBeCounted) {
+    EXPECT_LE(linesForSignal(maxSignalBytes), largestClassLines);
+    EXPECT_EQ(classForLines(linesForSignal(maxSignalBytes)), sizeClassCount - 1);
+}
+
+TEST(SizeClasses, TheBlockOfALineIsExactForEveryLineOfEveryRun) {
+    for (uint32_t c = 0; c < sizeClassCount; ++c) {
+        const uint32_t lines = linesOfClass(c);
+        for (uint32_t line = 0; line < sizeClasses[c].units * linesPerUnit; ++line) {
+            ASSERT_EQ(blockIndexInRun(c, line), line / lines) << "class " << c << " line " << line;
+        }
+    }
+}
+
+TEST(SizeClasses, TheBlocksOfARunFillAtLeastSevenEighthsOfItAndNoMoreThanAllOfIt) {
+    for (const SizeClass& c : sizeClasses) {
+        const uint32_t all = c.units * linesPerUnit;
+        EXPECT_LE(c.blocks * c.lines, all);
+        EXPECT_GE(8 * c.blocks * c.lines, 7 * all);
+        EXPECT_GE(c.blocks, 1u);
+    }
+}
+
+TEST(SizeClasses, ASignalAlwaysFitsTheLinesThatAreCountedForIt) {
+    for (uint32_t bytes = 4; bytes <= 4096; ++bytes) {
+        ASSERT_GE(linesForSignal(bytes) * lineBytes, offsetof(Block, signal) + bytes);
+        ASSERT_LT((linesForSignal(bytes) - 1) * lineBytes, offsetof(Block, signal) + bytes);
+    }
+}
+
+}  // namespace
+}  // namespace linx

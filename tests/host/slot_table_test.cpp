@@ -1,0 +1,145 @@
+#include "host/arena/slot_table.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <random>
+#include <vector>
+
+#include "tests/host/memory_arena.h"
+
+namespace linx {
+namespace {
+
+using linxtest::MemoryArena;
+
+class SlotTableTest : public ::testing::Test {
+protected:
+    /// As if every slot had been opened once and were open still.
+    void openAll() const {
+        arena.header().slotsUsed.storeRelaxed(slotCount - 1);
+        for (uint32_t i = 1; i < slotCount; ++i) arena.slot(i).life.storeRelaxed(makeSpid(i, 1) | lifeOpen);
+    }
+
+    void end(uint32_t index) const {
+        arena.slot(index).life.storeRelaxed(makeSpid(index, 1));
+        appendEnded(arena, index);
+    }
+
+    /// Takes slots until there is none.
+    std::vector<uint32_t> takeAll() const {
+        std::vector<uint32_t> taken;
+        while (const uint32_t index = takeSlot(arena, memory.file())) taken.push_back(index);
+        return taken;
+    }
+
+    MemoryArena memory;
+    Arena arena = memory.arena();
+};
+
+TEST_F(SlotTableTest, FreshSlotsComeFirstAndSlotZeroNever) {
+    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
+    end(1);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 2u);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 3u);
+    arena.header().slotsUsed.storeRelaxed(slotCount - 1);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
+}
+
+TEST_F(SlotTableTest, EndedSlotsComeBackTheOldestFirst) {
+    openAll();
+    for (const uint32_t index : {5u, 3u, 9u, 1u}) end(index);
+    EXPECT_EQ(takeAll(), (std::vector<uint32_t>{5, 3, 9, 1}));
+    end(4);
+    end(2);
+    EXPECT_EQ(takeAll(), (std::vector<uint32_t>{4, 2}));
+}
+
+TEST_F(SlotTableTest, WhenAllAreOpenThereIsNoneLeft) {
+    openAll();
+    errno = 0;
+    EXPECT_EQ(takeSlot(arena, memory.file()), 0u);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST_F(SlotTableTest, EverySlotButZeroCanBeTakenOnceAndNoMore) {
+    const std::vector<uint32_t> taken = takeAll();
+    ASSERT_EQ(taken.size(), slotCount - 1);
+    for (uint32_t i = 0; i < taken.size(); ++i) ASSERT_EQ(taken[i], i + 1);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
+TEST_F(SlotTableTest, AFileWithoutMemoryIsAnError) {
+    errno = 0;
+    EXPECT_EQ(takeSlot(arena, -1), 0u);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
+}
+
+TEST_F(SlotTableTest, TheOrderIsMadeAnewFromTheSlots) {
+    openAll();
+    const std::vector<uint32_t> order = {5, 3, 9, 1, 8000, 17};
+    for (const uint32_t index : order) end(index);
+    std::mt19937 random(7);
+    for (int round = 0; round < 10; ++round) {
+        for (const uint32_t index : order) arena.slot(index).nextEnded.storeRelaxed(static_cast<uint32_t>(random()));
+        arena.header().oldestEnded.storeRelaxed(static_cast<uint32_t>(random()));
+        arena.header().newestEnded.storeRelaxed(static_cast<uint32_t>(random()));
+        rebuildEnded(arena);
+        ASSERT_EQ(takeAll(), order);
+        rebuildEnded(arena);
+    }
+    end(100);
+    std::vector<uint32_t> longer = order;
+    longer.push_back(100);
+    EXPECT_EQ(takeAll(), longer);
+}
+
+TEST_F(SlotTableTest, TheOrderSurvivesTheStampsWrapping) {
+    openAll();
+    arena.header().endings.storeRelaxed(~0u - 2);
+    const std::vector<uint32_t> order = {5, 3, 9, 1, 7};
+    for (const uint32_t index : order) end(index);
+    rebuildEnded(arena);
+    EXPECT_EQ(takeAll(), order);
+}
+
+TEST_F(SlotTableTest, WithoutEndedSlotsTheOrderIsEmpty) {
+    openAll();
+    arena.header().oldestEnded.storeRelaxed(4);
+    arena.header().newestEnded.storeRelaxed(4);
+    rebuildEnded(arena);
+    EXPECT_EQ(arena.header().oldestEnded.loadRelaxed(), 0u);
+    EXPECT_EQ(arena.header().newestEnded.loadRelaxed(), 0u);
+    EXPECT_TRUE(takeAll().empty());
+}
+
+TEST_F(SlotTableTest, LinksOutOfRangeTakeNobodyOutside) {
+    openAll();
+    end(1);
+    end(2);
+    arena.slot(1).nextEnded.storeRelaxed(~0u);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 0u);
+    arena.header().newestEnded.storeRelaxed(~0u);
+    appendEnded(arena, 2);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 2u);
+}
+
+TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
+    arena.slot(3).life.storeRelaxed(makeSpid(3, 5) | lifeOpen);
+    EXPECT_TRUE(isOpen(arena, makeSpid(3, 5)));
+    EXPECT_FALSE(isOpen(arena, makeSpid(3, 4)));
+    EXPECT_TRUE(everExisted(arena, makeSpid(3, 5)));
+    EXPECT_TRUE(everExisted(arena, makeSpid(3, 4)));
+    EXPECT_FALSE(everExisted(arena, makeSpid(3, 6)));
+    EXPECT_FALSE(everExisted(arena, makeSpid(4, 0)));
+    EXPECT_FALSE(everExisted(arena, 0));
+    EXPECT_FALSE(everExisted(arena, makeSpid(3, 5) | lifeOpen));
+    arena.slot(3).life.storeRelaxed(makeSpid(3, 5));
+    EXPECT_FALSE(isOpen(arena, makeSpid(3, 5)));
+    EXPECT_TRUE(everExisted(arena, makeSpid(3, 5)));
+}
+
+}  // namespace
+}  // namespace linx

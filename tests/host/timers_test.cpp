@@ -1,0 +1,100 @@
+#include "host/endpoint/timers.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <vector>
+
+namespace linx {
+namespace {
+
+class TimersTest : public ::testing::Test {
+protected:
+    std::vector<Ref> fireAll(uint64_t now) {
+        std::vector<Ref> fired;
+        while (const Ref signal = timers.fire(now)) fired.push_back(signal);
+        return fired;
+    }
+    Ref cancel(LinxRef reference) { return timers.cancel(reference, hadFired); }
+
+    Timers timers;
+    bool hadFired = false;
+};
+
+TEST_F(TimersTest, TimeOutsFireInTheOrderOfTheirDeadlines) {
+    timers.add(1, 300, 11);
+    timers.add(2, 100, 12);
+    timers.add(3, 200, 13);
+    EXPECT_EQ(timers.earliest(), 100u);
+    EXPECT_EQ(fireAll(99), std::vector<Ref>());
+    EXPECT_EQ(fireAll(200), (std::vector<Ref>{12, 13}));
+    EXPECT_EQ(timers.earliest(), 300u);
+    EXPECT_EQ(fireAll(1000), std::vector<Ref>{11});
+    EXPECT_EQ(timers.earliest(), Timers::never);
+}
+
+TEST_F(TimersTest, EqualDeadlinesFireInTheOrderOfTheirRequests) {
+    for (LinxRef reference = 1; reference <= 5; ++reference) timers.add(reference, 100, reference + 10);
+    EXPECT_EQ(fireAll(100), (std::vector<Ref>{11, 12, 13, 14, 15}));
+}
+
+TEST_F(TimersTest, AWaitingTimeOutIsTakenBackOnce) {
+    timers.add(1, 100, 11);
+    timers.add(2, 100, 12);
+    timers.add(3, 100, 13);
+    EXPECT_EQ(cancel(2), 12u);
+    EXPECT_FALSE(hadFired);
+    EXPECT_EQ(cancel(2), 0u);
+    EXPECT_EQ(fireAll(100), (std::vector<Ref>{11, 13}));
+}
+
+TEST_F(TimersTest, AFiredTimeOutIsTakenBackUntilItIsReceived) {
+    timers.add(1, 100, 11);
+    timers.add(2, 100, 12);
+    fireAll(100);
+    EXPECT_EQ(cancel(1), 11u);
+    EXPECT_TRUE(hadFired);
+    EXPECT_EQ(cancel(1), 0u);
+    timers.received(12);
+    EXPECT_EQ(cancel(2), 0u);
+}
+
+TEST_F(TimersTest, AnUnknownReferenceIsNone) {
+    timers.add(1, 100, 11);
+    EXPECT_EQ(cancel(7), 0u);
+    EXPECT_EQ(cancel(0), 0u);
+    EXPECT_EQ(timers.earliest(), 100u);
+}
+
+TEST_F(TimersTest, WhatHasNotFiredCanBeTakenAtTheEnd) {
+    timers.add(1, 100, 11);
+    timers.add(2, 200, 12);
+    timers.add(3, 300, 13);
+    EXPECT_EQ(timers.fire(100), 11u);
+    EXPECT_EQ(timers.takeAny(), 12u);
+    EXPECT_EQ(timers.takeAny(), 13u);
+    EXPECT_EQ(timers.takeAny(), 0u);
+    EXPECT_EQ(cancel(2), 0u);
+}
+
+TEST_F(TimersTest, TheDescriptorIsReadableOnceTheEarliestDeadlineHasPassed) {
+    const auto isReadable = [&](int milliseconds) {
+        pollfd poll = {timers.descriptor(), POLLIN, 0};
+        return ::poll(&poll, 1, milliseconds) == 1;
+    };
+    ASSERT_NE(timers.open(), -1);
+    timers.add(1, uint64_t{1} << 62, 11);
+    EXPECT_FALSE(isReadable(0));
+    timers.add(2, 0, 12);
+    EXPECT_TRUE(isReadable(-1));
+    EXPECT_EQ(timers.fire(0), 12u);
+    timers.arm();
+    EXPECT_FALSE(isReadable(0));
+    timers.add(3, 0, 13);
+    EXPECT_TRUE(isReadable(-1));
+    EXPECT_EQ(cancel(3), 13u);
+    EXPECT_FALSE(isReadable(0));
+}
+
+}  // namespace
+}  // namespace linx

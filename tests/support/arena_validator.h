@@ -1,0 +1,215 @@
+#ifndef LINXIPC_TESTS_SUPPORT_ARENA_VALIDATOR_H
+#define LINXIPC_TESTS_SUPPORT_ARENA_VALIDATOR_H
+
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "host/arena/hunt_table.h"
+#include "host/arena/slot_table.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/pool/common_stacks.h"
+#include "host/recovery/cold_section.h"
+
+namespace linxtest {
+
+/// Looks through an arena in which nobody is at work, and says what in it is not as it should be.
+class ArenaValidator {
+public:
+    explicit ArenaValidator(const linx::ColdSection& cold) : arena_(cold.arena()) {}
+
+    std::vector<std::string> violations() {
+        checkUnits();
+        checkCommonStacks();
+        checkMailboxes();
+        checkBlocks();
+        checkNames();
+        checkEnded();
+        checkHunts();
+        if (arena_.header().stealing.loadRelaxed() != 0) say() << "a theft is still announced";
+        return said_;
+    }
+
+private:
+    /// Collects one sentence.
+    class Sentence {
+    public:
+        explicit Sentence(std::vector<std::string>& said) : said_(said) {}
+        ~Sentence() { said_.push_back(text_.str()); }
+        template <class Part>
+        Sentence& operator<<(const Part& part) {
+            text_ << part;
+            return *this;
+        }
+
+    private:
+        std::vector<std::string>& said_;
+        std::ostringstream text_;
+    };
+
+    Sentence say() { return Sentence(said_); }
+
+    bool isLive(linx::Spid spid) const { return linx::isSpid(spid) && linx::isOpen(arena_, spid); }
+    uint32_t slotsUsed() const { return arena_.header().slotsUsed.loadRelaxed(); }
+    bool isOpenSlot(uint32_t index) const { return (arena_.slot(index).life.loadRelaxed() & linx::lifeOpen) != 0; }
+
+    /// Every unit is free or belongs to a run that is all there.
+    void checkUnits() {
+        std::vector<uint32_t> expected(arena_.unitCount(), 0);
+        linx::forEachRun(arena_, [&](uint32_t unit, uint32_t sizeClass) {
+            for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].units; ++i) {
+                expected[unit + i] = linx::unitEntry(sizeClass, i);
+            }
+        });
+        for (uint32_t unit = 0; unit < arena_.unitCount(); ++unit) {
+            if (arena_.unit(unit).loadRelaxed() != expected[unit]) say() << "unit " << unit << " is of no run";
+        }
+    }
+
+    void visitOnce(linx::Ref ref, const std::string& place) {
+        const auto [known, isNew] = places_.insert({ref, place});
+        if (!isNew) say() << "block " << ref << " is in " << place << " and in " << known->second;
+    }
+
+    void checkCommonStacks() {
+        for (uint32_t c = 0; c < linx::sizeClassCount; ++c) {
+            linx::Ref ref = arena_.header().common[c].loadRelaxed();
+            for (uint32_t left = arena_.maxBlocks(); ref != 0; --left) {
+                uint32_t sizeClass;
+                const linx::Block* block = arena_.blockAt(ref, sizeClass);
+                if (left == 0 || block == nullptr || sizeClass != c || !linx::common::isCommon(*block)) {
+                    say() << "common stack " << c << " holds " << ref << ", which is not its own";
+                    break;
+                }
+                visitOnce(ref, "common stack " + std::to_string(c));
+                common_.insert(ref);
+                ref = block->next.loadRelaxed();
+            }
+        }
+    }
+
+    void checkChain(uint32_t index, linx::Ref head, const char* kind) {
+        const linx::Spid spid = arena_.slot(index).life.loadRelaxed() & linx::spidMask;
+        linx::stack::walk(arena_, head, [&](linx::Block& block, linx::Ref ref, uint32_t) {
+            visitOnce(ref, kind + std::to_string(index));
+            if (block.owner.loadRelaxed() != (spid | linx::ownerTransit)) {
+                say() << "block " << ref << " lies in the " << kind << index << " of another than its owner";
+            }
+            travelling_.insert(ref);
+        });
+    }
+
+    void checkMailboxes() {
+        for (uint32_t i = 1; i <= slotsUsed(); ++i) {
+            const linx::Slot& slot = arena_.slot(i);
+            if (slot.takingMailbox.loadRelaxed() != 0) say() << "slot " << i << " is still taking its mailbox";
+            if (slot.takingReturned.loadRelaxed() != 0) say() << "slot " << i << " is still taking its returns";
+            if (!isOpenSlot(i)) {
+                if (slot.mailbox.loadRelaxed() > linx::stack::closed) say() << "ended slot " << i << " has mail";
+                continue;
+            }
+            checkChain(i, slot.mailbox.loadRelaxed(), "mailbox ");
+            checkChain(i, slot.returned.loadRelaxed(), "returned stack ");
+        }
+    }
+
+    /// Every block has one place, and the lines of a home are those that it counts.
+    void checkBlocks() {
+        std::map<linx::Spid, uint32_t> linesOf;
+        linx::forEachBlock(arena_, [&](linx::Block& block, linx::Ref ref, uint32_t sizeClass) {
+            const uint32_t owner = block.owner.loadRelaxed();
+            const linx::Spid home = block.home.loadRelaxed();
+            linesOf[home] += linx::linesOfClass(sizeClass);
+            if (owner == linx::ownerFree && home == linx::noHome) {
+                if (common_.count(ref) == 0) say() << "block " << ref << " is common and in no common stack";
+            } else if (owner == linx::ownerFree) {
+                if (!isLive(home)) say() << "block " << ref << " is free at a home that has ended";
+            } else if (!isLive(owner & linx::spidMask)) {
+                say() << "block " << ref << " is owned by " << owner << ", which has ended";
+            } else if ((owner & linx::ownerTransit) != 0 && travelling_.count(ref) == 0) {
+                say() << "block " << ref << " is on its way and nowhere";
+            }
+        });
+        for (uint32_t i = 1; i <= slotsUsed(); ++i) {
+            if (!isOpenSlot(i)) continue;
+            const linx::Slot& slot = arena_.slot(i);
+            const uint32_t expected = linesOf[slot.life.loadRelaxed() & linx::spidMask];
+            const uint32_t counted = slot.leasedLines.loadRelaxed();
+            if (counted != expected) say() << "slot " << i << " counts " << counted << " lines of " << expected;
+        }
+    }
+
+    /// The name table holds the open slots, and each once.
+    void checkNames() {
+        std::set<uint32_t> listed;
+        for (uint32_t bucket = 0; bucket < linx::slotCount; ++bucket) {
+            uint32_t index = arena_.bucket(bucket).loadRelaxed();
+            while (index != 0) {
+                if (index >= linx::slotCount || !isOpenSlot(index) || !listed.insert(index).second) {
+                    say() << "bucket " << bucket << " leads to slot " << index;
+                    break;
+                }
+                if (arena_.slot(index).nameHash.loadRelaxed() % linx::slotCount != bucket) {
+                    say() << "slot " << index << " is in the wrong bucket";
+                }
+                index = arena_.slot(index).nextInBucket.loadRelaxed();
+            }
+        }
+        for (uint32_t i = 1; i <= slotsUsed(); ++i) {
+            if (isOpenSlot(i) && listed.count(i) == 0) say() << "open slot " << i << " has no name";
+        }
+    }
+
+    /// The order of ended slots holds all of them once.
+    void checkEnded() {
+        std::set<uint32_t> listed;
+        uint32_t last = 0;
+        for (uint32_t index = arena_.header().oldestEnded.loadRelaxed(); index != 0;) {
+            if (index > slotsUsed() || isOpenSlot(index) || !listed.insert(index).second) {
+                say() << "the order of ended slots leads to " << index;
+                return;
+            }
+            last = index;
+            index = arena_.slot(index).nextEnded.loadRelaxed();
+        }
+        if (arena_.header().newestEnded.loadRelaxed() != last) say() << "the newest ended slot is not " << last;
+        for (uint32_t i = 1; i <= slotsUsed(); ++i) {
+            if (!isOpenSlot(i) && listed.count(i) == 0) say() << "ended slot " << i << " is out of the order";
+        }
+    }
+
+    void checkHunts() {
+        const uint32_t used = arena_.header().huntsUsed.loadRelaxed();
+        for (uint32_t i = 0; i < used; ++i) {
+            const linx::Hunt& hunt = arena_.hunt(i);
+            const linx::Spid hunter = hunt.hunter.loadRelaxed();
+            if (hunter == 0) continue;
+            const linx::Block* signal = arena_.blockAt(hunt.signal.loadRelaxed());
+            if (!isLive(hunter)) say() << "hunt " << i << " is of " << hunter << ", which has ended";
+            if (signal == nullptr || signal->owner.loadRelaxed() != (hunter | linx::ownerQueued)) {
+                say() << "hunt " << i << " has no signal of its hunter";
+            }
+        }
+        if (used != 0 && arena_.hunt(used - 1).hunter.loadRelaxed() == 0) say() << "the hunts are not trimmed";
+    }
+
+    const linx::Arena& arena_;
+    std::vector<std::string> said_;
+    std::map<linx::Ref, std::string> places_;
+    std::set<linx::Ref> common_;
+    std::set<linx::Ref> travelling_;
+};
+
+/// What is wrong with the domain's arena, after whoever died in a cold section has been mended; empty when all is
+/// well.
+inline std::vector<std::string> arenaViolations(const linx::Domain& domain) {
+    const linx::ColdSection cold(domain);
+    if (!cold.entered()) return {"the arena cannot be locked"};
+    return ArenaValidator(cold).violations();
+}
+
+}  // namespace linxtest
+
+#endif
