@@ -44,7 +44,10 @@ inline std::string Word(std::int32_t value) {
 /// Tests on a platform that has recorded nothing yet.
 class LibraryTest : public ::testing::Test {
 protected:
-    LibraryTest() { platform.Reset(); }
+    LibraryTest() {
+        platform.Reset();
+        interposed::refusesArrays = false;
+    }
 
     recording::Platform& platform = recording::Platform::Instance();
 };

@@ -110,10 +110,10 @@ TEST_F(IpcMessageTest, ASmallerSizeKeepsTheBufferAndALargerReplacesIt) {
     EXPECT_EQ(message.Allocate(301, 10, nullptr), 0);
     EXPECT_EQ(message.DataPtr(), buffer);
     EXPECT_EQ(message.Length(), 10u);
-    EXPECT_EQ(message.Allocate(301, 100, nullptr), 0) << "the capacity has not shrunk";
-    EXPECT_EQ(message.DataPtr(), buffer);
 
     interposed::refusesArrays = true;
+    EXPECT_EQ(message.Allocate(301, 100, nullptr), 0) << "the capacity has not shrunk";
+    EXPECT_EQ(message.DataPtr(), buffer);
     EXPECT_EQ(message.Allocate(302, 101, nullptr), 12) << "101 bytes ask for a new buffer";
     EXPECT_EQ(message.Allocate(302, 200, nullptr), 0);
     EXPECT_EQ(message.Length(), 200u);

@@ -75,6 +75,13 @@ TEST_F(NotifyTest, AnEmptyMessageIsItsNumberOnly) {
     EXPECT_EQ(platform.sent[0].payload, "");
 }
 
+TEST_F(NotifyTest, TheNumberIsWrittenWhateverTheSignalHeld) {
+    KnowPeer();
+    platform.leavesNumbersOut = true;
+    EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
+    EXPECT_EQ(platform.sent.at(0).number, 300u);
+}
+
 TEST_F(NotifyTest, ANewMessageGoesOutAsType0) {
     KnowPeer();
     IpcMessage fresh;

@@ -236,7 +236,7 @@ LinxSignal* linx_alloc(LINX* linx, std::uint32_t size, std::uint32_t number) {
         platform.Call(linx, call + " = null");
         return nullptr;
     }
-    recording::Platform::Buffer& buffer = platform.Make(1, number, size);
+    recording::Platform::Buffer& buffer = platform.Make(1, platform.leavesNumbersOut ? 0xBAD : number, size);
     buffer.inHand = true;
     ++platform.buffersAllocated;
     platform.Call(linx, call + " = " + buffer.id);

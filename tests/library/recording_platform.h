@@ -67,7 +67,8 @@ public:
     std::string processName = "TestProcess";
     bool tracesLogObjects = false;  // "SysLogMsg", "Log(2, TestProcess)" and "~SysLogMsg" become calls of their own
     bool strerrorGivesNull = false;
-    int descriptor = 4711;  // what the next handle exposes
+    bool leavesNumbersOut = false;  // linx_alloc does not write the number word
+    int descriptor = 4711;          // what the next handle exposes
     int petResult = 0;
     int cancelResult = 0;
     std::deque<int> timesLeft;  // what ReCalcTimeout gives; then the whole time, as if none had passed
