@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "host/arena/size_classes.h"
 #include "host/arena/spid.h"
 #include "host/arena/word.h"
-#include "host/pool/size_classes.h"
 #include "platform/linx.h"
 
 namespace linx {

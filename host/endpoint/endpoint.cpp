@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
-#include "host/pool/common_stacks.h"
 #include "host/recovery/retire.h"
 
 namespace linx {

@@ -1,8 +1,8 @@
 #include "host/pool/lease.h"
 
 #include "host/arena/arena_file.h"
+#include "host/arena/common_stacks.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/pool/common_stacks.h"
 #include "host/recovery/retire.h"
 
 namespace linx {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "host/arena/common_stacks.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/pool/common_stacks.h"
 #include "host/pool/lease.h"
 
 namespace linx {

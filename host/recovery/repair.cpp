@@ -1,10 +1,10 @@
 #include "host/recovery/repair.h"
 
+#include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/bell.h"
-#include "host/pool/common_stacks.h"
 #include "host/recovery/cold_section.h"
 #include "host/recovery/transit.h"
 

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
-#include "host/pool/common_stacks.h"
 #include "host/recovery/transit.h"
 
 namespace linx {

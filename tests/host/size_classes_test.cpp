@@ -1,4 +1,4 @@
-#include "host/pool/size_classes.h"
+#include "host/arena/size_classes.h"
 
 #include <gtest/gtest.h>
 

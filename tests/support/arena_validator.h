@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/pool/common_stacks.h"
 #include "host/recovery/cold_section.h"
 
 namespace linxtest {

@@ -1,4 +1,4 @@
-#include "host/pool/common_stacks.h"
+#include "host/arena/common_stacks.h"
 
 #include "host/arena/slot_table.h"
 
