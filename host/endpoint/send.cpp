@@ -57,8 +57,11 @@ int Endpoint::push(const Held& held, Peer& peer) {
         alive = seemsAlive(peer);
     }
     if (alive) return 0;
-    // The mailbox, and the signal in it, go with the peer. Whoever supervises it here is told by the next receive.
+    // A peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
+    // lies in the mailbox and goes with the peer. Whoever supervises it here is told by the next receive.
+    const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerTransit);
     reap(*domain_, peer.spid);
+    if (!unread) return 0;
     own.dropped.add(1);
     errno = ECONNRESET;
     return -1;
