@@ -155,12 +155,13 @@ TEST_F(Traffic, ASelectedSignalWakesAReceiverPastOthers) {
 }
 
 TEST_F(Traffic, ARelayedSignalIsTheSameBytesFromTheRelayer) {
-    Child relayer([](Line&) {
+    Child relayer([](Line& parent) {
         Endpoint endpoint("relayer");
         const LinxSpid target = hunt(endpoint, "target");
         LinxSignal* signal = nullptr;
         ASSERT_NE(-1, linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
         ASSERT_EQ(0, linx_send(endpoint, &signal, target));
+        parent.hear();
     });
     Child source([](Line&) {
         Endpoint endpoint("source");
@@ -171,6 +172,7 @@ TEST_F(Traffic, ARelayedSignalIsTheSameBytesFromTheRelayer) {
     const Received received = expectSignal(endpoint, item);
     EXPECT_EQ(middle, received.sender);
     EXPECT_TRUE(pattern(48 << 10, 7) == received.payload);
+    relayer.tell();
     EXPECT_EQ(0, relayer.exitStatus());
     EXPECT_EQ(0, source.exitStatus());
 }
