@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "host/arena/scoped_descriptor.h"
+
 namespace linx {
 namespace bell {
 namespace {
@@ -62,13 +64,14 @@ int make(int directory, Spid spid, unsigned mode) {
         unlinkat(directory, name.text, 0);  // left by an endpoint that died while it opened
         if (mkfifoat(directory, name.text, mode) == -1) return -1;
     }
-    const int descriptor = openat(directory, name.text, O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
-    if (descriptor == -1) return -1;
-    // One page is plenty, and lets a user without privileges have thousands of bells.
-    fcntl(descriptor, F_SETPIPE_SZ, 4096);
-    if (fchmod(descriptor, mode) == 0) return descriptor;
+    ScopedDescriptor descriptor(openat(directory, name.text, O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+    if (descriptor.get() != -1) {
+        // One page is plenty, and lets a user without privileges have thousands of bells.
+        fcntl(descriptor.get(), F_SETPIPE_SZ, 4096);
+        if (fchmod(descriptor.get(), mode) == 0) return descriptor.release();
+    }
     const int failure = errno;
-    close(descriptor);
+    unlinkat(directory, name.text, 0);
     errno = failure;
     return -1;
 }
