@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -282,6 +283,42 @@ TEST_F(OpenTest, AnArenaThatIsThereKeepsItsSize) {
     const ScopedVariable other("LINX_ARENA_MB", "64");
     const Linx second("second");
     EXPECT_EQ(read(offsetof(Header, unitCount)), 8u * 256);
+}
+
+TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {
+    Linx last("last");
+    {
+        const std::shared_ptr<Domain> joined = Domain::join();
+        Header& header = joined->arena().header();
+        const uint32_t used = header.slotsUsed.loadRelaxed();
+        header.slotsUsed.storeRelaxed(slotCount - 1);
+        EXPECT_EQ(errorOfOpen("more"), ENOSPC);
+        last.reset();
+        EXPECT_EQ(errorOfOpen("more"), 0);
+        header.slotsUsed.storeRelaxed(used);
+    }
+}
+
+/// Descriptors that run out at each step of opening in turn.
+TEST_F(OpenTest, WithoutDescriptorsNothingIsOpenedAndNothingIsLeft) {
+    const auto opened = static_cast<int>(TestDomain::openFileCount());
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    int failures = 0;
+    for (int limit = opened - 2; limit < opened + 30; ++limit) {
+        rlimit few = before;
+        few.rlim_cur = static_cast<rlim_t>(limit);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+        const int error = errorOfOpen("x");
+        setrlimit(RLIMIT_NOFILE, &before);
+        EXPECT_EQ(TestDomain::openFileCount(), static_cast<size_t>(opened));
+        if (error == 0) break;
+        EXPECT_EQ(error, EMFILE) << limit;
+        ++failures;
+    }
+    EXPECT_GE(failures, 3);
+    EXPECT_EQ(errorOfOpen("x"), 0);
+    EXPECT_EQ(linxtest::arenaViolations(*Domain::join()), std::vector<std::string>());
 }
 
 TEST_F(OpenTest, ADomainThatIsRemovedAndMadeAgainIsAnotherOne) {

@@ -1,8 +1,10 @@
 #include "host/endpoint/signal_queue.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <list>
 #include <random>
 
@@ -111,6 +113,26 @@ TEST_F(SignalQueueTest, ASignalCanBeTakenOutOfAnyPlace) {
         }
         EXPECT_TRUE(queue.empty());
     }
+}
+
+size_t residentBytes() {
+    size_t total = 0;
+    size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+TEST_F(SignalQueueTest, AQueueThatNeverRunsEmptyStaysSmall) {
+    constexpr uint32_t mebibyte = 1u << 20;
+    append(1, 10);
+    const size_t before = residentBytes();
+    for (Ref ref = 2; ref < 4 * mebibyte; ++ref) {
+        append(ref, ref % 2 == 0 ? 10 : 20);
+        // Now and then with a selection, so that some go through the lanes.
+        ASSERT_NE(ref % 1024 < 1000 ? queue.take(any) : take({10, 20}), 0u);
+        ASSERT_EQ(queue.size(), 1u);
+    }
+    EXPECT_LT(residentBytes(), before + 8 * mebibyte);
 }
 
 /// Thousands of seeded operations beside a plain list that does the same in the simplest way.
