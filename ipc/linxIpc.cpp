@@ -155,6 +155,7 @@ void LinxIpc::CommonInit(const std::string& endpointName) {
     name = endpointName;
     linx = nullptr;
     huntCache.clear();
+    lastDestination = huntCache.end();
     handlers.clear();
     defaultHandler = {};
 }
@@ -358,11 +359,20 @@ int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) 
 /// Finds the entry of `destination`, hunting for it when there is none. An entry that was hunted for just now is
 /// taken as it is.
 LinxIpc::Lookup LinxIpc::FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry) {
-    entry = huntCache.find(destination);
+    if (lastDestination == huntCache.end() || lastDestination->first != destination) {
+        lastDestination = huntCache.find(destination);
+    }
+    entry = lastDestination;
     if (entry != huntCache.end()) return entry->second != 0 ? Lookup::found : Lookup::negative;
     if (ResolveDestination(destination, logErrors) != 0) return Lookup::unresolved;
     entry = huntCache.find(destination);
     return Lookup::found;
+}
+
+/// Takes the entry out of the cache, so that the next send hunts again. The node keeps the name alive.
+LinxIpc::HuntCache::node_type LinxIpc::Forget(HuntCache::iterator entry) {
+    lastDestination = huntCache.end();
+    return huntCache.extract(entry);
 }
 
 const std::string& LinxIpc::MessageOriginator(int& notHunted) {
@@ -426,11 +436,8 @@ int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErr
         }
 
         if (logErrors) LogFailedSend(attemptsLeft - 1, destination, size);
-        if (forgotten.empty()) {
-            forgotten = huntCache.extract(entry);
-        } else {
-            huntCache.erase(entry);
-        }
+        HuntCache::node_type node = Forget(entry);
+        if (forgotten.empty()) forgotten = std::move(node);
     }
     return 0;  // callers rely on it: only the log tells that the last attempt failed
 }
@@ -523,7 +530,7 @@ int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
     }
     if (linx_send(linx, &signal, entry->second) == -1) {
         LogLine(e_LogSendFailure, sourceFile, 1169, "LinxIpc::Notify: send failed: ", SystemError{errno});
-        huntCache.erase(entry);
+        Forget(entry);
     }
     message.Deallocate();
     return 0;

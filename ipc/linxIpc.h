@@ -49,7 +49,9 @@ public:
     const std::string& GetSender() const { return sender; }
 
     /// Names the sender. The receiving endpoint does so; sending ignores it.
-    void SetSender(const std::string& name) { sender = name; }
+    void SetSender(const std::string& name) {
+        if (sender != name) sender = name;  // most messages come from where the one before came from
+    }
 
 protected:
     std::uint32_t type = 0;
@@ -244,6 +246,7 @@ private:
     enum class Lookup { found, unresolved, negative };
 
     Lookup FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
+    HuntCache::node_type Forget(HuntCache::iterator entry);
     void NameSender(IpcMessage& message, LinxSignal** signal);
     void Dispatch(unsigned number);
 
@@ -255,6 +258,7 @@ private:
     std::map<unsigned, Callback> handlers;
     std::map<unsigned, Callback> relayHandlers;
     Callback defaultHandler;
+    HuntCache::iterator lastDestination = huntCache.end();  // most messages go where the one before went
 };
 
 #endif

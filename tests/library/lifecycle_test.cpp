@@ -161,6 +161,7 @@ TEST_F(CommonInitTest, ForgetsHuntsHandlersAndTheDefaultHandler) {
     platform.Answers("Peer", {7});
     endpoint.ResolveDestination("Peer", true);
     endpoint.ResolveDestination("Absent", false);
+    endpoint.Attach("Peer", 499);
     endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
     endpoint.RegisterDefault(NoteMessage, Named("default"));
     endpoint.CommonInit("Self");
@@ -175,10 +176,10 @@ TEST_F(CommonInitTest, ForgetsHuntsHandlersAndTheDefaultHandler) {
     endpoint.ResolveDestination("Absent", false);
     EXPECT_THAT(
         platform.Calls(),
-        ElementsAre("[Self]linx_receive({0})", "[Self]linx_sender(s2)", "[Self]linx_get_name(8)",
-                    "[Self]linx_free_name(\"Sender\")", "[Self]linx_free_buf(s2)", "[Self]linx_hunt(\"Peer\", null)",
-                    "[Self]linx_receive_w_tmo(100, {1, 251})", "[Self]linx_sender(s3)", "[Self]linx_free_buf(s3)",
-                    "[Self]linx_alloc(4, 500) = s4", "[Self]linx_attach(s4, 7)", "[Self]linx_hunt(\"Absent\", null)",
+        ElementsAre("[Self]linx_receive({0})", "[Self]linx_sender(s3)", "[Self]linx_get_name(8)",
+                    "[Self]linx_free_name(\"Sender\")", "[Self]linx_free_buf(s3)", "[Self]linx_hunt(\"Peer\", null)",
+                    "[Self]linx_receive_w_tmo(100, {1, 251})", "[Self]linx_sender(s4)", "[Self]linx_free_buf(s4)",
+                    "[Self]linx_alloc(4, 500) = s5", "[Self]linx_attach(s5, 7)", "[Self]linx_hunt(\"Absent\", null)",
                     "[Self]linx_receive_w_tmo(100, {1, 251})"));
 }
 

@@ -65,6 +65,27 @@ TEST_F(NotifyTest, AnUnknownPeerIsHuntedFirst) {
     EXPECT_EQ(platform.Calls(), Joined({Hunt("Peer", "s1"), {"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"}}));
 }
 
+TEST_F(NotifyTest, DestinationsMayTakeTurns) {
+    platform.Answers("Peer", {7});
+    platform.Answers("Pier", {8});
+    for (const char* destination : {"Peer", "Pier", "Peer", "Peer", "Absent", "Pier", "Absent"}) {
+        endpoint.Notify(destination, message, false);
+    }
+    std::vector<LinxSpid> spids;
+    for (const recording::SentSignal& signal : platform.sent) spids.push_back(signal.to);
+    EXPECT_THAT(spids, ElementsAre(7u, 8u, 7u, 7u, 8u));
+}
+
+TEST_F(NotifyTest, TheNextMessageGoesToTheSpidThatWasSeenMeanwhile) {
+    KnowPeer();
+    endpoint.Notify("Peer", message, true);
+    platform.Knows(17, "Peer");
+    platform.Arrive(17, 300);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    endpoint.Notify("Peer", message, true);
+    EXPECT_EQ(platform.sent.back().to, 17u);
+}
+
 TEST_F(NotifyTest, AnEmptyMessageIsItsNumberOnly) {
     KnowPeer();
     IpcMessage empty;
