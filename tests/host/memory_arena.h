@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -60,6 +61,8 @@ inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const st
     name.writeTo(slot.name);
     const linx::Spid spid = linx::makeSpid(index, generation);
     slot.life.storeRelaxed(spid | linx::lifeOpen);
+    linx::Word& used = arena.header().slotsUsed;
+    used.storeRelaxed(std::max(used.loadRelaxed(), index));
     linx::insertName(arena, index);
     return spid;
 }

@@ -127,6 +127,7 @@ TEST_F(SlotTableTest, LinksOutOfRangeTakeNobodyOutside) {
 }
 
 TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
+    arena.header().slotsUsed.storeRelaxed(4);
     arena.slot(3).life.storeRelaxed(makeSpid(3, 5) | lifeOpen);
     EXPECT_TRUE(isOpen(arena, makeSpid(3, 5)));
     EXPECT_FALSE(isOpen(arena, makeSpid(3, 4)));
