@@ -72,10 +72,10 @@ int linx_close(LINX* linx) {
     Endpoint* endpoint = linx::handles::find(linx);
     if (endpoint == nullptr) return refuse(-1);
     // Also without a claim to it: then only this process's copy goes.
-    const int result = endpoint->isOurs() ? 0 : -1;
+    const bool left = endpoint->leave();
     linx::handles::remove(linx).reset();
-    if (result == -1) errno = ECHILD;
-    return result;
+    if (!left) errno = ECHILD;
+    return left ? 0 : -1;
 }
 
 int linx_hunt(LINX* linx, const char* name, LinxSignal** huntSignal) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 namespace linx {
@@ -113,13 +114,23 @@ uint32_t checkArenaFile(int file) {
 }
 
 void* mapArenaFile(int file, uint32_t unitCount) {
-    void* base =
-        mmap(nullptr, static_cast<size_t>(fileBytes(unitCount)), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    const auto bytes = static_cast<uint64_t>(fileBytes(unitCount));
+    if (bytes > std::numeric_limits<size_t>::max()) {  // made by a process with more address space
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* base = mmap(nullptr, static_cast<size_t>(bytes), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     return base == MAP_FAILED ? nullptr : base;
 }
 
 bool reservePages(int file, uint32_t first, uint32_t count) {
-    return posix_fallocate(file, static_cast<off_t>(first) * unitBytes, static_cast<off_t>(count) * unitBytes) == 0;
+    int failure;
+    do {
+        failure = posix_fallocate(file, static_cast<off_t>(first) * unitBytes, static_cast<off_t>(count) * unitBytes);
+    } while (failure == EINTR);
+    if (failure == 0) return true;
+    errno = failure == ENOSPC ? ENOMEM : failure;  // a full file system is memory that has run out
+    return false;
 }
 
 }  // namespace linx

@@ -22,7 +22,7 @@ uint32_t checkArenaFile(int file);
 void* mapArenaFile(int file, uint32_t unitCount);
 
 /// Gives memory to pages `first` to `first + count - 1` of the file, so that a full file system is an error here and
-/// no fault at the first access. False when there is no room.
+/// no fault at the first access. False with errno, ENOMEM when there is no room.
 bool reservePages(int file, uint32_t first, uint32_t count);
 
 }  // namespace linx

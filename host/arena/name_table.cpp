@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/arena/slot_table.h"
+
 namespace linx {
 
 Name::Name(const char* text, uint32_t length) : length_(length) {
@@ -52,7 +54,7 @@ Spid findName(const Arena& arena, const Name& name) {
 }
 
 bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
-    if (!isSpid(spid)) return false;
+    if (!wasUsed(arena, spid)) return false;
     const Slot& slot = arena.slot(indexOf(spid));
     if ((slot.life.loadAcquire() & spidMask) != spid) return false;
     const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);

@@ -9,14 +9,19 @@ namespace linx {
 /// Slots that were never used come first, then ended ones, the oldest first: the name of an ended endpoint can be
 /// asked for as long as possible.
 
+/// Whether the slot has been used: one that never was may not even have memory.
+inline bool wasUsed(const Arena& arena, Spid spid) {
+    return isSpid(spid) && indexOf(spid) <= arena.header().slotsUsed.loadRelaxed();
+}
+
 inline bool isOpen(const Arena& arena, Spid spid) {
     // Acquire: pairs with the release that opened the endpoint; its mailbox is ready.
-    return arena.slot(indexOf(spid)).life.loadAcquire() == (spid | lifeOpen);
+    return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == (spid | lifeOpen);
 }
 
 /// Whether `spid` names an endpoint that is open or has ended.
 inline bool everExisted(const Arena& arena, Spid spid) {
-    if (!isSpid(spid)) return false;
+    if (!wasUsed(arena, spid)) return false;
     const Spid current = arena.slot(indexOf(spid)).life.loadAcquire() & spidMask;
     return current != 0 && (current == spid || isEarlier(spid, current));
 }

@@ -21,9 +21,7 @@ namespace {
 /// Readies a slot that nobody else looks at yet. Its life says the new spid first and open last.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.life.storeRelease(spid);
-    slot.mailbox.storeRelaxed(stack::empty);
     slot.attention.storeRelaxed(attention::word(spid, attention::quiet));
-    slot.returned.storeRelaxed(stack::empty);
     slot.takingMailbox.storeRelaxed(0);
     slot.takingReturned.storeRelaxed(0);
     slot.sending.storeRelaxed(0);
@@ -49,17 +47,17 @@ void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     Block* signal = arena.blockAt(ref);
     if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
         Slot& slot = arena.slot(indexOf(hunter));
+        const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
+        if (bell.get() != -1) bell::introduce(bell.get(), found);
         signal->owner.storeRelease(hunter | ownerTransit);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
         // its mailbox by the time that somebody asks. Release: seen no later than the push.
         hunt.hunter.storeRelease(hunter | huntAnswering);
-        signal->sender.storeRelaxed(found);
+        signal->sender.storeRelease(found);
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp.
         if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
-            attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found), [&] {
-                const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
-                return bell.get() == -1 ? errno : bell::ring(bell.get());
-            });
+            attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
+                            [&] { return bell.get() == -1 ? EMFILE : bell::ring(bell.get()); });
         }
     }
     clearHunt(hunt);
@@ -98,6 +96,9 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     }
     std::unique_ptr<Endpoint> endpoint(new Endpoint(domain, spid, epoll.release(), bell.release()));
     insertName(domain->arena(), indexOf(spid));
+    // Only now, so that a slot that is not opened after all takes nothing.
+    endpoint->slot().mailbox.storeRelaxed(stack::empty);
+    endpoint->slot().returned.storeRelaxed(stack::empty);
     // The one store that opens the endpoint. Release: all that is in the slot is seen with it.
     endpoint->slot().life.storeRelease(spid | lifeOpen);
     answerHunts(cold, spid, name);
@@ -140,6 +141,7 @@ Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, int epoll, int bel
       epoll_(epoll),
       bell_(bell),
       forksSeen_(forkCount()),
+      generation_(processGeneration()),
       pool_(*domain_, spid),
       peers_(*domain_, epoll),
       budget_(LookingBudget::fromEnvironment()) {}
@@ -184,21 +186,32 @@ int Endpoint::descriptor() {
 }
 
 /// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
-/// The loser lets go of the bell, so that the winner's death does not go unnoticed.
 bool Endpoint::claim() {
-    if (!disowned_) {
-        uint32_t round = forkRound_;
-        if (slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
-            forkRound_ += 1;
-            forksSeen_ = forkCount();
-            return true;
-        }
-        disowned_ = true;
-        bell_.reset();
-        peers_.abandon();
+    uint32_t round = forkRound_;
+    if (!disowned_ && slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
+        forkRound_ += 1;
+        forksSeen_ = forkCount();
+        generation_ = processGeneration();
+        return true;
     }
+    disown();
     errno = ECHILD;
     return false;
+}
+
+/// Lets go of the bell, so that the end of the process that has the endpoint does not go unnoticed.
+void Endpoint::disown() {
+    if (disowned_) return;
+    disowned_ = true;
+    bell_.reset();
+    peers_.abandon();
+}
+
+bool Endpoint::leave() {
+    const bool unclaimed = !disowned_ && slot().forkRound.loadRelaxed() == forkRound_;
+    if (!unclaimed || generation_ == processGeneration()) return isOurs();
+    disown();
+    return true;
 }
 
 int Endpoint::hunt(const Name& name, LinxSignal** signal) {

@@ -30,6 +30,10 @@ public:
     /// Whether the endpoint belongs to this process. After a fork it goes to whichever of the two asks first.
     bool isOurs() { return forksSeen_ == forkCount() || claim(); }
 
+    /// Prepares for the end of this object and tells whether it may be had. A child that has only inherited the
+    /// endpoint gives up its copy, and leaves the endpoint to its parent.
+    bool leave();
+
     int descriptor();
 
     LinxSignal* allocate(uint32_t size, uint32_t number);
@@ -79,6 +83,7 @@ private:
     int push(const Held& held, Peer& peer);
     int refuse(const Held& held, int reason);
     Peer* peerFor(Spid spid);
+    Peer* meet(Spid spid);
     bool seemsAlive(Peer& peer);
 
     // Receiving (receive.cpp).
@@ -94,11 +99,15 @@ private:
     void enqueue(Ref ref);
     void bury(uint32_t index);
     void settle();
+    void raiseByte();
     void silence();
+    void greet(Spid sender);
+    void takeStrays(Ref chain);
 
     int keepHunt(const Name& name, const Held& held, bool& opened);
 
     bool claim();
+    void disown();
     void leaveDomain();
     void giveUpHunts();
 
@@ -112,6 +121,7 @@ private:
     ScopedDescriptor bell_;
 
     uint32_t forksSeen_;
+    uint32_t generation_;  ///< of the process that has the endpoint
     uint32_t forkRound_ = 0;
     bool disowned_ = false;
 

@@ -12,6 +12,7 @@ namespace linx {
 struct Peer {
     Spid spid;
     ScopedDescriptor bell;
+    bool knowsUs = false;      ///< it has been told of this endpoint, and watches it
     uint64_t lookedAt = 0;     ///< coarse milliseconds: when its bell was last asked whether it lives
     std::vector<Ref> notices;  ///< to deliver when it ends
 };

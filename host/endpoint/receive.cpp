@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "host/arena/slot_table.h"
 #include "host/endpoint/clock.h"
@@ -39,10 +40,17 @@ int millisecondsUntil(uint64_t deadline, uint64_t from) {
 
 int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
     *signal = nullptr;
-    noticeEvents();
-    Held held = takeQueued(selection);
-    if (held.block == nullptr) held = await(milliseconds, selection);
-    settle();
+    Held held = {nullptr, 0, 0};
+    try {
+        noticeEvents();
+        held = takeQueued(selection);
+        if (held.block == nullptr) held = await(milliseconds, selection);
+        settle();
+    } catch (const std::bad_alloc&) {
+        // What could not be taken waits in the mailbox: the descriptor says so, and the next call tries again.
+        raiseByte();
+        if (held.block == nullptr) throw;
+    }
     if (held.block != nullptr) return handOut(held, signal);
     if (isOpen(arena(), spid_)) return 0;
     errno = ECONNABORTED;
@@ -112,7 +120,9 @@ bool Endpoint::look(uint64_t deadline) {
 /// is nothing to wait for because somebody ended this endpoint.
 bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     if (!isOpen(arena(), spid_)) return true;
+    const size_t queued = queue_.size();
     silence();
+    if (queue_.size() != queued) return false;                               // somebody's end came with the bell
     slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C), see attention.h
     looking_ = false;
     bool expired = false;
@@ -139,18 +149,23 @@ void Endpoint::noticeEvents() {
 
 void Endpoint::handleEvents(int milliseconds) {
     if (milliseconds != 0) slot().sleeps.storeRelaxed(slot().sleeps.loadRelaxed() + 1);
-    epoll_event events[16];
-    const int count = epoll_wait(epoll_.get(), events, 16, milliseconds);
-    for (int i = 0; i < count; ++i) {
-        const uint32_t tag = events[i].data.u32;
-        if (tag == event_tag::bell) {
-            byteIn_ = true;
-        } else if (tag == event_tag::timer) {
-            fireTimeouts();
-        } else {
-            bury(tag);
+    constexpr int most = 16;
+    epoll_event events[most];
+    int count;
+    do {
+        count = epoll_wait(epoll_.get(), events, most, milliseconds);
+        milliseconds = 0;
+        for (int i = 0; i < count; ++i) {
+            const uint32_t tag = events[i].data.u32;
+            if (tag == event_tag::bell) {
+                byteIn_ = true;
+            } else if (tag == event_tag::timer) {
+                fireTimeouts();
+            } else {
+                bury(tag);
+            }
         }
-    }
+    } while (count == most);
 }
 
 void Endpoint::takeMailbox() {
@@ -163,25 +178,36 @@ void Endpoint::takeMailbox() {
     stack::walk(arena(), takenChain_, [&](Block&, Ref, uint32_t) { ++count; });
     queue_.reserve(count);  // the only step that can fail: the chain is still announced, and taken up again
     count = 0;
-    stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t sizeClass) {
+    bool strays = false;
+    stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t) {
         const uint32_t owner = block.owner.loadAcquire();
         if (owner == (spid_ | ownerTransit)) {
             block.owner.storeRelaxed(spid_ | ownerQueued);
             queue_.append(ref, block.signal.number);
             ++count;
         } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
-            // Sent to an earlier user of the slot by somebody who was held up: ended with it.
-            block.owner.storeRelaxed(spid_);
-            own.dropped.add(1);
-            pool_.free(block, ref, sizeClass);
+            block.owner.storeRelaxed(spid_);  // see takeStrays
+            strays = true;
         }
     });
     queue_.reverseLast(count);
+    const Ref chain = takenChain_;
     takenChain_ = 0;
     own.takingMailbox.storeRelease(0);  // after the last block got its owner
+    if (strays) takeStrays(chain);
     if (queue_.size() > own.deepestQueue.loadRelaxed()) {
         own.deepestQueue.storeRelaxed(static_cast<uint32_t>(queue_.size()));
     }
+}
+
+/// Frees what was sent to an earlier user of the slot by somebody who was held up: it ended with that one. Not before
+/// the whole chain has its owners, since freeing a block breaks the chain.
+void Endpoint::takeStrays(Ref chain) {
+    stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
+        if (block.owner.loadRelaxed() != spid_) return;
+        slot().dropped.add(1);
+        pool_.free(block, ref, sizeClass);
+    });
 }
 
 void Endpoint::enqueue(Ref ref) {
@@ -193,6 +219,7 @@ void Endpoint::enqueue(Ref ref) {
 
 void Endpoint::fireTimeouts() {
     const uint64_t time = now();
+    if (timers_.earliest() <= time) takeMailbox();  // what was sent before it fell due comes before
     while (const Ref ref = timers_.fire(time)) enqueue(ref);
     timers_.arm();
 }
@@ -204,34 +231,49 @@ void Endpoint::bury(uint32_t index) {
     // Asked again, since reaping an endpoint that lives would be its end. One that closed is no longer open.
     if (bell::isDead(peer->bell.get())) reap(*domain_, peer->spid);
     takeMailbox();
+    queue_.reserve(peer->notices.size());  // all or none: a notice must not be delivered twice
     for (const Ref notice : peer->notices) enqueue(notice);
     peers_.part(index);
 }
 
+/// Takes the byte out. May bring signals: the notices of somebody who introduced himself and has ended since.
 void Endpoint::silence() {
-    if (byteIn_) bell::drain(bell_.get());
+    if (!byteIn_) return;
+    std::vector<Spid> introduced;
+    bell::drain(bell_.get(), &introduced);
     byteIn_ = false;
+    for (const Spid sender : introduced) greet(sender);
+}
+
+/// Watches a sender from now on. One who cannot be watched for want of descriptors may still talk.
+void Endpoint::greet(Spid sender) {
+    if (sender == spid_ || !isOpen(arena(), sender)) return;
+    Peer* peer = peers_.find(sender);
+    if (peer == nullptr) peer = meet(sender);
+    if (peer != nullptr) peer->knowsUs = true;  // who talks to this endpoint watches it
+}
+
+/// Puts a byte in, if none is known to be in.
+void Endpoint::raiseByte() {
+    const uint32_t before = slot().attention.exchangeSeqCst(attention::word(spid_, attention::rung));
+    looking_ = false;
+    if (!byteIn_ && attention::stateOf(before) != attention::rung) bell::ring(bell_.get());
+    byteIn_ = true;
 }
 
 /// Makes the descriptor true again: see the top of this file.
 void Endpoint::settle() {
-    Word& attentionWord = slot().attention;
-    if (queue_.empty()) takeMailbox();
-    if (queue_.empty()) {
+    for (;;) {
+        if (queue_.empty()) takeMailbox();
+        if (!queue_.empty()) break;
         if (!looking_ && !byteIn_) return;
         // The byte first: one that a sender writes after it has seen quiet must stay in.
         silence();
-        attentionWord.storeSeqCst(attention::word(spid_, attention::quiet));  // (C)
+        slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C)
         looking_ = false;
-        if (slot().mailbox.loadSeqCst() <= stack::closed) return;  // (D)
-        takeMailbox();
-        if (queue_.empty()) return;
+        if (queue_.empty() && slot().mailbox.loadSeqCst() <= stack::closed) return;  // (D)
     }
-    if (byteIn_ && !looking_) return;
-    const uint32_t before = attentionWord.exchangeSeqCst(attention::word(spid_, attention::rung));
-    looking_ = false;
-    if (!byteIn_ && attention::stateOf(before) != attention::rung) bell::ring(bell_.get());
-    byteIn_ = true;
+    if (looking_ || !byteIn_) raiseByte();
 }
 
 LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
@@ -242,7 +284,9 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
         event.events = EPOLLIN;
         event.data.u32 = event_tag::timer;
         if (timers_.open() == -1 || epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == -1) {
-            refuse(held, errno);
+            const int failure = errno;
+            timers_.close();  // the next request must try again to have it watched
+            refuse(held, failure);
             return 0;
         }
     }
@@ -260,7 +304,10 @@ int Endpoint::cancelTimeout(LinxRef* reference) {
         errno = EINVAL;
         return -1;
     }
-    if (hadFired) queue_.remove(ref, held.block->signal.number);
+    if (hadFired && !queue_.remove(ref, held.block->signal.number)) {
+        errno = EINVAL;
+        return -1;
+    }
     discard(held);
     settle();
     *reference = 0;

@@ -36,10 +36,13 @@ int Endpoint::push(const Held& held, Peer& peer) {
     Slot& own = slot();
     Slot& target = arena().slot(indexOf(peer.spid));
     const uint32_t size = held.block->size.loadRelaxed();
-    // Relaxed: for the reaper alone, who reads after the kernel has told that this process is gone.
+    // Before the first push: from then on this process may die before it rings, and the peer must learn of that.
+    if (!peer.knowsUs) peer.knowsUs = bell::introduce(peer.bell.get(), spid_);
     own.sending.storeRelaxed(held.ref);
     held.block->sender.storeRelaxed(spid_);
-    held.block->owner.storeRelaxed(peer.spid | ownerTransit);  // published by the push
+    // Release: the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
+    // beside an old sender.
+    held.block->owner.storeRelease(peer.spid | ownerTransit);
     const uint32_t before = stack::push(target.mailbox, *held.block, held.ref);
     if (before == stack::closed) {
         held.block->owner.storeRelaxed(spid_);
@@ -79,10 +82,15 @@ int Endpoint::refuse(const Held& held, int reason) {
 /// The open endpoint as a peer, met now if it was none. Null with errno: ECONNRESET when it has died, and is reaped.
 Peer* Endpoint::peerFor(Spid spid) {
     if (Peer* peer = peers_.find(spid)) return peer;
-    if (peers_.inSlot(indexOf(spid)) != nullptr) {
-        bury(indexOf(spid));  // an earlier user of the slot, whose end has not been noticed yet
-        settle();
-    }
+    Peer* peer = meet(spid);
+    const int failure = errno;
+    settle();  // an earlier user of the slot may have left notices
+    errno = failure;
+    return peer;
+}
+
+Peer* Endpoint::meet(Spid spid) {
+    bury(indexOf(spid));  // an earlier user of the slot, whose end has not been noticed yet
     Peer* peer = peers_.meet(spid);
     if (peer == nullptr && errno == ECONNRESET && reap(*domain_, spid)) errno = ECONNRESET;
     return peer;

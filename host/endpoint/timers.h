@@ -19,6 +19,7 @@ public:
     /// Makes the descriptor when there is none yet. Returns it, for the endpoint to watch; -1 with errno.
     int open();
     int descriptor() const { return descriptor_.get(); }
+    void close() { descriptor_.reset(); }
 
     /// Keeps `signal` until `deadline`. The reference names it from now on.
     void add(LinxRef reference, uint64_t deadline, Ref signal);

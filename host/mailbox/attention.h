@@ -58,7 +58,7 @@ int ring(Word& attention, uint32_t found, Spid to, uint32_t ownIndex, WriteByte 
     const bool announcing = found == word(to, quiet) && attention.casSeqCst(found, announced);
     if (!announcing && !asksForRing(found, to)) return 0;
     const int result = writeByte();
-    if (announcing) {
+    if (announcing && result == 0) {  // otherwise no byte is in, and the next sender must ring
         uint32_t expected = announced;
         attention.casSeqCst(expected, word(to, rung));  // fails when the endpoint has begun to look: it decides then
     }

@@ -8,8 +8,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
 
 #include "host/arena/scoped_descriptor.h"
 
@@ -55,6 +57,19 @@ private:
     bool raised_ = false;
 };
 
+/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the bell is full, or
+/// EPIPE.
+int writeRecord(int descriptor, uint32_t record) {
+    SigpipeShield shield;
+    for (;;) {
+        if (write(descriptor, &record, sizeof record) == static_cast<ssize_t>(sizeof record)) return 0;
+        if (errno == EINTR) continue;
+        if (errno != EPIPE) return EAGAIN;
+        shield.raised();
+        return EPIPE;
+    }
+}
+
 }  // namespace
 
 int make(int directory, Spid spid, unsigned mode) {
@@ -85,22 +100,23 @@ void remove(int directory, Spid spid) {
 }
 
 int ring(int descriptor) {
-    SigpipeShield shield;
-    for (;;) {
-        if (write(descriptor, "", 1) == 1) return 0;
-        if (errno == EINTR) continue;
-        if (errno != EPIPE) return 0;  // EAGAIN: the bell is full, so a byte is in
-        shield.raised();
-        return EPIPE;
-    }
+    const int result = writeRecord(descriptor, 0);
+    return result == EAGAIN ? 0 : result;
 }
 
-void drain(int descriptor) {
-    char bytes[4096];
+bool introduce(int descriptor, Spid self) {
+    return writeRecord(descriptor, self) == 0;
+}
+
+void drain(int descriptor, std::vector<Spid>* introduced) {
+    uint32_t records[1024];  // as many as a bell holds
     ssize_t got;
     do {
-        got = read(descriptor, bytes, sizeof bytes);
-    } while (got == static_cast<ssize_t>(sizeof bytes) || (got == -1 && errno == EINTR));
+        got = read(descriptor, records, sizeof records);
+        if (introduced == nullptr || got <= 0) continue;
+        std::copy_if(records, records + static_cast<size_t>(got) / sizeof *records, std::back_inserter(*introduced),
+                     [](uint32_t record) { return record != 0; });
+    } while (got == static_cast<ssize_t>(sizeof records) || (got == -1 && errno == EINTR));
 }
 
 bool isDead(int descriptor) {

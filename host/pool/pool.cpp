@@ -42,7 +42,7 @@ Block* Pool::take(uint32_t sizeClass, Ref& ref) {
         freeLines_ -= sizeClasses[sizeClass].lines;
         Block* block = arena().rawBlock(ref);
         // A block that is not free any more was scribbled over; better lost than given out twice.
-        if (block->owner.loadRelaxed() == ownerFree) return block;
+        if (block->owner.loadRelaxed() == ownerFree && block->home.loadRelaxed() == home_) return block;
     }
     return nullptr;
 }

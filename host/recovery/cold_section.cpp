@@ -14,17 +14,26 @@ namespace {
 /// fork waits for it, so that no child inherits the descriptor that holds the file lock.
 pthread_mutex_t threads = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<uint32_t> forks{0};
+std::atomic<uint32_t> generation{0};
+
+// Relaxed: other threads learn of a fork from their own next operation.
+void count(std::atomic<uint32_t>& what) {
+    what.fetch_add(1, std::memory_order_relaxed);
+}
 
 void beforeFork() {
     pthread_mutex_lock(&threads);
 }
-void afterFork() {
-    forks.fetch_add(1,
-                    std::memory_order_relaxed);  // relaxed: other threads learn of it from their own next operation
+void afterForkInParent() {
+    count(forks);
     pthread_mutex_unlock(&threads);
 }
+void afterForkInChild() {
+    count(generation);
+    afterForkInParent();
+}
 
-const int registered = pthread_atfork(beforeFork, afterFork, afterFork);
+const int registered = pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
 
 bool lockFile(int file) {
     while (flock(file, LOCK_EX) == -1) {
@@ -35,8 +44,14 @@ bool lockFile(int file) {
 
 }  // namespace
 
-ColdSection::ColdSection(const Domain& domain) : domain_(domain) {
+ColdSection::Threads::Threads() {
     pthread_mutex_lock(&threads);
+}
+ColdSection::Threads::~Threads() {
+    pthread_mutex_unlock(&threads);
+}
+
+ColdSection::ColdSection(const Domain& domain) : domain_(domain) {
     // A descriptor of its own each time: a lock belongs to an open file, and one that a forked child shares would
     // outlive its holder.
     file_.reset(domain.openArenaFile());
@@ -49,12 +64,13 @@ ColdSection::ColdSection(const Domain& domain) : domain_(domain) {
 
 ColdSection::~ColdSection() {
     if (entered_) arena().header().busy.storeRelaxed(0);  // ordered for the next holder by the lock
-    file_.reset();
-    pthread_mutex_unlock(&threads);
 }
 
 uint32_t forkCount() {
     return forks.load(std::memory_order_relaxed);
+}
+uint32_t processGeneration() {
+    return generation.load(std::memory_order_relaxed);
 }
 
 }  // namespace linx

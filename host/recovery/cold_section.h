@@ -25,13 +25,23 @@ public:
     int file() const { return file_.get(); }
 
 private:
+    /// One at a time among the threads of this process. A member, so that it is let go however the section ends.
+    struct Threads {
+        Threads();
+        ~Threads();
+    };
+
     const Domain& domain_;
+    const Threads threads_;
     ScopedDescriptor file_;
     bool entered_ = false;
 };
 
 /// How often this process has been through a fork, on either side.
 uint32_t forkCount();
+
+/// How many forks this process is away from the first: differs between a process and its parent.
+uint32_t processGeneration();
 
 }  // namespace linx
 

@@ -11,17 +11,24 @@
 namespace linx {
 namespace {
 
-/// A reclaiming process died with another's returned stack in its hands. The chain left the stack as a whole or not
-/// at all, so the first block that is still in transit tells for all of them.
+/// Whether a block that was returned to its home was then stolen by a reclaiming process that died: it is on its way
+/// home and in no stack. One that its pusher, alive, may be about to push does not count; it may be lost until that
+/// ends.
+bool isStolen(const Arena& arena, const Block& block, Ref ref) {
+    const uint32_t owner = block.owner.loadAcquire();
+    const Spid pusher = block.sender.loadRelaxed() & spidMask;
+    if (owner != ((block.home.loadRelaxed() & spidMask) | ownerTransit)) return false;
+    const auto mayBePushing = [&] {
+        return isOpen(arena, pusher) && arena.slot(indexOf(pusher)).sending.loadAcquire() == ref;
+    };
+    return !mayBePushing() && isStranded(arena, block, ref, pusher) && !mayBePushing();
+}
+
+/// A reclaiming process died with another's returned stack announced.
 void finishStealing(const Arena& arena) {
     Word& stealing = arena.header().stealing;
-    bool decided = false;
-    bool stolen = false;
     stack::walk(arena, stealing.loadRelaxed(), [&](Block& block, Ref ref, uint32_t sizeClass) {
-        if ((block.owner.loadAcquire() & ownerTransit) == 0) return;
-        if (!decided) stolen = isStranded(arena, block, ref);
-        decided = true;
-        if (stolen) common::orphan(arena, block, sizeClass);
+        if (isStolen(arena, block, ref)) common::orphan(arena, block, sizeClass);
     });
     stealing.storeRelaxed(0);
 }
@@ -49,7 +56,7 @@ bool isPending(const Arena& arena, const Hunt& hunt) {
     const Block* signal = arena.blockAt(ref);
     if (!isOpen(arena, hunter) || signal == nullptr) return false;
     const uint32_t owner = signal->owner.loadAcquire();
-    if (owner == (hunter | ownerTransit)) return isStranded(arena, *signal, ref);
+    if (owner == (hunter | ownerTransit)) return isStranded(arena, *signal, ref, signal->sender.loadRelaxed());
     return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
 }
 

@@ -14,13 +14,14 @@ namespace {
 
 /// Closes a stack of the endpoint and marks what was in it, or was being taken from it, as the endpoint's. Returns
 /// whether there was anything.
-bool closeStack(const Arena& arena, Word& head, Word& taking, Spid spid) {
+template <class Belongs>
+bool closeStack(const Arena& arena, Word& head, Word& taking, Spid spid, Belongs belongs) {
     bool any = false;
     const auto keep = [&](Block& block, Ref, uint32_t) {
         any = true;
         // By index: a sender that was held up may have pushed what was meant for an earlier user of the slot.
         const uint32_t owner = block.owner.loadAcquire();
-        if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid)) {
+        if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid) && belongs(block)) {
             block.owner.storeRelease(spid | ownerQueued);
         }
     };
@@ -60,7 +61,7 @@ void recoverStrandedSend(const Arena& arena, Spid spid) {
     const Ref ref = arena.slot(indexOf(spid)).sending.loadAcquire();
     uint32_t sizeClass;
     Block* block = arena.blockAt(ref, sizeClass);
-    if (block == nullptr || block->sender.loadRelaxed() != spid || !isStranded(arena, *block, ref)) return;
+    if (block == nullptr || !isStranded(arena, *block, ref, spid)) return;
     common::orphan(arena, *block, sizeClass);
     common::push(arena, *block, ref, sizeClass);
 }
@@ -87,8 +88,12 @@ void retire(const ColdSection& cold, Spid spid, Leftovers leftovers) {
     const Arena& arena = cold.arena();
     if (!isSpid(spid) || !isOpen(arena, spid)) return;
     Slot& slot = arena.slot(indexOf(spid));
-    const bool hadMail = closeStack(arena, slot.mailbox, slot.takingMailbox, spid);
-    const bool hadReturns = closeStack(arena, slot.returned, slot.takingReturned, spid);
+    const auto any = [](const Block&) { return true; };
+    const bool hadMail = closeStack(arena, slot.mailbox, slot.takingMailbox, spid, any);
+    // The endpoint may have died with a chain announced that a reclaiming process then took. A block of it may be on
+    // its way here again, but then another is its home.
+    const auto isAtHome = [&](const Block& block) { return indexOf(block.home.loadRelaxed()) == indexOf(spid); };
+    const bool hadReturns = closeStack(arena, slot.returned, slot.takingReturned, spid, isAtHome);
     dropHunts(arena, spid);
     recoverStrandedSend(arena, spid);
     if (leftovers == Leftovers::search || hadMail || hadReturns) makeBlocksCommon(arena, spid);

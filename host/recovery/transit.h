@@ -5,16 +5,19 @@
 
 namespace linx {
 
-/// Whether a block in transit lies in no stack of the slot that it was sent to: whoever was to push it died before.
-/// REQUIRES that its pusher is dead or is the caller's own process.
-inline bool isStranded(const Arena& arena, const Block& block, Ref ref) {
+/// Whether a block in transit lies in no stack of the slot that it was sent to: `pusher`, who was to push it, died
+/// before. REQUIRES that `pusher` has died or is the caller's own process. May say no of one that is stranded, if the
+/// slot's endpoint is at work meanwhile.
+inline bool isStranded(const Arena& arena, const Block& block, Ref ref, Spid pusher) {
+    // The owner first: whoever sends a block writes its sender before.
     const uint32_t owner = block.owner.loadAcquire();
-    if ((owner & ownerTransit) == 0) return false;
+    if ((owner & ownerTransit) == 0 || block.sender.loadAcquire() != pusher) return false;
     const Slot& slot = arena.slot(indexOf(owner));
     if (stack::holds(arena, slot.mailbox, slot.takingMailbox, ref)) return false;
     if (stack::holds(arena, slot.returned, slot.takingReturned, ref)) return false;
-    // The slot's endpoint may have taken it during the search; then it has changed the owner.
-    return block.owner.loadAcquire() == owner;
+    // The slot's endpoint may have taken it during the search, and others may have sent it since; then it has another
+    // owner or sender, and one that has died cannot become either again.
+    return block.owner.loadAcquire() == owner && block.sender.loadRelaxed() == pusher;
 }
 
 }  // namespace linx
