@@ -1,0 +1,158 @@
+// What a death, a failure or a fork at the wrong instant once left behind.
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "host/arena/arena_file.h"
+#include "host/arena/common_stacks.h"
+#include "host/arena/slot_table.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/attention.h"
+#include "host/recovery/cold_section.h"
+#include "host/recovery/transit.h"
+#include "tests/host/endpoints.h"
+
+namespace linx {
+namespace {
+
+using linxtest::anySignal;
+using linxtest::Linx;
+
+constexpr uint32_t patience = 20000;
+
+using GapsTest = linxtest::ArenaDomainTest;
+
+TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
+    Linx receiver("receiver");
+    const pid_t child = fork();
+    if (child == 0) {
+        LINX* sender = linx_open("sender", 0, nullptr);
+        LinxSignal* first = linx_alloc(sender, 4, 1);
+        linx_send(sender, &first, receiver.spid);
+        LinxSignal* go = nullptr;
+        linx_receive(sender, &go, anySignal);
+        // As linx_send does, up to the push and no further.
+        Block& block = *blockOf(linx_alloc(sender, 4, 2));
+        const Ref ref = arena.refOf(&block);
+        slotOf(block.sender.loadRelaxed()).sending.storeRelaxed(ref);
+        block.owner.storeRelease(receiver.spid | ownerTransit);
+        stack::push(slotOf(receiver.spid).mailbox, block, ref);
+        raise(SIGKILL);
+    }
+    LinxSignal* signal = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, patience, anySignal), 4);
+    ASSERT_EQ(linx_send(receiver, &signal, linx_sender(receiver, &signal)), 0);
+    ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, patience, anySignal), 4);
+    EXPECT_EQ(signal->number, 2u);
+    linx_free_buf(receiver, &signal);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(receiveNumber(receiver), 0u);  // has noticed the end, if it had not before
+}
+
+TEST_F(GapsTest, ABellThatCouldNotBeRungIsRungByTheNextSender) {
+    constexpr Spid receiver = makeSpid(5, 1);
+    Word word{};
+    word.storeRelaxed(attention::word(receiver, attention::quiet));
+    EXPECT_EQ(attention::ring(word, word.loadRelaxed(), receiver, 3, [] { return EMFILE; }), EMFILE);
+    EXPECT_TRUE(attention::asksForRing(word.loadRelaxed(), receiver));
+}
+
+TEST_F(GapsTest, ASpidThatWasNeverUsedIsToldWithoutTouchingItsSlot) {
+    Linx endpoint("endpoint");
+    const std::string path = domain.pathOf("arena");
+    struct stat before;
+    struct stat after;
+    ASSERT_EQ(stat(path.c_str(), &before), 0);
+    const Spid never = makeSpid(8000, 1);
+    char* name = nullptr;
+    EXPECT_EQ(linx_get_name(endpoint, never, &name), -1);
+    EXPECT_EQ(errno, ESRCH);
+    LinxSignal* signal = linx_alloc(endpoint, 4, 1);
+    EXPECT_EQ(linx_send(endpoint, &signal, never), -1);
+    EXPECT_EQ(errno, ESRCH);
+    ASSERT_EQ(stat(path.c_str(), &after), 0);
+    EXPECT_EQ(after.st_blocks, before.st_blocks);
+}
+
+TEST_F(GapsTest, MemoryThatCannotBeReservedIsToldByErrno) {
+    errno = ENOENT;
+    EXPECT_FALSE(reservePages(-1, 0, 1));
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(GapsTest, ATimeoutComesAfterWhatWasSentBeforeItFellDue) {
+    Linx receiver("receiver");
+    Linx sender("sender");
+    sendNumber(sender, receiver.spid, 7);
+    ASSERT_NE(linx_request_tmo(receiver, 0, nullptr), 0u);
+    EXPECT_EQ(receiveNumber(receiver), 7u);
+    EXPECT_EQ(receiveNumber(receiver), static_cast<uint32_t>(LINX_OS_TIMEOUT_SIG));
+}
+
+TEST_F(GapsTest, AChildThatClosesWhatItInheritedLeavesTheEndpointToItsParent) {
+    Linx endpoint("endpoint");
+    const pid_t child = fork();
+    if (child == 0) _exit(linx_close(endpoint) == 0 && linx_close(endpoint) == -1 && errno == EINVAL ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(isOpen(arena, endpoint.spid));
+    sendNumber(endpoint, endpoint.spid, 9);
+    EXPECT_EQ(receiveNumber(endpoint), 9u);
+}
+
+TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
+    Linx endpoint("endpoint");
+    LinxSignal* signal = linx_alloc(endpoint, 4, 1);
+    uint32_t sizeClass;
+    const Ref ref = refOf(signal);
+    Block& block = *arena.blockAt(ref, sizeClass);
+    linx_free_buf(endpoint, &signal);
+    {
+        const ColdSection cold(*joined);
+        common::orphan(arena, block, sizeClass);
+        common::push(arena, block, ref, sizeClass);
+    }
+    LinxSignal* other = linx_alloc(endpoint, 4, 2);
+    EXPECT_NE(blockOf(other), &block);
+    linx_free_buf(endpoint, &other);
+}
+
+TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotStrandedForAnother) {
+    Linx dead("dead");
+    Linx target("target");
+    Linx alive("alive");
+    LinxSignal* signal = linx_alloc(alive, 4, 1);
+    Block& block = *blockOf(signal);
+    const Ref ref = arena.refOf(&block);
+    // `dead` had sent the block once; now `alive` is about to.
+    slotOf(dead.spid).sending.storeRelaxed(ref);
+    slotOf(alive.spid).sending.storeRelaxed(ref);
+    block.owner.storeRelease(target.spid | ownerTransit);
+    EXPECT_FALSE(isStranded(arena, block, ref, dead.spid));
+    EXPECT_TRUE(isStranded(arena, block, ref, alive.spid));
+    block.owner.storeRelease(alive.spid);
+    linx_free_buf(alive, &signal);
+}
+
+TEST_F(GapsTest, AStaleAnnouncementOfReturnsDoesNotSeizeWhatOthersAreSending) {
+    Linx alive("alive");
+    LinxSignal* signal = linx_alloc(alive, 4, 1);
+    Block& block = *blockOf(signal);
+    const Ref ref = arena.refOf(&block);
+    auto doomed = std::make_unique<Linx>("doomed");
+    const Spid doomedSpid = doomed->spid;
+    slotOf(doomedSpid).takingReturned.storeRelaxed(ref);
+    slotOf(alive.spid).sending.storeRelaxed(ref);
+    block.owner.storeRelease(doomedSpid | ownerTransit);
+    doomed.reset();
+    EXPECT_EQ(block.owner.loadRelaxed(), doomedSpid | ownerTransit);
+    block.owner.storeRelease(alive.spid);
+    linx_free_buf(alive, &signal);
+}
+
+}  // namespace
+}  // namespace linx
