@@ -1,7 +1,9 @@
 // What a death, a failure or a fork at the wrong instant once left behind.
 
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -27,13 +29,17 @@ using GapsTest = linxtest::ArenaDomainTest;
 
 TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
     Linx receiver("receiver");
+    const Word& sleeps = slotOf(receiver.spid).sleeps;
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
     const pid_t child = fork();
     if (child == 0) {
         LINX* sender = linx_open("sender", 0, nullptr);
         LinxSignal* first = linx_alloc(sender, 4, 1);
         linx_send(sender, &first, receiver.spid);
-        LinxSignal* go = nullptr;
-        linx_receive(sender, &go, anySignal);
+        uint32_t before = 0;
+        if (read(go[0], &before, sizeof before) != sizeof before) _exit(1);
+        while (sleeps.loadAcquire() == before) sched_yield();
         // As linx_send does, up to the push and no further.
         Block& block = *blockOf(linx_alloc(sender, 4, 2));
         const Ref ref = arena.refOf(&block);
@@ -44,12 +50,16 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
     }
     LinxSignal* signal = nullptr;
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, patience, anySignal), 4);
-    ASSERT_EQ(linx_send(receiver, &signal, linx_sender(receiver, &signal)), 0);
+    linx_free_buf(receiver, &signal);
+    const uint32_t before = sleeps.loadRelaxed();
+    ASSERT_EQ(write(go[1], &before, sizeof before), static_cast<ssize_t>(sizeof before));
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, patience, anySignal), 4);
     EXPECT_EQ(signal->number, 2u);
     linx_free_buf(receiver, &signal);
     waitpid(child, nullptr, 0);
     EXPECT_EQ(receiveNumber(receiver), 0u);  // has noticed the end, if it had not before
+    close(go[0]);
+    close(go[1]);
 }
 
 TEST_F(GapsTest, ABellThatCouldNotBeRungIsRungByTheNextSender) {
