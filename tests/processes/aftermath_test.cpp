@@ -81,7 +81,7 @@ TEST_F(Aftermath, TheMemoryOfAKilledReceiverComesBackToTheSender) {
         receiver.hear();
         const uint32_t sent = fill(endpoint, hunt(endpoint, "receiver"), 10000);
         if (round <= 1) usual = sent;  // the very first time it may get more than its share, by the rest of a lease
-        EXPECT_GT(sent, 100u);
+        ASSERT_GT(sent, 100u) << "round " << round;
         EXPECT_EQ(usual, sent) << "round " << round;
         receiver.kill9();
     }

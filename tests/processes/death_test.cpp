@@ -234,21 +234,6 @@ TEST_F(Death, ASenderThatNeverReceivesNoticesToo) {
     EXPECT_EQ(ECONNRESET, result) << "after " << sent;
 }
 
-TEST_F(Death, WhatWasReceivedCountsAsSentThoughTheReceiverEndsAtOnce) {
-    Endpoint endpoint("sender");
-    for (int round = 0; round < 300; ++round) {
-        Child brief([round](Line& parent) {
-            LINX* own = linx_open("brief", 0, nullptr);
-            parent.tell();
-            expectSignal(own, item);
-            if (round % 2 == 0) linx_close(own);
-        });
-        brief.hear();
-        ASSERT_EQ(0, send(endpoint, hunt(endpoint, "brief"), item)) << "round " << round;
-        ASSERT_EQ(0, brief.exitStatus());
-    }
-}
-
 TEST_F(Death, ANewIncarnationHasANewSpid) {
     Endpoint endpoint("asker");
     std::vector<LinxSpid> seen;
