@@ -58,7 +58,10 @@ LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
  */
 LINXIPC_API int linx_get_descriptor(LINX *linx);
 
-/* Ends the endpoint: its supervisors are told, its signals freed, its name may be opened again. 0 or -1. */
+/*
+ * Ends the endpoint: its supervisors are told, its signals freed, its name may be opened again. 0 or -1. In a child that
+ * has inherited the handle and not used it, only the child's copy ends.
+ */
 LINXIPC_API int linx_close(LINX *linx);
 
 /*

@@ -12,8 +12,8 @@ namespace linx {
  *   quiet            the endpoint, once it      it may be asleep, or in a poll loop of its own      rings
  *                    has emptied the bell
  *   looking          the endpoint in a receive  it looks at the mailbox before it sleeps or returns does not ring
- *   rung             whoever wrote the byte     a byte is in the bell                               does not ring
- *   ringing + i      the sender in slot i       i is about to write the byte, or died before it     rings too
+ *   rung             whoever rang               the bell has been rung                              does not ring
+ *   ringing + i      the sender in slot i       i is about to ring, or died before it did           rings too
  *
  * No wake-up is lost: a sender pushes (A) and then reads the attention word (B); the endpoint stores quiet (C) and
  * then looks at the mailbox (D). All four are sequentially consistent, so B sees quiet or D sees the push.
@@ -47,18 +47,18 @@ constexpr bool asksForRing(uint32_t word, Spid to) {
     return belongsTo(word, to) && (stateOf(word) == quiet || stateOf(word) >= ringing);
 }
 
-/// Rings the bell of `to` after a push, `found` being its attention word since then. `writeByte` puts a byte into the
+/// Rings the bell of `to` after a push, `found` being its attention word since then. `writeBell` rings the
 /// bell and returns 0 or an errno value; what it returned is the result.
-template <class WriteByte>
-int ring(Word& attention, uint32_t found, Spid to, uint32_t ownIndex, WriteByte writeByte) {
+template <class WriteBell>
+int ring(Word& attention, uint32_t found, Spid to, uint32_t ownIndex, WriteBell writeBell) {
     const uint32_t announced = word(to, ringing + ownIndex);
-    // Dying after this exchange and before the byte is in: every later sender sees the state and rings, and the
+    // Dying after this exchange and before it rings: every later sender sees the state and rings, and the
     // reaper of this sender rings. Losing the exchange: somebody else announced, or the endpoint looks; ring in the
     // former case too, for the other may have died.
     const bool announcing = found == word(to, quiet) && attention.casSeqCst(found, announced);
     if (!announcing && !asksForRing(found, to)) return 0;
-    const int result = writeByte();
-    if (announcing && result == 0) {  // otherwise no byte is in, and the next sender must ring
+    const int result = writeBell();
+    if (announcing && result == 0) {  // otherwise nothing is in the bell, and the next sender must ring
         uint32_t expected = announced;
         attention.casSeqCst(expected, word(to, rung));  // fails when the endpoint has begun to look: it decides then
     }
