@@ -1,6 +1,11 @@
 // What the living learn of an endpoint's end.
 
+#include <poll.h>
+#include <signal.h>
+#include <sys/time.h>
+
 #include <cerrno>
+#include <random>
 
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
@@ -232,6 +237,44 @@ TEST_F(Death, ASenderThatNeverReceivesNoticesToo) {
         ++sent;
     }
     EXPECT_EQ(ECONNRESET, result) << "after " << sent;
+}
+
+void stumbleSoon() {
+    static std::minstd_rand random(1);
+    const itimerval soon = {{0, 0}, {0, static_cast<suseconds_t>(1 + random() % 100)}};
+    setitimer(ITIMER_REAL, &soon, nullptr);
+}
+
+/// From now on this process is held up for a millisecond, again and again, wherever it happens to be.
+void stumble() {
+    signal(SIGALRM, [](int) {
+        poll(nullptr, 0, 1);
+        stumbleSoon();
+    });
+    stumbleSoon();
+}
+
+TEST_F(Death, WhatWasReceivedCountsAsSentThoughTheReceiverEndsBeforeTheSenderKnows) {
+    constexpr uint32_t rounds = 500;
+    const auto name = [](uint32_t round) { return "brief" + std::to_string(round); };
+    Child brief([&](Line&) {
+        for (uint32_t round = 0; round < rounds && !HasFailure(); ++round) {
+            Endpoint endpoint(name(round));
+            // It does not wait to be woken, so that it may have received and ended before the sender rings.
+            std::optional<Received> received;
+            for (uint32_t tries = 0; !received && tries < 1000 * patience; ++tries) received = receive(endpoint, 0);
+            EXPECT_TRUE(received);
+        }
+    });
+    Child sender([&](Line&) {
+        stumble();
+        Endpoint endpoint("sender");
+        for (uint32_t round = 0; round < rounds; ++round) {
+            ASSERT_EQ(0, send(endpoint, hunt(endpoint, name(round)), item)) << "round " << round;
+        }
+    });
+    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_EQ(0, brief.exitStatus());
 }
 
 TEST_F(Death, ANewIncarnationHasANewSpid) {
