@@ -301,6 +301,10 @@ TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {
 
 /// Descriptors that run out at each step of opening in turn.
 TEST_F(OpenTest, WithoutDescriptorsNothingIsOpenedAndNothingIsLeft) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP()
+        << "the undefined-behaviour sanitizer opens a pipe to look at an object's type, and reports where it cannot";
+#endif
     const size_t opened = TestDomain::openFileCount();
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
