@@ -117,7 +117,7 @@ TEST_F(GapsTest, AChildThatClosesWhatItInheritedLeavesTheEndpointToItsParent) {
 TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
     Linx endpoint("endpoint");
     LinxSignal* signal = linx_alloc(endpoint, 4, 1);
-    uint32_t sizeClass;
+    uint32_t sizeClass = 0;
     const Ref ref = refOf(signal);
     Block& block = *arena.blockAt(ref, sizeClass);
     linx_free_buf(endpoint, &signal);
