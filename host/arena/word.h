@@ -1,8 +1,7 @@
 #ifndef LINXIPC_HOST_ARENA_WORD_H
 #define LINXIPC_HOST_ARENA_WORD_H
 
-#include <atomic>
-#include <cstdint>
+#include "host/arena/cell.h"
 
 namespace linx {
 
@@ -27,10 +26,10 @@ public:
     }
 
 private:
-    std::atomic<uint32_t> value_;
+    Cell value_;
 };
 
-static_assert(sizeof(Word) == 4 && std::atomic<uint32_t>::is_always_lock_free,
+static_assert(sizeof(Word) == 4 && Cell::is_always_lock_free,
               "a word of the arena must be the same lock-free 32 bits in every process");
 
 }  // namespace linx
