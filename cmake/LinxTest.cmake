@@ -1,6 +1,5 @@
-find_package(GTest REQUIRED)
+include(cmake/GoogleTest.cmake)
 find_package(Threads REQUIRED)
-include(GoogleTest)
 
 # linx_add_test(NAME SOURCES file... LIBRARIES target...)
 # A GoogleTest program whose cases CTest runs one by one, each with a time limit of its own. Parameters are not in the
