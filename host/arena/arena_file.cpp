@@ -19,6 +19,7 @@ constexpr uint32_t unitsPerMegabyte = (1u << 20) / unitBytes;
 constexpr uint32_t defaultMegabytes = 256;
 constexpr uint32_t minMegabytes = 4;      // holds a signal of the largest size in any domain
 constexpr uint32_t maxMegabytes = 16384;  // the unit table's entries and the references still count it
+constexpr uint32_t maxMadeMegabytes = sizeof(void*) < 8 ? 1024 : maxMegabytes;  // its maker has to map it
 
 uint32_t chosenUnits() {
     const char* text = std::getenv("LINX_ARENA_MB");
@@ -29,7 +30,7 @@ uint32_t chosenUnits() {
         if (*end == '\0') megabytes = chosen;
     }
     if (megabytes < minMegabytes) megabytes = minMegabytes;
-    if (megabytes > maxMegabytes) megabytes = maxMegabytes;
+    if (megabytes > maxMadeMegabytes) megabytes = maxMadeMegabytes;
     return static_cast<uint32_t>(megabytes) * unitsPerMegabyte;
 }
 
