@@ -1,7 +1,7 @@
 # The ways in. CMake does the work: presets, targets and tests are there for those who want more than this.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test clean dependencies clang-dependencies
+.PHONY: help demo test bench instructions clean dependencies clang-dependencies bench-dependencies
 MAKEFLAGS += --no-print-directory
 
 # Where addresses are shuffled further than the thread sanitizer can follow, its programs run unshuffled.
@@ -35,6 +35,16 @@ test-release test-debug test-asan test-tsan test-clang: test-%:
 	@$(run) cmake --build --preset $*
 	@$(run) ctest --preset $*
 
+bench: bench-dependencies ## Measures LinxIpc beside other ways to talk; ARGS='--help' tells its options
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target linx-bench
+	@build/release/bench/linx-bench $(ARGS)
+
+instructions: bench-dependencies ## Counts the instructions of a Notify and of a Receive
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target linx-instructions
+	@bench/instructions/count build/release/bench/linx-instructions
+
 clean: ## Removes everything that was built
 	rm -rf build
 
@@ -43,3 +53,6 @@ dependencies:
 
 clang-dependencies:
 	@scripts/install-dependencies clang
+
+bench-dependencies:
+	@scripts/install-dependencies libzmq3-dev libnng-dev libiceoryx-posh-dev iceoryx dbus-daemon gnuplot-nox valgrind

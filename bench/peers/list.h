@@ -1,0 +1,34 @@
+#ifndef LINXIPC_BENCH_PEERS_LIST_H
+#define LINXIPC_BENCH_PEERS_LIST_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench/harness/check.h"
+#include "bench/peers/peer.h"
+
+namespace bench {
+
+std::unique_ptr<Peer> MakeLinxIpc();
+std::unique_ptr<Peer> MakeSeqpacket();
+std::unique_ptr<Peer> MakeZeromq();
+std::unique_ptr<Peer> MakeNng();
+std::unique_ptr<Peer> MakeDbus();
+std::unique_ptr<Peer> MakeMessageQueue();
+std::unique_ptr<Peer> MakeIceoryx();
+std::unique_ptr<Peer> MakeIceoryxPolling();
+std::unique_ptr<Peer> MakeSharedMemory();
+
+/// The peers that were built in, LinxIpc first, and the names of those that were not.
+struct PeerList {
+    std::vector<std::unique_ptr<Peer>> present;
+    std::vector<std::string> absent;
+};
+PeerList AllPeers();
+
+constexpr const char* linxIpcName = "LinxIpc";
+
+}  // namespace bench
+
+#endif

@@ -1,0 +1,57 @@
+#include "bench/scenarios/conversation.h"
+
+#include <unistd.h>
+
+#include "bench/harness/barrier.h"
+#include "bench/harness/clock.h"
+#include "bench/harness/crew.h"
+#include "bench/harness/workspace.h"
+
+namespace bench {
+
+namespace {
+
+ProcessorMeter MeterOf(std::vector<pid_t> processes) {
+    return [processes] {
+        std::uint64_t used = 0;
+        for (const pid_t process : processes) used += ProcessorNanoseconds(process);
+        return used;
+    };
+}
+
+}  // namespace
+
+Figures Converse(const Peer& peer, Layout layout, unsigned measuring, const Measure& measure, const Turn& turn) {
+    const Workspace workspace;
+    layout.directory = workspace.Path();
+    const std::unique_ptr<Session> session = peer.Begin(layout);
+    const Barrier everybody(layout.processes);
+    const Shared<pid_t> pids(layout.processes);
+    const Shared<FigureSheet> sheet;
+
+    const auto live = [&](unsigned self) {
+        Confine(layout.placement);
+        pids[self] = getpid();
+        const std::unique_ptr<End> end = session->Open(self);
+        Settle(layout.placement, self);
+        everybody.Wait();
+        end->Connect();
+        everybody.Wait();
+        if (self != measuring) {
+            for (;;) turn(*end, self);
+        }
+        std::vector<pid_t> processes = session->Daemons();
+        for (unsigned i = 0; i < layout.processes; ++i) processes.push_back(pids[i]);
+        measure(*end, MeterOf(processes), *sheet);
+    };
+
+    std::vector<Member> members;
+    for (unsigned self = 0; self < layout.processes; ++self) {
+        const Member::Part part = self == measuring ? Member::Part::principal : Member::Part::servant;
+        members.push_back({part, [&live, self] { live(self); }});
+    }
+    RunCrew(members);
+    return sheet->Read();
+}
+
+}  // namespace bench

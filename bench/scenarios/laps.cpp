@@ -1,0 +1,67 @@
+#include "bench/scenarios/laps.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "bench/harness/clock.h"
+#include "bench/harness/statistics.h"
+
+namespace bench {
+
+namespace {
+
+constexpr std::size_t mostSamples = std::size_t{1} << 22;
+constexpr std::uint64_t stepsPerLook = 64;  // at the clock, which costs as much as a quick step
+
+void PutCommon(FigureSheet& sheet, std::uint64_t messages, std::uint64_t processor) {
+    sheet.Put("cpu_ns", static_cast<double>(processor) / static_cast<double>(messages));
+    sheet.Put("messages", static_cast<double>(messages));
+}
+
+std::uint64_t StepFor(const Stretch& stretch, const std::function<void()>& step) {
+    const std::uint64_t end = Now() + stretch.nanoseconds;
+    std::uint64_t steps = 0;
+    do {
+        for (std::uint64_t i = 0; i < stepsPerLook; ++i) step();
+        steps += stepsPerLook;
+    } while (steps < stretch.messages || Now() < end);
+    return steps;
+}
+
+}  // namespace
+
+void TimeLaps(const Effort& effort, const std::function<void()>& lap, const ProcessorMeter& used,
+              FigureSheet& sheet) {
+    std::vector<std::uint32_t> times(mostSamples);  // touched before the measuring begins
+    StepFor(effort.warmUp, lap);
+    const std::uint64_t usedBefore = used();
+    const std::uint64_t start = Now();
+    std::uint64_t time = start;
+    std::size_t laps = 0;
+    while (laps < mostSamples && (laps < effort.measured.messages || time - start < effort.measured.nanoseconds)) {
+        lap();
+        const std::uint64_t now = Now();
+        times[laps++] = static_cast<std::uint32_t>(
+            std::min<std::uint64_t>(now - time, std::numeric_limits<std::uint32_t>::max()));
+        time = now;
+    }
+    const std::uint64_t usedAfter = used();
+    times.resize(laps);
+    sheet.Put("median_ns", Quantile(times, 0.5));
+    sheet.Put("p99_ns", Quantile(times, 0.99));
+    PutCommon(sheet, laps, usedAfter - usedBefore);
+}
+
+void CountSteps(const Effort& effort, const std::function<void()>& step, const ProcessorMeter& used,
+                FigureSheet& sheet) {
+    StepFor(effort.warmUp, step);
+    const std::uint64_t usedBefore = used();
+    const std::uint64_t start = Now();
+    const std::uint64_t steps = StepFor(effort.measured, step);
+    const std::uint64_t passed = Now() - start;
+    const std::uint64_t usedAfter = used();
+    sheet.Put("rate_per_s", static_cast<double>(steps) * 1e9 / static_cast<double>(passed));
+    PutCommon(sheet, steps, usedAfter - usedBefore);
+}
+
+}  // namespace bench
