@@ -45,6 +45,11 @@ instructions: bench-dependencies ## Counts the instructions of a Notify and of a
 	@cmake --build --preset release --target linx-instructions
 	@bench/instructions/count build/release/bench/linx-instructions
 
+.PHONY: abi-baseline
+abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target abi-baseline
+
 clean: ## Removes everything that was built
 	rm -rf build
 

@@ -90,24 +90,6 @@ lists() {
     done
 }
 
-OnlyPublicSymbolsAreExported() {
-    local classes='(LinxIpc|IpcMessage|RelayMessage|FileDescriptor|LinxServerNameList)' names stray operations
-    names=$(exported "$library")
-    stray=$(grep -vE "^((vtable|typeinfo|typeinfo name) for $classes$|$classes::)" <<<"$names") || true
-    [[ -z $stray ]] || fail "libLinxIpc.so exports: $stray"
-    lists "$names" LinxIpc::Init LinxIpc::emptyString IpcMessage::Allocate RelayMessage::SetType \
-        'FileDescriptor::~FileDescriptor' LinxServerNameList::Instance 'vtable for FileDescriptor'
-
-    names=$(exported "$platform")
-    stray=$(grep -vE '^(linx_[a-z_]+$|(LogClient|LogMsg|SysLogMsg|DiffTime|Watchdog)::)' <<<"$names") || true
-    [[ -z $stray ]] || fail "liblinxhost.so exports: $stray"
-    lists "$names" LogClient::Instance LogClient::Level LogClient::ProcessName LogMsg::Log SysLogMsg::SysLogMsg \
-        'SysLogMsg::~SysLogMsg' DiffTime::CalcInitialTimeout DiffTime::ReCalcTimeout Watchdog::PetWatchdog
-    operations=$(grep -oE '\blinx_[a-z_]+\(' "$SOURCE/platform/linx.h" | tr -d '(' | sort -u)
-    [[ $(wc -l <<<"$operations") -eq 15 ]] || fail "fifteen operations are declared, not: $operations"
-    [[ $(grep '^linx_' <<<"$names" | sort -u) == "$operations" ]] || fail "not every operation is exported"
-}
-
 AnExternalBuildHasNothingOfTheHost() {
     local build=$SCRATCH/external place=$SCRATCH/external-prefix names shared
     rm -rf "$build" "$place"

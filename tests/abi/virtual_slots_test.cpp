@@ -1,5 +1,6 @@
 // The order of the virtual operations, which programs that were compiled against the headers rely on.
 #include <dlfcn.h>
+#include <link.h>
 
 #include <string>
 
@@ -19,6 +20,14 @@ void* Symbol(const char* name) {
     void* address = dlsym(RTLD_DEFAULT, name);
     EXPECT_NE(address, nullptr) << name;
     return address;
+}
+
+/// How many slots the table of a class has; offset and type come before them.
+std::size_t Slots(const char* table) {
+    Dl_info place{};
+    void* entry = nullptr;
+    EXPECT_NE(dladdr1(Symbol(table), &place, &entry, RTLD_DL_SYMENT), 0);
+    return entry == nullptr ? 0 : static_cast<const ElfW(Sym)*>(entry)->st_size / sizeof(void*) - 2;
 }
 
 class VirtualSlotsTest : public EndpointTest {};
@@ -53,6 +62,14 @@ TEST_F(VirtualSlotsTest, LinxServerNameListHasItsDestructorOnly) {
     const LinxServerNameList& directory = LinxServerNameList::Instance();
     EXPECT_EQ(Slot(directory, 0), Symbol("_ZN18LinxServerNameListD1Ev"));
     EXPECT_EQ(Slot(directory, 1), Symbol("_ZN18LinxServerNameListD0Ev"));
+}
+
+TEST_F(VirtualSlotsTest, NoOperationIsVirtualBesidesThese) {
+    EXPECT_EQ(Slots("_ZTV10IpcMessage"), destructors + 3u);
+    EXPECT_EQ(Slots("_ZTV12RelayMessage"), destructors + 3u);
+    EXPECT_EQ(Slots("_ZTV14FileDescriptor"), destructors + 3u);
+    EXPECT_EQ(Slots("_ZTV7LinxIpc"), destructors + 3u);
+    EXPECT_EQ(Slots("_ZTV18LinxServerNameList"), destructors + 0u);
 }
 
 TEST_F(VirtualSlotsTest, TheLibraryEmitsFileDescriptorsTableAndType) {
