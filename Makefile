@@ -1,7 +1,7 @@
 # The ways in. CMake does the work: presets, targets and tests are there for those who want more than this.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test bench instructions clean dependencies clang-dependencies bench-dependencies
+.PHONY: help demo test bench instructions clean dependencies clang-dependencies mixed-dependencies bench-dependencies
 MAKEFLAGS += --no-print-directory
 
 # Where addresses are shuffled further than the thread sanitizer can follow, its programs run unshuffled.
@@ -35,6 +35,15 @@ test-release test-debug test-asan test-tsan test-clang: test-%:
 	@$(run) cmake --build --preset $*
 	@$(run) ctest --preset $*
 
+.PHONY: test-mixed
+test-mixed: mixed-dependencies ## Runs processes of 32 and of 64 bits in one domain, and the unit tests in 32 bits
+	@echo "== mixed"
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target linx-demo mixed_test
+	@cmake --preset x86-32 >/dev/null
+	@cmake --build --preset x86-32
+	@ctest --preset x86-32
+
 bench: bench-dependencies ## Measures LinxIpc beside other ways to talk; ARGS='--help' tells its options
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target linx-bench
@@ -58,6 +67,10 @@ dependencies:
 
 clang-dependencies:
 	@scripts/install-dependencies clang
+
+# Not g++-multilib, beside which no cross compiler can be installed.
+mixed-dependencies: dependencies
+	@scripts/install-dependencies g++-$$(g++ -dumpversion)-multilib
 
 bench-dependencies:
 	@scripts/install-dependencies libzmq3-dev libnng-dev libiceoryx-posh-dev iceoryx dbus-daemon gnuplot-nox valgrind

@@ -1,5 +1,13 @@
 include(cmake/GoogleTest.cmake)
 find_package(Threads REQUIRED)
+option(LINXIPC_QUICK_TESTS "Compile the tests, though not what they test, without optimisation" OFF)
+
+# linx_compile_quickly(TARGET): for a test program whose own speed matters less than that of its compilation.
+function(linx_compile_quickly target)
+  target_compile_options(${target} PRIVATE -O0)
+  target_precompile_headers(${target} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:<gmock/gmock.h$<ANGLE-R>>"
+                             "$<$<COMPILE_LANGUAGE:CXX>:<gtest/gtest.h$<ANGLE-R>>")
+endfunction()
 
 # linx_add_test(NAME SOURCES file... LIBRARIES target...)
 # A GoogleTest program whose cases CTest runs one by one, each with a time limit of its own. Parameters are not in the
@@ -9,5 +17,8 @@ function(linx_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  if(LINXIPC_QUICK_TESTS)
+    linx_compile_quickly(${name})
+  endif()
   gtest_discover_tests(${name} TEST_PREFIX "${name}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
 endfunction()

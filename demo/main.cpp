@@ -36,6 +36,8 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(1U, demo::maxLimit))
         ->capture_default_str();
     app.add_flag("--no-color", options.noColor, "no colours, also on a terminal");
+    app.add_option("--servers", options.servers, "another build of this program, for the servers")
+        ->check(CLI::ExistingFile);
     app.add_flag("--list", list, "say what would be shown, and end");
 
     // How the launcher starts its servers.

@@ -2,6 +2,7 @@
 #define LINXIPC_DEMO_OPTIONS_H
 
 #include <cstdint>
+#include <string>
 
 namespace demo {
 
@@ -12,6 +13,7 @@ struct Options {
     std::uint64_t seed = 0;    ///< start order and content of the streams
     unsigned limit = 9;        ///< seconds until the demonstration gives up
     bool noColor = false;
+    std::string servers = "/proc/self/exe";  ///< the program that is executed for each server
 };
 
 constexpr unsigned maxRounds = 10;

@@ -44,7 +44,7 @@ void Processes::Become(e_Process server, pid_t parent) const {
     const std::string frontPanelText = std::to_string(frontPanel);
     const std::string seed = std::to_string(options.seed);
     const std::string payload = std::to_string(options.payload);
-    execl("/proc/self/exe", "linx-demo", "serve", Name(server).c_str(), "--reports", reportsText.c_str(),
+    execl(options.servers.c_str(), "linx-demo", "serve", Name(server).c_str(), "--reports", reportsText.c_str(),
           "--front-panel", frontPanelText.c_str(), "--seed", seed.c_str(), "--payload", payload.c_str(),
           static_cast<char*>(nullptr));
     _exit(127);

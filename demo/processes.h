@@ -12,7 +12,8 @@
 
 namespace demo {
 
-/// The server processes: this program, executed anew for each. They die with the launcher, whatever ends it.
+/// The server processes: this program or another build of it, executed anew for each. They die with the launcher,
+/// whatever ends it.
 class Processes {
 public:
     /// The descriptors that servers inherit stay the caller's; `startMask` is the signal mask that they start with.

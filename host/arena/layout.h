@@ -58,7 +58,10 @@ struct Header {
     Word stealing;                ///< announces a returned stack that a reclaiming endpoint is taking
     Word common[sizeClassCount];  ///< stacks of free blocks without a home, a class each
 };
-static_assert(sizeof(Header) <= unitBytes && std::is_standard_layout<Header>::value, "the header fits its page");
+static_assert(sizeof(Header) == 104 + 4 * sizeClassCount && offsetof(Header, busy) == 64 &&
+                  offsetof(Header, common) == 104 && std::is_standard_layout<Header>::value,
+              "the header's layout is shared by every process of the domain");
+static_assert(sizeof(Header) <= unitBytes, "the header fits its page");
 
 /// A 64-bit count of which only one process writes and anybody may read; a reader may catch the halves apart.
 struct Counter {
@@ -113,7 +116,9 @@ struct alignas(lineBytes) Slot {
     Word name[64];
 };
 static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(Slot, takingMailbox) == 128 &&
-                  offsetof(Slot, life) == 192 && offsetof(Slot, name) == 256,
+                  offsetof(Slot, sending) == 136 && offsetof(Slot, signalsIn) == 144 &&
+                  offsetof(Slot, rings) == 188 && offsetof(Slot, life) == 192 && offsetof(Slot, leasedLines) == 220 &&
+                  offsetof(Slot, name) == 256 && alignof(Slot) == lineBytes && std::is_standard_layout<Slot>::value,
               "the slot's layout is shared by every process of the domain");
 
 constexpr uint32_t huntAnswering = 1u << 31;  ///< set in a hunt's hunter while its signal is being posted
@@ -126,7 +131,8 @@ struct Hunt {
     Word nameLength;
     Word name[64];
 };
-static_assert(sizeof(Hunt) == 272, "the hunt's layout is shared by every process of the domain");
+static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) == 16,
+              "the hunt's layout is shared by every process of the domain");
 
 /*
  * A block holds one signal. `owner` says who may touch it:
@@ -152,7 +158,9 @@ struct Block {
     uint32_t reserved[2];
     LinxSignal signal;  ///< number word, then the payload, 16-byte aligned
 };
-static_assert(sizeof(Block) == 32 && offsetof(Block, signal) == 28, "the payload starts 16-byte aligned");
+static_assert(sizeof(Block) == 32 && alignof(Block) == 4 && offsetof(Block, size) == 16 &&
+                  offsetof(Block, signal) == 28,
+              "the block's layout is shared by every process of the domain, and the payload starts 16-byte aligned");
 
 constexpr uint32_t maxSignalBytes = 1u << 20;
 constexpr uint32_t linesForSignal(uint32_t bytes) {
@@ -170,6 +178,8 @@ constexpr uint32_t slotsOffset = bucketsOffset + slotCount * 4;
 constexpr uint32_t huntsOffset = slotsOffset + slotCount * static_cast<uint32_t>(sizeof(Slot));
 constexpr uint32_t unitTableOffset = huntsOffset + huntCount * static_cast<uint32_t>(sizeof(Hunt));
 static_assert(huntsOffset % unitBytes == 0 && unitTableOffset % unitBytes == 0, "tables start on a page");
+static_assert(slotsOffset == 0x9000 && huntsOffset == 0x409000 && unitTableOffset == 0x519000,
+              "the tables lie in the same place for every process of the domain");
 
 /// The first unit of the pool, by the number of its page in the file.
 constexpr uint32_t firstPoolPage(uint32_t unitCount) {

@@ -25,12 +25,13 @@ INSTANTIATE_TEST_SUITE_P(Values, RefusedOption,
                                          Arguments{"--payload", "1048577"}, Arguments{"--payload", "4294967297"},
                                          Arguments{"--seed", "x"}, Arguments{"--seed", "-1"},
                                          Arguments{"--limit", "0"}, Arguments{"--limit", "10"},
-                                         Arguments{"--nonsense"}));
+                                         Arguments{"--servers", "/nowhere"}, Arguments{"--nonsense"}));
 
 TEST(Option, HelpNamesTheOptionsAndNothingInternal) {
     Demonstration run({"--help"});
     EXPECT_EQ(0, run.Finish());
-    for (const char* name : {"--rounds", "--payload", "--seed", "--limit", "--no-color", "--list", "--help"}) {
+    for (const char* name :
+         {"--rounds", "--payload", "--seed", "--limit", "--no-color", "--servers", "--list", "--help"}) {
         EXPECT_NE(std::string::npos, run.Text().find(name)) << name;
     }
     EXPECT_EQ(std::string::npos, run.Text().find("serve ")) << run.Text();

@@ -19,6 +19,8 @@ public:
     /// Waits for the next word. The test fails when the other end is gone or says nothing for too long.
     uint32_t hear() const;
 
+    int descriptor() const { return descriptor_; }
+
 private:
     int descriptor_;
 };

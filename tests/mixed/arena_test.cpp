@@ -1,0 +1,109 @@
+// One arena for both word sizes, whichever makes it, and one that is too large for the smaller.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "host/arena/arena_file.h"
+#include "tests/mixed/support/mixed_test.h"
+
+namespace {
+
+using linxtest::ScopedVariable;
+
+constexpr uint32_t item = 100;
+constexpr bool isSmall = sizeof(void*) == 4;
+
+class Arena : public ProcessTest {
+protected:
+    /// Size of the pool in MiB, 0 when there is no arena.
+    uint64_t megabytes() const {
+        const linx::ScopedDescriptor file(open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC));
+        return linx::checkArenaFile(file.get()) * uint64_t{linx::unitBytes} >> 20;
+    }
+};
+
+/// Says the errno of opening, and if there is none goes on to answer one signal.
+const Role opener("Arena.opener", [](Line& parent) {
+    LINX* linx = linx_open("opener", 0, nullptr);
+    parent.tell(linx == nullptr ? static_cast<uint32_t>(errno) : 0);
+    if (linx != nullptr) {
+        const Received received = expectSignal(linx, item);
+        EXPECT_EQ(0, sendBytes(linx, received.sender, item, received.payload));
+        parent.hear();
+        EXPECT_EQ(0, linx_close(linx));
+    }
+});
+
+void expectAnswer(LINX* linx, const Child& other) {
+    const Bytes sent = pattern(100000, 1);
+    EXPECT_EQ(0, sendBytes(linx, hunt(linx, "opener"), item, sent));
+    EXPECT_TRUE(sent == expectSignal(linx, item).payload);
+    other.tell();
+}
+
+TEST_F(Arena, IsTheSameWhicheverSizeMakesIt) {
+    for (const char* const size : {"4", "100", "256", "1024"}) {
+        const ScopedVariable variable("LINX_ARENA_MB", size);
+        const std::string file = domain.pathOf("arena");
+        {
+            Endpoint endpoint("maker");
+            const ScopedVariable without("LINX_ARENA_MB", nullptr);
+            Child other(opener.in(Size::other));
+            EXPECT_EQ(0u, other.hear()) << size;
+            expectAnswer(endpoint, other);
+            EXPECT_EQ(0, other.exitStatus());
+        }
+        const uint64_t madeHere = megabytes();
+        ASSERT_EQ(0, unlink(file.c_str()));
+        {
+            Child other(opener.in(Size::other));
+            EXPECT_EQ(0u, other.hear()) << size;
+            const ScopedVariable without("LINX_ARENA_MB", nullptr);
+            Endpoint endpoint("joiner");
+            expectAnswer(endpoint, other);
+            EXPECT_EQ(0, other.exitStatus());
+        }
+        EXPECT_EQ(madeHere, megabytes());
+        EXPECT_EQ(static_cast<uint64_t>(std::atoi(size)), madeHere);
+        ASSERT_EQ(0, unlink(file.c_str()));
+    }
+}
+
+TEST_F(Arena, ThatIsTooLargeForASmallProcessIsRefusedToItAlone) {
+    for (const char* const size : {"3072", "4092", "4096", "16384"}) {
+        const ScopedVariable variable("LINX_ARENA_MB", size);
+        if (isSmall) {
+            Child maker(opener.in(Size::other));
+            EXPECT_EQ(0u, maker.hear()) << size;
+            EXPECT_EQ(nullptr, linx_open("small", 0, nullptr)) << size;
+            EXPECT_EQ(ENOMEM, errno) << size;
+        } else {
+            Endpoint endpoint("maker");
+            Child small(opener.in(Size::other));
+            EXPECT_EQ(static_cast<uint32_t>(ENOMEM), small.hear()) << size;
+            EXPECT_EQ(0, small.exitStatus());
+            EXPECT_EQ(0, send(endpoint, spidOf(endpoint), item));
+            expectSignal(endpoint, item, 0);
+        }
+        EXPECT_EQ(static_cast<uint64_t>(std::atoi(size)), megabytes());
+        ASSERT_EQ(0, unlink(domain.pathOf("arena").c_str()));
+    }
+}
+
+TEST_F(Arena, OfASmallMakerIsOneThatItCanMap) {
+    const ScopedVariable variable("LINX_ARENA_MB", "3072");
+    {
+        const std::unique_ptr<Endpoint> own = isSmall ? std::make_unique<Endpoint>("maker") : nullptr;
+        Child other(opener.in(Size::other));
+        EXPECT_EQ(0u, other.hear());
+        Endpoint endpoint("asker");
+        expectAnswer(endpoint, other);
+        EXPECT_EQ(0, other.exitStatus());
+    }
+    EXPECT_EQ(1024u, megabytes());
+}
+
+}  // namespace

@@ -1,0 +1,42 @@
+#ifndef LINXIPC_TESTS_MIXED_SUPPORT_MIXED_TEST_H
+#define LINXIPC_TESTS_MIXED_SUPPORT_MIXED_TEST_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/arena/domain.h"
+#include "tests/mixed/support/role.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/signals.h"
+#include "tests/support/arena_validator.h"
+
+/// A test whose processes are of both sizes. At its end all words of the arena must be in order for this size.
+class MixedTest : public ProcessTest {
+protected:
+    void TearDown() override {
+        if (const auto joined = linx::Domain::join()) {
+            EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());
+        } else {
+            ADD_FAILURE() << "the domain cannot be joined";
+        }
+        ProcessTest::TearDown();
+    }
+
+    /// Expects that every block is back in the common stacks. REQUIRES that no endpoint is open, and that the dead
+    /// have been noticed.
+    static void expectWholePool() {
+        const std::shared_ptr<linx::Domain> joined = linx::Domain::join();
+        ASSERT_NE(nullptr, joined);
+        uint32_t blocks = 0;
+        uint32_t missing = 0;
+        linx::forEachBlock(joined->arena(), [&](const linx::Block& block, linx::Ref, uint32_t) {
+            ++blocks;
+            if (!linx::common::isCommon(block)) ++missing;
+        });
+        EXPECT_LT(0u, blocks);
+        EXPECT_EQ(0u, missing) << "of " << blocks;
+    }
+};
+
+#endif

@@ -1,0 +1,205 @@
+// What one word size sends arrives in the other: whole, in order, from whom it says.
+
+#include <algorithm>
+
+#include "tests/mixed/support/mixed_test.h"
+
+namespace {
+
+using Traffic = MixedTest;
+
+constexpr uint32_t item = 100;
+constexpr uint32_t end = 101;
+constexpr uint32_t anySignal[] = {0};
+
+/// For every size class the largest signal that it holds, and one byte more.
+std::vector<uint32_t> edgesOfTheClasses() {
+    std::vector<uint32_t> sizes = {sizeof(LinxSignal), sizeof(LinxSignal) + 1};
+    for (const linx::SizeClass& sizeClass : linx::sizeClasses) {
+        const uint32_t largest = sizeClass.lines * linx::lineBytes - uint32_t{offsetof(linx::Block, signal)};
+        sizes.push_back(std::min(largest, linx::maxSignalBytes));
+        if (largest < linx::maxSignalBytes) sizes.push_back(largest + 1);
+    }
+    return sizes;
+}
+
+Bytes payloadOfSize(uint32_t size) {
+    return pattern(size - sizeof(LinxSignal), size);
+}
+
+/// Sends a signal of every size, numbered by it.
+void sendEverySize(LINX* linx, LinxSpid to) {
+    for (const uint32_t size : edgesOfTheClasses()) ASSERT_EQ(0, sendBytes(linx, to, size, payloadOfSize(size)));
+}
+
+void expectEverySize(LINX* linx, LinxSpid from) {
+    for (const uint32_t size : edgesOfTheClasses()) {
+        const Received received = expectSignal(linx, size);
+        EXPECT_EQ(from, received.sender);
+        EXPECT_TRUE(payloadOfSize(size) == received.payload) << size;
+    }
+}
+
+const Role everySize("Traffic.everySize", [](Line&) {
+    Endpoint endpoint("other");
+    const LinxSpid peer = hunt(endpoint, "own");
+    for (int round = 0; round < 2; ++round) {
+        expectEverySize(endpoint, peer);
+        sendEverySize(endpoint, peer);
+    }
+    expectSignal(endpoint, end);
+});
+
+TEST_F(Traffic, SignalsOfEverySizeClassArriveWholeBothWays) {
+    Child other(everySize.in(Size::other));
+    Endpoint endpoint("own");
+    const LinxSpid peer = hunt(endpoint, "other");
+    for (int round = 0; round < 2; ++round) {  // the second in the blocks of the first
+        sendEverySize(endpoint, peer);
+        expectEverySize(endpoint, peer);
+    }
+    ASSERT_EQ(0, send(endpoint, peer, end));
+    EXPECT_EQ(0, other.exitStatus());
+}
+
+/// Sends and receives numbered signals at the same time, until both sides have all.
+void exchange(const char* own, const char* other) {
+    constexpr uint32_t count = 20000;
+    Endpoint endpoint(own);
+    const LinxSpid peer = hunt(endpoint, other);
+    uint32_t received = 0;
+    const auto take = [&](uint32_t milliseconds) {
+        const std::optional<Received> signal = receive(endpoint, milliseconds);
+        if (!signal) return false;
+        EXPECT_EQ(received, signal->word());
+        EXPECT_EQ(peer, signal->sender);
+        ++received;
+        return true;
+    };
+    for (uint32_t i = 0; i < count; ++i) {
+        ASSERT_EQ(0, send(endpoint, peer, item, std::vector<uint32_t>(1 + i % 50, i)));
+        take(0);
+    }
+    while (received < count) ASSERT_TRUE(take(patience)) << received;
+    // Neither closes before the other has taken everything.
+    ASSERT_EQ(0, send(endpoint, peer, end));
+    expectSignal(endpoint, end);
+}
+
+const Role exchanger("Traffic.exchanger", [](Line&) { exchange("left", "right"); });
+
+TEST_F(Traffic, TwentyThousandSignalsGoEachWayAtOnce) {
+    Child other(exchanger.in(Size::other));
+    exchange("right", "left");
+    EXPECT_EQ(0, other.exitStatus());
+}
+
+const Role manySender("Traffic.manySender", [](Line& parent) {
+    Endpoint endpoint("sender" + std::to_string(parent.hear()));
+    const LinxSpid to = hunt(endpoint, "receiver");
+    for (uint32_t i = 0; i < 3000; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
+});
+
+TEST_F(Traffic, SendersOfBothSizesKeepTheirOrder) {
+    std::vector<std::unique_ptr<Child>> senders;
+    for (uint32_t i = 0; i < 4; ++i) {
+        senders.push_back(std::make_unique<Child>(manySender.in(i % 2 == 0 ? Size::own : Size::other)));
+        senders.back()->tell(i);
+    }
+    Endpoint endpoint("receiver");
+    std::map<LinxSpid, uint32_t> next;
+    for (uint32_t i = 0; i < 4 * 3000; ++i) {
+        const Received received = expectSignal(endpoint, item);
+        ASSERT_EQ(next[received.sender]++, received.word());
+    }
+    EXPECT_EQ(4u, next.size());
+    expectNothing(endpoint);
+    for (const auto& sender : senders) EXPECT_EQ(0, sender->exitStatus());
+}
+
+constexpr uint32_t hops = 3;
+
+std::string nameOfHop(uint32_t number) {
+    return number == hops ? "source" : "hop" + std::to_string(number);
+}
+
+/// Passes on what comes, to the next hop; after the last one comes the source again.
+const Role hop("Traffic.hop", [](Line& parent) {
+    const uint32_t number = parent.hear();
+    Endpoint endpoint(nameOfHop(number));
+    const LinxSpid next = hunt(endpoint, nameOfHop(number + 1));
+    parent.tell(spidOf(endpoint));
+    for (bool last = false; !last;) {
+        LinxSignal* signal = nullptr;
+        ASSERT_LT(0, linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
+        last = signal->number == end;
+        ASSERT_EQ(0, linx_send(endpoint, &signal, next));
+    }
+    parent.hear();
+});
+
+TEST_F(Traffic, ASignalGoesThroughHopsOfBothSizesWithoutBeingCopied) {
+    Endpoint endpoint("source");
+    std::vector<std::unique_ptr<Child>> relayers;
+    std::vector<LinxSpid> spids;
+    for (uint32_t i = 0; i < hops; ++i) {
+        relayers.push_back(std::make_unique<Child>(hop.in(i % 2 == 0 ? Size::other : Size::own)));
+        relayers.back()->tell(i);
+    }
+    for (const auto& relayer : relayers) spids.push_back(relayer->hear());
+    const std::vector<uint32_t> sizes = {4, 5, 36, 37, 1000, 65536, linx::maxSignalBytes, 4};
+    for (size_t i = 0; i < sizes.size(); ++i) {
+        LinxSignal* signal = linx_alloc(endpoint, sizes[i], i + 1 == sizes.size() ? end : item);
+        ASSERT_NE(nullptr, signal);
+        const LinxSignal* const sent = signal;
+        const Bytes payload = payloadOfSize(sizes[i]);
+        std::copy(payload.begin(), payload.end(), payloadOf(signal));
+        ASSERT_EQ(0, linx_send(endpoint, &signal, spids.front()));
+        ASSERT_EQ(static_cast<int>(sizes[i]), linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
+        EXPECT_EQ(sent, signal) << "the block that was sent comes back";
+        EXPECT_EQ(spids.back(), linx_sender(endpoint, &signal));
+        EXPECT_TRUE(std::equal(payload.begin(), payload.end(), payloadOf(signal))) << sizes[i];
+        ASSERT_EQ(0, linx_free_buf(endpoint, &signal));
+    }
+    for (const auto& relayer : relayers) relayer->tell();
+    for (const auto& relayer : relayers) EXPECT_EQ(0, relayer->exitStatus());
+}
+
+/// Takes by selection what `sendForSelection` sent.
+void takeBySelection(LINX* linx) {
+    expectAmongOthers(linx, end);
+    EXPECT_FALSE(receive(linx, 0, {300, 301}));
+    const auto takeOneOf = [&](const std::vector<uint32_t>& numbers) {
+        const std::optional<Received> received = receive(linx, 0, numbers);
+        return received ? static_cast<int>(received->word()) : -1;
+    };
+    EXPECT_EQ(3, takeOneOf({203}));
+    EXPECT_EQ(2, takeOneOf({203, 202}));
+    EXPECT_EQ(6, takeOneOf({203, 202}));
+    EXPECT_EQ(7, takeOneOf({203}));
+    for (const int left : {0, 1, 4, 5, 8, 9, 10, 11, -1}) EXPECT_EQ(left, takeOneOf({}));
+}
+
+void sendForSelection(LINX* linx, LinxSpid to) {
+    for (uint32_t i = 0; i < 12; ++i) ASSERT_EQ(0, send(linx, to, 200 + i % 4, {i}));
+    ASSERT_EQ(0, send(linx, to, end));
+}
+
+const Role selector("Traffic.selector", [](Line& parent) {
+    Endpoint endpoint("selector");
+    const LinxSpid peer = hunt(endpoint, "own");
+    takeBySelection(endpoint);
+    sendForSelection(endpoint, peer);
+    parent.hear();
+});
+
+TEST_F(Traffic, SelectionLeavesTheOthersQueuedInOrder) {
+    Child other(selector.in(Size::other));
+    Endpoint endpoint("own");
+    sendForSelection(endpoint, hunt(endpoint, "selector"));
+    takeBySelection(endpoint);
+    other.tell();
+    EXPECT_EQ(0, other.exitStatus());
+}
+
+}  // namespace
