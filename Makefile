@@ -1,7 +1,7 @@
 # The ways in. CMake does the work: presets, targets and tests are there for those who want more than this.
 
 .DEFAULT_GOAL := help
-.PHONY: help demo test bench instructions clean dependencies clang-dependencies mixed-dependencies bench-dependencies
+.PHONY: help demo test bench bench-docs instructions clean dependencies clang-dependencies mixed-dependencies bench-dependencies
 MAKEFLAGS += --no-print-directory
 
 # Where addresses are shuffled further than the thread sanitizer can follow, its programs run unshuffled.
@@ -48,6 +48,9 @@ bench: bench-dependencies ## Measures LinxIpc beside other ways to talk; ARGS='-
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target linx-bench
 	@build/release/bench/linx-bench $(ARGS)
+
+bench-docs: ## Measures again what docs/performance shows
+	@$(MAKE) bench ARGS='--json docs/performance/figures.json --markdown docs/performance/figures.md --plots docs/performance'
 
 instructions: bench-dependencies ## Counts the instructions of a Notify and of a Receive
 	@cmake --preset release >/dev/null

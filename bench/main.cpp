@@ -1,9 +1,15 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
+#include <sstream>
 
 #include "bench/harness/crew.h"
 #include "bench/peers/list.h"
+#include "bench/report/json.h"
+#include "bench/report/judgement.h"
+#include "bench/report/plots.h"
 #include "bench/report/table.h"
 #include "bench/scenarios/list.h"
 
@@ -16,6 +22,7 @@ struct Options {
     unsigned repeat = 5;
     std::vector<std::string> scenarios, peers;
     std::vector<std::size_t> payloads;
+    std::string json, markdown, plots;
 };
 
 template <class T>
@@ -23,20 +30,42 @@ bool Wanted(const std::vector<T>& chosen, const T& value) {
     return chosen.empty() || std::find(chosen.begin(), chosen.end(), value) != chosen.end();
 }
 
+std::vector<std::string> ScenarioNames() {
+    std::vector<std::string> names;
+    for (const auto& scenario : AllScenarios()) names.push_back(scenario->Name());
+    return names;
+}
+
+std::vector<std::string> PeerNames() {
+    std::vector<std::string> names;
+    for (const auto& peer : AllPeers().present) names.push_back(peer->Name());
+    return names;
+}
+
 Wishes WishesFrom(const Options& options, const PeerList& peers) {
-    Wishes wishes;
+    constexpr std::uint64_t millisecond = 1000000;
+    Wishes wishes = {{}, options.payloads, {{20 * millisecond, 256}, {60 * millisecond, 1024}, false}};
+    if (options.quick) wishes.effort = {{0, 64}, {0, 512}, true};
     for (const auto& peer : peers.present) {
         if (Wanted(options.peers, peer->Name())) wishes.peers.push_back(peer.get());
     }
-    wishes.payloads = options.payloads;
-    if (options.payloads.empty()) {
-        wishes.payloads = options.quick ? std::vector<std::size_t>{64, 60000}
-                                        : std::vector<std::size_t>{16, 64, 256, 1024, 4096, 16384, 60000};
-    }
-    const std::uint64_t millisecond = 1000000;
-    wishes.effort = options.quick ? Effort{{0, 64}, {0, 512}, true}
-                                  : Effort{{30 * millisecond, 256}, {100 * millisecond, 1024}, false};
+    if (wishes.payloads.empty()) wishes.payloads = {16, 64, 256, 1024, 4096, 16384, 60000};
+    if (options.payloads.empty() && options.quick) wishes.payloads = {64, 60000};
     return wishes;
+}
+
+Figures RunOnce(const Scenario& scenario, const Case& chosen, const Effort& effort) {
+    try {
+        const Figures figures = scenario.Run(chosen, effort);
+        const auto messages = figures.find("messages");
+        const auto wanted = static_cast<double>(effort.measured.messages);
+        Expect(messages == figures.end() || messages->second >= wanted, "it ended too early");
+        return figures;
+    } catch (const Failure& failure) {
+        throw Failure(scenario.Name() + ", " + chosen.peer->Name() + ", " + NameOf(chosen.placement) + ", " +
+                      std::to_string(chosen.payload) + " bytes, " + std::to_string(chosen.population) + ": " +
+                      failure.what());
+    }
 }
 
 /// Runs every case once, then all of them again, so that what else the machine does hits all alike.
@@ -45,33 +74,56 @@ Records Measure(const Scenario& scenario, const Wishes& wishes, unsigned repeat)
     std::vector<std::vector<Figures>> runs(cases.size());
     for (unsigned round = 0; round < repeat; ++round) {
         for (std::size_t i = 0; i < cases.size(); ++i) {
-            try {
-                runs[i].push_back(scenario.Run(cases[i], wishes.effort));
-            } catch (const Failure& failure) {
-                throw Failure(scenario.Name() + ", " + cases[i].peer->Name() + ", " + NameOf(cases[i].placement) +
-                              ", " + std::to_string(cases[i].payload) + " bytes: " + failure.what());
-            }
+            runs[i].push_back(RunOnce(scenario, cases[i], wishes.effort));
         }
     }
     Records records;
     for (std::size_t i = 0; i < cases.size(); ++i) {
-        const Case& each = cases[i];
-        records.push_back(
-            {scenario.Name(), each.peer->Name(), each.placement, each.payload, each.population, SpreadsOf(runs[i])});
+        records.push_back({scenario.Name(), cases[i].peer->Name(), cases[i].placement, cases[i].payload,
+                           cases[i].population, SpreadsOf(runs[i])});
     }
     return records;
 }
 
+/// Writes to the terminal, and again to what is kept.
+class Paper {
+public:
+    template <class Print>
+    void Write(const Print& print) {
+        std::ostringstream part;
+        print(part);
+        std::cout << part.str() << std::flush;
+        whole += part.str();
+    }
+    const std::string& Whole() const { return whole; }
+
+private:
+    std::string whole;
+};
+
+void Introduce(std::ostream& out, const Machine& machine, const PeerList& peers, const Options& options) {
+    out << "Taken on " << machine.date << ": " << machine.processor << ", " << machine.cores << " cores, "
+        << machine.kernel << ", " << machine.compiler << "; medians of " << options.repeat << " runs.\n";
+    for (const std::string& name : peers.absent) out << "Left out, since this machine lacks it: " << name << ".\n";
+}
+
 int Run(const Options& options) {
-    setenv("LINX_LOG_LEVEL", "0", 1);  // senders whose receiver has ended would fill the log
     const PeerList peers = AllPeers();
-    for (const std::string& name : peers.absent)
-        std::cout << "Left out, as it was not there to build with: " << name << '\n';
+    const Machine machine = ThisMachine();
     const Wishes wishes = WishesFrom(options, peers);
+    Paper paper;
+    Records records;
+    paper.Write([&](std::ostream& out) { Introduce(out, machine, peers, options); });
     for (const auto& scenario : AllScenarios()) {
         if (!Wanted(options.scenarios, scenario->Name())) continue;
-        PrintTable(std::cout, *scenario, Measure(*scenario, wishes, options.repeat));
+        const Records measured = Measure(*scenario, wishes, scenario->Repeats(options.repeat));
+        records.insert(records.end(), measured.begin(), measured.end());
+        paper.Write([&](std::ostream& out) { PrintTable(out, *scenario, measured); });
     }
+    if (!options.quick) paper.Write([&](std::ostream& out) { PrintJudgement(out, records); });
+    if (!options.json.empty()) WriteJson(options.json, machine, records);
+    if (!options.plots.empty()) DrawPlots(options.plots, records);
+    if (!options.markdown.empty()) std::ofstream(options.markdown) << "# Figures\n\n" << paper.Whole();
     return 0;
 }
 
@@ -81,11 +133,16 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Measures LinxIpc and other ways for processes to talk, side by side."};
     app.add_flag("--quick", options.quick, "only see that everything works; the figures mean little");
-    app.add_option("--scenario", options.scenarios, "only these");
-    app.add_option("--peer", options.peers, "only these");
+    app.add_option("--scenario", options.scenarios, "only these")->check(CLI::IsMember(ScenarioNames()));
+    app.add_option("--peer", options.peers, "only these")->check(CLI::IsMember(PeerNames()));
     app.add_option("--payload", options.payloads, "bytes, 16 to 65532")->check(CLI::Range(16, 65532));
     app.add_option("--repeat", options.repeat, "runs of each case")->check(CLI::Range(1, 100))->capture_default_str();
+    app.add_option("--json", options.json, "file for everything that was measured");
+    app.add_option("--markdown", options.markdown, "file for what is printed");
+    app.add_option("--plots", options.plots, "directory for drawings, by gnuplot");
     CLI11_PARSE(app, argc, argv);
+    if (options.quick && app.count("--repeat") == 0) options.repeat = 1;
+    setenv("LINX_LOG_LEVEL", "0", 1);  // senders whose receiver has ended would fill the log
     PrepareForCrews();
     try {
         return Run(options);

@@ -1,5 +1,7 @@
 #include "bench/harness/workspace.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -7,7 +9,7 @@
 
 namespace bench {
 
-Workspace::Workspace() : path("/dev/shm/linx-bench.XXXXXX") {
+Workspace::Workspace() : path("/dev/shm/linx-bench." + std::to_string(getpid()) + ".XXXXXX") {
     Check(mkdtemp(path.data()) != nullptr, path);
     setenv("LINX_DOMAIN", path.c_str(), 1);
 }

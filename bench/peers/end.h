@@ -55,6 +55,7 @@ public:
 
 protected:
     virtual void Transmit(View message) = 0;
+    std::size_t Size() const { return outgoing.size(); }
 
 private:
     std::vector<char> outgoing;

@@ -33,6 +33,7 @@ public:
         std::memset(reply.DataPtr(), 0, size);
         endpoint.RegisterHandler(plain, Received, this);
         endpoint.RegisterHandler(request, Answer, this);
+        endpoint.RegisterHandler(credit, Earn, this);
         Expect(endpoint.Init() == 0, "LinxIpc does not open");
     }
 
@@ -43,14 +44,14 @@ public:
     char* Outgoing() override { return (layout.pattern == Pattern::roundTrip ? question : message).DataPtr(); }
 
     void Send() override {
-        if (sent++ % half == 0 && sent > 2 * half) {
-            Expect(endpoint.Receive(-1, credit, LinxIpc::emptyString, &incoming) == 0, "no credit");
-        }
+        if (sent++ % half == 0 && sent > 2 * half) Spend();
         Expect(endpoint.Notify(next, message, true) == 0, "Notify");
     }
 
     View Receive() override {
-        Dispatch();
+        do {
+            Dispatch();
+        } while (endpoint.rxMessage.MsgType() == credit);
         return {endpoint.rxMessage.DataPtr(), endpoint.rxMessage.Length()};
     }
 
@@ -70,6 +71,14 @@ public:
     }
 
 private:
+    void Spend() {
+        if (credits == 0) {
+            Expect(endpoint.Receive(-1, credit, LinxIpc::emptyString, &incoming) == 0, "no credit");
+        } else {
+            --credits;
+        }
+    }
+
     static LinxIpcEnd& Of(void* end) { return *static_cast<LinxIpcEnd*>(end); }
 
     void Dispatch() {
@@ -83,6 +92,11 @@ private:
         const Head head = HeadOf({here->rxMessage.DataPtr(), here->rxMessage.Length()});
         if (head.number % end.half != 0) return;
         end.handled = here->Notify(NameOf(head.sender), end.ticket, true) == 0;
+    }
+
+    static void Earn(LinxIpc*, void* user) {
+        ++Of(user).credits;
+        Of(user).handled = true;
     }
 
     static void Answer(LinxIpc* server, void* user) {
@@ -103,6 +117,7 @@ private:
     std::string next;
     IpcMessage message, question, reply, ticket, incoming;
     std::uint64_t sent = 0;
+    unsigned credits = 0;  ///< that came while something else was awaited
     bool handled = false;
     bool forwarding = false;
 };

@@ -1,38 +1,44 @@
 #include "bench/peers/list.h"
 
+#include <unistd.h>
+
+#include "bench/harness/service.h"
+
 namespace bench {
 
 PeerList AllPeers() {
     PeerList list;
-    list.present.push_back(MakeLinxIpc());
-    list.present.push_back(MakeSeqpacket());
+    const auto add = [&list](bool there, const char* name, auto... makers) {
+        if (there) {
+            (list.present.push_back(makers()), ...);
+        } else {
+            list.absent.push_back(name);
+        }
+    };
+    add(true, linxIpcName, MakeLinxIpc);
+    add(true, seqpacketName, MakeSeqpacket);
 #ifdef BENCH_ZEROMQ
-    list.present.push_back(MakeZeromq());
+    add(true, zeromqName, MakeZeromq);
 #else
-    list.absent.push_back("ZeroMQ");
+    add(false, zeromqName);
 #endif
 #ifdef BENCH_NNG
-    list.present.push_back(MakeNng());
+    add(true, "nng", MakeNng);
 #else
-    list.absent.push_back("nng");
+    add(false, "nng");
 #endif
 #ifdef BENCH_DBUS
-    list.present.push_back(MakeDbus());
+    add(!FindProgram("dbus-daemon").empty(), "D-Bus", MakeDbus);
 #else
-    list.absent.push_back("D-Bus");
+    add(false, "D-Bus");
 #endif
-#ifdef BENCH_MESSAGE_QUEUE
-    list.present.push_back(MakeMessageQueue());
-#else
-    list.absent.push_back("POSIX queue");
-#endif
+    add(access("/proc/sys/fs/mqueue", F_OK) == 0, "POSIX queue", MakeMessageQueue);
 #ifdef BENCH_ICEORYX
-    list.present.push_back(MakeIceoryx());
-    list.present.push_back(MakeIceoryxPolling());
+    add(!FindProgram("iox-roudi").empty(), iceoryxName, MakeIceoryx, MakeIceoryxPolling);
 #else
-    list.absent.push_back("iceoryx");
+    add(false, iceoryxName);
 #endif
-    list.present.push_back(MakeSharedMemory());
+    add(true, bareMemoryName, MakeSharedMemory);
     return list;
 }
 

@@ -27,7 +27,13 @@ struct PeerList {
 };
 PeerList AllPeers();
 
+// Those that are compared by name.
 constexpr const char* linxIpcName = "LinxIpc";
+constexpr const char* seqpacketName = "SEQPACKET";
+constexpr const char* zeromqName = "ZeroMQ";
+constexpr const char* iceoryxName = "iceoryx";
+constexpr const char* iceoryxPollingName = "iceoryx, polling";
+constexpr const char* bareMemoryName = "bare memory";
 
 }  // namespace bench
 

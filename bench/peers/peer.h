@@ -50,7 +50,10 @@ public:
     virtual ~Peer() = default;
     virtual std::string Name() const = 0;
 
-    /// Whether it can be asked for this; the reason is printed otherwise.
+    /// Whether it leaves the processor to others while it waits.
+    virtual bool Blocks() const { return true; }
+
+    /// Whether it can be asked for this.
     virtual bool Takes(const Layout&) const { return true; }
 
     virtual std::unique_ptr<Session> Begin(const Layout& layout) const = 0;

@@ -92,7 +92,7 @@ std::unique_ptr<End> SeqpacketSession::Open(unsigned self) {
 
 class Seqpacket : public Peer {
 public:
-    std::string Name() const override { return "SEQPACKET"; }
+    std::string Name() const override { return seqpacketName; }
     std::unique_ptr<Session> Begin(const Layout& layout) const override {
         return std::make_unique<SeqpacketSession>(layout);
     }

@@ -128,7 +128,8 @@ private:
 /// Not a way to talk but the limit of all that copy: in by the sender, out by the receiver, and nothing else.
 class SharedMemory : public Peer {
 public:
-    std::string Name() const override { return "bare memory"; }
+    std::string Name() const override { return bareMemoryName; }
+    bool Blocks() const override { return false; }
     std::unique_ptr<Session> Begin(const Layout& layout) const override {
         return std::make_unique<SharedMemorySession>(layout);
     }

@@ -65,7 +65,7 @@ private:
 
 class Zeromq : public Peer {
 public:
-    std::string Name() const override { return "ZeroMQ"; }
+    std::string Name() const override { return zeromqName; }
     std::unique_ptr<Session> Begin(const Layout& layout) const override {
         return std::make_unique<ZeromqSession>(layout);
     }

@@ -22,11 +22,28 @@ std::vector<Case> Combine(const std::vector<const Peer*>& peers, Pattern pattern
     return cases;
 }
 
-std::vector<const Peer*> LinxIpcOf(const Wishes& wishes) {
+std::vector<const Peer*> Only(const char* name, const Wishes& wishes) {
     for (const Peer* peer : wishes.peers) {
-        if (peer->Name() == linxIpcName) return {peer};
+        if (peer->Name() == name) return {peer};
     }
     return {};
+}
+
+std::vector<const Peer*> Blocking(const Wishes& wishes) {
+    std::vector<const Peer*> blocking;
+    for (const Peer* peer : wishes.peers) {
+        if (peer->Blocks()) blocking.push_back(peer);
+    }
+    return blocking;
+}
+
+std::vector<Case> LinxIpcAmong(const Wishes& wishes, Placement placement, std::size_t payload,
+                               const std::vector<unsigned>& populations) {
+    std::vector<Case> cases;
+    for (const Peer* peer : Only(linxIpcName, wishes)) {
+        for (const unsigned population : populations) cases.push_back({peer, placement, payload, population});
+    }
+    return cases;
 }
 
 }  // namespace bench

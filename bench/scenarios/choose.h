@@ -10,8 +10,15 @@ std::vector<Case> Combine(const std::vector<const Peer*>& peers, Pattern pattern
                           const std::vector<Placement>& placements, const std::vector<std::size_t>& payloads,
                           const std::vector<unsigned>& processes);
 
-/// LinxIpc alone, when it is among the peers.
-std::vector<const Peer*> LinxIpcOf(const Wishes& wishes);
+/// The one of that name, when it is among the peers.
+std::vector<const Peer*> Only(const char* name, const Wishes& wishes);
+
+/// Those that leave the processor to others while they wait.
+std::vector<const Peer*> Blocking(const Wishes& wishes);
+
+/// LinxIpc alone, if it is among the peers, with each of the populations.
+std::vector<Case> LinxIpcAmong(const Wishes& wishes, Placement placement, std::size_t payload,
+                               const std::vector<unsigned>& populations);
 
 }  // namespace bench
 

@@ -32,7 +32,7 @@ Figures Converse(const Peer& peer, Layout layout, unsigned measuring, const Meas
     const auto live = [&](unsigned self) {
         Confine(layout.placement);
         pids[self] = getpid();
-        const std::unique_ptr<End> end = session->Open(self);
+        End* const end = session->Open(self).release();  // ends with its process: those who serve it go on until then
         Settle(layout.placement, self);
         everybody.Wait();
         end->Connect();

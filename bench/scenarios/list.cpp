@@ -4,9 +4,10 @@ namespace bench {
 
 std::vector<std::unique_ptr<Scenario>> AllScenarios() {
     std::vector<std::unique_ptr<Scenario>> all;
-    all.push_back(MakeRoundTrip());
-    all.push_back(MakeStream());
-    all.push_back(MakeFanIn());
+    for (const auto& make : {MakeRoundTrip, MakeStream, MakeFanIn, MakeRelay, MakeRelayHop, MakeRing, MakeEndpoints,
+                             MakeCrowdedSend, MakeBacklog, MakeIdle, MakeMemory, MakeCopy}) {
+        all.push_back(make());
+    }
     return all;
 }
 

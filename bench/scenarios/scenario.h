@@ -38,6 +38,9 @@ public:
 
     virtual std::vector<Case> Cases(const Wishes& wishes) const = 0;
 
+    /// How often each case is measured when the user wants `wished` times.
+    virtual unsigned Repeats(unsigned wished) const { return wished; }
+
     /// Measures a case once. Throws a Failure when a message was lost, doubled or overtaken.
     virtual Figures Run(const Case& chosen, const Effort& effort) const = 0;
 };

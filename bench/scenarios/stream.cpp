@@ -43,7 +43,8 @@ public:
     std::string Name() const override { return "fan-in"; }
     std::string About() const override { return "Messages from many senders to one receiver; counts the senders"; }
     std::vector<Case> Cases(const Wishes& wishes) const override {
-        return Senders(wishes, {Placement::both, Placement::one}, {64}, {1, 2, 4, 8, 16});
+        const std::vector<unsigned> few = {2, 16}, many = {1, 2, 4, 8, 16};
+        return Senders(wishes, {Placement::both, Placement::one}, {64}, wishes.effort.quick ? few : many);
     }
     Figures Run(const Case& chosen, const Effort& effort) const override { return Flow(chosen, effort); }
 };

@@ -1,0 +1,34 @@
+#ifndef LINXIPC_BENCH_REPORT_FIND_H
+#define LINXIPC_BENCH_REPORT_FIND_H
+
+#include <limits>
+
+#include "bench/report/record.h"
+
+namespace bench {
+
+/// Which case a figure is wanted of.
+struct Query {
+    std::string scenario;
+    std::string peer;
+    Placement placement;
+    std::size_t payload;
+    unsigned population;
+};
+
+/// The median of a figure over the runs; not a number when it was not measured.
+inline double Find(const Records& records, const Query& query, const std::string& figure) {
+    for (const Record& record : records) {
+        if (record.scenario != query.scenario || record.peer != query.peer || record.placement != query.placement ||
+            record.payload != query.payload || record.population != query.population) {
+            continue;
+        }
+        const auto found = record.spreads.find(figure);
+        if (found != record.spreads.end()) return found->second.median;
+    }
+    return std::numeric_limits<double>::quiet_NaN();
+}
+
+}  // namespace bench
+
+#endif

@@ -1,0 +1,156 @@
+#include "bench/report/judgement.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iomanip>
+#include <ostream>
+#include <sstream>
+
+#include "bench/peers/list.h"
+#include "bench/report/find.h"
+
+namespace bench {
+
+namespace {
+
+constexpr double notMeasured = std::numeric_limits<double>::quiet_NaN();
+
+/// A line: what is wanted of a figure, and the figure.
+struct Line {
+    std::string about;
+    enum class Wanted { atLeast, atMost } wanted;
+    double bound;
+    double got;
+    std::string unit;
+
+    std::string Verdict() const {
+        if (std::isnan(got)) return "not measured";
+        return (wanted == Wanted::atLeast ? got >= bound : got <= bound) ? "yes" : "NO";
+    }
+};
+
+/// The worst of several figures; one that was not measured spoils them all, since it might be worse.
+double Worst(const std::vector<double>& figures, bool large) {
+    double worst = figures.front();
+    for (const double figure : figures) {
+        if (std::isnan(figure)) return notMeasured;
+        worst = large ? std::max(worst, figure) : std::min(worst, figure);
+    }
+    return worst;
+}
+
+class Judge {
+public:
+    explicit Judge(const Records& measured) : records(measured) {}
+
+    std::vector<Line> Lines() const {
+        std::vector<Line> lines;
+        RoundTrips(lines);
+        Streams(lines);
+        Iceoryx(lines);
+        Populations(lines);
+        Idle(lines);
+        return lines;
+    }
+
+private:
+    using Wanted = Line::Wanted;
+
+    double RoundTrip(const char* peer, Placement placement, std::size_t payload) const {
+        return Find(records, {"round-trip", peer, placement, payload, 2}, "median_ns");
+    }
+    double Stream(const char* peer, std::size_t payload) const {
+        return Find(records, {"stream", peer, Placement::apart, payload, 1}, "rate_per_s");
+    }
+    double Own(const char* scenario, Placement placement, std::size_t payload, unsigned population,
+               const char* figure) const {
+        return Find(records, {scenario, linxIpcName, placement, payload, population}, figure);
+    }
+
+    void RoundTrips(std::vector<Line>& lines) const {
+        const double apart = RoundTrip(linxIpcName, Placement::apart, 64);
+        const double faster = Worst(
+            {RoundTrip(seqpacketName, Placement::apart, 64), RoundTrip(zeromqName, Placement::apart, 64)}, false);
+        lines.push_back({"round trip, 64 bytes, a core each: faster than the better of SEQPACKET and ZeroMQ",
+                         Wanted::atLeast, 100, faster / apart, "times"});
+        lines.push_back({"round trip, 64 bytes, a core each: as long as through bare memory", Wanted::atMost, 3,
+                         apart / RoundTrip(bareMemoryName, Placement::apart, 64), "times"});
+        lines.push_back({"round trip, 64 bytes, one core: as long as SEQPACKET", Wanted::atMost, 1,
+                         RoundTrip(linxIpcName, Placement::one, 64) / RoundTrip(seqpacketName, Placement::one, 64),
+                         "times"});
+    }
+
+    void Streams(std::vector<Line>& lines) const {
+        lines.push_back({"stream, 64 bytes: messages of ZeroMQ", Wanted::atLeast, 2.5,
+                         Stream(linxIpcName, 64) / Stream(zeromqName, 64), "times"});
+        lines.push_back({"stream, 60000 bytes: bytes of ZeroMQ", Wanted::atLeast, 6,
+                         Stream(linxIpcName, 60000) / Stream(zeromqName, 60000), "times"});
+        lines.push_back({"stream, 60000 bytes: slower than two copies through bare memory", Wanted::atMost, 2.5,
+                         Stream(bareMemoryName, 60000) / Stream(linxIpcName, 60000), "times"});
+        lines.push_back({"relay hop: 60000 bytes against 64", Wanted::atMost, 1.2,
+                         Own("relay-hop", Placement::both, 60000, 3, "median_ns") /
+                             Own("relay-hop", Placement::both, 64, 3, "median_ns"),
+                         "times"});
+    }
+
+    void Iceoryx(std::vector<Line>& lines) const {
+        for (const char* peer : {iceoryxName, iceoryxPollingName}) {
+            std::vector<double> trips, streams;
+            for (const std::size_t payload : {16U, 64U, 256U, 1024U, 4096U}) {
+                trips.push_back(RoundTrip(peer, Placement::apart, payload) /
+                                RoundTrip(linxIpcName, Placement::apart, payload));
+                streams.push_back(Stream(linxIpcName, payload) / Stream(peer, payload));
+            }
+            const std::string other = std::string(" than ") + peer + ", the worst of 16 to 4096 bytes";
+            lines.push_back({"round trip: faster" + other, Wanted::atLeast, 1, Worst(trips, false), "times"});
+            lines.push_back({"stream: faster" + other, Wanted::atLeast, 1, Worst(streams, false), "times"});
+        }
+    }
+
+    void Populations(std::vector<Line>& lines) const {
+        lines.push_back({"send with 4000 endpoints in the domain against 10", Wanted::atMost, 1.1,
+                         Own("crowded-send", Placement::both, 64, 4000, "median_ns") /
+                             Own("crowded-send", Placement::both, 64, 10, "median_ns"),
+                         "times"});
+        std::vector<double> each, growth;
+        for (const char* figure : {"open_ns", "hunt_ns", "close_ns"}) {
+            const auto with = [&](unsigned endpoints) {
+                return Own("endpoints", Placement::both, 0, endpoints, figure);
+            };
+            each.push_back(with(1000) / 1000);
+            growth.push_back(std::max(with(1000), with(4000)) / std::min(with(100), with(1000)));
+        }
+        lines.push_back(
+            {"open, hunt and close with 1000 endpoints: the slowest", Wanted::atMost, 40, Worst(each, true), "us"});
+        lines.push_back({"open, hunt and close with up to 4000 endpoints against 100: the worst", Wanted::atMost, 3,
+                         Worst(growth, true), "times"});
+        lines.push_back({"request with 100000 other messages queued against none", Wanted::atMost, 1.2,
+                         Own("backlog", Placement::apart, 64, 100000, "median_ns") /
+                             Own("backlog", Placement::apart, 64, 0, "median_ns"),
+                         "times"});
+    }
+
+    void Idle(std::vector<Line>& lines) const {
+        const auto idle = [&](const char* figure) { return Own("idle", Placement::both, 64, 2, figure); };
+        lines.push_back({"idle endpoint: wake-ups", Wanted::atMost, 0, idle("switches") + idle("involuntary"), ""});
+        lines.push_back({"idle endpoint: processor time", Wanted::atMost, 0, idle("processor_us"), "us"});
+    }
+
+    const Records& records;
+};
+
+}  // namespace
+
+void PrintJudgement(std::ostream& out, const Records& records) {
+    out << "\n### Wanted and got\n\n| of LinxIpc | wanted | got | |\n|---|---:|---:|---|\n";
+    for (const Line& line : Judge(records).Lines()) {
+        out << "| " << line.about << " | at " << (line.wanted == Line::Wanted::atLeast ? "least " : "most ")
+            << line.bound << ' ' << line.unit << " | ";
+        if (!std::isnan(line.got))
+            out << std::setprecision(3) << line.got << std::setprecision(6) << ' ' << line.unit;
+        out << " | " << line.Verdict() << " |\n";
+    }
+    out << std::flush;
+}
+
+}  // namespace bench

@@ -1,0 +1,17 @@
+#ifndef LINXIPC_BENCH_REPORT_MACHINE_H
+#define LINXIPC_BENCH_REPORT_MACHINE_H
+
+#include <string>
+
+namespace bench {
+
+/// What the figures were taken on.
+struct Machine {
+    std::string processor, cores, kernel, compiler, date;
+};
+
+Machine ThisMachine();
+
+}  // namespace bench
+
+#endif
