@@ -103,7 +103,8 @@ private:
 
 void Introduce(std::ostream& out, const Machine& machine, const PeerList& peers, const Options& options) {
     out << "Taken on " << machine.date << ": " << machine.processor << ", " << machine.cores << " cores, "
-        << machine.kernel << ", " << machine.compiler << "; medians of " << options.repeat << " runs.\n";
+        << machine.kernel << ", " << machine.compiler << "; load before the run " << machine.load << "; medians of "
+        << options.repeat << (options.repeat == 1 ? " run" : " runs") << ".\n";
     for (const std::string& name : peers.absent) out << "Left out, since this machine lacks it: " << name << ".\n";
 }
 

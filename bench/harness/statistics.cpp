@@ -11,10 +11,11 @@ double Quantile(std::vector<std::uint32_t>& samples, double part) {
 }
 
 Spread SpreadOf(std::vector<double> values) {
+    std::vector<double> runs = values;
     std::sort(values.begin(), values.end());
     const std::size_t half = values.size() / 2;
     const double median = values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
-    return {median, values.front(), values.back()};
+    return {median, values.front(), values.back(), std::move(runs)};
 }
 
 Spreads SpreadsOf(const std::vector<Figures>& runs) {

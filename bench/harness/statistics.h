@@ -17,6 +17,7 @@ struct Spread {
     double median;
     double least;
     double most;
+    std::vector<double> runs;  ///< in the order in which they were made
 };
 
 Spread SpreadOf(std::vector<double> values);

@@ -1,8 +1,6 @@
 #ifndef LINXIPC_BENCH_REPORT_FIND_H
 #define LINXIPC_BENCH_REPORT_FIND_H
 
-#include <limits>
-
 #include "bench/report/record.h"
 
 namespace bench {
@@ -16,17 +14,17 @@ struct Query {
     unsigned population;
 };
 
-/// The median of a figure over the runs; not a number when it was not measured.
-inline double Find(const Records& records, const Query& query, const std::string& figure) {
+/// A figure of every run; empty when it was not measured.
+inline std::vector<double> Find(const Records& records, const Query& query, const std::string& figure) {
     for (const Record& record : records) {
         if (record.scenario != query.scenario || record.peer != query.peer || record.placement != query.placement ||
             record.payload != query.payload || record.population != query.population) {
             continue;
         }
         const auto found = record.spreads.find(figure);
-        if (found != record.spreads.end()) return found->second.median;
+        if (found != record.spreads.end()) return found->second.runs;
     }
-    return std::numeric_limits<double>::quiet_NaN();
+    return {};
 }
 
 }  // namespace bench

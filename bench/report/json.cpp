@@ -12,7 +12,7 @@ namespace {
 nlohmann::ordered_json JsonOf(const Record& record) {
     nlohmann::ordered_json figures;
     for (const auto& [name, spread] : record.spreads) {
-        figures[name] = {{"median", spread.median}, {"least", spread.least}, {"most", spread.most}};
+        figures[name] = {{"median", spread.median}, {"runs", spread.runs}};
     }
     return {{"scenario", record.scenario}, {"peer", record.peer},        {"cores", NameOf(record.placement)},
             {"payload", record.payload},   {"count", record.population}, {"figures", figures}};
@@ -21,16 +21,15 @@ nlohmann::ordered_json JsonOf(const Record& record) {
 }  // namespace
 
 void WriteJson(const std::string& file, const Machine& machine, const Records& records) {
-    nlohmann::ordered_json all;
-    all["machine"] = {{"processor", machine.processor},
-                      {"cores", machine.cores},
-                      {"kernel", machine.kernel},
-                      {"compiler", machine.compiler},
-                      {"date", machine.date}};
-    all["records"] = nlohmann::ordered_json::array();
-    for (const Record& record : records) all["records"].push_back(JsonOf(record));
+    const nlohmann::ordered_json about = {{"processor", machine.processor}, {"cores", machine.cores},
+                                          {"kernel", machine.kernel},       {"compiler", machine.compiler},
+                                          {"date", machine.date},           {"load", machine.load}};
     std::ofstream out(file);
-    out << all.dump(1) << '\n';
+    out << "{\"machine\": " << about.dump() << ",\n\"records\": [";
+    for (const Record& record : records) {  // a line each, so that they can be searched
+        out << (&record == &records.front() ? "\n" : ",\n") << JsonOf(record).dump();
+    }
+    out << "\n]}\n" << std::flush;
     Check(out.good(), file);
 }
 

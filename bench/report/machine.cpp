@@ -41,10 +41,16 @@ std::string Today() {
     return text;
 }
 
+std::string Load() {
+    std::string minute;
+    std::ifstream("/proc/loadavg") >> minute;
+    return minute;
+}
+
 }  // namespace
 
 Machine ThisMachine() {
-    return {ProcessorModel(), std::to_string(sysconf(_SC_NPROCESSORS_ONLN)), Kernel(), Compiler(), Today()};
+    return {ProcessorModel(), std::to_string(sysconf(_SC_NPROCESSORS_ONLN)), Kernel(), Compiler(), Today(), Load()};
 }
 
 }  // namespace bench

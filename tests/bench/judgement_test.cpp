@@ -10,9 +10,8 @@ using testing::ContainsRegex;
 
 namespace {
 
-Record Taking(const char* peer, double nanoseconds) {
-    const Spread spread = {nanoseconds, nanoseconds, nanoseconds};
-    return {"round-trip", peer, Placement::apart, 64, 2, {{"median_ns", spread}}};
+Record Taking(const char* peer, std::vector<double> nanoseconds) {
+    return {"round-trip", peer, Placement::apart, 64, 2, {{"median_ns", SpreadOf(std::move(nanoseconds))}}};
 }
 
 std::string JudgementOf(const Records& records) {
@@ -24,22 +23,27 @@ std::string JudgementOf(const Records& records) {
 }  // namespace
 
 TEST(Judgement, SaysWhatWasReached) {
-    EXPECT_THAT(JudgementOf({Taking("LinxIpc", 500), Taking("bare memory", 250)}),
+    EXPECT_THAT(JudgementOf({Taking("LinxIpc", {500}), Taking("bare memory", {250})}),
                 ContainsRegex("through bare memory . at most 3 times . 2 times . yes"));
 }
 
 TEST(Judgement, SaysWhatWasMissed) {
-    EXPECT_THAT(JudgementOf({Taking("LinxIpc", 1000), Taking("bare memory", 250)}),
+    EXPECT_THAT(JudgementOf({Taking("LinxIpc", {1000}), Taking("bare memory", {250})}),
                 ContainsRegex("through bare memory . at most 3 times . 4 times . NO"));
 }
 
 TEST(Judgement, ComparesWithTheBetterOfTwo) {
-    EXPECT_THAT(JudgementOf({Taking("LinxIpc", 100), Taking("SEQPACKET", 20000), Taking("ZeroMQ", 5000)}),
+    EXPECT_THAT(JudgementOf({Taking("LinxIpc", {100}), Taking("SEQPACKET", {20000}), Taking("ZeroMQ", {5000})}),
                 ContainsRegex("SEQPACKET and ZeroMQ . at least 100 times . 50 times . NO"));
 }
 
+TEST(Judgement, ComparesRunsOfTheSameRound) {
+    EXPECT_THAT(JudgementOf({Taking("LinxIpc", {100, 1000, 1000}), Taking("bare memory", {50, 500, 100})}),
+                ContainsRegex("through bare memory . at most 3 times . 2 times . yes"));
+}
+
 TEST(Judgement, DoesNotJudgeWhatWasNotMeasured) {
-    EXPECT_THAT(JudgementOf({Taking("LinxIpc", 100), Taking("SEQPACKET", 20000)}),
+    EXPECT_THAT(JudgementOf({Taking("LinxIpc", {100}), Taking("SEQPACKET", {20000})}),
                 ContainsRegex("SEQPACKET and ZeroMQ . at least 100 times .  . not measured"));
 }
 

@@ -10,7 +10,7 @@ wait "$harness" || { cat "$results.txt"; exit 1; }
 
 # The program itself fails when a message is lost, doubled or overtaken, or when there are fewer than it asked for.
 has() {
-    tr -d ' \n' <"$results" | grep -q "\"scenario\":\"$1\",\"peer\":\"$2\"" || { echo "no $1 of $2"; exit 1; }
+    grep -q "\"scenario\":\"$1\",\"peer\":\"$2\"" "$results" || { echo "no $1 of $2"; exit 1; }
 }
 for scenario in round-trip stream fan-in relay ring idle; do
     for peer in LinxIpc SEQPACKET; do
@@ -21,7 +21,7 @@ for scenario in relay-hop endpoints crowded-send backlog memory; do
     has "$scenario" LinxIpc
 done
 for scenario in round-trip stream fan-in relay copy; do
-    has "$scenario" barememory
+    has "$scenario" "bare memory"
 done
 
 left=$(find /dev/shm -maxdepth 1 -name "linx-bench.$harness.*")
