@@ -93,6 +93,43 @@ TEST_F(Arena, ThatIsTooLargeForASmallProcessIsRefusedToItAlone) {
     }
 }
 
+/// Joins domains until no more of them have room in the address space.
+const Role joiner("Arena.joiner", [](Line&) {
+    Endpoint before("before");
+    {
+        std::vector<std::unique_ptr<linxtest::TestDomain>> domains;
+        std::vector<std::unique_ptr<Endpoint>> endpoints;
+        for (LINX* linx = before; linx != nullptr;) {
+            ASSERT_GT(4u, endpoints.size());
+            domains.push_back(std::make_unique<linxtest::TestDomain>());
+            linx = linx_open("another", 0, nullptr);
+            if (linx == nullptr) {
+                EXPECT_EQ(ENOMEM, errno);
+            } else {
+                EXPECT_EQ(0, linx_close(linx));
+                endpoints.push_back(std::make_unique<Endpoint>("stays"));
+            }
+        }
+        EXPECT_LT(0u, endpoints.size());
+        for (const auto& endpoint : endpoints) {
+            EXPECT_EQ(0, send(*endpoint, spidOf(*endpoint), item));
+            expectSignal(*endpoint, item, 0);
+        }
+        endpoints.clear();
+        while (!domains.empty()) domains.pop_back();  // each puts back the domain before it
+    }
+    const linxtest::TestDomain after;
+    Endpoint endpoint("after");
+    EXPECT_EQ(0, send(before, spidOf(before), item));
+    expectSignal(before, item, 0);
+});
+
+TEST_F(Arena, ThatHasNoRoomBesideOthersIsRefusedUntilTheyAreLeft) {
+    const ScopedVariable variable("LINX_ARENA_MB", "1024");
+    Child small(joiner.in(isSmall ? Size::own : Size::other));
+    EXPECT_EQ(0, small.exitStatus());
+}
+
 TEST_F(Arena, OfASmallMakerIsOneThatItCanMap) {
     const ScopedVariable variable("LINX_ARENA_MB", "3072");
     {
