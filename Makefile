@@ -25,11 +25,12 @@ test-debug: dependencies ## The same without optimisation
 test-asan: dependencies ## The same under the address and undefined-behaviour sanitizers
 test-tsan: dependencies ## The same under the thread sanitizer
 test-clang: clang-dependencies ## The same with clang++
+test-powerpc: powerpc-dependencies ## The same for 32-bit big-endian PowerPC Linux, run by an emulator
 
 test-tsan: run := $(unshuffled)
 
-.PHONY: test-release test-debug test-asan test-tsan test-clang
-test-release test-debug test-asan test-tsan test-clang: test-%:
+.PHONY: test-release test-debug test-asan test-tsan test-clang test-powerpc
+test-release test-debug test-asan test-tsan test-clang test-powerpc: test-%:
 	@echo "== $*"
 	@cmake --preset $* >/dev/null
 	@$(run) cmake --build --preset $*
@@ -77,3 +78,7 @@ mixed-dependencies: dependencies
 
 bench-dependencies:
 	@scripts/install-dependencies libzmq3-dev libnng-dev libiceoryx-posh-dev iceoryx dbus-daemon gnuplot-nox valgrind
+
+.PHONY: powerpc-dependencies
+powerpc-dependencies:
+	@scripts/install-dependencies g++-powerpc-linux-gnu qemu-user-static googletest

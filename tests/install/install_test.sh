@@ -19,11 +19,13 @@ fail() {
 # The demangled names of what the library offers to others; in the C++ ones the class comes first.
 exported() { nm -DC --defined-only "$1" | cut -d ' ' -f 3-; }
 
+read -ra emulator <<<"${EMULATOR:-}"
+
 # run PROGRAM EXPECTED: in a domain that goes away with it.
 run() {
     local domain output
     domain=$(mktemp -d /dev/shm/linx.install.XXXXXX)
-    output=$(LINX_DOMAIN=$domain "$1") || { rm -rf "$domain"; fail "$1 failed: $output"; }
+    output=$(LINX_DOMAIN=$domain "${emulator[@]}" "$1") || { rm -rf "$domain"; fail "$1 failed: $output"; }
     rm -rf "$domain"
     [[ $output == "$2" ]] || fail "$1 wrote: $output"
 }
