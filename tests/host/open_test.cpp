@@ -11,6 +11,7 @@
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
 #include "tests/host/endpoints.h"
+#include "tests/support/byte_order.h"
 
 namespace linx {
 namespace {
@@ -161,6 +162,25 @@ TEST_F(OpenTest, AnArenaOfAnotherMakeIsRefused) {
         }
         overwrite(offset, before);
     }
+    EXPECT_EQ(errorOfOpen("x"), 0);
+}
+
+TEST_F(OpenTest, AnArenaBeginsWithItsNumberInTheMakersByteOrder) {
+    ASSERT_EQ(errorOfOpen("x"), 0);
+    const uint32_t number = read(0);
+    EXPECT_EQ(linxtest::bytesOf(&number, sizeof number), linxtest::written("4C 6E 78 41", "41 78 6E 4C"));
+}
+
+TEST_F(OpenTest, AnArenaOfTheOtherByteOrderIsRefused) {
+    ASSERT_EQ(errorOfOpen("x"), 0);
+    const auto swapHeader = [&] {
+        for (off_t offset = 0; offset < static_cast<off_t>(sizeof(Header)); offset += 4) {
+            overwrite(offset, __builtin_bswap32(read(offset)));
+        }
+    };
+    swapHeader();
+    EXPECT_EQ(errorOfOpen("x"), EPROTO);
+    swapHeader();
     EXPECT_EQ(errorOfOpen("x"), 0);
 }
 

@@ -261,7 +261,8 @@ int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
         errno = EINVAL;
         return -1;
     }
-    platform.sent.push_back({to, buffer->Head()->number, std::string(&buffer->bytes[4], buffer->size - 4)});
+    const std::string bytes(buffer->bytes.get(), buffer->size);
+    platform.sent.push_back({to, buffer->Head()->number, bytes.substr(4), bytes});
     platform.Take(signal);
     return platform.Fails("linx_send") ? -1 : 0;
 }

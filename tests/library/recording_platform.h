@@ -27,6 +27,7 @@ struct SentSignal {
     LinxSpid to;
     std::uint32_t number;
     std::string payload;
+    std::string bytes;  // from the number word on
 };
 
 /// The platform that the library is tested on. It does next to nothing itself: it writes down every call with its
