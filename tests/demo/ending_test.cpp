@@ -11,6 +11,9 @@ namespace {
 using testing::Combine;
 using testing::Values;
 
+/// Seconds in which the servers have surely met, also where an emulator has to start them.
+const std::string limit = LINX_DEMO_LIMIT;
+
 class Interrupted : public testing::TestWithParam<std::tuple<int, std::string>> {};
 
 TEST_P(Interrupted, AtSomePointItEndsItsServersAndLeavesNothing) {
@@ -57,12 +60,12 @@ TEST(Ending, AReaderThatGoesAwayDoesNotMakeItLeaveAnythingBehind) {
 }
 
 TEST(Ending, AServerThatStandsStillEndsTheRunAtItsTimeLimit) {
-    Demonstration run({"--seed", "5", "--rounds", "10", "--limit", "2"});
+    Demonstration run({"--seed", "5", "--rounds", "10", "--limit", limit});
     ASSERT_TRUE(run.WaitFor("everybody is here")) << run.Text();
     ASSERT_NE(0, run.Server("StateMgr")) << run.Text();
     kill(run.Server("StateMgr"), SIGSTOP);
     EXPECT_EQ(1, run.Finish()) << run.Text();
-    EXPECT_NE(std::string::npos, run.Text().find("linx-demo: not finished within 2 s")) << run.Text();
+    EXPECT_NE(std::string::npos, run.Text().find("linx-demo: not finished within " + limit + " s")) << run.Text();
     EXPECT_NE(std::string::npos, run.Text().find("Not everything happened."));
     EXPECT_FALSE(run.DomainExists()) << run.Domain();
     EXPECT_FALSE(ProcessesLeft());
