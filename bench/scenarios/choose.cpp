@@ -1,5 +1,8 @@
 #include "bench/scenarios/choose.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "bench/peers/list.h"
 
 namespace bench {
@@ -19,6 +22,16 @@ std::vector<Case> Combine(const std::vector<const Peer*>& peers, Pattern pattern
             }
         }
     }
+    return cases;
+}
+
+std::vector<Case> CombineForTwo(const Wishes& wishes, Pattern pattern) {
+    const std::vector<std::size_t>& payloads = wishes.payloads;
+    std::vector<std::size_t> few;
+    std::copy_if(payloads.begin(), payloads.end(), std::back_inserter(few),
+                 [](std::size_t payload) { return payload == 64 || payload == 60000; });
+    std::vector<Case> cases = Combine(wishes.peers, pattern, {Placement::apart, Placement::one}, payloads, {2});
+    for (const Case& each : Combine(wishes.peers, pattern, {Placement::both}, few, {2})) cases.push_back(each);
     return cases;
 }
 

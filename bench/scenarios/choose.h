@@ -10,6 +10,10 @@ std::vector<Case> Combine(const std::vector<const Peer*>& peers, Pattern pattern
                           const std::vector<Placement>& placements, const std::vector<std::size_t>& payloads,
                           const std::vector<unsigned>& processes);
 
+/// The same for two processes: all payloads with a core each and with one core for both, and a small and a large one
+/// where the kernel places them, which mostly decides between those two.
+std::vector<Case> CombineForTwo(const Wishes& wishes, Pattern pattern);
+
 /// The one of that name, when it is among the peers.
 std::vector<const Peer*> Only(const char* name, const Wishes& wishes);
 

@@ -12,10 +12,7 @@ public:
     std::string Name() const override { return "round-trip"; }
     std::string About() const override { return "A request and its answer, both of the payload's size"; }
 
-    std::vector<Case> Cases(const Wishes& wishes) const override {
-        return Combine(wishes.peers, Pattern::roundTrip, {Placement::apart, Placement::both, Placement::one},
-                       wishes.payloads, {2});
-    }
+    std::vector<Case> Cases(const Wishes& wishes) const override { return CombineForTwo(wishes, Pattern::roundTrip); }
 
     Figures Run(const Case& chosen, const Effort& effort) const override {
         const auto ask = [&](End& end, const ProcessorMeter& used, FigureSheet& sheet) {

@@ -19,11 +19,8 @@ Figures Flow(const Case& chosen, const Effort& effort) {
                     SendNext);
 }
 
-std::vector<Case> Senders(const Wishes& wishes, const std::vector<Placement>& placements,
-                          const std::vector<std::size_t>& payloads, const std::vector<unsigned>& senders) {
-    std::vector<unsigned> processes;
-    for (const unsigned count : senders) processes.push_back(count + 1);
-    std::vector<Case> cases = Combine(wishes.peers, Pattern::fanIn, placements, payloads, processes);
+/// Of the cases that were combined by the number of processes, all but one of which send.
+std::vector<Case> CountingSenders(std::vector<Case> cases) {
     for (Case& each : cases) --each.population;
     return cases;
 }
@@ -33,7 +30,7 @@ public:
     std::string Name() const override { return "stream"; }
     std::string About() const override { return "Messages one way, to a receiver that handles them one by one"; }
     std::vector<Case> Cases(const Wishes& wishes) const override {
-        return Senders(wishes, {Placement::apart, Placement::both, Placement::one}, wishes.payloads, {1});
+        return CountingSenders(CombineForTwo(wishes, Pattern::fanIn));
     }
     Figures Run(const Case& chosen, const Effort& effort) const override { return Flow(chosen, effort); }
 };
@@ -43,8 +40,9 @@ public:
     std::string Name() const override { return "fan-in"; }
     std::string About() const override { return "Messages from many senders to one receiver; counts the senders"; }
     std::vector<Case> Cases(const Wishes& wishes) const override {
-        const std::vector<unsigned> few = {2, 16}, many = {1, 2, 4, 8, 16};
-        return Senders(wishes, {Placement::both, Placement::one}, {64}, wishes.effort.quick ? few : many);
+        const std::vector<unsigned> few = {3, 17}, many = {2, 3, 5, 9, 17};
+        return CountingSenders(Combine(wishes.peers, Pattern::fanIn, {Placement::both, Placement::one}, {64},
+                                       wishes.effort.quick ? few : many));
     }
     Figures Run(const Case& chosen, const Effort& effort) const override { return Flow(chosen, effort); }
 };
