@@ -27,16 +27,15 @@ sigset_t Awaited() {
     if (getppid() != parent) _exit(1);  // it died before it could be watched
     const sigset_t awaited = Awaited();
     sigprocmask(SIG_UNBLOCK, &awaited, nullptr);
-    int status = 0;
     try {
         errno = 0;
         member.body();
+        // Its end would break what others are still doing, so it stands still until the whole crew is killed.
+        if (member.part == Member::Part::principal) raise(SIGSTOP);
     } catch (const std::exception& failure) {
         std::fprintf(stderr, "%s\n", failure.what());
-        status = 1;
     }
-    std::fflush(nullptr);
-    _exit(status);  // the harness's objects are the parent's to destroy
+    _exit(1);
 }
 
 /// The processes of a run, none of which outlives this object.
@@ -77,10 +76,9 @@ private:
     bool Reap() {
         for (const auto& [pid, part] : running) {
             int status = 0;
-            if (waitpid(pid, &status, WNOHANG) != pid) continue;
-            const bool well = status == 0 && part == Member::Part::principal;
-            running.erase(pid);
-            Expect(well, "a process of the run has failed");
+            if (waitpid(pid, &status, WNOHANG | WUNTRACED) != pid) continue;
+            if (!WIFSTOPPED(status)) running.erase(pid);
+            Expect(WIFSTOPPED(status), "a process of the run has failed");
             --principals;
             return true;
         }

@@ -8,7 +8,8 @@ namespace bench {
 
 /// One process of a run.
 struct Member {
-    /// A principal ends by itself; the others serve it without end and are killed when all principals have ended.
+    /// A principal is done when its body returns; the others serve it without end. When all principals are done, all
+    /// are killed.
     enum class Part { principal, servant } part;
     std::function<void()> body;
 };

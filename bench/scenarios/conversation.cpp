@@ -32,7 +32,7 @@ Figures Converse(const Peer& peer, Layout layout, unsigned measuring, const Meas
     const auto live = [&](unsigned self) {
         Confine(layout.placement);
         pids[self] = getpid();
-        End* const end = session->Open(self).release();  // ends with its process: those who serve it go on until then
+        End* const end = session->Open(self).release();  // ends with its process: those who serve it go on till then
         Settle(layout.placement, self);
         everybody.Wait();
         end->Connect();
