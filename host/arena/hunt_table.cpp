@@ -13,7 +13,7 @@ uint32_t lastPageOf(uint32_t index) {
     return ((index + 1) * static_cast<uint32_t>(sizeof(Hunt)) - 1) / unitBytes;
 }
 
-bool hasMemory(const Arena& arena, int file, uint32_t index) {
+bool huntHasMemory(const Arena& arena, int file, uint32_t index) {
     Word& reserved = arena.header().huntsReserved;
     const uint32_t have = reserved.loadRelaxed();
     const uint32_t need = lastPageOf(index) + 1;
@@ -36,7 +36,7 @@ uint32_t freeEntry(const Arena& arena) {
 int addHunt(const Arena& arena, int file, Spid hunter, const Name& name, Ref signal) {
     const uint32_t index = freeEntry(arena);
     if (index == huntCount) return ENOSPC;
-    if (!hasMemory(arena, file, index)) return ENOMEM;
+    if (!huntHasMemory(arena, file, index)) return ENOMEM;
     Hunt& hunt = arena.hunt(index);
     hunt.signal.storeRelaxed(signal);
     hunt.nameHash.storeRelaxed(name.hash());

@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t slotsPerPage = unitBytes / sizeof(Slot);
 
-bool hasMemory(const Arena& arena, int file, uint32_t index) {
+bool slotHasMemory(const Arena& arena, int file, uint32_t index) {
     Word& reserved = arena.header().slotsReserved;
     const uint32_t page = index / slotsPerPage;
     if (page < reserved.loadRelaxed()) return true;
@@ -26,7 +26,7 @@ uint32_t takeSlot(const Arena& arena, int file) {
     Header& header = arena.header();
     const uint32_t fresh = header.slotsUsed.loadRelaxed() + 1;  // slot 0 stays unused
     if (fresh < slotCount) {
-        if (!hasMemory(arena, file, fresh)) {
+        if (!slotHasMemory(arena, file, fresh)) {
             errno = ENOMEM;
             return 0;
         }

@@ -1,0 +1,204 @@
+#include "models/machine/explorer.h"
+
+#include <random>
+#include <unordered_set>
+
+#include "models/machine/heap.h"
+#include "models/machine/kernel.h"
+
+namespace model {
+namespace {
+
+/// Takes the branches of a tree depth first: what was chosen so far is repeated up to the last place with a branch
+/// left.
+class DepthFirst : public Chooser {
+public:
+    uint32_t choose(uint32_t count) override {
+        if (depth_ == path_.size()) path_.push_back({0, count});
+        return path_[depth_++].chosen;
+    }
+    bool knows(uint64_t state) override {
+        // On the repeated part the states are known, and lead to something new.
+        return depth_ >= path_.size() && !states_.insert(state).second;
+    }
+
+    /// On to the next branch. False when there is none.
+    bool advance() {
+        depth_ = 0;
+        while (!path_.empty() && path_.back().chosen + 1 == path_.back().count) path_.pop_back();
+        if (path_.empty()) return false;
+        ++path_.back().chosen;
+        return true;
+    }
+    void restart() {
+        path_.clear();
+        states_.clear();
+        depth_ = 0;
+    }
+    std::vector<uint32_t> choices() const {
+        std::vector<uint32_t> made;
+        for (const Fork& fork : path_) made.push_back(fork.chosen);
+        return made;
+    }
+    uint64_t states() const { return states_.size(); }
+
+private:
+    struct Fork {
+        uint32_t chosen;
+        uint32_t count;
+    };
+    std::vector<Fork> path_;
+    size_t depth_ = 0;
+    std::unordered_set<uint64_t> states_;
+};
+
+/// Draws every choice, and remembers it.
+class Drawn : public Chooser {
+public:
+    explicit Drawn(uint64_t seed) : random_(seed) {}
+    uint32_t choose(uint32_t count) override {
+        // Mostly the first ways, or no execution would ever run far without a switch, a stale read or a death.
+        const auto drawn = static_cast<uint32_t>(random_() % count);
+        choices_.push_back(random_() % 4 == 0 ? drawn : std::min(drawn, favourite(count)));
+        return choices_.back();
+    }
+    bool knows(uint64_t state) override {
+        states_.insert(state);
+        return false;
+    }
+    void restart() {
+        choices_.clear();
+        favourite_ = static_cast<uint32_t>(random_());
+    }
+    const std::vector<uint32_t>& choices() const { return choices_; }
+    uint64_t states() const { return states_.size(); }
+
+private:
+    uint32_t favourite(uint32_t count) {
+        if (random_() % 8 == 0) favourite_ = static_cast<uint32_t>(random_());
+        return favourite_ % count;
+    }
+
+    std::mt19937_64 random_;
+    uint32_t favourite_ = 0;
+    std::vector<uint32_t> choices_;
+    std::unordered_set<uint64_t> states_;
+};
+
+class Repeated : public Chooser {
+public:
+    explicit Repeated(std::vector<uint32_t> choices) : choices_(std::move(choices)) {}
+    uint32_t choose(uint32_t count) override {
+        return next_ < choices_.size() ? std::min(choices_[next_++], count - 1) : 0;
+    }
+    bool knows(uint64_t) override { return false; }
+
+private:
+    std::vector<uint32_t> choices_;
+    size_t next_ = 0;
+};
+
+/// The state in which every execution begins.
+class Beginning {
+public:
+    explicit Beginning(const Model& model) : model_(model) {
+        kernel.reset();
+        clearWorldHeap();
+        {
+            const WorldHeap heap;
+            model.prepare();
+        }
+        memory.begin();
+        kernel.begin();
+        heap_ = copyOfWorldHeap();
+    }
+    void restore() const {
+        memory.rewind();
+        kernel.rewind();
+        restoreWorldHeap(heap_);
+    }
+
+    Ending run(Chooser& chooser, std::vector<std::string>* trace = nullptr) const {
+        restore();
+        const Ending ending = scheduler.run(model_.play, chooser, trace);
+        if (ending != Ending::complete) return ending;
+        {
+            const WorldHeap heap;
+            model_.check();
+        }
+        return scheduler.violation().empty() ? Ending::complete : Ending::violated;
+    }
+
+private:
+    const Model& model_;
+    std::vector<char> heap_;
+};
+
+void tell(const Beginning& beginning, const std::vector<uint32_t>& choices, Result& result) {
+    result.violation = scheduler.violation();
+    Repeated again(choices);
+    beginning.run(again, &result.trace);
+}
+
+/// Lets executions find out which words are shared, so that the exploration need not begin anew for each.
+void findShared(const Beginning& beginning, uint64_t seed) {
+    Drawn chooser(seed);
+    for (unsigned quiet = 0; quiet < 3000; ++quiet) {
+        chooser.restart();
+        beginning.run(chooser);
+        if (memory.foundMoreShared()) quiet = 0;
+        memory.sharedIsKnown();
+    }
+}
+
+}  // namespace
+
+Result exploreAll(const Model& model, const Limits& limits) {
+    const Beginning beginning(model);
+    findShared(beginning, 1);
+    Result result;
+    DepthFirst chooser;
+    do {
+        const Ending ending = beginning.run(chooser);
+        ++result.executions;
+        if (memory.foundMoreShared()) {
+            memory.sharedIsKnown();
+            chooser.restart();
+            result.completed = 0;
+            continue;
+        }
+        if (ending == Ending::complete) ++result.completed;
+        if (ending == Ending::violated) {
+            tell(beginning, chooser.choices(), result);
+            break;
+        }
+        if (chooser.states() >= limits.states) break;
+        result.exhausted = !chooser.advance();
+    } while (!result.exhausted);
+    result.states = chooser.states();
+    beginning.restore();
+    return result;
+}
+
+Result exploreSome(const Model& model, const Limits& limits) {
+    const Beginning beginning(model);
+    findShared(beginning, limits.seed);
+    Result result;
+    Drawn chooser(limits.seed);
+    while (result.executions < limits.executions) {
+        chooser.restart();
+        const Ending ending = beginning.run(chooser);
+        ++result.executions;
+        memory.sharedIsKnown();
+        if (ending == Ending::complete) ++result.completed;
+        if (ending == Ending::violated) {
+            tell(beginning, chooser.choices(), result);
+            break;
+        }
+    }
+    result.states = chooser.states();
+    beginning.restore();
+    return result;
+}
+
+}  // namespace model

@@ -1,0 +1,236 @@
+#include "models/machine/kernel.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "models/machine/hash.h"
+#include "models/machine/scheduler.h"
+
+namespace model {
+namespace {
+
+constexpr uint32_t readable = 1;  // as EPOLLIN
+constexpr uint32_t broken = 8;    // as EPOLLERR
+
+bool always() {
+    return true;
+}
+
+}  // namespace
+
+Kernel kernel;
+
+void Kernel::reset() {
+    now_ = State();
+    now_.lockedBy = nobody;
+}
+
+size_t Kernel::bellsUsed() const {
+    size_t used = 0;
+    while (used < maxBells && now_.bells[used].spid != 0) ++used;
+    return used;
+}
+
+/// The running thread does something to an object, as under a lock of the object.
+void Kernel::meet(size_t object) {
+    if (scheduler.exploring()) memory.synchronise(scheduler.thread(), now_.views[object]);
+}
+
+int Kernel::add(Kind kind, size_t bell) {
+    for (size_t i = 0; i < maxDescriptors; ++i) {
+        if (now_.descriptors[i].kind != Kind::none) continue;
+        now_.descriptors[i] = {kind, static_cast<uint8_t>(scheduler.thread()), static_cast<uint8_t>(bell)};
+        return firstDescriptor + static_cast<int>(i);
+    }
+    scheduler.abandon("more descriptors than the model holds");
+    return -1;
+}
+
+size_t Kernel::findBell(uint32_t spid) const {
+    size_t bell = 0;
+    while (bell < maxBells && now_.bells[bell].spid != spid) ++bell;
+    return bell;
+}
+
+int Kernel::makeBell(uint32_t spid) {
+    scheduler.call("makes its bell", true, always);
+    size_t bell = findBell(spid);
+    if (bell == maxBells) bell = bellsUsed();
+    if (bell == maxBells) scheduler.abandon("more bells than the model holds");
+    now_.bells[bell] = {spid, true, 1, 0, {}};
+    meet(viewOf(bell));
+    return add(Kind::reader, bell);
+}
+
+int Kernel::openBell(uint32_t spid) {
+    scheduler.call("opens a bell", false, always);
+    const size_t bell = findBell(spid);
+    if (bell == maxBells || !now_.bells[bell].named || now_.bells[bell].readers == 0) {
+        // Whoever finds the reader gone, or the bell removed, comes after that.
+        if (bell != maxBells) meet(viewOf(bell));
+        errno = bell == maxBells || !now_.bells[bell].named ? ENOENT : ENXIO;
+        scheduler.observed(static_cast<uint64_t>(errno));
+        return -1;
+    }
+    scheduler.observed(0);
+    return add(Kind::writer, bell);
+}
+
+void Kernel::removeBell(uint32_t spid) {
+    scheduler.call("removes a bell", true, always);
+    const size_t bell = findBell(spid);
+    if (bell == maxBells) return;
+    meet(viewOf(bell));
+    now_.bells[bell].named = false;
+}
+
+int Kernel::writeBell(int descriptor, uint32_t record) {
+    scheduler.call(record == 0 ? "rings" : "introduces itself", true, always);
+    const size_t number = at(descriptor).bell;
+    Bell& bell = now_.bells[number];
+    meet(viewOf(number));
+    const int result = bell.readers == 0 ? EPIPE : bell.count == bellCapacity ? EAGAIN : 0;
+    if (result == 0) bell.records[bell.count++] = record;
+    scheduler.observed(static_cast<uint64_t>(result));
+    return result;
+}
+
+unsigned Kernel::drainBell(int descriptor, uint32_t* records) {
+    scheduler.call("empties its bell", true, always);
+    const size_t number = at(descriptor).bell;
+    Bell& bell = now_.bells[number];
+    meet(viewOf(number));
+    const unsigned count = bell.count;
+    std::memcpy(records, bell.records, count * sizeof *records);
+    for (unsigned i = 0; i < count; ++i) scheduler.observed(bell.records[i]);
+    scheduler.observed(count);
+    bell.count = 0;
+    return count;
+}
+
+bool Kernel::isBellDead(int descriptor) {
+    scheduler.call("asks a bell", false, always);
+    const size_t number = at(descriptor).bell;
+    const bool dead = now_.bells[number].readers == 0;
+    if (dead) meet(viewOf(number));
+    scheduler.observed(dead ? 1 : 0);
+    return dead;
+}
+
+int Kernel::openArena() {
+    return add(Kind::arena, 0);
+}
+
+int Kernel::lockArena(int descriptor) {
+    scheduler.call("locks", true, [this] { return now_.lockedBy == nobody; });
+    now_.lockedBy = static_cast<uint8_t>(descriptor - firstDescriptor);
+    meet(lockView);
+    return 0;
+}
+
+int Kernel::makeSet() {
+    return add(Kind::set, 0);
+}
+int Kernel::makeTimer() {
+    return add(Kind::timer, 0);
+}
+
+int Kernel::watch(int set, int descriptor, uint32_t events, uint32_t tag) {
+    for (Watch& watch : now_.watches) {
+        if (watch.used) continue;
+        watch = {true, static_cast<uint8_t>(set - firstDescriptor), static_cast<uint8_t>(descriptor - firstDescriptor),
+                 events, tag};
+        return 0;
+    }
+    scheduler.abandon("more watches than the model holds");
+    return -1;
+}
+
+int Kernel::unwatch(int set, int descriptor) {
+    for (Watch& watch : now_.watches) {
+        if (watch.used && watch.set == set - firstDescriptor && watch.descriptor == descriptor - firstDescriptor) {
+            watch.used = false;
+        }
+    }
+    return 0;
+}
+
+uint32_t Kernel::eventsOf(const Watch& watch) const {
+    const Descriptor& descriptor = now_.descriptors[watch.descriptor];
+    const Bell& bell = now_.bells[descriptor.bell];
+    if (descriptor.kind == Kind::reader) return bell.count != 0 ? watch.events & readable : 0;
+    if (descriptor.kind == Kind::writer) return bell.readers == 0 ? broken : 0;
+    return 0;
+}
+
+bool Kernel::hasEvents(size_t set) const {
+    for (const Watch& watch : now_.watches) {
+        if (watch.used && watch.set == set && eventsOf(watch) != 0) return true;
+    }
+    return false;
+}
+
+int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
+    const auto number = static_cast<size_t>(set - firstDescriptor);
+    scheduler.call(milliseconds == 0 ? "asks for events" : "sleeps", false,
+                   [this, number, milliseconds] { return milliseconds >= 0 || hasEvents(number); });
+    int count = 0;
+    for (const Watch& watch : now_.watches) {
+        if (!watch.used || watch.set != number || count == most) continue;
+        const uint32_t found = eventsOf(watch);
+        if (found == 0) continue;
+        meet(viewOf(now_.descriptors[watch.descriptor].bell));
+        scheduler.observed((uint64_t{found} << 32) | watch.tag);
+        events[count++] = {found, watch.tag};
+    }
+    scheduler.observed(static_cast<uint64_t>(count));
+    return count;
+}
+
+void Kernel::closeFor(size_t descriptor) {
+    Descriptor& closed = now_.descriptors[descriptor];
+    if (closed.kind == Kind::reader) {
+        meet(viewOf(closed.bell));
+        --now_.bells[closed.bell].readers;
+    }
+    if (now_.lockedBy == descriptor) {
+        meet(lockView);
+        now_.lockedBy = nobody;
+    }
+    for (Watch& watch : now_.watches) {
+        if (watch.descriptor == descriptor || watch.set == descriptor) watch.used = false;
+    }
+    closed = Descriptor();
+}
+
+void Kernel::close(int descriptor) {
+    const auto number = static_cast<size_t>(descriptor - firstDescriptor);
+    // Letting go of the lock, or of the reading end, is seen by others; what is written by then must be.
+    if (now_.descriptors[number].kind == Kind::reader) scheduler.call("closes its bell", true, always);
+    if (now_.lockedBy == number) scheduler.call("unlocks", true, always);
+    closeFor(number);
+}
+
+void Kernel::exit(unsigned process) {
+    const unsigned before = scheduler.thread();
+    scheduler.actAs(process);
+    for (size_t i = 0; i < maxDescriptors; ++i) {
+        if (now_.descriptors[i].kind != Kind::none && now_.descriptors[i].process == process) closeFor(i);
+    }
+    scheduler.actAs(before);
+}
+
+uint64_t Kernel::hash(uint64_t seed, unsigned liveThreads) const {
+    Hash hash(seed);
+    const size_t bells = bellsUsed();
+    for (size_t i = 0; i < bells; ++i) {
+        const Bell& bell = now_.bells[i];
+        hash.add(uint64_t{bell.spid} << 32 | uint64_t{bell.named} << 16 | uint64_t{bell.readers} << 8 | bell.count);
+        for (unsigned r = 0; r < bell.count; ++r) hash.add(bell.records[r]);
+    }
+    // Which descriptors a thread has follows from its history; who holds the lock does too, but for the dead.
+    hash.add(now_.lockedBy);
+    return memory.hash(hash.value(), now_.views.data(), viewOf(bells), liveThreads);
+}
+
+}  // namespace model

@@ -1,0 +1,114 @@
+#ifndef LINXIPC_MODELS_MACHINE_KERNEL_H
+#define LINXIPC_MODELS_MACHINE_KERNEL_H
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "models/machine/memory.h"
+
+namespace model {
+
+/*
+ * As much of an operating system as endpoints use: bells, sets of watched descriptors, the lock on the arena's file,
+ * and the end of a process, which closes all that it had open. The source under exploration calls it instead of the
+ * real one: bell.h, arena_file.h and domain_path.h are implemented on it, and the system calls made elsewhere are
+ * wrapped by the linker.
+ */
+class Kernel {
+public:
+    /// As it is when no process runs.
+    void reset();
+
+    void begin() { beginning_ = now_; }
+    void rewind() { now_ = beginning_; }
+
+    /// The process is killed: all that it had open is closed.
+    void exit(unsigned process);
+
+    uint64_t hash(uint64_t seed, unsigned liveThreads) const;
+
+    // Bells, by spid. -1 with errno, 0 or an errno value, as bell.h says.
+    int makeBell(uint32_t spid);
+    int openBell(uint32_t spid);
+    void removeBell(uint32_t spid);
+    int writeBell(int descriptor, uint32_t record);
+    unsigned drainBell(int descriptor, uint32_t* records);
+    bool isBellDead(int descriptor);
+
+    int openArena();
+    int lockArena(int descriptor);
+
+    int makeSet();
+    int watch(int set, int descriptor, uint32_t events, uint32_t tag);
+    int unwatch(int set, int descriptor);
+    struct Event {
+        uint32_t events;
+        uint32_t tag;
+    };
+    int waitFor(int set, Event* events, int most, int milliseconds);
+
+    int makeTimer();
+    void close(int descriptor);
+    bool owns(int descriptor) const { return descriptor >= firstDescriptor; }
+
+    static constexpr unsigned bellCapacity = 4;
+
+private:
+    static constexpr int firstDescriptor = 10000;
+    static constexpr size_t maxBells = 12;
+    static constexpr size_t maxDescriptors = 96;
+    static constexpr size_t maxWatches = 48;
+    static constexpr uint8_t nobody = 0xff;
+    static constexpr size_t lockView = 0;
+    static constexpr size_t viewOf(size_t bell) { return bell + 1; }
+
+    enum class Kind : uint8_t { none, reader, writer, arena, set, timer };
+    struct Descriptor {
+        Kind kind;
+        uint8_t process;
+        uint8_t bell;
+    };
+    struct Bell {
+        uint32_t spid;
+        bool named;
+        uint8_t readers;
+        uint8_t count;
+        uint32_t records[bellCapacity];
+    };
+    struct Watch {
+        bool used;
+        uint8_t set;
+        uint8_t descriptor;
+        uint32_t events;
+        uint32_t tag;
+    };
+    struct State {
+        std::array<Bell, maxBells> bells;
+        std::array<Descriptor, maxDescriptors> descriptors;
+        std::array<Watch, maxWatches> watches;
+        uint8_t lockedBy;  ///< the descriptor
+        std::array<View, maxBells + 1> views;  ///< of the lock, then of the bells
+    };
+
+    int add(Kind kind, size_t bell);
+    Descriptor& at(int descriptor) { return now_.descriptors[static_cast<size_t>(descriptor - firstDescriptor)]; }
+    size_t findBell(uint32_t spid) const;
+    uint32_t eventsOf(const Watch& watch) const;
+    bool hasEvents(size_t set) const;
+    void meet(size_t object);
+    void closeFor(size_t descriptor);
+    size_t bellsUsed() const;
+
+    State now_{};
+    State beginning_{};
+};
+
+extern Kernel kernel;
+
+/// For traces: which field of the arena a word is. Implemented by those who know the layout.
+std::string nameOfWord(const uint32_t* word);
+
+}  // namespace model
+
+#endif

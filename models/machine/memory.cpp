@@ -1,0 +1,257 @@
+#include "models/machine/memory.h"
+
+#include <algorithm>
+
+#include "models/machine/hash.h"
+#include "models/machine/heap.h"
+#include "models/machine/scheduler.h"
+
+namespace model {
+namespace {
+
+bool acquires(std::memory_order order) {
+    return order == std::memory_order_acquire || order == std::memory_order_acq_rel ||
+           order == std::memory_order_seq_cst;
+}
+bool releases(std::memory_order order) {
+    return order == std::memory_order_release || order == std::memory_order_acq_rel ||
+           order == std::memory_order_seq_cst;
+}
+bool severalBits(unsigned bits) {
+    return (bits & (bits - 1)) != 0;
+}
+
+}  // namespace
+
+Memory memory;
+
+void View::join(const View& other) {
+    for (size_t i = 0; i < from.size(); ++i) from[i] = std::max(from[i], other.from[i]);
+}
+
+void Memory::cover(void* base, size_t bytes) {
+    base_ = static_cast<uint32_t*>(base);
+    words_ = bytes / sizeof(uint32_t);
+    shared_.assign(words_, notShared);
+    readers_.assign(words_, 0);
+    writers_.assign(words_, 0);
+    dirty_.assign(words_, 0);
+}
+
+void Memory::forgetShared() {
+    std::fill(shared_.begin(), shared_.end(), notShared);
+    std::fill(readers_.begin(), readers_.end(), uint8_t{0});
+    std::fill(writers_.begin(), writers_.end(), uint8_t{0});
+    sharedWords_.clear();
+    foundMore_ = false;
+}
+
+void Memory::begin() {
+    for (const auto& [index, value] : before_) dirty_[index] = 0;
+    before_.clear();
+}
+
+void Memory::rewind() {
+    for (auto change = before_.rbegin(); change != before_.rend(); ++change) {
+        base_[change->first] = change->second;
+        dirty_[change->first] = 0;
+    }
+    before_.clear();
+    histories_.resize(sharedWords_.size());
+    for (size_t i = 0; i < histories_.size(); ++i) {
+        histories_[i].messages.assign(1, {base_[sharedWords_[i]], {}});
+        histories_[i].lastSeqCst = 0;
+    }
+    views_.fill(View());
+}
+
+/// Remembers who uses a word; one that a thread writes and another uses is shared from now on.
+void Memory::note(size_t index, bool writes) {
+    const auto self = static_cast<uint8_t>(1u << scheduler.thread());
+    uint8_t& users = writes ? writers_[index] : readers_[index];
+    if ((users & self) != 0) return;
+    users = static_cast<uint8_t>(users | self);
+    if (writers_[index] == 0 || !severalBits(readers_[index] | writers_[index])) return;
+    const HostHeap heap;
+    shared_[index] = static_cast<uint16_t>(sharedWords_.size());
+    sharedWords_.push_back(static_cast<uint32_t>(index));
+    foundMore_ = true;
+    scheduler.abandon(sharedWords_.size() > maxShared ? "more shared words than the model holds" : nullptr);
+}
+
+uint16_t Memory::sharedAt(const uint32_t& word, bool writes) {
+    if (!scheduler.exploring() || !covers(&word)) return notShared;
+    const size_t index = indexOf(&word);
+    if (shared_[index] == notShared) note(index, writes);
+    return shared_[index];
+}
+
+void Memory::keepFirst(size_t index) {
+    if (dirty_[index] != 0) return;
+    const HostHeap heap;
+    dirty_[index] = 1;
+    before_.push_back({index, base_[index]});
+}
+
+uint16_t Memory::oldestReadable(unsigned thread, uint16_t shared, std::memory_order order) const {
+    const uint16_t from = views_[thread].from[shared];
+    return order == std::memory_order_seq_cst ? std::max(from, histories_[shared].lastSeqCst) : from;
+}
+
+uint32_t Memory::waysOf(unsigned thread, const Access& access) const {
+    const uint16_t from = oldestReadable(thread, access.shared, access.order);
+    const auto& messages = histories_[access.shared].messages;
+    if (access.kind == Access::load) return static_cast<uint32_t>(messages.size() - from);
+    if (access.kind != Access::compareExchange) return 1;
+    // It reads any value that is not the expected one and fails, or the newest and succeeds.
+    uint32_t ways = messages.back().value == access.expected ? 1 : 0;
+    for (size_t i = from; i < messages.size(); ++i) {
+        if (messages[i].value != access.expected) ++ways;
+    }
+    return ways;
+}
+
+uint32_t Memory::readMessage(uint16_t shared, uint16_t which, std::memory_order order) {
+    View& view = views_[scheduler.thread()];
+    const Message& message = histories_[shared].messages[which];
+    view.from[shared] = std::max(view.from[shared], which);
+    if (acquires(order)) view.join(message.view);
+    scheduler.observed(message.value);
+    return message.value;
+}
+
+void Memory::append(uint32_t& word, uint16_t shared, uint32_t to, std::memory_order order, const View* inherited) {
+    View& view = views_[scheduler.thread()];
+    History& history = histories_[shared];
+    const auto number = static_cast<uint16_t>(history.messages.size());
+    view.from[shared] = number;
+    Message message{to, {}};
+    if (inherited != nullptr) message.view = *inherited;
+    if (releases(order)) message.view.join(view);
+    message.view.from[shared] = number;
+    const HostHeap heap;
+    history.messages.push_back(message);
+    if (order == std::memory_order_seq_cst) history.lastSeqCst = number;
+    keepFirst(indexOf(&word));
+    word = to;
+}
+
+uint32_t Memory::read(const uint32_t& word, std::memory_order order) {
+    const uint16_t shared = sharedAt(word, false);
+    if (shared == notShared) return word;
+    const uint32_t way = scheduler.pause({Access::load, shared, order, 0});
+    // The newest first, which is what a machine does most of the time.
+    return readMessage(shared, static_cast<uint16_t>(newest(shared) - way), order);
+}
+
+void Memory::write(uint32_t& word, uint32_t to, std::memory_order order) {
+    const uint16_t shared = sharedAt(word, true);
+    if (shared == notShared) {
+        if (covers(&word)) keepFirst(indexOf(&word));
+        word = to;
+        return;
+    }
+    scheduler.pause({Access::store, shared, order, 0});
+    append(word, shared, to, order, nullptr);
+}
+
+template <class Change>
+uint32_t Memory::update(uint32_t& word, std::memory_order order, Change change) {
+    const uint16_t shared = sharedAt(word, true);
+    if (shared == notShared) {
+        if (covers(&word)) keepFirst(indexOf(&word));
+        const uint32_t found = word;
+        word = change(found);
+        return found;
+    }
+    scheduler.pause({Access::update, shared, order, 0});
+    const uint32_t found = readMessage(shared, newest(shared), order);
+    const View inherited = histories_[shared].messages.back().view;
+    append(word, shared, change(found), order, &inherited);
+    return found;
+}
+
+bool Memory::compareAndWrite(uint32_t& word, uint32_t& expected, uint32_t to, std::memory_order success,
+                             std::memory_order failure) {
+    const uint16_t shared = sharedAt(word, true);
+    if (shared == notShared) {
+        const bool equal = word == expected;
+        expected = word;
+        if (!equal) return false;
+        if (covers(&word)) keepFirst(indexOf(&word));
+        word = to;
+        return true;
+    }
+    uint32_t way = scheduler.pause({Access::compareExchange, shared, failure, expected});
+    const auto& messages = histories_[shared].messages;
+    if (messages.back().value == expected && way-- == 0) {
+        readMessage(shared, newest(shared), success);
+        const View inherited = messages.back().view;
+        append(word, shared, to, success, &inherited);
+        return true;
+    }
+    for (size_t i = messages.size(); i-- > 0;) {
+        if (messages[i].value == expected || way-- != 0) continue;
+        expected = readMessage(shared, static_cast<uint16_t>(i), failure);
+        break;
+    }
+    return false;
+}
+
+void Memory::synchronise(unsigned thread, View& object) {
+    views_[thread].join(object);
+    object = views_[thread];
+}
+
+uint64_t Memory::hash(uint64_t seed, const View* kernelViews, size_t count, unsigned liveThreads) const {
+    Hash hash(seed);
+    const size_t words = sharedWords_.size();
+    // Nobody reads what lies before the oldest message that a living thread may read, so states that differ in
+    // nothing else are the same: all numbers count from there.
+    std::array<uint16_t, maxShared> base;
+    for (size_t s = 0; s < words; ++s) {
+        base[s] = newest(static_cast<uint16_t>(s));
+        for (unsigned t = 0; t < maxThreads; ++t) {
+            if ((liveThreads >> t & 1) != 0) base[s] = std::min(base[s], views_[t].from[s]);
+        }
+    }
+    const auto addView = [&](const View& view) {
+        for (size_t s = 0; s < words; ++s) {
+            if (view.from[s] > base[s]) hash.add(s << 16 | (view.from[s] - base[s]));
+        }
+        hash.add(~uint64_t{0});
+    };
+    for (unsigned t = 0; t < maxThreads; ++t) {
+        if ((liveThreads >> t & 1) != 0) addView(views_[t]);
+    }
+    for (size_t i = 0; i < count; ++i) addView(kernelViews[i]);
+    for (size_t s = 0; s < words; ++s) {
+        const History& history = histories_[s];
+        hash.add(history.messages.size() - base[s]);
+        hash.add(history.lastSeqCst > base[s] ? history.lastSeqCst - base[s] : 0);
+        for (size_t i = base[s]; i < history.messages.size(); ++i) {
+            hash.add(history.messages[i].value);
+            addView(history.messages[i].view);
+        }
+    }
+    return hash.value();
+}
+
+uint32_t load(const uint32_t& word, std::memory_order order) {
+    return memory.read(word, order);
+}
+void store(uint32_t& word, uint32_t to, std::memory_order order) {
+    memory.write(word, to, order);
+}
+uint32_t exchange(uint32_t& word, uint32_t to, std::memory_order order) {
+    return memory.update(word, order, [to](uint32_t) { return to; });
+}
+uint32_t add(uint32_t& word, uint32_t n, std::memory_order order) {
+    return memory.update(word, order, [n](uint32_t found) { return found + n; });
+}
+bool compareExchange(uint32_t& word, uint32_t& expected, uint32_t to, std::memory_order success,
+                     std::memory_order failure) {
+    return memory.compareAndWrite(word, expected, to, success, failure);
+}
+
+}  // namespace model

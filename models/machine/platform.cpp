@@ -1,0 +1,158 @@
+// What endpoints ask of the operating system, asked of the modelled one.
+
+#include <sys/epoll.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/timerfd.h>
+#include <time.h>
+
+#include <cerrno>
+
+#include "host/arena/arena_file.h"
+#include "host/arena/domain_path.h"
+#include "host/mailbox/bell.h"
+#include "models/machine/kernel.h"
+#include "models/machine/platform.h"
+#include "models/machine/scheduler.h"
+
+namespace model {
+namespace {
+
+constexpr uint32_t arenaUnits = 1024;
+constexpr int directoryDescriptor = 9000;
+constexpr int fileDescriptor = 9001;
+
+void* arenaMemory = nullptr;
+
+size_t arenaBytes() {
+    return size_t{linx::firstPoolPage(arenaUnits) + arenaUnits} * linx::unitBytes;
+}
+
+}  // namespace
+
+void layArena() {
+    if (arenaMemory == nullptr) {
+        arenaMemory = mmap(nullptr, arenaBytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        memory.cover(arenaMemory, arenaBytes());
+    }
+    madvise(arenaMemory, arenaBytes(), MADV_DONTNEED);  // all zero again
+}
+
+}  // namespace model
+
+namespace linx {
+
+std::string domainPath() {
+    return "model";
+}
+int openDomainDirectory(const std::string&) {
+    return model::directoryDescriptor;
+}
+int openArenaFile(int) {
+    return model::kernel.openArena();
+}
+int openOrMakeArenaFile(int, unsigned) {
+    return model::fileDescriptor;
+}
+uint32_t checkArenaFile(int) {
+    return model::arenaUnits;
+}
+void* mapArenaFile(int, uint32_t) {
+    return model::arenaMemory;
+}
+bool reservePages(int, uint32_t, uint32_t) {
+    return true;
+}
+
+namespace bell {
+
+int make(int, Spid spid, unsigned) {
+    return model::kernel.makeBell(spid);
+}
+int open(int, Spid spid) {
+    return model::kernel.openBell(spid);
+}
+void remove(int, Spid spid) {
+    model::kernel.removeBell(spid);
+}
+int ring(int descriptor) {
+    const int result = model::kernel.writeBell(descriptor, 0);
+    return result == EAGAIN ? 0 : result;
+}
+bool introduce(int descriptor, Spid self) {
+    return model::kernel.writeBell(descriptor, self) == 0;
+}
+void drain(int descriptor, std::vector<Spid>* introduced) {
+    uint32_t records[model::Kernel::bellCapacity];
+    const unsigned count = model::kernel.drainBell(descriptor, records);
+    for (unsigned i = 0; i < count; ++i) {
+        if (introduced != nullptr && records[i] != 0) introduced->push_back(records[i]);
+    }
+}
+bool isDead(int descriptor) {
+    return model::kernel.isBellDead(descriptor);
+}
+
+}  // namespace bell
+}  // namespace linx
+
+extern "C" {
+
+int __real_close(int descriptor);
+
+int __wrap_close(int descriptor) {
+    if (descriptor == model::directoryDescriptor || descriptor == model::fileDescriptor) return 0;
+    if (!model::kernel.owns(descriptor)) return __real_close(descriptor);
+    model::kernel.close(descriptor);
+    return 0;
+}
+int __wrap_fstat(int, struct stat* status) {
+    *status = {};
+    status->st_mode = S_IFDIR | 0700;
+    status->st_dev = 1;
+    status->st_ino = 1;
+    return 0;
+}
+int __wrap_flock(int descriptor, int) {
+    return model::kernel.lockArena(descriptor);
+}
+// Each modelled process has one thread.
+int __wrap_pthread_mutex_lock(pthread_mutex_t*) {
+    return 0;
+}
+int __wrap_pthread_mutex_unlock(pthread_mutex_t*) {
+    return 0;
+}
+
+int __wrap_epoll_create1(int) {
+    return model::kernel.makeSet();
+}
+int __wrap_epoll_ctl(int set, int operation, int descriptor, epoll_event* event) {
+    if (operation == EPOLL_CTL_DEL) return model::kernel.unwatch(set, descriptor);
+    return model::kernel.watch(set, descriptor, event->events, event->data.u32);
+}
+int __wrap_epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
+    model::Kernel::Event found[16];
+    const int count = model::kernel.waitFor(set, found, most < 16 ? most : 16, milliseconds);
+    for (int i = 0; i < count; ++i) {
+        events[i].events = found[i].events;
+        events[i].data.u32 = found[i].tag;
+    }
+    return count;
+}
+
+int __wrap_timerfd_create(int, int) {
+    return model::kernel.makeTimer();
+}
+int __wrap_timerfd_settime(int, int, const itimerspec*, itimerspec*) {
+    return 0;
+}
+int __wrap_clock_gettime(clockid_t clock, timespec* time) {
+    // Each question takes a microsecond; the kernel's ticks are far apart.
+    const uint64_t asked = clock == CLOCK_MONOTONIC ? model::scheduler.countTimeAsked() : 0;
+    *time = {1000, static_cast<long>(asked * 1000)};
+    return 0;
+}
+
+}  // extern "C"

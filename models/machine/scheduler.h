@@ -1,0 +1,108 @@
+#ifndef LINXIPC_MODELS_MACHINE_SCHEDULER_H
+#define LINXIPC_MODELS_MACHINE_SCHEDULER_H
+
+#include <functional>
+#include <string>
+
+#include "models/machine/memory.h"
+
+namespace model {
+
+/// Decides at every fork of an execution how it goes on.
+class Chooser {
+public:
+    virtual ~Chooser() = default;
+    /// One of `count` ways, `count` >= 1.
+    virtual uint32_t choose(uint32_t count) = 0;
+    /// Told of each state; true when nothing new can come of it.
+    virtual bool knows(uint64_t state) = 0;
+};
+
+/// Threads of one execution, each an endpoint's process, and what may befall them.
+struct Play {
+    unsigned threads;
+    unsigned mortal;   ///< bit t: thread t may be killed before any step that others can see
+    unsigned crashes;  ///< how many deaths at most
+    std::function<void(unsigned thread)> body;
+    std::function<const char*(unsigned thread)> nameOf;
+};
+
+enum class Ending {
+    complete,   ///< every thread has finished or died
+    known,      ///< reached a state that was there before
+    abandoned,  ///< see Scheduler::abandon
+    violated    ///< a claim does not hold; see Scheduler::violation
+};
+
+/// Runs threads as fibers of one process, one step that others can see at a time.
+class Scheduler {
+public:
+    /// Runs one execution from the beginning that memory and kernel have taken. With `trace`, tells each step there.
+    Ending run(const Play& play, Chooser& chooser, std::vector<std::string>* trace = nullptr);
+
+    /// Whether the caller is a thread of an execution, and which. Outside, the thread that `actAs` named.
+    bool exploring() const { return exploring_; }
+    unsigned thread() const { return current_; }
+    void actAs(unsigned thread) { current_ = thread; }
+    bool isDead(unsigned thread) const { return threads_[thread].state == State::dead; }
+    unsigned deaths() const { return deaths_; }
+
+    /// Before an access to a shared word: lets others go first. Returns which of its ways the access goes.
+    uint32_t pause(const Access& access);
+
+    /// Before a system call that others can see: lets others go first, and waits until `ready`.
+    void call(const char* name, bool changesSomething, std::function<bool()> ready);
+
+    /// The thread has learnt something: its future may differ from now on.
+    void observed(uint64_t what);
+
+    /// Ends this execution; it counts for nothing. With `why`, the whole exploration is wrong.
+    void abandon(const char* why);
+
+    /// A claim does not hold. Ends the execution when it runs.
+    void violate(const std::string& claim);
+    const std::string& violation() const { return violation_; }
+
+    /// How often the running thread has asked for the time.
+    uint64_t countTimeAsked() { return threads_[current_].timeAsked++; }
+
+private:
+    enum class State : uint8_t { running, done, dead };
+    struct Thread {
+        State state;
+        bool inCall;
+        bool changesSomething;
+        Access access;
+        const char* callName;
+        std::function<bool()> ready;
+        uint32_t way;
+        uint64_t history;
+        uint64_t timeAsked;
+        uint16_t lastLoaded;
+        unsigned sameLoads;
+    };
+
+    static void enter();
+    void switchOut();
+    void resume(unsigned thread);
+    bool isEnabled(unsigned thread) const;
+    uint32_t waysOf(unsigned thread) const;
+    bool mayDie(unsigned thread) const;
+    uint64_t stateHash() const;
+    void kill(unsigned thread);
+    std::string describe(unsigned thread, uint32_t way) const;
+
+    const Play* play_ = nullptr;
+    bool exploring_ = false;
+    unsigned current_ = 0;
+    unsigned deaths_ = 0;
+    bool abandoned_ = false;
+    std::string violation_;
+    std::array<Thread, maxThreads> threads_;
+};
+
+extern Scheduler scheduler;
+
+}  // namespace model
+
+#endif

@@ -1,0 +1,94 @@
+// linx-models: explores the scenarios, and tells how many states it saw.
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+
+#include "models/machine/explorer.h"
+#include "models/machine/heap.h"
+#include "models/scenarios/scenario.h"
+
+namespace model {
+namespace {
+
+Result explore(const Scenario& scenario, const Limits& limits) {
+    memory.forgetShared();
+    Stage* stage = nullptr;
+    Model model;
+    model.play.threads = static_cast<unsigned>(scenario.acts.size());
+    model.play.mortal = scenario.mortal;
+    model.play.crashes = scenario.crashes;
+    model.play.body = [&](unsigned thread) { scenario.acts[thread](*stage); };
+    model.play.nameOf = [&](unsigned thread) { return scenario.actors[thread]; };
+    model.prepare = [&] {
+        stage = new Stage(scenario.actors, scenario.spinMicroseconds);
+        scenario.prepare(*stage);
+    };
+    model.check = [&] { stage->check(); };
+    return scenario.exhaustive ? exploreAll(model, limits) : exploreSome(model, limits);
+}
+
+void tell(const Scenario& scenario, const Result& result, double seconds) {
+    const char* how = !scenario.exhaustive ? "seeded" : result.exhausted ? "all" : "cut off";
+    std::printf("%-22s %-8s %10llu %10llu %7.1f s  %s\n", scenario.name, how,
+                static_cast<unsigned long long>(result.states), static_cast<unsigned long long>(result.executions),
+                seconds, result.violation.empty() ? "holds" : result.violation.c_str());
+    std::fflush(stdout);
+}
+
+struct Options {
+    std::string only;
+    bool trace = false;
+    bool expectViolation = false;
+    Limits limits{20000000, 20000, 1};
+};
+
+/// The number of scenarios in which a claim does not hold.
+int exploreEverything(const Options& options) {
+    int violated = 0;
+    uint64_t states = 0;
+    uint64_t executions = 0;
+    std::printf("%-22s %-8s %10s %10s\n", "scenario", "states", "explored", "executions");
+    for (const Scenario* scenario : Scenario::all()) {
+        if (!options.only.empty() && options.only != scenario->name) continue;
+        const auto start = std::chrono::steady_clock::now();
+        const Result result = explore(*scenario, options.limits);
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+        tell(*scenario, result, took.count());
+        states += result.states;
+        executions += result.executions;
+        if (result.violation.empty()) continue;
+        ++violated;
+        if (options.trace) {
+            for (const std::string& step : result.trace) std::printf("    %s\n", step.c_str());
+        }
+        if (options.expectViolation) break;
+    }
+    std::printf("%llu states explored in %llu executions, %d scenarios violated\n",
+                static_cast<unsigned long long>(states), static_cast<unsigned long long>(executions), violated);
+    return violated;
+}
+
+}  // namespace
+
+std::vector<const Scenario*>& Scenario::all() {
+    static std::vector<const Scenario*> scenarios;
+    return scenarios;
+}
+
+}  // namespace model
+
+int main(int argc, char** argv) {
+    CLI::App app("Explores what the endpoints of a domain may do to each other, on a weak memory, with deaths.");
+    model::Options options;
+    app.add_option("--scenario", options.only, "Only this one");
+    app.add_option("--states", options.limits.states, "States after which an exploration is cut off");
+    app.add_option("--executions", options.limits.executions, "Executions of a seeded exploration");
+    app.add_option("--seed", options.limits.seed, "Of the seeded explorations");
+    app.add_flag("--trace", options.trace, "Tell the steps that led to a violation");
+    app.add_flag("--expect-violation", options.expectViolation, "Succeed when a claim does not hold");
+    CLI11_PARSE(app, argc, argv);
+    const int violated = model::exploreEverything(options);
+    return (violated != 0) == options.expectViolation ? 0 : 1;
+}

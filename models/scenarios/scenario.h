@@ -1,0 +1,32 @@
+#ifndef LINXIPC_MODELS_SCENARIOS_SCENARIO_H
+#define LINXIPC_MODELS_SCENARIOS_SCENARIO_H
+
+#include <string>
+#include <vector>
+
+#include "models/scenarios/stage.h"
+
+namespace model {
+
+/// A few endpoints with a few operations each, and who of them may die. Makes itself known.
+struct Scenario {
+    const char* name;
+    const char* story;
+    std::vector<const char*> actors;  ///< the names of their endpoints
+    unsigned mortal;                  ///< bit i: actor i may be killed at every step
+    unsigned crashes;                 ///< how many deaths at most
+    const char* spinMicroseconds;     ///< the looking budget of all
+    bool exhaustive;                  ///< small enough to reach every state; otherwise seeded schedules
+    std::function<void(Stage&)> prepare;
+    std::vector<std::function<void(Stage&)>> acts;  ///< what each actor does, side by side
+
+    static std::vector<const Scenario*>& all();
+};
+
+struct Announce {
+    explicit Announce(const Scenario& scenario) { Scenario::all().push_back(&scenario); }
+};
+
+}  // namespace model
+
+#endif

@@ -1,0 +1,104 @@
+#ifndef LINXIPC_MODELS_SCENARIOS_STAGE_H
+#define LINXIPC_MODELS_SCENARIOS_STAGE_H
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/endpoint/endpoint.h"
+#include "models/machine/scheduler.h"
+
+namespace model {
+
+constexpr unsigned maxActors = maxThreads;
+
+/*
+ * The endpoints of a scenario, and the books on what they send and receive. The claims that hold in every execution:
+ *
+ *   1  no lost wake-up: nobody sleeps for ever while there is a signal for him
+ *   2  no signal is lost between two that live, none comes twice, and none overtakes another of the same sender
+ *   3  what is received is what was sent: number, size, content, sender
+ *   4  no block has two owners
+ *   5  a supervisor is told of an end once, after what the dead one had sent
+ *   6  a death costs at most one block, and reaping finds everything else
+ *   7  at the end every word of the arena is in order
+ *
+ * Claim 1 is the scheduler's; the others are looked after here.
+ */
+class Stage {
+public:
+    Stage(const std::vector<const char*>& names, const char* spinMicroseconds);
+
+    // What an actor may do in its act; the running one is meant.
+
+    /// Sends the next of the signals numbered for `to`, over `via` if that is another. Returns what the send returned.
+    int send(unsigned to) { return send(to, to); }
+    int send(unsigned to, unsigned via);
+    /// Receives one signal and books it; waits without limit, or not at all. False when there was none.
+    bool receive(bool mayWait = true);
+    /// Receives until the notice of somebody's end has come.
+    void receiveUntilNotice(unsigned of);
+    /// Receives until so many signals of `from` have come.
+    void receiveFrom(unsigned from, unsigned count);
+    /// Receives a signal that is meant for another and sends the same block on.
+    void relay();
+    void supervise(unsigned whom);
+    /// A hunt for an actor that may not have opened yet; answered by a signal that `receive` books.
+    void hunt(unsigned whom);
+    void open(unsigned actor);
+    /// Allocates a signal and keeps it; frees one that was kept.
+    bool keep();
+    void freeKept();
+
+    bool answered(unsigned whom) const { return answered_[whom] != 0; }
+    linx::Spid spidOf(unsigned actor) const { return spids_[actor]; }
+    linx::Endpoint& endpoint(unsigned actor) { return *endpoints_[actor]; }
+    const linx::Arena& arena() const;
+
+    /// Lets an actor of `prepare` do things; and end, as by a kill.
+    void as(unsigned actor) { scheduler.actAs(actor); }
+    void killNow(unsigned actor);
+
+    /// At the end of an execution: what is left is received, everybody who died is reaped, everybody closes; the
+    /// claims must hold.
+    void check();
+
+private:
+    static constexpr uint32_t letter = 1000;  ///< signal number of what actors send each other
+    static constexpr uint32_t notice = 2000;  ///< plus the actor supervised
+    static constexpr uint32_t found = 3000;   ///< plus the actor hunted
+
+    unsigned self() const { return scheduler.thread(); }
+    bool isDead(unsigned actor) const { return killed_[actor] || scheduler.isDead(actor); }
+    linx::Endpoint& own() { return *endpoints_[self()]; }
+    LinxSignal* allocate(uint32_t bytes, uint32_t number);
+    LinxSignal* receiveSignal(bool mayWait, uint32_t& size);
+    void hold(LinxSignal* signal);
+    void letGo(LinxSignal* signal);
+    void book(LinxSignal* signal, uint32_t size);
+    void bookLetter(LinxSignal* signal, uint32_t size);
+    unsigned actorOf(linx::Spid spid) const;
+    void checkLetters();
+    void checkArena(bool all);
+    void closeAll();
+
+    std::vector<const char*> names_;
+    std::array<linx::Endpoint*, maxActors> endpoints_{};
+    std::array<linx::Spid, maxActors> spids_{};
+    std::array<bool, maxActors> killed_{};
+    std::array<std::array<unsigned, maxActors>, maxActors> begun_{};
+    std::array<std::array<unsigned, maxActors>, maxActors> sent_{};
+    std::array<std::array<unsigned, maxActors>, maxActors> received_{};
+    std::array<std::array<unsigned, maxActors>, maxActors> noticed_{};
+    std::array<std::array<unsigned, maxActors>, maxActors> supervised_{};
+    std::array<unsigned, maxActors> answered_{};
+    std::array<unsigned, maxActors> hunted_{};
+    std::vector<std::pair<LinxSignal*, unsigned>> held_;  ///< by whom
+    std::array<std::vector<LinxSignal*>, maxActors> kept_;
+    std::array<std::array<unsigned, maxActors>, maxActors> via_{};
+};
+
+}  // namespace model
+
+#endif
