@@ -12,13 +12,22 @@
 namespace model {
 namespace {
 
-Result explore(const Scenario& scenario, const Limits& limits) {
+struct Options {
+    std::string only;
+    unsigned switches = unlimited;
+    bool trace = false;
+    bool expectViolation = false;
+    Limits limits{20000000, 20000, 1};
+};
+
+Result explore(const Scenario& scenario, const Options& options) {
     memory.forgetShared();
     Stage* stage = nullptr;
     Model model;
     model.play.threads = static_cast<unsigned>(scenario.acts.size());
     model.play.mortal = scenario.mortal;
     model.play.crashes = scenario.crashes;
+    model.play.switches = options.switches;
     model.play.body = [&](unsigned thread) { scenario.acts[thread](*stage); };
     model.play.nameOf = [&](unsigned thread) { return scenario.actors[thread]; };
     model.prepare = [&] {
@@ -26,7 +35,7 @@ Result explore(const Scenario& scenario, const Limits& limits) {
         scenario.prepare(*stage);
     };
     model.check = [&] { stage->check(); };
-    return scenario.exhaustive ? exploreAll(model, limits) : exploreSome(model, limits);
+    return scenario.exhaustive ? exploreAll(model, options.limits) : exploreSome(model, options.limits);
 }
 
 void tell(const Scenario& scenario, const Result& result, double seconds) {
@@ -37,13 +46,6 @@ void tell(const Scenario& scenario, const Result& result, double seconds) {
     std::fflush(stdout);
 }
 
-struct Options {
-    std::string only;
-    bool trace = false;
-    bool expectViolation = false;
-    Limits limits{20000000, 20000, 1};
-};
-
 /// The number of scenarios in which a claim does not hold.
 int exploreEverything(const Options& options) {
     int violated = 0;
@@ -53,7 +55,7 @@ int exploreEverything(const Options& options) {
     for (const Scenario* scenario : Scenario::all()) {
         if (!options.only.empty() && options.only != scenario->name) continue;
         const auto start = std::chrono::steady_clock::now();
-        const Result result = explore(*scenario, options.limits);
+        const Result result = explore(*scenario, options);
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
         tell(*scenario, result, took.count());
         states += result.states;
@@ -86,6 +88,7 @@ int main(int argc, char** argv) {
     app.add_option("--states", options.limits.states, "States after which an exploration is cut off");
     app.add_option("--executions", options.limits.executions, "Executions of a seeded exploration");
     app.add_option("--seed", options.limits.seed, "Of the seeded explorations");
+    app.add_option("--switches", options.switches, "How often a thread that could go on is left for another, at most");
     app.add_flag("--trace", options.trace, "Tell the steps that led to a violation");
     app.add_flag("--expect-violation", options.expectViolation, "Succeed when a claim does not hold");
     CLI11_PARSE(app, argc, argv);

@@ -17,10 +17,9 @@ public:
         if (depth_ == path_.size()) path_.push_back({0, count});
         return path_[depth_++].chosen;
     }
-    bool knows(uint64_t state) override {
-        // On the repeated part the states are known, and lead to something new.
-        return depth_ >= path_.size() && !states_.insert(state).second;
-    }
+    // On the repeated part the states are known, and lead to something new.
+    bool wantsState() const override { return depth_ == path_.size(); }
+    bool knows(uint64_t state) override { return !states_.insert(state).second; }
 
     /// On to the next branch. False when there is none.
     bool advance() {
@@ -55,13 +54,14 @@ private:
 /// Draws every choice, and remembers it.
 class Drawn : public Chooser {
 public:
-    explicit Drawn(uint64_t seed) : random_(seed) {}
+    Drawn(uint64_t seed, bool countsStates) : random_(seed), countsStates_(countsStates) {}
     uint32_t choose(uint32_t count) override {
         // Mostly the first ways, or no execution would ever run far without a switch, a stale read or a death.
         const auto drawn = static_cast<uint32_t>(random_() % count);
         choices_.push_back(random_() % 4 == 0 ? drawn : std::min(drawn, favourite(count)));
         return choices_.back();
     }
+    bool wantsState() const override { return countsStates_; }
     bool knows(uint64_t state) override {
         states_.insert(state);
         return false;
@@ -80,6 +80,7 @@ private:
     }
 
     std::mt19937_64 random_;
+    bool countsStates_;
     uint32_t favourite_ = 0;
     std::vector<uint32_t> choices_;
     std::unordered_set<uint64_t> states_;
@@ -91,6 +92,7 @@ public:
     uint32_t choose(uint32_t count) override {
         return next_ < choices_.size() ? std::min(choices_[next_++], count - 1) : 0;
     }
+    bool wantsState() const override { return false; }
     bool knows(uint64_t) override { return false; }
 
 private:
@@ -142,7 +144,7 @@ void tell(const Beginning& beginning, const std::vector<uint32_t>& choices, Resu
 
 /// Lets executions find out which words are shared, so that the exploration need not begin anew for each.
 void findShared(const Beginning& beginning, uint64_t seed) {
-    Drawn chooser(seed);
+    Drawn chooser(seed, false);
     for (unsigned quiet = 0; quiet < 3000; ++quiet) {
         chooser.restart();
         beginning.run(chooser);
@@ -184,7 +186,7 @@ Result exploreSome(const Model& model, const Limits& limits) {
     const Beginning beginning(model);
     findShared(beginning, limits.seed);
     Result result;
-    Drawn chooser(limits.seed);
+    Drawn chooser(limits.seed, true);
     while (result.executions < limits.executions) {
         chooser.restart();
         const Ending ending = beginning.run(chooser);

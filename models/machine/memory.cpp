@@ -145,7 +145,8 @@ uint32_t Memory::read(const uint32_t& word, std::memory_order order) {
 }
 
 void Memory::write(uint32_t& word, uint32_t to, std::memory_order order) {
-    const uint16_t shared = sharedAt(word, true);
+    // A store of what is there already makes nothing shared: who clears a whole table uses few of its words.
+    const uint16_t shared = sharedAt(word, word != to);
     if (shared == notShared) {
         if (covers(&word)) keepFirst(indexOf(&word));
         word = to;

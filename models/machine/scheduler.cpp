@@ -15,6 +15,7 @@ namespace {
 
 constexpr size_t stackBytes = 256u << 10;
 constexpr uint16_t nothing = 0xffff;
+constexpr unsigned mostSteps = 20000;
 
 struct Fiber {
     alignas(16) char stack[stackBytes];
@@ -45,7 +46,11 @@ void Scheduler::resume(unsigned thread) {
     current_ = thread;
     Fiber& fiber = fibers[thread];
     const WorldHeap heap;
-    if (_setjmp(schedulerPlace) != 0) return;
+    inThread_ = true;
+    if (_setjmp(schedulerPlace) != 0) {
+        inThread_ = false;
+        return;
+    }
     if (fiber.started) _longjmp(fiber.place, 1);
     fiber.started = true;
     getcontext(&fiber.start);
@@ -67,48 +72,61 @@ Ending Scheduler::run(const Play& play, Chooser& chooser, std::vector<std::strin
         threads_[t].lastLoaded = nothing;
         fibers[t].started = false;
     }
+    switchesLeft_ = play.switches;
+    last_ = 0;
     exploring_ = true;
     // To its first step: nothing that others see happens before.
     for (unsigned t = 0; t < play.threads && !abandoned_; ++t) resume(t);
     Ending ending = Ending::complete;
-    for (;;) {
-        if (abandoned_) ending = violation_.empty() ? Ending::abandoned : Ending::violated;
-        if (abandoned_) break;
+    for (unsigned steps = 0; !abandoned_; ++steps) {
         uint32_t ways[maxThreads] = {};
         uint32_t total = 0;
-        bool running = false;
-        for (unsigned t = 0; t < play.threads; ++t) {
-            running = running || threads_[t].state == State::running;
-            if (isEnabled(t)) ways[t] = waysOf(t) + (mayDie(t) ? 1 : 0);
-            total += ways[t];
-        }
-        if (!running) break;
-        if (total == 0) {
-            std::string sleepers;
-            for (unsigned t = 0; t < play.threads; ++t) {
-                if (threads_[t].state == State::running) sleepers += std::string(" ") + play.nameOf(t);
-            }
-            violation_ = "a wake-up is lost: for ever asleep:" + sleepers;
-            ending = Ending::violated;
-            break;
-        }
-        if (chooser.knows(stateHash())) {
+        const bool running = countWays(ways, total);
+        if (running && total == 0) violate(sleepers());
+        if (steps == mostSteps) violate("an execution does not end");
+        if (abandoned_) break;
+        if (chooser.wantsState() && chooser.knows(stateHash())) {
             ending = Ending::known;
             break;
         }
+        if (!running) break;
         uint32_t choice = total == 1 ? 0 : chooser.choose(total);
         unsigned next = 0;
         while (choice >= ways[next]) choice -= ways[next++];
         if (trace != nullptr) trace->push_back(describe(next, choice));
-        if (choice == waysOf(next)) {
-            kill(next);
-            continue;
-        }
-        threads_[next].way = choice;
-        resume(next);
+        step(next, choice);
     }
     exploring_ = false;
+    if (abandoned_) ending = violation_.empty() ? Ending::abandoned : Ending::violated;
     return ending;
+}
+
+/// In how many ways each thread can take its next step, dying included. False when all have come to their end.
+bool Scheduler::countWays(uint32_t* ways, uint32_t& total) const {
+    bool running = false;
+    const bool stay = switchesLeft_ == 0 && isEnabled(last_);
+    for (unsigned t = 0; t < play_->threads; ++t) {
+        running = running || threads_[t].state == State::running;
+        if (isEnabled(t) && (!stay || t == last_)) ways[t] = waysOf(t) + (mayDie(t) ? 1 : 0);
+        total += ways[t];
+    }
+    return running;
+}
+
+void Scheduler::step(unsigned thread, uint32_t way) {
+    if (thread != last_ && isEnabled(last_)) --switchesLeft_;
+    last_ = thread;
+    if (way == waysOf(thread)) return kill(thread);
+    threads_[thread].way = way;
+    resume(thread);
+}
+
+std::string Scheduler::sleepers() const {
+    std::string text = "a wake-up is lost, for ever asleep:";
+    for (unsigned t = 0; t < play_->threads; ++t) {
+        if (threads_[t].state == State::running) text += std::string(" ") + play_->nameOf(t);
+    }
+    return text;
 }
 
 bool Scheduler::isEnabled(unsigned thread) const {
@@ -134,6 +152,10 @@ void Scheduler::kill(unsigned thread) {
 
 uint64_t Scheduler::stateHash() const {
     Hash hash;
+    if (play_->switches != unlimited) {
+        hash.add(last_);
+        hash.add(switchesLeft_);
+    }
     unsigned live = 0;
     for (unsigned t = 0; t < play_->threads; ++t) {
         hash.add(static_cast<uint64_t>(threads_[t].state));
@@ -170,6 +192,12 @@ void Scheduler::call(const char* name, bool changesSomething, std::function<bool
     self.inCall = false;
 }
 
+void Scheduler::dieNow() {
+    call("is killed", false, [] { return true; });
+    kill(current_);
+    switchOut();
+}
+
 void Scheduler::observed(uint64_t what) {
     Hash hash(threads_[current_].history);
     hash.add(what);
@@ -189,7 +217,7 @@ void Scheduler::violate(const std::string& claim) {
     const HostHeap heap;
     if (violation_.empty()) violation_ = claim;
     abandoned_ = true;
-    if (exploring_) switchOut();
+    if (exploring_ && inThread_) switchOut();
 }
 
 std::string Scheduler::describe(unsigned thread, uint32_t way) const {

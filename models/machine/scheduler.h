@@ -14,15 +14,20 @@ public:
     virtual ~Chooser() = default;
     /// One of `count` ways, `count` >= 1.
     virtual uint32_t choose(uint32_t count) = 0;
-    /// Told of each state; true when nothing new can come of it.
+    /// Whether it wants to be told of the state that is reached now.
+    virtual bool wantsState() const = 0;
+    /// Told of a state; true when nothing new can come of it.
     virtual bool knows(uint64_t state) = 0;
 };
+
+constexpr unsigned unlimited = ~0u;
 
 /// Threads of one execution, each an endpoint's process, and what may befall them.
 struct Play {
     unsigned threads;
     unsigned mortal;   ///< bit t: thread t may be killed before any step that others can see
     unsigned crashes;  ///< how many deaths at most
+    unsigned switches;  ///< how often a thread that could go on may be left for another, at most
     std::function<void(unsigned thread)> body;
     std::function<const char*(unsigned thread)> nameOf;
 };
@@ -52,6 +57,9 @@ public:
 
     /// Before a system call that others can see: lets others go first, and waits until `ready`.
     void call(const char* name, bool changesSomething, std::function<bool()> ready);
+
+    /// The thread is killed here, if it has come so far. Does not return.
+    void dieNow();
 
     /// The thread has learnt something: its future may differ from now on.
     void observed(uint64_t what);
@@ -89,13 +97,19 @@ private:
     uint32_t waysOf(unsigned thread) const;
     bool mayDie(unsigned thread) const;
     uint64_t stateHash() const;
+    std::string sleepers() const;
+    bool countWays(uint32_t* ways, uint32_t& total) const;
+    void step(unsigned thread, uint32_t way);
     void kill(unsigned thread);
     std::string describe(unsigned thread, uint32_t way) const;
 
     const Play* play_ = nullptr;
     bool exploring_ = false;
+    bool inThread_ = false;
     unsigned current_ = 0;
     unsigned deaths_ = 0;
+    unsigned switchesLeft_ = 0;
+    unsigned last_ = 0;  ///< the thread that went last
     bool abandoned_ = false;
     std::string violation_;
     std::array<Thread, maxThreads> threads_;

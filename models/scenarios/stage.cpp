@@ -143,7 +143,11 @@ void Stage::book(LinxSignal* signal, uint32_t size) {
     const unsigned about = number % 1000;
     const bool isNotice = number == notice + about;
     if (about >= maxActors || (!isNotice && number != found + about)) return scheduler.violate("a signal is garbled");
-    if (own().sender(&signal) != spids_[about]) scheduler.violate("a notice or an answer has another's sender");
+    char* name = own().nameOf(own().sender(&signal));
+    if (name == nullptr || name != std::string(names_[about])) {
+        scheduler.violate("a notice or an answer has another's sender");
+    }
+    own().freeName(&name);
     if (!isNotice) {
         if (++answered_[about] > hunted_[about]) scheduler.violate("a hunt is answered twice");
         return;
@@ -205,10 +209,35 @@ void Stage::hunt(unsigned whom) {
     }
 }
 
-bool Stage::keep() {
+void Stage::keep() {
     LinxSignal* signal = allocate(letterBytes, 0);
-    if (signal != nullptr) kept_[self()].push_back(signal);
-    return signal != nullptr;
+    if (signal == nullptr) return scheduler.violate("no memory");
+    kept_[self()].push_back(signal);
+}
+
+bool Stage::hasFree() const {
+    bool any = false;
+    linx::forEachBlock(arena(), [&](const linx::Block& block, linx::Ref, uint32_t sizeClass) {
+        const bool isOwn = block.home.loadRelaxed() == spids_[self()] && block.owner.loadRelaxed() == linx::ownerFree;
+        any = any || (isOwn && sizeClass == linx::classForLines(linx::linesForSignal(letterBytes)));
+    });
+    return any;
+}
+
+void Stage::lendKept(unsigned to) {
+    LinxSignal* signal = kept_[self()].back();
+    kept_[self()].pop_back();
+    letGo(signal);
+    own().send(&signal, spids_[to]);
+    const unsigned lender = self();
+    as(to);
+    uint32_t size;
+    kept_[to].push_back(receiveSignal(false, size));
+    as(lender);
+}
+
+void Stage::awaitEnd(unsigned of) {
+    scheduler.call("waits", false, [this, of] { return isDead(of); });
 }
 
 void Stage::freeKept() {

@@ -46,10 +46,18 @@ public:
     void supervise(unsigned whom);
     /// A hunt for an actor that may not have opened yet; answered by a signal that `receive` books.
     void hunt(unsigned whom);
+    /// Is killed, if it has come so far.
+    void die() { scheduler.dieNow(); }
     void open(unsigned actor);
     /// Allocates a signal and keeps it; frees one that was kept.
-    bool keep();
+    void keep();
     void freeKept();
+    /// Whether it has free blocks of its own for another signal.
+    bool hasFree() const;
+    /// Sends a kept signal to another, who keeps it from then on.
+    void lendKept(unsigned to);
+    /// Waits until another has been killed.
+    void awaitEnd(unsigned of);
 
     bool answered(unsigned whom) const { return answered_[whom] != 0; }
     linx::Spid spidOf(unsigned actor) const { return spids_[actor]; }

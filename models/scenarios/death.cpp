@@ -1,0 +1,176 @@
+#include "models/scenarios/scenario.h"
+
+namespace model {
+namespace {
+
+constexpr unsigned a = 0;
+constexpr unsigned b = 1;
+constexpr unsigned c = 2;
+
+void openTwo(Stage& stage) {
+    for (unsigned actor : {a, b}) {
+        stage.as(actor);
+        stage.open(actor);
+    }
+}
+void openThree(Stage& stage) {
+    openTwo(stage);
+    stage.as(c);
+    stage.open(c);
+}
+void drain(Stage& stage, unsigned actor) {
+    stage.as(actor);
+    while (stage.receive(false)) {
+    }
+}
+
+const Scenario senderDies = {
+    "sender-dies",
+    "a sender dies anywhere in two sends; who supervises it gets what it sent, then the notice",
+    {"receiver", "sender"},
+    1u << b,
+    1,
+    "0",
+    true,
+    [](Stage& stage) {
+        openTwo(stage);
+        stage.as(a);
+        stage.supervise(b);
+        stage.as(b);
+        stage.send(a);
+        drain(stage, a);
+    },
+    {[](Stage& stage) { stage.receiveUntilNotice(b); },
+     [](Stage& stage) {
+         stage.send(a);
+         stage.send(a);
+         stage.die();
+     }},
+};
+const Announce announceSenderDies(senderDies);
+
+const Scenario strangerDies = {
+    "stranger-dies",
+    "a sender whom nobody supervises dies in its first send; another's signal must still come",
+    {"receiver", "sender", "other"},
+    1u << b,
+    1,
+    "0",
+    true,
+    openThree,
+    {[](Stage& stage) { stage.receiveFrom(c, 1); }, [](Stage& stage) { stage.send(a); },
+     [](Stage& stage) { stage.send(a); }},
+};
+const Announce announceStrangerDies(strangerDies);
+
+const Scenario ringerDies = {
+    "ringer-dies",
+    "of two senders that the receiver knows one dies; the other's signal must still come",
+    {"receiver", "sender", "other"},
+    1u << b,
+    1,
+    "0",
+    true,
+    [](Stage& stage) {
+        openThree(stage);
+        for (unsigned actor : {b, c}) {
+            stage.as(actor);
+            stage.send(a);
+            drain(stage, a);
+        }
+    },
+    {[](Stage& stage) { stage.receiveFrom(c, 2); }, [](Stage& stage) { stage.send(a); },
+     [](Stage& stage) { stage.send(a); }},
+};
+const Announce announceRingerDies(ringerDies);
+
+const Scenario receiverDies = {
+    "receiver-dies",
+    "a receiver dies anywhere in its receives; the sender goes on, and is told",
+    {"sender", "receiver"},
+    1u << b,
+    1,
+    "0",
+    true,
+    [](Stage& stage) {
+        openTwo(stage);
+        stage.as(a);
+        stage.supervise(b);
+        stage.send(b);
+        drain(stage, b);
+        drain(stage, a);
+    },
+    {[](Stage& stage) {
+         stage.send(b);
+         stage.send(b);
+         stage.receiveUntilNotice(b);
+     },
+     [](Stage& stage) {
+         stage.receiveFrom(a, 3);
+         stage.die();
+     }},
+};
+const Announce announceReceiverDies(receiverDies);
+
+const Scenario relayDies = {
+    "relay-dies",
+    "one who hands the same block on dies anywhere; it is with one of the three and never with two",
+    {"origin", "relay", "target"},
+    1u << b,
+    1,
+    "0",
+    true,
+    [](Stage& stage) {
+        openThree(stage);
+        stage.as(a);
+        stage.send(c, b);
+        stage.as(b);
+        stage.relay();
+        drain(stage, c);
+        drain(stage, a);
+        stage.as(c);
+        stage.supervise(b);
+    },
+    {[](Stage& stage) { stage.send(c, b); },
+     [](Stage& stage) {
+         stage.relay();
+         stage.die();
+     },
+     [](Stage& stage) { stage.receiveUntilNotice(b); }},
+};
+const Announce announceRelayDies(relayDies);
+
+const Scenario reaperDies = {
+    "reaper-dies",
+    "an endpoint has died with blocks of every kind; who reaps it dies anywhere, and the next finishes",
+    {"dead", "reaper", "next"},
+    1u << b,
+    1,
+    "0",
+    true,
+    [](Stage& stage) {
+        openThree(stage);
+        stage.as(b);
+        stage.supervise(a);
+        stage.send(a);
+        stage.as(c);
+        stage.supervise(a);
+        stage.send(a);
+        stage.as(a);
+        stage.receive(false);
+        stage.keep();
+        stage.send(b);
+        stage.send(c);
+        stage.killNow(a);
+    },
+    {[](Stage&) {},
+     [](Stage& stage) {
+         stage.receiveUntilNotice(a);
+         stage.die();
+     },
+     [](Stage& stage) { stage.receiveUntilNotice(a); }},
+};
+const Announce announceReaperDies(reaperDies);
+
+}  // namespace
+}  // namespace model

@@ -1,0 +1,91 @@
+#include "models/scenarios/scenario.h"
+
+namespace model {
+namespace {
+
+constexpr unsigned home = 0;
+constexpr unsigned borrower = 1;
+
+/// The home keeps all its free blocks in hand, and has lent `lent` of them to the borrower, who has them in hand too.
+void lend(Stage& stage, unsigned lent) {
+    for (unsigned actor : {home, borrower}) {
+        stage.as(actor);
+        stage.open(actor);
+    }
+    stage.as(home);
+    while (stage.hasFree()) stage.keep();
+    for (unsigned i = 0; i < lent; ++i) stage.lendKept(borrower);
+}
+
+const Scenario returns = {
+    "returns",
+    "a home takes its returned blocks while they are being returned",
+    {"home", "borrower"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) { lend(stage, 2); },
+    {[](Stage& stage) {
+         stage.keep();
+         stage.keep();
+     },
+     [](Stage& stage) {
+         stage.freeKept();
+         stage.freeKept();
+     }},
+};
+const Announce announceReturns(returns);
+
+const Scenario borrowerDies = {
+    "borrower-dies",
+    "one who gives blocks back dies anywhere",
+    {"home", "borrower"},
+    1u << borrower,
+    1,
+    "0",
+    true,
+    [](Stage& stage) {
+        lend(stage, 2);
+        stage.as(home);
+        stage.supervise(borrower);
+    },
+    {[](Stage& stage) {
+         stage.keep();
+         stage.receiveUntilNotice(borrower);
+     },
+     [](Stage& stage) {
+         stage.freeKept();
+         stage.freeKept();
+         stage.die();
+     }},
+};
+const Announce announceBorrowerDies(borrowerDies);
+
+const Scenario homeDies = {
+    "home-dies",
+    "a home dies anywhere while its blocks are being returned",
+    {"home", "borrower"},
+    1u << home,
+    1,
+    "0",
+    true,
+    [](Stage& stage) {
+        lend(stage, 2);
+        stage.as(borrower);
+        stage.supervise(home);
+    },
+    {[](Stage& stage) {
+         stage.keep();
+         stage.die();
+     },
+     [](Stage& stage) {
+         stage.freeKept();
+         stage.freeKept();
+         stage.receiveUntilNotice(home);
+     }},
+};
+const Announce announceHomeDies(homeDies);
+
+}  // namespace
+}  // namespace model
