@@ -3,10 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
-#include <memory>
 
 #include "models/machine/explorer.h"
-#include "models/machine/heap.h"
 #include "models/scenarios/scenario.h"
 
 namespace model {
@@ -21,20 +19,8 @@ struct Options {
 };
 
 Result explore(const Scenario& scenario, const Options& options) {
-    memory.forgetShared();
-    Stage* stage = nullptr;
-    Model model;
-    model.play.threads = static_cast<unsigned>(scenario.acts.size());
-    model.play.mortal = scenario.mortal;
-    model.play.crashes = scenario.crashes;
+    Model model = modelOf(scenario);
     model.play.switches = options.switches;
-    model.play.body = [&](unsigned thread) { scenario.acts[thread](*stage); };
-    model.play.nameOf = [&](unsigned thread) { return scenario.actors[thread]; };
-    model.prepare = [&] {
-        stage = new Stage(scenario.actors, scenario.spinMicroseconds);
-        scenario.prepare(*stage);
-    };
-    model.check = [&] { stage->check(); };
     return scenario.exhaustive ? exploreAll(model, options.limits) : exploreSome(model, options.limits);
 }
 
@@ -74,11 +60,6 @@ int exploreEverything(const Options& options) {
 
 }  // namespace
 
-std::vector<const Scenario*>& Scenario::all() {
-    static std::vector<const Scenario*> scenarios;
-    return scenarios;
-}
-
 }  // namespace model
 
 int main(int argc, char** argv) {
@@ -88,7 +69,8 @@ int main(int argc, char** argv) {
     app.add_option("--states", options.limits.states, "States after which an exploration is cut off");
     app.add_option("--executions", options.limits.executions, "Executions of a seeded exploration");
     app.add_option("--seed", options.limits.seed, "Of the seeded explorations");
-    app.add_option("--switches", options.switches, "How often a thread that could go on is left for another, at most");
+    app.add_option("--switches", options.switches,
+                   "How often a thread that could go on is left for another, at most");
     app.add_flag("--trace", options.trace, "Tell the steps that led to a violation");
     app.add_flag("--expect-violation", options.expectViolation, "Succeed when a claim does not hold");
     CLI11_PARSE(app, argc, argv);

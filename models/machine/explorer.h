@@ -22,10 +22,10 @@ struct Limits {
 };
 
 struct Result {
-    uint64_t states = 0;      ///< different ones
+    uint64_t states = 0;  ///< different ones
     uint64_t executions = 0;
-    uint64_t completed = 0;   ///< executions that went to their end and were checked there
-    bool exhausted = false;   ///< every state was reached that can be
+    uint64_t completed = 0;  ///< executions that went to their end and were checked there
+    bool exhausted = false;  ///< every state was reached that can be
     std::string violation;
     std::vector<std::string> trace;  ///< of the execution that violated a claim
 };

@@ -138,8 +138,8 @@ int Kernel::makeTimer() {
 int Kernel::watch(int set, int descriptor, uint32_t events, uint32_t tag) {
     for (Watch& watch : now_.watches) {
         if (watch.used) continue;
-        watch = {true, static_cast<uint8_t>(set - firstDescriptor), static_cast<uint8_t>(descriptor - firstDescriptor),
-                 events, tag};
+        watch = {true, static_cast<uint8_t>(set - firstDescriptor),
+                 static_cast<uint8_t>(descriptor - firstDescriptor), events, tag};
         return 0;
     }
     scheduler.abandon("more watches than the model holds");
@@ -185,6 +185,11 @@ int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
     }
     scheduler.observed(static_cast<uint64_t>(count));
     return count;
+}
+
+void Kernel::pollFor(int set) {
+    const auto number = static_cast<size_t>(set - firstDescriptor);
+    scheduler.call("polls", false, [this, number] { return hasEvents(number); });
 }
 
 void Kernel::closeFor(size_t descriptor) {

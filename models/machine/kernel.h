@@ -48,6 +48,9 @@ public:
     };
     int waitFor(int set, Event* events, int most, int milliseconds);
 
+    /// Waits in a poll loop of one's own until the set is readable.
+    void pollFor(int set);
+
     int makeTimer();
     void close(int descriptor);
     bool owns(int descriptor) const { return descriptor >= firstDescriptor; }
@@ -87,7 +90,7 @@ private:
         std::array<Bell, maxBells> bells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
-        uint8_t lockedBy;  ///< the descriptor
+        uint8_t lockedBy;                      ///< the descriptor
         std::array<View, maxBells + 1> views;  ///< of the lock, then of the bells
     };
 

@@ -13,12 +13,12 @@ namespace model {
  * A memory as weak as the language allows, within the limits given below.
  *
  * A word that several endpoints share has a history of messages, one a store, in modification order. Every thread has
- * a view: for each such word, the oldest message that it may still read. A relaxed or acquiring load reads any message
- * from there on, so a store stays unseen for as long as nothing forces it to be seen: what a store buffer or a late
- * invalidation does, each word by itself. A releasing store leaves its thread's view in the message, and an acquiring
- * load that reads it takes that view over. Read-modify-writes read the newest message and pass on the view that they
- * found. Sequentially consistent loads read no older message than the last sequentially consistent store of that
- * word; they order nothing but each other.
+ * a view: for each such word, the oldest message that it may still read. A relaxed or acquiring load reads any
+ * message from there on, so a store stays unseen for as long as nothing forces it to be seen: what a store buffer or
+ * a late invalidation does, each word by itself. A releasing store leaves its thread's view in the message, and an
+ * acquiring load that reads it takes that view over. Read-modify-writes read the newest message and pass on the view
+ * that they found. Sequentially consistent loads read no older message than the last sequentially consistent store of
+ * that word; they order nothing but each other.
  *
  * What it leaves out: loads that see stores of their own future (load buffering), and stores of one word by two
  * threads that take effect in another order than that in which they were explored.
@@ -111,14 +111,14 @@ private:
 
     uint32_t* base_ = nullptr;
     size_t words_ = 0;
-    std::vector<uint16_t> shared_;           ///< by word: its number among the shared ones
-    std::vector<uint8_t> readers_;           ///< by word: the threads that have read it, in any execution
+    std::vector<uint16_t> shared_;  ///< by word: its number among the shared ones
+    std::vector<uint8_t> readers_;  ///< by word: the threads that have read it, in any execution
     std::vector<uint8_t> writers_;
-    std::vector<uint32_t> sharedWords_;      ///< by number among the shared ones: the word
+    std::vector<uint32_t> sharedWords_;  ///< by number among the shared ones: the word
     bool foundMore_ = false;
     std::vector<History> histories_;
     std::array<View, maxThreads> views_;
-    std::vector<uint8_t> dirty_;             ///< by word: written since the beginning
+    std::vector<uint8_t> dirty_;  ///< by word: written since the beginning
     std::vector<std::pair<size_t, uint32_t>> before_;
 };
 

@@ -1,5 +1,7 @@
 // What endpoints ask of the operating system, asked of the modelled one.
 
+#include "models/machine/platform.h"
+
 #include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/mman.h>
@@ -13,7 +15,6 @@
 #include "host/arena/domain_path.h"
 #include "host/mailbox/bell.h"
 #include "models/machine/kernel.h"
-#include "models/machine/platform.h"
 #include "models/machine/scheduler.h"
 
 namespace model {

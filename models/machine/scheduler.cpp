@@ -82,7 +82,11 @@ Ending Scheduler::run(const Play& play, Chooser& chooser, std::vector<std::strin
         uint32_t ways[maxThreads] = {};
         uint32_t total = 0;
         const bool running = countWays(ways, total);
-        if (running && total == 0) violate(sleepers());
+        if (running && total == 0) {
+            const std::string sleepers = sleepersInVain();
+            if (sleepers.empty()) break;
+            violate("a wake-up is lost, for ever asleep:" + sleepers);
+        }
         if (steps == mostSteps) violate("an execution does not end");
         if (abandoned_) break;
         if (chooser.wantsState() && chooser.knows(stateHash())) {
@@ -121,12 +125,12 @@ void Scheduler::step(unsigned thread, uint32_t way) {
     resume(thread);
 }
 
-std::string Scheduler::sleepers() const {
-    std::string text = "a wake-up is lost, for ever asleep:";
+std::string Scheduler::sleepersInVain() const {
+    std::string names;
     for (unsigned t = 0; t < play_->threads; ++t) {
-        if (threads_[t].state == State::running) text += std::string(" ") + play_->nameOf(t);
+        if (threads_[t].state == State::running && !play_->maySleep(t)) names += std::string(" ") + play_->nameOf(t);
     }
-    return text;
+    return names;
 }
 
 bool Scheduler::isEnabled(unsigned thread) const {
@@ -181,7 +185,7 @@ uint32_t Scheduler::pause(const Access& access) {
 }
 
 void Scheduler::call(const char* name, bool changesSomething, std::function<bool()> ready) {
-    if (!exploring_) return;
+    if (!exploring()) return;
     Thread& self = threads_[current_];
     self.inCall = true;
     self.changesSomething = changesSomething;
@@ -210,14 +214,14 @@ void Scheduler::abandon(const char* why) {
         std::exit(2);
     }
     abandoned_ = true;
-    if (exploring_) switchOut();
+    if (exploring()) switchOut();
 }
 
 void Scheduler::violate(const std::string& claim) {
     const HostHeap heap;
     if (violation_.empty()) violation_ = claim;
     abandoned_ = true;
-    if (exploring_ && inThread_) switchOut();
+    if (exploring()) switchOut();
 }
 
 std::string Scheduler::describe(unsigned thread, uint32_t way) const {
@@ -228,7 +232,8 @@ std::string Scheduler::describe(unsigned thread, uint32_t way) const {
     if (t.inCall) return text + t.callName;
     static const char* const kinds[] = {"loads", "stores", "updates", "compares"};
     text += kinds[t.access.kind];
-    text += " " + nameOfWord(memory.wordOf(t.access.shared)) + " = " + std::to_string(*memory.wordOf(t.access.shared));
+    text +=
+        " " + nameOfWord(memory.wordOf(t.access.shared)) + " = " + std::to_string(*memory.wordOf(t.access.shared));
     if (way != 0) text += ", but sees what was there " + std::to_string(way) + " before";
     return text;
 }

@@ -25,11 +25,12 @@ constexpr unsigned unlimited = ~0u;
 /// Threads of one execution, each an endpoint's process, and what may befall them.
 struct Play {
     unsigned threads;
-    unsigned mortal;   ///< bit t: thread t may be killed before any step that others can see
-    unsigned crashes;  ///< how many deaths at most
+    unsigned mortal;    ///< bit t: thread t may be killed before any step that others can see
+    unsigned crashes;   ///< how many deaths at most
     unsigned switches;  ///< how often a thread that could go on may be left for another, at most
     std::function<void(unsigned thread)> body;
     std::function<const char*(unsigned thread)> nameOf;
+    std::function<bool(unsigned thread)> maySleep;  ///< whether it is right that a thread sleeps for ever
 };
 
 enum class Ending {
@@ -46,7 +47,7 @@ public:
     Ending run(const Play& play, Chooser& chooser, std::vector<std::string>* trace = nullptr);
 
     /// Whether the caller is a thread of an execution, and which. Outside, the thread that `actAs` named.
-    bool exploring() const { return exploring_; }
+    bool exploring() const { return exploring_ && inThread_; }
     unsigned thread() const { return current_; }
     void actAs(unsigned thread) { current_ = thread; }
     bool isDead(unsigned thread) const { return threads_[thread].state == State::dead; }
@@ -97,7 +98,7 @@ private:
     uint32_t waysOf(unsigned thread) const;
     bool mayDie(unsigned thread) const;
     uint64_t stateHash() const;
-    std::string sleepers() const;
+    std::string sleepersInVain() const;
     bool countWays(uint32_t* ways, uint32_t& total) const;
     void step(unsigned thread, uint32_t way);
     void kill(unsigned thread);

@@ -1,4 +1,5 @@
 #include "models/scenarios/scenario.h"
+#include "models/scenarios/stage.h"
 
 namespace model {
 namespace {
@@ -30,6 +31,7 @@ const Scenario senderDies = {
     {"receiver", "sender"},
     1u << b,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {
@@ -51,15 +53,15 @@ const Announce announceSenderDies(senderDies);
 
 const Scenario strangerDies = {
     "stranger-dies",
-    "a sender whom nobody supervises dies in its first send; another's signal must still come",
-    {"receiver", "sender", "other"},
+    "a sender whom nobody supervises dies in its first send; what it has sent must still come",
+    {"receiver", "sender"},
     1u << b,
     1,
+    1u << a,
     "0",
     true,
-    openThree,
-    {[](Stage& stage) { stage.receiveFrom(c, 1); }, [](Stage& stage) { stage.send(a); },
-     [](Stage& stage) { stage.send(a); }},
+    openTwo,
+    {[](Stage& stage) { stage.receiveFrom(b, 1); }, [](Stage& stage) { stage.send(a); }},
 };
 const Announce announceStrangerDies(strangerDies);
 
@@ -69,6 +71,7 @@ const Scenario ringerDies = {
     {"receiver", "sender", "other"},
     1u << b,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {
@@ -90,6 +93,7 @@ const Scenario receiverDies = {
     {"sender", "receiver"},
     1u << b,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {
@@ -101,12 +105,11 @@ const Scenario receiverDies = {
         drain(stage, a);
     },
     {[](Stage& stage) {
-         stage.send(b);
-         stage.send(b);
+         for (unsigned i = 0; i < 3; ++i) stage.send(b);
          stage.receiveUntilNotice(b);
      },
      [](Stage& stage) {
-         stage.receiveFrom(a, 3);
+         stage.receiveFrom(a, 4);
          stage.die();
      }},
 };
@@ -118,6 +121,7 @@ const Scenario relayDies = {
     {"origin", "relay", "target"},
     1u << b,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {
@@ -146,6 +150,7 @@ const Scenario reaperDies = {
     {"dead", "reaper", "next"},
     1u << b,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {

@@ -1,4 +1,5 @@
 #include "models/scenarios/scenario.h"
+#include "models/scenarios/stage.h"
 
 namespace model {
 namespace {
@@ -18,6 +19,7 @@ const Scenario huntAndOpen = {
     {"hunter", "hunted"},
     0,
     0,
+    0,
     "0",
     true,
     openHunter,
@@ -35,6 +37,7 @@ const Scenario openerDies = {
     {"hunter", "hunted", "hunted"},
     1u << hunted,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {

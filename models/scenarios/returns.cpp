@@ -1,4 +1,5 @@
 #include "models/scenarios/scenario.h"
+#include "models/scenarios/stage.h"
 
 namespace model {
 namespace {
@@ -23,6 +24,7 @@ const Scenario returns = {
     {"home", "borrower"},
     0,
     0,
+    0,
     "0",
     true,
     [](Stage& stage) { lend(stage, 2); },
@@ -43,6 +45,7 @@ const Scenario borrowerDies = {
     {"home", "borrower"},
     1u << borrower,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {
@@ -68,6 +71,7 @@ const Scenario homeDies = {
     {"home", "borrower"},
     1u << home,
     1,
+    0,
     "0",
     true,
     [](Stage& stage) {

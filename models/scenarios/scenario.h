@@ -4,9 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "models/scenarios/stage.h"
+#include "models/machine/explorer.h"
 
 namespace model {
+
+class Stage;
 
 /// A few endpoints with a few operations each, and who of them may die. Makes itself known.
 struct Scenario {
@@ -15,13 +17,17 @@ struct Scenario {
     std::vector<const char*> actors;  ///< the names of their endpoints
     unsigned mortal;                  ///< bit i: actor i may be killed at every step
     unsigned crashes;                 ///< how many deaths at most
+    unsigned patient;                 ///< bit i: actor i may wait for ever if nothing is in its mailbox
     const char* spinMicroseconds;     ///< the looking budget of all
-    bool exhaustive;                  ///< small enough to reach every state; otherwise seeded schedules
+    bool exhaustive;                  ///< small enough to reach every state; otherwise schedules are drawn
     std::function<void(Stage&)> prepare;
     std::vector<std::function<void(Stage&)>> acts;  ///< what each actor does, side by side
 
     static std::vector<const Scenario*>& all();
 };
+
+/// The scenario for the explorer, all claims to be looked after.
+Model modelOf(const Scenario& scenario);
 
 struct Announce {
     explicit Announce(const Scenario& scenario) { Scenario::all().push_back(&scenario); }

@@ -182,6 +182,13 @@ void Stage::receiveFrom(unsigned from, unsigned count) {
     while (received_[from][self()] < count) receive();
 }
 
+void Stage::pollFrom(unsigned from, unsigned count) {
+    while (received_[from][self()] < count) {
+        kernel.pollFor(own().descriptor());
+        receive(false);
+    }
+}
+
 void Stage::relay() {
     uint32_t size = 0;
     LinxSignal* signal = receiveSignal(true, size);
@@ -234,6 +241,10 @@ void Stage::lendKept(unsigned to) {
     uint32_t size;
     kept_[to].push_back(receiveSignal(false, size));
     as(lender);
+}
+
+bool Stage::hasEmptyMailbox(unsigned actor) const {
+    return arena().slot(linx::indexOf(spids_[actor])).mailbox.loadRelaxed() <= linx::stack::closed;
 }
 
 void Stage::awaitEnd(unsigned of) {

@@ -32,7 +32,8 @@ public:
 
     // What an actor may do in its act; the running one is meant.
 
-    /// Sends the next of the signals numbered for `to`, over `via` if that is another. Returns what the send returned.
+    /// Sends the next of the signals numbered for `to`, over `via` if that is another. Returns what the send
+    /// returned.
     int send(unsigned to) { return send(to, to); }
     int send(unsigned to, unsigned via);
     /// Receives one signal and books it; waits without limit, or not at all. False when there was none.
@@ -41,6 +42,8 @@ public:
     void receiveUntilNotice(unsigned of);
     /// Receives until so many signals of `from` have come.
     void receiveFrom(unsigned from, unsigned count);
+    /// The same from a poll loop: waits for the descriptor, and receives what does not wait.
+    void pollFrom(unsigned from, unsigned count);
     /// Receives a signal that is meant for another and sends the same block on.
     void relay();
     void supervise(unsigned whom);
@@ -59,10 +62,7 @@ public:
     /// Waits until another has been killed.
     void awaitEnd(unsigned of);
 
-    bool answered(unsigned whom) const { return answered_[whom] != 0; }
-    linx::Spid spidOf(unsigned actor) const { return spids_[actor]; }
-    linx::Endpoint& endpoint(unsigned actor) { return *endpoints_[actor]; }
-    const linx::Arena& arena() const;
+    bool hasEmptyMailbox(unsigned actor) const;
 
     /// Lets an actor of `prepare` do things; and end, as by a kill.
     void as(unsigned actor) { scheduler.actAs(actor); }
@@ -77,6 +77,7 @@ private:
     static constexpr uint32_t notice = 2000;  ///< plus the actor supervised
     static constexpr uint32_t found = 3000;   ///< plus the actor hunted
 
+    const linx::Arena& arena() const;
     unsigned self() const { return scheduler.thread(); }
     bool isDead(unsigned actor) const { return killed_[actor] || scheduler.isDead(actor); }
     linx::Endpoint& own() { return *endpoints_[self()]; }

@@ -1,4 +1,5 @@
 #include "models/scenarios/scenario.h"
+#include "models/scenarios/stage.h"
 
 namespace model {
 namespace {
@@ -27,6 +28,7 @@ const Scenario wake = {
     {"receiver", "sender"},
     0,
     0,
+    0,
     "0",
     true,
     openAcquainted,
@@ -44,6 +46,7 @@ const Scenario wakeLooking = {
     {"receiver", "sender"},
     0,
     0,
+    0,
     "2",
     true,
     openAcquainted,
@@ -55,10 +58,29 @@ const Scenario wakeLooking = {
 };
 const Announce announceWakeLooking(wakeLooking);
 
+const Scenario poll = {
+    "poll",
+    "two signals to one who waits in a poll loop of its own",
+    {"receiver", "sender"},
+    0,
+    0,
+    0,
+    "0",
+    true,
+    openAcquainted,
+    {[](Stage& stage) { stage.pollFrom(1, 3); },
+     [](Stage& stage) {
+         stage.send(0);
+         stage.send(0);
+     }},
+};
+const Announce announcePoll(poll);
+
 const Scenario meet = {
     "meet",
     "the first signal between two, who introduce themselves",
     {"receiver", "sender"},
+    0,
     0,
     0,
     "0",

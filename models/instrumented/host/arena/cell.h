@@ -17,7 +17,8 @@ public:
     void store(uint32_t to, std::memory_order order) { model::store(value_, to, order); }
     uint32_t exchange(uint32_t to, std::memory_order order) { return model::exchange(value_, to, order); }
     uint32_t fetch_add(uint32_t n, std::memory_order order) { return model::add(value_, n, order); }
-    bool compare_exchange_strong(uint32_t& expected, uint32_t to, std::memory_order success, std::memory_order failure) {
+    bool compare_exchange_strong(uint32_t& expected, uint32_t to, std::memory_order success,
+                                 std::memory_order failure) {
         return model::compareExchange(value_, expected, to, success, failure);
     }
 

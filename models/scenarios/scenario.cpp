@@ -1,0 +1,33 @@
+#include "models/scenarios/scenario.h"
+
+#include "models/machine/memory.h"
+#include "models/scenarios/stage.h"
+
+namespace model {
+
+std::vector<const Scenario*>& Scenario::all() {
+    static std::vector<const Scenario*> scenarios;
+    return scenarios;
+}
+
+Model modelOf(const Scenario& scenario) {
+    memory.forgetShared();
+    const auto stage = std::make_shared<Stage*>(nullptr);
+    Model model;
+    model.play.threads = static_cast<unsigned>(scenario.acts.size());
+    model.play.mortal = scenario.mortal;
+    model.play.crashes = scenario.crashes;
+    model.play.body = [stage, &scenario](unsigned thread) { scenario.acts[thread](**stage); };
+    model.play.nameOf = [&scenario](unsigned thread) { return scenario.actors[thread]; };
+    model.play.maySleep = [stage, &scenario](unsigned thread) {
+        return (scenario.patient >> thread & 1) != 0 && (*stage)->hasEmptyMailbox(thread);
+    };
+    model.prepare = [stage, &scenario] {
+        *stage = new Stage(scenario.actors, scenario.spinMicroseconds);
+        scenario.prepare(**stage);
+    };
+    model.check = [stage] { (*stage)->check(); };
+    return model;
+}
+
+}  // namespace model
