@@ -58,6 +58,13 @@ instructions: bench-dependencies ## Counts the instructions of a Notify and of a
 	@cmake --build --preset release --target linx-instructions
 	@bench/instructions/count build/release/bench/linx-instructions
 
+.PHONY: models
+models: dependencies ## Explores the endpoints' own source on a modelled weak memory; ARGS='--help' tells its options
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target models/all
+	@build/release/models/linx-models $(ARGS)
+	@ctest --preset release --tests-regex '^models[.]caught'
+
 .PHONY: abi-baseline
 abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
 	@cmake --preset release >/dev/null

@@ -54,24 +54,20 @@ private:
 /// Draws every choice, and remembers it.
 class Drawn : public Chooser {
 public:
-    Drawn(uint64_t seed, bool countsStates) : random_(seed), countsStates_(countsStates) {}
+    explicit Drawn(uint64_t seed) : random_(seed) {}
     uint32_t choose(uint32_t count) override {
         // Mostly the first ways, or no execution would ever run far without a switch, a stale read or a death.
         const auto drawn = static_cast<uint32_t>(random_() % count);
         choices_.push_back(random_() % 4 == 0 ? drawn : std::min(drawn, favourite(count)));
         return choices_.back();
     }
-    bool wantsState() const override { return countsStates_; }
-    bool knows(uint64_t state) override {
-        states_.insert(state);
-        return false;
-    }
+    bool wantsState() const override { return false; }
+    bool knows(uint64_t) override { return false; }
     void restart() {
         choices_.clear();
         favourite_ = static_cast<uint32_t>(random_());
     }
     const std::vector<uint32_t>& choices() const { return choices_; }
-    uint64_t states() const { return states_.size(); }
 
 private:
     uint32_t favourite(uint32_t count) {
@@ -80,10 +76,8 @@ private:
     }
 
     std::mt19937_64 random_;
-    bool countsStates_;
     uint32_t favourite_ = 0;
     std::vector<uint32_t> choices_;
-    std::unordered_set<uint64_t> states_;
 };
 
 class Repeated : public Chooser {
@@ -142,23 +136,28 @@ void tell(const Beginning& beginning, const std::vector<uint32_t>& choices, Resu
     beginning.run(again, &result.trace);
 }
 
-/// Lets executions find out which words are shared, so that the exploration need not begin anew for each.
-void findShared(const Beginning& beginning, uint64_t seed) {
-    Drawn chooser(seed, false);
+/// Lets executions find out which words are shared, so that the exploration need not begin anew for each. False when
+/// one of them violates a claim.
+bool findShared(const Beginning& beginning, uint64_t seed, Result& result) {
+    Drawn chooser(seed);
     for (unsigned quiet = 0; quiet < 3000; ++quiet) {
         chooser.restart();
-        beginning.run(chooser);
+        if (beginning.run(chooser) == Ending::violated) {
+            tell(beginning, chooser.choices(), result);
+            return false;
+        }
         if (memory.foundMoreShared()) quiet = 0;
         memory.sharedIsKnown();
     }
+    return true;
 }
 
 }  // namespace
 
 Result exploreAll(const Model& model, const Limits& limits) {
     const Beginning beginning(model);
-    findShared(beginning, 1);
     Result result;
+    if (!findShared(beginning, limits.seed, result)) return result;
     DepthFirst chooser;
     do {
         const Ending ending = beginning.run(chooser);
@@ -184,9 +183,9 @@ Result exploreAll(const Model& model, const Limits& limits) {
 
 Result exploreSome(const Model& model, const Limits& limits) {
     const Beginning beginning(model);
-    findShared(beginning, limits.seed);
     Result result;
-    Drawn chooser(limits.seed, true);
+    if (!findShared(beginning, limits.seed, result)) return result;
+    Drawn chooser(limits.seed);
     while (result.executions < limits.executions) {
         chooser.restart();
         const Ending ending = beginning.run(chooser);
@@ -198,7 +197,6 @@ Result exploreSome(const Model& model, const Limits& limits) {
             break;
         }
     }
-    result.states = chooser.states();
     beginning.restore();
     return result;
 }

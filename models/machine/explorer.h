@@ -17,7 +17,7 @@ struct Model {
 
 struct Limits {
     uint64_t states;      ///< stop after so many
-    uint64_t executions;  ///< of seeded schedules
+    uint64_t executions;  ///< of drawn schedules
     uint64_t seed;
 };
 

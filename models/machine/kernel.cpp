@@ -33,7 +33,7 @@ size_t Kernel::bellsUsed() const {
 
 /// The running thread does something to an object, as under a lock of the object.
 void Kernel::meet(size_t object) {
-    if (scheduler.exploring()) memory.synchronise(scheduler.thread(), now_.views[object]);
+    if (scheduler.running()) memory.synchronise(scheduler.thread(), now_.views[object]);
 }
 
 int Kernel::add(Kind kind, size_t bell) {

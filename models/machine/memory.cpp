@@ -25,8 +25,8 @@ bool severalBits(unsigned bits) {
 
 Memory memory;
 
-void View::join(const View& other) {
-    for (size_t i = 0; i < from.size(); ++i) from[i] = std::max(from[i], other.from[i]);
+void Memory::joinUsed(View& view, const View& other) const {
+    for (size_t i = 0; i < sharedWords_.size(); ++i) view.from[i] = std::max(view.from[i], other.from[i]);
 }
 
 void Memory::cover(void* base, size_t bytes) {
@@ -43,6 +43,7 @@ void Memory::forgetShared() {
     std::fill(readers_.begin(), readers_.end(), uint8_t{0});
     std::fill(writers_.begin(), writers_.end(), uint8_t{0});
     sharedWords_.clear();
+    plain_.clear();
     foundMore_ = false;
 }
 
@@ -57,12 +58,14 @@ void Memory::rewind() {
         dirty_[change->first] = 0;
     }
     before_.clear();
+    for (const auto& [word, value] : plain_) *word = value;
     histories_.resize(sharedWords_.size());
     for (size_t i = 0; i < histories_.size(); ++i) {
-        histories_[i].messages.assign(1, {base_[sharedWords_[i]], {}});
+        histories_[i].messages.assign(1, {base_[sharedWords_[i]], 0});
         histories_[i].lastSeqCst = 0;
     }
     views_.fill(View());
+    kept_.assign(1, View());
 }
 
 /// Remembers who uses a word; one that a thread writes and another uses is shared from now on.
@@ -115,22 +118,25 @@ uint32_t Memory::readMessage(uint16_t shared, uint16_t which, std::memory_order 
     View& view = views_[scheduler.thread()];
     const Message& message = histories_[shared].messages[which];
     view.from[shared] = std::max(view.from[shared], which);
-    if (acquires(order)) view.join(message.view);
+    if (acquires(order)) joinUsed(view, kept_[message.view]);
     scheduler.observed(message.value);
     return message.value;
 }
 
-void Memory::append(uint32_t& word, uint16_t shared, uint32_t to, std::memory_order order, const View* inherited) {
+void Memory::append(uint32_t& word, uint16_t shared, uint32_t to, std::memory_order order, uint32_t inherited) {
+    const HostHeap heap;
     View& view = views_[scheduler.thread()];
     History& history = histories_[shared];
     const auto number = static_cast<uint16_t>(history.messages.size());
     view.from[shared] = number;
-    Message message{to, {}};
-    if (inherited != nullptr) message.view = *inherited;
-    if (releases(order)) message.view.join(view);
-    message.view.from[shared] = number;
-    const HostHeap heap;
-    history.messages.push_back(message);
+    uint32_t left = inherited;
+    if (releases(order)) {
+        const View released = kept_[inherited];
+        left = static_cast<uint32_t>(kept_.size());
+        kept_.push_back(view);
+        joinUsed(kept_.back(), released);
+    }
+    history.messages.push_back({to, left});
     if (order == std::memory_order_seq_cst) history.lastSeqCst = number;
     keepFirst(indexOf(&word));
     word = to;
@@ -153,7 +159,7 @@ void Memory::write(uint32_t& word, uint32_t to, std::memory_order order) {
         return;
     }
     scheduler.pause({Access::store, shared, order, 0});
-    append(word, shared, to, order, nullptr);
+    append(word, shared, to, order, 0);
 }
 
 template <class Change>
@@ -167,8 +173,7 @@ uint32_t Memory::update(uint32_t& word, std::memory_order order, Change change) 
     }
     scheduler.pause({Access::update, shared, order, 0});
     const uint32_t found = readMessage(shared, newest(shared), order);
-    const View inherited = histories_[shared].messages.back().view;
-    append(word, shared, change(found), order, &inherited);
+    append(word, shared, change(found), order, histories_[shared].messages.back().view);
     return found;
 }
 
@@ -187,8 +192,7 @@ bool Memory::compareAndWrite(uint32_t& word, uint32_t& expected, uint32_t to, st
     const auto& messages = histories_[shared].messages;
     if (messages.back().value == expected && way-- == 0) {
         readMessage(shared, newest(shared), success);
-        const View inherited = messages.back().view;
-        append(word, shared, to, success, &inherited);
+        append(word, shared, to, success, messages.back().view);
         return true;
     }
     for (size_t i = messages.size(); i-- > 0;) {
@@ -200,7 +204,7 @@ bool Memory::compareAndWrite(uint32_t& word, uint32_t& expected, uint32_t to, st
 }
 
 void Memory::synchronise(unsigned thread, View& object) {
-    views_[thread].join(object);
+    joinUsed(views_[thread], object);
     object = views_[thread];
 }
 
@@ -217,6 +221,7 @@ uint64_t Memory::hash(uint64_t seed, const View* kernelViews, size_t count, unsi
         }
     }
     const auto addView = [&](const View& view) {
+        if (&view == kept_.data()) return;
         for (size_t s = 0; s < words; ++s) {
             if (view.from[s] > base[s]) hash.add(s << 16 | (view.from[s] - base[s]));
         }
@@ -232,7 +237,7 @@ uint64_t Memory::hash(uint64_t seed, const View* kernelViews, size_t count, unsi
         hash.add(history.lastSeqCst > base[s] ? history.lastSeqCst - base[s] : 0);
         for (size_t i = base[s]; i < history.messages.size(); ++i) {
             hash.add(history.messages[i].value);
-            addView(history.messages[i].view);
+            addView(kept_[history.messages[i].view]);
         }
     }
     return hash.value();

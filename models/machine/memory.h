@@ -24,13 +24,12 @@ namespace model {
  * threads that take effect in another order than that in which they were explored.
  */
 
-constexpr size_t maxShared = 320;  ///< words of the arena that several threads use in one scenario
+constexpr size_t maxShared = 640;  ///< words of the arena that several threads use in one scenario
 constexpr unsigned maxThreads = 4;
 
 /// For each shared word, the oldest message that may still be read.
 struct View {
     std::array<uint16_t, maxShared> from{};
-    void join(const View& other);
 };
 
 // What the cells of the arena call.
@@ -60,6 +59,8 @@ public:
 
     /// Takes the arena as it is for the state in which every execution begins.
     void begin();
+    /// A word that is no cell, and belongs to the state too.
+    void keep(uint32_t& plain) { plain_.push_back({&plain, plain}); }
     /// Puts that state back.
     void rewind();
 
@@ -92,7 +93,7 @@ private:
 
     struct Message {
         uint32_t value;
-        View view;
+        uint32_t view;  ///< in `kept_`; what the store left for those who acquire it
     };
     struct History {
         std::vector<Message> messages;
@@ -107,7 +108,8 @@ private:
     uint16_t oldestReadable(unsigned thread, uint16_t shared, std::memory_order order) const;
     uint16_t newest(uint16_t shared) const { return static_cast<uint16_t>(histories_[shared].messages.size() - 1); }
     uint32_t readMessage(uint16_t shared, uint16_t which, std::memory_order order);
-    void append(uint32_t& word, uint16_t shared, uint32_t to, std::memory_order order, const View* inherited);
+    void append(uint32_t& word, uint16_t shared, uint32_t to, std::memory_order order, uint32_t inherited);
+    void joinUsed(View& view, const View& other) const;
 
     uint32_t* base_ = nullptr;
     size_t words_ = 0;
@@ -118,8 +120,10 @@ private:
     bool foundMore_ = false;
     std::vector<History> histories_;
     std::array<View, maxThreads> views_;
+    std::vector<View> kept_;  ///< views in messages; the first says nothing
     std::vector<uint8_t> dirty_;  ///< by word: written since the beginning
     std::vector<std::pair<size_t, uint32_t>> before_;
+    std::vector<std::pair<uint32_t*, uint32_t>> plain_;
 };
 
 extern Memory memory;

@@ -48,6 +48,8 @@ public:
 
     /// Whether the caller is a thread of an execution, and which. Outside, the thread that `actAs` named.
     bool exploring() const { return exploring_ && inThread_; }
+    /// Whether an execution is going on, in one of its threads or in the kernel that ends one.
+    bool running() const { return exploring_; }
     unsigned thread() const { return current_; }
     void actAs(unsigned thread) { current_ = thread; }
     bool isDead(unsigned thread) const { return threads_[thread].state == State::dead; }

@@ -25,6 +25,7 @@ Model modelOf(const Scenario& scenario) {
     model.prepare = [stage, &scenario] {
         *stage = new Stage(scenario.actors, scenario.spinMicroseconds);
         scenario.prepare(**stage);
+        (*stage)->begin();
     };
     model.check = [stage] { (*stage)->check(); };
     return model;

@@ -263,6 +263,11 @@ void Stage::killNow(unsigned actor) {
     kernel.exit(actor);
 }
 
+void Stage::begin() {
+    const HostHeap heap;
+    linx::forEachBlock(arena(), [](linx::Block& block, linx::Ref, uint32_t) { memory.keep(block.signal.number); });
+}
+
 void Stage::check() {
     for (unsigned actor = 0; actor < names_.size(); ++actor) {
         if (endpoints_[actor] == nullptr || isDead(actor)) continue;

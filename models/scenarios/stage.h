@@ -68,6 +68,9 @@ public:
     void as(unsigned actor) { scheduler.actAs(actor); }
     void killNow(unsigned actor);
 
+    /// At the end of `prepare`: every execution begins here.
+    void begin();
+
     /// At the end of an execution: what is left is received, everybody who died is reaped, everybody closes; the
     /// claims must hold.
     void check();

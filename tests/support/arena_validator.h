@@ -68,9 +68,10 @@ private:
         }
     }
 
-    void visitOnce(linx::Ref ref, const std::string& place) {
+    bool visitOnce(linx::Ref ref, const std::string& place) {
         const auto [known, isNew] = places_.insert({ref, place});
         if (!isNew) say() << "block " << ref << " is in " << place << " and in " << known->second;
+        return isNew;
     }
 
     void checkCommonStacks() {
@@ -83,7 +84,7 @@ private:
                     say() << "common stack " << c << " holds " << ref << ", which is not its own";
                     break;
                 }
-                visitOnce(ref, "common stack " + std::to_string(c));
+                if (!visitOnce(ref, "common stack " + std::to_string(c))) break;
                 common_.insert(ref);
                 ref = block->next.loadRelaxed();
             }

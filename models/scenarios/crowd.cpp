@@ -1,0 +1,56 @@
+#include "models/scenarios/scenario.h"
+#include "models/scenarios/stage.h"
+
+namespace model {
+namespace {
+
+constexpr unsigned crowdSize = 4;
+
+void openCrowd(Stage& stage) {
+    for (unsigned actor = 0; actor < crowdSize; ++actor) {
+        stage.as(actor);
+        stage.open(actor);
+    }
+    for (unsigned survivor : {0u, 1u}) {
+        stage.as(survivor);
+        stage.supervise(2);
+        stage.supervise(3);
+    }
+}
+
+void chat(Stage& stage, unsigned self) {
+    for (unsigned other = 0; other < crowdSize; ++other) {
+        if (other != self) stage.send(other);
+        stage.receive(false);
+    }
+}
+
+void survive(Stage& stage, unsigned self) {
+    chat(stage, self);
+    stage.receiveFrom(1 - self, 1);
+    stage.receiveUntilNotice(2);
+    stage.receiveUntilNotice(3);
+}
+
+void perish(Stage& stage, unsigned self) {
+    chat(stage, self);
+    stage.die();
+}
+
+const Scenario crowd = {
+    "crowd",
+    "four talk to each other; two die anywhere, two supervise them",
+    {"first", "second", "third", "fourth"},
+    1u << 2 | 1u << 3,
+    2,
+    0,
+    "0",
+    false,
+    openCrowd,
+    {[](Stage& stage) { survive(stage, 0); }, [](Stage& stage) { survive(stage, 1); },
+     [](Stage& stage) { perish(stage, 2); }, [](Stage& stage) { perish(stage, 3); }},
+};
+const Announce announceCrowd(crowd);
+
+}  // namespace
+}  // namespace model
