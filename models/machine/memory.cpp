@@ -104,8 +104,8 @@ uint16_t Memory::oldestReadable(unsigned thread, uint16_t shared, std::memory_or
 uint32_t Memory::waysOf(unsigned thread, const Access& access) const {
     const uint16_t from = oldestReadable(thread, access.shared, access.order);
     const auto& messages = histories_[access.shared].messages;
-    if (access.kind == Access::load) return static_cast<uint32_t>(messages.size() - from);
-    if (access.kind != Access::compareExchange) return 1;
+    if (access.kind == Access::loads) return static_cast<uint32_t>(messages.size() - from);
+    if (access.kind != Access::compares) return 1;
     // It reads any value that is not the expected one and fails, or the newest and succeeds.
     uint32_t ways = messages.back().value == access.expected ? 1 : 0;
     for (size_t i = from; i < messages.size(); ++i) {
@@ -145,7 +145,7 @@ void Memory::append(uint32_t& word, uint16_t shared, uint32_t to, std::memory_or
 uint32_t Memory::read(const uint32_t& word, std::memory_order order) {
     const uint16_t shared = sharedAt(word, false);
     if (shared == notShared) return word;
-    const uint32_t way = scheduler.pause({Access::load, shared, order, 0});
+    const uint32_t way = scheduler.pause({Access::loads, shared, order, 0});
     // The newest first, which is what a machine does most of the time.
     return readMessage(shared, static_cast<uint16_t>(newest(shared) - way), order);
 }
@@ -158,7 +158,7 @@ void Memory::write(uint32_t& word, uint32_t to, std::memory_order order) {
         word = to;
         return;
     }
-    scheduler.pause({Access::store, shared, order, 0});
+    scheduler.pause({Access::stores, shared, order, 0});
     append(word, shared, to, order, 0);
 }
 
@@ -171,7 +171,7 @@ uint32_t Memory::update(uint32_t& word, std::memory_order order, Change change) 
         word = change(found);
         return found;
     }
-    scheduler.pause({Access::update, shared, order, 0});
+    scheduler.pause({Access::updates, shared, order, 0});
     const uint32_t found = readMessage(shared, newest(shared), order);
     append(word, shared, change(found), order, histories_[shared].messages.back().view);
     return found;
@@ -188,7 +188,7 @@ bool Memory::compareAndWrite(uint32_t& word, uint32_t& expected, uint32_t to, st
         word = to;
         return true;
     }
-    uint32_t way = scheduler.pause({Access::compareExchange, shared, failure, expected});
+    uint32_t way = scheduler.pause({Access::compares, shared, failure, expected});
     const auto& messages = histories_[shared].messages;
     if (messages.back().value == expected && way-- == 0) {
         readMessage(shared, newest(shared), success);

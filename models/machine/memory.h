@@ -42,11 +42,11 @@ bool compareExchange(uint32_t& word, uint32_t& expected, uint32_t to, std::memor
 
 /// What a thread is about to do to a shared word, as the scheduler must know it.
 struct Access {
-    enum Kind : uint8_t { load, store, update, compareExchange };
+    enum Kind : uint8_t { loads, stores, updates, compares };
     Kind kind;
     uint16_t shared;
     std::memory_order order;
-    uint32_t expected;  ///< of a compareExchange
+    uint32_t expected;  ///< of one that compares
 };
 
 class Memory {

@@ -172,13 +172,13 @@ uint64_t Scheduler::stateHash() const {
 uint32_t Scheduler::pause(const Access& access) {
     Thread& self = threads_[current_];
     // A loop that looks at one word: after the second look it sees nothing else until it has done something else.
-    const bool same = access.kind == Access::load && access.shared == self.lastLoaded;
+    const bool same = access.kind == Access::loads && access.shared == self.lastLoaded;
     self.sameLoads = same ? self.sameLoads + 1 : 0;
-    self.lastLoaded = access.kind == Access::load ? access.shared : nothing;
+    self.lastLoaded = access.kind == Access::loads ? access.shared : nothing;
     self.inCall = false;
     self.access = access;
     if (self.sameLoads >= 2) return memory.waysOf(current_, access) - 1;
-    self.changesSomething = access.kind != Access::load;
+    self.changesSomething = access.kind != Access::loads;
     self.callName = nullptr;
     switchOut();
     return self.way;
