@@ -103,7 +103,7 @@ bool Endpoint::look(uint64_t deadline) {
     uint64_t time = start;
     while (time < start + budget_.nanoseconds() && time < wake) {
         for (int i = 0; i < 32; ++i) {
-            if (slot().mailbox.loadAcquire() > stack::closed) {
+            if (slot().mailbox.loadRelaxed() > stack::closed) {  // relaxed: the take acquires
                 budget_.foundWhileLooking();
                 return true;
             }
@@ -171,7 +171,7 @@ void Endpoint::handleEvents(int milliseconds) {
 void Endpoint::takeMailbox() {
     Slot& own = slot();
     if (takenChain_ == 0) {
-        if (own.mailbox.loadAcquire() <= stack::closed) return;
+        if (own.mailbox.loadRelaxed() <= stack::closed) return;  // relaxed: as in take
         takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
     }
     size_t count = 0;

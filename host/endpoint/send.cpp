@@ -38,7 +38,7 @@ int Endpoint::push(const Held& held, Peer& peer) {
     const uint32_t size = held.block->size.loadRelaxed();
     // Before the first push: from then on this process may die before it rings, and the peer must learn of that.
     if (!peer.knowsUs) peer.knowsUs = bell::introduce(peer.bell.get(), spid_);
-    own.sending.storeRelaxed(held.ref);
+    own.sending.storeRelease(held.ref);  // (J), after the push before this one
     held.block->sender.storeRelaxed(spid_);
     // Release: the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.

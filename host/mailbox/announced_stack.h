@@ -25,8 +25,8 @@ inline uint32_t push(Word& head, Block& block, Ref ref) {
     uint32_t seen = head.loadRelaxed();  // relaxed: only a guess, the exchange below checks it
     do {
         if (seen == closed) return closed;
-        // Relaxed: published by the exchange that follows.
-        block.next.storeRelaxed(seen);
+        // Release: (G), pairs with walk(). The taker would be served by the exchange that follows.
+        block.next.storeRelease(seen);
         // Release: the taker reads the block's contents after the head. Sequentially consistent: the pusher's next
         // look at the attention word must not come before it, see attention.h (A).
         // Dying before: the block stays the caller's, named by its slot's `sending`. After: it has been sent.
@@ -37,15 +37,16 @@ inline uint32_t push(Word& head, Block& block, Ref ref) {
 /// Takes the whole chain, leaving `leave` (empty or closed) behind, and returns its last block, or `empty`. The
 /// caller sets `taking` back to 0 once every block of the chain has its next owner.
 inline Ref take(Word& head, Word& taking, uint32_t leave) {
-    uint32_t seen = head.loadAcquire();
+    uint32_t seen = head.loadRelaxed();  // relaxed: as in push
     while (seen != closed && (seen != empty || leave == closed)) {
-        // Relaxed: the exchange that follows is a release, so no one finds the stack emptied and this not said.
+        // The exchange that follows is a release, so no one finds the stack emptied and this not said (H). Release:
+        // (I), as the 0 that it may hide.
         // Dying before the exchange leaves the chain announced and in the stack; the reaper goes by the owner words
         // and counts no block twice.
-        taking.storeRelaxed(seen);
+        taking.storeRelease(seen);
         if (head.casSeqCst(seen, leave)) return seen;
     }
-    taking.storeRelaxed(0);  // somebody else emptied the stack: what was announced is not this taker's
+    taking.storeRelease(0);  // somebody else emptied the stack: what was announced is not this taker's; (I)
     return empty;
 }
 
@@ -57,7 +58,8 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
         uint32_t sizeClass;
         Block* block = arena.blockAt(ref, sizeClass);
         if (block == nullptr) return;
-        const Ref next = block->next.loadRelaxed();  // relaxed: published with the head, before `visit` changes it
+        // Before `visit` changes it. Acquire: (G), for holds(); who walks a chain of his own has it from the head.
+        const Ref next = block->next.loadAcquire();
         visit(*block, ref, sizeClass);
         ref = next;
     }

@@ -68,7 +68,8 @@ bool isAllCommon(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
 }
 
 void giveUpRun(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
-    for (uint32_t i = 0; i < sizeClasses[sizeClass].units; ++i) arena.unit(unit + i).storeRelaxed(0);
+    // Release: none before the first, which unmakes the run.
+    for (uint32_t i = 0; i < sizeClasses[sizeClass].units; ++i) arena.unit(unit + i).storeRelease(0);
 }
 
 }  // namespace

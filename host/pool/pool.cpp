@@ -75,7 +75,8 @@ void Pool::free(Block& block, Ref ref, uint32_t sizeClass) {
 }
 
 bool Pool::giveBack(Block& block, Ref ref, Spid home) {
-    slot().sending.storeRelaxed(ref);  // see recoverStrandedSend: the reaper asks whether this one was pushed
+    // See recoverStrandedSend: the reaper asks whether this one was pushed. Release: (J), after the push before it.
+    slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);
     block.owner.storeRelease(home | ownerTransit);
     if (stack::push(arena().slot(indexOf(home)).returned, block, ref) != stack::closed) return true;

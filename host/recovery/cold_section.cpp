@@ -57,13 +57,12 @@ ColdSection::ColdSection(const Domain& domain) : domain_(domain) {
     file_.reset(domain.openArenaFile());
     if (file_.get() == -1 || !lockFile(file_.get())) return;
     entered_ = true;
-    Word& busy = arena().header().busy;
-    if (busy.loadRelaxed() != 0) repair(*this);
-    busy.storeRelaxed(1);
+    // An exchange and a release around the section: dying between them, whatever has been stored, busy is set.
+    if (arena().header().busy.exchangeSeqCst(1) != 0) repair(*this);
 }
 
 ColdSection::~ColdSection() {
-    if (entered_) arena().header().busy.storeRelaxed(0);  // ordered for the next holder by the lock
+    if (entered_) arena().header().busy.storeRelease(0);
 }
 
 uint32_t forkCount() {

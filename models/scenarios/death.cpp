@@ -177,5 +177,39 @@ const Scenario reaperDies = {
 };
 const Announce announceReaperDies(reaperDies);
 
+const Scenario linkChanges = {
+    "link-changes",
+    "a dead sender is reaped while a relay hands its last signal on and gives back the one that led to it",
+    {"relay", "dead", "reaper"},
+    0,
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        openThree(stage);
+        stage.as(b);
+        stage.send(c, a);
+        stage.as(a);
+        stage.relay();
+        stage.as(c);
+        stage.supervise(b);
+        stage.send(a);
+        drain(stage, c);
+        drain(stage, a);
+        stage.as(b);
+        stage.send(c, a);
+        stage.as(c);
+        stage.send(a);
+        stage.killNow(b);
+    },
+    {[](Stage& stage) {
+         stage.relay();
+         stage.receiveFrom(c, 2);
+     },
+     [](Stage&) {}, [](Stage& stage) { stage.receiveUntilNotice(b); }},
+};
+const Announce announceLinkChanges(linkChanges);
+
 }  // namespace
 }  // namespace model
