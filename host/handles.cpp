@@ -26,8 +26,9 @@ LINX* add(std::unique_ptr<Endpoint> endpoint) {
     const std::lock_guard<std::mutex> lock(mutex);
     for (uint32_t tried = 0; tried < capacity; ++tried) {
         LINX& entry = table[nextEntry++ % capacity];
+        // Relaxed: the mutex orders adding and removing.
         if (entry.endpoint.load(std::memory_order_relaxed) != nullptr) continue;
-        // Release: a thread that is given the handle finds the endpoint made.
+        // Release: (S), a thread that is given the handle finds the endpoint made.
         entry.endpoint.store(endpoint.release(), std::memory_order_release);
         return &entry;
     }
@@ -37,7 +38,7 @@ LINX* add(std::unique_ptr<Endpoint> endpoint) {
 Endpoint* find(const LINX* handle) {
     const uintptr_t offset = reinterpret_cast<uintptr_t>(handle) - reinterpret_cast<uintptr_t>(table);
     if (offset >= sizeof table || offset % sizeof(LINX) != 0) return nullptr;
-    return table[offset / sizeof(LINX)].endpoint.load(std::memory_order_acquire);
+    return table[offset / sizeof(LINX)].endpoint.load(std::memory_order_acquire);  // (S)
 }
 
 std::unique_ptr<Endpoint> remove(LINX* handle) {

@@ -66,7 +66,7 @@ inline Block* Arena::blockAt(Ref ref, uint32_t& sizeClass) const {
     const uint32_t page = ref / linesPerUnit;
     if (page - firstPoolPage_ >= unitCount_) return nullptr;
     const uint32_t unitIndex = page - firstPoolPage_;
-    // Acquire: pairs with the release in Lease, so that a run that is seen leased is seen initialised.
+    // Acquire: (O), pairs with cutRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = unit(unitIndex).loadAcquire();
     sizeClass = entryClass(entry);
     if (sizeClass >= sizeClassCount || entryBack(entry) > unitIndex) return nullptr;

@@ -38,6 +38,7 @@ off_t fileBytes(uint32_t unitCount) {
     return (static_cast<off_t>(firstPoolPage(unitCount)) + static_cast<off_t>(unitCount)) * unitBytes;
 }
 
+// Relaxed: a copy of one's own, written and read by system calls; the file's name is what publishes it.
 void writeIdentity(Header& header, uint32_t unitCount) {
     header.version.storeRelaxed(arenaVersion);
     header.headerBytes.storeRelaxed(sizeof(Header));

@@ -8,7 +8,7 @@ namespace common {
 void orphan(const Arena& arena, Block& block, uint32_t sizeClass) {
     const Spid home = block.home.loadRelaxed();
     disown(block);
-    // Dying before this leaves the home a share that is smaller by one block.
+    // Relaxed: books, which publish nothing. Dying before this leaves the home a share that is smaller by one block.
     if (isSpid(home) && isOpen(arena, home)) {
         arena.slot(indexOf(home)).leasedLines.addRelaxed(0u - sizeClasses[sizeClass].lines);
     }
@@ -16,7 +16,7 @@ void orphan(const Arena& arena, Block& block, uint32_t sizeClass) {
 
 void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
     Word& head = arena.header().common[sizeClass];
-    block.next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders
+    block.next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders (P)
     head.storeRelaxed(ref);
 }
 

@@ -10,14 +10,14 @@ namespace linx {
 namespace common {
 
 inline bool isCommon(const Block& block) {
-    // Acquire: pairs with the release of whoever freed the block; its home is as new as its owner.
+    // Acquire: (E), pairs with the release of whoever freed the block; its home is as new as its owner.
     return block.owner.loadAcquire() == ownerFree && block.home.loadRelaxed() == noHome;
 }
 
 /// Marks a block that nobody else may touch as free and without a home.
 inline void disown(Block& block) {
     block.home.storeRelaxed(noHome);
-    // Dying before this store leaves the block to its owner's next reaper.
+    // Release: (E). Dying before this store leaves the block to its owner's next reaper.
     block.owner.storeRelease(ownerFree);
 }
 

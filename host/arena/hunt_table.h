@@ -5,7 +5,8 @@
 
 namespace linx {
 
-/// The hunts that wait for their names. All of it needs the cold lock.
+/// The hunts that wait for their names. All of it needs the cold lock, which orders it (P); releases only keep the
+/// order in which one who dies has written.
 
 /// Keeps a hunt of `hunter` for `name` with its signal, a block that is queued for the hunter. Returns 0 or ENOSPC
 /// when too many are pending, ENOMEM when there is no memory. `file` is the arena's.

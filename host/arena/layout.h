@@ -64,6 +64,7 @@ static_assert(sizeof(Header) == 104 + 4 * sizeClassCount && offsetof(Header, bus
 static_assert(sizeof(Header) <= unitBytes, "the header fits its page");
 
 /// A 64-bit count of which only one process writes and anybody may read; a reader may catch the halves apart.
+/// Relaxed: it says nothing of anything else. Nor do `deepestQueue`, `sleeps`, `rings` and `leasedLines` of a slot.
 struct Counter {
     Word low;
     Word high;
@@ -144,6 +145,11 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
  *                       in there, or being taken out
  *
  * Whoever may touch a block writes the next owner before giving it away; from then on it is not his any more.
+ *
+ * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then (Q), or
+ * found the block in a chain of the past, and see it by (G) or (I). Before another's, `home` and `sender` are
+ * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the exchange (F) or
+ * the cold lock (P), and is not touched by who is not the owner.
  */
 constexpr uint32_t ownerFree = 0;
 constexpr uint32_t ownerQueued = 1u << 30;

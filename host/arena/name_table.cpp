@@ -21,7 +21,8 @@ void Name::writeTo(Word* words) const {
     for (uint32_t i = 0; i < wordCount(); ++i) {
         uint32_t word;
         std::memcpy(&word, text_ + 4 * i, 4);
-        // Release: pairs with the acquire in nameOfSpid. Whoever reads a part of the new name reads the new life too.
+        // Release: (M), pairs with the acquires in nameOfSpid and equals. Whoever reads a part of the new name reads
+        // the new life too.
         words[i].storeRelease(word);
     }
 }
@@ -31,24 +32,26 @@ bool Name::equals(const Word* words, uint32_t length) const {
     for (uint32_t i = 0; i < wordCount(); ++i) {
         uint32_t word;
         std::memcpy(&word, text_ + 4 * i, 4);
-        // Acquire: the caller reads the life word again after this and must see it as new as the name.
+        // Acquire: (M). The caller reads the life word again after this and must see it as new as the name.
         if (words[i].loadAcquire() != word) return false;
     }
     return true;
 }
 
 Spid findName(const Arena& arena, const Name& name) {
-    // Acquire: pairs with the release in insertName; the slot's fields are as new as the link that leads to it.
+    // Acquire: (N), pairs with the releases in insertName and removeName; a slot's own link is as new as the link
+    // that leads to it.
     uint32_t index = arena.bucket(name.hash()).loadAcquire();
     for (uint32_t left = slotCount; index != 0 && index < slotCount && left != 0; --left) {
         const Slot& slot = arena.slot(index);
-        // Acquire: pairs with the release that opened the endpoint, its name written before.
+        // Acquire: (K), pairs with the release that opened the endpoint, its name written before. Hash and length are
+        // relaxed: no name is empty, and equal words vouch for both, or are newer and betray themselves by (M).
         const uint32_t life = slot.life.loadAcquire();
         if ((life & lifeOpen) != 0 && indexOf(life) == index && slot.nameHash.loadRelaxed() == name.hash() &&
             name.equals(slot.name, slot.nameLength.loadRelaxed()) && slot.life.loadRelaxed() == life) {
             return life & spidMask;
         }
-        index = slot.nextInBucket.loadAcquire();
+        index = slot.nextInBucket.loadAcquire();  // (N); of a slot used again it leads astray, never to a wrong yes
     }
     return 0;
 }
@@ -57,7 +60,7 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     if (!wasUsed(arena, spid)) return false;
     const Slot& slot = arena.slot(indexOf(spid));
     if ((slot.life.loadAcquire() & spidMask) != spid) return false;
-    const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);
+    const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);  // (M), as each word below
     name.length_ = length;
     for (uint32_t i = 0; i < name.wordCount(); ++i) {
         const uint32_t word = slot.name[i].loadAcquire();
@@ -73,7 +76,7 @@ void insertName(const Arena& arena, uint32_t index) {
     Slot& slot = arena.slot(index);
     Word& bucket = arena.bucket(slot.nameHash.loadRelaxed());
     slot.nextInBucket.storeRelaxed(bucket.loadRelaxed());
-    bucket.storeRelease(index);  // pairs with the acquires in findName
+    bucket.storeRelease(index);  // (N), pairs with the acquires in findName
 }
 
 void removeName(const Arena& arena, uint32_t index) {
@@ -83,7 +86,8 @@ void removeName(const Arena& arena, uint32_t index) {
         const uint32_t here = link->loadRelaxed();
         if (here == 0 || here >= slotCount) return;
         if (here == index) {
-            // The removed slot keeps its own link, so a reader that stands on it goes on.
+            // The removed slot keeps its own link, so a reader that stands on it goes on. Release: (N), the slot that
+            // is linked now was so far behind another's release.
             link->storeRelease(slot.nextInBucket.loadRelaxed());
             return;
         }

@@ -7,14 +7,14 @@
 
 namespace linx {
 
-/// Units that have been leased at least once: all runs lie below.
+/// Units that have been leased at least once: all runs lie below. Under the cold lock, which orders it.
 inline uint32_t unitsUsed(const Arena& arena) {
     return std::min(arena.header().unitsUsed.loadRelaxed(), arena.unitCount());
 }
 
 /// Whether a run starts at the unit; its class goes to `sizeClass`.
 inline bool runStartsAt(const Arena& arena, uint32_t unit, uint32_t& sizeClass) {
-    const uint32_t entry = arena.unit(unit).loadAcquire();
+    const uint32_t entry = arena.unit(unit).loadAcquire();  // (O), though the cold lock would do
     sizeClass = entryClass(entry);
     return sizeClass < sizeClassCount && entryBack(entry) == 0 &&
            unit + sizeClasses[sizeClass].units <= arena.unitCount();

@@ -9,6 +9,8 @@
 namespace linx {
 namespace {
 
+// All under the cold lock: relaxed, handed over with it (P). Only slotsUsed is read without, see wasUsed.
+
 constexpr uint32_t slotsPerPage = unitBytes / sizeof(Slot);
 
 bool slotHasMemory(const Arena& arena, int file, uint32_t index) {

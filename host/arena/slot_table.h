@@ -11,18 +11,21 @@ namespace linx {
 
 /// Whether the slot has been used: one that never was may not even have memory.
 inline bool wasUsed(const Arena& arena, Spid spid) {
+    // Relaxed: the kernel gave the slot its memory before the count rose, and the slot's own life says the rest. Who
+    // has the spid from its endpoint, reads a count that includes it.
     return isSpid(spid) && indexOf(spid) <= arena.header().slotsUsed.loadRelaxed();
 }
 
 inline bool isOpen(const Arena& arena, Spid spid) {
-    // Acquire: pairs with the release that opened the endpoint; its mailbox is ready.
+    // Acquire: (K), pairs with the release that opened the endpoint; its mailbox is ready. A no is (L): what it had
+    // sent is seen. A yes may be old; then its mailbox is closed, or its slot another's, whom strays do not harm.
     return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == (spid | lifeOpen);
 }
 
 /// Whether `spid` names an endpoint that is open or has ended.
 inline bool everExisted(const Arena& arena, Spid spid) {
     if (!wasUsed(arena, spid)) return false;
-    const Spid current = arena.slot(indexOf(spid)).life.loadAcquire() & spidMask;
+    const Spid current = arena.slot(indexOf(spid)).life.loadAcquire() & spidMask;  // (K), (L)
     return current != 0 && (current == spid || isEarlier(spid, current));
 }
 

@@ -18,7 +18,9 @@
 namespace linx {
 namespace {
 
-/// Readies a slot that nobody else looks at yet. Its life says the new spid first and open last.
+/// Readies a slot that nobody else looks at yet. Its life says the new spid first and open last. Relaxed: (K)
+/// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
+/// half ready: it changes attention by exchanges that expect its own generation, and leaves a stray in the mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.life.storeRelease(spid);
     slot.attention.storeRelaxed(attention::word(spid, attention::quiet));
@@ -39,7 +41,8 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     name.writeTo(slot.name);
 }
 
-/// Posts a pending hunt's signal to its hunter, from the endpoint just opened.
+/// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the order in which
+/// one who dies has written; others see it by the push (F) or the cold lock (P).
 void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     const Arena& arena = cold.arena();
     const Spid hunter = hunt.hunter.loadRelaxed();
@@ -51,10 +54,11 @@ void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
         if (bell.get() != -1) bell::introduce(bell.get(), found);
         signal->owner.storeRelease(hunter | ownerTransit);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
-        // its mailbox by the time that somebody asks. Release: seen no later than the push.
+        // its mailbox by the time that somebody asks.
         hunt.hunter.storeRelease(hunter | huntAnswering);
         signal->sender.storeRelease(found);
-        // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp.
+        // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
+        // push is (A) and the look (B).
         if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
             attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
                             [&] { return bell.get() == -1 ? EMFILE : bell::ring(bell.get()); });
@@ -99,7 +103,7 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     // Only now, so that a slot that is not opened after all takes nothing.
     endpoint->slot().mailbox.storeRelaxed(stack::empty);
     endpoint->slot().returned.storeRelaxed(stack::empty);
-    // The one store that opens the endpoint. Release: all that is in the slot is seen with it.
+    // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     endpoint->slot().life.storeRelease(spid | lifeOpen);
     answerHunts(cold, spid, name);
     return endpoint;
@@ -186,6 +190,7 @@ int Endpoint::descriptor() {
 }
 
 /// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
+/// One exchange decides and publishes nothing, so any order would do.
 bool Endpoint::claim() {
     uint32_t round = forkRound_;
     if (!disowned_ && slot().forkRound.casSeqCst(round, forkRound_ + 1)) {

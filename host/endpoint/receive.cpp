@@ -180,7 +180,7 @@ void Endpoint::takeMailbox() {
     count = 0;
     bool strays = false;
     stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t) {
-        const uint32_t owner = block.owner.loadAcquire();
+        const uint32_t owner = block.owner.loadAcquire();  // the take would do (F), as for the number
         if (owner == (spid_ | ownerTransit)) {
             block.owner.storeRelaxed(spid_ | ownerQueued);
             queue_.append(ref, block.signal.number);
@@ -193,7 +193,7 @@ void Endpoint::takeMailbox() {
     queue_.reverseLast(count);
     const Ref chain = takenChain_;
     takenChain_ = 0;
-    own.takingMailbox.storeRelease(0);  // after the last block got its owner
+    own.takingMailbox.storeRelease(0);  // (I), after the last block got its owner
     if (strays) takeStrays(chain);
     if (queue_.size() > own.deepestQueue.loadRelaxed()) {
         own.deepestQueue.storeRelaxed(static_cast<uint32_t>(queue_.size()));

@@ -40,7 +40,7 @@ int Endpoint::push(const Held& held, Peer& peer) {
     if (!peer.knowsUs) peer.knowsUs = bell::introduce(peer.bell.get(), spid_);
     own.sending.storeRelease(held.ref);  // (J), after the push before this one
     held.block->sender.storeRelaxed(spid_);
-    // Release: the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
+    // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
     held.block->owner.storeRelease(peer.spid | ownerTransit);
     const uint32_t before = stack::push(target.mailbox, *held.block, held.ref);
@@ -62,6 +62,7 @@ int Endpoint::push(const Held& held, Peer& peer) {
     if (alive) return 0;
     // A peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
     // lies in the mailbox and goes with the peer. Whoever supervises it here is told by the next receive.
+    // It is dead, so this is the last that it wrote (Q).
     const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerTransit);
     reap(*domain_, peer.spid);
     if (!unread) return 0;

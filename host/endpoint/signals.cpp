@@ -86,7 +86,7 @@ int Endpoint::forgo(LinxSignal** signal) {
 /// Keeps a signal that was taken over; it will arrive from `sender`.
 void Endpoint::park(const Held& held, Spid sender) {
     held.block->sender.storeRelaxed(sender);
-    held.block->owner.storeRelease(spid_ | ownerQueued);
+    held.block->owner.storeRelease(spid_ | ownerQueued);  // (E); a hunt's goes on with the cold lock (P)
 }
 
 void Endpoint::discard(const Held& held) {

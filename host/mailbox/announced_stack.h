@@ -27,8 +27,9 @@ inline uint32_t push(Word& head, Block& block, Ref ref) {
         if (seen == closed) return closed;
         // Release: (G), pairs with walk(). The taker would be served by the exchange that follows.
         block.next.storeRelease(seen);
-        // Release: the taker reads the block's contents after the head. Sequentially consistent: the pusher's next
-        // look at the attention word must not come before it, see attention.h (A).
+        // Release: (F), pairs with take; the taker reads the block's contents after the head, and those of the blocks
+        // below, since all that changes the head is an exchange. Sequentially consistent: the pusher's next look at
+        // the attention word must not come before it, see attention.h (A).
         // Dying before: the block stays the caller's, named by its slot's `sending`. After: it has been sent.
     } while (!head.casSeqCst(seen, ref));
     return seen;
@@ -44,7 +45,7 @@ inline Ref take(Word& head, Word& taking, uint32_t leave) {
         // Dying before the exchange leaves the chain announced and in the stack; the reaper goes by the owner words
         // and counts no block twice.
         taking.storeRelease(seen);
-        if (head.casSeqCst(seen, leave)) return seen;
+        if (head.casSeqCst(seen, leave)) return seen;  // acquire: (F)
     }
     taking.storeRelease(0);  // somebody else emptied the stack: what was announced is not this taker's; (I)
     return empty;
@@ -71,7 +72,8 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
 inline bool holds(const Arena& arena, const Word& head, const Word& taking, Ref wanted) {
     bool found = false;
     const auto compare = [&](Block&, Ref ref, uint32_t) { found = found || ref == wanted; };
-    // The head first: a chain taken after this look was announced before it left the head.
+    // The head first: a chain taken after this look was announced before it left the head. Acquires would do, (H) and
+    // then (I); it is cold.
     walk(arena, head.loadSeqCst(), compare);
     if (!found) walk(arena, taking.loadSeqCst(), compare);
     return found;

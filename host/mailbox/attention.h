@@ -16,7 +16,8 @@ namespace linx {
  *   ringing + i      the sender in slot i       i is about to ring, or died before it did           rings too
  *
  * No wake-up is lost: a sender pushes (A) and then reads the attention word (B); the endpoint stores quiet (C) and
- * then looks at the mailbox (D). All four are sequentially consistent, so B sees quiet or D sees the push.
+ * then looks at the mailbox (D). All four are sequentially consistent, so B sees quiet or D sees the push. The other
+ * changes of the word are read-modify-writes, which see the last state; the byte goes with the pipe.
  *
  * The upper bits carry the slot's generation: a sender that was held up until another endpoint has moved into the
  * slot must not change its attention word, because the bell that it would ring afterwards is the old one's.

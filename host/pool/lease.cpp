@@ -34,6 +34,8 @@ uint32_t takeUnits(const ColdSection& cold, uint32_t count) {
     return first;
 }
 
+// Under the cold lock, and relaxed where no order is told: handed over with it (P).
+
 void initialise(Block& block, Spid home) {
     block.next.storeRelaxed(0);
     block.home.storeRelaxed(home);
@@ -47,7 +49,7 @@ void cutRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClass, Spid hom
     // Free blocks of `home` before they are blocks at all: should the process die from here on, its reaper finds
     // them.
     for (uint32_t i = 0; i < c.blocks; ++i) initialise(*arena.rawBlock(start + i * c.lines), home);
-    // The first entry last, since it makes the run. Release: whoever sees an entry sees the blocks initialised.
+    // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.
     for (uint32_t back = c.units; back-- > 0;) arena.unit(firstUnit + back).storeRelease(unitEntry(sizeClass, back));
     for (uint32_t i = 0; i < c.blocks; ++i) blocks.push_back(start + i * c.lines);
 }
@@ -58,7 +60,7 @@ void steal(const Arena& arena, Slot& slot) {
     const Ref chain = stack::take(slot.returned, stealing, stack::empty);
     stack::walk(arena, chain,
                 [&](Block& block, Ref, uint32_t sizeClass) { common::orphan(arena, block, sizeClass); });
-    stealing.storeRelease(0);
+    stealing.storeRelease(0);  // after the last block is nobody's, as one who dies needs it
 }
 
 bool isAllCommon(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
@@ -81,7 +83,7 @@ void fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t
     for (; taken < wanted; ++taken) {
         const Ref ref = common::take(arena, sizeClass);
         if (ref == 0) break;
-        arena.blockAt(ref)->home.storeRelaxed(home);
+        arena.blockAt(ref)->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
         blocks.push_back(ref);
     }
     arena.slot(indexOf(home)).leasedLines.addRelaxed(taken * sizeClasses[sizeClass].lines);

@@ -41,7 +41,8 @@ Block* Pool::take(uint32_t sizeClass, Ref& ref) {
         blocks.pop_back();
         freeLines_ -= sizeClasses[sizeClass].lines;
         Block* block = arena().rawBlock(ref);
-        // A block that is not free any more was scribbled over; better lost than given out twice.
+        // Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
+        // lost than given out twice.
         if (block->owner.loadRelaxed() == ownerFree && block->home.loadRelaxed() == home_) return block;
     }
     return nullptr;
@@ -58,8 +59,8 @@ void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
     free_[sizeClass].push_back(ref);
     freeLines_ += sizeClasses[sizeClass].lines;
     block.home.storeRelaxed(home_);
-    // Release: whoever finds the block free, finds its home as new. Dying before it leaves the block owned, after it
-    // free and at home: the reaper finds both.
+    // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
+    // after it free and at home: the reaper finds both.
     block.owner.storeRelease(ownerFree);
 }
 
@@ -78,7 +79,7 @@ bool Pool::giveBack(Block& block, Ref ref, Spid home) {
     // See recoverStrandedSend: the reaper asks whether this one was pushed. Release: (J), after the push before it.
     slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);
-    block.owner.storeRelease(home | ownerTransit);
+    block.owner.storeRelease(home | ownerTransit);  // (E)
     if (stack::push(arena().slot(indexOf(home)).returned, block, ref) != stack::closed) return true;
     block.owner.storeRelaxed(home_);
     return false;
@@ -89,13 +90,13 @@ void Pool::takeReturned() {
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
-        const uint32_t owner = block.owner.loadAcquire();
+        const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
         if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
         // One that an earlier user of the slot was home to, given back by somebody who was held up, stays here.
         if (block.home.loadRelaxed() != home_) own.leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
         put(block, ref, sizeClass);
     });
-    own.takingReturned.storeRelease(0);  // after the last block got its owner
+    own.takingReturned.storeRelease(0);  // (I), after the last block got its owner
     if (freeLines_ > surplusLines(arena())) trim();
 }
 

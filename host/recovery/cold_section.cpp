@@ -57,7 +57,8 @@ ColdSection::ColdSection(const Domain& domain) : domain_(domain) {
     file_.reset(domain.openArenaFile());
     if (file_.get() == -1 || !lockFile(file_.get())) return;
     entered_ = true;
-    // An exchange and a release around the section: dying between them, whatever has been stored, busy is set.
+    // An exchange here and a release in the end (R): no store of the section leaves it, so whoever dies with one done
+    // dies busy. Between holders the lock orders (P).
     if (arena().header().busy.exchangeSeqCst(1) != 0) repair(*this);
 }
 

@@ -18,11 +18,14 @@ bool isStolen(const Arena& arena, const Block& block, Ref ref) {
     const uint32_t owner = block.owner.loadAcquire();
     const Spid pusher = block.sender.loadRelaxed() & spidMask;
     if (owner != ((block.home.loadRelaxed() & spidMask) | ownerTransit)) return false;
+    // Acquire: (J). A later block there: this one has been pushed, and holds() sees it.
     const auto mayBePushing = [&] {
         return isOpen(arena, pusher) && arena.slot(indexOf(pusher)).sending.loadAcquire() == ref;
     };
     return !mayBePushing() && isStranded(arena, block, ref, pusher) && !mayBePushing();
 }
+
+// From here on under the cold lock, left by one who died (Q): relaxed. Releases keep the order for the next who dies.
 
 /// A reclaiming process died with another's returned stack announced.
 void finishStealing(const Arena& arena) {
@@ -30,7 +33,7 @@ void finishStealing(const Arena& arena) {
     stack::walk(arena, stealing.loadRelaxed(), [&](Block& block, Ref ref, uint32_t sizeClass) {
         if (isStolen(arena, block, ref)) common::orphan(arena, block, sizeClass);
     });
-    stealing.storeRelaxed(0);
+    stealing.storeRelease(0);  // after the last block is nobody's
 }
 
 /// A lease writes a run's first entry last and giving a run up clears it first: entries without a first one are

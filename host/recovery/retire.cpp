@@ -27,7 +27,8 @@ bool closeStack(const Arena& arena, Word& head, Word& taking, Spid spid, Belongs
     };
     stack::walk(arena, taking.loadAcquire(), keep);
     stack::walk(arena, stack::take(head, taking, stack::closed), keep);
-    // Only now: one who dies before leaves the chain announced.
+    // Only now: one who dies before leaves the chain announced. The orders above are no weaker than the endpoint's
+    // own, though it has died (Q) or is the caller.
     taking.storeRelease(0);
     return any;
 }
@@ -40,6 +41,7 @@ void dropHunts(const Arena& arena, Spid spid) {
 }
 
 bool isLeftBy(const Arena& arena, const Block& block, Spid spid) {
+    // Acquire: (E). No owner or home that `spid` has overwritten is read: it has died (Q) or is the caller.
     const uint32_t owner = block.owner.loadAcquire();
     if (owner == spid || owner == (spid | ownerQueued)) return true;
     if (owner == ownerFree) return block.home.loadRelaxed() == spid;
@@ -66,7 +68,8 @@ void recoverStrandedSend(const Arena& arena, Spid spid) {
     common::push(arena, *block, ref, sizeClass);
 }
 
-/// The endpoint may have died between pushing a signal and ringing.
+/// The endpoint may have died between pushing a signal and ringing. What it pushed is seen (Q), so the looks below
+/// stand in for its own: (B) after (A).
 void ringForIt(const ColdSection& cold, Spid spid) {
     const Arena& arena = cold.arena();
     const uint32_t used = std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1);
@@ -100,7 +103,7 @@ void retire(const ColdSection& cold, Spid spid, Leftovers leftovers) {
     ringForIt(cold, spid);
     bell::remove(cold.domain().directory(), spid);
     removeName(arena, indexOf(spid));
-    // Last: until here the endpoint counts as open, and whoever meets it reaps it again.
+    // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release: (L).
     slot.life.storeRelease(spid);
     appendEnded(arena, indexOf(spid));
 }

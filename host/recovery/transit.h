@@ -9,14 +9,14 @@ namespace linx {
 /// before. REQUIRES that `pusher` has died or is the caller's own process. May say no of one that is stranded, if the
 /// slot's endpoint is at work meanwhile.
 inline bool isStranded(const Arena& arena, const Block& block, Ref ref, Spid pusher) {
-    // The owner first: whoever sends a block writes its sender before.
+    // The owner first (E): whoever sends a block writes its sender before.
     const uint32_t owner = block.owner.loadAcquire();
     if ((owner & ownerTransit) == 0 || block.sender.loadAcquire() != pusher) return false;
     const Slot& slot = arena.slot(indexOf(owner));
     if (stack::holds(arena, slot.mailbox, slot.takingMailbox, ref)) return false;
     if (stack::holds(arena, slot.returned, slot.takingReturned, ref)) return false;
     // The slot's endpoint may have taken it during the search, and others may have sent it since; then it has another
-    // owner or sender, and one that has died cannot become either again.
+    // owner or sender, seen after holds() by (G) or (I), and one that has died cannot become either again.
     return block.owner.loadAcquire() == owner && block.sender.loadRelaxed() == pusher;
 }
 
