@@ -18,11 +18,10 @@
 namespace linx {
 namespace {
 
-/// Readies a slot that nobody else looks at yet. Its life says the new spid first and open last. Relaxed: (K)
+/// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
 /// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
 /// half ready: it changes attention by exchanges that expect its own generation, and leaves a stray in the mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
-    slot.life.storeRelease(spid);
     slot.attention.storeRelaxed(attention::word(spid, attention::quiet));
     slot.takingMailbox.storeRelaxed(0);
     slot.takingReturned.storeRelaxed(0);
@@ -127,10 +126,13 @@ Spid Endpoint::enter(const ColdSection& cold, const Name& name, ScopedDescriptor
     }
     if (index == 0) return 0;
     Slot& slot = arena.slot(index);
-    const Spid spid = makeSpid(index, generationOf(slot.life.loadRelaxed() & spidMask) + 1);
+    const uint32_t before = slot.life.loadRelaxed();
+    const Spid spid = makeSpid(index, generationOf(before & spidMask) + 1);
+    slot.life.storeRelease(spid);  // before the bell, which nobody would find otherwise if this process dies
     bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
     if (bell.get() == -1) {
         const int failure = errno;
+        slot.life.storeRelease(before);
         appendEnded(arena, index);
         errno = failure;
         return 0;
