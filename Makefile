@@ -65,6 +65,12 @@ models: dependencies ## Explores the endpoints' own source on a modelled weak me
 	@build/release/models/linx-models $(ARGS)
 	@ctest --preset release --tests-regex '^models[.]caught'
 
+.PHONY: storm
+storm: dependencies ## Kills processes amid their traffic and checks what others see of it; KILLS=10000, SEED=
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target linx-storm
+	@build/release/tests/storm/linx-storm --kills $(or $(KILLS),10000) $(if $(SEED),--seed $(SEED))
+
 .PHONY: abi-baseline
 abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
 	@cmake --preset release >/dev/null

@@ -20,7 +20,15 @@ class ArenaValidator {
 public:
     explicit ArenaValidator(const linx::ColdSection& cold) : arena_(cold.arena()) {}
 
+    /// Everything: disorder and losses.
     std::vector<std::string> violations() {
+        std::vector<std::string> all = disorder();
+        all.insert(all.end(), lost_.begin(), lost_.end());
+        return all;
+    }
+
+    /// What no death accounts for.
+    std::vector<std::string> disorder() {
         checkUnits();
         checkCommonStacks();
         checkMailboxes();
@@ -50,6 +58,7 @@ private:
     };
 
     Sentence say() { return Sentence(said_); }
+    Sentence sayLost() { return Sentence(lost_); }
 
     bool isLive(linx::Spid spid) const { return linx::isSpid(spid) && linx::isOpen(arena_, spid); }
     uint32_t slotsUsed() const { return arena_.header().slotsUsed.loadRelaxed(); }
@@ -126,11 +135,11 @@ private:
             if (owner == linx::ownerFree && home == linx::noHome) {
                 if (common_.count(ref) == 0) say() << "block " << ref << " is common and in no common stack";
             } else if (owner == linx::ownerFree) {
-                if (!isLive(home)) say() << "block " << ref << " is free at a home that has ended";
+                if (!isLive(home)) sayLost() << "block " << ref << " is free at a home that has ended";
             } else if (!isLive(owner & linx::spidMask)) {
-                say() << "block " << ref << " is owned by " << owner << ", which has ended";
+                sayLost() << "block " << ref << " is owned by " << owner << ", which has ended";
             } else if ((owner & linx::ownerTransit) != 0 && travelling_.count(ref) == 0) {
-                say() << "block " << ref << " is on its way and nowhere";
+                sayLost() << "block " << ref << " is on its way and nowhere";
             }
         });
         for (uint32_t i = 1; i <= slotsUsed(); ++i) {
@@ -198,6 +207,7 @@ private:
 
     const linx::Arena& arena_;
     std::vector<std::string> said_;
+    std::vector<std::string> lost_;  ///< blocks that nobody will find again
     std::map<linx::Ref, std::string> places_;
     std::set<linx::Ref> common_;
     std::set<linx::Ref> travelling_;

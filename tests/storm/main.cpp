@@ -1,0 +1,62 @@
+// Kills, stops and replaces processes that talk to each other, and says whether anybody else took notice.
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <random>
+
+#include "tests/processes/support/shared.h"
+#include "tests/storm/storm.h"
+#include "tests/support/aftermath.h"
+#include "tests/support/domain_fixture.h"
+
+namespace {
+
+struct Options {
+    uint32_t kills = 1000;
+    uint32_t seed = std::random_device()() % 1000000;
+};
+
+bool report(const std::string& what, const std::vector<std::string>& complaints) {
+    for (const std::string& complaint : complaints) std::cout << what << ": " << complaint << '\n';
+    return complaints.empty();
+}
+
+void printFigures(const storm::Ledger& ledger, const storm::Storm& storm, uint32_t leaked) {
+    const auto stall = std::chrono::duration_cast<std::chrono::milliseconds>(storm.longestStall());
+    std::cout << storm.kills() << " kills, " << storm.stops() << " stops, " << ledger.livesUsed << " endpoints\n"
+              << ledger.verified << " signals verified, " << ledger.relayed << " of them relayed, " << ledger.notices
+              << " ends told, " << ledger.hunts << " hunts answered, " << ledger.timeouts << " time-outs\n"
+              << ledger.refused << " sends refused by the dead, " << ledger.interrupted
+              << " sends cut short by their sender's death, " << ledger.noMemory << " allocations without memory\n"
+              << ledger.losses << " losses, " << leaked << " blocks leaked, longest stall " << stall.count()
+              << " ms\n";
+}
+
+bool rage(const Options& options) {
+    std::cout << "seed " << options.seed << std::endl;
+    const linxtest::TestDomain domain;
+    const linxtest::ScopedVariable size("LINX_ARENA_MB", "64");
+    const Shared<storm::Ledger> ledger;
+    storm::Storm storm(*ledger, options.seed);
+    storm.rage(options.kills);
+    bool fine = report("complaint", ledger->allComplaints());
+    if (!fine) return false;
+    const linxtest::Aftermath left = linxtest::lookAtAftermath();
+    printFigures(*ledger, storm, left.leakedBlocks);
+    fine = report("the arena", left.disorder);
+    fine = report("left behind", domain.leftovers()) && fine;
+    if (left.leakedBlocks <= storm.kills()) return fine;
+    std::cout << "more blocks leaked than workers were killed\n";
+    return false;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    CLI::App app{"Kills and stops processes amid their traffic, and checks what the others see of it."};
+    app.add_option("--kills", options.kills, "how many processes are killed")->capture_default_str();
+    app.add_option("--seed", options.seed, "whom the storm hits, and when (default: a new one each time)");
+    CLI11_PARSE(app, argc, argv);
+    return rage(options) ? 0 : 1;
+}
