@@ -13,14 +13,18 @@ namespace {
 
 using linx::Endpoint;
 
+/// When the handle is none, or a fork has made it doubtful whose the endpoint is.
+[[gnu::cold, gnu::noinline]] Endpoint* enterDoubtful(Endpoint* endpoint) {
+    if (endpoint != nullptr) return endpoint->isOurs() ? endpoint : nullptr;
+    errno = EINVAL;
+    return nullptr;
+}
+
 /// The endpoint behind a handle, if this process may use it.
-Endpoint* enter(LINX* handle) {
+inline Endpoint* enter(LINX* handle) {
     Endpoint* endpoint = linx::handles::find(handle);
-    if (endpoint == nullptr) {
-        errno = EINVAL;
-        return nullptr;
-    }
-    return endpoint->isOurs() ? endpoint : nullptr;
+    const bool doubtful = endpoint == nullptr || !endpoint->isKnownToBeOurs();
+    return doubtful ? enterDoubtful(endpoint) : endpoint;
 }
 
 /// Runs `operation`; memory that runs out in it is an error of the call.

@@ -242,7 +242,8 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
         return -1;
     }
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
-    const std::string awaited = from;  // may be a name of our own, which what arrives can change
+    std::string awaited;  // a copy: `from` may be a name of our own, which what arrives can change
+    if (!from.empty()) awaited = from;
     SignalWait wait(timeout, type);
     for (;;) {
         LinxSignal* signal = nullptr;
@@ -356,13 +357,16 @@ int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) 
     return 0;
 }
 
+inline LinxIpc::Lookup LinxIpc::Find(const std::string& destination, bool logErrors, HuntCache::iterator& entry) {
+    entry = lastDestination;
+    const bool known = entry != huntCache.end() && entry->first == destination && entry->second != 0;
+    return known ? Lookup::found : FindOrHunt(destination, logErrors, entry);
+}
+
 /// Finds the entry of `destination`, hunting for it when there is none. An entry that was hunted for just now is
 /// taken as it is.
 LinxIpc::Lookup LinxIpc::FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry) {
-    if (lastDestination == huntCache.end() || lastDestination->first != destination) {
-        lastDestination = huntCache.find(destination);
-    }
-    entry = lastDestination;
+    entry = lastDestination = huntCache.find(destination);
     if (entry != huntCache.end()) return entry->second != 0 ? Lookup::found : Lookup::negative;
     if (ResolveDestination(destination, logErrors) != 0) return Lookup::unresolved;
     entry = huntCache.find(destination);
@@ -388,7 +392,7 @@ int LinxIpc::Attach(const char* peer, unsigned type) {
         return -1;
     }
     HuntCache::iterator entry;
-    const Lookup lookup = FindOrHunt(peer, true, entry);
+    const Lookup lookup = Find(peer, true, entry);
     if (lookup == Lookup::unresolved)
         LogLine(e_LogError, sourceFile, 376, "LinxIpc::Attach: cannot resolve destination");
     if (lookup != Lookup::found) return -1;
@@ -405,41 +409,55 @@ int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErr
         LogLine(e_LogError, sourceFile, 416, "Notify: use of un-initialized object");
         return -1;
     }
-    const std::uint32_t size = msg.Length() + numberSize;
+    HuntCache::iterator entry;
+    int result;
+    return AttemptNotify(destination, msg, logErrors, entry, result)
+               ? result
+               : RetryNotify(destination, msg, logErrors, entry);
+}
+
+/// Looks `destination` up and sends. False when sending failed; otherwise `result` is that of Notify.
+inline bool LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors,
+                                   HuntCache::iterator& entry, int& result) {
+    const Lookup lookup = Find(destination, logErrors, entry);
+    if (lookup != Lookup::found) {
+        result = -1;
+        if (!logErrors) return true;
+        if (lookup == Lookup::unresolved) {
+            LogLine(e_LogError, sourceFile, 438, "Notify: cannot resolve destination ", destination);
+        } else {
+            LogLine(e_LogError, sourceFile, 449, "Notify: cannot resolve destination");
+        }
+        return true;
+    }
+    LinxSignal* signal = linx_alloc(linx, msg.Length() + numberSize, msg.MsgType());
+    if (signal == nullptr) {
+        LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
+        result = errno;
+        return true;
+    }
+    signal->number = msg.MsgType();
+    std::copy_n(msg.DataPtr(), msg.Length(), Payload(signal));
+    result = 0;
+    return linx_send(linx, &signal, entry->second) != -1;
+}
+
+/// Goes on after the first attempt, which failed with `entry`.
+int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry) {
     HuntCache::node_type forgotten;  // `destination` may be the key of the entry that the first failure removes
-    for (unsigned attemptsLeft = maxAttempts; attemptsLeft > 0; --attemptsLeft) {
-        HuntCache::iterator entry;
-        const Lookup lookup = FindOrHunt(destination, logErrors, entry);
-        if (lookup != Lookup::found) {
-            if (!logErrors) return -1;
-            if (lookup == Lookup::unresolved) {
-                LogLine(e_LogError, sourceFile, 438, "Notify: cannot resolve destination ", destination);
-            } else {
-                LogLine(e_LogError, sourceFile, 449, "Notify: cannot resolve destination");
-            }
-            return -1;
-        }
-
-        LinxSignal* signal = linx_alloc(linx, size, msg.MsgType());
-        if (signal == nullptr) {
-            LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
-            return errno;
-        }
-        signal->number = msg.MsgType();
-        std::copy_n(msg.DataPtr(), msg.Length(), Payload(signal));
-        if (linx_send(linx, &signal, entry->second) != -1) {
-            if (attemptsLeft != maxAttempts) {
-                LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,
-                        " retries");
-            }
-            return 0;
-        }
-
-        if (logErrors) LogFailedSend(attemptsLeft - 1, destination, size);
+    for (unsigned attemptsLeft = maxAttempts - 1;; --attemptsLeft) {
+        if (logErrors) LogFailedSend(attemptsLeft, destination, msg.Length() + numberSize);
         HuntCache::node_type node = Forget(entry);
         if (forgotten.empty()) forgotten = std::move(node);
+        if (attemptsLeft == 0) return 0;  // callers rely on it: only the log tells that the last attempt failed
+        int result;
+        if (!AttemptNotify(destination, msg, logErrors, entry, result)) continue;
+        if (result == 0) {
+            LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,
+                    " retries");
+        }
+        return result;
     }
-    return 0;  // callers rely on it: only the log tells that the last attempt failed
 }
 
 int LinxIpc::Request(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
@@ -518,7 +536,7 @@ int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
     }
     LinxSignal* signal = message.Sig();
     HuntCache::iterator entry;
-    switch (FindOrHunt(destination, true, entry)) {
+    switch (Find(destination, true, entry)) {
         case Lookup::found:
             break;
         case Lookup::unresolved:

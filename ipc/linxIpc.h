@@ -245,7 +245,11 @@ private:
     using HuntCache = std::map<std::string, unsigned>;
     enum class Lookup { found, unresolved, negative };
 
+    Lookup Find(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
     Lookup FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
+    bool AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator& entry,
+                       int& result);
+    int RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry);
     HuntCache::node_type Forget(HuntCache::iterator entry);
     void NameSender(IpcMessage& message, LinxSignal** signal);
     void Dispatch(unsigned number);

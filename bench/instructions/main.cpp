@@ -25,7 +25,7 @@ bool Run(unsigned rounds, unsigned burst) {
     const std::string destination = "receiver";
     for (unsigned round = 0; round < rounds; ++round) {
         for (unsigned i = 0; i < burst; ++i) sender.Notify(destination, message, true);
-        for (unsigned i = 0; i < burst; ++i) receiver.Receive(0, 0, LinxIpc::emptyString, nullptr);
+        for (unsigned i = 0; i < burst; ++i) receiver.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     }
     return handled == rounds * burst;
 }

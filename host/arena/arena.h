@@ -39,6 +39,16 @@ public:
         return blockAt(ref, ignored);
     }
 
+    /// The block at `ref`, where `blockAt` found one that has not been free since; its size class goes to
+    /// `sizeClass`. Null when somebody scribbled over the unit table.
+    Block* knownBlockAt(Ref ref, uint32_t& sizeClass) const {
+        // Relaxed: it was acquired when the block was found.
+        sizeClass = entryClass(unit(ref / linesPerUnit - firstPoolPage_).loadRelaxed());
+        const bool fits =
+            sizeClass < sizeClassCount && ref + sizeClasses[sizeClass].lines <= fileUnits() * linesPerUnit;
+        return fits ? rawBlock(ref) : nullptr;
+    }
+
     /// The bytes at `ref` as a block that is being made. REQUIRES a reference inside the pool.
     Block* rawBlock(Ref ref) const { return at<Block>(size_t{ref} * lineBytes); }
 
@@ -63,19 +73,18 @@ private:
 };
 
 inline Block* Arena::blockAt(Ref ref, uint32_t& sizeClass) const {
-    const uint32_t page = ref / linesPerUnit;
-    if (page - firstPoolPage_ >= unitCount_) return nullptr;
-    const uint32_t unitIndex = page - firstPoolPage_;
+    const uint32_t unitIndex = ref / linesPerUnit - firstPoolPage_;
+    if (unitIndex >= unitCount_) return nullptr;
     // Acquire: (O), pairs with cutRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = unit(unitIndex).loadAcquire();
     sizeClass = entryClass(entry);
     if (sizeClass >= sizeClassCount || entryBack(entry) > unitIndex) return nullptr;
-    const uint32_t line = entryBack(entry) * linesPerUnit + ref % linesPerUnit;
     const SizeClass& c = sizeClasses[sizeClass];
-    const uint32_t index = blockIndexInRun(sizeClass, line);
-    if (line != index * c.lines || index >= c.blocks) return nullptr;
     if (unitIndex - entryBack(entry) + c.units > unitCount_) return nullptr;
-    return at<Block>(size_t{ref} * lineBytes);
+    const bool starts = entryBack(entry) == 0
+                            ? (c.starts >> ref % linesPerUnit & 1) != 0
+                            : startsBlock(sizeClass, entryBack(entry) * linesPerUnit + ref % linesPerUnit);
+    return starts ? at<Block>(size_t{ref} * lineBytes) : nullptr;
 }
 
 inline Block* Arena::blockOfSignal(const LinxSignal* signal, Ref& ref, uint32_t& sizeClass) const {

@@ -95,13 +95,10 @@ struct alignas(lineBytes) Slot {
     Word takingReturned;  ///< the chain being taken from `returned`
     Word sending;         ///< the block pushed last, or about to be
     Word deepestQueue;
-    Counter signalsIn;
-    Counter bytesIn;
-    Counter signalsOut;
-    Counter bytesOut;
     Counter dropped;
     Word sleeps;
     Word rings;
+    uint32_t pad2[8];
 
     // Everybody reads; changes when the endpoint opens, ends or forks.
     Word life;       ///< spid, with lifeOpen while open; without once ended; 0 never used
@@ -117,9 +114,9 @@ struct alignas(lineBytes) Slot {
     Word name[64];
 };
 static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(Slot, takingMailbox) == 128 &&
-                  offsetof(Slot, sending) == 136 && offsetof(Slot, signalsIn) == 144 &&
-                  offsetof(Slot, rings) == 188 && offsetof(Slot, life) == 192 && offsetof(Slot, leasedLines) == 220 &&
-                  offsetof(Slot, name) == 256 && alignof(Slot) == lineBytes && std::is_standard_layout<Slot>::value,
+                  offsetof(Slot, sending) == 136 && offsetof(Slot, dropped) == 144 && offsetof(Slot, rings) == 156 &&
+                  offsetof(Slot, life) == 192 && offsetof(Slot, leasedLines) == 220 && offsetof(Slot, name) == 256 &&
+                  alignof(Slot) == lineBytes && std::is_standard_layout<Slot>::value,
               "the slot's layout is shared by every process of the domain");
 
 constexpr uint32_t huntAnswering = 1u << 31;  ///< set in a hunt's hunter while its signal is being posted

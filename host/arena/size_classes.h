@@ -11,11 +11,12 @@ constexpr uint32_t unitBytes = 4096;  ///< the arena is leased in units
 constexpr uint32_t linesPerUnit = unitBytes / lineBytes;
 
 /// A size class: blocks of `lines` cache lines, leased in runs of `units` units that hold `blocks` of them.
-struct SizeClass {
+struct alignas(32) SizeClass {
     uint32_t lines;
     uint32_t units;
     uint32_t blocks;
     uint32_t reciprocal;  ///< ceil(2^32 / lines): divides an offset within a run by a multiplication
+    uint64_t starts;      ///< bit i: a block starts at line i of a run's first unit
 };
 
 /*
@@ -40,7 +41,10 @@ constexpr SizeClass makeSizeClass(uint32_t sizeClass) {
     // The shortest run that wastes at most an eighth at its end.
     while (units * linesPerUnit % lines > units * linesPerUnit / 8) ++units;
     const auto reciprocal = static_cast<uint32_t>(((uint64_t{1} << 32) + lines - 1) / lines);
-    return {lines, units, units * linesPerUnit / lines, lines == 1 ? 0 : reciprocal};
+    const uint32_t blocks = units * linesPerUnit / lines;
+    uint64_t starts = 0;
+    for (uint32_t i = 0; i < blocks && i * lines < linesPerUnit; ++i) starts |= uint64_t{1} << (i * lines);
+    return {lines, units, blocks, lines == 1 ? 0 : reciprocal, starts};
 }
 
 constexpr std::array<SizeClass, sizeClassCount> makeSizeClasses() {
@@ -55,10 +59,11 @@ constexpr uint32_t floorLog2(uint32_t value) {
     return 31u - static_cast<uint32_t>(__builtin_clz(value));
 }
 
+inline constexpr uint8_t classForFewLines[15] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 9, 9, 10, 10};
+
 /// The smallest class whose blocks have at least `lines` lines; `lines` is 1 to those of the largest class.
 constexpr uint32_t classForLines(uint32_t lines) {
-    constexpr uint8_t small[15] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 9, 9, 10, 10};
-    if (lines < 15) return small[lines];
+    if (lines < 15) return classForFewLines[lines];
     if (lines <= 17) return firstQuarteredClass;
     const uint32_t beyond = lines - 2;
     const uint32_t doubling = floorLog2(beyond);
@@ -72,6 +77,12 @@ constexpr uint32_t largestClassLines = linesOfClass(sizeClassCount - 1);
 constexpr uint32_t blockIndexInRun(uint32_t sizeClass, uint32_t line) {
     const SizeClass& c = sizeClasses[sizeClass];
     return c.lines == 1 ? line : static_cast<uint32_t>((uint64_t{line} * c.reciprocal) >> 32);
+}
+
+/// Whether a block starts `line` lines into a run of `sizeClass`.
+constexpr bool startsBlock(uint32_t sizeClass, uint32_t line) {
+    const uint32_t index = blockIndexInRun(sizeClass, line);
+    return line == index * sizeClasses[sizeClass].lines && index < sizeClasses[sizeClass].blocks;
 }
 
 }  // namespace linx

@@ -29,10 +29,8 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.deepestQueue.storeRelaxed(0);
     slot.leasedLines.storeRelaxed(0);
     slot.forkRound.storeRelaxed(0);
-    for (Counter* counter : {&slot.signalsIn, &slot.bytesIn, &slot.signalsOut, &slot.bytesOut, &slot.dropped}) {
-        counter->low.storeRelaxed(0);
-        counter->high.storeRelaxed(0);
-    }
+    slot.dropped.low.storeRelaxed(0);
+    slot.dropped.high.storeRelaxed(0);
     slot.sleeps.storeRelaxed(0);
     slot.rings.storeRelaxed(0);
     slot.nameHash.storeRelaxed(name.hash());
@@ -117,7 +115,7 @@ Spid Endpoint::enter(const ColdSection& cold, const Name& name, ScopedDescriptor
             errno = EADDRINUSE;
             return 0;
         }
-        retire(cold, holder, Leftovers::search);
+        retire(cold, holder, Leftovers::anything);
     }
     uint32_t index = takeSlot(arena, cold.file());
     if (index == 0 && errno == ENOSPC) {
@@ -172,7 +170,7 @@ void Endpoint::leaveDomain() {
     if (!cold.entered()) return;  // somebody removed the domain: nobody can look for this endpoint any more
     giveUpHunts();
     pool_.giveUp();
-    retire(cold, spid_, held_ == 0 ? Leftovers::none : Leftovers::search);
+    retire(cold, spid_, held_ == 0 ? Leftovers::none : Leftovers::held);
 }
 
 void Endpoint::giveUpHunts() {

@@ -28,7 +28,8 @@ public:
     Endpoint& operator=(const Endpoint&) = delete;
 
     /// Whether the endpoint belongs to this process. After a fork it goes to whichever of the two asks first.
-    bool isOurs() { return forksSeen_ == forkCount() || claim(); }
+    bool isOurs() { return isKnownToBeOurs() || claim(); }
+    bool isKnownToBeOurs() const { return forksSeen_ == forkCount(); }
 
     /// Prepares for the end of this object and tells whether it may be had. A child that has only inherited the
     /// endpoint gives up its copy, and leaves the endpoint to its parent.
@@ -79,26 +80,33 @@ private:
     int handOut(const Held& held, LinxSignal** signal);
 
     // Sending (send.cpp).
-    int sendToSelf(const Held& held);
     int push(const Held& held, Peer& peer);
-    int refuse(const Held& held, int reason);
-    Peer* peerFor(Spid spid);
-    Peer* meet(Spid spid);
     bool seemsAlive(Peer& peer);
+    [[gnu::cold]] int sendToSelf(const Held& held);
+    [[gnu::cold]] int sendToStranger(const Held& held, Spid to);
+    [[gnu::cold]] int bounce(const Held& held, Peer& peer);
+    [[gnu::cold]] int refuse(const Held& held, int reason);
+    [[gnu::cold]] Peer* peerFor(Spid spid);
+    [[gnu::cold]] Peer* meet(Spid spid);
 
     // Receiving (receive.cpp).
     Held takeQueued(const uint32_t* selection);
     Held await(const uint32_t* milliseconds, const uint32_t* selection);
     void beginLooking();
     bool look(uint64_t deadline);
+    bool giveWay();
     bool sleep(uint64_t deadline, bool mayWait);
     void noticeEvents();
     void handleEvents(int milliseconds);
     void takeMailbox();
+    bool queueChain();
     void fireTimeouts();
     void enqueue(Ref ref);
     void bury(uint32_t index);
-    void settle();
+    void settle() {
+        if (queue_.empty() || looking_ || !byteIn_) settleAnew();
+    }
+    void settleAnew();
     void raiseByte();
     void silence();
     void greet(Spid sender);
@@ -135,7 +143,8 @@ private:
     bool looking_ = false;  ///< the attention word says that this endpoint looks
     bool byteIn_ = false;   ///< the bell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
-    uint32_t held_ = 0;  ///< signals that the user holds
+    uint32_t held_ = 0;              ///< signals that the user holds
+    Held recent_ = {nullptr, 0, 0};  ///< given to the user last: most often the one that comes back next
     LinxRef lastReference_ = 0;
     std::unordered_set<char*> names_;
 };

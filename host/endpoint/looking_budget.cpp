@@ -27,7 +27,8 @@ bool mayRunOnSeveralProcessors() {
 }  // namespace
 
 LookingBudget LookingBudget::fromEnvironment() {
-    return LookingBudget(mayRunOnSeveralProcessors() ? uint64_t{chosenMicroseconds()} * 1000 : 0);
+    const uint64_t chosen = uint64_t{chosenMicroseconds()} * 1000;
+    return LookingBudget(mayRunOnSeveralProcessors() ? chosen : 0, chosen);
 }
 
 }  // namespace linx

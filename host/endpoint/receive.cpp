@@ -1,3 +1,4 @@
+#include <sched.h>
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@ namespace linx {
 namespace {
 
 constexpr uint64_t nanosecondsPerMillisecond = 1000000;
+constexpr uint64_t alone = 1000;  ///< nanoseconds of looking after which an answer seems to want this processor
 
 void relax() {
 #if defined(__x86_64__) || defined(__i386__)
@@ -60,7 +62,8 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
 /// The oldest signal of the queue that the selection allows; no block when there is none.
 Endpoint::Held Endpoint::takeQueued(const uint32_t* selection) {
     while (const Ref ref = queue_.take(selection)) {
-        const Held held = at(ref);
+        Held held = {nullptr, ref, 0};
+        held.block = arena().knownBlockAt(ref, held.sizeClass);
         if (held.block != nullptr) return held;
         // Somebody scribbled over the unit table. If the block ever shows again, it is looked for when this endpoint
         // ends, as what its user holds.
@@ -97,7 +100,7 @@ void Endpoint::beginLooking() {
 
 /// Looks at the mailbox while the budget lasts. True when a signal came or a time-out fell due.
 bool Endpoint::look(uint64_t deadline) {
-    if (budget_.nanoseconds() == 0) return false;
+    if (budget_.nanoseconds() == 0) return giveWay();
     const uint64_t start = now();
     const uint64_t wake = std::min(deadline, timers_.earliest());
     uint64_t time = start;
@@ -109,11 +112,23 @@ bool Endpoint::look(uint64_t deadline) {
             }
             relax();
         }
+        // The peer may have been put on this very processor: then it runs now.
+        if (time - start > alone) sched_yield();
         time = now();
     }
     if (timers_.earliest() > time) return false;
     fireTimeouts();
     return true;
+}
+
+/// Lets others run once, who may send. True when a signal came.
+bool Endpoint::giveWay() {
+    if (!budget_.givesWay()) return false;
+    const uint64_t start = now();
+    sched_yield();
+    const bool found = slot().mailbox.loadRelaxed() > stack::closed;  // relaxed: the take acquires
+    budget_.gaveWay(now() - start, found);
+    return found;
 }
 
 /// Sleeps until something happens, or only asks what has happened. True when the deadline has passed, or when there
@@ -174,23 +189,7 @@ void Endpoint::takeMailbox() {
         if (own.mailbox.loadRelaxed() <= stack::closed) return;  // relaxed: as in take
         takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
     }
-    size_t count = 0;
-    stack::walk(arena(), takenChain_, [&](Block&, Ref, uint32_t) { ++count; });
-    queue_.reserve(count);  // the only step that can fail: the chain is still announced, and taken up again
-    count = 0;
-    bool strays = false;
-    stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t) {
-        const uint32_t owner = block.owner.loadAcquire();  // the take would do (F), as for the number
-        if (owner == (spid_ | ownerTransit)) {
-            block.owner.storeRelaxed(spid_ | ownerQueued);
-            queue_.append(ref, block.signal.number);
-            ++count;
-        } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
-            block.owner.storeRelaxed(spid_);  // see takeStrays
-            strays = true;
-        }
-    });
-    queue_.reverseLast(count);
+    const bool strays = queueChain();
     const Ref chain = takenChain_;
     takenChain_ = 0;
     own.takingMailbox.storeRelease(0);  // (I), after the last block got its owner
@@ -198,6 +197,34 @@ void Endpoint::takeMailbox() {
     if (queue_.size() > own.deepestQueue.loadRelaxed()) {
         own.deepestQueue.storeRelaxed(static_cast<uint32_t>(queue_.size()));
     }
+}
+
+/// Moves the chain that was taken into the queue, oldest first. Tells whether there are strays in it. Out of memory,
+/// everything is as before: the chain is still announced, and taken up again.
+bool Endpoint::queueChain() {
+    const size_t before = queue_.size();
+    bool strays = false;
+    try {
+        stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t) {
+            const uint32_t owner = block.owner.loadAcquire();  // the take would do (F), as for the number
+            if (owner == (spid_ | ownerTransit)) {
+                queue_.append(ref, block.signal.number);
+                block.owner.storeRelaxed(spid_ | ownerQueued);
+            } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
+                block.owner.storeRelaxed(spid_);  // see takeStrays
+                strays = true;
+            }
+        });
+    } catch (const std::bad_alloc&) {
+        queue_.dropLast(queue_.size() - before);
+        stack::walk(arena(), takenChain_, [&](Block& block, Ref, uint32_t) {
+            const uint32_t owner = block.owner.loadRelaxed();
+            if (owner == spid_ || owner == (spid_ | ownerQueued)) block.owner.storeRelease(spid_ | ownerTransit);
+        });
+        throw;
+    }
+    queue_.reverseLast(queue_.size() - before);
+    return strays;
 }
 
 /// Frees what was sent to an earlier user of the slot by somebody who was held up: it ended with that one. Not before
@@ -213,7 +240,6 @@ void Endpoint::takeStrays(Ref chain) {
 void Endpoint::enqueue(Ref ref) {
     const Held held = at(ref);
     if (held.block == nullptr) return;
-    queue_.reserve(1);
     queue_.append(ref, held.block->signal.number);
 }
 
@@ -262,7 +288,7 @@ void Endpoint::raiseByte() {
 }
 
 /// Makes the descriptor true again: see the top of this file.
-void Endpoint::settle() {
+void Endpoint::settleAnew() {
     for (;;) {
         if (queue_.empty()) takeMailbox();
         if (!queue_.empty()) break;

@@ -18,6 +18,12 @@ int Endpoint::send(LinxSignal** signal, Spid to) {
     }
     *signal = nullptr;
     --held_;
+    Peer* peer = peers_.find(to);
+    return peer != nullptr ? push(held, *peer) : sendToStranger(held, to);
+}
+
+/// To somebody for the first time, to oneself, or to nobody.
+int Endpoint::sendToStranger(const Held& held, Spid to) {
     if (!isSpid(to) || !isOpen(arena(), to)) return refuse(held, everExisted(arena(), to) ? ECONNRESET : ESRCH);
     if (to == spid_) return sendToSelf(held);
     Peer* peer = peerFor(to);
@@ -35,7 +41,8 @@ int Endpoint::sendToSelf(const Held& held) {
 int Endpoint::push(const Held& held, Peer& peer) {
     Slot& own = slot();
     Slot& target = arena().slot(indexOf(peer.spid));
-    const uint32_t size = held.block->size.loadRelaxed();
+    // Its mailbox may be another's by now, who would have to throw the signal away. Acquire: as in isOpen.
+    if (target.life.loadAcquire() != (peer.spid | lifeOpen)) return refuse(held, ECONNRESET);
     // Before the first push: from then on this process may die before it rings, and the peer must learn of that.
     if (!peer.knowsUs) peer.knowsUs = bell::introduce(peer.bell.get(), spid_);
     own.sending.storeRelease(held.ref);  // (J), after the push before this one
@@ -48,8 +55,6 @@ int Endpoint::push(const Held& held, Peer& peer) {
         held.block->owner.storeRelaxed(spid_);
         return refuse(held, ECONNRESET);
     }
-    own.signalsOut.add(1);
-    own.bytesOut.add(size);
     const uint32_t found = target.attention.loadSeqCst();  // (B), see attention.h
     bool alive = true;
     if (attention::asksForRing(found, peer.spid)) {
@@ -59,14 +64,18 @@ int Endpoint::push(const Held& held, Peer& peer) {
     } else if (before != stack::empty) {
         alive = seemsAlive(peer);
     }
-    if (alive) return 0;
-    // A peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
+    return alive ? 0 : bounce(held, peer);
+}
+
+/// A signal was pushed onto the mailbox of one who has died.
+int Endpoint::bounce(const Held& held, Peer& peer) {
+    // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
     // lies in the mailbox and goes with the peer. Whoever supervises it here is told by the next receive.
     // It is dead, so this is the last that it wrote (Q).
     const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerTransit);
     reap(*domain_, peer.spid);
     if (!unread) return 0;
-    own.dropped.add(1);
+    slot().dropped.add(1);
     errno = ECONNRESET;
     return -1;
 }

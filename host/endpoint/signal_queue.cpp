@@ -26,16 +26,7 @@ void SignalQueue::reverseLast(size_t count) {
     std::reverse(arrivals_.end() - static_cast<std::ptrdiff_t>(count), arrivals_.end());
 }
 
-SignalQueue::Arrival SignalQueue::popArrival() {
-    const Arrival arrival = arrivals_[nextArrival_++];
-    if (!hasArrivals()) {
-        arrivals_.clear();
-        nextArrival_ = 0;
-    }
-    return arrival;
-}
-
-Ref SignalQueue::take(const uint32_t* selection) {
+Ref SignalQueue::takeSelected(const uint32_t* selection) {
     if (size_ == 0) return 0;
     if (oldest_ != none) {
         const Ref ref = takeFromLanes(selection);

@@ -24,16 +24,29 @@ public:
     /// Makes room for `count` more, so that appending them cannot fail.
     void reserve(size_t count);
 
+    /// Out of memory, the queue is as before.
     void append(Ref ref, uint32_t number) {
+        if (arrivals_.size() == arrivals_.capacity()) reserve(1);
         arrivals_.push_back({ref, number});
         ++size_;
+    }
+
+    /// Takes back the last `count` that were appended, since when nothing was taken.
+    void dropLast(size_t count) {
+        arrivals_.resize(arrivals_.size() - count);
+        size_ -= count;
     }
 
     /// Turns the last `count` signals round: a mailbox gives its newest first.
     void reverseLast(size_t count);
 
     /// Takes the oldest signal that `selection` (a count, then that many numbers; 0 for any) allows; 0 when none is.
-    Ref take(const uint32_t* selection);
+    Ref take(const uint32_t* selection) {
+        if (selection[0] != 0 || oldest_ != none) return takeSelected(selection);
+        if (!hasArrivals()) return 0;
+        --size_;
+        return popArrival().ref;
+    }
 
     /// Takes the given signal out. False when it is not there.
     bool remove(Ref ref, uint32_t number);
@@ -58,7 +71,15 @@ private:
     static constexpr uint32_t none = ~0u;
 
     bool hasArrivals() const { return nextArrival_ != arrivals_.size(); }
-    Arrival popArrival();
+    Arrival popArrival() {
+        const Arrival arrival = arrivals_[nextArrival_++];
+        if (!hasArrivals()) {
+            arrivals_.clear();
+            nextArrival_ = 0;
+        }
+        return arrival;
+    }
+    Ref takeSelected(const uint32_t* selection);
     Ref takeFromLanes(const uint32_t* selection);
     void moveToLane(const Arrival& arrival);
     Ref unlinkOldestOf(std::unordered_map<uint32_t, Lane>::iterator lane);

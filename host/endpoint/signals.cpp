@@ -9,7 +9,11 @@
 namespace linx {
 
 bool Endpoint::find(LinxSignal* signal, Held& held) const {
-    held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
+    if (recent_.block != nullptr && signal == &recent_.block->signal) {
+        held = recent_;  // if it is still this endpoint's, nobody has made another block of it
+    } else {
+        held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
+    }
     // Relaxed: it was this endpoint that wrote it, if it is this endpoint's.
     return held.block != nullptr && held.block->owner.loadRelaxed() == spid_;
 }
@@ -25,14 +29,16 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
         errno = size > maxSignalBytes ? EMSGSIZE : EINVAL;
         return nullptr;
     }
-    Ref ref;
-    Block* block = pool_.allocate(linesForSignal(size), ref);
+    Held held;
+    held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
+    Block* block = held.block;
     if (block == nullptr) return nullptr;
     block->owner.storeRelaxed(spid_);
     block->sender.storeRelaxed(spid_);
     block->size.storeRelaxed(size);
     block->signal.number = number;
     ++held_;
+    recent_ = held;
     return &block->signal;
 }
 
@@ -102,13 +108,16 @@ void Endpoint::discard(Ref ref) {
 int Endpoint::handOut(const Held& held, LinxSignal** signal) {
     timers_.received(held.ref);
     // Sizes come from other processes: none reaches beyond its block.
-    const uint32_t room = linesOfClass(held.sizeClass) * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
-    const uint32_t size = std::max<uint32_t>(std::min(held.block->size.loadRelaxed(), room), sizeof(LinxSignal));
-    held.block->size.storeRelaxed(size);
+    const uint32_t room =
+        sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
+    uint32_t size = held.block->size.loadRelaxed();
+    if (size < sizeof(LinxSignal) || size > room) {
+        size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
+        held.block->size.storeRelaxed(size);
+    }
     held.block->owner.storeRelaxed(spid_);
     ++held_;
-    slot().signalsIn.add(1);
-    slot().bytesIn.add(size);
+    recent_ = held;
     *signal = &held.block->signal;
     return static_cast<int>(size);
 }

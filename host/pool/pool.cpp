@@ -22,9 +22,14 @@ uint32_t surplusLines(const Arena& arena) {
 
 Pool::Pool(const Domain& domain, Spid home) : domain_(domain), home_(home) {}
 
-Block* Pool::allocate(uint32_t lines, Ref& ref) {
-    const uint32_t sizeClass = classForLines(lines);
+Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
+    sizeClass = classForLines(lines);
     if (Block* block = take(sizeClass, ref)) return block;
+    return allocateMore(sizeClass, ref);
+}
+
+/// When the endpoint's own list has run dry.
+Block* Pool::allocateMore(uint32_t& sizeClass, Ref& ref) {
     takeReturned();
     if (Block* block = take(sizeClass, ref)) return block;
     leaseMore(sizeClass);
@@ -48,9 +53,9 @@ Block* Pool::take(uint32_t sizeClass, Ref& ref) {
     return nullptr;
 }
 
-Block* Pool::takeLarger(uint32_t sizeClass, Ref& ref) {
-    for (uint32_t larger = sizeClass + 1; larger < sizeClassCount; ++larger) {
-        if (Block* block = take(larger, ref)) return block;
+Block* Pool::takeLarger(uint32_t& sizeClass, Ref& ref) {
+    while (++sizeClass < sizeClassCount) {
+        if (Block* block = take(sizeClass, ref)) return block;
     }
     return nullptr;
 }
@@ -58,7 +63,7 @@ Block* Pool::takeLarger(uint32_t sizeClass, Ref& ref) {
 void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
     free_[sizeClass].push_back(ref);
     freeLines_ += sizeClasses[sizeClass].lines;
-    block.home.storeRelaxed(home_);
+    if (block.home.loadRelaxed() != home_) block.home.storeRelaxed(home_);
     // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
     block.owner.storeRelease(ownerFree);

@@ -14,9 +14,10 @@ class Pool {
 public:
     Pool(const Domain& domain, Spid home);
 
-    /// A free block of at least `lines` lines for the caller to own, its reference in `ref`. Null with errno ENOMEM
-    /// when the pool or the endpoint's share of it is exhausted. `lines` <= largestClassLines.
-    Block* allocate(uint32_t lines, Ref& ref);
+    /// A free block of at least `lines` lines for the caller to own, its reference in `ref` and its class in
+    /// `sizeClass`. Null with errno ENOMEM when the pool or the endpoint's share of it is exhausted.
+    /// `lines` <= largestClassLines.
+    Block* allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass);
 
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
     void free(Block& block, Ref ref, uint32_t sizeClass);
@@ -26,7 +27,8 @@ public:
 
 private:
     Block* take(uint32_t sizeClass, Ref& ref);
-    Block* takeLarger(uint32_t sizeClass, Ref& ref);
+    Block* takeLarger(uint32_t& sizeClass, Ref& ref);
+    Block* allocateMore(uint32_t& sizeClass, Ref& ref);
     void put(Block& block, Ref ref, uint32_t sizeClass);
     bool giveBack(Block& block, Ref ref, Spid home);
     void takeReturned();

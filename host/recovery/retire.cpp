@@ -98,9 +98,9 @@ void retire(const ColdSection& cold, Spid spid, Leftovers leftovers) {
     const auto isAtHome = [&](const Block& block) { return indexOf(block.home.loadRelaxed()) == indexOf(spid); };
     const bool hadReturns = closeStack(arena, slot.returned, slot.takingReturned, spid, isAtHome);
     dropHunts(arena, spid);
-    recoverStrandedSend(arena, spid);
-    if (leftovers == Leftovers::search || hadMail || hadReturns) makeBlocksCommon(arena, spid);
-    ringForIt(cold, spid);
+    if (leftovers == Leftovers::anything) recoverStrandedSend(arena, spid);
+    if (leftovers != Leftovers::none || hadMail || hadReturns) makeBlocksCommon(arena, spid);
+    if (leftovers == Leftovers::anything) ringForIt(cold, spid);
     bell::remove(cold.domain().directory(), spid);
     removeName(arena, indexOf(spid));
     // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release: (L).
@@ -116,7 +116,7 @@ bool hasDied(const Domain& domain, Spid spid) {
 bool reap(const Domain& domain, Spid spid) {
     if (!isOpen(domain.arena(), spid)) return true;
     const ColdSection cold(domain);
-    if (cold.entered()) retire(cold, spid, Leftovers::search);
+    if (cold.entered()) retire(cold, spid, Leftovers::anything);
     return cold.entered();
 }
 
@@ -125,7 +125,7 @@ void reapAllDead(const ColdSection& cold) {
     for (uint32_t i = 1; i <= used; ++i) {
         const uint32_t life = cold.arena().slot(i).life.loadAcquire();
         const Spid spid = life & spidMask;
-        if ((life & lifeOpen) != 0 && hasDied(cold.domain(), spid)) retire(cold, spid, Leftovers::search);
+        if ((life & lifeOpen) != 0 && hasDied(cold.domain(), spid)) retire(cold, spid, Leftovers::anything);
     }
 }
 

@@ -5,9 +5,11 @@
 
 namespace linx {
 
+/// What an endpoint may leave behind.
 enum class Leftovers {
-    none,   ///< the endpoint has given back every block itself
-    search  ///< blocks may be anywhere: all of the arena is looked through
+    none,     ///< it has given back every block itself
+    held,     ///< its user still holds blocks: all of the arena is looked through
+    anything  ///< it died at any instruction: with blocks anywhere, with a signal pushed and not rung for
 };
 
 /// Ends an endpoint: its mailbox takes nothing more, its name is free, its blocks are common, its slot will be used

@@ -48,6 +48,35 @@ TEST(LookingBudgets, ABoundOfNothingTurnsItOffForGood) {
     EXPECT_EQ(budget.nanoseconds(), 0u);
 }
 
+TEST(LookingBudgets, GivingWayIsTriedAsLongAsItPays) {
+    LookingBudget budget(0, most);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(budget.givesWay());
+        budget.gaveWay(most - 1, true);
+    }
+}
+
+TEST(LookingBudgets, GivingWayIsTriedLessOftenWhileItDoesNotPay) {
+    const auto tried = [](uint64_t nanoseconds, bool found) {
+        LookingBudget budget(0, most);
+        int count = 0;
+        for (int i = 0; i < 6400; ++i) {
+            if (!budget.givesWay()) continue;
+            ++count;
+            budget.gaveWay(nanoseconds, found);
+        }
+        return count;
+    };
+    EXPECT_LT(tried(0, false), 120);
+    EXPECT_LT(tried(most, true), 120) << "what takes longer than a sleep does not pay";
+    EXPECT_GT(tried(0, false), 90) << "it is never given up";
+}
+
+TEST(LookingBudgets, WithoutPatienceGivingWayIsNotTried) {
+    LookingBudget budget(0);
+    EXPECT_FALSE(budget.givesWay());
+}
+
 TEST(LookingBudgets, TheEnvironmentBoundsIt) {
     cpu_set_t processors;
     ASSERT_EQ(sched_getaffinity(0, sizeof processors, &processors), 0);

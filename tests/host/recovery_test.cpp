@@ -516,7 +516,7 @@ TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
     EXPECT_TRUE(reap(*joined, dead));
     {
         const ColdSection cold(*joined);
-        retire(cold, dead, Leftovers::search);
+        retire(cold, dead, Leftovers::anything);
     }
     for (int i = 0; i < 3; ++i) repairAfterDeath();
     expectInOrder();
