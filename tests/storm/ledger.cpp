@@ -18,13 +18,18 @@ uint32_t Ledger::beginLife(uint32_t worker, uint32_t process) {
     return number;
 }
 
-bool Ledger::isLiving(uint32_t worker, uint32_t spid) const {
+uint32_t Ledger::findLife(uint32_t worker, uint32_t spid) const {
     uint32_t number = latest[worker];
-    for (int left = 100; number != 0 && life(number).spid != spid && left != 0; --left) {
+    for (int left = 100; number != 0 && left != 0; --left) {
+        if (life(number).spid == spid) return number;
         number = life(number).previous;
     }
-    const Life& found = life(number);
-    return number != 0 && found.spid == spid && !found.closing && !doomed[found.process % maxLives];
+    return 0;
+}
+
+bool Ledger::isLiving(uint32_t worker, uint32_t spid) const {
+    const uint32_t number = findLife(worker, spid);
+    return number != 0 && !life(number).closing && !doomed[life(number).process % maxLives];
 }
 
 void Ledger::complain(const std::string& text) {

@@ -65,6 +65,9 @@ struct Ledger {
     /// Begins a life of the worker in the process. Returns its number.
     uint32_t beginLife(uint32_t worker, uint32_t process);
 
+    /// The life of the worker that had this spid; 0 when it is not known (yet).
+    uint32_t findLife(uint32_t worker, uint32_t spid) const;
+
     /// Whether the endpoint that the worker had with this spid is known to live.
     bool isLiving(uint32_t worker, uint32_t spid) const;
 

@@ -157,9 +157,17 @@ Worker::Peer& Worker::meet(LinxSpid spid, uint32_t worker) {
     }
     peer.worker = worker;
     peer.attaches = 1 + draw(2);
-    current_[worker] = spid;
     for (uint32_t i = 0; i < peer.attaches; ++i) attach(spid);
     return peer;
+}
+
+/// Sends to this one from now on, unless a later one is known: a hunt's answer may be older than what its successor
+/// has sent.
+void Worker::address(LinxSpid spid, const Peer& peer) {
+    LinxSpid& current = current_[peer.worker];
+    if (current == spid || peer.notices != 0) return;
+    const bool isLater = ledger_.findLife(peer.worker, spid) > ledger_.findLife(peer.worker, current);
+    if (current == 0 || isLater) current = spid;
 }
 
 void Worker::attach(LinxSpid spid) {
@@ -263,6 +271,7 @@ void Worker::handleLetter(LinxSignal* signal, uint32_t size, Kind kind) {
     if (ledger_.life(letter.from).spid != sender) complain("is told the wrong sender of a signal of " + from);
     const uint32_t worker = ledger_.life(letter.from).worker % workerCount;
     Peer& peer = meet(sender, worker);
+    address(sender, peer);
     if (peer.notices != 0) complain("hears of the end of " + from + " before its last signal");
     const uint32_t expected = ++peer.received[kind];
     if (letter.sequence != expected) {
@@ -299,7 +308,9 @@ void Worker::handleFound(LinxSpid sender, uint32_t id) {
         if (id == 0 || hunting_[whom] != id) continue;
         hunting_[whom] = 0;
         ++ledger_.hunts;
-        if (meet(sender, whom).notices != 0) complain("hears of an end before the hunt's answer");
+        Peer& peer = meet(sender, whom);
+        address(sender, peer);
+        if (peer.notices != 0) complain("hears of an end before the hunt's answer");
         return;
     }
     complain("is answered a hunt twice, or one that was not");
@@ -329,8 +340,7 @@ void Worker::handleTimeout(LinxSpid sender, uint32_t id) {
 
 /// All that the peer has sent must have come: the peer has ended, or sends no more.
 void Worker::compareWithSent(LinxSpid spid, const Peer& peer) {
-    uint32_t number = ledger_.latest[peer.worker];
-    while (number != 0 && ledger_.life(number).spid != spid) number = ledger_.life(number).previous;
+    const uint32_t number = ledger_.findLife(peer.worker, spid);
     const Outgoing& outgoing = ledger_.life(number).to[index_];
     for (uint32_t kind = 0; kind < kinds; ++kind) {
         const bool isToMe = number != 0 && outgoing.peer == own_;

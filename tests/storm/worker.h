@@ -47,6 +47,7 @@ private:
     // Expecting.
     void hunt(uint32_t whom);
     Peer& meet(LinxSpid spid, uint32_t worker);
+    void address(LinxSpid spid, const Peer& peer);
     void attach(LinxSpid spid);
     void useTimers();
     void runErrand();
