@@ -94,7 +94,7 @@ private:
     Held await(const uint32_t* milliseconds, const uint32_t* selection);
     void beginLooking();
     bool look(uint64_t deadline);
-    bool giveWay();
+    bool giveWay(uint64_t wake);
     bool sleep(uint64_t deadline, bool mayWait);
     void noticeEvents();
     void handleEvents(int milliseconds);

@@ -87,6 +87,10 @@ Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* sel
         takeMailbox();
         held = takeQueued(selection);
         if (held.block != nullptr || expired) return held;
+        if (!sawSomething) continue;
+        noticeEvents();  // while others send without end what is not awaited, it never sleeps
+        held = takeQueued(selection);
+        if (held.block != nullptr) return held;
     }
 }
 
@@ -100,9 +104,9 @@ void Endpoint::beginLooking() {
 
 /// Looks at the mailbox while the budget lasts. True when a signal came or a time-out fell due.
 bool Endpoint::look(uint64_t deadline) {
-    if (budget_.nanoseconds() == 0) return giveWay();
-    const uint64_t start = now();
     const uint64_t wake = std::min(deadline, timers_.earliest());
+    if (budget_.nanoseconds() == 0) return giveWay(wake);
+    const uint64_t start = now();
     uint64_t time = start;
     while (time < start + budget_.nanoseconds() && time < wake) {
         for (int i = 0; i < 32; ++i) {
@@ -121,10 +125,11 @@ bool Endpoint::look(uint64_t deadline) {
     return true;
 }
 
-/// Lets others run once, who may send. True when a signal came.
-bool Endpoint::giveWay() {
+/// Lets others run once, who may send, unless it is time to wake. True when a signal came.
+bool Endpoint::giveWay(uint64_t wake) {
     if (!budget_.givesWay()) return false;
     const uint64_t start = now();
+    if (start >= wake) return false;
     sched_yield();
     const bool found = slot().mailbox.loadRelaxed() > stack::closed;  // relaxed: the take acquires
     budget_.gaveWay(now() - start, found);
