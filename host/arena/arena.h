@@ -12,7 +12,10 @@ class Arena {
 public:
     /// `base` is the mapping of a file whose header has been checked; `unitCount` and the mapping's length agree.
     Arena(void* base, uint32_t unitCount)
-        : base_(static_cast<char*>(base)), unitCount_(unitCount), firstPoolPage_(firstPoolPage(unitCount)) {}
+        : base_(static_cast<char*>(base)),
+          unitCount_(unitCount),
+          firstPoolPage_(firstPoolPage(unitCount)),
+          endLine_((firstPoolPage_ + unitCount) * linesPerUnit) {}
 
     Header& header() const { return *at<Header>(0); }
     Word& bucket(uint32_t hash) const { return at<Word>(bucketsOffset)[hash & (slotCount - 1)]; }
@@ -44,8 +47,7 @@ public:
     Block* knownBlockAt(Ref ref, uint32_t& sizeClass) const {
         // Relaxed: it was acquired when the block was found.
         sizeClass = entryClass(unit(ref / linesPerUnit - firstPoolPage_).loadRelaxed());
-        const bool fits =
-            sizeClass < sizeClassCount && ref + sizeClasses[sizeClass].lines <= fileUnits() * linesPerUnit;
+        const bool fits = sizeClass < sizeClassCount && ref + sizeClasses[sizeClass].lines <= endLine_;
         return fits ? rawBlock(ref) : nullptr;
     }
 
@@ -70,6 +72,7 @@ private:
     char* base_;
     uint32_t unitCount_;
     uint32_t firstPoolPage_;
+    uint32_t endLine_;  ///< of the file
 };
 
 inline Block* Arena::blockAt(Ref ref, uint32_t& sizeClass) const {

@@ -72,25 +72,26 @@ private:
 
     // Which signals are ours (signals.cpp).
     bool find(LinxSignal* signal, Held& held) const;
+    [[gnu::noinline]] Held lookUp(LinxSignal* signal) const;
     Held at(Ref ref) const;
     bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
     void park(const Held& held, Spid sender);
     void discard(const Held& held);
     void discard(Ref ref);
-    int handOut(const Held& held, LinxSignal** signal);
 
     // Sending (send.cpp).
-    int push(const Held& held, Peer& peer);
+    [[gnu::always_inline]] inline int push(const Held& held, Peer& peer);
     bool seemsAlive(Peer& peer);
     [[gnu::cold]] int sendToSelf(const Held& held);
-    [[gnu::cold]] int sendToStranger(const Held& held, Spid to);
+    [[gnu::cold]] Peer* strangerAt(Spid spid);
     [[gnu::cold]] int bounce(const Held& held, Peer& peer);
     [[gnu::cold]] int refuse(const Held& held, int reason);
     [[gnu::cold]] Peer* peerFor(Spid spid);
     [[gnu::cold]] Peer* meet(Spid spid);
 
     // Receiving (receive.cpp).
-    Held takeQueued(const uint32_t* selection);
+    [[gnu::always_inline]] inline Held takeQueued(const uint32_t* selection);
+    [[gnu::always_inline]] inline int handOut(const Held& held, LinxSignal** signal);
     Held await(const uint32_t* milliseconds, const uint32_t* selection);
     void beginLooking();
     bool look(uint64_t deadline);

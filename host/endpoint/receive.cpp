@@ -44,7 +44,7 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
     *signal = nullptr;
     Held held = {nullptr, 0, 0};
     try {
-        noticeEvents();
+        if (timers_.earliest() != Timers::never || peers_.supervising()) noticeEvents();
         held = takeQueued(selection);
         if (held.block == nullptr) held = await(milliseconds, selection);
         settle();
@@ -71,6 +71,24 @@ Endpoint::Held Endpoint::takeQueued(const uint32_t* selection) {
         slot().dropped.add(1);
     }
     return {nullptr, 0, 0};
+}
+
+/// Gives a signal of the queue to the user and returns its size.
+int Endpoint::handOut(const Held& held, LinxSignal** signal) {
+    timers_.received(held.ref);
+    // Sizes come from other processes: none reaches beyond its block.
+    const uint32_t room =
+        sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
+    uint32_t size = held.block->size.loadRelaxed();
+    if (size < sizeof(LinxSignal) || size > room) {
+        size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
+        held.block->size.storeRelaxed(size);
+    }
+    held.block->owner.storeRelaxed(spid_);
+    ++held_;
+    recent_ = held;
+    *signal = &held.block->signal;
+    return static_cast<int>(size);
 }
 
 Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {

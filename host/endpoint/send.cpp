@@ -19,18 +19,23 @@ int Endpoint::send(LinxSignal** signal, Spid to) {
     *signal = nullptr;
     --held_;
     Peer* peer = peers_.find(to);
-    return peer != nullptr ? push(held, *peer) : sendToStranger(held, to);
+    if (peer == nullptr) {
+        if (to == spid_) return sendToSelf(held);
+        peer = strangerAt(to);
+        if (peer == nullptr) return refuse(held, errno);
+    }
+    return push(held, *peer);
 }
 
-/// To somebody for the first time, to oneself, or to nobody.
-int Endpoint::sendToStranger(const Held& held, Spid to) {
-    if (!isSpid(to) || !isOpen(arena(), to)) return refuse(held, everExisted(arena(), to) ? ECONNRESET : ESRCH);
-    if (to == spid_) return sendToSelf(held);
-    Peer* peer = peerFor(to);
-    return peer == nullptr ? refuse(held, errno) : push(held, *peer);
+/// Whom this endpoint has not talked to yet. Null with errno.
+Peer* Endpoint::strangerAt(Spid spid) {
+    if (isOpen(arena(), spid)) return peerFor(spid);
+    errno = everExisted(arena(), spid) ? ECONNRESET : ESRCH;
+    return nullptr;
 }
 
 int Endpoint::sendToSelf(const Held& held) {
+    if (!isOpen(arena(), spid_)) return refuse(held, ECONNRESET);
     takeMailbox();  // what others sent before comes before
     park(held, spid_);
     enqueue(held.ref);

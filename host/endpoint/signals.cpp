@@ -9,13 +9,17 @@
 namespace linx {
 
 bool Endpoint::find(LinxSignal* signal, Held& held) const {
-    if (recent_.block != nullptr && signal == &recent_.block->signal) {
-        held = recent_;  // if it is still this endpoint's, nobody has made another block of it
-    } else {
-        held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
-    }
+    // If the recent one is still this endpoint's, nobody has made another block of it.
+    const bool isRecent = recent_.block != nullptr && signal == &recent_.block->signal;
+    held = isRecent ? recent_ : lookUp(signal);
     // Relaxed: it was this endpoint that wrote it, if it is this endpoint's.
     return held.block != nullptr && held.block->owner.loadRelaxed() == spid_;
+}
+
+Endpoint::Held Endpoint::lookUp(LinxSignal* signal) const {
+    Held held = {nullptr, 0, 0};
+    held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
+    return held;
 }
 
 Endpoint::Held Endpoint::at(Ref ref) const {
@@ -102,24 +106,6 @@ void Endpoint::discard(const Held& held) {
 void Endpoint::discard(Ref ref) {
     const Held held = at(ref);
     if (held.block != nullptr) discard(held);
-}
-
-/// Gives a signal of the queue to the user and returns its size.
-int Endpoint::handOut(const Held& held, LinxSignal** signal) {
-    timers_.received(held.ref);
-    // Sizes come from other processes: none reaches beyond its block.
-    const uint32_t room =
-        sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
-    uint32_t size = held.block->size.loadRelaxed();
-    if (size < sizeof(LinxSignal) || size > room) {
-        size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
-        held.block->size.storeRelaxed(size);
-    }
-    held.block->owner.storeRelaxed(spid_);
-    ++held_;
-    recent_ = held;
-    *signal = &held.block->signal;
-    return static_cast<int>(size);
 }
 
 }  // namespace linx

@@ -29,8 +29,8 @@ private:
     Block* take(uint32_t sizeClass, Ref& ref);
     Block* takeLarger(uint32_t& sizeClass, Ref& ref);
     Block* allocateMore(uint32_t& sizeClass, Ref& ref);
-    void put(Block& block, Ref ref, uint32_t sizeClass);
-    bool giveBack(Block& block, Ref ref, Spid home);
+    [[gnu::always_inline]] inline void put(Block& block, Ref ref, uint32_t sizeClass);
+    [[gnu::always_inline]] inline bool giveBack(Block& block, Ref ref, Spid home);
     void takeReturned();
     void leaseMore(uint32_t sizeClass);
     void trim();
