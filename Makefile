@@ -71,6 +71,12 @@ storm: dependencies ## Kills processes amid their traffic and checks what others
 	@cmake --build --preset release --target linx-storm
 	@build/release/tests/storm/linx-storm --kills $(or $(KILLS),10000) $(if $(SEED),--seed $(SEED))
 
+.PHONY: crash-sites
+crash-sites: dependencies ## Kills a process at every change of shared memory, some minutes; ARGS='--help' tells its options
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target linx-crash-sites
+	@build/release/tests/crash/linx-crash-sites $(ARGS)
+
 .PHONY: abi-baseline
 abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
 	@cmake --preset release >/dev/null

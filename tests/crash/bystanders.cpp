@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include "tests/crash/scene.h"
+
+namespace crash {
+namespace {
+
+/// The first bystander's endpoint, and what it has seen.
+class Conductor {
+public:
+    Conductor(Progress& progress) : progress_(progress), mirror_(::hunt(endpoint_, "mirror")) {
+        exchange();  // it leases memory now and not while the victim may hold the lock
+        LinxSignal* signal = linx_alloc(endpoint_, sizeof(LinxSignal), found);
+        EXPECT_EQ(0, linx_hunt(endpoint_, victimName, &signal));
+    }
+
+    /// A burst to the second bystander and back.
+    void exchange() {
+        for (int i = 0; i < 8; ++i) ASSERT_EQ(0, send(endpoint_, mirror_, item, {sent_++}));
+        while (returned_ < sent_) ASSERT_TRUE(take()) << "lost after " << returned_;
+        progress_.exchanged = returned_;
+    }
+
+    void awaitVictim() {
+        while (founds_ == 0) ASSERT_TRUE(take()) << "the victim is not found";
+        for (uint32_t i = 0; i < gifts; ++i) ASSERT_EQ(0, send(endpoint_, victim_, gift, {i}));
+    }
+
+    void pause(Stance stance) {
+        if (stance == Stance::away) {
+            ASSERT_EQ(0, send(endpoint_, spidOf(endpoint_), gift));
+        }
+        while (stance == Stance::working && !progress_.victimEnded) exchange();
+        while (stance == Stance::asleep && notices_ == 0) ASSERT_TRUE(take()) << "nobody wakes the sleeper";
+        while (stance == Stance::away && !progress_.victimEnded) sched_yield();
+    }
+
+    /// The end of the victim, if there was one, is told; its name can be opened; the second bystander is there.
+    void goOn() {
+        while (notices_ < founds_) ASSERT_TRUE(take()) << "the victim's end is not told";
+        exchange();
+        Endpoint successor(victimName);
+        EXPECT_EQ(spidOf(successor), ::hunt(successor, victimName));
+        while (founds_ == 0) ASSERT_TRUE(take()) << "the hunt for the victim is forgotten";
+        for (int i = 0; i < 4; ++i) exchange();
+        successor.close();
+        while (notices_ < attaches_) ASSERT_TRUE(take()) << "an end is not told";
+        ASSERT_EQ(0, send(endpoint_, mirror_, end));
+        while (!ended_) ASSERT_TRUE(take()) << "the last signal is lost";
+        while (take(0)) {
+        }
+        EXPECT_EQ(sent_, returned_);
+        EXPECT_EQ(1u, founds_);
+        EXPECT_EQ(1u, notices_);
+    }
+
+private:
+    bool take(uint32_t milliseconds = patience) {
+        const std::optional<Received> received = receive(endpoint_, milliseconds);
+        if (received) handle(*received);
+        return received.has_value();
+    }
+
+    void handle(const Received& received) {
+        switch (received.number) {
+            case item:
+                EXPECT_EQ(mirror_, received.sender);
+                EXPECT_EQ(returned_++, received.word());
+                break;
+            case end:
+                EXPECT_EQ(mirror_, received.sender);
+                ended_ = true;
+                break;
+            case found:
+                ++founds_;
+                victim_ = received.sender;
+                EXPECT_NE(0u, attach(endpoint_, victim_, notice));
+                ++attaches_;
+                break;
+            case notice:
+                EXPECT_EQ(victim_, received.sender);
+                ++notices_;
+                break;
+            case parcel:
+                EXPECT_EQ(victim_, received.sender);
+                EXPECT_EQ(0u, notices_) << "the end is told before the last signal";
+                EXPECT_TRUE(pattern(received.payload.size(), parcel) == received.payload);
+                break;
+            default:
+                EXPECT_EQ(gift, received.number);
+        }
+    }
+
+    Progress& progress_;
+    Endpoint endpoint_{"conductor"};
+    const LinxSpid mirror_;
+    LinxSpid victim_ = 0;
+    uint32_t sent_ = 0;
+    uint32_t returned_ = 0;
+    uint32_t founds_ = 0;
+    uint32_t attaches_ = 0;
+    uint32_t notices_ = 0;
+    bool ended_ = false;
+};
+
+}  // namespace
+
+void conduct(Progress& progress, Stance stance, bool victimIsOpen, Line& parent) {
+    Conductor conductor(progress);
+    parent.tell();
+    parent.hear();
+    if (victimIsOpen) conductor.awaitVictim();
+    parent.tell();
+    conductor.pause(stance);
+    while (!progress.victimEnded) sched_yield();
+    conductor.goOn();
+}
+
+void mirror(Line& parent) {
+    Endpoint endpoint("mirror");
+    parent.tell(spidOf(endpoint));
+    constexpr uint32_t anySignal[] = {0};
+    for (uint32_t number = 0; number != end;) {
+        LinxSignal* signal = nullptr;
+        ASSERT_LT(0, linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
+        const LinxSpid sender = linx_sender(endpoint, &signal);
+        number = signal->number;
+        if (number == item || number == end) {
+            ASSERT_EQ(0, linx_send(endpoint, &signal, sender));
+        } else {
+            ASSERT_EQ(0, linx_free_buf(endpoint, &signal));
+        }
+    }
+}
+
+}  // namespace crash
