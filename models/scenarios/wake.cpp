@@ -22,6 +22,14 @@ void openAcquainted(Stage& stage) {
     }
 }
 
+void sendTwo(Stage& stage) {
+    stage.send(0);
+    stage.send(0);
+}
+void receiveThem(Stage& stage) {
+    stage.receiveFrom(1, 3);  // one came when they met
+}
+
 const Scenario wake = {
     "wake",
     "two signals to one who sleeps, or is about to",
@@ -32,11 +40,7 @@ const Scenario wake = {
     "0",
     true,
     openAcquainted,
-    {[](Stage& stage) { stage.receiveFrom(1, 3); },
-     [](Stage& stage) {
-         stage.send(0);
-         stage.send(0);
-     }},
+    {receiveThem, sendTwo},
 };
 const Announce announceWake(wake);
 
@@ -50,11 +54,7 @@ const Scenario wakeLooking = {
     "2",
     true,
     openAcquainted,
-    {[](Stage& stage) { stage.receiveFrom(1, 3); },
-     [](Stage& stage) {
-         stage.send(0);
-         stage.send(0);
-     }},
+    {receiveThem, sendTwo},
 };
 const Announce announceWakeLooking(wakeLooking);
 
@@ -68,11 +68,7 @@ const Scenario poll = {
     "0",
     true,
     openAcquainted,
-    {[](Stage& stage) { stage.pollFrom(1, 3); },
-     [](Stage& stage) {
-         stage.send(0);
-         stage.send(0);
-     }},
+    {[](Stage& stage) { stage.pollFrom(1, 3); }, sendTwo},
 };
 const Announce announcePoll(poll);
 
