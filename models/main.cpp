@@ -29,6 +29,7 @@ Result explore(const Scenario& scenario, const Options& options) {
     const Result drawn = exploreSome(model, options.limits);
     result.states += drawn.states;
     result.executions += drawn.executions;
+    result.completed += drawn.completed;
     result.violation = drawn.violation;
     result.trace = drawn.trace;
     return result;
@@ -36,9 +37,10 @@ Result explore(const Scenario& scenario, const Options& options) {
 
 void tell(const Scenario& scenario, const Result& result, double seconds) {
     const char* how = result.exhausted ? "all" : scenario.exhaustive ? "part" : "drawn";
-    std::printf("%-22s %-6s %10llu %10llu %7.1f s  %s\n", scenario.name, how,
+    std::printf("%-22s %-6s %10llu %10llu %10llu %7.1f s  %s\n", scenario.name, how,
                 static_cast<unsigned long long>(result.states), static_cast<unsigned long long>(result.executions),
-                seconds, result.violation.empty() ? "holds" : result.violation.c_str());
+                static_cast<unsigned long long>(result.completed), seconds,
+                result.violation.empty() ? "holds" : result.violation.c_str());
     std::fflush(stdout);
 }
 
@@ -47,7 +49,7 @@ int exploreEverything(const Options& options) {
     int violated = 0;
     uint64_t states = 0;
     uint64_t executions = 0;
-    std::printf("%-22s %-6s %10s %10s\n", "scenario", "seen", "states", "executions");
+    std::printf("%-22s %-6s %10s %10s %10s\n", "scenario", "seen", "states", "executions", "to the end");
     for (const Scenario* scenario : Scenario::all()) {
         if (!options.only.empty() && options.only != scenario->name) continue;
         const auto start = std::chrono::steady_clock::now();

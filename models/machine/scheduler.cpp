@@ -121,6 +121,11 @@ void Scheduler::step(unsigned thread, uint32_t way) {
     if (thread != last_ && isEnabled(last_)) --switchesLeft_;
     last_ = thread;
     if (way == waysOf(thread)) return kill(thread);
+    // Also a step that teaches nothing and changes nothing, like a store of what is there, leads to another state:
+    // the thread stands elsewhere.
+    Hash hash(threads_[thread].history);
+    hash.add(1);
+    threads_[thread].history = hash.value();
     threads_[thread].way = way;
     resume(thread);
 }
