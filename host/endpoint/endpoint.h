@@ -111,6 +111,7 @@ private:
     void raiseByte();
     void silence();
     void greet(Spid sender);
+    void ownStrays(Ref chain);
     void takeStrays(Ref chain);
 
     int keepHunt(const Name& name, const Held& held, bool& opened);

@@ -214,6 +214,7 @@ void Endpoint::takeMailbox() {
     }
     const bool strays = queueChain();
     const Ref chain = takenChain_;
+    if (strays) ownStrays(chain);
     takenChain_ = 0;
     own.takingMailbox.storeRelease(0);  // (I), after the last block got its owner
     if (strays) takeStrays(chain);
@@ -234,7 +235,6 @@ bool Endpoint::queueChain() {
                 queue_.append(ref, block.signal.number);
                 block.owner.storeRelaxed(spid_ | ownerQueued);
             } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
-                block.owner.storeRelaxed(spid_);  // see takeStrays
                 strays = true;
             }
         });
@@ -242,12 +242,21 @@ bool Endpoint::queueChain() {
         queue_.dropLast(queue_.size() - before);
         stack::walk(arena(), takenChain_, [&](Block& block, Ref, uint32_t) {
             const uint32_t owner = block.owner.loadRelaxed();
-            if (owner == spid_ || owner == (spid_ | ownerQueued)) block.owner.storeRelease(spid_ | ownerTransit);
+            if (owner == (spid_ | ownerQueued)) block.owner.storeRelease(spid_ | ownerTransit);
         });
         throw;
     }
     queue_.reverseLast(queue_.size() - before);
     return strays;
+}
+
+/// What is still on its way in the chain was sent to an earlier user of the slot: for the reaper it is this one's
+/// now.
+void Endpoint::ownStrays(Ref chain) {
+    stack::walk(arena(), chain, [&](Block& block, Ref, uint32_t) {
+        const uint32_t owner = block.owner.loadRelaxed();
+        if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) block.owner.storeRelaxed(spid_);
+    });
 }
 
 /// Frees what was sent to an earlier user of the slot by somebody who was held up: it ended with that one. Not before
