@@ -410,36 +410,34 @@ int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErr
         return -1;
     }
     HuntCache::iterator entry;
-    int result;
-    return AttemptNotify(destination, msg, logErrors, entry, result)
-               ? result
-               : RetryNotify(destination, msg, logErrors, entry);
+    int result = 0;
+    const Attempt attempt = AttemptNotify(destination, msg, logErrors, entry, result);
+    return attempt == Attempt::failed ? RetryNotify(destination, msg, logErrors, entry) : result;
 }
 
-/// Looks `destination` up and sends. False when sending failed; otherwise `result` is that of Notify.
-inline bool LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors,
-                                   HuntCache::iterator& entry, int& result) {
+/// Looks `destination` up and sends. When it does not come to sending, `result` is that of Notify.
+inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors,
+                                               HuntCache::iterator& entry, int& result) {
     const Lookup lookup = Find(destination, logErrors, entry);
     if (lookup != Lookup::found) {
         result = -1;
-        if (!logErrors) return true;
+        if (!logErrors) return Attempt::hopeless;
         if (lookup == Lookup::unresolved) {
             LogLine(e_LogError, sourceFile, 438, "Notify: cannot resolve destination ", destination);
         } else {
             LogLine(e_LogError, sourceFile, 449, "Notify: cannot resolve destination");
         }
-        return true;
+        return Attempt::hopeless;
     }
     LinxSignal* signal = linx_alloc(linx, msg.Length() + numberSize, msg.MsgType());
     if (signal == nullptr) {
         LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
         result = errno;
-        return true;
+        return Attempt::hopeless;
     }
     signal->number = msg.MsgType();
     std::copy_n(msg.DataPtr(), msg.Length(), Payload(signal));
-    result = 0;
-    return linx_send(linx, &signal, entry->second) != -1;
+    return linx_send(linx, &signal, entry->second) != -1 ? Attempt::sent : Attempt::failed;
 }
 
 /// Goes on after the first attempt, which failed with `entry`.
@@ -450,9 +448,10 @@ int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, bool l
         HuntCache::node_type node = Forget(entry);
         if (forgotten.empty()) forgotten = std::move(node);
         if (attemptsLeft == 0) return 0;  // callers rely on it: only the log tells that the last attempt failed
-        int result;
-        if (!AttemptNotify(destination, msg, logErrors, entry, result)) continue;
-        if (result == 0) {
+        int result = 0;
+        const Attempt attempt = AttemptNotify(destination, msg, logErrors, entry, result);
+        if (attempt == Attempt::failed) continue;
+        if (attempt == Attempt::sent) {
             LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,
                     " retries");
         }

@@ -244,11 +244,12 @@ public:
 private:
     using HuntCache = std::map<std::string, unsigned>;
     enum class Lookup { found, unresolved, negative };
+    enum class Attempt { sent, failed, hopeless };
 
     Lookup Find(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
     Lookup FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
-    bool AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator& entry,
-                       int& result);
+    Attempt AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator& entry,
+                          int& result);
     int RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry);
     HuntCache::node_type Forget(HuntCache::iterator entry);
     void NameSender(IpcMessage& message, LinxSignal** signal);

@@ -120,7 +120,7 @@ private:
     bool foundMore_ = false;
     std::vector<History> histories_;
     std::array<View, maxThreads> views_;
-    std::vector<View> kept_;  ///< views in messages; the first says nothing
+    std::vector<View> kept_;      ///< views in messages; the first says nothing
     std::vector<uint8_t> dirty_;  ///< by word: written since the beginning
     std::vector<std::pair<size_t, uint32_t>> before_;
     std::vector<std::pair<uint32_t*, uint32_t>> plain_;

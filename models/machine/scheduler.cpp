@@ -82,7 +82,7 @@ Ending Scheduler::run(const Play& play, Chooser& chooser, std::vector<std::strin
         uint32_t ways[maxThreads] = {};
         uint32_t total = 0;
         const bool running = countWays(ways, total);
-        if (running && total == 0) {
+        if (running && !anyEnabled()) {  // another's death would wake somebody perhaps, but nobody need die
             const std::string sleepers = sleepersInVain();
             if (sleepers.empty()) break;
             violate("a wake-up is lost, for ever asleep:" + sleepers);
@@ -105,22 +105,29 @@ Ending Scheduler::run(const Play& play, Chooser& chooser, std::vector<std::strin
     return ending;
 }
 
+bool Scheduler::anyEnabled() const {
+    for (unsigned t = 0; t < play_->threads; ++t) {
+        if (isEnabled(t)) return true;
+    }
+    return false;
+}
+
 /// In how many ways each thread can take its next step, dying included. False when all have come to their end.
 bool Scheduler::countWays(uint32_t* ways, uint32_t& total) const {
     bool running = false;
     const bool stay = switchesLeft_ == 0 && isEnabled(last_);
     for (unsigned t = 0; t < play_->threads; ++t) {
         running = running || threads_[t].state == State::running;
-        if (isEnabled(t) && (!stay || t == last_)) ways[t] = waysOf(t) + (mayDie(t) ? 1 : 0);
+        if (!stay || t == last_) ways[t] = waysOf(t) + (mayDie(t) ? 1 : 0);
         total += ways[t];
     }
     return running;
 }
 
 void Scheduler::step(unsigned thread, uint32_t way) {
+    if (way == waysOf(thread)) return kill(thread);
     if (thread != last_ && isEnabled(last_)) --switchesLeft_;
     last_ = thread;
-    if (way == waysOf(thread)) return kill(thread);
     // Also a step that teaches nothing and changes nothing, like a store of what is there, leads to another state:
     // the thread stands elsewhere.
     Hash hash(threads_[thread].history);
@@ -144,13 +151,16 @@ bool Scheduler::isEnabled(unsigned thread) const {
 }
 
 uint32_t Scheduler::waysOf(unsigned thread) const {
+    if (!isEnabled(thread)) return 0;
     const Thread& t = threads_[thread];
     return t.inCall ? 1 : memory.waysOf(thread, t.access);
 }
 
 bool Scheduler::mayDie(unsigned thread) const {
-    // Dying before a step that nobody sees is dying before the next one that somebody does.
-    return (play_->mortal >> thread & 1) != 0 && deaths_ < play_->crashes && threads_[thread].changesSomething;
+    // Dying before a step that nobody sees is dying before the next one that somebody does; if it comes to that one.
+    const Thread& t = threads_[thread];
+    return (play_->mortal >> thread & 1) != 0 && t.state == State::running && deaths_ < play_->crashes &&
+           (t.changesSomething || !isEnabled(thread));
 }
 
 void Scheduler::kill(unsigned thread) {

@@ -101,6 +101,7 @@ private:
     bool mayDie(unsigned thread) const;
     uint64_t stateHash() const;
     std::string sleepersInVain() const;
+    bool anyEnabled() const;
     bool countWays(uint32_t* ways, uint32_t& total) const;
     void step(unsigned thread, uint32_t way);
     void kill(unsigned thread);
