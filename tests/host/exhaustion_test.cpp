@@ -1,40 +1,17 @@
 // What a receive leaves behind that has no memory for the signals that it finds.
 
 #include <cerrno>
-#include <cstdlib>
-#include <new>
 
 #include "host/mailbox/announced_stack.h"
 #include "tests/host/endpoints.h"
-
-namespace {
-
-bool nextOneFails = false;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-    void* memory = nextOneFails ? nullptr : std::malloc(size != 0 ? size : 1);
-    nextOneFails = false;
-    if (memory == nullptr) throw std::bad_alloc();
-    return memory;
-}
-// With it, since what a sanitizer would allocate here could not be freed below.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size != 0 ? size : 1);
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
+#include "tests/host/failing_new.h"
 
 namespace linx {
 namespace {
 
 using linxtest::anySignal;
 using linxtest::Linx;
+using linxtest::nextNewFails;
 
 using ExhaustionTest = linxtest::ArenaDomainTest;
 
@@ -49,10 +26,10 @@ TEST_F(ExhaustionTest, WhatWasSentToAnEarlierUserOfTheSlotIsStillThrownAway) {
     stray.owner.storeRelease(earlier | ownerTransit);
     stack::push(slotOf(receiver.spid).mailbox, stray, refOf(signal));
 
-    nextOneFails = true;
+    nextNewFails = true;
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, 0, anySignal), -1);
     EXPECT_EQ(errno, ENOMEM);
-    ASSERT_FALSE(nextOneFails);
+    ASSERT_FALSE(nextNewFails);
     EXPECT_EQ(receiveNumber(receiver), 1u);
     EXPECT_EQ(receiveNumber(receiver), 0u);
     EXPECT_EQ(dropped(receiver.spid), 1u);

@@ -1,0 +1,11 @@
+#ifndef LINXIPC_TESTS_HOST_FAILING_NEW_H
+#define LINXIPC_TESTS_HOST_FAILING_NEW_H
+
+namespace linxtest {
+
+/// Set, it lets the next `new` of the program fail, which sets it back.
+extern bool nextNewFails;
+
+}  // namespace linxtest
+
+#endif
