@@ -7,7 +7,7 @@
 
 namespace linxtest {
 
-bool nextNewFails = false;
+thread_local bool nextNewFails = false;
 
 }  // namespace linxtest
 

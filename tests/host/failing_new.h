@@ -3,8 +3,8 @@
 
 namespace linxtest {
 
-/// Set, it lets the next `new` of the program fail, which sets it back.
-extern bool nextNewFails;
+/// Set, it lets the next `new` of the thread fail, which sets it back.
+extern thread_local bool nextNewFails;
 
 }  // namespace linxtest
 
