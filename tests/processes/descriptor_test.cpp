@@ -231,14 +231,17 @@ TEST_F(Descriptor, WakesAPollLoopForEverySignal) {
     });
     Endpoint endpoint("looker");
     const LinxSpid to = hunt(endpoint, "sender");
+    uint32_t forNothing = 0;
     for (uint32_t i = 0; i < rounds; ++i) {
-        ASSERT_TRUE(endpoint.awaitReadable()) << i;
-        std::optional<Received> signal = receive(endpoint, 0);
-        if (!signal) {  // a byte that came late for the last one
+        std::optional<Received> signal;
+        while (!signal) {
             ASSERT_TRUE(endpoint.awaitReadable()) << i;
             signal = receive(endpoint, 0);
+            if (!signal) ++forNothing;
         }
-        ASSERT_TRUE(signal);
+        // A byte may come late for the last signal; and the sender introduces itself once, or twice if it answers a
+        // hunt, before there is a signal at all.
+        ASSERT_LE(forNothing, i + 3);
         ASSERT_EQ(i, signal->word());
         ASSERT_EQ(0, send(endpoint, to, item));
     }
