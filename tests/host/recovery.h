@@ -1,0 +1,76 @@
+#ifndef LINXIPC_TESTS_HOST_RECOVERY_H
+#define LINXIPC_TESTS_HOST_RECOVERY_H
+
+#include "host/mailbox/attention.h"
+#include "host/pool/lease.h"
+#include "host/recovery/retire.h"
+#include "tests/host/endpoints.h"
+#include "tests/host/memory_arena.h"
+
+namespace linx {
+
+constexpr uint32_t anyClass = 3;
+
+/// Lays down by hand what a process leaves that dies between two stores, and looks at what the next holder of the
+/// cold lock makes of it.
+class RecoveryTest : public linxtest::ArenaDomainTest {
+protected:
+    void TearDown() override {
+        live.reset();
+        ArenaDomainTest::TearDown();
+    }
+
+    /// An endpoint whose process has died: in the arena it is open, but nobody holds its bell.
+    Spid layDead(const std::string& name) const {
+        const ColdSection cold(*joined);
+        const uint32_t index = takeSlot(arena, cold.file());
+        Slot& slot = arena.slot(index);
+        slot.attention.storeRelaxed(attention::word(makeSpid(index, 1), attention::quiet));
+        return linxtest::layOpenSlot(arena, index, name);
+    }
+
+    /// Free blocks at home at `home`.
+    std::vector<Ref> leaseFor(Spid home, uint32_t wanted = 1) const {
+        const ColdSection cold(*joined);
+        std::vector<Ref> blocks;
+        lease::fromUnits(cold, home, anyClass, wanted, blocks);
+        return blocks;
+    }
+
+    Block& block(Ref ref) const { return *arena.blockAt(ref); }
+    bool isCommon(Ref ref) const { return common::isCommon(block(ref)); }
+
+    /// Writes the next owner, as a sender does before it pushes.
+    void address(Ref ref, Spid from, Spid to) const {
+        slotOf(from).sending.storeRelaxed(ref);
+        block(ref).sender.storeRelaxed(from);
+        block(ref).size.storeRelaxed(4);
+        block(ref).signal.number = 77;
+        block(ref).owner.storeRelaxed(to | ownerTransit);
+    }
+    void post(Ref ref, Spid from, Spid to) const {
+        address(ref, from, to);
+        ASSERT_NE(stack::push(slotOf(to).mailbox, block(ref), ref), stack::closed);
+    }
+
+    void reapDead(Spid spid) const {
+        ASSERT_TRUE(hasDied(*joined, spid));
+        ASSERT_TRUE(reap(*joined, spid));
+        EXPECT_FALSE(isOpen(arena, spid));
+    }
+
+    /// The next holder of the cold lock finds that the one before has died in it.
+    void repairAfterDeath() const {
+        arena.header().busy.storeRelaxed(1);
+        const ColdSection cold(*joined);
+        EXPECT_TRUE(cold.entered());
+    }
+
+    void expectInOrder() const { EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>()); }
+
+    linxtest::Linx live{"live"};
+};
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,130 @@
+#include "tests/host/recovery.h"
+
+namespace linx {
+namespace {
+
+using linxtest::anySignal;
+using linxtest::Linx;
+using linxtest::nameOf;
+
+/// A hunt of the live endpoint that an opening endpoint is about to answer.
+class AnsweringTest : public RecoveryTest {
+protected:
+    AnsweringTest() {
+        EXPECT_EQ(linx_hunt(live, "sought", nullptr), 0);
+        EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 1u);
+        signal = arena.hunt(0).signal.loadRelaxed();
+        opener = layDead("opener");
+    }
+
+    Hunt& hunt() const { return arena.hunt(0); }
+    void begin() const { block(signal).owner.storeRelaxed(live.spid | ownerTransit); }
+    void tell() const {
+        hunt().hunter.storeRelaxed(live.spid | huntAnswering);
+        block(signal).sender.storeRelaxed(opener);
+    }
+    void push() const { stack::push(slotOf(live.spid).mailbox, block(signal), signal); }
+
+    void expectStillPending() {
+        repairAfterDeath();
+        reapDead(opener);
+        expectInOrder();
+        ASSERT_EQ(hunt().hunter.loadRelaxed(), live.spid);
+        EXPECT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+        EXPECT_EQ(receiveNumber(live), 0u);
+        const Linx sought("sought");
+        expectReceivedOnceFrom(sought.spid);
+    }
+    void expectAnswered() {
+        repairAfterDeath();
+        reapDead(opener);
+        EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+        expectReceivedOnceFrom(opener);
+        const Linx sought("sought");
+        EXPECT_EQ(receiveNumber(live), 0u);
+    }
+    void expectReceivedOnceFrom(Spid spid) {
+        LinxSignal* received = nullptr;
+        ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
+        EXPECT_EQ(received->number, static_cast<uint32_t>(LINX_OS_HUNT_SIG));
+        EXPECT_EQ(linx_sender(live, &received), spid);
+        EXPECT_EQ(linx_free_buf(live, &received), 0);
+        EXPECT_EQ(receiveNumber(live), 0u);
+    }
+
+    Ref signal = 0;
+    Spid opener = 0;
+};
+
+TEST_F(AnsweringTest, AHuntThatNobodyBeganToAnswerStaysPending) {
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalWasAddressedButNotPushedIsPendingAgain) {
+    begin();
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalWasAboutToBePushedIsPendingAgain) {
+    begin();
+    tell();
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, ARepairerThatDiesInBetweenLeavesTheHuntPending) {
+    begin();
+    tell();
+    hunt().hunter.storeRelaxed(live.spid);
+    expectStillPending();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalLiesInTheMailboxIsAnswered) {
+    begin();
+    tell();
+    push();
+    expectAnswered();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasQueuedIsAnswered) {
+    begin();
+    tell();
+    push();
+    LinxSignal* none = nullptr;
+    const uint32_t another[] = {1, 12345};
+    ASSERT_EQ(linx_receive_w_tmo(live, &none, 0, another), 0);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    expectAnswered();
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswered) {
+    begin();
+    tell();
+    push();
+    LinxSignal* received = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
+    LinxRef reference = linx_request_tmo(live, 100000000, &received);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    repairAfterDeath();
+    reapDead(opener);
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+    const Linx sought("sought");
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_EQ(linx_cancel_tmo(live, &reference), 0);
+}
+
+TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
+    const Spid hunter = layDead("hunter");
+    const std::vector<Ref> blocks = leaseFor(hunter, 100);
+    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    {
+        const ColdSection cold(*joined);
+        ASSERT_EQ(addHunt(arena, cold.file(), hunter, nameOf("sought"), blocks[0]), 0);
+    }
+    reapDead(hunter);
+    reapDead(opener);
+    EXPECT_TRUE(isCommon(blocks[0]));
+    expectInOrder();
+}
+
+}  // namespace
+}  // namespace linx

@@ -1,0 +1,30 @@
+#ifndef LINXIPC_TESTS_LIBRARY_RECEIVE_FIXTURE_H
+#define LINXIPC_TESTS_LIBRARY_RECEIVE_FIXTURE_H
+
+#include <string>
+
+#include "fixture.h"
+
+inline const std::string nobody;
+
+/// An endpoint that receives from peers whose names LINX knows.
+class ReceiveTest : public EndpointTest {
+protected:
+    ReceiveTest() {
+        platform.Knows(7, "Peer");
+        platform.Knows(8, "Other");
+    }
+
+    /// Makes the endpoint know the names of both peers.
+    void MeetPeers() {
+        for (LinxSpid spid : {7u, 8u}) {
+            platform.Arrive(spid, 1);
+            endpoint.Receive(-1, 0, nobody, nullptr);
+        }
+        platform.Calls();
+    }
+
+    IpcMessage message;
+};
+
+#endif
