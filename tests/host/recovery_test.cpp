@@ -16,6 +16,7 @@ namespace {
 
 using linxtest::anySignal;
 using linxtest::Linx;
+using linxtest::nameOf;
 
 TEST_F(RecoveryTest, AllThatADeadEndpointOwnedBecomesCommon) {
     const Spid dead = layDead("dead");
