@@ -33,7 +33,6 @@ protected:
         Model model;
         model.play.threads = static_cast<unsigned>(bodies.size());
         model.play.mortal = 0;
-        model.play.crashes = 0;
         model.play.switches = unlimited;
         model.play.body = [&bodies](unsigned thread) { bodies[thread](); };
         model.play.nameOf = [](unsigned) { return "thread"; };

@@ -159,7 +159,7 @@ uint32_t Scheduler::waysOf(unsigned thread) const {
 bool Scheduler::mayDie(unsigned thread) const {
     // Dying before a step that nobody sees is dying before the next one that somebody does; if it comes to that one.
     const Thread& t = threads_[thread];
-    return (play_->mortal >> thread & 1) != 0 && t.state == State::running && deaths_ < play_->crashes &&
+    return (play_->mortal >> thread & 1) != 0 && t.state == State::running &&
            (t.changesSomething || !isEnabled(thread));
 }
 

@@ -26,7 +26,6 @@ constexpr unsigned unlimited = ~0u;
 struct Play {
     unsigned threads;
     unsigned mortal;    ///< bit t: thread t may be killed before any step that others can see
-    unsigned crashes;   ///< how many deaths at most
     unsigned switches;  ///< how often a thread that could go on may be left for another, at most
     std::function<void(unsigned thread)> body;
     std::function<const char*(unsigned thread)> nameOf;

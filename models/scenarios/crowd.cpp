@@ -7,10 +7,7 @@ namespace {
 constexpr unsigned crowdSize = 4;
 
 void openCrowd(Stage& stage) {
-    for (unsigned actor = 0; actor < crowdSize; ++actor) {
-        stage.as(actor);
-        stage.open(actor);
-    }
+    stage.openFirst(crowdSize);
     for (unsigned survivor : {0u, 1u}) {
         stage.as(survivor);
         stage.supervise(2);
@@ -37,20 +34,18 @@ void perish(Stage& stage, unsigned self) {
     stage.die();
 }
 
-const Scenario crowd = {
+const Announced crowd(Scenario{
     "crowd",
     "four talk to each other; two die anywhere, two supervise them",
     {"first", "second", "third", "fourth"},
     1u << 2 | 1u << 3,
-    2,
     0,
     "0",
     false,
     openCrowd,
     {[](Stage& stage) { survive(stage, 0); }, [](Stage& stage) { survive(stage, 1); },
      [](Stage& stage) { perish(stage, 2); }, [](Stage& stage) { perish(stage, 3); }},
-};
-const Announce announceCrowd(crowd);
+});
 
 }  // namespace
 }  // namespace model

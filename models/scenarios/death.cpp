@@ -8,39 +8,21 @@ constexpr unsigned a = 0;
 constexpr unsigned b = 1;
 constexpr unsigned c = 2;
 
-void openTwo(Stage& stage) {
-    for (unsigned actor : {a, b}) {
-        stage.as(actor);
-        stage.open(actor);
-    }
-}
-void openThree(Stage& stage) {
-    openTwo(stage);
-    stage.as(c);
-    stage.open(c);
-}
-void drain(Stage& stage, unsigned actor) {
-    stage.as(actor);
-    while (stage.receive(false)) {
-    }
-}
-
-const Scenario senderDies = {
+const Announced senderDies(Scenario{
     "sender-dies",
     "a sender dies anywhere in two sends; who supervises it gets what it sent, then the notice",
     {"receiver", "sender"},
     1u << b,
-    1,
     0,
     "0",
     true,
     [](Stage& stage) {
-        openTwo(stage);
+        stage.openFirst(2);
         stage.as(a);
         stage.supervise(b);
         stage.as(b);
         stage.send(a);
-        drain(stage, a);
+        stage.drain(a);
     },
     {[](Stage& stage) { stage.receiveUntilNotice(b); },
      [](Stage& stage) {
@@ -48,61 +30,55 @@ const Scenario senderDies = {
          stage.send(a);
          stage.die();
      }},
-};
-const Announce announceSenderDies(senderDies);
+});
 
-const Scenario strangerDies = {
+const Announced strangerDies(Scenario{
     "stranger-dies",
     "a sender whom nobody supervises dies in its first send; what it has sent must still come",
     {"receiver", "sender"},
     1u << b,
-    1,
     1u << a,
     "0",
     true,
-    openTwo,
+    [](Stage& stage) { stage.openFirst(2); },
     {[](Stage& stage) { stage.receiveFrom(b, 1); }, [](Stage& stage) { stage.send(a); }},
-};
-const Announce announceStrangerDies(strangerDies);
+});
 
-const Scenario ringerDies = {
+const Announced ringerDies(Scenario{
     "ringer-dies",
     "of two senders that the receiver knows one dies; the other's signal must still come",
     {"receiver", "sender", "other"},
     1u << b,
-    1,
     0,
     "0",
     true,
     [](Stage& stage) {
-        openThree(stage);
+        stage.openFirst(3);
         for (unsigned actor : {b, c}) {
             stage.as(actor);
             stage.send(a);
-            drain(stage, a);
+            stage.drain(a);
         }
     },
     {[](Stage& stage) { stage.receiveFrom(c, 2); }, [](Stage& stage) { stage.send(a); },
      [](Stage& stage) { stage.send(a); }},
-};
-const Announce announceRingerDies(ringerDies);
+});
 
-const Scenario receiverDies = {
+const Announced receiverDies(Scenario{
     "receiver-dies",
     "a receiver dies anywhere in its receives; the sender goes on, and is told",
     {"sender", "receiver"},
     1u << b,
-    1,
     0,
     "0",
     true,
     [](Stage& stage) {
-        openTwo(stage);
+        stage.openFirst(2);
         stage.as(a);
         stage.supervise(b);
         stage.send(b);
-        drain(stage, b);
-        drain(stage, a);
+        stage.drain(b);
+        stage.drain(a);
     },
     {[](Stage& stage) {
          for (unsigned i = 0; i < 3; ++i) stage.send(b);
@@ -112,26 +88,24 @@ const Scenario receiverDies = {
          stage.receiveFrom(a, 4);
          stage.die();
      }},
-};
-const Announce announceReceiverDies(receiverDies);
+});
 
-const Scenario relayDies = {
+const Announced relayDies(Scenario{
     "relay-dies",
     "one who hands the same block on dies anywhere; it is with one of the three and never with two",
     {"origin", "relay", "target"},
     1u << b,
-    1,
     0,
     "0",
     true,
     [](Stage& stage) {
-        openThree(stage);
+        stage.openFirst(3);
         stage.as(a);
         stage.send(c, b);
         stage.as(b);
         stage.relay();
-        drain(stage, c);
-        drain(stage, a);
+        stage.drain(c);
+        stage.drain(a);
         stage.as(c);
         stage.supervise(b);
     },
@@ -141,20 +115,18 @@ const Scenario relayDies = {
          stage.die();
      },
      [](Stage& stage) { stage.receiveUntilNotice(b); }},
-};
-const Announce announceRelayDies(relayDies);
+});
 
-const Scenario reaperDies = {
+const Announced reaperDies(Scenario{
     "reaper-dies",
     "an endpoint has died with blocks of every kind; who reaps it dies anywhere, and the next finishes",
     {"dead", "reaper", "next"},
     1u << b,
-    1,
     0,
     "0",
     true,
     [](Stage& stage) {
-        openThree(stage);
+        stage.openFirst(3);
         stage.as(b);
         stage.supervise(a);
         stage.send(a);
@@ -174,20 +146,18 @@ const Scenario reaperDies = {
          stage.die();
      },
      [](Stage& stage) { stage.receiveUntilNotice(a); }},
-};
-const Announce announceReaperDies(reaperDies);
+});
 
-const Scenario linkChanges = {
+const Announced linkChanges(Scenario{
     "link-changes",
     "a dead sender is reaped while a relay hands its last signal on and gives back the one that led to it",
     {"relay", "dead", "reaper"},
     0,
     0,
-    0,
     "0",
     true,
     [](Stage& stage) {
-        openThree(stage);
+        stage.openFirst(3);
         stage.as(b);
         stage.send(c, a);
         stage.as(a);
@@ -195,8 +165,8 @@ const Scenario linkChanges = {
         stage.as(c);
         stage.supervise(b);
         stage.send(a);
-        drain(stage, c);
-        drain(stage, a);
+        stage.drain(c);
+        stage.drain(a);
         stage.as(b);
         stage.send(c, a);
         stage.as(c);
@@ -208,8 +178,7 @@ const Scenario linkChanges = {
          stage.receiveFrom(c, 2);
      },
      [](Stage&) {}, [](Stage& stage) { stage.receiveUntilNotice(b); }},
-};
-const Announce announceLinkChanges(linkChanges);
+});
 
 }  // namespace
 }  // namespace model

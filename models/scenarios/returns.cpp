@@ -9,20 +9,16 @@ constexpr unsigned borrower = 1;
 
 /// The home keeps all its free blocks in hand, and has lent `lent` of them to the borrower, who has them in hand too.
 void lend(Stage& stage, unsigned lent) {
-    for (unsigned actor : {home, borrower}) {
-        stage.as(actor);
-        stage.open(actor);
-    }
+    stage.openFirst(2);
     stage.as(home);
     while (stage.hasFree()) stage.keep();
     for (unsigned i = 0; i < lent; ++i) stage.lendKept(borrower);
 }
 
-const Scenario returns = {
+const Announced returns(Scenario{
     "returns",
     "a home takes its returned blocks while they are being returned",
     {"home", "borrower"},
-    0,
     0,
     0,
     "0",
@@ -36,15 +32,13 @@ const Scenario returns = {
          stage.freeKept();
          stage.freeKept();
      }},
-};
-const Announce announceReturns(returns);
+});
 
-const Scenario borrowerDies = {
+const Announced borrowerDies(Scenario{
     "borrower-dies",
     "one who gives blocks back dies anywhere",
     {"home", "borrower"},
     1u << borrower,
-    1,
     0,
     "0",
     true,
@@ -62,15 +56,13 @@ const Scenario borrowerDies = {
          stage.freeKept();
          stage.die();
      }},
-};
-const Announce announceBorrowerDies(borrowerDies);
+});
 
-const Scenario homeDies = {
+const Announced homeDies(Scenario{
     "home-dies",
     "a home dies anywhere while its blocks are being returned",
     {"home", "borrower"},
     1u << home,
-    1,
     0,
     "0",
     true,
@@ -88,8 +80,7 @@ const Scenario homeDies = {
          stage.freeKept();
          stage.receiveUntilNotice(home);
      }},
-};
-const Announce announceHomeDies(homeDies);
+});
 
 }  // namespace
 }  // namespace model

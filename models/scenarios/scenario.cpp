@@ -16,7 +16,6 @@ Model modelOf(const Scenario& scenario) {
     Model model;
     model.play.threads = static_cast<unsigned>(scenario.acts.size());
     model.play.mortal = scenario.mortal;
-    model.play.crashes = scenario.crashes;
     model.play.body = [stage, &scenario](unsigned thread) { scenario.acts[thread](**stage); };
     model.play.nameOf = [&scenario](unsigned thread) { return scenario.actors[thread]; };
     model.play.maySleep = [stage, &scenario](unsigned thread) {

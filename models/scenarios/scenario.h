@@ -10,13 +10,12 @@ namespace model {
 
 class Stage;
 
-/// A few endpoints with a few operations each, and who of them may die. Makes itself known.
+/// A few endpoints with a few operations each, and who of them may die.
 struct Scenario {
     const char* name;
     const char* story;
     std::vector<const char*> actors;  ///< the names of their endpoints
     unsigned mortal;                  ///< bit i: actor i may be killed at every step
-    unsigned crashes;                 ///< how many deaths at most
     unsigned patient;                 ///< bit i: actor i may wait for ever if nothing is in its mailbox
     const char* spinMicroseconds;     ///< the looking budget of all
     bool exhaustive;                  ///< small enough to reach every state; otherwise schedules are drawn
@@ -26,12 +25,13 @@ struct Scenario {
     static std::vector<const Scenario*>& all();
 };
 
+/// A scenario that makes itself known.
+struct Announced : Scenario {
+    explicit Announced(const Scenario& scenario) : Scenario(scenario) { all().push_back(this); }
+};
+
 /// The scenario for the explorer, all claims to be looked after.
 Model modelOf(const Scenario& scenario);
-
-struct Announce {
-    explicit Announce(const Scenario& scenario) { Scenario::all().push_back(&scenario); }
-};
 
 }  // namespace model
 

@@ -63,12 +63,6 @@ void Stage::open(unsigned actor) {
     endpoints_[actor]->free(&signal);
 }
 
-unsigned Stage::actorOf(linx::Spid spid) const {
-    unsigned actor = 0;
-    while (actor < maxActors && spids_[actor] != spid) ++actor;
-    return actor;
-}
-
 /// The running actor has the signal in its hands; nobody else alive may.
 void Stage::hold(LinxSignal* signal) {
     for (const auto& [other, holder] : held_) {
@@ -258,6 +252,19 @@ void Stage::freeKept() {
     if (own().free(&signal) != 0) scheduler.violate("a signal of one's own cannot be freed");
 }
 
+void Stage::openFirst(unsigned count) {
+    for (unsigned actor = 0; actor < count; ++actor) {
+        as(actor);
+        open(actor);
+    }
+}
+
+void Stage::drain(unsigned actor) {
+    as(actor);
+    while (receive(false)) {
+    }
+}
+
 void Stage::killNow(unsigned actor) {
     killed_[actor] = true;
     kernel.exit(actor);
@@ -271,9 +278,7 @@ void Stage::begin() {
 void Stage::check() {
     for (unsigned actor = 0; actor < names_.size(); ++actor) {
         if (endpoints_[actor] == nullptr || isDead(actor)) continue;
-        as(actor);
-        while (receive(false)) {
-        }
+        drain(actor);
     }
     checkLetters();
     as(0);

@@ -64,8 +64,15 @@ public:
 
     bool hasEmptyMailbox(unsigned actor) const;
 
-    /// Lets an actor of `prepare` do things; and end, as by a kill.
+    // What `prepare` may do.
+
+    /// From now on this actor is meant.
     void as(unsigned actor) { scheduler.actAs(actor); }
+    /// Opens the first `count` actors.
+    void openFirst(unsigned count);
+    /// Lets an actor receive all that is there.
+    void drain(unsigned actor);
+    /// Ends an actor, as by a kill.
     void killNow(unsigned actor);
 
     /// At the end of `prepare`: every execution begins here.
@@ -90,7 +97,6 @@ private:
     void letGo(LinxSignal* signal);
     void book(LinxSignal* signal, uint32_t size);
     void bookLetter(LinxSignal* signal, uint32_t size);
-    unsigned actorOf(linx::Spid spid) const;
     void checkLetters();
     void checkArena(bool all);
     void closeAll();
