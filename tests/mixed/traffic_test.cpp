@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tests/mixed/support/mixed_test.h"
+#include "tests/processes/support/selection.h"
 
 namespace {
 
@@ -163,26 +164,6 @@ TEST_F(Traffic, ASignalGoesThroughHopsOfBothSizesWithoutBeingCopied) {
     }
     for (const auto& relayer : relayers) relayer->tell();
     for (const auto& relayer : relayers) EXPECT_EQ(0, relayer->exitStatus());
-}
-
-/// Takes by selection what `sendForSelection` sent.
-void takeBySelection(LINX* linx) {
-    expectAmongOthers(linx, end);
-    EXPECT_FALSE(receive(linx, 0, {300, 301}));
-    const auto takeOneOf = [&](const std::vector<uint32_t>& numbers) {
-        const std::optional<Received> received = receive(linx, 0, numbers);
-        return received ? static_cast<int>(received->word()) : -1;
-    };
-    EXPECT_EQ(3, takeOneOf({203}));
-    EXPECT_EQ(2, takeOneOf({203, 202}));
-    EXPECT_EQ(6, takeOneOf({203, 202}));
-    EXPECT_EQ(7, takeOneOf({203}));
-    for (const int left : {0, 1, 4, 5, 8, 9, 10, 11, -1}) EXPECT_EQ(left, takeOneOf({}));
-}
-
-void sendForSelection(LINX* linx, LinxSpid to) {
-    for (uint32_t i = 0; i < 12; ++i) ASSERT_EQ(0, send(linx, to, 200 + i % 4, {i}));
-    ASSERT_EQ(0, send(linx, to, end));
 }
 
 const Role selector("Traffic.selector", [](Line& parent) {

@@ -5,6 +5,7 @@
 
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
+#include "tests/processes/support/selection.h"
 #include "tests/processes/support/signals.h"
 
 namespace {
@@ -120,22 +121,10 @@ TEST_F(Traffic, SelectionLeavesTheOthersQueuedInOrder) {
     Child sender([](Line&) {
         Endpoint endpoint("sender");
         const LinxSpid other = hunt(endpoint, "receiver");
-        for (uint32_t i = 0; i < 12; ++i) ASSERT_EQ(0, send(endpoint, other, 200 + i % 4, {i}));
-        ASSERT_EQ(0, send(endpoint, other, end));
+        sendForSelection(endpoint, other);
     });
     Endpoint endpoint("receiver");
-    expectAmongOthers(endpoint, end);
-    EXPECT_FALSE(receive(endpoint, 0, {300, 301}));
-    const auto takeOneOf = [&](const std::vector<uint32_t>& numbers) {
-        const std::optional<Received> received = receive(endpoint, 0, numbers);
-        return received ? static_cast<int>(received->word()) : -1;
-    };
-    EXPECT_EQ(3, takeOneOf({203}));
-    EXPECT_EQ(2, takeOneOf({203, 202}));
-    EXPECT_EQ(6, takeOneOf({203, 202}));
-    EXPECT_EQ(7, takeOneOf({203}));
-    for (const int left : {0, 1, 4, 5, 8, 9, 10, 11}) EXPECT_EQ(left, takeOneOf({}));
-    EXPECT_EQ(-1, takeOneOf({}));
+    takeBySelection(endpoint);
     EXPECT_EQ(0, sender.exitStatus());
 }
 
