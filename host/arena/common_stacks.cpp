@@ -20,17 +20,17 @@ void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
     head.storeRelaxed(ref);
 }
 
-Ref take(const Arena& arena, uint32_t sizeClass) {
+Block* take(const Arena& arena, uint32_t sizeClass, Ref& ref) {
     Word& head = arena.header().common[sizeClass];
-    const Ref ref = head.loadRelaxed();
+    ref = head.loadRelaxed();
     uint32_t found;
-    const Block* block = arena.blockAt(ref, found);
+    Block* block = arena.blockAt(ref, found);
     if (block == nullptr || found != sizeClass || !isCommon(*block)) {
         head.storeRelaxed(0);  // the end, or a stack that somebody scribbled over: the next rebuild finds its blocks
-        return 0;
+        return nullptr;
     }
     head.storeRelaxed(block->next.loadRelaxed());
-    return ref;
+    return block;
 }
 
 void rebuild(const Arena& arena) {

@@ -27,8 +27,8 @@ void orphan(const Arena& arena, Block& block, uint32_t sizeClass);
 /// Pushes a disowned block.
 void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass);
 
-/// Takes a block; 0 when there is none.
-Ref take(const Arena& arena, uint32_t sizeClass);
+/// Takes a block, whose reference goes to `ref`; null when there is none.
+Block* take(const Arena& arena, uint32_t sizeClass, Ref& ref);
 
 /// Makes all stacks anew.
 void rebuild(const Arena& arena);

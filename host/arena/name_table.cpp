@@ -47,9 +47,12 @@ Spid findName(const Arena& arena, const Name& name) {
         // Acquire: (K), pairs with the release that opened the endpoint, its name written before. Hash and length are
         // relaxed: no name is empty, and equal words vouch for both, or are newer and betray themselves by (M).
         const uint32_t life = slot.life.loadAcquire();
-        if ((life & lifeOpen) != 0 && indexOf(life) == index && slot.nameHash.loadRelaxed() == name.hash() &&
+        const Spid spid = life & spidMask;
+        // As isOpen: one that it denies could be found and not be reaped, for ever.
+        const bool open = life == (spid | lifeOpen) && indexOf(spid) == index && wasUsed(arena, spid);
+        if (open && slot.nameHash.loadRelaxed() == name.hash() &&
             name.equals(slot.name, slot.nameLength.loadRelaxed()) && slot.life.loadRelaxed() == life) {
-            return life & spidMask;
+            return spid;
         }
         index = slot.nextInBucket.loadAcquire();  // (N); of a slot used again it leads astray, never to a wrong yes
     }

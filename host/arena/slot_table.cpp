@@ -26,7 +26,7 @@ bool slotHasMemory(const Arena& arena, int file, uint32_t index) {
 
 uint32_t takeSlot(const Arena& arena, int file) {
     Header& header = arena.header();
-    const uint32_t fresh = header.slotsUsed.loadRelaxed() + 1;  // slot 0 stays unused
+    const uint32_t fresh = std::min(header.slotsUsed.loadRelaxed(), slotCount - 1) + 1;  // slot 0 stays unused
     if (fresh < slotCount) {
         if (!slotHasMemory(arena, file, fresh)) {
             errno = ENOMEM;
@@ -65,17 +65,20 @@ void appendEnded(const Arena& arena, uint32_t index) {
 void rebuildEnded(const Arena& arena) {
     Header& header = arena.header();
     const uint32_t now = header.endings.loadRelaxed();
-    std::vector<uint32_t> ended;
+    struct Ended {
+        uint32_t index;
+        uint32_t age;  // and not the stamp: stamps wrap. Read once: an order that changes while it is sorted is none.
+    };
+    std::vector<Ended> all;
     for (uint32_t i = 1; i <= std::min(header.slotsUsed.loadRelaxed(), slotCount - 1); ++i) {
-        if ((arena.slot(i).life.loadRelaxed() & lifeOpen) == 0) ended.push_back(i);
+        const Slot& slot = arena.slot(i);
+        if ((slot.life.loadRelaxed() & lifeOpen) == 0) all.push_back({i, now - slot.endStamp.loadRelaxed()});
     }
-    // By age and not by stamp: stamps wrap.
-    const auto age = [&](uint32_t index) { return now - arena.slot(index).endStamp.loadRelaxed(); };
-    std::stable_sort(ended.begin(), ended.end(), [&](uint32_t a, uint32_t b) { return age(a) > age(b); });
+    std::stable_sort(all.begin(), all.end(), [](const Ended& a, const Ended& b) { return a.age > b.age; });
     uint32_t previous = 0;
-    for (const uint32_t index : ended) {
-        (previous == 0 ? header.oldestEnded : arena.slot(previous).nextEnded).storeRelaxed(index);
-        previous = index;
+    for (const Ended& ended : all) {
+        (previous == 0 ? header.oldestEnded : arena.slot(previous).nextEnded).storeRelaxed(ended.index);
+        previous = ended.index;
     }
     if (previous == 0) {
         header.oldestEnded.storeRelaxed(0);

@@ -81,9 +81,10 @@ void fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t
     blocks.reserve(blocks.size() + wanted);
     uint32_t taken = 0;
     for (; taken < wanted; ++taken) {
-        const Ref ref = common::take(arena, sizeClass);
-        if (ref == 0) break;
-        arena.blockAt(ref)->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
+        Ref ref;
+        Block* block = common::take(arena, sizeClass, ref);
+        if (block == nullptr) break;
+        block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
         blocks.push_back(ref);
     }
     arena.slot(indexOf(home)).leasedLines.addRelaxed(taken * sizeClasses[sizeClass].lines);

@@ -118,6 +118,15 @@ TEST_F(NameTableTest, ASlotWhoseLifeNamesAnotherIndexIsNotFound) {
     EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
 }
 
+TEST_F(NameTableTest, ASlotWhoseLifeIsGarbledIsNotFoundForItCouldNotBeReaped) {
+    const Spid spid = layOpenSlot(arena, 7, "EncodeCtrl");
+    arena.slot(7).life.storeRelaxed(spid | lifeOpen | 1u << 30);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+    arena.slot(7).life.storeRelaxed(spid | lifeOpen);
+    arena.header().slotsUsed.storeRelaxed(6);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+}
+
 TEST_F(NameTableTest, TheNameOfASpidIsKnownUntilItsSlotIsUsedAgain) {
     const Spid spid = layOpenSlot(arena, 7, "EncodeCtrl");
     Name name;

@@ -112,6 +112,15 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
     EXPECT_EQ(linx_cancel_tmo(live, &reference), 0);
 }
 
+TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
+    const Spid dead = layDead("dead");
+    slotOf(dead).life.storeRelaxed(dead | lifeOpen | 1u << 30);  // no spid has this bit
+    EXPECT_EQ(linx_hunt(live, "dead", nullptr), 0);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    slotOf(dead).life.storeRelaxed(dead | lifeOpen);
+    reapDead(dead);
+}
+
 TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     const Spid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);

@@ -192,7 +192,8 @@ TEST_F(RecoveryTest, AGarbledCommonStackIsNotFollowedEvenBeforeTheRepair) {
     for (const Ref head : {blocks[0], blocks[0] + 1, 1u, ~0u}) {
         arena.header().common[anyClass].storeRelaxed(head);
         const ColdSection cold(*joined);
-        EXPECT_EQ(common::take(arena, anyClass), 0u);
+        Ref ref;
+        EXPECT_EQ(common::take(arena, anyClass, ref), nullptr);
     }
     block(blocks[0]).owner.storeRelaxed(ownerFree);
     repairAfterDeath();

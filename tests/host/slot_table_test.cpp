@@ -126,6 +126,12 @@ TEST_F(SlotTableTest, LinksOutOfRangeTakeNobodyOutside) {
     EXPECT_EQ(takeSlot(arena, memory.file()), 2u);
 }
 
+TEST_F(SlotTableTest, AGarbledCountDoesNotGiveOutSlotZero) {
+    arena.header().slotsUsed.storeRelaxed(~0u);
+    EXPECT_EQ(takeSlot(arena, memory.file()), 0u);
+    EXPECT_EQ(errno, ENOSPC);
+}
+
 TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
     arena.header().slotsUsed.storeRelaxed(4);
     arena.slot(3).life.storeRelaxed(makeSpid(3, 5) | lifeOpen);
