@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <utility>
 
 #include "directory/LinxServerNameList.h"
@@ -26,6 +27,14 @@ constexpr const char* sourceFile = "linxIpc";
 
 char* Payload(LinxSignal* signal) {
     return reinterpret_cast<char*>(signal) + numberSize;
+}
+
+/// Makes `buffer` one of `size` bytes, whatever is in it. False when there is no memory: then there is no buffer.
+[[gnu::cold, gnu::noinline]] bool Replace(char*& buffer, std::uint32_t& capacity, unsigned size) {
+    delete[] buffer;
+    buffer = new (std::nothrow) char[size];
+    capacity = buffer != nullptr ? size : 0;
+    return buffer != nullptr;
 }
 
 /// The process that a notice is about. A notice too short to tell counts as one about process 0.
@@ -75,14 +84,9 @@ int IpcMessage::Allocate(unsigned msgType, unsigned size, char* source) {
         length = capacity = 0;  // the buffer stays until a larger size replaces it
         return EMSGSIZE;
     }
-    if (capacity < size) {
-        delete[] data;
-        data = new (std::nothrow) char[size];
-        if (data == nullptr) {
-            length = capacity = 0;
-            return ENOMEM;
-        }
-        capacity = size;
+    if (capacity < size && !Replace(data, capacity, size)) {
+        length = 0;
+        return ENOMEM;
     }
     length = size;
     if (source != nullptr) std::copy_n(source, size, data);
@@ -242,7 +246,7 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
         return -1;
     }
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
-    std::string awaited;  // a copy: `from` may be a name of our own, which what arrives can change
+    std::optional<std::string> awaited;  // a copy: `from` may be a name of our own, which what arrives can change
     if (!from.empty()) awaited = from;
     SignalWait wait(timeout, type);
     for (;;) {
@@ -254,7 +258,7 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
         }
         if (signal == nullptr) return ETIMEDOUT;
 
-        NameSender(message, &signal);
+        message.SetSender(NameOfSender(&signal));
         const std::uint32_t number = signal->number;
         const std::uint32_t dataSize = static_cast<std::uint32_t>(size) - numberSize;
         if (number == LINX_OS_HUNT_SIG) return message.Allocate(LINX_OS_HUNT_SIG, 0, nullptr);
@@ -279,7 +283,7 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
             return ESHUTDOWN;
         }
         if (number == e_ProcessDiedSignal) {
-            if (IsDeathOf(awaited, dead)) return EHOSTUNREACH;
+            if (IsDeathOf(awaited ? *awaited : emptyString, dead)) return EHOSTUNREACH;
         } else if (number != e_WaitGoesOnSignal) {
             return result;
         }
@@ -291,24 +295,21 @@ int LinxIpc::Receive(Watchdog& watchdog, int timeout) {
     return result == 0 || result == ETIMEDOUT ? watchdog.PetWatchdog() : result;
 }
 
-/// Gives `message` the name of the endpoint that sent `signal`. LINX is asked once per spid, also when it has no
-/// answer.
-void LinxIpc::NameSender(IpcMessage& message, LinxSignal** signal) {
+/// The name of the endpoint that sent `signal`.
+inline const std::string& LinxIpc::NameOfSender(LinxSignal** signal) {
     const LinxSpid spid = linx_sender(linx, signal);
     const auto known = senderNames.find(spid);
-    if (known != senderNames.end()) {
-        message.SetSender(known->second);
-        return;
-    }
+    return known != senderNames.end() ? known->second : LearnSenderName(spid);
+}
+
+/// Asks LINX for the name of `spid`: once, also when it has no answer.
+const std::string& LinxIpc::LearnSenderName(LinxSpid spid) {
     char* found = nullptr;
-    if (linx_get_name(linx, spid, &found) != 0) {
-        message.SetSender(senderNames.try_emplace(spid, unknownSender).first->second);
-        return;
-    }
+    if (linx_get_name(linx, spid, &found) != 0) return senderNames.try_emplace(spid, unknownSender).first->second;
     const std::string& learnt = senderNames.try_emplace(spid, found).first->second;
     huntCache[learnt] = spid;
-    message.SetSender(learnt);
     linx_free_name(linx, &found);
+    return learnt;
 }
 
 void LinxIpc::Dispatch(unsigned number) {

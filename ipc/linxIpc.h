@@ -252,7 +252,8 @@ private:
                           int& result);
     int RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry);
     HuntCache::node_type Forget(HuntCache::iterator entry);
-    void NameSender(IpcMessage& message, LinxSignal** signal);
+    const std::string& NameOfSender(LinxSignal** signal);
+    const std::string& LearnSenderName(LinxSpid spid);
     void Dispatch(unsigned number);
 
     HuntCache huntCache;  // 0 stands for a name that was hunted in vain
