@@ -15,6 +15,8 @@ namespace handles {
 namespace {
 
 constexpr uint32_t capacity = 2 * slotCount;
+constexpr unsigned entryShift = sizeof(LINX) == 8 ? 3 : 2;
+static_assert(sizeof(LINX) == 1u << entryShift, "an entry is one pointer");
 
 LINX table[capacity];
 std::mutex mutex;
@@ -37,8 +39,10 @@ LINX* add(std::unique_ptr<Endpoint> endpoint) {
 
 Endpoint* find(const LINX* handle) {
     const uintptr_t offset = reinterpret_cast<uintptr_t>(handle) - reinterpret_cast<uintptr_t>(table);
-    if (offset >= sizeof table || offset % sizeof(LINX) != 0) return nullptr;
-    return table[offset / sizeof(LINX)].endpoint.load(std::memory_order_acquire);  // (S)
+    // Turned round, the offset of what is not the start of an entry is huge: one comparison tells all that is none.
+    const uintptr_t index = offset >> entryShift | offset << (8 * sizeof offset - entryShift);
+    if (index >= capacity) return nullptr;
+    return table[index].endpoint.load(std::memory_order_acquire);  // (S)
 }
 
 std::unique_ptr<Endpoint> remove(LINX* handle) {

@@ -39,14 +39,14 @@ constexpr uint32_t word(Spid spid, uint32_t state) {
 constexpr uint32_t stateOf(uint32_t word) {
     return word & stateMask;
 }
-constexpr bool belongsTo(uint32_t word, Spid spid) {
-    return word >> stateBits == generationOf(spid);
-}
 
-/// Whether a push must ring that finds `word` at the endpoint `to`.
-constexpr bool asksForRing(uint32_t word, Spid to) {
-    return belongsTo(word, to) && (stateOf(word) == quiet || stateOf(word) >= ringing);
+/// Whether a push must ring that finds the word `found` at the endpoint `to`.
+constexpr bool asksForRing(uint32_t found, Spid to) {
+    const uint32_t state = found - word(to, 0);  // of another generation: no state at all
+    // The two that do not ask lie side by side; what comes before them wraps round.
+    return state - looking > rung - looking && state <= stateMask;
 }
+static_assert(quiet < looking && rung == looking + 1 && ringing > rung, "asksForRing counts on the order of states");
 
 /// Rings the bell of `to` after a push, `found` being its attention word since then. `writeBell` rings the
 /// bell and returns 0 or an errno value; what it returned is the result.

@@ -70,7 +70,25 @@ TEST_F(AttentionTest, EveryStateAndGenerationComesBackAsItWentIn) {
         const Spid spid = makeSpid(9, generation);
         for (const uint32_t state : {attention::quiet, attention::rung, attention::ringing + slotCount - 1}) {
             EXPECT_EQ(attention::stateOf(attention::word(spid, state)), state);
-            EXPECT_TRUE(attention::belongsTo(attention::word(spid, state), spid));
+        }
+    }
+}
+
+TEST_F(AttentionTest, QuietAndRingingAskForARingInTheirOwnGenerationOnly) {
+    const uint32_t last = attention::ringing + slotCount - 1;
+    for (const uint32_t generation : {0u, 1u, 2u, generationMask}) {
+        const Spid spid = makeSpid(9, generation);
+        for (const uint32_t state : {attention::quiet, attention::ringing, attention::ringing + 1, last}) {
+            EXPECT_TRUE(attention::asksForRing(attention::word(spid, state), spid)) << generation << ' ' << state;
+        }
+        for (const uint32_t state : {attention::looking, attention::rung}) {
+            EXPECT_FALSE(attention::asksForRing(attention::word(spid, state), spid)) << generation << ' ' << state;
+        }
+        for (const uint32_t other : {generation + 1, generation - 1}) {
+            const Spid stranger = makeSpid(9, other & generationMask);
+            for (const uint32_t state : {attention::quiet, attention::looking, attention::rung, last}) {
+                EXPECT_FALSE(attention::asksForRing(attention::word(stranger, state), spid)) << other << ' ' << state;
+            }
         }
     }
 }
