@@ -142,6 +142,7 @@ Spid Endpoint::enter(const ColdSection& cold, const Name& name, ScopedDescriptor
 Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, int epoll, int bell)
     : domain_(std::move(domain)),
       spid_(spid),
+      slot_(domain_->arena().slot(indexOf(spid))),
       epoll_(epoll),
       bell_(bell),
       forksSeen_(forkCount()),
@@ -163,7 +164,7 @@ Endpoint::~Endpoint() {
 void Endpoint::leaveDomain() {
     takeMailbox();
     const uint32_t any[] = {0};
-    while (const Ref ref = queue_.take(any)) discard(ref);
+    while (const Ref ref = queue_.take(any).ref) discard(ref);
     while (const Ref ref = timers_.takeAny()) discard(ref);
     while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
     const ColdSection cold(*domain_);
@@ -251,11 +252,11 @@ int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
 }
 
 LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
-    Held held;
-    if (*notice == nullptr || !find(*notice, held)) {
+    if (find(*notice).block == nullptr) {
         errno = EINVAL;
         return 0;
     }
+    Held held;
     takeOver(notice, 0, held);
     if (!everExisted(arena(), spid)) {
         refuse(held, ESRCH);

@@ -71,8 +71,8 @@ private:
     static Spid enter(const ColdSection& cold, const Name& name, ScopedDescriptor& bell);
 
     // Which signals are ours (signals.cpp).
-    bool find(LinxSignal* signal, Held& held) const;
-    [[gnu::noinline]] Held lookUp(LinxSignal* signal) const;
+    [[gnu::always_inline]] Held find(const LinxSignal* signal) const;
+    [[gnu::noinline]] Held lookUp(const LinxSignal* signal) const;
     Held at(Ref ref) const;
     bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
     void park(const Held& held, Spid sender);
@@ -92,6 +92,12 @@ private:
     // Receiving (receive.cpp).
     [[gnu::always_inline]] inline Held takeQueued(const uint32_t* selection);
     [[gnu::always_inline]] inline int handOut(const Held& held, LinxSignal** signal);
+    [[gnu::always_inline]] inline bool isBusy() const;
+    Held heldAt(SignalQueue::Signal signal) const {
+        return {arena().rawBlock(signal.ref), signal.ref, signal.sizeClass};
+    }
+    [[gnu::noinline]] int receiveWithCare(LinxSignal** signal, const uint32_t* milliseconds,
+                                          const uint32_t* selection);
     Held await(const uint32_t* milliseconds, const uint32_t* selection);
     void beginLooking();
     bool look(uint64_t deadline);
@@ -122,10 +128,11 @@ private:
     void giveUpHunts();
 
     const Arena& arena() const { return domain_->arena(); }
-    Slot& slot() const { return arena().slot(indexOf(spid_)); }
+    Slot& slot() const { return slot_; }
 
     const std::shared_ptr<Domain> domain_;
     const Spid spid_;
+    Slot& slot_;
     ScopedDescriptor epoll_;
     bool descriptorGiven_ = false;
     ScopedDescriptor bell_;
@@ -150,6 +157,18 @@ private:
     LinxRef lastReference_ = 0;
     std::unordered_set<char*> names_;
 };
+
+/// The signal that the user holds at this address; no block when none is there.
+inline Endpoint::Held Endpoint::find(const LinxSignal* signal) const {
+    // If the recent one is still this endpoint's, nobody has made another block of it. As numbers: the address may
+    // have nothing to do with any block.
+    const bool isRecent =
+        reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) == reinterpret_cast<uintptr_t>(recent_.block);
+    const Held held = isRecent ? recent_ : lookUp(signal);
+    // Relaxed: it was this endpoint that wrote it, if it is this endpoint's.
+    const bool ours = held.block != nullptr && held.block->owner.loadRelaxed() == spid_;
+    return ours ? held : Held{nullptr, 0, 0};
+}
 
 }  // namespace linx
 

@@ -20,12 +20,10 @@ Peer* Peers::meet(Spid spid) {
     }
     const uint32_t index = indexOf(spid);
     if (index >= peers_.size()) peers_.resize(index + 1);
-    auto peer = std::make_unique<Peer>();
+    auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), bell.release());
     epoll_event event = {};  // no events: errors are told always, and all that is waited for is the reader's end
     event.data.u32 = index;
-    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, bell.get(), &event) == -1) return nullptr;
-    peer->spid = spid;
-    peer->bell.reset(bell.release());
+    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, peer->bell.get(), &event) == -1) return nullptr;
     peers_[index] = std::move(peer);
     return peers_[index].get();
 }
@@ -57,9 +55,23 @@ void Peers::supervise(Peer& peer, Ref notice) {
 void Peers::part(uint32_t index) {
     if (inSlot(index) == nullptr) return;
     supervisions_ -= peers_[index]->notices.size();
+    forgetLatest();
     // Taken out by hand: closing is not enough where a forked child still has a copy of the descriptor.
     epoll_ctl(epoll_, EPOLL_CTL_DEL, peers_[index]->bell.get(), nullptr);
     peers_[index].reset();
+}
+
+Peer* Peers::lookUp(Spid spid) {
+    Peer* peer = inSlot(indexOf(spid));
+    if (peer == nullptr || peer->spid != spid) return nullptr;
+    latestSpid_ = spid;
+    latest_ = peer;
+    return peer;
+}
+
+void Peers::forgetLatest() {
+    latestSpid_ = 0;
+    latest_ = nullptr;
 }
 
 Ref Peers::takeAnyNotice() {
@@ -74,6 +86,7 @@ Ref Peers::takeAnyNotice() {
 }
 
 void Peers::abandon() {
+    forgetLatest();
     peers_.clear();
 }
 

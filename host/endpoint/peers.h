@@ -10,10 +10,14 @@ namespace linx {
 
 /// An endpoint that this one talks to or supervises. Its bell is open for writing, and watched.
 struct Peer {
-    Spid spid;
+    Peer(Spid itsSpid, Slot& itsSlot, int itsBell) : spid(itsSpid), slot(itsSlot), bell(itsBell) {}
+
+    const Spid spid;
+    Slot& slot;
     ScopedDescriptor bell;
     bool knowsUs = false;      ///< it has been told of this endpoint, and watches it
     uint64_t lookedAt = 0;     ///< coarse milliseconds: when its bell was last asked whether it lives
+    uint32_t unasked = 0;      ///< sends that may pass before the clock is asked whether it is time for that
     std::vector<Ref> notices;  ///< to deliver when it ends
 };
 
@@ -25,10 +29,7 @@ public:
     ~Peers();
 
     /// The peer, if it is one already.
-    Peer* find(Spid spid) const {
-        Peer* peer = inSlot(indexOf(spid));
-        return peer != nullptr && peer->spid == spid ? peer : nullptr;
-    }
+    Peer* find(Spid spid) { return spid == latestSpid_ ? latest_ : lookUp(spid); }
 
     /// The peer in this slot, whatever its incarnation.
     Peer* inSlot(uint32_t index) const { return index < peers_.size() ? peers_[index].get() : nullptr; }
@@ -51,6 +52,8 @@ public:
     void abandon();
 
 private:
+    Peer* lookUp(Spid spid);
+    void forgetLatest();
     int openBell(Spid spid);
     bool partWithAnyUnsupervised();
 
@@ -58,6 +61,8 @@ private:
     const int epoll_;
     std::vector<std::unique_ptr<Peer>> peers_;  ///< by slot index
     size_t supervisions_ = 0;
+    Spid latestSpid_ = 0;  ///< most signals go where the one before went
+    Peer* latest_ = nullptr;
 };
 
 }  // namespace linx

@@ -42,6 +42,17 @@ int millisecondsUntil(uint64_t deadline, uint64_t from) {
 
 int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
     *signal = nullptr;
+    if (selection[0] == 0 && isBusy()) return handOut(heldAt(queue_.takeArrival()), signal);
+    return receiveWithCare(signal, milliseconds, selection);
+}
+
+/// Whether a receive of any signal has nothing to do but to take one: no time-out or end of a peer can be due,
+/// another signal stays in the queue, and the descriptor says so.
+bool Endpoint::isBusy() const {
+    return queue_.hasSeveralArrivals() && timers_.idle() && !peers_.supervising() && byteIn_ && !looking_;
+}
+
+int Endpoint::receiveWithCare(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
     Held held = {nullptr, 0, 0};
     try {
         if (timers_.earliest() != Timers::never || peers_.supervising()) noticeEvents();
@@ -53,7 +64,10 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
         raiseByte();
         if (held.block == nullptr) throw;
     }
-    if (held.block != nullptr) return handOut(held, signal);
+    if (held.block != nullptr) {
+        timers_.received(held.ref);
+        return handOut(held, signal);
+    }
     if (isOpen(arena(), spid_)) return 0;
     errno = ECONNABORTED;
     return -1;
@@ -61,21 +75,12 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
 
 /// The oldest signal of the queue that the selection allows; no block when there is none.
 Endpoint::Held Endpoint::takeQueued(const uint32_t* selection) {
-    while (const Ref ref = queue_.take(selection)) {
-        Held held = {nullptr, ref, 0};
-        held.block = arena().knownBlockAt(ref, held.sizeClass);
-        if (held.block != nullptr) return held;
-        // Somebody scribbled over the unit table. If the block ever shows again, it is looked for when this endpoint
-        // ends, as what its user holds.
-        ++held_;
-        slot().dropped.add(1);
-    }
-    return {nullptr, 0, 0};
+    const SignalQueue::Signal signal = queue_.take(selection);
+    return signal.ref == 0 ? Held{nullptr, 0, 0} : heldAt(signal);
 }
 
 /// Gives a signal of the queue to the user and returns its size.
 int Endpoint::handOut(const Held& held, LinxSignal** signal) {
-    timers_.received(held.ref);
     // Sizes come from other processes: none reaches beyond its block.
     const uint32_t room =
         sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
@@ -229,12 +234,12 @@ bool Endpoint::queueChain() {
     const size_t before = queue_.size();
     bool strays = false;
     try {
-        stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t) {
+        stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t sizeClass) {
             const uint32_t owner = block.owner.loadAcquire();  // the take would do (F), as for the number
             if (owner == (spid_ | ownerTransit)) {
                 // Where most payloads end: it comes while the walk waits for the next header.
                 __builtin_prefetch(reinterpret_cast<const char*>(&block) + lineBytes);
-                queue_.append(ref, block.signal.number);
+                queue_.append({ref, sizeClass}, block.signal.number);
                 block.owner.storeRelaxed(spid_ | ownerQueued);
             } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
                 strays = true;
@@ -274,7 +279,7 @@ void Endpoint::takeStrays(Ref chain) {
 void Endpoint::enqueue(Ref ref) {
     const Held held = at(ref);
     if (held.block == nullptr) return;
-    queue_.append(ref, held.block->signal.number);
+    queue_.append({ref, held.sizeClass}, held.block->signal.number);
 }
 
 void Endpoint::fireTimeouts() {

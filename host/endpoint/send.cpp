@@ -9,10 +9,15 @@
 #include "host/recovery/retire.h"
 
 namespace linx {
+namespace {
+
+constexpr uint32_t mostUnasked = 7;
+
+}  // namespace
 
 int Endpoint::send(LinxSignal** signal, Spid to) {
-    Held held;
-    if (!find(*signal, held)) {
+    const Held held = find(*signal);
+    if (held.block == nullptr) {
         errno = EINVAL;
         return -1;
     }
@@ -45,7 +50,7 @@ int Endpoint::sendToSelf(const Held& held) {
 
 int Endpoint::push(const Held& held, Peer& peer) {
     Slot& own = slot();
-    Slot& target = arena().slot(indexOf(peer.spid));
+    Slot& target = peer.slot;
     // Its mailbox may be another's by now, who would have to throw the signal away. Acquire: as in isOpen.
     if (target.life.loadAcquire() != (peer.spid | lifeOpen)) return refuse(held, ECONNRESET);
     // Before the first push: from then on this process may die before it rings, and the peer must learn of that.
@@ -111,12 +116,20 @@ Peer* Endpoint::meet(Spid spid) {
     return peer;
 }
 
-/// A mailbox that nobody empties may be a dead one's; its bell tells. Asked at most once a tick of the kernel.
+/// A mailbox that nobody empties may be a dead one's; its bell tells. Asked at most once a tick of the kernel, and
+/// that not by every send of many in a tick.
 bool Endpoint::seemsAlive(Peer& peer) {
+    if (peer.unasked != 0) {
+        --peer.unasked;
+        return true;
+    }
     const uint64_t now = coarseMilliseconds();
-    if (peer.lookedAt == now) return true;
-    peer.lookedAt = now;
-    return !bell::isDead(peer.bell.get());
+    if (peer.lookedAt != now) {
+        peer.lookedAt = now;
+        return !bell::isDead(peer.bell.get());
+    }
+    peer.unasked = mostUnasked;
+    return true;
 }
 
 }  // namespace linx

@@ -26,11 +26,11 @@ void SignalQueue::reverseLast(size_t count) {
     std::reverse(arrivals_.end() - static_cast<std::ptrdiff_t>(count), arrivals_.end());
 }
 
-Ref SignalQueue::takeSelected(const uint32_t* selection) {
-    if (size_ == 0) return 0;
+SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
+    if (size_ == 0) return {0, 0};
     if (oldest_ != none) {
-        const Ref ref = takeFromLanes(selection);
-        if (ref != 0) return ref;
+        const Signal signal = takeFromLanes(selection);
+        if (signal.ref != 0) return signal;
     }
     while (hasArrivals()) {
         if (!selects(selection, arrivals_[nextArrival_].number)) {
@@ -39,12 +39,12 @@ Ref SignalQueue::takeSelected(const uint32_t* selection) {
             continue;
         }
         --size_;
-        return popArrival().ref;
+        return popArrival().signal;
     }
-    return 0;
+    return {0, 0};
 }
 
-Ref SignalQueue::takeFromLanes(const uint32_t* selection) {
+SignalQueue::Signal SignalQueue::takeFromLanes(const uint32_t* selection) {
     if (selection[0] == 0) return unlinkOldestOf(lanes_.find(waiting_[oldest_].number));
     auto first = lanes_.end();
     for (uint32_t i = 1; i <= selection[0]; ++i) {
@@ -54,7 +54,7 @@ Ref SignalQueue::takeFromLanes(const uint32_t* selection) {
             first = lane;
         }
     }
-    return first == lanes_.end() ? 0 : unlinkOldestOf(first);
+    return first == lanes_.end() ? Signal{0, 0} : unlinkOldestOf(first);
 }
 
 void SignalQueue::moveToLane(const Arrival& arrival) {
@@ -67,28 +67,28 @@ void SignalQueue::moveToLane(const Arrival& arrival) {
     }
     const auto lane = lanes_.insert({arrival.number, {none, none}}).first;
     freeEntry_ = waiting_[index].nextInLane;
-    waiting_[index] = {arrival.ref, arrival.number, arrived_++, newest_, none, none};
+    waiting_[index] = {arrival.signal, arrival.number, arrived_++, newest_, none, none};
     (newest_ == none ? oldest_ : waiting_[newest_].newer) = index;
     newest_ = index;
     (lane->second.newest == none ? lane->second.oldest : waiting_[lane->second.newest].nextInLane) = index;
     lane->second.newest = index;
 }
 
-Ref SignalQueue::unlinkOldestOf(std::unordered_map<uint32_t, Lane>::iterator lane) {
+SignalQueue::Signal SignalQueue::unlinkOldestOf(std::unordered_map<uint32_t, Lane>::iterator lane) {
     const uint32_t index = lane->second.oldest;
     lane->second.oldest = waiting_[index].nextInLane;
     if (lane->second.oldest == none) lanes_.erase(lane);
     return release(index);
 }
 
-Ref SignalQueue::release(uint32_t index) {
+SignalQueue::Signal SignalQueue::release(uint32_t index) {
     const Waiting& entry = waiting_[index];
     (entry.older == none ? oldest_ : waiting_[entry.older].newer) = entry.newer;
     (entry.newer == none ? newest_ : waiting_[entry.newer].older) = entry.older;
     waiting_[index].nextInLane = freeEntry_;
     freeEntry_ = index;
     --size_;
-    return waiting_[index].ref;
+    return waiting_[index].signal;
 }
 
 bool SignalQueue::remove(Ref ref, uint32_t number) {
@@ -101,7 +101,7 @@ bool SignalQueue::remove(Ref ref, uint32_t number) {
     if (lane == lanes_.end()) return false;
     uint32_t before = none;
     for (uint32_t index = lane->second.oldest; index != none; before = index, index = waiting_[index].nextInLane) {
-        if (waiting_[index].ref != ref) continue;
+        if (waiting_[index].signal.ref != ref) continue;
         if (before == none) {
             unlinkOldestOf(lane);
             return true;

@@ -18,6 +18,11 @@ namespace linx {
  */
 class SignalQueue {
 public:
+    struct Signal {
+        Ref ref;  ///< 0 for none
+        uint32_t sizeClass;
+    };
+
     bool empty() const { return size_ == 0; }
     size_t size() const { return size_; }
 
@@ -25,27 +30,38 @@ public:
     void reserve(size_t count);
 
     /// Out of memory, the queue is as before.
-    void append(Ref ref, uint32_t number) {
+    void append(Signal signal, uint32_t number) {
         if (arrivals_.size() == arrivals_.capacity()) reserve(1);
-        arrivals_.push_back({ref, number});
+        arrivals_.emplace_back(signal, number);
         ++size_;
     }
 
     /// Takes back the last `count` that were appended, since when nothing was taken.
     void dropLast(size_t count) {
-        arrivals_.resize(arrivals_.size() - count);
+        arrivals_.erase(arrivals_.end() - static_cast<std::ptrdiff_t>(count), arrivals_.end());
         size_ -= count;
     }
 
     /// Turns the last `count` signals round: a mailbox gives its newest first.
     void reverseLast(size_t count);
 
-    /// Takes the oldest signal that `selection` (a count, then that many numbers; 0 for any) allows; 0 when none is.
-    Ref take(const uint32_t* selection) {
-        if (selection[0] != 0 || oldest_ != none) return takeSelected(selection);
-        if (!hasArrivals()) return 0;
+    /// Whether a receive of any signal has only to take an arrival, and leaves another.
+    bool hasSeveralArrivals() const { return size_ > 1 && oldest_ == none; }
+
+    /// Takes the oldest of several arrivals.
+    Signal takeArrival() {
         --size_;
-        return popArrival().ref;
+        return arrivals_[nextArrival_++].signal;
+    }
+
+    /// Takes the oldest signal that `selection` (a count, then that many numbers; 0 for any) allows; none when none
+    /// is.
+    Signal take(const uint32_t* selection) {
+        if (selection[0] != 0 || oldest_ != none) return takeSelected(selection);
+        if (size_ == 0) return {0, 0};
+        const Signal oldest = takeArrival();
+        if (size_ == 0) forgetArrivals();
+        return oldest;
     }
 
     /// Takes the given signal out. False when it is not there.
@@ -53,11 +69,12 @@ public:
 
 private:
     struct Arrival {
-        Ref ref;
+        Arrival(Signal itsSignal, uint32_t itsNumber) : signal(itsSignal), number(itsNumber) {}
+        Signal signal;
         uint32_t number;
     };
     struct Waiting {
-        Ref ref;
+        Signal signal;
         uint32_t number;
         uint64_t order;
         uint32_t older;  ///< neighbours among all signals in lanes
@@ -73,17 +90,18 @@ private:
     bool hasArrivals() const { return nextArrival_ != arrivals_.size(); }
     Arrival popArrival() {
         const Arrival arrival = arrivals_[nextArrival_++];
-        if (!hasArrivals()) {
-            arrivals_.clear();
-            nextArrival_ = 0;
-        }
+        if (!hasArrivals()) forgetArrivals();
         return arrival;
     }
-    Ref takeSelected(const uint32_t* selection);
-    Ref takeFromLanes(const uint32_t* selection);
+    void forgetArrivals() {
+        arrivals_.clear();
+        nextArrival_ = 0;
+    }
+    Signal takeSelected(const uint32_t* selection);
+    Signal takeFromLanes(const uint32_t* selection);
     void moveToLane(const Arrival& arrival);
-    Ref unlinkOldestOf(std::unordered_map<uint32_t, Lane>::iterator lane);
-    Ref release(uint32_t index);
+    Signal unlinkOldestOf(std::unordered_map<uint32_t, Lane>::iterator lane);
+    Signal release(uint32_t index);
 
     size_t size_ = 0;
     std::vector<Arrival> arrivals_;

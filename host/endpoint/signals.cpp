@@ -8,15 +8,7 @@
 
 namespace linx {
 
-bool Endpoint::find(LinxSignal* signal, Held& held) const {
-    // If the recent one is still this endpoint's, nobody has made another block of it.
-    const bool isRecent = recent_.block != nullptr && signal == &recent_.block->signal;
-    held = isRecent ? recent_ : lookUp(signal);
-    // Relaxed: it was this endpoint that wrote it, if it is this endpoint's.
-    return held.block != nullptr && held.block->owner.loadRelaxed() == spid_;
-}
-
-Endpoint::Held Endpoint::lookUp(LinxSignal* signal) const {
+Endpoint::Held Endpoint::lookUp(const LinxSignal* signal) const {
     Held held = {nullptr, 0, 0};
     held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
     return held;
@@ -47,8 +39,8 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
 }
 
 int Endpoint::free(LinxSignal** signal) {
-    Held held;
-    if (!find(*signal, held)) {
+    const Held held = find(*signal);
+    if (held.block == nullptr) {
         errno = EINVAL;
         return -1;
     }
@@ -59,8 +51,8 @@ int Endpoint::free(LinxSignal** signal) {
 }
 
 Spid Endpoint::sender(LinxSignal** signal) const {
-    Held held;
-    if (find(*signal, held)) return held.block->sender.loadRelaxed() & spidMask;
+    const Held held = find(*signal);
+    if (held.block != nullptr) return held.block->sender.loadRelaxed() & spidMask;
     errno = EINVAL;
     return 0;
 }
@@ -73,7 +65,8 @@ bool Endpoint::takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held)
         if (own == nullptr) return false;
         signal = &own;
     }
-    if (!find(*signal, held)) {
+    held = find(*signal);
+    if (held.block == nullptr) {
         errno = EINVAL;
         return false;
     }
@@ -84,11 +77,11 @@ bool Endpoint::takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held)
 
 int Endpoint::forgo(LinxSignal** signal) {
     const int reason = errno;
-    Held held;
-    if (signal == nullptr || !find(*signal, held)) {
+    if (signal == nullptr || find(*signal).block == nullptr) {
         errno = reason;
         return -1;
     }
+    Held held;
     takeOver(signal, 0, held);
     return refuse(held, reason);
 }

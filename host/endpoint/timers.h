@@ -26,6 +26,9 @@ public:
 
     uint64_t earliest() const { return waiting_.empty() ? never : waiting_.begin()->first; }
 
+    /// Whether there is none, fired or not.
+    bool idle() const { return waiting_.empty() && fired_.empty(); }
+
     /// Gives the next time-out whose deadline is not after `now`; 0 when none is due. It counts as fired until
     /// `received` or `cancel` is told of it.
     Ref fire(uint64_t now);

@@ -55,9 +55,10 @@ inline Ref take(Word& head, Word& taking, uint32_t leave) {
 /// block and after more blocks than there are: whoever scribbled over the links shortens the walk, nothing more.
 template <class Visit>
 void walk(const Arena& arena, Ref ref, Visit visit) {
+    NearbyBlocks blocks(arena);
     for (uint32_t left = arena.maxBlocks(); left != 0; --left) {
         uint32_t sizeClass;
-        Block* block = arena.blockAt(ref, sizeClass);
+        Block* block = blocks.at(ref, sizeClass);
         if (block == nullptr) return;
         // Before `visit` changes it. Acquire: (G), for holds(); who walks a chain of his own has it from the head.
         const Ref next = block->next.loadAcquire();
