@@ -20,7 +20,8 @@ uint32_t surplusLines(const Arena& arena) {
 
 }  // namespace
 
-Pool::Pool(const Domain& domain, Spid home) : domain_(domain), home_(home) {}
+Pool::Pool(const Domain& domain, Spid home)
+    : domain_(domain), home_(home), slot_(arena().slot(indexOf(home))), latestHome_(home) {}
 
 Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
     sizeClass = classForLines(lines);
@@ -71,23 +72,35 @@ void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
 
 void Pool::free(Block& block, Ref ref, uint32_t sizeClass) {
     const Spid home = block.home.loadRelaxed();
-    if (home != home_) {
-        if (isSpid(home) && isOpen(arena(), home) && giveBack(block, ref, home)) return;
-        // Its home has ended: the block stays here.
-        slot().leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
-    }
+    if (home == home_ || !giveBack(block, ref, home)) keep(block, ref, sizeClass);
+}
+
+void Pool::keep(Block& block, Ref ref, uint32_t sizeClass) {
+    // Its home has ended: the block stays here.
+    if (block.home.loadRelaxed() != home_) slot().leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
     put(block, ref, sizeClass);
     if (freeLines_ > surplusLines(arena())) trim();
 }
 
+/// Returns a block to `home`, unless that has ended.
 bool Pool::giveBack(Block& block, Ref ref, Spid home) {
+    if (home != latestHome_ && !isKnown(home)) return false;
+    Slot& there = arena().slot(indexOf(home));
+    if (there.life.loadAcquire() != (home | lifeOpen)) return false;  // as in isOpen
     // See recoverStrandedSend: the reaper asks whether this one was pushed. Release: (J), after the push before it.
     slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);
     block.owner.storeRelease(home | ownerTransit);  // (E)
-    if (stack::push(arena().slot(indexOf(home)).returned, block, ref) != stack::closed) return true;
+    if (stack::push(there.returned, block, ref) != stack::closed) return true;
     block.owner.storeRelaxed(home_);
     return false;
+}
+
+/// Whether `home` is one whose slot can be looked at.
+bool Pool::isKnown(Spid home) {
+    if (!wasUsed(arena(), home)) return false;
+    latestHome_ = home;
+    return true;
 }
 
 void Pool::takeReturned() {

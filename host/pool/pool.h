@@ -30,20 +30,24 @@ private:
     Block* takeLarger(uint32_t& sizeClass, Ref& ref);
     Block* allocateMore(uint32_t& sizeClass, Ref& ref);
     [[gnu::always_inline]] inline void put(Block& block, Ref ref, uint32_t sizeClass);
+    [[gnu::noinline]] void keep(Block& block, Ref ref, uint32_t sizeClass);
     [[gnu::always_inline]] inline bool giveBack(Block& block, Ref ref, Spid home);
+    [[gnu::noinline]] bool isKnown(Spid home);
     void takeReturned();
     void leaseMore(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);
 
     const Arena& arena() const { return domain_.arena(); }
-    Slot& slot() const { return arena().slot(indexOf(home_)); }
+    Slot& slot() const { return slot_; }
 
     const Domain& domain_;
     const Spid home_;
+    Slot& slot_;
     std::array<std::vector<Ref>, sizeClassCount> free_;
     std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
     uint32_t freeLines_ = 0;
+    Spid latestHome_;  ///< of a block that was given back; its slot has been used
 };
 
 }  // namespace linx
