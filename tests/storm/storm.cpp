@@ -4,22 +4,15 @@
 
 #include <algorithm>
 
-#include "tests/storm/worker.h"
+#include "tests/traffic/worker.h"
 
 namespace storm {
 namespace {
 
+constexpr uint32_t killsBetweenRests = 50;
+
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
-using std::chrono::seconds;
-
-constexpr seconds longestPatience(5);
-
-void work(Ledger& ledger, uint32_t worker, uint32_t process, uint32_t seed) {
-    do {
-        Worker(ledger, worker, process, seed++).live();
-    } while (!ledger.leave);
-}
 
 void pause() {
     const timespec moment = {0, 200000};
@@ -29,11 +22,12 @@ void pause() {
 }  // namespace
 
 void Storm::rage(uint32_t kills) {
-    for (uint32_t worker = 0; worker < workerCount; ++worker) spawn(worker);
+    ledger_.seats = seats;
+    for (uint32_t worker = 0; worker < seats; ++worker) spawn(worker);
     while (kills_ < kills && ledger_.complaintCount == 0) {
         // Mostly at once, so that the dead are found while others still clear up after those before.
         watch(microseconds(draw(4) == 0 ? draw(20000) : draw(1500)));
-        strike(draw(workerCount));
+        strike(draw(seats));
     }
     calm();
 }
@@ -42,11 +36,11 @@ void Storm::spawn(uint32_t worker) {
     Place& place = places_[worker];
     place.process = ++processes_;
     place.stopped = false;
-    place.beatAt = Clock::now();
-    ledger_.doomed[place.process % maxLives] = false;
+    place.pulse.restart(Clock::now());
+    ledger_.doomed[place.process % traffic::maxLives] = false;
     const uint32_t seed = draw(~0u);
     place.child = std::make_unique<Child>(
-        [this, worker, process = place.process, seed](Line&) { work(ledger_, worker, process, seed); });
+        [this, worker, process = place.process, seed](Line&) { traffic::work(ledger_, {}, worker, process, seed); });
 }
 
 void Storm::strike(uint32_t worker) {
@@ -54,11 +48,13 @@ void Storm::strike(uint32_t worker) {
     if (!place.stopped && draw(3) == 0) return stop(worker);
     kill(worker);
     spawn(worker);
+    // Otherwise who waits for something that never comes would be killed long before anybody saw that he waits.
+    if (kills_ % killsBetweenRests == 0) rest();
 }
 
 void Storm::kill(uint32_t worker) {
     Place& place = places_[worker];
-    ledger_.doomed[place.process % maxLives] = true;
+    ledger_.doomed[place.process % traffic::maxLives] = true;
     place.child->kill9();
     ++kills_;
 }
@@ -75,13 +71,13 @@ void Storm::stop(uint32_t worker) {
 void Storm::cont(Place& place) {
     place.child->cont();
     place.stopped = false;
-    place.beatAt = Clock::now();
+    place.pulse.restart(Clock::now());
 }
 
 void Storm::watch(Clock::duration time) {
     const Clock::time_point end = Clock::now() + time;
     for (Clock::time_point now = Clock::now(); now < end; now = Clock::now()) {
-        for (uint32_t worker = 0; worker < workerCount; ++worker) {
+        for (uint32_t worker = 0; worker < seats; ++worker) {
             Place& place = places_[worker];
             if (place.stopped && place.stoppedUntil <= now) cont(place);
             lookAt(worker, now);
@@ -93,37 +89,39 @@ void Storm::watch(Clock::duration time) {
 void Storm::lookAt(uint32_t worker, Clock::time_point now) {
     Place& place = places_[worker];
     if (place.stopped) return;
-    const Clock::duration stall = now - place.beatAt;
-    longestStall_ = std::max(longestStall_, stall);
-    const uint32_t beats = ledger_.beats[worker];
-    if (beats != place.beats) {
-        place.beats = beats;
-        place.beatAt = now;
-    } else if (stall > longestPatience) {
-        ledger_.complain("worker " + std::to_string(worker) + " makes no progress");
-        place.beatAt = now;
-    }
+    longestStall_ = std::max(longestStall_, place.pulse.look(ledger_.beats[worker], now));
+    if (!place.pulse.hasStopped()) return;
+    ledger_.complain("worker " + std::to_string(worker) + " makes no progress");
+    place.pulse.restart(now);
 }
 
-bool Storm::allSettled() const {
-    return std::all_of(std::begin(ledger_.settled), std::end(ledger_.settled),
-                       [](const auto& is) { return is.load(); });
-}
-
-/// Has the workers come to rest, compare what they sent and received, and end.
-void Storm::calm() {
+/// Has the workers come to rest: all that was asked is answered, whoever is absent is found, and every end is told.
+bool Storm::settle() {
     for (Place& place : places_) {
         if (place.stopped) cont(place);
     }
     ledger_.finish = true;
-    const Clock::time_point limit = Clock::now() + 2 * longestPatience;
-    while (!allSettled() && ledger_.complaintCount == 0 && Clock::now() < limit) watch(milliseconds(1));
-    if (!allSettled()) return ledger_.complain("the workers do not come to rest");
+    const Clock::time_point limit = Clock::now() + 2 * traffic::longestPatience;
+    while (!ledger_.allSettled() && ledger_.complaintCount == 0 && Clock::now() < limit) watch(milliseconds(1));
+    if (ledger_.allSettled()) return true;
+    ledger_.complain("the workers do not come to rest");
+    return false;
+}
+
+void Storm::rest() {
+    if (!settle()) return;
+    ++rests_;
+    ledger_.goOn();
+}
+
+/// Has the workers settle, compare what they sent and received, and end.
+void Storm::calm() {
+    if (!settle()) return;
     ledger_.leave = true;
-    for (uint32_t worker = 0; worker < workerCount; ++worker) {
+    for (uint32_t worker = 0; worker < seats; ++worker) {
         const int status = places_[worker].child->exitStatus();
-        if (status != 0)
-            ledger_.complain("worker " + std::to_string(worker) + " ends with " + std::to_string(status));
+        if (status == 0) continue;
+        ledger_.complain("worker " + std::to_string(worker) + " ends with " + std::to_string(status));
     }
 }
 

@@ -2,16 +2,19 @@
 #define LINXIPC_TESTS_STORM_STORM_H
 
 #include <array>
-#include <chrono>
 #include <memory>
 #include <random>
 
 #include "tests/processes/support/child.h"
-#include "tests/storm/ledger.h"
+#include "tests/traffic/ledger.h"
+#include "tests/traffic/pulse.h"
 
 namespace storm {
 
-using Clock = std::chrono::steady_clock;
+using traffic::Clock;
+using traffic::Ledger;
+
+constexpr uint32_t seats = 8;
 
 /// Workers in processes of their own, and who kills, stops and replaces them.
 class Storm {
@@ -24,14 +27,14 @@ public:
 
     uint32_t kills() const { return kills_; }
     uint32_t stops() const { return stops_; }
+    uint32_t rests() const { return rests_; }
     Clock::duration longestStall() const { return longestStall_; }
 
 private:
     struct Place {
         std::unique_ptr<Child> child;
         uint32_t process = 0;
-        uint32_t beats = 0;
-        Clock::time_point beatAt;  ///< of the last progress, or of the last start or continuation
+        traffic::Pulse pulse;
         bool stopped = false;
         Clock::time_point stoppedUntil;
     };
@@ -43,16 +46,18 @@ private:
     void cont(Place& place);
     void watch(Clock::duration time);
     void lookAt(uint32_t worker, Clock::time_point now);
+    bool settle();
+    void rest();
     void calm();
-    bool allSettled() const;
     uint32_t draw(uint32_t below) { return static_cast<uint32_t>(random_() % below); }
 
     Ledger& ledger_;
     std::mt19937 random_;
-    std::array<Place, workerCount> places_;
+    std::array<Place, seats> places_;
     uint32_t processes_ = 0;
     uint32_t kills_ = 0;
     uint32_t stops_ = 0;
+    uint32_t rests_ = 0;
     Clock::duration longestStall_{};
 };
 

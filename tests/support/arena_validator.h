@@ -40,6 +40,12 @@ public:
         return said_;
     }
 
+    /// The blocks that nobody will find again, once `disorder` has looked.
+    const std::vector<std::string>& losses() const { return lost_; }
+
+    /// Whether a block lies in a mailbox, or has been given back and not been fetched, once `disorder` has looked.
+    bool isTravelling(linx::Ref ref) const { return travelling_.count(ref) != 0; }
+
 private:
     /// Collects one sentence.
     class Sentence {

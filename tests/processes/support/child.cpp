@@ -60,6 +60,12 @@ void Child::cont() const {
     kill(pid_, SIGCONT);
 }
 
+bool Child::hasEnded() const {
+    siginfo_t end = {};
+    waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
+    return end.si_pid == pid_;
+}
+
 int Child::exitStatus() {
     const int status = waitFor(pid_, 0);
     pid_ = -1;

@@ -30,6 +30,9 @@ public:
     void stop() const;
     void cont() const;
 
+    /// Whether the process has ended; `exitStatus` then does not wait.
+    bool hasEnded() const;
+
     /// Waits for the end. The exit status, or the negative number of the POSIX signal that ended the process.
     int exitStatus();
 

@@ -1,19 +1,30 @@
-#ifndef LINXIPC_TESTS_STORM_WORKER_H
-#define LINXIPC_TESTS_STORM_WORKER_H
+#ifndef LINXIPC_TESTS_TRAFFIC_WORKER_H
+#define LINXIPC_TESTS_TRAFFIC_WORKER_H
 
 #include <map>
 #include <random>
 #include <set>
 
-#include "tests/storm/ledger.h"
+#include "tests/traffic/ledger.h"
 
-namespace storm {
+namespace traffic {
+
+/// How a worker talks.
+struct Manner {
+    uint32_t nap = 0;        ///< microseconds to rest after each turn
+    uint32_t largeIn = 100;  ///< one letter in so many is up to `large` bytes long; the others are short
+    uint32_t large = 60000;
+    uint32_t largestIn = ~0u;  ///< one in so many is as long as a signal can be, or somewhat less
+};
+
+/// The work of a process in the seat: one life after the other, until all are to leave or it is to retire.
+void work(Ledger& ledger, const Manner& manner, uint32_t seat, uint32_t process, uint32_t seed);
 
 /// One life of a worker: its endpoint from open to close, what it expects and what it has been told. Everything that
 /// comes is compared with what its sender has written into the ledger.
 class Worker {
 public:
-    Worker(Ledger& ledger, uint32_t index, uint32_t process, uint32_t seed);
+    Worker(Ledger& ledger, const Manner& manner, uint32_t index, uint32_t process, uint32_t seed);
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -39,6 +50,7 @@ private:
     // Sending.
     void talk();
     void burst(uint32_t to);
+    uint32_t drawLength();
     bool write(uint32_t to, Kind kind, uint32_t question, uint32_t hops);
     bool post(LinxSignal* signal, uint32_t to, Kind kind);
     void wasRefused(uint32_t to, int error);
@@ -71,6 +83,8 @@ private:
     uint32_t draw(uint32_t below) { return static_cast<uint32_t>(random_() % below); }
 
     Ledger& ledger_;
+    const Manner manner_;
+    ByteTally bytes_;
     const uint32_t index_;
     std::mt19937 random_;
     const uint32_t number_;
@@ -82,13 +96,13 @@ private:
     uint32_t lastId_ = 0;
 
     std::map<LinxSpid, Peer> peers_;
-    LinxSpid current_[workerCount] = {};     ///< whom to send to
-    uint32_t hunting_[workerCount] = {};     ///< hunt that has not been answered
-    Question questions_[workerCount];        ///< request that has not been answered
+    LinxSpid current_[mostSeats] = {};       ///< whom to send to
+    uint32_t hunting_[mostSeats] = {};       ///< hunt that has not been answered
+    Question questions_[mostSeats];          ///< request that has not been answered
     std::map<uint32_t, LinxSpid> attached_;  ///< notices that have not come
     std::map<uint32_t, LinxRef> timers_;     ///< time-outs that have not come
 };
 
-}  // namespace storm
+}  // namespace traffic
 
 #endif

@@ -1,22 +1,22 @@
-#ifndef LINXIPC_TESTS_STORM_LETTER_H
-#define LINXIPC_TESTS_STORM_LETTER_H
+#ifndef LINXIPC_TESTS_TRAFFIC_LETTER_H
+#define LINXIPC_TESTS_TRAFFIC_LETTER_H
 
 #include <cstdint>
 
 #include "platform/linx.h"
 
-namespace storm {
+namespace traffic {
 
-/// What workers send each other, and the offset of its signal number. Each kind is numbered by itself, since a
-/// receive may select some kinds before others.
-enum Kind : uint32_t { item, request, reply, relay, kinds };
+/// What the endpoints of a test send each other, and the offset of its signal number. Each kind is counted by itself,
+/// since a receive may select some kinds before others. All but the last carry a letter.
+enum Kind : uint32_t { item, request, reply, relay, bare, kinds };
 
 constexpr uint32_t firstNumber = 1000;
 
-/// The payload of a signal between workers: this, and then `bytes` bytes that are made from `seed`.
+/// The payload of a signal: this, and then `bytes` bytes that are made from `seed`.
 struct Letter {
     uint32_t from;      ///< life of who sent it last
-    uint32_t to;        ///< spid it was sent to
+    uint32_t to;        ///< whom it was sent to
     uint32_t sequence;  ///< counts what `from` has sent to `to` of this kind, from 1
     uint32_t question;  ///< of a request and its reply
     uint32_t hops;      ///< how often a relay is still to be passed on
@@ -43,6 +43,6 @@ void seal(Letter& letter, Kind kind);
 /// Whether nothing in the letter has changed since it was filled and sealed.
 bool isWhole(const Letter& letter, Kind kind, uint32_t signalSize);
 
-}  // namespace storm
+}  // namespace traffic
 
 #endif

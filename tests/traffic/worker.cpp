@@ -1,12 +1,13 @@
-#include "tests/storm/worker.h"
+#include "tests/traffic/worker.h"
 
 #include <poll.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-namespace storm {
+namespace traffic {
 namespace {
 
 constexpr uint32_t foundNumber = 1010;
@@ -18,10 +19,28 @@ uint32_t& wordIn(LinxSignal* signal) {
     return *reinterpret_cast<uint32_t*>(signal + 1);
 }
 
+std::string nameOfWorker(uint32_t worker) {
+    return "worker" + std::to_string(worker);
+}
+
+void nap(uint32_t microseconds) {
+    if (microseconds == 0) return;
+    const timespec time = {0, static_cast<long>(microseconds) * 1000};
+    nanosleep(&time, nullptr);
+}
+
 }  // namespace
 
-Worker::Worker(Ledger& ledger, uint32_t index, uint32_t process, uint32_t seed)
+void work(Ledger& ledger, const Manner& manner, uint32_t seat, uint32_t process, uint32_t seed) {
+    do {
+        Worker(ledger, manner, seat, process, seed++).live();
+    } while (!ledger.leave && !ledger.retire[seat]);
+}
+
+Worker::Worker(Ledger& ledger, const Manner& manner, uint32_t index, uint32_t process, uint32_t seed)
     : ledger_(ledger),
+      manner_(manner),
+      bytes_(ledger),
       index_(index),
       random_(seed),
       number_(ledger.beginLife(index, process)),
@@ -51,26 +70,27 @@ void Worker::complain(const std::string& text) {
 
 void Worker::live() {
     if (linx_ == nullptr) return;
-    for (uint32_t whom = 0; whom < workerCount; ++whom) {
+    for (uint32_t whom = 0; whom < ledger_.seats; ++whom) {
         if (whom != index_) hunt(whom);
     }
     while (!ledger_.leave) {
         ++ledger_.beats[index_];
         if (!ledger_.finish) {
-            if (draw(400) == 0) return;
+            if (draw(400) == 0 || ledger_.retire[index_]) return;
             if (draw(200) == 0) runErrand();
             talk();
         }
         if (!awaitSignal() && ledger_.finish && isSettled()) ledger_.settled[index_] = true;
         for (uint32_t more = draw(16); more != 0 && take(0, anySignal); --more) {
         }
+        nap(manner_.nap);
     }
     drawBalance();
 }
 
 void Worker::talk() {
     if (usesTimers_) useTimers();
-    for (uint32_t to = 0; to < workerCount; ++to) {
+    for (uint32_t to = 0; to < ledger_.seats; ++to) {
         if (current_[to] != 0 && questions_[to].asked == 0) burst(to);
     }
 }
@@ -86,8 +106,14 @@ void Worker::burst(uint32_t to) {
     if (write(to, request, question, 0)) questions_[to] = {asked, question};
 }
 
+uint32_t Worker::drawLength() {
+    constexpr uint32_t longest = (1u << 20) - signalBytes(0);
+    if (manner_.largestIn != ~0u && draw(manner_.largestIn) == 0) return longest - draw(2) * draw(longest);
+    return draw(manner_.largeIn) == 0 ? draw(manner_.large) : draw(300);
+}
+
 bool Worker::write(uint32_t to, Kind kind, uint32_t question, uint32_t hops) {
-    const uint32_t bytes = draw(100) == 0 ? draw(60000) : draw(300);
+    const uint32_t bytes = drawLength();
     LinxSignal* signal = linx_alloc(linx_, signalBytes(bytes), firstNumber + kind);
     if (signal == nullptr) {
         if (errno != ENOMEM) complain(std::string("cannot allocate: ") + std::strerror(errno));
@@ -198,7 +224,7 @@ void Worker::useTimers() {
 void Worker::runErrand() {
     LINX* other = linx_open(("errand" + std::to_string(index_)).c_str(), 0, nullptr);
     if (other == nullptr) return complain(std::string("cannot open for an errand: ") + std::strerror(errno));
-    linx_hunt(other, nameOfWorker(draw(workerCount)).c_str(), nullptr);
+    linx_hunt(other, nameOfWorker(draw(ledger_.seats)).c_str(), nullptr);
     linx_hunt(other, "nobody", nullptr);
     LinxSignal* notice = linx_alloc(other, sizeof(LinxSignal), noticeNumber);
     if (notice != nullptr && linx_attach(other, &notice, own_) == 0) complain("cannot attach to itself");
@@ -208,7 +234,7 @@ void Worker::runErrand() {
 /// Waits for a signal in one of the ways that there are, and takes it.
 bool Worker::awaitSignal() {
     if (ledger_.finish) return take(20, anySignal);
-    constexpr uint32_t letters[] = {kinds, firstNumber + item, firstNumber + request, firstNumber + reply,
+    constexpr uint32_t letters[] = {4, firstNumber + item, firstNumber + request, firstNumber + reply,
                                     firstNumber + relay};
     constexpr uint32_t long_ = 60000;
     switch (draw(4)) {
@@ -269,7 +295,7 @@ void Worker::handleLetter(LinxSignal* signal, uint32_t size, Kind kind) {
     const std::string from = "life " + std::to_string(letter.from);
     if (letter.to != own_) complain("receives what " + from + " sent to another");
     if (ledger_.life(letter.from).spid != sender) complain("is told the wrong sender of a signal of " + from);
-    const uint32_t worker = ledger_.life(letter.from).worker % workerCount;
+    const uint32_t worker = ledger_.life(letter.from).seat % mostSeats;
     Peer& peer = meet(sender, worker);
     address(sender, peer);
     if (peer.notices != 0) complain("hears of the end of " + from + " before its last signal");
@@ -281,6 +307,7 @@ void Worker::handleLetter(LinxSignal* signal, uint32_t size, Kind kind) {
                  std::to_string(expected) + ", kind " + std::to_string(kind));
     }
     ++ledger_.verified;
+    bytes_.add(size);
     if (kind == relay && letter.hops != 0) return passOn(signal);
     linx_free_buf(linx_, &signal);
     if (kind == request && current_[worker] == sender) write(worker, reply, letter.question, 0);
@@ -294,8 +321,8 @@ void Worker::handleLetter(LinxSignal* signal, uint32_t size, Kind kind) {
 }
 
 void Worker::passOn(LinxSignal* signal) {
-    const uint32_t to = draw(workerCount);
-    if (current_[to] == 0) {
+    const uint32_t to = draw(ledger_.seats);
+    if (current_[to] == 0 || ledger_.leave) {
         linx_free_buf(linx_, &signal);
         return;
     }
@@ -304,7 +331,7 @@ void Worker::passOn(LinxSignal* signal) {
 }
 
 void Worker::handleFound(LinxSpid sender, uint32_t id) {
-    for (uint32_t whom = 0; whom < workerCount; ++whom) {
+    for (uint32_t whom = 0; whom < ledger_.seats; ++whom) {
         if (id == 0 || hunting_[whom] != id) continue;
         hunting_[whom] = 0;
         ++ledger_.hunts;
@@ -356,7 +383,7 @@ void Worker::compareWithSent(LinxSpid spid, const Peer& peer) {
 }
 
 bool Worker::isSettled() const {
-    for (uint32_t other = 0; other < workerCount; ++other) {
+    for (uint32_t other = 0; other < ledger_.seats; ++other) {
         if (other != index_ && (questions_[other].asked != 0 || hunting_[other] != 0 || current_[other] == 0)) {
             return false;
         }
@@ -369,14 +396,14 @@ bool Worker::isSettled() const {
 
 void Worker::drawBalance() {
     ++ledger_.standing;
-    if (!ledger_.standing.reaches(workerCount)) return complain("does not see all others stand still");
+    if (!ledger_.standing.reaches(ledger_.seats)) return complain("does not see all others stand still");
     while (take(0, anySignal)) {
     }
     for (const auto& [spid, peer] : peers_) {
         if (!peer.hasEnded()) compareWithSent(spid, peer);
     }
     ++ledger_.checked;
-    if (!ledger_.checked.reaches(workerCount)) complain("does not see all others draw the balance");
+    if (!ledger_.checked.reaches(ledger_.seats)) complain("does not see all others draw the balance");
 }
 
-}  // namespace storm
+}  // namespace traffic

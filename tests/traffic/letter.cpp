@@ -1,8 +1,8 @@
-#include "tests/storm/letter.h"
+#include "tests/traffic/letter.h"
 
 #include <cstddef>
 
-namespace storm {
+namespace traffic {
 namespace {
 
 unsigned char* bytesOf(Letter& letter) {
@@ -48,4 +48,4 @@ bool isWhole(const Letter& letter, Kind kind, uint32_t signalSize) {
     return true;
 }
 
-}  // namespace storm
+}  // namespace traffic

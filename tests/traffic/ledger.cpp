@@ -1,25 +1,28 @@
-#include "tests/storm/ledger.h"
+#include "tests/traffic/ledger.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace storm {
+namespace traffic {
 
-uint32_t Ledger::beginLife(uint32_t worker, uint32_t process) {
+uint32_t Ledger::beginLife(uint32_t seat, uint32_t process) {
     const uint32_t number = ++livesUsed;
     Life& own = life(number);
     own.spid = 0;
     own.closing = false;
-    own.worker = worker;
+    own.seat = seat;
     own.process = process;
-    own.previous = latest[worker].load();
-    for (Outgoing& outgoing : own.to) outgoing.peer = 0;
-    latest[worker] = number;
+    own.previous = latest[seat].load();
+    for (Outgoing& outgoing : own.to) {
+        outgoing.peer = 0;
+        for (uint32_t kind = 0; kind < kinds; ++kind) outgoing.begun[kind] = outgoing.sent[kind] = 0;
+    }
+    latest[seat] = number;
     return number;
 }
 
-uint32_t Ledger::findLife(uint32_t worker, uint32_t spid) const {
-    uint32_t number = latest[worker];
+uint32_t Ledger::findLife(uint32_t seat, uint32_t spid) const {
+    uint32_t number = latest[seat];
     for (int left = 100; number != 0 && left != 0; --left) {
         if (life(number).spid == spid) return number;
         number = life(number).previous;
@@ -27,9 +30,18 @@ uint32_t Ledger::findLife(uint32_t worker, uint32_t spid) const {
     return 0;
 }
 
-bool Ledger::isLiving(uint32_t worker, uint32_t spid) const {
-    const uint32_t number = findLife(worker, spid);
+bool Ledger::isLiving(uint32_t number) const {
     return number != 0 && !life(number).closing && !doomed[life(number).process % maxLives];
+}
+
+bool Ledger::allSettled() const {
+    return std::all_of(settled, settled + seats, [](const auto& is) { return is.load(); });
+}
+
+void Ledger::goOn() {
+    finish = leave = false;
+    standing = checked = 0;
+    for (uint32_t seat = 0; seat < seats; ++seat) settled[seat] = false;
 }
 
 void Ledger::complain(const std::string& text) {
@@ -43,8 +55,4 @@ std::vector<std::string> Ledger::allComplaints() const {
     return std::vector<std::string>(complaints, complaints + count);
 }
 
-std::string nameOfWorker(uint32_t worker) {
-    return "worker" + std::to_string(worker);
-}
-
-}  // namespace storm
+}  // namespace traffic

@@ -1,0 +1,36 @@
+#ifndef LINXIPC_TESTS_SOAK_REPORT_H
+#define LINXIPC_TESTS_SOAK_REPORT_H
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "tests/soak/board.h"
+
+namespace soak {
+
+/// What was counted while nobody was at work.
+struct Sample {
+    double minutes = 0;
+    uint32_t kills = 0;
+    std::array<Resources, residents> resources{};
+    std::vector<std::string> files;  ///< in the domain's directory
+    uint32_t arenaKib = 0;           ///< that the arena's file occupies
+    uint32_t blocks = 0;             ///< that have been leased
+    uint32_t usedBlocks = 0;         ///< that are neither free nor given back
+    uint32_t lostBlocks = 0;         ///< those of them that nobody will find again
+    std::vector<std::string> disorder;
+};
+
+/// Looks at the domain of $LINX_DOMAIN. REQUIRES that none of its endpoints does anything.
+Sample lookAtDomain(const std::string& directory);
+
+void printHeading();
+void print(const Sample& sample);
+
+/// What in the later sample is not as in the earlier.
+std::vector<std::string> compare(const Sample& earlier, const Sample& later);
+
+}  // namespace soak
+
+#endif
