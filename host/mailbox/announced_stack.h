@@ -52,18 +52,26 @@ inline Ref take(Word& head, Word& taking, uint32_t leave) {
 }
 
 /// Calls `visit(block, ref, sizeClass)` for every block of a chain, the last one pushed first. Stops at what is not a
-/// block and after more blocks than there are: whoever scribbled over the links shortens the walk, nothing more.
+/// block, and soon after it has begun to go round: whoever scribbled over the links shortens the walk, or has it
+/// visit some blocks a few times, nothing more. It is told by laps, each twice as long as the one before, that end
+/// early where they began: a bound by the number of blocks alone is too wide for walks that are made for each block
+/// of another.
 template <class Visit>
 void walk(const Arena& arena, Ref ref, Visit visit) {
     NearbyBlocks blocks(arena);
-    for (uint32_t left = arena.maxBlocks(); left != 0; --left) {
-        uint32_t sizeClass;
-        Block* block = blocks.at(ref, sizeClass);
-        if (block == nullptr) return;
-        // Before `visit` changes it. Acquire: (G), for holds(); who walks a chain of his own has it from the head.
-        const Ref next = block->next.loadAcquire();
-        visit(*block, ref, sizeClass);
-        ref = next;
+    for (uint32_t lap = 64; lap / 2 < arena.maxBlocks(); lap *= 2) {
+        const Ref start = ref;
+        for (uint32_t left = lap; left != 0; --left) {
+            uint32_t sizeClass;
+            Block* block = blocks.at(ref, sizeClass);
+            if (block == nullptr) return;
+            // Before `visit` changes it. Acquire: (G), for holds(); who walks a chain of his own has it from the
+            // head.
+            const Ref next = block->next.loadAcquire();
+            visit(*block, ref, sizeClass);
+            if (next == start) return;
+            ref = next;
+        }
     }
 }
 

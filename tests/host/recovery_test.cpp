@@ -327,6 +327,18 @@ TEST_F(StealingTest, AChainOfWhichAPartWasMadeCommonIsFinished) {
     expectInOrder();
 }
 
+TEST_F(StealingTest, ACycleThatSomebodyScribbledDoesNotKeepTheRepairBusy) {
+    const Ref top = slot().returned.loadRelaxed();
+    Word& end = block(signals.front()).next;
+    end.storeRelaxed(top);
+    arena.header().stealing.storeRelaxed(top);
+    repairAfterDeath();
+    end.storeRelaxed(0);
+    for (const Ref ref : signals) EXPECT_EQ(block(ref).owner.loadRelaxed(), live.spid | ownerTransit);
+    reapDead(freer);
+    expectInOrder();
+}
+
 TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
