@@ -83,6 +83,18 @@ crash-sites: dependencies ## Kills a process at every change of shared memory, s
 	@cmake --build --preset release --target linx-crash-sites
 	@build/release/tests/crash/linx-crash-sites $(ARGS)
 
+.PHONY: fuzz
+fuzz: dependencies clang-dependencies ## Searches for inputs that no operation withstands; SECONDS=60 for each fuzzer
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz
+	@tests/fuzz/run build/fuzz $(or $(SECONDS),60)
+
+.PHONY: scribble
+scribble: dependencies ## Scribbles over the memory of processes at their work; ROUNDS=10000, SEED=
+	@cmake --preset asan >/dev/null
+	@cmake --build --preset asan --target linx-scribble
+	@build/asan/tests/scribble/linx-scribble --rounds $(or $(ROUNDS),10000) $(if $(SEED),--seed $(SEED))
+
 .PHONY: abi-baseline
 abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
 	@cmake --preset release >/dev/null

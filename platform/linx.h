@@ -7,6 +7,7 @@
  * Errors: an operation that fails returns -1, a null pointer or a 0 reference, and sets errno. Common to all:
  *   EINVAL  a handle, signal or name that is null, foreign, freed or made up; nothing is touched
  *   ECHILD  after a fork the endpoint belongs to the other of the two processes
+ *   ESTALE  the domain's files have been removed, and the operation would have needed them
  *
  * Signals: a signal is owned by the handle that allocated or received it until that handle sends it, frees it or
  * hands it over to linx_hunt, linx_attach or linx_request_tmo. Those four take a signal of the handle's own also
@@ -95,7 +96,8 @@ LINXIPC_API int linx_send(LINX *linx, LinxSignal **signal, LinxSpid to);
 /*
  * Waits for a signal that `selection` allows and returns its size in bytes, number word included. `selection` is a
  * count, then that many signal numbers; a count of 0 selects any signal. Other signals stay queued in their order.
- * -1 with errno on failure, `*signal` null; EINTR is not among the errors: an interrupted wait goes on.
+ * -1 with errno on failure, `*signal` null; EINTR is not among the errors: an interrupted wait goes on. ECONNABORTED
+ * the endpoint counts as ended, because somebody scribbled over the domain's memory: all that is left is to close it.
  */
 LINXIPC_API int linx_receive(LINX *linx, LinxSignal **signal, const uint32_t *selection);
 
