@@ -168,16 +168,15 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     if (queue_.size() != queued) return false;                               // somebody's end came with the bell
     slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C), see attention.h
     looking_ = false;
-    bool expired = false;
-    if (slot().mailbox.loadSeqCst() <= stack::closed) {  // (D)
-        const uint64_t start = mayWait ? now() : 0;
-        handleEvents(mayWait ? millisecondsUntil(deadline, start) : 0);
-        const uint64_t end = mayWait ? now() : 0;
-        if (mayWait) budget_.sleptFor(end - start);
-        expired = !mayWait || end >= deadline;
-    }
+    const bool sleeps = slot().mailbox.loadSeqCst() <= stack::closed && mayWait;  // (D)
+    const uint64_t start = mayWait ? now() : 0;
+    // Also when a signal has forestalled the sleep: one may come each time, and time-outs and ends must not wait for
+    // the last.
+    handleEvents(sleeps ? millisecondsUntil(deadline, start) : 0);
+    const uint64_t end = mayWait ? now() : 0;
+    if (sleeps) budget_.sleptFor(end - start);
     beginLooking();
-    return expired;
+    return !mayWait || end >= deadline;
 }
 
 /// What a busy endpoint must not miss though its queue never runs dry: time-outs, and the deaths of peers.

@@ -2,15 +2,19 @@
 
 #include <sched.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <functional>
+#include <utility>
 
 #include "tests/host/endpoints.h"
 
 namespace {
 
 std::function<void()> whoRunsMeanwhile;
+std::function<void()> whoRunsAtALook;
+time_t secondsSkipped = 0;
 
 }  // namespace
 
@@ -19,6 +23,18 @@ extern "C" int sched_yield() noexcept {
     if (!whoRunsMeanwhile) return static_cast<int>(syscall(SYS_sched_yield));
     whoRunsMeanwhile();
     return 0;
+}
+
+/// Whoever looks at the clock lets the one run that the test names, and finds it a second later.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    if (const auto runs = std::exchange(whoRunsAtALook, nullptr)) {
+        runs();
+        ++secondsSkipped;
+        whoRunsAtALook = runs;
+    }
+    const int result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    time->tv_sec += secondsSkipped;
+    return result;
 }
 
 namespace linx {
@@ -80,6 +96,22 @@ TEST_F(AwaitingTest, EndsAtItsDeadline) {
     LinxSignal* signal = nullptr;
     EXPECT_EQ(linx_receive_w_tmo(meeting.receiver, &signal, 1, onlyAwaited), 0);
     EXPECT_LT(meeting.sent, Meeting::most) << "it waited as long as somebody sent";
+}
+
+TEST_F(AwaitingTest, EndsAtItsDeadlineAlsoWhenASignalForestallsEverySleep) {
+    Linx receiver("receiver");
+    Linx sender("sender");
+    constexpr uint32_t most = 10000;
+    uint32_t sent = 0;
+    whoRunsAtALook = [&] {
+        LinxSignal* signal = sent < most ? linx_alloc(sender, 4, other) : nullptr;
+        if (signal != nullptr) linx_send(sender, &signal, receiver.spid);
+        ++sent;
+    };
+    LinxSignal* signal = nullptr;
+    EXPECT_EQ(linx_receive_w_tmo(receiver, &signal, 10000, onlyAwaited), 0);
+    whoRunsAtALook = nullptr;
+    EXPECT_LT(sent, 100u) << "it waited as long as somebody sent";
 }
 
 TEST_F(AwaitingTest, GetsATimeoutThatFallsDue) {
