@@ -85,15 +85,15 @@ void Soak::spawn(Place& place) {
     place.pulse.restart(Clock::now());
     place.ledger->doomed[place.process % traffic::maxLives] = false;
     const uint32_t seed = draw(~0u);
-    place.child = std::make_unique<Child>([this, &place, seed](Line&) { work(place, seed); });
+    place.child = std::make_unique<Child>([this, &place, seed](Line& parent) { work(place, parent, seed); });
 }
 
 /// What the process in the place does.
-void Soak::work(const Place& place, uint32_t seed) {
+void Soak::work(const Place& place, Line& parent, uint32_t seed) {
     if (!isMember(place)) {
         const uint32_t resident = servers + place.seat;
         do {
-            traffic::work(*place.ledger, mannerIn(board_.round), place.seat, place.process, seed);
+            traffic::work(*place.ledger, mannerIn(board_.round), parent, place.seat, place.process, seed);
         } while (place.isResident && countAndWait(board_, resident, 0, 0));
     } else if (place.isResident) {
         Server(board_, place.seat, place.process, seed).live();
@@ -163,6 +163,9 @@ void Soak::settle() {
     board_.workers.finish = board_.members.finish = true;
     await("all come to rest", [this] { return board_.workers.allSettled() && board_.members.allSettled(); });
     board_.workers.leave = board_.members.leave = true;
+    for (const Place& place : places_) {
+        if (!isMember(place)) place.child->tell();
+    }
 }
 
 /// Has the residents go on, and others come.

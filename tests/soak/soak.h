@@ -41,7 +41,7 @@ private:
 
     void start();
     void spawn(Place& place);
-    void work(const Place& place, uint32_t seed);
+    void work(const Place& place, Line& parent, uint32_t seed);
     void strike();
     void kill(Place& place);
     void retire(Place& place);

@@ -9,7 +9,7 @@
 namespace storm {
 namespace {
 
-constexpr uint32_t killsBetweenRests = 50;
+constexpr uint32_t killsBetweenRests = 16;
 
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
@@ -39,8 +39,9 @@ void Storm::spawn(uint32_t worker) {
     place.pulse.restart(Clock::now());
     ledger_.doomed[place.process % traffic::maxLives] = false;
     const uint32_t seed = draw(~0u);
-    place.child = std::make_unique<Child>(
-        [this, worker, process = place.process, seed](Line&) { traffic::work(ledger_, {}, worker, process, seed); });
+    place.child = std::make_unique<Child>([this, worker, process = place.process, seed](Line& parent) {
+        traffic::work(ledger_, {}, parent, worker, process, seed);
+    });
 }
 
 void Storm::strike(uint32_t worker) {
@@ -112,12 +113,14 @@ void Storm::rest() {
     if (!settle()) return;
     ++rests_;
     ledger_.goOn();
+    for (const Place& place : places_) place.child->tell();
 }
 
 /// Has the workers settle, compare what they sent and received, and end.
 void Storm::calm() {
     if (!settle()) return;
     ledger_.leave = true;
+    for (const Place& place : places_) place.child->tell();
     for (uint32_t worker = 0; worker < seats; ++worker) {
         const int status = places_[worker].child->exitStatus();
         if (status == 0) continue;

@@ -14,6 +14,7 @@ constexpr uint32_t foundNumber = 1010;
 constexpr uint32_t noticeNumber = 1011;
 constexpr uint32_t timeoutNumber = 1012;
 constexpr uint32_t anySignal[] = {0};
+constexpr uint32_t long_ = 60000;  ///< milliseconds
 
 uint32_t& wordIn(LinxSignal* signal) {
     return *reinterpret_cast<uint32_t*>(signal + 1);
@@ -31,15 +32,16 @@ void nap(uint32_t microseconds) {
 
 }  // namespace
 
-void work(Ledger& ledger, const Manner& manner, uint32_t seat, uint32_t process, uint32_t seed) {
+void work(Ledger& ledger, const Manner& manner, Line& parent, uint32_t seat, uint32_t process, uint32_t seed) {
     do {
-        Worker(ledger, manner, seat, process, seed++).live();
+        Worker(ledger, manner, parent, seat, process, seed++).live();
     } while (!ledger.leave && !ledger.retire[seat]);
 }
 
-Worker::Worker(Ledger& ledger, const Manner& manner, uint32_t index, uint32_t process, uint32_t seed)
+Worker::Worker(Ledger& ledger, const Manner& manner, Line& parent, uint32_t index, uint32_t process, uint32_t seed)
     : ledger_(ledger),
       manner_(manner),
+      parent_(parent),
       bytes_(ledger),
       index_(index),
       random_(seed),
@@ -80,7 +82,7 @@ void Worker::live() {
             if (draw(200) == 0) runErrand();
             talk();
         }
-        if (!awaitSignal() && ledger_.finish && isSettled()) ledger_.settled[index_] = true;
+        awaitSignal();
         for (uint32_t more = draw(16); more != 0 && take(0, anySignal); --more) {
         }
         nap(manner_.nap);
@@ -232,32 +234,52 @@ void Worker::runErrand() {
 }
 
 /// Waits for a signal in one of the ways that there are, and takes it.
-bool Worker::awaitSignal() {
-    if (ledger_.finish) return take(20, anySignal);
+void Worker::awaitSignal() {
+    if (ledger_.finish) return sleepOn();
     constexpr uint32_t letters[] = {4, firstNumber + item, firstNumber + request, firstNumber + reply,
                                     firstNumber + relay};
-    constexpr uint32_t long_ = 60000;
     switch (draw(4)) {
         case 0: {
             LinxSignal* signal = nullptr;
             const int size = linx_receive(linx_, &signal, anySignal);
             if (size <= 0) complain(std::string("cannot receive: ") + std::strerror(errno));
             if (size > 0) handle(signal, static_cast<uint32_t>(size));
-            return true;
+            break;
         }
         case 1: {
-            if (descriptor_ == -1) descriptor_ = linx_get_descriptor(linx_);
-            pollfd readable = {descriptor_, POLLIN, 0};
+            pollfd readable = {descriptor(), POLLIN, 0};
             while (poll(&readable, 1, -1) == -1 && errno == EINTR) {
             }
-            return take(0, anySignal);
+            take(0, anySignal);
+            break;
         }
         case 2:
             take(0, letters);
-            return true;
+            break;
         default:
-            return take(long_, anySignal);
+            take(long_, anySignal);
     }
+}
+
+/// While nobody asks, and nobody is killed whose end would wake a sleeper: sleeps until there is a signal, or until
+/// the parent says that it goes on.
+void Worker::sleepOn() {
+    if (take(0, anySignal)) return;
+    if (isSettled()) {
+        ledger_.settled[index_] = true;
+        pollfd readable[] = {{descriptor(), POLLIN, 0}, {parent_.descriptor(), POLLIN, 0}};
+        while (poll(readable, 2, -1) == -1 && errno == EINTR) {
+        }
+        if (readable[1].revents != 0) parent_.hear();
+        take(0, anySignal);
+    } else {
+        take(long_, anySignal);
+    }
+}
+
+int Worker::descriptor() {
+    if (descriptor_ == -1) descriptor_ = linx_get_descriptor(linx_);
+    return descriptor_;
 }
 
 bool Worker::take(uint32_t milliseconds, const uint32_t* selection) {
@@ -389,7 +411,8 @@ bool Worker::isSettled() const {
         }
     }
     for (const auto& [id, spid] : attached_) {
-        if (!ledger_.isLiving(peers_.at(spid).worker, spid)) return false;
+        const uint32_t life = ledger_.findLife(peers_.at(spid).worker, spid);  // 0 while it opens
+        if (life != 0 && !ledger_.isLiving(life)) return false;
     }
     return timers_.empty();
 }

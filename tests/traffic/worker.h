@@ -5,6 +5,7 @@
 #include <random>
 #include <set>
 
+#include "tests/processes/support/line.h"
 #include "tests/traffic/ledger.h"
 
 namespace traffic {
@@ -17,14 +18,15 @@ struct Manner {
     uint32_t largestIn = ~0u;  ///< one in so many is as long as a signal can be, or somewhat less
 };
 
-/// The work of a process in the seat: one life after the other, until all are to leave or it is to retire.
-void work(Ledger& ledger, const Manner& manner, uint32_t seat, uint32_t process, uint32_t seed);
+/// The work of a process in the seat: one life after the other, until all are to leave or it is to retire. Its parent
+/// says a word whenever those that have settled are to look what they are to do.
+void work(Ledger& ledger, const Manner& manner, Line& parent, uint32_t seat, uint32_t process, uint32_t seed);
 
 /// One life of a worker: its endpoint from open to close, what it expects and what it has been told. Everything that
 /// comes is compared with what its sender has written into the ledger.
 class Worker {
 public:
-    Worker(Ledger& ledger, const Manner& manner, uint32_t index, uint32_t process, uint32_t seed);
+    Worker(Ledger& ledger, const Manner& manner, Line& parent, uint32_t index, uint32_t process, uint32_t seed);
     ~Worker();
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
@@ -65,7 +67,9 @@ private:
     void runErrand();
 
     // Receiving.
-    bool awaitSignal();
+    void awaitSignal();
+    void sleepOn();
+    int descriptor();
     bool take(uint32_t milliseconds, const uint32_t* selection);
     void handle(LinxSignal* signal, uint32_t size);
     void handleLetter(LinxSignal* signal, uint32_t size, Kind kind);
@@ -84,6 +88,7 @@ private:
 
     Ledger& ledger_;
     const Manner manner_;
+    Line& parent_;
     ByteTally bytes_;
     const uint32_t index_;
     std::mt19937 random_;
