@@ -236,8 +236,6 @@ bool Endpoint::queueChain() {
         stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t sizeClass) {
             const uint32_t owner = block.owner.loadAcquire();  // the take would do (F), as for the number
             if (owner == (spid_ | ownerTransit)) {
-                // Where most payloads end: it comes while the walk waits for the next header.
-                __builtin_prefetch(reinterpret_cast<const char*>(&block) + lineBytes);
                 queue_.append({ref, sizeClass}, block.signal.number);
                 block.owner.storeRelaxed(spid_ | ownerQueued);
             } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
