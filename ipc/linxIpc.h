@@ -49,9 +49,7 @@ public:
     const std::string& GetSender() const { return sender; }
 
     /// Names the sender. The receiving endpoint does so; sending ignores it.
-    void SetSender(const std::string& name) {
-        if (sender != name) sender = name;  // most messages come from where the one before came from
-    }
+    void SetSender(const std::string& name) { sender = name; }
 
 protected:
     std::uint32_t type = 0;

@@ -65,6 +65,29 @@ TEST_F(DestinationTest, AnAnsweredHuntKeepsTheNameThatASpidHas) {
     EXPECT_EQ(CachedSpid("Peer"), 7u);
 }
 
+TEST_F(DestinationTest, NamesThatDifferInOneLetterAreTwoDestinationsAndTwoSenders) {
+    LinxSpid spid = 10;
+    for (std::size_t length = 1; length <= 20; ++length) {
+        const std::string name(length, 'a');
+        platform.Answers(name, {++spid});
+        ASSERT_EQ(endpoint.ResolveDestination(name, true), 0);
+        const LinxSpid first = spid;
+        for (std::size_t place = 0; place < length; ++place) {
+            std::string other = name;
+            other[place] = 'b';
+            platform.Answers(other, {++spid});
+            ASSERT_EQ(endpoint.ResolveDestination(other, true), 0);
+            EXPECT_EQ(CachedSpid(name), first) << name;
+            EXPECT_EQ(CachedSpid(other), spid) << other;
+            for (const auto& [sender, text] : {std::pair{first, name}, {spid, other}}) {
+                platform.Arrive(sender, 300);
+                endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+                EXPECT_EQ(endpoint.rxMessage.GetSender(), text);
+            }
+        }
+    }
+}
+
 TEST_F(DestinationTest, AHuntInVainIsRememberedAndNotRepeated) {
     EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
     EXPECT_THAT(platform.Calls(),
