@@ -52,9 +52,9 @@ void printFigures(const soak::Board& board, const soak::Soak& soak) {
     row("sends cut short", plain.interrupted, library.interrupted);
     row("without memory", plain.noMemory, library.noMemory);
     row("lost", plain.losses, library.losses);
-    uint32_t learnt = 0;
-    for (const soak::Resources& resident : last.resources) learnt += resident.met;
-    std::cout << learnt << " names learnt by the servers, which keep them\n";
+    std::cout << "names learnt, and kept";
+    for (uint32_t server = 0; server < soak::servers; ++server) std::cout << ' ' << last.resources[server].met;
+    std::cout << '\n';
     const double cpu = cpuSeconds(RUSAGE_CHILDREN) + cpuSeconds(RUSAGE_SELF);
     const auto stall = std::chrono::duration_cast<std::chrono::milliseconds>(soak.longestStall());
     std::cout << last.minutes << " minutes, " << soak.kills() << " processes killed and " << soak.ends()
@@ -75,10 +75,8 @@ bool soakFor(const Options& options) {
     soak.run(time, std::clamp<milliseconds>(time / 12, seconds(2), seconds(60)));
     if (!report("complaint", soak.complaints())) return false;
     printFigures(*board, soak);
-    bool fine = soak.samples().size() > 1;
-    for (const soak::Sample& sample : soak.samples()) {
-        fine = report("not steady", compare(soak.samples().front(), sample)) && fine;
-    }
+    if (soak.samples().size() < 2) return report("not steady", {"the time was too short to tell"});
+    bool fine = report("not steady", compare(soak.samples()));
     const linxtest::Aftermath left = linxtest::lookAtAftermath();
     fine = report("the arena", left.disorder) && fine;
     return report("left behind", domain.leftovers()) && fine;

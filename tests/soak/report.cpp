@@ -13,13 +13,27 @@
 namespace soak {
 namespace {
 
-// An endpoint of the library keeps the name of everybody it has heard of, until it is closed.
-constexpr uint64_t bytesOfName = 96;
-// What malloc keeps at hand for a thread counts as in use.
-constexpr uint64_t bytesAtHand = 64u << 10;
-// What has been leased stays leased. Each endpoint may come to keep a 64th of the arena for itself before it shares.
+// An endpoint of the library keeps the name of everybody it has heard of until it is closed: an entry of a map each.
+constexpr uint64_t bytesOfName = sizeof(std::map<unsigned, std::string>::value_type) + 5 * sizeof(void*);
+
+/// How much more may be in use.
+struct Room {
+    uint64_t heapBytes;
+    uint32_t arenaKib;
+};
+
+// At first, tables grow to what they have room for. In each process: a pointer for every slot of the domain, a
+// reference for every line of memory that an endpoint may keep for itself, a 64th of the arena, both up to twice;
+// what malloc keeps at hand. In the arena: the slots, and what each endpoint may keep.
 constexpr uint32_t kibKept = arenaMib * 1024 / 64;
 constexpr uint32_t endpointsAtATime = workers + members + servers;
+constexpr uint64_t bytesAtHand = 64u << 10;
+constexpr Room roomAtFirst = {
+    2 * linx::slotCount * sizeof(void*) + 2 * kibKept * 1024 / linx::lineBytes * sizeof(linx::Ref) + bytesAtHand,
+    linx::slotCount * sizeof(linx::Slot) / 1024 + endpointsAtATime* kibKept};
+
+// Later they do not; another crowd of large signals may need some memory yet.
+constexpr Room roomLater = {bytesAtHand, 4 * 1024};
 
 std::string nameOfResident(uint32_t resident) {
     return resident < servers ? "server" + std::to_string(resident) : "worker" + std::to_string(resident - servers);
@@ -32,8 +46,35 @@ uint32_t standingBlocks(const Sample& sample) {
     return sample.usedBlocks - sample.lostBlocks - held;
 }
 
-uint64_t explainedGrowth(const Resources& earlier, const Resources& later) {
-    return bytesAtHand + (later.met - earlier.met) * bytesOfName;
+uint64_t bytesOfNames(const Resources& earlier, const Resources& later) {
+    return (later.met - earlier.met) * bytesOfName;
+}
+
+std::vector<std::string> compare(const Sample& earlier, const Sample& later, const Room& room) {
+    std::vector<std::string> differences;
+    const auto differ = [&](const std::string& what, uint64_t before, uint64_t after) {
+        differences.push_back(what + ": " + std::to_string(before) + ", later " + std::to_string(after));
+    };
+    if (earlier.files != later.files) differ("files", earlier.files.size(), later.files.size());
+    const uint32_t lost = later.lostBlocks - earlier.lostBlocks;
+    if (lost > later.kills - earlier.kills) differ("lost blocks", earlier.lostBlocks, later.lostBlocks);
+    if (standingBlocks(earlier) != standingBlocks(later)) {
+        differ("blocks in use", standingBlocks(earlier), standingBlocks(later));
+    }
+    if (later.arenaKib > earlier.arenaKib + room.arenaKib) {
+        differ("KiB of the arena", earlier.arenaKib, later.arenaKib);
+    }
+    for (uint32_t i = 0; i < residents; ++i) {
+        const Resources& before = earlier.resources[i];
+        const Resources& after = later.resources[i];
+        const std::string who = " of " + nameOfResident(i);
+        if (before.descriptors != after.descriptors)
+            differ("descriptors" + who, before.descriptors, after.descriptors);
+        if (after.heapBytes > before.heapBytes + bytesOfNames(before, after) + room.heapBytes) {
+            differ("bytes of heap" + who, before.heapBytes, after.heapBytes);
+        }
+    }
+    return differences;
 }
 
 }  // namespace
@@ -80,30 +121,14 @@ void print(const Sample& sample) {
     std::cout << std::endl;
 }
 
-std::vector<std::string> compare(const Sample& earlier, const Sample& later) {
+std::vector<std::string> compare(const std::vector<Sample>& samples) {
     std::vector<std::string> differences;
-    const auto differ = [&](const std::string& what, uint64_t before, uint64_t after) {
-        differences.push_back(what + ": " + std::to_string(before) + ", later " + std::to_string(after));
-    };
-    if (earlier.files != later.files) differ("files", earlier.files.size(), later.files.size());
-    const uint32_t lost = later.lostBlocks - earlier.lostBlocks;
-    if (lost > later.kills - earlier.kills) differ("lost blocks", earlier.lostBlocks, later.lostBlocks);
-    if (standingBlocks(earlier) != standingBlocks(later)) {
-        differ("blocks in use", standingBlocks(earlier), standingBlocks(later));
+    for (const Sample& sample : samples) {
+        const std::vector<std::string> some = compare(samples.front(), sample, roomAtFirst);
+        differences.insert(differences.end(), some.begin(), some.end());
     }
-    if (later.arenaKib > earlier.arenaKib + endpointsAtATime * kibKept) {
-        differ("KiB of the arena", earlier.arenaKib, later.arenaKib);
-    }
-    for (uint32_t i = 0; i < residents; ++i) {
-        const Resources& before = earlier.resources[i];
-        const Resources& after = later.resources[i];
-        const std::string who = " of " + nameOfResident(i);
-        if (before.descriptors != after.descriptors)
-            differ("descriptors" + who, before.descriptors, after.descriptors);
-        if (after.heapBytes > before.heapBytes + explainedGrowth(before, after)) {
-            differ("bytes of heap" + who, before.heapBytes, after.heapBytes);
-        }
-    }
+    const std::vector<std::string> some = compare(samples[samples.size() / 2], samples.back(), roomLater);
+    differences.insert(differences.end(), some.begin(), some.end());
     return differences;
 }
 

@@ -28,8 +28,8 @@ Sample lookAtDomain(const std::string& directory);
 void printHeading();
 void print(const Sample& sample);
 
-/// What in the later sample is not as in the earlier.
-std::vector<std::string> compare(const Sample& earlier, const Sample& later);
+/// What in a run's samples is not as it was at first, or goes on growing. REQUIRES two samples at least.
+std::vector<std::string> compare(const std::vector<Sample>& samples);
 
 }  // namespace soak
 

@@ -83,7 +83,6 @@ void Soak::start() {
 void Soak::spawn(Place& place) {
     place.process = ++processes_;
     place.pulse.restart(Clock::now());
-    place.ledger->doomed[place.process % traffic::maxLives] = false;
     const uint32_t seed = draw(~0u);
     place.child = std::make_unique<Child>([this, &place, seed](Line& parent) { work(place, parent, seed); });
 }
@@ -118,7 +117,7 @@ void Soak::strike() {
 }
 
 void Soak::kill(Place& place) {
-    place.ledger->doomed[place.process % traffic::maxLives] = true;
+    place.ledger->doomed[place.seat] = place.process;
     place.child->kill9();
     ++kills_;
 }

@@ -37,7 +37,6 @@ void Storm::spawn(uint32_t worker) {
     place.process = ++processes_;
     place.stopped = false;
     place.pulse.restart(Clock::now());
-    ledger_.doomed[place.process % traffic::maxLives] = false;
     const uint32_t seed = draw(~0u);
     place.child = std::make_unique<Child>([this, worker, process = place.process, seed](Line& parent) {
         traffic::work(ledger_, {}, parent, worker, process, seed);
@@ -55,7 +54,7 @@ void Storm::strike(uint32_t worker) {
 
 void Storm::kill(uint32_t worker) {
     Place& place = places_[worker];
-    ledger_.doomed[place.process % traffic::maxLives] = true;
+    ledger_.doomed[worker] = place.process;
     place.child->kill9();
     ++kills_;
 }

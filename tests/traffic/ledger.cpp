@@ -6,7 +6,10 @@
 namespace traffic {
 
 uint32_t Ledger::beginLife(uint32_t seat, uint32_t process) {
-    const uint32_t number = ++livesUsed;
+    uint32_t number;
+    do {
+        number = ++livesUsed;
+    } while (isTaken(number));
     Life& own = life(number);
     own.spid = 0;
     own.closing = false;
@@ -21,6 +24,12 @@ uint32_t Ledger::beginLife(uint32_t seat, uint32_t process) {
     return number;
 }
 
+/// Whether the life has the entry of one that goes on since long ago.
+bool Ledger::isTaken(uint32_t number) const {
+    return std::any_of(latest, latest + mostSeats,
+                       [&](const auto& life) { return life != 0 && life % maxLives == number % maxLives; });
+}
+
 uint32_t Ledger::findLife(uint32_t seat, uint32_t spid) const {
     uint32_t number = latest[seat];
     for (int left = 100; number != 0 && left != 0; --left) {
@@ -31,7 +40,8 @@ uint32_t Ledger::findLife(uint32_t seat, uint32_t spid) const {
 }
 
 bool Ledger::isLiving(uint32_t number) const {
-    return number != 0 && !life(number).closing && !doomed[life(number).process % maxLives];
+    const Life& that = life(number);
+    return number != 0 && !that.closing && that.process > doomed[that.seat];
 }
 
 bool Ledger::allSettled() const {

@@ -24,7 +24,7 @@ struct Outgoing {
 /// One incarnation of the endpoint in a seat. Lives are numbered from 1; life 0 is nobody's.
 struct Life {
     std::atomic<uint32_t> seat;
-    std::atomic<uint32_t> process;
+    std::atomic<uint32_t> process;   ///< each has a higher number than those before
     std::atomic<uint32_t> previous;  ///< of the same seat
     std::atomic<uint32_t> spid;      ///< 0 while it opens
     std::atomic<bool> closing;
@@ -39,6 +39,7 @@ struct Ledger {
     std::atomic<uint32_t> beats[mostSeats];   ///< counts each seat's progress
     std::atomic<bool> settled[mostSeats];     ///< all that was sent to the seat has come, nothing is awaited
     std::atomic<bool> retire[mostSeats];      ///< the process is to end once the endpoint in the seat has
+    std::atomic<uint32_t> doomed[mostSeats];  ///< the process of the seat that is killed next, or was killed last
 
     std::atomic<bool> finish;  ///< nobody asks any more
     std::atomic<bool> leave;   ///< nobody sends any more
@@ -60,7 +61,6 @@ struct Ledger {
     char complaints[32][256];
 
     std::atomic<uint32_t> livesUsed;
-    std::atomic<bool> doomed[maxLives];  ///< by process: it is going to be killed
 
     Life& life(uint32_t number) { return lives_[number % maxLives]; }
     const Life& life(uint32_t number) const { return lives_[number % maxLives]; }
@@ -85,6 +85,8 @@ struct Ledger {
     std::vector<std::string> allComplaints() const;
 
 private:
+    bool isTaken(uint32_t number) const;
+
     Life lives_[maxLives];
 };
 
