@@ -5,12 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <string>
+
+#include "host/arena/new_file.h"
 
 namespace linx {
 namespace {
@@ -73,23 +72,6 @@ bool fill(int file, uint32_t unitCount, unsigned mode) {
     return pwrite(file, &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
 }
 
-/// Makes an arena and links it into place; one that got there first stays.
-bool make(int directory, unsigned mode) {
-    static std::atomic<unsigned> made{0};
-    char name[64];
-    std::snprintf(name, sizeof name, "arena.%ld.%u", static_cast<long>(getpid()), made++);
-    unlinkat(directory, name, 0);  // left by a process of the same number that died here
-    const int file = openat(directory, name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file == -1) return false;
-    bool done = fill(file, chosenUnits(), mode);
-    if (done) done = linkat(directory, name, directory, arenaFileName, 0) == 0 || errno == EEXIST;
-    const int failure = errno;
-    unlinkat(directory, name, 0);
-    close(file);
-    errno = failure;
-    return done;
-}
-
 }  // namespace
 
 int openArenaFile(int directory) {
@@ -97,11 +79,16 @@ int openArenaFile(int directory) {
 }
 
 int openOrMakeArenaFile(int directory, unsigned mode) {
-    const int file = openArenaFile(directory);
-    if (file != -1) return file;
-    if (errno == ENOENT && make(directory, mode)) return openArenaFile(directory);
-    if (errno == EISDIR || errno == ELOOP || errno == ENXIO) errno = EPROTO;
-    return -1;
+    struct stat status;
+    if (fstatat(directory, arenaFileName, &status, AT_SYMLINK_NOFOLLOW) == -1) {
+        if (errno != ENOENT) return -1;
+        const auto fillArena = [mode](int file) { return fill(file, chosenUnits(), mode); };
+        if (!makeWhole(directory, arenaFileName, fillArena)) return -1;
+    } else if (!S_ISREG(status.st_mode)) {  // opening it might already do something to it
+        errno = EPROTO;
+        return -1;
+    }
+    return openArenaFile(directory);
 }
 
 uint32_t checkArenaFile(int file) {

@@ -10,8 +10,8 @@ constexpr char arenaFileName[] = "arena";
 /// Opens the arena of the directory. -1 with errno.
 int openArenaFile(int directory);
 
-/// The same, making it when there is none. It is made whole under a name of its own and then
-/// linked into place, so that two first endpoints at the same instant agree on one. -1 with errno.
+/// The same, making it when there is none: whole before it gets its name, so that two first endpoints at the same
+/// instant agree on one. -1 with errno.
 int openOrMakeArenaFile(int directory, unsigned mode);
 
 /// The number of units that the file's header promises; 0 with errno EPROTO when the file is no arena of this make,

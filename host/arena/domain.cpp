@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include "host/arena/arena_file.h"
@@ -25,6 +26,13 @@ Joined& joined() {
     return *all;
 }
 
+/// Whether the file is for the domain's members alone: others may neither write to it nor have put it there.
+bool isSafe(const struct stat& file, const struct stat& directory) {
+    if ((file.st_mode & S_IWOTH) != 0) return false;
+    const bool anybodyAdds = (directory.st_mode & S_IWOTH) != 0;
+    return !anybodyAdds || file.st_uid == geteuid() || file.st_uid == directory.st_uid;
+}
+
 }  // namespace
 
 std::shared_ptr<Domain> Domain::join() {
@@ -40,6 +48,10 @@ std::shared_ptr<Domain> Domain::join() {
     const ScopedDescriptor file(openOrMakeArenaFile(directory.get(), mode));
     struct stat status;
     if (file.get() == -1 || fstat(file.get(), &status) == -1) return nullptr;
+    if (!isSafe(status, directoryStatus)) {
+        errno = EACCES;
+        return nullptr;
+    }
 
     Joined& all = joined();
     const std::lock_guard<std::mutex> lock(all.mutex);
@@ -59,15 +71,20 @@ std::shared_ptr<Domain> Domain::join() {
     if (base == nullptr) return nullptr;
     const Arena arena(base, unitCount);
     const size_t size = size_t{arena.fileUnits()} * unitBytes;
-    std::shared_ptr<Domain> domain(
-        new Domain(directory.release(), mode, arena, base, size, status.st_dev, status.st_ino));
+    auto* made = new (std::nothrow) Domain(directory, mode, arena, base, size, status.st_dev, status.st_ino);
+    if (made == nullptr) {
+        munmap(base, size);
+        errno = ENOMEM;
+        return nullptr;
+    }
+    std::shared_ptr<Domain> domain(made);
     all.domains.push_back(domain);
     return domain;
 }
 
-Domain::Domain(int directory, unsigned fileMode, const Arena& arena, void* base, size_t size, uint64_t device,
-               uint64_t inode)
-    : directory_(directory),
+Domain::Domain(ScopedDescriptor& directory, unsigned fileMode, const Arena& arena, void* base, size_t size,
+               uint64_t device, uint64_t inode)
+    : directory_(directory.release()),
       fileMode_(fileMode),
       arena_(arena),
       base_(base),

@@ -31,8 +31,9 @@ public:
     int openArenaFile() const;
 
 private:
-    Domain(int directory, unsigned fileMode, const Arena& arena, void* base, size_t size, uint64_t device,
-           uint64_t inode);
+    /// Takes over the descriptor and the mapping.
+    Domain(ScopedDescriptor& directory, unsigned fileMode, const Arena& arena, void* base, size_t size,
+           uint64_t device, uint64_t inode);
 
     ScopedDescriptor directory_;
     unsigned fileMode_;

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "host/arena/scoped_descriptor.h"
+
 namespace linx {
 namespace {
 
@@ -39,11 +41,10 @@ std::string domainPath() {
 
 int openDomainDirectory(const std::string& path) {
     if (mkdir(path.c_str(), 0700) == -1 && errno != EEXIST) return -1;
-    const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (directory == -1) return -1;
+    ScopedDescriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (directory.get() == -1) return -1;
     struct stat status;
-    if (fstat(directory, &status) == 0 && isSafe(status, path)) return directory;
-    close(directory);
+    if (fstat(directory.get(), &status) == 0 && isSafe(status, path)) return directory.release();
     errno = EACCES;
     return -1;
 }

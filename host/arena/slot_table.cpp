@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <vector>
+#include <memory>
+#include <new>
 
 #include "host/arena/arena_file.h"
 
@@ -64,22 +65,31 @@ void appendEnded(const Arena& arena, uint32_t index) {
 
 void rebuildEnded(const Arena& arena) {
     Header& header = arena.header();
+    const uint32_t used = std::min(header.slotsUsed.loadRelaxed(), slotCount - 1);
     const uint32_t now = header.endings.loadRelaxed();
     struct Ended {
         uint32_t index;
         uint32_t age;  // and not the stamp: stamps wrap. Read once: an order that changes while it is sorted is none.
     };
-    std::vector<Ended> all;
-    for (uint32_t i = 1; i <= std::min(header.slotsUsed.loadRelaxed(), slotCount - 1); ++i) {
-        const Slot& slot = arena.slot(i);
-        if ((slot.life.loadRelaxed() & lifeOpen) == 0) all.push_back({i, now - slot.endStamp.loadRelaxed()});
-    }
-    std::stable_sort(all.begin(), all.end(), [](const Ended& a, const Ended& b) { return a.age > b.age; });
+    const std::unique_ptr<Ended[]> all(new (std::nothrow) Ended[slotCount]);
+    Ended* last = all.get();
     uint32_t previous = 0;
-    for (const Ended& ended : all) {
+    const auto append = [&](const Ended& ended) {
         (previous == 0 ? header.oldestEnded : arena.slot(previous).nextEnded).storeRelaxed(ended.index);
         previous = ended.index;
+    };
+    for (uint32_t i = 1; i <= used; ++i) {
+        const Slot& slot = arena.slot(i);
+        if ((slot.life.loadRelaxed() & lifeOpen) != 0) continue;
+        const Ended ended = {i, now - slot.endStamp.loadRelaxed()};
+        if (all != nullptr) {
+            *last++ = ended;
+        } else {
+            append(ended);  // without memory any order will do, rather than none
+        }
     }
+    std::stable_sort(all.get(), last, [](const Ended& a, const Ended& b) { return a.age > b.age; });
+    std::for_each(all.get(), last, append);
     if (previous == 0) {
         header.oldestEnded.storeRelaxed(0);
     } else {

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <iterator>
+#include <new>
 
 #include "host/arena/scoped_descriptor.h"
 
@@ -70,6 +71,22 @@ int writeRecord(int descriptor, uint32_t record) {
     }
 }
 
+/// Whether it is a pipe, and no file that somebody has put in the place of one. False with errno.
+bool isPipe(const struct stat& status) {
+    if (S_ISFIFO(status.st_mode)) return true;
+    errno = EPROTO;
+    return false;
+}
+
+/// Asked by name first, since opening some files does something to them, and then of what was opened.
+int openPipe(int directory, const char* name, int access) {
+    struct stat status;
+    if (fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == -1 || !isPipe(status)) return -1;
+    ScopedDescriptor pipe(openat(directory, name, access | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+    const bool opened = pipe.get() != -1 && fstat(pipe.get(), &status) == 0 && isPipe(status);
+    return opened ? pipe.release() : -1;
+}
+
 }  // namespace
 
 int make(int directory, Spid spid, unsigned mode) {
@@ -79,7 +96,7 @@ int make(int directory, Spid spid, unsigned mode) {
         unlinkat(directory, name.text, 0);  // left by an endpoint that died while it opened
         if (mkfifoat(directory, name.text, mode) == -1) return -1;
     }
-    ScopedDescriptor descriptor(openat(directory, name.text, O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+    ScopedDescriptor descriptor(openPipe(directory, name.text, O_RDWR));
     if (descriptor.get() != -1) {
         // One page is plenty, and lets a user without privileges have thousands of bells.
         fcntl(descriptor.get(), F_SETPIPE_SZ, 4096);
@@ -92,7 +109,7 @@ int make(int directory, Spid spid, unsigned mode) {
 }
 
 int open(int directory, Spid spid) {
-    return openat(directory, Name(spid).text, O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW);
+    return openPipe(directory, Name(spid).text, O_WRONLY);
 }
 
 void remove(int directory, Spid spid) {
@@ -114,8 +131,11 @@ void drain(int descriptor, std::vector<Spid>* introduced) {
     do {
         got = read(descriptor, records, sizeof records);
         if (introduced == nullptr || got <= 0) continue;
-        std::copy_if(records, records + static_cast<size_t>(got) / sizeof *records, std::back_inserter(*introduced),
-                     [](uint32_t record) { return record != 0; });
+        try {
+            std::copy_if(records, records + static_cast<size_t>(got) / sizeof *records,
+                         std::back_inserter(*introduced), [](uint32_t record) { return record != 0; });
+        } catch (const std::bad_alloc&) {
+        }
     } while (got == static_cast<ssize_t>(sizeof records) || (got == -1 && errno == EINTR));
 }
 

@@ -21,7 +21,7 @@ namespace bell {
 /// Makes and opens the bell of the caller's own endpoint. A leftover of the same name is replaced.
 int make(int directory, Spid spid, unsigned mode);
 
-/// Opens another endpoint's bell. ENXIO or ENOENT: the endpoint has ended.
+/// Opens another endpoint's bell. ENXIO or ENOENT: the endpoint has ended; EPROTO: what lies there is no bell.
 int open(int directory, Spid spid);
 
 void remove(int directory, Spid spid);
@@ -32,7 +32,8 @@ int ring(int descriptor);
 /// Introduces the sender `self`. False when that was not possible: the bell is full or the endpoint has ended.
 bool introduce(int descriptor, Spid self);
 
-/// Takes everything out of one's own bell; who introduced itself is appended to `introduced`, if that is given.
+/// Takes everything out of one's own bell; who introduced itself is appended to `introduced`, if that is given and
+/// there is memory.
 void drain(int descriptor, std::vector<Spid>* introduced = nullptr);
 
 /// Whether the endpoint behind a bell that is open for writing has ended.

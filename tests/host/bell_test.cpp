@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <fstream>
 
 #include "host/arena/scoped_descriptor.h"
 #include "tests/support/domain_fixture.h"
@@ -137,7 +138,21 @@ TEST_F(BellTest, ABellThatNobodyHoldsOrThatIsGoneCannotBeOpened) {
 TEST_F(BellTest, ASymbolicLinkIsNoBell) {
     ASSERT_EQ(symlink("elsewhere", domain.pathOf("bell.00002002").c_str()), 0);
     EXPECT_EQ(openForWriting(), -1);
-    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(errno, EPROTO);
+}
+
+TEST_F(BellTest, AFileThatSomebodyLinkedThereIsNoBell) {
+    const std::string file = domain.pathOf("file");
+    ASSERT_TRUE(std::ofstream(file) << "text");
+    ASSERT_EQ(link(file.c_str(), domain.pathOf("bell.00002002").c_str()), 0);
+    EXPECT_EQ(openForWriting(), -1);
+    EXPECT_EQ(errno, EPROTO);
+    const ScopedDescriptor own(make());
+    EXPECT_NE(own.get(), -1);
+    std::string text;
+    std::ifstream(file) >> text;
+    EXPECT_EQ(text, "text");
+    unlink(file.c_str());
 }
 
 TEST_F(BellTest, ABellIsDeadOnceTheLastReaderIsGone) {
