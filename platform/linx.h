@@ -48,14 +48,16 @@ enum {
  * Opens an endpoint under `name` (1 to 255 bytes, copied). `options` and `argument` are reserved: 0 and null.
  * Returns the handle, to be given back with linx_close, or null:
  * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES the domain is not ours to join;
- * EPROTO the domain's arena is damaged or of another make; ENOMEM; ENOSPC no endpoint left; EMFILE.
+ * EPROTO the domain's arena is damaged or of another make; ENOMEM; ENOSPC no endpoint left; EMFILE, also when there is
+ * no descriptor left to answer those who hunt for the name.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
 /*
  * The descriptor to wait on in a poll loop: readable exactly while a receive that selects any signal would not
  * wait. It may be seen readable once without a signal; a receive with time-out 0 clears that. From the first call
- * on the descriptor belongs to the caller, who closes it, at best after linx_close. Every call gives the same one.
+ * on the descriptor belongs to the caller, who closes it after linx_close: a receive that has to wait without it
+ * fails with EBADF. Every call gives the same one.
  */
 LINXIPC_API int linx_get_descriptor(LINX *linx);
 

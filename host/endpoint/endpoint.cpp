@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
@@ -39,8 +40,9 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
 }
 
 /// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the order in which
-/// one who dies has written; others see it by the push (F) or the cold lock (P).
-void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
+/// one who dies has written; others see it by the push (F) or the cold lock (P). False with errno, the hunt still
+/// pending, when there is no descriptor to ring the hunter with.
+bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     const Arena& arena = cold.arena();
     const Spid hunter = hunt.hunter.loadRelaxed();
     const Ref ref = hunt.signal.loadRelaxed();
@@ -48,6 +50,7 @@ void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
+        if (bell.get() == -1 && (errno == EMFILE || errno == ENFILE)) return false;
         if (bell.get() != -1) bell::introduce(bell.get(), found);
         signal->owner.storeRelease(hunter | ownerTransit);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
@@ -58,52 +61,67 @@ void answer(const ColdSection& cold, Hunt& hunt, Spid found) {
         // push is (A) and the look (B).
         if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
             attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
-                            [&] { return bell.get() == -1 ? EMFILE : bell::ring(bell.get()); });
+                            [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
         }
     }
     clearHunt(hunt);
+    return true;
 }
 
-void answerHunts(const ColdSection& cold, Spid found, const Name& name) {
+/// Answers all who hunt for the name. False with errno when not all could be.
+bool answerHunts(const ColdSection& cold, Spid found, const Name& name) {
+    bool all = true;
     forEachHunt(cold.arena(), [&](Hunt& hunt) {
-        if (hunt.nameHash.loadRelaxed() == name.hash() && name.equals(hunt.name, hunt.nameLength.loadRelaxed())) {
-            answer(cold, hunt, found);
-        }
+        const bool isMeant =
+            hunt.nameHash.loadRelaxed() == name.hash() && name.equals(hunt.name, hunt.nameLength.loadRelaxed());
+        if (all && isMeant) all = answer(cold, hunt, found);
     });
     trimHunts(cold.arena());
+    return all;
 }
 
 }  // namespace
 
 std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
-    std::shared_ptr<Domain> domain = Domain::join();
-    if (domain == nullptr) return nullptr;
+    const std::shared_ptr<Domain> domain = Domain::join();
+    std::unique_ptr<Endpoint> endpoint;
+    if (domain == nullptr || openIn(domain, name, endpoint)) return endpoint;
+    const int failure = errno;
+    endpoint.reset();  // who has heard of it finds that it has ended
+    errno = failure;
+    return nullptr;
+}
+
+/// False with errno; then there may be an endpoint nevertheless, which must end.
+bool Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name, std::unique_ptr<Endpoint>& endpoint) {
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
-    if (epoll.get() == -1) return nullptr;
+    if (epoll.get() == -1) return false;
     const ColdSection cold(*domain);
-    if (!cold.entered()) return nullptr;
+    if (!cold.entered()) return false;
     ScopedDescriptor bell;
     const Spid spid = enter(cold, name, bell);
-    if (spid == 0) return nullptr;
+    if (spid == 0) return false;
     epoll_event event = {};
     event.events = EPOLLIN;
     event.data.u32 = event_tag::bell;
-    if (epoll_ctl(epoll.get(), EPOLL_CTL_ADD, bell.get(), &event) == -1) {
+    if (epoll_ctl(epoll.get(), EPOLL_CTL_ADD, bell.get(), &event) == 0) {
+        errno = ENOMEM;
+        endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, bell));
+    }
+    if (endpoint == nullptr) {
         const int failure = errno;
         bell::remove(domain->directory(), spid);
         appendEnded(domain->arena(), indexOf(spid));
         errno = failure;
-        return nullptr;
+        return false;
     }
-    std::unique_ptr<Endpoint> endpoint(new Endpoint(domain, spid, epoll.release(), bell.release()));
     insertName(domain->arena(), indexOf(spid));
     // Only now, so that a slot that is not opened after all takes nothing.
     endpoint->slot().mailbox.storeRelaxed(stack::empty);
     endpoint->slot().returned.storeRelaxed(stack::empty);
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     endpoint->slot().life.storeRelease(spid | lifeOpen);
-    answerHunts(cold, spid, name);
-    return endpoint;
+    return answerHunts(cold, spid, name);
 }
 
 /// Takes a slot for the name and readies it. 0 with errno.
@@ -111,10 +129,8 @@ Spid Endpoint::enter(const ColdSection& cold, const Name& name, ScopedDescriptor
     const Arena& arena = cold.arena();
     const Spid holder = findName(arena, name);
     if (holder != 0) {
-        if (!hasDied(cold.domain(), holder)) {
-            errno = EADDRINUSE;
-            return 0;
-        }
+        errno = EADDRINUSE;
+        if (!hasDied(cold.domain(), holder)) return 0;
         retire(cold, holder, Leftovers::anything);
     }
     uint32_t index = takeSlot(arena, cold.file());
@@ -139,16 +155,16 @@ Spid Endpoint::enter(const ColdSection& cold, const Name& name, ScopedDescriptor
     return spid;
 }
 
-Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, int epoll, int bell)
+Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& bell)
     : domain_(std::move(domain)),
       spid_(spid),
       slot_(domain_->arena().slot(indexOf(spid))),
-      epoll_(epoll),
-      bell_(bell),
+      epoll_(epoll.release()),
+      bell_(bell.release()),
       forksSeen_(forkCount()),
       generation_(processGeneration()),
       pool_(*domain_, spid),
-      peers_(*domain_, epoll),
+      peers_(*domain_, epoll_.get()),
       budget_(LookingBudget::fromEnvironment()) {}
 
 Endpoint::~Endpoint() {
@@ -162,16 +178,25 @@ Endpoint::~Endpoint() {
 }
 
 void Endpoint::leaveDomain() {
-    takeMailbox();
+    if (!takeMailboxIfRoom()) ++held_;  // what is in it is looked for with what the user holds
     const uint32_t any[] = {0};
     while (const Ref ref = queue_.take(any).ref) discard(ref);
     while (const Ref ref = timers_.takeAny()) discard(ref);
     while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
+    if (end()) return;
+    bell_.reset();  // gives the lock a descriptor; where that does not help the others see that this one has ended
+    end();
+}
+
+/// False when the cold lock could not be had: no descriptor is left, or somebody has removed the domain, and nobody
+/// can look for this endpoint any more.
+bool Endpoint::end() {
     const ColdSection cold(*domain_);
-    if (!cold.entered()) return;  // somebody removed the domain: nobody can look for this endpoint any more
+    if (!cold.entered()) return false;
     giveUpHunts();
     pool_.giveUp();
     retire(cold, spid_, held_ == 0 ? Leftovers::none : Leftovers::held);
+    return true;
 }
 
 void Endpoint::giveUpHunts() {
@@ -226,11 +251,7 @@ int Endpoint::hunt(const Name& name, LinxSignal** signal) {
     for (;;) {
         const Spid found = findName(arena(), name);
         if (found != 0 && (found == spid_ || peerFor(found) != nullptr)) {
-            takeMailbox();
-            park(held, found);
-            enqueue(held.ref);
-            settle();
-            return 0;
+            return queueOwn(held, found);
         }
         // A dead holder of the name has been reaped by now; any other trouble with its bell is the caller's.
         if (found != 0 && errno != ECONNRESET) return refuse(held, errno);
@@ -269,17 +290,27 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
         refuse(held, errno);
         return 0;
     }
-    park(held, spid);
     if (peer != nullptr) {
-        peers_.supervise(*peer, held.ref);
+        if (!supervise(*peer, held)) return 0;
     } else if (spid == spid_) {
+        park(held, spid);
         ++held_;  // nobody learns of one's own end: the notice lies with the user's until then
-    } else {
-        takeMailbox();  // what it had sent comes before the news of its end
-        enqueue(held.ref);
-        settle();
+    } else if (queueOwn(held, spid) == -1) {  // what it had sent comes before the news of its end
+        return 0;
     }
     return ++lastReference_ != 0 ? lastReference_ : ++lastReference_;
+}
+
+/// False with errno ENOMEM, the notice freed.
+bool Endpoint::supervise(Peer& peer, const Held& notice) {
+    try {
+        peers_.supervise(peer, notice.ref);
+    } catch (const std::bad_alloc&) {
+        refuse(notice, ENOMEM);
+        return false;
+    }
+    park(notice, peer.spid);
+    return true;
 }
 
 char* Endpoint::nameOf(Spid spid) {
@@ -288,12 +319,11 @@ char* Endpoint::nameOf(Spid spid) {
         errno = ESRCH;
         return nullptr;
     }
-    names_.reserve(names_.size() + 1);
-    char* copy = static_cast<char*>(std::malloc(name.length() + 1));
+    std::unique_ptr<char, decltype(&std::free)> copy(static_cast<char*>(std::malloc(name.length() + 1)), std::free);
     if (copy == nullptr) return nullptr;
-    std::memcpy(copy, name.text(), name.length() + 1);
-    names_.insert(copy);
-    return copy;
+    std::memcpy(copy.get(), name.text(), name.length() + 1);
+    names_.insert(copy.get());
+    return copy.release();
 }
 
 int Endpoint::freeName(char** name) {

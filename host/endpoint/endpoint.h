@@ -66,8 +66,10 @@ private:
         uint32_t sizeClass;
     };
 
-    Endpoint(std::shared_ptr<Domain> domain, Spid spid, int epoll, int bell);
+    /// Takes over the two descriptors.
+    Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& bell);
 
+    static bool openIn(const std::shared_ptr<Domain>& domain, const Name& name, std::unique_ptr<Endpoint>& endpoint);
     static Spid enter(const ColdSection& cold, const Name& name, ScopedDescriptor& bell);
 
     // Which signals are ours (signals.cpp).
@@ -76,6 +78,8 @@ private:
     Held at(Ref ref) const;
     bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
     void park(const Held& held, Spid sender);
+    [[gnu::cold]] int queueOwn(const Held& held, Spid sender);
+    bool supervise(Peer& peer, const Held& notice);
     void discard(const Held& held);
     void discard(Ref ref);
 
@@ -106,6 +110,7 @@ private:
     void noticeEvents();
     void handleEvents(int milliseconds);
     void takeMailbox();
+    bool takeMailboxIfRoom();
     bool queueChain();
     void fireTimeouts();
     void enqueue(Ref ref);
@@ -125,6 +130,7 @@ private:
     bool claim();
     void disown();
     void leaveDomain();
+    bool end();
     void giveUpHunts();
 
     const Arena& arena() const { return domain_->arena(); }
@@ -151,6 +157,7 @@ private:
     Ref takenChain_ = 0;    ///< taken from the mailbox, not in the queue yet
     bool looking_ = false;  ///< the attention word says that this endpoint looks
     bool byteIn_ = false;   ///< the bell is known to hold a byte
+    bool deaf_ = false;     ///< nothing can be waited for: the user has closed the descriptor
     uint64_t eventsSeenAt_ = 0;
     uint32_t held_ = 0;              ///< signals that the user holds
     Held recent_ = {nullptr, 0, 0};  ///< given to the user last: most often the one that comes back next

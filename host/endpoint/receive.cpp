@@ -68,8 +68,8 @@ int Endpoint::receiveWithCare(LinxSignal** signal, const uint32_t* milliseconds,
         timers_.received(held.ref);
         return handOut(held, signal);
     }
-    if (isOpen(arena(), spid_)) return 0;
-    errno = ECONNABORTED;
+    if (isOpen(arena(), spid_) && !deaf_) return 0;
+    errno = deaf_ ? EBADF : ECONNABORTED;
     return -1;
 }
 
@@ -160,7 +160,7 @@ bool Endpoint::giveWay(uint64_t wake) {
 }
 
 /// Sleeps until something happens, or only asks what has happened. True when the deadline has passed, or when there
-/// is nothing to wait for because somebody ended this endpoint.
+/// is nothing to wait for because somebody ended this endpoint or closed its descriptor.
 bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     if (!isOpen(arena(), spid_)) return true;
     const size_t queued = queue_.size();
@@ -176,7 +176,7 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     const uint64_t end = mayWait ? now() : 0;
     if (sleeps) budget_.sleptFor(end - start);
     beginLooking();
-    return !mayWait || end >= deadline;
+    return !mayWait || end >= deadline || deaf_;
 }
 
 /// What a busy endpoint must not miss though its queue never runs dry: time-outs, and the deaths of peers.
@@ -196,6 +196,7 @@ void Endpoint::handleEvents(int milliseconds) {
     int count;
     do {
         count = epoll_wait(epoll_.get(), events, most, milliseconds);
+        deaf_ = count == -1 && errno != EINTR;
         milliseconds = 0;
         for (int i = 0; i < count; ++i) {
             const uint32_t tag = events[i].data.u32;
@@ -224,6 +225,16 @@ void Endpoint::takeMailbox() {
     if (strays) takeStrays(chain);
     if (queue_.size() > own.deepestQueue.loadRelaxed()) {
         own.deepestQueue.storeRelaxed(static_cast<uint32_t>(queue_.size()));
+    }
+}
+
+/// Takes the mailbox. False when there is no memory for what is in it.
+bool Endpoint::takeMailboxIfRoom() {
+    try {
+        takeMailbox();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
     }
 }
 
@@ -282,7 +293,12 @@ void Endpoint::enqueue(Ref ref) {
 void Endpoint::fireTimeouts() {
     const uint64_t time = now();
     if (timers_.earliest() <= time) takeMailbox();  // what was sent before it fell due comes before
-    while (const Ref ref = timers_.fire(time)) enqueue(ref);
+    for (;;) {
+        queue_.reserve(1);  // before it counts as fired
+        const Ref ref = timers_.fire(time);
+        if (ref == 0) break;
+        enqueue(ref);
+    }
     timers_.arm();
 }
 
@@ -307,12 +323,15 @@ void Endpoint::silence() {
     for (const Spid sender : introduced) greet(sender);
 }
 
-/// Watches a sender from now on. One who cannot be watched for want of descriptors may still talk.
+/// Watches a sender from now on. One who cannot be watched for want of descriptors or memory may still talk.
 void Endpoint::greet(Spid sender) {
     if (sender == spid_ || !isOpen(arena(), sender)) return;
-    Peer* peer = peers_.find(sender);
-    if (peer == nullptr) peer = meet(sender);
-    if (peer != nullptr) peer->knowsUs = true;  // who talks to this endpoint watches it
+    try {
+        Peer* peer = peers_.find(sender);
+        if (peer == nullptr) peer = meet(sender);
+        if (peer != nullptr) peer->knowsUs = true;  // who talks to this endpoint watches it
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 /// Puts a byte in, if none is known to be in.
@@ -326,7 +345,7 @@ void Endpoint::raiseByte() {
 /// Makes the descriptor true again: see the top of this file.
 void Endpoint::settleAnew() {
     for (;;) {
-        if (queue_.empty()) takeMailbox();
+        if (queue_.empty() && !takeMailboxIfRoom()) break;
         if (!queue_.empty()) break;
         if (!looking_ && !byteIn_) return;
         // The byte first: one that a sender writes after it has seen quiet must stay in.
@@ -352,9 +371,14 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
             return 0;
         }
     }
-    park(held, spid_);
     if (++lastReference_ == 0) ++lastReference_;
-    timers_.add(lastReference_, now() + milliseconds * nanosecondsPerMillisecond, held.ref);
+    try {
+        timers_.add(lastReference_, now() + milliseconds * nanosecondsPerMillisecond, held.ref);
+    } catch (const std::bad_alloc&) {
+        refuse(held, ENOMEM);
+        return 0;
+    }
+    park(held, spid_);
     return lastReference_;
 }
 

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <new>
 
 #include "host/arena/slot_table.h"
 #include "host/endpoint/clock.h"
@@ -40,12 +41,7 @@ Peer* Endpoint::strangerAt(Spid spid) {
 }
 
 int Endpoint::sendToSelf(const Held& held) {
-    if (!isOpen(arena(), spid_)) return refuse(held, ECONNRESET);
-    takeMailbox();  // what others sent before comes before
-    park(held, spid_);
-    enqueue(held.ref);
-    settle();
-    return 0;
+    return isOpen(arena(), spid_) ? queueOwn(held, spid_) : refuse(held, ECONNRESET);
 }
 
 int Endpoint::push(const Held& held, Peer& peer) {
@@ -102,7 +98,12 @@ int Endpoint::refuse(const Held& held, int reason) {
 /// The open endpoint as a peer, met now if it was none. Null with errno: ECONNRESET when it has died, and is reaped.
 Peer* Endpoint::peerFor(Spid spid) {
     if (Peer* peer = peers_.find(spid)) return peer;
-    Peer* peer = meet(spid);
+    Peer* peer = nullptr;
+    try {
+        peer = meet(spid);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+    }
     const int failure = errno;
     settle();  // an earlier user of the slot may have left notices
     errno = failure;

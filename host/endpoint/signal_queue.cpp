@@ -92,10 +92,12 @@ SignalQueue::Signal SignalQueue::release(uint32_t index) {
 }
 
 bool SignalQueue::remove(Ref ref, uint32_t number) {
-    // Whatever has arrived goes into lanes, so that there is one place to look.
-    while (hasArrivals()) {
-        moveToLane(arrivals_[nextArrival_]);
-        popArrival();
+    const auto arrival = std::find_if(arrivals_.begin() + static_cast<std::ptrdiff_t>(nextArrival_), arrivals_.end(),
+                                      [&](const Arrival& one) { return one.signal.ref == ref && one.number == number; });
+    if (arrival != arrivals_.end()) {
+        arrivals_.erase(arrival);
+        --size_;
+        return true;
     }
     const auto lane = lanes_.find(number);
     if (lane == lanes_.end()) return false;

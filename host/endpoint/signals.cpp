@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "host/arena/slot_table.h"
 #include "host/endpoint/endpoint.h"
@@ -90,6 +91,22 @@ int Endpoint::forgo(LinxSignal** signal) {
 void Endpoint::park(const Held& held, Spid sender) {
     held.block->sender.storeRelaxed(sender);
     held.block->owner.storeRelease(spid_ | ownerQueued);  // (E); a hunt's goes on with the cold lock (P)
+}
+
+/// Puts a signal that was taken over into the queue, as from `sender`, behind what others have sent before. 0, or -1
+/// with errno ENOMEM, the signal freed.
+int Endpoint::queueOwn(const Held& held, Spid sender) {
+    try {
+        takeMailbox();
+        queue_.reserve(1);
+    } catch (const std::bad_alloc&) {
+        settle();
+        return refuse(held, ENOMEM);
+    }
+    park(held, sender);
+    enqueue(held.ref);
+    settle();
+    return 0;
 }
 
 void Endpoint::discard(const Held& held) {

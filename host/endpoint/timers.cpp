@@ -3,6 +3,7 @@
 #include <sys/timerfd.h>
 
 #include <algorithm>
+#include <new>
 
 namespace linx {
 
@@ -13,7 +14,12 @@ int Timers::open() {
 
 void Timers::add(LinxRef reference, uint64_t deadline, Ref signal) {
     const auto place = waiting_.insert({deadline, {reference, signal}});
-    byReference_.insert({reference, place});
+    try {
+        byReference_.insert({reference, place});
+    } catch (const std::bad_alloc&) {
+        waiting_.erase(place);
+        throw;
+    }
     arm();
 }
 

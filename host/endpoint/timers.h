@@ -21,7 +21,7 @@ public:
     int descriptor() const { return descriptor_.get(); }
     void close() { descriptor_.reset(); }
 
-    /// Keeps `signal` until `deadline`. The reference names it from now on.
+    /// Keeps `signal` until `deadline`. The reference names it from now on. Out of memory, all is as before.
     void add(LinxRef reference, uint64_t deadline, Ref signal);
 
     uint64_t earliest() const { return waiting_.empty() ? never : waiting_.begin()->first; }
@@ -30,7 +30,7 @@ public:
     bool idle() const { return waiting_.empty() && fired_.empty(); }
 
     /// Gives the next time-out whose deadline is not after `now`; 0 when none is due. It counts as fired until
-    /// `received` or `cancel` is told of it.
+    /// `received` or `cancel` is told of it. Out of memory, all is as before.
     Ref fire(uint64_t now);
 
     /// A signal is handed out that may be a fired time-out.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "host/arena/common_stacks.h"
 #include "host/arena/slot_table.h"
@@ -51,7 +52,7 @@ Block* Pool::take(uint32_t sizeClass, Ref& ref) {
         // lost than given out twice.
         if (block->owner.loadRelaxed() == ownerFree && block->home.loadRelaxed() == home_) return block;
     }
-    return nullptr;
+    return aside_[sizeClass] == 0 ? nullptr : takeAside(sizeClass, ref);
 }
 
 Block* Pool::takeLarger(uint32_t& sizeClass, Ref& ref) {
@@ -62,12 +63,46 @@ Block* Pool::takeLarger(uint32_t& sizeClass, Ref& ref) {
 }
 
 void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
+    if (!hasRoom(sizeClass)) return setAside(block, ref, sizeClass);
     free_[sizeClass].push_back(ref);
+    markFree(block, sizeClass);
+}
+
+void Pool::markFree(Block& block, uint32_t sizeClass) {
     freeLines_ += sizeClasses[sizeClass].lines;
     if (block.home.loadRelaxed() != home_) block.home.storeRelaxed(home_);
     // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
     block.owner.storeRelease(ownerFree);
+}
+
+bool Pool::makeRoom(uint32_t sizeClass) {
+    std::vector<Ref>& blocks = free_[sizeClass];
+    try {
+        blocks.reserve(std::max<size_t>(16, 2 * blocks.capacity()));
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+/// Frees a block without asking for memory.
+void Pool::setAside(Block& block, Ref ref, uint32_t sizeClass) {
+    block.next.storeRelaxed(aside_[sizeClass]);  // relaxed: nobody else follows it
+    aside_[sizeClass] = ref;
+    markFree(block, sizeClass);
+}
+
+Block* Pool::takeAside(uint32_t sizeClass, Ref& ref) {
+    ref = aside_[sizeClass];
+    uint32_t found;
+    Block* block = arena().blockAt(ref, found);
+    const bool isOurs = block != nullptr && found == sizeClass && block->owner.loadRelaxed() == ownerFree &&
+                        block->home.loadRelaxed() == home_;
+    if (!isOurs) block = nullptr;  // somebody scribbled over the links
+    aside_[sizeClass] = isOurs ? block->next.loadRelaxed() : 0;
+    if (isOurs) freeLines_ -= sizeClasses[sizeClass].lines;
+    return block;
 }
 
 void Pool::free(Block& block, Ref ref, uint32_t sizeClass) {
@@ -107,15 +142,27 @@ void Pool::takeReturned() {
     Slot& own = slot();
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
+    bool all = true;
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
         const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
         if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
         // One that an earlier user of the slot was home to, given back by somebody who was held up, stays here.
         if (block.home.loadRelaxed() != home_) own.leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
-        put(block, ref, sizeClass);
+        if (hasRoom(sizeClass)) return put(block, ref, sizeClass);
+        block.owner.storeRelaxed(home_);
+        all = false;
     });
     own.takingReturned.storeRelease(0);  // (I), after the last block got its owner
+    if (!all) placeReturned(chain);
     if (freeLines_ > surplusLines(arena())) trim();
+}
+
+/// Frees the blocks of a returned chain for which there was no memory. Not before the whole chain has its owners,
+/// since setting a block aside breaks the chain.
+void Pool::placeReturned(Ref chain) {
+    stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
+        if (block.owner.loadRelaxed() == home_) put(block, ref, sizeClass);
+    });
 }
 
 void Pool::leaseMore(uint32_t sizeClass) {

@@ -30,6 +30,14 @@ private:
     Block* takeLarger(uint32_t& sizeClass, Ref& ref);
     Block* allocateMore(uint32_t& sizeClass, Ref& ref);
     [[gnu::always_inline]] inline void put(Block& block, Ref ref, uint32_t sizeClass);
+    [[gnu::always_inline]] inline void markFree(Block& block, uint32_t sizeClass);
+    bool hasRoom(uint32_t sizeClass) {
+        return free_[sizeClass].size() != free_[sizeClass].capacity() || makeRoom(sizeClass);
+    }
+    [[gnu::noinline]] bool makeRoom(uint32_t sizeClass);
+    [[gnu::cold, gnu::noinline]] void setAside(Block& block, Ref ref, uint32_t sizeClass);
+    [[gnu::cold, gnu::noinline]] Block* takeAside(uint32_t sizeClass, Ref& ref);
+    void placeReturned(Ref chain);
     [[gnu::noinline]] void keep(Block& block, Ref ref, uint32_t sizeClass);
     [[gnu::always_inline]] inline bool giveBack(Block& block, Ref ref, Spid home);
     [[gnu::noinline]] bool isKnown(Spid home);
@@ -45,6 +53,7 @@ private:
     const Spid home_;
     Slot& slot_;
     std::array<std::vector<Ref>, sizeClassCount> free_;
+    std::array<Ref, sizeClassCount> aside_{};  ///< free blocks for which there was no memory in the lists, linked
     std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
     uint32_t freeLines_ = 0;
     Spid latestHome_;  ///< of a block that was given back; its slot has been used

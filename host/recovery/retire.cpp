@@ -109,8 +109,11 @@ void retire(const ColdSection& cold, Spid spid, Leftovers leftovers) {
 }
 
 bool hasDied(const Domain& domain, Spid spid) {
+    const int before = errno;
     const ScopedDescriptor bell(bell::open(domain.directory(), spid));
-    return bell.get() == -1 && (errno == ENXIO || errno == ENOENT);
+    const bool died = bell.get() == -1 && (errno == ENXIO || errno == ENOENT);
+    if (died) errno = before;
+    return died;
 }
 
 bool reap(const Domain& domain, Spid spid) {

@@ -23,7 +23,8 @@ bool reap(const Domain& domain, Spid spid);
 /// Ends every endpoint whose process has died. REQUIRES a cold section.
 void reapAllDead(const ColdSection& cold);
 
-/// Whether the process of an open endpoint has died, asking its bell.
+/// Whether the process of an open endpoint has died, asking its bell. False also when the bell cannot be asked; then,
+/// and only then, errno changes and tells why.
 bool hasDied(const Domain& domain, Spid spid);
 
 }  // namespace linx

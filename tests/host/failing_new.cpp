@@ -7,23 +7,34 @@
 
 namespace linxtest {
 
-thread_local bool nextNewFails = false;
+thread_local unsigned newThatFails = 0;
 
 }  // namespace linxtest
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    const bool fails = linxtest::newThatFails != 0 && --linxtest::newThatFails == 0;
+    return fails ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& nothrow) noexcept {
+    return operator new(size, nothrow);
+}
 void* operator new(std::size_t size) {
-    void* memory = linxtest::nextNewFails ? nullptr : std::malloc(size != 0 ? size : 1);
-    linxtest::nextNewFails = false;
+    void* memory = operator new(size, std::nothrow);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
-// With it, since what a sanitizer would allocate here could not be freed below.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size != 0 ? size : 1);
+void* operator new[](std::size_t size) {
+    return operator new(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
     std::free(memory);
 }

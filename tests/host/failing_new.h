@@ -3,8 +3,8 @@
 
 namespace linxtest {
 
-/// Set, it lets the next `new` of the thread fail, which sets it back.
-extern thread_local bool nextNewFails;
+/// Set to n, it lets the n-th `new` of the thread from now on fail, and is 0 again from then on.
+extern thread_local unsigned newThatFails;
 
 }  // namespace linxtest
 

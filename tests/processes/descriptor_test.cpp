@@ -2,6 +2,8 @@
 
 #include <poll.h>
 
+#include <cerrno>
+
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"
@@ -57,6 +59,26 @@ TEST_F(Looker, IsNotReadableBeforeAnythingWasSent) {
 
 TEST_F(Looker, IsTheSameDescriptorEachTime) {
     EXPECT_EQ(endpoint->descriptor(), linx_get_descriptor(*endpoint));
+}
+
+TEST_F(Descriptor, ClosedTooEarlyFailsTheReceivesThatHaveToWaitAndNoOthers) {
+    const uint32_t anySignal[] = {0};
+    LINX* linx = linx_open("endpoint", 0, nullptr);
+    const LinxSpid own = spidOf(linx);
+    LinxSignal* signal = nullptr;
+    ASSERT_EQ(0, close(linx_get_descriptor(linx)));
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(-1, linx_receive(linx, &signal, anySignal));
+        EXPECT_EQ(EBADF, errno);
+        EXPECT_EQ(-1, linx_receive_w_tmo(linx, &signal, patience, anySignal));
+        EXPECT_EQ(EBADF, errno);
+        EXPECT_EQ(-1, linx_receive_w_tmo(linx, &signal, 0, anySignal));
+        EXPECT_EQ(EBADF, errno);
+        EXPECT_EQ(0, send(linx, own, item));
+        EXPECT_EQ(4, linx_receive(linx, &signal, anySignal));
+        EXPECT_EQ(0, linx_free_buf(linx, &signal));
+    }
+    EXPECT_EQ(0, linx_close(linx));
 }
 
 TEST_F(Looker, IsReadableFromTheFirstSignalToTheLast) {

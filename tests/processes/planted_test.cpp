@@ -1,0 +1,183 @@
+// What somebody has put in the place of the domain's directory, its arena or a bell: it is refused or replaced, and
+// what lies outside the domain is never touched through it.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <cerrno>
+#include <fstream>
+
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/signals.h"
+#include "tests/processes/support/witness.h"
+
+namespace {
+
+using linxtest::ScopedVariable;
+
+constexpr uint32_t changes = IN_MODIFY | IN_ATTRIB | IN_CREATE | IN_DELETE | IN_DELETE_SELF | IN_MOVE;
+constexpr uint32_t anything = changes | IN_OPEN;
+constexpr uint32_t item = 100;
+
+class Planted : public ProcessTest {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(std::ofstream(file()) << "text");
+        ASSERT_EQ(0, mkdir(directory().c_str(), 0700));
+    }
+    void TearDown() override {
+        std::string text;
+        std::ifstream(file()) >> text;
+        EXPECT_EQ("text", text);
+        EXPECT_EQ(0, unlink(file().c_str()));
+        EXPECT_EQ(0, rmdir(directory().c_str()));
+        ProcessTest::TearDown();
+    }
+
+    static int errorOfOpen(const char* name = "endpoint") {
+        LINX* linx = linx_open(name, 0, nullptr);
+        if (linx == nullptr) return errno;
+        linx_close(linx);
+        return 0;
+    }
+    static int errorOfHunt(LINX* linx, const char* name) {
+        errno = 0;
+        return linx_hunt(linx, name, nullptr) == 0 ? 0 : errno;
+    }
+
+    std::string outside(const char* name) const { return outside_.pathOf(name); }
+    std::string file() const { return outside("file"); }
+    std::string directory() const { return outside("directory"); }
+    std::string absent() const { return outside("absent"); }
+
+    std::string arena() const { return domain.pathOf("arena"); }
+    std::string bellOf(LinxSpid spid) const {
+        char name[16];
+        std::snprintf(name, sizeof name, "bell.%08x", spid);
+        return domain.pathOf(name);
+    }
+
+    /// A path by which everything in the domain is no longer what it was.
+    static void link(const std::string& to, const std::string& from) {
+        ASSERT_EQ(0, symlink(to.c_str(), from.c_str()));
+    }
+    static void hardLink(const std::string& to, const std::string& from) {
+        ASSERT_EQ(0, ::link(to.c_str(), from.c_str()));
+    }
+
+private:
+    const linxtest::TestDomain outside_;  // after the domain, so that it would be the one, but for the next
+    const ScopedVariable chosen_{"LINX_DOMAIN", domain.path().c_str()};
+};
+
+TEST_F(Planted, ALinkIsNoDomain) {
+    const Witness witness(directory(), anything);
+    for (const std::string& to : {directory(), file(), absent()}) {
+        link(to, domain.pathOf("link"));
+        const ScopedVariable variable("LINX_DOMAIN", domain.pathOf("link").c_str());
+        EXPECT_EQ(ENOTDIR, errorOfOpen()) << to;
+        EXPECT_EQ(0, unlink(domain.pathOf("link").c_str()));
+    }
+    EXPECT_FALSE(witness.sawSomething());
+    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
+}
+
+TEST_F(Planted, ALinkInPlaceOfTheArenaIsNotFollowed) {
+    const Witness witness(file(), anything);
+    for (const std::string& to : {directory(), file(), absent()}) {
+        link(to, arena());
+        EXPECT_EQ(EPROTO, errorOfOpen()) << to;
+        EXPECT_EQ(0, unlink(arena().c_str()));
+    }
+    EXPECT_FALSE(witness.sawSomething());
+    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
+    EXPECT_EQ(0, errorOfOpen());
+}
+
+TEST_F(Planted, AFileOfOthersInPlaceOfTheArenaIsNotChanged) {
+    hardLink(file(), arena());
+    const Witness witness(file(), changes);
+    EXPECT_EQ(EPROTO, errorOfOpen());
+    EXPECT_FALSE(witness.sawSomething());
+    EXPECT_EQ(0, unlink(arena().c_str()));
+}
+
+TEST_F(Planted, WhatIsNoFileInPlaceOfTheArenaIsNotOpened) {
+    ASSERT_EQ(0, mkdir(arena().c_str(), 0700));
+    EXPECT_EQ(EPROTO, errorOfOpen());
+    EXPECT_EQ(0, rmdir(arena().c_str()));
+    ASSERT_EQ(0, mkfifo(arena().c_str(), 0600));
+    {
+        const Witness witness(arena(), anything);
+        EXPECT_EQ(EPROTO, errorOfOpen());
+        EXPECT_FALSE(witness.sawSomething());
+    }
+    EXPECT_EQ(0, unlink(arena().c_str()));
+    if (mknod(arena().c_str(), S_IFCHR | 0600, makedev(1, 3)) == -1)
+        GTEST_SKIP() << "only the superuser makes devices";
+    const Witness witness(arena(), anything);
+    EXPECT_EQ(EPROTO, errorOfOpen());
+    EXPECT_FALSE(witness.sawSomething());
+}
+
+TEST_F(Planted, NothingInPlaceOfAPeersBellIsRung) {
+    Endpoint endpoint("endpoint");
+    Endpoint peer("peer");
+    const std::string bell = bellOf(spidOf(peer));
+    ASSERT_EQ(0, rename(bell.c_str(), domain.pathOf("kept").c_str()));
+    const auto expectRefused = [&] {
+        EXPECT_EQ(EPROTO, errorOfHunt(endpoint, "peer"));
+        EXPECT_EQ(EPROTO, send(endpoint, spidOf(peer), item));
+        EXPECT_EQ(0u, attach(endpoint, spidOf(peer), item));
+        EXPECT_EQ(EPROTO, errno);
+        EXPECT_EQ(EPROTO, errorOfOpen("peer"));
+        EXPECT_EQ(0, errorOfOpen("other"));
+        EXPECT_EQ(0, unlink(bell.c_str()) == 0 ? 0 : rmdir(bell.c_str()));
+    };
+    const Witness witness(file(), anything & ~uint32_t{IN_ATTRIB});  // linking it is a change, too
+    for (const std::string& to : {directory(), file(), absent(), std::string("/dev/null")}) {
+        link(to, bell);
+        expectRefused();
+    }
+    hardLink(file(), bell);
+    expectRefused();
+    ASSERT_EQ(0, mkdir(bell.c_str(), 0700));
+    expectRefused();
+    EXPECT_FALSE(witness.sawSomething());
+    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
+    // It was never taken for dead, and is found again.
+    ASSERT_EQ(0, rename(domain.pathOf("kept").c_str(), bell.c_str()));
+    EXPECT_EQ(spidOf(peer), hunt(endpoint, "peer"));
+    EXPECT_EQ(0, send(endpoint, spidOf(peer), item));
+    expectSignal(peer, item, 0);
+}
+
+TEST_F(Planted, WhatLiesWhereABellWillBeIsReplaced) {
+    Endpoint first("first");
+    const Witness witness(file(), anything & ~uint32_t{IN_ATTRIB});
+    LinxSpid next = spidOf(first);
+    const auto expectReplaced = [&] {
+        Endpoint endpoint("endpoint");
+        EXPECT_EQ(next, spidOf(endpoint));
+        EXPECT_EQ(spidOf(endpoint), hunt(first, "endpoint"));
+    };
+    for (const std::string& to : {directory(), file(), absent()}) {
+        link(to, bellOf(++next));
+        expectReplaced();
+    }
+    hardLink(file(), bellOf(++next));
+    expectReplaced();
+    ASSERT_EQ(0, mkfifo(bellOf(++next).c_str(), 0600));
+    expectReplaced();
+    EXPECT_FALSE(witness.sawSomething());
+    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
+    // A directory stays, and the slot is left for later.
+    const std::string directoryThere = bellOf(++next);
+    ASSERT_EQ(0, mkdir(directoryThere.c_str(), 0700));
+    EXPECT_EQ(EEXIST, errorOfOpen());
+    EXPECT_EQ(0, rmdir(directoryThere.c_str()));
+    EXPECT_EQ(0, errorOfOpen());
+}
+
+}  // namespace
