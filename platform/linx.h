@@ -82,7 +82,7 @@ LINXIPC_API LinxRef linx_attach(LINX *linx, LinxSignal **notice, LinxSpid spid);
 
 /*
  * Allocates a signal of `size` bytes (4, the number word, to 1 MiB) and writes `number` into it; the payload is not
- * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted.
+ * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted, EMFILE.
  */
 LINXIPC_API LinxSignal *linx_alloc(LINX *linx, uint32_t size, uint32_t number);
 

@@ -34,10 +34,10 @@ Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
 Block* Pool::allocateMore(uint32_t& sizeClass, Ref& ref) {
     takeReturned();
     if (Block* block = take(sizeClass, ref)) return block;
-    leaseMore(sizeClass);
+    const int failure = leaseMore(sizeClass);
     if (Block* block = take(sizeClass, ref)) return block;
     if (Block* block = takeLarger(sizeClass, ref)) return block;
-    errno = ENOMEM;
+    errno = failure;
     return nullptr;
 }
 
@@ -165,14 +165,15 @@ void Pool::placeReturned(Ref chain) {
     });
 }
 
-void Pool::leaseMore(uint32_t sizeClass) {
+/// Returns the errno value that tells why there may be no block nevertheless.
+int Pool::leaseMore(uint32_t sizeClass) {
     const ColdSection cold(domain_);
-    if (!cold.entered()) return;
+    if (!cold.entered()) return errno;
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
     if (slot().leasedLines.loadRelaxed() + c.lines > share) shrinkTo(0);
     const uint32_t leased = slot().leasedLines.loadRelaxed();
-    if (leased + c.lines > share) return;
+    if (leased + c.lines > share) return ENOMEM;
     const uint32_t most = std::max(1u, largestLeaseLines / c.lines);
     const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
@@ -190,13 +191,14 @@ void Pool::leaseMore(uint32_t sizeClass) {
     freeLines_ += static_cast<uint32_t>(blocks.size() - before) * c.lines;
     for (uint32_t larger = sizeClass + 1; blocks.size() == before && larger < sizeClassCount; ++larger) {
         const uint32_t lines = linesOfClass(larger);
-        if (leased + lines > share) return;
+        if (leased + lines > share) return ENOMEM;
         const size_t had = free_[larger].size();
         lease::fromCommon(cold, home_, larger, 1, free_[larger]);
         if (free_[larger].size() == had) continue;
         freeLines_ += lines;
-        return;
+        return ENOMEM;
     }
+    return ENOMEM;
 }
 
 void Pool::giveUp() {

@@ -15,7 +15,8 @@ public:
     Pool(const Domain& domain, Spid home);
 
     /// A free block of at least `lines` lines for the caller to own, its reference in `ref` and its class in
-    /// `sizeClass`. Null with errno ENOMEM when the pool or the endpoint's share of it is exhausted.
+    /// `sizeClass`. Null with errno: ENOMEM when the pool or the endpoint's share of it is exhausted, or why the cold
+    /// lock could not be had.
     /// `lines` <= largestClassLines.
     Block* allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass);
 
@@ -42,7 +43,7 @@ private:
     [[gnu::always_inline]] inline bool giveBack(Block& block, Ref ref, Spid home);
     [[gnu::noinline]] bool isKnown(Spid home);
     void takeReturned();
-    void leaseMore(uint32_t sizeClass);
+    int leaseMore(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);
 
