@@ -256,7 +256,10 @@ int Endpoint::hunt(const Name& name, LinxSignal** signal) {
         // A dead holder of the name has been reaped by now; any other trouble with its bell is the caller's.
         if (found != 0 && errno != ECONNRESET) return refuse(held, errno);
         bool opened = false;
-        const int failure = keepHunt(name, held, opened);
+        int failure;
+        do {
+            failure = errno = keepHunt(name, held, opened);
+        } while (failure != 0 && peers_.makeRoom());
         if (failure != 0) return refuse(held, failure);
         if (!opened) return 0;
     }

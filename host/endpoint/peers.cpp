@@ -20,7 +20,7 @@ Peer* Peers::meet(Spid spid) {
     }
     const uint32_t index = indexOf(spid);
     if (index >= peers_.size()) peers_.resize(index + 1);
-    auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), bell.release());
+    auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), bell);
     epoll_event event = {};  // no events: errors are told always, and all that is waited for is the reader's end
     event.data.u32 = index;
     if (epoll_ctl(epoll_, EPOLL_CTL_ADD, peer->bell.get(), &event) == -1) return nullptr;
@@ -30,20 +30,19 @@ Peer* Peers::meet(Spid spid) {
 
 int Peers::openBell(Spid spid) {
     int bell = bell::open(domain_.directory(), spid);
-    // Out of descriptors: a peer that is only talked to can be met again.
-    while (bell == -1 && (errno == EMFILE || errno == ENFILE) && partWithAnyUnsupervised()) {
-        bell = bell::open(domain_.directory(), spid);
-    }
+    while (bell == -1 && makeRoom()) bell = bell::open(domain_.directory(), spid);
     return bell;
 }
 
-bool Peers::partWithAnyUnsupervised() {
+bool Peers::makeRoom() {
+    const int failure = errno;
+    if (failure != EMFILE && failure != ENFILE) return false;
     for (uint32_t i = 0; i < peers_.size(); ++i) {
         if (peers_[i] == nullptr || !peers_[i]->notices.empty()) continue;
         part(i);
         return true;
     }
-    errno = EMFILE;
+    errno = failure;
     return false;
 }
 

@@ -10,7 +10,9 @@ namespace linx {
 
 /// An endpoint that this one talks to or supervises. Its bell is open for writing, and watched.
 struct Peer {
-    Peer(Spid itsSpid, Slot& itsSlot, int itsBell) : spid(itsSpid), slot(itsSlot), bell(itsBell) {}
+    /// Takes over the bell.
+    Peer(Spid itsSpid, Slot& itsSlot, ScopedDescriptor& itsBell)
+        : spid(itsSpid), slot(itsSlot), bell(itsBell.release()) {}
 
     const Spid spid;
     Slot& slot;
@@ -45,6 +47,10 @@ public:
     /// Forgets a peer.
     void part(uint32_t index);
 
+    /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now.
+    /// A peer that is only talked to gives it; it can be met again. errno stays where it is not.
+    bool makeRoom();
+
     /// Takes any notice that has not been delivered; 0 when none is left.
     Ref takeAnyNotice();
 
@@ -55,7 +61,6 @@ private:
     Peer* lookUp(Spid spid);
     void forgetLatest();
     int openBell(Spid spid);
-    bool partWithAnyUnsupervised();
 
     const Domain& domain_;
     const int epoll_;

@@ -364,7 +364,10 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
         epoll_event event = {};
         event.events = EPOLLIN;
         event.data.u32 = event_tag::timer;
-        if (timers_.open() == -1 || epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == -1) {
+        while (timers_.open() == -1 && peers_.makeRoom()) {
+        }
+        if (timers_.descriptor() == -1 ||
+            epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == -1) {
             const int failure = errno;
             timers_.close();  // the next request must try again to have it watched
             refuse(held, failure);

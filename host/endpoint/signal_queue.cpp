@@ -92,8 +92,9 @@ SignalQueue::Signal SignalQueue::release(uint32_t index) {
 }
 
 bool SignalQueue::remove(Ref ref, uint32_t number) {
-    const auto arrival = std::find_if(arrivals_.begin() + static_cast<std::ptrdiff_t>(nextArrival_), arrivals_.end(),
-                                      [&](const Arrival& one) { return one.signal.ref == ref && one.number == number; });
+    const auto arrival =
+        std::find_if(arrivals_.begin() + static_cast<std::ptrdiff_t>(nextArrival_), arrivals_.end(),
+                     [&](const Arrival& one) { return one.signal.ref == ref && one.number == number; });
     if (arrival != arrivals_.end()) {
         arrivals_.erase(arrival);
         --size_;

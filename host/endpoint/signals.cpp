@@ -27,7 +27,9 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
         return nullptr;
     }
     Held held;
-    held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
+    do {
+        held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
+    } while (held.block == nullptr && peers_.makeRoom());
     Block* block = held.block;
     if (block == nullptr) return nullptr;
     block->owner.storeRelaxed(spid_);

@@ -2,6 +2,7 @@
 // and works once there are descriptors again.
 
 #include <cerrno>
+#include <cstring>
 
 #include "tests/bounds/support/few_descriptors.h"
 #include "tests/processes/support/child.h"
@@ -249,6 +250,24 @@ TEST_F(NoDescriptors, PeersMakeRoomForEachOther) {
         }
     }
     EXPECT_EQ(0, child.exitStatus());
+}
+
+TEST_F(NoDescriptors, APeerMakesRoomForWhateverNeedsOne) {
+    Endpoint endpoint("endpoint");
+    Endpoint peer("peer");
+    const auto expectRoom = [&](auto operation) {
+        ASSERT_EQ(0, send(endpoint, spidOf(peer), item));  // the bell of the peer is open from now on
+        expectSignal(peer, item, 0);
+        const FewDescriptors none(0);
+        EXPECT_TRUE(operation()) << std::strerror(errno);
+    };
+    expectRoom([&] {
+        LinxSignal* signal = linx_alloc(endpoint, 100000, item);
+        return signal != nullptr && linx_free_buf(endpoint, &signal) == 0;
+    });
+    expectRoom([&] { return linx_hunt(endpoint, "absent", nullptr) == 0; });
+    expectRoom([&] { return linx_request_tmo(endpoint, 0, nullptr) != 0; });
+    expectSignal(endpoint, LINX_OS_TIMEOUT_SIG);
 }
 
 TEST_F(NoDescriptors, ClosingWorksWithoutAny) {
