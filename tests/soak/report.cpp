@@ -34,6 +34,7 @@ constexpr Room roomAtFirst = {
 
 // Later they do not; another crowd of large signals may need some memory yet.
 constexpr Room roomLater = {bytesAtHand, 4 * 1024};
+constexpr double minutesToFill = 8;
 
 std::string nameOfResident(uint32_t resident) {
     return resident < servers ? "server" + std::to_string(resident) : "worker" + std::to_string(resident - servers);
@@ -127,7 +128,9 @@ std::vector<std::string> compare(const std::vector<Sample>& samples) {
         const std::vector<std::string> some = compare(samples.front(), sample, roomAtFirst);
         differences.insert(differences.end(), some.begin(), some.end());
     }
-    const std::vector<std::string> some = compare(samples[samples.size() / 2], samples.back(), roomLater);
+    const Sample& middle = samples[samples.size() / 2];
+    if (middle.minutes < minutesToFill) return differences;
+    const std::vector<std::string> some = compare(middle, samples.back(), roomLater);
     differences.insert(differences.end(), some.begin(), some.end());
     return differences;
 }

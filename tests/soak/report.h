@@ -28,7 +28,8 @@ Sample lookAtDomain(const std::string& directory);
 void printHeading();
 void print(const Sample& sample);
 
-/// What in a run's samples is not as it was at first, or goes on growing. REQUIRES two samples at least.
+/// What in a run's samples is not as it was at first, or, in the second half of a run of more than a quarter of an
+/// hour, goes on growing. REQUIRES two samples at least.
 std::vector<std::string> compare(const std::vector<Sample>& samples);
 
 }  // namespace soak
