@@ -13,10 +13,10 @@ struct Ledger {
     std::atomic<bool> leave;
     std::atomic<uint32_t> beats[workerCount];  ///< operations that have ended, well or not
     std::atomic<uint32_t> met[workerCount];    ///< a bit for each worker of whom something was received
-    std::atomic<uint64_t> operations;
-    std::atomic<uint64_t> received;
-    std::atomic<uint64_t> failed;
-    std::atomic<uint64_t> refusedOpens;
+    std::atomic<uint32_t> operations;
+    std::atomic<uint32_t> received;
+    std::atomic<uint32_t> failed;
+    std::atomic<uint32_t> refusedOpens;
     std::atomic<uint32_t> longestMilliseconds;  ///< that an operation took beyond its time-out
 };
 

@@ -3,14 +3,16 @@
 
 #include <sys/mman.h>
 
+#include <cstdint>
 #include <map>
 #include <mutex>
 
+// Declared by their widths: where pointers have 32 bits the two differ in their last argument.
 extern "C" {
-void* __real_mmap(void* address, size_t size, int protection, int flags, int file, off_t offset);
+void* __real_mmap64(void* address, size_t size, int protection, int flags, int file, int64_t offset);
 int __real_munmap(void* address, size_t size);
-void* __wrap_mmap(void* address, size_t size, int protection, int flags, int file, off_t offset);
-void* __wrap_mmap64(void* address, size_t size, int protection, int flags, int file, off_t offset);
+void* __wrap_mmap(void* address, size_t size, int protection, int flags, int file, long offset);
+void* __wrap_mmap64(void* address, size_t size, int protection, int flags, int file, int64_t offset);
 int __wrap_munmap(void* address, size_t size);
 }
 
@@ -23,18 +25,18 @@ std::map<void*, size_t> guarded;
 
 }  // namespace
 
-void* __wrap_mmap(void* address, size_t size, int protection, int flags, int file, off_t offset) {
-    if (address != nullptr || file == -1) return __real_mmap(address, size, protection, flags, file, offset);
-    void* around = __real_mmap(nullptr, size + 2 * guard, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+void* __wrap_mmap64(void* address, size_t size, int protection, int flags, int file, int64_t offset) {
+    if (address != nullptr || file == -1) return __real_mmap64(address, size, protection, flags, file, offset);
+    void* around = __real_mmap64(nullptr, size + 2 * guard, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (around == MAP_FAILED) return around;
-    void* base = __real_mmap(static_cast<char*>(around) + guard, size, protection, flags | MAP_FIXED, file, offset);
+    void* base = __real_mmap64(static_cast<char*>(around) + guard, size, protection, flags | MAP_FIXED, file, offset);
     const std::lock_guard<std::mutex> lock(mutex);
     guarded[base] = size;
     return base;
 }
 
-void* __wrap_mmap64(void* address, size_t size, int protection, int flags, int file, off_t offset) {
-    return __wrap_mmap(address, size, protection, flags, file, offset);
+void* __wrap_mmap(void* address, size_t size, int protection, int flags, int file, long offset) {
+    return __wrap_mmap64(address, size, protection, flags, file, offset);
 }
 
 int __wrap_munmap(void* address, size_t size) {

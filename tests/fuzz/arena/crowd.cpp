@@ -102,7 +102,7 @@ void Crowd::act() {
             return receive(seat, 0, selection);
         }
         case 10:
-            return receive(seat, 1, any);
+            return receive(seat, input_.byte() < 8 ? 1 : 0, any);  // sleeping takes time
         case 11:
         case 12:
             return receive(seat, 0, any);
@@ -138,6 +138,7 @@ void Crowd::allocate(Seat& seat, uint32_t size) {
 }
 
 LinxSignal* Crowd::takeOutHeld(Seat& seat) {
+    if (seat.held.empty()) allocate(seat, sizeof(LinxSignal));
     if (seat.held.empty()) return nullptr;
     LinxSignal* signal = seat.held.back();
     seat.held.pop_back();

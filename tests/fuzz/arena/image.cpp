@@ -14,20 +14,20 @@ namespace fuzz {
 namespace {
 
 constexpr uint32_t unitCount = 1024;  // the smallest arena
-constexpr long wholeLength = (linx::firstPoolPage(unitCount) + unitCount) * long{linx::unitBytes};
+constexpr int64_t wholeLength = (linx::firstPoolPage(unitCount) + unitCount) * int64_t{linx::unitBytes};
 
-long lengthOf(int file) {
+int64_t lengthOf(int file) {
     struct stat status;
-    return fstat(file, &status) == 0 ? static_cast<long>(status.st_size) : -1;
+    return fstat(file, &status) == 0 ? static_cast<int64_t>(status.st_size) : -1;
 }
 
 /// Copies what there is of it, and leaves the holes.
-void copyData(int from, int to, long length) {
+void copyData(int from, int to, int64_t length) {
     char page[linx::unitBytes];
-    for (long data = 0; (data = lseek(from, data, SEEK_DATA)) != -1 && data < length;) {
-        const long hole = std::min(length, static_cast<long>(lseek(from, data, SEEK_HOLE)));
-        for (; data < hole; data += long{sizeof page}) {
-            const auto bytes = static_cast<size_t>(std::min(hole - data, long{sizeof page}));
+    for (int64_t data = 0; (data = lseek(from, data, SEEK_DATA)) != -1 && data < length;) {
+        const int64_t hole = std::min(length, static_cast<int64_t>(lseek(from, data, SEEK_HOLE)));
+        for (; data < hole; data += int64_t{sizeof page}) {
+            const auto bytes = static_cast<size_t>(std::min(hole - data, int64_t{sizeof page}));
             claim(pread(from, page, bytes, data) != -1 && pwrite(to, page, bytes, data) != -1, "an arena is copied");
         }
     }
@@ -65,7 +65,7 @@ void Image::garble(Input& input) {
     linxtest::Garbler<decltype(draw)>(base_, unitCount, draw).garble(linxtest::Region{draw(linxtest::regionCount)});
 }
 
-void Image::replace(long length) {
+void Image::replace(int64_t length) {
     const int copy = open(pathOf("copy").c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     claim(copy != -1 && ftruncate(copy, length) == 0, "a copy is made");
     copyData(file_, copy, std::min(length, length_));

@@ -21,9 +21,9 @@ public:
 
     /// Puts a copy in its place that nobody has open: all endpoints in it are dead ones. `length` is that of the
     /// copy; one of another length than the file's is not garbled any more.
-    void replace(long length);
+    void replace(int64_t length);
 
-    long length() const { return length_; }
+    int64_t length() const { return length_; }
 
     /// Whether the file still has the length that it is to have.
     bool isOfItsLength() const;
@@ -36,7 +36,7 @@ private:
     const std::string domain_;
     int file_ = -1;
     char* base_ = nullptr;
-    long length_ = 0;
+    int64_t length_ = 0;
 };
 
 }  // namespace fuzz

@@ -39,9 +39,9 @@ void layAmbush(Image& image, Input& input) {
 }
 
 void replace(Image& image, Input& input) {
-    constexpr long lengths[] = {0, 1, 4095, 4096, 1 << 20};
+    constexpr int64_t lengths[] = {0, 1, 4095, 4096, 1 << 20};
     const uint32_t choice = input.below(16);
-    const long change = choice < 5 ? lengths[choice] : 0;
+    const int64_t change = choice < 5 ? lengths[choice] : 0;
     image.replace(choice % 2 == 0 ? image.length() - std::min(image.length(), change) : image.length() + change);
 }
 

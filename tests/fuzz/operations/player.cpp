@@ -190,6 +190,7 @@ Player::Offer Player::offerOwn(Seat& seat) {
 
 Player::Offer Player::offer(Seat& seat) {
     const uint32_t choice = input_.byte();
+    if (choice < 200 && seat.held.empty()) allocate(seat);
     if (choice < 200 && !seat.held.empty()) return offerOwn(seat);
     static LinxSignal outside[16];
     LinxSignal* signal = nullptr;
