@@ -1,8 +1,7 @@
 include(cmake/GoogleTest.cmake)
 find_package(Threads REQUIRED)
-option(LINXIPC_QUICK_TESTS "Compile the tests, though not what they test, without optimisation" OFF)
 
-# linx_compile_quickly(TARGET): for a test program whose own speed matters less than that of its compilation.
+# linx_compile_quickly(TARGET): for a program of many tests, whose own speed matters less than that of its compilation.
 function(linx_compile_quickly target)
   target_compile_options(${target} PRIVATE -O0)
   target_precompile_headers(${target} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:<gmock/gmock.h$<ANGLE-R>>"
@@ -17,8 +16,6 @@ function(linx_add_test name)
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
-  if(LINXIPC_QUICK_TESTS)
-    linx_compile_quickly(${name})
-  endif()
+  linx_compile_quickly(${name})
   gtest_discover_tests(${name} TEST_PREFIX "${name}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
 endfunction()
