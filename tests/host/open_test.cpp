@@ -352,6 +352,8 @@ TEST_F(OpenTest, ADomainThatIsRemovedAndMadeAgainIsAnotherOne) {
     const Linx after("x");
     EXPECT_EQ(linx_hunt(before, "absent", nullptr), -1);
     EXPECT_EQ(errno, ESTALE);
+    EXPECT_EQ(linx_alloc(before, 5000, 1), nullptr);
+    EXPECT_EQ(errno, ESTALE);
     before.reset();
     EXPECT_EQ(domain.leftovers().size(), 1u);
 }
