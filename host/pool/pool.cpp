@@ -24,12 +24,6 @@ uint32_t surplusLines(const Arena& arena) {
 Pool::Pool(const Domain& domain, Spid home)
     : domain_(domain), home_(home), slot_(arena().slot(indexOf(home))), latestHome_(home) {}
 
-Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
-    sizeClass = classForLines(lines);
-    if (Block* block = take(sizeClass, ref)) return block;
-    return allocateMore(sizeClass, ref);
-}
-
 /// When the endpoint's own list has run dry.
 Block* Pool::allocateMore(uint32_t& sizeClass, Ref& ref) {
     takeReturned();
@@ -41,20 +35,6 @@ Block* Pool::allocateMore(uint32_t& sizeClass, Ref& ref) {
     return nullptr;
 }
 
-Block* Pool::take(uint32_t sizeClass, Ref& ref) {
-    std::vector<Ref>& blocks = free_[sizeClass];
-    while (!blocks.empty()) {
-        ref = blocks.back();
-        blocks.pop_back();
-        freeLines_ -= sizeClasses[sizeClass].lines;
-        Block* block = arena().rawBlock(ref);
-        // Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
-        // lost than given out twice.
-        if (block->owner.loadRelaxed() == ownerFree && block->home.loadRelaxed() == home_) return block;
-    }
-    return aside_[sizeClass] == 0 ? nullptr : takeAside(sizeClass, ref);
-}
-
 Block* Pool::takeLarger(uint32_t& sizeClass, Ref& ref) {
     while (++sizeClass < sizeClassCount) {
         if (Block* block = take(sizeClass, ref)) return block;
@@ -62,10 +42,14 @@ Block* Pool::takeLarger(uint32_t& sizeClass, Ref& ref) {
     return nullptr;
 }
 
-void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
-    if (!hasRoom(sizeClass)) return setAside(block, ref, sizeClass);
+/// Frees a block for which there is room.
+void Pool::place(Block& block, Ref ref, uint32_t sizeClass) {
     free_[sizeClass].push_back(ref);
     markFree(block, sizeClass);
+}
+
+void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
+    hasRoom(sizeClass) ? place(block, ref, sizeClass) : setAside(block, ref, sizeClass);
 }
 
 void Pool::markFree(Block& block, uint32_t sizeClass) {
@@ -148,7 +132,7 @@ void Pool::takeReturned() {
         if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
         // One that an earlier user of the slot was home to, given back by somebody who was held up, stays here.
         if (block.home.loadRelaxed() != home_) own.leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
-        if (hasRoom(sizeClass)) return put(block, ref, sizeClass);
+        if (hasRoom(sizeClass)) return place(block, ref, sizeClass);
         block.owner.storeRelaxed(home_);
         all = false;
     });

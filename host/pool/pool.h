@@ -29,8 +29,9 @@ public:
 private:
     Block* take(uint32_t sizeClass, Ref& ref);
     Block* takeLarger(uint32_t& sizeClass, Ref& ref);
-    Block* allocateMore(uint32_t& sizeClass, Ref& ref);
-    [[gnu::always_inline]] inline void put(Block& block, Ref ref, uint32_t sizeClass);
+    [[gnu::noinline]] Block* allocateMore(uint32_t& sizeClass, Ref& ref);
+    [[gnu::always_inline]] inline void place(Block& block, Ref ref, uint32_t sizeClass);
+    void put(Block& block, Ref ref, uint32_t sizeClass);
     [[gnu::always_inline]] inline void markFree(Block& block, uint32_t sizeClass);
     bool hasRoom(uint32_t sizeClass) {
         return free_[sizeClass].size() != free_[sizeClass].capacity() || makeRoom(sizeClass);
@@ -59,6 +60,26 @@ private:
     uint32_t freeLines_ = 0;
     Spid latestHome_;  ///< of a block that was given back; its slot has been used
 };
+
+inline Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
+    sizeClass = classForLines(lines);
+    if (Block* block = take(sizeClass, ref)) return block;
+    return allocateMore(sizeClass, ref);
+}
+
+inline Block* Pool::take(uint32_t sizeClass, Ref& ref) {
+    std::vector<Ref>& blocks = free_[sizeClass];
+    while (!blocks.empty()) {
+        ref = blocks.back();
+        blocks.pop_back();
+        freeLines_ -= sizeClasses[sizeClass].lines;
+        Block* block = arena().rawBlock(ref);
+        // Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
+        // lost than given out twice.
+        if (block->owner.loadRelaxed() == ownerFree && block->home.loadRelaxed() == home_) return block;
+    }
+    return aside_[sizeClass] == 0 ? nullptr : takeAside(sizeClass, ref);
+}
 
 }  // namespace linx
 
