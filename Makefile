@@ -84,7 +84,7 @@ crash-sites: dependencies ## Kills a process at every change of shared memory, s
 	@build/release/tests/crash/linx-crash-sites $(ARGS)
 
 .PHONY: fuzz
-fuzz: dependencies clang-dependencies ## Searches for inputs that no operation withstands; SECONDS=60 for each fuzzer
+fuzz: dependencies fuzz-dependencies ## Searches for inputs that no operation withstands; SECONDS=60 for each fuzzer
 	@cmake --preset fuzz >/dev/null
 	@cmake --build --preset fuzz
 	@tests/fuzz/run build/fuzz $(or $(SECONDS),60)
@@ -108,6 +108,10 @@ dependencies:
 
 clang-dependencies:
 	@scripts/install-dependencies clang
+
+.PHONY: fuzz-dependencies
+fuzz-dependencies: clang-dependencies
+	@scripts/install-dependencies libclang-rt-dev
 
 # Not g++-multilib, beside which no cross compiler can be installed.
 mixed-dependencies: dependencies
