@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
@@ -113,13 +114,22 @@ void* mapArenaFile(int file, uint32_t unitCount) {
 }
 
 bool reservePages(int file, uint32_t first, uint32_t count) {
-    int failure;
-    do {
-        failure = posix_fallocate(file, static_cast<off_t>(first) * unitBytes, static_cast<off_t>(count) * unitBytes);
-    } while (failure == EINTR);
-    if (failure == 0) return true;
-    errno = failure == ENOSPC ? ENOMEM : failure;  // a full file system is memory that has run out
-    return false;
+    // In pieces: a signal has the kernel undo what it has begun, and where they come one on the heels of another the
+    // whole would never be done.
+    constexpr uint32_t mostAtOnce = 16;
+    while (count != 0) {
+        const uint32_t pages = std::min(count, mostAtOnce);
+        const int failure =
+            posix_fallocate(file, static_cast<off_t>(first) * unitBytes, static_cast<off_t>(pages) * unitBytes);
+        if (failure == EINTR) continue;
+        if (failure != 0) {
+            errno = failure == ENOSPC ? ENOMEM : failure;  // a full file system is memory that has run out
+            return false;
+        }
+        first += pages;
+        count -= pages;
+    }
+    return true;
 }
 
 }  // namespace linx

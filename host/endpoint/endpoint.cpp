@@ -272,6 +272,9 @@ int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
     opened = findName(arena(), name) != 0;
     if (opened) return 0;
     park(held, spid_);
+    const int failure = addHunt(arena(), cold.file(), spid_, name, held.ref);
+    if (failure != ENOSPC) return failure;
+    reapAllDead(cold);  // whose hunts nobody may have missed yet
     return addHunt(arena(), cold.file(), spid_, name, held.ref);
 }
 

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <new>
 
+#include "host/arena/clock.h"
 #include "host/arena/slot_table.h"
-#include "host/endpoint/clock.h"
 #include "host/endpoint/endpoint.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"

@@ -1,8 +1,8 @@
 #include <cerrno>
 #include <new>
 
+#include "host/arena/clock.h"
 #include "host/arena/slot_table.h"
-#include "host/endpoint/clock.h"
 #include "host/endpoint/endpoint.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"

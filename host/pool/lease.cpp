@@ -1,6 +1,7 @@
 #include "host/pool/lease.h"
 
 #include "host/arena/arena_file.h"
+#include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/recovery/retire.h"
@@ -10,6 +11,8 @@ namespace lease {
 namespace {
 
 constexpr uint32_t none = ~0u;
+constexpr uint64_t shortestPause = 10;  ///< milliseconds between reclaims that nothing calls for
+constexpr uint64_t pauseFactor = 8;     ///< and at least so many times as long as one takes
 
 /// The first of `count` adjoining units that were leased once and are free again.
 uint32_t findGap(const Arena& arena, uint32_t count) {
@@ -25,13 +28,14 @@ uint32_t findGap(const Arena& arena, uint32_t count) {
 /// The first of `count` free units with memory; `none` when there are none.
 uint32_t takeUnits(const ColdSection& cold, uint32_t count) {
     const Arena& arena = cold.arena();
-    Word& usedWord = arena.header().unitsUsed;
     const uint32_t used = unitsUsed(arena);
-    const bool fresh = arena.unitCount() - used >= count;
-    const uint32_t first = fresh ? used : findGap(arena, count);
-    if (first == none || !reservePages(cold.file(), arena.pageOfUnit(first), count)) return none;
-    if (fresh) usedWord.storeRelaxed(used + count);
-    return first;
+    if (arena.unitCount() - used >= count && reservePages(cold.file(), arena.pageOfUnit(used), count)) {
+        arena.header().unitsUsed.storeRelaxed(used + count);
+        return used;
+    }
+    // What was leased before has its memory also where the file system is full.
+    const uint32_t gap = findGap(arena, count);
+    return gap != none && reservePages(cold.file(), arena.pageOfUnit(gap), count) ? gap : none;
 }
 
 // Under the cold lock, and relaxed where no order is told: handed over with it (P).
@@ -61,6 +65,22 @@ void steal(const Arena& arena, Slot& slot) {
     stack::walk(arena, chain,
                 [&](Block& block, Ref, uint32_t sizeClass) { common::orphan(arena, block, sizeClass); });
     stealing.storeRelease(0);  // after the last block is nobody's, as one who dies needs it
+}
+
+template <class Visit>
+void forEachOpenSlot(const Arena& arena, Visit visit) {
+    const uint32_t used = std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1);
+    for (uint32_t i = 1; i <= used; ++i) {
+        Slot& slot = arena.slot(i);
+        if ((slot.life.loadAcquire() & lifeOpen) != 0) visit(slot);
+    }
+}
+
+/// A number that changes when an endpoint ends, and most likely when a block becomes common.
+uint32_t stateOf(const Arena& arena) {
+    uint32_t state = arena.header().endings.loadRelaxed();
+    for (const Word& head : arena.header().common) state = state * 16777619u + head.loadRelaxed();
+    return state;
 }
 
 bool isAllCommon(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
@@ -105,20 +125,29 @@ void fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t 
     arena.slot(indexOf(home)).leasedLines.addRelaxed(runs * c.blocks * c.lines);
 }
 
-void reclaim(const ColdSection& cold) {
+void Reclaiming::reclaim(const ColdSection& cold) {
     const Arena& arena = cold.arena();
+    const uint64_t start = coarseMilliseconds();
     reapAllDead(cold);
-    const uint32_t slots = std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1);
-    for (uint32_t i = 1; i <= slots; ++i) {
-        Slot& slot = arena.slot(i);
-        if ((slot.life.loadAcquire() & lifeOpen) != 0) steal(arena, slot);
-    }
+    forEachOpenSlot(arena, [&](Slot& slot) { steal(arena, slot); });
     // The stacks may name blocks of runs that are given up now; they are made anew afterwards.
     for (Word& head : arena.header().common) head.storeRelaxed(0);
     forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {
         if (isAllCommon(arena, unit, sizeClass)) giveUpRun(arena, unit, sizeClass);
     });
     common::rebuild(arena);
+    left_ = stateOf(arena);
+    const uint64_t end = coarseMilliseconds();
+    pointlessUntil_ = end + std::max<uint64_t>(shortestPause, pauseFactor * (end - start));
+}
+
+bool Reclaiming::isPointless(const ColdSection& cold) const {
+    if (coarseMilliseconds() >= pointlessUntil_ || stateOf(cold.arena()) != left_) return false;
+    bool anyReturned = false;
+    forEachOpenSlot(cold.arena(), [&](const Slot& slot) {
+        anyReturned = anyReturned || slot.returned.loadRelaxed() > stack::closed;  // relaxed: a reclaim takes it
+    });
+    return !anyReturned;
 }
 
 uint32_t shareOf(const Arena& arena) {

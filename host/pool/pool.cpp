@@ -168,7 +168,7 @@ int Pool::leaseMore(uint32_t sizeClass) {
     if (blocks.size() == before) lease::fromUnits(cold, home_, sizeClass, wanted, blocks);
     if (blocks.size() == before) {
         shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
-        lease::reclaim(cold);
+        if (!reclaiming_.isPointless(cold)) reclaiming_.reclaim(cold);
         lease::fromCommon(cold, home_, sizeClass, wanted, blocks);
     }
     if (blocks.size() == before) lease::fromUnits(cold, home_, sizeClass, 1, blocks);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/arena/domain.h"
+#include "host/pool/lease.h"
 
 namespace linx {
 
@@ -58,6 +59,7 @@ private:
     std::array<Ref, sizeClassCount> aside_{};  ///< free blocks for which there was no memory in the lists, linked
     std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
     uint32_t freeLines_ = 0;
+    lease::Reclaiming reclaiming_;
     Spid latestHome_;  ///< of a block that was given back; its slot has been used
 };
 

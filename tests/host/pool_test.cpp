@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <random>
 
 #include "host/pool/lease.h"
 #include "tests/host/endpoints.h"
+#include "tests/support/witness.h"
 
 namespace linx {
 namespace {
@@ -246,6 +248,35 @@ TEST_F(TightTest, BlocksThatWaitAtAnIdleEndpointAreFetchedFromThere) {
     EXPECT_TRUE(canAllocate(third, mebibyte));
     EXPECT_EQ(slotOf(one.spid).returned.loadRelaxed(), 0u);
     freeAll(two, large);
+}
+
+TEST_F(TightTest, AFullArenaIsNotLookedThroughForEveryRefusal) {
+    const Linx three("three");
+    std::vector<LinxSignal*> ofOne = allocateAll(one, 60000);
+    std::vector<LinxSignal*> ofTwo = allocateAll(two, 60000);
+    std::vector<LinxSignal*> ofThree = allocateAll(three, 60000);
+    char bell[16];
+    std::snprintf(bell, sizeof bell, "bell.%08x", one.spid);
+    // Whoever looks for memory asks everybody whether he lives.
+    const linxtest::Witness witness(domain.pathOf(bell), IN_OPEN | IN_CLOSE);
+    constexpr int times = 2000;
+    for (int i = 0; i < times; ++i) ASSERT_FALSE(canAllocate(three, 60000));
+    EXPECT_LT(witness.count(), 2u * times / 2);
+    // But what was given back is found at once.
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_EQ(linx_send(two, &ofTwo.back(), three.spid), 0);
+        ofTwo.pop_back();
+        EXPECT_FALSE(canAllocate(three, 60000));
+        LinxSignal* signal = nullptr;
+        ASSERT_EQ(linx_receive_w_tmo(three, &signal, 0, anySignal), 60000);
+        ASSERT_EQ(linx_free_buf(three, &signal), 0);
+        EXPECT_TRUE(canAllocate(three, 60000));
+        LinxSignal* again = linx_alloc(three, 60000, 1);
+        ofThree.push_back(again);
+    }
+    freeAll(one, ofOne);
+    freeAll(two, ofTwo);
+    freeAll(three, ofThree);
 }
 
 TEST_F(TightTest, RandomTrafficLeavesTheBooksInOrder) {

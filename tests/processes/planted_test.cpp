@@ -10,11 +10,12 @@
 
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"
-#include "tests/processes/support/witness.h"
+#include "tests/support/witness.h"
 
 namespace {
 
 using linxtest::ScopedVariable;
+using linxtest::Witness;
 
 constexpr uint32_t changes = IN_MODIFY | IN_ATTRIB | IN_CREATE | IN_DELETE | IN_DELETE_SELF | IN_MOVE;
 constexpr uint32_t anything = changes | IN_OPEN;

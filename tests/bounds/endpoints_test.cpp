@@ -1,0 +1,77 @@
+// A domain with as many endpoints as it can hold.
+
+#include <algorithm>
+#include <cerrno>
+
+#include "tests/bounds/support/many_descriptors.h"
+#include "tests/processes/support/child.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/signals.h"
+
+namespace {
+
+using FullDomain = ProcessTest;
+
+constexpr uint32_t mostEndpoints = 8191;
+constexpr uint32_t few = 40;
+constexpr uint32_t item = 100;
+
+/// Opens endpoints until it has `wanted` or is refused, tells how many and why no more, and closes one when told to.
+Child::Body opener(uint32_t wanted) {
+    return [wanted](Line& parent) {
+        const auto affordable = static_cast<uint32_t>(std::min<rlim_t>(allowManyDescriptors() / 2 - 50, wanted));
+        std::vector<LINX*> endpoints;
+        LINX* last = nullptr;
+        do {
+            const std::string name = std::to_string(getpid()) + "." + std::to_string(endpoints.size());
+            last = linx_open(name.c_str(), 0, nullptr);
+            if (last != nullptr) endpoints.push_back(last);
+        } while (last != nullptr && endpoints.size() < affordable);
+        parent.tell(last == nullptr ? static_cast<uint32_t>(errno) : 0);
+        parent.tell(static_cast<uint32_t>(endpoints.size()));
+        parent.hear();
+        EXPECT_EQ(0, linx_close(endpoints.back()));
+        parent.tell();
+        parent.hear();
+    };
+}
+
+int errorOfOpen() {
+    LINX* linx = linx_open("one more", 0, nullptr);
+    if (linx == nullptr) return errno;
+    linx_close(linx);
+    return 0;
+}
+
+TEST_F(FullDomain, TakesNoMoreUntilAnEndpointEndsOrDies) {
+    std::vector<std::unique_ptr<Child>> openers;
+    uint32_t opened = 0;
+    while (opened < mostEndpoints - few) {
+        openers.push_back(std::make_unique<Child>(opener(mostEndpoints - few - opened)));
+        EXPECT_EQ(0u, openers.back()->hear());
+        const uint32_t more = openers.back()->hear();
+        ASSERT_GT(more, 0u);
+        opened += more;
+    }
+    Child last(opener(mostEndpoints));
+    EXPECT_EQ(static_cast<uint32_t>(ENOSPC), last.hear());
+    EXPECT_EQ(few, last.hear());
+    EXPECT_EQ(ENOSPC, errorOfOpen());
+    last.tell();
+    last.hear();
+    {
+        Endpoint endpoint("endpoint");
+        EXPECT_EQ(ENOSPC, errorOfOpen());
+        EXPECT_EQ(0, send(endpoint, spidOf(endpoint), item));
+        expectSignal(endpoint, item, 0);
+        const std::string other = std::to_string(openers.front()->pid()) + ".0";
+        EXPECT_EQ(other, nameOf(endpoint, hunt(endpoint, other)));
+        last.kill9();  // nobody has talked to its endpoints, nor sees them die
+        std::vector<std::unique_ptr<Endpoint>> instead;
+        for (uint32_t i = 1; i < few; ++i) instead.push_back(std::make_unique<Endpoint>(std::to_string(i)));
+        EXPECT_EQ(ENOSPC, errorOfOpen());
+    }
+    EXPECT_EQ(0, errorOfOpen());
+}
+
+}  // namespace

@@ -1,0 +1,149 @@
+// A file system without room for the arena, for more of it, or for another bell.
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+
+#include "tests/bounds/support/mount.h"
+#include "tests/processes/support/child.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/signals.h"
+
+namespace {
+
+constexpr uint32_t item = 100;
+
+class FullFileSystem : public ProcessTest {
+protected:
+    /// Runs `body` in a process that has such a file system in the place of the domain.
+    void with(const std::string& options, const std::function<void()>& body) const {
+        Child child([&](Line& parent) {
+            const bool mounted = mayMountForItself() && mountMemory(domain.path(), options);
+            parent.tell(mounted);
+            if (mounted) body();
+        });
+        const bool mounted = child.hear() != 0;
+        EXPECT_EQ(0, child.exitStatus());
+        if (!mounted) GTEST_SKIP() << "nothing may be mounted here";
+    }
+
+    static int errorOfOpen(const std::string& name) {
+        LINX* linx = linx_open(name.c_str(), 0, nullptr);
+        if (linx == nullptr) return errno;
+        linx_close(linx);
+        return 0;
+    }
+
+    std::string filler() const { return domain.pathOf("filler"); }
+
+    /// Takes all the room that is left.
+    void fill() const {
+        const int file = open(filler().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        const std::string page(4096, 'x');
+        while (write(file, page.data(), page.size()) > 0) {
+        }
+        EXPECT_EQ(ENOSPC, errno);
+        EXPECT_EQ(0, close(file));
+    }
+};
+
+/// Sends signals of so many words to oneself until there is no memory. Returns how many.
+uint32_t sendUntilFull(LINX* linx, LinxSpid own, size_t words) {
+    for (uint32_t sent = 0;; ++sent) {
+        const int result = send(linx, own, item, std::vector<uint32_t>(words, sent));
+        if (result == 0) continue;
+        EXPECT_EQ(ENOMEM, result);
+        return sent;
+    }
+}
+
+void expectAll(LINX* linx, uint32_t sent) {
+    for (uint32_t i = 0; i < sent; ++i) ASSERT_EQ(i, expectSignal(linx, item, 0).word());
+    expectNothing(linx);
+}
+
+TEST_F(FullFileSystem, IsAnErrorOfTheSenderAndNoFault) {
+    with("size=4m", [&] {
+        Endpoint endpoint("endpoint");
+        const LinxSpid own = spidOf(endpoint);
+        // Room of one size becomes room of another also where no new memory can be had.
+        for (const size_t words : {1000u, 20000u, 10u, 60000u}) {
+            const uint32_t sent = sendUntilFull(endpoint, own, words);
+            EXPECT_GT(sent * words * sizeof(uint32_t), 100u << 10) << words;
+            expectAll(endpoint, sent);
+        }
+    });
+}
+
+TEST_F(FullFileSystem, GivesMemoryOnceSomethingWasRemoved) {
+    with("size=8m", [&] {
+        Endpoint endpoint("endpoint");
+        const LinxSpid own = spidOf(endpoint);
+        fill();
+        const uint32_t sent = sendUntilFull(endpoint, own, 20000);
+        EXPECT_EQ(0, unlink(filler().c_str()));
+        EXPECT_EQ(0, send(endpoint, own, item, std::vector<uint32_t>(20000, sent)));
+        expectAll(endpoint, sent + 1);
+    });
+}
+
+TEST_F(FullFileSystem, TakesNoEndpointMoreAndKeepsTheOthers) {
+    with("size=8m", [&] {
+        Endpoint endpoint("endpoint");
+        const LinxSpid own = spidOf(endpoint);
+        EXPECT_EQ(0, linx_hunt(endpoint, "absent", nullptr));
+        fill();
+        std::vector<LINX*> more;
+        while (LINX* linx = linx_open(std::to_string(more.size()).c_str(), 0, nullptr)) more.push_back(linx);
+        EXPECT_EQ(ENOMEM, errno);
+        EXPECT_LT(more.size(), 100u);
+        int result;
+        uint32_t hunts = 0;
+        do {
+            LinxSignal* signal = linx_alloc(endpoint, sizeof(LinxSignal), item);
+            result = linx_hunt(endpoint, "rare", &signal) == 0 ? 0 : errno;
+            EXPECT_EQ(nullptr, signal);
+        } while (result == 0 && ++hunts < 1000);
+        EXPECT_EQ(ENOMEM, result);
+        EXPECT_EQ(0, send(endpoint, own, item));
+        expectSignal(endpoint, item, 0);
+        EXPECT_EQ(0, unlink(filler().c_str()));
+        for (LINX* linx : more) EXPECT_EQ(0, linx_close(linx));
+        const Endpoint absent("absent");
+        const Endpoint rare("rare");
+        EXPECT_EQ(spidOf(absent), expectSignal(endpoint, LINX_OS_HUNT_SIG, 0).sender);
+        for (uint32_t i = 0; i < hunts; ++i) EXPECT_EQ(spidOf(rare), expectSignal(endpoint, item, 0).sender);
+        expectNothing(endpoint);
+    });
+}
+
+TEST_F(FullFileSystem, HoldsNoArenaThatIsHalfMade) {
+    with("size=64k", [&] {
+        EXPECT_EQ(ENOMEM, errorOfOpen("endpoint"));
+        EXPECT_EQ(std::vector<std::string>(), domain.files());
+    });
+}
+
+TEST_F(FullFileSystem, WithoutRoomForAnotherFileTakesNoEndpoint) {
+    with("size=8m,nr_inodes=3", [&] {  // itself, the arena and a bell
+        Endpoint endpoint("endpoint");
+        const LinxSpid own = spidOf(endpoint);
+        for (int i = 0; i < 10; ++i) EXPECT_EQ(ENOSPC, errorOfOpen("other"));
+        EXPECT_EQ(0, send(endpoint, own, item));
+        expectSignal(endpoint, item, 0);
+        endpoint.close();
+        EXPECT_EQ(0, errorOfOpen("other"));
+    });
+}
+
+TEST_F(FullFileSystem, OfProcessesIsNotNeeded) {
+    with("size=8m", [&] {
+        ASSERT_TRUE(mountMemory("/proc", "size=4k"));
+        EXPECT_EQ(0, errorOfOpen("endpoint"));
+        EXPECT_EQ(std::vector<std::string>{"arena"}, domain.files());
+    });
+}
+
+}  // namespace

@@ -1,0 +1,77 @@
+// As many hunts for absent names as can be pending.
+
+#include <cerrno>
+
+#include "tests/processes/support/child.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/signals.h"
+
+namespace {
+
+using FullHunts = ProcessTest;
+
+constexpr uint32_t mostHunts = 4096;
+constexpr uint32_t own = 10;
+constexpr uint32_t item = 100;
+
+int errorOfHunt(LINX* linx, const std::string& name) {
+    LinxSignal* signal = linx_alloc(linx, sizeof(LinxSignal), item);
+    const int result = linx_hunt(linx, name.c_str(), &signal) == 0 ? 0 : errno;
+    EXPECT_EQ(nullptr, signal);
+    return result;
+}
+
+/// Hunts for one name until it is refused, tells how often it was not, and goes on when told to.
+void greedyHunter(Line& parent) {
+    Endpoint endpoint("greedy");
+    uint32_t count = 0;
+    while (errorOfHunt(endpoint, "sought by many") == 0) ++count;
+    EXPECT_EQ(ENOSPC, errno);
+    parent.tell(count);
+    parent.hear();
+    for (uint32_t i = 0; i < count; ++i) expectSignal(endpoint, item);
+    expectNothing(endpoint);
+}
+
+class Hunter : public FullHunts {
+protected:
+    void SetUp() override {
+        endpoint = std::make_unique<Endpoint>("endpoint");
+        for (uint32_t i = 0; i < own; ++i) ASSERT_EQ(0, errorOfHunt(*endpoint, "sought by one"));
+        greedy = std::make_unique<Child>(greedyHunter);
+        EXPECT_EQ(mostHunts - own, greedy->hear());
+        EXPECT_EQ(ENOSPC, errorOfHunt(*endpoint, "absent"));
+    }
+    void TearDown() override {
+        {
+            const Endpoint sought("sought by one");
+            for (uint32_t i = 0; i < own; ++i) expectSignal(*endpoint, item);
+        }
+        expectNothing(*endpoint);
+        endpoint.reset();
+        greedy.reset();
+        FullHunts::TearDown();
+    }
+
+    std::unique_ptr<Endpoint> endpoint;
+    std::unique_ptr<Child> greedy;
+};
+
+TEST_F(Hunter, IsToldThatThereIsNoRoomAndAllOthersAreAnswered) {
+    EXPECT_EQ(spidOf(*endpoint), hunt(*endpoint, "endpoint"));  // who is there is found all the same
+    const Endpoint sought("sought by many");
+    greedy->tell();
+    EXPECT_EQ(0, greedy->exitStatus());
+    EXPECT_EQ(0, errorOfHunt(*endpoint, "absent"));
+    const Endpoint absent("absent");
+    EXPECT_EQ(spidOf(absent), expectSignal(*endpoint, item, 0).sender);
+}
+
+TEST_F(Hunter, GetsTheRoomOfTheDead) {
+    greedy->kill9();  // nobody has talked to it, nor sees it die
+    EXPECT_EQ(0, errorOfHunt(*endpoint, "absent"));
+    const Endpoint absent("absent");
+    EXPECT_EQ(spidOf(absent), expectSignal(*endpoint, item, 0).sender);
+}
+
+}  // namespace

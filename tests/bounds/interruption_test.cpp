@@ -1,0 +1,117 @@
+// POSIX signals that come all the time, with a handler that has no call restarted: whatever waits goes on waiting.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/time.h>
+
+#include <chrono>
+
+#include "tests/processes/support/child.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/shared.h"
+#include "tests/processes/support/signals.h"
+
+namespace {
+
+using Interrupted = ProcessTest;
+using Clock = std::chrono::steady_clock;
+
+constexpr uint32_t item = 100;
+constexpr uint32_t notice = 101;
+
+Count* interruptions = nullptr;
+void countOne(int) {
+    ++*interruptions;
+}
+
+/// Interrupts this process every 200 microseconds, and counts how often.
+void beInterrupted(Count& count) {
+    interruptions = &count;
+    struct sigaction action = {};
+    action.sa_handler = countOne;
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval often = {{0, 200}, {0, 200}};
+    EXPECT_EQ(0, setitimer(ITIMER_REAL, &often, nullptr));
+}
+
+TEST_F(Interrupted, AReceiveKeepsItsDeadlineAndGivesNothingSpurious) {
+    const Shared<Counters> shared;
+    Child child([&](Line&) {
+        Endpoint endpoint("endpoint");
+        beInterrupted(shared->steps);
+        for (const uint32_t milliseconds : {0u, 1u, 30u, 100u}) {
+            const Clock::time_point start = Clock::now();
+            EXPECT_FALSE(receive(endpoint, milliseconds));
+            EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(milliseconds));
+        }
+        LinxSignal* signal = nullptr;
+        const uint32_t anySignal[] = {0};
+        const Clock::time_point start = Clock::now();
+        EXPECT_NE(0u, linx_request_tmo(endpoint, 50, nullptr));
+        EXPECT_EQ(4, linx_receive(endpoint, &signal, anySignal));
+        EXPECT_EQ(static_cast<uint32_t>(LINX_OS_TIMEOUT_SIG), signal->number);
+        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(50));
+        EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+    });
+    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_GT(shared->steps, 10u);
+}
+
+TEST_F(Interrupted, OpeningWaitsForItsTurn) {
+    const Shared<Counters> shared;
+    const Endpoint first("first");
+    const int arena = open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(0, flock(arena, LOCK_EX));  // as who opens, closes or clears up
+    Child child([&](Line& parent) {
+        close(arena);
+        beInterrupted(shared->steps);
+        const Endpoint endpoint("endpoint");
+        parent.tell(spidOf(endpoint));
+    });
+    EXPECT_TRUE(shared->steps.reaches(50));
+    close(arena);
+    EXPECT_NE(0u, child.hear());
+    EXPECT_EQ(0, child.exitStatus());
+}
+
+/// Everything that an endpoint can do, with whom it meets.
+void doEverything(uint32_t round) {
+    Endpoint endpoint("endpoint" + std::to_string(round));
+    const LinxSpid mirror = hunt(endpoint, "mirror");
+    for (const size_t size : {1u, 1000u, 500000u}) {
+        const Bytes bytes = pattern(size, round);
+        ASSERT_EQ(0, sendBytes(endpoint, mirror, item, bytes));
+        ASSERT_TRUE(bytes == expectSignal(endpoint, item).payload);
+    }
+    Endpoint brief("brief");
+    ASSERT_NE(0u, attach(endpoint, spidOf(brief), notice));
+    ASSERT_EQ(0, linx_hunt(endpoint, "absent", nullptr));
+    brief.close();
+    expectSignal(endpoint, notice);
+    expectNothing(endpoint);
+}
+
+TEST_F(Interrupted, EveryOperationWorks) {
+    const Shared<Counters> shared;
+    const linxtest::ScopedVariable size("LINX_ARENA_MB", "4096");  // takes long to make
+    Child mirror([&](Line& parent) {
+        beInterrupted(shared->progress);
+        Endpoint endpoint("mirror");
+        parent.tell();
+        for (;;) {
+            const Received received = expectSignal(endpoint, item);
+            ASSERT_EQ(0, sendBytes(endpoint, received.sender, item, received.payload));
+        }
+    });
+    mirror.hear();
+    Child child([&](Line&) {
+        beInterrupted(shared->steps);
+        for (uint32_t round = 0; round < 30; ++round) doEverything(round);
+        EXPECT_TRUE(shared->steps.reaches(100));
+    });
+    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_GT(shared->progress, 0u);
+}
+
+}  // namespace
