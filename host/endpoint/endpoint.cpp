@@ -183,6 +183,7 @@ void Endpoint::leaveDomain() {
     while (const Ref ref = queue_.take(any).ref) discard(ref);
     while (const Ref ref = timers_.takeAny()) discard(ref);
     while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
+    pool_.takeReturned();  // or all of the arena would be looked through for it
     if (end()) return;
     bell_.reset();  // gives the lock a descriptor; where that does not help the others see that this one has ended
     end();

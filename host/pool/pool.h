@@ -24,6 +24,9 @@ public:
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
     void free(Block& block, Ref ref, uint32_t sizeClass);
 
+    /// Takes back what others have freed of the endpoint's. Not in a cold section.
+    void takeReturned();
+
     /// Makes all free blocks common, at the end of the endpoint. REQUIRES a cold section.
     void giveUp();
 
@@ -44,7 +47,6 @@ private:
     [[gnu::noinline]] void keep(Block& block, Ref ref, uint32_t sizeClass);
     [[gnu::always_inline]] inline bool giveBack(Block& block, Ref ref, Spid home);
     [[gnu::noinline]] bool isKnown(Spid home);
-    void takeReturned();
     int leaseMore(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);
