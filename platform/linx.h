@@ -7,6 +7,8 @@
  * Errors: an operation that fails returns -1, a null pointer or a 0 reference, and sets errno. Common to all:
  *   EINVAL  a handle, signal or name that is null, foreign, freed or made up; nothing is touched
  *   ECHILD  after a fork the endpoint belongs to the other of the two processes
+ *   ENOMEM, EMFILE  the process has no memory or no descriptor left, where the operation needs some; freeing, closing
+ *           and taking back a time-out need none
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
  *
  * Signals: a signal is owned by the handle that allocated or received it until that handle sends it, frees it or
@@ -82,7 +84,7 @@ LINXIPC_API LinxRef linx_attach(LINX *linx, LinxSignal **notice, LinxSpid spid);
 
 /*
  * Allocates a signal of `size` bytes (4, the number word, to 1 MiB) and writes `number` into it; the payload is not
- * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted, EMFILE.
+ * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted.
  */
 LINXIPC_API LinxSignal *linx_alloc(LINX *linx, uint32_t size, uint32_t number);
 
