@@ -72,10 +72,11 @@ storm: dependencies ## Kills processes amid their traffic and checks what others
 	@build/release/tests/storm/linx-storm --kills $(or $(KILLS),10000) $(if $(SEED),--seed $(SEED))
 
 .PHONY: soak
+# Without what malloc keeps at hand for a thread, which counts as in use and hides small leaks.
 soak: dependencies ## Has endpoints live long among others that come and go, and counts what they hold; MINUTES=10, SEED=
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target linx-soak
-	@build/release/tests/soak/linx-soak --minutes $(or $(MINUTES),10) $(if $(SEED),--seed $(SEED))
+	@GLIBC_TUNABLES=glibc.malloc.tcache_count=0 build/release/tests/soak/linx-soak --minutes $(or $(MINUTES),10) $(if $(SEED),--seed $(SEED))
 
 .PHONY: crash-sites
 crash-sites: dependencies ## Kills a process at every change of shared memory, some minutes; ARGS='--help' tells its options
