@@ -104,6 +104,8 @@ TEST_F(NoDescriptors, WhoHuntsForANameIsAnsweredOrItIsNotOpened) {
     Child other(hunter);
     one.hear();
     other.hear();
+    one.awaitSleep();  // and are woken by being answered, or not at all
+    other.awaitSleep();
     LINX* late = nullptr;
     descriptorsFor([&] { return resultOf((late = linx_open("late", 0, nullptr)) != nullptr); });
     EXPECT_EQ(spidOf(late), one.hear());

@@ -59,17 +59,23 @@ TEST_F(Interrupted, AReceiveKeepsItsDeadlineAndGivesNothingSpurious) {
 }
 
 TEST_F(Interrupted, OpeningWaitsForItsTurn) {
-    const Shared<Counters> shared;
     const Endpoint first("first");
     const int arena = open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(0, flock(arena, LOCK_EX));  // as who opens, closes or clears up
     Child child([&](Line& parent) {
         close(arena);
-        beInterrupted(shared->steps);
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGUSR1, &action, nullptr);
+        parent.tell();
         const Endpoint endpoint("endpoint");
         parent.tell(spidOf(endpoint));
     });
-    EXPECT_TRUE(shared->steps.reaches(50));
+    child.hear();
+    for (int i = 0; i < 50; ++i) {
+        child.awaitSleep();
+        kill(child.pid(), SIGUSR1);
+    }
     close(arena);
     EXPECT_NE(0u, child.hear());
     EXPECT_EQ(0, child.exitStatus());

@@ -1,6 +1,7 @@
 #include "tests/processes/support/child.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -8,8 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 
 namespace {
 
@@ -64,6 +68,19 @@ bool Child::hasEnded() const {
     siginfo_t end = {};
     waitid(P_PID, static_cast<id_t>(pid_), &end, WEXITED | WNOHANG | WNOWAIT);
     return end.si_pid == pid_;
+}
+
+void Child::awaitSleep() const {
+    const std::string path = "/proc/" + std::to_string(pid_) + "/stat";
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
+    while (std::chrono::steady_clock::now() < limit) {
+        std::string text;
+        std::getline(std::ifstream(path), text);
+        const size_t behindName = text.rfind(')');
+        if (behindName != std::string::npos && text.compare(behindName, 3, ") S") == 0) return;
+        sched_yield();
+    }
+    ADD_FAILURE() << "the process never sleeps";
 }
 
 int Child::exitStatus() {

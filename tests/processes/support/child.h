@@ -33,6 +33,9 @@ public:
     /// Whether the process has ended; `exitStatus` then does not wait.
     bool hasEnded() const;
 
+    /// Waits until the process waits for something. The test fails when it never does.
+    void awaitSleep() const;
+
     /// Waits for the end. The exit status, or the negative number of the POSIX signal that ended the process.
     int exitStatus();
 
