@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr int64_t day = 86400;
+constexpr int32_t day = 86400;
 constexpr uint32_t item = 100;
 constexpr uint32_t hour = 3600000;  // milliseconds
 
@@ -42,7 +42,7 @@ TEST_F(Clocks, AreThoseOfThisProgram) {
 
 TEST_F(Clocks, OfTheDayAreNeverAsked) {
     const unsigned before = clocks::timesOfDayAsked();
-    for (const int64_t off : {day, -day, int64_t{0}, -10 * day}) {
+    for (const int32_t off : {day, -day, 0, -10 * day}) {
         Endpoint endpoint("endpoint");
         const LinxSpid own = spidOf(endpoint);
         const uint64_t start = nanoseconds();

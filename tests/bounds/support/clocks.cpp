@@ -12,15 +12,15 @@
 
 namespace {
 
-std::atomic<int64_t> timeOfDayOff{0};
-std::atomic<int64_t> monotonicOff{0};
+std::atomic<int32_t> timeOfDayOff{0};
+std::atomic<int32_t> monotonicOff{0};
 std::atomic<unsigned> asked{0};
 
 bool isMonotonic(clockid_t clock) {
     return clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_COARSE;
 }
 
-void shift(timespec& time, int64_t seconds) {
+void shift(timespec& time, int32_t seconds) {
     time.tv_sec += static_cast<time_t>(seconds);
 }
 
@@ -28,10 +28,10 @@ void shift(timespec& time, int64_t seconds) {
 
 namespace clocks {
 
-void setTimeOfDayOff(int64_t seconds) {
+void setTimeOfDayOff(int32_t seconds) {
     timeOfDayOff = seconds;
 }
-void setMonotonicOff(int64_t seconds) {
+void setMonotonicOff(int32_t seconds) {
     monotonicOff = seconds;
 }
 unsigned timesOfDayAsked() {

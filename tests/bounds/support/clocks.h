@@ -7,8 +7,8 @@
 namespace clocks {
 
 /// Sets the clock that tells the time of day so many seconds off, or the one that only goes forward.
-void setTimeOfDayOff(int64_t seconds);
-void setMonotonicOff(int64_t seconds);
+void setTimeOfDayOff(int32_t seconds);
+void setMonotonicOff(int32_t seconds);
 
 /// How often somebody has asked for the time of day, or set a timer by it.
 unsigned timesOfDayAsked();
