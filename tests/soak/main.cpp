@@ -52,7 +52,7 @@ void printFigures(const soak::Board& board, const soak::Soak& soak) {
     row("sends cut short", plain.interrupted, library.interrupted);
     row("without memory", plain.noMemory, library.noMemory);
     row("lost", plain.losses, library.losses);
-    std::cout << "names learnt, and kept";
+    std::cout << "late answers kept " << last.lateAnswers << ", names learnt and kept";
     for (uint32_t server = 0; server < soak::servers; ++server) std::cout << ' ' << last.resources[server].met;
     std::cout << '\n';
     const double cpu = cpuSeconds(RUSAGE_CHILDREN) + cpuSeconds(RUSAGE_SELF);

@@ -148,6 +148,7 @@ void Soak::haveCounted() {
     Sample sample = lookAtDomain(directory_);
     sample.minutes = std::chrono::duration<double>(Clock::now() - began_).count() / 60;
     sample.kills = kills_;
+    sample.vainSearches = board_.members.refused;
     std::copy_n(board_.resources, residents, sample.resources.begin());
     for (const std::string& text : sample.disorder) complain("the arena: " + text);
     print(sample);
