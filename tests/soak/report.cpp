@@ -102,7 +102,9 @@ Sample lookAtDomain(const std::string& directory) {
         const bool isFree = block.owner.loadRelaxed() == linx::ownerFree || validator.isTravelling(ref);
         if (isFree) return;
         ++sample.usedBlocks;
-        if (block.signal.number == LINX_OS_HUNT_SIG) ++sample.lateAnswers;
+        const linx::Spid owner = block.owner.loadRelaxed() & linx::spidMask;
+        const bool isLost = !linx::isSpid(owner) || !linx::isOpen(domain->arena(), owner);
+        if (!isLost && block.signal.number == LINX_OS_HUNT_SIG) ++sample.lateAnswers;
     });
     return sample;
 }
