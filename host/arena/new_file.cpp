@@ -41,6 +41,11 @@ bool lock(int file) {
     return flock(file, LOCK_EX | LOCK_NB) == 0;
 }
 
+/// Closing is not enough where a child forked meanwhile has a copy of the descriptor; and the file may be the arena.
+void unlock(int file) {
+    flock(file, LOCK_UN);
+}
+
 void removeUnfinished(int directory, const char* name) {
     ScopedDescriptor self(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(fdopendir(self.get()), closedir);
@@ -49,7 +54,9 @@ void removeUnfinished(int directory, const char* name) {
     while (const dirent* entry = readdir(entries.get())) {
         if (!isUnfinishedName(entry->d_name, name)) continue;
         const ScopedDescriptor file(openat(directory, entry->d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        if (file.get() != -1 && lock(file.get())) unlinkat(directory, entry->d_name, 0);
+        if (file.get() == -1 || !lock(file.get())) continue;
+        unlinkat(directory, entry->d_name, 0);
+        unlock(file.get());
     }
 }
 
@@ -61,7 +68,14 @@ int openUnfinished(int directory, const char* name, std::string& unfinished) {
         if (file.get() == -1) return -1;
         struct stat status;
         // Somebody may have taken it for a leftover before it was locked.
-        if (lock(file.get()) && fstat(file.get(), &status) == 0 && status.st_nlink != 0) return file.release();
+        const bool locked = lock(file.get());
+        if (locked && fstat(file.get(), &status) == 0 && status.st_nlink != 0) return file.release();
+        if (!locked && errno != EWOULDBLOCK) {  // the file system knows no locks: no domain can be here
+            const int failure = errno;
+            unlinkat(directory, unfinished.c_str(), 0);
+            errno = failure;
+            return -1;
+        }
     }
 }
 
@@ -89,6 +103,7 @@ bool makeWholeUnderName(int directory, const char* name, const Fill& fill) {
         fill(file.get()) && (linkat(directory, unfinished.c_str(), directory, name, 0) == 0 || errno == EEXIST);
     const int failure = errno;
     unlinkat(directory, unfinished.c_str(), 0);
+    unlock(file.get());
     errno = failure;
     return done;
 }

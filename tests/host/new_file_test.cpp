@@ -1,6 +1,8 @@
 #include "host/arena/new_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -10,6 +12,19 @@
 
 #include "host/arena/scoped_descriptor.h"
 #include "tests/support/domain_fixture.h"
+
+namespace {
+
+bool locksFail = false;
+
+}  // namespace
+
+/// Of a file system that knows no locks, when the test says so.
+extern "C" int flock(int file, int operation) noexcept {
+    if (!locksFail) return static_cast<int>(syscall(SYS_flock, file, operation));
+    errno = ENOLCK;
+    return -1;
+}
 
 namespace linx {
 namespace {
@@ -93,6 +108,30 @@ TEST_F(NewFileTest, WhatTheDeadLeftUnderAnUnfinishedNameGoesWithTheNext) {
     EXPECT_TRUE(makeUnderName());
     EXPECT_EQ(domain.files(), Names{"file"});
     EXPECT_EQ(text(), "text");
+}
+
+TEST_F(NewFileTest, WhereThereAreNoLocksNoneIsMadeAndNothingIsLeft) {
+    locksFail = true;
+    EXPECT_FALSE(makeUnderName());
+    EXPECT_EQ(errno, ENOLCK);
+    locksFail = false;
+    EXPECT_EQ(domain.files(), Names());
+}
+
+TEST_F(NewFileTest, AChildForkedWhileItWasMadeDoesNotKeepItsLock) {
+    pid_t child = -1;
+    EXPECT_TRUE(makeUnderName([&](int) {
+        child = fork();
+        if (child == 0) {
+            pause();
+            _exit(0);
+        }
+        return true;
+    }));
+    const ScopedDescriptor made(openat(directory.get(), "file", O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(flock(made.get(), LOCK_EX | LOCK_NB), 0);
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
 }
 
 TEST_F(NewFileTest, WhatIsBeingMadeAndWhatOnlyLooksLikeItStays) {
