@@ -59,7 +59,13 @@ bool isPending(const Arena& arena, const Hunt& hunt) {
     const Block* signal = arena.blockAt(ref);
     if (!isOpen(arena, hunter) || signal == nullptr) return false;
     const uint32_t owner = signal->owner.loadAcquire();
-    if (owner == (hunter | ownerTransit)) return isStranded(arena, *signal, ref, signal->sender.loadRelaxed());
+    if (owner == (hunter | ownerTransit)) {
+        const Spid poster = signal->sender.loadRelaxed() & spidMask;
+        // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
+        const bool comesBack =
+            poster != hunter && wasUsed(arena, poster) && arena.slot(indexOf(poster)).sending.loadAcquire() == ref;
+        return !comesBack && isStranded(arena, *signal, ref, poster);
+    }
     return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
 }
 

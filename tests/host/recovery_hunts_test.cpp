@@ -71,6 +71,21 @@ TEST_F(AnsweringTest, AHuntWhoseSignalWasAboutToBePushedIsPendingAgain) {
     expectStillPending();
 }
 
+/// The hunter has received the answer, and sent the same block to somebody who is sending it back.
+TEST_F(AnsweringTest, AnAnswerThatComesBackAsAnotherSignalIsNoPendingHunt) {
+    const Linx other("other");
+    tell();
+    slotOf(other.spid).sending.storeRelaxed(signal);
+    block(signal).sender.storeRelaxed(other.spid);
+    begin();
+    block(signal).signal.number = 77;
+    repairAfterDeath();
+    push();
+    EXPECT_EQ(receiveNumber(live), 77u);
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+    reapDead(opener);
+}
+
 TEST_F(AnsweringTest, ARepairerThatDiesInBetweenLeavesTheHuntPending) {
     begin();
     tell();
