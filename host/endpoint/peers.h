@@ -19,7 +19,8 @@ struct Peer {
     ScopedDescriptor bell;
     bool knowsUs = false;      ///< it has been told of this endpoint, and watches it
     uint64_t lookedAt = 0;     ///< coarse milliseconds: when its bell was last asked whether it lives
-    uint32_t unasked = 0;      ///< sends that may pass before the clock is asked whether it is time for that
+    uint32_t stride = 0;       ///< sends that pass between two that ask the clock whether it is time for that
+    uint32_t unasked = 0;      ///< how many of these are still to pass
     std::vector<Ref> notices;  ///< to deliver when it ends
 };
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -12,7 +13,7 @@
 namespace linx {
 namespace {
 
-constexpr uint32_t mostUnasked = 7;
+constexpr uint32_t longestStride = 7;
 
 }  // namespace
 
@@ -67,7 +68,7 @@ int Endpoint::push(const Held& held, Peer& peer) {
         own.rings.storeRelaxed(own.rings.loadRelaxed() + 1);
         alive = attention::ring(target.attention, found, peer.spid, indexOf(spid_),
                                 [&] { return bell::ring(peer.bell.get()); }) == 0;
-    } else if (before != stack::empty) {
+    } else if (before != stack::empty && peer.unasked-- == 0) {
         alive = seemsAlive(peer);
     }
     return alive ? 0 : bounce(held, peer);
@@ -106,8 +107,10 @@ Peer* Endpoint::peerFor(Spid spid) {
     }
     const int failure = errno;
     settle();  // an earlier user of the slot may have left notices
-    errno = failure;
-    return peer;
+    // Settling may have greeted somebody for whom the peer just met had to make room.
+    Peer* kept = peer == nullptr ? nullptr : peers_.find(spid);
+    errno = kept == peer ? failure : EMFILE;
+    return kept;
 }
 
 Peer* Endpoint::meet(Spid spid) {
@@ -117,20 +120,15 @@ Peer* Endpoint::meet(Spid spid) {
     return peer;
 }
 
-/// A mailbox that nobody empties may be a dead one's; its bell tells. Asked at most once a tick of the kernel, and
-/// that not by every send of many in a tick.
+/// A mailbox that nobody empties may be a dead one's; its bell tells. Asked at most once a tick of the kernel, and of
+/// many sends in one tick fewer and fewer ask the clock.
 bool Endpoint::seemsAlive(Peer& peer) {
-    if (peer.unasked != 0) {
-        --peer.unasked;
-        return true;
-    }
     const uint64_t now = coarseMilliseconds();
-    if (peer.lookedAt != now) {
-        peer.lookedAt = now;
-        return !bell::isDead(peer.bell.get());
-    }
-    peer.unasked = mostUnasked;
-    return true;
+    const bool sameTick = peer.lookedAt == now;
+    peer.lookedAt = now;
+    peer.stride = sameTick ? std::min(2 * peer.stride + 1, longestStride) : 0;
+    peer.unasked = peer.stride;
+    return sameTick || !bell::isDead(peer.bell.get());
 }
 
 }  // namespace linx

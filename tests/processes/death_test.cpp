@@ -1,12 +1,14 @@
 // What the living learn of an endpoint's end.
 
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/time.h>
 
 #include <cerrno>
 #include <random>
 
+#include "host/arena/clock.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"
@@ -37,6 +39,22 @@ TEST_F(Death, ASupervisorIsToldOfAKill) {
     victim.kill9();
     EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
     expectNothing(endpoint);
+}
+
+/// A sender that never receives asks of a peer that does not receive either whether it lives.
+TEST_F(Death, ASenderThatNeverReceivesNoticesAKillAlsoAfterItHasHurried) {
+    Child victim(mortal("victim"));
+    const LinxSpid spid = victim.hear();
+    Endpoint endpoint("sender");
+    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(0, send(endpoint, spid, item));
+    victim.kill9();
+    unsigned unnoticed = 0;
+    do {
+        const uint64_t tick = linx::coarseMilliseconds();
+        while (linx::coarseMilliseconds() == tick) sched_yield();
+    } while (send(endpoint, spid, item) == 0 && ++unnoticed < 10);
+    EXPECT_EQ(ECONNRESET, errno);
+    EXPECT_LE(unnoticed, 3u);
 }
 
 TEST_F(Death, ASupervisorIsToldOfAnOrderlyEnd) {
