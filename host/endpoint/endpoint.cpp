@@ -50,7 +50,7 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
-        if (bell.get() == -1 && (errno == EMFILE || errno == ENFILE)) return false;
+        if (bell.get() == -1 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) return false;
         if (bell.get() != -1) bell::introduce(bell.get(), found);
         signal->owner.storeRelease(hunter | ownerTransit);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
@@ -259,7 +259,8 @@ int Endpoint::hunt(const Name& name, LinxSignal** signal) {
         bool opened = false;
         int failure;
         do {
-            failure = errno = keepHunt(name, held, opened);
+            failure = keepHunt(name, held, opened);
+            if (failure != 0) errno = failure;
         } while (failure != 0 && peers_.makeRoom());
         if (failure != 0) return refuse(held, failure);
         if (!opened) return 0;

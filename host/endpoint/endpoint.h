@@ -76,6 +76,7 @@ private:
     [[gnu::always_inline]] Held find(const LinxSignal* signal) const;
     [[gnu::noinline]] Held lookUp(const LinxSignal* signal) const;
     Held at(Ref ref) const;
+    [[gnu::cold, gnu::noinline]] LinxSignal* allocateMakingRoom(uint32_t size, uint32_t number);
     bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
     void park(const Held& held, Spid sender);
     [[gnu::cold]] int queueOwn(const Held& held, Spid sender);
@@ -110,6 +111,7 @@ private:
     void noticeEvents();
     void handleEvents(int milliseconds);
     void takeMailbox();
+    void queueTaken();
     bool takeMailboxIfRoom();
     bool queueChain();
     void fireTimeouts();

@@ -212,11 +212,15 @@ void Endpoint::handleEvents(int milliseconds) {
 }
 
 void Endpoint::takeMailbox() {
+    if (takenChain_ != 0) queueTaken();  // what there was no memory for comes before what has come since
     Slot& own = slot();
-    if (takenChain_ == 0) {
-        if (own.mailbox.loadRelaxed() <= stack::closed) return;  // relaxed: as in take
-        takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
-    }
+    if (own.mailbox.loadRelaxed() <= stack::closed) return;  // relaxed: as in take
+    takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
+    if (takenChain_ != 0) queueTaken();
+}
+
+void Endpoint::queueTaken() {
+    Slot& own = slot();
     const bool strays = queueChain();
     const Ref chain = takenChain_;
     if (strays) ownStrays(chain);
@@ -331,6 +335,8 @@ void Endpoint::greet(Spid sender) {
         if (peer == nullptr) peer = meet(sender);
         if (peer != nullptr) peer->knowsUs = true;  // who talks to this endpoint watches it
     } catch (const std::bad_alloc&) {
+        // What was taken from the mailbox meanwhile must not be slept over.
+        if (takenChain_ != 0) byteIn_ = bell::ring(bell_.get()) == 0;
     }
 }
 

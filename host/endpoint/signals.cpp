@@ -27,11 +27,9 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
         return nullptr;
     }
     Held held;
-    do {
-        held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
-    } while (held.block == nullptr && peers_.makeRoom());
+    held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
     Block* block = held.block;
-    if (block == nullptr) return nullptr;
+    if (block == nullptr) return allocateMakingRoom(size, number);
     block->owner.storeRelaxed(spid_);
     block->sender.storeRelaxed(spid_);
     block->size.storeRelaxed(size);
@@ -39,6 +37,11 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
     ++held_;
     recent_ = held;
     return &block->signal;
+}
+
+/// After a failed allocation. Null with errno.
+LinxSignal* Endpoint::allocateMakingRoom(uint32_t size, uint32_t number) {
+    return peers_.makeRoom() ? allocate(size, number) : nullptr;
 }
 
 int Endpoint::free(LinxSignal** signal) {

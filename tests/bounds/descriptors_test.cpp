@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tests/bounds/support/few_descriptors.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"

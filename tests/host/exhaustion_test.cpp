@@ -5,9 +5,12 @@
 
 #include <cerrno>
 
+#include "host/arena/clock.h"
 #include "host/mailbox/announced_stack.h"
+#include "host/mailbox/bell.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/failing_new.h"
+#include "tests/support/few_descriptors.h"
 
 namespace linx {
 namespace {
@@ -353,6 +356,53 @@ TEST_F(ExhaustionTest, WhatCannotBeReceivedNowIsReceivedLater) {
         close(readable.fd);
     };
     EXPECT_GT(failEachNew(sendAndLetThingsHappen, receive, check), 0u);
+}
+
+TEST_F(ExhaustionTest, WhatCouldNotBeReceivedComesBeforeWhatHasComeSince) {
+    Scene scene;
+    LinxSignal* notice = linx_alloc(scene.one, 4, 9999);
+    ASSERT_NE(linx_attach(scene.one, &notice, scene.two.spid), 0u);
+    for (uint32_t number = 1; number <= 100; ++number) sendNumber(scene.two, scene.one.spid, number);
+    LinxSignal* signal = nullptr;
+    newThatFails = 1;
+    EXPECT_EQ(linx_receive_w_tmo(scene.one, &signal, 0, anySignal), -1);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(newThatFails, 0u);
+    sendNumber(scene.two, scene.one.spid, 101);
+    scene.two.reset();
+    const uint64_t tick = coarseMilliseconds();
+    while (coarseMilliseconds() == tick) {
+    }  // ends are looked for once a tick
+    for (uint32_t number = 1; number <= 101; ++number) EXPECT_EQ(receiveNumber(scene.one), number);
+    EXPECT_EQ(receiveNumber(scene.one), 9999u);
+}
+
+/// The one descriptor that is left goes to the peer sent to, and then to the sender of an introduction.
+TEST_F(ExhaustionTest, APeerThatHasToMakeRoomForAnotherIsNotSentTo) {
+    Scene scene;
+    const Linx stranger("stranger");
+    auto ended = std::make_unique<Linx>("ended");
+    for (uint32_t i = 0; i < 50; ++i) {
+        LinxSignal* notice = linx_alloc(scene.one, 4, 9000 + i);
+        ASSERT_NE(linx_attach(scene.one, &notice, ended->spid), 0u);
+    }
+    LinxSignal* signal = linx_alloc(scene.one, 4, 1);
+    bell::introduce(ScopedDescriptor(bell::open(joined->directory(), scene.one.spid)).get(), stranger.spid);
+    ended.reset();
+    LinxSignal* received = nullptr;
+    newThatFails = 1;
+    EXPECT_EQ(linx_receive_w_tmo(scene.one, &received, 0, anySignal), -1);  // leaves the introduction in the bell
+    EXPECT_EQ(errno, ENOMEM);
+    newThatFails = 0;
+    {
+        const FewDescriptors one(1);
+        EXPECT_EQ(linx_send(scene.one, &signal, scene.two.spid), -1);
+        EXPECT_EQ(errno, EMFILE);
+        EXPECT_EQ(signal, nullptr);
+    }
+    sendNumber(scene.one, scene.two.spid, 2);
+    EXPECT_EQ(receiveNumber(scene.two), 2u);
+    for (uint32_t i = 0; i < 50; ++i) EXPECT_EQ(receiveNumber(scene.one), 9000 + i);
 }
 
 TEST_F(ExhaustionTest, ANameIsGivenOrNot) {
