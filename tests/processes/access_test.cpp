@@ -227,10 +227,7 @@ TEST_F(Access, TwoUsersOfAGroupShareADomain) {
         become(member, group);
         Endpoint endpoint("mirror");
         parent.tell();
-        for (;;) {
-            const Received received = expectSignal(endpoint, item);
-            ASSERT_EQ(0, sendBytes(endpoint, received.sender, item, received.payload));
-        }
+        sendBack(endpoint, item);
     });
     mirror.hear();
     Child client([](Line& parent) {

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string>
 
+#include "tests/support/read_all.h"
+
 namespace scribble {
 namespace {
 
@@ -20,13 +22,6 @@ constexpr uint32_t mostHeld = 16;
 
 std::string nameOf(uint32_t worker) {
     return "worker" + std::to_string(worker);
-}
-
-void readAll(const LinxSignal* signal, int size) {
-    const auto* bytes = reinterpret_cast<const volatile unsigned char*>(signal);
-    unsigned sum = 0;
-    for (int i = 0; i < size; ++i) sum += bytes[i];
-    static_cast<void>(sum);
 }
 
 }  // namespace
@@ -158,7 +153,7 @@ void Worker::receive(uint32_t milliseconds, const uint32_t* selection) {
     const int size = timed(milliseconds, receiveOne);
     if (size < 0) failed();
     if (size <= 0) return;
-    readAll(signal, size);
+    linxtest::readAll(signal, size);
     ++ledger_.received;
     handle(signal, size);
 }

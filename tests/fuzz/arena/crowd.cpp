@@ -10,6 +10,7 @@
 
 #include "tests/fuzz/arena/ambush.h"
 #include "tests/fuzz/claim.h"
+#include "tests/support/read_all.h"
 
 namespace fuzz {
 namespace {
@@ -34,14 +35,6 @@ void expectDocumented(const char* operation, std::initializer_list<int> document
 void begin() {
     ambush::begin();
     errno = 0;
-}
-
-/// Touches every byte.
-void readAll(const LinxSignal* signal, int size) {
-    const auto* bytes = reinterpret_cast<const volatile unsigned char*>(signal);
-    unsigned sum = 0;
-    for (int i = 0; i < size; ++i) sum += bytes[i];
-    static_cast<void>(sum);
 }
 
 }  // namespace
@@ -170,7 +163,7 @@ void Crowd::receive(Seat& seat, uint32_t milliseconds, const uint32_t* selection
     claim((size == 0) == (signal == nullptr), "a signal comes with its size");
     if (signal == nullptr) return;
     claim(size >= static_cast<int>(sizeof(LinxSignal)), "a signal has a number");
-    readAll(signal, size);
+    linxtest::readAll(signal, size);
     linx_sender(seat.linx, &signal);
     seat.held.push_back(signal);
 }

@@ -115,6 +115,13 @@ void expectNothing(LINX* linx) {
     EXPECT_FALSE(received) << "got signal " << received->number;
 }
 
+void sendBack(LINX* linx, uint32_t number) {
+    for (;;) {
+        const Received received = expectSignal(linx, number);
+        ASSERT_EQ(0, sendBytes(linx, received.sender, number, received.payload));
+    }
+}
+
 LinxSpid hunt(LINX* linx, const std::string& name) {
     EXPECT_EQ(0, linx_hunt(linx, name.c_str(), nullptr)) << std::strerror(errno);
     return expectAmongOthers(linx, LINX_OS_HUNT_SIG).sender;

@@ -66,6 +66,9 @@ Received expectAmongOthers(LINX* linx, uint32_t number);
 
 void expectNothing(LINX* linx);
 
+/// Sends every signal of this number back to where it came from, until none has come for long.
+void sendBack(LINX* linx, uint32_t number);
+
 /// Finds an endpoint, waiting for it to be opened if need be.
 LinxSpid hunt(LINX* linx, const std::string& name);
 
