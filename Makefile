@@ -37,7 +37,7 @@ test-release test-debug test-asan test-tsan test-clang test-powerpc: test-%:
 	@$(run) ctest --preset $*
 
 .PHONY: test-mixed
-test-mixed: mixed-dependencies ## Runs processes of 32 and of 64 bits in one domain, and the unit tests in 32 bits
+test-mixed: mixed-dependencies ## Runs processes of 32 and of 64 bits in one domain, and the tests of host/ in 32 bits
 	@echo "== mixed"
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target linx-demo mixed_test
