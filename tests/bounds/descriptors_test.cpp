@@ -4,10 +4,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tests/support/few_descriptors.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"
+#include "tests/support/few_descriptors.h"
 
 namespace {
 
@@ -42,6 +42,18 @@ protected:
 
     static int resultOf(bool ok) {
         return ok ? 0 : errno;
+    }
+
+    /// The same for an operation that takes a signal, which must be gone each time. `operation(signal)` tells whether
+    /// it worked.
+    template <class Operation>
+    static unsigned descriptorsForSignal(LINX* linx, uint32_t number, Operation operation) {
+        return descriptorsFor([&] {
+            LinxSignal* signal = allocate(linx, number);
+            const int result = resultOf(operation(&signal));
+            EXPECT_EQ(nullptr, signal);
+            return result;
+        });
     }
 
     static int open(const char* name) {
@@ -119,12 +131,8 @@ TEST_F(NoDescriptors, AHuntForALiveNameIsAnsweredOnceThereIsOne) {
     Endpoint endpoint("endpoint");
     getMemory(endpoint);
     const Endpoint sought("sought");
-    const unsigned count = descriptorsFor([&] {
-        LinxSignal* signal = allocate(endpoint, item);
-        const int result = resultOf(linx_hunt(endpoint, "sought", &signal) == 0);
-        EXPECT_EQ(nullptr, signal);
-        return result;
-    });
+    const unsigned count = descriptorsForSignal(
+        endpoint, item, [&](LinxSignal** signal) { return linx_hunt(endpoint, "sought", signal) == 0; });
     EXPECT_GT(count, 0u);
     EXPECT_EQ(spidOf(sought), expectSignal(endpoint, item, 0).sender);
     expectNothing(endpoint);
@@ -133,12 +141,8 @@ TEST_F(NoDescriptors, AHuntForALiveNameIsAnsweredOnceThereIsOne) {
 TEST_F(NoDescriptors, AHuntForAnAbsentNameStaysPendingOnceThereIsOne) {
     Endpoint endpoint("endpoint");
     getMemory(endpoint);
-    const unsigned count = descriptorsFor([&] {
-        LinxSignal* signal = allocate(endpoint, item);
-        const int result = resultOf(linx_hunt(endpoint, "absent", &signal) == 0);
-        EXPECT_EQ(nullptr, signal);
-        return result;
-    });
+    const unsigned count = descriptorsForSignal(
+        endpoint, item, [&](LinxSignal** signal) { return linx_hunt(endpoint, "absent", signal) == 0; });
     EXPECT_GT(count, 0u);
     const Endpoint absent("absent");
     EXPECT_EQ(spidOf(absent), expectSignal(endpoint, item, 0).sender);
@@ -161,12 +165,8 @@ TEST_F(NoDescriptors, ASupervisionIsRefusedUntilThereIsOne) {
     {
         const Endpoint peer("peer");
         const LinxSpid to = spidOf(peer);
-        const unsigned count = descriptorsFor([&] {
-            LinxSignal* signal = allocate(endpoint, notice);
-            const int result = resultOf(linx_attach(endpoint, &signal, to) != 0);
-            EXPECT_EQ(nullptr, signal);
-            return result;
-        });
+        const unsigned count = descriptorsForSignal(
+            endpoint, notice, [&](LinxSignal** signal) { return linx_attach(endpoint, signal, to) != 0; });
         EXPECT_GT(count, 0u);
     }
     expectSignal(endpoint, notice, 0);
@@ -176,12 +176,8 @@ TEST_F(NoDescriptors, ASupervisionIsRefusedUntilThereIsOne) {
 TEST_F(NoDescriptors, ATimeOutIsRefusedUntilThereIsOne) {
     Endpoint endpoint("endpoint");
     getMemory(endpoint);
-    const unsigned count = descriptorsFor([&] {
-        LinxSignal* signal = allocate(endpoint, item);
-        const int result = resultOf(linx_request_tmo(endpoint, 0, &signal) != 0);
-        EXPECT_EQ(nullptr, signal);
-        return result;
-    });
+    const unsigned count = descriptorsForSignal(
+        endpoint, item, [&](LinxSignal** signal) { return linx_request_tmo(endpoint, 0, signal) != 0; });
     EXPECT_GT(count, 0u);
     expectSignal(endpoint, item);
     expectNothing(endpoint);
