@@ -118,7 +118,7 @@ TEST_F(Access, AnArenaThatAStrangerHasPutWhereAllMayAddFilesIsNotJoined) {
 
 TEST_F(Access, ADirectoryThatAnybodyMayRearrangeIsNotJoined) {
     { const Endpoint endpoint("owner"); }
-    for (const mode_t mode : {0777, 0702, 02777}) {
+    for (const mode_t mode : {0777u, 0702u, 02777u}) {
         ASSERT_EQ(0, chmod(domain.path().c_str(), mode));
         expectNoAccess();
     }
