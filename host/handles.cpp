@@ -1,26 +1,22 @@
 #include "host/handles.h"
 
-#include <atomic>
-#include <cstdint>
 #include <mutex>
 
 #include "host/endpoint/endpoint.h"
-
-struct LINX {
-    std::atomic<linx::Endpoint*> endpoint;
-};
+#include "host/system/forks.h"
 
 namespace linx {
 namespace handles {
-namespace {
-
-constexpr uint32_t capacity = 2 * slotCount;
-constexpr unsigned entryShift = sizeof(LINX) == 8 ? 3 : 2;
-static_assert(sizeof(LINX) == 1u << entryShift, "an entry is one pointer");
 
 LINX table[capacity];
+
+namespace {
+
 std::mutex mutex;
 uint32_t nextEntry = 0;  ///< goes round, so that the entry used again is the one unused for longest
+
+// No thread of a child may have been between lock and unlock.
+const int registered = forks::atFork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
 
 }  // namespace
 
@@ -35,14 +31,6 @@ LINX* add(std::unique_ptr<Endpoint> endpoint) {
         return &entry;
     }
     return nullptr;
-}
-
-Endpoint* find(const LINX* handle) {
-    const uintptr_t offset = reinterpret_cast<uintptr_t>(handle) - reinterpret_cast<uintptr_t>(table);
-    // Turned round, the offset of what is not the start of an entry is huge: one comparison tells all that is none.
-    const uintptr_t index = offset >> entryShift | offset << (8 * sizeof offset - entryShift);
-    if (index >= capacity) return nullptr;
-    return table[index].endpoint.load(std::memory_order_acquire);  // (S)
 }
 
 std::unique_ptr<Endpoint> remove(LINX* handle) {

@@ -6,26 +6,31 @@
 #include <cstring>
 #include <new>
 
-#include "host/endpoint/endpoint.h"
+#include "host/endpoint/at_once.h"
 #include "host/handles.h"
 
 namespace {
 
 using linx::Endpoint;
 
-/// When the handle is none, or a fork has made it doubtful whose the endpoint is.
-[[gnu::cold, gnu::noinline]] Endpoint* enterDoubtful(Endpoint* endpoint) {
-    if (endpoint != nullptr) return endpoint->isOurs() ? endpoint : nullptr;
+/// The endpoint behind a handle, if an operation on it may begin: it ends with an Exit. Null with errno.
+Endpoint* enter(LINX* handle) {
+    Endpoint* endpoint = linx::handles::find(handle);
+    if (endpoint != nullptr) return endpoint->enter() ? endpoint : nullptr;
     errno = EINVAL;
     return nullptr;
 }
 
-/// The endpoint behind a handle, if this process may use it.
-inline Endpoint* enter(LINX* handle) {
-    Endpoint* endpoint = linx::handles::find(handle);
-    const bool doubtful = endpoint == nullptr || !endpoint->isKnownToBeOurs();
-    return doubtful ? enterDoubtful(endpoint) : endpoint;
-}
+class Exit {
+public:
+    explicit Exit(Endpoint* endpoint) : endpoint_(endpoint) {}
+    ~Exit() { endpoint_->exit(); }
+    Exit(const Exit&) = delete;
+    Exit& operator=(const Exit&) = delete;
+
+private:
+    Endpoint* endpoint_;
+};
 
 /// Runs `operation`; memory that runs out in it is an error of the call.
 template <class Result, class Operation>
@@ -52,6 +57,58 @@ bool isName(const char* text, size_t& length) {
     return false;
 }
 
+// The operations that go at once most of the time, for the other times.
+
+[[gnu::noinline]] LinxSignal* allocateInFull(LINX* linx, uint32_t size, uint32_t number) {
+    Endpoint* endpoint = enter(linx);
+    if (endpoint == nullptr) return nullptr;
+    const Exit exit(endpoint);
+    return guard<LinxSignal*>(nullptr, [&] { return endpoint->allocate(size, number); });
+}
+
+[[gnu::noinline]] int freeInFull(LINX* linx, LinxSignal** signal) {
+    Endpoint* endpoint = enter(linx);
+    if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
+    if (signal == nullptr) return refuse(-1);
+    return guard(-1, [&] { return endpoint->free(signal); });
+}
+
+[[gnu::noinline]] int sendInFull(LINX* linx, LinxSignal** signal, LinxSpid to) {
+    Endpoint* endpoint = enter(linx);
+    if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
+    if (signal == nullptr) return refuse(-1);
+    return guard(-1, [&] { return endpoint->send(signal, to); });
+}
+
+[[gnu::noinline]] int receiveInFull(LINX* linx, LinxSignal** signal, const uint32_t* milliseconds,
+                                    const uint32_t* selection) {
+    Endpoint* endpoint = enter(linx);
+    if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
+    if (signal == nullptr || selection == nullptr) return refuse(-1);
+    return guard(-1, [&] { return endpoint->receive(signal, milliseconds, selection); });
+}
+
+[[gnu::noinline]] int receiveInTimeInFull(LINX* linx, LinxSignal** signal, uint32_t milliseconds,
+                                          const uint32_t* selection) {
+    return receiveInFull(linx, signal, &milliseconds, selection);
+}
+
+[[gnu::noinline]] LinxSpid senderInFull(LINX* linx, LinxSignal** signal) {
+    Endpoint* endpoint = enter(linx);
+    if (endpoint == nullptr) return 0;
+    const Exit exit(endpoint);
+    return signal == nullptr ? refuse<LinxSpid>(0) : endpoint->sender(signal);
+}
+
+int receiveAtOnce(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
+    Endpoint* endpoint = linx::handles::find(linx);
+    const bool canTry = endpoint != nullptr && signal != nullptr && selection != nullptr;
+    return canTry ? endpoint->receiveAtOnce(signal, selection) : 0;
+}
+
 }  // namespace
 
 LINX* linx_open(const char* name, uint32_t options, void* argument) {
@@ -69,22 +126,29 @@ LINX* linx_open(const char* name, uint32_t options, void* argument) {
 
 int linx_get_descriptor(LINX* linx) {
     Endpoint* endpoint = enter(linx);
-    return endpoint == nullptr ? -1 : endpoint->descriptor();
+    if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
+    return endpoint->descriptor();
 }
 
 int linx_close(LINX* linx) {
     Endpoint* endpoint = linx::handles::find(linx);
     if (endpoint == nullptr) return refuse(-1);
     // Also without a claim to it: then only this process's copy goes.
-    const bool left = endpoint->leave();
-    linx::handles::remove(linx).reset();
-    if (!left) errno = ECHILD;
-    return left ? 0 : -1;
+    const Endpoint::Departure departure = endpoint->leave();
+    if (departure == Endpoint::Departure::refused) return -1;
+    const int keptErrno = errno;
+    std::unique_ptr<Endpoint> last = linx::handles::remove(linx);
+    if (departure == Endpoint::Departure::forgotten) last.release();
+    last.reset();
+    errno = keptErrno;
+    return departure == Endpoint::Departure::stays ? -1 : 0;
 }
 
 int linx_hunt(LINX* linx, const char* name, LinxSignal** huntSignal) {
     Endpoint* endpoint = enter(linx);
     if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
     return guard(-1, [&] {
         size_t length;
         if (isName(name, length)) return endpoint->hunt({name, static_cast<uint32_t>(length)}, huntSignal);
@@ -95,53 +159,53 @@ int linx_hunt(LINX* linx, const char* name, LinxSignal** huntSignal) {
 LinxRef linx_attach(LINX* linx, LinxSignal** notice, LinxSpid spid) {
     Endpoint* endpoint = enter(linx);
     if (endpoint == nullptr) return 0;
+    const Exit exit(endpoint);
     if (notice == nullptr) return refuse<LinxRef>(0);
     return guard<LinxRef>(0, [&] { return endpoint->attach(notice, spid); });
 }
 
 LinxSignal* linx_alloc(LINX* linx, uint32_t size, uint32_t number) {
-    Endpoint* endpoint = enter(linx);
-    if (endpoint == nullptr) return nullptr;
-    return guard<LinxSignal*>(nullptr, [&] { return endpoint->allocate(size, number); });
+    Endpoint* endpoint = linx::handles::find(linx);
+    LinxSignal* signal = endpoint == nullptr ? nullptr : endpoint->allocateAtOnce(size, number);
+    return signal != nullptr ? signal : allocateInFull(linx, size, number);
 }
 
 int linx_free_buf(LINX* linx, LinxSignal** signal) {
-    Endpoint* endpoint = enter(linx);
-    if (endpoint == nullptr) return -1;
-    if (signal == nullptr) return refuse(-1);
-    return guard(-1, [&] { return endpoint->free(signal); });
+    Endpoint* endpoint = linx::handles::find(linx);
+    const bool isDone = endpoint != nullptr && signal != nullptr && endpoint->freeAtOnce(signal);
+    return isDone ? 0 : freeInFull(linx, signal);
 }
 
 int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
-    Endpoint* endpoint = enter(linx);
-    if (endpoint == nullptr) return -1;
-    if (signal == nullptr) return refuse(-1);
-    return guard(-1, [&] { return endpoint->send(signal, to); });
+    using Posted = Endpoint::Posted;
+    Endpoint* endpoint = linx::handles::find(linx);
+    const bool canTry = endpoint != nullptr && signal != nullptr;
+    const Posted posted = canTry ? endpoint->sendAtOnce(signal, to) : Posted::refused;
+    if (posted == Posted::done) return 0;
+    return posted == Posted::refused ? sendInFull(linx, signal, to) : endpoint->finishSend(posted);
 }
 
 int linx_receive(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
-    Endpoint* endpoint = enter(linx);
-    if (endpoint == nullptr) return -1;
-    if (signal == nullptr || selection == nullptr) return refuse(-1);
-    return guard(-1, [&] { return endpoint->receive(signal, nullptr, selection); });
+    const int size = receiveAtOnce(linx, signal, selection);
+    return size != 0 ? size : receiveInFull(linx, signal, nullptr, selection);
 }
 
 int linx_receive_w_tmo(LINX* linx, LinxSignal** signal, uint32_t milliseconds, const uint32_t* selection) {
-    Endpoint* endpoint = enter(linx);
-    if (endpoint == nullptr) return -1;
-    if (signal == nullptr || selection == nullptr) return refuse(-1);
-    return guard(-1, [&] { return endpoint->receive(signal, &milliseconds, selection); });
+    const int size = receiveAtOnce(linx, signal, selection);
+    return size != 0 ? size : receiveInTimeInFull(linx, signal, milliseconds, selection);
 }
 
 LinxSpid linx_sender(LINX* linx, LinxSignal** signal) {
-    Endpoint* endpoint = enter(linx);
-    if (endpoint == nullptr) return 0;
-    return signal == nullptr ? refuse<LinxSpid>(0) : endpoint->sender(signal);
+    const Endpoint* endpoint = linx::handles::find(linx);
+    LinxSpid sender;
+    const bool isKnown = endpoint != nullptr && signal != nullptr && endpoint->senderAtOnce(*signal, sender);
+    return isKnown ? sender : senderInFull(linx, signal);
 }
 
 int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
     Endpoint* endpoint = enter(linx);
     if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
     if (name == nullptr) return refuse(-1);
     return guard(-1, [&] {
         *name = endpoint->nameOf(spid);
@@ -152,17 +216,20 @@ int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
 int linx_free_name(LINX* linx, char** name) {
     Endpoint* endpoint = enter(linx);
     if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
     return name == nullptr ? refuse(-1) : endpoint->freeName(name);
 }
 
 LinxRef linx_request_tmo(LINX* linx, uint32_t milliseconds, LinxSignal** signal) {
     Endpoint* endpoint = enter(linx);
     if (endpoint == nullptr) return 0;
+    const Exit exit(endpoint);
     return guard<LinxRef>(0, [&] { return endpoint->requestTimeout(milliseconds, signal); });
 }
 
 int linx_cancel_tmo(LINX* linx, LinxRef* reference) {
     Endpoint* endpoint = enter(linx);
     if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
     return reference == nullptr ? refuse(-1) : guard(-1, [&] { return endpoint->cancelTimeout(reference); });
 }

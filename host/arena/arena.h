@@ -1,24 +1,59 @@
 #ifndef LINXIPC_HOST_ARENA_ARENA_H
 #define LINXIPC_HOST_ARENA_ARENA_H
 
+#include "host/arena/known_memory.h"
 #include "host/arena/layout.h"
 
 namespace linx {
 
-/// The mapped arena: finds slots, hunts and blocks in it. What it hands out lies inside the mapping whatever the
-/// words of the arena say, so that nobody who scribbles over it can lead another process out of it. Any thread may
-/// use it.
+/// The mapped arena: finds slots, hunts and blocks in it. What it hands out lies inside the mapping and has memory,
+/// whatever the words of the arena say, so that nobody who scribbles over it can lead another process out of it, nor
+/// to a page that a full file system cannot give. Any thread may use it.
 class Arena {
 public:
-    /// `base` is the mapping of a file whose header has been checked; `unitCount` and the mapping's length agree.
-    Arena(void* base, uint32_t unitCount)
-        : base_(static_cast<char*>(base)), unitCount_(unitCount), firstPoolPage_(firstPoolPage(unitCount)) {}
+    /// `base` is the mapping of `file`, whose header has been checked; `unitCount` and the mapping's length agree.
+    /// Without a file (-1) all of the mapping has memory.
+    Arena(void* base, uint32_t unitCount, int file = -1)
+        : base_(static_cast<char*>(base)),
+          unitCount_(unitCount),
+          firstPoolPage_(firstPoolPage(unitCount)),
+          slots_(file, slotsOffset / unitBytes, sizeof(Slot), slotCount),
+          hunts_(file, huntsOffset / unitBytes, sizeof(Hunt), huntCount),
+          units_(file, firstPoolPage_, unitBytes, unitCount) {}
+    Arena(const Arena&) = delete;
+    Arena& operator=(const Arena&) = delete;
 
     Header& header() const { return *at<Header>(0); }
     Word& bucket(uint32_t hash) const { return at<Word>(bucketsOffset)[hash & (slotCount - 1)]; }
+    Word& unit(uint32_t index) const { return at<Word>(unitTableOffset)[index]; }
+
+    /// REQUIRES a slot or a hunt that has memory: one's own, one of those in use, or one that was asked for below.
     Slot& slot(uint32_t index) const { return at<Slot>(slotsOffset)[index & (slotCount - 1)]; }
     Hunt& hunt(uint32_t index) const { return at<Hunt>(huntsOffset)[index & (huntCount - 1)]; }
-    Word& unit(uint32_t index) const { return at<Word>(unitTableOffset)[index]; }
+
+    /// Whether the slot may be touched. The first is none. False with errno.
+    bool hasSlot(uint32_t index) const { return index != 0 && slots_.has(index); }
+    bool hasHunt(uint32_t index) const { return hunts_.has(index); }
+
+    /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a hunt's
+    /// own hunter say the rest.
+    uint32_t usedSlots() const {
+        const uint32_t used = header().slotsUsed.loadRelaxed();
+        return slots_.clip((used < slotCount ? used : slotCount - 1) + 1) - 1;
+    }
+    uint32_t usedHunts() const {
+        const uint32_t used = header().huntsUsed.loadRelaxed();
+        return hunts_.clip(used < huntCount ? used : huntCount);
+    }
+
+    /// Units below have been leased at least once: all runs lie there. Under the cold lock, which orders it.
+    uint32_t usedUnits() const {
+        const uint32_t used = header().unitsUsed.loadRelaxed();
+        return units_.clip(used < unitCount_ ? used : unitCount_);
+    }
+
+    /// Whether all units up to this one have memory, which they get here. False with errno.
+    bool hasUnit(uint32_t index) const { return units_.has(index); }
 
     uint32_t unitCount() const { return unitCount_; }
     uint32_t fileUnits() const { return firstPoolPage_ + unitCount_; }
@@ -57,26 +92,41 @@ private:
         return reinterpret_cast<T*>(base_ + offset);
     }
 
-    char* base_;
-    uint32_t unitCount_;
-    uint32_t firstPoolPage_;
+    /// Whether the unit may be touched, as one that has been leased.
+    bool isLeasable(uint32_t unitIndex) const { return units_.isKnown(unitIndex) || learnUnit(unitIndex); }
+    [[gnu::cold, gnu::noinline]] bool learnUnit(uint32_t unitIndex) const {
+        return unitIndex < header().unitsUsed.loadRelaxed() && units_.has(unitIndex);
+    }
+
+    char* const base_;
+    const uint32_t unitCount_;
+    const uint32_t firstPoolPage_;
+    const KnownMemory slots_;
+    const KnownMemory hunts_;
+    const KnownMemory units_;
 };
 
 /// Finds blocks as `Arena::blockAt` does, more cheaply where one lies beside the one before: most blocks of a chain
-/// do. For one walk, in which no unit is leased anew that a block of the chain lies in.
+/// do. For as long as no unit is leased anew that a block lies in which is looked for.
 class NearbyBlocks {
 public:
-    explicit NearbyBlocks(const Arena& arena) : arena_(arena) {}
+    explicit NearbyBlocks(const Arena& arena) : arena_(&arena) {}
+
+    /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
+    bool knows(Ref ref, uint32_t sizeClass) const {
+        return ref / linesPerUnit == page_ && sizeClass == sizeClass_ && (starts_ >> ref % linesPerUnit & 1) != 0;
+    }
 
     Block* at(Ref ref, uint32_t& sizeClass) {
         if (ref / linesPerUnit != page_) return findFar(ref, sizeClass);
         sizeClass = sizeClass_;
-        return (starts_ >> ref % linesPerUnit & 1) != 0 ? arena_.rawBlock(ref) : nullptr;
+        return (starts_ >> ref % linesPerUnit & 1) != 0 ? arena_->rawBlock(ref) : nullptr;
     }
 
 private:
-    Block* findFar(Ref ref, uint32_t& sizeClass) {
-        Block* block = arena_.blockAt(ref, sizeClass);
+    [[gnu::noinline]] Block* findFar(Ref ref, uint32_t& sizeClass) {
+        if (ref < linesPerUnit) return nullptr;  // in the header: the end of most chains
+        Block* block = arena_->blockAt(ref, sizeClass);
         if (block == nullptr || sizeClasses[sizeClass].units != 1) return block;
         page_ = ref / linesPerUnit;
         sizeClass_ = sizeClass;
@@ -84,7 +134,7 @@ private:
         return block;
     }
 
-    const Arena& arena_;
+    const Arena* arena_;
     uint32_t page_ = 0;  ///< of the file, whose first is the header's
     uint32_t sizeClass_ = 0;
     uint64_t starts_ = 0;  ///< as in SizeClass; none in the header
@@ -92,13 +142,13 @@ private:
 
 inline Block* Arena::blockAt(Ref ref, uint32_t& sizeClass) const {
     const uint32_t unitIndex = ref / linesPerUnit - firstPoolPage_;
-    if (unitIndex >= unitCount_) return nullptr;
+    if (!isLeasable(unitIndex)) return nullptr;
     // Acquire: (O), pairs with cutRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = unit(unitIndex).loadAcquire();
     sizeClass = entryClass(entry);
     if (sizeClass >= sizeClassCount || entryBack(entry) > unitIndex) return nullptr;
     const SizeClass& c = sizeClasses[sizeClass];
-    if (unitIndex - entryBack(entry) + c.units > unitCount_) return nullptr;
+    if (!isLeasable(unitIndex - entryBack(entry) + c.units - 1)) return nullptr;
     const bool starts = entryBack(entry) == 0
                             ? (c.starts >> ref % linesPerUnit & 1) != 0
                             : startsBlock(sizeClass, entryBack(entry) * linesPerUnit + ref % linesPerUnit);

@@ -7,10 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <limits>
 
+#include "host/arena/layout.h"
 #include "host/arena/new_file.h"
+#include "host/system/environment.h"
 
 namespace linx {
 namespace {
@@ -22,16 +23,21 @@ constexpr uint32_t maxMegabytes = 16384;  // the unit table's entries and the re
 constexpr uint32_t maxMadeMegabytes = sizeof(void*) < 8 ? 1024 : maxMegabytes;  // its maker has to map it
 
 uint32_t chosenUnits() {
-    const char* text = std::getenv("LINX_ARENA_MB");
-    unsigned long megabytes = defaultMegabytes;
-    if (text != nullptr && *text != '\0') {
-        char* end;
-        const unsigned long chosen = std::strtoul(text, &end, 10);
-        if (*end == '\0') megabytes = chosen;
-    }
-    if (megabytes < minMegabytes) megabytes = minMegabytes;
-    if (megabytes > maxMadeMegabytes) megabytes = maxMadeMegabytes;
-    return static_cast<uint32_t>(megabytes) * unitsPerMegabyte;
+    const uint32_t megabytes =
+        numberFromEnvironment("LINX_ARENA_MB", minMegabytes, maxMegabytes, defaultMegabytes);
+    return std::min(megabytes, maxMadeMegabytes) * unitsPerMegabyte;
+}
+
+/// Whether the kernel brings in whatever is mapped, as after mlockall(MCL_FUTURE): told by a page that nobody has
+/// touched.
+bool isMemoryLocked() {
+    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* page = mmap(nullptr, pageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) return true;  // where even that is too much, sparing is right
+    unsigned char isIn = 0;
+    const bool locked = mincore(page, pageBytes, &isIn) == 0 && (isIn & 1) != 0;
+    munmap(page, pageBytes);
+    return locked;
 }
 
 off_t fileBytes(uint32_t unitCount) {
@@ -103,14 +109,26 @@ uint32_t checkArenaFile(int file) {
     return 0;
 }
 
-void* mapArenaFile(int file, uint32_t unitCount) {
-    const auto bytes = static_cast<uint64_t>(fileBytes(unitCount));
-    if (bytes > std::numeric_limits<size_t>::max()) {  // made by a process with more address space
+void Unmap::operator()(void* base) const {
+    munmap(base, bytes);
+}
+
+ArenaMapping mapArenaFile(int file, uint32_t unitCount) {
+    const auto wanted = static_cast<uint64_t>(fileBytes(unitCount));
+    if (wanted > std::numeric_limits<size_t>::max()) {  // made by a process with more address space
         errno = ENOMEM;
         return nullptr;
     }
-    void* base = mmap(nullptr, static_cast<size_t>(bytes), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    return base == MAP_FAILED ? nullptr : base;
+    const auto bytes = static_cast<size_t>(wanted);
+    const bool sparingly = isMemoryLocked();
+    const int access = PROT_READ | PROT_WRITE;
+    void* base = mmap(nullptr, bytes, sparingly ? PROT_NONE : access, MAP_SHARED, file, 0);
+    if (base == MAP_FAILED) return nullptr;
+    ArenaMapping mapping(base, {bytes});
+    if (!sparingly) return mapping;
+    // Without access nothing was brought in. What cannot be locked otherwise is better not locked than brought in.
+    if (mlock2(base, bytes, MLOCK_ONFAULT) == -1) munlock(base, bytes);
+    return mprotect(base, bytes, access) == 0 ? std::move(mapping) : nullptr;
 }
 
 bool reservePages(int file, uint32_t first, uint32_t count) {

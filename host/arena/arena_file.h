@@ -1,7 +1,9 @@
 #ifndef LINXIPC_HOST_ARENA_ARENA_FILE_H
 #define LINXIPC_HOST_ARENA_ARENA_FILE_H
 
-#include "host/arena/arena.h"
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 
 namespace linx {
 
@@ -18,8 +20,15 @@ int openOrMakeArenaFile(int directory, unsigned mode);
 /// or is not as long as its header says.
 uint32_t checkArenaFile(int file);
 
-/// Maps the file whole; null with errno.
-void* mapArenaFile(int file, uint32_t unitCount);
+struct Unmap {
+    size_t bytes;
+    void operator()(void* base) const;
+};
+using ArenaMapping = std::unique_ptr<void, Unmap>;
+
+/// Maps the file whole; null with errno. Where all memory to come is to be locked (mlockall), what is mapped is locked
+/// page by page as it is touched, and not brought in as a whole.
+ArenaMapping mapArenaFile(int file, uint32_t unitCount);
 
 /// Gives memory to pages `first` to `first + count - 1` of the file, so that a full file system is an error here and
 /// no fault at the first access. False with errno, ENOMEM when there is no room.

@@ -33,6 +33,12 @@ Block* take(const Arena& arena, uint32_t sizeClass, Ref& ref) {
     return block;
 }
 
+uint32_t stateOf(const Arena& arena) {
+    uint32_t state = 0;
+    for (const Word& head : arena.header().common) state = state * 16777619u + head.loadRelaxed();
+    return state;
+}
+
 void rebuild(const Arena& arena) {
     for (Word& head : arena.header().common) head.storeRelaxed(0);
     forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {

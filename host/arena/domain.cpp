@@ -1,16 +1,16 @@
 #include "host/arena/domain.h"
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
-#include <new>
 #include <vector>
 
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/scoped_descriptor.h"
+#include "host/system/forks.h"
 
 namespace linx {
 namespace {
@@ -26,11 +26,40 @@ Joined& joined() {
     return *all;
 }
 
+// A child gets the mutexes of this process as they are: no thread of it may be between lock and unlock.
+void beforeFork() {
+    joined().mutex.lock();
+    FileLock::beforeFork();
+}
+void afterForkInParent() {
+    FileLock::afterForkInParent();
+    joined().mutex.unlock();
+}
+void afterForkInChild() {
+    FileLock::afterForkInChild();
+    joined().mutex.unlock();
+}
+
+const int registered = forks::atFork(beforeFork, afterForkInParent, afterForkInChild);
+
 /// Whether the file is for the domain's members alone: others may neither write to it nor have put it there.
 bool isSafe(const struct stat& file, const struct stat& directory) {
     if ((file.st_mode & S_IWOTH) != 0) return false;
     const bool anybodyAdds = (directory.st_mode & S_IWOTH) != 0;
     return !anybodyAdds || file.st_uid == geteuid() || file.st_uid == directory.st_uid;
+}
+
+/// The domain of this arena, if the process has joined it. By the file and not by the path: a domain that was removed
+/// and made again is another one.
+std::shared_ptr<Domain> findJoined(Joined& all, const struct stat& status) {
+    std::shared_ptr<Domain> found;
+    const auto isGone = [&](const std::weak_ptr<Domain>& one) {
+        const std::shared_ptr<Domain> domain = one.lock();
+        if (domain != nullptr && domain->lock().identity().isOf(status)) found = domain;
+        return domain == nullptr;
+    };
+    all.domains.erase(std::remove_if(all.domains.begin(), all.domains.end(), isGone), all.domains.end());
+    return found;
 }
 
 }  // namespace
@@ -45,7 +74,7 @@ std::shared_ptr<Domain> Domain::join() {
     struct stat directoryStatus;
     if (directory.get() == -1 || fstat(directory.get(), &directoryStatus) == -1) return nullptr;
     const unsigned mode = directoryStatus.st_mode & 0660u;
-    const ScopedDescriptor file(openOrMakeArenaFile(directory.get(), mode));
+    ScopedDescriptor file(openOrMakeArenaFile(directory.get(), mode));
     struct stat status;
     if (file.get() == -1 || fstat(file.get(), &status) == -1) return nullptr;
     if (!isSafe(status, directoryStatus)) {
@@ -55,56 +84,24 @@ std::shared_ptr<Domain> Domain::join() {
 
     Joined& all = joined();
     const std::lock_guard<std::mutex> lock(all.mutex);
-    for (size_t i = 0; i < all.domains.size();) {
-        const std::shared_ptr<Domain> domain = all.domains[i].lock();
-        if (domain == nullptr) {
-            all.domains.erase(all.domains.begin() + static_cast<std::ptrdiff_t>(i));
-            continue;
-        }
-        // By the file and not by the path: a domain that was removed and made again is another one.
-        if (domain->device_ == status.st_dev && domain->inode_ == status.st_ino) return domain;
-        ++i;
-    }
+    std::shared_ptr<Domain> domain = findJoined(all, status);
+    if (domain != nullptr) return domain;
     const uint32_t unitCount = checkArenaFile(file.get());
     if (unitCount == 0) return nullptr;
-    void* base = mapArenaFile(file.get(), unitCount);
-    if (base == nullptr) return nullptr;
-    const Arena arena(base, unitCount);
-    const size_t size = size_t{arena.fileUnits()} * unitBytes;
-    auto* made = new (std::nothrow) Domain(directory, mode, arena, base, size, status.st_dev, status.st_ino);
-    if (made == nullptr) {
-        munmap(base, size);
-        errno = ENOMEM;
-        return nullptr;
-    }
-    std::shared_ptr<Domain> domain(made);
+    all.domains.reserve(all.domains.size() + 1);
+    ArenaMapping mapping = mapArenaFile(file.get(), unitCount);
+    if (mapping == nullptr) return nullptr;
+    domain.reset(new Domain(directory, mode, file, FileLock::Identity(status), std::move(mapping), unitCount));
     all.domains.push_back(domain);
     return domain;
 }
 
-Domain::Domain(ScopedDescriptor& directory, unsigned fileMode, const Arena& arena, void* base, size_t size,
-               uint64_t device, uint64_t inode)
+Domain::Domain(ScopedDescriptor& directory, unsigned fileMode, ScopedDescriptor& file,
+               const FileLock::Identity& identity, ArenaMapping mapping, uint32_t unitCount)
     : directory_(directory.release()),
       fileMode_(fileMode),
-      arena_(arena),
-      base_(base),
-      size_(size),
-      device_(device),
-      inode_(inode) {}
-
-Domain::~Domain() {
-    munmap(base_, size_);
-}
-
-int Domain::openArenaFile() const {
-    ScopedDescriptor file(linx::openArenaFile(directory_.get()));
-    struct stat status;
-    if (file.get() != -1 && fstat(file.get(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_) {
-        return file.release();
-    }
-    if (file.get() == -1 && errno != ENOENT) return -1;
-    errno = ESTALE;
-    return -1;
-}
+      lock_(file, identity, directory_.get(), arenaFileName),
+      mapping_(std::move(mapping)),
+      arena_(mapping_.get(), unitCount, lock_.file()) {}
 
 }  // namespace linx

@@ -4,19 +4,20 @@
 #include <memory>
 
 #include "host/arena/arena.h"
+#include "host/arena/arena_file.h"
 #include "host/arena/scoped_descriptor.h"
+#include "host/system/file_lock.h"
 
 namespace linx {
 
-/// A domain that this process has joined: its directory, and its arena mapped. All endpoints of the process in one
-/// domain share one object; the mapping goes with the last of them. Any thread may use it.
+/// A domain that this process has joined: its directory, and its arena mapped, whose file stays open. All endpoints of
+/// the process in one domain share one object, which goes with the last of them. Any thread may use it.
 class Domain {
 public:
     /// Joins the domain that $LINX_DOMAIN names, making it when it is not there. Null with errno: EACCES, EPROTO,
     /// ENOMEM, or what the file system says.
     static std::shared_ptr<Domain> join();
 
-    ~Domain();
     Domain(const Domain&) = delete;
     Domain& operator=(const Domain&) = delete;
 
@@ -26,22 +27,19 @@ public:
     /// The mode of files in the directory: the group has access where the directory gives it.
     unsigned fileMode() const { return fileMode_; }
 
-    /// Opens the arena's file anew: a descriptor of one's own, as locking needs. -1 with errno; ESTALE when the
-    /// directory no longer holds the file that is mapped.
-    int openArenaFile() const;
+    /// The lock of the arena, see recovery/cold_section.h.
+    FileLock& lock() const { return lock_; }
 
 private:
-    /// Takes over the descriptor and the mapping.
-    Domain(ScopedDescriptor& directory, unsigned fileMode, const Arena& arena, void* base, size_t size,
-           uint64_t device, uint64_t inode);
+    /// Takes over descriptors and mapping.
+    Domain(ScopedDescriptor& directory, unsigned fileMode, ScopedDescriptor& file, const FileLock::Identity& identity,
+           ArenaMapping mapping, uint32_t unitCount);
 
     ScopedDescriptor directory_;
     unsigned fileMode_;
+    mutable FileLock lock_;
+    ArenaMapping mapping_;
     Arena arena_;
-    void* base_;
-    size_t size_;
-    uint64_t device_;
-    uint64_t inode_;
 };
 
 }  // namespace linx

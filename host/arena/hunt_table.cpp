@@ -3,40 +3,28 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "host/arena/arena_file.h"
-
 namespace linx {
 namespace {
 
-/// The page that holds the last byte of the entry, counted from the start of the table.
-uint32_t lastPageOf(uint32_t index) {
-    return ((index + 1) * static_cast<uint32_t>(sizeof(Hunt)) - 1) / unitBytes;
-}
-
-bool huntHasMemory(const Arena& arena, int file, uint32_t index) {
-    Word& reserved = arena.header().huntsReserved;
-    const uint32_t have = reserved.loadRelaxed();
-    const uint32_t need = lastPageOf(index) + 1;
-    if (need <= have) return true;
-    if (!reservePages(file, huntsOffset / unitBytes + have, need - have)) return false;
-    reserved.storeRelaxed(need);
-    return true;
-}
-
-uint32_t freeEntry(const Arena& arena) {
-    const uint32_t used = std::min(arena.header().huntsUsed.loadRelaxed(), huntCount);
-    for (uint32_t i = 0; i < used; ++i) {
-        if (arena.hunt(i).hunter.loadRelaxed() == 0) return i;
+/// The first free entry; `huntCount` when all are in use, or so many by `hunter` that others would go short.
+uint32_t entryFor(const Arena& arena, Spid hunter) {
+    const uint32_t used = arena.usedHunts();
+    uint32_t free = used;
+    uint32_t own = 0;
+    for (uint32_t i = used; i-- > 0;) {
+        const uint32_t word = arena.hunt(i).hunter.loadRelaxed();
+        if (word == 0) free = i;
+        if ((word & spidMask) == hunter) ++own;
     }
-    return used;
+    return own < huntsOfOne ? free : huntCount;
 }
 
 }  // namespace
 
-int addHunt(const Arena& arena, int file, Spid hunter, const Name& name, Ref signal) {
-    const uint32_t index = freeEntry(arena);
+int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal) {
+    const uint32_t index = entryFor(arena, hunter);
     if (index == huntCount) return ENOSPC;
-    if (!huntHasMemory(arena, file, index)) return ENOMEM;
+    if (!arena.hasHunt(index)) return ENOMEM;
     Hunt& hunt = arena.hunt(index);
     hunt.signal.storeRelaxed(signal);
     hunt.nameHash.storeRelaxed(name.hash());
@@ -51,7 +39,7 @@ int addHunt(const Arena& arena, int file, Spid hunter, const Name& name, Ref sig
 
 void trimHunts(const Arena& arena) {
     Word& used = arena.header().huntsUsed;
-    uint32_t count = std::min(used.loadRelaxed(), huntCount);
+    uint32_t count = arena.usedHunts();
     while (count != 0 && arena.hunt(count - 1).hunter.loadRelaxed() == 0) --count;
     used.storeRelaxed(count);
 }

@@ -8,9 +8,12 @@ namespace linx {
 /// The hunts that wait for their names. All of it needs the cold lock, which orders it (P); releases only keep the
 /// order in which one who dies has written.
 
-/// Keeps a hunt of `hunter` for `name` with its signal, a block that is queued for the hunter. Returns 0 or ENOSPC
-/// when too many are pending, ENOMEM when there is no memory. `file` is the arena's.
-int addHunt(const Arena& arena, int file, Spid hunter, const Name& name, Ref signal);
+/// The most hunts that one endpoint may have pending.
+constexpr uint32_t huntsOfOne = huntCount / 4;
+
+/// Keeps a hunt of `hunter` for `name` with its signal, a block that is queued for the hunter. Returns 0, ENOSPC when
+/// too many are pending, the hunter's own or everybody's, or ENOMEM when there is no memory.
+int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal);
 
 inline void clearHunt(Hunt& hunt) {
     hunt.hunter.storeRelaxed(0);
@@ -19,8 +22,8 @@ inline void clearHunt(Hunt& hunt) {
 /// Calls `visit(hunt)` for every hunt of a hunter that `visit` may clear.
 template <class Visit>
 void forEachHunt(const Arena& arena, Visit visit) {
-    const uint32_t used = arena.header().huntsUsed.loadRelaxed();
-    for (uint32_t i = 0; i < used && i < huntCount; ++i) {
+    const uint32_t used = arena.usedHunts();
+    for (uint32_t i = 0; i < used; ++i) {
         Hunt& hunt = arena.hunt(i);
         if (hunt.hunter.loadRelaxed() != 0) visit(hunt);
     }

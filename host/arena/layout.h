@@ -26,7 +26,7 @@ namespace linx {
 using Ref = uint32_t;  ///< a block, by the number of its first line; the first lines are the header, so 0 is none
 
 constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine of the other byte order
-constexpr uint32_t arenaVersion = 1;
+constexpr uint32_t arenaVersion = 2;
 constexpr uint32_t maxNameLength = 255;
 constexpr uint32_t huntCount = 4096;
 constexpr uint32_t noHome = 0;  ///< home of a block that lies in the common stacks
@@ -48,14 +48,14 @@ struct Header {
     // Guarded by the cold lock.
     Word busy;                    ///< 1 while a cold section runs; found set, its holder died and repair() has work
     Word slotsUsed;               ///< slots 1 to slotsUsed have been used at least once
-    Word slotsReserved;           ///< pages of the slot table that have memory
+    Word openEndpoints;           ///< how many there are; decides what each may keep for itself
     Word oldestEnded;             ///< first of the chain of ended slots, the oldest; 0 none
     Word newestEnded;             ///< its last
     Word endings;                 ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
     Word huntsUsed;               ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word huntsReserved;           ///< pages of the hunt table that have memory
+    Word reclaimFrom;             ///< coarse milliseconds: memory is not reclaimed again before
     Word unitsUsed;               ///< units below have been leased at least once
-    Word stealing;                ///< announces a returned stack that a reclaiming endpoint is taking
+    Word pressure;                ///< counts the times that memory ran out: who sees a new one gives up what it keeps
     Word common[sizeClassCount];  ///< stacks of free blocks without a home, a class each
 };
 static_assert(sizeof(Header) == 104 + 4 * sizeClassCount && offsetof(Header, busy) == 64 &&
@@ -166,6 +166,9 @@ static_assert(sizeof(Block) == 32 && alignof(Block) == 4 && offsetof(Block, size
               "the block's layout is shared by every process of the domain, and the payload starts 16-byte aligned");
 
 constexpr uint32_t maxSignalBytes = 1u << 20;
+constexpr bool isSignalSize(uint32_t bytes) {
+    return bytes >= sizeof(LinxSignal) && bytes <= maxSignalBytes;
+}
 constexpr uint32_t linesForSignal(uint32_t bytes) {
     return (static_cast<uint32_t>(offsetof(Block, signal)) + bytes + lineBytes - 1) / lineBytes;
 }

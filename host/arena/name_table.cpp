@@ -42,7 +42,7 @@ Spid findName(const Arena& arena, const Name& name) {
     // Acquire: (N), pairs with the releases in insertName and removeName; a slot's own link is as new as the link
     // that leads to it.
     uint32_t index = arena.bucket(name.hash()).loadAcquire();
-    for (uint32_t left = slotCount; index != 0 && index < slotCount && left != 0; --left) {
+    for (uint32_t left = slotCount; arena.hasSlot(index) && left != 0; --left) {
         const Slot& slot = arena.slot(index);
         // Acquire: (K), pairs with the release that opened the endpoint, its name written before. Hash and length are
         // relaxed: no name is empty, and equal words vouch for both, or are newer and betray themselves by (M).
@@ -87,7 +87,7 @@ void removeName(const Arena& arena, uint32_t index) {
     Word* link = &arena.bucket(slot.nameHash.loadRelaxed());
     for (uint32_t left = slotCount; left != 0; --left) {
         const uint32_t here = link->loadRelaxed();
-        if (here == 0 || here >= slotCount) return;
+        if (!arena.hasSlot(here)) return;
         if (here == index) {
             // The removed slot keeps its own link, so a reader that stands on it goes on. Release: (N), the slot that
             // is linked now was so far behind another's release.

@@ -1,29 +1,22 @@
 #ifndef LINXIPC_HOST_ARENA_RUNS_H
 #define LINXIPC_HOST_ARENA_RUNS_H
 
-#include <algorithm>
-
 #include "host/arena/arena.h"
 
 namespace linx {
-
-/// Units that have been leased at least once: all runs lie below. Under the cold lock, which orders it.
-inline uint32_t unitsUsed(const Arena& arena) {
-    return std::min(arena.header().unitsUsed.loadRelaxed(), arena.unitCount());
-}
 
 /// Whether a run starts at the unit; its class goes to `sizeClass`.
 inline bool runStartsAt(const Arena& arena, uint32_t unit, uint32_t& sizeClass) {
     const uint32_t entry = arena.unit(unit).loadAcquire();  // (O), though the cold lock would do
     sizeClass = entryClass(entry);
     return sizeClass < sizeClassCount && entryBack(entry) == 0 &&
-           unit + sizeClasses[sizeClass].units <= arena.unitCount();
+           unit + sizeClasses[sizeClass].units <= arena.usedUnits();
 }
 
 /// Calls `visit(firstUnit, sizeClass)` for every run. Under the cold lock.
 template <class Visit>
 void forEachRun(const Arena& arena, Visit visit) {
-    const uint32_t used = unitsUsed(arena);
+    const uint32_t used = arena.usedUnits();
     for (uint32_t unit = 0; unit < used;) {
         uint32_t sizeClass;
         if (runStartsAt(arena, unit, sizeClass)) {

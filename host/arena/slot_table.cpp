@@ -5,40 +5,20 @@
 #include <memory>
 #include <new>
 
-#include "host/arena/arena_file.h"
-
 namespace linx {
-namespace {
 
 // All under the cold lock: relaxed, handed over with it (P). Only slotsUsed is read without, see wasUsed.
 
-constexpr uint32_t slotsPerPage = unitBytes / sizeof(Slot);
-
-bool slotHasMemory(const Arena& arena, int file, uint32_t index) {
-    Word& reserved = arena.header().slotsReserved;
-    const uint32_t page = index / slotsPerPage;
-    if (page < reserved.loadRelaxed()) return true;
-    if (!reservePages(file, slotsOffset / unitBytes + page, 1)) return false;
-    reserved.storeRelaxed(page + 1);
-    return true;
-}
-
-}  // namespace
-
-uint32_t takeSlot(const Arena& arena, int file) {
+uint32_t takeSlot(const Arena& arena) {
     Header& header = arena.header();
-    const uint32_t fresh = std::min(header.slotsUsed.loadRelaxed(), slotCount - 1) + 1;  // slot 0 stays unused
-    if (fresh < slotCount) {
-        if (!slotHasMemory(arena, file, fresh)) {
-            errno = ENOMEM;
-            return 0;
-        }
+    const uint32_t fresh = arena.usedSlots() + 1;  // slot 0 stays unused
+    if (fresh < slotCount && arena.hasSlot(fresh)) {
         header.slotsUsed.storeRelaxed(fresh);
         return fresh;
     }
     const uint32_t oldest = header.oldestEnded.loadRelaxed();
-    if (oldest == 0 || oldest >= slotCount) {
-        errno = ENOSPC;
+    if (oldest == 0 || oldest >= fresh) {
+        errno = fresh < slotCount ? ENOMEM : ENOSPC;
         return 0;
     }
     const uint32_t next = arena.slot(oldest).nextEnded.loadRelaxed();
@@ -55,7 +35,7 @@ void appendEnded(const Arena& arena, uint32_t index) {
     slot.endStamp.storeRelaxed(stamp);
     slot.nextEnded.storeRelaxed(0);
     const uint32_t newest = header.newestEnded.loadRelaxed();
-    if (newest == 0 || newest >= slotCount) {
+    if (newest == 0 || newest > arena.usedSlots()) {
         header.oldestEnded.storeRelaxed(index);
     } else {
         arena.slot(newest).nextEnded.storeRelaxed(index);
@@ -65,7 +45,7 @@ void appendEnded(const Arena& arena, uint32_t index) {
 
 void rebuildEnded(const Arena& arena) {
     Header& header = arena.header();
-    const uint32_t used = std::min(header.slotsUsed.loadRelaxed(), slotCount - 1);
+    const uint32_t used = arena.usedSlots();
     const uint32_t now = header.endings.loadRelaxed();
     struct Ended {
         uint32_t index;
@@ -96,6 +76,13 @@ void rebuildEnded(const Arena& arena) {
         arena.slot(previous).nextEnded.storeRelaxed(0);
     }
     header.newestEnded.storeRelaxed(previous);
+}
+
+void recountOpen(const Arena& arena) {
+    const uint32_t used = arena.usedSlots();
+    uint32_t open = 0;
+    for (uint32_t i = 1; i <= used; ++i) open += arena.slot(i).life.loadRelaxed() / lifeOpen;
+    arena.header().openEndpoints.storeRelaxed(open);
 }
 
 }  // namespace linx

@@ -11,9 +11,8 @@ namespace linx {
 
 /// Whether the slot has been used: one that never was may not even have memory.
 inline bool wasUsed(const Arena& arena, Spid spid) {
-    // Relaxed: the kernel gave the slot its memory before the count rose, and the slot's own life says the rest. Who
-    // has the spid from its endpoint, reads a count that includes it.
-    return isSpid(spid) && indexOf(spid) <= arena.header().slotsUsed.loadRelaxed();
+    // Relaxed: the slot's own life says the rest. Who has the spid from its endpoint, reads a count that includes it.
+    return isSpid(spid) && indexOf(spid) <= arena.header().slotsUsed.loadRelaxed() && arena.hasSlot(indexOf(spid));
 }
 
 inline bool isOpen(const Arena& arena, Spid spid) {
@@ -29,15 +28,26 @@ inline bool everExisted(const Arena& arena, Spid spid) {
     return current != 0 && (current == spid || isEarlier(spid, current));
 }
 
-/// Takes the slot that is next in turn out of the order. `file` is the arena's, for the memory of a fresh slot. 0
-/// with errno ENOSPC when all are open, ENOMEM when there is no memory.
-uint32_t takeSlot(const Arena& arena, int file);
+/// Takes the slot that is next in turn out of the order. Where there is no memory for a fresh one, the oldest ended one
+/// is next. 0 with errno ENOSPC when all are open, ENOMEM when there is no memory and none has ended.
+uint32_t takeSlot(const Arena& arena);
 
 /// Puts a slot whose endpoint has ended at the end of the order.
 void appendEnded(const Arena& arena, uint32_t index);
 
 /// Makes the order anew from the slots themselves.
 void rebuildEnded(const Arena& arena);
+
+/// Keeps count of the open endpoints, and counts them anew.
+inline void countOpened(const Arena& arena) {
+    Word& open = arena.header().openEndpoints;
+    open.storeRelaxed(open.loadRelaxed() + 1);
+}
+inline void countEnded(const Arena& arena) {
+    Word& open = arena.header().openEndpoints;
+    open.storeRelaxed(open.loadRelaxed() - 1);
+}
+void recountOpen(const Arena& arena);
 
 }  // namespace linx
 

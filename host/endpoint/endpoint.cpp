@@ -1,5 +1,6 @@
 #include "host/endpoint/endpoint.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 
 #include <cerrno>
@@ -10,10 +11,13 @@
 #include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
+#include "host/endpoint/answers.h"
+#include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
+#include "host/mailbox/sleepers.h"
 #include "host/recovery/retire.h"
 
 namespace linx {
@@ -29,7 +33,7 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.sending.storeRelaxed(0);
     slot.deepestQueue.storeRelaxed(0);
     slot.leasedLines.storeRelaxed(0);
-    slot.forkRound.storeRelaxed(0);
+    slot.forkRound.addRelaxed(1);  // what a forked copy of an earlier user of the slot may expect never comes back
     slot.dropped.low.storeRelaxed(0);
     slot.dropped.high.storeRelaxed(0);
     slot.sleeps.storeRelaxed(0);
@@ -39,68 +43,36 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     name.writeTo(slot.name);
 }
 
-/// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the order in which
-/// one who dies has written; others see it by the push (F) or the cold lock (P). False with errno, the hunt still
-/// pending, when there is no descriptor to ring the hunter with.
-bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
-    const Arena& arena = cold.arena();
-    const Spid hunter = hunt.hunter.loadRelaxed();
-    const Ref ref = hunt.signal.loadRelaxed();
-    Block* signal = arena.blockAt(ref);
-    if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
-        Slot& slot = arena.slot(indexOf(hunter));
-        const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
-        if (bell.get() == -1 && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) return false;
-        if (bell.get() != -1) bell::introduce(bell.get(), found);
-        signal->owner.storeRelease(hunter | ownerTransit);
-        // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
-        // its mailbox by the time that somebody asks.
-        hunt.hunter.storeRelease(hunter | huntAnswering);
-        signal->sender.storeRelease(found);
-        // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
-        // push is (A) and the look (B).
-        if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
-            attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
-                            [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
-        }
+/// Tells of an end of which the kernel does not: forked copies of the bell keep it from its holders.
+void tellOfEnd(const Domain& domain, Spid ended) {
+    const Arena& arena = domain.arena();
+    const uint32_t used = arena.usedSlots();
+    for (uint32_t i = 1; i <= used; ++i) {
+        const uint32_t life = arena.slot(i).life.loadAcquire();
+        if ((life & lifeOpen) == 0) continue;
+        const ScopedDescriptor bell(bell::open(domain.directory(), life & spidMask));
+        if (bell.get() != -1) bell::tell(bell.get(), ended | bell::ended);
     }
-    clearHunt(hunt);
-    return true;
-}
-
-/// Answers all who hunt for the name. False with errno when not all could be.
-bool answerHunts(const ColdSection& cold, Spid found, const Name& name) {
-    bool all = true;
-    forEachHunt(cold.arena(), [&](Hunt& hunt) {
-        const bool isMeant =
-            hunt.nameHash.loadRelaxed() == name.hash() && name.equals(hunt.name, hunt.nameLength.loadRelaxed());
-        if (all && isMeant) all = answer(cold, hunt, found);
-    });
-    trimHunts(cold.arena());
-    return all;
 }
 
 }  // namespace
 
 std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
+    forks::acknowledge();
     const std::shared_ptr<Domain> domain = Domain::join();
-    std::unique_ptr<Endpoint> endpoint;
-    if (domain == nullptr || openIn(domain, name, endpoint)) return endpoint;
-    const int failure = errno;
-    endpoint.reset();  // who has heard of it finds that it has ended
-    errno = failure;
-    return nullptr;
+    return domain == nullptr ? nullptr : openIn(domain, name);
 }
 
-/// False with errno; then there may be an endpoint nevertheless, which must end.
-bool Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name, std::unique_ptr<Endpoint>& endpoint) {
+/// Null with errno. Everything that can fail comes before the store that opens the endpoint.
+std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name) {
+    std::unique_ptr<Endpoint> endpoint;
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
-    if (epoll.get() == -1) return false;
+    if (epoll.get() == -1) return nullptr;
     const ColdSection cold(*domain);
-    if (!cold.entered()) return false;
+    if (!cold.entered()) return nullptr;
     ScopedDescriptor bell;
-    const Spid spid = enter(cold, name, bell);
-    if (spid == 0) return false;
+    const Spid spid = takeSlotFor(cold, name, bell);
+    if (spid == 0) return nullptr;
     epoll_event event = {};
     event.events = EPOLLIN;
     event.data.u32 = event_tag::bell;
@@ -108,35 +80,38 @@ bool Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name, s
         errno = ENOMEM;
         endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, bell));
     }
+    const Arena& arena = domain->arena();
     if (endpoint == nullptr) {
         const int failure = errno;
         bell::remove(domain->directory(), spid);
-        appendEnded(domain->arena(), indexOf(spid));
+        appendEnded(arena, indexOf(spid));
         errno = failure;
-        return false;
+        return nullptr;
     }
-    insertName(domain->arena(), indexOf(spid));
+    insertName(arena, indexOf(spid));
     // Only now, so that a slot that is not opened after all takes nothing.
     endpoint->slot().mailbox.storeRelaxed(stack::empty);
     endpoint->slot().returned.storeRelaxed(stack::empty);
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     endpoint->slot().life.storeRelease(spid | lifeOpen);
-    return answerHunts(cold, spid, name);
+    countOpened(arena);
+    endpoint->owesAnswers_ = !answerHunts(cold, spid, name);
+    return endpoint;
 }
 
 /// Takes a slot for the name and readies it. 0 with errno.
-Spid Endpoint::enter(const ColdSection& cold, const Name& name, ScopedDescriptor& bell) {
+Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& bell) {
     const Arena& arena = cold.arena();
     const Spid holder = findName(arena, name);
     if (holder != 0) {
         errno = EADDRINUSE;
         if (!hasDied(cold.domain(), holder)) return 0;
-        retire(cold, holder, Leftovers::anything);
+        reap(cold, &holder, 1);
     }
-    uint32_t index = takeSlot(arena, cold.file());
-    if (index == 0 && errno == ENOSPC) {
+    uint32_t index = takeSlot(arena);
+    if (index == 0) {
         reapAllDead(cold);
-        index = takeSlot(arena, cold.file());
+        index = takeSlot(arena);
     }
     if (index == 0) return 0;
     Slot& slot = arena.slot(index);
@@ -161,8 +136,11 @@ Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& 
       slot_(domain_->arena().slot(indexOf(spid))),
       epoll_(epoll.release()),
       bell_(bell.release()),
-      forksSeen_(forkCount()),
-      generation_(processGeneration()),
+      entry_(forks::stamp()),
+      nextEntry_(forks::stamp()),
+      forksSeen_(forks::stamp()),
+      generation_(forks::generation()),
+      forkRound_(slot_.forkRound.loadRelaxed()),
       pool_(*domain_, spid),
       peers_(*domain_, epoll_.get()),
       budget_(LookingBudget::fromEnvironment()) {}
@@ -170,11 +148,16 @@ Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& 
 Endpoint::~Endpoint() {
     if (disowned_) {
         peers_.abandon();
-    } else {
+    } else if (isStillOpen()) {
         leaveDomain();
     }
     for (char* name : names_) std::free(name);
-    if (descriptorGiven_) epoll_.release();
+}
+
+/// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its bell, must not
+/// touch what is another's by now.
+bool Endpoint::isStillOpen() const {
+    return slot().life.loadRelaxed() == (spid_ | lifeOpen);
 }
 
 void Endpoint::leaveDomain() {
@@ -184,20 +167,21 @@ void Endpoint::leaveDomain() {
     while (const Ref ref = timers_.takeAny()) discard(ref);
     while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
     pool_.takeReturned();  // or all of the arena would be looked through for it
-    if (end()) return;
-    bell_.reset();  // gives the lock a descriptor; where that does not help the others see that this one has ended
-    end();
+    end();  // where somebody has removed the domain nobody can look for this endpoint any more
 }
 
-/// False when the cold lock could not be had: no descriptor is left, or somebody has removed the domain, and nobody
-/// can look for this endpoint any more.
-bool Endpoint::end() {
+void Endpoint::end() {
     const ColdSection cold(*domain_);
-    if (!cold.entered()) return false;
+    if (!cold.entered() || !isStillOpen()) return;
+    if (owesRings_) ringSleepers(*domain_);
+    const ScopedDescriptor bell(bell::open(domain_->directory(), spid_));
     giveUpHunts();
     pool_.giveUp();
+    reap(cold, dead_.data(), dead_.size());
     retire(cold, spid_, held_ == 0 ? Leftovers::none : Leftovers::held);
-    return true;
+    bell_.reset();
+    // Whoever holds the bell has been told by that, unless a forked process still has a copy of it.
+    if (bell.get() == -1 || !bell::isDead(bell.get())) tellOfEnd(*domain_, spid_);
 }
 
 void Endpoint::giveUpHunts() {
@@ -212,23 +196,53 @@ void Endpoint::giveUpHunts() {
 }
 
 int Endpoint::descriptor() {
-    descriptorGiven_ = true;
-    return epoll_.get();
+    while (givenDescriptor_ == -1) {
+        givenDescriptor_ = fcntl(epoll_.get(), F_DUPFD_CLOEXEC, 0);
+        if (givenDescriptor_ == -1 && !peers_.makeRoom()) break;
+    }
+    return givenDescriptor_;
+}
+
+bool Endpoint::enter() {
+    return enterAtOnce() || enterInDoubt();
+}
+
+/// The stamp is not the one with which one may enter.
+bool Endpoint::enterInDoubt() {
+    const uint32_t entry = entry_.load(std::memory_order_relaxed);
+    if (entry == inside && isMaker()) {
+        errno = EINVAL;
+        return false;
+    }
+    const bool forked = forksSeen_ != forks::stamp();
+    if (entry == inside || (forked && !claim())) {
+        errno = ECHILD;
+        return false;
+    }
+    entry_.store(inside, std::memory_order_relaxed);
+    if (owesRings_) ringOwed();
+    return true;
+}
+
+/// Whether this is the process that has the endpoint, or had it before a fork in which it was the parent.
+bool Endpoint::isMaker() const {
+    return generation_ == forks::generation() && !forks::isSmuggled(generation_);
 }
 
 /// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
 /// One exchange decides and publishes nothing, so any order would do.
 bool Endpoint::claim() {
     uint32_t round = forkRound_;
-    if (!disowned_ && slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
-        forkRound_ += 1;
-        forksSeen_ = forkCount();
-        generation_ = processGeneration();
-        return true;
+    const bool mayHave = !disowned_ && !forks::isSmuggled(generation_) && isStillOpen();
+    if (!mayHave || !slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
+        disown();
+        return false;
     }
-    disown();
-    errno = ECHILD;
-    return false;
+    forkRound_ += 1;
+    forksSeen_ = forks::stamp();
+    nextEntry_ = owesRings_ ? overdue : forksSeen_;
+    generation_ = forks::generation();
+    return true;
 }
 
 /// Lets go of the bell, so that the end of the process that has the endpoint does not go unnoticed.
@@ -239,23 +253,46 @@ void Endpoint::disown() {
     peers_.abandon();
 }
 
-bool Endpoint::leave() {
-    const bool unclaimed = !disowned_ && slot().forkRound.loadRelaxed() == forkRound_;
-    if (!unclaimed || generation_ == processGeneration()) return isOurs();
-    disown();
-    return true;
+Endpoint::Departure Endpoint::leave() {
+    const bool occupied = entry_.load(std::memory_order_relaxed) == inside;
+    if (occupied && isMaker()) {
+        errno = EINVAL;
+        return Departure::refused;
+    }
+    if (occupied) {
+        bell_.reset();  // or the end of the process that has the endpoint would go unnoticed
+        return Departure::forgotten;
+    }
+    const bool isUnclaimed = !disowned_ && isStillOpen() && slot().forkRound.loadRelaxed() == forkRound_;
+    if (isUnclaimed && !isMaker()) {
+        disown();
+        return Departure::leaves;
+    }
+    if (disowned_ || forksSeen_ != forks::stamp()) {
+        if (!claim()) {
+            errno = ECHILD;
+            return Departure::stays;
+        }
+    }
+    return Departure::leaves;
 }
 
 int Endpoint::hunt(const Name& name, LinxSignal** signal) {
     Held held;
     if (!takeOver(signal, LINX_OS_HUNT_SIG, held)) return -1;
+    const int result = hunt(name, held);
+    settle();
+    return result;
+}
+
+int Endpoint::hunt(const Name& name, const Held& held) {
     for (;;) {
         const Spid found = findName(arena(), name);
-        if (found != 0 && (found == spid_ || peerFor(found) != nullptr)) {
-            return queueOwn(held, found);
+        if (found != 0 && (found == spid_ || acquaint(found) != nullptr)) return queueOwn(held, found);
+        // One who has died still has its name until it is reaped; any other trouble with its bell is the caller's.
+        if (found != 0 && (errno != ECONNRESET || !reapDead(ColdSection::Patience::wait))) {
+            return refuse(held, errno);
         }
-        // A dead holder of the name has been reaped by now; any other trouble with its bell is the caller's.
-        if (found != 0 && errno != ECONNRESET) return refuse(held, errno);
         bool opened = false;
         int failure;
         do {
@@ -274,10 +311,10 @@ int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
     opened = findName(arena(), name) != 0;
     if (opened) return 0;
     park(held, spid_);
-    const int failure = addHunt(arena(), cold.file(), spid_, name, held.ref);
+    const int failure = addHunt(arena(), spid_, name, held.ref);
     if (failure != ENOSPC) return failure;
     reapAllDead(cold);  // whose hunts nobody may have missed yet
-    return addHunt(arena(), cold.file(), spid_, name, held.ref);
+    return addHunt(arena(), spid_, name, held.ref);
 }
 
 LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
@@ -293,7 +330,7 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
     }
     Peer* peer = nullptr;
     const bool ended = !isOpen(arena(), spid);
-    if (!ended && spid != spid_) peer = peerFor(spid);
+    if (!ended && spid != spid_) peer = acquaint(spid);
     if (peer == nullptr && spid != spid_ && !ended && errno != ECONNRESET) {
         refuse(held, errno);
         return 0;
@@ -306,7 +343,16 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
     } else if (queueOwn(held, spid) == -1) {  // what it had sent comes before the news of its end
         return 0;
     }
-    return ++lastReference_ != 0 ? lastReference_ : ++lastReference_;
+    settle();
+    return nextReference();
+}
+
+/// Numbers go round; one that still names a time-out is passed over.
+LinxRef Endpoint::nextReference() {
+    do {
+        ++lastReference_;
+    } while (lastReference_ == 0 || timers_.knows(lastReference_));
+    return lastReference_;
 }
 
 /// False with errno ENOMEM, the notice freed.

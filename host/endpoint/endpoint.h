@@ -1,8 +1,10 @@
 #ifndef LINXIPC_HOST_ENDPOINT_ENDPOINT_H
 #define LINXIPC_HOST_ENDPOINT_ENDPOINT_H
 
+#include <atomic>
 #include <memory>
 #include <unordered_set>
+#include <vector>
 
 #include "host/arena/domain.h"
 #include "host/arena/name_table.h"
@@ -12,6 +14,7 @@
 #include "host/endpoint/timers.h"
 #include "host/pool/pool.h"
 #include "host/recovery/cold_section.h"
+#include "host/system/forks.h"
 #include "platform/linx.h"
 
 namespace linx {
@@ -27,13 +30,22 @@ public:
     Endpoint(const Endpoint&) = delete;
     Endpoint& operator=(const Endpoint&) = delete;
 
-    /// Whether the endpoint belongs to this process. After a fork it goes to whichever of the two asks first.
-    bool isOurs() { return isKnownToBeOurs() || claim(); }
-    bool isKnownToBeOurs() const { return forksSeen_ == forkCount(); }
+    /// Begins an operation, and ends it. False with errno when there can be none: EINVAL when a thread is inside one
+    /// already, ECHILD when the endpoint is another process's. After a fork it goes to whichever of the two enters first,
+    /// unless the child was made while a thread was inside: nobody knows what state its copy is in.
+    bool enter();
+    void exit() { entry_.store(nextEntry_, std::memory_order_relaxed); }
 
-    /// Prepares for the end of this object and tells whether it may be had. A child that has only inherited the
-    /// endpoint gives up its copy, and leaves the endpoint to its parent.
-    bool leave();
+    /// What linx_close finds.
+    enum class Departure {
+        refused,   ///< with errno: a thread is inside an operation
+        stays,     ///< with errno ECHILD: the endpoint is another process's; the object goes
+        leaves,    ///< the object's end is that of the endpoint; or, in a child that has only inherited it, of the copy
+        forgotten  ///< the same for a copy that nobody may touch any more, not even to destroy it
+    };
+
+    /// Prepares for the end of this object.
+    Departure leave();
 
     int descriptor();
 
@@ -44,6 +56,25 @@ public:
 
     /// Waits until `milliseconds` have passed, or without limit if it is null.
     int receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection);
+
+    /// What has become of a signal on its way to a peer.
+    enum class Posted {
+        done,
+        refused,       ///< still here: the peer has ended, or it did not go at once
+        wantsRing,     ///< the peer asks to be rung for it
+        wantsReminder  ///< the peer is to be rung though it does not ask
+    };
+
+    // The same five as they go most of the time (at_once.h). They enter by themselves, and exit, and leave everything as
+    // it was where it does not go at once: null, false, `refused` and 0 say so. Addresses are not null.
+    LinxSignal* allocateAtOnce(uint32_t size, uint32_t number);
+    bool freeAtOnce(LinxSignal** signal);
+    Posted sendAtOnce(LinxSignal** signal, Spid to);
+    bool senderAtOnce(const LinxSignal* signal, Spid& sender) const;
+    int receiveAtOnce(LinxSignal** signal, const uint32_t* selection);
+
+    /// Does what is left to do of a send, and exits. Returns its result.
+    int finishSend(Posted posted);
 
     int hunt(const Name& name, LinxSignal** signal);
 
@@ -69,45 +100,65 @@ private:
     /// Takes over the two descriptors.
     Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& bell);
 
-    static bool openIn(const std::shared_ptr<Domain>& domain, const Name& name, std::unique_ptr<Endpoint>& endpoint);
-    static Spid enter(const ColdSection& cold, const Name& name, ScopedDescriptor& bell);
+    static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name);
+    static Spid takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& bell);
 
     // Which signals are ours (signals.cpp).
-    [[gnu::always_inline]] Held find(const LinxSignal* signal) const;
-    [[gnu::noinline]] Held lookUp(const LinxSignal* signal) const;
+    bool isRecent(const LinxSignal* signal) const;
+    Held find(const LinxSignal* signal) const;
+    LinxSignal* give(const Held& held, uint32_t size, uint32_t number);
     Held at(Ref ref) const;
-    [[gnu::cold, gnu::noinline]] LinxSignal* allocateMakingRoom(uint32_t size, uint32_t number);
+    LinxSignal* allocateMakingRoom(uint32_t size, uint32_t number);
     bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
     void park(const Held& held, Spid sender);
-    [[gnu::cold]] int queueOwn(const Held& held, Spid sender);
+    int queueOwn(const Held& held, Spid sender);
     bool supervise(Peer& peer, const Held& notice);
     void discard(const Held& held);
     void discard(Ref ref);
 
     // Sending (send.cpp).
-    [[gnu::always_inline]] inline int push(const Held& held, Peer& peer);
-    bool seemsAlive(Peer& peer);
-    [[gnu::cold]] int sendToSelf(const Held& held);
-    [[gnu::cold]] Peer* strangerAt(Spid spid);
-    [[gnu::cold]] int bounce(const Held& held, Peer& peer);
-    [[gnu::cold]] int refuse(const Held& held, int reason);
-    [[gnu::cold]] Peer* peerFor(Spid spid);
-    [[gnu::cold]] Peer* meet(Spid spid);
+    Posted post(const Held& held, Peer& peer);
+    int push(const Held& held, Peer& peer);
+    int finish(const Held& held, Peer& peer, Posted posted);
+    int ring(const Held& held, Peer& peer);
+    bool remind(Peer& peer);
+    int sendToSelf(const Held& held);
+    int sendToStranger(const Held& held, Spid to);
+    int bounce(const Held& held, Peer& peer);
+    int returnToSender(const Held& held, Peer& peer);
+    int refuse(const Held& held, int reason);
+
+    // Peers, their ends, and what this endpoint owes others (company.cpp).
+    Peer* acquaint(Spid spid);
+    void hear(uint32_t record);
+    void greet(Spid sender, bool watching);
+    bool hasEnded(const Peer& peer) const;
+    void bury(uint32_t index);
+    bool buryIfPossible(uint32_t index);
+    void buryEnded();
+    bool buryEndedIfPossible();
+    void remember(Spid dead);
+    bool reapDead(ColdSection::Patience patience);
+    bool reapKnownDead();
+    void oweRing();
+    void ringOwed();
+    bool hasChores() const { return owesRings_ || owesAnswers_ || !dead_.empty() || pool_.isUnderPressure(); }
+    void doChores();
 
     // Receiving (receive.cpp).
-    [[gnu::always_inline]] inline Held takeQueued(const uint32_t* selection);
-    [[gnu::always_inline]] inline int handOut(const Held& held, LinxSignal** signal);
-    [[gnu::always_inline]] inline bool isBusy() const;
+    Held takeQueued(const uint32_t* selection);
+    int handOut(const Held& held, LinxSignal** signal);
+    bool isBusy() const;
     Held heldAt(SignalQueue::Signal signal) const {
         return {arena().rawBlock(signal.ref), signal.ref, signal.sizeClass};
     }
-    [[gnu::noinline]] int receiveWithCare(LinxSignal** signal, const uint32_t* milliseconds,
-                                          const uint32_t* selection);
     Held await(const uint32_t* milliseconds, const uint32_t* selection);
     void beginLooking();
     bool look(uint64_t deadline);
     bool giveWay(uint64_t wake);
     bool sleep(uint64_t deadline, bool mayWait);
+    void remindUnrung();
+    uint64_t choresDue(uint64_t from) const;
     void noticeEvents();
     void handleEvents(int milliseconds);
     void takeMailbox();
@@ -116,38 +167,51 @@ private:
     bool queueChain();
     void fireTimeouts();
     void enqueue(Ref ref);
-    void bury(uint32_t index);
     void settle() {
         if (queue_.empty() || looking_ || !byteIn_) settleAnew();
     }
     void settleAnew();
+    void makeDescriptorTrue();
     void raiseByte();
     void silence();
-    void greet(Spid sender);
     void ownStrays(Ref chain);
     void takeStrays(Ref chain);
 
+    int hunt(const Name& name, const Held& held);
     int keepHunt(const Name& name, const Held& held, bool& opened);
 
+    LinxRef nextReference();
+
+    bool enterAtOnce();
+    bool enterInDoubt();
     bool claim();
     void disown();
     void leaveDomain();
-    bool end();
+    void end();
     void giveUpHunts();
+    bool isStillOpen() const;
+    bool isMaker() const;
 
     const Arena& arena() const { return domain_->arena(); }
     Slot& slot() const { return slot_; }
+
+    static Block noBlock;  ///< nobody's, and no signal's
+
+    static constexpr uint32_t inside = forks::unannounced;  ///< no stamp of a process that may enter
+    static constexpr uint32_t overdue = forks::never;       ///< the same; before the next operation something is owed
 
     const std::shared_ptr<Domain> domain_;
     const Spid spid_;
     Slot& slot_;
     ScopedDescriptor epoll_;
-    bool descriptorGiven_ = false;
+    int givenDescriptor_ = -1;  ///< the user's duplicate of the epoll set
     ScopedDescriptor bell_;
 
-    uint32_t forksSeen_;
-    uint32_t generation_;  ///< of the process that has the endpoint
-    uint32_t forkRound_ = 0;
+    std::atomic<uint32_t> entry_;  ///< the stamp with which one may enter, or one of the two above
+    uint32_t nextEntry_;           ///< what it becomes after the operation
+    uint32_t forksSeen_;           ///< the stamp that the process had when the endpoint was made or claimed
+    uint32_t generation_;          ///< of the process that has the endpoint
+    uint32_t forkRound_;
     bool disowned_ = false;
 
     Pool pool_;
@@ -159,25 +223,20 @@ private:
     Ref takenChain_ = 0;    ///< taken from the mailbox, not in the queue yet
     bool looking_ = false;  ///< the attention word says that this endpoint looks
     bool byteIn_ = false;   ///< the bell is known to hold a byte
-    bool deaf_ = false;     ///< nothing can be waited for: the user has closed the descriptor
     uint64_t eventsSeenAt_ = 0;
+
+    bool waitFailed_ = false;    ///< somebody has closed what this endpoint waits on
+    bool missedEnds_ = false;    ///< peers have ended whose ends are still to be looked for
+    std::vector<Spid> dead_;     ///< to be reaped: the lock was taken when their ends were noticed
+    bool owesRings_ = false;     ///< somebody asked to be rung and could not be
+    bool owesAnswers_ = false;   ///< somebody hunts for this endpoint and could not be answered
+    uint32_t chorePause_ = 0;    ///< milliseconds until what is owed is tried again
+
     uint32_t held_ = 0;              ///< signals that the user holds
-    Held recent_ = {nullptr, 0, 0};  ///< given to the user last: most often the one that comes back next
+    Held recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next
     LinxRef lastReference_ = 0;
     std::unordered_set<char*> names_;
 };
-
-/// The signal that the user holds at this address; no block when none is there.
-inline Endpoint::Held Endpoint::find(const LinxSignal* signal) const {
-    // If the recent one is still this endpoint's, nobody has made another block of it. As numbers: the address may
-    // have nothing to do with any block.
-    const bool isRecent =
-        reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) == reinterpret_cast<uintptr_t>(recent_.block);
-    const Held held = isRecent ? recent_ : lookUp(signal);
-    // Relaxed: it was this endpoint that wrote it, if it is this endpoint's.
-    const bool ours = held.block != nullptr && held.block->owner.loadRelaxed() == spid_;
-    return ours ? held : Held{nullptr, 0, 0};
-}
 
 }  // namespace linx
 

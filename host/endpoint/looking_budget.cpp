@@ -2,22 +2,13 @@
 
 #include <sched.h>
 
-#include <cstdlib>
+#include "host/system/environment.h"
 
 namespace linx {
 namespace {
 
-constexpr unsigned long defaultMicroseconds = 50;
-constexpr unsigned long largestMicroseconds = 1000;
-
-unsigned long chosenMicroseconds() {
-    const char* text = std::getenv("LINX_SPIN_US");
-    if (text == nullptr || *text == '\0') return defaultMicroseconds;
-    char* end;
-    const unsigned long chosen = std::strtoul(text, &end, 10);
-    if (*end != '\0') return defaultMicroseconds;
-    return chosen < largestMicroseconds ? chosen : largestMicroseconds;
-}
+constexpr uint32_t defaultMicroseconds = 50;
+constexpr uint32_t mostMicroseconds = 1000;
 
 bool mayRunOnSeveralProcessors() {
     cpu_set_t processors;
@@ -27,7 +18,8 @@ bool mayRunOnSeveralProcessors() {
 }  // namespace
 
 LookingBudget LookingBudget::fromEnvironment() {
-    const uint64_t chosen = uint64_t{chosenMicroseconds()} * 1000;
+    const uint64_t chosen =
+        uint64_t{numberFromEnvironment("LINX_SPIN_US", 0, mostMicroseconds, defaultMicroseconds)} * 1000;
     return LookingBudget(mayRunOnSeveralProcessors() ? chosen : 0, chosen);
 }
 

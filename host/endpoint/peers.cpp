@@ -1,12 +1,20 @@
 #include "host/endpoint/peers.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "host/mailbox/bell.h"
 
 namespace linx {
+namespace {
+
+constexpr rlim_t largestReserve = 16;
+
+}  // namespace
 
 Peers::~Peers() {
     for (uint32_t i = 0; i < peers_.size(); ++i) part(i);
@@ -18,12 +26,14 @@ Peer* Peers::meet(Spid spid) {
         if (errno == ENXIO || errno == ENOENT) errno = ECONNRESET;
         return nullptr;
     }
+    leaveReserve(bell);
     const uint32_t index = indexOf(spid);
     if (index >= peers_.size()) peers_.resize(index + 1);
     auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), bell);
     epoll_event event = {};  // no events: errors are told always, and all that is waited for is the reader's end
     event.data.u32 = index;
     if (epoll_ctl(epoll_, EPOLL_CTL_ADD, peer->bell.get(), &event) == -1) return nullptr;
+    peer->usedAt = ++uses_;
     peers_[index] = std::move(peer);
     return peers_[index].get();
 }
@@ -36,14 +46,30 @@ int Peers::openBell(Spid spid) {
 
 bool Peers::makeRoom() {
     const int failure = errno;
-    if (failure != EMFILE && failure != ENFILE) return false;
-    for (uint32_t i = 0; i < peers_.size(); ++i) {
-        if (peers_[i] == nullptr || !peers_[i]->notices.empty()) continue;
-        part(i);
-        return true;
-    }
+    if ((failure == EMFILE || failure == ENFILE) && partWithOldest()) return true;
     errno = failure;
     return false;
+}
+
+/// Descriptors are given out the lowest first: the number of a new one tells how many are in use. When it is one of the
+/// last, which the rest of the process is going to need, another peer goes for this one.
+void Peers::leaveReserve(ScopedDescriptor& bell) {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) == -1 || limit.rlim_cur == RLIM_INFINITY) return;
+    const rlim_t reserve = std::min<rlim_t>(limit.rlim_cur / 8, largestReserve);
+    if (static_cast<rlim_t>(bell.get()) < limit.rlim_cur - reserve || !partWithOldest()) return;
+    const int lower = fcntl(bell.get(), F_DUPFD_CLOEXEC, 0);
+    if (lower != -1) bell.reset(lower);
+}
+
+bool Peers::partWithOldest() {
+    const Peer* oldest = nullptr;
+    forEach([&](const Peer& peer) {
+        if (peer.notices.empty() && (oldest == nullptr || peer.usedAt < oldest->usedAt)) oldest = &peer;
+    });
+    if (oldest == nullptr) return false;
+    part(indexOf(oldest->spid));
+    return true;
 }
 
 void Peers::supervise(Peer& peer, Ref notice) {
@@ -55,6 +81,7 @@ void Peers::part(uint32_t index) {
     if (inSlot(index) == nullptr) return;
     supervisions_ -= peers_[index]->notices.size();
     forgetLatest();
+    unrung_ = nullptr;
     // Taken out by hand: closing is not enough where a forked child still has a copy of the descriptor.
     epoll_ctl(epoll_, EPOLL_CTL_DEL, peers_[index]->bell.get(), nullptr);
     peers_[index].reset();
@@ -63,6 +90,9 @@ void Peers::part(uint32_t index) {
 Peer* Peers::lookUp(Spid spid) {
     Peer* peer = inSlot(indexOf(spid));
     if (peer == nullptr || peer->spid != spid) return nullptr;
+    // It is as old as the moment in which another becomes the latest.
+    if (latest_ != nullptr) latest_->usedAt = ++uses_;
+    peer->usedAt = ++uses_;
     latestSpid_ = spid;
     latest_ = peer;
     return peer;
@@ -86,6 +116,7 @@ Ref Peers::takeAnyNotice() {
 
 void Peers::abandon() {
     forgetLatest();
+    unrung_ = nullptr;
     peers_.clear();
 }
 

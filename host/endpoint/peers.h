@@ -21,6 +21,7 @@ struct Peer {
     uint64_t lookedAt = 0;     ///< coarse milliseconds: when its bell was last asked whether it lives
     uint32_t stride = 0;       ///< sends that pass between two that ask the clock whether it is time for that
     uint32_t unasked = 0;      ///< how many of these are still to pass
+    uint64_t usedAt = 0;       ///< counts uses of all peers: which one was used longest ago
     std::vector<Ref> notices;  ///< to deliver when it ends
 };
 
@@ -34,11 +35,18 @@ public:
     /// The peer, if it is one already.
     Peer* find(Spid spid) { return spid == latestSpid_ ? latest_ : lookUp(spid); }
 
+    /// The peer that was found last, and that one if it is `spid`; null when there is none.
+    Peer* latest() const { return latest_; }
+    Peer* latest(Spid spid) const { return spid == latestSpid_ ? latest_ : nullptr; }
+
     /// The peer in this slot, whatever its incarnation.
     Peer* inSlot(uint32_t index) const { return index < peers_.size() ? peers_[index].get() : nullptr; }
 
+    /// Slot indices are below.
+    uint32_t size() const { return static_cast<uint32_t>(peers_.size()); }
+
     /// Makes `spid` a peer. REQUIRES an empty place at its index. Null with errno: ECONNRESET when its process is
-    /// gone, otherwise what opening its bell says.
+    /// gone, otherwise what opening its bell says. Another peer may have to go for it, see below.
     Peer* meet(Spid spid);
 
     /// Keeps a notice for the peer's end.
@@ -48,8 +56,9 @@ public:
     /// Forgets a peer.
     void part(uint32_t index);
 
-    /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now.
-    /// A peer that is only talked to gives it; it can be met again. errno stays where it is not.
+    /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now. It
+    /// comes from the peer that was used longest ago and is not supervised: it can be met again. errno stays where it
+    /// is not.
     bool makeRoom();
 
     /// Takes any notice that has not been delivered; 0 when none is left.
@@ -58,10 +67,24 @@ public:
     /// Closes the bells without touching the epoll set, which belongs to another process by now.
     void abandon();
 
+    /// The peer that was sent a signal last, if it did not ask to be rung for it.
+    void noteUnrung(Peer* peer) { unrung_ = peer; }
+    Peer* unrung() const { return unrung_; }
+
+    /// Calls `visit(peer)` for each.
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (const auto& peer : peers_) {
+            if (peer != nullptr) visit(*peer);
+        }
+    }
+
 private:
     Peer* lookUp(Spid spid);
     void forgetLatest();
     int openBell(Spid spid);
+    void leaveReserve(ScopedDescriptor& bell);
+    bool partWithOldest();
 
     const Domain& domain_;
     const int epoll_;
@@ -69,6 +92,8 @@ private:
     size_t supervisions_ = 0;
     Spid latestSpid_ = 0;  ///< most signals go where the one before went
     Peer* latest_ = nullptr;
+    Peer* unrung_ = nullptr;
+    uint64_t uses_ = 0;
 };
 
 }  // namespace linx

@@ -7,7 +7,7 @@
 
 #include "host/arena/clock.h"
 #include "host/arena/slot_table.h"
-#include "host/endpoint/endpoint.h"
+#include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
@@ -42,17 +42,6 @@ int millisecondsUntil(uint64_t deadline, uint64_t from) {
 
 int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
     *signal = nullptr;
-    if (selection[0] == 0 && isBusy()) return handOut(heldAt(queue_.takeArrival()), signal);
-    return receiveWithCare(signal, milliseconds, selection);
-}
-
-/// Whether a receive of any signal has nothing to do but to take one: no time-out or end of a peer can be due,
-/// another signal stays in the queue, and the descriptor says so.
-bool Endpoint::isBusy() const {
-    return queue_.hasSeveralArrivals() && timers_.idle() && !peers_.supervising() && byteIn_ && !looking_;
-}
-
-int Endpoint::receiveWithCare(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
     Held held = {nullptr, 0, 0};
     try {
         if (timers_.earliest() != Timers::never || peers_.supervising()) noticeEvents();
@@ -68,8 +57,8 @@ int Endpoint::receiveWithCare(LinxSignal** signal, const uint32_t* milliseconds,
         timers_.received(held.ref);
         return handOut(held, signal);
     }
-    if (isOpen(arena(), spid_) && !deaf_) return 0;
-    errno = deaf_ ? EBADF : ECONNABORTED;
+    if (isStillOpen() && !waitFailed_) return 0;
+    errno = ECONNABORTED;
     return -1;
 }
 
@@ -79,24 +68,9 @@ Endpoint::Held Endpoint::takeQueued(const uint32_t* selection) {
     return signal.ref == 0 ? Held{nullptr, 0, 0} : heldAt(signal);
 }
 
-/// Gives a signal of the queue to the user and returns its size.
-int Endpoint::handOut(const Held& held, LinxSignal** signal) {
-    // Sizes come from other processes: none reaches beyond its block.
-    const uint32_t room =
-        sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
-    uint32_t size = held.block->size.loadRelaxed();
-    if (size < sizeof(LinxSignal) || size > room) {
-        size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
-        held.block->size.storeRelaxed(size);
-    }
-    held.block->owner.storeRelaxed(spid_);
-    ++held_;
-    recent_ = held;
-    *signal = &held.block->signal;
-    return static_cast<int>(size);
-}
-
 Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
+    waitFailed_ = false;
+    if (!isStillOpen()) return {nullptr, 0, 0};
     beginLooking();
     takeMailbox();
     Held held = takeQueued(selection);
@@ -160,11 +134,14 @@ bool Endpoint::giveWay(uint64_t wake) {
 }
 
 /// Sleeps until something happens, or only asks what has happened. True when the deadline has passed, or when there
-/// is nothing to wait for because somebody ended this endpoint or closed its descriptor.
+/// is nothing to wait for because somebody ended this endpoint or closed its descriptors.
 bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
-    if (!isOpen(arena(), spid_)) return true;
+    if (!isStillOpen()) return true;
+    if (hasChores()) doChores();
+    remindUnrung();
     const size_t queued = queue_.size();
     silence();
+    if (missedEnds_) buryEnded();
     if (queue_.size() != queued) return false;                               // somebody's end came with the bell
     slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C), see attention.h
     looking_ = false;
@@ -172,11 +149,26 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     const uint64_t start = mayWait ? now() : 0;
     // Also when a signal has forestalled the sleep: one may come each time, and time-outs and ends must not wait for
     // the last.
-    handleEvents(sleeps ? millisecondsUntil(deadline, start) : 0);
+    handleEvents(sleeps ? millisecondsUntil(std::min(deadline, choresDue(start)), start) : 0);
     const uint64_t end = mayWait ? now() : 0;
     if (sleeps) budget_.sleptFor(end - start);
+    if (waitFailed_ || !isStillOpen()) return true;
     beginLooking();
-    return !mayWait || end >= deadline || deaf_;
+    return !mayWait || end >= deadline;
+}
+
+/// Who was sent the last signal said that it looks. Should it have come for its mail by now and has not, its attention
+/// word may have been garbled: nothing would wake it while this endpoint waits for its answer.
+void Endpoint::remindUnrung() {
+    Peer* peer = peers_.unrung();
+    if (peer == nullptr) return;
+    peers_.noteUnrung(nullptr);
+    if (peer->slot.mailbox.loadRelaxed() > stack::closed) bell::ring(peer->bell.get());
+}
+
+/// When a sleep must end because something is still owed, which is tried less and less often.
+uint64_t Endpoint::choresDue(uint64_t from) const {
+    return hasChores() ? from + std::max(chorePause_, 1u) * nanosecondsPerMillisecond : Timers::never;
 }
 
 /// What a busy endpoint must not miss though its queue never runs dry: time-outs, and the deaths of peers.
@@ -196,7 +188,7 @@ void Endpoint::handleEvents(int milliseconds) {
     int count;
     do {
         count = epoll_wait(epoll_.get(), events, most, milliseconds);
-        deaf_ = count == -1 && errno != EINTR;
+        waitFailed_ = count == -1 && errno != EINTR;
         milliseconds = 0;
         for (int i = 0; i < count; ++i) {
             const uint32_t tag = events[i].data.u32;
@@ -204,17 +196,19 @@ void Endpoint::handleEvents(int milliseconds) {
                 byteIn_ = true;
             } else if (tag == event_tag::timer) {
                 fireTimeouts();
-            } else {
-                bury(tag);
+            } else if (const Peer* peer = peers_.inSlot(tag)) {
+                // Asked again: another may be in the slot by now, who lives.
+                if (hasEnded(*peer)) bury(tag);
             }
         }
     } while (count == most);
+    reapDead(ColdSection::Patience::tryOnce);  // all that this brought, together
 }
 
 void Endpoint::takeMailbox() {
     if (takenChain_ != 0) queueTaken();  // what there was no memory for comes before what has come since
     Slot& own = slot();
-    if (own.mailbox.loadRelaxed() <= stack::closed) return;  // relaxed: as in take
+    if (own.mailbox.loadRelaxed() <= stack::closed || !isStillOpen()) return;  // relaxed: as in take
     takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
     if (takenChain_ != 0) queueTaken();
 }
@@ -306,50 +300,38 @@ void Endpoint::fireTimeouts() {
     timers_.arm();
 }
 
-/// A peer has ended: what it had sent, then the notices of its end.
-void Endpoint::bury(uint32_t index) {
-    Peer* peer = peers_.inSlot(index);
-    if (peer == nullptr) return;
-    // Asked again, since reaping an endpoint that lives would be its end. One that closed is no longer open.
-    if (bell::isDead(peer->bell.get())) reap(*domain_, peer->spid);
-    takeMailbox();
-    queue_.reserve(peer->notices.size());  // all or none: a notice must not be delivered twice
-    for (const Ref notice : peer->notices) enqueue(notice);
-    peers_.part(index);
-}
-
-/// Takes the byte out. May bring signals: the notices of somebody who introduced himself and has ended since.
+/// Takes the bytes out. May bring signals: the notices of somebody who introduced himself and has ended since.
 void Endpoint::silence() {
     if (!byteIn_) return;
-    std::vector<Spid> introduced;
-    bell::drain(bell_.get(), &introduced);
-    byteIn_ = false;
-    for (const Spid sender : introduced) greet(sender);
+    uint32_t records[bell::capacity];
+    uint32_t count;
+    do {
+        count = bell::drain(bell_.get(), records);
+        byteIn_ = false;
+        std::for_each(records, records + count, [this](uint32_t record) { hear(record); });
+        if (count == bell::capacity) missedEnds_ = true;  // one may not have fitted
+    } while (count == bell::capacity);
+    // What was taken from the mailbox meanwhile, and what there was no memory for, must not be slept over.
+    if (takenChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = bell::ring(bell_.get()) == 0;
 }
 
-/// Watches a sender from now on. One who cannot be watched for want of descriptors or memory may still talk.
-void Endpoint::greet(Spid sender) {
-    if (sender == spid_ || !isOpen(arena(), sender)) return;
-    try {
-        Peer* peer = peers_.find(sender);
-        if (peer == nullptr) peer = meet(sender);
-        if (peer != nullptr) peer->knowsUs = true;  // who talks to this endpoint watches it
-    } catch (const std::bad_alloc&) {
-        // What was taken from the mailbox meanwhile must not be slept over.
-        if (takenChain_ != 0) byteIn_ = bell::ring(bell_.get()) == 0;
-    }
-}
-
-/// Puts a byte in, if none is known to be in.
+/// Puts a byte in, if none is known to be in. A failure to do so is made good by the next settling.
 void Endpoint::raiseByte() {
     const uint32_t before = slot().attention.exchangeSeqCst(attention::word(spid_, attention::rung));
     looking_ = false;
-    if (!byteIn_ && attention::stateOf(before) != attention::rung) bell::ring(bell_.get());
-    byteIn_ = true;
+    byteIn_ = byteIn_ || attention::stateOf(before) == attention::rung || bell::ring(bell_.get()) == 0;
+    if (!byteIn_) slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));
 }
 
 /// Makes the descriptor true again: see the top of this file.
 void Endpoint::settleAnew() {
+    if (!isStillOpen()) return;
+    const int keptErrno = errno;
+    makeDescriptorTrue();
+    errno = keptErrno;
+}
+
+void Endpoint::makeDescriptorTrue() {
     for (;;) {
         if (queue_.empty() && !takeMailboxIfRoom()) break;
         if (!queue_.empty()) break;
@@ -380,15 +362,15 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
             return 0;
         }
     }
-    if (++lastReference_ == 0) ++lastReference_;
+    const LinxRef reference = nextReference();
     try {
-        timers_.add(lastReference_, now() + milliseconds * nanosecondsPerMillisecond, held.ref);
+        timers_.add(reference, now() + milliseconds * nanosecondsPerMillisecond, held.ref);
     } catch (const std::bad_alloc&) {
         refuse(held, ENOMEM);
         return 0;
     }
     park(held, spid_);
-    return lastReference_;
+    return reference;
 }
 
 int Endpoint::cancelTimeout(LinxRef* reference) {

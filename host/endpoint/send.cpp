@@ -4,7 +4,7 @@
 
 #include "host/arena/clock.h"
 #include "host/arena/slot_table.h"
-#include "host/endpoint/endpoint.h"
+#include "host/endpoint/at_once.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
@@ -26,65 +26,81 @@ int Endpoint::send(LinxSignal** signal, Spid to) {
     *signal = nullptr;
     --held_;
     Peer* peer = peers_.find(to);
-    if (peer == nullptr) {
-        if (to == spid_) return sendToSelf(held);
-        peer = strangerAt(to);
-        if (peer == nullptr) return refuse(held, errno);
-    }
-    return push(held, *peer);
-}
-
-/// Whom this endpoint has not talked to yet. Null with errno.
-Peer* Endpoint::strangerAt(Spid spid) {
-    if (isOpen(arena(), spid)) return peerFor(spid);
-    errno = everExisted(arena(), spid) ? ECONNRESET : ESRCH;
-    return nullptr;
+    if (peer != nullptr) return push(held, *peer);
+    return to == spid_ ? sendToSelf(held) : sendToStranger(held, to);
 }
 
 int Endpoint::sendToSelf(const Held& held) {
     return isOpen(arena(), spid_) ? queueOwn(held, spid_) : refuse(held, ECONNRESET);
 }
 
+/// Sends to an endpoint that this one has not talked to yet.
+int Endpoint::sendToStranger(const Held& held, Spid to) {
+    if (!isOpen(arena(), to)) return refuse(held, everExisted(arena(), to) ? ECONNRESET : ESRCH);
+    Peer* peer = acquaint(to);
+    const int result = peer == nullptr ? refuse(held, errno) : push(held, *peer);
+    settle();
+    return result;
+}
+
 int Endpoint::push(const Held& held, Peer& peer) {
-    Slot& own = slot();
-    Slot& target = peer.slot;
-    // Its mailbox may be another's by now, who would have to throw the signal away. Acquire: as in isOpen.
-    if (target.life.loadAcquire() != (peer.spid | lifeOpen)) return refuse(held, ECONNRESET);
     // Before the first push: from then on this process may die before it rings, and the peer must learn of that.
-    if (!peer.knowsUs) peer.knowsUs = bell::introduce(peer.bell.get(), spid_);
-    own.sending.storeRelease(held.ref);  // (J), after the push before this one
-    held.block->sender.storeRelaxed(spid_);
-    // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
-    // beside an old sender.
-    held.block->owner.storeRelease(peer.spid | ownerTransit);
-    const uint32_t before = stack::push(target.mailbox, *held.block, held.ref);
-    if (before == stack::closed) {
-        held.block->owner.storeRelaxed(spid_);
-        return refuse(held, ECONNRESET);
+    if (!peer.knowsUs) peer.knowsUs = bell::tell(peer.bell.get(), spid_ | bell::watching);
+    return finish(held, peer, post(held, peer));
+}
+
+int Endpoint::finish(const Held& held, Peer& peer, Posted posted) {
+    switch (posted) {
+        case Posted::done:
+            return 0;
+        case Posted::refused:
+            return returnToSender(held, peer);
+        case Posted::wantsRing:
+            return ring(held, peer);
+        case Posted::wantsReminder:
+            return remind(peer) ? 0 : bounce(held, peer);
     }
-    const uint32_t found = target.attention.loadSeqCst();  // (B), see attention.h
-    bool alive = true;
-    if (attention::asksForRing(found, peer.spid)) {
-        own.rings.storeRelaxed(own.rings.loadRelaxed() + 1);
-        alive = attention::ring(target.attention, found, peer.spid, indexOf(spid_),
-                                [&] { return bell::ring(peer.bell.get()); }) == 0;
-    } else if (before != stack::empty && peer.unasked-- == 0) {
-        alive = seemsAlive(peer);
-    }
-    return alive ? 0 : bounce(held, peer);
+    return 0;
+}
+
+int Endpoint::finishSend(Posted posted) {
+    const int result = finish(recent_, *peers_.latest(), posted);
+    exit();
+    return result;
+}
+
+/// The peer has been sent a signal and asks to be rung. Result of the send.
+int Endpoint::ring(const Held& held, Peer& peer) {
+    slot().rings.storeRelaxed(slot().rings.loadRelaxed() + 1);
+    peers_.noteUnrung(nullptr);
+    const int result = attention::ring(peer.slot.attention, peer.slot.attention.loadSeqCst(), peer.spid, indexOf(spid_),
+                                       [&] { return bell::ring(peer.bell.get()); });
+    if (result == 0) return 0;
+    if (bell::isDead(peer.bell.get())) return bounce(held, peer);
+    oweRing();
+    return 0;
 }
 
 /// A signal was pushed onto the mailbox of one who has died.
 int Endpoint::bounce(const Held& held, Peer& peer) {
     // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
-    // lies in the mailbox and goes with the peer. Whoever supervises it here is told by the next receive.
-    // It is dead, so this is the last that it wrote (Q).
+    // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
     const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerTransit);
-    reap(*domain_, peer.spid);
+    buryIfPossible(indexOf(peer.spid));
+    reapDead(ColdSection::Patience::tryOnce);
+    settle();
     if (!unread) return 0;
     slot().dropped.add(1);
     errno = ECONNRESET;
     return -1;
+}
+
+/// A signal could not be pushed, since the peer has ended.
+int Endpoint::returnToSender(const Held& held, Peer& peer) {
+    buryIfPossible(indexOf(peer.spid));
+    const int result = refuse(held, ECONNRESET);
+    settle();
+    return result;
 }
 
 /// The signal cannot be sent, kept or delivered for `reason`: frees it and says so.
@@ -96,39 +112,16 @@ int Endpoint::refuse(const Held& held, int reason) {
     return -1;
 }
 
-/// The open endpoint as a peer, met now if it was none. Null with errno: ECONNRESET when it has died, and is reaped.
-Peer* Endpoint::peerFor(Spid spid) {
-    if (Peer* peer = peers_.find(spid)) return peer;
-    Peer* peer = nullptr;
-    try {
-        peer = meet(spid);
-    } catch (const std::bad_alloc&) {
-        errno = ENOMEM;
-    }
-    const int failure = errno;
-    settle();  // an earlier user of the slot may have left notices
-    // Settling may have greeted somebody for whom the peer just met had to make room.
-    Peer* kept = peer == nullptr ? nullptr : peers_.find(spid);
-    errno = kept == peer ? failure : EMFILE;
-    return kept;
-}
-
-Peer* Endpoint::meet(Spid spid) {
-    bury(indexOf(spid));  // an earlier user of the slot, whose end has not been noticed yet
-    Peer* peer = peers_.meet(spid);
-    if (peer == nullptr && errno == ECONNRESET && reap(*domain_, spid)) errno = ECONNRESET;
-    return peer;
-}
-
-/// A mailbox that nobody empties may be a dead one's; its bell tells. Asked at most once a tick of the kernel, and of
-/// many sends in one tick fewer and fewer ask the clock.
-bool Endpoint::seemsAlive(Peer& peer) {
+/// There is a backlog in the peer's mailbox, and it did not ask to be rung. It is rung nevertheless, at most once a tick
+/// of the kernel (of many sends in one tick fewer and fewer ask the clock): it may have died, which its bell tells, or
+/// somebody has garbled its attention word and it sleeps. False when it has died.
+bool Endpoint::remind(Peer& peer) {
     const uint64_t now = coarseMilliseconds();
     const bool sameTick = peer.lookedAt == now;
     peer.lookedAt = now;
     peer.stride = sameTick ? std::min(2 * peer.stride + 1, longestStride) : 0;
     peer.unasked = peer.stride;
-    return sameTick || !bell::isDead(peer.bell.get());
+    return sameTick || bell::ring(peer.bell.get()) == 0 || !bell::isDead(peer.bell.get());
 }
 
 }  // namespace linx

@@ -5,13 +5,17 @@
 #include <new>
 
 #include "host/arena/slot_table.h"
-#include "host/endpoint/endpoint.h"
+#include "host/endpoint/at_once.h"
 
 namespace linx {
 
-Endpoint::Held Endpoint::lookUp(const LinxSignal* signal) const {
+Block Endpoint::noBlock;
+
+/// The signal that the user holds at this address; no block when none is there.
+Endpoint::Held Endpoint::find(const LinxSignal* signal) const {
     Held held = {nullptr, 0, 0};
     held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
+    if (held.block != nullptr && held.block->owner.loadRelaxed() != spid_) held.block = nullptr;
     return held;
 }
 
@@ -22,26 +26,19 @@ Endpoint::Held Endpoint::at(Ref ref) const {
 }
 
 LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
-    if (size < sizeof(LinxSignal) || size > maxSignalBytes) {
+    if (!isSignalSize(size)) {
         errno = size > maxSignalBytes ? EMSGSIZE : EINVAL;
         return nullptr;
     }
     Held held;
     held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
-    Block* block = held.block;
-    if (block == nullptr) return allocateMakingRoom(size, number);
-    block->owner.storeRelaxed(spid_);
-    block->sender.storeRelaxed(spid_);
-    block->size.storeRelaxed(size);
-    block->signal.number = number;
-    ++held_;
-    recent_ = held;
-    return &block->signal;
+    return held.block != nullptr ? give(held, size, number) : allocateMakingRoom(size, number);
 }
 
 /// After a failed allocation. Null with errno.
 LinxSignal* Endpoint::allocateMakingRoom(uint32_t size, uint32_t number) {
-    return peers_.makeRoom() ? allocate(size, number) : nullptr;
+    const bool isWorthwhile = peers_.makeRoom() || (errno == ENOMEM && reapKnownDead());
+    return isWorthwhile ? allocate(size, number) : nullptr;
 }
 
 int Endpoint::free(LinxSignal** signal) {

@@ -37,6 +37,11 @@ void Timers::forget(Ref signal) {
     fired_.erase(signal);
 }
 
+bool Timers::knows(LinxRef reference) const {
+    return byReference_.count(reference) != 0 ||
+           std::any_of(fired_.begin(), fired_.end(), [&](const auto& entry) { return entry.second == reference; });
+}
+
 Ref Timers::cancel(LinxRef reference, bool& hadFired) {
     const auto found = byReference_.find(reference);
     hadFired = found == byReference_.end();

@@ -38,6 +38,9 @@ public:
         if (!fired_.empty()) forget(signal);
     }
 
+    /// Whether the reference names one, fired or not.
+    bool knows(LinxRef reference) const;
+
     /// Takes a time-out back: its signal, and whether it had fired. 0 when the reference is unknown.
     Ref cancel(LinxRef reference, bool& hadFired);
 

@@ -51,13 +51,13 @@ inline Ref take(Word& head, Word& taking, uint32_t leave) {
     return empty;
 }
 
-/// Calls `visit(block, ref, sizeClass)` for every block of a chain, the last one pushed first. Stops at what is not a
-/// block, and soon after it has begun to go round: whoever scribbled over the links shortens the walk, or has it
-/// visit some blocks a few times, nothing more. It is told by laps, each twice as long as the one before, that end
-/// early where they began: a bound by the number of blocks alone is too wide for walks that are made for each block
-/// of another.
+/// Calls `visit(block, ref, sizeClass)` for every block of a chain, the last one pushed first, until it returns false.
+/// Stops at what is not a block, and soon after it has begun to go round: whoever scribbled over the links shortens the
+/// walk, or has it visit some blocks a few times, nothing more. It is told by laps, each twice as long as the one
+/// before, that end early where they began: a bound by the number of blocks alone is too wide for walks that are made
+/// for each block of another.
 template <class Visit>
-void walk(const Arena& arena, Ref ref, Visit visit) {
+void walkWhile(const Arena& arena, Ref ref, Visit visit) {
     NearbyBlocks blocks(arena);
     for (uint32_t lap = 64; lap / 2 < arena.maxBlocks(); lap *= 2) {
         const Ref start = ref;
@@ -68,11 +68,19 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
             // Before `visit` changes it. Acquire: (G), for holds(); who walks a chain of his own has it from the
             // head.
             const Ref next = block->next.loadAcquire();
-            visit(*block, ref, sizeClass);
-            if (next == start) return;
+            if (!visit(*block, ref, sizeClass) || next == start) return;
             ref = next;
         }
     }
+}
+
+/// The same for all of them.
+template <class Visit>
+void walk(const Arena& arena, Ref ref, Visit visit) {
+    walkWhile(arena, ref, [&](Block& block, Ref at, uint32_t sizeClass) {
+        visit(block, at, sizeClass);
+        return true;
+    });
 }
 
 /// Whether `wanted` lies in the stack or in the chain being taken from it. REQUIRES that nobody pushes it any more. A

@@ -13,7 +13,8 @@ namespace linx {
  *                    has emptied the bell
  *   looking          the endpoint in a receive  it looks at the mailbox before it sleeps or returns does not ring
  *   rung             whoever rang               the bell has been rung                              does not ring
- *   ringing + i      the sender in slot i       i is about to ring, or died before it did           rings too
+ *   ringing + i      the sender in slot i       i is about to ring; or it died before it did, was   rings too
+ *                    (0: a reaper)              stopped, or could not
  *
  * No wake-up is lost: a sender pushes (A) and then reads the attention word (B); the endpoint stores quiet (C) and
  * then looks at the mailbox (D). All four are sequentially consistent, so B sees quiet or D sees the push. The other
@@ -48,12 +49,13 @@ constexpr bool asksForRing(uint32_t found, Spid to) {
 }
 static_assert(quiet < looking && rung == looking + 1 && ringing > rung, "asksForRing counts on the order of states");
 
-/// Rings the bell of `to` after a push, `found` being its attention word since then. `writeBell` rings the
-/// bell and returns 0 or an errno value; what it returned is the result.
+/// Rings the bell of `to` after a push, `found` being its attention word since then. `writeBell` rings the bell and
+/// returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over that:
+/// the word goes on asking the next sender to ring, and the caller has to try again.
 template <class WriteBell>
 int ring(Word& attention, uint32_t found, Spid to, uint32_t ownIndex, WriteBell writeBell) {
     const uint32_t announced = word(to, ringing + ownIndex);
-    // Dying after this exchange and before it rings: every later sender sees the state and rings, and the
+    // Dying or stopping after this exchange and before it rings: every later sender sees the state and rings, and the
     // reaper of this sender rings. Losing the exchange: somebody else announced, or the endpoint looks; ring in the
     // former case too, for the other may have died.
     const bool announcing = found == word(to, quiet) && attention.casSeqCst(found, announced);

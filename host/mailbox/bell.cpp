@@ -8,11 +8,8 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <iterator>
-#include <new>
 
 #include "host/arena/scoped_descriptor.h"
 
@@ -58,17 +55,28 @@ private:
     bool raised_ = false;
 };
 
-/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the bell is full, or
-/// EPIPE.
+/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the bell is full, EPIPE, or
+/// what else a write says.
 int writeRecord(int descriptor, uint32_t record) {
     SigpipeShield shield;
-    for (;;) {
-        if (write(descriptor, &record, sizeof record) == static_cast<ssize_t>(sizeof record)) return 0;
-        if (errno == EINTR) continue;
-        if (errno != EPIPE) return EAGAIN;
-        shield.raised();
-        return EPIPE;
-    }
+    ssize_t written;
+    do {
+        written = write(descriptor, &record, sizeof record);
+    } while (written == -1 && errno == EINTR);
+    if (written == static_cast<ssize_t>(sizeof record)) return 0;
+    const int failure = written == -1 ? errno : EIO;
+    if (failure == EPIPE) shield.raised();
+    return failure;
+}
+
+/// Has the pipe take the one page that it needs, and keep it: from now on no ring fails for want of memory. False with
+/// errno.
+bool reservePage(int descriptor) {
+    // One page is plenty, and lets a user without privileges have thousands of bells.
+    fcntl(descriptor, F_SETPIPE_SZ, static_cast<int>(capacity * sizeof(uint32_t)));
+    uint32_t record = 0;
+    errno = writeRecord(descriptor, record);
+    return errno == 0 && read(descriptor, &record, sizeof record) == static_cast<ssize_t>(sizeof record);
 }
 
 /// Whether it is a pipe, and no file that somebody has put in the place of one. False with errno.
@@ -97,11 +105,9 @@ int make(int directory, Spid spid, unsigned mode) {
         if (mkfifoat(directory, name.text, mode) == -1) return -1;
     }
     ScopedDescriptor descriptor(openPipe(directory, name.text, O_RDWR));
-    if (descriptor.get() != -1) {
-        // One page is plenty, and lets a user without privileges have thousands of bells.
-        fcntl(descriptor.get(), F_SETPIPE_SZ, 4096);
-        if (fchmod(descriptor.get(), mode) == 0) return descriptor.release();
-    }
+    const bool made =
+        descriptor.get() != -1 && fchmod(descriptor.get(), mode) == 0 && reservePage(descriptor.get());
+    if (made) return descriptor.release();
     const int failure = errno;
     unlinkat(directory, name.text, 0);
     errno = failure;
@@ -117,26 +123,26 @@ void remove(int directory, Spid spid) {
 }
 
 int ring(int descriptor) {
-    const int result = writeRecord(descriptor, 0);
-    return result == EAGAIN ? 0 : result;
+    constexpr int attempts = 3;  // what memory there is may change at any moment
+    int result = EAGAIN;
+    for (int left = attempts; left != 0; --left) {
+        result = writeRecord(descriptor, 0);
+        if (result == 0 || result == EAGAIN) return 0;
+        if (result == EPIPE) break;
+    }
+    return result;
 }
 
-bool introduce(int descriptor, Spid self) {
-    return writeRecord(descriptor, self) == 0;
+bool tell(int descriptor, uint32_t record) {
+    return writeRecord(descriptor, record) == 0;
 }
 
-void drain(int descriptor, std::vector<Spid>* introduced) {
-    uint32_t records[1024];  // as many as a bell holds
+uint32_t drain(int descriptor, uint32_t (&records)[capacity]) {
     ssize_t got;
     do {
         got = read(descriptor, records, sizeof records);
-        if (introduced == nullptr || got <= 0) continue;
-        try {
-            std::copy_if(records, records + static_cast<size_t>(got) / sizeof *records,
-                         std::back_inserter(*introduced), [](uint32_t record) { return record != 0; });
-        } catch (const std::bad_alloc&) {
-        }
-    } while (got == static_cast<ssize_t>(sizeof records) || (got == -1 && errno == EINTR));
+    } while (got == -1 && errno == EINTR);
+    return got <= 0 ? 0 : static_cast<uint32_t>(static_cast<size_t>(got) / sizeof *records);
 }
 
 bool isDead(int descriptor) {

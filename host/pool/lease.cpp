@@ -1,9 +1,9 @@
 #include "host/pool/lease.h"
 
-#include "host/arena/arena_file.h"
+#include <algorithm>
+
 #include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/recovery/retire.h"
 
 namespace linx {
@@ -11,12 +11,15 @@ namespace lease {
 namespace {
 
 constexpr uint32_t none = ~0u;
-constexpr uint64_t shortestPause = 10;  ///< milliseconds between reclaims that nothing calls for
-constexpr uint64_t pauseFactor = 8;     ///< and at least so many times as long as one takes
+
+// Milliseconds.
+constexpr uint32_t shortestPause = 10;
+constexpr uint32_t longestPause = 60000;  ///< no honest one is longer
+constexpr uint32_t pauseFactor = 8;       ///< a pause is so many times as long as what was done before it
 
 /// The first of `count` adjoining units that were leased once and are free again.
 uint32_t findGap(const Arena& arena, uint32_t count) {
-    const uint32_t used = unitsUsed(arena);
+    const uint32_t used = arena.usedUnits();
     uint32_t length = 0;
     for (uint32_t unit = 0; unit < used; ++unit) {
         length = arena.unit(unit).loadRelaxed() == 0 ? length + 1 : 0;
@@ -26,67 +29,40 @@ uint32_t findGap(const Arena& arena, uint32_t count) {
 }
 
 /// The first of `count` free units with memory; `none` when there are none.
-uint32_t takeUnits(const ColdSection& cold, uint32_t count) {
-    const Arena& arena = cold.arena();
-    const uint32_t used = unitsUsed(arena);
-    if (arena.unitCount() - used >= count && reservePages(cold.file(), arena.pageOfUnit(used), count)) {
+uint32_t takeUnits(const Arena& arena, uint32_t count) {
+    const uint32_t used = arena.usedUnits();
+    if (arena.unitCount() - used >= count && arena.hasUnit(used + count - 1)) {
         arena.header().unitsUsed.storeRelaxed(used + count);
         return used;
     }
-    // What was leased before has its memory also where the file system is full.
-    const uint32_t gap = findGap(arena, count);
-    return gap != none && reservePages(cold.file(), arena.pageOfUnit(gap), count) ? gap : none;
+    return findGap(arena, count);  // what was leased before has its memory also where the file system is full
 }
 
 // Under the cold lock, and relaxed where no order is told: handed over with it (P).
 
-void initialise(Block& block, Spid home) {
-    block.next.storeRelaxed(0);
-    block.home.storeRelaxed(home);
-    block.sender.storeRelaxed(0);
-    block.owner.storeRelease(ownerFree);
+/// Puts a block that is free and at home in front.
+void prepend(Chain& chain, Block& block, Ref ref) {
+    block.next.storeRelaxed(chain.head);
+    if (chain.empty()) chain.last = &block;
+    chain.head = ref;
+    ++chain.blocks;
 }
 
-void cutRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClass, Spid home, std::vector<Ref>& blocks) {
+void cutRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClass, Spid home, Chain& chain) {
     const SizeClass& c = sizeClasses[sizeClass];
     const Ref start = arena.refOfUnit(firstUnit);
     // Free blocks of `home` before they are blocks at all: should the process die from here on, its reaper finds
     // them.
-    for (uint32_t i = 0; i < c.blocks; ++i) initialise(*arena.rawBlock(start + i * c.lines), home);
+    for (uint32_t i = c.blocks; i-- > 0;) {
+        const Ref ref = start + i * c.lines;
+        Block& block = *arena.rawBlock(ref);
+        prepend(chain, block, ref);
+        block.home.storeRelaxed(home);
+        block.sender.storeRelaxed(0);
+        block.owner.storeRelease(ownerFree);
+    }
     // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.
     for (uint32_t back = c.units; back-- > 0;) arena.unit(firstUnit + back).storeRelease(unitEntry(sizeClass, back));
-    for (uint32_t i = 0; i < c.blocks; ++i) blocks.push_back(start + i * c.lines);
-}
-
-/// Gathers a live endpoint's returned blocks that it has not come for.
-void steal(const Arena& arena, Slot& slot) {
-    Word& stealing = arena.header().stealing;
-    const Ref chain = stack::take(slot.returned, stealing, stack::empty);
-    stack::walk(arena, chain,
-                [&](Block& block, Ref, uint32_t sizeClass) { common::orphan(arena, block, sizeClass); });
-    stealing.storeRelease(0);  // after the last block is nobody's, as one who dies needs it
-}
-
-template <class Visit>
-void forEachOpenSlot(const Arena& arena, Visit visit) {
-    const uint32_t used = std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1);
-    for (uint32_t i = 1; i <= used; ++i) {
-        Slot& slot = arena.slot(i);
-        if ((slot.life.loadAcquire() & lifeOpen) != 0) visit(slot);
-    }
-}
-
-/// A number that changes when an endpoint ends, and most likely when a block becomes common.
-uint32_t stateOf(const Arena& arena) {
-    uint32_t state = arena.header().endings.loadRelaxed();
-    for (const Word& head : arena.header().common) state = state * 16777619u + head.loadRelaxed();
-    return state;
-}
-
-bool isAllCommon(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
-    bool all = true;
-    forEachBlockOfRun(arena, unit, sizeClass, [&](Block& block, Ref) { all = all && common::isCommon(block); });
-    return all;
 }
 
 void giveUpRun(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
@@ -94,65 +70,78 @@ void giveUpRun(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
     for (uint32_t i = 0; i < sizeClasses[sizeClass].units; ++i) arena.unit(unit + i).storeRelease(0);
 }
 
+uint32_t milliseconds() {
+    return static_cast<uint32_t>(coarseMilliseconds());
+}
+
 }  // namespace
 
-void fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted, std::vector<Ref>& blocks) {
+Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted) {
     const Arena& arena = cold.arena();
-    blocks.reserve(blocks.size() + wanted);
-    uint32_t taken = 0;
-    for (; taken < wanted; ++taken) {
+    Chain chain;
+    while (chain.blocks < wanted) {
         Ref ref;
         Block* block = common::take(arena, sizeClass, ref);
         if (block == nullptr) break;
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
-        blocks.push_back(ref);
+        prepend(chain, *block, ref);
     }
-    arena.slot(indexOf(home)).leasedLines.addRelaxed(taken * sizeClasses[sizeClass].lines);
+    arena.slot(indexOf(home)).leasedLines.addRelaxed(chain.blocks * sizeClasses[sizeClass].lines);
+    return chain;
 }
 
-void fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted, std::vector<Ref>& blocks) {
+Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted) {
     const Arena& arena = cold.arena();
     const SizeClass& c = sizeClasses[sizeClass];
     uint32_t runs = std::max(1u, wanted / c.blocks);
-    blocks.reserve(blocks.size() + size_t{runs} * c.blocks);
-    uint32_t first = takeUnits(cold, runs * c.units);
+    uint32_t first = takeUnits(arena, runs * c.units);
     if (first == none && runs > 1) {
         runs = 1;
-        first = takeUnits(cold, c.units);
+        first = takeUnits(arena, c.units);
     }
-    if (first == none) return;
-    for (uint32_t run = 0; run < runs; ++run) cutRun(arena, first + run * c.units, sizeClass, home, blocks);
-    arena.slot(indexOf(home)).leasedLines.addRelaxed(runs * c.blocks * c.lines);
+    Chain chain;
+    if (first == none) return chain;
+    for (uint32_t run = runs; run-- > 0;) cutRun(arena, first + run * c.units, sizeClass, home, chain);
+    arena.slot(indexOf(home)).leasedLines.addRelaxed(chain.blocks * c.lines);
+    return chain;
 }
 
-void Reclaiming::reclaim(const ColdSection& cold) {
-    const Arena& arena = cold.arena();
-    const uint64_t start = coarseMilliseconds();
+bool isReclaimDue(const Arena& arena) {
+    const uint32_t left = arena.header().reclaimFrom.loadRelaxed() - milliseconds();
+    return left == 0 || left > longestPause;  // in the past, or garbage
+}
+
+void reclaim(const ColdSection& cold) {
+    const uint32_t start = milliseconds();
     reapAllDead(cold);
-    forEachOpenSlot(arena, [&](Slot& slot) { steal(arena, slot); });
+    compact(cold);
+    const uint32_t end = milliseconds();
+    const uint32_t pause = std::clamp(pauseFactor * (end - start), shortestPause, longestPause);
+    cold.arena().header().reclaimFrom.storeRelaxed(end + pause);
+}
+
+void compact(const ColdSection& cold) {
+    const Arena& arena = cold.arena();
     // The stacks may name blocks of runs that are given up now; they are made anew afterwards.
     for (Word& head : arena.header().common) head.storeRelaxed(0);
     forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {
-        if (isAllCommon(arena, unit, sizeClass)) giveUpRun(arena, unit, sizeClass);
+        bool idle = true;
+        forEachBlockOfRun(arena, unit, sizeClass, [&](Block& block, Ref) { idle = idle && common::isCommon(block); });
+        if (idle) giveUpRun(arena, unit, sizeClass);
     });
     common::rebuild(arena);
-    left_ = stateOf(arena);
-    const uint64_t end = coarseMilliseconds();
-    pointlessUntil_ = end + std::max<uint64_t>(shortestPause, pauseFactor * (end - start));
-}
-
-bool Reclaiming::isPointless(const ColdSection& cold) const {
-    if (coarseMilliseconds() >= pointlessUntil_ || stateOf(cold.arena()) != left_) return false;
-    bool anyReturned = false;
-    forEachOpenSlot(cold.arena(), [&](const Slot& slot) {
-        anyReturned = anyReturned || slot.returned.loadRelaxed() > stack::closed;  // relaxed: a reclaim takes it
-    });
-    return !anyReturned;
 }
 
 uint32_t shareOf(const Arena& arena) {
     constexpr uint32_t smallest = 2 * sizeClasses[sizeClassCount - 1].units * linesPerUnit;
     return std::max(smallest, arena.unitCount() / 4 * linesPerUnit);
+}
+
+uint32_t keptBy(const Arena& arena) {
+    constexpr uint32_t plenty = (64u << 10) / lineBytes;
+    const uint32_t lines = arena.unitCount() * linesPerUnit;
+    const uint32_t open = std::clamp(arena.header().openEndpoints.loadRelaxed(), 1u, slotCount);
+    return std::min(std::max(lines / 256, plenty), lines / 4 / open);
 }
 
 }  // namespace lease

@@ -1,37 +1,59 @@
 #include "host/pool/pool.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <new>
 
 #include "host/arena/common_stacks.h"
 #include "host/arena/slot_table.h"
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/bell.h"
 #include "host/pool/lease.h"
+#include "host/pool/pressure.h"
 
 namespace linx {
 namespace {
 
 constexpr uint32_t largestLeaseLines = (64u << 10) / lineBytes;
-
-/// How many free lines an endpoint keeps for itself before it gives half of them to all.
-uint32_t surplusLines(const Arena& arena) {
-    return std::max(arena.unitCount() * linesPerUnit / 64, largestLeaseLines);
-}
+constexpr uint64_t reliefNanoseconds = 3000000;  ///< how long others have to give up what they keep
 
 }  // namespace
 
 Pool::Pool(const Domain& domain, Spid home)
-    : domain_(domain), home_(home), slot_(arena().slot(indexOf(home))), latestHome_(home) {}
+    : domain_(domain),
+      home_(home),
+      slot_(arena().slot(indexOf(home))),
+      nearby_(arena()),
+      keptLines_(lease::keptBy(arena())),
+      pressureSeen_(arena().header().pressure.loadRelaxed()),
+      latestHome_(home),
+      latestHomesSlot_(&slot_) {}
 
-/// When the endpoint's own list has run dry.
-Block* Pool::allocateMore(uint32_t& sizeClass, Ref& ref) {
+Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
+    sizeClass = classForLines(lines);
+    if (Block* block = take(sizeClass, ref)) return block;
     takeReturned();
     if (Block* block = take(sizeClass, ref)) return block;
-    const int failure = leaseMore(sizeClass);
+    bool mayPress = false;
+    const int failure = leaseMore(sizeClass, mayPress);
+    if (mayPress && pressure::raise(domain_, home_)) awaitRelief(sizeClass);
     if (Block* block = take(sizeClass, ref)) return block;
     if (Block* block = takeLarger(sizeClass, ref)) return block;
     errno = failure;
+    return nullptr;
+}
+
+/// A free block of exactly this class, if there is one.
+Block* Pool::take(uint32_t sizeClass, Ref& ref) {
+    while ((ref = free_[sizeClass]) != 0) {
+        Block* block = arena().rawBlock(ref);
+        const Ref next = block->next.loadRelaxed();
+        uint32_t found;
+        // A link that leads nowhere ends the list.
+        free_[sizeClass] = nearby_.at(next, found) != nullptr && found == sizeClass ? next : 0;
+        --count_[sizeClass];
+        if (isFreeHere(*block)) return block;
+    }
     return nullptr;
 }
 
@@ -42,83 +64,55 @@ Block* Pool::takeLarger(uint32_t& sizeClass, Ref& ref) {
     return nullptr;
 }
 
-/// Frees a block for which there is room.
-void Pool::place(Block& block, Ref ref, uint32_t sizeClass) {
-    free_[sizeClass].push_back(ref);
-    markFree(block, sizeClass);
+/// Puts `count` linked blocks in front of the others.
+void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
+    last.next.storeRelaxed(free_[sizeClass]);  // relaxed: nobody else follows it
+    free_[sizeClass] = head;
+    count_[sizeClass] += count;
+    mostLines_ += count * sizeClasses[sizeClass].lines;
 }
 
-void Pool::put(Block& block, Ref ref, uint32_t sizeClass) {
-    hasRoom(sizeClass) ? place(block, ref, sizeClass) : setAside(block, ref, sizeClass);
+void Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
+    if (!chain.empty()) prepend(chain.head, *chain.last, chain.blocks, sizeClass);
+}
+
+/// Counts the free lines, which is put off for as long as there can be no more than what is kept.
+uint32_t Pool::countLines() {
+    mostLines_ = 0;
+    for (uint32_t c = 0; c < sizeClassCount; ++c) mostLines_ += count_[c] * sizeClasses[c].lines;
+    return mostLines_;
 }
 
 void Pool::markFree(Block& block, uint32_t sizeClass) {
-    freeLines_ += sizeClasses[sizeClass].lines;
-    if (block.home.loadRelaxed() != home_) block.home.storeRelaxed(home_);
+    if (block.home.loadRelaxed() != home_) {
+        // It comes to stay: its home has ended, or was an earlier user of the slot, to whom somebody gave it back who
+        // was held up.
+        slot().leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
+        block.home.storeRelaxed(home_);
+    }
     // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
     block.owner.storeRelease(ownerFree);
 }
 
-bool Pool::makeRoom(uint32_t sizeClass) {
-    std::vector<Ref>& blocks = free_[sizeClass];
-    try {
-        blocks.reserve(std::max<size_t>(16, 2 * blocks.capacity()));
-        return true;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-}
-
-/// Frees a block without asking for memory.
-void Pool::setAside(Block& block, Ref ref, uint32_t sizeClass) {
-    block.next.storeRelaxed(aside_[sizeClass]);  // relaxed: nobody else follows it
-    aside_[sizeClass] = ref;
-    markFree(block, sizeClass);
-}
-
-Block* Pool::takeAside(uint32_t sizeClass, Ref& ref) {
-    ref = aside_[sizeClass];
-    uint32_t found;
-    Block* block = arena().blockAt(ref, found);
-    const bool isOurs = block != nullptr && found == sizeClass && block->owner.loadRelaxed() == ownerFree &&
-                        block->home.loadRelaxed() == home_;
-    if (!isOurs) block = nullptr;  // somebody scribbled over the links
-    aside_[sizeClass] = isOurs ? block->next.loadRelaxed() : 0;
-    if (isOurs) freeLines_ -= sizeClasses[sizeClass].lines;
-    return block;
-}
-
 void Pool::free(Block& block, Ref ref, uint32_t sizeClass) {
     const Spid home = block.home.loadRelaxed();
-    if (home == home_ || !giveBack(block, ref, home)) keep(block, ref, sizeClass);
+    const bool isGiven =
+        home != home_ && (home == latestHome_ || learnHome(home)) && giveBack(block, ref, home);
+    if (!isGiven) keep(block, ref, sizeClass);
 }
 
 void Pool::keep(Block& block, Ref ref, uint32_t sizeClass) {
-    // Its home has ended: the block stays here.
-    if (block.home.loadRelaxed() != home_) slot().leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
-    put(block, ref, sizeClass);
-    if (freeLines_ > surplusLines(arena())) trim();
+    markFree(block, sizeClass);
+    prepend(ref, block, 1, sizeClass);
+    if (keepsTooMuch()) trim();
 }
 
-/// Returns a block to `home`, unless that has ended.
-bool Pool::giveBack(Block& block, Ref ref, Spid home) {
-    if (home != latestHome_ && !isKnown(home)) return false;
-    Slot& there = arena().slot(indexOf(home));
-    if (there.life.loadAcquire() != (home | lifeOpen)) return false;  // as in isOpen
-    // See recoverStrandedSend: the reaper asks whether this one was pushed. Release: (J), after the push before it.
-    slot().sending.storeRelease(ref);
-    block.sender.storeRelaxed(home_);
-    block.owner.storeRelease(home | ownerTransit);  // (E)
-    if (stack::push(there.returned, block, ref) != stack::closed) return true;
-    block.owner.storeRelaxed(home_);
-    return false;
-}
-
-/// Whether `home` is one whose slot can be looked at.
-bool Pool::isKnown(Spid home) {
+/// Whether `home` is one whose slot can be looked at, from now on as that of the latest.
+bool Pool::learnHome(Spid home) {
     if (!wasUsed(arena(), home)) return false;
     latestHome_ = home;
+    latestHomesSlot_ = &arena().slot(indexOf(home));
     return true;
 }
 
@@ -126,63 +120,93 @@ void Pool::takeReturned() {
     Slot& own = slot();
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
-    bool all = true;
+    // Blocks of one class that follow each other stay linked as they are; most chains are one such piece.
+    Ref head = 0;
+    Block* last = nullptr;
+    uint32_t count = 0;
+    uint32_t classOfPiece = sizeClassCount;
+    const auto endPiece = [&] {
+        if (count != 0) prepend(head, *last, count, classOfPiece);
+        count = 0;
+        classOfPiece = sizeClassCount;
+    };
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
         const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
-        if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
-        // One that an earlier user of the slot was home to, given back by somebody who was held up, stays here.
-        if (block.home.loadRelaxed() != home_) own.leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
-        if (hasRoom(sizeClass)) return place(block, ref, sizeClass);
-        block.owner.storeRelaxed(home_);
-        all = false;
+        const bool isOurs = (owner & ownerTransit) != 0 && indexOf(owner) == indexOf(home_);
+        if (!isOurs || sizeClass != classOfPiece) {
+            // The chain goes on from here, should this process die: what is before has its owner. (I)
+            own.takingReturned.storeRelease(ref);
+            endPiece();
+            if (!isOurs) return;
+            head = ref;
+            classOfPiece = sizeClass;
+        }
+        last = &block;
+        ++count;
+        markFree(block, sizeClass);
     });
     own.takingReturned.storeRelease(0);  // (I), after the last block got its owner
-    if (!all) placeReturned(chain);
-    if (freeLines_ > surplusLines(arena())) trim();
+    endPiece();
+    if (keepsTooMuch()) trim();
 }
 
-/// Frees the blocks of a returned chain for which there was no memory. Not before the whole chain has its owners,
-/// since setting a block aside breaks the chain.
-void Pool::placeReturned(Ref chain) {
-    stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
-        if (block.owner.loadRelaxed() == home_) put(block, ref, sizeClass);
-    });
-}
-
-/// Returns the errno value that tells why there may be no block nevertheless.
-int Pool::leaseMore(uint32_t sizeClass) {
+/// Returns the errno value that tells why there may be no block nevertheless. `mayPress`: it may be that others keep
+/// what is wanted.
+int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     const ColdSection cold(domain_);
     if (!cold.entered()) return errno;
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
-    if (slot().leasedLines.loadRelaxed() + c.lines > share) shrinkTo(0);
+    if (isUnderPressure() || slot().leasedLines.loadRelaxed() + c.lines > share) shrinkTo(0);
     const uint32_t leased = slot().leasedLines.loadRelaxed();
     if (leased + c.lines > share) return ENOMEM;
-    const uint32_t most = std::max(1u, largestLeaseLines / c.lines);
+    keptLines_ = lease::keptBy(arena());
+    const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
     const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
-
-    std::vector<Ref>& blocks = free_[sizeClass];
-    const size_t before = blocks.size();
-    lease::fromCommon(cold, home_, sizeClass, wanted, blocks);
-    if (blocks.size() == before) lease::fromUnits(cold, home_, sizeClass, wanted, blocks);
-    if (blocks.size() == before) {
-        shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
-        if (!reclaiming_.isPointless(cold)) reclaiming_.reclaim(cold);
-        lease::fromCommon(cold, home_, sizeClass, wanted, blocks);
-    }
-    if (blocks.size() == before) lease::fromUnits(cold, home_, sizeClass, 1, blocks);
-    freeLines_ += static_cast<uint32_t>(blocks.size() - before) * c.lines;
-    for (uint32_t larger = sizeClass + 1; blocks.size() == before && larger < sizeClassCount; ++larger) {
-        const uint32_t lines = linesOfClass(larger);
-        if (leased + lines > share) return ENOMEM;
-        const size_t had = free_[larger].size();
-        lease::fromCommon(cold, home_, larger, 1, free_[larger]);
-        if (free_[larger].size() == had) continue;
-        freeLines_ += lines;
-        return ENOMEM;
-    }
+    if (lease(cold, sizeClass, wanted)) return 0;
+    shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
+    mayPress = lease::isReclaimDue(arena());
+    if (mayPress) lease::reclaim(cold);
+    const bool found = lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased);
+    mayPress = mayPress && !found;
     return ENOMEM;
+}
+
+bool Pool::lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted) {
+    lease::Chain chain = lease::fromCommon(cold, home_, sizeClass, wanted);
+    if (chain.empty()) chain = lease::fromUnits(cold, home_, sizeClass, wanted);
+    add(chain, sizeClass);
+    return !chain.empty();
+}
+
+/// Leases one common block of a larger class, which has at most `room` lines.
+bool Pool::leaseLarger(const ColdSection& cold, uint32_t sizeClass, uint32_t room) {
+    for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && linesOfClass(larger) <= room; ++larger) {
+        const lease::Chain chain = lease::fromCommon(cold, home_, larger, 1);
+        add(chain, larger);
+        if (!chain.empty()) return true;
+    }
+    return false;
+}
+
+/// Others have been asked to give up what they keep. Waits a little for that, and leases of it what fits.
+void Pool::awaitRelief(uint32_t sizeClass) {
+    const uint32_t before = common::stateOf(arena());
+    uint64_t waited = 0;
+    for (uint64_t pause = 100000; waited < reliefNanoseconds; pause *= 2) {
+        const timespec time = {0, static_cast<long>(pause)};
+        nanosleep(&time, nullptr);
+        waited += pause;
+        if (common::stateOf(arena()) == before) continue;
+        const ColdSection cold(domain_);
+        if (!cold.entered()) return;
+        const uint32_t share = lease::shareOf(arena());
+        const uint32_t leased = slot().leasedLines.loadRelaxed();
+        if (leased + sizeClasses[sizeClass].lines > share || lease(cold, sizeClass, 1)) return;
+        lease::compact(cold);
+        if (lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased)) return;
+    }
 }
 
 void Pool::giveUp() {
@@ -190,25 +214,44 @@ void Pool::giveUp() {
 }
 
 void Pool::trim() {
-    const ColdSection cold(domain_);
-    if (cold.entered()) shrinkTo(surplusLines(arena()) / 2);
+    keptLines_ = lease::keptBy(arena());
+    if (!keepsTooMuch()) return;
+    const ColdSection cold(domain_, ColdSection::Patience::tryOnce);
+    if (cold.entered()) {
+        shrinkTo(keptLines_ / 2);
+    } else {
+        keptLines_ = mostLines_ + keptLines_ / 2;  // not with every block that is freed while somebody has the lock
+    }
+}
+
+void Pool::yieldToPressure() {
+    takeReturned();
+    const ColdSection cold(domain_, ColdSection::Patience::tryOnce);
+    if (cold.entered()) shrinkTo(0);
 }
 
 /// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES a cold
 /// section.
 void Pool::shrinkTo(uint32_t lines) {
+    const uint32_t pressure = arena().header().pressure.loadRelaxed();
+    uint32_t left = countLines();
     uint32_t given = 0;
     for (uint32_t sizeClass = sizeClassCount; sizeClass-- > 0;) {
         Ref ref;
-        while (freeLines_ > lines) {
+        while (left > lines) {
             Block* block = take(sizeClass, ref);
             if (block == nullptr) break;
             common::disown(*block);
             common::push(arena(), *block, ref, sizeClass);
+            left -= sizeClasses[sizeClass].lines;
             given += sizeClasses[sizeClass].lines;
         }
     }
     slot().leasedLines.addRelaxed(0u - given);
+    nearby_ = NearbyBlocks(arena());  // the runs of what has gone may become others
+    if (lines != 0) return;
+    count_.fill(0);  // garbled links may have cut off blocks that were counted
+    pressureSeen_ = pressure;
 }
 
 }  // namespace linx

@@ -2,52 +2,72 @@
 #define LINXIPC_HOST_POOL_POOL_H
 
 #include <array>
-#include <vector>
 
 #include "host/arena/domain.h"
+#include "host/mailbox/announced_stack.h"
 #include "host/pool/lease.h"
 
 namespace linx {
 
-/// An endpoint's own free blocks: private lists, so that allocating and freeing at home write nothing shared but the
-/// block itself. Belongs to the endpoint's thread.
+/// An endpoint's own free blocks, a list for each size class, so that allocating and freeing at home write nothing
+/// shared but the block itself. Belongs to the endpoint's thread.
+///
+/// The lists are linked through the blocks, where others may have garbled the links. So a block is checked when it
+/// comes to the head of its list: a head can be followed.
 class Pool {
 public:
     Pool(const Domain& domain, Spid home);
 
     /// A free block of at least `lines` lines for the caller to own, its reference in `ref` and its class in
     /// `sizeClass`. Null with errno: ENOMEM when the pool or the endpoint's share of it is exhausted, or why the cold
-    /// lock could not be had.
-    /// `lines` <= largestClassLines.
+    /// lock could not be had. `lines` <= largestClassLines.
     Block* allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass);
+
+    /// A free block of exactly this class, if the endpoint has some and it shows at once.
+    Block* takeAtOnce(uint32_t sizeClass, Ref& ref);
 
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
     void free(Block& block, Ref ref, uint32_t sizeClass);
 
+    /// The same if it comes from where the last one did that was given back. False when it is still the caller's.
+    bool giveBackAtOnce(Block& block, Ref ref) {
+        const Spid home = block.home.loadRelaxed();
+        return home == latestHome_ && giveBack(block, ref, home);
+    }
+
     /// Takes back what others have freed of the endpoint's. Not in a cold section.
     void takeReturned();
+
+    /// Whether somebody has found no memory since this endpoint last gave up what it keeps.
+    bool isUnderPressure() const { return arena().header().pressure.loadRelaxed() != pressureSeen_; }
+
+    /// Then makes common what has come back and lies free here, unless the lock is taken just now. Not in a cold
+    /// section.
+    void yieldToPressure();
 
     /// Makes all free blocks common, at the end of the endpoint. REQUIRES a cold section.
     void giveUp();
 
 private:
     Block* take(uint32_t sizeClass, Ref& ref);
-    Block* takeLarger(uint32_t& sizeClass, Ref& ref);
-    [[gnu::noinline]] Block* allocateMore(uint32_t& sizeClass, Ref& ref);
-    [[gnu::always_inline]] inline void place(Block& block, Ref ref, uint32_t sizeClass);
-    void put(Block& block, Ref ref, uint32_t sizeClass);
-    [[gnu::always_inline]] inline void markFree(Block& block, uint32_t sizeClass);
-    bool hasRoom(uint32_t sizeClass) {
-        return free_[sizeClass].size() != free_[sizeClass].capacity() || makeRoom(sizeClass);
+    /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better lost
+    /// than given out twice.
+    bool isFreeHere(const Block& block) const {
+        return block.owner.loadRelaxed() == ownerFree && block.home.loadRelaxed() == home_;
     }
-    [[gnu::noinline]] bool makeRoom(uint32_t sizeClass);
-    [[gnu::cold, gnu::noinline]] void setAside(Block& block, Ref ref, uint32_t sizeClass);
-    [[gnu::cold, gnu::noinline]] Block* takeAside(uint32_t sizeClass, Ref& ref);
-    void placeReturned(Ref chain);
-    [[gnu::noinline]] void keep(Block& block, Ref ref, uint32_t sizeClass);
-    [[gnu::always_inline]] inline bool giveBack(Block& block, Ref ref, Spid home);
-    [[gnu::noinline]] bool isKnown(Spid home);
-    int leaseMore(uint32_t sizeClass);
+    Block* takeLarger(uint32_t& sizeClass, Ref& ref);
+    void keep(Block& block, Ref ref, uint32_t sizeClass);
+    void markFree(Block& block, uint32_t sizeClass);
+    void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
+    void add(const lease::Chain& chain, uint32_t sizeClass);
+    bool keepsTooMuch() { return mostLines_ > keptLines_ && countLines() > keptLines_; }
+    uint32_t countLines();
+    bool giveBack(Block& block, Ref ref, Spid home);
+    bool learnHome(Spid home);
+    int leaseMore(uint32_t sizeClass, bool& mayPress);
+    bool lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted);
+    bool leaseLarger(const ColdSection& cold, uint32_t sizeClass, uint32_t room);
+    void awaitRelief(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);
 
@@ -57,32 +77,39 @@ private:
     const Domain& domain_;
     const Spid home_;
     Slot& slot_;
-    std::array<std::vector<Ref>, sizeClassCount> free_;
-    std::array<Ref, sizeClassCount> aside_{};  ///< free blocks for which there was no memory in the lists, linked
+    std::array<Ref, sizeClassCount> free_{};        ///< heads of the lists
+    std::array<uint32_t, sizeClassCount> count_{};  ///< of the blocks in them
     std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
-    uint32_t freeLines_ = 0;
-    lease::Reclaiming reclaiming_;
-    Spid latestHome_;  ///< of a block that was given back; its slot has been used
+    NearbyBlocks nearby_;
+    uint32_t mostLines_ = 0;  ///< no more lines are free: what was, and all that have become so since they were counted
+    uint32_t keptLines_;      ///< beyond so many free lines some become common
+    uint32_t pressureSeen_;  ///< the header's count when this endpoint last gave up what it keeps
+    Spid latestHome_;         ///< of a block that was given back
+    Slot* latestHomesSlot_;   ///< which has been used
 };
 
-inline Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
-    sizeClass = classForLines(lines);
-    if (Block* block = take(sizeClass, ref)) return block;
-    return allocateMore(sizeClass, ref);
+inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
+    ref = free_[sizeClass];
+    if (ref == 0) return nullptr;
+    Block* block = arena().rawBlock(ref);
+    const Ref next = block->next.loadRelaxed();
+    if ((next != 0 && !nearby_.knows(next, sizeClass)) || !isFreeHere(*block)) return nullptr;
+    free_[sizeClass] = next;
+    --count_[sizeClass];
+    return block;
 }
 
-inline Block* Pool::take(uint32_t sizeClass, Ref& ref) {
-    std::vector<Ref>& blocks = free_[sizeClass];
-    while (!blocks.empty()) {
-        ref = blocks.back();
-        blocks.pop_back();
-        freeLines_ -= sizeClasses[sizeClass].lines;
-        Block* block = arena().rawBlock(ref);
-        // Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
-        // lost than given out twice.
-        if (block->owner.loadRelaxed() == ownerFree && block->home.loadRelaxed() == home_) return block;
-    }
-    return aside_[sizeClass] == 0 ? nullptr : takeAside(sizeClass, ref);
+/// Returns a block to `home`, which is the latest, unless that has ended.
+inline bool Pool::giveBack(Block& block, Ref ref, Spid home) {
+    Slot& there = *latestHomesSlot_;
+    if (there.life.loadAcquire() != (home | lifeOpen)) return false;  // as in isOpen
+    // See recoverStranded: the reaper asks whether this one was pushed. Release: (J), after the push before it.
+    slot().sending.storeRelease(ref);
+    block.sender.storeRelaxed(home_);
+    block.owner.storeRelease(home | ownerTransit);  // (E)
+    if (stack::push(there.returned, block, ref) != stack::closed) return true;
+    block.owner.storeRelaxed(home_);
+    return false;
 }
 
 }  // namespace linx

@@ -9,10 +9,13 @@ namespace linx {
 /// are done one at a time among all processes. The kernel lets go of it when the holder dies; whoever comes next then
 /// finds the header's busy word set and repairs what was left half done.
 ///
+/// A holder that is stopped delays all who wait for the lock, so sending and receiving only try it, and do without.
 /// Sections of one thread must not nest.
 class ColdSection {
 public:
-    explicit ColdSection(const Domain& domain);
+    using Patience = FileLock::Patience;
+
+    explicit ColdSection(const Domain& domain, Patience patience = Patience::wait);
     ~ColdSection();
     ColdSection(const ColdSection&) = delete;
     ColdSection& operator=(const ColdSection&) = delete;
@@ -22,26 +25,11 @@ public:
 
     const Domain& domain() const { return domain_; }
     const Arena& arena() const { return domain_.arena(); }
-    int file() const { return file_.get(); }
 
 private:
-    /// One at a time among the threads of this process. A member, so that it is let go however the section ends.
-    struct Threads {
-        Threads();
-        ~Threads();
-    };
-
     const Domain& domain_;
-    const Threads threads_;
-    ScopedDescriptor file_;
-    bool entered_ = false;
+    const bool entered_;
 };
-
-/// How often this process has been through a fork, on either side.
-uint32_t forkCount();
-
-/// How many forks this process is away from the first: differs between a process and its parent.
-uint32_t processGeneration();
 
 }  // namespace linx
 

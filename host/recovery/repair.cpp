@@ -11,35 +11,12 @@
 namespace linx {
 namespace {
 
-/// Whether a block that was returned to its home was then stolen by a reclaiming process that died: it is on its way
-/// home and in no stack. One that its pusher, alive, may be about to push does not count; it may be lost until that
-/// ends.
-bool isStolen(const Arena& arena, const Block& block, Ref ref) {
-    const uint32_t owner = block.owner.loadAcquire();
-    const Spid pusher = block.sender.loadRelaxed() & spidMask;
-    if (owner != ((block.home.loadRelaxed() & spidMask) | ownerTransit)) return false;
-    // Acquire: (J). A later block there: this one has been pushed, and holds() sees it.
-    const auto mayBePushing = [&] {
-        return isOpen(arena, pusher) && arena.slot(indexOf(pusher)).sending.loadAcquire() == ref;
-    };
-    return !mayBePushing() && isStranded(arena, block, ref, pusher) && !mayBePushing();
-}
-
 // From here on under the cold lock, left by one who died (Q): relaxed. Releases keep the order for the next who dies.
-
-/// A reclaiming process died with another's returned stack announced.
-void finishStealing(const Arena& arena) {
-    Word& stealing = arena.header().stealing;
-    stack::walk(arena, stealing.loadRelaxed(), [&](Block& block, Ref ref, uint32_t sizeClass) {
-        if (isStolen(arena, block, ref)) common::orphan(arena, block, sizeClass);
-    });
-    stealing.storeRelease(0);  // after the last block is nobody's
-}
 
 /// A lease writes a run's first entry last and giving a run up clears it first: entries without a first one are
 /// nobody's.
 void clearHalfRuns(const Arena& arena) {
-    const uint32_t used = unitsUsed(arena);
+    const uint32_t used = arena.usedUnits();
     for (uint32_t unit = 0; unit < used;) {
         uint32_t sizeClass;
         if (runStartsAt(arena, unit, sizeClass)) {
@@ -87,13 +64,15 @@ void finishAnswering(const Arena& arena) {
 void rebuildNames(const Arena& arena) {
     // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
     for (uint32_t i = 0; i < slotCount; ++i) arena.bucket(i).storeRelaxed(0);
-    for (uint32_t i = 1; i <= std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1); ++i) {
+    const uint32_t used = arena.usedSlots();
+    for (uint32_t i = 1; i <= used; ++i) {
         if ((arena.slot(i).life.loadRelaxed() & lifeOpen) != 0) insertName(arena, i);
     }
 }
 
 void removeStaleBells(const Arena& arena, int directory) {
-    for (uint32_t i = 1; i <= std::min(arena.header().slotsUsed.loadRelaxed(), slotCount - 1); ++i) {
+    const uint32_t used = arena.usedSlots();
+    for (uint32_t i = 1; i <= used; ++i) {
         const uint32_t life = arena.slot(i).life.loadRelaxed();
         if ((life & lifeOpen) == 0 && life != 0) bell::remove(directory, life & spidMask);
     }
@@ -103,12 +82,12 @@ void removeStaleBells(const Arena& arena, int directory) {
 
 void repair(const ColdSection& cold) {
     const Arena& arena = cold.arena();
-    finishStealing(arena);
     clearHalfRuns(arena);
     common::rebuild(arena);
     finishAnswering(arena);
     rebuildNames(arena);
     rebuildEnded(arena);
+    recountOpen(arena);
     removeStaleBells(arena, cold.domain().directory());
 }
 

@@ -12,15 +12,16 @@ enum class Leftovers {
     anything  ///< it died at any instruction: with blocks anywhere, with a signal pushed and not rung for
 };
 
+// All of this is safe to repeat: one who dies in here is finished by the next.
+
 /// Ends an endpoint: its mailbox takes nothing more, its name is free, its blocks are common, its slot will be used
-/// again. Safe to repeat: one who dies in here is finished by the next.
+/// again.
 void retire(const ColdSection& cold, Spid spid, Leftovers leftovers);
 
-/// Ends an endpoint whose process has died, unless somebody was faster. False with errno when the cold lock could not
-/// be had.
-bool reap(const Domain& domain, Spid spid);
+/// Ends endpoints whose processes have died, and which nobody has ended yet, together: the arena is looked through once.
+void reap(const ColdSection& cold, const Spid* dead, size_t count);
 
-/// Ends every endpoint whose process has died. REQUIRES a cold section.
+/// Ends every endpoint whose process has died.
 void reapAllDead(const ColdSection& cold);
 
 /// Whether the process of an open endpoint has died, asking its bell. False also when the bell cannot be asked; then,

@@ -1,6 +1,7 @@
 #ifndef LINXIPC_HOST_RECOVERY_TRANSIT_H
 #define LINXIPC_HOST_RECOVERY_TRANSIT_H
 
+#include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
 
 namespace linx {
@@ -12,6 +13,7 @@ inline bool isStranded(const Arena& arena, const Block& block, Ref ref, Spid pus
     // The owner first (E): whoever sends a block writes its sender before.
     const uint32_t owner = block.owner.loadAcquire();
     if ((owner & ownerTransit) == 0 || block.sender.loadAcquire() != pusher) return false;
+    if (!wasUsed(arena, owner & spidMask)) return false;
     const Slot& slot = arena.slot(indexOf(owner));
     if (stack::holds(arena, slot.mailbox, slot.takingMailbox, ref)) return false;
     if (stack::holds(arena, slot.returned, slot.takingReturned, ref)) return false;

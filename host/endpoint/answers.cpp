@@ -1,0 +1,60 @@
+#include "host/endpoint/answers.h"
+
+#include <cerrno>
+
+#include "host/arena/hunt_table.h"
+#include "host/arena/slot_table.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/attention.h"
+#include "host/mailbox/bell.h"
+
+namespace linx {
+namespace {
+
+/// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the order in which
+/// one who dies has written; others see it by the push (F) or the cold lock (P). False when the hunter could not be
+/// rung; without a descriptor for that the hunt stays pending.
+bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
+    const Arena& arena = cold.arena();
+    const Spid hunter = hunt.hunter.loadRelaxed();
+    const Ref ref = hunt.signal.loadRelaxed();
+    Block* signal = arena.blockAt(ref);
+    bool rung = true;
+    if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
+        Slot& slot = arena.slot(indexOf(hunter));
+        const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
+        if (bell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
+        // Without the promise to watch: the descriptor goes with this call.
+        if (bell.get() != -1) bell::tell(bell.get(), found);
+        signal->owner.storeRelease(hunter | ownerTransit);
+        // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
+        // its mailbox by the time that somebody asks.
+        hunt.hunter.storeRelease(hunter | huntAnswering);
+        signal->sender.storeRelease(found);
+        // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
+        // push is (A) and the look (B).
+        if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
+            const int result =
+                attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
+                                [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
+            rung = result == 0 || result == EPIPE;
+        }
+    }
+    clearHunt(hunt);
+    return rung;
+}
+
+}  // namespace
+
+bool answerHunts(const ColdSection& cold, Spid found, const Name& name) {
+    bool all = true;
+    forEachHunt(cold.arena(), [&](Hunt& hunt) {
+        const bool isMeant =
+            hunt.nameHash.loadRelaxed() == name.hash() && name.equals(hunt.name, hunt.nameLength.loadRelaxed());
+        if (isMeant) all = answer(cold, hunt, found) && all;
+    });
+    trimHunts(cold.arena());
+    return all;
+}
+
+}  // namespace linx

@@ -1,0 +1,138 @@
+#ifndef LINXIPC_HOST_ENDPOINT_AT_ONCE_H
+#define LINXIPC_HOST_ENDPOINT_AT_ONCE_H
+
+#include "host/endpoint/endpoint.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/attention.h"
+
+/*
+ * The operations as they go most of the time: no lock is wanted, nobody has to be woken, everybody is known. They lie in
+ * a header, for linx.cpp, and call nothing, so that a signal passes through few instructions. One that finds things
+ * otherwise leaves everything as it was; then the operation is done in full, from the start, by a function of its own.
+ */
+namespace linx {
+
+inline bool Endpoint::enterAtOnce() {
+    if (entry_.load(std::memory_order_relaxed) != forks::stamp()) return false;
+    entry_.store(inside, std::memory_order_relaxed);
+    return true;
+}
+
+/// Whether it is the signal that the user was given last, and still has.
+inline bool Endpoint::isRecent(const LinxSignal* signal) const {
+    // If the block is still this endpoint's, nobody has made another of it. As numbers: the address may have nothing to do
+    // with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
+    return reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) ==
+               reinterpret_cast<uintptr_t>(recent_.block) &&
+           recent_.block->owner.loadRelaxed() == spid_;
+}
+
+/// Makes a signal of a free block and gives it to the user.
+inline LinxSignal* Endpoint::give(const Held& held, uint32_t size, uint32_t number) {
+    Block& block = *held.block;
+    block.owner.storeRelaxed(spid_);
+    block.sender.storeRelaxed(spid_);
+    block.size.storeRelaxed(size);
+    block.signal.number = number;
+    ++held_;
+    recent_ = held;
+    return &block.signal;
+}
+
+inline LinxSignal* Endpoint::allocateAtOnce(uint32_t size, uint32_t number) {
+    if (!isSignalSize(size) || !enterAtOnce()) return nullptr;
+    Held held = {nullptr, 0, classForLines(linesForSignal(size))};
+    held.block = pool_.takeAtOnce(held.sizeClass, held.ref);
+    LinxSignal* signal = held.block == nullptr ? nullptr : give(held, size, number);
+    exit();
+    return signal;
+}
+
+inline bool Endpoint::freeAtOnce(LinxSignal** signal) {
+    if (!isRecent(*signal) || !enterAtOnce()) return false;
+    const Held held = recent_;
+    const bool gone = pool_.giveBackAtOnce(*held.block, held.ref);
+    if (gone) {
+        *signal = nullptr;
+        --held_;
+    }
+    exit();
+    return gone;
+}
+
+inline bool Endpoint::senderAtOnce(const LinxSignal* signal, Spid& sender) const {
+    if (entry_.load(std::memory_order_relaxed) != forks::stamp() || !isRecent(signal)) return false;
+    sender = recent_.block->sender.loadRelaxed() & spidMask;
+    return true;
+}
+
+/// Pushes the signal onto the peer's mailbox.
+inline Endpoint::Posted Endpoint::post(const Held& held, Peer& peer) {
+    Slot& target = peer.slot;
+    Slot& own = slot_;
+    const Spid to = peer.spid;
+    const Spid from = spid_;
+    // Its mailbox may be another's by now, who would have to throw the signal away. Acquire: as in isOpen.
+    if (target.life.loadAcquire() != (to | lifeOpen)) return Posted::refused;
+    own.sending.storeRelease(held.ref);  // (J), after the push before this one
+    held.block->sender.storeRelaxed(from);
+    // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
+    // beside an old sender.
+    held.block->owner.storeRelease(to | ownerTransit);
+    const uint32_t before = stack::push(target.mailbox, *held.block, held.ref);
+    if (before == stack::closed) {
+        held.block->owner.storeRelaxed(from);
+        return Posted::refused;
+    }
+    const uint32_t found = target.attention.loadSeqCst();  // (B), see attention.h
+    if (attention::asksForRing(found, to)) return Posted::wantsRing;
+    peers_.noteUnrung(&peer);
+    return before == stack::empty || peer.unasked-- != 0 ? Posted::done : Posted::wantsReminder;
+}
+
+inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
+    Peer* peer = peers_.latest(to);
+    if (peer == nullptr || !peer->knowsUs || !isRecent(*signal) || !enterAtOnce()) return Posted::refused;
+    const Held held = recent_;
+    const Posted posted = post(held, *peer);
+    if (posted != Posted::refused) {
+        *signal = nullptr;
+        --held_;
+    }
+    if (posted == Posted::done || posted == Posted::refused) exit();
+    return posted;
+}
+
+/// Whether a receive of any signal has nothing to do but to take one: no time-out or end of a peer can be due,
+/// another signal stays in the queue, and the descriptor says so.
+inline bool Endpoint::isBusy() const {
+    return queue_.hasSeveralArrivals() && timers_.idle() && !peers_.supervising() && byteIn_ && !looking_;
+}
+
+/// Gives a signal of the queue to the user and returns its size.
+inline int Endpoint::handOut(const Held& held, LinxSignal** signal) {
+    // Sizes come from other processes: none reaches beyond its block.
+    const uint32_t room =
+        sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
+    uint32_t size = held.block->size.loadRelaxed();
+    if (size < sizeof(LinxSignal) || size > room) {
+        size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
+        held.block->size.storeRelaxed(size);
+    }
+    held.block->owner.storeRelaxed(spid_);
+    ++held_;
+    recent_ = held;
+    *signal = &held.block->signal;
+    return static_cast<int>(size);
+}
+
+inline int Endpoint::receiveAtOnce(LinxSignal** signal, const uint32_t* selection) {
+    if (selection[0] != 0 || !isBusy() || !enterAtOnce()) return 0;
+    const int size = handOut(heldAt(queue_.takeArrival()), signal);
+    exit();
+    return size;
+}
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,174 @@
+// Whom an endpoint knows, how it learns of their ends, and what it still owes others.
+
+#include <sys/epoll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "host/arena/slot_table.h"
+#include "host/endpoint/answers.h"
+#include "host/endpoint/endpoint.h"
+#include "host/endpoint/event_tags.h"
+#include "host/mailbox/bell.h"
+#include "host/mailbox/sleepers.h"
+#include "host/recovery/retire.h"
+
+namespace linx {
+namespace {
+
+constexpr uint32_t longestChorePause = 1000;  ///< milliseconds
+
+}  // namespace
+
+/// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died. May bring signals to the queue:
+/// what an earlier user of its slot leaves.
+Peer* Endpoint::acquaint(Spid spid) {
+    Peer* peer = peers_.find(spid);
+    if (peer != nullptr && !bell::isDead(peer->bell.get())) return peer;
+    if (!buryIfPossible(indexOf(spid))) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    errno = ECONNRESET;
+    if (peer != nullptr) return nullptr;
+    try {
+        peer = peers_.meet(spid);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+    }
+    const int failure = errno;
+    if (peer == nullptr && failure == ECONNRESET) {
+        remember(spid);
+        reapDead(ColdSection::Patience::tryOnce);
+    }
+    errno = failure;
+    return peer;
+}
+
+/// What somebody has written into the bell.
+void Endpoint::hear(uint32_t record) {
+    const Spid spid = record & spidMask;
+    if (spid == 0 || spid == spid_) return;
+    if ((record & bell::ended) != 0) {
+        missedEnds_ = true;
+    } else {
+        greet(spid, (record & bell::watching) != 0);
+    }
+}
+
+/// Watches a sender from now on. One who cannot be watched for want of descriptors or memory may still talk.
+void Endpoint::greet(Spid sender, bool watching) {
+    if (!isOpen(arena(), sender)) return;
+    Peer* peer = peers_.find(sender);
+    if (peer == nullptr) peer = acquaint(sender);
+    if (peer != nullptr && watching) peer->knowsUs = true;
+}
+
+bool Endpoint::hasEnded(const Peer& peer) const {
+    // Acquire: (L), as in isOpen.
+    return peer.slot.life.loadAcquire() != (peer.spid | lifeOpen) || bell::isDead(peer.bell.get());
+}
+
+/// The peer in this slot has ended: what it had sent, then the notices of its end. Takes no lock: whoever has it may have
+/// been stopped. Out of memory, the peer stays as it is.
+void Endpoint::bury(uint32_t index) {
+    Peer* peer = peers_.inSlot(index);
+    if (peer == nullptr) return;
+    takeMailbox();
+    queue_.reserve(peer->notices.size());  // all or none: a notice must not be delivered twice
+    for (const Ref notice : peer->notices) enqueue(notice);
+    remember(peer->spid);
+    peers_.part(index);
+}
+
+/// The same where nothing may be thrown. False when there is no memory for it.
+bool Endpoint::buryIfPossible(uint32_t index) {
+    try {
+        bury(index);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+/// Some peer has ended, of which its bell does not tell.
+void Endpoint::buryEnded() {
+    for (uint32_t index = 1; index < peers_.size(); ++index) {
+        const Peer* peer = peers_.inSlot(index);
+        if (peer != nullptr && !isOpen(arena(), peer->spid)) bury(index);
+    }
+    missedEnds_ = false;
+}
+
+bool Endpoint::buryEndedIfPossible() {
+    try {
+        buryEnded();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+/// Keeps in mind to reap an endpoint whose process has died. Without memory somebody else will have to.
+void Endpoint::remember(Spid dead) {
+    if (!isOpen(arena(), dead) || std::find(dead_.begin(), dead_.end(), dead) != dead_.end()) return;
+    try {
+        dead_.push_back(dead);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+/// Ends all that were found dead, together. False with errno when the lock could not be had: then later.
+bool Endpoint::reapDead(ColdSection::Patience patience) {
+    if (dead_.empty()) return true;
+    const ColdSection cold(*domain_, patience);
+    if (!cold.entered()) return false;
+    reap(cold, dead_.data(), dead_.size());
+    dead_.clear();
+    return true;
+}
+
+/// Reaps those of whose death the kernel can tell, without delivering anything: for an allocation, whose memory they may
+/// have. Whether there were any. errno stays.
+bool Endpoint::reapKnownDead() {
+    const int keptErrno = errno;
+    constexpr int most = 64;
+    epoll_event events[most];
+    const int count = epoll_wait(epoll_.get(), events, most, 0);
+    for (int i = 0; i < count; ++i) {
+        const uint32_t tag = events[i].data.u32;
+        const Peer* peer = tag == event_tag::bell || tag == event_tag::timer ? nullptr : peers_.inSlot(tag);
+        if (peer != nullptr && bell::isDead(peer->bell.get())) remember(peer->spid);
+    }
+    const bool any = !dead_.empty() && reapDead(ColdSection::Patience::wait);
+    errno = keptErrno;
+    return any;
+}
+
+/// A ring that somebody asked for has failed, though he lives.
+void Endpoint::oweRing() {
+    owesRings_ = true;
+    nextEntry_ = overdue;
+}
+
+void Endpoint::ringOwed() {
+    owesRings_ = !ringSleepers(*domain_, indexOf(spid_));
+    if (!owesRings_) nextEntry_ = forksSeen_;
+}
+
+/// Tries again what could not be done when it was due. What cannot be done now either keeps a receive from sleeping for
+/// long.
+void Endpoint::doChores() {
+    if (owesRings_) ringOwed();
+    reapDead(ColdSection::Patience::tryOnce);
+    if (owesAnswers_) {
+        const ColdSection cold(*domain_, ColdSection::Patience::tryOnce);
+        Name name;
+        if (cold.entered() && nameOfSpid(arena(), spid_, name)) owesAnswers_ = !answerHunts(cold, spid_, name);
+    }
+    if (pool_.isUnderPressure()) pool_.yieldToPressure();
+    chorePause_ = hasChores() ? std::min(2 * chorePause_ + 1, longestChorePause) : 0;
+}
+
+}  // namespace linx

@@ -1,0 +1,15 @@
+#ifndef LINXIPC_HOST_MAILBOX_SLEEPERS_H
+#define LINXIPC_HOST_MAILBOX_SLEEPERS_H
+
+#include "host/arena/domain.h"
+
+namespace linx {
+
+/// Rings every open endpoint that has mail and asks to be rung: what somebody failed to do who has died, or had no memory
+/// or descriptor for it. `ringer` is the index of the caller's slot, or 0 under the cold lock. False when one of them
+/// could not be rung.
+bool ringSleepers(const Domain& domain, uint32_t ringer = 0);
+
+}  // namespace linx
+
+#endif

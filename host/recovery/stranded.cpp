@@ -1,0 +1,105 @@
+#include "host/recovery/stranded.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+#include "host/arena/common_stacks.h"
+#include "host/mailbox/announced_stack.h"
+
+namespace linx {
+namespace {
+
+/// A block that one of the dead was to push, or has pushed.
+struct Sending {
+    Block* block;
+    Ref ref;
+    uint32_t sizeClass;
+    uint32_t owner;
+    Spid sender;
+    bool pushed;
+
+    uint32_t target() const { return indexOf(owner); }
+
+    /// Whether it is still where it was. Acquire: (E), as when it was found; who took it since has written one of them,
+    /// seen after a look at the stacks by (G) or (I), and one that has died cannot become either again.
+    bool isUnchanged() const { return block->owner.loadAcquire() == owner && block->sender.loadRelaxed() == sender; }
+};
+
+/// Whether the endpoint's `sending` names a block on its way somewhere.
+bool isSending(const Arena& arena, Spid dead, Sending& found) {
+    found.ref = arena.slot(indexOf(dead)).sending.loadAcquire();
+    found.block = arena.blockAt(found.ref, found.sizeClass);
+    if (found.block == nullptr) return false;
+    // The owner first (E): whoever sends a block writes its sender before.
+    found.owner = found.block->owner.loadAcquire();
+    found.sender = dead;
+    found.pushed = false;
+    return (found.owner & ownerTransit) != 0 && found.block->sender.loadRelaxed() == dead &&
+           wasUsed(arena, found.owner & spidMask);
+}
+
+/// Looks for blocks in the stacks that they were sent to. Sorted by target, so that each stack is walked once: a
+/// mailbox may be long, and many may have died over it.
+class Search {
+public:
+    explicit Search(const Arena& arena) : arena_(arena), steps_(stepsPerBlock * uint64_t{arena.maxBlocks()}) {}
+
+    void markPushed(Sending* first, Sending* last) {
+        const auto order = [](const Sending& a, const Sending& b) {
+            return std::make_tuple(a.target(), a.ref) < std::make_tuple(b.target(), b.ref);
+        };
+        std::sort(first, last, order);
+        while (first != last) {
+            Sending* end = first;
+            while (end != last && end->target() == first->target()) ++end;
+            lookInto(arena_.slot(first->target()), first, end);
+            first = end;
+        }
+    }
+
+private:
+    /// No two stacks share a block, so all of them together are soon walked, unless somebody scribbled over the links.
+    static constexpr uint64_t stepsPerBlock = 16;
+
+    void lookInto(const Slot& slot, Sending* first, Sending* last) {
+        // The heads before what is being taken: a chain taken after the look at a head was announced before it left the
+        // head (H).
+        for (const Word* head : {&slot.mailbox, &slot.takingMailbox, &slot.returned, &slot.takingReturned}) {
+            stack::walkWhile(arena_, head->loadSeqCst(), [&](Block&, Ref ref, uint32_t) {
+                const auto found = std::lower_bound(first, last, ref,
+                                                    [](const Sending& one, Ref wanted) { return one.ref < wanted; });
+                if (found != last && found->ref == ref) found->pushed = true;
+                return --steps_ != 0;
+            });
+            if (steps_ == 0) std::for_each(first, last, [](Sending& one) { one.pushed = true; });
+        }
+    }
+
+    const Arena& arena_;
+    uint64_t steps_;
+};
+
+}  // namespace
+
+void recoverStranded(const ColdSection& cold, const SlotSet& dead) {
+    const Arena& arena = cold.arena();
+    Search search(arena);
+    std::array<Sending, 128> some;
+    size_t count = 0;
+    const auto recover = [&] {
+        search.markPushed(some.begin(), some.begin() + count);
+        for (size_t i = 0; i < count; ++i) {
+            if (some[i].pushed || !some[i].isUnchanged()) continue;
+            common::orphan(arena, *some[i].block, some[i].sizeClass);
+            common::push(arena, *some[i].block, some[i].ref, some[i].sizeClass);
+        }
+        count = 0;
+    };
+    dead.forEach([&](Spid spid) {
+        if (isSending(arena, spid, some[count]) && ++count == some.size()) recover();
+    });
+    recover();
+}
+
+}  // namespace linx

@@ -1,0 +1,71 @@
+#ifndef LINXIPC_HOST_SYSTEM_FILE_LOCK_H
+#define LINXIPC_HOST_SYSTEM_FILE_LOCK_H
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <cstdint>
+
+#include "host/arena/scoped_descriptor.h"
+
+namespace linx {
+
+/// The lock of a file that several processes share, as one process has it: one holder at a time among its threads and
+/// among the processes. The kernel lets go of it when the holder dies. Any thread may use it.
+///
+/// One descriptor serves for good. Such a lock belongs to the open file, which a child shares with its parent, so a
+/// child opens the file anew: at once after the fork, when nobody has dropped its privileges yet, or else before it
+/// first locks. A fork waits for a thread that has the lock, so that no child is made in the middle of what the lock
+/// guards, but not for one that only waits for it: who holds up this lock holds up neither forks nor other locks.
+class FileLock {
+public:
+    /// Which file it is, whatever its name.
+    struct Identity {
+        uint64_t device;
+        uint64_t inode;
+
+        explicit Identity(const struct stat& status) : device(status.st_dev), inode(status.st_ino) {}
+        bool isOf(const struct stat& status) const { return device == status.st_dev && inode == status.st_ino; }
+    };
+
+    /// The lock of the open `file`, which is called `name` in `directory`. Takes over `file`, and nothing else.
+    FileLock(ScopedDescriptor& file, const Identity& identity, int directory, const char* name);
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+    enum class Patience {
+        wait,
+        tryOnce  ///< EWOULDBLOCK when somebody has the lock
+    };
+
+    /// False with errno; ESTALE when the file has been removed.
+    bool lock(Patience patience);
+    void unlock();
+
+    /// The open file, whether locked or not.
+    int file() const { return file_.get(); }
+    const Identity& identity() const { return identity_; }
+
+    /// For the fork handlers of whoever makes locks, who may hold a mutex of its own meanwhile.
+    static void beforeFork();
+    static void afterForkInParent();
+    static void afterForkInChild();
+
+private:
+    bool lockFile(Patience patience);
+    bool isStillThere() const;
+    bool openAnew();
+
+    pthread_mutex_t queue_ = PTHREAD_MUTEX_INITIALIZER;   ///< of the thread that has the lock or comes next
+    pthread_mutex_t inside_ = PTHREAD_MUTEX_INITIALIZER;  ///< of the thread that has the lock: a fork waits for it
+    ScopedDescriptor file_;
+    const Identity identity_;
+    const int directory_;
+    const char* const name_;
+    uint32_t generation_;  ///< of the process that has opened the file
+};
+
+}  // namespace linx
+
+#endif

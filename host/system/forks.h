@@ -1,0 +1,55 @@
+#ifndef LINXIPC_HOST_SYSTEM_FORKS_H
+#define LINXIPC_HOST_SYSTEM_FORKS_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace linx {
+
+/// Tells whether a fork lies between then and now, and on which side of it this process is. Any thread may ask.
+namespace forks {
+
+namespace detail {
+
+constexpr uint32_t pageBytes = 4096;
+
+/// The kernel wipes this page in every child, also in one that was made behind the back of the fork handlers.
+struct alignas(pageBytes) WipedPage {
+    std::atomic<uint32_t> stamp;
+    char rest[pageBytes - sizeof(std::atomic<uint32_t>)];
+};
+extern WipedPage wipedPage;
+
+}  // namespace detail
+
+/// The stamp of a process made by `_Fork` or clone, which no handler has told of the fork.
+constexpr uint32_t unannounced = 0;
+
+/// No process has this stamp.
+constexpr uint32_t never = ~0u;
+
+/// Changes with every fork, in the parent and in the child. Relaxed: a thread learns of a fork by its own next look.
+inline uint32_t stamp() {
+    return detail::wipedPage.stamp.load(std::memory_order_relaxed);
+}
+
+/// How many forks this process is away from the first one: differs between a process and its parent.
+uint32_t generation();
+
+/// Whether what was made in `generation` has come to this process by a fork that no handler was told of. Then nothing
+/// is known of who else uses it.
+bool isSmuggled(uint32_t generation);
+
+/// Has `before` called before each fork, and one of the others on each side after it, the stamp and the generation being
+/// those of that side. What is registered later is called earlier before a fork, and later after it. Returns 0 or an
+/// errno value.
+int atFork(void (*before)(), void (*inParent)(), void (*inChild)());
+
+/// Gives a process that was made behind the handlers a stamp and a generation of its own. To be called before
+/// something is made that depends on either.
+void acknowledge();
+
+}  // namespace forks
+}  // namespace linx
+
+#endif
