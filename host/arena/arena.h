@@ -39,7 +39,8 @@ public:
     /// own hunter say the rest.
     uint32_t usedSlots() const {
         const uint32_t used = header().slotsUsed.loadRelaxed();
-        return slots_.clip((used < slotCount ? used : slotCount - 1) + 1) - 1;
+        const uint32_t entries = slots_.clip((used < slotCount ? used : slotCount - 1) + 1);
+        return entries == 0 ? 0 : entries - 1;
     }
     uint32_t usedHunts() const {
         const uint32_t used = header().huntsUsed.loadRelaxed();

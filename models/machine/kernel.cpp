@@ -117,15 +117,28 @@ bool Kernel::isBellDead(int descriptor) {
     return dead;
 }
 
-int Kernel::openArena() {
-    return add(Kind::arena, 0);
-}
-
-int Kernel::lockArena(int descriptor) {
-    scheduler.call("locks", true, [this] { return now_.lockedBy == nobody; });
-    now_.lockedBy = static_cast<uint8_t>(descriptor - firstDescriptor);
+int Kernel::lockArena(bool waits) {
+    scheduler.call(waits ? "locks" : "tries to lock", true, [this, waits] { return !waits || now_.lockedBy == nobody; });
+    const bool isFree = now_.lockedBy == nobody;
+    scheduler.observed(isFree ? 1 : 0);
+    if (!isFree) {
+        errno = EWOULDBLOCK;
+        return -1;
+    }
+    now_.lockedBy = static_cast<uint8_t>(scheduler.thread());
     meet(lockView);
     return 0;
+}
+
+int Kernel::unlockArena() {
+    scheduler.call("unlocks", true, always);
+    unlock();
+    return 0;
+}
+
+void Kernel::unlock() {
+    meet(lockView);
+    now_.lockedBy = nobody;
 }
 
 int Kernel::makeSet() {
@@ -198,10 +211,6 @@ void Kernel::closeFor(size_t descriptor) {
         meet(viewOf(closed.bell));
         --now_.bells[closed.bell].readers;
     }
-    if (now_.lockedBy == descriptor) {
-        meet(lockView);
-        now_.lockedBy = nobody;
-    }
     for (Watch& watch : now_.watches) {
         if (watch.descriptor == descriptor || watch.set == descriptor) watch.used = false;
     }
@@ -212,7 +221,6 @@ void Kernel::close(int descriptor) {
     const auto number = static_cast<size_t>(descriptor - firstDescriptor);
     // Letting go of the lock, or of the reading end, is seen by others; what is written by then must be.
     if (now_.descriptors[number].kind == Kind::reader) scheduler.call("closes its bell", true, always);
-    if (now_.lockedBy == number) scheduler.call("unlocks", true, always);
     closeFor(number);
 }
 
@@ -222,6 +230,7 @@ void Kernel::exit(unsigned process) {
     for (size_t i = 0; i < maxDescriptors; ++i) {
         if (now_.descriptors[i].kind != Kind::none && now_.descriptors[i].process == process) closeFor(i);
     }
+    if (now_.lockedBy == process) unlock();
     scheduler.actAs(before);
 }
 

@@ -36,8 +36,9 @@ public:
     unsigned drainBell(int descriptor, uint32_t* records);
     bool isBellDead(int descriptor);
 
-    int openArena();
-    int lockArena(int descriptor);
+    /// The lock on the arena's file, of the running process. -1 with EWOULDBLOCK when it is not to wait.
+    int lockArena(bool waits);
+    int unlockArena();
 
     int makeSet();
     int watch(int set, int descriptor, uint32_t events, uint32_t tag);
@@ -66,7 +67,7 @@ private:
     static constexpr size_t lockView = 0;
     static constexpr size_t viewOf(size_t bell) { return bell + 1; }
 
-    enum class Kind : uint8_t { none, reader, writer, arena, set, timer };
+    enum class Kind : uint8_t { none, reader, writer, set, timer };
     struct Descriptor {
         Kind kind;
         uint8_t process;
@@ -90,7 +91,7 @@ private:
         std::array<Bell, maxBells> bells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
-        uint8_t lockedBy;                      ///< the descriptor
+        uint8_t lockedBy;                      ///< the process
         std::array<View, maxBells + 1> views;  ///< of the lock, then of the bells
     };
 
@@ -101,6 +102,7 @@ private:
     bool hasEvents(size_t set) const;
     void meet(size_t object);
     void closeFor(size_t descriptor);
+    void unlock();
     size_t bellsUsed() const;
 
     State now_{};

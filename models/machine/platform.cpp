@@ -51,7 +51,7 @@ int openDomainDirectory(const std::string&) {
     return model::directoryDescriptor;
 }
 int openArenaFile(int) {
-    return model::kernel.openArena();
+    return model::fileDescriptor;
 }
 int openOrMakeArenaFile(int, unsigned) {
     return model::fileDescriptor;
@@ -59,8 +59,10 @@ int openOrMakeArenaFile(int, unsigned) {
 uint32_t checkArenaFile(int) {
     return model::arenaUnits;
 }
-void* mapArenaFile(int, uint32_t) {
-    return model::arenaMemory;
+// The mapping is that of all modelled processes, and stays.
+void Unmap::operator()(void*) const {}
+ArenaMapping mapArenaFile(int, uint32_t) {
+    return ArenaMapping(model::arenaMemory, {0});
 }
 bool reservePages(int, uint32_t, uint32_t) {
     return true;
@@ -81,15 +83,12 @@ int ring(int descriptor) {
     const int result = model::kernel.writeBell(descriptor, 0);
     return result == EAGAIN ? 0 : result;
 }
-bool introduce(int descriptor, Spid self) {
-    return model::kernel.writeBell(descriptor, self) == 0;
+bool tell(int descriptor, uint32_t record) {
+    return model::kernel.writeBell(descriptor, record) == 0;
 }
-void drain(int descriptor, std::vector<Spid>* introduced) {
-    uint32_t records[model::Kernel::bellCapacity];
-    const unsigned count = model::kernel.drainBell(descriptor, records);
-    for (unsigned i = 0; i < count; ++i) {
-        if (introduced != nullptr && records[i] != 0) introduced->push_back(records[i]);
-    }
+uint32_t drain(int descriptor, uint32_t (&records)[capacity]) {
+    static_assert(model::Kernel::bellCapacity <= capacity, "what a modelled bell holds fits");
+    return model::kernel.drainBell(descriptor, records);
 }
 bool isDead(int descriptor) {
     return model::kernel.isBellDead(descriptor);
@@ -113,13 +112,19 @@ int __wrap_fstat(int, struct stat* status) {
     status->st_mode = S_IFDIR | 0700;
     status->st_dev = 1;
     status->st_ino = 1;
+    status->st_nlink = 1;
     return 0;
 }
-int __wrap_flock(int descriptor, int) {
-    return model::kernel.lockArena(descriptor);
+// The real processes share one descriptor here: the lock is the process's.
+int __wrap_flock(int, int operation) {
+    if (operation == LOCK_UN) return model::kernel.unlockArena();
+    return model::kernel.lockArena((operation & LOCK_NB) == 0);
 }
 // Each modelled process has one thread.
 int __wrap_pthread_mutex_lock(pthread_mutex_t*) {
+    return 0;
+}
+int __wrap_pthread_mutex_trylock(pthread_mutex_t*) {
     return 0;
 }
 int __wrap_pthread_mutex_unlock(pthread_mutex_t*) {
@@ -141,6 +146,10 @@ int __wrap_epoll_wait(int set, epoll_event* events, int most, int milliseconds) 
         events[i].data.u32 = found[i].tag;
     }
     return count;
+}
+
+int __wrap_nanosleep(const timespec*, timespec*) {
+    return 0;
 }
 
 int __wrap_timerfd_create(int, int) {

@@ -172,7 +172,8 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
         });
     }
     for (uint32_t left = 2 * each; left != 0;) {
-        bell::drain(ownBell.get());
+        uint32_t records[bell::capacity];
+        bell::drain(ownBell.get(), records);
         slot.attention.storeSeqCst(attention::word(receiver, attention::quiet));
         if (slot.mailbox.loadSeqCst() <= stack::closed) {
             pollfd poll = {ownBell.get(), POLLIN, 0};

@@ -74,7 +74,7 @@ protected:
     }
 
     std::shared_ptr<linx::Domain> joined = linx::Domain::join();
-    linx::Arena arena = joined->arena();
+    const linx::Arena& arena = joined->arena();
 };
 
 }  // namespace linxtest

@@ -387,7 +387,7 @@ TEST_F(ExhaustionTest, APeerThatHasToMakeRoomForAnotherIsNotSentTo) {
         ASSERT_NE(linx_attach(scene.one, &notice, ended->spid), 0u);
     }
     LinxSignal* signal = linx_alloc(scene.one, 4, 1);
-    bell::introduce(ScopedDescriptor(bell::open(joined->directory(), scene.one.spid)).get(), stranger.spid);
+    bell::tell(ScopedDescriptor(bell::open(joined->directory(), scene.one.spid)).get(), stranger.spid);
     ended.reset();
     LinxSignal* received = nullptr;
     newThatFails = 1;

@@ -12,11 +12,12 @@ namespace {
 
 using linxtest::MemoryArena;
 using linxtest::nameOf;
+using linxtest::noFile;
 
 class HuntTableTest : public ::testing::Test {
 protected:
     int add(const std::string& name, Ref signal) const {
-        return addHunt(arena, memory.file(), hunter, nameOf(name), signal);
+        return addHunt(arena, hunter, nameOf(name), signal);
     }
     std::vector<Ref> signals() const {
         std::vector<Ref> all;
@@ -26,7 +27,7 @@ protected:
 
     const Spid hunter = makeSpid(1, 1);
     MemoryArena memory;
-    Arena arena = memory.arena();
+    const Arena arena = memory.arena();
 };
 
 TEST_F(HuntTableTest, AHuntKeepsItsNameItsHunterAndItsSignal) {
@@ -62,7 +63,10 @@ TEST_F(HuntTableTest, TrimmingForgetsWhatIsUnusedAtTheEnd) {
 }
 
 TEST_F(HuntTableTest, AFullTableTakesNothingMoreUntilOneIsCleared) {
-    for (Ref signal = 1; signal <= huntCount; ++signal) ASSERT_EQ(add("absent", signal), 0);
+    for (Ref signal = 1; signal <= huntCount; ++signal) {
+        const Spid oneOfFour = makeSpid(1 + signal % 4, 1);
+        ASSERT_EQ(addHunt(arena, oneOfFour, nameOf("absent"), signal), 0);
+    }
     EXPECT_EQ(add("absent", 5000), ENOSPC);
     EXPECT_EQ(signals().size(), huntCount);
     clearHunt(arena.hunt(huntCount - 1));
@@ -71,8 +75,22 @@ TEST_F(HuntTableTest, AFullTableTakesNothingMoreUntilOneIsCleared) {
     EXPECT_EQ(signals().back(), 5000u);
 }
 
+TEST_F(HuntTableTest, NobodyTakesMoreThanAQuarterOfTheTable) {
+    for (Ref signal = 1; signal <= huntsOfOne; ++signal) ASSERT_EQ(add("absent", signal), 0);
+    EXPECT_EQ(add("absent", 5000), ENOSPC);
+    EXPECT_EQ(addHunt(arena, makeSpid(2, 1), nameOf("absent"), 5001), 0);
+    // Also one that is being answered counts, until it is cleared.
+    Hunt& answering = arena.hunt(7);
+    answering.hunter.storeRelaxed(hunter | huntAnswering);
+    EXPECT_EQ(add("absent", 5000), ENOSPC);
+    clearHunt(answering);
+    EXPECT_EQ(add("absent", 5000), 0);
+    EXPECT_EQ(add("absent", 5002), ENOSPC);
+}
+
 TEST_F(HuntTableTest, AFileWithoutMemoryIsAnErrorAndLeavesNoEntry) {
-    EXPECT_EQ(addHunt(arena, -1, hunter, nameOf("absent"), 1), ENOMEM);
+    const Arena withoutFile = memory.arena(noFile);
+    EXPECT_EQ(addHunt(withoutFile, hunter, nameOf("absent"), 1), ENOMEM);
     EXPECT_TRUE(signals().empty());
 }
 

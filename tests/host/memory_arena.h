@@ -14,6 +14,8 @@
 
 namespace linxtest {
 
+constexpr int noFile = -2;  ///< a descriptor that gives no memory
+
 /// An empty arena that no process joins, between two pages that nobody may touch.
 class MemoryArena {
 public:
@@ -29,7 +31,7 @@ public:
     MemoryArena(const MemoryArena&) = delete;
     MemoryArena& operator=(const MemoryArena&) = delete;
 
-    linx::Arena arena() const { return linx::Arena(base(), units); }
+    linx::Arena arena(int file = -1) const { return linx::Arena(base(), units, file); }
     int file() const { return file_.get(); }
     char* base() const { return guarded_ + linx::unitBytes; }
     static size_t bytes() { return size_t{linx::firstPoolPage(units) + units} * linx::unitBytes; }

@@ -23,18 +23,23 @@ protected:
     /// An endpoint whose process has died: in the arena it is open, but nobody holds its bell.
     Spid layDead(const std::string& name) const {
         const ColdSection cold(*joined);
-        const uint32_t index = takeSlot(arena, cold.file());
+        const uint32_t index = takeSlot(arena);
         Slot& slot = arena.slot(index);
         slot.attention.storeRelaxed(attention::word(makeSpid(index, 1), attention::quiet));
+        countOpened(arena);
         return linxtest::layOpenSlot(arena, index, name);
     }
 
     /// Free blocks at home at `home`.
     std::vector<Ref> leaseFor(Spid home, uint32_t wanted = 1) const {
         const ColdSection cold(*joined);
-        std::vector<Ref> blocks;
-        lease::fromUnits(cold, home, anyClass, wanted, blocks);
-        return blocks;
+        return refsOf(lease::fromUnits(cold, home, anyClass, wanted));
+    }
+
+    std::vector<Ref> refsOf(const lease::Chain& chain) const {
+        std::vector<Ref> refs;
+        for (Ref ref = chain.head; refs.size() < chain.blocks; ref = block(ref).next.loadRelaxed()) refs.push_back(ref);
+        return refs;
     }
 
     Block& block(Ref ref) const { return *arena.blockAt(ref); }
@@ -55,7 +60,10 @@ protected:
 
     void reapDead(Spid spid) const {
         ASSERT_TRUE(hasDied(*joined, spid));
-        ASSERT_TRUE(reap(*joined, spid));
+        {
+            const ColdSection cold(*joined);
+            reap(cold, &spid, 1);
+        }
         EXPECT_FALSE(isOpen(arena, spid));
     }
 

@@ -142,7 +142,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
     {
         const ColdSection cold(*joined);
-        ASSERT_EQ(addHunt(arena, cold.file(), hunter, nameOf("sought"), blocks[0]), 0);
+        ASSERT_EQ(addHunt(arena, hunter, nameOf("sought"), blocks[0]), 0);
     }
     reapDead(hunter);
     reapDead(opener);

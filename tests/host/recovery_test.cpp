@@ -217,7 +217,7 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
     std::vector<Ref> blocks;
     {
         const ColdSection cold(*joined);
-        lease::fromUnits(cold, dead, 20, 1, blocks);
+        blocks = refsOf(lease::fromUnits(cold, dead, 20, 1));
     }
     reapDead(dead);
     const uint32_t first = blocks[0] / linesPerUnit - arena.pageOfUnit(0);
@@ -241,7 +241,7 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     uint32_t index;
     {
         const ColdSection cold(*joined);
-        index = takeSlot(arena, cold.file());
+        index = takeSlot(arena);
         const ScopedDescriptor ownBell(bell::make(joined->directory(), makeSpid(index, 1), 0600));
     }
     Slot& slot = arena.slot(index);
@@ -278,76 +278,15 @@ TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheOrderIsInItAgain) {
     expectInOrder();
 }
 
-/// A reclaiming process died with the returned stack of the live endpoint in its hands, or about to take it.
-class StealingTest : public RecoveryTest {
-protected:
-    StealingTest() {
-        freer = layDead("freer");
-        for (int i = 0; i < 4; ++i) signals.push_back(refOf(linx_alloc(live, 4, 1)));
-        for (const Ref ref : signals) {
-            address(ref, freer, live.spid);
-            stack::push(slot().returned, block(ref), ref);
-        }
-        slotOf(freer).sending.storeRelaxed(0);
-        linesBefore = leasedLines(live.spid);
-    }
-    Slot& slot() const { return slotOf(live.spid); }
-
-    std::vector<Ref> signals;
-    Spid freer = 0;
-    uint32_t linesBefore = 0;
-};
-
-TEST_F(StealingTest, AChainThatWasAnnouncedButNotTakenStaysWhereItIs) {
-    arena.header().stealing.storeRelaxed(slot().returned.loadRelaxed());
-    repairAfterDeath();
-    EXPECT_EQ(arena.header().stealing.loadRelaxed(), 0u);
-    for (const Ref ref : signals) EXPECT_EQ(block(ref).owner.loadRelaxed(), live.spid | ownerTransit);
-    EXPECT_EQ(leasedLines(live.spid), linesBefore);
-    reapDead(freer);
-    expectInOrder();
-}
-
-TEST_F(StealingTest, AChainThatWasTakenBecomesCommonAndComesOffTheBooks) {
-    stack::take(slot().returned, arena.header().stealing, stack::empty);
-    repairAfterDeath();
-    for (const Ref ref : signals) EXPECT_TRUE(isCommon(ref));
-    EXPECT_EQ(leasedLines(live.spid), linesBefore - static_cast<uint32_t>(signals.size()));
-    reapDead(freer);
-    expectInOrder();
-}
-
-TEST_F(StealingTest, AChainOfWhichAPartWasMadeCommonIsFinished) {
-    stack::take(slot().returned, arena.header().stealing, stack::empty);
-    common::disown(block(signals.back()));
-    slot().leasedLines.addRelaxed(~0u);
-    repairAfterDeath();
-    for (const Ref ref : signals) EXPECT_TRUE(isCommon(ref));
-    reapDead(freer);
-    expectInOrder();
-}
-
-TEST_F(StealingTest, ACycleThatSomebodyScribbledDoesNotKeepTheRepairBusy) {
-    const Ref top = slot().returned.loadRelaxed();
-    Word& end = block(signals.front()).next;
-    end.storeRelaxed(top);
-    arena.header().stealing.storeRelaxed(top);
-    repairAfterDeath();
-    end.storeRelaxed(0);
-    for (const Ref ref : signals) EXPECT_EQ(block(ref).owner.loadRelaxed(), live.spid | ownerTransit);
-    reapDead(freer);
-    expectInOrder();
-}
-
 TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     post(blocks[0], dead, live.spid);
     for (int i = 0; i < 3; ++i) repairAfterDeath();
     reapDead(dead);
-    EXPECT_TRUE(reap(*joined, dead));
     {
         const ColdSection cold(*joined);
+        reap(cold, &dead, 1);
         retire(cold, dead, Leftovers::anything);
     }
     for (int i = 0; i < 3; ++i) repairAfterDeath();

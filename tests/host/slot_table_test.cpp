@@ -29,21 +29,21 @@ protected:
     /// Takes slots until there is none.
     std::vector<uint32_t> takeAll() const {
         std::vector<uint32_t> taken;
-        while (const uint32_t index = takeSlot(arena, memory.file())) taken.push_back(index);
+        while (const uint32_t index = takeSlot(arena)) taken.push_back(index);
         return taken;
     }
 
     MemoryArena memory;
-    Arena arena = memory.arena();
+    const Arena arena = memory.arena();
 };
 
 TEST_F(SlotTableTest, FreshSlotsComeFirstAndSlotZeroNever) {
-    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
+    EXPECT_EQ(takeSlot(arena), 1u);
     end(1);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 2u);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 3u);
+    EXPECT_EQ(takeSlot(arena), 2u);
+    EXPECT_EQ(takeSlot(arena), 3u);
     arena.header().slotsUsed.storeRelaxed(slotCount - 1);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
+    EXPECT_EQ(takeSlot(arena), 1u);
 }
 
 TEST_F(SlotTableTest, EndedSlotsComeBackTheOldestFirst) {
@@ -58,7 +58,7 @@ TEST_F(SlotTableTest, EndedSlotsComeBackTheOldestFirst) {
 TEST_F(SlotTableTest, WhenAllAreOpenThereIsNoneLeft) {
     openAll();
     errno = 0;
-    EXPECT_EQ(takeSlot(arena, memory.file()), 0u);
+    EXPECT_EQ(takeSlot(arena), 0u);
     EXPECT_EQ(errno, ENOSPC);
 }
 
@@ -71,9 +71,10 @@ TEST_F(SlotTableTest, EverySlotButZeroCanBeTakenOnceAndNoMore) {
 
 TEST_F(SlotTableTest, AFileWithoutMemoryIsAnError) {
     errno = 0;
-    EXPECT_EQ(takeSlot(arena, -1), 0u);
+    const Arena withoutFile = memory.arena(linxtest::noFile);
+    EXPECT_EQ(takeSlot(withoutFile), 0u);
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
+    EXPECT_EQ(takeSlot(arena), 1u);
 }
 
 TEST_F(SlotTableTest, TheOrderIsMadeAnewFromTheSlots) {
@@ -119,16 +120,16 @@ TEST_F(SlotTableTest, LinksOutOfRangeTakeNobodyOutside) {
     end(1);
     end(2);
     arena.slot(1).nextEnded.storeRelaxed(~0u);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 1u);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 0u);
+    EXPECT_EQ(takeSlot(arena), 1u);
+    EXPECT_EQ(takeSlot(arena), 0u);
     arena.header().newestEnded.storeRelaxed(~0u);
     appendEnded(arena, 2);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 2u);
+    EXPECT_EQ(takeSlot(arena), 2u);
 }
 
 TEST_F(SlotTableTest, AGarbledCountDoesNotGiveOutSlotZero) {
     arena.header().slotsUsed.storeRelaxed(~0u);
-    EXPECT_EQ(takeSlot(arena, memory.file()), 0u);
+    EXPECT_EQ(takeSlot(arena), 0u);
     EXPECT_EQ(errno, ENOSPC);
 }
 

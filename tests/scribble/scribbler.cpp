@@ -30,19 +30,14 @@ public:
     explicit Mapping(const std::string& path) {
         const linx::ScopedDescriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC));
         unitCount_ = linx::checkArenaFile(file.get());
-        if (unitCount_ != 0) base_ = linx::mapArenaFile(file.get(), unitCount_);
+        if (unitCount_ != 0) mapping_ = linx::mapArenaFile(file.get(), unitCount_);
     }
-    ~Mapping() {
-        if (base_ != nullptr) munmap(base_, size_t{linx::firstPoolPage(unitCount_) + unitCount_} * linx::unitBytes);
-    }
-    Mapping(const Mapping&) = delete;
-    Mapping& operator=(const Mapping&) = delete;
 
-    char* base() const { return static_cast<char*>(base_); }
+    char* base() const { return static_cast<char*>(mapping_.get()); }
     uint32_t unitCount() const { return unitCount_; }
 
 private:
-    void* base_ = nullptr;
+    linx::ArenaMapping mapping_;
     uint32_t unitCount_ = 0;
 };
 

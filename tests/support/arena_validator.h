@@ -36,7 +36,7 @@ public:
         checkNames();
         checkEnded();
         checkHunts();
-        if (arena_.header().stealing.loadRelaxed() != 0) say() << "a theft is still announced";
+        checkOpenCount();
         return said_;
     }
 
@@ -179,6 +179,13 @@ private:
     }
 
     /// The order of ended slots holds all of them once.
+    void checkOpenCount() {
+        uint32_t open = 0;
+        for (uint32_t i = 1; i <= slotsUsed(); ++i) open += isOpenSlot(i) ? 1 : 0;
+        const uint32_t counted = arena_.header().openEndpoints.loadRelaxed();
+        if (counted != open) say() << counted << " endpoints are counted as open, not " << open;
+    }
+
     void checkEnded() {
         std::set<uint32_t> listed;
         uint32_t last = 0;
