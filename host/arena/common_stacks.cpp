@@ -18,6 +18,8 @@ void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
     Word& head = arena.header().common[sizeClass];
     block.next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders (P)
     head.storeRelaxed(ref);
+    Word& lines = arena.header().commonLines;
+    lines.storeRelaxed(lines.loadRelaxed() + sizeClasses[sizeClass].lines);
 }
 
 Block* take(const Arena& arena, uint32_t sizeClass, Ref& ref) {
@@ -30,17 +32,18 @@ Block* take(const Arena& arena, uint32_t sizeClass, Ref& ref) {
         return nullptr;
     }
     head.storeRelaxed(block->next.loadRelaxed());
+    Word& lines = arena.header().commonLines;
+    lines.storeRelaxed(lines.loadRelaxed() - sizeClasses[sizeClass].lines);
     return block;
 }
 
-uint32_t stateOf(const Arena& arena) {
-    uint32_t state = 0;
-    for (const Word& head : arena.header().common) state = state * 16777619u + head.loadRelaxed();
-    return state;
+void clear(const Arena& arena) {
+    for (Word& head : arena.header().common) head.storeRelaxed(0);
+    arena.header().commonLines.storeRelaxed(0);
 }
 
 void rebuild(const Arena& arena) {
-    for (Word& head : arena.header().common) head.storeRelaxed(0);
+    clear(arena);
     forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {
         if (isCommon(block)) push(arena, block, ref, sizeClass);
     });

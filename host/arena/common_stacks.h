@@ -30,8 +30,8 @@ void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass);
 /// Takes a block, whose reference goes to `ref`; null when there is none.
 Block* take(const Arena& arena, uint32_t sizeClass, Ref& ref);
 
-/// A number that most likely changes when a block becomes common. Takes no lock.
-uint32_t stateOf(const Arena& arena);
+/// Forgets what is in the stacks; the blocks stay common.
+void clear(const Arena& arena);
 
 /// Makes all stacks anew.
 void rebuild(const Arena& arena);

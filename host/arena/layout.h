@@ -53,13 +53,16 @@ struct Header {
     Word newestEnded;             ///< its last
     Word endings;                 ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
     Word huntsUsed;               ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word reclaimFrom;             ///< coarse milliseconds: memory is not reclaimed again before
+    Word reclaimedAt;             ///< coarse milliseconds: when memory was reclaimed last
     Word unitsUsed;               ///< units below have been leased at least once
+    Word reclaimTook;             ///< milliseconds
+    Word commonLines;             ///< in the stacks below
+    Word commonThen;              ///< the same when memory had been reclaimed last
     Word pressure;                ///< counts the times that memory ran out: who sees a new one gives up what it keeps
     Word common[sizeClassCount];  ///< stacks of free blocks without a home, a class each
 };
-static_assert(sizeof(Header) == 104 + 4 * sizeClassCount && offsetof(Header, busy) == 64 &&
-                  offsetof(Header, common) == 104 && std::is_standard_layout<Header>::value,
+static_assert(sizeof(Header) == 116 + 4 * sizeClassCount && offsetof(Header, busy) == 64 &&
+                  offsetof(Header, common) == 116 && std::is_standard_layout<Header>::value,
               "the header's layout is shared by every process of the domain");
 static_assert(sizeof(Header) <= unitBytes, "the header fits its page");
 
@@ -87,8 +90,9 @@ struct alignas(lineBytes) Slot {
     uint32_t pad0[14];
 
     // Those who free this endpoint's blocks write.
-    Word returned;  ///< last block given back
-    uint32_t pad1[15];
+    Word returned;       ///< last block given back
+    Word returnedLines;  ///< about how much is in there
+    uint32_t pad1[14];
 
     // Only the endpoint writes (and its reaper).
     Word takingMailbox;   ///< the chain being taken from `mailbox`

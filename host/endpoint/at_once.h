@@ -51,7 +51,7 @@ inline LinxSignal* Endpoint::allocateAtOnce(uint32_t size, uint32_t number) {
 inline bool Endpoint::freeAtOnce(LinxSignal** signal) {
     if (!isRecent(*signal) || !enterAtOnce()) return false;
     const Held held = recent_;
-    const bool gone = pool_.giveBackAtOnce(*held.block, held.ref);
+    const bool gone = pool_.giveBackAtOnce(*held.block, held.ref, held.sizeClass);
     if (gone) {
         *signal = nullptr;
         --held_;

@@ -33,6 +33,7 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.sending.storeRelaxed(0);
     slot.deepestQueue.storeRelaxed(0);
     slot.leasedLines.storeRelaxed(0);
+    slot.returnedLines.storeRelaxed(0);
     slot.forkRound.addRelaxed(1);  // what a forked copy of an earlier user of the slot may expect never comes back
     slot.dropped.low.storeRelaxed(0);
     slot.dropped.high.storeRelaxed(0);
@@ -176,9 +177,9 @@ void Endpoint::end() {
     if (owesRings_) ringSleepers(*domain_);
     const ScopedDescriptor bell(bell::open(domain_->directory(), spid_));
     giveUpHunts();
-    pool_.giveUp();
+    const bool leavesNone = pool_.giveUp() && held_ == 0;
     reap(cold, dead_.data(), dead_.size());
-    retire(cold, spid_, held_ == 0 ? Leftovers::none : Leftovers::held);
+    retire(cold, spid_, leavesNone ? Leftovers::none : Leftovers::held);
     bell_.reset();
     // Whoever holds the bell has been told by that, unless a forked process still has a copy of it.
     if (bell.get() == -1 || !bell::isDead(bell.get())) tellOfEnd(*domain_, spid_);

@@ -12,10 +12,9 @@ namespace {
 
 constexpr uint32_t none = ~0u;
 
-// Milliseconds.
-constexpr uint32_t shortestPause = 10;
-constexpr uint32_t longestPause = 60000;  ///< no honest one is longer
-constexpr uint32_t pauseFactor = 8;       ///< a pause is so many times as long as what was done before it
+constexpr uint32_t shortestPause = 10;  ///< milliseconds
+constexpr uint32_t longestTime = 10000;  ///< milliseconds: no honest one takes longer
+constexpr uint32_t pauseFactor = 8;     ///< a pause is so many times as long as what was done before it
 
 /// The first of `count` adjoining units that were leased once and are free again.
 uint32_t findGap(const Arena& arena, uint32_t count) {
@@ -70,6 +69,17 @@ void giveUpRun(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
     for (uint32_t i = 0; i < sizeClasses[sizeClass].units; ++i) arena.unit(unit + i).storeRelease(0);
 }
 
+/// Makes the runs free units again that nobody has a block of, and the common stacks anew from the others.
+void compact(const Arena& arena) {
+    common::clear(arena);  // the stacks may name blocks of runs that are given up now
+    forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {
+        bool idle = true;
+        forEachBlockOfRun(arena, unit, sizeClass, [&](Block& block, Ref) { idle = idle && common::isCommon(block); });
+        if (idle) giveUpRun(arena, unit, sizeClass);
+    });
+    common::rebuild(arena);
+}
+
 uint32_t milliseconds() {
     return static_cast<uint32_t>(coarseMilliseconds());
 }
@@ -106,30 +116,24 @@ Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t
     return chain;
 }
 
-bool isReclaimDue(const Arena& arena) {
-    const uint32_t left = arena.header().reclaimFrom.loadRelaxed() - milliseconds();
-    return left == 0 || left > longestPause;  // in the past, or garbage
-}
-
-void reclaim(const ColdSection& cold) {
-    const uint32_t start = milliseconds();
-    reapAllDead(cold);
-    compact(cold);
-    const uint32_t end = milliseconds();
-    const uint32_t pause = std::clamp(pauseFactor * (end - start), shortestPause, longestPause);
-    cold.arena().header().reclaimFrom.storeRelaxed(end + pause);
-}
-
-void compact(const ColdSection& cold) {
+bool reclaim(const ColdSection& cold, uint32_t lines) {
     const Arena& arena = cold.arena();
-    // The stacks may name blocks of runs that are given up now; they are made anew afterwards.
-    for (Word& head : arena.header().common) head.storeRelaxed(0);
-    forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {
-        bool idle = true;
-        forEachBlockOfRun(arena, unit, sizeClass, [&](Block& block, Ref) { idle = idle && common::isCommon(block); });
-        if (idle) giveUpRun(arena, unit, sizeClass);
-    });
-    common::rebuild(arena);
+    Header& header = arena.header();
+    const uint32_t start = milliseconds();
+    const uint32_t passed = start - header.reclaimedAt.loadRelaxed();
+    const uint32_t took = std::min(header.reclaimTook.loadRelaxed(), longestTime);  // or it is garbage
+    const bool isDue = passed >= std::max(pauseFactor * took, shortestPause);
+    const uint32_t grown = header.commonLines.loadRelaxed() - header.commonThen.loadRelaxed();
+    const uint32_t all = arena.unitCount() * linesPerUnit;
+    const bool isWorthwhile = grown >= std::max(lines, all / 64) && grown <= all;
+    if (!isDue && !isWorthwhile) return false;
+    if (isDue) reapAllDead(cold);
+    compact(arena);
+    const uint32_t end = milliseconds();
+    header.reclaimedAt.storeRelaxed(end);
+    header.reclaimTook.storeRelaxed(end - start);
+    header.commonThen.storeRelaxed(header.commonLines.loadRelaxed());
+    return true;
 }
 
 uint32_t shareOf(const Arena& arena) {

@@ -24,16 +24,13 @@ Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_
 /// units or no memory.
 Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted);
 
-/// Whether memory may be reclaimed now. All endpoints together do so for a ninth of the time at most, however many
-/// find the arena full however often: it holds up whoever else needs the lock.
-bool isReclaimDue(const Arena& arena);
-
-/// Gathers what lies idle, when an endpoint finds the arena full: the blocks of dead endpoints, and what `compact` finds.
-/// It takes long: all of the arena is looked through, and every endpoint asked whether it lives.
-void reclaim(const ColdSection& cold);
-
-/// Makes runs of which every block is common free units again, for any class.
-void compact(const ColdSection& cold);
+/// Gathers what lies idle, when an endpoint has found no memory for a block of `lines` lines: the blocks of dead
+/// endpoints; and runs of which every block is common become free units again, for any class. It takes long, since
+/// every endpoint is asked whether it lives, and all of the arena looked through, and holds up whoever else needs the
+/// lock. So all endpoints together do it for a ninth of the time at most, however many find the arena full however
+/// often; sooner only when so much has become common since the last time that the arena is worth another look. False
+/// when nothing was done.
+bool reclaim(const ColdSection& cold, uint32_t lines);
 
 /// The most lines of the pool that one endpoint may be home to.
 uint32_t shareOf(const Arena& arena);

@@ -26,7 +26,7 @@ Pool::Pool(const Domain& domain, Spid home)
       nearby_(arena()),
       keptLines_(lease::keptBy(arena())),
       pressureSeen_(arena().header().pressure.loadRelaxed()),
-      latestHome_(home),
+      latestHome_(noHome),
       latestHomesSlot_(&slot_) {}
 
 Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
@@ -83,13 +83,18 @@ uint32_t Pool::countLines() {
     return mostLines_;
 }
 
+/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody gave
+/// it back who was held up.
+void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
+    const uint32_t lines = sizeClasses[sizeClass].lines;
+    if (isOpen(arena(), home)) arena().slot(indexOf(home)).leasedLines.addRelaxed(0u - lines);
+    slot().leasedLines.addRelaxed(lines);
+    block.home.storeRelaxed(home_);
+}
+
 void Pool::markFree(Block& block, uint32_t sizeClass) {
-    if (block.home.loadRelaxed() != home_) {
-        // It comes to stay: its home has ended, or was an earlier user of the slot, to whom somebody gave it back who
-        // was held up.
-        slot().leasedLines.addRelaxed(sizeClasses[sizeClass].lines);
-        block.home.storeRelaxed(home_);
-    }
+    const Spid home = block.home.loadRelaxed();
+    if (home != home_) adopt(block, home, sizeClass);
     // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
     block.owner.storeRelease(ownerFree);
@@ -98,7 +103,7 @@ void Pool::markFree(Block& block, uint32_t sizeClass) {
 void Pool::free(Block& block, Ref ref, uint32_t sizeClass) {
     const Spid home = block.home.loadRelaxed();
     const bool isGiven =
-        home != home_ && (home == latestHome_ || learnHome(home)) && giveBack(block, ref, home);
+        home != home_ && (home == latestHome_ || learnHome(home)) && giveBack(block, ref, sizeClass, home);
     if (!isGiven) keep(block, ref, sizeClass);
 }
 
@@ -118,6 +123,7 @@ bool Pool::learnHome(Spid home) {
 
 void Pool::takeReturned() {
     Slot& own = slot();
+    own.returnedLines.storeRelaxed(0);  // also where it is wrong: two who give back at once may overwrite each other
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
     // Blocks of one class that follow each other stay linked as they are; most chains are one such piece.
@@ -166,10 +172,9 @@ int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
     if (lease(cold, sizeClass, wanted)) return 0;
     shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
-    mayPress = lease::isReclaimDue(arena());
-    if (mayPress) lease::reclaim(cold);
+    const bool haveLooked = lease::reclaim(cold, c.lines);
     const bool found = lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased);
-    mayPress = mayPress && !found;
+    mayPress = haveLooked && !found;
     return ENOMEM;
 }
 
@@ -192,25 +197,27 @@ bool Pool::leaseLarger(const ColdSection& cold, uint32_t sizeClass, uint32_t roo
 
 /// Others have been asked to give up what they keep. Waits a little for that, and leases of it what fits.
 void Pool::awaitRelief(uint32_t sizeClass) {
-    const uint32_t before = common::stateOf(arena());
+    const uint32_t lines = sizeClasses[sizeClass].lines;
+    const uint32_t before = arena().header().commonLines.loadRelaxed();
     uint64_t waited = 0;
     for (uint64_t pause = 100000; waited < reliefNanoseconds; pause *= 2) {
         const timespec time = {0, static_cast<long>(pause)};
         nanosleep(&time, nullptr);
         waited += pause;
-        if (common::stateOf(arena()) == before) continue;
+        if (arena().header().commonLines.loadRelaxed() - before < lines) continue;
         const ColdSection cold(domain_);
         if (!cold.entered()) return;
         const uint32_t share = lease::shareOf(arena());
         const uint32_t leased = slot().leasedLines.loadRelaxed();
-        if (leased + sizeClasses[sizeClass].lines > share || lease(cold, sizeClass, 1)) return;
-        lease::compact(cold);
+        if (leased + lines > share || lease(cold, sizeClass, 1)) return;
+        lease::reclaim(cold, lines);
         if (lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased)) return;
     }
 }
 
-void Pool::giveUp() {
+bool Pool::giveUp() {
     shrinkTo(0);
+    return !lostSome_;
 }
 
 void Pool::trim() {
@@ -250,7 +257,8 @@ void Pool::shrinkTo(uint32_t lines) {
     slot().leasedLines.addRelaxed(0u - given);
     nearby_ = NearbyBlocks(arena());  // the runs of what has gone may become others
     if (lines != 0) return;
-    count_.fill(0);  // garbled links may have cut off blocks that were counted
+    lostSome_ = lostSome_ || std::any_of(count_.begin(), count_.end(), [](uint32_t blocks) { return blocks != 0; });
+    count_.fill(0);
     pressureSeen_ = pressure;
 }
 

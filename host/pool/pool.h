@@ -30,9 +30,9 @@ public:
     void free(Block& block, Ref ref, uint32_t sizeClass);
 
     /// The same if it comes from where the last one did that was given back. False when it is still the caller's.
-    bool giveBackAtOnce(Block& block, Ref ref) {
+    bool giveBackAtOnce(Block& block, Ref ref, uint32_t sizeClass) {
         const Spid home = block.home.loadRelaxed();
-        return home == latestHome_ && giveBack(block, ref, home);
+        return home == latestHome_ && giveBack(block, ref, sizeClass, home);
     }
 
     /// Takes back what others have freed of the endpoint's. Not in a cold section.
@@ -45,8 +45,9 @@ public:
     /// section.
     void yieldToPressure();
 
-    /// Makes all free blocks common, at the end of the endpoint. REQUIRES a cold section.
-    void giveUp();
+    /// Makes all free blocks common, at the end of the endpoint. False when others have garbled the lists, so that all
+    /// of the arena must be looked through for the rest. REQUIRES a cold section.
+    bool giveUp();
 
 private:
     Block* take(uint32_t sizeClass, Ref& ref);
@@ -57,12 +58,13 @@ private:
     }
     Block* takeLarger(uint32_t& sizeClass, Ref& ref);
     void keep(Block& block, Ref ref, uint32_t sizeClass);
+    void adopt(Block& block, Spid home, uint32_t sizeClass);
     void markFree(Block& block, uint32_t sizeClass);
     void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
     void add(const lease::Chain& chain, uint32_t sizeClass);
     bool keepsTooMuch() { return mostLines_ > keptLines_ && countLines() > keptLines_; }
     uint32_t countLines();
-    bool giveBack(Block& block, Ref ref, Spid home);
+    bool giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home);
     bool learnHome(Spid home);
     int leaseMore(uint32_t sizeClass, bool& mayPress);
     bool lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted);
@@ -81,11 +83,12 @@ private:
     std::array<uint32_t, sizeClassCount> count_{};  ///< of the blocks in them
     std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
     NearbyBlocks nearby_;
+    bool lostSome_ = false;   ///< blocks that were counted have not been found in the lists
     uint32_t mostLines_ = 0;  ///< no more lines are free: what was, and all that have become so since they were counted
     uint32_t keptLines_;      ///< beyond so many free lines some become common
     uint32_t pressureSeen_;  ///< the header's count when this endpoint last gave up what it keeps
-    Spid latestHome_;         ///< of a block that was given back
-    Slot* latestHomesSlot_;   ///< which has been used
+    Spid latestHome_;        ///< of a block that was given back: another endpoint's, never one's own
+    Slot* latestHomesSlot_;  ///< which has been used
 };
 
 inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
@@ -99,10 +102,13 @@ inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
     return block;
 }
 
-/// Returns a block to `home`, which is the latest, unless that has ended.
-inline bool Pool::giveBack(Block& block, Ref ref, Spid home) {
+/// Returns a block to `home`, which is the latest, unless that has ended, or does not come for what it gets.
+inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home) {
     Slot& there = *latestHomesSlot_;
-    if (there.life.loadAcquire() != (home | lifeOpen)) return false;  // as in isOpen
+    const uint32_t waiting = there.returnedLines.loadRelaxed();
+    if (there.life.loadAcquire() != (home | lifeOpen) || waiting > keptLines_) return false;  // as in isOpen
+    // Relaxed, and no exchange: about right will do.
+    there.returnedLines.storeRelaxed(waiting + sizeClasses[sizeClass].lines);
     // See recoverStranded: the reaper asks whether this one was pushed. Release: (J), after the push before it.
     slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);

@@ -8,7 +8,7 @@ namespace linx {
 /// What an endpoint may leave behind.
 enum class Leftovers {
     none,     ///< it has given back every block itself
-    held,     ///< its user still holds blocks: all of the arena is looked through
+    held,     ///< there may be blocks that it has: all of the arena is looked through
     anything  ///< it died at any instruction: with blocks anywhere, with a signal pushed and not rung for
 };
 

@@ -126,9 +126,13 @@ TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
         common::orphan(arena, block, sizeClass);
         common::push(arena, block, ref, sizeClass);
     }
-    LinxSignal* other = linx_alloc(endpoint, 4, 2);
-    EXPECT_NE(blockOf(other), &block);
-    linx_free_buf(endpoint, &other);
+    const Linx another("another");
+    LinxSignal* others = linx_alloc(another, 4, 3);
+    EXPECT_EQ(blockOf(others), &block);
+    LinxSignal* own = linx_alloc(endpoint, 4, 2);
+    EXPECT_NE(blockOf(own), &block);
+    linx_free_buf(endpoint, &own);
+    linx_free_buf(another, &others);
 }
 
 TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotStrandedForAnother) {

@@ -290,12 +290,14 @@ TEST_F(OpenTest, TheArenasSizeIsChosenWithinBounds) {
     EXPECT_EQ(megabytesFor(""), 256u);
     EXPECT_EQ(megabytesFor("many"), 256u);
     EXPECT_EQ(megabytesFor("8MB"), 256u);
-    EXPECT_EQ(megabytesFor("0"), 4u);
-    EXPECT_EQ(megabytesFor("3"), 4u);
+    EXPECT_EQ(megabytesFor("0"), 256u);
+    EXPECT_EQ(megabytesFor("3"), 256u);
     EXPECT_EQ(megabytesFor("4"), 4u);
     EXPECT_EQ(megabytesFor("100"), 100u);
     EXPECT_EQ(megabytesFor("16384"), most);
-    EXPECT_EQ(megabytesFor("99999999999999999999"), most);
+    for (const char* bad : {"16385", "99999999999999999999", "-1", "+8", " 8", "0x10"}) {
+        EXPECT_EQ(megabytesFor(bad), 256u) << bad;
+    }
 }
 
 TEST_F(OpenTest, AnArenaThatIsThereKeepsItsSize) {
