@@ -44,15 +44,26 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     return rung;
 }
 
+template <class Visit>
+void forEachHuntFor(const Arena& arena, const Name& name, Visit visit) {
+    forEachHunt(arena, [&](Hunt& hunt) {
+        const bool isMeant =
+            hunt.nameHash.loadRelaxed() == name.hash() && name.equals(hunt.name, hunt.nameLength.loadRelaxed());
+        if (isMeant) visit(hunt);
+    });
+}
+
 }  // namespace
+
+bool isHunted(const Arena& arena, const Name& name) {
+    bool any = false;
+    forEachHuntFor(arena, name, [&](Hunt&) { any = true; });
+    return any;
+}
 
 bool answerHunts(const ColdSection& cold, Spid found, const Name& name) {
     bool all = true;
-    forEachHunt(cold.arena(), [&](Hunt& hunt) {
-        const bool isMeant =
-            hunt.nameHash.loadRelaxed() == name.hash() && name.equals(hunt.name, hunt.nameLength.loadRelaxed());
-        if (isMeant) all = answer(cold, hunt, found) && all;
-    });
+    forEachHuntFor(cold.arena(), name, [&](Hunt& hunt) { all = answer(cold, hunt, found) && all; });
     trimHunts(cold.arena());
     return all;
 }

@@ -17,7 +17,7 @@
 namespace linx {
 namespace {
 
-constexpr uint32_t longestChorePause = 1000;  ///< milliseconds
+constexpr uint32_t longestDebtPause = 1000;  ///< milliseconds
 
 }  // namespace
 
@@ -157,8 +157,8 @@ void Endpoint::ringOwed() {
     if (!owesRings_) nextEntry_ = forksSeen_;
 }
 
-/// Tries again what could not be done when it was due. What cannot be done now either keeps a receive from sleeping for
-/// long.
+/// Tries again what could not be done when it was due. While others wait for it, no receive sleeps for long; the rest can
+/// wait: who needs the name or the memory of the dead looks for them himself.
 void Endpoint::doChores() {
     if (owesRings_) ringOwed();
     reapDead(ColdSection::Patience::tryOnce);
@@ -168,7 +168,7 @@ void Endpoint::doChores() {
         if (cold.entered() && nameOfSpid(arena(), spid_, name)) owesAnswers_ = !answerHunts(cold, spid_, name);
     }
     if (pool_.isUnderPressure()) pool_.yieldToPressure();
-    chorePause_ = hasChores() ? std::min(2 * chorePause_ + 1, longestChorePause) : 0;
+    debtPause_ = owesOthers() ? std::min(2 * debtPause_ + 1, longestDebtPause) : 0;
 }
 
 }  // namespace linx

@@ -44,6 +44,18 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     name.writeTo(slot.name);
 }
 
+bool watchBell(int epoll, int bell) {
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.u32 = event_tag::bell;
+    return epoll_ctl(epoll, EPOLL_CTL_ADD, bell, &event) == 0;
+}
+
+bool duplicate(int descriptor, ScopedDescriptor& copy) {
+    copy.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    return copy.get() != -1;
+}
+
 /// Tells of an end of which the kernel does not: forked copies of the bell keep it from its holders.
 void tellOfEnd(const Domain& domain, Spid ended) {
     const Arena& arena = domain.arena();
@@ -64,9 +76,9 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     return domain == nullptr ? nullptr : openIn(domain, name);
 }
 
-/// Null with errno. Everything that can fail comes before the store that opens the endpoint.
+/// Null with errno. All that can fail comes before the store that opens the endpoint: nobody sees one that fails.
 std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name) {
-    std::unique_ptr<Endpoint> endpoint;
+    const Arena& arena = domain->arena();
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() == -1) return nullptr;
     const ColdSection cold(*domain);
@@ -74,14 +86,13 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     ScopedDescriptor bell;
     const Spid spid = takeSlotFor(cold, name, bell);
     if (spid == 0) return nullptr;
-    epoll_event event = {};
-    event.events = EPOLLIN;
-    event.data.u32 = event_tag::bell;
-    if (epoll_ctl(epoll.get(), EPOLL_CTL_ADD, bell.get(), &event) == 0) {
+    // Who hunts for the name is answered with a descriptor that is put aside before.
+    ScopedDescriptor spare;
+    std::unique_ptr<Endpoint> endpoint;
+    if (watchBell(epoll.get(), bell.get()) && (!isHunted(arena, name) || duplicate(epoll.get(), spare))) {
         errno = ENOMEM;
         endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, bell));
     }
-    const Arena& arena = domain->arena();
     if (endpoint == nullptr) {
         const int failure = errno;
         bell::remove(domain->directory(), spid);
@@ -89,6 +100,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
         errno = failure;
         return nullptr;
     }
+    spare.reset();
     insertName(arena, indexOf(spid));
     // Only now, so that a slot that is not opened after all takes nothing.
     endpoint->slot().mailbox.storeRelaxed(stack::empty);
@@ -96,7 +108,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     endpoint->slot().life.storeRelease(spid | lifeOpen);
     countOpened(arena);
-    endpoint->owesAnswers_ = !answerHunts(cold, spid, name);
+    endpoint->owesAnswers_ = !answerHunts(cold, spid, name);  // only if another thread has taken the descriptor
     return endpoint;
 }
 
@@ -197,9 +209,9 @@ void Endpoint::giveUpHunts() {
 }
 
 int Endpoint::descriptor() {
-    while (givenDescriptor_ == -1) {
-        givenDescriptor_ = fcntl(epoll_.get(), F_DUPFD_CLOEXEC, 0);
-        if (givenDescriptor_ == -1 && !peers_.makeRoom()) break;
+    ScopedDescriptor copy;
+    while (givenDescriptor_ == -1 && (duplicate(epoll_.get(), copy) || peers_.makeRoom())) {
+        givenDescriptor_ = copy.release();
     }
     return givenDescriptor_;
 }

@@ -142,7 +142,8 @@ private:
     bool reapKnownDead();
     void oweRing();
     void ringOwed();
-    bool hasChores() const { return owesRings_ || owesAnswers_ || !dead_.empty() || pool_.isUnderPressure(); }
+    bool hasChores() const { return owesOthers() || !dead_.empty() || pool_.isUnderPressure(); }
+    bool owesOthers() const { return owesRings_ || owesAnswers_; }
     void doChores();
 
     // Receiving (receive.cpp).
@@ -158,7 +159,7 @@ private:
     bool giveWay(uint64_t wake);
     bool sleep(uint64_t deadline, bool mayWait);
     void remindUnrung();
-    uint64_t choresDue(uint64_t from) const;
+    uint64_t debtDue(uint64_t from) const;
     void noticeEvents();
     void handleEvents(int milliseconds);
     void takeMailbox();
@@ -230,7 +231,7 @@ private:
     std::vector<Spid> dead_;     ///< to be reaped: the lock was taken when their ends were noticed
     bool owesRings_ = false;     ///< somebody asked to be rung and could not be
     bool owesAnswers_ = false;   ///< somebody hunts for this endpoint and could not be answered
-    uint32_t chorePause_ = 0;    ///< milliseconds until what is owed is tried again
+    uint32_t debtPause_ = 0;     ///< milliseconds until what is owed others is tried again
 
     uint32_t held_ = 0;              ///< signals that the user holds
     Held recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next

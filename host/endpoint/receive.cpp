@@ -149,7 +149,7 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     const uint64_t start = mayWait ? now() : 0;
     // Also when a signal has forestalled the sleep: one may come each time, and time-outs and ends must not wait for
     // the last.
-    handleEvents(sleeps ? millisecondsUntil(std::min(deadline, choresDue(start)), start) : 0);
+    handleEvents(sleeps ? millisecondsUntil(std::min(deadline, debtDue(start)), start) : 0);
     const uint64_t end = mayWait ? now() : 0;
     if (sleeps) budget_.sleptFor(end - start);
     if (waitFailed_ || !isStillOpen()) return true;
@@ -166,9 +166,9 @@ void Endpoint::remindUnrung() {
     if (peer->slot.mailbox.loadRelaxed() > stack::closed) bell::ring(peer->bell.get());
 }
 
-/// When a sleep must end because something is still owed, which is tried less and less often.
-uint64_t Endpoint::choresDue(uint64_t from) const {
-    return hasChores() ? from + std::max(chorePause_, 1u) * nanosecondsPerMillisecond : Timers::never;
+/// When a sleep must end because others wait for what is still owed them, which is tried less and less often.
+uint64_t Endpoint::debtDue(uint64_t from) const {
+    return owesOthers() ? from + std::max(debtPause_, 1u) * nanosecondsPerMillisecond : Timers::never;
 }
 
 /// What a busy endpoint must not miss though its queue never runs dry: time-outs, and the deaths of peers.

@@ -95,9 +95,10 @@ int Endpoint::bounce(const Held& held, Peer& peer) {
     return -1;
 }
 
-/// A signal could not be pushed, since the peer has ended.
+/// A signal could not be pushed, since the peer has ended, or is about to: then it still has its name, and whoever is told
+/// of its end by now might find it again.
 int Endpoint::returnToSender(const Held& held, Peer& peer) {
-    buryIfPossible(indexOf(peer.spid));
+    if (!isOpen(arena(), peer.spid)) buryIfPossible(indexOf(peer.spid));
     const int result = refuse(held, ECONNRESET);
     settle();
     return result;

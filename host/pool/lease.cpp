@@ -124,8 +124,8 @@ bool reclaim(const ColdSection& cold, uint32_t lines) {
     const uint32_t took = std::min(header.reclaimTook.loadRelaxed(), longestTime);  // or it is garbage
     const bool isDue = passed >= std::max(pauseFactor * took, shortestPause);
     const uint32_t grown = header.commonLines.loadRelaxed() - header.commonThen.loadRelaxed();
-    const uint32_t all = arena.unitCount() * linesPerUnit;
-    const bool isWorthwhile = grown >= std::max(lines, all / 64) && grown <= all;
+    const uint32_t used = arena.usedUnits() * linesPerUnit;
+    const bool isWorthwhile = grown >= std::max(lines, used / 64) && grown <= used;
     if (!isDue && !isWorthwhile) return false;
     if (isDue) reapAllDead(cold);
     compact(arena);

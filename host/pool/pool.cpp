@@ -1,5 +1,6 @@
 #include "host/pool/pool.h"
 
+#include <sched.h>
 #include <time.h>
 
 #include <algorithm>
@@ -16,6 +17,7 @@ namespace {
 
 constexpr uint32_t largestLeaseLines = (64u << 10) / lineBytes;
 constexpr uint64_t reliefNanoseconds = 3000000;  ///< how long others have to give up what they keep
+constexpr int attemptsToYield = 20;
 
 }  // namespace
 
@@ -233,8 +235,15 @@ void Pool::trim() {
 
 void Pool::yieldToPressure() {
     takeReturned();
-    const ColdSection cold(domain_, ColdSection::Patience::tryOnce);
-    if (cold.entered()) shrinkTo(0);
+    // Others were asked at the same moment, and have the lock for a moment each.
+    for (int left = attemptsToYield; left != 0 && isUnderPressure(); --left) {
+        const ColdSection cold(domain_, ColdSection::Patience::tryOnce);
+        if (cold.entered()) {
+            shrinkTo(0);
+        } else {
+            sched_yield();
+        }
+    }
 }
 
 /// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES a cold

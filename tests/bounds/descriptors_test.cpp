@@ -88,7 +88,7 @@ TEST_F(NoDescriptors, ATakenNameIsNotToldFromAFreeOne) {
         result = open("name");
     } while (result == EMFILE);
     EXPECT_EQ(EADDRINUSE, result);
-    EXPECT_GT(count, 3u);
+    EXPECT_GT(count, 2u);
 }
 
 TEST_F(NoDescriptors, TheNameOfTheDeadCanBeTakenOnceThereAreSome) {
@@ -138,12 +138,12 @@ TEST_F(NoDescriptors, AHuntForALiveNameIsAnsweredOnceThereIsOne) {
     expectNothing(endpoint);
 }
 
-TEST_F(NoDescriptors, AHuntForAnAbsentNameStaysPendingOnceThereIsOne) {
+TEST_F(NoDescriptors, AHuntForAnAbsentNameNeedsNone) {
     Endpoint endpoint("endpoint");
     getMemory(endpoint);
     const unsigned count = descriptorsForSignal(
         endpoint, item, [&](LinxSignal** signal) { return linx_hunt(endpoint, "absent", signal) == 0; });
-    EXPECT_GT(count, 0u);
+    EXPECT_EQ(count, 0u);
     const Endpoint absent("absent");
     EXPECT_EQ(spidOf(absent), expectSignal(endpoint, item, 0).sender);
     expectNothing(endpoint);
@@ -183,15 +183,11 @@ TEST_F(NoDescriptors, ATimeOutIsRefusedUntilThereIsOne) {
     expectNothing(endpoint);
 }
 
-TEST_F(NoDescriptors, MemoryIsNotGivenBeforeThereIsOne) {
+TEST_F(NoDescriptors, MemoryIsGivenWithoutAny) {
     Endpoint endpoint("endpoint");
     LinxSignal* signal = nullptr;
-    const unsigned count =
-        descriptorsFor([&] { return resultOf((signal = linx_alloc(endpoint, 100000, item)) != nullptr); });
-    EXPECT_GT(count, 0u);
     const FewDescriptors none(0);
-    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
-    EXPECT_NE(nullptr, signal = linx_alloc(endpoint, 100000, item));  // what it has leased, it has
+    EXPECT_NE(nullptr, signal = linx_alloc(endpoint, 100000, item));
     EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
 }
 
@@ -273,9 +269,9 @@ TEST_F(NoDescriptors, ClosingWorksWithoutAny) {
     for (const bool polled : {false, true}) {
         LINX* endpoint = linx_open("endpoint", 0, nullptr);
         ASSERT_NE(0u, attach(supervisor, spidOf(endpoint), notice));
+        const int descriptor = polled ? linx_get_descriptor(endpoint) : -1;
         {
             const FewDescriptors none(0);
-            const int descriptor = polled ? linx_get_descriptor(endpoint) : -1;
             EXPECT_EQ(0, linx_close(endpoint));
             if (polled) {
                 EXPECT_EQ(0, close(descriptor));

@@ -1,6 +1,10 @@
 // As many hunts for absent names as can be pending.
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <vector>
 
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
@@ -11,6 +15,7 @@ namespace {
 using FullHunts = ProcessTest;
 
 constexpr uint32_t mostHunts = 4096;
+constexpr uint32_t mostOfOne = mostHunts / 4;
 constexpr uint32_t own = 10;
 constexpr uint32_t item = 100;
 
@@ -23,7 +28,7 @@ int errorOfHunt(LINX* linx, const std::string& name) {
 
 /// Hunts for one name until it is refused, tells how often it was not, and goes on when told to.
 void greedyHunter(Line& parent) {
-    Endpoint endpoint("greedy");
+    Endpoint endpoint("greedy" + std::to_string(getpid()));
     uint32_t count = 0;
     while (errorOfHunt(endpoint, "sought by many") == 0) ++count;
     EXPECT_EQ(ENOSPC, errno);
@@ -33,13 +38,16 @@ void greedyHunter(Line& parent) {
     expectNothing(endpoint);
 }
 
+/// All pending hunts are taken: nobody may have more than a quarter.
 class Hunter : public FullHunts {
 protected:
     void SetUp() override {
         endpoint = std::make_unique<Endpoint>("endpoint");
         for (uint32_t i = 0; i < own; ++i) ASSERT_EQ(0, errorOfHunt(*endpoint, "sought by one"));
-        greedy = std::make_unique<Child>(greedyHunter);
-        EXPECT_EQ(mostHunts - own, greedy->hear());
+        for (uint32_t left = mostHunts - own; left != 0; left -= std::min(left, mostOfOne)) {
+            greedy.push_back(std::make_unique<Child>(greedyHunter));
+            EXPECT_EQ(std::min(left, mostOfOne), greedy.back()->hear());
+        }
         EXPECT_EQ(ENOSPC, errorOfHunt(*endpoint, "absent"));
     }
     void TearDown() override {
@@ -49,26 +57,26 @@ protected:
         }
         expectNothing(*endpoint);
         endpoint.reset();
-        greedy.reset();
+        greedy.clear();
         FullHunts::TearDown();
     }
 
     std::unique_ptr<Endpoint> endpoint;
-    std::unique_ptr<Child> greedy;
+    std::vector<std::unique_ptr<Child>> greedy;
 };
 
 TEST_F(Hunter, IsToldThatThereIsNoRoomAndAllOthersAreAnswered) {
     EXPECT_EQ(spidOf(*endpoint), hunt(*endpoint, "endpoint"));  // who is there is found all the same
     const Endpoint sought("sought by many");
-    greedy->tell();
-    EXPECT_EQ(0, greedy->exitStatus());
+    for (const auto& child : greedy) child->tell();
+    for (const auto& child : greedy) EXPECT_EQ(0, child->exitStatus());
     EXPECT_EQ(0, errorOfHunt(*endpoint, "absent"));
     const Endpoint absent("absent");
     EXPECT_EQ(spidOf(absent), expectSignal(*endpoint, item, 0).sender);
 }
 
 TEST_F(Hunter, GetsTheRoomOfTheDead) {
-    greedy->kill9();  // nobody has talked to it, nor sees it die
+    for (const auto& child : greedy) child->kill9();  // nobody has talked to them, nor sees them die
     EXPECT_EQ(0, errorOfHunt(*endpoint, "absent"));
     const Endpoint absent("absent");
     EXPECT_EQ(spidOf(absent), expectSignal(*endpoint, item, 0).sender);
