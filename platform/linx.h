@@ -2,14 +2,20 @@
  * The fifteen LINX operations: endpoints opened by name, signals sent to process identifiers (spids).
  *
  * Threads: a handle belongs to one thread at a time; different handles may be used by different threads at once.
- * No operation starts a thread, and none but the two receives waits.
+ * No operation starts a thread. None but the two receives waits for other endpoints; a process that is stopped while it
+ * has the domain's lock delays linx_open, linx_close, a hunt for an absent name, and an allocation that has to lease
+ * memory.
  *
  * Errors: an operation that fails returns -1, a null pointer or a 0 reference, and sets errno. Common to all:
- *   EINVAL  a handle, signal or name that is null, foreign, freed or made up; nothing is touched
- *   ECHILD  after a fork the endpoint belongs to the other of the two processes
- *   ENOMEM, EMFILE  the process has no memory or no descriptor left, where the operation needs some; freeing, closing
- *           and taking back a time-out need none
+ *   EINVAL  a handle, signal or name that is null, foreign, freed or made up; nothing is touched. Also a handle that
+ *           another thread is using at that moment, as far as that is noticed
+ *   ECHILD  after a fork the endpoint belongs to the other of the two processes; or this is a child that was made while
+ *           a thread was inside an operation on it, or without fork handlers (_Fork, clone)
+ *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left, where the operation needs some; allocating what has been
+ *           leased, freeing, closing and taking back a time-out need none
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
+ *   ECONNABORTED  the endpoint counts as ended, because somebody garbled the domain's memory or removed its files: all
+ *           that is left is to close it
  *
  * Signals: a signal is owned by the handle that allocated or received it until that handle sends it, frees it or
  * hands it over to linx_hunt, linx_attach or linx_request_tmo. Those four take a signal of the handle's own also
@@ -49,17 +55,17 @@ enum {
 /*
  * Opens an endpoint under `name` (1 to 255 bytes, copied). `options` and `argument` are reserved: 0 and null.
  * Returns the handle, to be given back with linx_close, or null:
- * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES the domain is not ours to join;
- * EPROTO the domain's arena is damaged or of another make; ENOMEM; ENOSPC no endpoint left; EMFILE, also when there is
- * no descriptor left to answer those who hunt for the name.
+ * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES, EPERM the domain is not ours to join or to make;
+ * EPROTO the domain's arena is damaged or of another make; ENOMEM; ENOSPC no endpoint left; ENOENT, ENOTDIR, ELOOP, EROFS
+ * the domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a
+ * word. Nobody sees an endpoint that could not be opened. The log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
 /*
  * The descriptor to wait on in a poll loop: readable exactly while a receive that selects any signal would not
- * wait. It may be seen readable once without a signal; a receive with time-out 0 clears that. From the first call
- * on the descriptor belongs to the caller, who closes it after linx_close: a receive that has to wait without it
- * fails with EBADF. Every call gives the same one.
+ * wait. It may be seen readable once without a signal; a receive with time-out 0 clears that. It is a duplicate that
+ * belongs to the caller, who closes it when he likes; every call gives the same one. -1 with EMFILE when there is none.
  */
 LINXIPC_API int linx_get_descriptor(LINX *linx);
 
@@ -72,7 +78,8 @@ LINXIPC_API int linx_close(LINX *linx);
 /*
  * Asks for the endpoint `name`. The answer is a signal from the endpoint that was found: `*huntSignal`, taken over,
  * or LINX_OS_HUNT_SIG when `huntSignal` or `*huntSignal` is null. A hunt for an absent name stays pending until an
- * endpoint opens under it. 0, or -1: ENAMETOOLONG, ENOMEM no room for the signal, ENOSPC too many pending hunts.
+ * endpoint opens under it. 0, or -1: ENAMETOOLONG, ENOMEM no room for the signal, ENOSPC too many pending hunts, the
+ * endpoint's own (1024) or everybody's (4096).
  */
 LINXIPC_API int linx_hunt(LINX *linx, const char *name, LinxSignal **huntSignal);
 
@@ -84,7 +91,9 @@ LINXIPC_API LinxRef linx_attach(LINX *linx, LinxSignal **notice, LinxSpid spid);
 
 /*
  * Allocates a signal of `size` bytes (4, the number word, to 1 MiB) and writes `number` into it; the payload is not
- * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted.
+ * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted, or the
+ * endpoint's share of it. When memory has run out that others keep, they are asked for it, for which this may wait up to
+ * 3 milliseconds; now and then, not each time.
  */
 LINXIPC_API LinxSignal *linx_alloc(LINX *linx, uint32_t size, uint32_t number);
 
@@ -100,8 +109,7 @@ LINXIPC_API int linx_send(LINX *linx, LinxSignal **signal, LinxSpid to);
 /*
  * Waits for a signal that `selection` allows and returns its size in bytes, number word included. `selection` is a
  * count, then that many signal numbers; a count of 0 selects any signal. Other signals stay queued in their order.
- * -1 with errno on failure, `*signal` null; EINTR is not among the errors: an interrupted wait goes on. ECONNABORTED
- * the endpoint counts as ended, because somebody scribbled over the domain's memory: all that is left is to close it.
+ * -1 with errno on failure, `*signal` null; EINTR is not among the errors: an interrupted wait goes on.
  */
 LINXIPC_API int linx_receive(LINX *linx, LinxSignal **signal, const uint32_t *selection);
 

@@ -85,12 +85,13 @@ int openArenaFile(int directory) {
     return openat(directory, arenaFileName, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
 }
 
-int openOrMakeArenaFile(int directory, unsigned mode) {
+int openOrMakeArenaFile(int directory, unsigned mode, bool& made) {
     struct stat status;
     if (fstatat(directory, arenaFileName, &status, AT_SYMLINK_NOFOLLOW) == -1) {
         if (errno != ENOENT) return -1;
         const auto fillArena = [mode](int file) { return fill(file, chosenUnits(), mode); };
         if (!makeWhole(directory, arenaFileName, fillArena)) return -1;
+        made = true;
     } else if (!S_ISREG(status.st_mode)) {  // opening it might already do something to it
         errno = EPROTO;
         return -1;

@@ -13,8 +13,8 @@ constexpr char arenaFileName[] = "arena";
 int openArenaFile(int directory);
 
 /// The same, making it when there is none: whole before it gets its name, so that two first endpoints at the same
-/// instant agree on one. -1 with errno.
-int openOrMakeArenaFile(int directory, unsigned mode);
+/// instant agree on one. `made` tells whether it was not there before. -1 with errno.
+int openOrMakeArenaFile(int directory, unsigned mode, bool& made);
 
 /// The number of units that the file's header promises; 0 with errno EPROTO when the file is no arena of this make,
 /// or is not as long as its header says.

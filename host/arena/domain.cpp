@@ -1,6 +1,7 @@
 #include "host/arena/domain.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +12,7 @@
 #include "host/arena/domain_path.h"
 #include "host/arena/scoped_descriptor.h"
 #include "host/system/forks.h"
+#include "host/system/log.h"
 
 namespace linx {
 namespace {
@@ -64,43 +66,67 @@ std::shared_ptr<Domain> findJoined(Joined& all, const struct stat& status) {
 
 }  // namespace
 
+/// The directory, and the arena's file in it, of a domain that may be joined.
+struct Domain::Place {
+    ScopedDescriptor directory;
+    ScopedDescriptor file;
+    unsigned fileMode = 0;
+    struct stat status = {};
+    bool isMade = false;  ///< just now
+};
+
 std::shared_ptr<Domain> Domain::join() {
     const std::string path = domainPath();
     if (path.empty()) {
         errno = EINVAL;
         return nullptr;
     }
-    ScopedDescriptor directory(openDomainDirectory(path));
-    struct stat directoryStatus;
-    if (directory.get() == -1 || fstat(directory.get(), &directoryStatus) == -1) return nullptr;
-    const unsigned mode = directoryStatus.st_mode & 0660u;
-    ScopedDescriptor file(openOrMakeArenaFile(directory.get(), mode));
-    struct stat status;
-    if (file.get() == -1 || fstat(file.get(), &status) == -1) return nullptr;
-    if (!isSafe(status, directoryStatus)) {
-        errno = EACCES;
-        return nullptr;
+    Place place;
+    bool isNew = false;
+    std::shared_ptr<Domain> domain = find(path, place) ? map(place, isNew) : nullptr;
+    if (isNew) {
+        log(LogBit::notable, [&] {
+            return (place.isMade ? "made the domain " : "joined the domain ") + path + " as user " +
+                   std::to_string(geteuid());
+        });
     }
-
-    Joined& all = joined();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    std::shared_ptr<Domain> domain = findJoined(all, status);
-    if (domain != nullptr) return domain;
-    const uint32_t unitCount = checkArenaFile(file.get());
-    if (unitCount == 0) return nullptr;
-    all.domains.reserve(all.domains.size() + 1);
-    ArenaMapping mapping = mapArenaFile(file.get(), unitCount);
-    if (mapping == nullptr) return nullptr;
-    domain.reset(new Domain(directory, mode, file, FileLock::Identity(status), std::move(mapping), unitCount));
-    all.domains.push_back(domain);
     return domain;
 }
 
-Domain::Domain(ScopedDescriptor& directory, unsigned fileMode, ScopedDescriptor& file,
-               const FileLock::Identity& identity, ArenaMapping mapping, uint32_t unitCount)
-    : directory_(directory.release()),
-      fileMode_(fileMode),
-      lock_(file, identity, directory_.get(), arenaFileName),
+/// Opens the domain at the path, making it when it is not there. False with errno.
+bool Domain::find(const std::string& path, Place& place) {
+    place.directory.reset(openDomainDirectory(path));
+    struct stat directoryStatus;
+    if (place.directory.get() == -1 || fstat(place.directory.get(), &directoryStatus) == -1) return false;
+    place.fileMode = directoryStatus.st_mode & 0660u;
+    place.file.reset(openOrMakeArenaFile(place.directory.get(), place.fileMode, place.isMade));
+    if (place.file.get() == -1 || fstat(place.file.get(), &place.status) == -1) return false;
+    if (isSafe(place.status, directoryStatus)) return true;
+    errno = EACCES;
+    return false;
+}
+
+/// The domain that this process has joined there, as it is or new. Null with errno.
+std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
+    Joined& all = joined();
+    const std::lock_guard<std::mutex> lock(all.mutex);
+    std::shared_ptr<Domain> domain = findJoined(all, place.status);
+    if (domain != nullptr) return domain;
+    const uint32_t unitCount = checkArenaFile(place.file.get());
+    if (unitCount == 0) return nullptr;
+    all.domains.reserve(all.domains.size() + 1);
+    ArenaMapping mapping = mapArenaFile(place.file.get(), unitCount);
+    if (mapping == nullptr) return nullptr;
+    domain.reset(new Domain(place, std::move(mapping), unitCount));
+    all.domains.push_back(domain);
+    isNew = true;
+    return domain;
+}
+
+Domain::Domain(Place& place, ArenaMapping mapping, uint32_t unitCount)
+    : directory_(place.directory.release()),
+      fileMode_(place.fileMode),
+      lock_(place.file, FileLock::Identity(place.status), directory_.get(), arenaFileName),
       mapping_(std::move(mapping)),
       arena_(mapping_.get(), unitCount, lock_.file()) {}
 

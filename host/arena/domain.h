@@ -2,6 +2,7 @@
 #define LINXIPC_HOST_ARENA_DOMAIN_H
 
 #include <memory>
+#include <string>
 
 #include "host/arena/arena.h"
 #include "host/arena/arena_file.h"
@@ -14,8 +15,8 @@ namespace linx {
 /// the process in one domain share one object, which goes with the last of them. Any thread may use it.
 class Domain {
 public:
-    /// Joins the domain that $LINX_DOMAIN names, making it when it is not there. Null with errno: EACCES, EPROTO,
-    /// ENOMEM, or what the file system says.
+    /// Joins the domain that $LINX_DOMAIN names, making it when it is not there, and logs that once. Null with errno:
+    /// EACCES, EPROTO, ENOMEM, or what the file system says.
     static std::shared_ptr<Domain> join();
 
     Domain(const Domain&) = delete;
@@ -31,9 +32,11 @@ public:
     FileLock& lock() const { return lock_; }
 
 private:
-    /// Takes over descriptors and mapping.
-    Domain(ScopedDescriptor& directory, unsigned fileMode, ScopedDescriptor& file, const FileLock::Identity& identity,
-           ArenaMapping mapping, uint32_t unitCount);
+    struct Place;
+    static bool find(const std::string& path, Place& place);
+    static std::shared_ptr<Domain> map(Place& place, bool& isNew);
+
+    Domain(Place& place, ArenaMapping mapping, uint32_t unitCount);
 
     ScopedDescriptor directory_;
     unsigned fileMode_;

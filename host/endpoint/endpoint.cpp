@@ -9,6 +9,7 @@
 #include <new>
 
 #include "host/arena/common_stacks.h"
+#include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/endpoint/answers.h"
@@ -19,6 +20,7 @@
 #include "host/mailbox/bell.h"
 #include "host/mailbox/sleepers.h"
 #include "host/recovery/retire.h"
+#include "host/system/log.h"
 
 namespace linx {
 namespace {
@@ -73,7 +75,15 @@ void tellOfEnd(const Domain& domain, Spid ended) {
 std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     forks::acknowledge();
     const std::shared_ptr<Domain> domain = Domain::join();
-    return domain == nullptr ? nullptr : openIn(domain, name);
+    std::unique_ptr<Endpoint> endpoint = domain == nullptr ? nullptr : openIn(domain, name);
+    if (endpoint == nullptr) {
+        const int failure = errno;
+        log(LogBit::notable, [&] {
+            return std::string("cannot open '") + name.text() + "' in the domain " + domainPath() + ": " +
+                   std::strerror(failure);
+        });
+    }
+    return endpoint;
 }
 
 /// Null with errno. All that can fail comes before the store that opens the endpoint: nobody sees one that fails.

@@ -53,7 +53,7 @@ int openDomainDirectory(const std::string&) {
 int openArenaFile(int) {
     return model::fileDescriptor;
 }
-int openOrMakeArenaFile(int, unsigned) {
+int openOrMakeArenaFile(int, unsigned, bool&) {
     return model::fileDescriptor;
 }
 uint32_t checkArenaFile(int) {
