@@ -4,18 +4,8 @@
 #include <cstring>
 #include <ostream>
 
+#include "ipc/LogLevel.h"
 #include "platform/LogClient.h"
-
-/// The bits of the level mask.
-enum LogLevel : unsigned {
-    e_LogLookup = 1,
-    e_LogError = 2,
-    e_LogSendFailure = 4,
-    e_LogEvent = 16,
-    e_LogHunt = 32,
-    e_LogRequest = 128,
-    e_LogShutdown = 512
-};
 
 /// A piece of a line: the system's text for an errno value.
 struct SystemError {

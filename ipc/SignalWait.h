@@ -3,15 +3,9 @@
 
 #include <cstdint>
 
+#include "ipc/ReservedSignal.h"
 #include "platform/DiffTime.h"
 #include "platform/linx.h"
-
-/// The numbers of signals that mean something to every endpoint.
-enum ReservedSignal : std::uint32_t {
-    e_ShutdownSignal = 1280,
-    e_ProcessDiedSignal = 1281,
-    e_WaitGoesOnSignal = 13264
-};
 
 /// Which signals a receive takes and how long it may still wait; several waits share the one limit.
 class SignalWait {
