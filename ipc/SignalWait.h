@@ -13,8 +13,8 @@ public:
     /// Waits up to `milliseconds`, without limit when that is negative, for signals of the number `type` and the
     /// reserved ones; for any signal when `type` is 0.
     SignalWait(int milliseconds, std::uint32_t type) : timed(milliseconds >= 0), remaining(milliseconds) {
-        selection[0] = type != 0 ? 3 : 0;
         if (type == 0) return;
+        selection[0] = 3;
         selection[1] = e_ShutdownSignal;
         selection[2] = e_ProcessDiedSignal;
         selection[3] = type;
@@ -36,7 +36,7 @@ private:
     const bool timed;
     int remaining;
     unsigned start = 0;
-    std::uint32_t selection[4];
+    std::uint32_t selection[4] = {};
 };
 
 #endif

@@ -48,7 +48,7 @@ TEST_F(DestinationTest, AnAnsweredHuntNamesTheSender) {
     platform.Calls();
     platform.Arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(Described(endpoint.rxMessage), "300 from Peer ''");
 }
 

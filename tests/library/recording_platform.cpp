@@ -36,9 +36,11 @@ std::string Quoted(const char* text) {
     return text != nullptr ? "\"" + std::string(text) + "\"" : "null";
 }
 
+/// All words of the selection. Where it is one for any signal the library has three more behind the count.
 std::string Listed(const std::uint32_t* selection) {
+    const std::uint32_t behind = selection[0] != 0 ? selection[0] : 3;
     std::string text = "{" + std::to_string(selection[0]);
-    for (std::uint32_t i = 1; i <= selection[0]; ++i) text += ", " + std::to_string(selection[i]);
+    for (std::uint32_t i = 1; i <= behind; ++i) text += ", " + std::to_string(selection[i]);
     return text + "}";
 }
 
