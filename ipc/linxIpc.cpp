@@ -412,15 +412,17 @@ int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErr
         LogLine(e_LogError, sourceFile, 416, "Notify: use of un-initialized object");
         return -1;
     }
+    const std::uint32_t size = msg.Length() + numberSize;
     HuntCache::iterator entry;
     int result = 0;
-    const Attempt attempt = AttemptNotify(destination, msg, logErrors, entry, result);
-    return attempt == Attempt::failed ? RetryNotify(destination, msg, logErrors, entry) : result;
+    const Attempt attempt = AttemptNotify(destination, msg, size, logErrors, entry, result);
+    return attempt == Attempt::failed ? RetryNotify(destination, msg, size, logErrors, entry) : result;
 }
 
-/// Looks `destination` up and sends. When it does not come to sending, `result` is that of Notify.
-inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors,
-                                               HuntCache::iterator& entry, int& result) {
+/// Looks `destination` up and sends a signal of `size` bytes. When it does not come to sending, `result` is that of
+/// Notify.
+inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size,
+                                               bool logErrors, HuntCache::iterator& entry, int& result) {
     const Lookup lookup = Find(destination, logErrors, entry);
     if (lookup != Lookup::found) {
         result = -1;
@@ -432,27 +434,28 @@ inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, I
         }
         return Attempt::hopeless;
     }
-    LinxSignal* signal = linx_alloc(linx, msg.Length() + numberSize, msg.MsgType());
+    LinxSignal* signal = linx_alloc(linx, size, msg.MsgType());
     if (signal == nullptr) {
         LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
         result = errno;
         return Attempt::hopeless;
     }
     signal->number = msg.MsgType();
-    std::copy_n(msg.DataPtr(), msg.Length(), Payload(signal));
+    std::copy_n(msg.DataPtr(), size - numberSize, Payload(signal));
     return linx_send(linx, &signal, entry->second) != -1 ? Attempt::sent : Attempt::failed;
 }
 
 /// Goes on after the first attempt, which failed with `entry`.
-int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry) {
+int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
+                         HuntCache::iterator entry) {
     HuntCache::node_type forgotten;  // `destination` may be the key of the entry that the first failure removes
     for (unsigned attemptsLeft = maxAttempts - 1;; --attemptsLeft) {
-        if (logErrors) LogFailedSend(attemptsLeft, destination, msg.Length() + numberSize);
+        if (logErrors) LogFailedSend(attemptsLeft, destination, size);
         HuntCache::node_type node = Forget(entry);
         if (forgotten.empty()) forgotten = std::move(node);
         if (attemptsLeft == 0) return 0;  // callers rely on it: only the log tells that the last attempt failed
         int result = 0;
-        const Attempt attempt = AttemptNotify(destination, msg, logErrors, entry, result);
+        const Attempt attempt = AttemptNotify(destination, msg, size, logErrors, entry, result);
         if (attempt == Attempt::failed) continue;
         if (attempt == Attempt::sent) {
             LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,

@@ -246,9 +246,10 @@ private:
 
     Lookup Find(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
     Lookup FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
-    Attempt AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator& entry,
-                          int& result);
-    int RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry);
+    Attempt AttemptNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
+                          HuntCache::iterator& entry, int& result);
+    int RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
+                    HuntCache::iterator entry);
     HuntCache::node_type Forget(HuntCache::iterator entry);
     const std::string& NameOfSender(LinxSignal** signal);
     const std::string& LearnSenderName(LinxSpid spid);
