@@ -1,6 +1,7 @@
 #ifndef LINXIPC_IPC_LOGLINE_H
 #define LINXIPC_IPC_LOGLINE_H
 
+#include <cerrno>
 #include <cstring>
 #include <ostream>
 
@@ -22,15 +23,18 @@ inline std::ostream& operator<<(std::ostream& stream, SystemError error) {
 }
 
 /// Writes the line `line` of `source`, made of `pieces`; does nothing when the bit of `level` is clear. Cold: keeps
-/// the making of lines out of the paths on which messages travel.
+/// the making of lines out of the paths on which messages travel. When memory runs out the line ends early, or the
+/// platform throws `std::bad_alloc` before it has begun: callers have finished with their tables and signals by then.
 template <typename... Pieces>
 [[gnu::cold]] void LogLine(LogLevel level, const char* source, int line, const Pieces&... pieces) {
     LogClient* client = LogClient::Instance();
     if ((client->Level() & level) == 0) return;
     SysLogMsg message;
     std::ostream& stream = message.Log(level, client->ProcessName());
+    const int callersErrno = errno;  // a piece that there is no memory for would change it
     stream << source << ':' << line << ' ';
     (stream << ... << pieces);
+    errno = callersErrno;
 }
 
 #endif

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 
 #include "directory/LinxServerNameList.h"
 #include "ipc/linxIpc.h"
@@ -217,6 +218,18 @@ TEST_F(Library, ASupervisedPeersEndCallsTheHandler) {
     EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
     EXPECT_EQ(1, ends);
     EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
+}
+
+TEST_F(Library, HandlersThatThrowCostNoMemoryOfTheDomain) {
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(0, endpoint.Init());
+    endpoint.RegisterHandler(
+        news, [](LinxIpc*, void*) { throw std::runtime_error("of the handler"); }, nullptr);
+    const std::string large(60000, 'x');
+    for (int i = 0; i < 2000; ++i) {  // 120 MB: an endpoint may hold 64
+        ASSERT_EQ(0, notify(endpoint, uiName(), news, large)) << i;
+        ASSERT_THROW(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), std::runtime_error);
+    }
 }
 
 TEST_F(Library, ATimerCallsItsHandler) {
