@@ -135,6 +135,22 @@ TEST_F(AsyncRequestTest, AnyReceiveErrorEndsTheWait) {
     EXPECT_EQ(platform.Calls().back(), "log 2 linxIpc:700 Receive: error 22");
 }
 
+TEST_F(AsyncRequestTest, AMessageThatHasTheAwaitedTypeBeforehandEndsTheWaitWithARelayedSignal) {
+    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    reply.Allocate(400, 6, std::string("before").data());
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, &reply), 0);
+    EXPECT_EQ(Described(reply), "400 from Peer 'before'");
+}
+
+TEST_F(AsyncRequestTest, AHandlerThatReceivesIntoTheMessageHidesTheReply) {
+    endpoint.RegisterHandler(
+        400, [](LinxIpc* called, void*) { called->Receive(-1, 301, LinxIpc::emptyString, nullptr); }, nullptr);
+    platform.Arrive(7, 400);
+    platform.Arrive(7, 301);
+    EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, nullptr), 110);
+}
+
 TEST_F(AsyncRequestTest, AnAwaitedTypeThatIsRelayedLeavesTheWaitToGoOn) {
     endpoint.RegisterRelayHandler(400, NoteRelay, Named("relay"));
     platform.Arrive(7, 400, "abcd");

@@ -176,6 +176,18 @@ TEST_F(DestinationTest, ALateAnswerEndsUpInReceive) {
     EXPECT_EQ(CachedSpid("Late"), 7u) << "naming the sender of the answer has made the name known";
 }
 
+TEST_F(DestinationTest, TheAbsentStaysAbsentUntilASignalFromItIsReceived) {
+    platform.Knows(7, "Late");
+    EXPECT_EQ(endpoint.ResolveDestination("Late", false), -1);
+    platform.Answers("Late", {7});
+    platform.Arrive(7, 300);
+    EXPECT_EQ(CachedSpid("Late"), 0u) << "what is queued has not been received";
+    EXPECT_EQ(endpoint.Attach("Late", 500), -1);
+    EXPECT_EQ(endpoint.Relay(endpoint.relayMessage, "Late"), -1);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    EXPECT_EQ(CachedSpid("Late"), 7u);
+}
+
 TEST_F(DestinationTest, TheNamePassedMayBeEmpty) {
     platform.Answers("", {7});
     EXPECT_EQ(endpoint.ResolveDestination("", true), 0);

@@ -181,6 +181,23 @@ TEST_F(ReceiveTest, AnAwaited13264IsNotDispatchedAndDoesNotEndTheWait) {
     EXPECT_EQ(Described(message), "13264 from Peer 'abcd'");
 }
 
+TEST_F(ReceiveTest, ARelayed13264EndsTheCallWithZero) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(13264, NoteRelay, Named("relay"));
+    platform.Arrive(7, 13264, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 0);
+    EXPECT_THAT(platform.Calls(), ::testing::Contains("relay: 13264 from Peer 'abcd'"));
+    EXPECT_EQ(Described(message), "0 from Peer ''");
+}
+
+TEST_F(ReceiveTest, ARelayedSignalEndsWithZeroAlsoAWaitThatWentOn) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    platform.Arrive(7, 13264, std::string(65533, 'x'));
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
+}
+
 TEST_F(ReceiveTest, AFailureInALaterTurnIsReturned) {
     MeetPeers();
     platform.Arrive(7, 13264);

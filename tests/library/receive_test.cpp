@@ -292,6 +292,15 @@ TEST_F(ReceiveTest, AnAwaitedHuntSignalIsNotFreedEither) {
     EXPECT_EQ(Described(message), "251 from Peer ''");
 }
 
+TEST_F(ReceiveTest, AHuntSignalStaysQueuedWhileAnotherTypeIsAwaited) {
+    platform.Arrive(7, 251);
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &message), 0);
+    EXPECT_EQ(Described(message), "300 from Peer 'abcd'");
+    EXPECT_EQ(endpoint.Receive(-1, 251, nobody, &message), 0);
+    EXPECT_EQ(Described(message), "251 from Peer ''");
+}
+
 TEST_F(ReceiveTest, AHuntSignalGivesTheResultOfTheMessagesAllocate) {
     MeetPeers();
     RelayMessage relay(&endpoint);
