@@ -57,6 +57,15 @@ TEST_F(ReceiveTest, ATimedCallStaysTimedWhateverTheTimeLeft) {
     EXPECT_EQ(calls.back(), "linx_receive_w_tmo(4294967295, {0, 0, 0, 0})");
 }
 
+TEST_F(ReceiveTest, ATimedCallIsRecalculatedWhateverTheTimeLeft) {
+    MeetPeers();
+    platform.timesLeft = {-1, 5};
+    platform.Arrive(7, 13264);
+    platform.Arrive(7, 13264);
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
+    EXPECT_EQ(platform.Calls().back(), "linx_receive_w_tmo(5, {0, 0, 0, 0})");
+}
+
 TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerEndsTheCallWith113) {
     MeetPeers();
     endpoint.RegisterProcessDied(NoteMessage, Named("died"));

@@ -89,6 +89,14 @@ TEST_F(ReceiveTest, TimeOutZeroIsATimedReceive) {
     EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})"));
 }
 
+TEST_F(ReceiveTest, TimeOutZeroIsRecalculatedLikeAnyOther) {
+    MeetPeers();
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(0, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})",
+                                              "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)"));
+}
+
 TEST_F(ReceiveTest, AnyNegativeTimeOutIsNoLimit) {
     platform.Arrive(7, 300);
     EXPECT_EQ(endpoint.Receive(-2147483647 - 1, 0, nobody, nullptr), 0);
