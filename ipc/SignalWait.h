@@ -22,10 +22,10 @@ public:
     }
 
     /// Receives one signal; the results are those of LINX.
-    int Receive(LINX* linx, LinxSignal** signal) {
-        if (limit < 0) return linx_receive(linx, signal, selection);
+    int Receive(LINX* handle, LinxSignal** signal) {
+        if (limit < 0) return linx_receive(handle, signal, selection);
         start = DiffTime::CalcInitialTimeout(remaining);
-        return linx_receive_w_tmo(linx, signal, static_cast<std::uint32_t>(remaining), selection);
+        return linx_receive_w_tmo(handle, signal, static_cast<std::uint32_t>(remaining), selection);
     }
 
     /// Takes what has passed since the last `Receive` off the limit.
