@@ -341,7 +341,7 @@ const std::string& LinxIpc::LearnSenderName(LinxSpid spid) {
 
 /// Enters a name and its spid into both tables or, when there is no memory, into none. What they hold already stays.
 LinxIpc::HuntCache::iterator LinxIpc::Remember(const std::string& peer, LinxSpid spid) {
-    SenderNames named;
+    std::map<unsigned, std::string> named;
     named.try_emplace(spid, peer);
     const HuntCache::iterator entry = huntCache.try_emplace(peer, spid).first;
     senderNames.merge(named);  // moves what has its memory already, so that nothing can fail any more

@@ -281,7 +281,6 @@ public:
 
 private:
     using HuntCache = std::map<std::string, unsigned>;
-    using SenderNames = std::map<unsigned, std::string>;
     class SignalWait;
     enum class Lookup { found, unresolved, negative };
     enum class Attempt { sent, failed, hopeless };
@@ -303,7 +302,7 @@ private:
     void Dispatch(unsigned number);
 
     HuntCache huntCache;  // 0 stands for a name that was hunted in vain
-    SenderNames senderNames;
+    std::map<unsigned, std::string> senderNames;
     LINX* linx = nullptr;
     int attachFailed = 0;
     LinxRef timerRef = 0;
