@@ -24,7 +24,7 @@ inline std::ostream& operator<<(std::ostream& stream, SystemError error) {
 
 /// Writes the line `line` of `source`, made of `pieces`; does nothing when the bit of `level` is clear. Cold: keeps
 /// the making of lines out of the paths on which messages travel. When memory runs out the line ends early, or the
-/// platform throws `std::bad_alloc` before it has begun: callers have finished with their tables and signals by then.
+/// platform throws `std::bad_alloc` before it has begun: no caller has anything half done or unguarded then.
 template <typename... Pieces>
 [[gnu::cold]] void LogLine(LogLevel level, const char* source, int line, const Pieces&... pieces) {
     LogClient* client = LogClient::Instance();

@@ -12,6 +12,7 @@
 #include "directory/LinxServerNameList.h"
 #include "ipc/Held.h"
 #include "ipc/LogLine.h"
+#include "ipc/ReservedSignal.h"
 #include "ipc/SameName.h"
 #include "ipc/SignalWait.h"
 #include "platform/DiffTime.h"
@@ -251,7 +252,7 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
     return Await(timeout, type, peer, msg);
 }
 
-/// Receives for a caller who awaits `peer`.
+/// Receives for a caller who awaits `peer`, a name that stays what it is.
 int LinxIpc::Await(int timeout, unsigned type, const std::string& peer, IpcMessage* msg) {
     if (linx == nullptr) {
         LogLine(e_LogError, sourceFile, 653, "Receive: use of un-initialized object");
@@ -263,7 +264,7 @@ int LinxIpc::Await(int timeout, unsigned type, const std::string& peer, IpcMessa
     return result ? *result : GoOn(wait, type, peer, message);
 }
 
-/// Goes on with a wait that its first signal has not ended, as it mostly does: that one pays for no loop.
+/// Goes on with a wait that its first signal has not ended. Most are ended by it, and pay for no loop.
 [[gnu::cold]] int LinxIpc::GoOn(SignalWait& wait, unsigned type, const std::string& peer, IpcMessage& message) {
     for (;;) {
         if (const std::optional<int> result = TakeNext(wait, type, peer, message)) return *result;
