@@ -33,7 +33,8 @@ endif()
 set_target_properties(linxplatform PROPERTIES EXPORT_NAME platform)
 install(TARGETS linxplatform EXPORT linxipc)
 install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc FILES_MATCHING PATTERN "*.h")
-install(FILES ipc/linxIpc.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/ipc)
+install(FILES ipc/linxIpc.h ipc/LogLevel.h ipc/ReservedSignal.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/ipc)
 install(FILES directory/LinxServerNameList.h directory/e_Process.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/directory)
 

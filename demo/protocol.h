@@ -3,13 +3,15 @@
 
 #include <cstdint>
 
+#include "ipc/ReservedSignal.h"
+
 /// What the servers say to each other. All fields have fixed widths and stand in native byte order.
 namespace demo {
 
 enum Message : std::uint32_t {
     // Fixed throughout the system.
-    m_Shutdown = 1280,
-    m_ProcessDied = 1281,
+    m_Shutdown = e_ShutdownSignal,
+    m_ProcessDied = e_ProcessDiedSignal,
 
     // Coming up, dying, coming back: everybody and WatchdogMgr.
     m_Hello = 0x2000,      // Hello, to WatchdogMgr: I am here

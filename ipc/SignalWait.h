@@ -3,46 +3,41 @@
 
 #include <cstdint>
 
+#include "ipc/ReservedSignal.h"
+#include "ipc/linxIpc.h"
 #include "platform/DiffTime.h"
 #include "platform/linx.h"
 
-/// The numbers of signals that mean something to every endpoint.
-enum ReservedSignal : std::uint32_t {
-    e_ShutdownSignal = 1280,
-    e_ProcessDiedSignal = 1281,
-    e_WaitGoesOnSignal = 13264
-};
-
 /// Which signals a receive takes and how long it may still wait; several waits share the one limit.
-class SignalWait {
+class LinxIpc::SignalWait {
 public:
-    /// Waits up to `milliseconds`, without limit when that is negative, for signals of the number `type` and the
-    /// reserved ones; for any signal when `type` is 0.
-    SignalWait(int milliseconds, std::uint32_t type) : timed(milliseconds >= 0), remaining(milliseconds) {
-        selection[0] = type != 0 ? 3 : 0;
+    /// Waits up to `milliseconds`, without limit when that is negative, for signals of the number `type`, shutdown
+    /// requests and notices of deaths; for any signal when `type` is 0.
+    SignalWait(int milliseconds, std::uint32_t type) : limit(milliseconds), remaining(milliseconds) {
         if (type == 0) return;
+        selection[0] = 3;
         selection[1] = e_ShutdownSignal;
         selection[2] = e_ProcessDiedSignal;
         selection[3] = type;
     }
 
     /// Receives one signal; the results are those of LINX.
-    int Receive(LINX* linx, LinxSignal** signal) {
-        if (!timed) return linx_receive(linx, signal, selection);
+    int Receive(LINX* handle, LinxSignal** signal) {
+        if (limit < 0) return linx_receive(handle, signal, selection);
         start = DiffTime::CalcInitialTimeout(remaining);
-        return linx_receive_w_tmo(linx, signal, static_cast<std::uint32_t>(remaining), selection);
+        return linx_receive_w_tmo(handle, signal, static_cast<std::uint32_t>(remaining), selection);
     }
 
     /// Takes what has passed since the last `Receive` off the limit.
     void Recalculate() {
-        if (timed) remaining = DiffTime::ReCalcTimeout(start);
+        if (limit >= 0) remaining = DiffTime::ReCalcTimeout(start);
     }
 
 private:
-    const bool timed;
+    const int limit;  // its sign decides for all waits, whatever remains
     int remaining;
     unsigned start = 0;
-    std::uint32_t selection[4];
+    std::uint32_t selection[4] = {};
 };
 
 #endif

@@ -10,7 +10,9 @@
 #include <utility>
 
 #include "directory/LinxServerNameList.h"
+#include "ipc/Held.h"
 #include "ipc/LogLine.h"
+#include "ipc/ReservedSignal.h"
 #include "ipc/SameName.h"
 #include "ipc/SignalWait.h"
 #include "platform/DiffTime.h"
@@ -28,14 +30,6 @@ constexpr const char* sourceFile = "linxIpc";
 
 char* Payload(LinxSignal* signal) {
     return reinterpret_cast<char*>(signal) + numberSize;
-}
-
-/// Makes `buffer` one of `size` bytes, whatever is in it. False when there is no memory: then there is no buffer.
-[[gnu::cold, gnu::noinline]] bool Replace(char*& buffer, std::uint32_t& capacity, unsigned size) {
-    delete[] buffer;
-    buffer = new (std::nothrow) char[size];
-    capacity = buffer != nullptr ? size : 0;
-    return buffer != nullptr;
 }
 
 /// The process that a notice is about. A notice too short to tell counts as one about process 0.
@@ -81,16 +75,23 @@ IpcMessage::~IpcMessage() {
 int IpcMessage::Allocate(unsigned msgType, unsigned size, char* source) {
     type = msgType;
     fillPos = 0;
-    if (size > maxPayload) {
-        length = capacity = 0;  // the buffer stays until a larger size replaces it
-        return EMSGSIZE;
-    }
-    if (capacity < size && !Replace(data, capacity, size)) {
-        length = 0;
-        return ENOMEM;
+    if (size > maxPayload || capacity < size) {
+        const int error = Enlarge(size);
+        if (error != 0) return error;
     }
     length = size;
     if (source != nullptr) std::copy_n(source, size, data);
+    return 0;
+}
+
+/// Makes the buffer one of `size` bytes, whatever is in it. Fails with EMSGSIZE or ENOMEM, and the length is 0.
+[[gnu::cold, gnu::noinline]] int IpcMessage::Enlarge(unsigned size) {
+    length = capacity = 0;
+    if (size > maxPayload) return EMSGSIZE;  // the buffer stays until a larger size replaces it
+    delete[] data;
+    data = new (std::nothrow) char[size];
+    if (data == nullptr) return ENOMEM;
+    capacity = size;
     return 0;
 }
 
@@ -242,54 +243,80 @@ void LinxIpc::DeregisterDefault() {
 }
 
 int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMessage* msg) {
+    return from.empty() ? Await(timeout, type, emptyString, msg) : AwaitPeer(timeout, type, from, msg);
+}
+
+/// Awaits `from` under a name that nothing changes: it may be one of our own, which what arrives can change.
+[[gnu::noinline]] int LinxIpc::AwaitPeer(int timeout, unsigned type, const std::string& from, IpcMessage* msg) {
+    const std::string peer = from;
+    return Await(timeout, type, peer, msg);
+}
+
+/// Receives for a caller who awaits `peer`, a name that stays what it is.
+int LinxIpc::Await(int timeout, unsigned type, const std::string& peer, IpcMessage* msg) {
     if (linx == nullptr) {
         LogLine(e_LogError, sourceFile, 653, "Receive: use of un-initialized object");
         return -1;
     }
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
-    std::optional<std::string> awaited;  // a copy: `from` may be a name of our own, which what arrives can change
-    if (!from.empty()) awaited = from;
     SignalWait wait(timeout, type);
+    const std::optional<int> result = TakeNext(wait, type, peer, message);
+    return result ? *result : GoOn(wait, type, peer, message);
+}
+
+/// Goes on with a wait that its first signal has not ended. Most are ended by it, and pay for no loop.
+[[gnu::cold]] int LinxIpc::GoOn(SignalWait& wait, unsigned type, const std::string& peer, IpcMessage& message) {
     for (;;) {
-        LinxSignal* signal = nullptr;
-        const int size = wait.Receive(linx, &signal);
-        if (size == -1) {
-            LogLine(e_LogError, sourceFile, 700, "Receive: ", SystemError{errno});
-            return errno;
-        }
-        if (signal == nullptr) return ETIMEDOUT;
-
-        const std::string& sender = NameOfSender(&signal);
-        if (!SameName(message.GetSender(), sender)) message.SetSender(sender);
-        const std::uint32_t number = signal->number;
-        const std::uint32_t dataSize = static_cast<std::uint32_t>(size) - numberSize;
-        if (number == LINX_OS_HUNT_SIG) return message.Allocate(LINX_OS_HUNT_SIG, 0, nullptr);
-
-        const auto relay = relayHandlers.find(number);
-        if (relay != relayHandlers.end()) {  // from here on the signal is relayMessage's
-            relayMessage.Allocate(number, dataSize, reinterpret_cast<char*>(signal));
-            relayMessage.SetSender(message.GetSender());
-            relay->second.function(this, relay->second.userData);
-            return 0;
-        }
-
-        const e_Process dead = number == e_ProcessDiedSignal ? DeadProcess(signal, dataSize) : e_UndefinedServer;
-        const int result = message.Allocate(number, dataSize, Payload(signal));
-        if (result != 0) LogLine(e_LogError, sourceFile, 770, "Receive: error allocating message: ", result);
-        if (type == 0 || number == e_ShutdownSignal) Dispatch(number);
-        wait.Recalculate();
-        linx_free_buf(linx, &signal);
-
-        if (number == e_ShutdownSignal) {
-            LogLine(e_LogShutdown, sourceFile, 802, "Receive: Shutdown Requested");
-            return ESHUTDOWN;
-        }
-        if (number == e_ProcessDiedSignal) {
-            if (IsDeathOf(awaited ? *awaited : emptyString, dead)) return EHOSTUNREACH;
-        } else if (number != e_WaitGoesOnSignal) {
-            return result;
-        }
+        if (const std::optional<int> result = TakeNext(wait, type, peer, message)) return *result;
     }
+}
+
+/// Receives one signal and does with it what there is to do. Gives the result of the wait if that ends it.
+[[gnu::always_inline]] inline std::optional<int> LinxIpc::TakeNext(SignalWait& wait, unsigned type,
+                                                                   const std::string& peer, IpcMessage& message) {
+    LinxSignal* received = nullptr;
+    const int size = wait.Receive(linx, &received);
+    if (size == -1) {
+        LogLine(e_LogError, sourceFile, 700, "Receive: ", SystemError{errno});
+        return errno;
+    }
+    if (received == nullptr) return ETIMEDOUT;
+    Held<LinxSignal> signal(received, this);
+
+    const std::string& sender = NameOfSender(&received);
+    if (!SameName(message.GetSender(), sender)) message.SetSender(sender);
+    const std::uint32_t number = signal.Get()->number;
+    const std::uint32_t dataSize = static_cast<std::uint32_t>(size) - numberSize;
+    if (number == LINX_OS_HUNT_SIG) {
+        signal.LetGo();  // hunt signals are not given back
+        return message.Allocate(LINX_OS_HUNT_SIG, 0, nullptr);
+    }
+
+    const auto relay = relayHandlers.find(number);
+    if (relay != relayHandlers.end()) {
+        relayMessage.SetSender(message.GetSender());  // can fail; afterwards the signal is relayMessage's
+        relayMessage.Allocate(number, dataSize, reinterpret_cast<char*>(signal.LetGo()));
+        relay->second.function(this, relay->second.userData);
+        return 0;
+    }
+
+    const e_Process dead = number == e_ProcessDiedSignal ? DeadProcess(signal.Get(), dataSize) : e_UndefinedServer;
+    const int result = message.Allocate(number, dataSize, Payload(signal.Get()));
+    if (result != 0) LogLine(e_LogError, sourceFile, 770, "Receive: error allocating message: ", result);
+    if (type == 0 || number == e_ShutdownSignal) Dispatch(number);
+    wait.Recalculate();
+    signal.GiveBack();
+
+    if (number == e_ShutdownSignal) {
+        LogLine(e_LogShutdown, sourceFile, 802, "Receive: Shutdown Requested");
+        return ESHUTDOWN;
+    }
+    if (number == e_ProcessDiedSignal) {
+        if (IsDeathOf(peer, dead)) return EHOSTUNREACH;
+        return std::nullopt;
+    }
+    if (number == e_WaitGoesOnSignal) return std::nullopt;
+    return result;
 }
 
 int LinxIpc::Receive(Watchdog& watchdog, int timeout) {
@@ -308,10 +335,18 @@ inline const std::string& LinxIpc::NameOfSender(LinxSignal** signal) {
 const std::string& LinxIpc::LearnSenderName(LinxSpid spid) {
     char* found = nullptr;
     if (linx_get_name(linx, spid, &found) != 0) return senderNames.try_emplace(spid, unknownSender).first->second;
-    const std::string& learnt = senderNames.try_emplace(spid, found).first->second;
-    huntCache[learnt] = spid;
-    linx_free_name(linx, &found);
-    return learnt;
+    const Held<char> learnt(found, this);
+    Remember(learnt.Get(), spid)->second = spid;
+    return senderNames.find(spid)->second;
+}
+
+/// Enters a name and its spid into both tables or, when there is no memory, into none. What they hold already stays.
+LinxIpc::HuntCache::iterator LinxIpc::Remember(const std::string& peer, LinxSpid spid) {
+    std::map<unsigned, std::string> named;
+    named.try_emplace(spid, peer);
+    const HuntCache::iterator entry = huntCache.try_emplace(peer, spid).first;
+    senderNames.merge(named);  // moves what has its memory already, so that nothing can fail any more
+    return entry;
 }
 
 void LinxIpc::Dispatch(unsigned number) {
@@ -355,8 +390,7 @@ int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) 
 
     const LinxSpid spid = linx_sender(linx, &answer);
     linx_free_buf(linx, &answer);
-    huntCache.try_emplace(destination, spid);
-    senderNames.try_emplace(spid, destination);
+    Remember(destination, spid);
     return 0;
 }
 
@@ -412,15 +446,17 @@ int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErr
         LogLine(e_LogError, sourceFile, 416, "Notify: use of un-initialized object");
         return -1;
     }
+    const std::uint32_t size = msg.Length() + numberSize;
     HuntCache::iterator entry;
     int result = 0;
-    const Attempt attempt = AttemptNotify(destination, msg, logErrors, entry, result);
-    return attempt == Attempt::failed ? RetryNotify(destination, msg, logErrors, entry) : result;
+    const Attempt attempt = AttemptNotify(destination, msg, size, logErrors, entry, result);
+    return attempt == Attempt::failed ? RetryNotify(destination, msg, size, logErrors, entry) : result;
 }
 
-/// Looks `destination` up and sends. When it does not come to sending, `result` is that of Notify.
-inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors,
-                                               HuntCache::iterator& entry, int& result) {
+/// Looks `destination` up and sends a signal of `size` bytes. When it does not come to sending, `result` is that of
+/// Notify.
+inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size,
+                                               bool logErrors, HuntCache::iterator& entry, int& result) {
     const Lookup lookup = Find(destination, logErrors, entry);
     if (lookup != Lookup::found) {
         result = -1;
@@ -432,27 +468,29 @@ inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, I
         }
         return Attempt::hopeless;
     }
-    LinxSignal* signal = linx_alloc(linx, msg.Length() + numberSize, msg.MsgType());
-    if (signal == nullptr) {
+    Held<LinxSignal> signal(linx_alloc(linx, size, msg.MsgType()), this);
+    if (signal.Get() == nullptr) {
         LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
         result = errno;
         return Attempt::hopeless;
     }
-    signal->number = msg.MsgType();
-    std::copy_n(msg.DataPtr(), msg.Length(), Payload(signal));
-    return linx_send(linx, &signal, entry->second) != -1 ? Attempt::sent : Attempt::failed;
+    signal.Get()->number = msg.MsgType();
+    std::copy_n(msg.DataPtr(), size - numberSize, Payload(signal.Get()));
+    LinxSignal* filled = signal.LetGo();  // LINX takes it, whatever becomes of the send
+    return linx_send(linx, &filled, entry->second) != -1 ? Attempt::sent : Attempt::failed;
 }
 
 /// Goes on after the first attempt, which failed with `entry`.
-int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry) {
+int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
+                         HuntCache::iterator entry) {
     HuntCache::node_type forgotten;  // `destination` may be the key of the entry that the first failure removes
     for (unsigned attemptsLeft = maxAttempts - 1;; --attemptsLeft) {
-        if (logErrors) LogFailedSend(attemptsLeft, destination, msg.Length() + numberSize);
         HuntCache::node_type node = Forget(entry);
         if (forgotten.empty()) forgotten = std::move(node);
+        if (logErrors) LogFailedSend(attemptsLeft, destination, size);
         if (attemptsLeft == 0) return 0;  // callers rely on it: only the log tells that the last attempt failed
         int result = 0;
-        const Attempt attempt = AttemptNotify(destination, msg, logErrors, entry, result);
+        const Attempt attempt = AttemptNotify(destination, msg, size, logErrors, entry, result);
         if (attempt == Attempt::failed) continue;
         if (attempt == Attempt::sent) {
             LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,
@@ -475,7 +513,7 @@ int LinxIpc::Request(const std::string& destination, IpcMessage& message, unsign
         return sent;
     }
     if (replyType == 0) return 0;
-    const int received = Receive(timeout, replyType, peer, reply);
+    const int received = Await(timeout, replyType, peer, reply);
     if (received != 0) LogLine(e_LogError, sourceFile, 544, "Request: call to LinxIpc::Receive failed: ", received);
     return received;
 }
@@ -548,10 +586,12 @@ int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
             LogLine(e_LogError, sourceFile, 1160, "Relay Illegal Spid");
             return -1;
     }
-    if (linx_send(linx, &signal, entry->second) == -1) {
-        LogLine(e_LogSendFailure, sourceFile, 1169, "LinxIpc::Notify: send failed: ", SystemError{errno});
+    const bool failed = linx_send(linx, &signal, entry->second) == -1;
+    const SystemError error{errno};
+    message.Deallocate();  // before the log can fail: LINX has taken the signal
+    if (failed) {
         Forget(entry);
+        LogLine(e_LogSendFailure, sourceFile, 1169, "LinxIpc::Notify: send failed: ", error);
     }
-    message.Deallocate();
     return 0;
 }

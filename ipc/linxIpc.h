@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "platform/FileDescriptor.h"
@@ -12,8 +13,8 @@
 
 class LinxIpc;
 
-/// A message to send or to receive into: a type, the name of its sender and a payload on the heap that it owns.
-/// It belongs to one thread at a time. Nothing here logs or throws.
+/// A message to send or to receive into: a type, the name of its sender and a payload on the heap that it owns. It
+/// belongs to one thread at a time. Nothing here logs, and nothing throws but `SetSender`.
 class LINXIPC_API IpcMessage {
 public:
     /// An empty message of type 0, without a sender.
@@ -48,7 +49,8 @@ public:
     /// as long as the message, the text until the message is received into again.
     const std::string& GetSender() const { return sender; }
 
-    /// Names the sender. The receiving endpoint does so; sending ignores it.
+    /// Names the sender. The receiving endpoint does so; sending ignores it. Throws `std::bad_alloc` when there is no
+    /// memory for the name, and keeps the one before.
     void SetSender(const std::string& name) { sender = name; }
 
 protected:
@@ -58,10 +60,14 @@ protected:
     std::uint32_t length = 0;
     std::uint32_t capacity = 0;
     std::uint32_t fillPos = 0;
+
+private:
+    int Enlarge(unsigned size);
 };
 
 /// A message whose payload lies in a LINX signal, so that a received signal is passed on without a copy. It belongs
-/// to the thread of the endpoint that owns it, and must not outlive that endpoint. Nothing here logs or throws.
+/// to the thread of the endpoint that owns it, and must not outlive that endpoint. Nothing here logs, and nothing
+/// throws but `SetSender`.
 class LINXIPC_API RelayMessage : public IpcMessage {
 public:
     /// An empty message whose signals belong to the handle of `endpoint`.
@@ -106,10 +112,17 @@ struct Callback {
 
 /// A LINX endpoint: sends messages to endpoints by name, receives and dispatches those that arrive.
 ///
-/// Threads: an endpoint and its messages belong to one thread. Nothing is locked and no thread is started; handlers
-/// run inside `Receive`, `Request` and `AsyncRequest`. Different endpoints may be used by different threads at once.
+/// Threads: an endpoint and its messages belong to one thread. Nothing is locked and no thread is started. Different
+/// endpoints may be used by different threads at once.
+///
+/// Handlers run inside `Receive`, `Request` and `AsyncRequest`. They may send, receive, register and deregister on
+/// their endpoint, but must not destroy it: the call that they run in goes on using it.
 ///
 /// Results: 0 success; -1 when the endpoint cannot serve the call; otherwise an errno value. Failures are logged.
+///
+/// Exceptions: what a handler throws passes through the call that runs it, and so does the `std::bad_alloc` of any
+/// call that memory runs out in. The endpoint can be used on: nothing is leaked, and nothing half remembered. The
+/// signal at hand is freed, but that of a relay handler, which stays in `relayMessage`.
 ///
 /// Names that are passed by reference may be the endpoint's own (that of `MessageOriginator`, for example).
 class LINXIPC_API LinxIpc : public FileDescriptor {
@@ -160,16 +173,20 @@ public:
     /// handler of that number. The function must not be null.
     void RegisterHandler(unsigned type, void (*function)(LinxIpc*, void*), void* userData);
 
-    /// The same for signals that are handed over whole, in `relayMessage`; it goes before a handler of that number.
+    /// The same for signals that are handed over whole, in `relayMessage`. A relay handler gets every signal of its
+    /// number that is received (hunt signals have no handlers), before anything else is looked at: also the reply
+    /// that a `Request` awaits, a shutdown request, the notice of a death and `e_WaitGoesOnSignal`. The receive then
+    /// returns 0, and the message that it was to fill is as it was before, but for the sender.
     void RegisterRelayHandler(unsigned type, void (*function)(LinxIpc*, void*), void* userData);
 
-    /// The handler of shutdown requests.
+    /// The handler of shutdown requests, `e_ShutdownSignal`.
     void RegisterShutdown(void (*function)(LinxIpc*, void*), void* userData);
 
-    /// The handler of the notices that a process died; the payload begins with its `e_Process`.
+    /// The handler of the notices that a process died, `e_ProcessDiedSignal`; the payload begins with its
+    /// `e_Process`.
     void RegisterProcessDied(void (*function)(LinxIpc*, void*), void* userData);
 
-    /// The handler of signals that have none.
+    /// The handler of signals that have none. Without it these are dropped, and nothing says so.
     void RegisterDefault(void (*function)(LinxIpc*, void*), void* userData);
 
     /// Removes the relay handler and the handler of `type`, where there are any.
@@ -181,9 +198,19 @@ public:
     /// Receives one message and waits for it up to `timeout` milliseconds, without limit when that is negative.
     ///
     /// With `type` 0 any signal is taken and dispatched: to its relay handler, else copied and given to its handler,
-    /// else to the default handler. Otherwise the signals of that number are taken and not dispatched, besides
-    /// shutdown requests, which are, and notices that a process died, which are not. After such a notice the wait
-    /// goes on, unless the process is the awaited peer `from` (`emptyString` for none).
+    /// else to the default handler. Otherwise the signals of that number are taken, from whomever, and not
+    /// dispatched, besides shutdown requests, which are, and notices that a process died, which are not. All others
+    /// stay queued.
+    ///
+    /// Some signals (ipc/ReservedSignal.h) mean something themselves, unless a relay handler takes them:
+    /// - `e_ShutdownSignal` ends the call with ESHUTDOWN, after its handler.
+    /// - `e_ProcessDiedSignal` ends it with EHOSTUNREACH when the directory's name for the process is `from`, the
+    ///   awaited peer (`emptyString` for none). Otherwise the wait goes on. Nothing else tells of the peer's death
+    ///   here: one that is not in the directory is awaited in vain, and the notice that `Attach` asked for is a
+    ///   signal like any other.
+    /// - `e_WaitGoesOnSignal` never ends it, whatever is awaited.
+    /// - `LINX_OS_HUNT_SIG`, the late answer to a search, has no handler, and ends it with 0 and an empty message,
+    ///   where it is taken: when `type` is 0 or that number.
     ///
     /// The message is copied to `msg`, or to `rxMessage` when that is null. Returns 0; -1 before `Init`; ESHUTDOWN
     /// after a shutdown request; EHOSTUNREACH when the peer has died; ETIMEDOUT; the errno of the receive; the result
@@ -194,9 +221,10 @@ public:
     /// time-out. Returns what the watchdog gave, or the result of the receive that kept it from being petted.
     int Receive(Watchdog& watchdog, int timeout);
 
-    /// Finds the endpoint `destination` and remembers it; waits up to 100 ms. One that was not found is remembered
-    /// too, and not sought again until it sends something. Returns 0 when it was found now, else -1. `logErrors`
-    /// switches the log lines about failures only.
+    /// Finds the endpoint `destination` and remembers it; waits up to 100 ms. One that was not found is remembered as
+    /// absent: no call seeks it again or sends to it until the first signal from it is received, be it the late
+    /// answer to the search. Returns 0 when it was found now, else -1. One that is known stays as it is remembered.
+    /// `logErrors` switches the log lines about failures only.
     int ResolveDestination(const std::string& destination, bool logErrors);
 
     /// The sender of the message last received into `rxMessage`; `notHunted` becomes 0 when that name is among the
@@ -207,27 +235,39 @@ public:
     /// more; there is no way to take it back. Waits up to 100 ms when the peer is not known yet. Returns 0; -1 before
     /// `Init` or when the peer cannot be found; the errno of `linx_attach`. A null `peer` throws the
     /// `std::logic_error` of `std::string`.
+    ///
+    /// One that has ended and opened again is supervised as it is remembered, which is as the one that has ended, and
+    /// the notice comes at once. Send it something first, which finds it anew, or receive something from it.
     int Attach(const char* peer, unsigned type);
 
     /// Sends `msg` to the endpoint `destination`. A failed send seeks the destination anew and is repeated, up to 32
     /// attempts. Each search waits up to 100 ms. Returns 0, also when the last attempt failed, which only the log
-    /// tells; -1 before `Init` or when the destination cannot be found; the errno of `linx_alloc`. `logErrors`
-    /// switches the log lines about failed searches and sends only.
+    /// tells; -1 before `Init` or when the destination cannot be found or is remembered as absent; the errno of
+    /// `linx_alloc`. `logErrors` switches the log lines about failed searches and sends only.
     int Notify(const std::string& destination, IpcMessage& msg, bool logErrors);
 
     /// Sends `message` and waits up to `timeout` milliseconds (negative: without limit) for a signal of the number
     /// `replyType`, from whomever, into `reply` or, when that is null, `rxMessage`. Everything else stays queued,
-    /// besides what `Receive` takes always; the death of `destination` ends the wait. With `replyType` 0 no reply is
-    /// awaited. Returns 0, -1 before `Init`, or the result of the `Notify` or `Receive` that failed.
+    /// besides what `Receive` takes always; a notice that `destination` died ends the wait, as there. With
+    /// `replyType` 0 no reply is awaited. Returns 0, -1 before `Init`, or the result of the `Notify` or `Receive`
+    /// that failed.
+    ///
+    /// A reply that comes after its `Request` has given up is taken for the answer to the next one with the same
+    /// `replyType`: a wrong value, with result 0. Where that may happen use a reply type of its own for each request,
+    /// or put a number into the request that the reply repeats, and receive again until the number is the right one.
     int Request(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                 IpcMessage* reply);
 
-    /// The same, but everything that arrives meanwhile, the reply included, is dispatched.
+    /// The same, but everything that arrives meanwhile, the reply included, is dispatched, and no death ends the
+    /// wait. What ends it is that the message, `reply` or `rxMessage`, has the type `replyType` when a signal was
+    /// handled. So it should have another type beforehand, for relay handlers leave it alone, and handlers should not
+    /// receive into it.
     int AsyncRequest(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                      IpcMessage* reply);
 
     /// Asks for a signal of the number `signalNumber` (0: LINX's own time-out signal), without payload, after
-    /// `timeout` milliseconds. Earlier time-outs stay pending. Returns 0; -1 before `Init`; the errno of LINX.
+    /// `timeout` milliseconds, which are counted without a sign: -1 is 49.7 days. Earlier time-outs stay pending.
+    /// Returns 0; -1 before `Init`; the errno of LINX.
     int EnableTimer(int timeout, unsigned signalNumber);
 
     /// Takes back the time-out that was asked for last. Returns the result of `linx_cancel_tmo`.
@@ -241,15 +281,22 @@ public:
 
 private:
     using HuntCache = std::map<std::string, unsigned>;
+    class SignalWait;
     enum class Lookup { found, unresolved, negative };
     enum class Attempt { sent, failed, hopeless };
 
     Lookup Find(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
     Lookup FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
-    Attempt AttemptNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator& entry,
-                          int& result);
-    int RetryNotify(const std::string& destination, IpcMessage& msg, bool logErrors, HuntCache::iterator entry);
+    Attempt AttemptNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
+                          HuntCache::iterator& entry, int& result);
+    int RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
+                    HuntCache::iterator entry);
     HuntCache::node_type Forget(HuntCache::iterator entry);
+    HuntCache::iterator Remember(const std::string& peer, LinxSpid spid);
+    int Await(int timeout, unsigned type, const std::string& peer, IpcMessage* msg);
+    int GoOn(SignalWait& wait, unsigned type, const std::string& peer, IpcMessage& message);
+    std::optional<int> TakeNext(SignalWait& wait, unsigned type, const std::string& peer, IpcMessage& message);
+    int AwaitPeer(int timeout, unsigned type, const std::string& from, IpcMessage* msg);
     const std::string& NameOfSender(LinxSignal** signal);
     const std::string& LearnSenderName(LinxSpid spid);
     void Dispatch(unsigned number);
@@ -262,7 +309,11 @@ private:
     std::map<unsigned, Callback> handlers;
     std::map<unsigned, Callback> relayHandlers;
     Callback defaultHandler;
-    HuntCache::iterator lastDestination = huntCache.end();  // most messages go where the one before went
+
+    /// The entry of `huntCache` that was looked up last, or its end. It is always valid: whoever takes entries out
+    /// sets it to the end. Most messages go where the one before went, and it spares them the look-up, a quarter of
+    /// the instructions of a `Notify` and more where many names are known.
+    HuntCache::iterator lastDestination = huntCache.end();
 };
 
 #endif

@@ -10,7 +10,7 @@
 /// The process's access to the device's log. Any thread may use it.
 class LINXIPC_API LogClient {
 public:
-    /// The one log client of the process; never null.
+    /// The one log client of the process; never null. The first use throws `std::bad_alloc` when there is no memory.
     static LogClient* Instance();
 
     /// The mask of the enabled level bits.
@@ -33,7 +33,8 @@ private:
 class LINXIPC_API LogMsg {
 public:
     /// Begins the line at `level`, one bit of the level mask, on behalf of `process`, and returns the stream that
-    /// takes its text. The stream lives as long as this object.
+    /// takes its text. The stream lives as long as this object. Throws `std::bad_alloc` when there is no memory for
+    /// the line, which has not begun then.
     std::ostream& Log(unsigned level, const std::string& process);
 
 protected:
@@ -46,7 +47,8 @@ protected:
     std::unique_ptr<Line> line;
 };
 
-/// A line of the system's log, one object a line: it is written when the object is destroyed. `errno` is left alone.
+/// A line of the system's log, one object a line: it is written when the object is destroyed, or dropped when there
+/// is no memory for that. `errno` is left alone.
 class LINXIPC_API SysLogMsg : public LogMsg {
 public:
     SysLogMsg();

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <new>
 #include <sstream>
 #include <string_view>
 
@@ -101,7 +102,9 @@ const std::string& LogClient::ProcessName() const {
 }
 
 struct LogMsg::Line {
-    unsigned level = 0;
+    Line(unsigned lineLevel, const std::string& lineProcess) : level(lineLevel), process(lineProcess) {}
+
+    unsigned level;
     std::string process;
     std::ostringstream text;
 };
@@ -112,9 +115,12 @@ LogMsg::~LogMsg() = default;
 
 std::ostream& LogMsg::Log(unsigned level, const std::string& process) {
     const KeepErrno keepErrno;
-    if (!line) line = std::make_unique<Line>();
-    line->level = level;
-    line->process = process;
+    if (!line) {
+        line = std::make_unique<Line>(level, process);
+    } else {
+        line->process = process;
+        line->level = level;
+    }
     return line->text;
 }
 
@@ -123,8 +129,13 @@ SysLogMsg::SysLogMsg() = default;
 SysLogMsg::~SysLogMsg() {
     if (!line) return;
     const KeepErrno keepErrno;
-    const std::string text = line->text.str();
-    // No process name here: syslog puts it before the text itself.
-    syslog(PriorityOf(line->level), "%s", text.c_str());
-    if (EchoWanted()) WriteToStandardError(line->process + ": " + text + "\n");
+    try {
+        const std::string text = line->text.str();
+        const std::string echo = EchoWanted() ? line->process + ": " + text + "\n" : std::string();
+        // No process name here: syslog puts it before the text itself.
+        syslog(PriorityOf(line->level), "%s", text.c_str());
+        if (!echo.empty()) WriteToStandardError(echo);
+    } catch (const std::bad_alloc&) {
+        // Thrown out of a destructor it would end the process: the line is dropped.
+    }
 }

@@ -1,10 +1,17 @@
-// Results and reserved signal numbers, which users compare with numbers of their own.
+// Results, reserved signal numbers and bits of the log mask, which users compare with numbers of their own.
 #include <string>
 
 #include "directory/e_Process.h"
 #include "fixture.h"
+#include "ipc/LogLevel.h"
+#include "ipc/ReservedSignal.h"
 
 namespace {
+
+static_assert(e_ShutdownSignal == 1280 && e_ProcessDiedSignal == 1281 && e_WaitGoesOnSignal == 13264);
+static_assert(LINX_OS_HUNT_SIG == 251 && LINX_OS_TIMEOUT_SIG == 252);
+static_assert(e_LogLookup == 1 && e_LogError == 2 && e_LogSendFailure == 4 && e_LogEvent == 16 && e_LogHunt == 32 &&
+              e_LogRequest == 128 && e_LogShutdown == 512);
 
 class NumbersTest : public EndpointTest {
 protected:

@@ -9,7 +9,7 @@
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/bell.h"
 #include "tests/host/endpoints.h"
-#include "tests/host/failing_new.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/few_descriptors.h"
 
 namespace linx {

@@ -45,7 +45,7 @@ TheTreeInstallsAndMoves() {
 InstallsWhatAConsumerNeeds() {
     local file
     for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so "$LIBDIR"/pkgconfig/{linxipc,linxhost}.pc \
-        "$LIBDIR"/cmake/linxipc/linxipcConfig{,Version}.cmake include/linxipc/ipc/linxIpc.h \
+        "$LIBDIR"/cmake/linxipc/linxipcConfig{,Version}.cmake include/linxipc/ipc/{linxIpc,LogLevel,ReservedSignal}.h \
         include/linxipc/directory/{LinxServerNameList,e_Process}.h \
         include/linxipc/platform/{linx,LogClient,DiffTime,Watchdog,FileDescriptor,export}.h; do
         [[ -e $prefix/$file ]] || fail "missing: $file"
@@ -54,7 +54,7 @@ InstallsWhatAConsumerNeeds() {
     (cd "$prefix/include/linxipc" && find . -name '*.h') | while read -r file; do
         "$CXX" -std=c++17 -fsyntax-only -x c++ -I"$prefix/include/linxipc" -include "$file" /dev/null
     done
-    [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 9 ]] || fail "other headers than the nine public ones"
+    [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 11 ]] || fail "other headers than the eleven public ones"
 }
 
 ACMakeConsumerBuildsAndRuns() {

@@ -31,10 +31,11 @@ TEST_F(AsyncRequestTest, TheReplyIsDispatchedAndEndsTheWait) {
     endpoint.RegisterHandler(400, NoteMessage, Named("handler"));
     platform.Arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 0);
-    EXPECT_THAT(platform.Calls(),
-                ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
-                            "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0})", "linx_sender(s2)",
-                            "handler: 400 from Peer 'abcd'", "ReCalcTimeout(1002)", "linx_free_buf(s2)"));
+    EXPECT_THAT(
+        platform.Calls(),
+        ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
+                    "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s2)",
+                    "handler: 400 from Peer 'abcd'", "ReCalcTimeout(1002)", "linx_free_buf(s2)"));
 }
 
 TEST_F(AsyncRequestTest, OtherMessagesAreDispatchedUntilTheReplyComes) {
@@ -51,14 +52,14 @@ TEST_F(AsyncRequestTest, OtherMessagesAreDispatchedUntilTheReplyComes) {
     EXPECT_THAT(platform.Calls(),
                 ElementsAre("linx_alloc(4, 300) = s5", "linx_send(s5, 7)",  //
                             "CalcInitialTimeout(500) = 1001", "CalcInitialTimeout(500) = 1002",
-                            "linx_receive_w_tmo(500, {0})", "linx_sender(s2)", "default: 301 from Peer 'one'",
-                            "ReCalcTimeout(1002)", "linx_free_buf(s2)", goesBack,  //
+                            "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s2)",
+                            "default: 301 from Peer 'one'", "ReCalcTimeout(1002)", "linx_free_buf(s2)", goesBack,  //
                             "ReCalcTimeout(1001)", "CalcInitialTimeout(440) = 1003", "CalcInitialTimeout(440) = 1004",
-                            "linx_receive_w_tmo(440, {0})", "linx_sender(s3)", "default: 302 from Peer 'two'",
-                            "ReCalcTimeout(1004)", "linx_free_buf(s3)", goesBack,  //
+                            "linx_receive_w_tmo(440, {0, 0, 0, 0})", "linx_sender(s3)",
+                            "default: 302 from Peer 'two'", "ReCalcTimeout(1004)", "linx_free_buf(s3)", goesBack,  //
                             "ReCalcTimeout(1003)", "CalcInitialTimeout(380) = 1005", "CalcInitialTimeout(380) = 1006",
-                            "linx_receive_w_tmo(380, {0})", "linx_sender(s4)", "default: 400 from Peer 'abcd'",
-                            "ReCalcTimeout(1006)", "linx_free_buf(s4)"));
+                            "linx_receive_w_tmo(380, {0, 0, 0, 0})", "linx_sender(s4)",
+                            "default: 400 from Peer 'abcd'", "ReCalcTimeout(1006)", "linx_free_buf(s4)"));
     EXPECT_EQ(Described(reply), "400 from Peer 'abcd'");
     EXPECT_EQ(Described(endpoint.rxMessage), "1 from Peer ''");
 }
@@ -74,11 +75,11 @@ TEST_F(AsyncRequestTest, WithoutALimitItWaitsWithoutLimit) {
     platform.Arrive(7, 301);
     platform.Arrive(7, 400);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 0);
-    EXPECT_THAT(
-        platform.Calls(),
-        ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "CalcInitialTimeout(-1) = 1001",
-                    "linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)", goesBack, "ReCalcTimeout(1001)",
-                    "CalcInitialTimeout(-1) = 1002", "linx_receive({0})", "linx_sender(s3)", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "CalcInitialTimeout(-1) = 1001",
+                            "linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)", goesBack,
+                            "ReCalcTimeout(1001)", "CalcInitialTimeout(-1) = 1002", "linx_receive({0, 0, 0, 0})",
+                            "linx_sender(s3)", "linx_free_buf(s3)"));
 }
 
 TEST_F(AsyncRequestTest, ReplyType0AwaitsNothing) {
@@ -103,12 +104,12 @@ TEST_F(AsyncRequestTest, LaterReceivesGetTheTimeLeftUntilItIsUp) {
     platform.Arrive(7, 301);
     platform.timesLeft = {5, 3};
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 110);
-    EXPECT_THAT(
-        platform.Calls(),
-        ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
-                    "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0})", "linx_sender(s2)",
-                    "ReCalcTimeout(1002)", "linx_free_buf(s2)", goesBack, "ReCalcTimeout(1001)",
-                    "CalcInitialTimeout(3) = 1003", "CalcInitialTimeout(3) = 1004", "linx_receive_w_tmo(3, {0})"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
+                            "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
+                            "linx_sender(s2)", "ReCalcTimeout(1002)", "linx_free_buf(s2)", goesBack,
+                            "ReCalcTimeout(1001)", "CalcInitialTimeout(3) = 1003", "CalcInitialTimeout(3) = 1004",
+                            "linx_receive_w_tmo(3, {0, 0, 0, 0})"));
 }
 
 TEST_F(AsyncRequestTest, AShutdownRequestEndsTheWaitWithoutALineOfItsOwn) {
@@ -132,6 +133,22 @@ TEST_F(AsyncRequestTest, AnyReceiveErrorEndsTheWait) {
     platform.Fail("linx_receive", {0, EINVAL});
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 22);
     EXPECT_EQ(platform.Calls().back(), "log 2 linxIpc:700 Receive: error 22");
+}
+
+TEST_F(AsyncRequestTest, AMessageThatHasTheAwaitedTypeBeforehandEndsTheWaitWithARelayedSignal) {
+    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    reply.Allocate(400, 6, std::string("before").data());
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, &reply), 0);
+    EXPECT_EQ(Described(reply), "400 from Peer 'before'");
+}
+
+TEST_F(AsyncRequestTest, AHandlerThatReceivesIntoTheMessageHidesTheReply) {
+    endpoint.RegisterHandler(
+        400, [](LinxIpc* called, void*) { called->Receive(-1, 301, LinxIpc::emptyString, nullptr); }, nullptr);
+    platform.Arrive(7, 400);
+    platform.Arrive(7, 301);
+    EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, nullptr), 110);
 }
 
 TEST_F(AsyncRequestTest, AnAwaitedTypeThatIsRelayedLeavesTheWaitToGoOn) {

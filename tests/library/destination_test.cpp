@@ -48,7 +48,7 @@ TEST_F(DestinationTest, AnAnsweredHuntNamesTheSender) {
     platform.Calls();
     platform.Arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(Described(endpoint.rxMessage), "300 from Peer ''");
 }
 
@@ -174,6 +174,18 @@ TEST_F(DestinationTest, ALateAnswerEndsUpInReceive) {
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(Described(endpoint.rxMessage), "251 from Late ''");
     EXPECT_EQ(CachedSpid("Late"), 7u) << "naming the sender of the answer has made the name known";
+}
+
+TEST_F(DestinationTest, TheAbsentStaysAbsentUntilASignalFromItIsReceived) {
+    platform.Knows(7, "Late");
+    EXPECT_EQ(endpoint.ResolveDestination("Late", false), -1);
+    platform.Answers("Late", {7});
+    platform.Arrive(7, 300);
+    EXPECT_EQ(CachedSpid("Late"), 0u) << "what is queued has not been received";
+    EXPECT_EQ(endpoint.Attach("Late", 500), -1);
+    EXPECT_EQ(endpoint.Relay(endpoint.relayMessage, "Late"), -1);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    EXPECT_EQ(CachedSpid("Late"), 7u);
 }
 
 TEST_F(DestinationTest, TheNamePassedMayBeEmpty) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -13,6 +14,7 @@
 
 #include "platform/export.h"
 #include "recording_platform.h"
+#include "tests/support/failing_new.h"
 
 namespace interposed {
 
@@ -23,8 +25,15 @@ namespace {
 std::array<void*, 64> liveArrays{};
 thread_local std::array<unsigned, 256> objectsBySize{};
 
+/// Null, and errno says so, when there is no memory or none is to be had.
+void* Find(std::size_t size) {
+    if (!linxtest::newFails()) return std::malloc(size != 0 ? size : 1);
+    errno = ENOMEM;
+    return nullptr;
+}
+
 void* Get(std::size_t size) {
-    void* memory = std::malloc(size != 0 ? size : 1);
+    void* memory = Find(size);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
@@ -69,7 +78,8 @@ void operator delete[](void* memory, std::size_t) noexcept {
 
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     if (std::exchange(interposed::refusesArrays, false)) return nullptr;
-    void* memory = std::malloc(size);
+    void* memory = interposed::Find(size);
+    if (memory == nullptr) return nullptr;
     *std::find(interposed::liveArrays.begin(), interposed::liveArrays.end(), nullptr) = memory;
     return memory;
 }
@@ -78,6 +88,7 @@ extern "C" {
 
 LINXIPC_API int close(int number) {
     recording::Platform& platform = recording::Platform::Instance();
+    const linxtest::UnfailingNew ours;
     if (!platform.OwnsDescriptor(number)) return static_cast<int>(syscall(SYS_close, number));
     platform.Note("close(" + std::to_string(number) + ")");
     return 0;
@@ -86,6 +97,7 @@ LINXIPC_API int close(int number) {
 LINXIPC_API char* strerror(int number) noexcept {
     recording::Platform& platform = recording::Platform::Instance();
     ++platform.strerrorCalls;
+    const linxtest::UnfailingNew ours;
     if (platform.strerrorGivesNull) return nullptr;
     static std::string text;
     text = "error " + std::to_string(number);

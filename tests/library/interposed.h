@@ -4,7 +4,8 @@
 #include <cstddef>
 
 /// The test program's own `close`, `strerror` and operators for arrays and objects take the place of the runtime's in
-/// the library too. `close` and `strerror` report to the recording platform; memory is counted here.
+/// the library too. `close` and `strerror` report to the recording platform; memory is counted here, and runs out
+/// where tests/support/failing_new.h is told so.
 namespace interposed {
 
 extern bool refusesArrays;  // the next non-throwing new[] yields null

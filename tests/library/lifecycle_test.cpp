@@ -176,7 +176,7 @@ TEST_F(CommonInitTest, ForgetsHuntsHandlersAndTheDefaultHandler) {
     endpoint.ResolveDestination("Absent", false);
     EXPECT_THAT(
         platform.Calls(),
-        ElementsAre("[Self]linx_receive({0})", "[Self]linx_sender(s3)", "[Self]linx_get_name(8)",
+        ElementsAre("[Self]linx_receive({0, 0, 0, 0})", "[Self]linx_sender(s3)", "[Self]linx_get_name(8)",
                     "[Self]linx_free_name(\"Sender\")", "[Self]linx_free_buf(s3)", "[Self]linx_hunt(\"Peer\", null)",
                     "[Self]linx_receive_w_tmo(100, {1, 251})", "[Self]linx_sender(s4)", "[Self]linx_free_buf(s4)",
                     "[Self]linx_alloc(4, 500) = s5", "[Self]linx_attach(s5, 7)", "[Self]linx_hunt(\"Absent\", null)",
@@ -196,7 +196,7 @@ TEST_F(CommonInitTest, KeepsSenderNamesRelayHandlersAndTheTimer) {
     platform.Arrive(8, 300, "abcd");
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     endpoint.DisableTimer();
-    EXPECT_THAT(platform.Calls(), ElementsAre("[Self]linx_receive({0})", "[Self]linx_sender(s2)",
+    EXPECT_THAT(platform.Calls(), ElementsAre("[Self]linx_receive({0, 0, 0, 0})", "[Self]linx_sender(s2)",
                                               "relay: 300 from Sender 'abcd'", "[Self]linx_cancel_tmo(501)"));
 }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <string>
 #include <vector>
@@ -197,6 +198,33 @@ TEST_F(NotifyTest, AFailedSendIsRepeatedToTheNewSpid) {
 
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s5", "linx_send(s5, 17)"));
+}
+
+/// A message that is longer each time that its payload is asked for.
+class Growing : public IpcMessage {
+public:
+    char* DataPtr() override {
+        Allocate(MsgType(), Length() + 4, nullptr);
+        return std::fill_n(IpcMessage::DataPtr(), Length(), 'x') - Length();
+    }
+};
+
+TEST_F(NotifyTest, TheSizeIsThatOfTheBeginningAtEveryAttempt) {
+    KnowPeer();
+    platform.level = 4;
+    platform.Answers("Peer", {17});
+    platform.Fail("linx_send", {ECONNRESET});
+    Growing growing;
+    growing.Allocate(300, 4, nullptr);
+    EXPECT_EQ(endpoint.Notify("Peer", growing, true), 0);
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
+                            "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",
+                            "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
+                            "log 4 linxIpc:479 Notify: send failed: size of linx message = 8",
+                            "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})", "linx_sender(s3)",
+                            "linx_free_buf(s3)", "linx_alloc(8, 300) = s4", "linx_send(s4, 17)"));
+    EXPECT_EQ(platform.sent.back().payload, "xxxx");
 }
 
 TEST_F(NotifyTest, WithoutErrorLinesARepeatedSendLogsItsSuccessOnly) {

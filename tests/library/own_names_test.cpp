@@ -106,6 +106,14 @@ TEST_F(OwnNamesTest, ReceiveAwaitsThePeerWhoseNameItsMessageHeld) {
     EXPECT_EQ(endpoint.Receive(-1, 0, endpoint.rxMessage.GetSender(), nullptr), 113);
 }
 
+TEST_F(OwnNamesTest, ReceiveAwaitsNobodyThoughAnEmptyNameBecomesThatOfTheDead) {
+    platform.Knows(8, "WatchdogMgr");
+    platform.Arrive(8, 1281, Word(18));
+    IpcMessage fresh;
+    EXPECT_EQ(endpoint.Receive(10, 0, fresh.GetSender(), &fresh), 110);
+    EXPECT_EQ(fresh.GetSender(), "WatchdogMgr");
+}
+
 TEST_F(OwnNamesTest, AttachMayBeHandedTheCharactersOfANameOfItsOwn) {
     EXPECT_EQ(endpoint.Attach(Originator().c_str(), 500), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 500) = s2", "linx_attach(s2, 7)"));

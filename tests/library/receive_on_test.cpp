@@ -16,12 +16,12 @@ TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsDispatchedAndTheWaitGoesOn) {
     platform.Arrive(7, 1281, Word(3));
     platform.Arrive(8, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
-    EXPECT_THAT(
-        platform.Calls(),
-        ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s3)",
-                    "died: 1281 from Peer '" + Word(3) + "'", "ReCalcTimeout(1001)", "linx_free_buf(s3)",
-                    "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr", "CalcInitialTimeout(320) = 1002",
-                    "linx_receive_w_tmo(320, {0})", "linx_sender(s4)", "ReCalcTimeout(1002)", "linx_free_buf(s4)"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
+                            "linx_sender(s3)", "died: 1281 from Peer '" + Word(3) + "'", "ReCalcTimeout(1001)",
+                            "linx_free_buf(s3)", "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr",
+                            "CalcInitialTimeout(320) = 1002", "linx_receive_w_tmo(320, {0, 0, 0, 0})",
+                            "linx_sender(s4)", "ReCalcTimeout(1002)", "linx_free_buf(s4)"));
     EXPECT_EQ(Described(endpoint.rxMessage), "300 from Other 'abcd'");
 }
 
@@ -37,13 +37,14 @@ TEST_F(ReceiveTest, TheRemainingTimeShrinksOverAllTurns) {
     platform.timesLeft = {400, 150, 0};
     for (int i = 0; i < 3; ++i) platform.Arrive(7, 13264);
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
-    EXPECT_THAT(platform.Calls(),
-                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s3)",
-                            "ReCalcTimeout(1001)", "linx_free_buf(s3)", "CalcInitialTimeout(400) = 1002",
-                            "linx_receive_w_tmo(400, {0})", "linx_sender(s4)", "ReCalcTimeout(1002)",
-                            "linx_free_buf(s4)", "CalcInitialTimeout(150) = 1003", "linx_receive_w_tmo(150, {0})",
-                            "linx_sender(s5)", "ReCalcTimeout(1003)", "linx_free_buf(s5)",
-                            "CalcInitialTimeout(0) = 1004", "linx_receive_w_tmo(0, {0})"));
+    EXPECT_THAT(
+        platform.Calls(),
+        ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s3)",
+                    "ReCalcTimeout(1001)", "linx_free_buf(s3)", "CalcInitialTimeout(400) = 1002",
+                    "linx_receive_w_tmo(400, {0, 0, 0, 0})", "linx_sender(s4)", "ReCalcTimeout(1002)",
+                    "linx_free_buf(s4)", "CalcInitialTimeout(150) = 1003", "linx_receive_w_tmo(150, {0, 0, 0, 0})",
+                    "linx_sender(s5)", "ReCalcTimeout(1003)", "linx_free_buf(s5)", "CalcInitialTimeout(0) = 1004",
+                    "linx_receive_w_tmo(0, {0, 0, 0, 0})"));
 }
 
 TEST_F(ReceiveTest, ATimedCallStaysTimedWhateverTheTimeLeft) {
@@ -53,7 +54,16 @@ TEST_F(ReceiveTest, ATimedCallStaysTimedWhateverTheTimeLeft) {
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
     const std::vector<std::string> calls = platform.Calls();
     EXPECT_EQ(calls.at(calls.size() - 2), "CalcInitialTimeout(-1) = 1002");
-    EXPECT_EQ(calls.back(), "linx_receive_w_tmo(4294967295, {0})");
+    EXPECT_EQ(calls.back(), "linx_receive_w_tmo(4294967295, {0, 0, 0, 0})");
+}
+
+TEST_F(ReceiveTest, ATimedCallIsRecalculatedWhateverTheTimeLeft) {
+    MeetPeers();
+    platform.timesLeft = {-1, 5};
+    platform.Arrive(7, 13264);
+    platform.Arrive(7, 13264);
+    EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
+    EXPECT_EQ(platform.Calls().back(), "linx_receive_w_tmo(5, {0, 0, 0, 0})");
 }
 
 TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerEndsTheCallWith113) {
@@ -75,10 +85,10 @@ TEST_F(ReceiveTest, AnAwaitedPeerThatDiesEndsAlsoADispatchingCall) {
     endpoint.RegisterProcessDied(NoteMessage, Named("died"));
     platform.Arrive(7, 1281, Word(30));
     EXPECT_EQ(endpoint.Receive(-1, 0, "toVp0/EncodeCtrl", nullptr), 113);
-    EXPECT_THAT(platform.Calls(),
-                ElementsAre("linx_receive({0})", "linx_sender(s3)", "died: 1281 from Peer '" + Word(30) + "'",
-                            "linx_free_buf(s3)", "log 16 linxIpc:813 Receive: Process died 30 - toVp0/EncodeCtrl",
-                            "log 2 linxIpc:817 Receive: host unreachable"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
+                                              "died: 1281 from Peer '" + Word(30) + "'", "linx_free_buf(s3)",
+                                              "log 16 linxIpc:813 Receive: Process died 30 - toVp0/EncodeCtrl",
+                                              "log 2 linxIpc:817 Receive: host unreachable"));
 }
 
 TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsNotDispatchedWhileATypeIsAwaited) {
@@ -167,9 +177,9 @@ TEST_F(ReceiveTest, ASignal13264IsDispatchedAndTheWaitGoesOn) {
     platform.Arrive(7, 13264, "abcd");
     platform.Arrive(7, 300, "next");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(),
-                ElementsAre("linx_receive({0})", "linx_sender(s3)", "handler: 13264 from Peer 'abcd'",
-                            "linx_free_buf(s3)", "linx_receive({0})", "linx_sender(s4)", "linx_free_buf(s4)"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
+                                              "handler: 13264 from Peer 'abcd'", "linx_free_buf(s3)",
+                                              "linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s4)"));
 }
 
 TEST_F(ReceiveTest, AnAwaited13264IsNotDispatchedAndDoesNotEndTheWait) {
@@ -178,6 +188,23 @@ TEST_F(ReceiveTest, AnAwaited13264IsNotDispatchedAndDoesNotEndTheWait) {
     EXPECT_EQ(endpoint.Receive(10, 13264, nobody, &message), 110);
     EXPECT_THAT(platform.Calls(), ::testing::Not(::testing::Contains(::testing::HasSubstr("handler:"))));
     EXPECT_EQ(Described(message), "13264 from Peer 'abcd'");
+}
+
+TEST_F(ReceiveTest, ARelayed13264EndsTheCallWithZero) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(13264, NoteRelay, Named("relay"));
+    platform.Arrive(7, 13264, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 0);
+    EXPECT_THAT(platform.Calls(), ::testing::Contains("relay: 13264 from Peer 'abcd'"));
+    EXPECT_EQ(Described(message), "0 from Peer ''");
+}
+
+TEST_F(ReceiveTest, ARelayedSignalEndsWithZeroAlsoAWaitThatWentOn) {
+    MeetPeers();
+    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    platform.Arrive(7, 13264, std::string(65533, 'x'));
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
 }
 
 TEST_F(ReceiveTest, AFailureInALaterTurnIsReturned) {

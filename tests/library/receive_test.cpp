@@ -17,8 +17,8 @@ TEST_F(ReceiveTest, AnUntimedReceiveOfAnythingNamesCopiesDispatchesAndFrees) {
     platform.Arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
     EXPECT_THAT(platform.Calls(),
-                ElementsAre("linx_receive({0})", "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")",
-                            "handler: 300 from Peer 'abcd'", "linx_free_buf(s1)"));
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s1)", "linx_get_name(7)",
+                            "linx_free_name(\"Peer\")", "handler: 300 from Peer 'abcd'", "linx_free_buf(s1)"));
     EXPECT_EQ(platform.namesReturned, platform.namesHandedOut);
     EXPECT_EQ(Described(endpoint.rxMessage), "300 from Peer 'abcd'");
 }
@@ -28,9 +28,25 @@ TEST_F(ReceiveTest, ATimedReceiveTakesAStampAndRecalculatesBeforeTheSignalIsFree
     platform.Arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
     EXPECT_THAT(platform.Calls(),
-                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s1)",
-                            "linx_get_name(7)", "linx_free_name(\"Peer\")", "handler: 300 from Peer 'abcd'",
-                            "ReCalcTimeout(1001)", "linx_free_buf(s1)"));
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
+                            "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")",
+                            "handler: 300 from Peer 'abcd'", "ReCalcTimeout(1001)", "linx_free_buf(s1)"));
+}
+
+/// Leaves something other than zeros where the next call has its frame.
+[[gnu::noinline]] void SoilTheStack() {
+    volatile char soil[4096];
+    for (volatile char& byte : soil) byte = '\xA5';
+}
+
+TEST_F(ReceiveTest, AnythingIsSelectedByFourZeros) {
+    for (const int timeout : {-1, 0}) {
+        platform.Arrive(7, 300);
+        SoilTheStack();
+        endpoint.Receive(timeout, 0, nobody, nullptr);
+    }
+    EXPECT_THAT(platform.Calls(),
+                ::testing::IsSupersetOf({"linx_receive({0, 0, 0, 0})", "linx_receive_w_tmo(0, {0, 0, 0, 0})"}));
 }
 
 TEST_F(ReceiveTest, AnAwaitedTypeIsSelectedTogetherWithShutdownAndProcessDied) {
@@ -64,30 +80,39 @@ TEST_F(ReceiveTest, TheAwaitedPeerDoesNotHaveToBeTheSender) {
 
 TEST_F(ReceiveTest, AQuietTimeOutGives110WithoutALine) {
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
-    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})"));
 }
 
 TEST_F(ReceiveTest, TimeOutZeroIsATimedReceive) {
     EXPECT_EQ(endpoint.Receive(0, 0, nobody, nullptr), 110);
-    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0})"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})"));
+}
+
+TEST_F(ReceiveTest, TimeOutZeroIsRecalculatedLikeAnyOther) {
+    MeetPeers();
+    platform.Arrive(7, 300);
+    EXPECT_EQ(endpoint.Receive(0, 0, nobody, nullptr), 0);
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})",
+                                              "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)"));
 }
 
 TEST_F(ReceiveTest, AnyNegativeTimeOutIsNoLimit) {
     platform.Arrive(7, 300);
     EXPECT_EQ(endpoint.Receive(-2147483647 - 1, 0, nobody, nullptr), 0);
-    EXPECT_EQ(platform.Calls().front(), "linx_receive({0})");
+    EXPECT_EQ(platform.Calls().front(), "linx_receive({0, 0, 0, 0})");
 }
 
 TEST_F(ReceiveTest, AFailedReceiveIsLoggedAndReturned) {
     platform.Fail("linx_receive", {EINVAL});
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 22);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "log 2 linxIpc:700 Receive: error 22"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "log 2 linxIpc:700 Receive: error 22"));
 }
 
 TEST_F(ReceiveTest, AFailedTimedReceiveIsLoggedAndReturned) {
     platform.Fail("linx_receive_w_tmo", {ECHILD});
     EXPECT_EQ(endpoint.Receive(10, 0, nobody, nullptr), 10);
-    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(10) = 1001", "linx_receive_w_tmo(10, {0})",
+    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(10) = 1001", "linx_receive_w_tmo(10, {0, 0, 0, 0})",
                                               "log 2 linxIpc:700 Receive: error 10"));
 }
 
@@ -113,7 +138,7 @@ TEST_F(ReceiveTest, AMessageThatIsTooLongIsLoggedDispatchedAndFreed) {
     endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
     platform.Arrive(7, 300, std::string(65533, 'x'));
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 90);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)",
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
                                               "log 2 linxIpc:770 Receive: error allocating message: 90",
                                               "handler: 300 from Peer ''", "linx_free_buf(s3)"));
 }
@@ -162,9 +187,9 @@ TEST_F(ReceiveTest, AHandlerMayReceiveAndRequestItself) {
     platform.Arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
     EXPECT_THAT(platform.Calls(),
-                ElementsAre("linx_receive({0})", "linx_sender(s3)", "linx_alloc(4, 0) = s5", "linx_send(s5, 7)",
-                            "linx_receive({3, 1280, 1281, 400})", "linx_sender(s4)", "linx_free_buf(s4)",
-                            "reply: 400 from Peer 'abcd'", "linx_free_buf(s3)"));
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_alloc(4, 0) = s5",
+                            "linx_send(s5, 7)", "linx_receive({3, 1280, 1281, 400})", "linx_sender(s4)",
+                            "linx_free_buf(s4)", "reply: 400 from Peer 'abcd'", "linx_free_buf(s3)"));
 }
 
 TEST_F(ReceiveTest, ARelayMessageOfTheCallerAdoptsThePayload) {
@@ -188,21 +213,21 @@ TEST_F(ReceiveTest, LinxIsAskedForANameOncePerSpid) {
     endpoint.Receive(-1, 0, nobody, nullptr);
     platform.Calls();
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(Described(endpoint.rxMessage), "301 from Peer ''");
 }
 
 TEST_F(ReceiveTest, ANameThatCannotBeToldStaysUnknown) {
     platform.Arrive(9, 300);
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(),
-                ElementsAre("linx_receive({0})", "linx_sender(s1)", "linx_get_name(9)", "linx_free_buf(s1)"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s1)", "linx_get_name(9)",
+                                              "linx_free_buf(s1)"));
     EXPECT_EQ(Described(endpoint.rxMessage), "300 from unknown ''");
 
     platform.Knows(9, "Known");
     platform.Arrive(9, 301);
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(Described(endpoint.rxMessage), "301 from unknown ''");
 }
 
@@ -260,8 +285,9 @@ TEST_F(ReceiveTest, AHuntSignalEndsTheCallAndIsNotFreed) {
     endpoint.RegisterDefault(NoteMessage, Named("default"));
     platform.Arrive(7, 251, "left out");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})",
-                                              "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
+                            "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")"));
     EXPECT_EQ(Described(endpoint.rxMessage), "251 from Peer ''");
     EXPECT_EQ(platform.SignalsInHand(), std::set<std::string>{"s1"});
 }
@@ -274,13 +300,23 @@ TEST_F(ReceiveTest, AnAwaitedHuntSignalIsNotFreedEither) {
     EXPECT_EQ(Described(message), "251 from Peer ''");
 }
 
+TEST_F(ReceiveTest, AHuntSignalStaysQueuedWhileAnotherTypeIsAwaited) {
+    platform.Arrive(7, 251);
+    platform.Arrive(7, 300, "abcd");
+    EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &message), 0);
+    EXPECT_EQ(Described(message), "300 from Peer 'abcd'");
+    EXPECT_EQ(endpoint.Receive(-1, 251, nobody, &message), 0);
+    EXPECT_EQ(Described(message), "251 from Peer ''");
+}
+
 TEST_F(ReceiveTest, AHuntSignalGivesTheResultOfTheMessagesAllocate) {
     MeetPeers();
     RelayMessage relay(&endpoint);
     platform.Arrive(7, 251);
     platform.Fail("linx_alloc", {ENOMEM});
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &relay), 1);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)", "linx_alloc(4, 251) = null"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_alloc(4, 251) = null"));
 }
 
 // Relay handlers
@@ -290,9 +326,10 @@ TEST_F(ReceiveTest, ARelayHandlerGetsTheSignalItself) {
     endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
     platform.Arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(),
-                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s1)",
-                            "linx_get_name(7)", "linx_free_name(\"Peer\")", "relay: 300 from Peer 'abcd'"));
+    EXPECT_THAT(
+        platform.Calls(),
+        ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s1)",
+                    "linx_get_name(7)", "linx_free_name(\"Peer\")", "relay: 300 from Peer 'abcd'"));
     EXPECT_EQ(platform.Content(endpoint.relayMessage.Sig()), "300 'abcd'");
     EXPECT_EQ(Described(endpoint.rxMessage), "0 from Peer ''") << "only the sender is taken over";
 }
@@ -305,7 +342,7 @@ TEST_F(ReceiveTest, ASignalThatWasNotRelayedIsFreedByTheNext) {
     endpoint.Receive(-1, 0, nobody, nullptr);
     platform.Calls();
     endpoint.Receive(-1, 0, nobody, nullptr);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s4)", "linx_free_buf(s3)",
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s3)",
                                               "relay: 300 from Other 'efgh'"));
 }
 
@@ -325,7 +362,8 @@ TEST_F(ReceiveTest, ARelayedShutdownRequestEndsTheCallWithZero) {
     endpoint.RegisterShutdown(NoteMessage, Named("shutdown"));
     platform.Arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)", "relay: 1280 from Peer ''"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "relay: 1280 from Peer ''"));
 }
 
 TEST_F(ReceiveTest, ARelayedProcessDiedNoticeEndsTheCallWithZero) {
@@ -345,8 +383,8 @@ TEST_F(ReceiveTest, TheDefaultHandlerTakesWhatHasNoHandler) {
     endpoint.RegisterDefault(NoteMessage, Named("default"));
     platform.Arrive(7, 301, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0})", "linx_sender(s3)", "default: 301 from Peer 'abcd'",
-                                              "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
+                                              "default: 301 from Peer 'abcd'", "linx_free_buf(s3)"));
 }
 
 TEST_F(ReceiveTest, WithoutAnyHandlerTheMessageIsCopiedOnly) {
@@ -364,9 +402,9 @@ TEST_F(ReceiveTest, AShutdownRequestIsDispatchedAndEndsTheCallWith108) {
     platform.Arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 108);
     EXPECT_THAT(platform.Calls(),
-                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0})", "linx_sender(s3)",
-                            "shutdown: 1280 from Peer ''", "ReCalcTimeout(1001)", "linx_free_buf(s3)",
-                            "log 512 linxIpc:802 Receive: Shutdown Requested"));
+                ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
+                            "linx_sender(s3)", "shutdown: 1280 from Peer ''", "ReCalcTimeout(1001)",
+                            "linx_free_buf(s3)", "log 512 linxIpc:802 Receive: Shutdown Requested"));
 }
 
 TEST_F(ReceiveTest, AShutdownRequestIsDispatchedWhileAnotherTypeIsAwaited) {
@@ -392,10 +430,10 @@ TEST_F(ReceiveTest, AShutdownRequestThatCannotBeCopiedGives108) {
     platform.Arrive(7, 1280, "abcd");
     interposed::refusesArrays = true;
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 108);
-    EXPECT_THAT(
-        platform.Calls(),
-        ElementsAre("linx_receive({0})", "linx_sender(s3)", "log 2 linxIpc:770 Receive: error allocating message: 12",
-                    "linx_free_buf(s3)", "log 512 linxIpc:802 Receive: Shutdown Requested"));
+    EXPECT_THAT(platform.Calls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
+                            "log 2 linxIpc:770 Receive: error allocating message: 12", "linx_free_buf(s3)",
+                            "log 512 linxIpc:802 Receive: Shutdown Requested"));
 }
 
 // Nothing is lost

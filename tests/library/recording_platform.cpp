@@ -10,10 +10,13 @@
 #include "platform/DiffTime.h"
 #include "platform/LogClient.h"
 #include "platform/Watchdog.h"
+#include "tests/support/failing_new.h"
 
 struct LINX {
     std::string name;
 };
+
+using linxtest::UnfailingNew;
 
 namespace recording {
 
@@ -36,9 +39,11 @@ std::string Quoted(const char* text) {
     return text != nullptr ? "\"" + std::string(text) + "\"" : "null";
 }
 
+/// All words of the selection. Where it is one for any signal the library has three more behind the count.
 std::string Listed(const std::uint32_t* selection) {
+    const std::uint32_t behind = selection[0] != 0 ? selection[0] : 3;
     std::string text = "{" + std::to_string(selection[0]);
-    for (std::uint32_t i = 1; i <= selection[0]; ++i) text += ", " + std::to_string(selection[i]);
+    for (std::uint32_t i = 1; i <= behind; ++i) text += ", " + std::to_string(selection[i]);
     return text + "}";
 }
 
@@ -59,6 +64,11 @@ void Platform::Reset() {
 
 std::vector<std::string> Platform::Calls() {
     return std::exchange(calls, {});
+}
+
+void Platform::Note(const std::string& call) {
+    const UnfailingNew ours;
+    calls.push_back(call);
 }
 
 std::set<std::string> Platform::SignalsInHand() const {
@@ -87,6 +97,12 @@ std::string Platform::Arrive(LinxSpid from, std::uint32_t number, const std::str
     payload.copy(&buffer.bytes[4], payload.size());
     queue.push_back(buffer.Head());
     return buffer.id;
+}
+
+void Platform::ForgetWhatWasToCome() {
+    for (LinxSignal* queued : std::exchange(queue, {})) Take(&queued);
+    failures.clear();
+    failsAlways.clear();
 }
 
 LinxSignal* Platform::Signal(std::uint32_t number, const std::string& payload) {
@@ -200,6 +216,7 @@ using recording::platform;
 using recording::Quoted;
 
 LINX* linx_open(const char* name, std::uint32_t options, void* argument) {
+    const UnfailingNew ours;
     LINX* linx = platform.Fails("linx_open") ? nullptr : platform.Open(name);
     platform.Note("linx_open(" + Quoted(name) + ", " + std::to_string(options) + ", " +
                   (argument == nullptr ? "null" : "argument") + ")");
@@ -207,17 +224,20 @@ LINX* linx_open(const char* name, std::uint32_t options, void* argument) {
 }
 
 int linx_get_descriptor(LINX* linx) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_get_descriptor");
     platform.ExposeDescriptor();
     return platform.descriptor;
 }
 
 int linx_close(LINX* linx) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_close");
     return 0;
 }
 
 int linx_hunt(LINX* linx, const char* name, LinxSignal** huntSignal) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_hunt(" + Quoted(name) + ", " + platform.Id(huntSignal) + ")");
     if (platform.Fails("linx_hunt")) return -1;
     platform.Hunt(name);
@@ -225,12 +245,14 @@ int linx_hunt(LINX* linx, const char* name, LinxSignal** huntSignal) {
 }
 
 LinxRef linx_attach(LINX* linx, LinxSignal** notice, LinxSpid spid) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_attach(" + platform.Id(notice) + ", " + std::to_string(spid) + ")");
     platform.Take(notice);
     return platform.Fails("linx_attach") ? 0 : platform.NewReference();
 }
 
 LinxSignal* linx_alloc(LINX* linx, std::uint32_t size, std::uint32_t number) {
+    const UnfailingNew ours;
     const std::string call = "linx_alloc(" + std::to_string(size) + ", " + std::to_string(number) + ")";
     if (platform.Fails("linx_alloc")) {
         platform.Call(linx, call + " = null");
@@ -244,6 +266,7 @@ LinxSignal* linx_alloc(LINX* linx, std::uint32_t size, std::uint32_t number) {
 }
 
 int linx_free_buf(LINX* linx, LinxSignal** signal) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_free_buf(" + platform.Id(signal) + ")");
     if (signal == nullptr || platform.Find(*signal) == nullptr) {
         errno = EINVAL;
@@ -255,6 +278,7 @@ int linx_free_buf(LINX* linx, LinxSignal** signal) {
 }
 
 int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_send(" + platform.Id(signal) + ", " + std::to_string(to) + ")");
     const recording::Platform::Buffer* buffer = platform.Find(*signal);
     if (buffer == nullptr) {
@@ -268,24 +292,28 @@ int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
 }
 
 int linx_receive(LINX* linx, LinxSignal** signal, const std::uint32_t* selection) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_receive(" + Listed(selection) + ")");
     if (platform.Fails("linx_receive")) return -1;
     return platform.Receive(signal, selection, false);
 }
 
 int linx_receive_w_tmo(LINX* linx, LinxSignal** signal, std::uint32_t milliseconds, const std::uint32_t* selection) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_receive_w_tmo(" + std::to_string(milliseconds) + ", " + Listed(selection) + ")");
     if (platform.Fails("linx_receive_w_tmo")) return -1;
     return platform.Receive(signal, selection, true);
 }
 
 LinxSpid linx_sender(LINX* linx, LinxSignal** signal) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_sender(" + platform.Id(signal) + ")");
     const recording::Platform::Buffer* buffer = platform.Find(*signal);
     return buffer != nullptr ? buffer->sender : 0;
 }
 
 int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_get_name(" + std::to_string(spid) + ")");
     const std::string* known = platform.NameOf(spid);
     if (known == nullptr) {
@@ -298,6 +326,7 @@ int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
 }
 
 int linx_free_name(LINX* linx, char** name) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_free_name(" + Quoted(*name) + ")");
     ++platform.namesReturned;
     std::free(std::exchange(*name, nullptr));
@@ -305,6 +334,7 @@ int linx_free_name(LINX* linx, char** name) {
 }
 
 LinxRef linx_request_tmo(LINX* linx, std::uint32_t milliseconds, LinxSignal** signal) {
+    const UnfailingNew ours;
     const std::string call = "linx_request_tmo(" + std::to_string(milliseconds) + ", " + platform.Id(signal) + ")";
     if (signal != nullptr) platform.Take(signal);
     const LinxRef reference = platform.Fails("linx_request_tmo") ? 0 : platform.NewReference();
@@ -313,22 +343,26 @@ LinxRef linx_request_tmo(LINX* linx, std::uint32_t milliseconds, LinxSignal** si
 }
 
 int linx_cancel_tmo(LINX* linx, LinxRef* reference) {
+    const UnfailingNew ours;
     platform.Call(linx, "linx_cancel_tmo(" + std::to_string(*reference) + ")");
     return platform.cancelResult;
 }
 
 unsigned DiffTime::CalcInitialTimeout(int milliseconds) {
+    const UnfailingNew ours;
     const unsigned stamp = platform.NewStamp(milliseconds);
     platform.Note("CalcInitialTimeout(" + std::to_string(milliseconds) + ") = " + std::to_string(stamp));
     return stamp;
 }
 
 int DiffTime::ReCalcTimeout(unsigned stamp) {
+    const UnfailingNew ours;
     platform.Note("ReCalcTimeout(" + std::to_string(stamp) + ")");
     return platform.TimeLeft(stamp);
 }
 
 int Watchdog::PetWatchdog() {
+    const UnfailingNew ours;
     platform.Note("PetWatchdog");
     return platform.petResult;
 }
@@ -356,10 +390,12 @@ struct LogMsg::Line {
     std::ostringstream stream;
 };
 
-LogMsg::LogMsg() : line(new Line) {}
+LogMsg::LogMsg() = default;
 LogMsg::~LogMsg() = default;
 
 std::ostream& LogMsg::Log(unsigned level, const std::string& process) {
+    line = std::make_unique<Line>();  // the one thing that there may be no memory for
+    const UnfailingNew ours;
     if (platform.tracesLogObjects) platform.Note("Log(" + std::to_string(level) + ", " + process + ")");
     line->level = level;
     line->process = process;
@@ -367,12 +403,15 @@ std::ostream& LogMsg::Log(unsigned level, const std::string& process) {
 }
 
 SysLogMsg::SysLogMsg() {
+    const UnfailingNew ours;
     if (platform.tracesLogObjects) platform.Note("SysLogMsg");
     ++platform.logObjects;
 }
 
 SysLogMsg::~SysLogMsg() {
+    const UnfailingNew ours;
     if (platform.tracesLogObjects) platform.Note("~SysLogMsg");
+    if (!line) return;
     const std::string text = line->stream.str();
     platform.logs.push_back({line->level, line->process, text, line->stream.fail()});
     platform.Note("log " + std::to_string(line->level) + " " + text);

@@ -45,7 +45,7 @@ public:
     /// Signals are called s1, s2, ... as they come into being. A call on a handle other than the one opened first has
     /// the handle's name in front: "[Other]linx_close", "[null]linx_cancel_tmo(0)".
     std::vector<std::string> Calls();
-    void Note(const std::string& call) { calls.push_back(call); }
+    void Note(const std::string& call);
 
     std::vector<LogRecord> logs;
     std::vector<SentSignal> sent;
@@ -86,6 +86,9 @@ public:
 
     /// Queues a signal; returns what it is called in the calls.
     std::string Arrive(LinxSpid from, std::uint32_t number, const std::string& payload = "");
+
+    /// Forgets the signals that are queued and the failures that have not happened yet.
+    void ForgetWhatWasToCome();
 
     /// A signal of the test's own, as if it had been received.
     LinxSignal* Signal(std::uint32_t number, const std::string& payload);

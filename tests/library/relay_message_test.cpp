@@ -108,6 +108,11 @@ TEST_F(RelayMessageTest, ThereIsNoBoundOnTheSize) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(65537, 300) = s1"));
 }
 
+TEST_F(RelayMessageTest, TheBoundOfTheBaseHoldsWhateverTheSignalHasRoomFor) {
+    message.Allocate(300, 65533, nullptr);
+    EXPECT_EQ(message.IpcMessage::Allocate(300, 65533, nullptr), 90);
+}
+
 TEST_F(RelayMessageTest, FillWritesIntoTheSignal) {
     message.Allocate(300, 4, nullptr);
     EXPECT_EQ(message.Fill("ab", 2), 0);

@@ -146,9 +146,9 @@ TEST_F(RelayTest, ARelayHandlerPassesTheReceivedSignalOn) {
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_THAT(platform.Calls(),
-                ElementsAre("linx_receive({0})", "linx_sender(s3)", "linx_get_name(8)", "linx_free_name(\"First\")",
-                            "from First", "linx_send(s3, 7)", "linx_receive({0})", "linx_sender(s4)", "from First",
-                            "linx_send(s4, 7)"));
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_get_name(8)",
+                            "linx_free_name(\"First\")", "from First", "linx_send(s3, 7)",
+                            "linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "from First", "linx_send(s4, 7)"));
     EXPECT_EQ(platform.sent.at(0).number, 400u);
     EXPECT_EQ(platform.sent.at(0).payload, "Xbcd");
     EXPECT_EQ(platform.sent.at(1).payload, "Xfgh");

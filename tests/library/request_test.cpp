@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <cstdint>
 #include <string>
 
 #include "fixture.h"
@@ -62,6 +63,45 @@ TEST_F(RequestTest, AReplyFromSomebodyElseIsAReply) {
     platform.Arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 0);
     EXPECT_EQ(Described(reply), "400 from Other 'other'");
+}
+
+TEST_F(RequestTest, ALateReplyIsTakenForTheNextOne) {
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 10, &reply), 110);
+    platform.Arrive(7, 400, "late");
+    platform.Arrive(7, 400, "right");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 10, &reply), 0);
+    EXPECT_EQ(Described(reply), "400 from ConfigMgr 'late'");
+    EXPECT_EQ(endpoint.Receive(10, 400, "ConfigMgr", &reply), 0);
+    EXPECT_EQ(Described(reply), "400 from ConfigMgr 'right'");
+}
+
+TEST_F(RequestTest, AReplyWithARelayHandlerGoesToThat) {
+    endpoint.RegisterRelayHandler(400, NoteRelay, Named("relay"));
+    reply.Allocate(299, 6, std::string("before").data());
+    platform.Arrive(7, 400, "abcd");
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 0);
+    EXPECT_THAT(platform.Calls(), ::testing::Contains("relay: 400 from ConfigMgr 'abcd'"));
+    EXPECT_EQ(Described(reply), "299 from ConfigMgr 'before'") << "only the sender is taken over";
+}
+
+TEST_F(RequestTest, AShutdownRequestWithARelayHandlerEndsTheWaitWithZero) {
+    endpoint.RegisterRelayHandler(1280, NoteRelay, Named("relay"));
+    platform.Arrive(8, 1280);
+    EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, &reply), 0);
+    EXPECT_EQ(Described(reply), "0 from Other ''");
+}
+
+TEST_F(RequestTest, TheNoticeOfAnAttachDoesNotEndTheWait) {
+    for (const unsigned number : {500u, 1281u}) {
+        ASSERT_EQ(endpoint.Attach("ConfigMgr", number), 0);
+        platform.Arrive(7, number);
+        EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 10, &reply), 110);
+    }
+}
+
+TEST_F(RequestTest, ADestinationThatIsNotInTheDirectoryCannotBeToldDead) {
+    for (std::int32_t process = -1; process <= 39; ++process) platform.Arrive(7, 1281, Word(process));
+    EXPECT_EQ(endpoint.Request("Other", request, 400, 10, &reply), 110);
 }
 
 TEST_F(RequestTest, AFailedSendIsLoggedAndReturned) {

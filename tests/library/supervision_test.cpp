@@ -86,6 +86,32 @@ TEST_F(SupervisionTest, EveryAttachGivesANoticeOfItsOwn) {
                                               "linx_alloc(4, 501) = s3", "linx_attach(s3, 7)"));
 }
 
+TEST_F(SupervisionTest, APeerThatHasOpenedAgainIsSupervisedAsItWasUntilItIsSentTo) {
+    KnowPeer();
+    platform.Answers("Peer", {17});
+    platform.Knows(17, "Peer");
+    EXPECT_EQ(endpoint.Attach("Peer", 500), 0);
+    EXPECT_EQ(platform.Calls().back(), "linx_attach(s2, 7)");
+    EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
+    EXPECT_EQ(endpoint.Attach("Peer", 500), 0);
+    EXPECT_EQ(platform.Calls().back(), "linx_attach(s4, 7)") << "to seek it does not change what is remembered";
+
+    platform.Fail("linx_send", {ECONNRESET});
+    IpcMessage message;
+    EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
+    EXPECT_EQ(endpoint.Attach("Peer", 500), 0);
+    EXPECT_EQ(platform.Calls().back(), "linx_attach(s8, 17)");
+}
+
+TEST_F(SupervisionTest, APeerThatHasOpenedAgainIsSupervisedAnewOnceItWasHeard) {
+    KnowPeer();
+    platform.Knows(17, "Peer");
+    platform.Arrive(17, 300);
+    endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
+    EXPECT_EQ(endpoint.Attach("Peer", 500), 0);
+    EXPECT_EQ(platform.Calls().back(), "linx_attach(s3, 17)");
+}
+
 TEST_F(SupervisionTest, ANullNameThrowsBeforeAnythingHappens) {
     EXPECT_THROW(endpoint.Attach(nullptr, 500), std::logic_error);
     EXPECT_THAT(platform.Calls(), IsEmpty());

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 
 #include "directory/LinxServerNameList.h"
 #include "ipc/linxIpc.h"
@@ -219,6 +220,47 @@ TEST_F(Library, ASupervisedPeersEndCallsTheHandler) {
     EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
 }
 
+TEST_F(Library, ARestartedPeerIsSupervisedAsTheOneThatEndedUntilItIsSentTo) {
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(0, endpoint.Init());
+    int ends = 0;
+    endpoint.RegisterHandler(ended, count, &ends);
+    {
+        Child first(server(question, [](LinxIpc*, void*) {}));
+        first.hear();
+        ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
+        first.kill9();
+    }
+    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ(1, ends);
+
+    Child second(server(question, [](LinxIpc*, void*) {}));
+    second.hear();
+    ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
+    EXPECT_EQ(0, endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr)) << "of the first, at once";
+    EXPECT_EQ(2, ends);
+
+    EXPECT_EQ(0, notify(endpoint, stateName(), news));
+    ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
+    EXPECT_EQ(ETIMEDOUT, endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr));
+    second.kill9();
+    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ(3, ends);
+    EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
+}
+
+TEST_F(Library, HandlersThatThrowCostNoMemoryOfTheDomain) {
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(0, endpoint.Init());
+    endpoint.RegisterHandler(
+        news, [](LinxIpc*, void*) { throw std::runtime_error("of the handler"); }, nullptr);
+    const std::string large(60000, 'x');
+    for (int i = 0; i < 2000; ++i) {  // 120 MB: an endpoint may hold 64
+        ASSERT_EQ(0, notify(endpoint, uiName(), news, large)) << i;
+        ASSERT_THROW(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), std::runtime_error);
+    }
+}
+
 TEST_F(Library, ATimerCallsItsHandler) {
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
@@ -234,6 +276,14 @@ TEST_F(Library, ATimerCallsItsHandler) {
     ASSERT_EQ(0, endpoint.EnableTimer(1, news));
     EXPECT_EQ(0, endpoint.DisableTimer());
     EXPECT_EQ(ETIMEDOUT, endpoint.Receive(20, 0, LinxIpc::emptyString, nullptr));
+}
+
+TEST_F(Library, ATimerOfMinusOneIsNotDueSoon) {
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(0, endpoint.EnableTimer(-1, news));
+    EXPECT_EQ(ETIMEDOUT, endpoint.Receive(20, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ(0, endpoint.DisableTimer());
 }
 
 TEST_F(Library, AShutdownRequestIsDispatchedAndEndsTheReceive) {

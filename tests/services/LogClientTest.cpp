@@ -9,6 +9,7 @@
 
 #include "platform/LogClient.h"
 #include "tests/services/ChildProcess.h"
+#include "tests/support/failing_new.h"
 
 namespace {
 
@@ -29,6 +30,7 @@ extern "C" void syslog(int priority, const char* format, ...) {
     va_start(arguments, format);
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
+    const linxtest::UnfailingNew ours;
     syslogLines.push_back({priority, text});
     errno = errnoLeftBySyslog;
 }
@@ -136,6 +138,18 @@ TEST(LogClient, LeavesErrnoAloneWhereTheMaskCannotBeRead) {
               }));
 }
 
+TEST(LogClient, IsMadeByTheNextUseWhereThereWasNoMemoryForTheFirst) {
+    EXPECT_EQ(0, RunInChild({{"LINX_LOG_LEVEL", "7"}}, [] {
+                  linxtest::newThatFails = 1;
+                  try {
+                      LogClient::Instance();
+                      return 1;
+                  } catch (const std::bad_alloc&) {
+                  }
+                  return LogClient::Instance()->Level() == 7 ? 0 : 2;
+              }));
+}
+
 TEST(SysLogMsg, WritesOneLineToStandardErrorWhereAskedTo) {
     EXPECT_EQ("configd: linxIpc:342 open failed\n", StandardErrorOf("stderr", [] {
                   SysLogMsg message;
@@ -192,6 +206,77 @@ TEST(SysLogMsg, KeepsALongLineWhole) {
     close(pipeEnds[1]);
     EXPECT_EQ("configd: " + text + "\n", ReadAll(pipeEnds[0]));
     close(pipeEnds[0]);
+}
+
+/// Logs `text` while each `new` in turn fails, until none is left that could. False when more than its beginning is
+/// logged, or what an exception has ended, or the last line is not whole.
+bool LoggedAsFarAsMemoryGoes(const std::string& text) {
+    for (unsigned n = 1;; ++n) {
+        syslogLines.clear();
+        bool begun = true;
+        linxtest::newThatFails = n;
+        try {
+            SysLogMsg message;
+            message.Log(2, "a process with a long name") << text;
+        } catch (const std::bad_alloc&) {
+            begun = false;
+        }
+        const bool failed = std::exchange(linxtest::newThatFails, 0) == 0;
+        if (!failed) return n > 3 && syslogLines.size() == 1 && syslogLines[0].text == text;
+        if (syslogLines.size() > (begun ? 1u : 0u)) return false;
+        if (!syslogLines.empty() && text.rfind(syslogLines[0].text, 0) != 0) return false;
+    }
+}
+
+TEST(SysLogMsg, IsDroppedWhereThereIsNoMemoryForIt) {
+    const std::string text(500, 'x');
+    for (const char* log : {"syslog", "stderr"}) {
+        EXPECT_EQ(0, RunInChild({{"LINX_LOG", log}},
+                                [&] {
+                                    close(STDERR_FILENO);
+                                    return LoggedAsFarAsMemoryGoes(text) ? 0 : 1;
+                                }))
+            << log;
+    }
+}
+
+TEST(SysLogMsg, IsEchoedInWholeOrNotWrittenAtAll) {
+    const std::string text(500, 'x');
+    const std::string written = StandardErrorOf("stderr", [&] {
+        for (unsigned n = 1; n <= 20; ++n) {
+            syslogLines.clear();
+            linxtest::newThatFails = n;
+            try {
+                LogLine(2, text);
+            } catch (const std::bad_alloc&) {
+            }
+            linxtest::newThatFails = 0;
+            const std::string heard = syslogLines.empty() ? "" : "(" + syslogLines[0].text + ")\n";
+            write(STDERR_FILENO, heard.data(), heard.size());
+        }
+    });
+    // Each line is followed by what syslog was given: the same, and never one without the other.
+    std::istringstream lines(written);
+    unsigned count = 0;
+    for (std::string line, heard; std::getline(lines, line); ++count) {
+        ASSERT_TRUE(std::getline(lines, heard));
+        EXPECT_EQ("(" + line.substr(line.find(' ') + 1) + ")", heard);
+    }
+    EXPECT_GT(count, 10u);
+    EXPECT_LT(count, 20u);
+}
+
+TEST(SysLogMsg, ASecondBeginningKeepsTheTextAndChangesTheRest) {
+    const auto begin = [] {
+        SysLogMsg message;
+        message.Log(32, "configd") << "one, ";
+        message.Log(2, "connectd") << "two";
+    };
+    EXPECT_EQ("connectd: one, two\n", StandardErrorOf("stderr", begin));
+    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "syslog"}}, [&] {
+                  begin();
+                  return syslogLines.size() == 1 && syslogLines[0].priority == LOG_ERR ? 0 : 1;
+              }));
 }
 
 TEST(SysLogMsg, AlwaysGoesToSyslogWithoutTheProcessNameThatSyslogAdds) {

@@ -1,19 +1,12 @@
 // In a file of its own: a compiler that sees both ends of an allocation takes the replaced ones for a mismatch.
 
-#include "tests/host/failing_new.h"
+#include "tests/support/failing_new.h"
 
 #include <cstdlib>
 #include <new>
 
-namespace linxtest {
-
-thread_local unsigned newThatFails = 0;
-
-}  // namespace linxtest
-
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    const bool fails = linxtest::newThatFails != 0 && --linxtest::newThatFails == 0;
-    return fails ? nullptr : std::malloc(size != 0 ? size : 1);
+    return linxtest::newFails() ? nullptr : std::malloc(size != 0 ? size : 1);
 }
 void* operator new[](std::size_t size, const std::nothrow_t& nothrow) noexcept {
     return operator new(size, nothrow);
