@@ -165,7 +165,7 @@ int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     if (!cold.entered()) return errno;
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
-    if (isUnderPressure() || slot().leasedLines.loadRelaxed() + c.lines > share) shrinkTo(0);
+    if (slot().leasedLines.loadRelaxed() + c.lines > share) shrinkTo(0);
     const uint32_t leased = slot().leasedLines.loadRelaxed();
     if (leased + c.lines > share) return ENOMEM;
     keptLines_ = lease::keptBy(arena());
@@ -235,21 +235,23 @@ void Pool::trim() {
 
 void Pool::yieldToPressure() {
     takeReturned();
+    const uint32_t pressure = arena().header().pressure.loadRelaxed();
     // Others were asked at the same moment, and have the lock for a moment each.
-    for (int left = attemptsToYield; left != 0 && isUnderPressure(); --left) {
+    for (int left = attemptsToYield; left != 0; --left) {
         const ColdSection cold(domain_, ColdSection::Patience::tryOnce);
         if (cold.entered()) {
-            shrinkTo(0);
-        } else {
-            sched_yield();
+            // Some small ones stay, so that small talk goes on while somebody is stopped who has the lock.
+            shrinkTo(keptLines_ / 64);
+            pressureSeen_ = pressure;
+            return;
         }
+        sched_yield();
     }
 }
 
 /// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES a cold
 /// section.
 void Pool::shrinkTo(uint32_t lines) {
-    const uint32_t pressure = arena().header().pressure.loadRelaxed();
     uint32_t left = countLines();
     uint32_t given = 0;
     for (uint32_t sizeClass = sizeClassCount; sizeClass-- > 0;) {
@@ -268,7 +270,6 @@ void Pool::shrinkTo(uint32_t lines) {
     if (lines != 0) return;
     lostSome_ = lostSome_ || std::any_of(count_.begin(), count_.end(), [](uint32_t blocks) { return blocks != 0; });
     count_.fill(0);
-    pressureSeen_ = pressure;
 }
 
 }  // namespace linx
