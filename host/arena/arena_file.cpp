@@ -133,13 +133,16 @@ ArenaMapping mapArenaFile(int file, uint32_t unitCount) {
 }
 
 bool reservePages(int file, uint32_t first, uint32_t count) {
-    // In pieces: a signal has the kernel undo what it has begun, and where they come one on the heels of another the
-    // whole would never be done.
-    constexpr uint32_t mostAtOnce = 16;
+    // A signal has the kernel undo what it has begun: where they come one on the heels of another, large pieces would
+    // never be done.
+    constexpr uint32_t smallPiece = 16;
+    constexpr uint32_t largestPiece = 4096;
+    uint32_t piece = smallPiece;
     while (count != 0) {
-        const uint32_t pages = std::min(count, mostAtOnce);
+        const uint32_t pages = std::min(count, piece);
         const int failure =
             posix_fallocate(file, static_cast<off_t>(first) * unitBytes, static_cast<off_t>(pages) * unitBytes);
+        piece = failure == EINTR ? smallPiece : std::min(2 * piece, largestPiece);
         if (failure == EINTR) continue;
         if (failure != 0) {
             errno = failure == ENOSPC ? ENOMEM : failure;  // a full file system is memory that has run out

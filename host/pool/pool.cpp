@@ -89,9 +89,10 @@ uint32_t Pool::countLines() {
 /// it back who was held up.
 void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
     const uint32_t lines = sizeClasses[sizeClass].lines;
-    if (isOpen(arena(), home)) arena().slot(indexOf(home)).leasedLines.addRelaxed(0u - lines);
+    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is larger.
     slot().leasedLines.addRelaxed(lines);
-    block.home.storeRelaxed(home_);
+    block.home.storeRelease(home_);
+    if (isOpen(arena(), home)) arena().slot(indexOf(home)).leasedLines.addRelaxed(0u - lines);
 }
 
 void Pool::markFree(Block& block, uint32_t sizeClass) {
@@ -158,6 +159,12 @@ void Pool::takeReturned() {
     if (keepsTooMuch()) trim();
 }
 
+/// Lines that the endpoint is home to. Fewer than none, or more than there are, is what garbage leaves: none then.
+uint32_t Pool::leasedLines() const {
+    const uint32_t leased = slot().leasedLines.loadRelaxed();
+    return leased > arena().unitCount() * linesPerUnit ? 0 : leased;
+}
+
 /// Returns the errno value that tells why there may be no block nevertheless. `mayPress`: it may be that others keep
 /// what is wanted.
 int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
@@ -165,8 +172,8 @@ int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     if (!cold.entered()) return errno;
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
-    if (slot().leasedLines.loadRelaxed() + c.lines > share) shrinkTo(0);
-    const uint32_t leased = slot().leasedLines.loadRelaxed();
+    if (leasedLines() + c.lines > share) shrinkTo(0);
+    const uint32_t leased = leasedLines();
     if (leased + c.lines > share) return ENOMEM;
     keptLines_ = lease::keptBy(arena());
     const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
@@ -210,7 +217,7 @@ void Pool::awaitRelief(uint32_t sizeClass) {
         const ColdSection cold(domain_);
         if (!cold.entered()) return;
         const uint32_t share = lease::shareOf(arena());
-        const uint32_t leased = slot().leasedLines.loadRelaxed();
+        const uint32_t leased = leasedLines();
         if (leased + lines > share || lease(cold, sizeClass, 1)) return;
         lease::reclaim(cold, lines);
         if (lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased)) return;

@@ -66,6 +66,7 @@ private:
     uint32_t countLines();
     bool giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home);
     bool learnHome(Spid home);
+    uint32_t leasedLines() const;
     int leaseMore(uint32_t sizeClass, bool& mayPress);
     bool lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted);
     bool leaseLarger(const ColdSection& cold, uint32_t sizeClass, uint32_t room);
