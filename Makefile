@@ -96,6 +96,10 @@ scribble: dependencies ## Scribbles over the memory of processes at their work; 
 	@cmake --build --preset asan --target linx-scribble
 	@build/asan/tests/scribble/linx-scribble --rounds $(or $(ROUNDS),10000) $(if $(SEED),--seed $(SEED))
 
+.PHONY: mutants
+mutants: mutants-dependencies ## Breaks single steps and tells which no test notices, half an hour; COUNT=50, SEED=, ONLY=
+	@tests/mutants/run --count $(or $(COUNT),50) $(if $(SEED),--seed $(SEED)) $(foreach path,$(ONLY),--only $(path))
+
 .PHONY: abi-baseline
 abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
 	@cmake --preset release >/dev/null
@@ -113,6 +117,10 @@ clang-dependencies:
 .PHONY: fuzz-dependencies
 fuzz-dependencies: clang-dependencies
 	@scripts/install-dependencies libclang-rt-dev
+
+.PHONY: mutants-dependencies
+mutants-dependencies: dependencies
+	@scripts/install-dependencies python3 git
 
 # Not g++-multilib, beside which no cross compiler can be installed.
 mixed-dependencies: dependencies

@@ -22,7 +22,7 @@ struct Options {
     unsigned repeat = 5;
     std::vector<std::string> scenarios, peers;
     std::vector<std::size_t> payloads;
-    std::string json, markdown, plots;
+    std::string json, markdown, plots, from;
 };
 
 template <class T>
@@ -109,6 +109,10 @@ void Introduce(std::ostream& out, const Machine& machine, const PeerList& peers,
 }
 
 int Run(const Options& options) {
+    if (!options.from.empty()) {
+        DrawPlots(options.plots, ReadJson(options.from));
+        return 0;
+    }
     const PeerList peers = AllPeers();
     const Machine machine = ThisMachine();
     const Wishes wishes = WishesFrom(options, peers);
@@ -140,7 +144,10 @@ int main(int argc, char** argv) {
     app.add_option("--repeat", options.repeat, "runs of each case")->check(CLI::Range(1, 100))->capture_default_str();
     app.add_option("--json", options.json, "file for everything that was measured");
     app.add_option("--markdown", options.markdown, "file for what is printed");
-    app.add_option("--plots", options.plots, "directory for drawings, by gnuplot");
+    CLI::Option* plots = app.add_option("--plots", options.plots, "directory for drawings, by gnuplot");
+    app.add_option("--from", options.from, "draw what an earlier run wrote to this file by --json, measure nothing")
+        ->check(CLI::ExistingFile)
+        ->needs(plots);
     CLI11_PARSE(app, argc, argv);
     if (options.quick && app.count("--repeat") == 0) options.repeat = 1;
     setenv("LINX_LOG_LEVEL", "0", 1);  // senders whose receiver has ended would fill the log

@@ -1,13 +1,10 @@
 include(CMakePackageConfigHelpers)
 
-# linx_install(TARGET NAME pkg-config-name DESCRIPTION text)
-# Installs a library as part of the package, with a pkg-config file, and shows only what cmake/<TARGET>.map lists.
-function(linx_install target)
-  cmake_parse_arguments(arg "" "NAME;DESCRIPTION" "" ${ARGN})
-  set(map ${PROJECT_SOURCE_DIR}/cmake/${target}.map)
-  target_link_options(${target} PRIVATE -Wl,--version-script=${map})
-  set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
-  install(TARGETS ${target} EXPORT linxipc LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+# linx_install_pc(NAME DESCRIPTION text FIELDS line...)
+# Installs a pkg-config file with those fields.
+function(linx_install_pc name)
+  cmake_parse_arguments(arg "" "DESCRIPTION" "FIELDS" ${ARGN})
+  list(JOIN arg_FIELDS "\n" fields)
 
   # Paths relative to the file itself, so that the package may be moved as a whole.
   cmake_path(APPEND CMAKE_INSTALL_LIBDIR pkgconfig OUTPUT_VARIABLE pcdir)
@@ -21,17 +18,47 @@ function(linx_install target)
     set(${dir} "\${prefix}")
     cmake_path(APPEND ${dir} ${CMAKE_INSTALL_${dir}DIR})
   endforeach()
-  configure_file(${PROJECT_SOURCE_DIR}/cmake/library.pc.in ${PROJECT_BINARY_DIR}/${arg_NAME}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${arg_NAME}.pc DESTINATION ${pcdir})
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/pkg-config.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pcdir})
 endfunction()
 
-linx_install(LinxIpc NAME linxipc DESCRIPTION "${PROJECT_DESCRIPTION}")
+# linx_install(TARGET NAME pkg-config-name DESCRIPTION text [STATIC_NEEDS line...])
+# Installs a library as part of the package, with a pkg-config file. A shared one shows only what cmake/<TARGET>.map
+# lists; STATIC_NEEDS are the pkg-config fields of what a static one wants besides.
+function(linx_install target)
+  cmake_parse_arguments(arg "" "NAME;DESCRIPTION" "STATIC_NEEDS" ${ARGN})
+  if(LINXIPC_LIBRARY_TYPE STREQUAL "SHARED")
+    set(map ${PROJECT_SOURCE_DIR}/cmake/${target}.map)
+    target_link_options(${target} PRIVATE -Wl,--version-script=${map})
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
+    set(arg_STATIC_NEEDS)
+  endif()
+  install(TARGETS ${target} EXPORT linxipc)
+  linx_install_pc(
+    ${arg_NAME}
+    DESCRIPTION ${arg_DESCRIPTION}
+    FIELDS "Cflags: -I\${includedir}/linxipc" "Libs: -L\${libdir} -l${target}" ${arg_STATIC_NEEDS})
+endfunction()
+
+# Those who link a static library of C++ with a C compiler have to be told of C++'s own.
+set(runtime ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
+list(FILTER runtime INCLUDE REGEX "^(stdc|c)[+][+]$")
+list(TRANSFORM runtime PREPEND "-l")
+list(REMOVE_DUPLICATES runtime)
+
+linx_install(LinxIpc NAME linxipc DESCRIPTION "${PROJECT_DESCRIPTION}" STATIC_NEEDS "Libs.private: ${runtime}")
 if(TARGET linxhost)
-  linx_install(linxhost NAME linxhost DESCRIPTION "The LINX platform on stock Linux")
+  set(needs "Libs.private: ${runtime} -pthread")
+  if(LINXIPC_SYSTEMD)
+    list(APPEND needs "Requires.private: libsystemd")
+  endif()
+  linx_install(linxhost NAME linxhost DESCRIPTION "The LINX platform on stock Linux" STATIC_NEEDS ${needs})
+  linx_install_pc(linxipc-host DESCRIPTION "${PROJECT_DESCRIPTION}, on stock Linux" FIELDS "Requires: linxipc linxhost")
 endif()
 
 set_target_properties(linxplatform PROPERTIES EXPORT_NAME platform)
-install(TARGETS linxplatform EXPORT linxipc)
+install(TARGETS linxplatform linxipc EXPORT linxipc)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc FILES_MATCHING PATTERN "*.h")
 install(FILES ipc/linxIpc.h ipc/LogLevel.h ipc/ReservedSignal.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/ipc)
@@ -39,6 +66,8 @@ install(FILES directory/LinxServerNameList.h directory/e_Process.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/directory)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/linxipc)
-install(EXPORT linxipc NAMESPACE linxipc:: DESTINATION ${package_dir} FILE linxipcConfig.cmake)
+install(EXPORT linxipc NAMESPACE linxipc:: DESTINATION ${package_dir} FILE linxipcTargets.cmake)
+configure_file(cmake/linxipcConfig.cmake.in ${PROJECT_BINARY_DIR}/linxipcConfig.cmake @ONLY)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/linxipcConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/linxipcConfigVersion.cmake DESTINATION ${package_dir})
+install(FILES ${PROJECT_BINARY_DIR}/linxipcConfig.cmake ${PROJECT_BINARY_DIR}/linxipcConfigVersion.cmake
+        DESTINATION ${package_dir})

@@ -32,7 +32,7 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_option("--seed", options.seed, "start order and content of the streams (default: a new one each time)")
         ->check(CLI::NonNegativeNumber);
-    app.add_option("--limit", options.limit, "seconds until the demonstration gives up, 1 to 9")
+    app.add_option("--limit", options.limit, "seconds until the demonstration gives up, 1 to 3600")
         ->check(CLI::Range(1U, demo::maxLimit))
         ->capture_default_str();
     app.add_flag("--no-color", options.noColor, "no colours, also on a terminal");
@@ -49,6 +49,7 @@ int main(int argc, char** argv) {
     serve->add_option("--front-panel", wiring.frontPanel)->required();
     serve->add_option("--seed", wiring.seed)->required();
     serve->add_option("--payload", wiring.payload)->required();
+    serve->add_option("--limit", wiring.limit)->required();
 
     CLI11_PARSE(app, argc, argv);
     return serve->parsed() ? demo::RunServer(name, wiring) : Demonstrate(options, list);

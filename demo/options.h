@@ -18,7 +18,7 @@ struct Options {
 
 constexpr unsigned maxRounds = 10;
 constexpr unsigned maxPayload = 1U << 20U;
-constexpr unsigned maxLimit = 9;
+constexpr unsigned maxLimit = 3600;
 
 }  // namespace demo
 

@@ -44,9 +44,10 @@ void Processes::Become(e_Process server, pid_t parent) const {
     const std::string frontPanelText = std::to_string(frontPanel);
     const std::string seed = std::to_string(options.seed);
     const std::string payload = std::to_string(options.payload);
+    const std::string limit = std::to_string(options.limit);
     execl(options.servers.c_str(), "linx-demo", "serve", Name(server).c_str(), "--reports", reportsText.c_str(),
-          "--front-panel", frontPanelText.c_str(), "--seed", seed.c_str(), "--payload", payload.c_str(),
-          static_cast<char*>(nullptr));
+          "--front-panel", frontPanelText.c_str(), "--seed", seed.c_str(), "--payload", payload.c_str(), "--limit",
+          limit.c_str(), static_cast<char*>(nullptr));
     _exit(127);
 }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef LINXIPC_DIRECTORY_E_PROCESS_H
 #define LINXIPC_DIRECTORY_E_PROCESS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef LINXIPC_IPC_LOGLEVEL_H
 #define LINXIPC_IPC_LOGLEVEL_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef LINXIPC_IPC_RESERVEDSIGNAL_H
 #define LINXIPC_IPC_RESERVEDSIGNAL_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef LINXIPC_PLATFORM_DIFFTIME_H
 #define LINXIPC_PLATFORM_DIFFTIME_H
 

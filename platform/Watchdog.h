@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef LINXIPC_PLATFORM_WATCHDOG_H
 #define LINXIPC_PLATFORM_WATCHDOG_H
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Marks what a shared library shows to its users; everything else is hidden. */
 #ifndef LINXIPC_PLATFORM_EXPORT_H
 #define LINXIPC_PLATFORM_EXPORT_H

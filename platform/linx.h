@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * The fifteen LINX operations: endpoints opened by name, signals sent to process identifiers (spids).
  *

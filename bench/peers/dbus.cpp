@@ -133,7 +133,7 @@ private:
 
 class Dbus : public Peer {
 public:
-    std::string Name() const override { return "D-Bus"; }
+    std::string Name() const override { return dbusName; }
     std::unique_ptr<Session> Begin(const Layout& layout) const override {
         return std::make_unique<DbusSession>(layout);
     }

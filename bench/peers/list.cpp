@@ -23,16 +23,16 @@ PeerList AllPeers() {
     add(false, zeromqName);
 #endif
 #ifdef BENCH_NNG
-    add(true, "nng", MakeNng);
+    add(true, nngName, MakeNng);
 #else
-    add(false, "nng");
+    add(false, nngName);
 #endif
 #ifdef BENCH_DBUS
-    add(!FindProgram("dbus-daemon").empty(), "D-Bus", MakeDbus);
+    add(!FindProgram("dbus-daemon").empty(), dbusName, MakeDbus);
 #else
-    add(false, "D-Bus");
+    add(false, dbusName);
 #endif
-    add(access("/proc/sys/fs/mqueue", F_OK) == 0, "POSIX queue", MakeMessageQueue);
+    add(access("/proc/sys/fs/mqueue", F_OK) == 0, messageQueueName, MakeMessageQueue);
 #ifdef BENCH_ICEORYX
     add(!FindProgram("iox-roudi").empty(), iceoryxName, MakeIceoryx, MakeIceoryxPolling);
 #else

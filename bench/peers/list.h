@@ -27,10 +27,13 @@ struct PeerList {
 };
 PeerList AllPeers();
 
-// Those that are compared by name.
+// What the results call them.
 constexpr const char* linxIpcName = "LinxIpc";
 constexpr const char* seqpacketName = "SEQPACKET";
 constexpr const char* zeromqName = "ZeroMQ";
+constexpr const char* nngName = "nng";
+constexpr const char* dbusName = "D-Bus";
+constexpr const char* messageQueueName = "POSIX queue";
 constexpr const char* iceoryxName = "iceoryx";
 constexpr const char* iceoryxPollingName = "iceoryx, polling";
 constexpr const char* bareMemoryName = "bare memory";

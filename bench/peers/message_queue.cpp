@@ -63,7 +63,7 @@ std::unique_ptr<End> MessageQueueSession::Open(unsigned self) {
 
 class MessageQueue : public Peer {
 public:
-    std::string Name() const override { return "POSIX queue"; }
+    std::string Name() const override { return messageQueueName; }
 
     bool Takes(const Layout& layout) const override {
         std::size_t largest = 0;  // an ordinary user's, whoever runs this

@@ -90,7 +90,7 @@ private:
 
 class Nng : public Peer {
 public:
-    std::string Name() const override { return "nng"; }
+    std::string Name() const override { return nngName; }
     std::unique_ptr<Session> Begin(const Layout& layout) const override {
         return std::make_unique<NngSession>(layout);
     }

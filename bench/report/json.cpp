@@ -18,7 +18,35 @@ nlohmann::ordered_json JsonOf(const Record& record) {
             {"payload", record.payload},   {"count", record.population}, {"figures", figures}};
 }
 
+Placement PlacementOf(const std::string& name) {
+    for (const Placement placement : {Placement::apart, Placement::both, Placement::one}) {
+        if (NameOf(placement) == name) return placement;
+    }
+    throw Failure("no placement is called " + name);
+}
+
+Record RecordOf(const nlohmann::json& json) {
+    Record record = {json.at("scenario"), json.at("peer"),  PlacementOf(json.at("cores")),
+                     json.at("payload"),  json.at("count"), {}};
+    for (const auto& [name, figure] : json.at("figures").items()) {
+        record.spreads[name] = SpreadOf(figure.at("runs").get<std::vector<double>>());
+    }
+    return record;
+}
+
 }  // namespace
+
+Records ReadJson(const std::string& file) {
+    std::ifstream in(file);
+    Records records;
+    try {
+        const nlohmann::json all = nlohmann::json::parse(in);
+        for (const nlohmann::json& json : all.at("records")) records.push_back(RecordOf(json));
+    } catch (const nlohmann::json::exception& error) {
+        throw Failure(file + ": " + error.what());
+    }
+    return records;
+}
 
 void WriteJson(const std::string& file, const Machine& machine, const Records& records) {
     const nlohmann::ordered_json about = {{"processor", machine.processor}, {"cores", machine.cores},

@@ -9,6 +9,9 @@ namespace bench {
 /// Writes everything that was measured, and on what.
 void WriteJson(const std::string& file, const Machine& machine, const Records& records);
 
+/// The records that `WriteJson` wrote to `file`. Throws a Failure where it holds anything else.
+Records ReadJson(const std::string& file);
+
 }  // namespace bench
 
 #endif

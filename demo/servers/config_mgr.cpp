@@ -11,8 +11,8 @@ public:
         config.seed = wiring.seed;
         config.payload = wiring.payload;
         config.tickPeriod = 40;
-        config.fixTime = 60000;
-        config.answerTime = 8000;
+        config.fixTime = wiring.limit * 2000;
+        config.answerTime = static_cast<std::uint32_t>(patience);
         config.ticksPerConnect = 3;
         On<&ConfigMgr::OnConfigRequest>(m_ConfigRequest, this);
     }

@@ -6,7 +6,8 @@ namespace demo {
 
 namespace {
 
-/// Knows a last position at once; a new one takes a minute, which no incarnation of it lives to see.
+/// Knows a last position at once; a new one takes longer than the demonstration may, so that no incarnation of it
+/// lives to see one.
 class GpsHal : public Server {
 public:
     explicit GpsHal(const Wiring& wiring) : Server(e_GpsHal, wiring) {

@@ -7,13 +7,8 @@
 
 namespace demo {
 
-namespace {
-
-constexpr int patience = 5000;  // milliseconds, for the first answer of all: the configuration
-
-}  // namespace
-
-Server::Server(e_Process self, const Wiring& wiring) : ipc(Name(self)), report(wiring.reports, self) {
+Server::Server(e_Process self, const Wiring& wiring)
+    : ipc(Name(self)), report(wiring.reports, self), patience(static_cast<int>(wiring.limit) * 900) {
     On<&Server::OnStart>(m_Start, this);
     On<&Server::OnPeerBack>(m_PeerBack, this);
     On<&Server::OnProcessDied>(m_ProcessDied, this);

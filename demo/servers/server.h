@@ -15,6 +15,7 @@ struct Wiring {
     int frontPanel = -1;        ///< reading end of the buttons, for UiMgr
     std::uint64_t seed = 0;     ///< for ConfigMgr; the others ask it
     std::uint32_t payload = 0;  ///< for ConfigMgr; the others ask it
+    std::uint32_t limit = 0;    ///< seconds until the demonstration gives up
 };
 
 /// What all servers have in common: they announce themselves to WatchdogMgr, get their configuration when everybody
@@ -74,6 +75,7 @@ protected:
     LinxIpc ipc;
     Reporter report;
     Config config{};
+    const int patience;  // milliseconds for an answer; less than the launcher's, who is then told who waited in vain
 
 private:
     void OnStart(IpcMessage&);

@@ -28,7 +28,7 @@ expect_release_machine() {
 # Builds the libraries apart, with what the debugger is told about types, and sets `built` to the place.
 build_described() {
     built=$SCRATCH/described
-    "$CMAKE" -G Ninja -S "$SOURCE" -B "$built" -DLINXIPC_TESTS=OFF -DLINXIPC_PLATFORM="$PLATFORM" \
+    "$CMAKE" -G Ninja -S "$SOURCE" -B "$built" --preset libraries -DLINXIPC_PLATFORM="$PLATFORM" \
         -DLINXIPC_SYSTEMD="$SYSTEMD" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_C_COMPILER="$CC" \
         -DCMAKE_CXX_FLAGS="-femit-struct-debug-detailed=gen:none -ffile-prefix-map=$SOURCE/=" >/dev/null
     "$CMAKE" --build "$built" --target "${targets[@]}"

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -13,6 +14,9 @@
 #include <sstream>
 
 namespace {
+
+/// Seconds in which a run ends, however busy the machine; one that hangs tells so before CTest ends the test.
+constexpr const char* ample = "100";
 
 struct Ends {
     int read = -1;
@@ -69,6 +73,9 @@ int WaitForExit(pid_t pid) {
 
 Demonstration::Demonstration(std::vector<std::string> arguments, Output kind) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
+    if (std::find(arguments.begin(), arguments.end(), "--limit") == arguments.end()) {
+        arguments.insert(arguments.end(), {"--limit", ample});
+    }
     arguments.insert(arguments.begin(), "linx-demo");
     const Ends ends = kind == Output::terminal ? OpenTerminal() : OpenPipe();
     output = ends.read;

@@ -12,6 +12,7 @@ class Demonstration {
 public:
     enum class Output { pipe, terminal };
 
+    /// Where `arguments` have no time limit, it is one that no run reaches which does not hang.
     explicit Demonstration(std::vector<std::string> arguments, Output kind = Output::pipe);
     ~Demonstration();
     Demonstration(const Demonstration&) = delete;

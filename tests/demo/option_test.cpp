@@ -24,7 +24,7 @@ INSTANTIATE_TEST_SUITE_P(Values, RefusedOption,
                                          Arguments{"--rounds"}, Arguments{"--payload", "0"},
                                          Arguments{"--payload", "1048577"}, Arguments{"--payload", "4294967297"},
                                          Arguments{"--seed", "x"}, Arguments{"--seed", "-1"},
-                                         Arguments{"--limit", "0"}, Arguments{"--limit", "10"},
+                                         Arguments{"--limit", "0"}, Arguments{"--limit", "3601"},
                                          Arguments{"--servers", "/nowhere"}, Arguments{"--nonsense"}));
 
 TEST(Option, HelpNamesTheOptionsAndNothingInternal) {
@@ -36,6 +36,11 @@ TEST(Option, HelpNamesTheOptionsAndNothingInternal) {
     }
     EXPECT_EQ(std::string::npos, run.Text().find("serve ")) << run.Text();
     EXPECT_EQ(std::string::npos, run.Text().find("--front-panel")) << run.Text();
+}
+
+TEST(Option, ASlowMachineMayBeGivenAnHour) {
+    Demonstration run({"--limit", "3600"});
+    EXPECT_EQ(0, run.Finish()) << run.Text();
 }
 
 TEST(Option, ListStartsNothing) {

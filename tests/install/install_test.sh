@@ -30,6 +30,39 @@ run() {
     [[ $output == "$2" ]] || fail "$1 wrote: $output"
 }
 
+# build_consumer PLACE option...: by CMake.
+build_consumer() {
+    rm -rf "$1"
+    "$CMAKE" -G Ninja -S "$SOURCE/tests/install/consumer" -B "$1" "${@:2}"
+    "$CMAKE" --build "$1"
+}
+
+# compile_consumer PLACE PREFIX option...: by hand, with what pkg-config says of an installed package.
+compile_consumer() {
+    local consumer=$SOURCE/tests/install/consumer out=$1 flags
+    export PKG_CONFIG_PATH=$2/$LIBDIR/pkgconfig
+    mkdir -p "$out"
+    read -ra flags < <(pkg-config "${@:3}" --cflags --libs linxipc-host)
+    "$CXX" -std=c++17 "$consumer/library_user.cpp" -o "$out/library_user" "${flags[@]}"
+    read -ra flags < <(pkg-config "${@:3}" --cflags --libs linxhost)
+    "$CC" "$consumer/platform_user.c" -o "$out/platform_user" "${flags[@]}"
+}
+
+# build_libraries PLACE option...: as users are told to, but there.
+build_libraries() {
+    rm -rf "$1"
+    "$CMAKE" -S "$SOURCE" --preset libraries -B "$1" -DLINXIPC_SYSTEMD="$SYSTEMD" -DCMAKE_INSTALL_LIBDIR="$LIBDIR" \
+        "${@:2}"
+    "$CMAKE" --build "$1"
+}
+
+# expect_libraries_alone BUILD: nothing else was linked there.
+expect_libraries_alone() {
+    local built
+    built=$(find "$1" -type f -perm -u+x -not -path '*/CMakeFiles/*' -printf '%f\n' | LC_ALL=C sort | xargs)
+    [[ $built == "libLinxIpc.so.$VERSION liblinxhost.so.$VERSION" ]] || fail "built: $built"
+}
+
 run_consumers() {
     run "$1/library_user" "round trip, ConfigMgr"
     run "$1/platform_user" "round trip"
@@ -44,8 +77,9 @@ TheTreeInstallsAndMoves() {
 
 InstallsWhatAConsumerNeeds() {
     local file
-    for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so "$LIBDIR"/pkgconfig/{linxipc,linxhost}.pc \
-        "$LIBDIR"/cmake/linxipc/linxipcConfig{,Version}.cmake include/linxipc/ipc/{linxIpc,LogLevel,ReservedSignal}.h \
+for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so "$LIBDIR"/pkgconfig/{linxipc,linxhost,linxipc-host}.pc \
+        "$LIBDIR"/cmake/linxipc/linxipc{Config,ConfigVersion,Targets}.cmake share/doc/linxipc/LICENSE \
+        include/linxipc/ipc/{linxIpc,LogLevel,ReservedSignal}.h \
         include/linxipc/directory/{LinxServerNameList,e_Process}.h \
         include/linxipc/platform/{linx,LogClient,DiffTime,Watchdog,FileDescriptor,export}.h; do
         [[ -e $prefix/$file ]] || fail "missing: $file"
@@ -57,23 +91,61 @@ InstallsWhatAConsumerNeeds() {
     [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 11 ]] || fail "other headers than the eleven public ones"
 }
 
+EveryHeaderTellsItsLicence() {
+    local silent
+    silent=$(grep -rLE '^(//|/\*) SPDX-License-Identifier: MIT\b' "$prefix/include") || true
+    [[ -z $silent ]] || fail "without a licence: $silent"
+    cmp "$SOURCE/LICENSE" "$prefix/share/doc/linxipc/LICENSE"
+}
+
 ACMakeConsumerBuildsAndRuns() {
-    rm -rf "$SCRATCH/consumer-cmake"
-    "$CMAKE" -G Ninja -S "$SOURCE/tests/install/consumer" -B "$SCRATCH/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix"
-    "$CMAKE" --build "$SCRATCH/consumer-cmake"
+    build_consumer "$SCRATCH/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix"
     run_consumers "$SCRATCH/consumer-cmake"
 }
 
 APkgConfigConsumerBuildsAndRuns() {
-    local consumer=$SOURCE/tests/install/consumer out=$SCRATCH/consumer-pkgconfig flags
-    export PKG_CONFIG_PATH=$prefix/$LIBDIR/pkgconfig LD_LIBRARY_PATH=$prefix/$LIBDIR
-    [[ $(pkg-config --modversion linxipc linxhost | uniq) == "$VERSION" ]] || fail "version is not $VERSION"
-    mkdir -p "$out"
-    read -ra flags < <(pkg-config --cflags --libs linxipc linxhost)
-    "$CXX" -std=c++17 "$consumer/library_user.cpp" -o "$out/library_user" "${flags[@]}"
-    read -ra flags < <(pkg-config --cflags --libs linxhost)
-    "$CC" "$consumer/platform_user.c" -o "$out/platform_user" "${flags[@]}"
-    run_consumers "$out"
+    export LD_LIBRARY_PATH=$prefix/$LIBDIR
+    compile_consumer "$SCRATCH/consumer-pkgconfig" "$prefix"
+    [[ $(pkg-config --modversion linxipc linxhost linxipc-host | uniq) == "$VERSION" ]] || fail "is not $VERSION"
+    run_consumers "$SCRATCH/consumer-pkgconfig"
+}
+
+AProjectThatBuildsItAlongGetsTheLibrariesAlone() {
+    local build=$SCRATCH/consumer-along
+    build_consumer "$build" -DLINXIPC_SOURCE="$SOURCE" -DLINXIPC_SYSTEMD="$SYSTEMD"
+    expect_libraries_alone "$build/linxipc"
+    run_consumers "$build"
+}
+
+StaticLibrariesServeBothKindsOfConsumer() {
+    local build=$SCRATCH/static place=$SCRATCH/static-prefix program
+    build_libraries "$build" -DBUILD_SHARED_LIBS=OFF
+    rm -rf "$place"
+    "$CMAKE" --install "$build" --prefix "$place"
+    [[ -z $(find "$place" -name '*.so*') ]] || fail "shared libraries were installed"
+    build_consumer "$SCRATCH/static-cmake" -DCMAKE_PREFIX_PATH="$place"
+    compile_consumer "$SCRATCH/static-pkgconfig" "$place" --static
+    for program in "$SCRATCH"/static-{cmake,pkgconfig}/{library,platform}_user; do
+        [[ $(readelf -d "$program") != *@(LinxIpc|linxhost)* ]] || fail "$program wants a shared library"
+    done
+    run_consumers "$SCRATCH/static-cmake"
+    run_consumers "$SCRATCH/static-pkgconfig"
+}
+
+TheLibrariesAloneNeedNothingOfTheTests() {
+    local build=$SCRATCH/libraries
+    build_libraries "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+    ! grep -iE 'gtest|gmock|cli11' "$build/CMakeCache.txt" || fail "was looked for"
+    ! grep -- -Werror "$build/compile_commands.json" || fail "stops at a compiler's warnings"
+    expect_libraries_alone "$build"
+}
+
+AMissingLibsystemdNamesTheOption() {
+    local build=$SCRATCH/lacking output
+    rm -rf "$build"
+    output=$(PKG_CONFIG_LIBDIR=/nowhere PKG_CONFIG_PATH='' "$CMAKE" -S "$SOURCE" --preset libraries -B "$build" \
+        -DLINXIPC_SYSTEMD=ON 2>&1) && fail "libsystemd was found"
+    [[ $output == *-DLINXIPC_SYSTEMD=OFF* ]] || fail "$output"
 }
 
 TheLibrariesCarryTheirSonames() {
@@ -95,15 +167,24 @@ lists() {
 AnExternalBuildHasNothingOfTheHost() {
     local build=$SCRATCH/external place=$SCRATCH/external-prefix names shared
     rm -rf "$build" "$place"
-    "$CMAKE" -G Ninja -S "$SOURCE" -B "$build" -DLINXIPC_PLATFORM=external -DLINXIPC_TESTS=OFF \
-        -DCMAKE_INSTALL_LIBDIR="$LIBDIR"
-    "$CMAKE" --build "$build"
+    build_libraries "$build" -DLINXIPC_PLATFORM=external
     "$CMAKE" --install "$build" --prefix "$place"
     [[ -z $(find "$build" "$place" -name '*linxhost*') ]] || fail "the platform was built"
     names=$(exported "$place/$LIBDIR/libLinxIpc.so")
     shared=$(comm -12 <(sort -u <<<"$names") <(exported "$platform" | sort -u))
     [[ -z $shared ]] || fail "defines what the platform defines: $shared"
     lists "$(nm -DC --undefined-only "$place/$LIBDIR/libLinxIpc.so" | sed 's/^ *U //')" linx_open LogClient::Instance
+}
+
+# The machine's platform is ours here, but nobody told the library.
+AnExternalBuildRunsOnAPlatformThatTheMachineBrings() {
+    local build=$SCRATCH/brought place=$SCRATCH/brought-prefix program=$SCRATCH/brought/library_user flags
+    rm -rf "$place"
+    build_libraries "$build" -DLINXIPC_PLATFORM=external
+    "$CMAKE" --install "$build" --prefix "$place"
+    read -ra flags < <(PKG_CONFIG_PATH=$place/$LIBDIR/pkgconfig pkg-config --cflags --libs linxipc)
+    "$CXX" -std=c++17 "$SOURCE/tests/install/consumer/library_user.cpp" -o "$program" "${flags[@]}" "$platform"
+    LD_LIBRARY_PATH=$place/$LIBDIR:$prefix/$LIBDIR run "$program" "round trip, ConfigMgr"
 }
 
 "$1"
