@@ -77,7 +77,7 @@ TheTreeInstallsAndMoves() {
 
 InstallsWhatAConsumerNeeds() {
     local file
-for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so "$LIBDIR"/pkgconfig/{linxipc,linxhost,linxipc-host}.pc \
+    for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so "$LIBDIR"/pkgconfig/{linxipc,linxhost,linxipc-host}.pc \
         "$LIBDIR"/cmake/linxipc/linxipc{Config,ConfigVersion,Targets}.cmake share/doc/linxipc/LICENSE \
         include/linxipc/ipc/{linxIpc,LogLevel,ReservedSignal}.h \
         include/linxipc/directory/{LinxServerNameList,e_Process}.h \
