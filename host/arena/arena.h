@@ -35,8 +35,8 @@ public:
     bool hasSlot(uint32_t index) const { return index != 0 && slots_.has(index); }
     bool hasHunt(uint32_t index) const { return hunts_.has(index); }
 
-    /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a hunt's
-    /// own hunter say the rest.
+    /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a
+    /// hunt's own hunter say the rest.
     uint32_t usedSlots() const {
         const uint32_t used = header().slotsUsed.loadRelaxed();
         const uint32_t entries = slots_.clip((used < slotCount ? used : slotCount - 1) + 1);
@@ -108,10 +108,17 @@ private:
 };
 
 /// Finds blocks as `Arena::blockAt` does, more cheaply where one lies beside the one before: most blocks of a chain
-/// do. For as long as no unit is leased anew that a block lies in which is looked for.
+/// do. It remembers the page of that one, which stays what it is for as long as one of its blocks is in use. Whoever
+/// looks for blocks that came later has to have it forgotten: the page may have been leased anew, for blocks of
+/// another size.
 class NearbyBlocks {
 public:
-    explicit NearbyBlocks(const Arena& arena) : arena_(&arena) {}
+    explicit NearbyBlocks(const Arena& arena) : arena_(arena) {}
+
+    void forget() {
+        page_ = 0;
+        starts_ = 0;
+    }
 
     /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
     bool knows(Ref ref, uint32_t sizeClass) const {
@@ -121,13 +128,13 @@ public:
     Block* at(Ref ref, uint32_t& sizeClass) {
         if (ref / linesPerUnit != page_) return findFar(ref, sizeClass);
         sizeClass = sizeClass_;
-        return (starts_ >> ref % linesPerUnit & 1) != 0 ? arena_->rawBlock(ref) : nullptr;
+        return (starts_ >> ref % linesPerUnit & 1) != 0 ? arena_.rawBlock(ref) : nullptr;
     }
 
 private:
     [[gnu::noinline]] Block* findFar(Ref ref, uint32_t& sizeClass) {
         if (ref < linesPerUnit) return nullptr;  // in the header: the end of most chains
-        Block* block = arena_->blockAt(ref, sizeClass);
+        Block* block = arena_.blockAt(ref, sizeClass);
         if (block == nullptr || sizeClasses[sizeClass].units != 1) return block;
         page_ = ref / linesPerUnit;
         sizeClass_ = sizeClass;
@@ -135,7 +142,7 @@ private:
         return block;
     }
 
-    const Arena* arena_;
+    const Arena& arena_;
     uint32_t page_ = 0;  ///< of the file, whose first is the header's
     uint32_t sizeClass_ = 0;
     uint64_t starts_ = 0;  ///< as in SizeClass; none in the header

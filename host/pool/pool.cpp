@@ -75,7 +75,9 @@ void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
 }
 
 void Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
-    if (!chain.empty()) prepend(chain.head, *chain.last, chain.blocks, sizeClass);
+    if (chain.empty()) return;
+    nearby_.forget();  // these pages may have been others'
+    prepend(chain.head, *chain.last, chain.blocks, sizeClass);
 }
 
 /// Counts the free lines, which is put off for as long as there can be no more than what is kept.
@@ -85,11 +87,13 @@ uint32_t Pool::countLines() {
     return mostLines_;
 }
 
-/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody gave
-/// it back who was held up.
+/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
+/// gave it back who was held up.
 void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
     const uint32_t lines = sizeClasses[sizeClass].lines;
-    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is larger.
+    nearby_.forget();  // as in add()
+    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
+    // larger.
     slot().leasedLines.addRelaxed(lines);
     block.home.storeRelease(home_);
     if (isOpen(arena(), home)) arena().slot(indexOf(home)).leasedLines.addRelaxed(0u - lines);
@@ -129,8 +133,8 @@ void Pool::takeReturned() {
     own.returnedLines.storeRelaxed(0);  // also where it is wrong: two who give back at once may overwrite each other
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
-    // The order turns round: the block that came home first is used first, which the other processor has had the most time
-    // to let go of. With the last one first a stream of small signals takes half as long again.
+    // The order turns round: the block that came home first is used first, which the other processor has had the most
+    // time to let go of. With the last one first a stream of small signals takes half as long again.
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
         const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
         if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
@@ -257,7 +261,6 @@ void Pool::shrinkTo(uint32_t lines) {
         }
     }
     slot().leasedLines.addRelaxed(0u - given);
-    nearby_ = NearbyBlocks(arena());  // the runs of what has gone may become others
     if (lines != 0) return;
     lostSome_ = lostSome_ || std::any_of(count_.begin(), count_.end(), [](uint32_t blocks) { return blocks != 0; });
     count_.fill(0);
