@@ -12,9 +12,9 @@ namespace {
 
 constexpr uint32_t none = ~0u;
 
-constexpr uint32_t shortestPause = 10;  ///< milliseconds
+constexpr uint32_t shortestPause = 10;   ///< milliseconds
 constexpr uint32_t longestTime = 10000;  ///< milliseconds: no honest one takes longer
-constexpr uint32_t pauseFactor = 8;     ///< a pause is so many times as long as what was done before it
+constexpr uint32_t pauseFactor = 8;      ///< a pause is so many times as long as what was done before it
 
 /// The first of `count` adjoining units that were leased once and are free again.
 uint32_t findGap(const Arena& arena, uint32_t count) {

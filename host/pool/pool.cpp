@@ -45,16 +45,22 @@ Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
     return nullptr;
 }
 
-/// A free block of exactly this class, if there is one.
+/// A free block of exactly this class, if there is one. What others have garbled is lost until the endpoint ends.
 Block* Pool::take(uint32_t sizeClass, Ref& ref) {
-    while ((ref = free_[sizeClass]) != 0) {
+    uint32_t& count = count_[sizeClass];
+    while (count != 0) {
+        ref = free_[sizeClass];
         Block* block = arena().rawBlock(ref);
         const Ref next = block->next.loadRelaxed();
         uint32_t found;
-        // A link that leads nowhere ends the list.
-        free_[sizeClass] = nearby_.at(next, found) != nullptr && found == sizeClass ? next : 0;
-        --count_[sizeClass];
+        --count;
+        if (count != 0 && (nearby_.at(next, found) == nullptr || found != sizeClass)) {
+            count = 0;  // the link leads nowhere
+            lostSome_ = true;
+        }
+        free_[sizeClass] = next;
         if (isFreeHere(*block)) return block;
+        lostSome_ = true;
     }
     return nullptr;
 }
@@ -153,8 +159,8 @@ uint32_t Pool::leasedLines() const {
     return leased > arena().unitCount() * linesPerUnit ? 0 : leased;
 }
 
-/// Returns the errno value that tells why there may be no block nevertheless. `mayPress`: it may be that others keep
-/// what is wanted.
+/// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
+/// have garbled the last by then. `mayPress`: it may be that others keep what is wanted.
 int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     const ColdSection cold(domain_);
     if (!cold.entered()) return errno;
@@ -167,7 +173,7 @@ int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
     const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
-    if (lease(cold, sizeClass, wanted)) return 0;
+    if (lease(cold, sizeClass, wanted)) return ENOMEM;
     shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
     const bool haveLooked = lease::reclaim(cold, c.lines);
     const bool found = lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased);
@@ -261,9 +267,6 @@ void Pool::shrinkTo(uint32_t lines) {
         }
     }
     slot().leasedLines.addRelaxed(0u - given);
-    if (lines != 0) return;
-    lostSome_ = lostSome_ || std::any_of(count_.begin(), count_.end(), [](uint32_t blocks) { return blocks != 0; });
-    count_.fill(0);
 }
 
 }  // namespace linx
