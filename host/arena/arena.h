@@ -17,9 +17,9 @@ public:
         : base_(static_cast<char*>(base)),
           unitCount_(unitCount),
           firstPoolPage_(firstPoolPage(unitCount)),
-          slots_(file, slotsOffset / unitBytes, sizeof(Slot), slotCount),
-          hunts_(file, huntsOffset / unitBytes, sizeof(Hunt), huntCount),
-          units_(file, firstPoolPage_, unitBytes, unitCount) {}
+          slots_(base_, file, slotsOffset / unitBytes, sizeof(Slot), slotCount),
+          hunts_(base_, file, huntsOffset / unitBytes, sizeof(Hunt), huntCount),
+          units_(base_, file, firstPoolPage_, unitBytes, unitCount) {}
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
 
@@ -31,9 +31,14 @@ public:
     Slot& slot(uint32_t index) const { return at<Slot>(slotsOffset)[index & (slotCount - 1)]; }
     Hunt& hunt(uint32_t index) const { return at<Hunt>(huntsOffset)[index & (huntCount - 1)]; }
 
-    /// Whether the slot may be touched. The first is none. False with errno.
+    /// Whether the slot may be touched. The first is none.
     bool hasSlot(uint32_t index) const { return index != 0 && slots_.has(index); }
-    bool hasHunt(uint32_t index) const { return hunts_.has(index); }
+
+    /// Give memory to what is to be put to use, and to all before it. False with errno, ENOMEM when the file system
+    /// is full.
+    bool provideSlot(uint32_t index) const { return slots_.provide(index); }
+    bool provideHunt(uint32_t index) const { return hunts_.provide(index); }
+    bool provideUnit(uint32_t index) const { return units_.provide(index); }
 
     /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a
     /// hunt's own hunter say the rest.
@@ -52,9 +57,6 @@ public:
         const uint32_t used = header().unitsUsed.loadRelaxed();
         return units_.clip(used < unitCount_ ? used : unitCount_);
     }
-
-    /// Whether all units up to this one have memory, which they get here. False with errno.
-    bool hasUnit(uint32_t index) const { return units_.has(index); }
 
     uint32_t unitCount() const { return unitCount_; }
     uint32_t fileUnits() const { return firstPoolPage_ + unitCount_; }

@@ -30,7 +30,7 @@ uint32_t findGap(const Arena& arena, uint32_t count) {
 /// The first of `count` free units with memory; `none` when there are none.
 uint32_t takeUnits(const Arena& arena, uint32_t count) {
     const uint32_t used = arena.usedUnits();
-    if (arena.unitCount() - used >= count && arena.hasUnit(used + count - 1)) {
+    if (arena.unitCount() - used >= count && arena.provideUnit(used + count - 1)) {
         arena.header().unitsUsed.storeRelaxed(used + count);
         return used;
     }

@@ -33,6 +33,11 @@ public:
 
     linx::Arena arena(int file = -1) const { return linx::Arena(base(), units, file); }
     int file() const { return file_.get(); }
+
+    /// Leaves only the first `bytes` with memory: whoever touches the rest is ended, as where a file system is full.
+    void cutTo(size_t bytes) const { EXPECT_EQ(ftruncate(file_.get(), static_cast<off_t>(bytes)), 0); }
+    void makeWhole() const { cutTo(bytes()); }
+
     char* base() const { return guarded_ + linx::unitBytes; }
     static size_t bytes() { return size_t{linx::firstPoolPage(units) + units} * linx::unitBytes; }
 
