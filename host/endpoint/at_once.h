@@ -13,15 +13,19 @@
 namespace linx {
 
 inline bool Endpoint::enterAtOnce() {
-    if (entry_.load(std::memory_order_relaxed) != forks::stamp()) return false;
+    const uint32_t entry = entry_.load(std::memory_order_relaxed);
+    if (entry == inside) return false;
     entry_.store(inside, std::memory_order_relaxed);
-    return true;
+    forks::afterEntering();
+    if (entry == forks::stamp()) return true;
+    entry_.store(entry, std::memory_order_relaxed);
+    return false;
 }
 
 /// Whether it is the signal that the user was given last, and still has.
 inline bool Endpoint::isRecent(const LinxSignal* signal) const {
-    // If the block is still this endpoint's, nobody has made another of it. As numbers: the address may have nothing to do
-    // with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
+    // If the block is still this endpoint's, nobody has made another of it. As numbers: the address may have nothing
+    // to do with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
     return reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) ==
                reinterpret_cast<uintptr_t>(recent_.block) &&
            recent_.block->owner.loadRelaxed() == spid_;
@@ -66,8 +70,9 @@ inline bool Endpoint::senderAtOnce(const LinxSignal* signal, Spid& sender) const
     return true;
 }
 
-/// Pushes the signal onto the peer's mailbox.
-inline Endpoint::Posted Endpoint::post(const Held& held, Peer& peer) {
+/// Has `push` push the signal onto the mailbox in the peer's slot.
+template <class Push>
+Endpoint::Posted Endpoint::post(const Held& held, Peer& peer, Push push) {
     Slot& target = peer.slot;
     Slot& own = slot_;
     const Spid to = peer.spid;
