@@ -4,11 +4,13 @@
 #include "host/endpoint/endpoint.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
+#include "host/mailbox/introduction.h"
 
 /*
- * The operations as they go most of the time: no lock is wanted, nobody has to be woken, everybody is known. They lie in
- * a header, for linx.cpp, and call nothing, so that a signal passes through few instructions. One that finds things
- * otherwise leaves everything as it was; then the operation is done in full, from the start, by a function of its own.
+ * The operations as they go most of the time: no lock is wanted, nobody has to be woken, everybody is known. They lie
+ * in a header, for linx.cpp, and call nothing, so that a signal passes through few instructions. One that finds
+ * things otherwise leaves everything as it was; then the operation is done in full, from the start, by a function of
+ * its own.
  */
 namespace linx {
 
@@ -84,8 +86,8 @@ Endpoint::Posted Endpoint::post(const Held& held, Peer& peer, Push push) {
     // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
     held.block->owner.storeRelease(to | ownerTransit);
-    const uint32_t before = stack::push(target.mailbox, *held.block, held.ref);
-    if (before == stack::closed) {
+    const uint32_t before = push(target);
+    if (stack::isRefused(before)) {
         held.block->owner.storeRelaxed(from);
         return Posted::refused;
     }
@@ -97,9 +99,15 @@ Endpoint::Posted Endpoint::post(const Held& held, Peer& peer, Push push) {
 
 inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
     Peer* peer = peers_.latest(to);
-    if (peer == nullptr || !peer->knowsUs || !isRecent(*signal) || !enterAtOnce()) return Posted::refused;
+    if (peer == nullptr || !isRecent(*signal) || !enterAtOnce()) return Posted::refused;
     const Held held = recent_;
-    const Posted posted = post(held, *peer);
+    const uint32_t introducedAt = peer->introducedAt;
+    const Posted posted =
+        introducedAt != peer->slot.partings.loadRelaxed()  // relaxed: the exchange on the tag decides
+            ? Posted::refused
+            : post(held, *peer, [&](Slot& target) {
+                  return stack::push(target.mailbox, *held.block, held.ref, introduction::tagAt(introducedAt));
+              });
     if (posted != Posted::refused) {
         *signal = nullptr;
         --held_;

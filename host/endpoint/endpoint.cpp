@@ -221,21 +221,38 @@ bool Endpoint::enter() {
     return enterAtOnce() || enterInDoubt();
 }
 
-/// The stamp is not the one with which one may enter.
+/// The stamp is not the one with which one may enter, or a thread is inside.
 bool Endpoint::enterInDoubt() {
-    const uint32_t entry = entry_.load(std::memory_order_relaxed);
-    if (entry == inside && isMaker()) {
+    uint32_t stamp;
+    if (!occupy(stamp)) {
         errno = EINVAL;
-        return false;
-    }
-    const bool forked = forksSeen_ != forks::stamp();
-    if (entry == inside || (forked && !claim())) {
+        if (isMaker()) return false;
+        bell_.reset();  // or the end of the process that has the endpoint would go unnoticed
         errno = ECHILD;
         return false;
     }
-    entry_.store(inside, std::memory_order_relaxed);
+    if (forksSeen_ != stamp && !claim(stamp)) {
+        exit();
+        errno = ECHILD;
+        return false;
+    }
     if (owesRings_) ringOwed();
     return true;
+}
+
+/// Stores that a thread is inside, unless one is already; a child that is made from then on finds it so. `stamp` is
+/// that of the process.
+bool Endpoint::occupy(uint32_t& stamp) {
+    for (;;) {
+        forks::awaitFork();
+        const uint32_t entry = entry_.load(std::memory_order_relaxed);
+        if (entry == inside) return false;
+        entry_.store(inside, std::memory_order_relaxed);
+        forks::afterEntering();
+        stamp = forks::stamp();
+        if (stamp != forks::forking) return true;
+        entry_.store(entry, std::memory_order_relaxed);
+    }
 }
 
 /// Whether this is the process that has the endpoint, or had it before a fork in which it was the parent.
@@ -245,7 +262,7 @@ bool Endpoint::isMaker() const {
 
 /// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
 /// One exchange decides and publishes nothing, so any order would do.
-bool Endpoint::claim() {
+bool Endpoint::claim(uint32_t stamp) {
     uint32_t round = forkRound_;
     const bool mayHave = !disowned_ && !forks::isSmuggled(generation_) && isStillOpen();
     if (!mayHave || !slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
@@ -253,8 +270,8 @@ bool Endpoint::claim() {
         return false;
     }
     forkRound_ += 1;
-    forksSeen_ = forks::stamp();
-    nextEntry_ = owesRings_ ? overdue : forksSeen_;
+    forksSeen_ = stamp;
+    nextEntry_ = owesRings_ ? overdue : stamp;
     generation_ = forks::generation();
     return true;
 }
@@ -268,13 +285,11 @@ void Endpoint::disown() {
 }
 
 Endpoint::Departure Endpoint::leave() {
-    const bool occupied = entry_.load(std::memory_order_relaxed) == inside;
-    if (occupied && isMaker()) {
+    uint32_t stamp;
+    if (!occupy(stamp)) {
         errno = EINVAL;
-        return Departure::refused;
-    }
-    if (occupied) {
-        bell_.reset();  // or the end of the process that has the endpoint would go unnoticed
+        if (isMaker()) return Departure::refused;
+        bell_.reset();  // as above
         return Departure::forgotten;
     }
     const bool isUnclaimed = !disowned_ && isStillOpen() && slot().forkRound.loadRelaxed() == forkRound_;
@@ -282,11 +297,9 @@ Endpoint::Departure Endpoint::leave() {
         disown();
         return Departure::leaves;
     }
-    if (disowned_ || forksSeen_ != forks::stamp()) {
-        if (!claim()) {
-            errno = ECHILD;
-            return Departure::stays;
-        }
+    if ((disowned_ || forksSeen_ != stamp) && !claim(stamp)) {
+        errno = ECHILD;
+        return Departure::stays;
     }
     return Departure::leaves;
 }

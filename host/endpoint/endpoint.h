@@ -186,7 +186,8 @@ private:
 
     bool enterAtOnce();
     bool enterInDoubt();
-    bool claim();
+    bool occupy(uint32_t& stamp);
+    bool claim(uint32_t stamp);
     void disown();
     void leaveDomain();
     void end();
@@ -227,14 +228,14 @@ private:
     bool byteIn_ = false;   ///< the bell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
 
-    bool waitFailed_ = false;    ///< somebody has closed what this endpoint waits on
-    bool missedEnds_ = false;    ///< peers have ended whose ends are still to be looked for
-    std::vector<Spid> dead_;     ///< to be reaped: the lock was taken when their ends were noticed
-    bool owesRings_ = false;     ///< somebody asked to be rung and could not be
-    bool owesAnswers_ = false;   ///< somebody hunts for this endpoint and could not be answered
-    uint32_t debtPause_ = 0;     ///< milliseconds until what is owed others is tried again
+    bool waitFailed_ = false;   ///< somebody has closed what this endpoint waits on
+    bool missedEnds_ = false;   ///< peers have ended whose ends are still to be looked for
+    std::vector<Spid> dead_;    ///< to be reaped: the lock was taken when their ends were noticed
+    bool owesRings_ = false;    ///< somebody asked to be rung and could not be
+    bool owesAnswers_ = false;  ///< somebody hunts for this endpoint and could not be answered
+    uint32_t debtPause_ = 0;    ///< milliseconds until what is owed others is tried again
 
-    uint32_t held_ = 0;              ///< signals that the user holds
+    uint32_t held_ = 0;               ///< signals that the user holds
     Held recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next
     LinxRef lastReference_ = 0;
     std::unordered_set<char*> names_;
