@@ -4,6 +4,7 @@
 
 #include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
+#include "host/arena/share.h"
 #include "host/recovery/retire.h"
 
 namespace linx {
@@ -96,7 +97,7 @@ Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
         prepend(chain, *block, ref);
     }
-    arena.slot(indexOf(home)).leasedLines.addRelaxed(chain.blocks * sizeClasses[sizeClass].lines);
+    share::add(arena.slot(indexOf(home)), chain.blocks * sizeClasses[sizeClass].lines);
     return chain;
 }
 
@@ -112,7 +113,7 @@ Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t
     Chain chain;
     if (first == none) return chain;
     for (uint32_t run = runs; run-- > 0;) cutRun(arena, first + run * c.units, sizeClass, home, chain);
-    arena.slot(indexOf(home)).leasedLines.addRelaxed(chain.blocks * c.lines);
+    share::add(arena.slot(indexOf(home)), chain.blocks * c.lines);
     return chain;
 }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "host/arena/common_stacks.h"
+#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/bell.h"
 #include "host/pool/lease.h"
@@ -100,9 +101,9 @@ void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
     nearby_.forget();  // as in add()
     // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
     // larger.
-    slot().leasedLines.addRelaxed(lines);
+    share::add(slot(), lines);
     block.home.storeRelease(home_);
-    if (isOpen(arena(), home)) arena().slot(indexOf(home)).leasedLines.addRelaxed(0u - lines);
+    if (isOpen(arena(), home)) share::remove(arena().slot(indexOf(home)), home, lines);
 }
 
 void Pool::markFree(Block& block, uint32_t sizeClass) {
@@ -153,9 +154,9 @@ void Pool::takeReturned() {
     if (keepsTooMuch()) trim();
 }
 
-/// Lines that the endpoint is home to. Fewer than none, or more than there are, is what garbage leaves: none then.
+/// Lines that the endpoint is home to. More than there are is what garbage leaves: none then.
 uint32_t Pool::leasedLines() const {
-    const uint32_t leased = slot().leasedLines.loadRelaxed();
+    const uint32_t leased = share::linesOf(slot());
     return leased > arena().unitCount() * linesPerUnit ? 0 : leased;
 }
 
@@ -266,7 +267,7 @@ void Pool::shrinkTo(uint32_t lines) {
             given += sizeClasses[sizeClass].lines;
         }
     }
-    slot().leasedLines.addRelaxed(0u - given);
+    share::remove(slot(), home_, given);
 }
 
 }  // namespace linx

@@ -11,6 +11,7 @@
 #include "host/arena/arena.h"
 #include "host/arena/name_table.h"
 #include "host/arena/scoped_descriptor.h"
+#include "host/arena/share.h"
 
 namespace linxtest {
 
@@ -67,6 +68,7 @@ inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const st
     slot.nameLength.storeRelaxed(name.length());
     name.writeTo(slot.name);
     const linx::Spid spid = linx::makeSpid(index, generation);
+    linx::share::begin(slot, spid);
     slot.life.storeRelaxed(spid | linx::lifeOpen);
     linx::Word& used = arena.header().slotsUsed;
     used.storeRelaxed(std::max(used.loadRelaxed(), index));
