@@ -179,7 +179,9 @@ void Endpoint::leaveDomain() {
     const uint32_t any[] = {0};
     while (const Ref ref = queue_.take(any).ref) discard(ref);
     while (const Ref ref = timers_.takeAny()) discard(ref);
-    while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
+    for (uint32_t index = 0; index < peers_.size(); ++index) {
+        for (const Ref ref : peers_.takeNotices(index)) discard(ref);
+    }
     pool_.takeReturned();  // or all of the arena would be looked through for it
     end();                 // where somebody has removed the domain nobody can look for this endpoint any more
 }
