@@ -58,8 +58,10 @@ enum {
  * Returns the handle, to be given back with linx_close, or null:
  * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES, EPERM the domain is not ours to join or to make;
  * EPROTO the domain's arena is damaged or of another make; ENOMEM, also when the process may not make a file as large as
- * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered); ENOSPC no endpoint left; ENOENT, ENOTDIR, ELOOP, EROFS the
- * domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint that could not be opened. The log tells which domain was meant.
+ * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered); ENOSPC no endpoint left (who has died is looked for now
+ * and then, not each time); ENOENT, ENOTDIR, ELOOP, EROFS the domain's directory cannot be made where LINX_DOMAIN says;
+ * EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint that could not be opened. The log
+ * tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
@@ -80,7 +82,7 @@ LINXIPC_API int linx_close(LINX *linx);
  * Asks for the endpoint `name`. The answer is a signal from the endpoint that was found: `*huntSignal`, taken over,
  * or LINX_OS_HUNT_SIG when `huntSignal` or `*huntSignal` is null. A hunt for an absent name stays pending until an
  * endpoint opens under it. 0, or -1: ENAMETOOLONG, ENOMEM no room for the signal, ENOSPC too many pending hunts, the
- * endpoint's own (1024) or everybody's (4096).
+ * endpoint's own (1024) or everybody's (4096; for those of the dead is looked now and then, not each time).
  */
 LINXIPC_API int linx_hunt(LINX *linx, const char *name, LinxSignal **huntSignal);
 

@@ -1,5 +1,7 @@
 #include "host/arena/common_stacks.h"
 
+#include <algorithm>
+
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 
@@ -33,6 +35,8 @@ Block* take(const Arena& arena, uint32_t sizeClass, Ref& ref) {
     head.storeRelaxed(block->next.loadRelaxed());
     Word& lines = arena.header().commonLines;
     lines.storeRelaxed(lines.loadRelaxed() - sizeClasses[sizeClass].lines);
+    Word& least = arena.header().commonLeast;
+    least.storeRelaxed(std::min(least.loadRelaxed(), lines.loadRelaxed()));
     return block;
 }
 

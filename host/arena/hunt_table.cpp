@@ -6,24 +6,25 @@
 namespace linx {
 namespace {
 
-/// The first free entry; `huntCount` when all are in use, or so many by `hunter` that others would go short.
-uint32_t entryFor(const Arena& arena, Spid hunter) {
+/// Finds the first free entry. 0, or an errno value as of addHunt.
+int findEntry(const Arena& arena, Spid hunter, uint32_t& free) {
     const uint32_t used = arena.usedHunts();
-    uint32_t free = used;
     uint32_t own = 0;
+    free = used;
     for (uint32_t i = used; i-- > 0;) {
         const uint32_t word = arena.hunt(i).hunter.loadRelaxed();
         if (word == 0) free = i;
         if ((word & spidMask) == hunter) ++own;
     }
-    return own < huntsOfOne ? free : huntCount;
+    if (own >= huntsOfOne) return EDQUOT;
+    return free == huntCount ? ENOSPC : 0;
 }
 
 }  // namespace
 
 int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal) {
-    const uint32_t index = entryFor(arena, hunter);
-    if (index == huntCount) return ENOSPC;
+    uint32_t index;
+    if (const int failure = findEntry(arena, hunter, index)) return failure;
     if (!arena.provideHunt(index)) return ENOMEM;
     Hunt& hunt = arena.hunt(index);
     hunt.signal.storeRelaxed(signal);

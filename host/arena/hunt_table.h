@@ -11,8 +11,8 @@ namespace linx {
 /// The most hunts that one endpoint may have pending.
 constexpr uint32_t huntsOfOne = huntCount / 4;
 
-/// Keeps a hunt of `hunter` for `name` with its signal, a block that is queued for the hunter. Returns 0, ENOSPC when
-/// too many are pending, the hunter's own or everybody's, or ENOMEM when there is no memory.
+/// Keeps a hunt of `hunter` for `name` with its signal, a block that is queued for the hunter. Returns 0, EDQUOT when
+/// too many of the hunter's own are pending, ENOSPC when too many are of all, or ENOMEM when there is no memory.
 int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal);
 
 inline void clearHunt(Hunt& hunt) {

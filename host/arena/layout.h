@@ -33,6 +33,12 @@ constexpr uint32_t maxNameLength = 255;
 constexpr uint32_t huntCount = 4096;
 constexpr uint32_t noHome = 0;  ///< home of a block that lies in the common stacks
 
+/// How often something is done that takes long, see throttle.h.
+struct Pace {
+    Word at;    ///< milliseconds: when it was done last
+    Word took;  ///< microseconds
+};
+
 struct Header {
     // Written once, before the file gets its name.
     Word magic;
@@ -47,7 +53,7 @@ struct Header {
     Word sizeClasses;
     Word reserved[6];
 
-    // Guarded by the cold lock.
+    // Guarded by the cold lock; but anybody may raise the pressure, and add to what reclaiming took.
     Word busy;                    ///< 1 while a cold section runs; found set, its holder died and repair() has work
     Word slotsUsed;               ///< slots 1 to slotsUsed have been used at least once
     Word openEndpoints;           ///< how many there are; decides what each may keep for itself
@@ -55,16 +61,20 @@ struct Header {
     Word newestEnded;             ///< its last
     Word endings;                 ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
     Word huntsUsed;               ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word reclaimedAt;             ///< coarse milliseconds: when memory was reclaimed last
     Word unitsUsed;               ///< units below have been leased at least once
-    Word reclaimTook;             ///< milliseconds
+    Word longestGap;              ///< of these no more adjoin that are free again; perhaps fewer
+    Word gapHint;                 ///< where the search for such goes on
     Word commonLines;             ///< in the stacks below
-    Word commonThen;              ///< the same when memory had been reclaimed last
+    Word commonLeast;             ///< the least of that since memory was reclaimed last
     Word pressure;                ///< counts the times that memory ran out: who sees a new one gives up what it keeps
+    Word pressedAt;               ///< milliseconds: when it was raised last
+    Word pressureMet;             ///< the count when memory was reclaimed last
+    Pace reclaiming;              ///< of memory
+    Pace reaping;                 ///< of whoever has died
     Word common[sizeClassCount];  ///< stacks of free blocks without a home, a class each
 };
-static_assert(sizeof(Header) == 116 + 4 * sizeClassCount && offsetof(Header, busy) == 64 &&
-                  offsetof(Header, common) == 116 && std::is_standard_layout<Header>::value,
+static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, busy) == 64 &&
+                  offsetof(Header, common) == 140 && std::is_standard_layout<Header>::value,
               "the header's layout is shared by every process of the domain");
 static_assert(sizeof(Header) <= unitBytes, "the header fits its page");
 

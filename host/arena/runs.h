@@ -13,6 +13,12 @@ inline bool runStartsAt(const Arena& arena, uint32_t unit, uint32_t& sizeClass) 
            unit + sizeClasses[sizeClass].units <= arena.usedUnits();
 }
 
+/// Units become free again, or may have: whatever is known of the gaps between runs is out of date. Under the cold
+/// lock.
+inline void forgetGaps(const Arena& arena) {
+    arena.header().longestGap.storeRelaxed(arena.unitCount());
+}
+
 /// Calls `visit(firstUnit, sizeClass)` for every run. Under the cold lock.
 template <class Visit>
 void forEachRun(const Arena& arena, Visit visit) {

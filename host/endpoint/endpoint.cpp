@@ -123,10 +123,7 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
         reap(cold, &holder, 1);
     }
     uint32_t index = takeSlot(arena);
-    if (index == 0) {
-        reapAllDead(cold);
-        index = takeSlot(arena);
-    }
+    if (index == 0 && reapAllDeadIfDue(cold)) index = takeSlot(arena);
     if (index == 0) return 0;
     Slot& slot = arena.slot(index);
     const uint32_t before = slot.life.loadRelaxed();
@@ -342,9 +339,9 @@ int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
     if (opened) return 0;
     park(held, spid_);
     const int failure = addHunt(arena(), spid_, name, held.ref);
-    if (failure != ENOSPC) return failure;
-    reapAllDead(cold);  // whose hunts nobody may have missed yet
-    return addHunt(arena(), spid_, name, held.ref);
+    if (failure == EDQUOT) return ENOSPC;
+    // There may be hunts of the dead, whom nobody has missed yet.
+    return failure == ENOSPC && reapAllDeadIfDue(cold) ? addHunt(arena(), spid_, name, held.ref) : failure;
 }
 
 LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {

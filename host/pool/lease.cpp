@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
 #include "host/arena/share.h"
+#include "host/arena/throttle.h"
 #include "host/recovery/retire.h"
 
 namespace linx {
@@ -13,19 +13,48 @@ namespace {
 
 constexpr uint32_t none = ~0u;
 
-constexpr uint32_t shortestPause = 10;   ///< milliseconds
-constexpr uint32_t longestTime = 10000;  ///< milliseconds: no honest one takes longer
-constexpr uint32_t pauseFactor = 8;      ///< a pause is so many times as long as what was done before it
+/// Looks for gaps, where units were leased once and are free again.
+class GapSearch {
+public:
+    GapSearch(const Arena& arena, uint32_t wanted) : arena_(arena), wanted_(wanted) {}
 
-/// The first of `count` adjoining units that were leased once and are free again.
-uint32_t findGap(const Arena& arena, uint32_t count) {
-    const uint32_t used = arena.usedUnits();
-    uint32_t length = 0;
-    for (uint32_t unit = 0; unit < used; ++unit) {
-        length = arena.unit(unit).loadRelaxed() == 0 ? length + 1 : 0;
-        if (length == count) return unit + 1 - count;
+    /// Whether so many adjoin between the units; then `end()` is behind them.
+    bool lookInto(uint32_t first, uint32_t last) {
+        uint32_t length = 0;
+        for (uint32_t unit = first; unit < last; ++unit) {
+            length = arena_.unit(unit).loadRelaxed() == 0 ? length + 1 : 0;
+            longest_ = std::max(longest_, length);
+            end_ = unit + 1;
+            if (length == wanted_) return true;
+        }
+        return false;
     }
-    return none;
+
+    uint32_t end() const { return end_; }
+    uint32_t longest() const { return longest_; }
+
+private:
+    const Arena& arena_;
+    const uint32_t wanted_;
+    uint32_t end_ = 0;
+    uint32_t longest_ = 0;
+};
+
+/// The first of `count` adjoining units that were leased once and are free again. The search goes on where the last
+/// one has ended, and is not made where it was in vain before: or the whole arena would be looked through for each
+/// run that is cut of it, and for each that is not.
+uint32_t findGap(const Arena& arena, uint32_t count) {
+    Header& header = arena.header();
+    if (count > header.longestGap.loadRelaxed()) return none;
+    const uint32_t used = arena.usedUnits();
+    const uint32_t hint = std::min(header.gapHint.loadRelaxed(), used);
+    GapSearch search(arena, count);
+    if (!search.lookInto(hint, used) && !search.lookInto(0, std::min(used, hint + count - 1))) {
+        header.longestGap.storeRelaxed(search.longest());
+        return none;
+    }
+    header.gapHint.storeRelaxed(search.end());
+    return search.end() - count;
 }
 
 /// The first of `count` free units with memory; `none` when there are none.
@@ -72,6 +101,7 @@ void giveUpRun(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
 
 /// Makes the runs free units again that nobody has a block of, and the common stacks anew from the others.
 void compact(const Arena& arena) {
+    forgetGaps(arena);
     common::clear(arena);  // the stacks may name blocks of runs that are given up now
     forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {
         bool idle = true;
@@ -79,10 +109,6 @@ void compact(const Arena& arena) {
         if (idle) giveUpRun(arena, unit, sizeClass);
     });
     common::rebuild(arena);
-}
-
-uint32_t milliseconds() {
-    return static_cast<uint32_t>(coarseMilliseconds());
 }
 
 }  // namespace
@@ -117,24 +143,28 @@ Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t
     return chain;
 }
 
-bool reclaim(const ColdSection& cold, uint32_t lines) {
+uint32_t relief(const Arena& arena) {
+    const Header& header = arena.header();
+    const uint32_t grown = header.commonLines.loadRelaxed() - header.commonLeast.loadRelaxed();
+    return grown <= arena.unitCount() * linesPerUnit ? grown : 0;  // or it is garbage
+}
+
+Reclaimed reclaim(const ColdSection& cold, uint32_t lines) {
     const Arena& arena = cold.arena();
     Header& header = arena.header();
-    const uint32_t start = milliseconds();
-    const uint32_t passed = start - header.reclaimedAt.loadRelaxed();
-    const uint32_t took = std::min(header.reclaimTook.loadRelaxed(), longestTime);  // or it is garbage
-    const bool isDue = passed >= std::max(pauseFactor * took, shortestPause);
-    const uint32_t grown = header.commonLines.loadRelaxed() - header.commonThen.loadRelaxed();
-    const uint32_t used = arena.usedUnits() * linesPerUnit;
-    const bool isWorthwhile = grown >= std::max(lines, used / 64) && grown <= used;
-    if (!isDue && !isWorthwhile) return false;
-    if (isDue) reapAllDead(cold);
-    compact(arena);
-    const uint32_t end = milliseconds();
-    header.reclaimedAt.storeRelaxed(end);
-    header.reclaimTook.storeRelaxed(end - start);
-    header.commonThen.storeRelaxed(header.commonLines.loadRelaxed());
-    return true;
+    const uint32_t pressure = header.pressure.loadRelaxed();
+    const bool wasPressed = pressure != header.pressureMet.loadRelaxed();
+    const uint32_t enough = wasPressed ? lines : std::max(lines, arena.usedUnits() * linesPerUnit / 64);
+    const Throttle throttle(header.reclaiming);
+    const bool isDue = throttle.isDue();
+    if (!isDue && relief(arena) < enough) return Reclaimed::nothing;
+    throttle.run([&] {
+        if (isDue) reapAllDead(cold);
+        compact(arena);
+    });
+    header.commonLeast.storeRelaxed(header.commonLines.loadRelaxed());
+    header.pressureMet.storeRelaxed(pressure);
+    return isDue ? Reclaimed::everything : Reclaimed::some;
 }
 
 uint32_t shareOf(const Arena& arena) {

@@ -24,13 +24,22 @@ Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_
 /// no units or no memory.
 Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted);
 
+/// What has been looked at for idle memory.
+enum class Reclaimed {
+    nothing,
+    some,       ///< blocks that others have given up
+    everything  ///< those of dead endpoints too
+};
+
 /// Gathers what lies idle, when an endpoint has found no memory for a block of `lines` lines: the blocks of dead
 /// endpoints; and runs of which every block is common become free units again, for any class. It takes long, since
-/// every endpoint is asked whether it lives, and all of the arena looked through, and holds up whoever else needs the
-/// lock. So all endpoints together do it for a ninth of the time at most, however many find the arena full however
-/// often; sooner only when so much has become common since the last time that the arena is worth another look. False
-/// when nothing was done.
-bool reclaim(const ColdSection& cold, uint32_t lines);
+/// every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done is bounded
+/// for all (see throttle.h); sooner only when so much has become common since the last time that the arena is worth
+/// another look, once when others have been asked for it.
+Reclaimed reclaim(const ColdSection& cold, uint32_t lines);
+
+/// Lines that have become common, and were not taken since, after memory was reclaimed last. Also without the lock.
+uint32_t relief(const Arena& arena);
 
 /// The most lines of the pool that one endpoint may be home to.
 uint32_t shareOf(const Arena& arena);

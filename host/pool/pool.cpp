@@ -17,7 +17,8 @@ namespace linx {
 namespace {
 
 constexpr uint32_t largestLeaseLines = (64u << 10) / lineBytes;
-constexpr uint64_t reliefNanoseconds = 3000000;  ///< how long others have to give up what they keep
+constexpr long shortestNap = 90000;  ///< nanoseconds
+constexpr int mostNaps = 5;           ///< each twice as long: those that begin while there is hope
 constexpr int attemptsToYield = 20;
 
 }  // namespace
@@ -37,9 +38,10 @@ Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
     if (Block* block = take(sizeClass, ref)) return block;
     takeReturned();
     if (Block* block = take(sizeClass, ref)) return block;
-    bool mayPress = false;
-    const int failure = leaseMore(sizeClass, mayPress);
-    if (mayPress && pressure::raise(domain_, home_)) awaitRelief(sizeClass);
+    Hope hope = Hope::none;
+    const int failure = leaseMore(sizeClass, hope);
+    if (hope == Hope::ifAsked) pressure::raise(domain_, home_);
+    if (hope != Hope::none) awaitRelief(sizeClass);
     if (Block* block = take(sizeClass, ref)) return block;
     if (Block* block = takeLarger(sizeClass, ref)) return block;
     errno = failure;
@@ -161,8 +163,8 @@ uint32_t Pool::leasedLines() const {
 }
 
 /// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
-/// have garbled the last by then. `mayPress`: it may be that others keep what is wanted.
-int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
+/// have garbled the last by then. `hope` tells whether others may give up what is wanted.
+int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
     const ColdSection cold(domain_);
     if (!cold.entered()) return errno;
     const SizeClass& c = sizeClasses[sizeClass];
@@ -176,9 +178,11 @@ int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
     if (lease(cold, sizeClass, wanted)) return ENOMEM;
     shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
-    const bool haveLooked = lease::reclaim(cold, c.lines);
-    const bool found = lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased);
-    mayPress = haveLooked && !found;
+    const lease::Reclaimed looked = lease::reclaim(cold, c.lines);
+    if (leaseOne(cold, sizeClass)) return ENOMEM;
+    // Where not everything has been looked at nobody is asked: how often that is done is bounded for all.
+    if (looked == lease::Reclaimed::everything) hope = Hope::ifAsked;
+    if (looked != lease::Reclaimed::everything && pressure::isRecent(arena())) hope = Hope::soon;
     return ENOMEM;
 }
 
@@ -189,8 +193,12 @@ bool Pool::lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted) {
     return !chain.empty();
 }
 
-/// Leases one common block of a larger class, which has at most `room` lines.
-bool Pool::leaseLarger(const ColdSection& cold, uint32_t sizeClass, uint32_t room) {
+/// Leases one block, or a common one of a larger class.
+bool Pool::leaseOne(const ColdSection& cold, uint32_t sizeClass) {
+    if (lease(cold, sizeClass, 1)) return true;
+    const uint32_t share = lease::shareOf(arena());
+    const uint32_t leased = leasedLines();
+    const uint32_t room = share > leased ? share - leased : 0;
     for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && linesOfClass(larger) <= room; ++larger) {
         const lease::Chain chain = lease::fromCommon(cold, home_, larger, 1);
         add(chain, larger);
@@ -202,20 +210,19 @@ bool Pool::leaseLarger(const ColdSection& cold, uint32_t sizeClass, uint32_t roo
 /// Others have been asked to give up what they keep. Waits a little for that, and leases of it what fits.
 void Pool::awaitRelief(uint32_t sizeClass) {
     const uint32_t lines = sizeClasses[sizeClass].lines;
-    const uint32_t before = arena().header().commonLines.loadRelaxed();
-    uint64_t waited = 0;
-    for (uint64_t pause = 100000; waited < reliefNanoseconds; pause *= 2) {
-        const timespec time = {0, static_cast<long>(pause)};
+    long pause = shortestNap;
+    uint32_t before = 0;
+    for (int naps = 0; naps < mostNaps && pressure::isRecent(arena()); ++naps, pause *= 2) {
+        const timespec time = {0, pause};
         nanosleep(&time, nullptr);
-        waited += pause;
-        if (arena().header().commonLines.loadRelaxed() - before < lines) continue;
+        const uint32_t relief = lease::relief(arena());
+        if (relief < lines) continue;
         const ColdSection cold(domain_);
-        if (!cold.entered()) return;
-        const uint32_t share = lease::shareOf(arena());
-        const uint32_t leased = leasedLines();
-        if (leased + lines > share || lease(cold, sizeClass, 1)) return;
-        lease::reclaim(cold, lines);
-        if (lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased)) return;
+        if (!cold.entered() || leaseOne(cold, sizeClass)) return;
+        // What has come is of other sizes. The arena is looked through once for it: when no more is coming.
+        const bool isAll = relief == before || naps + 1 == mostNaps || !pressure::isRecent(arena());
+        before = relief;
+        if (isAll && lease::reclaim(cold, lines) != lease::Reclaimed::nothing && leaseOne(cold, sizeClass)) return;
     }
 }
 

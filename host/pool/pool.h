@@ -51,6 +51,13 @@ public:
     bool giveUp();
 
 private:
+    /// What may be had of others where there is no memory.
+    enum class Hope {
+        none,
+        soon,  ///< they have been asked just now
+        ifAsked
+    };
+
     Block* take(uint32_t sizeClass, Ref& ref);
     /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
     /// lost than given out twice.
@@ -68,9 +75,9 @@ private:
     bool giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home);
     bool learnHome(Spid home);
     uint32_t leasedLines() const;
-    int leaseMore(uint32_t sizeClass, bool& mayPress);
+    int leaseMore(uint32_t sizeClass, Hope& hope);
     bool lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted);
-    bool leaseLarger(const ColdSection& cold, uint32_t sizeClass, uint32_t room);
+    bool leaseOne(const ColdSection& cold, uint32_t sizeClass);
     void awaitRelief(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);

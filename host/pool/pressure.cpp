@@ -1,14 +1,16 @@
 #include "host/pool/pressure.h"
 
 #include "host/arena/share.h"
+#include "host/arena/throttle.h"
 #include "host/mailbox/bell.h"
 
 namespace linx {
 namespace pressure {
+namespace {
 
-bool raise(const Domain& domain, Spid self) {
+/// Whether there is anybody to ask.
+bool ringAll(const Domain& domain, Spid self) {
     const Arena& arena = domain.arena();
-    arena.header().pressure.addRelaxed(1);  // relaxed: whoever is rung reads it after the byte
     bool any = false;
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
@@ -21,6 +23,22 @@ bool raise(const Domain& domain, Spid self) {
         any = (bell.get() != -1 && bell::ring(bell.get()) == 0) || any;
     }
     return any;
+}
+
+}  // namespace
+
+void raise(const Domain& domain, Spid self) {
+    Header& header = domain.arena().header();
+    header.pressure.addRelaxed(1);  // relaxed: whoever is rung reads it after the byte
+    Throttle(header.reclaiming).runOnTop([&] {
+        // Relaxed: whoever waits a little too long or too short for others does not find more or less of what they
+        // give up.
+        if (ringAll(domain, self)) header.pressedAt.storeRelaxed(milliseconds());
+    });
+}
+
+bool isRecent(const Arena& arena) {
+    return milliseconds() - arena.header().pressedAt.loadRelaxed() < patience;
 }
 
 }  // namespace pressure

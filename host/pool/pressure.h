@@ -9,8 +9,13 @@ namespace linx {
 /// count in the header tells them from other wake-ups, see Pool::isUnderPressure.
 namespace pressure {
 
-/// Asks all endpoints but `self` to give up what they keep. False when nobody has anything.
-bool raise(const Domain& domain, Spid self);
+constexpr uint32_t patience = 3;  ///< milliseconds that others have to give up what they keep
+
+/// Asks all endpoints but `self` to give up what they keep. What that takes counts as reclaiming.
+void raise(const Domain& domain, Spid self);
+
+/// Whether others have been asked so lately that what they give up may still be on its way, whoever has asked.
+bool isRecent(const Arena& arena);
 
 }  // namespace pressure
 }  // namespace linx

@@ -18,6 +18,7 @@ namespace {
 /// nobody's.
 void clearHalfRuns(const Arena& arena) {
     const uint32_t used = arena.usedUnits();
+    forgetGaps(arena);
     for (uint32_t unit = 0; unit < used;) {
         uint32_t sizeClass;
         if (runStartsAt(arena, unit, sizeClass)) {

@@ -6,6 +6,7 @@
 #include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
+#include "host/arena/throttle.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/bell.h"
 #include "host/mailbox/sleepers.h"
@@ -113,14 +114,22 @@ void reap(const ColdSection& cold, const Spid* dead, size_t count) {
 }
 
 void reapAllDead(const ColdSection& cold) {
-    SlotSet ending(cold.arena());
-    const uint32_t used = cold.arena().usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        const uint32_t life = cold.arena().slot(i).life.loadAcquire();
-        const Spid spid = life & spidMask;
-        if ((life & lifeOpen) != 0 && indexOf(spid) == i && hasDied(cold.domain(), spid)) ending.insert(spid);
-    }
-    retireAll(cold, ending, Leftovers::anything);
+    Throttle(cold.arena().header().reaping).run([&] {
+        SlotSet ending(cold.arena());
+        const uint32_t used = cold.arena().usedSlots();
+        for (uint32_t i = 1; i <= used; ++i) {
+            const uint32_t life = cold.arena().slot(i).life.loadAcquire();
+            const Spid spid = life & spidMask;
+            if ((life & lifeOpen) != 0 && indexOf(spid) == i && hasDied(cold.domain(), spid)) ending.insert(spid);
+        }
+        retireAll(cold, ending, Leftovers::anything);
+    });
+}
+
+bool reapAllDeadIfDue(const ColdSection& cold) {
+    const bool isDue = Throttle(cold.arena().header().reaping).isDue();
+    if (isDue) reapAllDead(cold);
+    return isDue;
 }
 
 }  // namespace linx

@@ -18,11 +18,16 @@ enum class Leftovers {
 /// again.
 void retire(const ColdSection& cold, Spid spid, Leftovers leftovers);
 
-/// Ends endpoints whose processes have died, and which nobody has ended yet, together: the arena is looked through once.
+/// Ends endpoints whose processes have died, and which nobody has ended yet, together: the arena is looked through
+/// once.
 void reap(const ColdSection& cold, const Spid* dead, size_t count);
 
-/// Ends every endpoint whose process has died.
+/// Ends every endpoint whose process has died. Each is asked for that, which takes long where there are many.
 void reapAllDead(const ColdSection& cold);
+
+/// The same unless it was done a moment ago: for what is wanted again and again by those who go without. How often
+/// all endpoints together do it is bounded, see throttle.h. Whether it was done.
+bool reapAllDeadIfDue(const ColdSection& cold);
 
 /// Whether the process of an open endpoint has died, asking its bell. False also when the bell cannot be asked; then,
 /// and only then, errno changes and tells why.

@@ -3,14 +3,18 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <type_traits>
 #include <utility>
 
 namespace linxtest::interposed {
 
+std::function<void(const char* name)> atOpen;
+std::function<void()> atNap;
 std::function<int()> atLock;
 std::function<int(int64_t offset, int64_t bytes)> atReserve;
 
@@ -39,6 +43,8 @@ int fail(int error) {
 }  // namespace
 
 void reset() {
+    atOpen = nullptr;
+    atNap = nullptr;
     atLock = nullptr;
     atReserve = nullptr;
 }
@@ -49,12 +55,28 @@ namespace interposed = linxtest::interposed;
 
 extern "C" {
 
+// This file counts in 64 bits, as the sources of host/ do: they call the functions for those.
+int openat64(int directory, const char* name, int flags, ...) {
+    const bool isNew = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    va_list arguments;
+    va_start(arguments, flags);
+    const unsigned mode = isNew ? va_arg(arguments, unsigned) : 0;
+    va_end(arguments);
+    interposed::run(interposed::atOpen, name);
+    return static_cast<int>(syscall(SYS_openat, directory, name, flags | O_LARGEFILE, mode));
+}
+
+int nanosleep(const timespec* time, timespec* left) {
+    if (!interposed::atNap) return static_cast<int>(syscall(SYS_clock_nanosleep, CLOCK_REALTIME, 0, time, left));
+    interposed::atNap();
+    return 0;
+}
+
 int flock(int file, int operation) noexcept {
     const int error = interposed::run(interposed::atLock);
     return error != 0 ? interposed::fail(error) : static_cast<int>(syscall(SYS_flock, file, operation));
 }
 
-// This file counts in 64 bits, as the sources of host/ do.
 int posix_fallocate(int file, off_t offset, off_t bytes) {
     const int error = interposed::run(interposed::atReserve, int64_t{offset}, int64_t{bytes});
     if (error != 0) return error;

@@ -8,6 +8,12 @@
 /// such a moment, or has it fail.
 namespace linxtest::interposed {
 
+/// Done before a file is opened below a directory; `name` is the one that was asked for.
+extern std::function<void(const char* name)> atOpen;
+
+/// Done instead of sleeping for a while; also by itself.
+extern std::function<void()> atNap;
+
 /// Done before a file is locked or unlocked. Returns 0, or the errno value with which that fails.
 extern std::function<int()> atLock;
 

@@ -21,7 +21,7 @@ protected:
         for (uint32_t i = 0; i < smallInPage; ++i) ASSERT_NE(pass(one, two, two.spid, small), nullptr);
         two.reset();
         const ColdSection cold(*joined);
-        ASSERT_TRUE(lease::reclaim(cold, 1));
+        ASSERT_EQ(lease::reclaim(cold, 1), lease::Reclaimed::everything);
         ASSERT_EQ(leasedLines(one.spid), 0u);
         ASSERT_EQ(arena.unit(0).loadRelaxed(), 0u);
         // Nothing is fresh any more: what is leased next lies where the small ones lay.

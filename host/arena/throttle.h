@@ -1,0 +1,56 @@
+#ifndef LINXIPC_HOST_ARENA_THROTTLE_H
+#define LINXIPC_HOST_ARENA_THROTTLE_H
+
+#include <algorithm>
+
+#include "host/arena/clock.h"
+#include "host/arena/layout.h"
+
+namespace linx {
+
+inline uint32_t milliseconds() {
+    return static_cast<uint32_t>(now() / 1000000u);
+}
+
+/// Bounds what takes long, and holds up whoever needs the cold lock: all endpoints together do it for a ninth of the
+/// time at most, however many want it however often. Relaxed: the lock orders it (P), and about right will do.
+class Throttle {
+public:
+    explicit Throttle(Pace& pace) : pace_(pace) {}
+
+    bool isDue() const {
+        const uint32_t took = std::min(pace_.took.loadRelaxed(), longestTime);  // or it is garbage
+        return milliseconds() - pace_.at.loadRelaxed() >= std::max(pauseFactor * (took / 1000u), shortestPause);
+    }
+
+    /// Does `work`. What is done before it is due comes on top of what was done before.
+    template <class Work>
+    void run(Work work) const {
+        const uint32_t before = isDue() ? 0 : pace_.took.loadRelaxed();
+        const uint64_t start = now();
+        work();
+        pace_.took.storeRelaxed(before + microsecondsSince(start));
+        pace_.at.storeRelaxed(milliseconds());
+    }
+
+    /// The same for what comes on top without the lock.
+    template <class Work>
+    void runOnTop(Work work) const {
+        const uint64_t start = now();
+        work();
+        pace_.took.addRelaxed(microsecondsSince(start));
+    }
+
+private:
+    static constexpr uint32_t shortestPause = 10;      ///< milliseconds
+    static constexpr uint32_t longestTime = 10000000;  ///< microseconds: nothing honest takes longer
+    static constexpr uint32_t pauseFactor = 8;  ///< a pause is so many times as long as what was done before it
+
+    static uint32_t microsecondsSince(uint64_t start) { return static_cast<uint32_t>((now() - start) / 1000u); }
+
+    Pace& pace_;
+};
+
+}  // namespace linx
+
+#endif

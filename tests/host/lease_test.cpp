@@ -1,0 +1,151 @@
+// Where units are found for what is leased, and how seldom it is looked for those who have died.
+
+#include "host/pool/lease.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <random>
+
+#include "host/arena/hunt_table.h"
+#include "tests/host/interposed.h"
+#include "tests/host/pool_fixture.h"
+#include "tests/support/witness.h"
+
+namespace linx {
+namespace {
+
+using linxtest::Linx;
+
+class GapsOfUnitsTest : public TightTest {
+protected:
+    static constexpr uint32_t sizeClass = 20;  // a run of several units
+    static constexpr uint32_t units = sizeClasses[sizeClass].units;
+    static_assert(units > 2, "so a gap may be too short");
+
+    GapsOfUnitsTest() {
+        arena.header().unitsUsed.storeRelaxed(arena.unitCount());
+        EXPECT_EQ(arena.usedUnits(), arena.unitCount());
+    }
+    void TearDown() override {
+        setUnits(used, arena.unitCount(), 0);
+        TightTest::TearDown();
+    }
+
+    void setUnits(uint32_t first, uint32_t end, uint32_t entry) const {
+        for (uint32_t unit = first; unit < end; ++unit) arena.unit(unit).storeRelaxed(entry);
+    }
+
+    /// The unit where a run was cut; none when there was no gap.
+    uint32_t cut() const {
+        const ColdSection cold(*joined);
+        const lease::Chain chain = lease::fromUnits(cold, one.spid, sizeClass, 1);
+        share::remove(slotOf(one.spid), one.spid, chain.blocks * linesOfClass(sizeClass));
+        return chain.empty() ? none : (chain.head - arena.refOfUnit(0)) / linesPerUnit;
+    }
+
+    static constexpr uint32_t none = ~0u;
+    const uint32_t used = 2;  // by one and two
+};
+
+TEST_F(GapsOfUnitsTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
+    std::mt19937 random(3);
+    const uint32_t count = arena.unitCount();
+    for (int round = 0; round < 300; ++round) {
+        const uint32_t length = units - 1 + static_cast<uint32_t>(random() % 3);
+        const uint32_t start = used + static_cast<uint32_t>(random() % (count - used - length + 1));
+        const auto hint = static_cast<uint32_t>(round % 2 == 0 ? random() % (2 * count) : start + random() % length);
+        setUnits(used, count, unitEntry(0, 0));
+        setUnits(start, start + length, 0);
+        arena.header().longestGap.storeRelaxed(count);
+        arena.header().gapHint.storeRelaxed(hint);
+        const uint32_t found = cut();
+        EXPECT_EQ(found != none, length >= units) << start << " " << hint;
+        if (found == none) continue;
+        EXPECT_GE(found, start);
+        EXPECT_LE(found + units, start + length);
+        EXPECT_EQ(cut(), none);
+    }
+}
+
+TEST_F(GapsOfUnitsTest, AreNotLookedForAgainWhereNoneWasUntilSomeMayBe) {
+    setUnits(used, arena.unitCount(), unitEntry(0, 0));
+    arena.header().longestGap.storeRelaxed(arena.unitCount());
+    EXPECT_EQ(cut(), none);
+    setUnits(100, 100 + units, 0);
+    EXPECT_EQ(cut(), none);
+    forgetGaps(arena);
+    EXPECT_EQ(cut(), 100u);
+}
+
+TEST_F(GapsOfUnitsTest, AreUsedOneBehindTheOther) {
+    arena.header().longestGap.storeRelaxed(arena.unitCount());
+    arena.header().gapHint.storeRelaxed(0);
+    const uint32_t first = cut();
+    for (uint32_t i = 1; i < 20; ++i) EXPECT_EQ(cut(), first + i * units);
+    // What became free before that is used when the search has come round.
+    setUnits(first, first + units, 0);
+    EXPECT_EQ(cut(), first + 20 * units);
+    uint32_t next = cut();
+    while (next != none && next != first) next = cut();
+    EXPECT_EQ(next, first);
+}
+
+class LookingForTheDeadTest : public linxtest::ArenaDomainTest {
+protected:
+    static constexpr int times = 200;
+
+    void TearDown() override {
+        linxtest::interposed::reset();
+        one.reset();
+        ArenaDomainTest::TearDown();
+    }
+
+    /// Whoever looks for the dead asks everybody whether he lives.
+    std::string bellOfOne() const {
+        char bell[16];
+        std::snprintf(bell, sizeof bell, "bell.%08x", one.spid);
+        return domain.pathOf(bell);
+    }
+
+    Linx one{"one"};
+};
+
+TEST_F(LookingForTheDeadTest, IsNotDoneForEveryHuntThatIsRefused) {
+    std::vector<std::unique_ptr<Linx>> hunters;
+    for (int i = 0; i < 4; ++i) {
+        hunters.push_back(std::make_unique<Linx>("hunter" + std::to_string(i)));
+        for (uint32_t k = 0; k < huntsOfOne; ++k) ASSERT_EQ(linx_hunt(*hunters.back(), "absent", nullptr), 0);
+    }
+    {
+        const linxtest::Witness witness(bellOfOne(), IN_OPEN | IN_CLOSE);
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(linx_hunt(*hunters[0], "absent", nullptr), -1);
+            ASSERT_EQ(errno, ENOSPC);
+        }
+        EXPECT_EQ(witness.count(), 0u) << "they are all its own";
+        for (int i = 0; i < times; ++i) {
+            ASSERT_EQ(linx_hunt(one, "absent", nullptr), -1);
+            ASSERT_EQ(errno, ENOSPC);
+        }
+        EXPECT_LT(witness.count(), times / 2u);
+    }
+    hunters.clear();
+    EXPECT_EQ(linx_hunt(one, "absent", nullptr), 0);
+}
+
+TEST_F(LookingForTheDeadTest, IsNotDoneForEveryEndpointThatIsRefused) {
+    linxtest::interposed::atReserve = [](int64_t, int64_t) { return ENOSPC; };
+    std::vector<LINX*> others;
+    while (LINX* linx = linx_open(std::to_string(others.size()).c_str(), 0, nullptr)) others.push_back(linx);
+    EXPECT_EQ(errno, ENOMEM);
+    {
+        const linxtest::Witness witness(bellOfOne(), IN_OPEN | IN_CLOSE);
+        for (int i = 0; i < times; ++i) ASSERT_EQ(linx_open("more", 0, nullptr), nullptr);
+        EXPECT_LT(witness.count(), times / 2u);
+    }
+    for (LINX* linx : others) EXPECT_EQ(linx_close(linx), 0);
+}
+
+}  // namespace
+}  // namespace linx
