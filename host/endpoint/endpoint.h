@@ -144,7 +144,7 @@ private:
     void oweRing();
     void ringOwed();
     bool hasChores() const { return owesOthers() || !dead_.empty() || pool_.isUnderPressure(); }
-    bool owesOthers() const { return owesRings_ || owesAnswers_; }
+    bool owesOthers() const { return owesRings_ || owesAnswers_ || pool_.owesRelief(); }
     void doChores();
 
     // Receiving (receive.cpp).
@@ -168,11 +168,13 @@ private:
     bool takeMailboxIfRoom();
     bool queueChain();
     void fireTimeouts();
+    [[gnu::cold, gnu::noinline]] bool watchTimer();
     void enqueue(Ref ref);
     void settle() {
         if (queue_.empty() || looking_ || !byteIn_) settleAnew();
     }
     void settleAnew();
+    [[gnu::cold, gnu::noinline]] void callLater();
     void makeDescriptorTrue();
     void raiseByte();
     void silence();

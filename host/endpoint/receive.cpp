@@ -44,7 +44,7 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
     *signal = nullptr;
     Held held = {nullptr, 0, 0};
     try {
-        if (timers_.earliest() != Timers::never || peers_.supervising()) noticeEvents();
+        if (timers_.earliest() != Timers::never || peers_.supervising() || pool_.isUnderPressure()) noticeEvents();
         held = takeQueued(selection);
         if (held.block == nullptr) held = await(milliseconds, selection);
         settle();
@@ -171,8 +171,10 @@ uint64_t Endpoint::debtDue(uint64_t from) const {
     return owesOthers() ? from + std::max(debtPause_, 1u) * nanosecondsPerMillisecond : Timers::never;
 }
 
-/// What a busy endpoint must not miss though its queue never runs dry: time-outs, and the deaths of peers.
+/// What a busy endpoint must not miss though its queue never runs dry: time-outs, the deaths of peers, and that
+/// others want memory.
 void Endpoint::noticeEvents() {
+    if (pool_.isUnderPressure()) pool_.yieldToPressure();
     if (timers_.earliest() != Timers::never && timers_.earliest() <= now()) fireTimeouts();
     if (!peers_.supervising()) return;
     const uint64_t tick = coarseMilliseconds();
@@ -290,6 +292,7 @@ void Endpoint::enqueue(Ref ref) {
 
 void Endpoint::fireTimeouts() {
     const uint64_t time = now();
+    timers_.called(time);
     if (timers_.earliest() <= time) takeMailbox();  // what was sent before it fell due comes before
     while (const Ref ref = timers_.due(time)) {
         const Held held = at(ref);
@@ -314,6 +317,7 @@ void Endpoint::silence() {
         std::for_each(records, records + count, [this](uint32_t record) { hear(record); });
         if (count == bell::capacity) missedEnds_ = true;  // one may not have fitted
     } while (count == bell::capacity);
+    if (pool_.isUnderPressure()) pool_.yieldToPressure();  // the bytes may have told of that as well as of a signal
     // What was taken from the mailbox meanwhile, and what there was no memory for, must not be slept over.
     if (takenChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = bell::ring(bell_.get()) == 0;
 }
@@ -331,7 +335,14 @@ void Endpoint::settleAnew() {
     if (!isStillOpen()) return;
     const int keptErrno = errno;
     makeDescriptorTrue();
+    if (owesOthers()) callLater();
     errno = keptErrno;
+}
+
+/// Has the descriptor become readable when what is owed others is to be tried again: the user may wait on nothing
+/// else. Where there is no timer to be had, others wait until something else happens.
+void Endpoint::callLater() {
+    if (watchTimer()) timers_.callAt(debtDue(now()));
 }
 
 void Endpoint::makeDescriptorTrue() {
@@ -348,22 +359,27 @@ void Endpoint::makeDescriptorTrue() {
     if (looking_ || !byteIn_) raiseByte();
 }
 
+/// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.
+bool Endpoint::watchTimer() {
+    if (timers_.descriptor() != -1) return true;
+    epoll_event event = {};
+    event.events = EPOLLIN;
+    event.data.u32 = event_tag::timer;
+    if (timers_.open() == -1) return false;
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == 0) return true;
+    const int failure = errno;
+    timers_.close();  // the next one must try again to have it watched
+    errno = failure;
+    return false;
+}
+
 LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
     Held held;
     if (!takeOver(signal, LINX_OS_TIMEOUT_SIG, held)) return 0;
-    if (timers_.descriptor() == -1) {
-        epoll_event event = {};
-        event.events = EPOLLIN;
-        event.data.u32 = event_tag::timer;
-        while (timers_.open() == -1 && peers_.makeRoom()) {
-        }
-        if (timers_.descriptor() == -1 ||
-            epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == -1) {
-            const int failure = errno;
-            timers_.close();  // the next request must try again to have it watched
-            refuse(held, failure);
-            return 0;
-        }
+    while (!watchTimer()) {
+        if (peers_.makeRoom()) continue;
+        refuse(held, errno);
+        return 0;
     }
     const LinxRef reference = nextReference();
     try {

@@ -50,7 +50,7 @@ int Endpoint::push(const Held& held, Peer& peer) {
                   }));
 }
 
-int Endpoint::finish(const Held& held, Peer& peer, Posted posted) {
+[[gnu::always_inline]] inline int Endpoint::finish(const Held& held, Peer& peer, Posted posted) {
     switch (posted) {
         case Posted::done:
             return 0;

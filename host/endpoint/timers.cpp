@@ -62,9 +62,15 @@ Ref Timers::takeAny() {
     return signal;
 }
 
+void Timers::callAt(uint64_t time) {
+    call_ = std::min(call_, time);
+    arm();
+}
+
 void Timers::arm() {
-    if (earliest() == armedFor_ || descriptor_.get() == -1) return;
-    armedFor_ = earliest();
+    const uint64_t next = std::min(earliest(), call_);
+    if (next == armedFor_ || descriptor_.get() == -1) return;
+    armedFor_ = next;
     itimerspec when = {};
     if (armedFor_ != never) {
         // A deadline of 0 would disarm.

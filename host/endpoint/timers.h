@@ -61,6 +61,19 @@ public:
     /// Sets the descriptor for the earliest deadline, if that has changed.
     void arm();
 
+    /// Has the descriptor become readable at this time too, unless it will be so for an earlier one. No time-out
+    /// fires then.
+    void callAt(uint64_t time);
+
+    /// The call has come, if it was for a time not after `now`.
+    void called(uint64_t now) {
+        if (call_ <= now) call_ = never;
+    }
+    void callOff() {
+        call_ = never;
+        arm();
+    }
+
 private:
     using Waiting = std::multimap<uint64_t, LinxRef>;
     struct Timeout {
@@ -78,6 +91,7 @@ private:
     All all_;
     Waiting waiting_;
     std::unordered_map<Ref, LinxRef> bySignal_;
+    uint64_t call_ = never;
     uint64_t armedFor_ = never;
 };
 

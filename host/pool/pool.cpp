@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
@@ -18,7 +19,7 @@ namespace {
 
 constexpr uint32_t largestLeaseLines = (64u << 10) / lineBytes;
 constexpr long shortestNap = 90000;  ///< nanoseconds
-constexpr int mostNaps = 5;           ///< each twice as long: those that begin while there is hope
+constexpr int mostNaps = 5;          ///< each twice as long: those that begin while there is hope
 constexpr int attemptsToYield = 20;
 
 }  // namespace
@@ -212,7 +213,7 @@ void Pool::awaitRelief(uint32_t sizeClass) {
     const uint32_t lines = sizeClasses[sizeClass].lines;
     long pause = shortestNap;
     uint32_t before = 0;
-    for (int naps = 0; naps < mostNaps && pressure::isRecent(arena()); ++naps, pause *= 2) {
+    for (int naps = 0; naps == 0 || (naps < mostNaps && pressure::isRecent(arena())); ++naps, pause *= 2) {
         const timespec time = {0, pause};
         nanosleep(&time, nullptr);
         const uint32_t relief = lease::relief(arena());
@@ -243,6 +244,8 @@ void Pool::trim() {
 }
 
 void Pool::yieldToPressure() {
+    const uint64_t tick = coarseMilliseconds();
+    if (tick == yieldTriedAt_) return;
     takeReturned();
     const uint32_t pressure = arena().header().pressure.loadRelaxed();
     // Others were asked at the same moment, and have the lock for a moment each.
@@ -252,10 +255,13 @@ void Pool::yieldToPressure() {
             // Some small ones stay, so that small talk goes on while somebody is stopped who has the lock.
             shrinkTo(keptLines_ / 64);
             pressureSeen_ = pressure;
+            owesRelief_ = false;
             return;
         }
         sched_yield();
     }
+    yieldTriedAt_ = tick;
+    owesRelief_ = true;
 }
 
 /// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES a cold

@@ -42,9 +42,12 @@ public:
     /// Whether somebody has found no memory since this endpoint last gave up what it keeps.
     bool isUnderPressure() const { return arena().header().pressure.loadRelaxed() != pressureSeen_; }
 
-    /// Then makes common what has come back and lies free here, unless the lock is taken just now. Not in a cold
-    /// section.
-    void yieldToPressure();
+    /// Then makes common what has come back and lies free here, unless the lock is taken just now: then again, once a
+    /// tick of the kernel. Not in a cold section.
+    [[gnu::cold, gnu::noinline]] void yieldToPressure();
+
+    /// Whether the lock was taken then.
+    bool owesRelief() const { return owesRelief_; }
 
     /// Makes all free blocks common, at the end of the endpoint. False when others have garbled the lists, so that
     /// all of the arena must be looked through for the rest. REQUIRES a cold section.
@@ -96,9 +99,11 @@ private:
     uint32_t mostLines_ =
         0;                ///< no more lines are free: what was, and all that have become so since they were counted
     uint32_t keptLines_;  ///< beyond so many free lines some become common
-    uint32_t pressureSeen_;  ///< the header's count when this endpoint last gave up what it keeps
-    Spid latestHome_;        ///< of a block that was given back: another endpoint's, never one's own
-    Slot* latestHomesSlot_;  ///< which has been used
+    bool owesRelief_ = false;
+    uint64_t yieldTriedAt_ = 0;  ///< coarse milliseconds: when it was in vain last
+    uint32_t pressureSeen_;      ///< the header's count when this endpoint last gave up what it keeps
+    Spid latestHome_;            ///< of a block that was given back: another endpoint's, never one's own
+    Slot* latestHomesSlot_;      ///< which has been used
 };
 
 inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {

@@ -14,6 +14,7 @@
 namespace linxtest::interposed {
 
 std::function<void(const char* name)> atOpen;
+std::function<void()> atRead;
 std::function<void()> atNap;
 std::function<int()> atLock;
 std::function<int(int64_t offset, int64_t bytes)> atReserve;
@@ -44,6 +45,7 @@ int fail(int error) {
 
 void reset() {
     atOpen = nullptr;
+    atRead = nullptr;
     atNap = nullptr;
     atLock = nullptr;
     atReserve = nullptr;
@@ -64,6 +66,11 @@ int openat64(int directory, const char* name, int flags, ...) {
     va_end(arguments);
     interposed::run(interposed::atOpen, name);
     return static_cast<int>(syscall(SYS_openat, directory, name, flags | O_LARGEFILE, mode));
+}
+
+ssize_t read(int file, void* bytes, size_t count) {
+    interposed::run(interposed::atRead);
+    return static_cast<ssize_t>(syscall(SYS_read, file, bytes, count));
 }
 
 int nanosleep(const timespec* time, timespec* left) {

@@ -11,6 +11,9 @@ namespace linxtest::interposed {
 /// Done before a file is opened below a directory; `name` is the one that was asked for.
 extern std::function<void(const char* name)> atOpen;
 
+/// Done before something is read from a file.
+extern std::function<void()> atRead;
+
 /// Done instead of sleeping for a while; also by itself.
 extern std::function<void()> atNap;
 

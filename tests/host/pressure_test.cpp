@@ -1,5 +1,7 @@
 // Memory has run out that somebody keeps without need: it is given up, and found, whenever that comes.
 
+#include <poll.h>
+
 #include <cerrno>
 #include <cstdio>
 
@@ -12,6 +14,7 @@ namespace {
 
 namespace interposed = linxtest::interposed;
 
+using linxtest::anySignal;
 using linxtest::Linx;
 
 constexpr uint32_t keptSize = 1000;
@@ -32,14 +35,16 @@ protected:
         ofAsker = allocateAll(asker, 60000);
         for (LinxSignal* signal : allocateAll(asker, keptSize)) ofAsker.push_back(signal);
         EXPECT_GE(leasedLines(keeper.spid), linesOf(largeSize));
-        // Nobody else has anything to give, and it will not be looked for it for a while.
+        // As if nobody had been asked so far: it is due.
         interposed::atNap = [] {};
-        EXPECT_EQ(errno, ENOMEM);
+        arena.header().pressure.storeRelaxed(0);
+        arena.header().pressureMet.storeRelaxed(0);
         arena.header().reclaiming.at.storeRelaxed(0);
         arena.header().reclaiming.took.storeRelaxed(0);
     }
     void TearDown() override {
         interposed::reset();
+        descriptor.reset();
         freeAll(one, ofOne);
         freeAll(two, ofTwo);
         freeAll(asker, ofAsker);
@@ -50,6 +55,7 @@ protected:
 
     /// As often as it is asked, the keeper looks what there is to do, as in a poll loop of its own.
     void look() { EXPECT_EQ(receiveNumber(keeper), 0u); }
+    bool hasGivenUp() const { return leasedLines(keeper.spid) < linesOf(keptSize); }
 
     void expectAllocation(uint32_t size) {
         LinxSignal* signal = linx_alloc(asker, size, 1);
@@ -61,7 +67,13 @@ protected:
         EXPECT_EQ(errno, ENOMEM);
     }
 
+    bool isReadable(int milliseconds) {
+        pollfd readable = {descriptor.get(), POLLIN, 0};
+        return poll(&readable, 1, milliseconds) == 1;
+    }
+
     Linx keeper{"keeper"};
+    ScopedDescriptor descriptor{linx_get_descriptor(keeper)};
     Linx asker{"asker"};
     std::vector<LinxSignal*> ofOne;
     std::vector<LinxSignal*> ofTwo;
@@ -103,6 +115,58 @@ TEST_F(PressureTest, WhoAsksAfterAnotherWaitsForTheSame) {
     expectAllocation(keptSize);
     ASSERT_NE(ofOther, nullptr);
     EXPECT_EQ(linx_free_buf(other, &ofOther), 0);
+}
+
+TEST_F(PressureTest, WhoIsAskedTogetherWithASignalGivesUpAfterIt) {
+    sendNumber(two, keeper.spid, 7);
+    expectRefusal(largeSize);
+    ASSERT_TRUE(isReadable(0));
+    EXPECT_EQ(receiveNumber(keeper), 7u);
+    EXPECT_FALSE(isReadable(0));
+    EXPECT_TRUE(hasGivenUp());
+}
+
+TEST_F(PressureTest, WhoIsAskedWhileItReceivesASignalGivesUpAfterIt) {
+    sendNumber(two, keeper.spid, 7);
+    interposed::atRead = [&] { expectRefusal(largeSize); };  // the keeper looks into its bell
+    EXPECT_EQ(receiveNumber(keeper), 7u);
+    interposed::atRead = nullptr;
+    EXPECT_FALSE(isReadable(0));
+    EXPECT_TRUE(hasGivenUp());
+}
+
+TEST_F(PressureTest, WhoFindsTheLockTakenTriesAgainWhileItWaits) {
+    expectRefusal(largeSize);
+    int refusals = 100;
+    interposed::atLock = [&] { return refusals-- > 0 ? EWOULDBLOCK : 0; };
+    LinxSignal* none = nullptr;
+    EXPECT_EQ(linx_receive_w_tmo(keeper, &none, 500, anySignal), 0);
+    EXPECT_TRUE(hasGivenUp());
+}
+
+TEST_F(PressureTest, WhoFindsTheLockTakenIsCalledAgainByItsDescriptor) {
+    expectRefusal(largeSize);
+    int refusals = 100;
+    interposed::atLock = [&] { return refusals-- > 0 ? EWOULDBLOCK : 0; };
+    for (int looks = 0; looks < 100 && !hasGivenUp(); ++looks) {
+        ASSERT_TRUE(isReadable(20000));
+        look();
+    }
+    EXPECT_TRUE(hasGivenUp());
+    EXPECT_FALSE(isReadable(0));
+}
+
+TEST_F(PressureTest, WhoNeverFindsItsQueueEmptyGivesUp) {
+    for (int i = 0; i < 10; ++i) sendNumber(two, keeper.spid, 7);
+    EXPECT_EQ(receiveNumber(keeper), 7u);
+    expectRefusal(largeSize);
+    const uint32_t sevens[] = {1, 7};
+    LinxSignal* signal = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(keeper, &signal, 0, sevens), 4);
+    EXPECT_TRUE(hasGivenUp());
+    EXPECT_EQ(linx_free_buf(keeper, &signal), 0);
+    while (receiveNumber(keeper) != 0) {
+    }
 }
 
 }  // namespace
