@@ -132,6 +132,7 @@ bool Pool::learnHome(Spid home) {
     if (!wasUsed(arena(), home)) return false;
     latestHome_ = home;
     latestHomesSlot_ = &arena().slot(indexOf(home));
+    mostReturned_ = lease::keptBy(arena());
     return true;
 }
 
