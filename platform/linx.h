@@ -15,6 +15,8 @@
  *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left, where the operation needs some; allocating what has been
  *           leased, freeing, closing and taking back a time-out need none
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
+ *   EACCES  the process has given up the rights with which it joined the domain, and would have to meet an endpoint that
+ *           is new to it; or, being a child forked since then, to take the domain's lock
  *   ECONNABORTED  the endpoint counts as ended, because somebody garbled the domain's memory or removed its files: all
  *           that is left is to close it
  *

@@ -141,7 +141,10 @@ ArenaMapping mapArenaFile(int file, uint32_t unitCount) {
     const bool sparingly = isMemoryLocked();
     const int access = PROT_READ | PROT_WRITE;
     void* base = mmap(nullptr, bytes, sparingly ? PROT_NONE : access, MAP_SHARED, file, 0);
-    if (base == MAP_FAILED) return nullptr;
+    if (base == MAP_FAILED) {
+        if (errno == EAGAIN) errno = ENOMEM;  // all that is mapped is locked, and this is more than may be
+        return nullptr;
+    }
     ArenaMapping mapping(base, {bytes});
     if (!sparingly) return mapping;
     // Without access nothing was brought in. What cannot be locked otherwise is better not locked than brought in.

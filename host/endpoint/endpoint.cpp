@@ -129,6 +129,8 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
     const uint32_t before = slot.life.loadRelaxed();
     const Spid spid = makeSpid(index, generationOf(before & spidMask) + 1);
     slot.life.storeRelease(spid);  // before the bell, which nobody would find otherwise if this process dies
+    // The one before may have ended without the right to remove its own.
+    if (before != 0) bell::remove(cold.domain().directory(), before & spidMask);
     bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
     if (bell.get() == -1) {
         const int failure = errno;
