@@ -125,18 +125,31 @@ bool Endpoint::reapDead(ColdSection::Patience patience) {
     return true;
 }
 
+/// Ends one that was found dead. Needs no memory. False with errno when the lock could not be had.
+bool Endpoint::reapNow(Spid dead) {
+    const ColdSection cold(*domain_);
+    if (!cold.entered()) return false;
+    reap(cold, &dead, 1);
+    return true;
+}
+
 /// Reaps those of whose death the kernel can tell, without delivering anything: for an allocation, whose memory they
 /// may have. Whether there were any. errno stays.
 bool Endpoint::reapKnownDead() {
     const int keptErrno = errno;
     constexpr int most = 64;
     epoll_event events[most];
-    const int count = epoll_wait(epoll_.get(), events, most, 0);
-    for (int i = 0; i < count; ++i) {
-        const uint32_t tag = events[i].data.u32;
-        const Peer* peer = tag == event_tag::bell || tag == event_tag::timer ? nullptr : peers_.inSlot(tag);
-        if (peer != nullptr && bell::isDead(peer->bell.get())) remember(peer->spid);
-    }
+    int count;
+    size_t known;
+    do {  // each look tells of others, until all have been told of
+        known = dead_.size();
+        count = epoll_wait(epoll_.get(), events, most, 0);
+        for (int i = 0; i < count; ++i) {
+            const Peer* peer = peers_.inSlot(events[i].data.u32);  // none is in the bell's or the timer's
+            const bool mayBeDead = peer != nullptr && isOpen(arena(), peer->spid);
+            if (mayBeDead && bell::isDead(peer->bell.get())) remember(peer->spid);
+        }
+    } while (count == most && dead_.size() != known);
     const bool any = !dead_.empty() && reapDead(ColdSection::Patience::wait);
     errno = keptErrno;
     return any;

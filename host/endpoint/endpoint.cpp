@@ -318,10 +318,8 @@ int Endpoint::hunt(const Name& name, const Held& held) {
     for (;;) {
         const Spid found = findName(arena(), name);
         if (found != 0 && (found == spid_ || acquaint(found) != nullptr)) return queueOwn(held, found);
-        // One who has died still has its name until it is reaped; any other trouble with its bell is the caller's.
-        if (found != 0 && (errno != ECONNRESET || !reapDead(ColdSection::Patience::wait))) {
-            return refuse(held, errno);
-        }
+        // One that has died still has its name until it is reaped; any other trouble with its bell is the caller's.
+        if (found != 0 && (errno != ECONNRESET || !reapNow(found))) return refuse(held, errno);
         bool opened = false;
         int failure;
         do {

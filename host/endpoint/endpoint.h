@@ -108,7 +108,7 @@ private:
     Held find(const LinxSignal* signal) const;
     LinxSignal* give(const Held& held, uint32_t size, uint32_t number);
     Held at(Ref ref) const;
-    LinxSignal* allocateMakingRoom(uint32_t size, uint32_t number);
+    bool makeRoom();
     bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
     void park(const Held& held, Spid sender);
     int queueOwn(const Held& held, Spid sender);
@@ -140,6 +140,7 @@ private:
     bool buryEndedIfPossible();
     void remember(Spid dead);
     bool reapDead(ColdSection::Patience patience);
+    bool reapNow(Spid dead);
     bool reapKnownDead();
     void oweRing();
     void ringOwed();

@@ -31,14 +31,16 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
         return nullptr;
     }
     Held held;
-    held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
-    return held.block != nullptr ? give(held, size, number) : allocateMakingRoom(size, number);
+    do {
+        held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
+    } while (held.block == nullptr && makeRoom());
+    return held.block == nullptr ? nullptr : give(held, size, number);
 }
 
-/// After a failed allocation. Null with errno.
-LinxSignal* Endpoint::allocateMakingRoom(uint32_t size, uint32_t number) {
-    const bool isWorthwhile = peers_.makeRoom() || (errno == ENOMEM && reapKnownDead());
-    return isWorthwhile ? allocate(size, number) : nullptr;
+/// After a failed allocation: whether it is worth trying again. Each time that it is, a peer or somebody dead has
+/// gone. errno stays where it is not.
+bool Endpoint::makeRoom() {
+    return peers_.makeRoom() || (errno == ENOMEM && reapKnownDead());
 }
 
 int Endpoint::free(LinxSignal** signal) {

@@ -9,9 +9,12 @@ namespace linxtest {
 /// the operators of failing_new.cpp, or some of its own that ask `newFails`.
 inline thread_local unsigned newThatFails = 0;
 
+/// While it is set, each `new` of the thread fails.
+inline thread_local bool everyNewFails = false;
+
 /// Asked by each `new`: whether it is the one.
 inline bool newFails() {
-    return newThatFails != 0 && --newThatFails == 0;
+    return everyNewFails || (newThatFails != 0 && --newThatFails == 0);
 }
 
 /// For what belongs to the test and runs inside of what is tested: its own `new` does not fail, and is not counted.
