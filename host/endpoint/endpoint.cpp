@@ -68,8 +68,9 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     if (endpoint == nullptr) {
         const int failure = errno;
         log(LogBit::notable, [&] {
-            return std::string("cannot open '") + name.text() + "' in the domain " + domainPath() + ": " +
-                   std::strerror(failure);
+            const std::string path = domainPath();
+            return std::string("cannot open '") + name.text() + "' in the domain " +
+                   (path.empty() ? std::getenv("LINX_DOMAIN") : path) + ": " + std::strerror(failure);
         });
     }
     return endpoint;
