@@ -380,11 +380,8 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
     return nextReference();
 }
 
-/// Numbers go round; one that still names a time-out is passed over.
 LinxRef Endpoint::nextReference() {
-    do {
-        ++lastReference_;
-    } while (lastReference_ == 0 || timers_.knows(lastReference_));
+    lastReference_ = timers_.referenceAfter(lastReference_);
     return lastReference_;
 }
 
