@@ -69,8 +69,9 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     if (endpoint == nullptr) {
         const int failure = errno;
         log(LogBit::notable, [&] {
-            return std::string("cannot open '") + name.text() + "' in the domain " + domainPath() + ": " +
-                   std::strerror(failure);
+            const std::string path = domainPath();
+            return std::string("cannot open '") + name.text() + "' in the domain " +
+                   (path.empty() ? std::getenv("LINX_DOMAIN") : path) + ": " + std::strerror(failure);
         });
     }
     return endpoint;
@@ -374,11 +375,8 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
     return nextReference();
 }
 
-/// Numbers go round; one that still names a time-out is passed over.
 LinxRef Endpoint::nextReference() {
-    do {
-        ++lastReference_;
-    } while (lastReference_ == 0 || timers_.knows(lastReference_));
+    lastReference_ = timers_.referenceAfter(lastReference_);
     return lastReference_;
 }
 

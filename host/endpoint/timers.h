@@ -46,6 +46,15 @@ public:
     /// Whether the reference names one, fired or not.
     bool knows(LinxRef reference) const { return all_.count(reference) != 0; }
 
+    /// The next reference for a new one. Numbers go round, past those that still name one.
+    LinxRef referenceAfter(LinxRef last) const {
+        LinxRef next = last;
+        do {
+            ++next;
+        } while (next == 0 || knows(next));
+        return next;
+    }
+
     struct Cancelled {
         Ref signal;  ///< 0 when the reference is unknown
         bool hadFired;

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <new>
+#include <optional>
 #include <sstream>
 #include <string_view>
 
@@ -18,6 +19,7 @@ constexpr unsigned sendFailures = 4;
 constexpr unsigned notableEvents = 16;
 constexpr unsigned shutdownRequests = 512;
 constexpr unsigned defaultLevel = errors | notableEvents | shutdownRequests;
+static_assert(defaultLevel == 530, "which is what is said where another is asked for in vain");
 
 /// Callers log between a failure and their look at errno.
 class KeepErrno {
@@ -38,7 +40,8 @@ std::string_view Environment(const char* name) {
     return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
-unsigned LevelFrom(std::string_view text) {
+/// The mask that the text is; no mask when it is none.
+std::optional<unsigned> LevelFrom(std::string_view text) {
     int base = 10;
     if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
         text.remove_prefix(2);
@@ -47,17 +50,17 @@ unsigned LevelFrom(std::string_view text) {
     unsigned level = 0;
     const char* end = text.data() + text.size();
     const auto parsed = std::from_chars(text.data(), end, level, base);
-    return parsed.ec == std::errc() && parsed.ptr == end ? level : defaultLevel;
+    return parsed.ec == std::errc() && parsed.ptr == end ? std::optional<unsigned>(level) : std::nullopt;
 }
 
-Echo EchoFrom(std::string_view text) {
+std::optional<Echo> EchoFrom(std::string_view text) {
     if (text == "stderr") return Echo::Always;
     if (text == "syslog") return Echo::Never;
-    return Echo::OnTerminal;
+    return std::nullopt;
 }
 
 bool EchoWanted() {
-    static const Echo echo = EchoFrom(Environment("LINX_LOG"));
+    static const Echo echo = EchoFrom(Environment("LINX_LOG")).value_or(Echo::OnTerminal);
     return echo == Echo::Always || (echo == Echo::OnTerminal && isatty(STDERR_FILENO) == 1);
 }
 
@@ -78,7 +81,7 @@ void WriteToStandardError(const std::string& line) {
 }  // namespace
 
 struct LogClient::Settings {
-    unsigned level = LevelFrom(Environment("LINX_LOG_LEVEL"));
+    unsigned level = LevelFrom(Environment("LINX_LOG_LEVEL")).value_or(defaultLevel);
     std::string processName = program_invocation_short_name;
 };
 
@@ -86,10 +89,38 @@ LogClient::LogClient() : settings(std::make_unique<Settings>()) {}
 
 LogClient::~LogClient() = default;
 
+namespace {
+
+/// Says that a variable is set to something that it cannot be. Without memory nothing is said.
+void TellOf(const LogClient& client, const char* name, const char* insteadOf) {
+    if ((client.Level() & errors) == 0) return;
+    try {
+        SysLogMsg message;
+        message.Log(errors, client.ProcessName())
+            << "linxhost: " << name << " is '" << Environment(name) << "', which is " << insteadOf;
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+bool TellOfBadValues(const LogClient& client) {
+    const auto isBad = [](const char* name, const auto& value) { return !Environment(name).empty() && !value; };
+    if (isBad("LINX_LOG_LEVEL", LevelFrom(Environment("LINX_LOG_LEVEL")))) {
+        TellOf(client, "LINX_LOG_LEVEL", "no mask: 530 is taken");
+    }
+    if (isBad("LINX_LOG", EchoFrom(Environment("LINX_LOG")))) {
+        TellOf(client, "LINX_LOG", "neither stderr nor syslog: standard error is used where it is a terminal");
+    }
+    return true;
+}
+
+}  // namespace
+
 LogClient* LogClient::Instance() {
     const KeepErrno keepErrno;
     // Never destroyed: destructors of static objects may log.
     static LogClient* const client = new LogClient;
+    static const bool told = TellOfBadValues(*client);
+    static_cast<void>(told);
     return client;
 }
 

@@ -178,6 +178,22 @@ TEST_F(FullFileSystem, HoldsNoArenaThatIsHalfMade) {
     });
 }
 
+TEST_F(FullFileSystem, ThatIsOnlyForReadingTakesNoDomainAndNoEndpoint) {
+    with("size=8m", [&] {
+        const auto remount = [&](unsigned long flags) {
+            ASSERT_EQ(0, mount(nullptr, domain.path().c_str(), nullptr, MS_REMOUNT | flags, "size=8m"));
+        };
+        remount(MS_RDONLY);
+        EXPECT_EQ(EROFS, errorOfOpen("endpoint"));
+        remount(0);
+        EXPECT_EQ(0, errorOfOpen("endpoint"));
+        remount(MS_RDONLY);
+        EXPECT_EQ(EROFS, errorOfOpen("endpoint"));
+        const linxtest::ScopedVariable below("LINX_DOMAIN", domain.pathOf("below").c_str());
+        EXPECT_EQ(EROFS, errorOfOpen("endpoint"));
+    });
+}
+
 TEST_F(FullFileSystem, WithoutRoomForAnotherFileTakesNoEndpoint) {
     with("size=8m,nr_inodes=3", [&] {  // itself, the arena and a bell
         Endpoint endpoint("endpoint");

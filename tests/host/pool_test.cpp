@@ -114,6 +114,25 @@ TEST_F(PoolTest, TheSurplusOfAnEndpointIsEverybodys) {
     EXPECT_LT(leasedLines(one.spid), lease::shareOf(arena) / 4);
 }
 
+TEST_F(PoolTest, TheMoreEndpointsThereAreTheLessEachMayKeep) {
+    Word& open = arena.header().openEndpoints;
+    const uint32_t before = open.loadRelaxed();
+    const uint32_t lines = arena.unitCount() * linesPerUnit;
+    uint32_t ofFewer = lines;
+    for (const uint32_t count : {1u, 10u, 100u, 1000u, slotCount - 1}) {
+        open.storeRelaxed(count);
+        EXPECT_LE(lease::keptBy(arena), ofFewer);
+        EXPECT_LE(lease::keptBy(arena), lines / 8 / count);
+        ofFewer = lease::keptBy(arena);
+    }
+    EXPECT_GT(ofFewer, 0u);
+    for (const uint32_t garbage : {0u, ~0u}) {
+        open.storeRelaxed(garbage);
+        EXPECT_LE(lease::keptBy(arena), lines / 8);
+    }
+    open.storeRelaxed(before);
+}
+
 TEST_F(PoolTest, WhatOneEndpointHasFreedAnotherCanUse) {
     std::vector<LinxSignal*> signals = allocateAll(one, mebibyte);
     const uint32_t used = arena.header().unitsUsed.loadRelaxed();

@@ -106,6 +106,21 @@ TEST_F(TimersTest, AReferenceIsKnownUntilItsSignalIsReceivedOrTakenBack) {
     EXPECT_TRUE(timers.idle());
 }
 
+TEST_F(TimersTest, ReferencesGoRoundPastZeroAndThoseInUse) {
+    EXPECT_EQ(timers.referenceAfter(0), 1u);
+    EXPECT_EQ(timers.referenceAfter(~0u), 1u);
+    timers.add(1, 100, 11);
+    timers.add(2, 200, 12);
+    timers.add(4, 200, 14);
+    EXPECT_EQ(fireAll(100), std::vector<Ref>{11});
+    EXPECT_EQ(timers.referenceAfter(~0u), 3u);
+    EXPECT_EQ(timers.referenceAfter(3), 5u);
+    timers.received(11);
+    EXPECT_EQ(timers.referenceAfter(~0u), 1u);
+    cancel(2);
+    EXPECT_EQ(timers.referenceAfter(1), 2u);
+}
+
 /// Each of these steps would need ten thousand million, were one of the operations to look through all that have
 /// fired.
 TEST_F(TimersTest, AHundredThousandThatHaveFiredDoNotGetInTheWay) {

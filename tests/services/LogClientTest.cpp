@@ -123,6 +123,50 @@ TEST(LogClient, FallsBackToTheDefaultWhereTheMaskCannotBeRead) {
     }
 }
 
+/// What the first use of the log client writes to syslog.
+bool FirstUseTells(const std::map<std::string, std::string>& environment, const std::vector<std::string>& expected) {
+    return RunInChild(environment, [&] {
+               close(STDERR_FILENO);
+               for (int i = 0; i < 3; ++i) LogClient::Instance();
+               std::vector<std::string> told;
+               for (const SyslogLine& line : syslogLines) told.push_back(line.text);
+               return told == expected ? 0 : 1;
+           }) == 0;
+}
+
+TEST(LogClient, TellsOnceOfEachVariableThatIsSetToSomethingElse) {
+    const std::string level = "linxhost: LINX_LOG_LEVEL is 'zz', which is no mask: 530 is taken";
+    const std::string log =
+        "linxhost: LINX_LOG is 'foo', which is neither stderr nor syslog: standard error is used where it is a "
+        "terminal";
+    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "zz"}}, {level}));
+    EXPECT_TRUE(FirstUseTells({{"LINX_LOG", "foo"}}, {log}));
+    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}}, {level, log}));
+    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "7"}, {"LINX_LOG", "foo"}}, {log}));
+}
+
+TEST(LogClient, TellsNothingOfWhatIsRightOrUnsetOrMaskedOut) {
+    EXPECT_TRUE(FirstUseTells({}, {}));
+    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", ""}, {"LINX_LOG", ""}}, {}));
+    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "0x212"}, {"LINX_LOG", "syslog"}}, {}));
+    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "16"}, {"LINX_LOG", "foo"}}, {}));
+}
+
+TEST(LogClient, IsThereAlsoWhereThereIsNoMemoryToTell) {
+    for (unsigned n = 2; n < 10; ++n) {
+        EXPECT_EQ(0, RunInChild({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}}, [n] {
+                      close(STDERR_FILENO);
+                      linxtest::newThatFails = n;
+                      try {
+                          return LogClient::Instance()->Level() == defaultLevel ? 0 : 1;
+                      } catch (const std::bad_alloc&) {
+                      }
+                      linxtest::newThatFails = 0;
+                      return LogClient::Instance()->Level() == defaultLevel ? 0 : 1;
+                  }));
+    }
+}
+
 TEST(LogClient, LogsUnderTheProgramsName) {
     EXPECT_EQ(0, RunInChild({}, [] {
                   return LogClient::Instance()->ProcessName() == program_invocation_short_name ? 0 : 1;
