@@ -57,9 +57,9 @@ enum {
  * Opens an endpoint under `name` (1 to 255 bytes, copied). `options` and `argument` are reserved: 0 and null.
  * Returns the handle, to be given back with linx_close, or null:
  * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES, EPERM the domain is not ours to join or to make;
- * EPROTO the domain's arena is damaged or of another make; ENOMEM; ENOSPC no endpoint left; ENOENT, ENOTDIR, ELOOP, EROFS
- * the domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a
- * word. Nobody sees an endpoint that could not be opened. The log tells which domain was meant.
+ * EPROTO the domain's arena is damaged or of another make; ENOMEM, also when the process may not make a file as large as
+ * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered); ENOSPC no endpoint left; ENOENT, ENOTDIR, ELOOP, EROFS the
+ * domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint that could not be opened. The log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 

@@ -11,6 +11,7 @@
 #include "host/arena/common_stacks.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
+#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/endpoint/answers.h"
 #include "host/endpoint/at_once.h"
@@ -35,7 +36,7 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.takingReturned.storeRelaxed(0);
     slot.sending.storeRelaxed(0);
     slot.deepestQueue.storeRelaxed(0);
-    slot.leasedLines.storeRelaxed(0);
+    share::begin(slot, spid);
     slot.returnedLines.storeRelaxed(0);
     slot.forkRound.addRelaxed(1);  // what a forked copy of an earlier user of the slot may expect never comes back
     slot.dropped.low.storeRelaxed(0);
