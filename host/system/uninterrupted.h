@@ -5,12 +5,14 @@
 
 namespace linx {
 
-/// What a system call answers when no signal handler interrupts it: it is made again where one did. `call()` returns
-/// -1 with errno when it fails.
+/// What a system call answers when no signal handler interrupts it: it is made again where one did. `call()` returns -1
+/// with errno when it fails; otherwise errno stays.
 template <class Call>
 auto uninterrupted(Call call) {
+    const int keptErrno = errno;
     auto result = call();
     while (result == -1 && errno == EINTR) result = call();
+    if (result != -1) errno = keptErrno;
     return result;
 }
 
