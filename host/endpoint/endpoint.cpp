@@ -135,7 +135,8 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
     bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
     if (bell.get() == -1) {
         const int failure = errno;
-        slot.life.storeRelease(before);
+        // What cannot be removed goes by the spid that the slot names, if only for the repair.
+        if (bell::remove(cold.domain().directory(), spid)) slot.life.storeRelease(before);
         appendEnded(arena, index);
         errno = failure;
         return 0;
