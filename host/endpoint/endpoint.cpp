@@ -48,13 +48,6 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     name.writeTo(slot.name);
 }
 
-bool watchBell(int epoll, int bell) {
-    epoll_event event = {};
-    event.events = EPOLLIN;
-    event.data.u32 = event_tag::bell;
-    return epoll_ctl(epoll, EPOLL_CTL_ADD, bell, &event) == 0;
-}
-
 bool duplicate(int descriptor, ScopedDescriptor& copy) {
     copy.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     return copy.get() != -1;
@@ -89,7 +82,8 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     // Who hunts for the name is answered with a descriptor that is put aside before.
     ScopedDescriptor spare;
     std::unique_ptr<Endpoint> endpoint;
-    if (watchBell(epoll.get(), bell.get()) && (!isHunted(arena, name) || duplicate(epoll.get(), spare))) {
+    const bool isWatched = watch(epoll.get(), bell.get(), EPOLLIN, event_tag::bell);
+    if (isWatched && (!isHunted(arena, name) || duplicate(epoll.get(), spare))) {
         errno = ENOMEM;
         endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, bell));
     }

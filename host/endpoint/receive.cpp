@@ -352,13 +352,12 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
     Held held;
     if (!takeOver(signal, LINX_OS_TIMEOUT_SIG, held)) return 0;
     if (timers_.descriptor() == -1) {
-        epoll_event event = {};
-        event.events = EPOLLIN;
-        event.data.u32 = event_tag::timer;
-        while (timers_.open() == -1 && peers_.makeRoom()) {
-        }
-        if (timers_.descriptor() == -1 ||
-            epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == -1) {
+        const auto begin = [this] {
+            return timers_.open() != -1 && watch(epoll_.get(), timers_.descriptor(), EPOLLIN, event_tag::timer);
+        };
+        bool begun = begin();
+        while (!begun && peers_.makeRoom()) begun = begin();
+        if (!begun) {
             const int failure = errno;
             timers_.close();  // the next request must try again to have it watched
             refuse(held, failure);
