@@ -179,9 +179,18 @@ void Endpoint::leaveDomain() {
     end();                 // where somebody has removed the domain nobody can look for this endpoint any more
 }
 
+/// Nobody can be told that this has failed, and while a forked process has a copy nobody else sees to it.
 void Endpoint::end() {
+    constexpr int attempts = 3;
+    for (int left = attempts; left != 0 && !endInside(); --left) {
+    }
+}
+
+/// False when the cold lock cannot be had.
+bool Endpoint::endInside() {
     const ColdSection cold(*domain_);
-    if (!cold.entered() || !isStillOpen()) return;
+    if (!cold.entered()) return false;
+    if (!isStillOpen()) return true;
     if (owesRings_) ringSleepers(*domain_);
     const ScopedDescriptor bell(bell::open(domain_->directory(), spid_));
     giveUpHunts();
@@ -192,6 +201,7 @@ void Endpoint::end() {
     // Whoever holds the bell has been told by that, unless a forked process still has a copy of it. In the cold
     // section: should this process die meanwhile, the repair tells.
     if (bell.get() == -1 || !bell::isDead(bell.get())) tellOfEnds(*domain_);
+    return true;
 }
 
 void Endpoint::giveUpHunts() {

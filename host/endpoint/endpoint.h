@@ -191,6 +191,7 @@ private:
     void disown();
     void leaveDomain();
     void end();
+    bool endInside();
     void giveUpHunts();
     bool isStillOpen() const;
     bool isMaker() const;
