@@ -13,7 +13,11 @@
  *   ECHILD  after a fork the endpoint belongs to the other of the two processes; or this is a child that was made while
  *           a thread was inside an operation on it, or without fork handlers (_Fork, clone)
  *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left, where the operation needs some; allocating what has been
- *           leased, freeing, closing and taking back a time-out need none
+ *           leased, freeing, closing and taking back a time-out need none. ENFILE also when the user may watch no more
+ *           descriptors (fs.epoll.max_user_watches)
+ *   EACCES, EPERM, ELOOP, ENOTDIR, EROFS, EIO, ENOLCK  what the kernel says when it refuses the domain's files, though it
+ *           gave them before: of an open, a hunt, an attach, a first send to somebody, and wherever a signal is allocated.
+ *           It can be tried again
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
  *   ECONNABORTED  the endpoint counts as ended, because somebody garbled the domain's memory or removed its files: all
  *           that is left is to close it
@@ -58,8 +62,10 @@ enum {
  * Returns the handle, to be given back with linx_close, or null:
  * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES, EPERM the domain is not ours to join or to make;
  * EPROTO the domain's arena is damaged or of another make; ENOMEM, also when the process may not make a file as large as
- * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered); ENOSPC no endpoint left; ENOENT, ENOTDIR, ELOOP, EROFS the
- * domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint that could not be opened. The log tells which domain was meant.
+ * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered); ENOSPC no endpoint left, or no room for a file; ENOENT,
+ * ENOTDIR, ELOOP, EROFS, EDQUOT, EMLINK the domain's directory, or a file in it, cannot be made where LINX_DOMAIN says;
+ * EEXIST something else lies there; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint
+ * that could not be opened. The log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
