@@ -15,14 +15,6 @@ namespace {
 
 constexpr uint32_t anySignal[] = {0};
 
-/// Sends the first of the signals held. Whoever it goes to keeps account of parcels.
-int sendTo(Victim& victim, LinxSpid to) {
-    const int result = resultOf(linx_send(victim.linx, &victim.signals[0], to) == 0);
-    EXPECT_EQ(nullptr, victim.signals[0]) << "a signal that was sent";
-    victim.signals.erase(victim.signals.begin());
-    return result;
-}
-
 int sendParcelTo(Victim& victim, LinxSpid to) {
     const bool isParcel = victim.signals[0]->number == parcel;
     const int result = sendTo(victim, to);
@@ -34,13 +26,6 @@ int allocateOne(Victim& victim, uint32_t size) {
     LinxSignal* signal = linx_alloc(victim.linx, size, parcel);
     if (signal != nullptr) victim.signals.push_back(signal);
     return resultOf(signal != nullptr);
-}
-
-int attachTo(Victim& victim, LinxSpid spid) {
-    const int result = resultOf(linx_attach(victim.linx, &victim.signals[0], spid) != 0);
-    EXPECT_EQ(nullptr, victim.signals[0]) << "a notice";
-    victim.signals.erase(victim.signals.begin());
-    return result;
 }
 
 int requestTimeout(Victim& victim, uint32_t milliseconds) {
@@ -59,6 +44,7 @@ void open(Victim& victim) {
     ASSERT_NE(nullptr, victim.linx) << std::strerror(errno);
     victim.mirror = ::hunt(victim.linx, "mirror");
     victim.conductor = ::hunt(victim.linx, "conductor");
+    victim.giftsDue = victim.giftsTaken = 0;
 }
 
 void askForGifts(Victim& victim) {
@@ -98,6 +84,20 @@ void awaitAttention(LinxSpid whom, uint32_t state) {
     while (linx::attention::stateOf(slot.attention.loadAcquire()) != state) sched_yield();
 }
 
+int sendTo(Victim& victim, LinxSpid to) {
+    const int result = resultOf(linx_send(victim.linx, &victim.signals[0], to) == 0);
+    EXPECT_EQ(nullptr, victim.signals[0]) << "a signal that was sent";
+    victim.signals.erase(victim.signals.begin());
+    return result;
+}
+
+int attachTo(Victim& victim, LinxSpid spid) {
+    const int result = resultOf(linx_attach(victim.linx, &victim.signals[0], spid) != 0);
+    EXPECT_EQ(nullptr, victim.signals[0]) << "a notice";
+    victim.signals.erase(victim.signals.begin());
+    return result;
+}
+
 void nothing(Victim&) {}
 
 void holdOne(Victim& victim) {
@@ -122,7 +122,7 @@ void holdForeign(Victim& victim) {
 void holdOneForSleeper(Victim& victim) {
     holdOne(victim);
     EXPECT_EQ(0, sendToMirror(victim));
-    awaitAttention(victim.mirror, linx::attention::quiet);
+    if (!victim.again) awaitAttention(victim.mirror, linx::attention::quiet);
     holdOne(victim);
 }
 
@@ -181,8 +181,13 @@ int openSelf(Victim& victim) {
 }
 
 int openCorpse(Victim& victim) {
-    victim.other = linx_open("corpse", 0, nullptr);
-    return resultOf(victim.other != nullptr);
+    return openOther(victim, "corpse");
+}
+
+int openOther(Victim& victim, const char* name) {
+    LINX* other = linx_open(name, 0, nullptr);
+    if (other != nullptr) victim.others.push_back(other);
+    return resultOf(other != nullptr);
 }
 
 int close(Victim& victim) {

@@ -1,30 +1,37 @@
 #ifndef LINXIPC_TESTS_SCENE_ACTS_H
 #define LINXIPC_TESTS_SCENE_ACTS_H
 
+#include <memory>
 #include <vector>
 
+#include "tests/processes/support/child.h"
 #include "tests/scene/scene.h"
 
 namespace scene {
 
 /// The process that something befalls, as far as it has come.
 struct Victim {
+    const Progress* progress = nullptr;
+    bool again = false;  ///< it has done the operation once: the bystanders are in no particular state any more
     LINX* linx = nullptr;
-    LINX* other = nullptr;  ///< a second endpoint
+    std::vector<LINX*> others;  ///< further endpoints
     LinxSpid conductor = 0;
     LinxSpid mirror = 0;
     LinxSpid corpse = 0;
+    LinxSpid stranger = 0;
     std::vector<LinxSignal*> signals;
     LinxRef timeout = 0;
-    uint32_t parcels = 0;     ///< that have been sent to the bystanders
-    uint32_t giftsDue = 0;    ///< that a bystander has sent, or has been asked for
-    uint32_t giftsTaken = 0;  ///< the same, received
+    int descriptor = -1;            ///< to wait on
+    std::shared_ptr<Child> helper;  ///< a process that stands by
+    uint32_t parcels = 0;           ///< that have been sent to the bystanders
+    uint32_t giftsDue = 0;          ///< that a bystander has sent, or has been asked for
+    uint32_t giftsTaken = 0;        ///< the same, received
 };
 
 /// 0, or the errno value that tells why an operation has failed.
 int resultOf(bool done);
 
-/// Opens the victim's endpoint.
+/// Opens the victim's endpoint. Nothing is due to it yet.
 void open(Victim& victim);
 
 /// Asks the first bystander for gifts.
@@ -62,12 +69,17 @@ void cutArena(Victim& victim);
 template <uint32_t state>
 void holdOneUntil(Victim& victim) {
     holdOne(victim);
-    awaitAttention(victim.conductor, state);
+    if (!victim.again) awaitAttention(victim.conductor, state);
 }
+
+/// Of the signals held, the first one. 0 or an errno value.
+int sendTo(Victim& victim, LinxSpid to);
+int attachTo(Victim& victim, LinxSpid spid);
 
 // Operations: 0 or an errno value.
 int openSelf(Victim& victim);
 int openCorpse(Victim& victim);
+int openOther(Victim& victim, const char* name);
 int close(Victim& victim);
 int huntMirror(Victim& victim);
 int huntNobody(Victim& victim);

@@ -44,7 +44,7 @@ public:
         while (stance == Stance::working && !progress_.victimEnded) exchange();
         while (stance == Stance::asleep && notices_ == 0) ASSERT_TRUE(take()) << "nobody wakes the sleeper";
         while (stance == Stance::away && !progress_.victimActed && !progress_.victimEnded) sched_yield();
-        while (!progress_.victimEnded) take(1);
+        while (!progress_.victimEnded && !testing::Test::HasFailure()) take(1);
     }
 
     /// The end of the victim, if there was one, is told; its name can be opened; the second bystander is there.
@@ -91,7 +91,7 @@ private:
                 break;
             case notice:
                 EXPECT_EQ(victim_, received.sender);
-                ++notices_;
+                progress_.notices = ++notices_;
                 break;
             case parcel:
                 if (received.sender == victim_) {

@@ -35,6 +35,7 @@ enum class Stance {
 struct Progress {
     Count exchanged;  ///< signals that went to and fro between the bystanders
     Count parcels;    ///< that they have received
+    Count notices;    ///< of the victim's end
     std::atomic<bool> victimActed;
     std::atomic<bool> victimEnded;
 };

@@ -68,8 +68,8 @@ Outcome Stage::end() {
     }
     if (operation_.opens) linx_close(linx_open(victimName, 0, nullptr));  // answers a hunt that is still pending
     progress().victimEnded = true;
-    complainUnless(first_.exitStatus() == 0, "the first bystander fails");
-    complainUnless(second_.exitStatus() == 0, "the second bystander fails");
+    complainUnless(first_.endsInTime() && first_.exitStatus() == 0, "the first bystander fails");
+    complainUnless(second_.endsInTime() && second_.exitStatus() == 0, "the second bystander fails");
     const linxtest::Aftermath left = linxtest::lookAtAftermath();
     outcome.leakedBlocks = left.leakedBlocks;
     outcome.complaints.insert(outcome.complaints.end(), left.disorder.begin(), left.disorder.end());
