@@ -19,6 +19,8 @@
  *           gave them before: of an open, a hunt, an attach, a first send to somebody, and wherever a signal is allocated.
  *           It can be tried again
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
+ *   EACCES  the process has given up the rights with which it joined the domain, and would have to meet an endpoint that
+ *           is new to it; or, being a child forked since then, to take the domain's lock
  *   ECONNABORTED  the endpoint counts as ended, because somebody garbled the domain's memory or removed its files: all
  *           that is left is to close it
  *

@@ -152,7 +152,7 @@ ArenaMapping mapArenaFile(int file, uint32_t unitCount) {
     const int access = PROT_READ | PROT_WRITE;
     void* base = mmap(nullptr, bytes, sparingly ? PROT_NONE : access, MAP_SHARED, file, 0);
     if (base == MAP_FAILED) {
-        if (errno == EAGAIN) errno = ENOMEM;  // more than may be locked
+        if (errno == EAGAIN) errno = ENOMEM;  // all that is mapped is locked, and this is more than may be
         return nullptr;
     }
     ArenaMapping mapping(base, {bytes});

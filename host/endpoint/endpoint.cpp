@@ -126,6 +126,8 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
     const uint32_t before = slot.life.loadRelaxed();
     const Spid spid = makeSpid(index, generationOf(before & spidMask) + 1);
     slot.life.storeRelease(spid);  // before the bell, which nobody would find otherwise if this process dies
+    // The one before may have ended without the right to remove its own.
+    if (before != 0) bell::remove(cold.domain().directory(), before & spidMask);
     bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
     if (bell.get() == -1) {
         const int failure = errno;
@@ -174,7 +176,9 @@ void Endpoint::leaveDomain() {
     const uint32_t any[] = {0};
     while (const Ref ref = queue_.take(any).ref) discard(ref);
     while (const Ref ref = timers_.takeAny()) discard(ref);
-    while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
+    for (uint32_t index = 0; index < peers_.size(); ++index) {
+        for (const Ref ref : peers_.takeNotices(index)) discard(ref);
+    }
     pool_.takeReturned();  // or all of the arena would be looked through for it
     end();                 // where somebody has removed the domain nobody can look for this endpoint any more
 }

@@ -146,7 +146,7 @@ uint32_t keptBy(const Arena& arena) {
     constexpr uint32_t plenty = (64u << 10) / lineBytes;
     const uint32_t lines = arena.unitCount() * linesPerUnit;
     const uint32_t open = std::clamp(arena.header().openEndpoints.loadRelaxed(), 1u, slotCount);
-    return std::min(std::max(lines / 256, plenty), lines / 4 / open);
+    return std::min(std::max(lines / 256, plenty), lines / 8 / open);
 }
 
 }  // namespace lease

@@ -92,6 +92,7 @@ private:
     uint32_t pressureSeen_;  ///< the header's count when this endpoint last gave up what it keeps
     Spid latestHome_;        ///< of a block that was given back: another endpoint's, never one's own
     Slot* latestHomesSlot_;  ///< which has been used
+    uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
 };
 
 inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
@@ -110,7 +111,7 @@ inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
 inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
-    if (there.life.loadAcquire() != (home | lifeOpen) || waiting > keptLines_) return false;  // as in isOpen
+    if (there.life.loadAcquire() != (home | lifeOpen) || waiting > mostReturned_) return false;  // as in isOpen
     // Relaxed, and no exchange: about right will do.
     there.returnedLines.storeRelaxed(waiting + sizeClasses[sizeClass].lines);
     // See recoverStranded: the reaper asks whether this one was pushed. Release: (J), after the push before it.

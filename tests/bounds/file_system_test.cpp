@@ -146,6 +146,31 @@ TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
     });
 }
 
+TEST_F(FullFileSystem, TakesANewEndpointWhereAnotherHasEnded) {
+    with("size=8m", [&] {
+        Endpoint endpoint("endpoint");
+        const LinxSpid own = spidOf(endpoint);
+        std::vector<std::unique_ptr<Endpoint>> more;
+        const auto openMore = [&] { more.push_back(std::make_unique<Endpoint>(std::to_string(more.size()))); };
+        for (int i = 0; i < 20; ++i) openMore();
+        fill();
+        while (LINX* linx = linx_open("last", 0, nullptr)) {  // what memory there is goes to fresh ones
+            EXPECT_EQ(0, linx_close(linx));
+            openMore();
+        }
+        EXPECT_EQ(ENOMEM, errno);
+        for (int round = 0; round < 3; ++round) {
+            more[5].reset();
+            EXPECT_EQ(0, errorOfOpen("another"));
+            more[5] = std::make_unique<Endpoint>("instead");
+            EXPECT_EQ("instead", nameOf(endpoint, hunt(endpoint, "instead")));
+            EXPECT_EQ(ENOMEM, errorOfOpen("another"));
+        }
+        EXPECT_EQ(0, send(endpoint, own, item));
+        expectSignal(endpoint, item, 0);
+    });
+}
+
 TEST_F(FullFileSystem, HoldsNoArenaThatIsHalfMade) {
     with("size=64k", [&] {
         EXPECT_EQ(ENOMEM, errorOfOpen("endpoint"));
