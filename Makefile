@@ -84,6 +84,12 @@ crash-sites: dependencies ## Kills a process at every change of shared memory, s
 	@cmake --build --preset release --target linx-crash-sites
 	@build/release/tests/crash/linx-crash-sites $(ARGS)
 
+.PHONY: call-sites
+call-sites: dependencies ## Kills, stops and fails a process at every system call, half an hour; ARGS='--help' tells its options
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --target linx-call-sites
+	@build/release/tests/calls/linx-call-sites $(ARGS)
+
 .PHONY: fuzz
 fuzz: dependencies fuzz-dependencies ## Searches for inputs that no operation withstands; SECONDS=60 for each fuzzer
 	@cmake --preset fuzz >/dev/null

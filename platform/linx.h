@@ -13,7 +13,11 @@
  *   ECHILD  after a fork the endpoint belongs to the other of the two processes; or this is a child that was made while
  *           a thread was inside an operation on it, or without fork handlers (_Fork, clone)
  *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left, where the operation needs some; allocating what has been
- *           leased, freeing, closing and taking back a time-out need none
+ *           leased, freeing, closing and taking back a time-out need none. ENFILE also when the user may watch no more
+ *           descriptors (fs.epoll.max_user_watches)
+ *   EACCES, EPERM, ELOOP, ENOTDIR, EROFS, EIO, ENOLCK  what the kernel says when it refuses the domain's files, though it
+ *           gave them before: of an open, a hunt, an attach, a first send to somebody, and wherever a signal is allocated.
+ *           It can be tried again
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
  *   EACCES  the process has given up the rights with which it joined the domain, and would have to meet an endpoint that
  *           is new to it; or, being a child forked since then, to take the domain's lock
@@ -62,8 +66,9 @@ enum {
  * EPROTO the domain's arena is damaged or of another make; ENOMEM, also when the process may not make a file as large as
  * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered) or lock as much (RLIMIT_MEMLOCK); ENOSPC no endpoint left
  * (who has died is looked for now and then, not each time), or no file where the domain lies; ENOENT, ENOTDIR, ELOOP,
- * EROFS there can be no domain where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody
- * sees an endpoint that could not be opened. The log tells which domain was meant.
+ * EROFS, EDQUOT, EMLINK the domain's directory, or a file in it, cannot be made where LINX_DOMAIN says; EEXIST something
+ * else lies there; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint that could not be
+ * opened. The log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 

@@ -14,6 +14,7 @@
 #include "host/arena/new_file.h"
 #include "host/system/environment.h"
 #include "host/system/signal_shield.h"
+#include "host/system/uninterrupted.h"
 
 namespace linx {
 namespace {
@@ -87,19 +88,25 @@ bool fails(Call call) {
 /// Header, buckets and unit table get their memory at once; slots, hunts and units when they are first used.
 bool fill(int file, uint32_t unitCount, unsigned mode) {
     if (fchmod(file, mode) == -1) return false;
-    if (fails([&] { return ftruncate(file, fileBytes(unitCount)) == 0 ? 0 : errno; })) return false;
+    const off_t bytes = fileBytes(unitCount);
+    if (fails([&] { return uninterrupted([&] { return ftruncate(file, bytes); }) == 0 ? 0 : errno; })) return false;
     const uint32_t tablePage = unitTableOffset / unitBytes;
     if (!reservePages(file, 0, slotsOffset / unitBytes)) return false;
     if (!reservePages(file, tablePage, firstPoolPage(unitCount) - tablePage)) return false;
     Header header{};
     writeIdentity(header, unitCount);
-    return pwrite(file, &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
+    return !fails([&] {
+        const ssize_t written = uninterrupted([&] { return pwrite(file, &header, sizeof header, 0); });
+        if (written == -1) return errno;
+        return written == static_cast<ssize_t>(sizeof header) ? 0 : ENOSPC;
+    });
 }
 
 }  // namespace
 
 int openArenaFile(int directory) {
-    return openat(directory, arenaFileName, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    return uninterrupted(
+        [&] { return openat(directory, arenaFileName, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); });
 }
 
 int openOrMakeArenaFile(int directory, unsigned mode, bool& made) {
@@ -119,9 +126,12 @@ int openOrMakeArenaFile(int directory, unsigned mode, bool& made) {
 uint32_t checkArenaFile(int file) {
     Header header{};
     struct stat status;
-    const bool fits = fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
-                      pread(file, &header, sizeof header, 0) == static_cast<ssize_t>(sizeof header) &&
-                      hasIdentity(header) && status.st_size == fileBytes(header.unitCount.loadRelaxed());
+    if (fstat(file, &status) == -1) return 0;
+    const ssize_t got =
+        S_ISREG(status.st_mode) ? uninterrupted([&] { return pread(file, &header, sizeof header, 0); }) : 0;
+    if (got == -1) return 0;
+    const bool fits = got == static_cast<ssize_t>(sizeof header) && hasIdentity(header) &&
+                      status.st_size == fileBytes(header.unitCount.loadRelaxed());
     if (fits) return header.unitCount.loadRelaxed();
     errno = EPROTO;
     return 0;

@@ -16,8 +16,8 @@ int openArenaFile(int directory);
 /// instant agree on one. `made` tells whether it was not there before. -1 with errno.
 int openOrMakeArenaFile(int directory, unsigned mode, bool& made);
 
-/// The number of units that the file's header promises; 0 with errno EPROTO when the file is no arena of this make,
-/// or is not as long as its header says.
+/// The number of units that the file's header promises; 0 with errno: EPROTO when the file is no arena of this make,
+/// or is not as long as its header says, otherwise why it cannot be read.
 uint32_t checkArenaFile(int file);
 
 struct Unmap {

@@ -117,6 +117,10 @@ std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
     all.domains.reserve(all.domains.size() + 1);
     ArenaMapping mapping = mapArenaFile(place.file.get(), unitCount);
     if (mapping == nullptr) return nullptr;
+    // What the lock belongs to must not be mapped. One after the other, so that no further descriptor is wanted.
+    place.file.reset();
+    place.file.reset(FileLock::open(FileLock::Identity(place.status), place.directory.get(), arenaFileName));
+    if (place.file.get() == -1) return nullptr;
     domain.reset(new Domain(place, std::move(mapping), unitCount));
     all.domains.push_back(domain);
     isNew = true;

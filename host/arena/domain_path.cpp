@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "host/arena/scoped_descriptor.h"
+#include "host/system/uninterrupted.h"
 
 namespace linx {
 namespace {
@@ -41,10 +42,12 @@ std::string domainPath() {
 
 int openDomainDirectory(const std::string& path) {
     if (mkdir(path.c_str(), 0700) == -1 && errno != EEXIST) return -1;
-    ScopedDescriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    ScopedDescriptor directory(
+        uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
     if (directory.get() == -1) return -1;
     struct stat status;
-    if (fstat(directory.get(), &status) == 0 && isSafe(status, path)) return directory.release();
+    if (fstat(directory.get(), &status) == -1) return -1;
+    if (isSafe(status, path)) return directory.release();
     errno = EACCES;
     return -1;
 }

@@ -48,13 +48,6 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     name.writeTo(slot.name);
 }
 
-bool watchBell(int epoll, int bell) {
-    epoll_event event = {};
-    event.events = EPOLLIN;
-    event.data.u32 = event_tag::bell;
-    return epoll_ctl(epoll, EPOLL_CTL_ADD, bell, &event) == 0;
-}
-
 bool duplicate(int descriptor, ScopedDescriptor& copy) {
     copy.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     return copy.get() != -1;
@@ -90,7 +83,8 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     // Who hunts for the name is answered with a descriptor that is put aside before.
     ScopedDescriptor spare;
     std::unique_ptr<Endpoint> endpoint;
-    if (watchBell(epoll.get(), bell.get()) && (!isHunted(arena, name) || duplicate(epoll.get(), spare))) {
+    const bool isWatched = watch(epoll.get(), bell.get(), EPOLLIN, event_tag::bell);
+    if (isWatched && (!isHunted(arena, name) || duplicate(epoll.get(), spare))) {
         errno = ENOMEM;
         endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, bell));
     }
@@ -135,7 +129,8 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
     bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
     if (bell.get() == -1) {
         const int failure = errno;
-        slot.life.storeRelease(before);
+        // What cannot be removed goes by the spid that the slot names, if only for the repair.
+        if (bell::remove(cold.domain().directory(), spid)) slot.life.storeRelease(before);
         appendEnded(arena, index);
         errno = failure;
         return 0;
@@ -186,9 +181,18 @@ void Endpoint::leaveDomain() {
     end();                 // where somebody has removed the domain nobody can look for this endpoint any more
 }
 
+/// Nobody can be told that this has failed, and while a forked process has a copy nobody else sees to it.
 void Endpoint::end() {
+    constexpr int attempts = 3;
+    for (int left = attempts; left != 0 && !endInside(); --left) {
+    }
+}
+
+/// False when the cold lock cannot be had.
+bool Endpoint::endInside() {
     const ColdSection cold(*domain_);
-    if (!cold.entered() || !isStillOpen()) return;
+    if (!cold.entered()) return false;
+    if (!isStillOpen()) return true;
     if (owesRings_) ringSleepers(*domain_);
     const ScopedDescriptor bell(bell::open(domain_->directory(), spid_));
     giveUpHunts();
@@ -199,6 +203,7 @@ void Endpoint::end() {
     // Whoever holds the bell has been told by that, unless a forked process still has a copy of it. In the cold
     // section: should this process die meanwhile, the repair tells.
     if (bell.get() == -1 || !bell::isDead(bell.get())) tellOfEnds(*domain_);
+    return true;
 }
 
 void Endpoint::giveUpHunts() {

@@ -194,6 +194,7 @@ private:
     void disown();
     void leaveDomain();
     void end();
+    bool endInside();
     void giveUpHunts();
     bool isStillOpen() const;
     bool isMaker() const;

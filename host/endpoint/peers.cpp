@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "host/endpoint/event_tags.h"
 #include "host/mailbox/bell.h"
 
 namespace linx {
@@ -30,9 +31,9 @@ Peer* Peers::meet(Spid spid) {
     const uint32_t index = indexOf(spid);
     if (index >= peers_.size()) peers_.resize(index + 1);
     auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), bell);
-    epoll_event event = {};  // no events: errors are told always, and all that is waited for is the reader's end
-    event.data.u32 = index;
-    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, peer->bell.get(), &event) == -1) return nullptr;
+    while (!watch(epoll_, peer->bell.get(), 0, index)) {  // no events: all that is waited for is the reader's end
+        if (!makeRoom()) return nullptr;
+    }
     peer->usedAt = ++uses_;
     peers_[index] = std::move(peer);
     return peers_[index].get();

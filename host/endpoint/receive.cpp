@@ -362,11 +362,8 @@ void Endpoint::makeDescriptorTrue() {
 /// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.
 bool Endpoint::watchTimer() {
     if (timers_.descriptor() != -1) return true;
-    epoll_event event = {};
-    event.events = EPOLLIN;
-    event.data.u32 = event_tag::timer;
     if (timers_.open() == -1) return false;
-    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == 0) return true;
+    if (watch(epoll_.get(), timers_.descriptor(), EPOLLIN, event_tag::timer)) return true;
     const int failure = errno;
     timers_.close();  // the next one must try again to have it watched
     errno = failure;

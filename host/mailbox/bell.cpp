@@ -10,6 +10,7 @@
 
 #include "host/arena/scoped_descriptor.h"
 #include "host/system/signal_shield.h"
+#include "host/system/uninterrupted.h"
 
 namespace linx {
 namespace bell {
@@ -24,10 +25,7 @@ struct Name {
 /// or what else a write says.
 int writeRecord(int descriptor, uint32_t record) {
     SignalShield shield(SIGPIPE);
-    ssize_t written;
-    do {
-        written = write(descriptor, &record, sizeof record);
-    } while (written == -1 && errno == EINTR);
+    const ssize_t written = uninterrupted([&] { return write(descriptor, &record, sizeof record); });
     if (written == static_cast<ssize_t>(sizeof record)) return 0;
     const int failure = written == -1 ? errno : EIO;
     if (failure == EPIPE) shield.raised();
@@ -41,7 +39,9 @@ bool reservePage(int descriptor) {
     fcntl(descriptor, F_SETPIPE_SZ, static_cast<int>(capacity * sizeof(uint32_t)));
     uint32_t record = 0;
     errno = writeRecord(descriptor, record);
-    return errno == 0 && read(descriptor, &record, sizeof record) == static_cast<ssize_t>(sizeof record);
+    if (errno != 0) return false;
+    // EAGAIN: somebody who has no business with it has been faster.
+    return uninterrupted([&] { return read(descriptor, &record, sizeof record); }) != -1 || errno == EAGAIN;
 }
 
 /// Whether it is a pipe, and no file that somebody has put in the place of one. False with errno.
@@ -55,7 +55,8 @@ bool isPipe(const struct stat& status) {
 int openPipe(int directory, const char* name, int access) {
     struct stat status;
     if (fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == -1 || !isPipe(status)) return -1;
-    ScopedDescriptor pipe(openat(directory, name, access | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
+    ScopedDescriptor pipe(
+        uninterrupted([&] { return openat(directory, name, access | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW); }));
     const bool opened = pipe.get() != -1 && fstat(pipe.get(), &status) == 0 && isPipe(status);
     return opened ? pipe.release() : -1;
 }
@@ -66,24 +67,24 @@ int make(int directory, Spid spid, unsigned mode) {
     const Name name(spid);
     if (mkfifoat(directory, name.text, mode) == -1) {
         if (errno != EEXIST) return -1;
-        unlinkat(directory, name.text, 0);  // left by an endpoint that died while it opened
+        // Left by an endpoint that died while it opened; or a directory, which stays.
+        if (!remove(directory, spid)) {
+            if (errno == EISDIR) errno = EEXIST;
+            return -1;
+        }
         if (mkfifoat(directory, name.text, mode) == -1) return -1;
     }
     ScopedDescriptor descriptor(openPipe(directory, name.text, O_RDWR));
     const bool made = descriptor.get() != -1 && fchmod(descriptor.get(), mode) == 0 && reservePage(descriptor.get());
-    if (made) return descriptor.release();
-    const int failure = errno;
-    unlinkat(directory, name.text, 0);
-    errno = failure;
-    return -1;
+    return made ? descriptor.release() : -1;
 }
 
 int open(int directory, Spid spid) {
     return openPipe(directory, Name(spid).text, O_WRONLY);
 }
 
-void remove(int directory, Spid spid) {
-    unlinkat(directory, Name(spid).text, 0);
+bool remove(int directory, Spid spid) {
+    return unlinkat(directory, Name(spid).text, 0) == 0 || errno == ENOENT;
 }
 
 int ring(int descriptor) {
@@ -102,10 +103,7 @@ bool tell(int descriptor, uint32_t record) {
 }
 
 uint32_t drain(int descriptor, uint32_t (&records)[capacity]) {
-    ssize_t got;
-    do {
-        got = read(descriptor, records, sizeof records);
-    } while (got == -1 && errno == EINTR);
+    const ssize_t got = uninterrupted([&] { return read(descriptor, records, sizeof records); });
     return got <= 0 ? 0 : static_cast<uint32_t>(static_cast<size_t>(got) / sizeof *records);
 }
 

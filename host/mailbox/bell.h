@@ -24,13 +24,15 @@ static_assert((spidMask & ended) == 0, "no spid is taken for it");
 
 constexpr uint32_t capacity = 1024;  ///< records that a bell holds
 
-/// Makes and opens the bell of the caller's own endpoint. A leftover of the same name is replaced.
+/// Makes and opens the bell of the caller's own endpoint. A leftover of the same name is replaced; one may be left where
+/// it fails.
 int make(int directory, Spid spid, unsigned mode);
 
 /// Opens another endpoint's bell. ENXIO or ENOENT: the endpoint has ended; EPROTO: what lies there is no bell.
 int open(int directory, Spid spid);
 
-void remove(int directory, Spid spid);
+/// False when there may still be one.
+bool remove(int directory, Spid spid);
 
 /// Rings; a full bell is as good. Returns 0, EPIPE when the endpoint has ended, or another errno value when it could
 /// not be rung. Raises no SIGPIPE.

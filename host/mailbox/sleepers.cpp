@@ -9,11 +9,24 @@
 namespace linx {
 namespace {
 
+bool hasEnded(int failure) {
+    return failure == ENXIO || failure == ENOENT;
+}
+
 /// 0 or an errno value; EPIPE when the endpoint has ended.
 int ringByName(const Domain& domain, Spid spid) {
     const ScopedDescriptor bell(bell::open(domain.directory(), spid));
     if (bell.get() != -1) return bell::ring(bell.get());
-    return errno == ENXIO || errno == ENOENT ? EPIPE : errno;
+    return hasEnded(errno) ? EPIPE : errno;
+}
+
+/// Nobody comes back to one who could not be told: what could not be had may be there at the next moment.
+void tellOfEnds(const Domain& domain, Spid spid) {
+    constexpr int attempts = 3;
+    for (int left = attempts; left != 0; --left) {
+        const ScopedDescriptor bell(bell::open(domain.directory(), spid));
+        if (bell.get() != -1 ? bell::tell(bell.get(), bell::ended) : hasEnded(errno)) return;
+    }
 }
 
 }  // namespace
@@ -40,9 +53,7 @@ void tellOfEnds(const Domain& domain) {
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
         const uint32_t life = arena.slot(i).life.loadAcquire();
-        if ((life & lifeOpen) == 0) continue;
-        const ScopedDescriptor bell(bell::open(domain.directory(), life & spidMask));
-        if (bell.get() != -1) bell::tell(bell.get(), bell::ended);
+        if ((life & lifeOpen) != 0) tellOfEnds(domain, life & spidMask);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/system/forks.h"
+#include "host/system/uninterrupted.h"
 
 namespace linx {
 
@@ -35,6 +36,17 @@ private:
 };
 
 }  // namespace
+
+int FileLock::open(const Identity& identity, int directory, const char* name) {
+    ScopedDescriptor file(
+        uninterrupted([&] { return openat(directory, name, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); }));
+    struct stat status;
+    if (file.get() == -1 && errno != ENOENT) return -1;
+    if (file.get() != -1 && fstat(file.get(), &status) == -1) return -1;
+    if (file.get() != -1 && identity.isOf(status)) return file.release();
+    errno = ESTALE;  // the directory holds no such file any more, or another one
+    return -1;
+}
 
 FileLock::FileLock(ScopedDescriptor& file, const Identity& identity, int directory, const char* name)
     : identity_(identity), directory_(directory), name_(name), generation_(forks::generation()) {
@@ -62,7 +74,8 @@ void FileLock::afterForkInChild() {
     const int keptErrno = errno;
     for (FileLock* lock : all()) {
         pthread_mutex_init(&lock->queue_, nullptr);  // a thread that stayed behind may have had it
-        lock->openAnew();
+        // The parent's must go in any case. The directory is one for which no descriptor is wanted.
+        if (!lock->openAnew()) lock->exchangeFor(lock->directory_);
     }
     errno = keptErrno;
     afterForkInParent();
@@ -85,18 +98,15 @@ bool FileLock::lock(Patience patience) {
 
 bool FileLock::lockFile(Patience patience) {
     if (generation_ != forks::generation() && !openAnew()) return false;
-    while (flock(file_.get(), patience == Patience::wait ? LOCK_EX : LOCK_EX | LOCK_NB) == -1) {
-        if (errno != EINTR) return false;
-    }
+    const int how = patience == Patience::wait ? LOCK_EX : LOCK_EX | LOCK_NB;
+    if (uninterrupted([&] { return flock(file_.get(), how); }) == -1) return false;
     if (isStillThere()) return true;
-    const int failure = errno;
-    flock(file_.get(), LOCK_UN);
-    errno = failure;
+    unlockFile();
     return false;
 }
 
-/// False with errno: ESTALE when the file has been removed, EBADF when somebody has closed the descriptor, which may be
-/// another's by now.
+/// False with errno: ESTALE when the file has been removed, EBADF when somebody has closed the descriptor, which may
+/// be another's by now.
 bool FileLock::isStillThere() const {
     struct stat status;
     if (fstat(file_.get(), &status) == -1) return false;
@@ -106,27 +116,34 @@ bool FileLock::isStillThere() const {
 }
 
 void FileLock::unlock() {
-    const int keptErrno = errno;
-    // By hand: where a child or a program being started still has a copy of the descriptor, closing would not do.
-    flock(file_.get(), LOCK_UN);
+    unlockFile();
     pthread_mutex_unlock(&inside_);
     pthread_mutex_unlock(&queue_);
+}
+
+/// errno stays. By hand: where a child or a program being started still has a copy of the descriptor, closing would
+/// not do. But it does where the kernel has no memory to let go of the lock otherwise, and without either nobody else
+/// would get the lock again while this process lives.
+void FileLock::unlockFile() {
+    constexpr int attempts = 100;
+    const int keptErrno = errno;
+    for (int left = attempts; left != 0; --left) {
+        if (flock(file_.get(), LOCK_UN) == 0 || openAnew()) break;
+    }
     errno = keptErrno;
 }
 
-/// Exchanges the open file, which the parent locks too, for one of this process. Its number stays. False with errno;
-/// the old one then stays for everything but locking.
+/// Exchanges the open file, which the parent locks too, for one of this process. Its number stays. False with errno.
 bool FileLock::openAnew() {
-    ScopedDescriptor fresh(openat(directory_, name_, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    struct stat status;
-    if (fresh.get() == -1 && errno != ENOENT) return false;
-    if (fresh.get() == -1 || fstat(fresh.get(), &status) == -1 || !identity_.isOf(status)) {
-        errno = ESTALE;  // the directory holds no such file any more, or another one
-        return false;
-    }
-    if (dup3(fresh.get(), file_.get(), O_CLOEXEC) == -1) return false;
+    const ScopedDescriptor fresh(open(identity_, directory_, name_));
+    if (fresh.get() == -1 || !exchangeFor(fresh.get())) return false;
     generation_ = forks::generation();
     return true;
+}
+
+/// Closes the open file, and has its number stand for another.
+bool FileLock::exchangeFor(int other) {
+    return uninterrupted([&] { return dup3(other, file_.get(), O_CLOEXEC); }) != -1;
 }
 
 }  // namespace linx

@@ -13,9 +13,10 @@ namespace linx {
 /// The lock of a file that several processes share, as one process has it: one holder at a time among its threads and
 /// among the processes. The kernel lets go of it when the holder dies. Any thread may use it.
 ///
-/// One descriptor serves for good. Such a lock belongs to the open file, which a child shares with its parent, so a
-/// child opens the file anew: at once after the fork, when nobody has dropped its privileges yet, or else before it
-/// first locks. A fork waits for a thread that has the lock, so that no child is made in the middle of what the lock
+/// One descriptor serves for good. Such a lock belongs to the open file, which a child shares with its parent: should
+/// the parent be killed while it has the lock, nobody would get it before the child ends. So a child opens the file
+/// anew: at once after the fork, when nobody has dropped its privileges yet, or else before it first locks. And nobody
+/// may map it by this descriptor, since a mapping keeps the open file, too. A fork waits for a thread that has the lock, so that no child is made in the middle of what the lock
 /// guards, but not for one that only waits for it: who holds up this lock holds up neither forks nor other locks.
 class FileLock {
 public:
@@ -28,7 +29,10 @@ public:
         bool isOf(const struct stat& status) const { return device == status.st_dev && inode == status.st_ino; }
     };
 
-    /// The lock of the open `file`, which is called `name` in `directory`. Takes over `file`, and nothing else.
+    /// Opens the file that is called `name` in `directory`. -1 with errno; ESTALE when it is another one by now.
+    static int open(const Identity& identity, int directory, const char* name);
+
+    /// The lock of the file that `open` has opened. Takes over `file`, and nothing else.
     FileLock(ScopedDescriptor& file, const Identity& identity, int directory, const char* name);
     ~FileLock();
     FileLock(const FileLock&) = delete;
@@ -54,8 +58,10 @@ public:
 
 private:
     bool lockFile(Patience patience);
+    void unlockFile();
     bool isStillThere() const;
     bool openAnew();
+    bool exchangeFor(int other);
 
     pthread_mutex_t queue_ = PTHREAD_MUTEX_INITIALIZER;   ///< of the thread that has the lock or comes next
     pthread_mutex_t inside_ = PTHREAD_MUTEX_INITIALIZER;  ///< of the thread that has the lock: a fork waits for it

@@ -6,6 +6,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -81,6 +82,16 @@ void Child::awaitSleep() const {
         sched_yield();
     }
     ADD_FAILURE() << "the process never sleeps";
+}
+
+bool Child::endsInTime() const {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(3 * patience);
+    while (!hasEnded()) {
+        if (std::chrono::steady_clock::now() > limit) return false;
+        const timespec moment = {0, 200000};
+        nanosleep(&moment, nullptr);
+    }
+    return true;
 }
 
 int Child::exitStatus() {

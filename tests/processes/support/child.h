@@ -36,6 +36,9 @@ public:
     /// Waits until the process waits for something. The test fails when it never does.
     void awaitSleep() const;
 
+    /// Waits for the end, unless it takes too long: false then. `exitStatus` waits no more after it.
+    bool endsInTime() const;
+
     /// Waits for the end. The exit status, or the negative number of the POSIX signal that ended the process.
     int exitStatus();
 
