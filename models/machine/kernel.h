@@ -23,10 +23,18 @@ public:
     void begin() { beginning_ = now_; }
     void rewind() { now_ = beginning_; }
 
+    /// From now on so many writes to bells may fail for want of memory, whichever they are.
+    void failWrites(uint8_t most) { now_.failuresLeft = most; }
+
+    /// From now on a process may have no more descriptors than it has, and so many.
+    void limitDescriptors(unsigned process, unsigned more);
+
     /// The process is killed: all that it had open is closed.
     void exit(unsigned process);
 
     uint64_t hash(uint64_t seed, unsigned liveThreads) const;
+
+    // -1 with errno EMFILE where a process may have no more descriptors.
 
     // Bells, by spid. -1 with errno, 0 or an errno value, as bell.h says.
     int makeBell(uint32_t spid);
@@ -53,6 +61,7 @@ public:
     void pollFor(int set);
 
     int makeTimer();
+    int duplicate(int descriptor);
     void close(int descriptor);
     bool owns(int descriptor) const { return descriptor >= firstDescriptor; }
 
@@ -71,7 +80,7 @@ private:
     struct Descriptor {
         Kind kind;
         uint8_t process;
-        uint8_t bell;
+        uint8_t object;  ///< the number of the bell, or of the set
     };
     struct Bell {
         uint32_t spid;
@@ -91,13 +100,19 @@ private:
         std::array<Bell, maxBells> bells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
-        uint8_t lockedBy;                      ///< the process
-        std::array<View, maxBells + 1> views;  ///< of the lock, then of the bells
+        uint8_t lockedBy;  ///< the process
+        uint8_t failuresLeft;
+        std::array<uint8_t, maxThreads> mostDescriptors;  ///< of a process; 0: as many as it wants
+        std::array<View, maxBells + 1> views;             ///< of the lock, then of the bells
     };
 
-    int add(Kind kind, size_t bell);
+    int add(Kind kind, size_t object);
+    unsigned countDescriptors(unsigned process) const;
+    bool isInUse(Kind kind, size_t object) const;
     Descriptor& at(int descriptor) { return now_.descriptors[static_cast<size_t>(descriptor - firstDescriptor)]; }
+    size_t setOf(int descriptor) { return at(descriptor).object; }
     size_t findBell(uint32_t spid) const;
+    size_t findUnusedBell() const;
     uint32_t eventsOf(const Watch& watch) const;
     bool hasEvents(size_t set) const;
     void meet(size_t object);

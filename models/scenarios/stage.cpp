@@ -1,6 +1,8 @@
 #include "models/scenarios/stage.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <map>
 
 #include "host/recovery/retire.h"
 #include "models/machine/heap.h"
@@ -13,24 +15,28 @@ namespace {
 
 constexpr uint32_t letterBytes = sizeof(LinxSignal) + sizeof(linx::Word);
 
-/// Joined once and kept, so that the real process's list of domains stays as it is.
-const std::shared_ptr<linx::Domain>& joinedDomain() {
-    static const std::shared_ptr<linx::Domain> joined = [] {
-        const HostHeap heap;
-        layArena();
-        return linx::Domain::join();
-    }();
-    return joined;
+std::shared_ptr<linx::Domain> joinedDomain;
+
+/// Lays down an arena. The domain of one of that size is joined once and kept, so that the real process's list of
+/// domains stays as it is in all executions.
+void joinDomain(uint32_t units) {
+    const HostHeap heap;
+    static std::map<uint32_t, std::shared_ptr<linx::Domain>> kept;
+    layArena(units);
+    std::shared_ptr<linx::Domain>& domain = kept[units];
+    if (domain == nullptr) domain = linx::Domain::join();
+    joinedDomain = domain;
 }
+
 linx::Domain& domain() {
-    return *joinedDomain();
+    return *joinedDomain;
 }
 
 /// Closing gives back a share of the domain that was taken before the execution began, and in every other execution
 /// is given back again: takes one for it.
 void takeShareOfDomain() {
     alignas(std::shared_ptr<linx::Domain>) static char share[sizeof(std::shared_ptr<linx::Domain>)];
-    new (share) std::shared_ptr<linx::Domain>(joinedDomain());
+    new (share) std::shared_ptr<linx::Domain>(joinedDomain);
 }
 
 /// The content is read and written as words of the arena: whether it can be seen is part of the question.
@@ -44,9 +50,8 @@ uint32_t letterContent(unsigned from, unsigned to, unsigned number) {
 
 }  // namespace
 
-Stage::Stage(const std::vector<const char*>& names, const char* spinMicroseconds) : names_(names) {
-    domain();
-    layArena();
+Stage::Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t units) : names_(names) {
+    joinDomain(units);
     setenv("LINX_SPIN_US", spinMicroseconds, 1);
 }
 
@@ -54,10 +59,15 @@ const linx::Arena& Stage::arena() const {
     return domain().arena();
 }
 
+linx::Endpoint* Stage::openUnder(const std::string& name) {
+    linx::Endpoint* endpoint = linx::Endpoint::open({name.data(), static_cast<uint32_t>(name.size())}).release();
+    if (endpoint == nullptr) scheduler.violate(name + " cannot open");
+    return endpoint;
+}
+
 void Stage::open(unsigned actor) {
-    const std::string name = names_[actor];
-    endpoints_[actor] = linx::Endpoint::open({name.data(), static_cast<uint32_t>(name.size())}).release();
-    if (endpoints_[actor] == nullptr) return scheduler.violate(name + " cannot open");
+    endpoints_[actor] = openUnder(names_[actor]);
+    if (endpoints_[actor] == nullptr) return;
     LinxSignal* signal = endpoints_[actor]->allocate(letterBytes, 0);
     spids_[actor] = endpoints_[actor]->sender(&signal);
     endpoints_[actor]->free(&signal);
@@ -104,7 +114,7 @@ int Stage::send(unsigned to, unsigned via) {
         ++sent_[self()][to];
     } else {
         --begun_[self()][to];
-        if (!isDead(via)) scheduler.violate(std::string("a send to the living ") + names_[via] + " fails");
+        if (!hasEnded(via)) scheduler.violate(std::string("a send to the living ") + names_[via] + " fails");
     }
     return result;
 }
@@ -137,16 +147,19 @@ void Stage::book(LinxSignal* signal, uint32_t size) {
     const unsigned about = number % 1000;
     const bool isNotice = number == notice + about;
     if (about >= maxActors || (!isNotice && number != found + about)) return scheduler.violate("a signal is garbled");
-    char* name = own().nameOf(own().sender(&signal));
-    if (name == nullptr || name != std::string(names_[about])) {
+    const linx::Spid sender = own().sender(&signal);
+    char* name = own().nameOf(sender);
+    const bool isForgotten = name == nullptr && slotsAreUsedAgain_;  // another may be in the slot by now
+    if (!isForgotten && (name == nullptr || name != std::string(names_[about]))) {
         scheduler.violate("a notice or an answer has another's sender");
     }
     own().freeName(&name);
     if (!isNotice) {
+        if (spids_[about] == 0) spids_[about] = sender;  // one may write to him now
         if (++answered_[about] > hunted_[about]) scheduler.violate("a hunt is answered twice");
         return;
     }
-    if (!isDead(about)) scheduler.violate("an end is told of one who lives");
+    if (!hasEnded(about)) scheduler.violate("an end is told of one who lives");
     if (++noticed_[self()][about] > supervised_[self()][about]) scheduler.violate("an end is told twice");
     // What the dead one had sent comes before: all of it whose send returned.
     if (via_[about][self()] == self() && received_[about][self()] < sent_[about][self()]) {
@@ -204,6 +217,7 @@ void Stage::hunt(unsigned whom) {
     LinxSignal* signal = allocate(sizeof(LinxSignal), found + whom);
     letGo(signal);
     ++hunted_[whom];
+    hunter_[whom] = self();
     const std::string name = names_[whom];
     if (own().hunt({name.data(), static_cast<uint32_t>(name.size())}, &signal) != 0) {
         scheduler.violate("hunting fails");
@@ -237,12 +251,19 @@ void Stage::lendKept(unsigned to) {
     as(lender);
 }
 
-bool Stage::hasEmptyMailbox(unsigned actor) const {
-    return arena().slot(linx::indexOf(spids_[actor])).mailbox.loadRelaxed() <= linx::stack::closed;
+bool Stage::hasMail(unsigned actor) const {
+    const linx::Spid spid = spids_[actor];
+    bool any = false;
+    // Not what was meant for an earlier user of the slot.
+    linx::stack::walk(arena(), arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed(),
+                      [&](linx::Block& block, linx::Ref, uint32_t) {
+                          any = any || block.owner.loadRelaxed() == (spid | linx::ownerTransit);
+                      });
+    return any;
 }
 
 void Stage::awaitEnd(unsigned of) {
-    scheduler.call("waits", false, [this, of] { return isDead(of); });
+    scheduler.call("waits", false, [this, of] { return isDead(of) || (closed_[of] && endpoints_[of] == nullptr); });
 }
 
 void Stage::freeKept() {
@@ -250,6 +271,28 @@ void Stage::freeKept() {
     kept_[self()].pop_back();
     letGo(signal);
     if (own().free(&signal) != 0) scheduler.violate("a signal of one's own cannot be freed");
+}
+
+void Stage::close() {
+    closed_[self()] = true;
+    destroy(endpoints_[self()]);
+    endpoints_[self()] = nullptr;
+}
+
+void Stage::destroy(linx::Endpoint* endpoint) {
+    takeShareOfDomain();
+    delete endpoint;
+}
+
+/// In the process of the running actor.
+void Stage::openExtra(const std::string& name) {
+    if (linx::Endpoint* endpoint = openUnder(name)) extras_.push_back({endpoint, self()});
+}
+
+void Stage::fillSlots(unsigned keeper) {
+    as(keeper);
+    while (arena().usedSlots() < slotsWithMemory) openExtra("filler " + std::to_string(extras_.size()));
+    slotsAreUsedAgain_ = true;
 }
 
 void Stage::openFirst(unsigned count) {
@@ -276,10 +319,12 @@ void Stage::begin() {
 }
 
 void Stage::check() {
+    scheduler.killStopped();
     for (unsigned actor = 0; actor < names_.size(); ++actor) {
         if (endpoints_[actor] == nullptr || isDead(actor)) continue;
         drain(actor);
     }
+    checkHunts();
     checkLetters();
     as(0);
     {
@@ -291,14 +336,30 @@ void Stage::check() {
     checkArena(true);
 }
 
+/// Whoever still hunts is answered by the next who opens under the name: no death has lost the hunt.
+void Stage::checkHunts() {
+    for (unsigned whom = 0; whom < names_.size(); ++whom) {
+        if (answered_[whom] == hunted_[whom] || hasEnded(hunter_[whom])) continue;
+        bool isOpen = false;
+        for (unsigned actor = 0; actor < names_.size(); ++actor) {
+            const bool hasName = std::strcmp(names_[actor], names_[whom]) == 0;
+            isOpen = isOpen || (hasName && endpoints_[actor] != nullptr && !isDead(actor));
+        }
+        as(hunter_[whom]);
+        if (!isOpen) openExtra(names_[whom]);
+        drain(hunter_[whom]);
+        if (answered_[whom] != hunted_[whom]) scheduler.violate("a hunt is lost");
+    }
+}
+
 void Stage::checkLetters() {
     for (unsigned from = 0; from < names_.size(); ++from) {
         for (unsigned to = 0; to < names_.size(); ++to) {
-            const bool lost = received_[from][to] < sent_[from][to] && !isDead(to) && !isDead(via_[from][to]);
+            const bool lost = received_[from][to] < sent_[from][to] && !hasEnded(to) && !hasEnded(via_[from][to]);
             if (lost) {
                 scheduler.violate(std::string("a signal from ") + names_[from] + " to " + names_[to] + " is lost");
             }
-            if (!isDead(from) && isDead(to) && noticed_[from][to] < supervised_[from][to]) {
+            if (!hasEnded(from) && hasEnded(to) && noticed_[from][to] < supervised_[from][to]) {
                 scheduler.violate(std::string(names_[from]) + " is not told of the end of " + names_[to]);
             }
         }
@@ -310,8 +371,11 @@ void Stage::closeAll() {
         if (endpoints_[actor] == nullptr || isDead(actor)) continue;
         as(actor);
         while (!kept_[actor].empty()) freeKept();
-        takeShareOfDomain();
-        delete endpoints_[actor];
+        destroy(endpoints_[actor]);
+    }
+    for (const auto& [endpoint, process] : extras_) {
+        as(process);
+        destroy(endpoint);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/endpoint/endpoint.h"
+#include "models/machine/kernel.h"
 #include "models/machine/scheduler.h"
 
 namespace model {
@@ -28,7 +29,7 @@ constexpr unsigned maxActors = maxThreads;
  */
 class Stage {
 public:
-    Stage(const std::vector<const char*>& names, const char* spinMicroseconds);
+    Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t units);
 
     // What an actor may do in its act; the running one is meant.
 
@@ -52,6 +53,7 @@ public:
     /// Is killed, if it has come so far.
     void die() { scheduler.dieNow(); }
     void open(unsigned actor);
+    void close();
     /// Allocates a signal and keeps it; frees one that was kept.
     void keep();
     void freeKept();
@@ -59,10 +61,13 @@ public:
     bool hasFree() const;
     /// Sends a kept signal to another, who keeps it from then on.
     void lendKept(unsigned to);
-    /// Waits until another has been killed.
+    /// Waits until another has been killed, or has closed.
     void awaitEnd(unsigned of);
+    /// The kernel's clock ticks for it.
+    void passTick() { scheduler.passTick(); }
 
-    bool hasEmptyMailbox(unsigned actor) const;
+    /// Whether something waits for this actor, to wake it.
+    bool hasMail(unsigned actor) const;
 
     // What `prepare` may do.
 
@@ -74,6 +79,12 @@ public:
     void drain(unsigned actor);
     /// Ends an actor, as by a kill.
     void killNow(unsigned actor);
+    /// Opens endpoints in this actor's process until whoever opens one more gets the slot of one who has ended.
+    void fillSlots(unsigned keeper);
+    /// From now on so many writes to bells may fail for want of memory, whichever they are.
+    void failWrites(uint8_t most) { kernel.failWrites(most); }
+    /// From now on an actor's process may have so many descriptors more, and not one beyond.
+    void limitDescriptors(unsigned actor, unsigned more) { kernel.limitDescriptors(actor, more); }
 
     /// At the end of `prepare`: every execution begins here.
     void begin();
@@ -90,6 +101,7 @@ private:
     const linx::Arena& arena() const;
     unsigned self() const { return scheduler.thread(); }
     bool isDead(unsigned actor) const { return killed_[actor] || scheduler.isDead(actor); }
+    bool hasEnded(unsigned actor) const { return closed_[actor] || isDead(actor); }
     linx::Endpoint& own() { return *endpoints_[self()]; }
     LinxSignal* allocate(uint32_t bytes, uint32_t number);
     LinxSignal* receiveSignal(bool mayWait, uint32_t& size);
@@ -98,13 +110,20 @@ private:
     void book(LinxSignal* signal, uint32_t size);
     void bookLetter(LinxSignal* signal, uint32_t size);
     void checkLetters();
+    void checkHunts();
     void checkArena(bool all);
     void closeAll();
+    linx::Endpoint* openUnder(const std::string& name);
+    void openExtra(const std::string& name);
+    void destroy(linx::Endpoint* endpoint);
 
     std::vector<const char*> names_;
     std::array<linx::Endpoint*, maxActors> endpoints_{};
     std::array<linx::Spid, maxActors> spids_{};
     std::array<bool, maxActors> killed_{};
+    std::array<bool, maxActors> closed_{};                      ///< or about to be
+    std::vector<std::pair<linx::Endpoint*, unsigned>> extras_;  ///< endpoints of nobody's act, and in whose process
+    bool slotsAreUsedAgain_ = false;
     std::array<std::array<unsigned, maxActors>, maxActors> begun_{};
     std::array<std::array<unsigned, maxActors>, maxActors> sent_{};
     std::array<std::array<unsigned, maxActors>, maxActors> received_{};
@@ -112,6 +131,7 @@ private:
     std::array<std::array<unsigned, maxActors>, maxActors> supervised_{};
     std::array<unsigned, maxActors> answered_{};
     std::array<unsigned, maxActors> hunted_{};
+    std::array<unsigned, maxActors> hunter_{};            ///< by whom
     std::vector<std::pair<LinxSignal*, unsigned>> held_;  ///< by whom
     std::array<std::vector<LinxSignal*>, maxActors> kept_;
     std::array<std::array<unsigned, maxActors>, maxActors> via_{};
