@@ -247,6 +247,11 @@ void Kernel::pollFor(int set) {
     scheduler.call("polls", false, [this, number] { return hasEvents(number); });
 }
 
+void Kernel::await(std::function<bool()> ready) {
+    scheduler.call("waits", false, std::move(ready));
+    meet(tellingView);
+}
+
 void Kernel::closeFor(size_t descriptor) {
     Descriptor& closed = now_.descriptors[descriptor];
     if (closed.kind == Kind::reader) {
@@ -275,6 +280,7 @@ void Kernel::exit(unsigned process) {
         if (now_.descriptors[i].kind != Kind::none && now_.descriptors[i].process == process) closeFor(i);
     }
     if (now_.lockedBy == process) unlock();
+    tell();
     scheduler.actAs(before);
 }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "models/machine/memory.h"
@@ -60,6 +61,11 @@ public:
     /// Waits in a poll loop of one's own until the set is readable.
     void pollFor(int set);
 
+    /// What processes tell each other in other ways: who waits until `ready` comes after all that was done by those who
+    /// have told something.
+    void tell() { meet(tellingView); }
+    void await(std::function<bool()> ready);
+
     int makeTimer();
     int duplicate(int descriptor);
     void close(int descriptor);
@@ -74,7 +80,8 @@ private:
     static constexpr size_t maxWatches = 48;
     static constexpr uint8_t nobody = 0xff;
     static constexpr size_t lockView = 0;
-    static constexpr size_t viewOf(size_t bell) { return bell + 1; }
+    static constexpr size_t tellingView = 1;
+    static constexpr size_t viewOf(size_t bell) { return bell + 2; }
 
     enum class Kind : uint8_t { none, reader, writer, set, timer };
     struct Descriptor {

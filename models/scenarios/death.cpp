@@ -52,14 +52,7 @@ const Announced ringerDies(Scenario{
     0,
     "0",
     true,
-    [](Stage& stage) {
-        stage.openFirst(3);
-        for (unsigned actor : {b, c}) {
-            stage.as(actor);
-            stage.send(a);
-            stage.drain(a);
-        }
-    },
+    [](Stage& stage) { stage.openAcquainted(3); },
     {[](Stage& stage) { stage.receiveFrom(c, 2); }, [](Stage& stage) { stage.send(a); },
      [](Stage& stage) { stage.send(a); }},
 });

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 
+#include "host/handles.h"
 #include "host/recovery/retire.h"
 #include "models/machine/heap.h"
 #include "models/machine/kernel.h"
@@ -13,7 +14,8 @@
 namespace model {
 namespace {
 
-constexpr uint32_t letterBytes = sizeof(LinxSignal) + sizeof(linx::Word);
+/// A size of which few blocks are leased at a time: few to look through.
+constexpr uint32_t letterBytes = 800;
 
 std::shared_ptr<linx::Domain> joinedDomain;
 
@@ -59,18 +61,24 @@ const linx::Arena& Stage::arena() const {
     return domain().arena();
 }
 
-linx::Endpoint* Stage::openUnder(const std::string& name) {
-    linx::Endpoint* endpoint = linx::Endpoint::open({name.data(), static_cast<uint32_t>(name.size())}).release();
-    if (endpoint == nullptr) scheduler.violate(name + " cannot open");
-    return endpoint;
+LINX* Stage::openUnder(const std::string& name) {
+    LINX* handle = linx_open(name.c_str(), 0, nullptr);
+    if (handle == nullptr) scheduler.violate(name + " cannot open");
+    return handle;
 }
 
 void Stage::open(unsigned actor) {
-    endpoints_[actor] = openUnder(names_[actor]);
-    if (endpoints_[actor] == nullptr) return;
-    LinxSignal* signal = endpoints_[actor]->allocate(letterBytes, 0);
-    spids_[actor] = endpoints_[actor]->sender(&signal);
-    endpoints_[actor]->free(&signal);
+    handles_[actor] = openUnder(names_[actor]);
+    if (handles_[actor] == nullptr) return;
+    LinxSignal* signal = linx_alloc(handles_[actor], letterBytes, 0);
+    const linx::Spid spid = linx_sender(handles_[actor], &signal);
+    linx_free_buf(handles_[actor], &signal);
+    kernel.tell();
+    spids_[actor] = spid;
+}
+
+void Stage::awaitOpen(unsigned actor) {
+    kernel.await([this, actor] { return spids_[actor] != 0; });
 }
 
 /// The running actor has the signal in its hands; nobody else alive may.
@@ -93,14 +101,14 @@ void Stage::letGo(LinxSignal* signal) {
     }
 }
 
-LinxSignal* Stage::allocate(uint32_t bytes, uint32_t number) {
-    LinxSignal* signal = own().allocate(bytes, number);
+LinxSignal* Stage::allocate(uint32_t number) {
+    LinxSignal* signal = linx_alloc(own(), letterBytes, number);
     if (signal != nullptr) hold(signal);
     return signal;
 }
 
 int Stage::send(unsigned to, unsigned via) {
-    LinxSignal* signal = allocate(letterBytes, letter);
+    LinxSignal* signal = allocate(letter);
     if (signal == nullptr) {
         scheduler.violate("no memory");
         return -1;
@@ -109,7 +117,7 @@ int Stage::send(unsigned to, unsigned via) {
     const unsigned number = begun_[self()][to]++;
     contentOf(signal).storeRelaxed(letterContent(self(), to, number));
     letGo(signal);  // before: from the push on it may be another's
-    const int result = own().send(&signal, spids_[via]);
+    const int result = linx_send(own(), &signal, spids_[via]);
     if (result == 0) {
         ++sent_[self()][to];
     } else {
@@ -122,8 +130,7 @@ int Stage::send(unsigned to, unsigned via) {
 LinxSignal* Stage::receiveSignal(bool mayWait, uint32_t& size) {
     LinxSignal* signal = nullptr;
     const uint32_t any[] = {0};
-    const uint32_t atOnce = 0;
-    const int result = own().receive(&signal, mayWait ? nullptr : &atOnce, any);
+    const int result = mayWait ? linx_receive(own(), &signal, any) : linx_receive_w_tmo(own(), &signal, 0, any);
     if (result < 0) scheduler.violate(std::string("a receive of ") + names_[self()] + " fails");
     if (result <= 0) return nullptr;
     size = static_cast<uint32_t>(result);
@@ -137,7 +144,7 @@ bool Stage::receive(bool mayWait) {
     if (signal == nullptr) return false;
     book(signal, size);
     letGo(signal);
-    if (own().free(&signal) != 0) scheduler.violate("a signal that was received cannot be freed");
+    if (linx_free_buf(own(), &signal) != 0) scheduler.violate("a signal that was received cannot be freed");
     return true;
 }
 
@@ -147,13 +154,14 @@ void Stage::book(LinxSignal* signal, uint32_t size) {
     const unsigned about = number % 1000;
     const bool isNotice = number == notice + about;
     if (about >= maxActors || (!isNotice && number != found + about)) return scheduler.violate("a signal is garbled");
-    const linx::Spid sender = own().sender(&signal);
-    char* name = own().nameOf(sender);
+    const linx::Spid sender = linx_sender(own(), &signal);
+    char* name = nullptr;
+    linx_get_name(own(), sender, &name);
     const bool isForgotten = name == nullptr && slotsAreUsedAgain_;  // another may be in the slot by now
     if (!isForgotten && (name == nullptr || name != std::string(names_[about]))) {
         scheduler.violate("a notice or an answer has another's sender");
     }
-    own().freeName(&name);
+    linx_free_name(own(), &name);
     if (!isNotice) {
         if (spids_[about] == 0) spids_[about] = sender;  // one may write to him now
         if (++answered_[about] > hunted_[about]) scheduler.violate("a hunt is answered twice");
@@ -175,7 +183,7 @@ void Stage::bookLetter(LinxSignal* signal, uint32_t size) {
         return scheduler.violate("a signal is garbled");
     }
     const unsigned via = via_[from][to] == to ? from : via_[from][to];
-    if (own().sender(&signal) != spids_[via]) scheduler.violate("a signal has another's sender");
+    if (linx_sender(own(), &signal) != spids_[via]) scheduler.violate("a signal has another's sender");
     const unsigned expected = received_[from][to]++;
     if ((content & 0xff) < expected) scheduler.violate("a signal comes twice");
     if ((content & 0xff) > expected) scheduler.violate("a signal is lost or overtaken");
@@ -191,7 +199,7 @@ void Stage::receiveFrom(unsigned from, unsigned count) {
 
 void Stage::pollFrom(unsigned from, unsigned count) {
     while (received_[from][self()] < count) {
-        kernel.pollFor(own().descriptor());
+        kernel.pollFor(linx_get_descriptor(own()));
         receive(false);
     }
 }
@@ -203,29 +211,26 @@ void Stage::relay() {
     const unsigned to = contentOf(signal).loadRelaxed() >> 8 & 0xff;
     if (signal->number != letter || to >= maxActors || to == self()) return scheduler.violate("a signal is garbled");
     letGo(signal);
-    if (own().send(&signal, spids_[to]) != 0 && !isDead(to)) scheduler.violate("a relay to one who lives fails");
+    if (linx_send(own(), &signal, spids_[to]) != 0 && !isDead(to)) scheduler.violate("a relay to one who lives fails");
 }
 
 void Stage::supervise(unsigned whom) {
-    LinxSignal* signal = allocate(sizeof(LinxSignal), notice + whom);
+    LinxSignal* signal = allocate(notice + whom);
     letGo(signal);
     ++supervised_[self()][whom];
-    if (own().attach(&signal, spids_[whom]) == 0) scheduler.violate("supervising fails");
+    if (linx_attach(own(), &signal, spids_[whom]) == 0) scheduler.violate("supervising fails");
 }
 
 void Stage::hunt(unsigned whom) {
-    LinxSignal* signal = allocate(sizeof(LinxSignal), found + whom);
+    LinxSignal* signal = allocate(found + whom);
     letGo(signal);
     ++hunted_[whom];
     hunter_[whom] = self();
-    const std::string name = names_[whom];
-    if (own().hunt({name.data(), static_cast<uint32_t>(name.size())}, &signal) != 0) {
-        scheduler.violate("hunting fails");
-    }
+    if (linx_hunt(own(), names_[whom], &signal) != 0) scheduler.violate("hunting fails");
 }
 
 void Stage::keep() {
-    LinxSignal* signal = allocate(letterBytes, 0);
+    LinxSignal* signal = allocate(0);
     if (signal == nullptr) return scheduler.violate("no memory");
     kept_[self()].push_back(signal);
 }
@@ -243,7 +248,7 @@ void Stage::lendKept(unsigned to) {
     LinxSignal* signal = kept_[self()].back();
     kept_[self()].pop_back();
     letGo(signal);
-    own().send(&signal, spids_[to]);
+    linx_send(own(), &signal, spids_[to]);
     const unsigned lender = self();
     as(to);
     uint32_t size;
@@ -263,35 +268,36 @@ bool Stage::hasMail(unsigned actor) const {
 }
 
 void Stage::awaitEnd(unsigned of) {
-    scheduler.call("waits", false, [this, of] { return isDead(of) || (closed_[of] && endpoints_[of] == nullptr); });
+    kernel.await([this, of] { return isDead(of) || (closed_[of] && handles_[of] == nullptr); });
 }
 
 void Stage::freeKept() {
     LinxSignal* signal = kept_[self()].back();
     kept_[self()].pop_back();
     letGo(signal);
-    if (own().free(&signal) != 0) scheduler.violate("a signal of one's own cannot be freed");
+    if (linx_free_buf(own(), &signal) != 0) scheduler.violate("a signal of one's own cannot be freed");
 }
 
 void Stage::close() {
     closed_[self()] = true;
-    destroy(endpoints_[self()]);
-    endpoints_[self()] = nullptr;
+    closeHandle(own());
+    handles_[self()] = nullptr;
+    kernel.tell();
 }
 
-void Stage::destroy(linx::Endpoint* endpoint) {
+void Stage::closeHandle(LINX* handle) {
     takeShareOfDomain();
-    delete endpoint;
+    if (linx_close(handle) != 0) scheduler.violate("closing fails");
 }
 
 /// In the process of the running actor.
 void Stage::openExtra(const std::string& name) {
-    if (linx::Endpoint* endpoint = openUnder(name)) extras_.push_back({endpoint, self()});
+    if (LINX* handle = openUnder(name)) extras_.push_back({handle, self()});
 }
 
-void Stage::fillSlots(unsigned keeper) {
+void Stage::fillSlots(unsigned keeper, unsigned left) {
     as(keeper);
-    while (arena().usedSlots() < slotsWithMemory) openExtra("filler " + std::to_string(extras_.size()));
+    while (arena().usedSlots() + left < slotsWithMemory) openExtra("filler " + std::to_string(extras_.size()));
     slotsAreUsedAgain_ = true;
 }
 
@@ -299,6 +305,15 @@ void Stage::openFirst(unsigned count) {
     for (unsigned actor = 0; actor < count; ++actor) {
         as(actor);
         open(actor);
+    }
+}
+
+void Stage::openAcquainted(unsigned count) {
+    openFirst(count);
+    for (unsigned actor = 1; actor < count; ++actor) {
+        as(actor);
+        send(0);
+        drain(0);
     }
 }
 
@@ -321,7 +336,8 @@ void Stage::begin() {
 void Stage::check() {
     scheduler.killStopped();
     for (unsigned actor = 0; actor < names_.size(); ++actor) {
-        if (endpoints_[actor] == nullptr || isDead(actor)) continue;
+        if (handles_[actor] == nullptr || isDead(actor)) continue;
+        linx::handles::find(handles_[actor])->exit();  // from the receive in which it may be asleep
         drain(actor);
     }
     checkHunts();
@@ -343,7 +359,7 @@ void Stage::checkHunts() {
         bool isOpen = false;
         for (unsigned actor = 0; actor < names_.size(); ++actor) {
             const bool hasName = std::strcmp(names_[actor], names_[whom]) == 0;
-            isOpen = isOpen || (hasName && endpoints_[actor] != nullptr && !isDead(actor));
+            isOpen = isOpen || (hasName && handles_[actor] != nullptr && !isDead(actor));
         }
         as(hunter_[whom]);
         if (!isOpen) openExtra(names_[whom]);
@@ -368,14 +384,14 @@ void Stage::checkLetters() {
 
 void Stage::closeAll() {
     for (unsigned actor = 0; actor < names_.size(); ++actor) {
-        if (endpoints_[actor] == nullptr || isDead(actor)) continue;
+        if (handles_[actor] == nullptr || isDead(actor)) continue;
         as(actor);
         while (!kept_[actor].empty()) freeKept();
-        destroy(endpoints_[actor]);
+        closeHandle(handles_[actor]);
     }
-    for (const auto& [endpoint, process] : extras_) {
+    for (const auto& [handle, process] : extras_) {
         as(process);
-        destroy(endpoint);
+        closeHandle(handle);
     }
 }
 

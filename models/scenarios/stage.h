@@ -6,9 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "host/endpoint/endpoint.h"
+#include "host/arena/domain.h"
 #include "models/machine/kernel.h"
 #include "models/machine/scheduler.h"
+#include "platform/linx.h"
 
 namespace model {
 
@@ -63,6 +64,8 @@ public:
     void lendKept(unsigned to);
     /// Waits until another has been killed, or has closed.
     void awaitEnd(unsigned of);
+    /// Waits until another has opened.
+    void awaitOpen(unsigned actor);
     /// The kernel's clock ticks for it.
     void passTick() { scheduler.passTick(); }
 
@@ -75,12 +78,15 @@ public:
     void as(unsigned actor) { scheduler.actAs(actor); }
     /// Opens the first `count` actors.
     void openFirst(unsigned count);
+    /// The same, and all others have sent one signal to the first: bells are open, and everybody is quiet.
+    void openAcquainted(unsigned count);
     /// Lets an actor receive all that is there.
     void drain(unsigned actor);
     /// Ends an actor, as by a kill.
     void killNow(unsigned actor);
-    /// Opens endpoints in this actor's process until whoever opens one more gets the slot of one who has ended.
-    void fillSlots(unsigned keeper);
+    /// Opens endpoints in this actor's process until so many fresh slots are left: who opens then gets the slot of one
+    /// who has ended.
+    void fillSlots(unsigned keeper, unsigned left = 0);
     /// From now on so many writes to bells may fail for want of memory, whichever they are.
     void failWrites(uint8_t most) { kernel.failWrites(most); }
     /// From now on an actor's process may have so many descriptors more, and not one beyond.
@@ -102,8 +108,8 @@ private:
     unsigned self() const { return scheduler.thread(); }
     bool isDead(unsigned actor) const { return killed_[actor] || scheduler.isDead(actor); }
     bool hasEnded(unsigned actor) const { return closed_[actor] || isDead(actor); }
-    linx::Endpoint& own() { return *endpoints_[self()]; }
-    LinxSignal* allocate(uint32_t bytes, uint32_t number);
+    LINX* own() { return handles_[self()]; }
+    LinxSignal* allocate(uint32_t number);
     LinxSignal* receiveSignal(bool mayWait, uint32_t& size);
     void hold(LinxSignal* signal);
     void letGo(LinxSignal* signal);
@@ -113,16 +119,16 @@ private:
     void checkHunts();
     void checkArena(bool all);
     void closeAll();
-    linx::Endpoint* openUnder(const std::string& name);
+    LINX* openUnder(const std::string& name);
     void openExtra(const std::string& name);
-    void destroy(linx::Endpoint* endpoint);
+    void closeHandle(LINX* handle);
 
     std::vector<const char*> names_;
-    std::array<linx::Endpoint*, maxActors> endpoints_{};
+    std::array<LINX*, maxActors> handles_{};
     std::array<linx::Spid, maxActors> spids_{};
     std::array<bool, maxActors> killed_{};
     std::array<bool, maxActors> closed_{};                      ///< or about to be
-    std::vector<std::pair<linx::Endpoint*, unsigned>> extras_;  ///< endpoints of nobody's act, and in whose process
+    std::vector<std::pair<LINX*, unsigned>> extras_;  ///< endpoints of nobody's act, and in whose process
     bool slotsAreUsedAgain_ = false;
     std::array<std::array<unsigned, maxActors>, maxActors> begun_{};
     std::array<std::array<unsigned, maxActors>, maxActors> sent_{};

@@ -1,0 +1,117 @@
+#include "models/scenarios/scenario.h"
+#include "models/scenarios/stage.h"
+
+namespace model {
+namespace {
+
+constexpr unsigned receiver = 0;
+constexpr unsigned sender = 1;
+constexpr unsigned other = 2;
+
+void sendOnce(Stage& stage) {
+    stage.send(receiver);
+}
+
+const Announced senderStops(Scenario{
+    "sender-stops",
+    "of two senders one is stopped for good anywhere; the other's signals must still come",
+    {"receiver", "sender", "other"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) { stage.openAcquainted(3); },
+    {[](Stage& stage) { stage.receiveFrom(other, 3); }, sendOnce,
+     [](Stage& stage) {
+         stage.send(receiver);
+         stage.send(receiver);
+     }},
+    1u << sender,
+});
+
+const Announced ringFails(Scenario{
+    "ring-fails",
+    "one of two senders cannot ring, and does nothing more; the other's signal must still come",
+    {"receiver", "sender", "other"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openAcquainted(3);
+        stage.failWrites(1);
+    },
+    {[](Stage& stage) { stage.receiveFrom(other, 2); }, sendOnce,
+     [](Stage& stage) {
+         stage.send(receiver);
+         stage.receive(false);  // its own failure it makes good
+     }},
+});
+
+const Announced debtIsPaid(Scenario{
+    "debt-is-paid",
+    "a sender cannot ring, and not with its next operation either; with the one after that it does",
+    {"receiver", "sender"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openAcquainted(2);
+        stage.failWrites(2);
+    },
+    {[](Stage& stage) { stage.receiveFrom(sender, 2); },
+     [](Stage& stage) {
+         stage.send(receiver);
+         stage.receive(false);
+         stage.receive(false);
+     }},
+});
+
+const Announced debtIsPaidToPoll(Scenario{
+    "debt-is-paid-to-poll",
+    "the same to one who waits in a poll loop of its own",
+    {"receiver", "sender"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openAcquainted(2);
+        stage.failWrites(2);
+    },
+    {[](Stage& stage) { stage.pollFrom(sender, 2); },
+     [](Stage& stage) {
+         stage.send(receiver);
+         stage.receive(false);
+         stage.receive(false);
+     }},
+});
+
+/// A receiver that has no descriptor left to watch anybody.
+void openUnwatching(Stage& stage) {
+    stage.openFirst(3);
+    stage.as(other);
+    stage.supervise(sender);
+    stage.limitDescriptors(receiver, 0);
+}
+
+const Announced unwatchedDies(Scenario{
+    "unwatched-dies",
+    "a sender dies anywhere in its first send to one who cannot watch it; who reaps it wakes that one",
+    {"receiver", "sender", "reaper"},
+    1u << sender,
+    1u << receiver,
+    "0",
+    true,
+    openUnwatching,
+    {[](Stage& stage) { stage.receiveFrom(sender, 1); },
+     [](Stage& stage) {
+         stage.send(receiver);
+         stage.die();
+     },
+     [](Stage& stage) { stage.receiveUntilNotice(sender); }},
+});
+
+}  // namespace
+}  // namespace model
