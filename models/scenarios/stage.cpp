@@ -211,7 +211,8 @@ void Stage::relay() {
     const unsigned to = contentOf(signal).loadRelaxed() >> 8 & 0xff;
     if (signal->number != letter || to >= maxActors || to == self()) return scheduler.violate("a signal is garbled");
     letGo(signal);
-    if (linx_send(own(), &signal, spids_[to]) != 0 && !isDead(to)) scheduler.violate("a relay to one who lives fails");
+    if (linx_send(own(), &signal, spids_[to]) != 0 && !isDead(to))
+        scheduler.violate("a relay to one who lives fails");
 }
 
 void Stage::supervise(unsigned whom) {
@@ -260,7 +261,7 @@ bool Stage::hasMail(unsigned actor) const {
     const linx::Spid spid = spids_[actor];
     bool any = false;
     // Not what was meant for an earlier user of the slot.
-    linx::stack::walk(arena(), arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed(),
+    linx::stack::walk(arena(), linx::stack::refOf(arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed()),
                       [&](linx::Block& block, linx::Ref, uint32_t) {
                           any = any || block.owner.loadRelaxed() == (spid | linx::ownerTransit);
                       });
