@@ -113,5 +113,42 @@ const Announced unwatchedDies(Scenario{
      [](Stage& stage) { stage.receiveUntilNotice(sender); }},
 });
 
+const Announced partedDies(Scenario{
+    "parted-dies",
+    "a receiver short of descriptors parts with a sender for another's sake; the first dies anywhere in its next send",
+    {"receiver", "sender", "other"},
+    1u << sender,
+    1u << receiver,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openFirst(3);
+        stage.as(sender);
+        stage.send(receiver);
+        stage.drain(receiver);
+        stage.limitDescriptors(receiver, 0);
+    },
+    {[](Stage& stage) {
+         stage.receiveFrom(other, 1);
+         stage.receiveFrom(sender, 2);
+     },
+     sendOnce, sendOnce},
+});
+
+const Announced fullBell(Scenario{
+    "full-bell",
+    "a sender cannot introduce itself, since the bell is full, and dies anywhere in its first send",
+    {"receiver", "sender"},
+    1u << sender,
+    1u << receiver,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openFirst(2);
+        stage.fillBell(receiver);
+    },
+    {[](Stage& stage) { stage.receiveFrom(sender, 1); }, sendOnce},
+});
+
 }  // namespace
 }  // namespace model

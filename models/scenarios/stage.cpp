@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 
+#include "host/arena/scoped_descriptor.h"
 #include "host/handles.h"
 #include "host/recovery/retire.h"
 #include "models/machine/heap.h"
@@ -306,6 +307,12 @@ void Stage::openFirst(unsigned count) {
     for (unsigned actor = 0; actor < count; ++actor) {
         as(actor);
         open(actor);
+    }
+}
+
+void Stage::fillBell(unsigned actor) {
+    const linx::ScopedDescriptor bell(kernel.openBell(spids_[actor]));
+    while (kernel.writeBell(bell.get(), 0) == 0) {
     }
 }
 

@@ -87,6 +87,8 @@ public:
     /// Opens endpoints in this actor's process until so many fresh slots are left: who opens then gets the slot of one
     /// who has ended.
     void fillSlots(unsigned keeper, unsigned left = 0);
+    /// Somebody has rung an actor's bell until it took no more.
+    void fillBell(unsigned actor);
     /// From now on so many writes to bells may fail for want of memory, whichever they are.
     void failWrites(uint8_t most) { kernel.failWrites(most); }
     /// From now on an actor's process may have so many descriptors more, and not one beyond.
