@@ -182,7 +182,7 @@ int __wrap_timerfd_settime(int, int, const itimerspec*, itimerspec*) {
 int __wrap_clock_gettime(clockid_t clock, timespec* time) {
     // Each question takes a microsecond; the kernel's ticks come when a scenario wants them.
     const uint64_t microseconds =
-        clock == CLOCK_MONOTONIC ? model::scheduler.countTimeAsked() : 4000 * model::scheduler.ticks();
+        clock == CLOCK_MONOTONIC ? model::scheduler.countTimeAsked() : 20000 * model::scheduler.ticks();
     *time = {1000, static_cast<long>(microseconds * 1000)};
     return 0;
 }

@@ -285,8 +285,8 @@ void Scheduler::violate(const std::string& claim) {
 
 std::string Scheduler::describe(unsigned thread, uint32_t way) const {
     const Thread& t = threads_[thread];
-    std::string text = play_->nameOf(thread);
-    text.resize(12, ' ');
+    std::string text = std::to_string(thread) + " " + play_->nameOf(thread);
+    text.resize(14, ' ');
     if (way >= waysOf(thread)) return text + (mayDie(thread) && way == waysOf(thread) ? "is killed" : "is stopped");
     if (t.inCall) return text + t.callName + (way != 0 ? ", and fails" : "");
     static const char* const kinds[] = {"loads", "stores", "updates", "compares"};

@@ -20,7 +20,7 @@ Model modelOf(const Scenario& scenario) {
     model.play.body = [stage, &scenario](unsigned thread) { scenario.acts[thread](**stage); };
     model.play.nameOf = [&scenario](unsigned thread) { return scenario.actors[thread]; };
     model.play.maySleep = [stage, &scenario](unsigned thread) {
-        return (scenario.patient >> thread & 1) != 0 && !(*stage)->hasMail(thread);
+        return (scenario.patient >> thread & 1) != 0 && !(*stage)->isWanted(thread);
     };
     model.prepare = [stage, &scenario] {
         *stage = new Stage(scenario.actors, scenario.spinMicroseconds, scenario.units);

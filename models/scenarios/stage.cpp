@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 
+#include "host/arena/name_table.h"
 #include "host/arena/scoped_descriptor.h"
 #include "host/handles.h"
 #include "host/recovery/retire.h"
@@ -17,6 +18,7 @@ namespace {
 
 /// A size of which few blocks are leased at a time: few to look through.
 constexpr uint32_t letterBytes = 800;
+constexpr uint32_t otherBytes = 600;  ///< blocks of this size begin elsewhere
 
 std::shared_ptr<linx::Domain> joinedDomain;
 
@@ -47,6 +49,15 @@ linx::Word& contentOf(LinxSignal* signal) {
     return *reinterpret_cast<linx::Word*>(signal + 1);
 }
 
+/// As a look from outside, which is no step of anybody's.
+linx::Spid spidOf(const std::string& name) {
+    const bool before = exploring;
+    exploring = false;
+    const linx::Spid spid = linx::findName(domain().arena(), {name.data(), static_cast<uint32_t>(name.size())});
+    exploring = before;
+    return spid;
+}
+
 uint32_t letterContent(unsigned from, unsigned to, unsigned number) {
     return 0xabu << 24 | from << 16 | to << 8 | number;
 }
@@ -71,11 +82,8 @@ LINX* Stage::openUnder(const std::string& name) {
 void Stage::open(unsigned actor) {
     handles_[actor] = openUnder(names_[actor]);
     if (handles_[actor] == nullptr) return;
-    LinxSignal* signal = linx_alloc(handles_[actor], letterBytes, 0);
-    const linx::Spid spid = linx_sender(handles_[actor], &signal);
-    linx_free_buf(handles_[actor], &signal);
     kernel.tell();
-    spids_[actor] = spid;
+    spids_[actor] = spidOf(names_[actor]);
 }
 
 void Stage::awaitOpen(unsigned actor) {
@@ -85,7 +93,7 @@ void Stage::awaitOpen(unsigned actor) {
 /// The running actor has the signal in its hands; nobody else alive may.
 void Stage::hold(LinxSignal* signal) {
     for (const auto& [other, holder] : held_) {
-        if (other == signal && !isDead(holder)) {
+        if (other == signal && !hasEnded(holder)) {
             return scheduler.violate(std::string("a block has two owners: ") + names_[holder] + " and " +
                                      names_[self()]);
         }
@@ -231,16 +239,36 @@ void Stage::hunt(unsigned whom) {
     if (linx_hunt(own(), names_[whom], &signal) != 0) scheduler.violate("hunting fails");
 }
 
-void Stage::keep() {
+bool Stage::tryToKeep() {
     LinxSignal* signal = allocate(0);
+    if (signal != nullptr) kept_[self()].push_back(signal);
+    memoryRanOut_ = scheduler.exploring() && (memoryRanOut_ || signal == nullptr);
+    return signal != nullptr;
+}
+
+void Stage::keep() {
+    if (!tryToKeep()) scheduler.violate("no memory");
+}
+
+void Stage::keepOther() {
+    LinxSignal* signal = linx_alloc(own(), otherBytes, 0);
     if (signal == nullptr) return scheduler.violate("no memory");
+    hold(signal);
     kept_[self()].push_back(signal);
 }
 
-bool Stage::hasFree() const {
+void Stage::scribbleOverKept() {
+    for (LinxSignal* signal : kept_[self()]) std::memset(signal + 1, 0xa5, letterBytes - sizeof *signal);
+}
+
+void Stage::expectNotice(unsigned of) {
+    if (noticed_[self()][of] == 0) scheduler.violate("an end is not told while signals keep coming");
+}
+
+bool Stage::hasFree(unsigned actor) const {
     bool any = false;
     linx::forEachBlock(arena(), [&](const linx::Block& block, linx::Ref, uint32_t sizeClass) {
-        const bool isOwn = block.home.loadRelaxed() == spids_[self()] && block.owner.loadRelaxed() == linx::ownerFree;
+        const bool isOwn = block.home.loadRelaxed() == spids_[actor] && block.owner.loadRelaxed() == linx::ownerFree;
         any = any || (isOwn && sizeClass == linx::classForLines(linx::linesForSignal(letterBytes)));
     });
     return any;
@@ -267,6 +295,16 @@ bool Stage::hasMail(unsigned actor) const {
                           any = any || block.owner.loadRelaxed() == (spid | linx::ownerTransit);
                       });
     return any;
+}
+
+void Stage::say(unsigned to) {
+    kernel.tell();
+    said_[to] = true;
+}
+
+void Stage::awaitWord() {
+    const unsigned to = self();
+    kernel.await([this, to] { return said_[to]; });
 }
 
 void Stage::awaitEnd(unsigned of) {

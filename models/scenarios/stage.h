@@ -58,19 +58,30 @@ public:
     /// Allocates a signal and keeps it; frees one that was kept.
     void keep();
     void freeKept();
+    /// Allocates one of another size and keeps it.
+    void keepOther();
+    /// The same as `keep` where there may be no memory. Who has some to spare may not sleep for ever after a failure.
+    bool tryToKeep();
+    /// Writes garbage into what it keeps.
+    void scribbleOverKept();
+    /// It must have been told of the other's end by now.
+    void expectNotice(unsigned of);
     /// Whether it has free blocks of its own for another signal.
-    bool hasFree() const;
+    bool hasFree() const { return hasFree(self()); }
     /// Sends a kept signal to another, who keeps it from then on.
     void lendKept(unsigned to);
     /// Waits until another has been killed, or has closed.
     void awaitEnd(unsigned of);
     /// Waits until another has opened.
     void awaitOpen(unsigned actor);
+    /// Says to another that he may go on, and waits until it is said.
+    void say(unsigned to);
+    void awaitWord();
     /// The kernel's clock ticks for it.
     void passTick() { scheduler.passTick(); }
 
     /// Whether something waits for this actor, to wake it.
-    bool hasMail(unsigned actor) const;
+    bool isWanted(unsigned actor) const { return hasMail(actor) || (memoryRanOut_ && hasFree(actor)); }
 
     // What `prepare` may do.
 
@@ -111,6 +122,8 @@ private:
     bool isDead(unsigned actor) const { return killed_[actor] || scheduler.isDead(actor); }
     bool hasEnded(unsigned actor) const { return closed_[actor] || isDead(actor); }
     LINX* own() { return handles_[self()]; }
+    bool hasMail(unsigned actor) const;
+    bool hasFree(unsigned actor) const;
     LinxSignal* allocate(uint32_t number);
     LinxSignal* receiveSignal(bool mayWait, uint32_t& size);
     void hold(LinxSignal* signal);
@@ -132,6 +145,8 @@ private:
     std::array<bool, maxActors> closed_{};                      ///< or about to be
     std::vector<std::pair<LINX*, unsigned>> extras_;  ///< endpoints of nobody's act, and in whose process
     bool slotsAreUsedAgain_ = false;
+    bool memoryRanOut_ = false;
+    std::array<bool, maxActors> said_{};
     std::array<std::array<unsigned, maxActors>, maxActors> begun_{};
     std::array<std::array<unsigned, maxActors>, maxActors> sent_{};
     std::array<std::array<unsigned, maxActors>, maxActors> received_{};
