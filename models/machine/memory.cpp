@@ -90,6 +90,16 @@ uint16_t Memory::sharedAt(const uint32_t& word, bool writes) {
     return use.shared;
 }
 
+/// Writes a word that no other thread uses, or that is none of the arena's.
+void Memory::writeUnseen(uint32_t& word, uint32_t to) {
+    if (word == to) return;
+    if (covers(&word)) {
+        if (exploring) scheduler.pauseUnseen();
+        keepFirst(indexOf(&word));
+    }
+    word = to;
+}
+
 void Memory::keepFirst(size_t index) {
     if (dirty_[index] != 0) return;
     const HostHeap heap;
@@ -155,9 +165,7 @@ void Memory::write(uint32_t& word, uint32_t to, std::memory_order order) {
     // A store of what is there already makes nothing shared: who clears a whole table uses few of its words.
     const uint16_t shared = sharedAt(word, word != to);
     if (shared == notShared) {
-        if (word == to) return;
-        if (covers(&word)) keepFirst(indexOf(&word));
-        word = to;
+        writeUnseen(word, to);
         return;
     }
     scheduler.pause({Access::stores, shared, order, 0});
@@ -168,9 +176,8 @@ template <class Change>
 uint32_t Memory::update(uint32_t& word, std::memory_order order, Change change) {
     const uint16_t shared = sharedAt(word, true);
     if (shared == notShared) {
-        if (covers(&word)) keepFirst(indexOf(&word));
         const uint32_t found = word;
-        word = change(found);
+        writeUnseen(word, change(found));
         return found;
     }
     scheduler.pause({Access::updates, shared, order, 0});
@@ -185,10 +192,8 @@ bool Memory::compareAndWrite(uint32_t& word, uint32_t& expected, uint32_t to, st
     if (shared == notShared) {
         const bool equal = word == expected;
         expected = word;
-        if (!equal) return false;
-        if (covers(&word)) keepFirst(indexOf(&word));
-        word = to;
-        return true;
+        if (equal) writeUnseen(word, to);
+        return equal;
     }
     uint32_t way = scheduler.pause({Access::compares, shared, failure, expected});
     const auto& messages = histories_[shared].messages;

@@ -109,6 +109,7 @@ private:
     size_t indexOf(const uint32_t* word) const { return static_cast<size_t>(word - base_); }
     uint16_t sharedAt(const uint32_t& word, bool writes);
     void note(size_t index, bool writes);
+    void writeUnseen(uint32_t& word, uint32_t to);
     void keepFirst(size_t index);
     uint16_t oldestReadable(unsigned thread, uint16_t shared, std::memory_order order) const;
     uint16_t newest(uint16_t shared) const { return static_cast<uint16_t>(histories_[shared].messages.size() - 1); }

@@ -134,7 +134,7 @@ bool Scheduler::countWays(uint32_t* ways, uint32_t& total) const {
     const bool stay = switchesLeft_ == 0 && isEnabled(last_);
     for (unsigned t = 0; t < play_->threads; ++t) {
         if (threads_[t].state == State::running && threads_[t].alone) {
-            total = ways[t] = waysOf(t);
+            total = ways[t] = waysOf(t) + endsOf(t);
             return true;
         }
     }
@@ -238,6 +238,20 @@ uint32_t Scheduler::pause(const Access& access) {
     }
     switchOut();
     return self.way;
+}
+
+void Scheduler::pauseUnseen() {
+    if ((play_->mortal >> current_ & 1) == 0) return;
+    Thread& self = threads_[current_];
+    self.inCall = true;
+    self.alone = true;
+    self.changesSomething = true;
+    self.callName = "stores unseen";
+    self.ready = [] { return true; };
+    self.callWays = 1;
+    switchOut();
+    self.inCall = false;
+    self.alone = false;
 }
 
 uint32_t Scheduler::call(const char* name, bool changesSomething, std::function<bool()> ready, uint32_t ways) {

@@ -61,6 +61,10 @@ public:
     /// Before an access to a shared word: lets others go first. Returns which of its ways the access goes.
     uint32_t pause(const Access& access);
 
+    /// Before a store that no other thread ever sees: whoever may be killed may be killed here too, and who looks at the
+    /// end sees what was done by then.
+    void pauseUnseen();
+
     /// Before a system call that others can see: lets others go first, and waits until `ready`. Returns in which of
     /// `ways` it goes.
     uint32_t call(const char* name, bool changesSomething, std::function<bool()> ready, uint32_t ways = 1);
