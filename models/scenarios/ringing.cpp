@@ -135,6 +135,36 @@ const Announced partedDies(Scenario{
      sendOnce, sendOnce},
 });
 
+const Announced partedForPoll(Scenario{
+    "parted-for-poll",
+    "a receiver parts with its only sender to get the descriptor that it polls; the sender dies anywhere in its send",
+    {"receiver", "sender"},
+    1u << sender,
+    1u << receiver,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openAcquainted(2);
+        stage.limitDescriptors(receiver, 0);
+    },
+    {[](Stage& stage) { stage.pollFrom(sender, 2); }, sendOnce},
+});
+
+const Announced unheardDies(Scenario{
+    "unheard-dies",
+    "a sender that cannot introduce itself, since there is no memory for it, dies anywhere in its first send",
+    {"receiver", "sender"},
+    1u << sender,
+    1u << receiver,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openFirst(2);
+        stage.failWrites(1);
+    },
+    {[](Stage& stage) { stage.receiveFrom(sender, 1); }, sendOnce},
+});
+
 const Announced fullBell(Scenario{
     "full-bell",
     "a sender cannot introduce itself, since the bell is full, and dies anywhere in its first send",
