@@ -173,6 +173,8 @@ private:
         if (queue_.empty() || looking_ || !byteIn_) settleAnew();
     }
     void settleAnew();
+    bool makeRoom();
+    void missRecords();
     void makeDescriptorTrue();
     void raiseByte();
     void silence();

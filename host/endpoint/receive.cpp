@@ -300,6 +300,12 @@ void Endpoint::fireTimeouts() {
     timers_.arm();
 }
 
+/// The bell was full: somebody may have been about to say that another has ended, or to introduce himself.
+void Endpoint::missRecords() {
+    missedEnds_ = true;
+    introduction::revoke(slot());
+}
+
 /// Takes the bytes out. May bring signals: the notices of somebody who introduced himself and has ended since.
 void Endpoint::silence() {
     if (!byteIn_) return;
@@ -309,7 +315,7 @@ void Endpoint::silence() {
         count = bell::drain(bell_.get(), records);
         byteIn_ = false;
         std::for_each(records, records + count, [this](uint32_t record) { hear(record); });
-        if (count == bell::capacity) missedEnds_ = true;  // one may not have fitted
+        if (count == bell::capacity) missRecords();
     } while (count == bell::capacity);
     // What was taken from the mailbox meanwhile, and what there was no memory for, must not be slept over.
     if (takenChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = bell::ring(bell_.get()) == 0;
@@ -352,7 +358,7 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
         epoll_event event = {};
         event.events = EPOLLIN;
         event.data.u32 = event_tag::timer;
-        while (timers_.open() == -1 && peers_.makeRoom()) {
+        while (timers_.open() == -1 && makeRoom()) {
         }
         if (timers_.descriptor() == -1 ||
             epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, timers_.descriptor(), &event) == -1) {

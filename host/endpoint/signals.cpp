@@ -37,7 +37,7 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
 
 /// After a failed allocation. Null with errno.
 LinxSignal* Endpoint::allocateMakingRoom(uint32_t size, uint32_t number) {
-    const bool isWorthwhile = peers_.makeRoom() || (errno == ENOMEM && reapKnownDead());
+    const bool isWorthwhile = makeRoom() || (errno == ENOMEM && reapKnownDead());
     return isWorthwhile ? allocate(size, number) : nullptr;
 }
 

@@ -23,7 +23,7 @@ constexpr unsigned maxActors = maxThreads;
  *   3  what is received is what was sent: number, size, content, sender
  *   4  no block has two owners
  *   5  a supervisor is told of an end once, after what the dead one had sent
- *   6  a death costs at most one block, and reaping finds everything else
+ *   6  a death costs no block: reaping finds all, also when the reaper dies
  *   7  at the end every word of the arena is in order
  *
  * Claim 1 is the scheduler's; the others are looked after here.
