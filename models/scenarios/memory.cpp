@@ -20,18 +20,17 @@ void keepOneLater(Stage& stage) {
     stage.keep();
 }
 
-/// So many units for each, or an endpoint would not keep what a unit holds.
-constexpr uint32_t unitsForEach = 4;
-constexpr uint32_t signalsInUnit = 4;
+constexpr uint32_t unitsForEach = 8;  ///< or an endpoint would not keep what a unit holds
 
-/// The keeper keeps a unit for itself; all others belong to signals that the wanting one has in hand.
+/// The keeper keeps a unit for itself; the rest belongs to signals that the wanting one has in hand.
 void useUp(Stage& stage, unsigned endpoints) {
     stage.openFirst(endpoints);
     stage.as(keeper);
     stage.keep();
     stage.freeKept();
+    if (!stage.hasFree()) scheduler.violate("the keeper keeps nothing");
     stage.as(wanting);
-    for (uint32_t i = 0; i < (endpoints * unitsForEach - 1) * signalsInUnit; ++i) stage.keep();
+    while (stage.isThereMore()) stage.keep();
 }
 
 const Announced pressure(Scenario{

@@ -274,6 +274,11 @@ bool Stage::hasFree(unsigned actor) const {
     return any;
 }
 
+bool Stage::isThereMore() const {
+    const linx::Header& header = arena().header();
+    return hasFree() || header.commonLines.loadRelaxed() != 0 || header.unitsUsed.loadRelaxed() < arena().unitCount();
+}
+
 void Stage::lendKept(unsigned to) {
     LinxSignal* signal = kept_[self()].back();
     kept_[self()].pop_back();

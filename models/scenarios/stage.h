@@ -68,6 +68,8 @@ public:
     void expectNotice(unsigned of);
     /// Whether it has free blocks of its own for another signal.
     bool hasFree() const { return hasFree(self()); }
+    /// Whether there is memory for one more that is nobody else's.
+    bool isThereMore() const;
     /// Sends a kept signal to another, who keeps it from then on.
     void lendKept(unsigned to);
     /// Waits until another has been killed, or has closed.
