@@ -16,6 +16,7 @@
 
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
+#include "host/arena/layout.h"
 #include "host/mailbox/bell.h"
 #include "models/machine/kernel.h"
 #include "models/machine/scheduler.h"
