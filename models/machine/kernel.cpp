@@ -118,14 +118,14 @@ void Kernel::removeBell(uint32_t spid) {
 }
 
 int Kernel::writeBell(int descriptor, uint32_t record) {
-    const uint32_t way =
-        scheduler.call(record == 0 ? "rings" : "introduces itself", true, always, now_.failuresLeft != 0 ? 2 : 1);
+    uint8_t& failuresLeft = now_.failuresLeft[scheduler.thread()];
+    const uint32_t ways = failuresLeft != 0 ? 2 : 1;
+    const bool fails = scheduler.call(record == 0 ? "rings" : "introduces itself", true, always, ways) != 0;
     const size_t number = at(descriptor).object;
     Bell& bell = now_.bells[number];
     meet(viewOf(number));
-    const bool fails = way != 0 && now_.failuresLeft != 0;  // by now others may have failed that often
     const int result = bell.readers == 0 ? EPIPE : bell.count == bellCapacity ? EAGAIN : fails ? ENOMEM : 0;
-    if (result == ENOMEM) --now_.failuresLeft;
+    if (result == ENOMEM) --failuresLeft;
     if (result == 0) bell.records[bell.count++] = record;
     scheduler.observed(static_cast<uint64_t>(result));
     return result;

@@ -24,8 +24,8 @@ public:
     void begin() { beginning_ = now_; }
     void rewind() { now_ = beginning_; }
 
-    /// From now on so many writes to bells may fail for want of memory, whichever they are.
-    void failWrites(uint8_t most) { now_.failuresLeft = most; }
+    /// From now on so many of a process's writes to bells may fail for want of memory, whichever they are.
+    void failWrites(unsigned process, uint8_t most) { now_.failuresLeft[process] = most; }
 
     /// From now on a process may have no more descriptors than it has, and so many.
     void limitDescriptors(unsigned process, unsigned more);
@@ -108,8 +108,8 @@ private:
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
         uint8_t lockedBy;  ///< the process
-        uint8_t failuresLeft;
-        std::array<uint8_t, maxThreads> mostDescriptors;  ///< of a process; 0: as many as it wants
+        std::array<uint8_t, maxThreads> failuresLeft;     ///< by process
+        std::array<uint8_t, maxThreads> mostDescriptors;  ///< by process; 0: as many as it wants
         std::array<View, maxBells + 1> views;             ///< of the lock, then of the bells
     };
 

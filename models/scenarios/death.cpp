@@ -74,11 +74,12 @@ const Announced receiverDies(Scenario{
         stage.drain(a);
     },
     {[](Stage& stage) {
-         for (unsigned i = 0; i < 3; ++i) stage.send(b);
+         stage.send(b);
+         stage.send(b);
          stage.receiveUntilNotice(b);
      },
      [](Stage& stage) {
-         stage.receiveFrom(a, 4);
+         stage.receiveFrom(a, 3);
          stage.die();
      }},
 });

@@ -102,8 +102,8 @@ public:
     void fillSlots(unsigned keeper, unsigned left = 0);
     /// Somebody has rung an actor's bell until it took no more.
     void fillBell(unsigned actor);
-    /// From now on so many writes to bells may fail for want of memory, whichever they are.
-    void failWrites(uint8_t most) { kernel.failWrites(most); }
+    /// From now on so many of an actor's writes to bells may fail for want of memory, whichever they are.
+    void failWrites(unsigned actor, uint8_t most) { kernel.failWrites(actor, most); }
     /// From now on an actor's process may have so many descriptors more, and not one beyond.
     void limitDescriptors(unsigned actor, unsigned more) { kernel.limitDescriptors(actor, more); }
 
