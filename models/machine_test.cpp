@@ -33,6 +33,7 @@ protected:
         Model model;
         model.play.threads = static_cast<unsigned>(bodies.size());
         model.play.mortal = 0;
+        model.play.stoppable = 0;
         model.play.switches = unlimited;
         model.play.body = [&bodies](unsigned thread) { bodies[thread](); };
         model.play.nameOf = [](unsigned) { return "thread"; };

@@ -46,6 +46,15 @@ Peer* Endpoint::acquaint(Spid spid) {
     return peer;
 }
 
+/// After a failure for want of descriptors: parts with somebody. True when there is one now. errno stays where there is
+/// none.
+bool Endpoint::makeRoom() {
+    if (!peers_.makeRoom()) return false;
+    // The one parted with may have died since its last signal and have rung for none: now nothing tells of it any more.
+    settle();
+    return true;
+}
+
 /// What somebody has written into the bell.
 void Endpoint::hear(uint32_t record) {
     const Spid spid = record & spidMask;

@@ -219,7 +219,7 @@ void Endpoint::giveUpHunts() {
 
 int Endpoint::descriptor() {
     ScopedDescriptor copy;
-    while (givenDescriptor_ == -1 && (duplicate(epoll_.get(), copy) || peers_.makeRoom())) {
+    while (givenDescriptor_ == -1 && (duplicate(epoll_.get(), copy) || makeRoom())) {
         givenDescriptor_ = copy.release();
     }
     return givenDescriptor_;
@@ -331,7 +331,7 @@ int Endpoint::hunt(const Name& name, const Held& held) {
         do {
             failure = keepHunt(name, held, opened);
             if (failure != 0) errno = failure;
-        } while (failure != 0 && peers_.makeRoom());
+        } while (failure != 0 && makeRoom());
         if (failure != 0) return refuse(held, failure);
         if (!opened) return 0;
     }
@@ -366,6 +366,7 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
     if (!ended && spid != spid_) peer = acquaint(spid);
     if (peer == nullptr && spid != spid_ && !ended && errno != ECONNRESET) {
         refuse(held, errno);
+        settle();
         return 0;
     }
     if (peer != nullptr) {

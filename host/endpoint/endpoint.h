@@ -108,7 +108,7 @@ private:
     Held find(const LinxSignal* signal) const;
     LinxSignal* give(const Held& held, uint32_t size, uint32_t number);
     Held at(Ref ref) const;
-    bool makeRoom();
+    bool makeRoomForSignal();
     bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
     void park(const Held& held, Spid sender);
     int queueOwn(const Held& held, Spid sender);
@@ -176,6 +176,8 @@ private:
     }
     void settleAnew();
     [[gnu::cold, gnu::noinline]] void callLater();
+    bool makeRoom();
+    void missRecords();
     void makeDescriptorTrue();
     void raiseByte();
     void silence();

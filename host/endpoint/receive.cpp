@@ -306,6 +306,12 @@ void Endpoint::fireTimeouts() {
     timers_.arm();
 }
 
+/// The bell was full: somebody may have been about to say that another has ended, or to introduce himself.
+void Endpoint::missRecords() {
+    missedEnds_ = true;
+    introduction::revoke(slot());
+}
+
 /// Takes the bytes out. May bring signals: the notices of somebody who introduced himself and has ended since.
 void Endpoint::silence() {
     if (!byteIn_) return;
@@ -315,7 +321,7 @@ void Endpoint::silence() {
         count = bell::drain(bell_.get(), records);
         byteIn_ = false;
         std::for_each(records, records + count, [this](uint32_t record) { hear(record); });
-        if (count == bell::capacity) missedEnds_ = true;  // one may not have fitted
+        if (count == bell::capacity) missRecords();
     } while (count == bell::capacity);
     if (pool_.isUnderPressure()) pool_.yieldToPressure();  // the bytes may have told of that as well as of a signal
     // What was taken from the mailbox meanwhile, and what there was no memory for, must not be slept over.
@@ -374,7 +380,7 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
     Held held;
     if (!takeOver(signal, LINX_OS_TIMEOUT_SIG, held)) return 0;
     while (!watchTimer()) {
-        if (peers_.makeRoom()) continue;
+        if (makeRoom()) continue;
         refuse(held, errno);
         return 0;
     }

@@ -33,14 +33,14 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
     Held held;
     do {
         held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
-    } while (held.block == nullptr && makeRoom());
+    } while (held.block == nullptr && makeRoomForSignal());
     return held.block == nullptr ? nullptr : give(held, size, number);
 }
 
 /// After a failed allocation: whether it is worth trying again. Each time that it is, a peer or somebody dead has
 /// gone. errno stays where it is not.
-bool Endpoint::makeRoom() {
-    return peers_.makeRoom() || (errno == ENOMEM && reapKnownDead());
+bool Endpoint::makeRoomForSignal() {
+    return makeRoom() || (errno == ENOMEM && reapKnownDead());
 }
 
 int Endpoint::free(LinxSignal** signal) {

@@ -7,7 +7,8 @@ namespace linx {
 namespace introduction {
 namespace {
 
-constexpr int attempts = 64;  ///< the receiver would have to part between all of them
+constexpr int attempts = 64;       ///< the receiver would have to part between all of them
+constexpr int introductions = 3;  ///< one that watches nobody parts after each, and may come first for ever
 
 }  // namespace
 
@@ -22,10 +23,11 @@ void revoke(Slot& own) {
 
 uint32_t push(Slot& target, int bell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt) {
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        const uint32_t count = target.partings.loadAcquire();  // (T)
-        // Before the introduction, which so was heard by whoever changes the tag from now on, or will be.
+        // Before the introduction, which so was heard by whoever changes the tag from now on, or will be. And before
+        // the count: beside a new tag an old count would stand for an introduction that has been revoked.
         const uint32_t tag = stack::tagOf(target.mailbox.loadSeqCst());
-        if (introducedAt != count || attempt != 0) {
+        const uint32_t count = target.partings.loadAcquire();  // (T)
+        if (introducedAt != count && attempt < introductions) {
             introducedAt = bell != -1 && bell::tell(bell, sender) ? count : never;
         }
         const uint32_t before = stack::push(target.mailbox, block, ref, tag);

@@ -11,6 +11,10 @@ namespace linx {
  * the receiver cease to watch somebody, for want of descriptors, it counts a parting in its slot and then tags its
  * mailbox with the count (T): a push with an older tag fails, and its sender introduces itself again.
  *
+ * One that can watch nobody at all revokes what it cannot keep as soon as it is told. Who is refused so a few times
+ * pushes nevertheless, and introduces itself again with its next signal: should it be killed before it rings, its
+ * reaper does.
+ *
  * The tag has three bits. A push could be taken in by it if its sender were held up between its look at the count and
  * its exchange while the receiver parts eight times, or a multiple of that, and were killed right behind it.
  */
@@ -23,7 +27,8 @@ constexpr uint32_t tagAt(uint32_t partings) {
     return partings << refBits;
 }
 
-/// Has everybody whom this endpoint watched introduce itself again. To be called before it ceases to watch.
+/// Has everybody introduce itself again. To be called before the endpoint ceases to watch somebody, and when it may
+/// have missed an introduction.
 void revoke(Slot& own);
 
 /// Introduces `sender` to the endpoint of `target`, whose bell is open (-1: it has none any more), unless that was

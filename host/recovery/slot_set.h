@@ -1,6 +1,7 @@
 #ifndef LINXIPC_HOST_RECOVERY_SLOT_SET_H
 #define LINXIPC_HOST_RECOVERY_SLOT_SET_H
 
+#include <algorithm>
 #include <array>
 
 #include "host/arena/slot_table.h"

@@ -1,13 +1,51 @@
 #include "models/machine/explorer.h"
 
+#include <algorithm>
 #include <random>
-#include <unordered_set>
 
 #include "models/machine/heap.h"
 #include "models/machine/kernel.h"
 
 namespace model {
 namespace {
+
+/// The states that were reached, by their hashes. A set of its own, since there are millions of them.
+class States {
+public:
+    /// False when it is there already.
+    bool insert(uint64_t state) {
+        if (2 * (size_ + 1) > places_.size()) grow();
+        uint64_t& place = placeOf(state + (state == none));
+        const bool isNew = place == none;
+        place = state + (state == none);
+        size_ += isNew ? 1 : 0;
+        return isNew;
+    }
+    void clear() {
+        places_.clear();
+        size_ = 0;
+    }
+    uint64_t size() const { return size_; }
+
+private:
+    static constexpr uint64_t none = 0;
+
+    uint64_t& placeOf(uint64_t state) {
+        size_t at = state & (places_.size() - 1);
+        while (places_[at] != none && places_[at] != state) at = (at + 1) & (places_.size() - 1);
+        return places_[at];
+    }
+    void grow() {
+        std::vector<uint64_t> before(std::max<size_t>(2 * places_.size(), 1u << 12), none);
+        before.swap(places_);
+        for (const uint64_t state : before) {
+            if (state != none) placeOf(state) = state;
+        }
+    }
+
+    std::vector<uint64_t> places_;
+    uint64_t size_ = 0;
+};
 
 /// Takes the branches of a tree depth first: what was chosen so far is repeated up to the last place with a branch
 /// left.
@@ -19,7 +57,7 @@ public:
     }
     // On the repeated part the states are known, and lead to something new.
     bool wantsState() const override { return depth_ == path_.size(); }
-    bool knows(uint64_t state) override { return !states_.insert(state).second; }
+    bool knows(uint64_t state) override { return !states_.insert(state); }
 
     /// On to the next branch. False when there is none.
     bool advance() {
@@ -48,7 +86,7 @@ private:
     };
     std::vector<Fork> path_;
     size_t depth_ = 0;
-    std::unordered_set<uint64_t> states_;
+    States states_;
 };
 
 /// Draws every choice, and remembers it.

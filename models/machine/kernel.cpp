@@ -1,5 +1,6 @@
 #include "models/machine/kernel.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -36,10 +37,31 @@ void Kernel::meet(size_t object) {
     if (scheduler.running()) memory.synchronise(scheduler.thread(), now_.views[object]);
 }
 
-int Kernel::add(Kind kind, size_t bell) {
+unsigned Kernel::countDescriptors(unsigned process) const {
+    unsigned count = 0;
+    for (const Descriptor& one : now_.descriptors) count += one.kind != Kind::none && one.process == process ? 1 : 0;
+    return count;
+}
+
+void Kernel::limitDescriptors(unsigned process, unsigned more) {
+    now_.mostDescriptors[process] = static_cast<uint8_t>(countDescriptors(process) + more);
+}
+
+bool Kernel::isInUse(Kind kind, size_t object) const {
+    return std::any_of(now_.descriptors.begin(), now_.descriptors.end(),
+                       [kind, object](const Descriptor& one) { return one.kind == kind && one.object == object; });
+}
+
+int Kernel::add(Kind kind, size_t object) {
+    const unsigned process = scheduler.thread();
+    const unsigned most = now_.mostDescriptors[process];
+    if (most != 0 && countDescriptors(process) >= most) {
+        errno = EMFILE;
+        return -1;
+    }
     for (size_t i = 0; i < maxDescriptors; ++i) {
         if (now_.descriptors[i].kind != Kind::none) continue;
-        now_.descriptors[i] = {kind, static_cast<uint8_t>(scheduler.thread()), static_cast<uint8_t>(bell)};
+        now_.descriptors[i] = {kind, static_cast<uint8_t>(process), static_cast<uint8_t>(object)};
         return firstDescriptor + static_cast<int>(i);
     }
     scheduler.abandon("more descriptors than the model holds");
@@ -52,9 +74,19 @@ size_t Kernel::findBell(uint32_t spid) const {
     return bell;
 }
 
+/// One that was removed and that nobody holds any more.
+size_t Kernel::findUnusedBell() const {
+    const size_t used = bellsUsed();
+    size_t bell = 0;
+    while (bell < used && (now_.bells[bell].named || isInUse(Kind::reader, bell) || isInUse(Kind::writer, bell)))
+        ++bell;
+    return bell < used ? bell : maxBells;
+}
+
 int Kernel::makeBell(uint32_t spid) {
     scheduler.call("makes its bell", true, always);
     size_t bell = findBell(spid);
+    if (bell == maxBells && !scheduler.running()) bell = findUnusedBell();
     if (bell == maxBells) bell = bellsUsed();
     if (bell == maxBells) scheduler.abandon("more bells than the model holds");
     now_.bells[bell] = {spid, true, 1, 0, {}};
@@ -72,8 +104,9 @@ int Kernel::openBell(uint32_t spid) {
         scheduler.observed(static_cast<uint64_t>(errno));
         return -1;
     }
-    scheduler.observed(0);
-    return add(Kind::writer, bell);
+    const int descriptor = add(Kind::writer, bell);
+    scheduler.observed(descriptor == -1 ? EMFILE : 0);
+    return descriptor;
 }
 
 void Kernel::removeBell(uint32_t spid) {
@@ -85,11 +118,14 @@ void Kernel::removeBell(uint32_t spid) {
 }
 
 int Kernel::writeBell(int descriptor, uint32_t record) {
-    scheduler.call(record == 0 ? "rings" : "introduces itself", true, always);
-    const size_t number = at(descriptor).bell;
+    uint8_t& failuresLeft = now_.failuresLeft[scheduler.thread()];
+    const uint32_t ways = failuresLeft != 0 ? 2 : 1;
+    const bool fails = scheduler.call(record == 0 ? "rings" : "introduces itself", true, always, ways) != 0;
+    const size_t number = at(descriptor).object;
     Bell& bell = now_.bells[number];
     meet(viewOf(number));
-    const int result = bell.readers == 0 ? EPIPE : bell.count == bellCapacity ? EAGAIN : 0;
+    const int result = bell.readers == 0 ? EPIPE : bell.count == bellCapacity ? EAGAIN : fails ? ENOMEM : 0;
+    if (result == ENOMEM) --failuresLeft;
     if (result == 0) bell.records[bell.count++] = record;
     scheduler.observed(static_cast<uint64_t>(result));
     return result;
@@ -97,7 +133,7 @@ int Kernel::writeBell(int descriptor, uint32_t record) {
 
 unsigned Kernel::drainBell(int descriptor, uint32_t* records) {
     scheduler.call("empties its bell", true, always);
-    const size_t number = at(descriptor).bell;
+    const size_t number = at(descriptor).object;
     Bell& bell = now_.bells[number];
     meet(viewOf(number));
     const unsigned count = bell.count;
@@ -110,7 +146,7 @@ unsigned Kernel::drainBell(int descriptor, uint32_t* records) {
 
 bool Kernel::isBellDead(int descriptor) {
     scheduler.call("asks a bell", false, always);
-    const size_t number = at(descriptor).bell;
+    const size_t number = at(descriptor).object;
     const bool dead = now_.bells[number].readers == 0;
     if (dead) meet(viewOf(number));
     scheduler.observed(dead ? 1 : 0);
@@ -118,7 +154,8 @@ bool Kernel::isBellDead(int descriptor) {
 }
 
 int Kernel::lockArena(bool waits) {
-    scheduler.call(waits ? "locks" : "tries to lock", true, [this, waits] { return !waits || now_.lockedBy == nobody; });
+    scheduler.call(waits ? "locks" : "tries to lock", true,
+                   [this, waits] { return !waits || now_.lockedBy == nobody; });
     const bool isFree = now_.lockedBy == nobody;
     scheduler.observed(isFree ? 1 : 0);
     if (!isFree) {
@@ -142,17 +179,22 @@ void Kernel::unlock() {
 }
 
 int Kernel::makeSet() {
-    return add(Kind::set, 0);
+    size_t number = 0;
+    while (isInUse(Kind::set, number)) ++number;
+    return add(Kind::set, number);
 }
 int Kernel::makeTimer() {
     return add(Kind::timer, 0);
+}
+int Kernel::duplicate(int descriptor) {
+    return add(at(descriptor).kind, at(descriptor).object);
 }
 
 int Kernel::watch(int set, int descriptor, uint32_t events, uint32_t tag) {
     for (Watch& watch : now_.watches) {
         if (watch.used) continue;
-        watch = {true, static_cast<uint8_t>(set - firstDescriptor),
-                 static_cast<uint8_t>(descriptor - firstDescriptor), events, tag};
+        watch = {true, static_cast<uint8_t>(setOf(set)), static_cast<uint8_t>(descriptor - firstDescriptor), events,
+                 tag};
         return 0;
     }
     scheduler.abandon("more watches than the model holds");
@@ -161,7 +203,7 @@ int Kernel::watch(int set, int descriptor, uint32_t events, uint32_t tag) {
 
 int Kernel::unwatch(int set, int descriptor) {
     for (Watch& watch : now_.watches) {
-        if (watch.used && watch.set == set - firstDescriptor && watch.descriptor == descriptor - firstDescriptor) {
+        if (watch.used && watch.set == setOf(set) && watch.descriptor == descriptor - firstDescriptor) {
             watch.used = false;
         }
     }
@@ -170,10 +212,10 @@ int Kernel::unwatch(int set, int descriptor) {
 
 uint32_t Kernel::eventsOf(const Watch& watch) const {
     const Descriptor& descriptor = now_.descriptors[watch.descriptor];
-    const Bell& bell = now_.bells[descriptor.bell];
+    if (descriptor.kind != Kind::reader && descriptor.kind != Kind::writer) return 0;
+    const Bell& bell = now_.bells[descriptor.object];
     if (descriptor.kind == Kind::reader) return bell.count != 0 ? watch.events & readable : 0;
-    if (descriptor.kind == Kind::writer) return bell.readers == 0 ? broken : 0;
-    return 0;
+    return bell.readers == 0 ? broken : 0;
 }
 
 bool Kernel::hasEvents(size_t set) const {
@@ -184,7 +226,7 @@ bool Kernel::hasEvents(size_t set) const {
 }
 
 int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
-    const auto number = static_cast<size_t>(set - firstDescriptor);
+    const size_t number = setOf(set);
     scheduler.call(milliseconds == 0 ? "asks for events" : "sleeps", false,
                    [this, number, milliseconds] { return milliseconds >= 0 || hasEvents(number); });
     int count = 0;
@@ -192,7 +234,7 @@ int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
         if (!watch.used || watch.set != number || count == most) continue;
         const uint32_t found = eventsOf(watch);
         if (found == 0) continue;
-        meet(viewOf(now_.descriptors[watch.descriptor].bell));
+        meet(viewOf(now_.descriptors[watch.descriptor].object));
         scheduler.observed((uint64_t{found} << 32) | watch.tag);
         events[count++] = {found, watch.tag};
     }
@@ -201,20 +243,27 @@ int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
 }
 
 void Kernel::pollFor(int set) {
-    const auto number = static_cast<size_t>(set - firstDescriptor);
+    const size_t number = setOf(set);
     scheduler.call("polls", false, [this, number] { return hasEvents(number); });
+}
+
+void Kernel::await(std::function<bool()> ready) {
+    scheduler.call("waits", false, std::move(ready));
+    meet(tellingView);
 }
 
 void Kernel::closeFor(size_t descriptor) {
     Descriptor& closed = now_.descriptors[descriptor];
     if (closed.kind == Kind::reader) {
-        meet(viewOf(closed.bell));
-        --now_.bells[closed.bell].readers;
+        meet(viewOf(closed.object));
+        --now_.bells[closed.object].readers;
     }
-    for (Watch& watch : now_.watches) {
-        if (watch.descriptor == descriptor || watch.set == descriptor) watch.used = false;
-    }
+    const Descriptor before = closed;
     closed = Descriptor();
+    const bool endsSet = before.kind == Kind::set && !isInUse(Kind::set, before.object);
+    for (Watch& watch : now_.watches) {
+        if (watch.descriptor == descriptor || (endsSet && watch.set == before.object)) watch.used = false;
+    }
 }
 
 void Kernel::close(int descriptor) {
@@ -231,6 +280,7 @@ void Kernel::exit(unsigned process) {
         if (now_.descriptors[i].kind != Kind::none && now_.descriptors[i].process == process) closeFor(i);
     }
     if (now_.lockedBy == process) unlock();
+    tell();
     scheduler.actAs(before);
 }
 

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "models/machine/memory.h"
@@ -23,10 +24,18 @@ public:
     void begin() { beginning_ = now_; }
     void rewind() { now_ = beginning_; }
 
+    /// From now on so many of a process's writes to bells may fail for want of memory, whichever they are.
+    void failWrites(unsigned process, uint8_t most) { now_.failuresLeft[process] = most; }
+
+    /// From now on a process may have no more descriptors than it has, and so many.
+    void limitDescriptors(unsigned process, unsigned more);
+
     /// The process is killed: all that it had open is closed.
     void exit(unsigned process);
 
     uint64_t hash(uint64_t seed, unsigned liveThreads) const;
+
+    // -1 with errno EMFILE where a process may have no more descriptors.
 
     // Bells, by spid. -1 with errno, 0 or an errno value, as bell.h says.
     int makeBell(uint32_t spid);
@@ -52,7 +61,13 @@ public:
     /// Waits in a poll loop of one's own until the set is readable.
     void pollFor(int set);
 
+    /// What processes tell each other in other ways: who waits until `ready` comes after all that was done by those who
+    /// have told something.
+    void tell() { meet(tellingView); }
+    void await(std::function<bool()> ready);
+
     int makeTimer();
+    int duplicate(int descriptor);
     void close(int descriptor);
     bool owns(int descriptor) const { return descriptor >= firstDescriptor; }
 
@@ -65,13 +80,14 @@ private:
     static constexpr size_t maxWatches = 48;
     static constexpr uint8_t nobody = 0xff;
     static constexpr size_t lockView = 0;
-    static constexpr size_t viewOf(size_t bell) { return bell + 1; }
+    static constexpr size_t tellingView = 1;
+    static constexpr size_t viewOf(size_t bell) { return bell + 2; }
 
     enum class Kind : uint8_t { none, reader, writer, set, timer };
     struct Descriptor {
         Kind kind;
         uint8_t process;
-        uint8_t bell;
+        uint8_t object;  ///< the number of the bell, or of the set
     };
     struct Bell {
         uint32_t spid;
@@ -91,13 +107,19 @@ private:
         std::array<Bell, maxBells> bells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
-        uint8_t lockedBy;                      ///< the process
-        std::array<View, maxBells + 1> views;  ///< of the lock, then of the bells
+        uint8_t lockedBy;  ///< the process
+        std::array<uint8_t, maxThreads> failuresLeft;     ///< by process
+        std::array<uint8_t, maxThreads> mostDescriptors;  ///< by process; 0: as many as it wants
+        std::array<View, maxBells + 1> views;             ///< of the lock, then of the bells
     };
 
-    int add(Kind kind, size_t bell);
+    int add(Kind kind, size_t object);
+    unsigned countDescriptors(unsigned process) const;
+    bool isInUse(Kind kind, size_t object) const;
     Descriptor& at(int descriptor) { return now_.descriptors[static_cast<size_t>(descriptor - firstDescriptor)]; }
+    size_t setOf(int descriptor) { return at(descriptor).object; }
     size_t findBell(uint32_t spid) const;
+    size_t findUnusedBell() const;
     uint32_t eventsOf(const Watch& watch) const;
     bool hasEvents(size_t set) const;
     void meet(size_t object);

@@ -24,6 +24,7 @@ bool severalBits(unsigned bits) {
 }  // namespace
 
 Memory memory;
+bool exploring = false;
 
 void Memory::joinUsed(View& view, const View& other) const {
     for (size_t i = 0; i < sharedWords_.size(); ++i) view.from[i] = std::max(view.from[i], other.from[i]);
@@ -32,16 +33,12 @@ void Memory::joinUsed(View& view, const View& other) const {
 void Memory::cover(void* base, size_t bytes) {
     base_ = static_cast<uint32_t*>(base);
     words_ = bytes / sizeof(uint32_t);
-    shared_.assign(words_, notShared);
-    readers_.assign(words_, 0);
-    writers_.assign(words_, 0);
+    uses_.assign(words_, Use());
     dirty_.assign(words_, 0);
 }
 
 void Memory::forgetShared() {
-    std::fill(shared_.begin(), shared_.end(), notShared);
-    std::fill(readers_.begin(), readers_.end(), uint8_t{0});
-    std::fill(writers_.begin(), writers_.end(), uint8_t{0});
+    std::fill(uses_.begin(), uses_.end(), Use());
     sharedWords_.clear();
     plain_.clear();
     foundMore_ = false;
@@ -71,22 +68,36 @@ void Memory::rewind() {
 /// Remembers who uses a word; one that a thread writes and another uses is shared from now on.
 void Memory::note(size_t index, bool writes) {
     const auto self = static_cast<uint8_t>(1u << scheduler.thread());
-    uint8_t& users = writes ? writers_[index] : readers_[index];
-    if ((users & self) != 0) return;
+    Use& use = uses_[index];
+    uint8_t& users = writes ? use.writers : use.readers;
     users = static_cast<uint8_t>(users | self);
-    if (writers_[index] == 0 || !severalBits(readers_[index] | writers_[index])) return;
-    const HostHeap heap;
-    shared_[index] = static_cast<uint16_t>(sharedWords_.size());
-    sharedWords_.push_back(static_cast<uint32_t>(index));
+    const bool isKnown = use.shared != notShared;
+    if (use.writers == 0 || !severalBits(use.readers | use.writers) || (isKnown && !writes)) return;
+    if (!isKnown) {
+        const HostHeap heap;
+        use.shared = static_cast<uint16_t>(sharedWords_.size());
+        sharedWords_.push_back(static_cast<uint32_t>(index));
+    }
     foundMore_ = true;
     scheduler.abandon(sharedWords_.size() > maxShared ? "more shared words than the model holds" : nullptr);
 }
 
 uint16_t Memory::sharedAt(const uint32_t& word, bool writes) {
-    if (!scheduler.exploring() || !covers(&word)) return notShared;
+    if (!exploring || !covers(&word)) return notShared;
     const size_t index = indexOf(&word);
-    if (shared_[index] == notShared) note(index, writes);
-    return shared_[index];
+    const Use& use = uses_[index];
+    if (((writes ? use.writers : use.readers) >> scheduler.thread() & 1) == 0) note(index, writes);
+    return use.shared;
+}
+
+/// Writes a word that no other thread uses, or that is none of the arena's.
+void Memory::writeUnseen(uint32_t& word, uint32_t to) {
+    if (word == to) return;
+    if (covers(&word)) {
+        if (exploring) scheduler.pauseUnseen();
+        keepFirst(indexOf(&word));
+    }
+    word = to;
 }
 
 void Memory::keepFirst(size_t index) {
@@ -154,8 +165,7 @@ void Memory::write(uint32_t& word, uint32_t to, std::memory_order order) {
     // A store of what is there already makes nothing shared: who clears a whole table uses few of its words.
     const uint16_t shared = sharedAt(word, word != to);
     if (shared == notShared) {
-        if (covers(&word)) keepFirst(indexOf(&word));
-        word = to;
+        writeUnseen(word, to);
         return;
     }
     scheduler.pause({Access::stores, shared, order, 0});
@@ -166,9 +176,8 @@ template <class Change>
 uint32_t Memory::update(uint32_t& word, std::memory_order order, Change change) {
     const uint16_t shared = sharedAt(word, true);
     if (shared == notShared) {
-        if (covers(&word)) keepFirst(indexOf(&word));
         const uint32_t found = word;
-        word = change(found);
+        writeUnseen(word, change(found));
         return found;
     }
     scheduler.pause({Access::updates, shared, order, 0});
@@ -183,10 +192,8 @@ bool Memory::compareAndWrite(uint32_t& word, uint32_t& expected, uint32_t to, st
     if (shared == notShared) {
         const bool equal = word == expected;
         expected = word;
-        if (!equal) return false;
-        if (covers(&word)) keepFirst(indexOf(&word));
-        word = to;
-        return true;
+        if (equal) writeUnseen(word, to);
+        return equal;
     }
     uint32_t way = scheduler.pause({Access::compares, shared, failure, expected});
     const auto& messages = histories_[shared].messages;
@@ -243,9 +250,6 @@ uint64_t Memory::hash(uint64_t seed, const View* kernelViews, size_t count, unsi
     return hash.value();
 }
 
-uint32_t load(const uint32_t& word, std::memory_order order) {
-    return memory.read(word, order);
-}
 void store(uint32_t& word, uint32_t to, std::memory_order order) {
     memory.write(word, to, order);
 }

@@ -32,14 +32,6 @@ struct View {
     std::array<uint16_t, maxShared> from{};
 };
 
-// What the cells of the arena call.
-uint32_t load(const uint32_t& word, std::memory_order order);
-void store(uint32_t& word, uint32_t to, std::memory_order order);
-uint32_t exchange(uint32_t& word, uint32_t to, std::memory_order order);
-uint32_t add(uint32_t& word, uint32_t n, std::memory_order order);
-bool compareExchange(uint32_t& word, uint32_t& expected, uint32_t to, std::memory_order success,
-                     std::memory_order failure);
-
 /// What a thread is about to do to a shared word, as the scheduler must know it.
 struct Access {
     enum Kind : uint8_t { loads, stores, updates, compares };
@@ -64,13 +56,19 @@ public:
     /// Puts that state back.
     void rewind();
 
-    /// True once a word turned out to be shared that was not known to be: what was explored so far does not count.
+    /// True once a word turned out to be shared that was not known to be, or to have one more who writes it: what was
+    /// explored so far does not count.
     bool foundMoreShared() const { return foundMore_; }
     void sharedIsKnown() { foundMore_ = false; }
     size_t sharedCount() const { return sharedWords_.size(); }
 
     /// In how many ways the access can go now; at least 1.
     uint32_t waysOf(unsigned thread, const Access& access) const;
+
+    /// Whether any of the threads ever writes the word.
+    bool isWrittenBy(uint16_t shared, unsigned threads) const {
+        return (uses_[sharedWords_[shared]].writers & threads) != 0;
+    }
 
     /// Kernel objects synchronise like locks: what came before is seen after.
     void synchronise(unsigned thread, View& object);
@@ -100,10 +98,18 @@ private:
         uint16_t lastSeqCst = 0;
     };
 
+    /// Who has used a word, in any execution.
+    struct Use {
+        uint16_t shared = notShared;  ///< its number among the shared ones
+        uint8_t readers = 0;          ///< bit t: thread t
+        uint8_t writers = 0;
+    };
+
     bool covers(const uint32_t* word) const { return word >= base_ && word < base_ + words_; }
     size_t indexOf(const uint32_t* word) const { return static_cast<size_t>(word - base_); }
     uint16_t sharedAt(const uint32_t& word, bool writes);
     void note(size_t index, bool writes);
+    void writeUnseen(uint32_t& word, uint32_t to);
     void keepFirst(size_t index);
     uint16_t oldestReadable(unsigned thread, uint16_t shared, std::memory_order order) const;
     uint16_t newest(uint16_t shared) const { return static_cast<uint16_t>(histories_[shared].messages.size() - 1); }
@@ -113,9 +119,7 @@ private:
 
     uint32_t* base_ = nullptr;
     size_t words_ = 0;
-    std::vector<uint16_t> shared_;  ///< by word: its number among the shared ones
-    std::vector<uint8_t> readers_;  ///< by word: the threads that have read it, in any execution
-    std::vector<uint8_t> writers_;
+    std::vector<Use> uses_;              ///< by word
     std::vector<uint32_t> sharedWords_;  ///< by number among the shared ones: the word
     bool foundMore_ = false;
     std::vector<History> histories_;
@@ -127,6 +131,19 @@ private:
 };
 
 extern Memory memory;
+
+/// Whether a thread of an execution runs: only then is there anything to choose.
+extern bool exploring;
+
+// What the cells of the arena call.
+inline uint32_t load(const uint32_t& word, std::memory_order order) {
+    return exploring ? memory.read(word, order) : word;
+}
+void store(uint32_t& word, uint32_t to, std::memory_order order);
+uint32_t exchange(uint32_t& word, uint32_t to, std::memory_order order);
+uint32_t add(uint32_t& word, uint32_t n, std::memory_order order);
+bool compareExchange(uint32_t& word, uint32_t& expected, uint32_t to, std::memory_order success,
+                     std::memory_order failure);
 
 }  // namespace model
 

@@ -2,17 +2,21 @@
 
 #include "models/machine/platform.h"
 
+#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
 #include <time.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
+#include "host/arena/layout.h"
 #include "host/mailbox/bell.h"
 #include "models/machine/kernel.h"
 #include "models/machine/scheduler.h"
@@ -20,24 +24,24 @@
 namespace model {
 namespace {
 
-constexpr uint32_t arenaUnits = 1024;
 constexpr int directoryDescriptor = 9000;
 constexpr int fileDescriptor = 9001;
 
-void* arenaMemory = nullptr;
+constexpr size_t mostBytes = size_t{linx::firstPoolPage(plentyOfUnits) + plentyOfUnits} * linx::unitBytes;
+static_assert(slotsWithMemory == linx::unitBytes / sizeof(linx::Slot) - 1, "the first page of slots has memory");
 
-size_t arenaBytes() {
-    return size_t{linx::firstPoolPage(arenaUnits) + arenaUnits} * linx::unitBytes;
-}
+void* arenaMemory = nullptr;
+uint32_t arenaUnits = 0;
 
 }  // namespace
 
-void layArena() {
+void layArena(uint32_t units) {
     if (arenaMemory == nullptr) {
-        arenaMemory = mmap(nullptr, arenaBytes(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        memory.cover(arenaMemory, arenaBytes());
+        arenaMemory = mmap(nullptr, mostBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        memory.cover(arenaMemory, mostBytes);
     }
-    madvise(arenaMemory, arenaBytes(), MADV_DONTNEED);  // all zero again
+    madvise(arenaMemory, mostBytes, MADV_DONTNEED);  // all zero again
+    arenaUnits = units;
 }
 
 }  // namespace model
@@ -64,8 +68,11 @@ void Unmap::operator()(void*) const {}
 ArenaMapping mapArenaFile(int, uint32_t) {
     return ArenaMapping(model::arenaMemory, {0});
 }
-bool reservePages(int, uint32_t, uint32_t) {
-    return true;
+bool reservePages(int, uint32_t first, uint32_t count) {
+    constexpr uint32_t firstWithout = slotsOffset / unitBytes + 1;
+    if (first + count <= firstWithout || first >= huntsOffset / unitBytes) return true;
+    errno = ENOMEM;
+    return false;
 }
 
 namespace bell {
@@ -88,7 +95,10 @@ bool tell(int descriptor, uint32_t record) {
 }
 uint32_t drain(int descriptor, uint32_t (&records)[capacity]) {
     static_assert(model::Kernel::bellCapacity <= capacity, "what a modelled bell holds fits");
-    return model::kernel.drainBell(descriptor, records);
+    const uint32_t count = model::kernel.drainBell(descriptor, records);
+    if (count != model::Kernel::bellCapacity) return count;
+    std::fill(records + count, records + capacity, 0u);  // a full one is full
+    return capacity;
 }
 bool isDead(int descriptor) {
     return model::kernel.isBellDead(descriptor);
@@ -111,7 +121,7 @@ int __wrap_fstat(int, struct stat* status) {
     *status = {};
     status->st_mode = S_IFDIR | 0700;
     status->st_dev = 1;
-    status->st_ino = 1;
+    status->st_ino = model::arenaUnits;  // arenas of different sizes are different ones
     status->st_nlink = 1;
     return 0;
 }
@@ -131,9 +141,16 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t*) {
     return 0;
 }
 
-// A duplicate is as good as the set itself: nobody closes it.
 int __wrap_fcntl(int descriptor, int, ...) {
-    return descriptor;
+    return model::kernel.duplicate(descriptor);
+}
+int __wrap_getrlimit(int, rlimit* limit) {
+    *limit = {RLIM_INFINITY, RLIM_INFINITY};
+    return 0;
+}
+// Which machine the model itself runs on makes no difference.
+int __wrap_sched_getaffinity(pid_t, size_t, cpu_set_t*) {
+    return -1;
 }
 
 int __wrap_epoll_create1(int) {
@@ -164,9 +181,10 @@ int __wrap_timerfd_settime(int, int, const itimerspec*, itimerspec*) {
     return 0;
 }
 int __wrap_clock_gettime(clockid_t clock, timespec* time) {
-    // Each question takes a microsecond; the kernel's ticks are far apart.
-    const uint64_t asked = clock == CLOCK_MONOTONIC ? model::scheduler.countTimeAsked() : 0;
-    *time = {1000, static_cast<long>(asked * 1000)};
+    // Each question takes a microsecond; the kernel's ticks come when a scenario wants them.
+    const uint64_t microseconds =
+        clock == CLOCK_MONOTONIC ? model::scheduler.countTimeAsked() : 20000 * model::scheduler.ticks();
+    *time = {1000, static_cast<long>(microseconds * 1000)};
     return 0;
 }
 

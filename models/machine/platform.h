@@ -1,10 +1,16 @@
 #ifndef LINXIPC_MODELS_MACHINE_PLATFORM_H
 #define LINXIPC_MODELS_MACHINE_PLATFORM_H
 
+#include <cstdint>
+
 namespace model {
 
-/// Lays down an arena in which nobody has been yet, for the memory to cover.
-void layArena();
+constexpr uint32_t plentyOfUnits = 1024;
+
+/// Lays down an arena of so many units in which nobody has been yet, for the memory to cover. The file system has
+/// memory for all of them, but for no more than seven slots: whoever opens then gets the slot of one who has ended.
+void layArena(uint32_t units);
+constexpr unsigned slotsWithMemory = 7;
 
 }  // namespace model
 

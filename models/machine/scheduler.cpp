@@ -3,6 +3,7 @@
 #include <setjmp.h>
 #include <ucontext.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -20,8 +21,10 @@ constexpr unsigned mostSteps = 20000;
 struct Fiber {
     alignas(16) char stack[stackBytes];
     ucontext_t start;
+    jmp_buf beginning;
     jmp_buf place;
-    bool started;
+    bool made;
+    bool started;  ///< in this execution
 };
 
 Fiber fibers[maxThreads];
@@ -32,27 +35,32 @@ jmp_buf schedulerPlace;
 Scheduler scheduler;
 
 void Scheduler::enter() {
-    const unsigned self = scheduler.current_;
-    scheduler.play_->body(self);
-    scheduler.threads_[self].state = State::done;
+    // Each execution begins here again: what the one before has left higher up on this stack is forgotten.
+    _setjmp(fibers[scheduler.current_].beginning);
+    scheduler.play_->body(scheduler.current_);
+    scheduler.threads_[scheduler.current_].state = State::done;
     _longjmp(schedulerPlace, 1);
 }
 
 void Scheduler::switchOut() {
+    const int keptErrno = errno;  // each process has its own
     if (_setjmp(fibers[current_].place) == 0) _longjmp(schedulerPlace, 1);
+    errno = keptErrno;
 }
 
 void Scheduler::resume(unsigned thread) {
     current_ = thread;
     Fiber& fiber = fibers[thread];
     const WorldHeap heap;
-    inThread_ = true;
+    model::exploring = true;
     if (_setjmp(schedulerPlace) != 0) {
-        inThread_ = false;
+        model::exploring = false;
         return;
     }
     if (fiber.started) _longjmp(fiber.place, 1);
     fiber.started = true;
+    if (fiber.made) _longjmp(fiber.beginning, 1);
+    fiber.made = true;
     getcontext(&fiber.start);
     fiber.start.uc_stack.ss_sp = fiber.stack;
     fiber.start.uc_stack.ss_size = stackBytes;
@@ -74,7 +82,7 @@ Ending Scheduler::run(const Play& play, Chooser& chooser, std::vector<std::strin
     }
     switchesLeft_ = play.switches;
     last_ = 0;
-    exploring_ = true;
+    running_ = true;
     // To its first step: nothing that others see happens before.
     for (unsigned t = 0; t < play.threads && !abandoned_; ++t) resume(t);
     Ending ending = Ending::complete;
@@ -100,7 +108,7 @@ Ending Scheduler::run(const Play& play, Chooser& chooser, std::vector<std::strin
         if (trace != nullptr) trace->push_back(describe(next, choice));
         step(next, choice);
     }
-    exploring_ = false;
+    running_ = false;
     if (abandoned_) ending = violation_.empty() ? Ending::abandoned : Ending::violated;
     return ending;
 }
@@ -112,27 +120,47 @@ bool Scheduler::anyEnabled() const {
     return false;
 }
 
+unsigned Scheduler::othersRunning() const {
+    unsigned running = 0;
+    for (unsigned t = 0; t < play_->threads; ++t) {
+        if (t != current_ && threads_[t].state == State::running) running |= 1u << t;
+    }
+    return running;
+}
+
 /// In how many ways each thread can take its next step, dying included. False when all have come to their end.
 bool Scheduler::countWays(uint32_t* ways, uint32_t& total) const {
     bool running = false;
     const bool stay = switchesLeft_ == 0 && isEnabled(last_);
     for (unsigned t = 0; t < play_->threads; ++t) {
+        if (threads_[t].state == State::running && threads_[t].alone) {
+            total = ways[t] = waysOf(t) + endsOf(t);
+            return true;
+        }
+    }
+    for (unsigned t = 0; t < play_->threads; ++t) {
         running = running || threads_[t].state == State::running;
-        if (!stay || t == last_) ways[t] = waysOf(t) + (mayDie(t) ? 1 : 0);
+        if (!stay || t == last_) ways[t] = waysOf(t) + endsOf(t);
         total += ways[t];
     }
     return running;
 }
 
-void Scheduler::step(unsigned thread, uint32_t way) {
-    if (way == waysOf(thread)) return kill(thread);
-    if (thread != last_ && isEnabled(last_)) --switchesLeft_;
-    last_ = thread;
-    // Also a step that teaches nothing and changes nothing, like a store of what is there, leads to another state:
-    // the thread stands elsewhere.
+/// Also a step that teaches nothing and changes nothing, like a store of what is there, leads to another state: the
+/// thread stands elsewhere.
+void Scheduler::noteStep(unsigned thread) {
     Hash hash(threads_[thread].history);
     hash.add(1);
     threads_[thread].history = hash.value();
+}
+
+void Scheduler::step(unsigned thread, uint32_t way) {
+    if (way >= waysOf(thread)) return mayDie(thread) && way == waysOf(thread) ? kill(thread) : stop(thread);
+    if (!threads_[thread].alone) {
+        if (thread != last_ && isEnabled(last_)) --switchesLeft_;
+        last_ = thread;
+    }
+    noteStep(thread);
     threads_[thread].way = way;
     resume(thread);
 }
@@ -153,20 +181,27 @@ bool Scheduler::isEnabled(unsigned thread) const {
 uint32_t Scheduler::waysOf(unsigned thread) const {
     if (!isEnabled(thread)) return 0;
     const Thread& t = threads_[thread];
-    return t.inCall ? 1 : memory.waysOf(thread, t.access);
+    return t.inCall ? t.callWays : memory.waysOf(thread, t.access);
 }
 
-bool Scheduler::mayDie(unsigned thread) const {
+/// In how many ways its next step may be its end: it is killed before, or stopped.
+uint32_t Scheduler::endsOf(unsigned thread) const {
     // Dying before a step that nobody sees is dying before the next one that somebody does; if it comes to that one.
     const Thread& t = threads_[thread];
-    return (play_->mortal >> thread & 1) != 0 && t.state == State::running &&
-           (t.changesSomething || !isEnabled(thread));
+    const bool matters = t.state == State::running && (t.changesSomething || !isEnabled(thread));
+    return matters ? (play_->mortal >> thread & 1) + (play_->stoppable >> thread & 1) : 0;
 }
 
 void Scheduler::kill(unsigned thread) {
     threads_[thread].state = State::dead;
     ++deaths_;
     kernel.exit(thread);
+}
+
+void Scheduler::killStopped() {
+    for (unsigned t = 0; t < play_->threads; ++t) {
+        if (threads_[t].state == State::stopped) kill(t);
+    }
 }
 
 uint64_t Scheduler::stateHash() const {
@@ -195,20 +230,43 @@ uint32_t Scheduler::pause(const Access& access) {
     if (self.sameLoads >= 2) return memory.waysOf(current_, access) - 1;
     self.changesSomething = access.kind != Access::loads;
     self.callName = nullptr;
+    // What nobody writes any more reads the same before and after the steps of others: they need not be tried before.
+    self.alone = !self.changesSomething && !memory.isWrittenBy(access.shared, othersRunning());
+    if (self.alone && memory.waysOf(current_, access) == 1) {
+        noteStep(current_);
+        return 0;
+    }
     switchOut();
     return self.way;
 }
 
-void Scheduler::call(const char* name, bool changesSomething, std::function<bool()> ready) {
-    if (!exploring()) return;
+void Scheduler::pauseUnseen() {
+    if ((play_->mortal >> current_ & 1) == 0) return;
     Thread& self = threads_[current_];
     self.inCall = true;
+    self.alone = true;
+    self.changesSomething = true;
+    self.callName = "stores unseen";
+    self.ready = [] { return true; };
+    self.callWays = 1;
+    switchOut();
+    self.inCall = false;
+    self.alone = false;
+}
+
+uint32_t Scheduler::call(const char* name, bool changesSomething, std::function<bool()> ready, uint32_t ways) {
+    if (!exploring()) return 0;
+    Thread& self = threads_[current_];
+    self.inCall = true;
+    self.alone = false;
     self.changesSomething = changesSomething;
     self.callName = name;
     self.ready = std::move(ready);
+    self.callWays = ways;
     self.lastLoaded = nothing;
     switchOut();
     self.inCall = false;
+    return self.way;
 }
 
 void Scheduler::dieNow() {
@@ -241,10 +299,10 @@ void Scheduler::violate(const std::string& claim) {
 
 std::string Scheduler::describe(unsigned thread, uint32_t way) const {
     const Thread& t = threads_[thread];
-    std::string text = play_->nameOf(thread);
-    text.resize(12, ' ');
-    if (way == waysOf(thread)) return text + "is killed";
-    if (t.inCall) return text + t.callName;
+    std::string text = std::to_string(thread) + " " + play_->nameOf(thread);
+    text.resize(14, ' ');
+    if (way >= waysOf(thread)) return text + (mayDie(thread) && way == waysOf(thread) ? "is killed" : "is stopped");
+    if (t.inCall) return text + t.callName + (way != 0 ? ", and fails" : "");
     static const char* const kinds[] = {"loads", "stores", "updates", "compares"};
     text += kinds[t.access.kind];
     text +=

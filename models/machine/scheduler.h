@@ -25,8 +25,9 @@ constexpr unsigned unlimited = ~0u;
 /// Threads of one execution, each an endpoint's process, and what may befall them.
 struct Play {
     unsigned threads;
-    unsigned mortal;    ///< bit t: thread t may be killed before any step that others can see
-    unsigned switches;  ///< how often a thread that could go on may be left for another, at most
+    unsigned mortal;     ///< bit t: thread t may be killed before any step that others can see
+    unsigned stoppable;  ///< bit t: thread t may be stopped there for good, with all that it has open
+    unsigned switches;   ///< how often a thread that could go on may be left for another, at most
     std::function<void(unsigned thread)> body;
     std::function<const char*(unsigned thread)> nameOf;
     std::function<bool(unsigned thread)> maySleep;  ///< whether it is right that a thread sleeps for ever
@@ -46,19 +47,27 @@ public:
     Ending run(const Play& play, Chooser& chooser, std::vector<std::string>* trace = nullptr);
 
     /// Whether the caller is a thread of an execution, and which. Outside, the thread that `actAs` named.
-    bool exploring() const { return exploring_ && inThread_; }
+    bool exploring() const { return model::exploring; }
     /// Whether an execution is going on, in one of its threads or in the kernel that ends one.
-    bool running() const { return exploring_; }
+    bool running() const { return running_; }
     unsigned thread() const { return current_; }
     void actAs(unsigned thread) { current_ = thread; }
     bool isDead(unsigned thread) const { return threads_[thread].state == State::dead; }
     unsigned deaths() const { return deaths_; }
 
+    /// After an execution: whoever was stopped is killed.
+    void killStopped();
+
     /// Before an access to a shared word: lets others go first. Returns which of its ways the access goes.
     uint32_t pause(const Access& access);
 
-    /// Before a system call that others can see: lets others go first, and waits until `ready`.
-    void call(const char* name, bool changesSomething, std::function<bool()> ready);
+    /// Before a store that no other thread ever sees: whoever may be killed may be killed here too, and who looks at the
+    /// end sees what was done by then.
+    void pauseUnseen();
+
+    /// Before a system call that others can see: lets others go first, and waits until `ready`. Returns in which of
+    /// `ways` it goes.
+    uint32_t call(const char* name, bool changesSomething, std::function<bool()> ready, uint32_t ways = 1);
 
     /// The thread is killed here, if it has come so far. Does not return.
     void dieNow();
@@ -76,18 +85,25 @@ public:
     /// How often the running thread has asked for the time.
     uint64_t countTimeAsked() { return threads_[current_].timeAsked++; }
 
+    /// For the running thread the kernel's clock ticks, and how often it has done so.
+    void passTick() { ++threads_[current_].ticks; }
+    uint64_t ticks() const { return threads_[current_].ticks; }
+
 private:
-    enum class State : uint8_t { running, done, dead };
+    enum class State : uint8_t { running, done, dead, stopped };
     struct Thread {
         State state;
         bool inCall;
         bool changesSomething;
+        bool alone;  ///< its next step is the same before and after those of all others
         Access access;
         const char* callName;
         std::function<bool()> ready;
+        uint32_t callWays;
         uint32_t way;
         uint64_t history;
         uint64_t timeAsked;
+        uint64_t ticks;
         uint16_t lastLoaded;
         unsigned sameLoads;
     };
@@ -97,18 +113,21 @@ private:
     void resume(unsigned thread);
     bool isEnabled(unsigned thread) const;
     uint32_t waysOf(unsigned thread) const;
-    bool mayDie(unsigned thread) const;
+    uint32_t endsOf(unsigned thread) const;
+    bool mayDie(unsigned thread) const { return (play_->mortal >> thread & 1) != 0; }
     uint64_t stateHash() const;
     std::string sleepersInVain() const;
     bool anyEnabled() const;
+    unsigned othersRunning() const;
     bool countWays(uint32_t* ways, uint32_t& total) const;
+    void noteStep(unsigned thread);
     void step(unsigned thread, uint32_t way);
     void kill(unsigned thread);
+    void stop(unsigned thread) { threads_[thread].state = State::stopped; }
     std::string describe(unsigned thread, uint32_t way) const;
 
     const Play* play_ = nullptr;
-    bool exploring_ = false;
-    bool inThread_ = false;
+    bool running_ = false;
     unsigned current_ = 0;
     unsigned deaths_ = 0;
     unsigned switchesLeft_ = 0;

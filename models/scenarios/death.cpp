@@ -52,14 +52,7 @@ const Announced ringerDies(Scenario{
     0,
     "0",
     true,
-    [](Stage& stage) {
-        stage.openFirst(3);
-        for (unsigned actor : {b, c}) {
-            stage.as(actor);
-            stage.send(a);
-            stage.drain(a);
-        }
-    },
+    [](Stage& stage) { stage.openAcquainted(3); },
     {[](Stage& stage) { stage.receiveFrom(c, 2); }, [](Stage& stage) { stage.send(a); },
      [](Stage& stage) { stage.send(a); }},
 });
@@ -81,11 +74,12 @@ const Announced receiverDies(Scenario{
         stage.drain(a);
     },
     {[](Stage& stage) {
-         for (unsigned i = 0; i < 3; ++i) stage.send(b);
+         stage.send(b);
+         stage.send(b);
          stage.receiveUntilNotice(b);
      },
      [](Stage& stage) {
-         stage.receiveFrom(a, 4);
+         stage.receiveFrom(a, 3);
          stage.die();
      }},
 });
@@ -178,6 +172,69 @@ const Announced linkChanges(Scenario{
          stage.receiveFrom(c, 2);
      },
      [](Stage&) {}, [](Stage& stage) { stage.receiveUntilNotice(b); }},
+});
+
+const Announced deadIsReaped(Scenario{
+    "dead-is-reaped",
+    "a receiver has died and is reaped while somebody sends to it, who may die too: the block stays with the sender",
+    {"sender", "dead", "reaper"},
+    1u << a,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openFirst(3);
+        stage.as(a);
+        stage.send(b);
+        stage.drain(b);
+        stage.as(c);
+        stage.supervise(b);
+        stage.killNow(b);
+    },
+    {[](Stage& stage) {
+         stage.send(b);
+         stage.keep();
+     },
+     [](Stage&) {},
+     [](Stage& stage) {
+         stage.receiveUntilNotice(b);
+         stage.keep();
+     }},
+});
+
+const Announced endWhileBusy(Scenario{
+    "end-while-busy",
+    "signals keep coming; the end of who is supervised is told nevertheless, before what is sent later",
+    {"receiver", "sender", "dead"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openAcquainted(2);
+        stage.as(c);
+        stage.open(c);
+        stage.as(a);
+        stage.supervise(c);
+        stage.as(b);
+        for (unsigned i = 0; i < 3; ++i) stage.send(a);
+        stage.killNow(c);
+    },
+    {[](Stage& stage) {
+         stage.passTick();
+         stage.receiveFrom(b, 2);
+         stage.say(b);
+         stage.awaitWord();
+         stage.receiveFrom(b, 4);
+         stage.receive();
+         stage.expectNotice(c);
+     },
+     [](Stage& stage) {
+         stage.awaitWord();
+         stage.send(a);
+         stage.say(a);
+     },
+     [](Stage&) {}},
 });
 
 }  // namespace

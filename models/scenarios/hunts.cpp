@@ -5,7 +5,7 @@ namespace model {
 namespace {
 
 constexpr unsigned hunted = 1;
-constexpr unsigned heir = 2;
+constexpr unsigned huntedNext = 2;
 
 const Announced huntAndOpen(Scenario{
     "hunt-and-open",
@@ -42,7 +42,7 @@ const Announced openerDies(Scenario{
      },
      [](Stage& stage) {
          stage.awaitEnd(hunted);
-         stage.open(heir);
+         stage.open(huntedNext);
      }},
 });
 

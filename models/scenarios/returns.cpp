@@ -11,7 +11,9 @@ constexpr unsigned borrower = 1;
 void lend(Stage& stage, unsigned lent) {
     stage.openFirst(2);
     stage.as(home);
-    while (stage.hasFree()) stage.keep();
+    do {
+        stage.keep();
+    } while (stage.hasFree());
     for (unsigned i = 0; i < lent; ++i) stage.lendKept(borrower);
 }
 

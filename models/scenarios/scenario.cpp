@@ -16,13 +16,14 @@ Model modelOf(const Scenario& scenario) {
     Model model;
     model.play.threads = static_cast<unsigned>(scenario.acts.size());
     model.play.mortal = scenario.mortal;
+    model.play.stoppable = scenario.stoppable;
     model.play.body = [stage, &scenario](unsigned thread) { scenario.acts[thread](**stage); };
     model.play.nameOf = [&scenario](unsigned thread) { return scenario.actors[thread]; };
     model.play.maySleep = [stage, &scenario](unsigned thread) {
-        return (scenario.patient >> thread & 1) != 0 && (*stage)->hasEmptyMailbox(thread);
+        return (scenario.patient >> thread & 1) != 0 && !(*stage)->isWanted(thread);
     };
     model.prepare = [stage, &scenario] {
-        *stage = new Stage(scenario.actors, scenario.spinMicroseconds);
+        *stage = new Stage(scenario.actors, scenario.spinMicroseconds, scenario.units);
         scenario.prepare(**stage);
         (*stage)->begin();
     };

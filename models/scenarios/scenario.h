@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "models/machine/explorer.h"
+#include "models/machine/platform.h"
 
 namespace model {
 
@@ -16,11 +17,13 @@ struct Scenario {
     const char* story;
     std::vector<const char*> actors;  ///< the names of their endpoints
     unsigned mortal;                  ///< bit i: actor i may be killed at every step
-    unsigned patient;                 ///< bit i: actor i may wait for ever if nothing is in its mailbox
+    unsigned patient;                 ///< bit i: actor i may wait for ever if nothing waits for it
     const char* spinMicroseconds;     ///< the looking budget of all
     bool exhaustive;                  ///< small enough to reach every state; otherwise schedules are drawn
     std::function<void(Stage&)> prepare;
     std::vector<std::function<void(Stage&)>> acts;  ///< what each actor does, side by side
+    unsigned stoppable = 0;                         ///< bit i: actor i may be stopped at every step, for good
+    uint32_t units = plentyOfUnits;                 ///< of the arena
 
     static std::vector<const Scenario*>& all();
 };

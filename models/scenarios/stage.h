@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "host/endpoint/endpoint.h"
+#include "host/arena/domain.h"
+#include "models/machine/kernel.h"
 #include "models/machine/scheduler.h"
+#include "platform/linx.h"
 
 namespace model {
 
@@ -21,14 +23,14 @@ constexpr unsigned maxActors = maxThreads;
  *   3  what is received is what was sent: number, size, content, sender
  *   4  no block has two owners
  *   5  a supervisor is told of an end once, after what the dead one had sent
- *   6  a death costs at most one block, and reaping finds everything else
+ *   6  a death costs no block: reaping finds all, also when the reaper dies
  *   7  at the end every word of the arena is in order
  *
  * Claim 1 is the scheduler's; the others are looked after here.
  */
 class Stage {
 public:
-    Stage(const std::vector<const char*>& names, const char* spinMicroseconds);
+    Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t units);
 
     // What an actor may do in its act; the running one is meant.
 
@@ -52,17 +54,36 @@ public:
     /// Is killed, if it has come so far.
     void die() { scheduler.dieNow(); }
     void open(unsigned actor);
+    void close();
     /// Allocates a signal and keeps it; frees one that was kept.
     void keep();
     void freeKept();
+    /// Allocates one of another size and keeps it.
+    void keepOther();
+    /// The same as `keep` where there may be no memory. Who has some to spare may not sleep for ever after a failure.
+    bool tryToKeep();
+    /// Writes garbage into what it keeps.
+    void scribbleOverKept();
+    /// It must have been told of the other's end by now.
+    void expectNotice(unsigned of);
     /// Whether it has free blocks of its own for another signal.
-    bool hasFree() const;
+    bool hasFree() const { return hasFree(self()); }
+    /// Whether there is memory for one more that is nobody else's.
+    bool isThereMore() const;
     /// Sends a kept signal to another, who keeps it from then on.
     void lendKept(unsigned to);
-    /// Waits until another has been killed.
+    /// Waits until another has been killed, or has closed.
     void awaitEnd(unsigned of);
+    /// Waits until another has opened.
+    void awaitOpen(unsigned actor);
+    /// Says to another that he may go on, and waits until it is said.
+    void say(unsigned to);
+    void awaitWord();
+    /// The kernel's clock ticks for it.
+    void passTick() { scheduler.passTick(); }
 
-    bool hasEmptyMailbox(unsigned actor) const;
+    /// Whether something waits for this actor, to wake it.
+    bool isWanted(unsigned actor) const { return hasMail(actor) || (memoryRanOut_ && hasFree(actor)); }
 
     // What `prepare` may do.
 
@@ -70,10 +91,21 @@ public:
     void as(unsigned actor) { scheduler.actAs(actor); }
     /// Opens the first `count` actors.
     void openFirst(unsigned count);
+    /// The same, and all others have sent one signal to the first: bells are open, and everybody is quiet.
+    void openAcquainted(unsigned count);
     /// Lets an actor receive all that is there.
     void drain(unsigned actor);
     /// Ends an actor, as by a kill.
     void killNow(unsigned actor);
+    /// Opens endpoints in this actor's process until so many fresh slots are left: who opens then gets the slot of one
+    /// who has ended.
+    void fillSlots(unsigned keeper, unsigned left = 0);
+    /// Somebody has rung an actor's bell until it took no more.
+    void fillBell(unsigned actor);
+    /// From now on so many of an actor's writes to bells may fail for want of memory, whichever they are.
+    void failWrites(unsigned actor, uint8_t most) { kernel.failWrites(actor, most); }
+    /// From now on an actor's process may have so many descriptors more, and not one beyond.
+    void limitDescriptors(unsigned actor, unsigned more) { kernel.limitDescriptors(actor, more); }
 
     /// At the end of `prepare`: every execution begins here.
     void begin();
@@ -90,21 +122,33 @@ private:
     const linx::Arena& arena() const;
     unsigned self() const { return scheduler.thread(); }
     bool isDead(unsigned actor) const { return killed_[actor] || scheduler.isDead(actor); }
-    linx::Endpoint& own() { return *endpoints_[self()]; }
-    LinxSignal* allocate(uint32_t bytes, uint32_t number);
+    bool hasEnded(unsigned actor) const { return closed_[actor] || isDead(actor); }
+    LINX* own() { return handles_[self()]; }
+    bool hasMail(unsigned actor) const;
+    bool hasFree(unsigned actor) const;
+    LinxSignal* allocate(uint32_t number);
     LinxSignal* receiveSignal(bool mayWait, uint32_t& size);
     void hold(LinxSignal* signal);
     void letGo(LinxSignal* signal);
     void book(LinxSignal* signal, uint32_t size);
     void bookLetter(LinxSignal* signal, uint32_t size);
     void checkLetters();
+    void checkHunts();
     void checkArena(bool all);
     void closeAll();
+    LINX* openUnder(const std::string& name);
+    void openExtra(const std::string& name);
+    void closeHandle(LINX* handle);
 
     std::vector<const char*> names_;
-    std::array<linx::Endpoint*, maxActors> endpoints_{};
+    std::array<LINX*, maxActors> handles_{};
     std::array<linx::Spid, maxActors> spids_{};
     std::array<bool, maxActors> killed_{};
+    std::array<bool, maxActors> closed_{};                      ///< or about to be
+    std::vector<std::pair<LINX*, unsigned>> extras_;  ///< endpoints of nobody's act, and in whose process
+    bool slotsAreUsedAgain_ = false;
+    bool memoryRanOut_ = false;
+    std::array<bool, maxActors> said_{};
     std::array<std::array<unsigned, maxActors>, maxActors> begun_{};
     std::array<std::array<unsigned, maxActors>, maxActors> sent_{};
     std::array<std::array<unsigned, maxActors>, maxActors> received_{};
@@ -112,6 +156,7 @@ private:
     std::array<std::array<unsigned, maxActors>, maxActors> supervised_{};
     std::array<unsigned, maxActors> answered_{};
     std::array<unsigned, maxActors> hunted_{};
+    std::array<unsigned, maxActors> hunter_{};            ///< by whom
     std::vector<std::pair<LinxSignal*, unsigned>> held_;  ///< by whom
     std::array<std::vector<LinxSignal*>, maxActors> kept_;
     std::array<std::array<unsigned, maxActors>, maxActors> via_{};

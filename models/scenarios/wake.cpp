@@ -4,12 +4,8 @@
 namespace model {
 namespace {
 
-/// They have talked before: bells are open, and everybody is back to quiet.
 void openAcquainted(Stage& stage) {
-    stage.openFirst(2);
-    stage.as(1);
-    stage.send(0);
-    stage.drain(0);
+    stage.openAcquainted(2);
 }
 
 void sendTwo(Stage& stage) {

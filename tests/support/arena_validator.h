@@ -108,10 +108,11 @@ private:
     }
 
     void checkChain(uint32_t index, linx::Ref head, const char* kind) {
-        const linx::Spid spid = arena_.slot(index).life.loadRelaxed() & linx::spidMask;
         linx::stack::walk(arena_, head, [&](linx::Block& block, linx::Ref ref, uint32_t) {
             visitOnce(ref, kind + std::to_string(index));
-            if (block.owner.loadRelaxed() != (spid | linx::ownerTransit)) {
+            // Or on its way to an earlier user of the slot, from somebody who was held up.
+            const uint32_t owner = block.owner.loadRelaxed();
+            if ((owner & linx::ownerTransit) == 0 || linx::indexOf(owner) != index) {
                 say() << "block " << ref << " lies in the " << kind << index << " of another than its owner";
             }
             travelling_.insert(ref);
@@ -143,7 +144,7 @@ private:
                 if (common_.count(ref) == 0) say() << "block " << ref << " is common and in no common stack";
             } else if (owner == linx::ownerFree) {
                 if (!isLive(home)) sayLost() << "block " << ref << " is free at a home that has ended";
-            } else if (!isLive(owner & linx::spidMask)) {
+            } else if (travelling_.count(ref) == 0 && !isLive(owner & linx::spidMask)) {
                 sayLost() << "block " << ref << " is owned by " << owner << ", which has ended";
             } else if ((owner & linx::ownerTransit) != 0 && travelling_.count(ref) == 0) {
                 sayLost() << "block " << ref << " is on its way and nowhere";

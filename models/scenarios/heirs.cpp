@@ -1,0 +1,129 @@
+// Slots that are used again while somebody is still held up over their last user.
+
+#include "models/scenarios/scenario.h"
+#include "models/scenarios/stage.h"
+
+namespace model {
+namespace {
+
+constexpr unsigned late = 0;  ///< who is held up
+constexpr unsigned first = 1;
+constexpr unsigned heir = 2;  ///< gets the slot of the first
+
+void followFirst(Stage& stage) {
+    stage.awaitEnd(first);
+    stage.open(heir);
+}
+
+const Announced heirAndSender(Scenario{
+    "heir-and-sender",
+    "a slot's next user meets a signal to the one before, and is woken for its own",
+    {"sender", "first", "heir"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openFirst(2);
+        stage.as(late);
+        stage.send(first);
+        stage.drain(first);
+        stage.drain(late);
+        stage.fillSlots(late);
+    },
+    {[](Stage& stage) {
+         stage.send(first);
+         stage.awaitOpen(heir);
+         stage.send(heir);
+     },
+     [](Stage& stage) { stage.close(); },
+     [](Stage& stage) {
+         followFirst(stage);
+         stage.receiveFrom(late, 1);
+     }},
+});
+
+const Announced heirIsMet(Scenario{
+    "heir-is-met",
+    "who supervised the slot's last user writes to the next one, and is told of the end nevertheless",
+    {"supervisor", "first", "heir"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openFirst(2);
+        stage.as(late);
+        stage.supervise(first);
+        stage.fillSlots(late);
+    },
+    {[](Stage& stage) {
+         stage.awaitOpen(heir);
+         stage.send(heir);
+         stage.receiveUntilNotice(first);
+     },
+     [](Stage& stage) { stage.close(); }, followFirst},
+});
+
+/// The first has lent a block to the one who is held up over giving it back.
+void lendToLate(Stage& stage, unsigned keeper) {
+    stage.openFirst(2);
+    stage.as(first);
+    stage.keep();
+    stage.lendKept(late);
+    stage.drain(first);
+    stage.fillSlots(keeper);
+}
+
+void inherit(Stage& stage) {
+    followFirst(stage);
+    stage.keep();
+}
+
+const Announced heirAndFreer(Scenario{
+    "heir-and-freer",
+    "a slot's next user is given back a block of the one before",
+    {"freer", "first", "heir"},
+    0,
+    0,
+    "0",
+    true,
+    [](Stage& stage) { lendToLate(stage, late); },
+    {[](Stage& stage) { stage.freeKept(); }, [](Stage& stage) { stage.close(); }, inherit},
+});
+
+const Announced heirAndDyingFreer(Scenario{
+    "heir-and-dying-freer",
+    "the same by one who dies anywhere",
+    {"freer", "first", "heir"},
+    1u << late,
+    0,
+    "0",
+    true,
+    [](Stage& stage) { lendToLate(stage, first); },
+    {[](Stage& stage) { stage.freeKept(); }, [](Stage& stage) { stage.close(); }, inherit},
+});
+
+const Announced heirAndAnswerer(Scenario{
+    "heir-and-answerer",
+    "one who opens a hunted name dies anywhere; the next who opens it does so in the same slot",
+    {"hunter", "hunted", "hunted"},
+    1u << first,
+    0,
+    "0",
+    true,
+    [](Stage& stage) {
+        stage.openFirst(1);
+        stage.hunt(first);
+        stage.fillSlots(late, 1);
+    },
+    {[](Stage& stage) { stage.receive(); },
+     [](Stage& stage) {
+         stage.open(first);
+         stage.die();
+     },
+     followFirst},
+});
+
+}  // namespace
+}  // namespace model
