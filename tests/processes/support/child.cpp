@@ -38,7 +38,11 @@ Child::Child(const Body& body) {
     if (pid_ == -1) abort();
     line_ = std::make_unique<Line>(ends[pid_ == 0 ? 1 : 0]);
     close(ends[pid_ == 0 ? 0 : 1]);
-    if (pid_ != 0) return;
+    if (pid_ != 0) {
+        failures_.closeDescriptor();
+        return;
+    }
+    failures_.note();
     dieWithParent();
     body(*line_);
     std::fflush(nullptr);
@@ -51,8 +55,15 @@ Child::~Child() {
 
 void Child::kill9() {
     kill(pid_, SIGKILL);
-    waitFor(pid_, 0);
+    awaitEnd();
+}
+
+int Child::awaitEnd() {
+    const int status = waitFor(pid_, 0);
+    const std::string failures = failures_.text();
+    if (!failures.empty()) ADD_FAILURE() << "in process " << pid_ << ": " << failures;
     pid_ = -1;
+    return status;
 }
 
 void Child::stop() const {
@@ -84,7 +95,6 @@ void Child::awaitSleep() const {
 }
 
 int Child::exitStatus() {
-    const int status = waitFor(pid_, 0);
-    pid_ = -1;
+    const int status = awaitEnd();
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
