@@ -1,0 +1,48 @@
+#ifndef LINXIPC_TESTS_HOST_INTERPOSED_H
+#define LINXIPC_TESTS_HOST_INTERPOSED_H
+
+#include <time.h>
+
+#include <functional>
+
+/// What this program asks the kernel through the C library goes through here first: a test has something happen at
+/// such a moment, or has it fail.
+namespace linxtest::interposed {
+
+/// Done instead of giving way.
+extern std::function<void()> atYield;
+
+/// Done before a look at the clock.
+extern std::function<void()> atClock;
+
+/// How far the clock is ahead, in seconds; and the coarse one besides.
+extern time_t secondsAhead;
+extern time_t coarseSecondsAhead;
+
+/// Done before a file is opened below a directory; `name` is the one that was asked for.
+extern std::function<void(const char* name)> atOpen;
+
+/// Done before a file is locked or unlocked. Returns 0, or the errno value with which that fails.
+extern std::function<int()> atLock;
+
+/// Done before something is added to an epoll set. Returns 0, or the errno value with which that fails.
+extern std::function<int()> atWatch;
+
+/// Done before an epoll set is waited on in which there is nothing.
+extern std::function<void()> atSleep;
+
+/// Has nothing happen any more, and the clock go on.
+void reset();
+
+/// Keeps the clock at one moment while it lives.
+class StandingClock {
+public:
+    StandingClock();
+    ~StandingClock();
+    StandingClock(const StandingClock&) = delete;
+    StandingClock& operator=(const StandingClock&) = delete;
+};
+
+}  // namespace linxtest::interposed
+
+#endif
