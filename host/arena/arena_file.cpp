@@ -23,8 +23,7 @@ constexpr uint32_t maxMegabytes = 16384;  // the unit table's entries and the re
 constexpr uint32_t maxMadeMegabytes = sizeof(void*) < 8 ? 1024 : maxMegabytes;  // its maker has to map it
 
 uint32_t chosenUnits() {
-    const uint32_t megabytes =
-        numberFromEnvironment("LINX_ARENA_MB", minMegabytes, maxMegabytes, defaultMegabytes);
+    const uint32_t megabytes = numberFromEnvironment("LINX_ARENA_MB", minMegabytes, maxMegabytes, defaultMegabytes);
     return std::min(megabytes, maxMadeMegabytes) * unitsPerMegabyte;
 }
 
@@ -39,6 +38,10 @@ bool isMemoryLocked() {
     munmap(page, pageBytes);
     return locked;
 }
+
+constexpr uint64_t largestUnits = uint64_t{maxMegabytes} * unitsPerMegabyte;
+static_assert((firstPoolPage(largestUnits) + largestUnits) * linesPerUnit <= uint64_t{1} << refBits,
+              "every line of the largest arena has a reference");
 
 off_t fileBytes(uint32_t unitCount) {
     return (static_cast<off_t>(firstPoolPage(unitCount)) + static_cast<off_t>(unitCount)) * unitBytes;

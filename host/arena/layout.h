@@ -25,6 +25,8 @@ namespace linx {
 
 using Ref = uint32_t;  ///< a block, by the number of its first line; the first lines are the header, so 0 is none
 
+constexpr uint32_t refBits = 29;  ///< the arena has no more lines
+
 constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine of the other byte order
 constexpr uint32_t arenaVersion = 2;
 constexpr uint32_t maxNameLength = 255;
@@ -87,7 +89,8 @@ struct alignas(lineBytes) Slot {
     // Senders write.
     Word mailbox;    ///< last block pushed by a sender
     Word attention;  ///< whether a push must ring, see mailbox/attention.h
-    uint32_t pad0[14];
+    Word partings;   ///< counts how often the endpoint has ceased to watch somebody, see mailbox/introduction.h
+    uint32_t pad0[13];
 
     // Those who free this endpoint's blocks write.
     Word returned;       ///< last block given back

@@ -7,6 +7,7 @@
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
+#include "host/mailbox/introduction.h"
 
 namespace linx {
 namespace {
@@ -24,8 +25,6 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
         if (bell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
-        // Without the promise to watch: the descriptor goes with this call.
-        if (bell.get() != -1) bell::tell(bell.get(), found);
         signal->owner.storeRelease(hunter | ownerTransit);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
         // its mailbox by the time that somebody asks.
@@ -33,10 +32,10 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
         signal->sender.storeRelease(found);
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
         // push is (A) and the look (B).
-        if (stack::push(slot.mailbox, *signal, ref) != stack::closed) {
-            const int result =
-                attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
-                                [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
+        uint32_t introducedAt = introduction::never;
+        if (introduction::push(slot, bell.get(), found, *signal, ref, introducedAt) != stack::closed) {
+            const int result = attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
+                                               [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
             rung = result == 0 || result == EPIPE;
         }
     }

@@ -4,24 +4,30 @@
 #include "host/endpoint/endpoint.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
+#include "host/mailbox/introduction.h"
 
 /*
- * The operations as they go most of the time: no lock is wanted, nobody has to be woken, everybody is known. They lie in
- * a header, for linx.cpp, and call nothing, so that a signal passes through few instructions. One that finds things
- * otherwise leaves everything as it was; then the operation is done in full, from the start, by a function of its own.
+ * The operations as they go most of the time: no lock is wanted, nobody has to be woken, everybody is known. They lie
+ * in a header, for linx.cpp, and call nothing, so that a signal passes through few instructions. One that finds
+ * things otherwise leaves everything as it was; then the operation is done in full, from the start, by a function of
+ * its own.
  */
 namespace linx {
 
 inline bool Endpoint::enterAtOnce() {
-    if (entry_.load(std::memory_order_relaxed) != forks::stamp()) return false;
+    const uint32_t entry = entry_.load(std::memory_order_relaxed);
+    if (entry == inside) return false;
     entry_.store(inside, std::memory_order_relaxed);
-    return true;
+    forks::afterEntering();
+    if (entry == forks::stamp()) return true;
+    entry_.store(entry, std::memory_order_relaxed);
+    return false;
 }
 
 /// Whether it is the signal that the user was given last, and still has.
 inline bool Endpoint::isRecent(const LinxSignal* signal) const {
-    // If the block is still this endpoint's, nobody has made another of it. As numbers: the address may have nothing to do
-    // with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
+    // If the block is still this endpoint's, nobody has made another of it. As numbers: the address may have nothing
+    // to do with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
     return reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) ==
                reinterpret_cast<uintptr_t>(recent_.block) &&
            recent_.block->owner.loadRelaxed() == spid_;
@@ -66,8 +72,9 @@ inline bool Endpoint::senderAtOnce(const LinxSignal* signal, Spid& sender) const
     return true;
 }
 
-/// Pushes the signal onto the peer's mailbox.
-inline Endpoint::Posted Endpoint::post(const Held& held, Peer& peer) {
+/// Has `push` push the signal onto the mailbox in the peer's slot.
+template <class Push>
+Endpoint::Posted Endpoint::post(const Held& held, Peer& peer, Push push) {
     Slot& target = peer.slot;
     Slot& own = slot_;
     const Spid to = peer.spid;
@@ -79,8 +86,8 @@ inline Endpoint::Posted Endpoint::post(const Held& held, Peer& peer) {
     // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
     held.block->owner.storeRelease(to | ownerTransit);
-    const uint32_t before = stack::push(target.mailbox, *held.block, held.ref);
-    if (before == stack::closed) {
+    const uint32_t before = push(target);
+    if (stack::isRefused(before)) {
         held.block->owner.storeRelaxed(from);
         return Posted::refused;
     }
@@ -92,9 +99,15 @@ inline Endpoint::Posted Endpoint::post(const Held& held, Peer& peer) {
 
 inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
     Peer* peer = peers_.latest(to);
-    if (peer == nullptr || !peer->knowsUs || !isRecent(*signal) || !enterAtOnce()) return Posted::refused;
+    if (peer == nullptr || !isRecent(*signal) || !enterAtOnce()) return Posted::refused;
     const Held held = recent_;
-    const Posted posted = post(held, *peer);
+    const uint32_t introducedAt = peer->introducedAt;
+    const Posted posted =
+        introducedAt != peer->slot.partings.loadRelaxed()  // relaxed: the exchange on the tag decides
+            ? Posted::refused
+            : post(held, *peer, [&](Slot& target) {
+                  return stack::push(target.mailbox, *held.block, held.ref, introduction::tagAt(introducedAt));
+              });
     if (posted != Posted::refused) {
         *signal = nullptr;
         --held_;

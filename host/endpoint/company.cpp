@@ -21,8 +21,8 @@ constexpr uint32_t longestDebtPause = 1000;  ///< milliseconds
 
 }  // namespace
 
-/// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died. May bring signals to the queue:
-/// what an earlier user of its slot leaves.
+/// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died. May bring signals to the
+/// queue: what an earlier user of its slot leaves.
 Peer* Endpoint::acquaint(Spid spid) {
     Peer* peer = peers_.find(spid);
     if (peer != nullptr && !bell::isDead(peer->bell.get())) return peer;
@@ -49,20 +49,16 @@ Peer* Endpoint::acquaint(Spid spid) {
 /// What somebody has written into the bell.
 void Endpoint::hear(uint32_t record) {
     const Spid spid = record & spidMask;
-    if (spid == 0 || spid == spid_) return;
-    if ((record & bell::ended) != 0) {
-        missedEnds_ = true;
-    } else {
-        greet(spid, (record & bell::watching) != 0);
-    }
+    if (record == bell::ended) missedEnds_ = true;
+    if (spid != record || spid == 0 || spid == spid_) return;
+    greet(spid);
 }
 
-/// Watches a sender from now on. One who cannot be watched for want of descriptors or memory may still talk.
-void Endpoint::greet(Spid sender, bool watching) {
-    if (!isOpen(arena(), sender)) return;
-    Peer* peer = peers_.find(sender);
-    if (peer == nullptr) peer = acquaint(sender);
-    if (peer != nullptr && watching) peer->knowsUs = true;
+/// Watches a sender from now on. One that cannot be watched for want of descriptors or memory may still talk, and has
+/// to introduce itself each time.
+void Endpoint::greet(Spid sender) {
+    if (!isOpen(arena(), sender) || peers_.find(sender) != nullptr) return;
+    if (acquaint(sender) == nullptr && isOpen(arena(), sender)) introduction::revoke(slot());
 }
 
 bool Endpoint::hasEnded(const Peer& peer) const {
@@ -70,8 +66,8 @@ bool Endpoint::hasEnded(const Peer& peer) const {
     return peer.slot.life.loadAcquire() != (peer.spid | lifeOpen) || bell::isDead(peer.bell.get());
 }
 
-/// The peer in this slot has ended: what it had sent, then the notices of its end. Takes no lock: whoever has it may have
-/// been stopped. Out of memory, the peer stays as it is.
+/// The peer in this slot has ended: what it had sent, then the notices of its end. Takes no lock: whoever has it may
+/// have been stopped. Out of memory, the peer stays as it is.
 void Endpoint::bury(uint32_t index) {
     Peer* peer = peers_.inSlot(index);
     if (peer == nullptr) return;
@@ -129,8 +125,8 @@ bool Endpoint::reapDead(ColdSection::Patience patience) {
     return true;
 }
 
-/// Reaps those of whose death the kernel can tell, without delivering anything: for an allocation, whose memory they may
-/// have. Whether there were any. errno stays.
+/// Reaps those of whose death the kernel can tell, without delivering anything: for an allocation, whose memory they
+/// may have. Whether there were any. errno stays.
 bool Endpoint::reapKnownDead() {
     const int keptErrno = errno;
     constexpr int most = 64;
@@ -157,8 +153,8 @@ void Endpoint::ringOwed() {
     if (!owesRings_) nextEntry_ = forksSeen_;
 }
 
-/// Tries again what could not be done when it was due. While others wait for it, no receive sleeps for long; the rest can
-/// wait: who needs the name or the memory of the dead looks for them himself.
+/// Tries again what could not be done when it was due. While others wait for it, no receive sleeps for long; the rest
+/// can wait: who needs the name or the memory of the dead looks for them himself.
 void Endpoint::doChores() {
     if (owesRings_) ringOwed();
     reapDead(ColdSection::Patience::tryOnce);

@@ -30,6 +30,7 @@ namespace {
 /// half ready: it changes attention by exchanges that expect its own generation, and leaves a stray in the mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.attention.storeRelaxed(attention::word(spid, attention::quiet));
+    if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
     slot.takingMailbox.storeRelaxed(0);
     slot.takingReturned.storeRelaxed(0);
     slot.sending.storeRelaxed(0);
@@ -56,18 +57,6 @@ bool watchBell(int epoll, int bell) {
 bool duplicate(int descriptor, ScopedDescriptor& copy) {
     copy.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     return copy.get() != -1;
-}
-
-/// Tells of an end of which the kernel does not: forked copies of the bell keep it from its holders.
-void tellOfEnd(const Domain& domain, Spid ended) {
-    const Arena& arena = domain.arena();
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        const uint32_t life = arena.slot(i).life.loadAcquire();
-        if ((life & lifeOpen) == 0) continue;
-        const ScopedDescriptor bell(bell::open(domain.directory(), life & spidMask));
-        if (bell.get() != -1) bell::tell(bell.get(), ended | bell::ended);
-    }
 }
 
 }  // namespace
@@ -113,7 +102,8 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     spare.reset();
     insertName(arena, indexOf(spid));
     // Only now, so that a slot that is not opened after all takes nothing.
-    endpoint->slot().mailbox.storeRelaxed(stack::empty);
+    endpoint->slot().mailbox.storeRelaxed(stack::empty |
+                                          introduction::tagAt(endpoint->slot().partings.loadRelaxed()));
     endpoint->slot().returned.storeRelaxed(stack::empty);
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     endpoint->slot().life.storeRelease(spid | lifeOpen);
@@ -165,7 +155,7 @@ Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& 
       generation_(forks::generation()),
       forkRound_(slot_.forkRound.loadRelaxed()),
       pool_(*domain_, spid),
-      peers_(*domain_, epoll_.get()),
+      peers_(*domain_, slot_, epoll_.get()),
       budget_(LookingBudget::fromEnvironment()) {}
 
 Endpoint::~Endpoint() {
@@ -177,8 +167,8 @@ Endpoint::~Endpoint() {
     for (char* name : names_) std::free(name);
 }
 
-/// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its bell, must not
-/// touch what is another's by now.
+/// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its bell, must
+/// not touch what is another's by now.
 bool Endpoint::isStillOpen() const {
     return slot().life.loadRelaxed() == (spid_ | lifeOpen);
 }
@@ -190,7 +180,7 @@ void Endpoint::leaveDomain() {
     while (const Ref ref = timers_.takeAny()) discard(ref);
     while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
     pool_.takeReturned();  // or all of the arena would be looked through for it
-    end();  // where somebody has removed the domain nobody can look for this endpoint any more
+    end();                 // where somebody has removed the domain nobody can look for this endpoint any more
 }
 
 void Endpoint::end() {
@@ -203,8 +193,9 @@ void Endpoint::end() {
     reap(cold, dead_.data(), dead_.size());
     retire(cold, spid_, leavesNone ? Leftovers::none : Leftovers::held);
     bell_.reset();
-    // Whoever holds the bell has been told by that, unless a forked process still has a copy of it.
-    if (bell.get() == -1 || !bell::isDead(bell.get())) tellOfEnd(*domain_, spid_);
+    // Whoever holds the bell has been told by that, unless a forked process still has a copy of it. In the cold
+    // section: should this process die meanwhile, the repair tells.
+    if (bell.get() == -1 || !bell::isDead(bell.get())) tellOfEnds(*domain_);
 }
 
 void Endpoint::giveUpHunts() {
@@ -230,21 +221,38 @@ bool Endpoint::enter() {
     return enterAtOnce() || enterInDoubt();
 }
 
-/// The stamp is not the one with which one may enter.
+/// The stamp is not the one with which one may enter, or a thread is inside.
 bool Endpoint::enterInDoubt() {
-    const uint32_t entry = entry_.load(std::memory_order_relaxed);
-    if (entry == inside && isMaker()) {
+    uint32_t stamp;
+    if (!occupy(stamp)) {
         errno = EINVAL;
-        return false;
-    }
-    const bool forked = forksSeen_ != forks::stamp();
-    if (entry == inside || (forked && !claim())) {
+        if (isMaker()) return false;
+        bell_.reset();  // or the end of the process that has the endpoint would go unnoticed
         errno = ECHILD;
         return false;
     }
-    entry_.store(inside, std::memory_order_relaxed);
+    if (forksSeen_ != stamp && !claim(stamp)) {
+        exit();
+        errno = ECHILD;
+        return false;
+    }
     if (owesRings_) ringOwed();
     return true;
+}
+
+/// Stores that a thread is inside, unless one is already; a child that is made from then on finds it so. `stamp` is
+/// that of the process.
+bool Endpoint::occupy(uint32_t& stamp) {
+    for (;;) {
+        forks::awaitFork();
+        const uint32_t entry = entry_.load(std::memory_order_relaxed);
+        if (entry == inside) return false;
+        entry_.store(inside, std::memory_order_relaxed);
+        forks::afterEntering();
+        stamp = forks::stamp();
+        if (stamp != forks::forking) return true;
+        entry_.store(entry, std::memory_order_relaxed);
+    }
 }
 
 /// Whether this is the process that has the endpoint, or had it before a fork in which it was the parent.
@@ -254,7 +262,7 @@ bool Endpoint::isMaker() const {
 
 /// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
 /// One exchange decides and publishes nothing, so any order would do.
-bool Endpoint::claim() {
+bool Endpoint::claim(uint32_t stamp) {
     uint32_t round = forkRound_;
     const bool mayHave = !disowned_ && !forks::isSmuggled(generation_) && isStillOpen();
     if (!mayHave || !slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
@@ -262,8 +270,8 @@ bool Endpoint::claim() {
         return false;
     }
     forkRound_ += 1;
-    forksSeen_ = forks::stamp();
-    nextEntry_ = owesRings_ ? overdue : forksSeen_;
+    forksSeen_ = stamp;
+    nextEntry_ = owesRings_ ? overdue : stamp;
     generation_ = forks::generation();
     return true;
 }
@@ -277,13 +285,11 @@ void Endpoint::disown() {
 }
 
 Endpoint::Departure Endpoint::leave() {
-    const bool occupied = entry_.load(std::memory_order_relaxed) == inside;
-    if (occupied && isMaker()) {
+    uint32_t stamp;
+    if (!occupy(stamp)) {
         errno = EINVAL;
-        return Departure::refused;
-    }
-    if (occupied) {
-        bell_.reset();  // or the end of the process that has the endpoint would go unnoticed
+        if (isMaker()) return Departure::refused;
+        bell_.reset();  // as above
         return Departure::forgotten;
     }
     const bool isUnclaimed = !disowned_ && isStillOpen() && slot().forkRound.loadRelaxed() == forkRound_;
@@ -291,11 +297,9 @@ Endpoint::Departure Endpoint::leave() {
         disown();
         return Departure::leaves;
     }
-    if (disowned_ || forksSeen_ != forks::stamp()) {
-        if (!claim()) {
-            errno = ECHILD;
-            return Departure::stays;
-        }
+    if ((disowned_ || forksSeen_ != stamp) && !claim(stamp)) {
+        errno = ECHILD;
+        return Departure::stays;
     }
     return Departure::leaves;
 }

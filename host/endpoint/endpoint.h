@@ -31,16 +31,16 @@ public:
     Endpoint& operator=(const Endpoint&) = delete;
 
     /// Begins an operation, and ends it. False with errno when there can be none: EINVAL when a thread is inside one
-    /// already, ECHILD when the endpoint is another process's. After a fork it goes to whichever of the two enters first,
-    /// unless the child was made while a thread was inside: nobody knows what state its copy is in.
+    /// already, ECHILD when the endpoint is another process's. After a fork it goes to whichever of the two enters
+    /// first, unless the child was made while a thread was inside: nobody knows what state its copy is in.
     bool enter();
     void exit() { entry_.store(nextEntry_, std::memory_order_relaxed); }
 
     /// What linx_close finds.
     enum class Departure {
-        refused,   ///< with errno: a thread is inside an operation
-        stays,     ///< with errno ECHILD: the endpoint is another process's; the object goes
-        leaves,    ///< the object's end is that of the endpoint; or, in a child that has only inherited it, of the copy
+        refused,  ///< with errno: a thread is inside an operation
+        stays,    ///< with errno ECHILD: the endpoint is another process's; the object goes
+        leaves,  ///< the object's end is that of the endpoint; or, in a child that has only inherited it, of the copy
         forgotten  ///< the same for a copy that nobody may touch any more, not even to destroy it
     };
 
@@ -60,13 +60,13 @@ public:
     /// What has become of a signal on its way to a peer.
     enum class Posted {
         done,
-        refused,       ///< still here: the peer has ended, or it did not go at once
+        refused,       ///< still here: the peer has ended, or wants an introduction, or it did not go at once
         wantsRing,     ///< the peer asks to be rung for it
         wantsReminder  ///< the peer is to be rung though it does not ask
     };
 
-    // The same five as they go most of the time (at_once.h). They enter by themselves, and exit, and leave everything as
-    // it was where it does not go at once: null, false, `refused` and 0 say so. Addresses are not null.
+    // The same five as they go most of the time (at_once.h). They enter by themselves, and exit, and leave everything
+    // as it was where it does not go at once: null, false, `refused` and 0 say so. Addresses are not null.
     LinxSignal* allocateAtOnce(uint32_t size, uint32_t number);
     bool freeAtOnce(LinxSignal** signal);
     Posted sendAtOnce(LinxSignal** signal, Spid to);
@@ -117,7 +117,8 @@ private:
     void discard(Ref ref);
 
     // Sending (send.cpp).
-    Posted post(const Held& held, Peer& peer);
+    template <class Push>
+    Posted post(const Held& held, Peer& peer, Push push);
     int push(const Held& held, Peer& peer);
     int finish(const Held& held, Peer& peer, Posted posted);
     int ring(const Held& held, Peer& peer);
@@ -131,7 +132,7 @@ private:
     // Peers, their ends, and what this endpoint owes others (company.cpp).
     Peer* acquaint(Spid spid);
     void hear(uint32_t record);
-    void greet(Spid sender, bool watching);
+    void greet(Spid sender);
     bool hasEnded(const Peer& peer) const;
     void bury(uint32_t index);
     bool buryIfPossible(uint32_t index);
@@ -185,7 +186,8 @@ private:
 
     bool enterAtOnce();
     bool enterInDoubt();
-    bool claim();
+    bool occupy(uint32_t& stamp);
+    bool claim(uint32_t stamp);
     void disown();
     void leaveDomain();
     void end();
@@ -198,8 +200,8 @@ private:
 
     static Block noBlock;  ///< nobody's, and no signal's
 
-    static constexpr uint32_t inside = forks::unannounced;  ///< no stamp of a process that may enter
-    static constexpr uint32_t overdue = forks::never;       ///< the same; before the next operation something is owed
+    static constexpr uint32_t inside = forks::reserved + 1;   ///< a thread is inside an operation
+    static constexpr uint32_t overdue = forks::reserved + 2;  ///< before the next operation something is owed
 
     const std::shared_ptr<Domain> domain_;
     const Spid spid_;
@@ -226,14 +228,14 @@ private:
     bool byteIn_ = false;   ///< the bell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
 
-    bool waitFailed_ = false;    ///< somebody has closed what this endpoint waits on
-    bool missedEnds_ = false;    ///< peers have ended whose ends are still to be looked for
-    std::vector<Spid> dead_;     ///< to be reaped: the lock was taken when their ends were noticed
-    bool owesRings_ = false;     ///< somebody asked to be rung and could not be
-    bool owesAnswers_ = false;   ///< somebody hunts for this endpoint and could not be answered
-    uint32_t debtPause_ = 0;     ///< milliseconds until what is owed others is tried again
+    bool waitFailed_ = false;   ///< somebody has closed what this endpoint waits on
+    bool missedEnds_ = false;   ///< peers have ended whose ends are still to be looked for
+    std::vector<Spid> dead_;    ///< to be reaped: the lock was taken when their ends were noticed
+    bool owesRings_ = false;    ///< somebody asked to be rung and could not be
+    bool owesAnswers_ = false;  ///< somebody hunts for this endpoint and could not be answered
+    uint32_t debtPause_ = 0;    ///< milliseconds until what is owed others is tried again
 
-    uint32_t held_ = 0;              ///< signals that the user holds
+    uint32_t held_ = 0;               ///< signals that the user holds
     Held recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next
     LinxRef lastReference_ = 0;
     std::unordered_set<char*> names_;

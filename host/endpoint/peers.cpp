@@ -51,8 +51,8 @@ bool Peers::makeRoom() {
     return false;
 }
 
-/// Descriptors are given out the lowest first: the number of a new one tells how many are in use. When it is one of the
-/// last, which the rest of the process is going to need, another peer goes for this one.
+/// Descriptors are given out the lowest first: the number of a new one tells how many are in use. When it is one of
+/// the last, which the rest of the process is going to need, another peer goes for this one.
 void Peers::leaveReserve(ScopedDescriptor& bell) {
     rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) == -1 || limit.rlim_cur == RLIM_INFINITY) return;
@@ -68,6 +68,7 @@ bool Peers::partWithOldest() {
         if (peer.notices.empty() && (oldest == nullptr || peer.usedAt < oldest->usedAt)) oldest = &peer;
     });
     if (oldest == nullptr) return false;
+    introduction::revoke(own_);
     part(indexOf(oldest->spid));
     return true;
 }

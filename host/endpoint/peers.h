@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/arena/domain.h"
+#include "host/mailbox/introduction.h"
 
 namespace linx {
 
@@ -17,7 +18,7 @@ struct Peer {
     const Spid spid;
     Slot& slot;
     ScopedDescriptor bell;
-    bool knowsUs = false;      ///< it has been told of this endpoint, and watches it
+    uint32_t introducedAt = introduction::never;  ///< the count of its partings when it was told of this endpoint
     uint64_t lookedAt = 0;     ///< coarse milliseconds: when its bell was last asked whether it lives
     uint32_t stride = 0;       ///< sends that pass between two that ask the clock whether it is time for that
     uint32_t unasked = 0;      ///< how many of these are still to pass
@@ -28,8 +29,9 @@ struct Peer {
 /// The peers of an endpoint, one a slot. Belongs to the endpoint's thread.
 class Peers {
 public:
-    /// The epoll set in which bells are watched, tagged with the index of the peer's slot.
-    Peers(const Domain& domain, int epoll) : domain_(domain), epoll_(epoll) {}
+    /// `own` is the slot of the endpoint whose peers they are, `epoll` the set in which bells are watched, tagged
+    /// with the index of the peer's slot.
+    Peers(const Domain& domain, Slot& own, int epoll) : domain_(domain), own_(own), epoll_(epoll) {}
     ~Peers();
 
     /// The peer, if it is one already.
@@ -56,9 +58,9 @@ public:
     /// Forgets a peer.
     void part(uint32_t index);
 
-    /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now. It
-    /// comes from the peer that was used longest ago and is not supervised: it can be met again. errno stays where it
-    /// is not.
+    /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now.
+    /// It comes from the peer that was used longest ago and is not supervised: it can be met again. errno stays where
+    /// it is not.
     bool makeRoom();
 
     /// Takes any notice that has not been delivered; 0 when none is left.
@@ -87,6 +89,7 @@ private:
     bool partWithOldest();
 
     const Domain& domain_;
+    Slot& own_;
     const int epoll_;
     std::vector<std::unique_ptr<Peer>> peers_;  ///< by slot index
     size_t supervisions_ = 0;

@@ -107,7 +107,7 @@ bool Endpoint::look(uint64_t deadline) {
     uint64_t time = start;
     while (time < start + budget_.nanoseconds() && time < wake) {
         for (int i = 0; i < 32; ++i) {
-            if (slot().mailbox.loadRelaxed() > stack::closed) {  // relaxed: the take acquires
+            if (stack::holdsBlocks(slot().mailbox.loadRelaxed())) {  // relaxed: the take acquires
                 budget_.foundWhileLooking();
                 return true;
             }
@@ -128,7 +128,7 @@ bool Endpoint::giveWay(uint64_t wake) {
     const uint64_t start = now();
     if (start >= wake) return false;
     sched_yield();
-    const bool found = slot().mailbox.loadRelaxed() > stack::closed;  // relaxed: the take acquires
+    const bool found = stack::holdsBlocks(slot().mailbox.loadRelaxed());  // relaxed: the take acquires
     budget_.gaveWay(now() - start, found);
     return found;
 }
@@ -145,7 +145,7 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     if (queue_.size() != queued) return false;                               // somebody's end came with the bell
     slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C), see attention.h
     looking_ = false;
-    const bool sleeps = slot().mailbox.loadSeqCst() <= stack::closed && mayWait;  // (D)
+    const bool sleeps = !stack::holdsBlocks(slot().mailbox.loadSeqCst()) && mayWait;  // (D)
     const uint64_t start = mayWait ? now() : 0;
     // Also when a signal has forestalled the sleep: one may come each time, and time-outs and ends must not wait for
     // the last.
@@ -157,13 +157,13 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     return !mayWait || end >= deadline;
 }
 
-/// Who was sent the last signal said that it looks. Should it have come for its mail by now and has not, its attention
-/// word may have been garbled: nothing would wake it while this endpoint waits for its answer.
+/// Who was sent the last signal said that it looks. Should it have come for its mail by now and has not, its
+/// attention word may have been garbled: nothing would wake it while this endpoint waits for its answer.
 void Endpoint::remindUnrung() {
     Peer* peer = peers_.unrung();
     if (peer == nullptr) return;
     peers_.noteUnrung(nullptr);
-    if (peer->slot.mailbox.loadRelaxed() > stack::closed) bell::ring(peer->bell.get());
+    if (stack::holdsBlocks(peer->slot.mailbox.loadRelaxed())) bell::ring(peer->bell.get());
 }
 
 /// When a sleep must end because others wait for what is still owed them, which is tried less and less often.
@@ -208,7 +208,7 @@ void Endpoint::handleEvents(int milliseconds) {
 void Endpoint::takeMailbox() {
     if (takenChain_ != 0) queueTaken();  // what there was no memory for comes before what has come since
     Slot& own = slot();
-    if (own.mailbox.loadRelaxed() <= stack::closed || !isStillOpen()) return;  // relaxed: as in take
+    if (!stack::holdsBlocks(own.mailbox.loadRelaxed()) || !isStillOpen()) return;  // relaxed: as in take
     takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
     if (takenChain_ != 0) queueTaken();
 }
@@ -340,7 +340,7 @@ void Endpoint::makeDescriptorTrue() {
         silence();
         slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C)
         looking_ = false;
-        if (queue_.empty() && slot().mailbox.loadSeqCst() <= stack::closed) return;  // (D)
+        if (queue_.empty() && !stack::holdsBlocks(slot().mailbox.loadSeqCst())) return;  // (D)
     }
     if (looking_ || !byteIn_) raiseByte();
 }

@@ -44,9 +44,10 @@ int Endpoint::sendToStranger(const Held& held, Spid to) {
 }
 
 int Endpoint::push(const Held& held, Peer& peer) {
-    // Before the first push: from then on this process may die before it rings, and the peer must learn of that.
-    if (!peer.knowsUs) peer.knowsUs = bell::tell(peer.bell.get(), spid_ | bell::watching);
-    return finish(held, peer, post(held, peer));
+    return finish(held, peer, post(held, peer, [&](Slot& target) {
+                      return introduction::push(target, peer.bell.get(), spid_, *held.block, held.ref,
+                                                peer.introducedAt);
+                  }));
 }
 
 int Endpoint::finish(const Held& held, Peer& peer, Posted posted) {
@@ -73,8 +74,8 @@ int Endpoint::finishSend(Posted posted) {
 int Endpoint::ring(const Held& held, Peer& peer) {
     slot().rings.storeRelaxed(slot().rings.loadRelaxed() + 1);
     peers_.noteUnrung(nullptr);
-    const int result = attention::ring(peer.slot.attention, peer.slot.attention.loadSeqCst(), peer.spid, indexOf(spid_),
-                                       [&] { return bell::ring(peer.bell.get()); });
+    const int result = attention::ring(peer.slot.attention, peer.slot.attention.loadSeqCst(), peer.spid,
+                                       indexOf(spid_), [&] { return bell::ring(peer.bell.get()); });
     if (result == 0) return 0;
     if (bell::isDead(peer.bell.get())) return bounce(held, peer);
     oweRing();
@@ -95,8 +96,8 @@ int Endpoint::bounce(const Held& held, Peer& peer) {
     return -1;
 }
 
-/// A signal could not be pushed, since the peer has ended, or is about to: then it still has its name, and whoever is told
-/// of its end by now might find it again.
+/// A signal could not be pushed, since the peer has ended, or is about to: then it still has its name, and whoever is
+/// told of its end by now might find it again.
 int Endpoint::returnToSender(const Held& held, Peer& peer) {
     if (!isOpen(arena(), peer.spid)) buryIfPossible(indexOf(peer.spid));
     const int result = refuse(held, ECONNRESET);
@@ -113,9 +114,9 @@ int Endpoint::refuse(const Held& held, int reason) {
     return -1;
 }
 
-/// There is a backlog in the peer's mailbox, and it did not ask to be rung. It is rung nevertheless, at most once a tick
-/// of the kernel (of many sends in one tick fewer and fewer ask the clock): it may have died, which its bell tells, or
-/// somebody has garbled its attention word and it sleeps. False when it has died.
+/// There is a backlog in the peer's mailbox, and it did not ask to be rung. It is rung nevertheless, at most once a
+/// tick of the kernel (of many sends in one tick fewer and fewer ask the clock): it may have died, which its bell
+/// tells, or somebody has garbled its attention word and it sleeps. False when it has died.
 bool Endpoint::remind(Peer& peer) {
     const uint64_t now = coarseMilliseconds();
     const bool sameTick = peer.lookedAt == now;

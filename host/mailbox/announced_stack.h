@@ -13,49 +13,84 @@ namespace linx {
  * Taking is announced: the chain's head stands in a word beside the stack before the stack is emptied, and stays
  * there until every block of the chain has got its next owner. If the taker dies in between, its reaper finds the
  * chain.
+ *
+ * The upper bits of a head carry a tag, which its owner may change and which a push has to know: so a push can depend
+ * on what the owner has said before (T, see introduction.h). Where nothing is to be said the tag is 0.
  */
 namespace stack {
 
 constexpr uint32_t empty = 0;
-constexpr uint32_t closed = 1;  // line 1 lies in the header, so no block has this reference
+constexpr uint32_t closed = 1;    // lines 1 and 2 lie in the header, so no block has these references
+constexpr uint32_t retagged = 2;  // the answer to a push; no head
 
-/// Pushes a block that belongs to the caller, with its next owner already written. Returns the head found: `closed`
-/// when the stack takes nothing any more, and the block is still the caller's.
-inline uint32_t push(Word& head, Block& block, Ref ref) {
-    uint32_t seen = head.loadRelaxed();  // relaxed: only a guess, the exchange below checks it
+constexpr uint32_t refMask = (1u << refBits) - 1;
+
+constexpr uint32_t tagOf(uint32_t head) {
+    return head & ~refMask;
+}
+constexpr Ref refOf(uint32_t head) {
+    return head & refMask;
+}
+/// Whether a stack with this head holds blocks.
+constexpr bool holdsBlocks(uint32_t head) {
+    return refOf(head) > closed;
+}
+
+/// Whether a push that found `before` has not taken place.
+constexpr bool isRefused(uint32_t before) {
+    return before - closed <= retagged - closed;
+}
+
+/// Pushes a block that belongs to the caller, with its next owner already written. Returns the head found, without
+/// its tag; or, the block being still the caller's, `closed` when the stack takes nothing any more, and `retagged`
+/// when its tag is another than `tag`.
+inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
+    uint32_t found = head.loadRelaxed();  // relaxed: only a guess, the exchange below checks it
+    uint32_t seen;
     do {
+        seen = found ^ tag;
         if (seen == closed) return closed;
+        if (seen > refMask) return retagged;
         // Release: (G), pairs with walk(). The taker would be served by the exchange that follows.
         block.next.storeRelease(seen);
         // Release: (F), pairs with take; the taker reads the block's contents after the head, and those of the blocks
         // below, since all that changes the head is an exchange. Sequentially consistent: the pusher's next look at
         // the attention word must not come before it, see attention.h (A).
         // Dying before: the block stays the caller's, named by its slot's `sending`. After: it has been sent.
-    } while (!head.casSeqCst(seen, ref));
+    } while (!head.casSeqCst(found, ref | tag));
     return seen;
 }
 
 /// Takes the whole chain, leaving `leave` (empty or closed) behind, and returns its last block, or `empty`. The
 /// caller sets `taking` back to 0 once every block of the chain has its next owner.
 inline Ref take(Word& head, Word& taking, uint32_t leave) {
-    uint32_t seen = head.loadRelaxed();  // relaxed: as in push
-    while (seen != closed && (seen != empty || leave == closed)) {
+    uint32_t found = head.loadRelaxed();  // relaxed: as in push
+    for (Ref seen = refOf(found); seen != closed && (seen != empty || leave == closed); seen = refOf(found)) {
         // The exchange that follows is a release, so no one finds the stack emptied and this not said (H). Release:
         // (I), as the 0 that it may hide.
         // Dying before the exchange leaves the chain announced and in the stack; the reaper goes by the owner words
         // and counts no block twice.
         taking.storeRelease(seen);
-        if (head.casSeqCst(seen, leave)) return seen;  // acquire: (F)
+        if (head.casSeqCst(found, leave | tagOf(found))) return seen;  // acquire: (F)
     }
     taking.storeRelease(0);  // somebody else emptied the stack: what was announced is not this taker's; (I)
     return empty;
 }
 
-/// Calls `visit(block, ref, sizeClass)` for every block of a chain, the last one pushed first, until it returns false.
-/// Stops at what is not a block, and soon after it has begun to go round: whoever scribbled over the links shortens the
-/// walk, or has it visit some blocks a few times, nothing more. It is told by laps, each twice as long as the one
-/// before, that end early where they began: a bound by the number of blocks alone is too wide for walks that are made
-/// for each block of another.
+/// Gives the stack another tag, whatever is in it: from now on only those push who know it.
+inline void retag(Word& head, uint32_t tag) {
+    uint32_t found = head.loadRelaxed();  // relaxed: as in push
+    // Sequentially consistent, as every change of a head: what the owner looks for next in the stack was pushed
+    // before, or with this tag (T).
+    while (!head.casSeqCst(found, refOf(found) | tag)) {
+    }
+}
+
+/// Calls `visit(block, ref, sizeClass)` for every block of a chain, the last one pushed first, until it returns
+/// false. Stops at what is not a block, and soon after it has begun to go round: whoever scribbled over the links
+/// shortens the walk, or has it visit some blocks a few times, nothing more. It is told by laps, each twice as long
+/// as the one before, that end early where they began: a bound by the number of blocks alone is too wide for walks
+/// that are made for each block of another.
 template <class Visit>
 void walkWhile(const Arena& arena, Ref ref, Visit visit) {
     NearbyBlocks blocks(arena);
@@ -91,7 +126,7 @@ inline bool holds(const Arena& arena, const Word& head, const Word& taking, Ref 
     const auto compare = [&](Block&, Ref ref, uint32_t) { found = found || ref == wanted; };
     // The head first: a chain taken after this look was announced before it left the head. Acquires would do, (H) and
     // then (I); it is cold.
-    walk(arena, head.loadSeqCst(), compare);
+    walk(arena, refOf(head.loadSeqCst()), compare);
     if (!found) walk(arena, taking.loadSeqCst(), compare);
     return found;
 }

@@ -10,23 +10,17 @@ namespace linx {
  * reading and writing; whoever talks to it or supervises it holds it open for writing and learns from the kernel when
  * the last reader is gone. What is written are records of four bytes:
  *
- *    31         30        29                0
- *   +----------+---------+-------------------+
- *   | watching |  ended  |  spid; 0: a ring  |
- *   +----------+---------+-------------------+
- *
- * A sender introduces itself before its first signal. The endpoint then holds that one's bell in turn and learns of its
- * end: should the sender die after it has pushed a signal and before it has rung, its end is what wakes. `watching`
- * promises that the sender does the same already; one who only answers a hunt does not. `ended` tells of an end of
- * which the kernel does not, since copies of the bell live on in other processes.
+ *   0      a ring
+ *   spid   its endpoint introduces itself, before its first signal: this endpoint then holds that one's bell in turn
+ * and learns of its end; should it die after it has pushed a signal and before it has rung, its end is what wakes
+ *   ended  somebody has ended whose end the kernel does not tell, since copies of its bell live on in other processes
  *
  * Functions that open return a descriptor, or -1 with errno.
  */
 namespace bell {
 
-constexpr uint32_t watching = 1u << 31;
-constexpr uint32_t ended = 1u << 30;
-static_assert((spidMask & (watching | ended)) == 0, "a spid leaves room for the flags");
+constexpr uint32_t ended = 1u << 31;
+static_assert((spidMask & ended) == 0, "no spid is taken for it");
 
 constexpr uint32_t capacity = 1024;  ///< records that a bell holds
 
@@ -38,11 +32,11 @@ int open(int directory, Spid spid);
 
 void remove(int directory, Spid spid);
 
-/// Rings; a full bell is as good. Returns 0, EPIPE when the endpoint has ended, or another errno value when it could not
-/// be rung. Raises no SIGPIPE.
+/// Rings; a full bell is as good. Returns 0, EPIPE when the endpoint has ended, or another errno value when it could
+/// not be rung. Raises no SIGPIPE.
 int ring(int descriptor);
 
-/// Writes a record about an endpoint. False when that was not possible: the bell is full or its endpoint has ended.
+/// Writes a record other than a ring. False when that was not possible: the bell is full or its endpoint has ended.
 bool tell(int descriptor, uint32_t record);
 
 /// Takes up to `capacity` records out of one's own bell. Returns how many; so many that there may have been more, or

@@ -27,12 +27,23 @@ bool ringSleepers(const Domain& domain, uint32_t ringer) {
         const uint32_t life = slot.life.loadAcquire();
         const Spid to = life & spidMask;
         // These looks stand in for those of whoever pushed: (B) after (A).
-        if ((life & lifeOpen) == 0 || slot.mailbox.loadSeqCst() <= stack::closed) continue;
+        if ((life & lifeOpen) == 0 || !stack::holdsBlocks(slot.mailbox.loadSeqCst())) continue;
         const int result = attention::ring(slot.attention, slot.attention.loadSeqCst(), to, ringer,
                                            [&] { return ringByName(domain, to); });
         all = all && (result == 0 || result == EPIPE);
     }
     return all;
+}
+
+void tellOfEnds(const Domain& domain) {
+    const Arena& arena = domain.arena();
+    const uint32_t used = arena.usedSlots();
+    for (uint32_t i = 1; i <= used; ++i) {
+        const uint32_t life = arena.slot(i).life.loadAcquire();
+        if ((life & lifeOpen) == 0) continue;
+        const ScopedDescriptor bell(bell::open(domain.directory(), life & spidMask));
+        if (bell.get() != -1) bell::tell(bell.get(), bell::ended);
+    }
 }
 
 }  // namespace linx

@@ -5,6 +5,7 @@
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/bell.h"
+#include "host/mailbox/sleepers.h"
 #include "host/recovery/cold_section.h"
 #include "host/recovery/transit.h"
 
@@ -89,6 +90,7 @@ void repair(const ColdSection& cold) {
     rebuildEnded(arena);
     recountOpen(arena);
     removeStaleBells(arena, cold.domain().directory());
+    tellOfEnds(cold.domain());  // the one that died may have been about to
 }
 
 }  // namespace linx

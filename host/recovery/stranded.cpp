@@ -66,7 +66,7 @@ private:
         // The heads before what is being taken: a chain taken after the look at a head was announced before it left the
         // head (H).
         for (const Word* head : {&slot.mailbox, &slot.takingMailbox, &slot.returned, &slot.takingReturned}) {
-            stack::walkWhile(arena_, head->loadSeqCst(), [&](Block&, Ref ref, uint32_t) {
+            stack::walkWhile(arena_, stack::refOf(head->loadSeqCst()), [&](Block&, Ref ref, uint32_t) {
                 const auto found = std::lower_bound(first, last, ref,
                                                     [](const Sending& one, Ref wanted) { return one.ref < wanted; });
                 if (found != last && found->ref == ref) found->pushed = true;

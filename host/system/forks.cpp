@@ -1,7 +1,12 @@
 #include "host/system/forks.h"
 
+#include <linux/membarrier.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 namespace linx {
 namespace forks {
@@ -15,15 +20,36 @@ namespace {
 
 // Relaxed throughout: threads learn of a fork from their own next operation, and a child begins with one thread.
 
+pthread_mutex_t forkMutex = PTHREAD_MUTEX_INITIALIZER;  ///< of the thread that forks
+
 std::atomic<uint32_t> latestStamp{unannounced};  ///< survives where the page is wiped
 std::atomic<uint32_t> generations{0};
 std::atomic<uint32_t> firstOwnGeneration{0};
 
 void renewStamp() {
     uint32_t next = latestStamp.load(std::memory_order_relaxed) + 1;
-    while (next == unannounced || next == never) ++next;
+    while (next == unannounced || next >= reserved) ++next;
     latestStamp.store(next, std::memory_order_relaxed);
     detail::wipedPage.stamp.store(next, std::memory_order_relaxed);
+}
+
+/// Has every running thread of the process pass a barrier. Where the kernel knows no such thing, a thread that enters
+/// at the very instant of a fork may go unnoticed.
+void passBarriers(int command) {
+    const int keptErrno = errno;
+    syscall(SYS_membarrier, command, 0, 0);
+    errno = keptErrno;
+}
+
+void beforeFork() {
+    pthread_mutex_lock(&forkMutex);
+    detail::wipedPage.stamp.store(forking, std::memory_order_seq_cst);
+    passBarriers(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+}
+
+void afterForkInParent() {
+    renewStamp();
+    pthread_mutex_unlock(&forkMutex);
 }
 
 uint32_t enterGeneration() {
@@ -33,13 +59,15 @@ uint32_t enterGeneration() {
 void afterForkInChild() {
     enterGeneration();
     renewStamp();
+    pthread_mutex_unlock(&forkMutex);
 }
 
 int begin() {
     // Where the kernel knows no such advice, or has larger pages, such children go unnoticed.
     madvise(&detail::wipedPage, sizeof detail::wipedPage, MADV_WIPEONFORK);
     renewStamp();
-    return pthread_atfork(nullptr, renewStamp, afterForkInChild);
+    passBarriers(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED);
+    return pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
 }
 
 int ensureBegun() {
@@ -54,6 +82,13 @@ const int registered = ensureBegun();
 int atFork(void (*before)(), void (*inParent)(), void (*inChild)()) {
     ensureBegun();
     return pthread_atfork(before, inParent, inChild);
+}
+
+void awaitFork() {
+    while (stamp() == forking) {
+        pthread_mutex_lock(&forkMutex);
+        pthread_mutex_unlock(&forkMutex);
+    }
 }
 
 uint32_t generation() {

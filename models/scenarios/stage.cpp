@@ -238,7 +238,7 @@ void Stage::lendKept(unsigned to) {
 }
 
 bool Stage::hasEmptyMailbox(unsigned actor) const {
-    return arena().slot(linx::indexOf(spids_[actor])).mailbox.loadRelaxed() <= linx::stack::closed;
+    return !linx::stack::holdsBlocks(arena().slot(linx::indexOf(spids_[actor])).mailbox.loadRelaxed());
 }
 
 void Stage::awaitEnd(unsigned of) {

@@ -45,7 +45,7 @@ bool hasBeenWoken(LinxSpid spid) {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     const linx::Word& mailbox = domain->arena().slot(linx::indexOf(spid)).mailbox;
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
-    while (mailbox.loadAcquire() > linx::stack::closed) {
+    while (linx::stack::holdsBlocks(mailbox.loadAcquire())) {
         if (std::chrono::steady_clock::now() > limit) return false;
         sched_yield();
     }

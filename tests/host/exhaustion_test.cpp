@@ -11,6 +11,7 @@
 #include "tests/host/endpoints.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/few_descriptors.h"
+#include "tests/support/deliver.h"
 
 namespace linx {
 namespace {
@@ -83,7 +84,7 @@ TEST_F(ExhaustionTest, WhatWasSentToAnEarlierUserOfTheSlotIsStillThrownAway) {
     LinxSignal* signal = linx_alloc(sender, 4, 2);
     Block& stray = *blockOf(signal);
     stray.owner.storeRelease(earlier | ownerTransit);
-    stack::push(slotOf(receiver.spid).mailbox, stray, refOf(signal));
+    linxtest::deliver(slotOf(receiver.spid), stray, refOf(signal));
 
     newThatFails = 1;
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, 0, anySignal), -1);

@@ -16,6 +16,7 @@
 #include "host/recovery/cold_section.h"
 #include "host/recovery/transit.h"
 #include "tests/host/endpoints.h"
+#include "tests/support/deliver.h"
 
 namespace linx {
 namespace {
@@ -45,7 +46,7 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
         const Ref ref = arena.refOf(&block);
         slotOf(block.sender.loadRelaxed()).sending.storeRelaxed(ref);
         block.owner.storeRelease(receiver.spid | ownerTransit);
-        stack::push(slotOf(receiver.spid).mailbox, block, ref);
+        linxtest::deliver(slotOf(receiver.spid), block, ref);
         raise(SIGKILL);
     }
     LinxSignal* signal = nullptr;

@@ -6,6 +6,7 @@
 #include "host/recovery/retire.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/memory_arena.h"
+#include "tests/support/deliver.h"
 
 namespace linx {
 
@@ -55,7 +56,7 @@ protected:
     }
     void post(Ref ref, Spid from, Spid to) const {
         address(ref, from, to);
-        ASSERT_NE(stack::push(slotOf(to).mailbox, block(ref), ref), stack::closed);
+        ASSERT_TRUE(linxtest::deliver(slotOf(to), block(ref), ref));
     }
 
     void reapDead(Spid spid) const {

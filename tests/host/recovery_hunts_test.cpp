@@ -1,4 +1,5 @@
 #include "tests/host/recovery.h"
+#include "tests/support/deliver.h"
 
 namespace linx {
 namespace {
@@ -23,7 +24,7 @@ protected:
         hunt().hunter.storeRelaxed(live.spid | huntAnswering);
         block(signal).sender.storeRelaxed(opener);
     }
-    void push() const { stack::push(slotOf(live.spid).mailbox, block(signal), signal); }
+    void push() const { linxtest::deliver(slotOf(live.spid), block(signal), signal); }
 
     void expectStillPending() {
         repairAfterDeath();

@@ -10,6 +10,7 @@
 #include "host/pool/lease.h"
 #include "host/recovery/repair.h"
 #include "host/recovery/retire.h"
+#include "tests/support/deliver.h"
 
 namespace linx {
 namespace {
@@ -48,7 +49,7 @@ TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenBecomesCommonAndItsMailboxS
     reapDead(dead);
     EXPECT_TRUE(isCommon(ref));
     EXPECT_EQ(leasedLines(live.spid), before - 1);
-    EXPECT_EQ(slotOf(dead).mailbox.loadRelaxed(), stack::closed);
+    EXPECT_EQ(stack::refOf(slotOf(dead).mailbox.loadRelaxed()), stack::closed);
     EXPECT_EQ(slotOf(dead).returned.loadRelaxed(), stack::closed);
 }
 
@@ -317,7 +318,7 @@ TEST_F(RecoveryTest, MailMeantForAnEarlierUserOfTheSlotIsNotDelivered) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     address(blocks[0], dead, earlier);
-    stack::push(slotOf(live.spid).mailbox, block(blocks[0]), blocks[0]);
+    linxtest::deliver(slotOf(live.spid), block(blocks[0]), blocks[0]);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(dropped(live.spid), 1u);
     reapDead(dead);

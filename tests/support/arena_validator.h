@@ -123,10 +123,10 @@ private:
             if (slot.takingMailbox.loadRelaxed() != 0) say() << "slot " << i << " is still taking its mailbox";
             if (slot.takingReturned.loadRelaxed() != 0) say() << "slot " << i << " is still taking its returns";
             if (!isOpenSlot(i)) {
-                if (slot.mailbox.loadRelaxed() > linx::stack::closed) say() << "ended slot " << i << " has mail";
+                if (linx::stack::holdsBlocks(slot.mailbox.loadRelaxed())) say() << "ended slot " << i << " has mail";
                 continue;
             }
-            checkChain(i, slot.mailbox.loadRelaxed(), "mailbox ");
+            checkChain(i, linx::stack::refOf(slot.mailbox.loadRelaxed()), "mailbox ");
             checkChain(i, slot.returned.loadRelaxed(), "returned stack ");
         }
     }

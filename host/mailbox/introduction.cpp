@@ -1,0 +1,38 @@
+#include "host/mailbox/introduction.h"
+
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/bell.h"
+
+namespace linx {
+namespace introduction {
+namespace {
+
+constexpr int attempts = 64;  ///< the receiver would have to part between all of them
+
+}  // namespace
+
+void revoke(Slot& own) {
+    uint32_t count = own.partings.loadRelaxed() + 1;
+    if (count == never) ++count;
+    // Before the tag (T): whoever fails for the tag finds the count. One who finds the count first introduces itself
+    // through the bell, which this endpoint reads after it has ceased to watch.
+    own.partings.storeRelease(count);
+    stack::retag(own.mailbox, tagAt(count));
+}
+
+uint32_t push(Slot& target, int bell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt) {
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        const uint32_t count = target.partings.loadAcquire();  // (T)
+        // Before the introduction, which so was heard by whoever changes the tag from now on, or will be.
+        const uint32_t tag = stack::tagOf(target.mailbox.loadSeqCst());
+        if (introducedAt != count || attempt != 0) {
+            introducedAt = bell != -1 && bell::tell(bell, sender) ? count : never;
+        }
+        const uint32_t before = stack::push(target.mailbox, block, ref, tag);
+        if (before != stack::retagged) return before;
+    }
+    return stack::closed;
+}
+
+}  // namespace introduction
+}  // namespace linx

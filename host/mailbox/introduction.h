@@ -1,0 +1,37 @@
+#ifndef LINXIPC_HOST_MAILBOX_INTRODUCTION_H
+#define LINXIPC_HOST_MAILBOX_INTRODUCTION_H
+
+#include "host/arena/layout.h"
+
+namespace linx {
+
+/*
+ * A sender may be killed after it has pushed a signal and before it has rung. So nobody pushes whom the receiver does
+ * not watch: a sender introduces itself through the receiver's bell, and the receiver watches it from then on. Should
+ * the receiver cease to watch somebody, for want of descriptors, it counts a parting in its slot and then tags its
+ * mailbox with the count (T): a push with an older tag fails, and its sender introduces itself again.
+ *
+ * The tag has three bits. A push could be taken in by it if its sender were held up between its look at the count and
+ * its exchange while the receiver parts eight times, or a multiple of that, and were killed right behind it.
+ */
+namespace introduction {
+
+constexpr uint32_t never = 0;  ///< no count of partings: who is introduced at this one is not
+
+/// The tag of the mailbox of an endpoint that has parted so often.
+constexpr uint32_t tagAt(uint32_t partings) {
+    return partings << refBits;
+}
+
+/// Has everybody whom this endpoint watched introduce itself again. To be called before it ceases to watch.
+void revoke(Slot& own);
+
+/// Introduces `sender` to the endpoint of `target`, whose bell is open (-1: it has none any more), unless that was
+/// done at the present count, `introducedAt`; and pushes the block as stack::push does. Returns the same, but not
+/// `retagged`.
+uint32_t push(Slot& target, int bell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt);
+
+}  // namespace introduction
+}  // namespace linx
+
+#endif

@@ -1,0 +1,194 @@
+// Forks while other threads of the process are at work on its endpoints, and children that no fork handler is told
+// of.
+
+#include <dlfcn.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <thread>
+
+#include "tests/processes/support/child.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/shared.h"
+#include "tests/processes/support/signals.h"
+
+namespace {
+
+using ForkThreads = ProcessTest;
+
+constexpr uint32_t item = 100;
+constexpr uint32_t notice = 101;
+constexpr uint32_t anySignal[] = {0};
+
+bool isRefused(LINX* endpoint, int reason = ECHILD) {
+    return linx_alloc(endpoint, 4, item) == nullptr && errno == reason;
+}
+
+/// What a thread that works on an endpoint, and a child that was forked meanwhile, have seen.
+struct Contest {
+    std::atomic<uint32_t> begun;  ///< of the thread's operations
+    std::atomic<uint32_t> done;   ///< of those that were not refused
+    std::atomic<bool> childHasIt;
+    uint32_t doneAtFork;
+};
+
+/// Allocates and frees until that is refused.
+void workUntilRefused(LINX* endpoint, Contest& contest, const std::atomic<bool>& enough) {
+    for (uint32_t round = 1; !enough; ++round) {
+        contest.begun = round;
+        LinxSignal* signal = linx_alloc(endpoint, 4, item);
+        if (signal == nullptr) return;
+        contest.done = round;
+        if (linx_free_buf(endpoint, &signal) != 0) return;
+    }
+}
+
+/// Forks while a thread works on the endpoint. Whichever of the two gets it, it has to be one.
+void contend(LINX* endpoint, uint32_t headStart) {
+    const Shared<Contest> result;
+    Contest contest{};  // a child finds it as it was at the fork
+    std::atomic<bool> enough{false};
+    std::thread worker(workUntilRefused, endpoint, std::ref(contest), std::cref(enough));
+    while (contest.done < headStart) sched_yield();
+    const pid_t child = fork();
+    if (child == 0) {
+        dieWithParent();
+        result->doneAtFork = contest.done;
+        result->childHasIt = linx_alloc(endpoint, 4, item) != nullptr;
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    // The thread has to show now whether it still has the endpoint.
+    const uint32_t begun = contest.begun;
+    while (!result->childHasIt && contest.begun < begun + 2) sched_yield();
+    enough = true;
+    worker.join();
+    // The operation that was under way at the fork may have been counted after it.
+    EXPECT_TRUE(!result->childHasIt || contest.done <= result->doneAtFork + 1) << "both have had it";
+}
+
+TEST_F(ForkThreads, AnEndpointThatIsInUseNeverGetsTwoOwners) {
+    Child parent([](Line&) {
+        for (uint32_t round = 0; round < 100 && !testing::Test::HasFailure(); ++round) {
+            LINX* endpoint = linx_open(("forked" + std::to_string(round)).c_str(), 0, nullptr);
+            contend(endpoint, round % 16);
+            linx_close(endpoint);  // refused where it is the child's
+        }
+    });
+    EXPECT_EQ(0, parent.exitStatus());
+}
+
+/// A receive that another thread is in, for as long as this lives.
+class Receiving {
+public:
+    explicit Receiving(Endpoint& endpoint) : endpoint_(endpoint), thread_([this] { receive(); }) {
+        while (!isRefused(endpoint_, EINVAL)) sched_yield();
+    }
+    ~Receiving() {
+        Endpoint waker("waker");
+        EXPECT_EQ(0, send(waker, spid_, item));
+        thread_.join();
+    }
+
+private:
+    void receive() {
+        LinxSignal* signal = nullptr;
+        EXPECT_LT(0, linx_receive(endpoint_, &signal, anySignal));
+        EXPECT_EQ(0, linx_free_buf(endpoint_, &signal));
+    }
+
+    Endpoint& endpoint_;
+    const LinxSpid spid_ = spidOf(endpoint_);
+    std::thread thread_;
+};
+
+TEST_F(ForkThreads, AChildThatWasMadeWhileAThreadWasInsideIsRefused) {
+    Child parent([](Line&) {
+        Endpoint endpoint("forked");
+        const Receiving receiving(endpoint);
+        Child child([&](Line&) {
+            EXPECT_TRUE(isRefused(endpoint));
+            EXPECT_TRUE(isRefused(endpoint));
+            LinxSignal* signal = nullptr;
+            EXPECT_EQ(0u, linx_sender(endpoint, &signal));
+            EXPECT_EQ(ECHILD, errno);
+        });
+        EXPECT_EQ(0, child.exitStatus());
+    });
+    EXPECT_EQ(0, parent.exitStatus());
+}
+
+TEST_F(ForkThreads, OnceRefusedItDoesNotHideTheEndOfItsParent) {
+    Child parent([](Line& test) {
+        Endpoint endpoint("forked");
+        const Receiving receiving(endpoint);
+        Child survivor([&](Line& line) {
+            prctl(PR_SET_PDEATHSIG, 0);
+            alarm(3 * patience / 1000);  // should the test fail
+            EXPECT_TRUE(isRefused(endpoint));
+            line.tell();
+            pause();
+        });
+        survivor.hear();
+        test.tell(static_cast<uint32_t>(survivor.pid()));
+        test.hear();
+    });
+    const auto survivor = static_cast<pid_t>(parent.hear());
+    Endpoint supervisor("supervisor");
+    const LinxSpid spid = hunt(supervisor, "forked");
+    ASSERT_NE(0u, attach(supervisor, spid, notice));
+    parent.kill9();
+    EXPECT_EQ(spid, expectSignal(supervisor, notice).sender);
+    EXPECT_EQ(0, kill(survivor, SIGKILL));
+}
+
+/// A fork that calls no handlers, where the C library has one.
+pid_t forkUnannounced() {
+    using Fork = pid_t (*)();
+    const auto fork = reinterpret_cast<Fork>(dlsym(RTLD_DEFAULT, "_Fork"));
+    return fork == nullptr ? -1 : fork();
+}
+
+/// Whether `body` holds in such a child.
+template <class Body>
+void inUnannouncedChild(Body body) {
+    const pid_t child = forkUnannounced();
+    if (child == -1) GTEST_SKIP() << "no such fork here";
+    if (child == 0) _exit(body() ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+}
+
+TEST_F(ForkThreads, AChildThatNoHandlerWasToldOfIsRefused) {
+    Endpoint endpoint("forked");
+    LinxSignal* signal = linx_alloc(endpoint, 4, item);
+    inUnannouncedChild([&] { return isRefused(endpoint) && linx_sender(endpoint, &signal) == 0 && errno == ECHILD; });
+    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+}
+
+TEST_F(ForkThreads, SoIsOneThatWasMadeWhileAThreadWasInside) {
+    Endpoint endpoint("forked");
+    const Receiving receiving(endpoint);
+    inUnannouncedChild([&] {
+        LinxSignal* signal = nullptr;
+        return isRefused(endpoint) && linx_sender(endpoint, &signal) == 0 && errno == ECHILD;
+    });
+}
+
+TEST_F(ForkThreads, AChildThatNoHandlerWasToldOfMayOpenEndpointsOfItsOwn) {
+    Endpoint endpoint("forked");
+    inUnannouncedChild([] {
+        LINX* own = linx_open("own", 0, nullptr);
+        LinxSignal* signal = linx_alloc(own, 4, item);
+        return linx_free_buf(own, &signal) == 0 && linx_close(own) == 0;
+    });
+    LinxSignal* signal = linx_alloc(endpoint, 4, item);
+    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+}
+
+}  // namespace

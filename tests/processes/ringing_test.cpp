@@ -1,0 +1,148 @@
+// Senders that are killed between the push of a signal and the ring for it: whoever sleeps is woken by their ends.
+
+#include <signal.h>
+#include <sys/resource.h>
+
+#include "tests/processes/support/child.h"
+#include "tests/processes/support/last_ring.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/signals.h"
+#include "tests/support/few_descriptors.h"
+
+namespace {
+
+constexpr uint32_t item = 100;
+constexpr uint32_t last = 101;
+constexpr uint32_t anySignal[] = {0};
+
+class Ringing : public ProcessTest {
+    const linxtest::ScopedVariable spin_{"LINX_SPIN_US", "0"};
+};
+
+/// Receives without a limit until the last signal has come.
+void sleepUntilLast(LINX* endpoint) {
+    uint32_t number = 0;
+    while (number != last) {
+        LinxSignal* signal = nullptr;
+        ASSERT_LT(0, linx_receive(endpoint, &signal, anySignal));
+        number = signal->number;
+        EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+    }
+}
+
+/// The same in a poll loop.
+void pollUntilLast(Endpoint& endpoint) {
+    std::optional<Received> received;
+    while (!received || received->number != last) {
+        ASSERT_TRUE(endpoint.awaitReadable());
+        received = receive(endpoint, 0);
+    }
+}
+
+/// Sends the last signal, and rings for nothing.
+void sendUnrung(LINX* endpoint, LinxSpid to) {
+    dieAtNextRing();
+    send(endpoint, to, last);
+    kill(getpid(), SIGKILL);
+}
+
+/// The sleeper says that it has been woken, and ends.
+void expectWoken(Child& sleeper) {
+    sleeper.hear();
+    if (testing::Test::HasFailure()) return;
+    EXPECT_EQ(0, sleeper.exitStatus());
+}
+
+TEST_F(Ringing, AKnownSendersEndWakesASleeper) {
+    Child sleeper([](Line& test) {
+        Endpoint endpoint("sleeper");
+        test.tell(spidOf(endpoint));
+        expectSignal(endpoint, item);
+        test.tell();
+        sleepUntilLast(endpoint);
+        test.tell();
+    });
+    const LinxSpid spid = sleeper.hear();
+    Child sender([&](Line& test) {
+        Endpoint endpoint("sender");
+        EXPECT_EQ(0, send(endpoint, spid, item));
+        test.hear();
+        sendUnrung(endpoint, spid);
+    });
+    sleeper.hear();
+    sleeper.awaitSleep();
+    sender.tell();
+    EXPECT_EQ(-SIGKILL, sender.exitStatus());
+    expectWoken(sleeper);
+}
+
+/// A client that starts before its server: its hunt is answered by the server's opening.
+class EarlyClient : public Ringing, public testing::WithParamInterface<bool> {};
+
+TEST_P(EarlyClient, IsWatchedFromItsFirstSignalOn) {
+    Child client([](Line& test) {
+        Endpoint endpoint("client");
+        LinxSignal* none = nullptr;
+        EXPECT_EQ(0, linx_hunt(endpoint, "server", &none));
+        test.tell();
+        const LinxSpid server = expectSignal(endpoint, LINX_OS_HUNT_SIG).sender;
+        test.hear();
+        sendUnrung(endpoint, server);
+    });
+    client.hear();
+    Child server([](Line& test) {
+        Endpoint endpoint("server");
+        test.tell();
+        GetParam() ? pollUntilLast(endpoint) : sleepUntilLast(endpoint);
+        test.tell();
+    });
+    server.hear();
+    server.awaitSleep();
+    client.tell();
+    EXPECT_EQ(-SIGKILL, client.exitStatus());
+    expectWoken(server);
+}
+
+INSTANTIATE_TEST_SUITE_P(Waiting, EarlyClient, testing::Bool());
+
+/// A server that has ceased to watch its first client, since it has not the descriptors to watch them all.
+class CrowdedServer : public Ringing, public testing::WithParamInterface<bool> {
+protected:
+    static constexpr int crowd = 24;
+};
+
+TEST_P(CrowdedServer, IsWokenByTheEndOfAClientThatItHadToPartWith) {
+    Child server([](Line& test) {
+        Endpoint endpoint("server");
+        endpoint.descriptor();
+        const FewDescriptors few(crowd / 2);
+        test.tell(spidOf(endpoint));
+        for (int i = 0; i <= crowd; ++i) expectSignal(endpoint, item);
+        test.tell();
+        GetParam() ? pollUntilLast(endpoint) : sleepUntilLast(endpoint);
+        test.tell();
+    });
+    const LinxSpid spid = server.hear();
+    Child first([&](Line& test) {
+        Endpoint endpoint("first");
+        EXPECT_EQ(0, send(endpoint, spid, item));
+        test.tell();
+        test.hear();
+        sendUnrung(endpoint, spid);
+    });
+    first.hear();
+    std::vector<std::unique_ptr<Endpoint>> others;
+    for (int i = 0; i < crowd; ++i) {
+        others.push_back(std::make_unique<Endpoint>("other" + std::to_string(i)));
+        EXPECT_EQ(0, send(*others.back(), spid, item));
+    }
+    server.hear();
+    server.awaitSleep();
+    first.tell();
+    EXPECT_EQ(-SIGKILL, first.exitStatus());
+    expectWoken(server);
+}
+
+INSTANTIATE_TEST_SUITE_P(Waiting, CrowdedServer, testing::Bool());
+
+}  // namespace

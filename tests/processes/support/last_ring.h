@@ -1,0 +1,7 @@
+#ifndef LINXIPC_TESTS_PROCESSES_SUPPORT_LAST_RING_H
+#define LINXIPC_TESTS_PROCESSES_SUPPORT_LAST_RING_H
+
+/// Has this process killed instead of ringing anybody's bell: whatever it has pushed by then, it does not ring for.
+void dieAtNextRing();
+
+#endif
