@@ -267,13 +267,14 @@ TEST_F(ExhaustionTest, AHuntIsAnsweredOrItsSignalFreed) {
             const Linx absent("absent");
             EXPECT_EQ(sumOfAll(scene.one), answer.ok ? 107u : 100u);
         };
-        failEachNew(sendBefore, hunt, check);
+        EXPECT_GT(failEachNew(sendBefore, hunt, check), 0u) << name;
         const auto huntByDefault = [&](Scene& scene) { return answerOf(linx_hunt(scene.one, name, nullptr) == 0); };
         const auto checkDefault = [&](Scene& scene, Answer answer) {
             const Linx absent("absent");
             EXPECT_EQ(sumOfAll(scene.one), answer.ok ? static_cast<uint32_t>(LINX_OS_HUNT_SIG) : 0u);
         };
-        failEachNew(arrangeNothing, huntByDefault, checkDefault);
+        const bool mayWantMemory = name != std::string("absent");
+        EXPECT_EQ(failEachNew(arrangeNothing, huntByDefault, checkDefault) != 0, mayWantMemory) << name;
     }
 }
 
@@ -322,14 +323,15 @@ TEST_F(ExhaustionTest, TakingATimeoutBackAlwaysWorks) {
         const uint32_t another[] = {1, 12345};
         ASSERT_NE(reference = linx_request_tmo(scene.one, 0, nullptr), 0u);
         ASSERT_EQ(linx_receive_w_tmo(scene.one, &none, 0, another), 0);
-        for (int i = 0; i < 20; ++i) sendNumber(scene.one, scene.one.spid, 100);
+        // Taking it back empties the queue, so that the mailbox is looked into.
+        for (int i = 0; i < 20; ++i) sendNumber(scene.two, scene.one.spid, 100);
     };
     const auto cancel = [&](Scene& scene) { return answerOf(linx_cancel_tmo(scene.one, &reference) == 0); };
     const auto check = [&](Scene& scene, Answer answer) {
         EXPECT_TRUE(answer.ok);
         EXPECT_EQ(sumOfAll(scene.one), 2000u);
     };
-    failEachNew(letItFire, cancel, check);
+    EXPECT_GT(failEachNew(letItFire, cancel, check), 0u);
 }
 
 TEST_F(ExhaustionTest, WhatCannotBeReceivedNowIsReceivedLater) {

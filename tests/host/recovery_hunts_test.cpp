@@ -137,6 +137,45 @@ TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
     reapDead(dead);
 }
 
+TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
+    hunt().signal.storeRelaxed(signal + 1);
+    const Linx sought("sought");
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    block(signal).owner.storeRelaxed(live.spid);
+    LinxSignal* lost = &block(signal).signal;
+    EXPECT_EQ(linx_free_buf(live, &lost), 0);
+    reapDead(opener);
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
+    LinxSignal* held = linx_alloc(live, 4, 1);
+    hunt().signal.storeRelaxed(refOf(held));
+    const Linx sought("sought");
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_EQ(linx_free_buf(live, &held), 0);
+    block(signal).owner.storeRelaxed(live.spid);
+    LinxSignal* lost = &block(signal).signal;
+    EXPECT_EQ(linx_free_buf(live, &lost), 0);
+    reapDead(opener);
+}
+
+TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
+    const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
+    hunt().hunter.storeRelaxed(earlier);
+    block(signal).owner.storeRelaxed(earlier | ownerQueued);
+    const Linx sought("sought");
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_EQ(dropped(live.spid), 0u);
+    EXPECT_EQ(block(signal).owner.loadRelaxed(), earlier | ownerQueued);
+    block(signal).owner.storeRelaxed(live.spid);
+    LinxSignal* lost = &block(signal).signal;
+    EXPECT_EQ(linx_free_buf(live, &lost), 0);
+    reapDead(opener);
+}
+
 TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     const Spid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);

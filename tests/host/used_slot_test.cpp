@@ -62,7 +62,7 @@ protected:
     /// As one does who is about to send for the first time.
     void introduce(Spid spid, Spid to) const {
         const ScopedDescriptor bell(bell::open(joined->directory(), to));
-        EXPECT_TRUE(bell::tell(bell.get(), spid | bell::watching));
+        EXPECT_TRUE(bell::tell(bell.get(), spid));
     }
 
     /// Whoever sleeps is woken, and has missed something.
