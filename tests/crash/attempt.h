@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/crash/operations.h"
 #include "tests/crash/site.h"
+#include "tests/scene/operations.h"
 
 namespace crash {
 
@@ -18,7 +18,7 @@ struct Outcome {
 
 /// Has a process of its own end at the `site`th place of the operation, in a new domain with two bystanders at work,
 /// and looks at what they and the arena say afterwards. One that stops is killed later, when they have gone on.
-Outcome attempt(const Operation& operation, uint32_t site, End how);
+Outcome attempt(const scene::Operation& operation, uint32_t site, End how);
 
 }  // namespace crash
 

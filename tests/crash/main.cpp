@@ -24,35 +24,32 @@ struct Tally {
     uint32_t mostLeaked = 0;
 };
 
-/// Whether all is well after an end there.
-bool survive(const crash::Operation& operation, uint32_t site, End how, Tally& tally) {
+/// Has the process end there, or when it has done everything, and tells what is not well. Returns how many places it
+/// has come to at most.
+uint32_t tryEnd(const scene::Operation& operation, uint32_t site, End how, Tally& tally) {
     crash::Outcome outcome = crash::attempt(operation, site, how);
     if (outcome.leakedBlocks > 1) outcome.complaints.push_back(std::to_string(outcome.leakedBlocks) + " blocks leak");
+    const std::string where = site == crash::nowhere ? "its end" : std::to_string(site);
     for (const std::string& complaint : outcome.complaints) {
-        std::cout << operation.name << ", " << (how == End::kill ? "killed" : "stopped") << " at " << site << ": "
+        std::cout << operation.name << ", " << (how == End::kill ? "killed" : "stopped") << " at " << where << ": "
                   << complaint << std::endl;
     }
     tally.leaks += outcome.leakedBlocks;
     tally.mostLeaked = std::max(tally.mostLeaked, outcome.leakedBlocks);
     ++tally.sites;
     tally.survived += outcome.complaints.empty() ? 1 : 0;
-    return outcome.complaints.empty();
+    return outcome.places;
 }
 
-/// How many places the operation has: it may vary a little with what the others do.
-uint32_t countPlaces(const crash::Operation& operation) {
-    return crash::attempt(operation, crash::nowhere, End::kill).places;
-}
-
-void exercise(const crash::Operation& operation, uint32_t most, Tally& tally) {
-    const uint32_t places = countPlaces(operation);
+void exercise(const scene::Operation& operation, uint32_t most, Tally& tally) {
+    const uint32_t places = tryEnd(operation, crash::nowhere, End::kill, tally);  // varies with what the others do
     const uint32_t tried = most == 0 ? places : std::min(places, most);
     for (uint32_t i = 0; i < tried; ++i) {
         const uint32_t site = 1 + static_cast<uint32_t>(uint64_t{i} * places / tried);
-        survive(operation, site, End::kill, tally);
-        survive(operation, site, End::stop, tally);
+        tryEnd(operation, site, End::kill, tally);
+        tryEnd(operation, site, End::stop, tally);
     }
-    tally.places += 2 * places;
+    tally.places += 2 * places + 1;
     std::cout << operation.name << ": " << places << " places, " << tried << " tried" << std::endl;
 }
 
@@ -67,7 +64,7 @@ int main(int argc, char** argv) {
     app.add_option("--only", options.only, "the one operation to try");
     CLI11_PARSE(app, argc, argv);
     Tally tally;
-    for (const crash::Operation& operation : crash::operations) {
+    for (const scene::Operation& operation : scene::operations) {
         if (options.only.empty() || options.only == operation.name) exercise(operation, options.most, tally);
     }
     std::cout << tally.sites << " crash sites of " << tally.places << ", " << tally.survived << " survived, "

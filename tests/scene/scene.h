@@ -1,12 +1,14 @@
-#ifndef LINXIPC_TESTS_CRASH_SCENE_H
-#define LINXIPC_TESTS_CRASH_SCENE_H
+#ifndef LINXIPC_TESTS_SCENE_SCENE_H
+#define LINXIPC_TESTS_SCENE_SCENE_H
 
 #include <atomic>
 
 #include "tests/processes/support/shared.h"
 #include "tests/processes/support/signals.h"
 
-namespace crash {
+/// What happens around an operation in which something befalls its process, the victim: two bystanders are at work,
+/// and say afterwards whether they took notice.
+namespace scene {
 
 // Signal numbers.
 constexpr uint32_t item = 100;    ///< between the bystanders, numbered, and back
@@ -15,9 +17,12 @@ constexpr uint32_t gift = 102;    ///< from a bystander to the victim
 constexpr uint32_t parcel = 103;  ///< from the victim to a bystander
 constexpr uint32_t found = 104;   ///< answers the hunt for the victim
 constexpr uint32_t notice = 105;
+constexpr uint32_t echo = 106;  ///< from the victim to the second bystander, and back
+constexpr uint32_t ask = 107;   ///< asks the first bystander for gifts
+constexpr uint32_t wake = 108;  ///< the same, to be given when the victim has slept more often than it says
 
 constexpr char victimName[] = "victim";
-constexpr uint32_t gifts = 3;
+constexpr uint32_t gifts = 3;  ///< that the victim gets at first, and each time that it asks
 
 /// What the first bystander does while the victim acts.
 enum class Stance {
@@ -28,17 +33,19 @@ enum class Stance {
 
 /// What the processes of one attempt share.
 struct Progress {
-    Count ended;      ///< 1 when the victim is about to be killed or stopped
     Count exchanged;  ///< signals that went to and fro between the bystanders
+    Count parcels;    ///< that they have received
+    std::atomic<bool> victimActed;
     std::atomic<bool> victimEnded;
 };
 
 /// The first bystander. `victimIsOpen`: there is a victim when it is told so, before the victim acts.
 void conduct(Progress& progress, Stance stance, bool victimIsOpen, Line& parent);
 
-/// The second bystander: tells its spid, and sends back what it gets from the first. It never talks to the victim.
-void mirror(Line& parent);
+/// The second bystander: tells its spid, and sends back what it gets to be sent back. It never begins to talk to the
+/// victim.
+void mirror(Progress& progress, Line& parent);
 
-}  // namespace crash
+}  // namespace scene
 
 #endif

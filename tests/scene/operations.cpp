@@ -1,0 +1,43 @@
+#include "tests/scene/operations.h"
+
+#include <cerrno>
+
+#include "host/mailbox/attention.h"
+
+namespace scene {
+
+const std::vector<Operation> operations = {
+    {"open", Stance::working, "1000", true, Corpse::none, nothing, openSelf},
+    {"open, a hunter asleep", Stance::asleep, "0", true, Corpse::none, nothing, openSelf},
+    {"open after a dead one", Stance::working, "1000", false, Corpse::atRest, nothing, openCorpse},
+    {"open, mending", Stance::working, "1000", false, Corpse::holdingLock, nothing, openCorpse},
+    {"hunt, answered", Stance::working, "1000", false, Corpse::none, nothing, huntMirror},
+    {"hunt, pending", Stance::working, "1000", false, Corpse::none, nothing, huntNobody},
+    {"alloc", Stance::working, "1000", false, Corpse::none, nothing, allocateSmall},
+    {"alloc, many", Stance::working, "1000", false, Corpse::none, lend, allocateMany},
+    {"alloc, leasing", Stance::working, "1000", false, Corpse::none, nothing, allocateLarge},
+    {"alloc, reclaiming", Stance::working, "1000", false, Corpse::none, cutArena, allocateLarge},
+    {"send, receiver asleep", Stance::away, "0", false, Corpse::none, holdOneForSleeper, sendToMirror},
+    {"send, supervisor asleep", Stance::asleep, "0", false, Corpse::none, holdOneUntil<linx::attention::quiet>,
+     sendToConductor},
+    {"send, receiver looking", Stance::working, "1000", false, Corpse::none, holdOneUntil<linx::attention::looking>,
+     sendToConductor},
+    {"send, receiver busy", Stance::away, "1000", false, Corpse::none, holdOneUntil<linx::attention::rung>,
+     sendToConductor},
+    {"send to a dead one", Stance::working, "1000", false, Corpse::atRest, holdOne, sendToCorpse, ECONNRESET},
+    {"receive", Stance::working, "1000", false, Corpse::none, nothing, receiveAny},
+    {"receive, in vain", Stance::working, "0", false, Corpse::none, emptyQueue, receiveAny},
+    {"pass on", Stance::working, "1000", false, Corpse::none, holdForeign, sendToMirror},
+    {"free at home", Stance::working, "1000", false, Corpse::none, holdOne, freeAll},
+    {"free at home, too much", Stance::working, "1000", false, Corpse::none, holdLarge, freeAll},
+    {"free away", Stance::working, "1000", false, Corpse::none, holdForeign, freeAll},
+    {"attach", Stance::working, "1000", false, Corpse::none, holdOne, attachMirror},
+    {"attach to a dead one", Stance::working, "1000", false, Corpse::atRest, holdOne, attachCorpse},
+    {"time-out", Stance::working, "1000", false, Corpse::none, nothing, askTimeout},
+    {"time-out, received", Stance::working, "1000", false, Corpse::none, haveDueTimeout, receiveAny},
+    {"cancel", Stance::working, "1000", false, Corpse::none, haveTimeout, cancelTimeout},
+    {"close", Stance::working, "1000", false, Corpse::none, haveMuch, close},
+    {"close, supervisor asleep", Stance::asleep, "0", false, Corpse::none, haveMuch, close},
+};
+
+}  // namespace scene

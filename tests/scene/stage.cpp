@@ -1,0 +1,80 @@
+#include "tests/scene/stage.h"
+
+#include <signal.h>
+
+#include <cstdlib>
+
+#include "tests/support/aftermath.h"
+
+namespace scene {
+namespace {
+
+LinxSpid leaveCorpse(Corpse kind, const std::function<void()>& dieInside) {
+    Child corpse([&](Line& parent) {
+        parent.tell(becomeCorpse());
+        parent.hear();
+        if (kind == Corpse::holdingLock) dieInside();
+        kill(getpid(), SIGKILL);
+    });
+    const LinxSpid spid = corpse.hear();
+    corpse.tell();
+    if (corpse.exitStatus() != -SIGKILL) std::abort();
+    return spid;
+}
+
+/// Whether somebody who does nothing but receive comes for what was sent to him.
+bool hasBeenWoken(LinxSpid spid) {
+    const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
+    const linx::Word& mailbox = domain->arena().slot(linx::indexOf(spid)).mailbox;
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
+    while (linx::stack::holdsBlocks(mailbox.loadAcquire())) {
+        if (std::chrono::steady_clock::now() > limit) return false;
+        sched_yield();
+    }
+    return true;
+}
+
+}  // namespace
+
+Stage::Stage(const Operation& operation)
+    : operation_(operation),
+      size_("LINX_ARENA_MB", "4"),
+      looking_("LINX_SPIN_US", operation.looking),
+      second_([this](Line& parent) { mirror(progress(), parent); }),
+      mirror_(second_.hear()),
+      first_([this](Line& parent) { conduct(progress(), operation_.stance, !operation_.opens, parent); }) {
+    first_.hear();
+}
+
+LinxSpid Stage::enter(const Child& victim, const std::function<void()>& dieInside) {
+    victim.hear();
+    first_.tell();
+    first_.hear();
+    return operation_.corpse == Corpse::none ? 0 : leaveCorpse(operation_.corpse, dieInside);
+}
+
+bool Stage::othersGoOn() const {
+    const uint32_t before = progress().exchanged;
+    return operation_.stance != Stance::working || progress().exchanged.reaches(before + 16);
+}
+
+Outcome Stage::end() {
+    Outcome outcome;
+    const auto complainUnless = [&](bool well, const char* text) {
+        if (!well) outcome.complaints.push_back(text);
+    };
+    if (operation_.stance != Stance::working) {
+        complainUnless(hasBeenWoken(mirror_), "the second bystander sleeps over its mail");
+    }
+    if (operation_.opens) linx_close(linx_open(victimName, 0, nullptr));  // answers a hunt that is still pending
+    progress().victimEnded = true;
+    complainUnless(first_.exitStatus() == 0, "the first bystander fails");
+    complainUnless(second_.exitStatus() == 0, "the second bystander fails");
+    const linxtest::Aftermath left = linxtest::lookAtAftermath();
+    outcome.leakedBlocks = left.leakedBlocks;
+    outcome.complaints.insert(outcome.complaints.end(), left.disorder.begin(), left.disorder.end());
+    for (const std::string& file : domain_.leftovers()) outcome.complaints.push_back("left behind: " + file);
+    return outcome;
+}
+
+}  // namespace scene
