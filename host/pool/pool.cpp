@@ -47,15 +47,22 @@ Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
 
 /// A free block of exactly this class, if there is one.
 Block* Pool::take(uint32_t sizeClass, Ref& ref) {
-    while ((ref = free_[sizeClass]) != 0) {
+    uint32_t& count = count_[sizeClass];
+    // No more than were put in: links that somebody scribbled over may lead round and round.
+    for (uint32_t left = std::min(count, arena().maxBlocks()); left != 0 && free_[sizeClass] != 0; --left) {
+        ref = free_[sizeClass];
         Block* block = arena().rawBlock(ref);
         const Ref next = block->next.loadRelaxed();
         uint32_t found;
         // A link that leads nowhere ends the list.
         free_[sizeClass] = nearby_.at(next, found) != nullptr && found == sizeClass ? next : 0;
-        --count_[sizeClass];
+        --count;
         if (isFreeHere(*block)) return block;
+        lostSome_ = true;  // it was counted in the place of another
     }
+    lostSome_ = lostSome_ || count != 0;
+    count = 0;
+    free_[sizeClass] = 0;
     return nullptr;
 }
 
@@ -85,11 +92,12 @@ uint32_t Pool::countLines() {
     return mostLines_;
 }
 
-/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody gave
-/// it back who was held up.
+/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
+/// gave it back who was held up.
 void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
     const uint32_t lines = sizeClasses[sizeClass].lines;
-    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is larger.
+    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
+    // larger.
     slot().leasedLines.addRelaxed(lines);
     block.home.storeRelease(home_);
     if (isOpen(arena(), home)) arena().slot(indexOf(home)).leasedLines.addRelaxed(0u - lines);
@@ -129,8 +137,8 @@ void Pool::takeReturned() {
     own.returnedLines.storeRelaxed(0);  // also where it is wrong: two who give back at once may overwrite each other
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
-    // The order turns round: the block that came home first is used first, which the other processor has had the most time
-    // to let go of. With the last one first a stream of small signals takes half as long again.
+    // The order turns round: the block that came home first is used first, which the other processor has had the most
+    // time to let go of. With the last one first a stream of small signals takes half as long again.
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
         const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
         if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
