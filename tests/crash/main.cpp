@@ -28,7 +28,8 @@ struct Tally {
 /// has come to at most.
 uint32_t tryEnd(const scene::Operation& operation, uint32_t site, End how, Tally& tally) {
     crash::Outcome outcome = crash::attempt(operation, site, how);
-    if (outcome.leakedBlocks > 1) outcome.complaints.push_back(std::to_string(outcome.leakedBlocks) + " blocks leak");
+    if (outcome.leakedBlocks != 0)
+        outcome.complaints.push_back(std::to_string(outcome.leakedBlocks) + " blocks leak");
     const std::string where = site == crash::nowhere ? "its end" : std::to_string(site);
     for (const std::string& complaint : outcome.complaints) {
         std::cout << operation.name << ", " << (how == End::kill ? "killed" : "stopped") << " at " << where << ": "

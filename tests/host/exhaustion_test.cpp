@@ -9,9 +9,9 @@
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/bell.h"
 #include "tests/host/endpoints.h"
+#include "tests/support/deliver.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/few_descriptors.h"
-#include "tests/support/deliver.h"
 
 namespace linx {
 namespace {
