@@ -112,30 +112,34 @@ TEST_F(UsedSlotTest, CountsForksFromWhereItsEarlierUserEnded) {
 }
 
 TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
-    Linx first("first");
-    int go[2];
-    ASSERT_EQ(pipe(go), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        char byte;
-        LinxSignal* signal = nullptr;
-        const bool told = read(go[0], &byte, 1) == 1;
-        const bool refused = linx_receive_w_tmo(first, &signal, 0, anySignal) == -1 && errno == ECHILD;
-        _exit(told && refused && linx_close(first) == -1 && errno == ECHILD ? 0 : 1);
+    for (const bool sameRound : {false, true}) {
+        Linx first("first");
+        const Spid ended = first.spid;
+        const uint32_t round = slotOf(ended).forkRound.loadRelaxed();
+        int go[2];
+        ASSERT_EQ(pipe(go), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            char byte;
+            LinxSignal* signal = nullptr;
+            const bool told = read(go[0], &byte, 1) == 1;
+            const bool refused = linx_receive_w_tmo(first, &signal, 0, anySignal) == -1 && errno == ECHILD;
+            _exit(told && refused && linx_close(first) == -1 && errno == ECHILD ? 0 : 1);
+        }
+        first.reset();
+        const Linx next = openInSlotOf(ended);
+        if (sameRound) slotOf(next.spid).forkRound.storeRelaxed(round);  // as after very many users
+        for (uint32_t number = 1; number <= 5; ++number) sendNumber(next, next.spid, number);
+        const Linx sender("sender");
+        for (uint32_t number = 6; number <= 10; ++number) sendNumber(sender, next.spid, number);
+        ASSERT_EQ(write(go[1], "", 1), 1);
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+        for (uint32_t number = 1; number <= 10; ++number) EXPECT_EQ(receiveNumber(next), number);
+        close(go[0]);
+        close(go[1]);
     }
-    const Spid ended = first.spid;
-    first.reset();
-    const Linx next = openInSlotOf(ended);
-    for (uint32_t number = 1; number <= 5; ++number) sendNumber(next, next.spid, number);
-    const Linx sender("sender");
-    for (uint32_t number = 6; number <= 10; ++number) sendNumber(sender, next.spid, number);
-    ASSERT_EQ(write(go[1], "", 1), 1);
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    for (uint32_t number = 1; number <= 10; ++number) EXPECT_EQ(receiveNumber(next), number);
-    close(go[0]);
-    close(go[1]);
 }
 
 TEST_F(UsedSlotTest, GetsNothingThatIsSentToItsEarlierUser) {

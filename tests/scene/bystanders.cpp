@@ -32,6 +32,8 @@ public:
         progress_.exchanged = returned_;
     }
 
+    LinxSpid spid() const { return spidOf(endpoint_); }
+
     void awaitVictim() {
         while (founds_ == 0) ASSERT_TRUE(take()) << "the victim is not found";
         for (uint32_t i = 0; i < gifts; ++i) ASSERT_EQ(0, send(endpoint_, victim_, gift, {i}));
@@ -57,6 +59,9 @@ public:
         for (int i = 0; i < 4; ++i) exchange();
         successor.close();
         while (notices_ < attaches_) ASSERT_TRUE(take()) << "an end is not told";
+    }
+
+    void finish() {
         ASSERT_EQ(0, send(endpoint_, mirror_, end));
         while (!ended_) ASSERT_TRUE(take()) << "the last signal is lost";
         while (take(0)) {
@@ -139,12 +144,15 @@ private:
 
 void conduct(Progress& progress, Stance stance, bool victimIsOpen, Line& parent) {
     Conductor conductor(progress);
-    parent.tell();
+    parent.tell(conductor.spid());
     parent.hear();
     if (victimIsOpen) conductor.awaitVictim();
     parent.tell();
     conductor.pause(stance);
     conductor.goOn();
+    parent.tell();
+    parent.hear();
+    conductor.finish();
 }
 
 void mirror(Progress& progress, Line& parent) {

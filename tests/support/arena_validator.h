@@ -1,10 +1,11 @@
 #ifndef LINXIPC_TESTS_SUPPORT_ARENA_VALIDATOR_H
 #define LINXIPC_TESTS_SUPPORT_ARENA_VALIDATOR_H
 
-#include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/arena/common_stacks.h"
@@ -91,7 +92,16 @@ private:
         }
     }
 
-    bool visitOnce(linx::Ref ref, const std::string& place) {
+    /// Where a block lies.
+    struct Place {
+        const char* kind;
+        uint32_t number;
+        friend std::ostream& operator<<(std::ostream& out, const Place& place) {
+            return out << place.kind << ' ' << place.number;
+        }
+    };
+
+    bool visitOnce(linx::Ref ref, const Place& place) {
         const auto [known, isNew] = places_.insert({ref, place});
         if (!isNew) say() << "block " << ref << " is in " << place << " and in " << known->second;
         return isNew;
@@ -108,7 +118,7 @@ private:
                     say() << "common stack " << c << " holds " << ref << ", which is not its own";
                     break;
                 }
-                if (!visitOnce(ref, "common stack " + std::to_string(c))) break;
+                if (!visitOnce(ref, {"common stack", c})) break;
                 common_.insert(ref);
                 lines += linx::linesOfClass(c);
                 ref = block->next.loadRelaxed();
@@ -121,9 +131,9 @@ private:
     void checkChain(uint32_t index, linx::Ref head, const char* kind) {
         const linx::Spid spid = arena_.slot(index).life.loadRelaxed() & linx::spidMask;
         linx::stack::walk(arena_, head, [&](linx::Block& block, linx::Ref ref, uint32_t) {
-            visitOnce(ref, kind + std::to_string(index));
+            visitOnce(ref, {kind, index});
             if (block.owner.loadRelaxed() != (spid | linx::ownerTransit)) {
-                say() << "block " << ref << " lies in the " << kind << index << " of another than its owner";
+                say() << "block " << ref << " lies in the " << Place{kind, index} << " of another than its owner";
             }
             travelling_.insert(ref);
         });
@@ -161,8 +171,8 @@ private:
         if (linx::stack::tagOf(mailbox) != linx::introduction::tagAt(slot.partings.loadRelaxed())) {
             say() << "the mailbox of slot " << i << " has not the tag of its partings";
         }
-        checkChain(i, linx::stack::refOf(mailbox), "mailbox ");
-        checkChain(i, slot.returned.loadRelaxed(), "returned stack ");
+        checkChain(i, linx::stack::refOf(mailbox), "mailbox");
+        checkChain(i, slot.returned.loadRelaxed(), "returned stack");
     }
 
     void checkEndedSlot(uint32_t i) {
@@ -274,10 +284,10 @@ private:
     std::vector<std::string> said_;
     std::vector<std::string> lost_;  ///< blocks that nobody will find again
     std::vector<std::string> miscounted_;
-    std::map<linx::Spid, uint32_t> linesOf_;  ///< by home
-    std::map<linx::Ref, std::string> places_;
-    std::set<linx::Ref> common_;
-    std::set<linx::Ref> travelling_;
+    std::unordered_map<linx::Spid, uint32_t> linesOf_;  ///< by home
+    std::unordered_map<linx::Ref, Place> places_;
+    std::unordered_set<linx::Ref> common_;
+    std::unordered_set<linx::Ref> travelling_;
 };
 
 /// What is wrong with the domain's arena, after whoever died in a cold section has been mended; empty when all is
