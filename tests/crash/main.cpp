@@ -1,5 +1,7 @@
 // Ends a process at every place where it changes shared memory, and looks whether anybody else took notice.
 
+#include <gtest/gtest.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -70,5 +72,5 @@ int main(int argc, char** argv) {
     }
     std::cout << tally.sites << " crash sites of " << tally.places << ", " << tally.survived << " survived, "
               << tally.leaks << " blocks leaked in all, at most " << tally.mostLeaked << " at a site\n";
-    return tally.sites != 0 && tally.survived == tally.sites ? 0 : 1;
+    return tally.sites != 0 && tally.survived == tally.sites && !testing::Test::HasFailure() ? 0 : 1;
 }

@@ -87,6 +87,21 @@ TEST_F(Aftermath, TheMemoryOfAKilledReceiverComesBackToTheSender) {
     }
 }
 
+TEST_F(Aftermath, TheMemoryOfAKilledReceiverIsFoundByTheFirstAllocationThatWantsIt) {
+    Child receiver([](Line& parent) {
+        Endpoint own("receiver");
+        parent.tell();
+        parent.hear();
+    });
+    receiver.hear();
+    Endpoint endpoint("sender");
+    const LinxSpid spid = hunt(endpoint, "receiver");
+    const uint32_t sent = fill(endpoint, spid, 10000);
+    Endpoint other("other");  // so that no refused send notices the death
+    receiver.kill9();
+    EXPECT_LE(sent, fill(endpoint, spidOf(other), 10000) + 1);
+}
+
 TEST_F(Aftermath, WhatAKilledSenderHadSentArrivesWholeAfterItsEnd) {
     Endpoint endpoint("receiver");
     for (uint32_t round = 0; round < 20; ++round) {

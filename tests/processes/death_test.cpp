@@ -312,6 +312,21 @@ TEST_F(Death, ANewIncarnationHasANewSpid) {
     }
 }
 
+TEST_F(Death, AHuntForAKilledAcquaintanceIsAnsweredByItsSuccessor) {
+    Endpoint endpoint("asker");
+    for (int i = 0; i < 10; ++i) {
+        Child peer(mortal("again"));
+        const LinxSpid killed = peer.hear();
+        ASSERT_EQ(killed, hunt(endpoint, "again"));
+        ASSERT_EQ(0, send(endpoint, killed, item));
+        peer.kill9();
+        ASSERT_EQ(0, linx_hunt(endpoint, "again", nullptr));
+        expectNothing(endpoint);
+        Endpoint successor("again");
+        EXPECT_EQ(spidOf(successor), expectSignal(endpoint, LINX_OS_HUNT_SIG).sender);
+    }
+}
+
 TEST_F(Death, TheHuntsOfTheDeadAreDropped) {
     for (const bool killed : {true, false}) {
         Child hunter([](Line& parent) {

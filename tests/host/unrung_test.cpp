@@ -1,0 +1,165 @@
+// Bells that cannot be rung for want of kernel memory, and attention words that somebody has garbled.
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "host/arena/clock.h"
+#include "host/mailbox/attention.h"
+#include "tests/host/endpoints.h"
+#include "tests/support/failing_write.h"
+
+namespace linx {
+namespace {
+
+using linxtest::anySignal;
+using linxtest::FailingWrites;
+using linxtest::Linx;
+
+class UnrungTest : public linxtest::ArenaDomainTest {
+protected:
+    /// An endpoint, and two that have talked to it.
+    struct Scene {
+        Linx receiver{"receiver"};
+        Linx one{"one"};
+        Linx two{"two"};
+        ScopedDescriptor descriptor{linx_get_descriptor(receiver)};
+
+        bool isReadable() const {
+            pollfd readable = {descriptor.get(), POLLIN, 0};
+            return poll(&readable, 1, 0) == 1;
+        }
+    };
+
+    static void acquaint(Scene& scene) {
+        sendNumber(scene.one, scene.receiver.spid, 1);
+        sendNumber(scene.two, scene.receiver.spid, 1);
+        EXPECT_EQ(receiveNumber(scene.receiver), 1u);
+        EXPECT_EQ(receiveNumber(scene.receiver), 1u);
+        EXPECT_EQ(receiveNumber(scene.receiver), 0u);
+    }
+
+    void garble(LinxSpid spid, uint32_t state) { slotOf(spid).attention.storeRelaxed(attention::word(spid, state)); }
+};
+
+TEST_F(UnrungTest, ASenderThatCouldNotRingDoesSoWithItsNextOperation) {
+    Scene scene;
+    acquaint(scene);
+    {
+        const FailingWrites failing(ENOMEM);
+        sendNumber(scene.one, scene.receiver.spid, 2);
+        EXPECT_FALSE(scene.isReadable());
+    }
+    LinxSignal* signal = linx_alloc(scene.one, 4, 3);
+    EXPECT_TRUE(scene.isReadable());
+    linx_free_buf(scene.one, &signal);
+    EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+}
+
+TEST_F(UnrungTest, SoDoesTheNextSender) {
+    Scene scene;
+    acquaint(scene);
+    {
+        const FailingWrites failing(ENOMEM);
+        sendNumber(scene.one, scene.receiver.spid, 2);
+    }
+    sendNumber(scene.two, scene.receiver.spid, 3);
+    EXPECT_TRUE(scene.isReadable());
+    EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+    EXPECT_EQ(receiveNumber(scene.receiver), 3u);
+}
+
+TEST_F(UnrungTest, ASenderThatSleepsPaysItsDebtFromThere) {
+    Scene scene;
+    acquaint(scene);
+    linxtest::writesThatFail = 16;  // more than are tried at once
+    linxtest::failureOfWrites = ENOMEM;
+    sendNumber(scene.one, scene.receiver.spid, 2);
+    LinxSignal* none = nullptr;
+    while (linxtest::writesThatFail != 0) EXPECT_EQ(linx_receive_w_tmo(scene.one, &none, 1, anySignal), 0);
+    EXPECT_EQ(linx_receive_w_tmo(scene.one, &none, 1, anySignal), 0);
+    EXPECT_TRUE(scene.isReadable());
+    EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+}
+
+TEST_F(UnrungTest, AByteThatCouldNotBeWrittenIsNotTakenForWritten) {
+    Scene scene;
+    acquaint(scene);
+    {
+        const FailingWrites failing(ENOMEM);
+        for (const uint32_t number : {2u, 3u, 4u}) sendNumber(scene.one, scene.receiver.spid, number);
+        EXPECT_EQ(receiveNumber(scene.receiver), 2u);  // leaves two in the queue, and no byte
+    }
+    EXPECT_EQ(receiveNumber(scene.receiver), 3u);
+    EXPECT_TRUE(scene.isReadable());
+    EXPECT_EQ(receiveNumber(scene.receiver), 4u);
+    EXPECT_EQ(receiveNumber(scene.receiver), 0u);
+    EXPECT_FALSE(scene.isReadable());
+}
+
+/// A process that sleeps without limit until a signal of this number comes.
+pid_t sleepUntil(LINX* (*open)(), uint32_t last) {
+    const pid_t child = fork();
+    if (child != 0) return child;
+    alarm(60);  // should the test fail
+    LINX* linx = open();
+    uint32_t number = 0;
+    while (number != last) {
+        LinxSignal* signal = nullptr;
+        if (linx_receive(linx, &signal, anySignal) <= 0) _exit(1);
+        number = signal->number;
+        linx_free_buf(linx, &signal);
+    }
+    linx_close(linx);
+    _exit(0);
+}
+
+class GarbledAttentionTest : public UnrungTest, public testing::WithParamInterface<uint32_t> {
+protected:
+    void SetUp() override {
+        child_ = sleepUntil([] { return linx_open("sleeper", 0, nullptr); }, 9);
+        ASSERT_EQ(linx_hunt(sender_, "sleeper", nullptr), 0);
+        LinxSignal* found = nullptr;
+        ASSERT_GT(linx_receive(sender_, &found, anySignal), 0);
+        sleeper_ = linx_sender(sender_, &found);
+        linx_free_buf(sender_, &found);
+        sendNumber(sender_, sleeper_, 1);
+        const Slot& slot = slotOf(sleeper_);
+        while (slot.attention.loadAcquire() != attention::word(sleeper_, attention::quiet)) sched_yield();
+        garble(sleeper_, GetParam());
+    }
+    void TearDown() override {
+        int status = -1;
+        waitpid(child_, &status, 0);
+        EXPECT_EQ(status, 0) << "slept over what it was sent";
+        sender_.reset();
+        UnrungTest::TearDown();
+    }
+
+    const linxtest::ScopedVariable spin_{"LINX_SPIN_US", "0"};
+    Linx sender_{"sender"};
+    LinxSpid sleeper_ = 0;
+    pid_t child_ = -1;
+};
+
+TEST_P(GarbledAttentionTest, ABacklogHealsItWithinATick) {
+    sendNumber(sender_, sleeper_, 2);
+    const uint64_t tick = coarseMilliseconds();
+    while (coarseMilliseconds() == tick) {
+    }
+    for (int i = 0; i < 16; ++i) sendNumber(sender_, sleeper_, 3);
+    sendNumber(sender_, sleeper_, 9);
+}
+
+TEST_P(GarbledAttentionTest, ASenderThatWaitsForTheAnswerHealsIt) {
+    sendNumber(sender_, sleeper_, 9);
+    LinxSignal* none = nullptr;
+    EXPECT_EQ(linx_receive_w_tmo(sender_, &none, 10, anySignal), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Words, GarbledAttentionTest, testing::Values(attention::looking, attention::rung));
+
+}  // namespace
+}  // namespace linx
