@@ -126,6 +126,24 @@ TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
     reapDead(opener);
 }
 
+TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
+    const Spid hunter = layDead("hunter");
+    const std::vector<Ref> blocks = leaseFor(hunter, 100);
+    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    {
+        const ColdSection cold(*joined);
+        ASSERT_EQ(addHunt(arena, hunter, nameOf("wanted"), blocks[0]), 0);
+    }
+    Slot& slot = slotOf(hunter);
+    stack::take(slot.mailbox, slot.takingMailbox, stack::closed);
+    repairAfterDeath();
+    const Linx wanted("wanted");
+    reapDead(hunter);
+    EXPECT_TRUE(isCommon(blocks[0]));
+    reapDead(opener);
+    expectInOrder();
+}
+
 TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     const Spid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
