@@ -53,6 +53,8 @@ public:
     void goOn() {
         while (notices_ < founds_) ASSERT_TRUE(take()) << "the victim's end is not told";
         exchange();
+        const Endpoint hunted("nobody");  // whom the dead may still hunt for, while somebody clears up after them
+        Endpoint("corpse").close();
         Endpoint successor(victimName);
         EXPECT_EQ(spidOf(successor), ::hunt(successor, victimName));
         while (founds_ == 0) ASSERT_TRUE(take()) << "the hunt for the victim is forgotten";

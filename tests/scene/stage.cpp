@@ -55,8 +55,7 @@ std::vector<std::string> disorderAtRest() {
     const auto limit = std::chrono::steady_clock::now() + longest;
     for (;;) {
         linxtest::Aftermath found = linxtest::lookAtRest();
-        if (found.leakedBlocks != 0)
-            found.disorder.push_back(std::to_string(found.leakedBlocks) + " blocks are lost");
+        found.disorder.insert(found.disorder.end(), found.losses.begin(), found.losses.end());
         // A death may leave one home a smaller share; there may have been another death before.
         if (found.miscounts > 2) found.disorder.push_back("the shares of several are smaller");
         if (found.disorder.empty() || std::chrono::steady_clock::now() > limit) return found.disorder;
@@ -107,7 +106,7 @@ Outcome Stage::end() {
     complainUnless(first_.exitStatus() == 0, "the first bystander fails");
     complainUnless(second_.exitStatus() == 0, "the second bystander fails");
     const linxtest::Aftermath left = linxtest::lookAtAftermath();
-    outcome.leakedBlocks = left.leakedBlocks;
+    outcome.leakedBlocks = static_cast<uint32_t>(left.losses.size());
     outcome.complaints.insert(outcome.complaints.end(), left.disorder.begin(), left.disorder.end());
     for (const std::string& file : domain_.leftovers()) outcome.complaints.push_back("left behind: " + file);
     return outcome;

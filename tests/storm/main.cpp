@@ -24,7 +24,7 @@ bool report(const std::string& what, const std::vector<std::string>& complaints)
     return complaints.empty();
 }
 
-void printFigures(const traffic::Ledger& ledger, const storm::Storm& storm, uint32_t leaked) {
+void printFigures(const traffic::Ledger& ledger, const storm::Storm& storm, size_t leaked) {
     const auto stall = std::chrono::duration_cast<std::chrono::milliseconds>(storm.longestStall());
     std::cout << storm.kills() << " kills, " << storm.stops() << " stops, " << storm.rests() << " rests, "
               << ledger.livesUsed << " endpoints\n"
@@ -49,10 +49,10 @@ bool rage(const Options& options) {
     bool fine = report("complaint", ledger->allComplaints());
     if (!fine) return false;
     const linxtest::Aftermath left = linxtest::lookAtAftermath();
-    printFigures(*ledger, storm, left.leakedBlocks);
+    printFigures(*ledger, storm, left.losses.size());
     fine = report("the arena", left.disorder);
     fine = report("left behind", domain.leftovers()) && fine;
-    return fine && left.leakedBlocks == 0;
+    return report("lost", left.losses) && fine;
 }
 
 }  // namespace

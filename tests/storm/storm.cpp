@@ -134,7 +134,7 @@ void Storm::calm() {
 void Storm::inspect() {
     const linxtest::Aftermath found = linxtest::lookAtRest();
     for (const std::string& disorder : found.disorder) ledger_.complain("the arena at rest: " + disorder);
-    if (found.leakedBlocks != 0) ledger_.complain(std::to_string(found.leakedBlocks) + " blocks are lost");
+    for (const std::string& loss : found.losses) ledger_.complain("lost: " + loss);
     if (found.miscounts > kills_) ledger_.complain("more shares are smaller than workers were killed");
 }
 
