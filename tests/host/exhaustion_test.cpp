@@ -9,6 +9,7 @@
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/bell.h"
 #include "tests/host/endpoints.h"
+#include "tests/host/interposed.h"
 #include "tests/support/deliver.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/few_descriptors.h"
@@ -314,6 +315,26 @@ TEST_F(ExhaustionTest, ATimeoutIsKeptOrFreed) {
         EXPECT_EQ(sumOfAll(scene.one), answer.ok ? 7u : 0u);
     };
     EXPECT_GT(failEachNew(allocate, request, check), 0u);
+}
+
+/// The kernel bounds what one user may watch.
+TEST_F(ExhaustionTest, ATimeoutThatCouldNotBeWatchedDoesNotKeepTheNextFromIt) {
+    Linx endpoint("endpoint");
+    LinxSignal* signal = linx_alloc(endpoint, 4, 7);
+    linxtest::interposed::atWatch = [] { return ENOSPC; };
+    EXPECT_EQ(linx_request_tmo(endpoint, 0, &signal), 0u);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(signal, nullptr);
+    linxtest::interposed::reset();
+    ASSERT_NE(linx_request_tmo(endpoint, 1, nullptr), 0u);
+    LinxSignal* timeout = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(endpoint, &timeout, 20000, anySignal), 4);
+    linx_free_buf(endpoint, &timeout);
+    ASSERT_NE(linx_request_tmo(endpoint, 1, nullptr), 0u);
+    const ScopedDescriptor descriptor(linx_get_descriptor(endpoint));
+    pollfd readable = {descriptor.get(), POLLIN, 0};
+    EXPECT_EQ(poll(&readable, 1, 20000), 1);
+    EXPECT_EQ(receiveNumber(endpoint), static_cast<uint32_t>(LINX_OS_TIMEOUT_SIG));
 }
 
 TEST_F(ExhaustionTest, TakingATimeoutBackAlwaysWorks) {

@@ -5,10 +5,12 @@
 #include "tests/fuzz/playground.h"
 #include "tests/support/aftermath.h"
 #include "tests/support/domain_fixture.h"
+#include "tests/support/few_slots.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     constexpr uint32_t mostOperations = 256;
     const fuzz::Playground playground;
+    static const linxtest::FewSlots few(7);  // used again after a few endpoints
     {
         fuzz::Input input(data, size);
         fuzz::Player player(input);
