@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tests/scene/stage.h"
-#include "tests/support/few_slots.h"
+#include "tests/support/file_memory.h"
 
 namespace crash {
 namespace {

@@ -63,6 +63,7 @@ void reset() {
     atLock = nullptr;
     atWatch = nullptr;
     atSleep = nullptr;
+    atReserve = nullptr;
 }
 
 StandingClock::StandingClock() {

@@ -5,6 +5,8 @@
 
 #include <functional>
 
+#include "tests/support/file_memory.h"
+
 /// What this program asks the kernel through the C library goes through here first: a test has something happen at
 /// such a moment, or has it fail.
 namespace linxtest::interposed {
@@ -30,6 +32,9 @@ extern std::function<int()> atWatch;
 
 /// Done before an epoll set is waited on in which there is nothing.
 extern std::function<void()> atSleep;
+
+/// Done before a part of a file is given memory. Returns 0, or the errno value with which that fails.
+using linxtest::atReserve;
 
 /// Has nothing happen any more, and the clock go on.
 void reset();

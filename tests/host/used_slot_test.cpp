@@ -14,7 +14,7 @@
 #include "tests/host/interposed.h"
 #include "tests/host/one_processor.h"
 #include "tests/support/failing_new.h"
-#include "tests/support/few_slots.h"
+#include "tests/support/file_memory.h"
 
 namespace linx {
 namespace {

@@ -9,7 +9,7 @@
 #include "tests/storm/storm.h"
 #include "tests/support/aftermath.h"
 #include "tests/support/domain_fixture.h"
-#include "tests/support/few_slots.h"
+#include "tests/support/file_memory.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 
 #include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
+#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/attention.h"
@@ -206,11 +207,14 @@ private:
         for (uint32_t i = 1; i <= slotsUsed(); ++i) {
             if (!isOpenSlot(i)) continue;
             const linx::Slot& slot = arena_.slot(i);
-            const uint32_t lines = linesOf_[slot.life.loadRelaxed() & linx::spidMask];
-            const uint32_t counted = slot.leasedLines.loadRelaxed();
-            const uint32_t most = arena_.unitCount() * linx::linesPerUnit;
+            const linx::Spid spid = slot.life.loadRelaxed() & linx::spidMask;
+            const uint32_t lines = linesOf_[spid];
+            const uint32_t counted = linx::share::linesOf(slot);
+            if ((slot.leasedLines.loadRelaxed() ^ linx::share::tagOf(spid)) > linx::share::lineMask) {
+                say() << "slot " << i << " has the books of an earlier user";
+            }
             if (counted == lines) continue;
-            (counted > lines && counted <= most ? sayMiscounted() : say())
+            (counted > lines ? sayMiscounted() : say())
                 << "slot " << i << " counts " << counted << " lines of " << lines;
         }
     }

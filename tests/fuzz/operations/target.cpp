@@ -5,7 +5,7 @@
 #include "tests/fuzz/playground.h"
 #include "tests/support/aftermath.h"
 #include "tests/support/domain_fixture.h"
-#include "tests/support/few_slots.h"
+#include "tests/support/file_memory.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     constexpr uint32_t mostOperations = 256;
