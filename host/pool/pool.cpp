@@ -232,7 +232,9 @@ void Pool::trim() {
     if (cold.entered()) {
         shrinkTo(keptLines_ / 2);
     } else {
-        keptLines_ = mostLines_ + keptLines_ / 2;  // not with every block that is freed while somebody has the lock
+        // Not with every block that is freed while somebody has the lock; and rather back to its home than kept here.
+        keptLines_ = mostLines_ + keptLines_ / 2;
+        mostReturned_ = std::max(mostReturned_, keptLines_);
     }
 }
 
