@@ -62,7 +62,7 @@ TEST_F(LeasingTest, ADeathInItLosesNothingWhateverLiesInThePages) {
     bool died = true;
     for (uint32_t site = 1; died && !HasFailure(); ++site) {
         SCOPED_TRACE(site);
-        ASSERT_TRUE(arena.hasUnit(first + gap));
+        ASSERT_TRUE(arena.provideUnit(first + gap));
         std::memset(static_cast<void*>(arena.rawBlock(arena.refOfUnit(first))), 0x5a, gap * unitBytes);
         const Spid dead = layDead("dead");
         died = dieAt(site, [&] {
