@@ -37,6 +37,10 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
             const int result = attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
                                                [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
             rung = result == 0 || result == EPIPE;
+        } else {
+            // Somebody died while he reaped the hunter: the next reaper takes what the hunter has, and not what a
+            // living endpoint may be about to push.
+            signal->owner.storeRelease(hunter | ownerQueued);
         }
     }
     clearHunt(hunt);

@@ -3,8 +3,11 @@
 #include <signal.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "tests/scene/stage.h"
+#include "tests/support/file_memory.h"
 
 namespace crash {
 namespace {
@@ -38,10 +41,21 @@ void dieOpening() {
     linx_open("corpse too", 0, nullptr);
 }
 
+constexpr uint32_t fewSlots = 7;  ///< as many endpoints as may be open at a time in any operation
+
+/// Has every slot been used by an endpoint that has ended.
+void useSlots() {
+    std::vector<LINX*> all;
+    while (LINX* linx = linx_open(("used" + std::to_string(all.size())).c_str(), 0, nullptr)) all.push_back(linx);
+    for (LINX* linx : all) linx_close(linx);
+}
+
 }  // namespace
 
 Outcome attempt(const scene::Operation& operation, uint32_t site, End how) {
+    const linxtest::FewSlots few(fewSlots);
     scene::Stage stage(operation);
+    useSlots();
     const Shared<Progress> progress;
     progress->result = operation.result;
     std::vector<std::string> complaints;

@@ -1,5 +1,7 @@
 // Ends a process at every place where it changes shared memory, and looks whether anybody else took notice.
 
+#include <gtest/gtest.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
@@ -28,7 +30,8 @@ struct Tally {
 /// has come to at most.
 uint32_t tryEnd(const scene::Operation& operation, uint32_t site, End how, Tally& tally) {
     crash::Outcome outcome = crash::attempt(operation, site, how);
-    if (outcome.leakedBlocks > 1) outcome.complaints.push_back(std::to_string(outcome.leakedBlocks) + " blocks leak");
+    if (outcome.leakedBlocks != 0)
+        outcome.complaints.push_back(std::to_string(outcome.leakedBlocks) + " blocks leak");
     const std::string where = site == crash::nowhere ? "its end" : std::to_string(site);
     for (const std::string& complaint : outcome.complaints) {
         std::cout << operation.name << ", " << (how == End::kill ? "killed" : "stopped") << " at " << where << ": "
@@ -69,5 +72,5 @@ int main(int argc, char** argv) {
     }
     std::cout << tally.sites << " crash sites of " << tally.places << ", " << tally.survived << " survived, "
               << tally.leaks << " blocks leaked in all, at most " << tally.mostLeaked << " at a site\n";
-    return tally.sites != 0 && tally.survived == tally.sites ? 0 : 1;
+    return tally.sites != 0 && tally.survived == tally.sites && !testing::Test::HasFailure() ? 0 : 1;
 }

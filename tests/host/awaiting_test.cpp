@@ -1,79 +1,41 @@
 // A receive that awaits certain signals while it gives way to one who sends others.
 
-#include <sched.h>
-#include <sys/syscall.h>
-#include <time.h>
+#include <poll.h>
 #include <unistd.h>
 
-#include <functional>
-#include <utility>
+#include <cerrno>
 
 #include "tests/host/endpoints.h"
-
-namespace {
-
-std::function<void()> whoRunsMeanwhile;
-std::function<void()> whoRunsAtALook;
-time_t secondsSkipped = 0;
-
-}  // namespace
-
-/// Whoever gives way lets the one run that the test names.
-extern "C" int sched_yield() noexcept {
-    if (!whoRunsMeanwhile) return static_cast<int>(syscall(SYS_sched_yield));
-    whoRunsMeanwhile();
-    return 0;
-}
-
-/// Whoever looks at the clock lets the one run that the test names, and finds it a second later.
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
-    if (const auto runs = std::exchange(whoRunsAtALook, nullptr)) {
-        runs();
-        ++secondsSkipped;
-        whoRunsAtALook = runs;
-    }
-    const int result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
-    time->tv_sec += secondsSkipped;
-    return result;
-}
+#include "tests/host/interposed.h"
+#include "tests/host/one_processor.h"
+#include "tests/support/failing_new.h"
 
 namespace linx {
 namespace {
 
 using linxtest::Linx;
+namespace interposed = linxtest::interposed;
 
 constexpr uint32_t awaited = 1;
 constexpr uint32_t other = 2;
 constexpr uint32_t onlyAwaited[] = {1, awaited};
 
-/// Keeps this thread on one processor, where a receive gives way instead of looking.
-class OneProcessor {
-public:
-    OneProcessor() {
-        EXPECT_EQ(sched_getaffinity(0, sizeof before_, &before_), 0);
-        cpu_set_t one;
-        CPU_ZERO(&one);
-        for (int processor = 0; processor < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++processor) {
-            if (CPU_ISSET(processor, &before_)) CPU_SET(processor, &one);
-        }
-        EXPECT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+class AwaitingTest : public linxtest::ArenaDomainTest {
+protected:
+    void TearDown() override {
+        interposed::reset();
+        ArenaDomainTest::TearDown();
     }
-    ~OneProcessor() { sched_setaffinity(0, sizeof before_, &before_); }
-    OneProcessor(const OneProcessor&) = delete;
-    OneProcessor& operator=(const OneProcessor&) = delete;
-
-private:
-    cpu_set_t before_;
 };
 
 /// A receiver on one processor, and one who sends it what it does not await, whenever it gives way.
 struct Meeting {
     static constexpr uint32_t most = 100000;
 
-    ~Meeting() { whoRunsMeanwhile = nullptr; }
+    ~Meeting() { interposed::reset(); }
 
     void begin(const std::function<void()>& first = {}) {
-        whoRunsMeanwhile = [this, first] {
+        interposed::atYield = [this, first] {
             if (sent == 0 && first) first();
             LinxSignal* signal = sent < most ? linx_alloc(sender, 4, other) : nullptr;
             if (signal != nullptr) linx_send(sender, &signal, receiver.spid);
@@ -81,14 +43,12 @@ struct Meeting {
         };
     }
 
-    const OneProcessor processor;
+    const linxtest::OneProcessor processor;
     const linxtest::ScopedVariable patience{"LINX_SPIN_US", "1000"};
     Linx receiver{"receiver"};
     Linx sender{"sender"};
     uint32_t sent = 0;
 };
-
-using AwaitingTest = linxtest::ArenaDomainTest;
 
 TEST_F(AwaitingTest, EndsAtItsDeadline) {
     Meeting meeting;
@@ -103,15 +63,16 @@ TEST_F(AwaitingTest, EndsAtItsDeadlineAlsoWhenASignalForestallsEverySleep) {
     Linx sender("sender");
     constexpr uint32_t most = 10000;
     uint32_t sent = 0;
-    whoRunsAtALook = [&] {
+    interposed::atClock = [&] {
         LinxSignal* signal = sent < most ? linx_alloc(sender, 4, other) : nullptr;
         if (signal != nullptr) linx_send(sender, &signal, receiver.spid);
         ++sent;
+        ++interposed::secondsAhead;
     };
     LinxSignal* signal = nullptr;
     EXPECT_EQ(linx_receive_w_tmo(receiver, &signal, 10000, onlyAwaited), 0);
-    whoRunsAtALook = nullptr;
     EXPECT_LT(sent, 100u) << "it waited as long as somebody sent";
+    interposed::reset();
 }
 
 TEST_F(AwaitingTest, GetsATimeoutThatFallsDue) {
@@ -126,15 +87,95 @@ TEST_F(AwaitingTest, GetsATimeoutThatFallsDue) {
 }
 
 TEST_F(AwaitingTest, IsToldOfAnEnd) {
+    const interposed::StandingClock clock;  // giving way pays each time, so that it never sleeps
     Meeting meeting;
     Linx supervised("supervised");
     LinxSignal* notice = linx_alloc(meeting.receiver, 4, awaited);
     ASSERT_NE(linx_attach(meeting.receiver, &notice, supervised.spid), 0u);
-    meeting.begin([&] { supervised.reset(); });
+    meeting.begin([&] {
+        supervised.reset();
+        interposed::coarseSecondsAhead = 1;  // ends are looked for once a tick
+    });
     LinxSignal* signal = nullptr;
     ASSERT_EQ(linx_receive(meeting.receiver, &signal, onlyAwaited), 4);
     EXPECT_LT(meeting.sent, Meeting::most) << "it waited as long as somebody sent";
     linx_free_buf(meeting.receiver, &signal);
+}
+
+TEST_F(AwaitingTest, ShowsByItsDescriptorWhatItHadNoMemoryToTake) {
+    constexpr uint32_t many = 100;
+    const interposed::StandingClock clock;
+    Meeting meeting;
+    // The sender introduces itself, and reminds the receiver of a backlog, which it does once a tick.
+    for (int i = 0; i < 2; ++i) sendNumber(meeting.sender, meeting.receiver.spid, other);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(receiveNumber(meeting.receiver), other);
+    EXPECT_EQ(receiveNumber(meeting.receiver), 0u);
+    interposed::atYield = [&] {
+        for (uint32_t i = 0; i < many; ++i) sendNumber(meeting.sender, meeting.receiver.spid, awaited);
+        linxtest::newThatFails = 1;
+    };
+    LinxSignal* signal = nullptr;
+    EXPECT_EQ(linx_receive(meeting.receiver, &signal, onlyAwaited), -1);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(linxtest::newThatFails, 0u);
+    pollfd readable = {linx_get_descriptor(meeting.receiver), POLLIN, 0};
+    EXPECT_EQ(poll(&readable, 1, 0), 1);
+    interposed::reset();
+    for (uint32_t i = 0; i < many; ++i) EXPECT_EQ(receiveNumber(meeting.receiver), awaited);
+    EXPECT_EQ(receiveNumber(meeting.receiver), 0u);
+    close(readable.fd);
+}
+
+/// A queue of which one signal after the other is taken, while there are always more.
+class BatchTest : public AwaitingTest {
+protected:
+    static constexpr uint32_t batch = 100;
+    static constexpr uint32_t fromBatch = 7;
+    static constexpr uint32_t sentLater = 8;
+
+    void takeFirstOfBatch() {
+        EXPECT_EQ(receiveNumber(receiver), 0u);  // has looked for ends in this tick
+        for (uint32_t i = 0; i < batch; ++i) sendNumber(sender, receiver.spid, fromBatch);
+        EXPECT_EQ(receiveNumber(receiver), fromBatch);
+    }
+
+    /// What happens before the second receive comes behind the batch, and before all that is sent after it.
+    void expectBehindBatch(uint32_t number) {
+        EXPECT_EQ(receiveNumber(receiver), fromBatch);
+        sendNumber(sender, receiver.spid, sentLater);
+        for (uint32_t i = 2; i < batch; ++i) EXPECT_EQ(receiveNumber(receiver), fromBatch);
+        EXPECT_EQ(receiveNumber(receiver), number);
+        EXPECT_EQ(receiveNumber(receiver), sentLater);
+        EXPECT_EQ(receiveNumber(receiver), 0u);
+    }
+
+    void TearDown() override {
+        receiver.reset();
+        sender.reset();
+        AwaitingTest::TearDown();
+    }
+
+    const interposed::StandingClock clock;
+    Linx receiver{"receiver"};
+    Linx sender{"sender"};
+};
+
+TEST_F(BatchTest, DoesNotKeepTheNoticeOfAnEndWaiting) {
+    constexpr uint32_t end = 9;
+    Linx supervised("supervised");
+    LinxSignal* notice = linx_alloc(receiver, 4, end);
+    ASSERT_NE(linx_attach(receiver, &notice, supervised.spid), 0u);
+    takeFirstOfBatch();
+    supervised.reset();
+    interposed::coarseSecondsAhead = 1;
+    expectBehindBatch(end);
+}
+
+TEST_F(BatchTest, DoesNotKeepATimeoutWaiting) {
+    ASSERT_NE(linx_request_tmo(receiver, 1000, nullptr), 0u);
+    takeFirstOfBatch();
+    interposed::secondsAhead = 2;
+    expectBehindBatch(LINX_OS_TIMEOUT_SIG);
 }
 
 }  // namespace

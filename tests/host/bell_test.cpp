@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "host/arena/scoped_descriptor.h"
+#include "tests/host/interposed.h"
 #include "tests/support/domain_fixture.h"
 
 namespace linx {
@@ -157,6 +158,21 @@ TEST_F(BellTest, AFileThatSomebodyLinkedThereIsNoBell) {
     std::string text;
     std::ifstream(file) >> text;
     EXPECT_EQ(text, "text");
+    unlink(file.c_str());
+}
+
+TEST_F(BellTest, AFileThatComesInItsPlaceAtTheLastMomentIsNoBell) {
+    const ScopedDescriptor own(make());
+    const std::string file = domain.pathOf("file");
+    const std::string inItsPlace = domain.pathOf("bell.00002002");
+    ASSERT_TRUE(std::ofstream(file) << "text");
+    linxtest::interposed::atOpen = [&](const char*) {
+        unlink(inItsPlace.c_str());
+        EXPECT_EQ(link(file.c_str(), inItsPlace.c_str()), 0);
+    };
+    EXPECT_EQ(openForWriting(), -1);
+    EXPECT_EQ(errno, EPROTO);
+    linxtest::interposed::reset();
     unlink(file.c_str());
 }
 

@@ -153,21 +153,5 @@ TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotStrandedForAnother) {
     linx_free_buf(alive, &signal);
 }
 
-TEST_F(GapsTest, AStaleAnnouncementOfReturnsDoesNotSeizeWhatOthersAreSending) {
-    Linx alive("alive");
-    LinxSignal* signal = linx_alloc(alive, 4, 1);
-    Block& block = *blockOf(signal);
-    const Ref ref = arena.refOf(&block);
-    auto doomed = std::make_unique<Linx>("doomed");
-    const Spid doomedSpid = doomed->spid;
-    slotOf(doomedSpid).takingReturned.storeRelaxed(ref);
-    slotOf(alive.spid).sending.storeRelaxed(ref);
-    block.owner.storeRelease(doomedSpid | ownerTransit);
-    doomed.reset();
-    EXPECT_EQ(block.owner.loadRelaxed(), doomedSpid | ownerTransit);
-    block.owner.storeRelease(alive.spid);
-    linx_free_buf(alive, &signal);
-}
-
 }  // namespace
 }  // namespace linx

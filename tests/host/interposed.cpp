@@ -1,6 +1,8 @@
 #include "tests/host/interposed.h"
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -8,18 +10,26 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <optional>
 #include <type_traits>
 #include <utility>
 
 namespace linxtest::interposed {
 
+std::function<void()> atYield;
+std::function<void()> atClock;
+time_t secondsAhead = 0;
+time_t coarseSecondsAhead = 0;
 std::function<void(const char* name)> atOpen;
 std::function<void()> atRead;
 std::function<void()> atNap;
 std::function<int()> atLock;
-std::function<int(int64_t offset, int64_t bytes)> atReserve;
+std::function<int()> atWatch;
+std::function<void()> atSleep;
 
 namespace {
+
+std::optional<timespec> standsAt;
 
 /// Not again for what it does itself.
 template <class Result, class... Arguments>
@@ -41,14 +51,33 @@ int fail(int error) {
     return -1;
 }
 
+int wait(int set, epoll_event* events, int most, int milliseconds) {
+    constexpr size_t signalBytes = 8;  // of the kernel's set of POSIX signals; none is given
+    return static_cast<int>(syscall(SYS_epoll_pwait, set, events, most, milliseconds, nullptr, signalBytes));
+}
+
 }  // namespace
 
 void reset() {
+    atYield = nullptr;
+    atClock = nullptr;
+    secondsAhead = coarseSecondsAhead = 0;
     atOpen = nullptr;
     atRead = nullptr;
     atNap = nullptr;
     atLock = nullptr;
+    atWatch = nullptr;
+    atSleep = nullptr;
     atReserve = nullptr;
+}
+
+StandingClock::StandingClock() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    standsAt = now;
+}
+StandingClock::~StandingClock() {
+    standsAt.reset();
 }
 
 }  // namespace linxtest::interposed
@@ -56,6 +85,25 @@ void reset() {
 namespace interposed = linxtest::interposed;
 
 extern "C" {
+
+int sched_yield() noexcept {
+    if (!interposed::atYield) return static_cast<int>(syscall(SYS_sched_yield));
+    interposed::run(interposed::atYield);
+    return 0;
+}
+
+int clock_gettime(clockid_t clock, timespec* time) noexcept {
+    interposed::run(interposed::atClock);
+    int result = 0;
+    if (interposed::standsAt) {
+        *time = *interposed::standsAt;
+    } else {
+        result = static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    }
+    time->tv_sec += interposed::secondsAhead;
+    if (clock == CLOCK_MONOTONIC_COARSE) time->tv_sec += interposed::coarseSecondsAhead;
+    return result;
+}
 
 // This file counts in 64 bits, as the sources of host/ do: they call the functions for those.
 int openat64(int directory, const char* name, int flags, ...) {
@@ -84,13 +132,19 @@ int flock(int file, int operation) noexcept {
     return error != 0 ? interposed::fail(error) : static_cast<int>(syscall(SYS_flock, file, operation));
 }
 
-int posix_fallocate(int file, off_t offset, off_t bytes) {
-    const int error = interposed::run(interposed::atReserve, int64_t{offset}, int64_t{bytes});
-    if (error != 0) return error;
-    const int keptErrno = errno;
-    const int failure = fallocate(file, 0, offset, bytes) == 0 ? 0 : errno;
-    errno = keptErrno;
-    return failure;
+int epoll_ctl(int set, int operation, int descriptor, epoll_event* event) noexcept {
+    const int error = operation == EPOLL_CTL_ADD ? interposed::run(interposed::atWatch) : 0;
+    return error != 0 ? interposed::fail(error)
+                      : static_cast<int>(syscall(SYS_epoll_ctl, set, operation, descriptor, event));
+}
+
+int epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
+    if (interposed::atSleep && milliseconds != 0) {
+        const int ready = interposed::wait(set, events, most, 0);
+        if (ready != 0) return ready;
+        interposed::run(interposed::atSleep);
+    }
+    return interposed::wait(set, events, most, milliseconds);
 }
 
 }  // extern "C"

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "host/arena/arena.h"
 #include "host/arena/name_table.h"
@@ -57,6 +58,17 @@ private:
 
 inline linx::Name nameOf(const std::string& text) {
     return linx::Name(text.data(), static_cast<uint32_t>(text.size()));
+}
+
+/// `count` names that share one bucket.
+inline std::vector<std::string> namesOfOneBucket(size_t count) {
+    std::vector<std::string> names;
+    const uint32_t bucket = nameOf("name0").hash() % linx::slotCount;
+    for (uint32_t i = 0; names.size() < count; ++i) {
+        const std::string name = "name" + std::to_string(i);
+        if (nameOf(name).hash() % linx::slotCount == bucket) names.push_back(name);
+    }
+    return names;
 }
 
 /// Writes an open endpoint into a slot, and into the name table.

@@ -12,17 +12,7 @@ namespace {
 using linxtest::layOpenSlot;
 using linxtest::MemoryArena;
 using linxtest::nameOf;
-
-/// `count` names that share one bucket.
-std::vector<std::string> namesOfOneBucket(size_t count) {
-    std::vector<std::string> names;
-    const uint32_t bucket = nameOf("name0").hash() % slotCount;
-    for (uint32_t i = 0; names.size() < count; ++i) {
-        const std::string name = "name" + std::to_string(i);
-        if (nameOf(name).hash() % slotCount == bucket) names.push_back(name);
-    }
-    return names;
-}
+using linxtest::namesOfOneBucket;
 
 /// Two names whose hashes are the same in every bit.
 std::pair<std::string, std::string> namesOfOneHash() {

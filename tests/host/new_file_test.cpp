@@ -106,6 +106,19 @@ TEST_F(NewFileTest, WhereThereAreNoLocksNoneIsMadeAndNothingIsLeft) {
     EXPECT_EQ(domain.files(), Names());
 }
 
+TEST_F(NewFileTest, OneThatSomebodyTookForALeftoverIsMadeAgain) {
+    int removed = 0;
+    interposed::atLock = [&] {
+        const Names names = domain.files();
+        if (removed == 0 && names.size() == 1) removed += unlink(domain.pathOf(names[0]).c_str()) == 0 ? 1 : 0;
+        return 0;
+    };
+    EXPECT_TRUE(makeUnderName());
+    EXPECT_EQ(removed, 1);
+    EXPECT_EQ(text(), "text");
+    EXPECT_EQ(domain.files(), Names{"file"});
+}
+
 TEST_F(NewFileTest, AChildForkedWhileItWasMadeDoesNotKeepItsLock) {
     pid_t child = -1;
     EXPECT_TRUE(makeUnderName([&](int) {

@@ -24,7 +24,39 @@ protected:
     }
 
     void link(Block* block, Block* next) const { block->next.storeRelaxed(arena.refOf(next)); }
+
+    /// Is not given out by an endpoint whose first free block leads there.
+    void expectNotFollowed(Block* stranger) const {
+        Block* first = freeBlocks(one, 2)[0];
+        link(first, stranger);
+        std::vector<LinxSignal*> signals = {linx_alloc(one, size, 1)};
+        EXPECT_EQ(blockOf(signals[0]), first);
+        for (int i = 0; i < 3; ++i) signals.push_back(linx_alloc(one, size, 1));
+        EXPECT_EQ(std::count(signals.begin(), signals.end(), &stranger->signal), 0);
+        freeAll(one, signals);
+    }
 };
+
+/// Whoever got it as one of that size would write over its neighbour.
+TEST_F(PoolGarbledTest, ALinkToASmallerBlockIsNotFollowed) {
+    LinxSignal* signal = linx_alloc(one, 4, 1);
+    Block* smaller = blockOf(signal);
+    linx_free_buf(one, &signal);
+    expectNotFollowed(smaller);
+}
+
+TEST_F(PoolGarbledTest, ALinkToABlockThatSomebodyHoldsIsNotFollowed) {
+    LinxSignal* held = linx_alloc(one, size, 1);
+    expectNotFollowed(blockOf(held));
+    linx_free_buf(one, &held);
+}
+
+TEST_F(PoolGarbledTest, ALinkToAFreeBlockOfAnotherIsNotFollowed) {
+    LinxSignal* signal = linx_alloc(two, size, 1);
+    Block* ofTwo = blockOf(signal);
+    linx_free_buf(two, &signal);
+    expectNotFollowed(ofTwo);
+}
 
 TEST_F(PoolGarbledTest, ARingOfFreeBlocksIsGivenOutOnce) {
     const std::vector<Block*> blocks = freeBlocks(one, 2);

@@ -1,5 +1,4 @@
-#include "tests/host/recovery.h"
-#include "tests/support/deliver.h"
+#include "tests/host/answering.h"
 
 namespace linx {
 namespace {
@@ -7,55 +6,6 @@ namespace {
 using linxtest::anySignal;
 using linxtest::Linx;
 using linxtest::nameOf;
-
-/// A hunt of the live endpoint that an opening endpoint is about to answer.
-class AnsweringTest : public RecoveryTest {
-protected:
-    AnsweringTest() {
-        EXPECT_EQ(linx_hunt(live, "sought", nullptr), 0);
-        EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 1u);
-        signal = arena.hunt(0).signal.loadRelaxed();
-        opener = layDead("opener");
-    }
-
-    Hunt& hunt() const { return arena.hunt(0); }
-    void begin() const { block(signal).owner.storeRelaxed(live.spid | ownerTransit); }
-    void tell() const {
-        hunt().hunter.storeRelaxed(live.spid | huntAnswering);
-        block(signal).sender.storeRelaxed(opener);
-    }
-    void push() const { linxtest::deliver(slotOf(live.spid), block(signal), signal); }
-
-    void expectStillPending() {
-        repairAfterDeath();
-        reapDead(opener);
-        expectInOrder();
-        ASSERT_EQ(hunt().hunter.loadRelaxed(), live.spid);
-        EXPECT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
-        EXPECT_EQ(receiveNumber(live), 0u);
-        const Linx sought("sought");
-        expectReceivedOnceFrom(sought.spid);
-    }
-    void expectAnswered() {
-        repairAfterDeath();
-        reapDead(opener);
-        EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
-        expectReceivedOnceFrom(opener);
-        const Linx sought("sought");
-        EXPECT_EQ(receiveNumber(live), 0u);
-    }
-    void expectReceivedOnceFrom(Spid spid) {
-        LinxSignal* received = nullptr;
-        ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
-        EXPECT_EQ(received->number, static_cast<uint32_t>(LINX_OS_HUNT_SIG));
-        EXPECT_EQ(linx_sender(live, &received), spid);
-        EXPECT_EQ(linx_free_buf(live, &received), 0);
-        EXPECT_EQ(receiveNumber(live), 0u);
-    }
-
-    Ref signal = 0;
-    Spid opener = 0;
-};
 
 TEST_F(AnsweringTest, AHuntThatNobodyBeganToAnswerStaysPending) {
     expectStillPending();
@@ -135,6 +85,63 @@ TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
     EXPECT_EQ(receiveNumber(live), 0u);
     slotOf(dead).life.storeRelaxed(dead | lifeOpen);
     reapDead(dead);
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
+    hunt().signal.storeRelaxed(arena.refOfUnit(0) - 1);
+    const Linx sought("sought");
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    block(signal).owner.storeRelaxed(live.spid);
+    LinxSignal* lost = &block(signal).signal;
+    EXPECT_EQ(linx_free_buf(live, &lost), 0);
+    reapDead(opener);
+}
+
+TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
+    LinxSignal* held = linx_alloc(live, 4, 1);
+    hunt().signal.storeRelaxed(refOf(held));
+    const Linx sought("sought");
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_EQ(linx_free_buf(live, &held), 0);
+    block(signal).owner.storeRelaxed(live.spid);
+    LinxSignal* lost = &block(signal).signal;
+    EXPECT_EQ(linx_free_buf(live, &lost), 0);
+    reapDead(opener);
+}
+
+TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
+    const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
+    hunt().hunter.storeRelaxed(earlier);
+    block(signal).owner.storeRelaxed(earlier | ownerQueued);
+    const Linx sought("sought");
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_EQ(dropped(live.spid), 0u);
+    EXPECT_EQ(block(signal).owner.loadRelaxed(), earlier | ownerQueued);
+    block(signal).owner.storeRelaxed(live.spid);
+    LinxSignal* lost = &block(signal).signal;
+    EXPECT_EQ(linx_free_buf(live, &lost), 0);
+    reapDead(opener);
+}
+
+TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
+    const Spid hunter = layDead("hunter");
+    const std::vector<Ref> blocks = leaseFor(hunter, 100);
+    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    {
+        const ColdSection cold(*joined);
+        ASSERT_EQ(addHunt(arena, hunter, nameOf("wanted"), blocks[0]), 0);
+    }
+    Slot& slot = slotOf(hunter);
+    stack::take(slot.mailbox, slot.takingMailbox, stack::closed);
+    repairAfterDeath();
+    const Linx wanted("wanted");
+    reapDead(hunter);
+    EXPECT_TRUE(isCommon(blocks[0]));
+    reapDead(opener);
+    expectInOrder();
 }
 
 TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {

@@ -171,6 +171,35 @@ TEST_F(RecoveryTest, ASignalThatWentAstrayBetweenTwoDeadEndpointsIsFoundInEither
     }
 }
 
+TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
+    const Spid dead = layDead("dead");
+    LinxSignal* sent = linx_alloc(live, 4, 1);
+    const Ref ref = refOf(sent);
+    // For its mailbox, or for its returned stack while that is being taken: where it lies does not matter.
+    post(leaseFor(dead, 100)[0], dead, dead);
+    slotOf(dead).takingReturned.storeRelaxed(leaseFor(dead, 100)[0]);
+    address(ref, live.spid, dead);
+    reapDead(dead);
+    EXPECT_EQ(block(ref).owner.loadRelaxed(), dead | ownerTransit);
+    EXPECT_FALSE(linxtest::deliver(slotOf(dead), block(ref), ref)) << "the sender keeps it";
+    block(ref).owner.storeRelaxed(live.spid);
+    EXPECT_EQ(linx_free_buf(live, &sent), 0);
+    expectInOrder();
+}
+
+/// Somebody has removed its bell, and it counts as dead.
+TEST_F(RecoveryTest, AnEndpointThatWasEndedByMistakeSendsItselfNothing) {
+    LinxSignal* signal = linx_alloc(live, 4, 1);
+    Word& life = slotOf(live.spid).life;
+    life.storeRelaxed(live.spid);
+    EXPECT_EQ(linx_send(live, &signal, live.spid), -1);
+    EXPECT_EQ(errno, ECONNRESET);
+    EXPECT_EQ(signal, nullptr);
+    life.storeRelaxed(live.spid | lifeOpen);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    expectInOrder();
+}
+
 TEST_F(RecoveryTest, GarbledCommonStacksAreMadeAnew) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
@@ -198,6 +227,21 @@ TEST_F(RecoveryTest, AGarbledCommonStackIsNotFollowedEvenBeforeTheRepair) {
     }
     block(blocks[0]).owner.storeRelaxed(ownerFree);
     repairAfterDeath();
+}
+
+/// Whoever got it as one of that size would write over its neighbour.
+TEST_F(RecoveryTest, ACommonStackThatLeadsToASmallerBlockIsNotFollowed) {
+    const Spid dead = layDead("dead");
+    const std::vector<Ref> blocks = leaseFor(dead, 100);
+    reapDead(dead);
+    {
+        arena.header().common[anyClass + 1].storeRelaxed(blocks[0]);
+        const ColdSection cold(*joined);
+        Ref ref;
+        EXPECT_EQ(common::take(arena, anyClass + 1, ref), nullptr);
+    }
+    repairAfterDeath();
+    expectInOrder();
 }
 
 TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {

@@ -13,6 +13,8 @@ int main(int argc, char** argv) {
         continueInOtherSize(argv);
     }
     testing::InitGoogleTest(&argc, argv);
-    if (argc == 4 && argv[1] == std::string("--role")) return playRole(argv[2], std::atoi(argv[3]));
+    if (argc == 5 && argv[1] == std::string("--role")) {
+        return playRole(argv[2], std::atoi(argv[3]), std::atoi(argv[4]));
+    }
     return RUN_ALL_TESTS();
 }

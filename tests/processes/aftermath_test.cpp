@@ -69,6 +69,29 @@ TEST_F(Aftermath, TheMemoryOfTheKilledComesBack) {
     }
 }
 
+TEST_F(Aftermath, TheMemoryOfTheKilledComesToWhoeverRunsOutThoughHeNeverKnewThem) {
+    constexpr uint32_t size = 32000;
+    Child child([](Line& parent) {
+        std::vector<std::unique_ptr<Endpoint>> endpoints;
+        for (int i = 0; i < 4; ++i) {
+            endpoints.push_back(std::make_unique<Endpoint>("child" + std::to_string(i)));
+            while (linx_alloc(*endpoints.back(), size, item) != nullptr) {
+            }
+        }
+        parent.tell();
+        parent.hear();
+    });
+    child.hear();
+    Endpoint endpoint("endpoint");
+    EXPECT_EQ(nullptr, linx_alloc(endpoint, size, item));
+    child.kill9();
+    // The dead are looked for now and then, and not with every refusal.
+    LinxSignal* signal = nullptr;
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
+    while (signal == nullptr && std::chrono::steady_clock::now() < limit) signal = linx_alloc(endpoint, size, item);
+    EXPECT_NE(nullptr, signal);
+}
+
 TEST_F(Aftermath, TheMemoryOfAKilledReceiverComesBackToTheSender) {
     Endpoint endpoint("sender");
     uint32_t usual = 0;

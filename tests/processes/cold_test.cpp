@@ -99,7 +99,7 @@ TEST_F(Cold, AKilledCrowdLeavesItsNames) {
         for (uint32_t i = 0; i < crowd; ++i) {
             members.push_back(std::make_unique<Child>([i](Line& parent) { settleDown(i, parent); }));
         }
-        for (const auto& member : members) member->hear();
+        for (const auto& member : members) EXPECT_NE(0u, member->hear()) << "round " << round;
         for (const auto& member : members) member->kill9();
     }
 }

@@ -210,6 +210,61 @@ TEST_F(Fork, AnOrderlyCloseInTheChildIsToldAtOnceThoughTheParentKeepsItsCopy) {
     EXPECT_EQ(0, parentProcess.exitStatus());
 }
 
+TEST_F(Fork, WhoTookItOverClosesItForAllAndLivesOn) {
+    Child parentProcess([](Line& test) {
+        LINX* endpoint = linx_open("forked", 0, nullptr);
+        Child winner([&](Line& parent) {
+            spidOf(endpoint);
+            EXPECT_EQ(0, linx_close(endpoint));
+            const Endpoint next("forked");
+            parent.tell(spidOf(next));
+            parent.hear();
+        });
+        test.tell(winner.hear());
+        expectRefusedClose(endpoint);
+        test.hear();
+        winner.tell();
+        EXPECT_EQ(0, winner.exitStatus());
+    });
+    const LinxSpid next = parentProcess.hear();
+    Endpoint endpoint("test");
+    EXPECT_EQ(next, hunt(endpoint, "forked"));
+    parentProcess.tell();
+    EXPECT_EQ(0, parentProcess.exitStatus());
+}
+
+TEST_F(Fork, ALoserThatDoesNothingButCloseIsToldSo) {
+    Endpoint endpoint("forked");
+    Child late([&](Line& parent) {
+        parent.hear();
+        expectRefusedClose(endpoint);
+    });
+    const LinxSpid spid = spidOf(endpoint);
+    late.tell();
+    EXPECT_EQ(0, late.exitStatus());
+    EXPECT_EQ(spid, hunt(endpoint, "forked"));
+}
+
+TEST_F(Fork, ACopyOfAPeersBellDoesNotKeepTheDescriptorReadable) {
+    Child peer([](Line& parent) {
+        const Endpoint endpoint("peer");
+        parent.tell(spidOf(endpoint));
+        parent.hear();
+    });
+    const LinxSpid known = peer.hear();
+    Endpoint endpoint("forked");
+    ASSERT_NE(0u, attach(endpoint, known, notice));
+    Child copy([](Line& parent) { parent.hear(); });
+    spidOf(endpoint);  // it stays the parent's
+    peer.kill9();
+    EXPECT_TRUE(endpoint.awaitReadable());
+    EXPECT_EQ(known, expectSignal(endpoint, notice, 0).sender);
+    expectNothing(endpoint);
+    EXPECT_FALSE(endpoint.readable());
+    copy.tell();
+    EXPECT_EQ(0, copy.exitStatus());
+}
+
 TEST_F(Fork, AnEndpointMayBeHandedOnThroughSeveralForks) {
     Child first([](Line& test) {
         LINX* endpoint = linx_open("forked", 0, nullptr);

@@ -97,7 +97,11 @@ public:
 private:
     void receive() {
         LinxSignal* signal = nullptr;
-        EXPECT_LT(0, linx_receive(endpoint_, &signal, anySignal));
+        int size;
+        do {  // it may be refused itself, while the other thread tries whether that is
+            size = linx_receive(endpoint_, &signal, anySignal);
+        } while (size == -1 && errno == EINVAL);
+        EXPECT_LT(0, size);
         EXPECT_EQ(0, linx_free_buf(endpoint_, &signal));
     }
 
@@ -138,6 +142,7 @@ TEST_F(ForkThreads, OnceRefusedItDoesNotHideTheEndOfItsParent) {
         test.hear();
     });
     const auto survivor = static_cast<pid_t>(parent.hear());
+    ASSERT_GT(survivor, 0);
     Endpoint supervisor("supervisor");
     const LinxSpid spid = hunt(supervisor, "forked");
     ASSERT_NE(0u, attach(supervisor, spid, notice));

@@ -168,11 +168,17 @@ void cutArena(Victim& victim) {
     std::vector<LINX*> others;
     for (int i = 0; i < 4; ++i) others.push_back(linx_open(("other" + std::to_string(i)).c_str(), 0, nullptr));
     for (LINX* other : others) {
-        while (linx_alloc(other, 16000, gift) != nullptr) {
-        }
+        while (LinxSignal* signal = linx_alloc(other, 16000, gift)) std::memset(payloadOf(signal), 0x5a, 15996);
     }
     for (LINX* other : others) linx_close(other);
     emptyQueue(victim);
+}
+
+/// The same, and then the room made: the pages that are leased next hold what was in signals.
+void soilArena(Victim& victim) {
+    cutArena(victim);
+    EXPECT_EQ(0, allocateLarge(victim));
+    EXPECT_EQ(0, freeAll(victim));
 }
 
 int openSelf(Victim& victim) {

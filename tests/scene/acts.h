@@ -65,6 +65,7 @@ void haveDueTimeout(Victim& victim);
 void haveMuch(Victim& victim);
 void lend(Victim& victim);
 void cutArena(Victim& victim);
+void soilArena(Victim& victim);
 
 template <uint32_t state>
 void holdOneUntil(Victim& victim) {

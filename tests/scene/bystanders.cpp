@@ -32,6 +32,8 @@ public:
         progress_.exchanged = returned_;
     }
 
+    LinxSpid spid() const { return spidOf(endpoint_); }
+
     void awaitVictim() {
         while (founds_ == 0) ASSERT_TRUE(take()) << "the victim is not found";
         for (uint32_t i = 0; i < gifts; ++i) ASSERT_EQ(0, send(endpoint_, victim_, gift, {i}));
@@ -51,12 +53,17 @@ public:
     void goOn() {
         while (notices_ < founds_) ASSERT_TRUE(take()) << "the victim's end is not told";
         exchange();
+        const Endpoint hunted("nobody");  // whom the dead may still hunt for, while somebody clears up after them
+        Endpoint("corpse").close();
         Endpoint successor(victimName);
         EXPECT_EQ(spidOf(successor), ::hunt(successor, victimName));
         while (founds_ == 0) ASSERT_TRUE(take()) << "the hunt for the victim is forgotten";
         for (int i = 0; i < 4; ++i) exchange();
         successor.close();
         while (notices_ < attaches_) ASSERT_TRUE(take()) << "an end is not told";
+    }
+
+    void finish() {
         ASSERT_EQ(0, send(endpoint_, mirror_, end));
         while (!ended_) ASSERT_TRUE(take()) << "the last signal is lost";
         while (take(0)) {
@@ -139,12 +146,15 @@ private:
 
 void conduct(Progress& progress, Stance stance, bool victimIsOpen, Line& parent) {
     Conductor conductor(progress);
-    parent.tell();
+    parent.tell(conductor.spid());
     parent.hear();
     if (victimIsOpen) conductor.awaitVictim();
     parent.tell();
     conductor.pause(stance);
     conductor.goOn();
+    parent.tell();
+    parent.hear();
+    conductor.finish();
 }
 
 void mirror(Progress& progress, Line& parent) {

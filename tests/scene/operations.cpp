@@ -17,6 +17,7 @@ const std::vector<Operation> operations = {
     {"alloc, many", Stance::working, "1000", false, Corpse::none, lend, allocateMany},
     {"alloc, leasing", Stance::working, "1000", false, Corpse::none, nothing, allocateLarge},
     {"alloc, reclaiming", Stance::working, "1000", false, Corpse::none, cutArena, allocateLarge},
+    {"alloc, leasing again", Stance::working, "1000", false, Corpse::none, soilArena, allocateSmall},
     {"send, receiver asleep", Stance::away, "0", false, Corpse::none, holdOneForSleeper, sendToMirror},
     {"send, supervisor asleep", Stance::asleep, "0", false, Corpse::none, holdOneUntil<linx::attention::quiet>,
      sendToConductor},

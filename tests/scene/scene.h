@@ -40,7 +40,8 @@ struct Progress {
     std::atomic<bool> victimEnded;
 };
 
-/// The first bystander. `victimIsOpen`: there is a victim when it is told so, before the victim acts.
+/// The first bystander: tells its spid. `victimIsOpen`: there is a victim when it is told so, before the victim acts.
+/// It says when the victim's end has been dealt with; from then on both stand still until it is told to finish.
 void conduct(Progress& progress, Stance stance, bool victimIsOpen, Line& parent);
 
 /// The second bystander: tells its spid, and sends back what it gets to be sent back. It never begins to talk to the

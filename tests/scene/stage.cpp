@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "host/mailbox/attention.h"
 #include "tests/support/aftermath.h"
 
 namespace scene {
@@ -22,16 +23,44 @@ LinxSpid leaveCorpse(Corpse kind, const std::function<void()>& dieInside) {
     return spid;
 }
 
-/// Whether somebody who does nothing but receive comes for what was sent to him.
-bool hasBeenWoken(LinxSpid spid) {
-    const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    const linx::Word& mailbox = domain->arena().slot(linx::indexOf(spid)).mailbox;
+template <class Condition>
+bool comesTrue(Condition condition) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
-    while (linx::stack::holdsBlocks(mailbox.loadAcquire())) {
+    while (!condition()) {
         if (std::chrono::steady_clock::now() > limit) return false;
         sched_yield();
     }
     return true;
+}
+
+/// Whether somebody who does nothing but receive comes for what was sent to him.
+bool hasBeenWoken(LinxSpid spid) {
+    const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
+    const linx::Slot& slot = domain->arena().slot(linx::indexOf(spid));
+    return comesTrue([&] { return !linx::stack::holdsBlocks(slot.mailbox.loadAcquire()); });
+}
+
+/// Whether he has come for all and sleeps, or is about to.
+bool isAsleep(LinxSpid spid) {
+    const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
+    const linx::Slot& slot = domain->arena().slot(linx::indexOf(spid));
+    return hasBeenWoken(spid) && comesTrue([&] {
+               return linx::attention::stateOf(slot.attention.loadAcquire()) == linx::attention::quiet;
+           });
+}
+
+/// What is not in order while the bystanders live. They may still give up memory that somebody has asked them for.
+std::vector<std::string> disorderAtRest() {
+    constexpr std::chrono::seconds longest(5);
+    const auto limit = std::chrono::steady_clock::now() + longest;
+    for (;;) {
+        linxtest::Aftermath found = linxtest::lookAtRest();
+        found.disorder.insert(found.disorder.end(), found.losses.begin(), found.losses.end());
+        // A death may leave one home a smaller share; there may have been another death before.
+        if (found.miscounts > 2) found.disorder.push_back("the shares of several are smaller");
+        if (found.disorder.empty() || std::chrono::steady_clock::now() > limit) return found.disorder;
+        sched_yield();
+    }
 }
 
 }  // namespace
@@ -42,9 +71,8 @@ Stage::Stage(const Operation& operation)
       looking_("LINX_SPIN_US", operation.looking),
       second_([this](Line& parent) { mirror(progress(), parent); }),
       mirror_(second_.hear()),
-      first_([this](Line& parent) { conduct(progress(), operation_.stance, !operation_.opens, parent); }) {
-    first_.hear();
-}
+      first_([this](Line& parent) { conduct(progress(), operation_.stance, !operation_.opens, parent); }),
+      conductor_(first_.hear()) {}
 
 LinxSpid Stage::enter(const Child& victim, const std::function<void()>& dieInside) {
     victim.hear();
@@ -66,12 +94,19 @@ Outcome Stage::end() {
     if (operation_.stance != Stance::working) {
         complainUnless(hasBeenWoken(mirror_), "the second bystander sleeps over its mail");
     }
+    if (operation_.stance == Stance::asleep) {
+        complainUnless(hasBeenWoken(conductor_), "the first bystander sleeps over its mail");
+    }
     if (operation_.opens) linx_close(linx_open(victimName, 0, nullptr));  // answers a hunt that is still pending
     progress().victimEnded = true;
+    first_.hear();
+    complainUnless(isAsleep(mirror_), "the second bystander does not come to rest");
+    for (const std::string& disorder : disorderAtRest()) outcome.complaints.push_back("at rest: " + disorder);
+    first_.tell();
     complainUnless(first_.endsInTime() && first_.exitStatus() == 0, "the first bystander fails");
     complainUnless(second_.endsInTime() && second_.exitStatus() == 0, "the second bystander fails");
     const linxtest::Aftermath left = linxtest::lookAtAftermath();
-    outcome.leakedBlocks = left.leakedBlocks;
+    outcome.leakedBlocks = static_cast<uint32_t>(left.losses.size());
     outcome.complaints.insert(outcome.complaints.end(), left.disorder.begin(), left.disorder.end());
     for (const std::string& file : domain_.leftovers()) outcome.complaints.push_back("left behind: " + file);
     return outcome;

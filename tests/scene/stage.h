@@ -44,6 +44,7 @@ private:
     Child second_;
     const LinxSpid mirror_;
     Child first_;
+    const LinxSpid conductor_;
 };
 
 }  // namespace scene

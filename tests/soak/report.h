@@ -19,6 +19,7 @@ struct Sample {
     uint32_t blocks = 0;             ///< that have been leased
     uint32_t usedBlocks = 0;         ///< that are neither free nor given back
     uint32_t lostBlocks = 0;         ///< those of them that nobody will find again
+    uint32_t smallerShares = 0;      ///< endpoints that count more memory than they have, by a death
     uint32_t lateAnswers = 0;        ///< those of them that answer, or are to answer, a search that was in vain
     uint32_t vainSearches = 0;       ///< that there may have been
     std::vector<std::string> disorder;

@@ -163,6 +163,7 @@ void Soak::settle() {
     board_.workers.finish = board_.members.finish = true;
     await("all come to rest", [this] { return board_.workers.allSettled() && board_.members.allSettled(); });
     board_.workers.leave = board_.members.leave = true;
+    board_.workers.dismissed = 1;
     for (const Place& place : places_) {
         if (!isMember(place)) place.child->tell();
     }

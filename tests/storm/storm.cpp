@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "tests/support/aftermath.h"
 #include "tests/traffic/worker.h"
 
 namespace storm {
@@ -120,11 +121,21 @@ void Storm::calm() {
     if (!settle()) return;
     ledger_.leave = true;
     for (const Place& place : places_) place.child->tell();
+    if (ledger_.checked.reaches(seats)) inspect();
+    ledger_.dismissed = 1;
     for (uint32_t worker = 0; worker < seats; ++worker) {
         const int status = places_[worker].child->exitStatus();
         if (status == 0) continue;
         ledger_.complain("worker " + std::to_string(worker) + " ends with " + std::to_string(status));
     }
+}
+
+/// Looks through the arena while all are open and nobody does anything.
+void Storm::inspect() {
+    const linxtest::Aftermath found = linxtest::lookAtRest();
+    for (const std::string& disorder : found.disorder) ledger_.complain("the arena at rest: " + disorder);
+    for (const std::string& loss : found.losses) ledger_.complain("lost: " + loss);
+    if (found.miscounts > kills_) ledger_.complain("more shares are smaller than workers were killed");
 }
 
 }  // namespace storm

@@ -21,8 +21,8 @@ class Storm {
 public:
     Storm(Ledger& ledger, uint32_t seed) : ledger_(ledger), random_(seed) {}
 
-    /// Kills so many workers, each replaced at once; then lets all come to rest and end. Stops early when somebody
-    /// complains.
+    /// Kills so many workers, each replaced at once; then lets all come to rest, looks through the arena, and lets
+    /// them end. Stops early when somebody complains.
     void rage(uint32_t kills);
 
     uint32_t kills() const { return kills_; }
@@ -49,6 +49,7 @@ private:
     bool settle();
     void rest();
     void calm();
+    void inspect();
     uint32_t draw(uint32_t below) { return static_cast<uint32_t>(random_() % below); }
 
     Ledger& ledger_;

@@ -9,25 +9,34 @@
 
 namespace linxtest {
 
-/// What is left in the domain of $LINX_DOMAIN when all its processes have ended.
+/// What is left in the domain of $LINX_DOMAIN when all its processes have ended, or stand still.
 struct Aftermath {
-    uint32_t leakedBlocks = 0;
+    std::vector<std::string> losses;    ///< of blocks
+    uint32_t miscounts = 0;             ///< endpoints that count more lines than they are home to
     std::vector<std::string> disorder;  ///< whatever else is not as it should be
 };
 
-/// Ends who has died unnoticed, and looks.
-inline Aftermath lookAtAftermath() {
+/// Ends who has died unnoticed, and looks. Those that live may not be at work.
+inline Aftermath lookAtRest() {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    if (domain == nullptr) return {0, {"the domain cannot be joined"}};
+    if (domain == nullptr) return {{}, 0, {"the domain cannot be joined"}};
     const linx::ColdSection cold(*domain);
-    if (!cold.entered()) return {0, {"the arena cannot be locked"}};
+    if (!cold.entered()) return {{}, 0, {"the arena cannot be locked"}};
     linx::reapAllDead(cold);
+    ArenaValidator validator(cold);
+    Aftermath found;
+    found.disorder = validator.disorder();
+    found.losses = validator.losses();
+    found.miscounts = static_cast<uint32_t>(validator.miscounts().size());
+    return found;
+}
+
+/// The same when nobody lives any more.
+inline Aftermath lookAtAftermath() {
+    Aftermath left = lookAtRest();
+    const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
+    if (domain == nullptr) return left;
     const linx::Arena& arena = domain->arena();
-    Aftermath left;
-    left.disorder = ArenaValidator(cold).disorder();
-    linx::forEachBlock(arena, [&](const linx::Block& block, linx::Ref, uint32_t) {
-        if (!linx::common::isCommon(block)) ++left.leakedBlocks;
-    });
     for (uint32_t i = 1; i <= arena.header().slotsUsed.loadRelaxed(); ++i) {
         const bool isOpen = (arena.slot(i).life.loadRelaxed() & linx::lifeOpen) != 0;
         if (isOpen) left.disorder.push_back("slot " + std::to_string(i) + " is still open");

@@ -1,10 +1,11 @@
 #ifndef LINXIPC_TESTS_SUPPORT_ARENA_VALIDATOR_H
 #define LINXIPC_TESTS_SUPPORT_ARENA_VALIDATOR_H
 
-#include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "host/arena/common_stacks.h"
@@ -12,6 +13,8 @@
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
+#include "host/mailbox/attention.h"
+#include "host/mailbox/introduction.h"
 #include "host/recovery/cold_section.h"
 
 namespace linxtest {
@@ -21,10 +24,11 @@ class ArenaValidator {
 public:
     explicit ArenaValidator(const linx::ColdSection& cold) : arena_(cold.arena()) {}
 
-    /// Everything: disorder and losses.
+    /// Everything: disorder, losses and miscounts.
     std::vector<std::string> violations() {
         std::vector<std::string> all = disorder();
         all.insert(all.end(), lost_.begin(), lost_.end());
+        all.insert(all.end(), miscounted_.begin(), miscounted_.end());
         return all;
     }
 
@@ -32,17 +36,21 @@ public:
     std::vector<std::string> disorder() {
         checkUnits();
         checkCommonStacks();
-        checkMailboxes();
+        checkSlots();
         checkBlocks();
+        checkLeases();
         checkNames();
         checkEnded();
         checkHunts();
-        checkOpenCount();
         return said_;
     }
 
     /// The blocks that nobody will find again, once `disorder` has looked.
     const std::vector<std::string>& losses() const { return lost_; }
+
+    /// The endpoints that count more lines than they are home to, once `disorder` has looked: who dies between a
+    /// block and the count of its home's leaves that one a smaller share.
+    const std::vector<std::string>& miscounts() const { return miscounted_; }
 
     /// Whether a block lies in a mailbox, or has been given back and not been fetched, once `disorder` has looked.
     bool isTravelling(linx::Ref ref) const { return travelling_.count(ref) != 0; }
@@ -66,6 +74,7 @@ private:
 
     Sentence say() { return Sentence(said_); }
     Sentence sayLost() { return Sentence(lost_); }
+    Sentence sayMiscounted() { return Sentence(miscounted_); }
 
     bool isLive(linx::Spid spid) const { return linx::isSpid(spid) && linx::isOpen(arena_, spid); }
     uint32_t slotsUsed() const { return arena_.header().slotsUsed.loadRelaxed(); }
@@ -84,13 +93,23 @@ private:
         }
     }
 
-    bool visitOnce(linx::Ref ref, const std::string& place) {
+    /// Where a block lies.
+    struct Place {
+        const char* kind;
+        uint32_t number;
+        friend std::ostream& operator<<(std::ostream& out, const Place& place) {
+            return out << place.kind << ' ' << place.number;
+        }
+    };
+
+    bool visitOnce(linx::Ref ref, const Place& place) {
         const auto [known, isNew] = places_.insert({ref, place});
         if (!isNew) say() << "block " << ref << " is in " << place << " and in " << known->second;
         return isNew;
     }
 
     void checkCommonStacks() {
+        uint32_t lines = 0;
         for (uint32_t c = 0; c < linx::sizeClassCount; ++c) {
             linx::Ref ref = arena_.header().common[c].loadRelaxed();
             for (uint32_t left = arena_.maxBlocks(); ref != 0; --left) {
@@ -100,46 +119,78 @@ private:
                     say() << "common stack " << c << " holds " << ref << ", which is not its own";
                     break;
                 }
-                if (!visitOnce(ref, "common stack " + std::to_string(c))) break;
+                if (!visitOnce(ref, {"common stack", c})) break;
                 common_.insert(ref);
+                lines += linx::linesOfClass(c);
                 ref = block->next.loadRelaxed();
             }
         }
+        const uint32_t counted = arena_.header().commonLines.loadRelaxed();
+        if (counted != lines) say() << counted << " lines are counted as common, not " << lines;
     }
 
     void checkChain(uint32_t index, linx::Ref head, const char* kind) {
         linx::stack::walk(arena_, head, [&](linx::Block& block, linx::Ref ref, uint32_t) {
-            visitOnce(ref, kind + std::to_string(index));
+            visitOnce(ref, {kind, index});
             // Or on its way to an earlier user of the slot, from somebody who was held up.
             const uint32_t owner = block.owner.loadRelaxed();
             if ((owner & linx::ownerTransit) == 0 || linx::indexOf(owner) != index) {
-                say() << "block " << ref << " lies in the " << kind << index << " of another than its owner";
+                say() << "block " << ref << " lies in the " << Place{kind, index} << " of another than its owner";
             }
             travelling_.insert(ref);
         });
     }
 
-    void checkMailboxes() {
+    void checkSlots() {
+        uint32_t open = 0;
         for (uint32_t i = 1; i <= slotsUsed(); ++i) {
             const linx::Slot& slot = arena_.slot(i);
+            const uint32_t life = slot.life.loadRelaxed();
+            if (life != 0 && (!linx::isSpid(life & ~linx::lifeOpen) || linx::indexOf(life) != i)) {
+                say() << "slot " << i << " is that of " << life;
+            }
             if (slot.takingMailbox.loadRelaxed() != 0) say() << "slot " << i << " is still taking its mailbox";
             if (slot.takingReturned.loadRelaxed() != 0) say() << "slot " << i << " is still taking its returns";
-            if (!isOpenSlot(i)) {
-                if (linx::stack::holdsBlocks(slot.mailbox.loadRelaxed())) say() << "ended slot " << i << " has mail";
-                continue;
+            if (isOpenSlot(i)) {
+                ++open;
+                checkOpenSlot(i);
+            } else {
+                checkEndedSlot(i);
             }
-            checkChain(i, linx::stack::refOf(slot.mailbox.loadRelaxed()), "mailbox ");
-            checkChain(i, slot.returned.loadRelaxed(), "returned stack ");
+        }
+        const uint32_t counted = arena_.header().openEndpoints.loadRelaxed();
+        if (counted != open) say() << counted << " endpoints are counted as open, not " << open;
+    }
+
+    void checkOpenSlot(uint32_t i) {
+        const linx::Slot& slot = arena_.slot(i);
+        const linx::Spid spid = slot.life.loadRelaxed() & linx::spidMask;
+        const uint32_t attention = slot.attention.loadRelaxed();
+        if (attention != linx::attention::word(spid, linx::attention::stateOf(attention))) {
+            say() << "the attention of slot " << i << " is that of an earlier user";
+        }
+        const uint32_t mailbox = slot.mailbox.loadRelaxed();
+        if (linx::stack::tagOf(mailbox) != linx::introduction::tagAt(slot.partings.loadRelaxed())) {
+            say() << "the mailbox of slot " << i << " has not the tag of its partings";
+        }
+        checkChain(i, linx::stack::refOf(mailbox), "mailbox");
+        checkChain(i, slot.returned.loadRelaxed(), "returned stack");
+    }
+
+    void checkEndedSlot(uint32_t i) {
+        if (linx::stack::holdsBlocks(arena_.slot(i).mailbox.loadRelaxed()))
+            say() << "ended slot " << i << " has mail";
+        if (linx::stack::holdsBlocks(arena_.slot(i).returned.loadRelaxed())) {
+            say() << "ended slot " << i << " has been given back blocks";
         }
     }
 
-    /// Every block has one place, and the lines of a home are those that it counts.
+    /// Every block has one place.
     void checkBlocks() {
-        std::map<linx::Spid, uint32_t> linesOf;
         linx::forEachBlock(arena_, [&](linx::Block& block, linx::Ref ref, uint32_t sizeClass) {
             const uint32_t owner = block.owner.loadRelaxed();
             const linx::Spid home = block.home.loadRelaxed();
-            linesOf[home] += linx::linesOfClass(sizeClass);
+            linesOf_[home] += linx::linesOfClass(sizeClass);
             if (owner == linx::ownerFree && home == linx::noHome) {
                 if (common_.count(ref) == 0) say() << "block " << ref << " is common and in no common stack";
             } else if (owner == linx::ownerFree) {
@@ -150,16 +201,26 @@ private:
                 sayLost() << "block " << ref << " is on its way and nowhere";
             }
         });
+    }
+
+    /// The lines of a home are those that it counts.
+    void checkLeases() {
         for (uint32_t i = 1; i <= slotsUsed(); ++i) {
             if (!isOpenSlot(i)) continue;
             const linx::Slot& slot = arena_.slot(i);
-            const uint32_t expected = linesOf[slot.life.loadRelaxed() & linx::spidMask];
+            const linx::Spid spid = slot.life.loadRelaxed() & linx::spidMask;
+            const uint32_t lines = linesOf_[spid];
             const uint32_t counted = linx::share::linesOf(slot);
-            if (counted != expected) say() << "slot " << i << " counts " << counted << " lines of " << expected;
+            if ((slot.leasedLines.loadRelaxed() ^ linx::share::tagOf(spid)) > linx::share::lineMask) {
+                say() << "slot " << i << " has the books of an earlier user";
+            }
+            if (counted == lines) continue;
+            (counted > lines ? sayMiscounted() : say())
+                << "slot " << i << " counts " << counted << " lines of " << lines;
         }
     }
 
-    /// The name table holds the open slots, and each once.
+    /// The name table holds the open slots, and each once; each is found by its name.
     void checkNames() {
         std::set<uint32_t> listed;
         for (uint32_t bucket = 0; bucket < linx::slotCount; ++bucket) {
@@ -176,26 +237,30 @@ private:
             }
         }
         for (uint32_t i = 1; i <= slotsUsed(); ++i) {
-            if (isOpenSlot(i) && listed.count(i) == 0) say() << "open slot " << i << " has no name";
+            if (!isOpenSlot(i)) continue;
+            if (listed.count(i) == 0) say() << "open slot " << i << " has no name";
+            const linx::Spid spid = arena_.slot(i).life.loadRelaxed() & linx::spidMask;
+            linx::Name name;
+            if (!linx::nameOfSpid(arena_, spid, name) || linx::findName(arena_, name) != spid) {
+                say() << "slot " << i << " is not found by its name '" << name.text() << "'";
+            }
         }
     }
 
-    /// The order of ended slots holds all of them once.
-    void checkOpenCount() {
-        uint32_t open = 0;
-        for (uint32_t i = 1; i <= slotsUsed(); ++i) open += isOpenSlot(i) ? 1 : 0;
-        const uint32_t counted = arena_.header().openEndpoints.loadRelaxed();
-        if (counted != open) say() << counted << " endpoints are counted as open, not " << open;
-    }
-
+    /// The order of ended slots holds all of them once, the oldest first.
     void checkEnded() {
         std::set<uint32_t> listed;
         uint32_t last = 0;
+        const uint32_t now = arena_.header().endings.loadRelaxed();
+        uint32_t ageBefore = ~0u;
         for (uint32_t index = arena_.header().oldestEnded.loadRelaxed(); index != 0;) {
             if (index > slotsUsed() || isOpenSlot(index) || !listed.insert(index).second) {
                 say() << "the order of ended slots leads to " << index;
                 return;
             }
+            const uint32_t age = now - arena_.slot(index).endStamp.loadRelaxed();
+            if (age > ageBefore) say() << "ended slot " << index << " comes before one that ended earlier";
+            ageBefore = age;
             last = index;
             index = arena_.slot(index).nextEnded.loadRelaxed();
         }
@@ -223,9 +288,11 @@ private:
     const linx::Arena& arena_;
     std::vector<std::string> said_;
     std::vector<std::string> lost_;  ///< blocks that nobody will find again
-    std::map<linx::Ref, std::string> places_;
-    std::set<linx::Ref> common_;
-    std::set<linx::Ref> travelling_;
+    std::vector<std::string> miscounted_;
+    std::unordered_map<linx::Spid, uint32_t> linesOf_;  ///< by home
+    std::unordered_map<linx::Ref, Place> places_;
+    std::unordered_set<linx::Ref> common_;
+    std::unordered_set<linx::Ref> travelling_;
 };
 
 /// What is wrong with the domain's arena, after whoever died in a cold section has been mended; empty when all is

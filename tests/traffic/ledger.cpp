@@ -50,7 +50,7 @@ bool Ledger::allSettled() const {
 
 void Ledger::goOn() {
     finish = leave = false;
-    standing = checked = 0;
+    standing = checked = dismissed = 0;
     for (uint32_t seat = 0; seat < seats; ++seat) settled[seat] = false;
 }
 

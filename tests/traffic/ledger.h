@@ -45,6 +45,7 @@ struct Ledger {
     std::atomic<bool> leave;   ///< nobody sends any more
     Count standing;            ///< seats whose endpoints send no more
     Count checked;             ///< seats that have drawn the balance
+    Count dismissed;           ///< 1 when those may end
 
     std::atomic<uint32_t> verified;
     std::atomic<uint32_t> relayed;

@@ -427,6 +427,7 @@ void Worker::drawBalance() {
     }
     ++ledger_.checked;
     if (!ledger_.checked.reaches(ledger_.seats)) complain("does not see all others draw the balance");
+    if (!ledger_.dismissed.reaches(1)) complain("is not dismissed");
 }
 
 }  // namespace traffic

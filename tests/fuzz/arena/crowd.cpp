@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "tests/fuzz/arena/ambush.h"
+#include "tests/ambush/ambush.h"
 #include "tests/fuzz/claim.h"
 #include "tests/support/read_all.h"
 

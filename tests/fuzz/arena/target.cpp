@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "tests/fuzz/arena/ambush.h"
+#include "tests/ambush/ambush.h"
 #include "tests/fuzz/arena/crowd.h"
 #include "tests/fuzz/arena/image.h"
 #include "tests/fuzz/claim.h"
@@ -70,7 +70,7 @@ void play(Input& input) {
     if (beginning == 1) crowd.closeAll();
     if (beginning >= 2) image.replace(image.length());
     for (uint32_t left = mostSteps; left != 0 && !input.empty(); --left) step(crowd, image, input);
-    ambush::lay(0, nullptr);
+    ambush::lift();
     crowd.closeAll();
     claim(image.isOfItsLength(), "the arena stays as long as it was");
 }

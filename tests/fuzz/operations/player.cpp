@@ -239,7 +239,7 @@ void Player::send(Seat& seat) {
     Seat* target = world_.findOpen(to);
     claim(result == (own.isOwn && target != nullptr ? 0 : -1), "signals of one's own go to live endpoints");
     if (!own.isOwn) return expectError(EINVAL, "linx_send");
-    if (target == nullptr) return expectError(world_.nameOf(to) != nullptr ? ECONNRESET : ESRCH, "linx_send");
+    if (target == nullptr) return expectError(world_.existed(to) ? ECONNRESET : ESRCH, "linx_send");
     Letter letter = own.letter;
     letter.sender = seat.spid;
     target->inbox.arrive(letter);
@@ -320,7 +320,7 @@ void Player::attach(Seat& seat) {
     LinxSignal* signal = own.signal;
     const LinxRef reference = linx_attach(seat.linx, &signal, whom);
     expectTaken(seat, own, signal);
-    const bool existed = world_.nameOf(whom) != nullptr;
+    const bool existed = world_.existed(whom);
     claim((reference != 0) == (own.isOwn && existed), "whoever existed is supervised, with a signal of one's own");
     if (reference == 0) return expectError(own.isOwn ? ESRCH : EINVAL, "linx_attach");
     references_.push_back(reference);
@@ -365,7 +365,7 @@ void Player::nameOf(Seat& seat) {
     char* name = nullptr;
     const int result = linx_get_name(seat.linx, spid, &name);
     const std::string* expected = world_.nameOf(spid);
-    claim(result == (expected == nullptr ? -1 : 0), "whoever existed has a name");
+    claim(result == (expected == nullptr ? -1 : 0), "whoever existed has a name until his slot is used again");
     if (expected == nullptr) return expectError(ESRCH, "linx_get_name");
     claim(*expected == name, "a name is told as it was given");
     claim(seat.names.insert(name).second, "no name is given out twice");

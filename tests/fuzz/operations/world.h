@@ -40,7 +40,12 @@ public:
 
     Seat* findOpen(const std::string& name);
     Seat* findOpen(LinxSpid spid);
-    const std::string* nameOf(LinxSpid spid) const;  ///< null when there never was such a spid
+
+    /// Whether there is or was such a spid.
+    bool existed(LinxSpid spid) const { return known_.count(spid) != 0; }
+
+    /// Null when there never was such a spid, or its slot has been used again.
+    const std::string* nameOf(LinxSpid spid) const;
 
     /// `seat` holds the endpoint `spid` from now on: hunts for its name are answered.
     void open(Seat& seat, LINX* linx, LinxSpid spid, const std::string& name);
@@ -77,6 +82,7 @@ private:
     std::vector<Hunt> hunts_;
     std::vector<Attach> attaches_;
     std::map<LinxSpid, std::string> known_;
+    std::map<uint32_t, LinxSpid> latest_;  ///< by slot
 };
 
 }  // namespace fuzz

@@ -27,6 +27,17 @@ const char* programOf(Size size) {
     return other == nullptr ? "" : other;
 }
 
+/// Has the next program of this process get the descriptor. Its number, for the command line.
+std::string inherit(int descriptor) {
+    fcntl(descriptor, F_SETFD, 0);
+    return std::to_string(descriptor);
+}
+
+int keepToOneself(int descriptor) {
+    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    return descriptor;
+}
+
 }  // namespace
 
 Role::Role(const char* name, void (*body)(Line&)) : name_(name) {
@@ -35,19 +46,20 @@ Role::Role(const char* name, void (*body)(Line&)) : name_(name) {
 
 Child::Body Role::in(Size size) const {
     return [this, size](Line& parent) {
-        const std::string line = std::to_string(parent.descriptor());
-        fcntl(parent.descriptor(), F_SETFD, 0);
-        execl(programOf(size), "mixed_test", "--role", name_, line.c_str(), nullptr);
+        const std::string line = inherit(parent.descriptor());
+        const std::string failures = inherit(Failures::ownDescriptor());
+        execl(programOf(size), "mixed_test", "--role", name_, line.c_str(), failures.c_str(), nullptr);
         ADD_FAILURE() << "$" << otherProgram << " '" << programOf(size) << "': " << std::strerror(errno);
     };
 }
 
-int playRole(const std::string& name, int lineDescriptor) {
-    fcntl(lineDescriptor, F_SETFD, FD_CLOEXEC);
+int playRole(const std::string& name, int lineDescriptor, int failuresDescriptor) {
     const auto role = roles().find(name);
     if (role == roles().end()) return 2;
+    const Failures failures(keepToOneself(failuresDescriptor));
+    failures.note();
     {
-        Line parent(lineDescriptor);
+        Line parent(keepToOneself(lineDescriptor));
         role->second(parent);
     }
     return testing::Test::HasFailure() ? 1 : 0;

@@ -29,7 +29,7 @@ private:
 };
 
 /// Plays a role in a program that was executed for it. The exit status.
-int playRole(const std::string& name, int lineDescriptor);
+int playRole(const std::string& name, int lineDescriptor, int failuresDescriptor);
 
 /// Goes on as the program of the other size with these arguments. Ends the process when it cannot.
 [[noreturn]] void continueInOtherSize(char** arguments);

@@ -39,11 +39,15 @@ Child::Child(const Body& body) {
     if (pid_ == -1) abort();
     line_ = std::make_unique<Line>(ends[pid_ == 0 ? 1 : 0]);
     close(ends[pid_ == 0 ? 0 : 1]);
-    if (pid_ != 0) return;
+    if (pid_ != 0) {
+        failures_.closeDescriptor();
+        return;
+    }
+    failures_.note();
     dieWithParent();
     body(*line_);
     std::fflush(nullptr);
-    _exit(testing::Test::HasFailure() ? 1 : 0);
+    _exit(failures_.text().empty() ? 0 : 1);  // and not of what failed before, elsewhere
 }
 
 Child::~Child() {
@@ -52,8 +56,15 @@ Child::~Child() {
 
 void Child::kill9() {
     kill(pid_, SIGKILL);
-    waitFor(pid_, 0);
+    awaitEnd();
+}
+
+int Child::awaitEnd() {
+    const int status = waitFor(pid_, 0);
+    const std::string failures = failures_.text();
+    if (!failures.empty()) ADD_FAILURE() << "in process " << pid_ << ": " << failures;
     pid_ = -1;
+    return status;
 }
 
 void Child::stop() const {
@@ -95,7 +106,6 @@ bool Child::endsInTime() const {
 }
 
 int Child::exitStatus() {
-    const int status = waitFor(pid_, 0);
-    pid_ = -1;
+    const int status = awaitEnd();
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }

@@ -6,10 +6,12 @@
 #include <functional>
 #include <memory>
 
+#include "tests/processes/support/failures.h"
 #include "tests/processes/support/line.h"
 
 /// A process of the test's. It ends when `body` returns, with status 0 unless an expectation failed in it; it is
-/// killed if it still lives when this object goes, or when its parent ends.
+/// killed if it still lives when this object goes, or when its parent ends. What fails in it fails here too, once its
+/// end is seen, however it ended.
 class Child {
 public:
     using Body = std::function<void(Line& parent)>;
@@ -43,6 +45,9 @@ public:
     int exitStatus();
 
 private:
+    int awaitEnd();
+
+    Failures failures_;
     pid_t pid_;
     std::unique_ptr<Line> line_;
 };

@@ -1,13 +1,13 @@
 #ifndef LINXIPC_HOST_ARENA_CELL_H
 #define LINXIPC_HOST_ARENA_CELL_H
 
-#include "tests/fuzz/arena/ambush.h"
+#include "tests/ambush/ambush.h"
 #include "tests/support/watched_cell.h"
 
 namespace linx {
 
 struct Ambushed {
-    Ambushed() { fuzz::ambush::pass(); }
+    Ambushed() { ambush::pass(); }
 };
 
 /// A word of the arena that may have changed each time it is looked at. Stands in for the shipped header of the same

@@ -1,10 +1,8 @@
-#ifndef LINXIPC_TESTS_FUZZ_ARENA_AMBUSH_H
-#define LINXIPC_TESTS_FUZZ_ARENA_AMBUSH_H
+#ifndef LINXIPC_TESTS_AMBUSH_AMBUSH_H
+#define LINXIPC_TESTS_AMBUSH_AMBUSH_H
 
 #include <cstdint>
 #include <functional>
-
-namespace fuzz {
 
 /// Lies in wait for whoever looks at shared memory: something can be done right before a certain look. Counts the
 /// looks too, which must not be too many for one operation. Not for several threads.
@@ -24,10 +22,12 @@ inline void pass() {
 /// `action` is done before the `looks`th look from now on, counted from 1; 0 forgets it. It may lay the next ambush.
 void lay(uint32_t looks, std::function<void()> action);
 
+/// Forgets what was laid. Whether it lay there in vain.
+bool lift();
+
 /// An operation begins.
 void begin();
 
 }  // namespace ambush
-}  // namespace fuzz
 
 #endif

@@ -1,0 +1,81 @@
+// Deaths of who mends or leases, at every place where it changes shared memory, and what the next makes of it.
+
+#include <sys/wait.h>
+
+#include <cstring>
+
+#include "host/recovery/repair.h"
+#include "tests/crash/site.h"
+#include "tests/host/answering.h"
+
+namespace linx {
+namespace {
+
+/// Does it in a process that is killed at the place. False when it did not come so far.
+template <class Work>
+bool dieAt(uint32_t site, Work work) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::atomic<uint32_t> ignored{0};
+        crash::arm(site, crash::End::kill, ignored);
+        work();
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFSIGNALED(status);
+}
+
+using MendingTest = AnsweringTest;
+
+TEST_F(MendingTest, ADeathInItLeavesAHuntThatWasBeingAnsweredPending) {
+    // The order of the names comes after the hunts, and is made anew in many places that are all alike.
+    uint32_t site = 1;
+    bool isBehindHunts = false;
+    while (!isBehindHunts && !HasFailure()) {
+        SCOPED_TRACE(site);
+        begin();
+        tell();
+        arena.header().busy.storeRelaxed(1);
+        arena.bucket(0).storeRelaxed(indexOf(opener));
+        ASSERT_TRUE(dieAt(site++, [this] { const ColdSection cold(*joined); }));
+        isBehindHunts = arena.bucket(0).loadRelaxed() != indexOf(opener);
+        expectPendingAgain();
+    }
+    EXPECT_GT(site, 10u);
+    expectStillPending();
+}
+
+/// Set before anything is opened, being a base that comes first.
+struct FourMegabytes {
+    linxtest::ScopedVariable megabytes{"LINX_ARENA_MB", "4"};
+};
+
+class LeasingTest : private FourMegabytes, public RecoveryTest {};
+
+TEST_F(LeasingTest, ADeathInItLosesNothingWhateverLiesInThePages) {
+    constexpr uint32_t gap = 2;
+    const SizeClass& c = sizeClasses[anyClass];
+    const uint32_t first = arena.header().unitsUsed.loadRelaxed();
+    // Leased before, all of it, and free again; but for what the endpoint has.
+    arena.header().unitsUsed.storeRelaxed(arena.unitCount());
+    bool died = true;
+    for (uint32_t site = 1; died && !HasFailure(); ++site) {
+        SCOPED_TRACE(site);
+        ASSERT_TRUE(arena.provideUnit(first + gap));
+        std::memset(static_cast<void*>(arena.rawBlock(arena.refOfUnit(first))), 0x5a, gap * unitBytes);
+        const Spid dead = layDead("dead");
+        died = dieAt(site, [&] {
+            const ColdSection cold(*joined);
+            lease::fromUnits(cold, dead, anyClass, c.blocks);
+        });
+        repairAfterDeath();
+        reapDead(dead);
+        expectInOrder();
+        for (uint32_t unit = 0; unit < c.units; ++unit) arena.unit(first + unit).storeRelaxed(0);
+        repairAfterDeath();
+    }
+}
+
+}  // namespace
+}  // namespace linx

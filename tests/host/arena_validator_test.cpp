@@ -1,0 +1,95 @@
+#include "tests/support/arena_validator.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/host/recovery.h"
+
+namespace linx {
+namespace {
+
+using linxtest::Linx;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// An arena with something of everything in it, of which one word is wrong.
+class ArenaValidatorTest : public RecoveryTest {
+protected:
+    ArenaValidatorTest() {
+        const Linx other("other");
+        sendNumber(other, other.spid, 1);
+        Linx("first").reset();
+        Linx("second").reset();
+        EXPECT_EQ(linx_hunt(live, "nobody", nullptr), 0);
+        LinxSignal* signal = linx_alloc(other, 4, 1);
+        linx_free_buf(other, &signal);
+        expectInOrder();
+    }
+
+    /// Says this with another value in the word, and nothing once it is back.
+    void expectSaid(Word& word, uint32_t wrong, const std::string& what) const {
+        const uint32_t right = word.loadRelaxed();
+        word.storeRelaxed(wrong);
+        EXPECT_THAT(linxtest::arenaViolations(*joined), testing::Contains(HasSubstr(what)));
+        word.storeRelaxed(right);
+        expectInOrder();
+    }
+    void expectSaidOfOneMore(Word& word, const std::string& what) const {
+        expectSaid(word, word.loadRelaxed() + 1, what);
+    }
+
+    Header& header() const { return arena.header(); }
+    Slot& own() const { return slotOf(live.spid); }
+};
+
+TEST_F(ArenaValidatorTest, SeesThatCountsAreWrong) {
+    expectSaidOfOneMore(header().openEndpoints, "counted as open");
+    expectSaidOfOneMore(header().commonLines, "counted as common");
+    expectSaidOfOneMore(own().leasedLines, "lines of");
+    expectSaid(own().leasedLines, own().leasedLines.loadRelaxed() - 1, "lines of");
+    expectSaidOfOneMore(header().huntsUsed, "not trimmed");
+}
+
+TEST_F(ArenaValidatorTest, SeesThatEndedSlotsAreOutOfOrder) {
+    const uint32_t oldest = header().oldestEnded.loadRelaxed();
+    const uint32_t next = arena.slot(oldest).nextEnded.loadRelaxed();
+    expectSaid(header().oldestEnded, next, "out of the order");
+    expectSaid(header().newestEnded, oldest, "the newest ended slot");
+    expectSaid(arena.slot(header().newestEnded.loadRelaxed()).nextEnded, indexOf(live.spid), "leads to");
+    expectSaid(arena.slot(oldest).endStamp, header().endings.loadRelaxed(), "comes before one that ended earlier");
+}
+
+TEST_F(ArenaValidatorTest, SeesThatASlotIsWrong) {
+    expectSaidOfOneMore(own().life, "is that of");
+    expectSaid(own().attention, attention::word(live.spid + slotCount, attention::quiet), "of an earlier user");
+    expectSaidOfOneMore(own().partings, "the tag of its partings");
+    expectSaid(own().takingMailbox, 5, "still taking its mailbox");
+    expectSaid(own().takingReturned, 5, "still taking its returns");
+    Slot& ended = arena.slot(header().oldestEnded.loadRelaxed());
+    expectSaid(ended.mailbox, arena.refOfUnit(0), "has mail");
+    expectSaid(ended.returned, arena.refOfUnit(0), "has been given back");
+}
+
+TEST_F(ArenaValidatorTest, SeesThatANameIsWrong) {
+    expectSaidOfOneMore(own().name[0], "not found by its name");
+    expectSaidOfOneMore(own().nameHash, "in the wrong bucket");
+    expectSaid(arena.bucket(own().nameHash.loadRelaxed()), 0, "has no name");
+}
+
+TEST_F(ArenaValidatorTest, SeesThatABlockIsWrong) {
+    uint32_t sizeClass = 0;
+    while (header().common[sizeClass].loadRelaxed() == 0) ++sizeClass;
+    Word& head = header().common[sizeClass];
+    expectSaid(head, block(head.loadRelaxed()).next.loadRelaxed(), "in no common stack");
+    expectSaid(head, arena.refOfUnit(0) - 1, "not its own");
+    Block& common = block(head.loadRelaxed());
+    expectSaid(common.owner, live.spid, "not its own");
+    expectSaid(arena.hunt(0).signal, head.loadRelaxed(), "no signal of its hunter");
+    expectSaid(arena.hunt(0).hunter, live.spid + slotCount, "which has ended");
+    LinxSignal* signal = linx_alloc(live, 4, 1);
+    expectSaid(blockOf(signal)->owner, live.spid | ownerTransit, "on its way and nowhere");
+    expectSaid(blockOf(signal)->owner, live.spid + slotCount, "which has ended");
+    linx_free_buf(live, &signal);
+}
+
+}  // namespace
+}  // namespace linx

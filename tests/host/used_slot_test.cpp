@@ -1,0 +1,257 @@
+// A slot that has had an endpoint before, of which somebody still knows.
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "host/arena/slot_table.h"
+#include "host/mailbox/bell.h"
+#include "tests/host/endpoints.h"
+#include "tests/host/interposed.h"
+#include "tests/host/one_processor.h"
+#include "tests/support/failing_new.h"
+#include "tests/support/file_memory.h"
+
+namespace linx {
+namespace {
+
+using linxtest::anySignal;
+using linxtest::Linx;
+namespace interposed = linxtest::interposed;
+
+constexpr uint32_t awaited = 1;
+constexpr uint32_t other = 2;
+constexpr uint32_t onlyAwaited[] = {1, awaited};
+
+/// Set before anything is opened, being a base that comes first.
+struct SevenSlots {
+    static constexpr uint32_t count = 7;
+    const linxtest::FewSlots few{count};
+};
+
+class UsedSlotTest : private SevenSlots, public linxtest::ArenaDomainTest {
+protected:
+    static constexpr uint32_t slots = SevenSlots::count;
+
+    void TearDown() override {
+        interposed::reset();
+        ArenaDomainTest::TearDown();
+    }
+
+    /// Opens endpoints until one is in the slot of an ended one.
+    static Linx openInSlotOf(Spid ended, const std::string& name = "next") {
+        for (uint32_t left = slots; left > 1; --left) {
+            Linx opened(name);
+            if (indexOf(opened.spid) == indexOf(ended)) return opened;
+        }
+        Linx opened(name);
+        EXPECT_EQ(indexOf(opened.spid), indexOf(ended));
+        return opened;
+    }
+
+    std::string bellOf(Spid spid) const {
+        char name[16];
+        std::snprintf(name, sizeof name, "bell.%08x", spid);
+        return domain.pathOf(name);
+    }
+
+    /// As one does who is about to send for the first time.
+    void introduce(Spid spid, Spid to) const {
+        const ScopedDescriptor bell(bell::open(joined->directory(), to));
+        EXPECT_TRUE(bell::tell(bell.get(), spid));
+    }
+
+    /// Whoever sleeps is woken, and has missed something.
+    static void expectNoSleep(LINX* waker, Spid sleeper) {
+        interposed::atSleep = [waker, sleeper] {
+            ADD_FAILURE() << "it sleeps";
+            sendNumber(waker, sleeper, awaited);
+        };
+    }
+};
+
+TEST_F(UsedSlotTest, IsNotGivenAwayWhileItIsOpen) {
+    std::vector<Linx> all;
+    for (int round = 0; round < 2; ++round) {
+        all.clear();
+        for (uint32_t i = 0; i < slots; ++i) all.emplace_back("endpoint" + std::to_string(i));
+    }
+    const uint32_t index = indexOf(all[0].spid);
+    all[0].reset();
+    all[0] = Linx("again");
+    EXPECT_EQ(indexOf(all[0].spid), index);
+    EXPECT_EQ(linx_open("one more", 0, nullptr), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST_F(UsedSlotTest, HasNoShareInWhatItsEarlierUserHasLent) {
+    const Linx borrower("borrower");
+    Linx lender("lender");
+    sendNumber(lender, borrower.spid, 1, 1000);
+    LinxSignal* borrowed = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(borrower, &borrowed, 0, anySignal), 1000);
+    const Spid ended = lender.spid;
+    lender.reset();
+    EXPECT_NE(leasedLines(ended), 0u);
+    const Linx next = openInSlotOf(ended);
+    EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());
+    linx_free_buf(borrower, &borrowed);
+}
+
+TEST_F(UsedSlotTest, CountsForksFromWhereItsEarlierUserEnded) {
+    Linx first("first");
+    const uint32_t round = slotOf(first.spid).forkRound.loadRelaxed();
+    const Spid ended = first.spid;
+    first.reset();
+    const Linx next = openInSlotOf(ended);
+    EXPECT_NE(slotOf(next.spid).forkRound.loadRelaxed(), round);
+}
+
+TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
+    for (const bool sameRound : {false, true}) {
+        Linx first("first");
+        const Spid ended = first.spid;
+        const uint32_t round = slotOf(ended).forkRound.loadRelaxed();
+        int go[2];
+        ASSERT_EQ(pipe(go), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            char byte;
+            LinxSignal* signal = nullptr;
+            const bool told = read(go[0], &byte, 1) == 1;
+            const bool refused = linx_receive_w_tmo(first, &signal, 0, anySignal) == -1 && errno == ECHILD;
+            _exit(told && refused && linx_close(first) == -1 && errno == ECHILD ? 0 : 1);
+        }
+        first.reset();
+        const Linx next = openInSlotOf(ended);
+        if (sameRound) slotOf(next.spid).forkRound.storeRelaxed(round);  // as after very many users
+        for (uint32_t number = 1; number <= 5; ++number) sendNumber(next, next.spid, number);
+        const Linx sender("sender");
+        for (uint32_t number = 6; number <= 10; ++number) sendNumber(sender, next.spid, number);
+        ASSERT_EQ(write(go[1], "", 1), 1);
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+        for (uint32_t number = 1; number <= 10; ++number) EXPECT_EQ(receiveNumber(next), number);
+        close(go[0]);
+        close(go[1]);
+    }
+}
+
+TEST_F(UsedSlotTest, GetsNothingThatIsSentToItsEarlierUser) {
+    const Linx sender("sender");
+    Linx peer("peer");
+    const Spid ended = peer.spid;
+    sendNumber(sender, ended, 1);
+    EXPECT_EQ(receiveNumber(peer), 1u);
+    peer.reset();
+    const Linx next = openInSlotOf(ended);
+    for (int i = 0; i < 2; ++i) {
+        LinxSignal* signal = linx_alloc(sender, 4, 2);
+        EXPECT_EQ(linx_send(sender, &signal, ended), -1);
+        EXPECT_EQ(errno, ECONNRESET);
+    }
+    EXPECT_EQ(receiveNumber(next), 0u);
+    EXPECT_EQ(dropped(next.spid), 0u);
+}
+
+TEST_F(UsedSlotTest, TellsTheSupervisorOfItsEarlierUserWhoSendsToItsNext) {
+    const Linx supervisor("supervisor");
+    Linx supervised("supervised");
+    const Spid ended = supervised.spid;
+    LinxSignal* notice = linx_alloc(supervisor, 4, 9);
+    ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
+    supervised.reset();
+    const Linx next = openInSlotOf(ended);
+    sendNumber(supervisor, next.spid, 1);
+    EXPECT_EQ(receiveNumber(next), 1u);
+    ASSERT_EQ(linx_receive_w_tmo(supervisor, &notice, 0, anySignal), 4);
+    EXPECT_EQ(notice->number, 9u);
+    EXPECT_EQ(linx_sender(supervisor, &notice), ended);
+    linx_free_buf(supervisor, &notice);
+}
+
+TEST_F(UsedSlotTest, IsNotSleptOverWhenItsNextUserBringsTheNewsOfTheEnd) {
+    const interposed::StandingClock clock;  // so that ends are not looked for again in this tick
+    const linxtest::ScopedVariable looking("LINX_SPIN_US", "0");
+    const Linx sender("sender");
+    const Linx supervisor("supervisor");
+    Linx supervised("supervised");
+    const Spid ended = supervised.spid;
+    LinxSignal* notice = linx_alloc(supervisor, 4, awaited);
+    ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
+    sendNumber(sender, supervisor.spid, other);
+    ASSERT_EQ(linx_receive_w_tmo(supervisor, &notice, 0, onlyAwaited), 0);  // the other one keeps its bell ringing
+    supervised.reset();
+    const Linx next = openInSlotOf(ended);
+    introduce(next.spid, supervisor.spid);
+
+    expectNoSleep(sender, supervisor.spid);
+    ASSERT_EQ(linx_receive(supervisor, &notice, onlyAwaited), 4);
+    EXPECT_EQ(linx_sender(supervisor, &notice), ended);
+    interposed::reset();
+    linx_free_buf(supervisor, &notice);
+    EXPECT_EQ(receiveNumber(supervisor), other);
+}
+
+TEST_F(UsedSlotTest, IsNotSleptOverWhenMemoryRunsOutAmidTheIntroductionOfItsNextUser) {
+    constexpr uint32_t many = 100;
+    const linxtest::OneProcessor processor;
+    const linxtest::ScopedVariable looking("LINX_SPIN_US", "1000");
+    const Linx sender("sender");
+    const Linx receiver("receiver");
+    const Linx peer("peer");
+    sendNumber(receiver, peer.spid, other);
+    EXPECT_EQ(receiveNumber(peer), other);
+    sendNumber(sender, receiver.spid, other);
+    LinxSignal* signal = nullptr;
+    ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, 0, onlyAwaited), 0);  // the other one keeps its bell ringing
+    // Somebody removes the peer's bell, so that it counts as dead though it holds the bell open.
+    ASSERT_EQ(unlink(bellOf(peer.spid).c_str()), 0);
+    const Linx next = openInSlotOf(peer.spid, "peer");
+    introduce(next.spid, receiver.spid);
+
+    // Between its last look and its sleep.
+    interposed::atYield = [&] {
+        interposed::atClock = [&, sent = false]() mutable {
+            if (std::exchange(sent, true)) return;
+            for (uint32_t i = 0; i < many; ++i) sendNumber(sender, receiver.spid, awaited);
+            linxtest::newThatFails = 1;
+        };
+    };
+    expectNoSleep(sender, receiver.spid);
+    ASSERT_EQ(linx_receive(receiver, &signal, onlyAwaited), 4);
+    EXPECT_EQ(linxtest::newThatFails, 0u);
+    interposed::reset();
+    linx_free_buf(receiver, &signal);
+    EXPECT_EQ(receiveNumber(receiver), other);
+    for (uint32_t i = 1; i < many; ++i) EXPECT_EQ(receiveNumber(receiver), awaited);
+    EXPECT_EQ(receiveNumber(receiver), 0u);
+}
+
+TEST_F(UsedSlotTest, KeepsTheNameOfItsEarlierUserUntilTheNextIsOpen) {
+    const Linx asker("asker");
+    std::vector<Linx> others;
+    for (uint32_t i = 2; i < slots; ++i) others.emplace_back("other" + std::to_string(i));
+    Linx first("first");
+    const Spid ended = first.spid;
+    first.reset();
+    // Nobody can make a bell where there is a directory.
+    const std::string inTheWay = bellOf(makeSpid(indexOf(ended), generationOf(ended) + 1));
+    ASSERT_EQ(mkdir(inTheWay.c_str(), 0700), 0);
+    EXPECT_EQ(linx_open("next", 0, nullptr), nullptr);
+    char* name = nullptr;
+    ASSERT_EQ(linx_get_name(asker, ended, &name), 0);
+    EXPECT_STREQ(name, "first");
+    linx_free_name(asker, &name);
+    ASSERT_EQ(rmdir(inTheWay.c_str()), 0);
+    const Linx next("next");
+    EXPECT_EQ(next.spid, makeSpid(indexOf(ended), generationOf(ended) + 1));
+}
+
+}  // namespace
+}  // namespace linx
