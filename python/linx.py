@@ -27,6 +27,7 @@ import contextlib
 import ctypes
 import errno
 import functools
+import itertools
 import math
 import os
 import struct
@@ -38,14 +39,9 @@ from typing import Any, Dict, Iterable, Iterator, List, NamedTuple, Optional, Se
 
 __all__ = ["Endpoint", "Message", "pack", "open_endpoints", "MAX_PAYLOAD", "OS_HUNT_SIG", "OS_TIMEOUT_SIG"]
 
-OS_HUNT_SIG = 251
-"""The number of the answer to a hunt, unless another is asked for."""
-
-OS_TIMEOUT_SIG = 252
-"""The number of the signal of a time-out, unless another is asked for."""
-
-MAX_PAYLOAD = (1 << 20) - 4
-"""Bytes that a signal carries at most."""
+OS_HUNT_SIG = 251  # the number of the answer to a hunt, unless another is asked for
+OS_TIMEOUT_SIG = 252  # the number of the signal of a time-out, unless another is asked for
+MAX_PAYLOAD = (1 << 20) - 4  # bytes that a signal carries at most
 
 Payload = Union[bytes, bytearray, memoryview]
 
@@ -69,10 +65,8 @@ class Message(NamedTuple):
     """A signal that was received."""
 
     number: int
-    data: bytes
-    """The payload."""
-    sender: int
-    """The spid of the endpoint that sent it; one's own for a time-out."""
+    data: bytes  # the payload
+    sender: int  # the spid of the endpoint that sent it; one's own for a time-out
 
     def unpack(self, layout: str) -> Tuple[Any, ...]:
         """The payload taken as a C struct of these members, see `pack`. Its size has to fit: struct.error.
@@ -109,7 +103,7 @@ class Endpoint:
         self._descriptor = -1
         self._subjects: Dict[int, Union[str, int]] = {}  # by private number: the name hunted, the spid supervised
         self._numbers: Dict[Union[str, int], int] = {}  # the reverse
-        self._next_private = _FIRST_PRIVATE
+        self._private = itertools.cycle(range(_FIRST_PRIVATE, _WORD + 1))
         self.name = name
         self._linx = _library()
         self._handle = self._linx.linx_open(_encoded(name), 0, None)
@@ -186,24 +180,7 @@ class Endpoint:
 
     def hunt(self, name: str, timeout: Optional[float] = None) -> int:
         """Waits until there is an endpoint `name` and returns its spid. TimeoutError after `timeout` seconds."""
-        deadline = _deadline(timeout)
-        number = self._numbers.get(name)
-        # Of a hunt that was given up: an answer may be long out of date, while none says that nobody has come yet.
-        if number is not None and self._take((number,), 0.0) is not None:
-            self._forget(number)
-            number = None
-        if number is None:
-            number = self._private_number(name)
-            try:
-                self.request_hunt(name, number)
-            except BaseException:
-                self._forget(number)
-                raise
-        answer = self._take((number,), deadline)
-        if answer is None:
-            raise TimeoutError(errno.ETIMEDOUT, f"no endpoint {name!r} within {timeout:g} s")
-        self._forget(number)
-        return answer.sender
+        return self._hunt(name, _deadline(timeout), timeout)
 
     def request_hunt(self, name: str, number: int = OS_HUNT_SIG, payload: Payload = b"") -> None:
         """Has a signal come from the endpoint `name`, with this number and payload, as soon as there is one.
@@ -255,7 +232,10 @@ class Endpoint:
 
         ConnectionResetError: it has ended. ProcessLookupError: there is none. ENOMEM: no room, the receiver lags.
         """
-        spid = self._find(to) if isinstance(to, str) else to
+        try:
+            spid = self.hunt(to, 0) if isinstance(to, str) else to
+        except TimeoutError:
+            raise ProcessLookupError(errno.ESRCH, f"there is no endpoint {to!r}") from None
         _check_word("spid", spid)
         with self._signal("send", number, payload) as (handle, signal):
             if self._linx.linx_send(handle, ctypes.byref(signal), spid) == -1:
@@ -295,7 +275,7 @@ class Endpoint:
         deadline = _deadline(timeout)
         replies = (reply,) if isinstance(reply, int) else tuple(reply)
         awaited = f"answer signal {number} with {' or '.join(map(str, replies))}"
-        spid = self.hunt(to, _left(deadline)) if isinstance(to, str) else to
+        spid = self._hunt(to, deadline, timeout) if isinstance(to, str) else to
         notice = self._notice_of(spid)
         self.send(spid, number, payload)
         answer = self._take((*replies, notice), deadline)
@@ -396,11 +376,24 @@ class Endpoint:
             if signal.value is not None:
                 self._linx.linx_free_buf(handle, ctypes.byref(signal))
 
-    def _find(self, name: str) -> int:
-        try:
-            return self.hunt(name, 0)
-        except TimeoutError:
-            raise ProcessLookupError(errno.ESRCH, f"there is no endpoint {name!r}") from None
+    def _hunt(self, name: str, deadline: Optional[float], timeout: Optional[float]) -> int:
+        number = self._numbers.get(name)
+        # Of a hunt that was given up: an answer may be long out of date, while none says that nobody has come yet.
+        if number is not None and self._take((number,), 0.0) is not None:
+            self._forget(number)
+            number = None
+        if number is None:
+            number = self._private_number(name)
+            try:
+                self.request_hunt(name, number)
+            except BaseException:
+                self._forget(number)
+                raise
+        answer = self._take((number,), deadline)
+        if answer is None:
+            raise TimeoutError(errno.ETIMEDOUT, f"no endpoint {name!r} within {timeout:g} s")
+        self._forget(number)
+        return answer.sender
 
     def _notice_of(self, spid: int) -> int:
         """The private number of the notice that `spid` has ended, which is asked for once."""
@@ -415,13 +408,19 @@ class Endpoint:
         return number
 
     def _private_number(self, subject: Union[str, int]) -> int:
-        while self._next_private in self._subjects:
-            self._next_private = self._next_private + 1 if self._next_private < _WORD else _FIRST_PRIVATE
-        number = self._next_private
-        self._next_private = number + 1 if number < _WORD else _FIRST_PRIVATE
+        self._drop_late()
+        number = next(number for number in self._private if number not in self._subjects)
         self._subjects[number] = subject
         self._numbers[subject] = number
         return number
+
+    def _drop_late(self) -> None:
+        """Answers and notices that nobody waits for add up where all that is received is selected."""
+        while self._subjects:
+            late = self._take(tuple(self._subjects), 0.0)
+            if late is None:
+                return
+            self._forget(late.number)
 
     def _forget(self, number: int) -> None:
         del self._numbers[self._subjects.pop(number)]
