@@ -1,5 +1,6 @@
 """Waiting for endpoints among other things."""
 import asyncio
+import pathlib
 import select
 import selectors
 import sys
@@ -110,8 +111,8 @@ def test_asyncio_waits_for_endpoints(domain):
     assert asyncio.run(both()) == (8, b"hello", two.spid)
 
 
-def test_the_asyncio_example_answers_many_at_a_time(domain, request):
-    example = request.config.rootpath.parents[1] / "python" / "examples" / "asyncio_server.py"
+def test_the_asyncio_example_answers_many_at_a_time(domain):
+    example = pathlib.Path(__file__).parents[2] / "python" / "examples" / "asyncio_server.py"
     server = domain.start([sys.executable, str(example)], "greeter")
     one, two = domain.peer("one"), domain.peer("two")
     one.send("greeter", 2000, linx.pack("I", 3000) + b"patience")
