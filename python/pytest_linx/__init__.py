@@ -48,9 +48,10 @@ def domain(request: pytest.FixtureRequest) -> Iterator[Domain]:
         _note_collected(made, patch)
         yield made
         gc.collect()
-        left = made.clean_up()
-    # What a test leaves behind that has failed half-way is no news.
-    if left and request.node.stash.get(_passed_key, False):
+        # What a test leaves behind that has failed half-way is no news.
+        passed = request.node.stash.get(_passed_key, False)
+        left = made.clean_up(timeout if passed else 0)
+    if left and passed:
         pytest.fail(describe.section("The test has left something over:", "\n".join(left)), pytrace=False)
 
 
@@ -73,7 +74,7 @@ def pytest_runtest_call(item: pytest.Item) -> Generator[None, Any, None]:
     try:
         made.verify()
         item.stash[_passed_key] = True
-    except AssertionError as error:
+    except Exception as error:
         _fail(outcome, str(error))
 
 

@@ -48,14 +48,13 @@ def difference(expected: bytes, got: bytes) -> Optional[str]:
     return f"differs at {same:#06x}: {got[same]:02x}, expected {expected[same]:02x}"
 
 
+def posix_signal(value: int) -> str:
+    return signal.Signals(value).name if value in set(signal.Signals) else f"signal {value}"
+
+
 def status(value: int) -> str:
     """The exit status of a process as `subprocess` tells it."""
-    if value >= 0:
-        return f"exit status {value}"
-    try:
-        return f"killed by {signal.Signals(-value).name}"
-    except ValueError:
-        return f"killed by signal {-value}"
+    return f"exit status {value}" if value >= 0 else f"killed by {posix_signal(-value)}"
 
 
 def section(heading: str, body: str) -> str:

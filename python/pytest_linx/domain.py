@@ -56,8 +56,9 @@ class Domain:
     ) -> Server:
         """Starts a server and waits until the endpoints that it is to open can be hunted.
 
-        `env` comes on top of the environment of the test. What is left over goes to `subprocess.Popen`. The server is
-        ended after the test, by `stop_signal`.
+        `env` comes on top of the environment of the test; other options go to `subprocess.Popen`. The server is ended
+        after the test, by `stop_signal`. One that ends by itself, with another status than 0, fails the test; a program
+        without `endpoints` only if nobody waits for it.
         """
         __tracebackhide__ = True
         words = [command] if isinstance(command, (str, os.PathLike)) else command
@@ -110,6 +111,9 @@ class Domain:
         """
         __tracebackhide__ = True
         self._scene.wait(lambda: all(peer.is_satisfied for peer in self._peers), None)
+        for server in self._servers:
+            server.verify()
+        self._scene.check()
         problems = []
         for peer in self._peers:
             try:
@@ -129,13 +133,13 @@ class Domain:
         """Nobody has this endpoint any more, and nobody has closed it."""
         self._collected.append(repr(endpoint))
 
-    def clean_up(self) -> List[str]:
-        """Ends all that is here, removes the directory, and tells what the test has left over."""
+    def clean_up(self, patience: float) -> List[str]:
+        """Ends all that is here, removes the directory, and tells what the test has left over after that time."""
         try:
             left = [problem for server in self._servers for problem in server.clean_up()]
             for peer in self._peers:
                 peer.close()
-            return left + self._close_endpoints() + self._end_processes() + self._find_bells()
+            return left + self._close_endpoints() + self._end_processes(patience) + self._find_bells()
         finally:
             self._scene.close()
             shutil.rmtree(self.path, ignore_errors=True)
@@ -162,8 +166,8 @@ class Domain:
             texts.append(f"{number} from {self._scene.name_of(message.sender)}, {describe.payload(message.data)}")
         return [describe.section(f"not received at endpoint {endpoint.name!r}:", "\n".join(texts))] if texts else []
 
-    def _end_processes(self) -> List[str]:
-        running = leftovers.await_end(self.path, self.timeout)
+    def _end_processes(self, patience: float) -> List[str]:
+        running = leftovers.await_end(self.path, patience)
         leftovers.kill(running, self.path, self.timeout)
         for server in self._servers:
             server.release()

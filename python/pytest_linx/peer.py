@@ -223,7 +223,7 @@ class Peer:
         """Waits until all that is expected has come. AssertionError when it does not, or something else did."""
         __tracebackhide__ = True
         self.wait(timeout)
-        if self._thread is not None:
+        if self._thread is not None and self._thread.is_alive():
             self.run(lambda endpoint: None)  # it has then taken what was sent before
         if self.unexpected:
             raise AssertionError(self._strays([]))
@@ -255,7 +255,7 @@ class Peer:
             with endpoint:
                 self._attend(endpoint)
         except OSError as error:
-            self._scene.fail(f"peer {self.name!r} cannot go on: {error}")
+            self._scene.fail(self, f"peer {self.name!r} cannot go on: {error}")
 
     def _attend(self, endpoint: linx.Endpoint) -> None:
         poll = select.poll()
@@ -299,7 +299,8 @@ class Peer:
             number = describe.number(message.number, self._scene.numbers)
             what = f"peer {self.name!r} got {number}, and what it was to do then failed:"
             frames = error.__traceback__ and error.__traceback__.tb_next  # without the one here
-            self._scene.fail(describe.section(what, "".join(traceback.format_exception(type(error), error, frames))))
+            text = "".join(traceback.format_exception(type(error), error, frames))
+            self._scene.fail(self, describe.section(what, text))
             return None
 
     def _add(self, endpoint: linx.Endpoint, expectation: Expectation) -> None:

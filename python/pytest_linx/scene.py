@@ -5,7 +5,7 @@ from __future__ import annotations
 import enum
 import threading
 import time
-from typing import Callable, Dict, List, Optional, Type, Union
+from typing import Callable, Dict, Optional, Type, Union
 
 import linx
 
@@ -19,7 +19,7 @@ class Scene:
         self.timeout = timeout
         self.numbers: Dict[int, str] = {}
         self.changed = threading.Condition()
-        self.failures: List[str] = []  # of servers, which end every wait
+        self._failures: Dict[object, str] = {}  # by what has failed
         self._watcher_lock = threading.RLock()
         self._watcher = linx.Endpoint("pytest-linx")
 
@@ -31,30 +31,32 @@ class Scene:
         names = {m.name: int(m) for m in table} if isinstance(table, type) else table
         self.numbers.update({number: name for name, number in names.items()})
 
-    def tell(self, change: Optional[Callable[[], None]] = None) -> None:
+    def tell(self, change: Callable[[], object]) -> None:
         """Makes a change, and wakes those who may have waited for it."""
         with self.changed:
-            if change is not None:
-                change()
+            change()
             self.changed.notify_all()
 
-    def fail(self, failure: str) -> None:
-        """A server has failed: from now on there is nothing to wait for."""
-        self.tell(lambda: self.failures.append(failure))
+    def fail(self, who: object, failure: str) -> None:
+        """That has failed: until it is excused there is nothing to wait for."""
+        self.tell(lambda: self._failures.setdefault(who, failure))
+
+    def excuse(self, who: object) -> None:
+        self.tell(lambda: self._failures.pop(who, None))
 
     def wait(self, done: Callable[[], bool], timeout: Optional[float]) -> bool:
-        """Waits until that is so. False when the time is up; AssertionError when a server has failed."""
+        """Waits until that is so. False when the time is up; AssertionError when something has failed."""
         __tracebackhide__ = True
         with self.changed:
-            over = self.changed.wait_for(lambda: done() or bool(self.failures), self.patience(timeout))
+            over = self.changed.wait_for(lambda: done() or bool(self._failures), self.patience(timeout))
         self.check()
         return over
 
     def check(self) -> None:
         """AssertionError when something has failed already."""
         __tracebackhide__ = True
-        if self.failures:
-            raise AssertionError("\n\n".join(self.failures))
+        if self._failures:
+            raise AssertionError("\n\n".join(self._failures.values()))
 
     def patience(self, timeout: Optional[float]) -> float:
         return self.timeout if timeout is None else timeout

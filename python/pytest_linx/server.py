@@ -151,8 +151,10 @@ class Server:
         self._life.popen.send_signal(number)
 
     def expect_end(self) -> None:
-        """From now on it may end, in whatever way, without that being a failure."""
-        self._life.is_end_expected = True
+        """It may end, in whatever way, without that being a failure."""
+        life = self._life
+        life.is_end_expected = True
+        self._scene.excuse(life)
 
     def kill(self) -> None:
         """SIGKILL. Returns when the process is gone and the domain knows."""
@@ -167,16 +169,16 @@ class Server:
     def shutdown(self, timeout: Optional[float] = None) -> int:
         """The shutdown request (1280) to each of its endpoints. Returns the exit status."""
         __tracebackhide__ = True
-        self._life.is_end_expected = True
+        self.expect_end()
         for spid in self.spids.values():
             self._scene.send(spid, SHUTDOWN)
         return self.wait(timeout)
 
     def wait(self, timeout: Optional[float] = None) -> int:
-        """Waits until it ends by itself, which is then no failure. Returns the exit status."""
+        """Waits until it ends by itself, which is no failure then. Returns the exit status."""
         __tracebackhide__ = True
+        self.expect_end()
         life = self._life
-        life.is_end_expected = True
         if not self._scene.wait(lambda: life.status is not None, timeout):
             raise AssertionError(f"{self} has not ended within {self._scene.patience(timeout):g} s")
         assert life.status is not None
@@ -214,15 +216,20 @@ class Server:
         if self.is_running:
             self.signal(self.stop_signal)
             self.signal(signal.SIGCONT)
-            self._life.is_end_expected = True
+            self.expect_end()
             life = self._life
             with self._scene.changed:
                 ended = self._scene.changed.wait_for(lambda: life.status is not None, self._scene.timeout)
             if not ended:
-                name = signal.Signals(self.stop_signal).name
+                name = describe.posix_signal(self.stop_signal)
                 problems.append(f"{self} did not end within {self._scene.timeout:g} s of {name}, and was killed")
                 self.signal(signal.SIGKILL)
         return problems
+
+    def verify(self) -> None:
+        """Takes an end that nobody asked for, or waited for, as a failure."""
+        for life in self._lives:
+            self._judge(life)
 
     def release(self) -> None:
         for life in self._lives:
@@ -240,13 +247,17 @@ class Server:
 
     def _end(self, number: int, timeout: Optional[float]) -> int:
         __tracebackhide__ = True
-        self._life.is_end_expected = True
+        self.expect_end()
         self.signal(number)
         return self.wait(timeout)
 
     def _judge_end(self, life: Process) -> None:
-        """An end that nobody asked for is a failure."""
-        assert life.status is not None
-        if not life.is_end_expected and life.status != 0 and -life.status not in life.signals:
+        """A server that ends unasked is a failure now, any other program unless somebody waits for it."""
+        if self.endpoints:
+            self._judge(life)
+
+    def _judge(self, life: Process) -> None:
+        """Takes an end that nobody asked for as a failure."""
+        if life.status and not life.is_end_expected and -life.status not in life.signals:
             how = describe.status(life.status)
-            self._scene.fail(f"server {self.name!r} (process {life.popen.pid}) has ended unasked: {how}")
+            self._scene.fail(life, f"server {self.name!r} (process {life.popen.pid}) has ended unasked: {how}")

@@ -163,6 +163,17 @@ def test_a_server_that_fails_unseen_fails_the_test_at_its_end(run):
     ).fnmatch_lines(["*server 'server' (process *) has ended unasked: exit status 3"])
 
 
+def test_a_program_without_endpoints_that_fails_and_is_not_waited_for_fails_the_test_at_its_end(run):
+    run(
+        """
+        program = domain.start(["sh", "-c", "exit 5"])
+        while program.is_running:
+            domain.verify()
+        """,
+        failed=1,
+    ).fnmatch_lines(["*server 'sh' (process *) has ended unasked: exit status 5"])
+
+
 def test_a_server_that_does_not_open_its_endpoint_is_told_apart_from_one_that_ends(run):
     output = run("domain.start(['sh', '-c', 'echo oops >&2; exit 3'], 'server')", failed=1)
     output.fnmatch_lines(
@@ -308,10 +319,16 @@ def test_a_process_that_has_an_endpoint_after_a_fork_is_told_and_killed(run, tmp
     run(
         f"""
         endpoint = linx.Endpoint("inherited")
+        taken, take = os.pipe()
         pid = os.fork()
         if pid == 0:
-            endpoint.receive(2)
-            os._exit(0)
+            try:
+                endpoint.poll()
+                os.write(take, b"!")
+                endpoint.receive(2)
+            finally:
+                os._exit(0)
+        os.read(taken, 1)
         open({str(tmp_path / "left")!r}, "w").write(str(pid))
         endpoint.close()
         """,

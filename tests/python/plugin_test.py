@@ -88,9 +88,29 @@ def test_an_end_that_was_asked_for_is_no_failure(domain, program):
     assert server.wait() == -signal.SIGUSR1
     server.restart()
     assert server.terminate() == -signal.SIGTERM
-    with pytest.raises(RuntimeError, match="was not started|runs"):
-        server.restart()
+    server.restart()
+    with pytest.raises(RuntimeError, match="server 'server' .* runs"):
         server.start()
+
+
+def test_an_end_that_is_waited_for_afterwards_is_no_failure(domain, program):
+    server = domain.start(program, "server")
+    domain.open("one").send("server", 30, b"\3")
+    domain.wait_end(server.spids["server"])
+    with pytest.raises(AssertionError, match="has ended unasked: exit status 3"):
+        domain.peer("peer").expect(1).wait()
+    assert server.wait() == 3
+    domain.peer("other").send("peer", 1)
+
+
+def test_a_program_without_endpoints_may_end_with_any_status_that_somebody_waits_for(domain):
+    program = domain.start(["sh", "-c", "echo ended; exit 4"])
+    program.wait_for_output("ended")
+    domain.open("one").send("one", 1)
+    domain.peer("peer").send("peer", 1)
+    domain._peers[0].expect(1).wait()
+    domain._endpoints[0].poll()
+    assert program.wait() == 4
 
 
 def test_a_peer_answers_what_it_expects(domain, program):
