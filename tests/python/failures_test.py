@@ -5,6 +5,8 @@ import textwrap
 
 import pytest
 
+import pytest_linx
+
 PREAMBLE = """
 import enum, os, signal, subprocess, sys
 import pytest
@@ -14,8 +16,16 @@ PROGRAM = {program!r}
 
 
 @pytest.fixture
-def run(pytester, program):
+def run(pytester, program, monkeypatch):
     """Runs the body of a test in a pytest of its own, in which patience is short. What it wrote."""
+    make_directory = pytest_linx.Domain.make_directory
+    made = []
+
+    def make_and_note():
+        made.append(make_directory())
+        return made[-1]
+
+    monkeypatch.setattr(pytest_linx.Domain, "make_directory", staticmethod(make_and_note))
 
     def run(body, *options, **outcomes):
         text = textwrap.indent(textwrap.dedent(body), "    ")
@@ -24,9 +34,8 @@ def run(pytester, program):
         result.assert_outcomes(**outcomes)
         return result.stdout
 
-    before = set(os.listdir("/dev/shm"))
     yield run
-    assert {name for name in set(os.listdir("/dev/shm")) - before if name.startswith("linx-pytest")} == set()
+    assert made and not any(os.path.exists(path) for path in made)
 
 
 def test_what_does_not_come_is_told_with_what_came_instead(run):
