@@ -145,7 +145,7 @@ def test_a_server_that_ends_unasked_ends_every_wait_and_fails_the_test(run):
         domain.start(PROGRAM, "server")
         peer = domain.peer("peer")
         peer.send("server", 20, b"about to end")
-        peer.send("server", 40, bytes([signal.SIGSEGV]))
+        peer.send("server", 40, bytes([signal.SIGUSR1]))
         peer.expect(11).wait()
         """,
         "--linx-timeout=300",
@@ -153,8 +153,8 @@ def test_a_server_that_ends_unasked_ends_every_wait_and_fails_the_test(run):
     )
     output.fnmatch_lines(
         [
-            "E * AssertionError: server 'server' (process *) has ended unasked: killed by SIGSEGV",
-            "server, process *, killed by SIGSEGV; it wrote:",
+            "E * AssertionError: server 'server' (process *) has ended unasked: killed by SIGUSR1",
+            "server, process *, killed by SIGUSR1; it wrote:",
             "  about to end",
         ]
     )
