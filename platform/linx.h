@@ -15,6 +15,8 @@
  *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left, where the operation needs some; allocating what has been
  *           leased, freeing, closing and taking back a time-out need none
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
+ *   EACCES  the process has given up the rights with which it joined the domain, and would have to meet an endpoint that
+ *           is new to it; or, being a child forked since then, to take the domain's lock
  *   ECONNABORTED  the endpoint counts as ended, because somebody garbled the domain's memory or removed its files: all
  *           that is left is to close it
  *
@@ -57,9 +59,9 @@ enum {
  * Opens an endpoint under `name` (1 to 255 bytes, copied). `options` and `argument` are reserved: 0 and null.
  * Returns the handle, to be given back with linx_close, or null:
  * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES, EPERM the domain is not ours to join or to make;
- * EPROTO the domain's arena is damaged or of another make; ENOMEM; ENOSPC no endpoint left; ENOENT, ENOTDIR, ELOOP, EROFS
- * the domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a
- * word. Nobody sees an endpoint that could not be opened. The log tells which domain was meant.
+ * EPROTO the domain's arena is damaged or of another make; ENOMEM, also when the process may not make a file as large as
+ * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered); ENOSPC no endpoint left; ENOENT, ENOTDIR, ELOOP, EROFS the
+ * domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint that could not be opened. The log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
