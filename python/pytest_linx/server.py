@@ -134,7 +134,10 @@ class Server:
         return self._life.output
 
     def wait_for_output(self, wanted: Union[str, Pattern[str]], timeout: Optional[float] = None) -> Match[str]:
-        """Waits until the output contains this text, or a match of this pattern; returns the match."""
+        """Waits until the output contains this text, or a match of this pattern; returns the match.
+
+        Output comes in pieces: a pattern that ends with a number has to say what follows it, a line's end for instance.
+        """
         __tracebackhide__ = True
         life = self._life
         pattern = re.compile(re.escape(wanted)) if isinstance(wanted, str) else wanted

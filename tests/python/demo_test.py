@@ -61,7 +61,7 @@ def observer(device, monkeypatch):
 
 
 def process_of(device, name):
-    return int(device.wait_for_output(re.compile(rf"starts {name}, process (\d+)")).group(1))
+    return int(device.wait_for_output(re.compile(rf"starts {name}, process (\d+)\n")).group(1))
 
 
 def domain_of(device):

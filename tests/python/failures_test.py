@@ -7,6 +7,9 @@ import pytest
 
 import pytest_linx
 
+PATIENT = "--linx-timeout=60"  # where nothing is waited for in vain
+SHORT = "--linx-timeout=2"  # where it is
+
 PREAMBLE = """
 import enum, os, signal, subprocess, sys
 import pytest
@@ -17,7 +20,7 @@ PROGRAM = {program!r}
 
 @pytest.fixture
 def run(pytester, program, monkeypatch):
-    """Runs the body of a test in a pytest of its own, in which patience is short. What it wrote."""
+    """Runs the body of a test in a pytest of its own. What it wrote."""
     make_directory = pytest_linx.Domain.make_directory
     made = []
 
@@ -30,7 +33,7 @@ def run(pytester, program, monkeypatch):
     def run(body, *options, **outcomes):
         text = textwrap.indent(textwrap.dedent(body), "    ")
         pytester.makepyfile(PREAMBLE.format(program=program) + "def test_it(domain):\n" + text)
-        result = pytester.runpytest("-p", "pytest_linx", "-p", "no:cacheprovider", *(options or ("--linx-timeout=2",)))
+        result = pytester.runpytest("-p", "pytest_linx", "-p", "no:cacheprovider", *(options or (PATIENT,)))
         result.assert_outcomes(**outcomes)
         return result.stdout
 
@@ -51,6 +54,9 @@ def test_what_does_not_come_is_told_with_what_came_instead(run):
         peer.send("peer", 12)
         peer.send("peer", 13, b"x")
         peer.send("server", Number.GREET, b"Hello, World! How are you?")
+        server.wait_for_output("ready")
+        while len(peer.unexpected) < 3:
+            peer.run(lambda endpoint: None)
         peer.expect(Number.GREETING, b"Hello, world! How are you?", sender="server").wait(0.5)
         """,
         failed=1,
@@ -125,6 +131,7 @@ def test_what_is_expected_and_does_not_come_fails_the_test_at_its_end(run):
         domain.peer("other").expect(9)
         peer.send("peer", 7, b"long enough")
         """,
+        SHORT,
         failed=1,
     ).fnmatch_lines(
         [
@@ -148,7 +155,7 @@ def test_a_server_that_ends_unasked_ends_every_wait_and_fails_the_test(run):
         peer.send("server", 40, bytes([signal.SIGUSR1]))
         peer.expect(11).wait()
         """,
-        "--linx-timeout=300",
+        PATIENT,
         failed=1,
     )
     output.fnmatch_lines(
@@ -192,8 +199,8 @@ def test_a_server_that_does_not_open_its_endpoint_is_told_apart_from_one_that_en
             "  oops",
         ]
     )
-    output = run("domain.start(PROGRAM, ['server', 'other'])", failed=1)
-    output.fnmatch_lines(["E * server 'server' (process *) has not opened endpoint 'other' within 2 s"])
+    output = run("domain.start(['sleep', '1000'], 'other', timeout=0.1)", failed=1)
+    output.fnmatch_lines(["E * server 'other' (process *) has not opened endpoint 'other' within 0.1 s"])
 
 
 def test_a_program_that_is_not_there_is_told(run):
@@ -201,21 +208,21 @@ def test_a_program_that_is_not_there_is_told(run):
 
 
 def test_output_that_does_not_come_is_told(run):
-    run("domain.start(PROGRAM, 'server').wait_for_output('never', 0.1)", failed=1).fnmatch_lines(
-        ["E * server 'server' (process *) has not written 'never' in 0.1 s", "  ready"]
+    run("domain.start(['sleep', '1000']).wait_for_output('never', 0.1)", failed=1).fnmatch_lines(
+        ["E * server 'sleep' (process *) has not written 'never' in 0.1 s", "  nothing"]
     )
-    run("domain.start(['echo', 'short']).wait_for_output('never')", "--linx-timeout=300", failed=1).fnmatch_lines(
+    run("domain.start(['echo', 'short']).wait_for_output('never')", PATIENT, failed=1).fnmatch_lines(
         ["E * server 'echo' (process *) has not written 'never' in all its life", "  short"]
     )
 
 
 def test_a_server_that_does_not_end_is_told_and_killed(run):
     deaf = "import linx, signal; signal.signal(signal.SIGTERM, signal.SIG_IGN); linx.Endpoint('server').receive()"
-    command = f"[sys.executable, '-c', {deaf!r}], 'server'"
-    run(f"domain.start({command})", passed=1, errors=1).fnmatch_lines(
+    command = f"[sys.executable, '-c', {deaf!r}], 'server', timeout=60"
+    run(f"domain.start({command})", SHORT, passed=1, errors=1).fnmatch_lines(
         ["  server 'server' (process *) did not end within 2 s of SIGTERM, and was killed"]
     )
-    run(f"domain.start({command}).terminate(0.1)", failed=1).fnmatch_lines(
+    run(f"domain.start({command}).terminate(0.1)", SHORT, failed=1).fnmatch_lines(
         ["E * server 'server' (process *) has not ended within 0.1 s"]
     )
     run(f"domain.start({command}, stop_signal=signal.SIGKILL)", passed=1)
@@ -229,7 +236,7 @@ def test_what_a_peer_was_to_do_and_could_not_is_told_where_somebody_waits(run):
         peer.send("other", 1, b"xyz")
         peer.expect(2).wait()
         """,
-        "--linx-timeout=300",
+        PATIENT,
         failed=1,
     ).fnmatch_lines(
         [
@@ -252,6 +259,7 @@ def test_a_peer_that_is_busy_is_told(run):
             with linx.Endpoint("rescuer") as rescuer:
                 rescuer.send("peer", 2)
         """,
+        SHORT,
         failed=1,
     ).fnmatch_lines(["E * peer 'peer' is busy for 2 s with something that it was told"])
 
@@ -313,6 +321,7 @@ def test_processes_that_are_left_are_told_and_killed(run, tmp_path):
         daemon = "(setsid sleep 2000 >/dev/null 2>&1 </dev/null &)"
         domain.start(["sh", "-c", daemon]).wait()
         """,
+        SHORT,
         passed=1,
         errors=1,
     )
@@ -341,6 +350,7 @@ def test_a_process_that_has_an_endpoint_after_a_fork_is_told_and_killed(run, tmp
         open({str(tmp_path / "left")!r}, "w").write(str(pid))
         endpoint.close()
         """,
+        SHORT,
         passed=1,
         errors=1,
     ).fnmatch_lines(["  still running, and killed: process *python*"])
@@ -411,7 +421,7 @@ def test_a_fixture_of_ones_own_may_use_the_domain_and_fails_with_the_same_story(
             pass
         """
     )
-    result = pytester.runpytest("-p", "pytest_linx")
+    result = pytester.runpytest("-p", "pytest_linx", PATIENT)
     result.assert_outcomes(passed=1, errors=1)
     result.stdout.fnmatch_lines(["*has not opened endpoint 'broken' before it ended, exit status 0", "  no server"])
 

@@ -42,8 +42,8 @@ def test_output_is_captured_and_can_be_waited_for(domain, program):
     server = domain.start(program, "server")
     peer = domain.peer("peer")
     peer.send("server", 20, b"the answer is 42 today")
-    assert server.wait_for_output(re.compile(r"answer is (\d+)")).group(1) == "42"
-    server.wait_for_output("today")
+    assert server.wait_for_output(re.compile(r"answer is (\d+) ")).group(1) == "42"
+    server.wait_for_output("today\n")
     assert "ready\nthe answer is 42 today\n" in server.output
 
 
