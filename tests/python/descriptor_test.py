@@ -35,8 +35,8 @@ def test_the_descriptor_stays_the_same(domain):
 def test_a_time_out_makes_it_readable(domain):
     one = domain.open("one")
     one.fileno()
-    one.request_timeout(0.05, 7)
     assert not is_readable(one)
+    one.request_timeout(0.05, 7)
     assert is_readable(one, PATIENCE)
     assert one.poll().number == 7
 
