@@ -65,6 +65,18 @@ install(FILES ipc/linxIpc.h ipc/LogLevel.h ipc/ReservedSignal.h
 install(FILES directory/LinxServerNameList.h directory/e_Process.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/directory)
 
+# Beside the library that they load, with what tells pytest of its plugin.
+if(TARGET linxhost AND LINXIPC_LIBRARY_TYPE STREQUAL "SHARED")
+  set(LINXIPC_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where the Python modules are installed")
+  install(FILES python/linx.py DESTINATION ${LINXIPC_PYTHON_DIR} COMPONENT python)
+  install(DIRECTORY python/pytest_linx DESTINATION ${LINXIPC_PYTHON_DIR} COMPONENT python FILES_MATCHING PATTERN "*.py"
+          PATTERN "__pycache__" EXCLUDE)
+  configure_file(cmake/python-metadata.in ${PROJECT_BINARY_DIR}/python/METADATA @ONLY)
+  file(WRITE ${PROJECT_BINARY_DIR}/python/entry_points.txt "[pytest11]\npytest_linx = pytest_linx\n")
+  install(FILES ${PROJECT_BINARY_DIR}/python/METADATA ${PROJECT_BINARY_DIR}/python/entry_points.txt
+          DESTINATION ${LINXIPC_PYTHON_DIR}/linxipc-${PROJECT_VERSION}.dist-info COMPONENT python)
+endif()
+
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/linxipc)
 install(EXPORT linxipc NAMESPACE linxipc:: DESTINATION ${package_dir} FILE linxipcTargets.cmake)
 configure_file(cmake/linxipcConfig.cmake.in ${PROJECT_BINARY_DIR}/linxipcConfig.cmake @ONLY)

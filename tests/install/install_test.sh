@@ -81,7 +81,8 @@ InstallsWhatAConsumerNeeds() {
         "$LIBDIR"/cmake/linxipc/linxipc{Config,ConfigVersion,Targets}.cmake share/doc/linxipc/LICENSE \
         include/linxipc/ipc/{linxIpc,LogLevel,ReservedSignal}.h \
         include/linxipc/directory/{LinxServerNameList,e_Process}.h \
-        include/linxipc/platform/{linx,LogClient,DiffTime,Watchdog,FileDescriptor,export}.h; do
+        include/linxipc/platform/{linx,LogClient,DiffTime,Watchdog,FileDescriptor,export}.h \
+        lib/python3/dist-packages/{linx.py,pytest_linx/__init__.py}; do
         [[ -e $prefix/$file ]] || fail "missing: $file"
     done
     # What is not public stays at home, and every header can be the first one included.
@@ -89,6 +90,21 @@ InstallsWhatAConsumerNeeds() {
         "$CXX" -std=c++17 -fsyntax-only -x c++ -I"$prefix/include/linxipc" -include "$file" /dev/null
     done
     [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 11 ]] || fail "other headers than the eleven public ones"
+}
+
+PytestFindsThePluginAndTheLibrary() {
+    local python test=$SCRATCH/plugin_test.py output
+    [[ -z ${EMULATOR:-} ]] || { echo "Skipped: there is no interpreter for the library."; exit 77; }
+    # Debian's packages are for its own interpreter, which need not be the first one in the path.
+    for python in python3 /usr/bin/python3 none; do
+        "$python" -c 'import pytest' 2>/dev/null && break
+    done
+    [[ $python != none ]] || { echo "Skipped: no python3 has pytest."; exit 77; }
+    printf 'def test_it(domain): domain.peer("peer").send("peer", 7); domain.verify()\n' >"$test"
+    export PYTHONPATH=$prefix/lib/python3/dist-packages LD_LIBRARY_PATH=$prefix/$LIBDIR PYTHONDONTWRITEBYTECODE=1
+    output=$("$python" -m pytest -p no:cacheprovider "$test") && fail "nothing unexpected: $output"
+    [[ $output == *"plugins: linxipc-$VERSION"* ]] || fail "pytest has no plugin: $output"
+    [[ $output == *"peer 'peer' got, and nobody expects it:"* ]] || fail "$output"
 }
 
 EveryHeaderTellsItsLicence() {
