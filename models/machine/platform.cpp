@@ -83,8 +83,9 @@ int make(int, Spid spid, unsigned) {
 int open(int, Spid spid) {
     return model::kernel.openBell(spid);
 }
-void remove(int, Spid spid) {
+bool remove(int, Spid spid) {
     model::kernel.removeBell(spid);
+    return true;
 }
 int ring(int descriptor) {
     const int result = model::kernel.writeBell(descriptor, 0);

@@ -6,15 +6,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
 
-#include "host/arena/clock.h"
 #include "host/arena/domain.h"
+#include "host/arena/throttle.h"
 #include "tests/calls/operations.h"
 #include "tests/support/domain_fixture.h"
 #include "tests/support/few_descriptors.h"
@@ -42,11 +41,8 @@ int receiveSomething(Victim& victim) {
 }
 
 /// Returns once a reclaim of memory is due again, which are kept apart.
-void awaitReclaimDue(const linx::Header& header) {
-    const auto passed = [&] {
-        return static_cast<uint32_t>(linx::coarseMilliseconds()) - header.reclaimedAt.loadRelaxed();
-    };
-    while (passed() < std::max(8 * header.reclaimTook.loadRelaxed(), 10u)) sched_yield();
+void awaitReclaimDue(linx::Header& header) {
+    while (!linx::Throttle(header.reclaiming).isDue()) sched_yield();
 }
 
 /// Holds memory and, when it is told so, gives it to itself alone, until it is told to end.

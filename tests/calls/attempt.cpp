@@ -57,7 +57,7 @@ void lookElsewhere(const std::string& path, bool mend, Complaints& complaints) {
         if (mend) mendDomain();
         const linxtest::Aftermath left = linxtest::lookAtAftermath();
         complaints.insert(complaints.end(), left.disorder.begin(), left.disorder.end());
-        if (left.leakedBlocks != 0) complaints.push_back(std::to_string(left.leakedBlocks) + " blocks leak there");
+        complaints.insert(complaints.end(), left.losses.begin(), left.losses.end());
     }
     for (const std::string& name : linxtest::namesIn(path)) {
         if (name != linx::arenaFileName) complaints.push_back("left behind: " + name);
