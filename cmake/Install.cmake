@@ -64,6 +64,7 @@ install(FILES ipc/linxIpc.h ipc/LogLevel.h ipc/ReservedSignal.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/ipc)
 install(FILES directory/LinxServerNameList.h directory/e_Process.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/directory)
+install(FILES log/LogLevel.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/log)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/linxipc)
 install(EXPORT linxipc NAMESPACE linxipc:: DESTINATION ${package_dir} FILE linxipcTargets.cmake)

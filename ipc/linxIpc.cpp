@@ -11,10 +11,10 @@
 
 #include "directory/LinxServerNameList.h"
 #include "ipc/Held.h"
-#include "ipc/LogLine.h"
 #include "ipc/ReservedSignal.h"
 #include "ipc/SameName.h"
 #include "ipc/SignalWait.h"
+#include "log/LogLine.h"
 #include "platform/DiffTime.h"
 
 namespace {
@@ -26,7 +26,6 @@ constexpr unsigned maxAttempts = 32;
 constexpr int noSignal = 1;
 constexpr int notSupported = 1;
 constexpr const char* unknownSender = "unknown";
-constexpr const char* sourceFile = "linxIpc";
 
 char* Payload(LinxSignal* signal) {
     return reinterpret_cast<char*>(signal) + numberSize;
@@ -42,23 +41,22 @@ e_Process DeadProcess(LinxSignal* notice, std::uint32_t dataSize) {
 /// Logs the end of `process` and tells whether it is the awaited peer's.
 bool IsDeathOf(const std::string& awaited, e_Process process) {
     const std::string& processName = LinxServerNameList::Instance().Name(process);
-    LogLine(e_LogEvent, sourceFile, 813, "Receive: Process died ", static_cast<int>(process), " - ", processName);
+    LogLine(logText::processDied, static_cast<int>(process), processName);
     if (processName != awaited) return false;
-    LogLine(e_LogError, sourceFile, 817, "Receive: host unreachable");
+    LogLine(logText::hostUnreachable);
     return true;
 }
 
 void LogFailedSend(unsigned retriesLeft, const std::string& destination, std::uint32_t size) {
     const SystemError error{errno};
     if (retriesLeft > 0) {
-        LogLine(e_LogSendFailure, sourceFile, 477, "Notify: send failed: ", error, " retries left = ", retriesLeft);
-        LogLine(e_LogSendFailure, sourceFile, 478,
-                "Notify: send failed: linx destination endpoint name = ", destination);
-        LogLine(e_LogSendFailure, sourceFile, 479, "Notify: send failed: size of linx message = ", size);
+        LogLine(logText::notifySendFailed, error, retriesLeft);
+        LogLine(logText::notifySendFailedTo, destination);
+        LogLine(logText::notifySendFailedSize, size);
     } else {
-        LogLine(e_LogError, sourceFile, 484, "Notify: send failed. No retries remaining: ", error);
-        LogLine(e_LogError, sourceFile, 485, "Notify: send failed: linx destination endpoint name = ", destination);
-        LogLine(e_LogError, sourceFile, 486, "Notify: send failed: size of linx message = ", size);
+        LogLine(logText::notifyGivesUp, error);
+        LogLine(logText::notifyGivesUpTo, destination);
+        LogLine(logText::notifyGivesUpSize, size);
     }
 }
 
@@ -168,12 +166,12 @@ void LinxIpc::CommonInit(const std::string& endpointName) {
 
 int LinxIpc::Init() {
     if (linx != nullptr) {
-        LogLine(e_LogError, sourceFile, 334, "LinxIpc::Init Linx Already initialized");
+        LogLine(logText::initAgain);
         return -1;
     }
     linx = linx_open(name.c_str(), 0, nullptr);
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 342, "LinxIpc::Init open failed for: ", name, ", errno ", errno);
+        LogLine(logText::initFailed, name, errno);
         return errno;
     }
     descriptor = linx_get_descriptor(linx);
@@ -191,17 +189,17 @@ LinxIpc::~LinxIpc() {
 }
 
 int LinxIpc::Send(const void*, unsigned, unsigned&) {
-    LogLine(e_LogError, sourceFile, 1103, "LinxIpc::Send: method not supported");
+    LogLine(logText::sendNotSupported);
     return notSupported;
 }
 
 int LinxIpc::Receive(void*, unsigned, unsigned&) {
-    LogLine(e_LogError, sourceFile, 1111, "LinxIpc::Receive: method not supported");
+    LogLine(logText::receiveNotSupported);
     return notSupported;
 }
 
 int LinxIpc::Blocking(bool) {
-    LogLine(e_LogError, sourceFile, 1117, "LinxIpc::Blocking: method not supported");
+    LogLine(logText::blockingNotSupported);
     return notSupported;
 }
 
@@ -255,7 +253,7 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
 /// Receives for a caller who awaits `peer`, a name that stays what it is.
 int LinxIpc::Await(int timeout, unsigned type, const std::string& peer, IpcMessage* msg) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 653, "Receive: use of un-initialized object");
+        LogLine(logText::receiveUninitialized);
         return -1;
     }
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
@@ -277,7 +275,7 @@ int LinxIpc::Await(int timeout, unsigned type, const std::string& peer, IpcMessa
     LinxSignal* received = nullptr;
     const int size = wait.Receive(linx, &received);
     if (size == -1) {
-        LogLine(e_LogError, sourceFile, 700, "Receive: ", SystemError{errno});
+        LogLine(logText::receiveFailed, SystemError{errno});
         return errno;
     }
     if (received == nullptr) return ETIMEDOUT;
@@ -302,13 +300,13 @@ int LinxIpc::Await(int timeout, unsigned type, const std::string& peer, IpcMessa
 
     const e_Process dead = number == e_ProcessDiedSignal ? DeadProcess(signal.Get(), dataSize) : e_UndefinedServer;
     const int result = message.Allocate(number, dataSize, Payload(signal.Get()));
-    if (result != 0) LogLine(e_LogError, sourceFile, 770, "Receive: error allocating message: ", result);
+    if (result != 0) LogLine(logText::receiveNotCopied, result);
     if (type == 0 || number == e_ShutdownSignal) Dispatch(number);
     wait.Recalculate();
     signal.GiveBack();
 
     if (number == e_ShutdownSignal) {
-        LogLine(e_LogShutdown, sourceFile, 802, "Receive: Shutdown Requested");
+        LogLine(logText::shutdownRequested);
         return ESHUTDOWN;
     }
     if (number == e_ProcessDiedSignal) {
@@ -360,31 +358,30 @@ void LinxIpc::Dispatch(unsigned number) {
 
 int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 917, "LinxIpc::Attach use of un-initialized object");
+        LogLine(logText::resolveUninitialized);
         return -1;
     }
     const auto cached = huntCache.find(destination);
     if (cached != huntCache.end() && cached->second == 0) {
-        if (logErrors) LogLine(e_LogError, sourceFile, 935, "LinxIpc::ResolveDestination: unresolved");
+        if (logErrors) LogLine(logText::knownAsAbsent);
         return -1;
     }
 
-    LogLine(e_LogHunt, sourceFile, 941,
-            "LinxIpc::ResolveDestination: calling linx_hunt, destination = ", destination);
+    LogLine(logText::hunting, destination);
     if (linx_hunt(linx, destination.c_str(), nullptr) == -1) {
-        if (logErrors) LogLine(e_LogError, sourceFile, 946, "LinxIpc::ResolveDestination: ", SystemError{errno});
+        if (logErrors) LogLine(logText::huntFailed, SystemError{errno});
         return -1;
     }
 
     static constexpr std::uint32_t huntSignals[] = {1, LINX_OS_HUNT_SIG};
     LinxSignal* answer = nullptr;
     if (linx_receive_w_tmo(linx, &answer, huntTimeout, huntSignals) == -1) {
-        if (logErrors) LogLine(e_LogError, sourceFile, 955, "LinxIpc::ResolveDestination: ", SystemError{errno});
+        if (logErrors) LogLine(logText::huntNotReceived, SystemError{errno});
         return -1;
     }
     if (answer == nullptr) {
         huntCache.try_emplace(destination, 0);
-        if (logErrors) LogLine(e_LogError, sourceFile, 973, "LinxIpc::ResolveDestination: unresolved");
+        if (logErrors) LogLine(logText::huntNotAnswered);
         return -1;
     }
 
@@ -425,25 +422,24 @@ const std::string& LinxIpc::MessageOriginator(int& notHunted) {
 
 int LinxIpc::Attach(const char* peer, unsigned type) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 363, "LinxIpc::Attach use of un-initialized object");
+        LogLine(logText::attachUninitialized);
         return -1;
     }
     HuntCache::iterator entry;
     const Lookup lookup = Find(peer, true, entry);
-    if (lookup == Lookup::unresolved)
-        LogLine(e_LogError, sourceFile, 376, "LinxIpc::Attach: cannot resolve destination");
+    if (lookup == Lookup::unresolved) LogLine(logText::attachUnresolved);
     if (lookup != Lookup::found) return -1;
 
     LinxSignal* notice = linx_alloc(linx, numberSize, type);
     attachFailed = linx_attach(linx, &notice, entry->second) == 0 ? 1 : 0;
     if (attachFailed == 0) return 0;
-    LogLine(e_LogError, sourceFile, 393, "LinxIpc::Attach(): failed to attach");
+    LogLine(logText::attachRefused);
     return errno;
 }
 
 int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErrors) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 416, "Notify: use of un-initialized object");
+        LogLine(logText::notifyUninitialized);
         return -1;
     }
     const std::uint32_t size = msg.Length() + numberSize;
@@ -462,15 +458,15 @@ inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, I
         result = -1;
         if (!logErrors) return Attempt::hopeless;
         if (lookup == Lookup::unresolved) {
-            LogLine(e_LogError, sourceFile, 438, "Notify: cannot resolve destination ", destination);
+            LogLine(logText::notifyUnresolved, destination);
         } else {
-            LogLine(e_LogError, sourceFile, 449, "Notify: cannot resolve destination");
+            LogLine(logText::notifyAbsent);
         }
         return Attempt::hopeless;
     }
     Held<LinxSignal> signal(linx_alloc(linx, size, msg.MsgType()), this);
     if (signal.Get() == nullptr) {
-        LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
+        LogLine(logText::notifyNoSignal, SystemError{errno});
         result = errno;
         return Attempt::hopeless;
     }
@@ -493,8 +489,7 @@ int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::u
         const Attempt attempt = AttemptNotify(destination, msg, size, logErrors, entry, result);
         if (attempt == Attempt::failed) continue;
         if (attempt == Attempt::sent) {
-            LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,
-                    " retries");
+            LogLine(logText::notifySentAfterRetries, maxAttempts - attemptsLeft);
         }
         return result;
     }
@@ -503,25 +498,25 @@ int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::u
 int LinxIpc::Request(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                      IpcMessage* reply) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 529, "Request: use of un-initialized object");
+        LogLine(logText::requestUninitialized);
         return -1;
     }
     const std::string peer = destination;  // may be a name of our own, which sending can remove
     const int sent = Notify(peer, message, true);
     if (sent != 0) {
-        LogLine(e_LogError, sourceFile, 550, "Request: call to LinxIpc::Notify failed: ", sent);
+        LogLine(logText::requestNotSent, sent);
         return sent;
     }
     if (replyType == 0) return 0;
     const int received = Await(timeout, replyType, peer, reply);
-    if (received != 0) LogLine(e_LogError, sourceFile, 544, "Request: call to LinxIpc::Receive failed: ", received);
+    if (received != 0) LogLine(logText::requestNotAnswered, received);
     return received;
 }
 
 int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                           IpcMessage* reply) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 577, "LinxIpc::AsyncRequest use of un-initialized object");
+        LogLine(logText::asyncRequestUninitialized);
         return -1;
     }
     const IpcMessage& inspected = reply != nullptr ? *reply : rxMessage;
@@ -531,8 +526,7 @@ int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, u
     unsigned start = DiffTime::CalcInitialTimeout(timeout);
     int received = Receive(timeout, 0, emptyString, reply);
     while (received == 0 && inspected.MsgType() != replyType) {
-        LogLine(e_LogRequest, sourceFile, 608,
-                "LinxIpc::AsyncRequest did not receive message waiting on, will go back and listen");
+        LogLine(logText::asyncRequestGoesOn);
         const int timeLeft = DiffTime::ReCalcTimeout(start);
         start = DiffTime::CalcInitialTimeout(timeLeft);
         received = Receive(timeLeft, 0, emptyString, reply);
@@ -542,14 +536,14 @@ int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, u
 
 int LinxIpc::EnableTimer(int timeout, unsigned signalNumber) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 992, "LinxIpc::Attach use of un-initialized object");
+        LogLine(logText::timerUninitialized);
         return -1;
     }
     const auto milliseconds = static_cast<std::uint32_t>(timeout);
     if (signalNumber != 0) {
         LinxSignal* signal = linx_alloc(linx, numberSize, signalNumber);
         if (signal == nullptr) {
-            LogLine(e_LogError, sourceFile, 1004, "LinxIpc::EnableTimer: ", SystemError{errno});
+            LogLine(logText::timerNoSignal, SystemError{errno});
             return errno;
         }
         timerRef = linx_request_tmo(linx, milliseconds, &signal);
@@ -557,7 +551,7 @@ int LinxIpc::EnableTimer(int timeout, unsigned signalNumber) {
         timerRef = linx_request_tmo(linx, milliseconds, nullptr);
     }
     if (timerRef != 0) return 0;
-    LogLine(e_LogError, sourceFile, 1015, "LinxIpc::EnableTimer: ", SystemError{errno});
+    LogLine(logText::timerRefused, SystemError{errno});
     return errno;
 }
 
@@ -567,11 +561,11 @@ int LinxIpc::DisableTimer() {
 
 int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 1134, "LinxIpc::Attach use of un-initialized object");
+        LogLine(logText::relayUninitialized);
         return -1;
     }
     if (message.Endpoint() != this) {
-        LogLine(e_LogError, sourceFile, 1139, "Signal must be sent from originating endpoint");
+        LogLine(logText::relayForeignMessage);
         return -1;
     }
     LinxSignal* signal = message.Sig();
@@ -580,10 +574,10 @@ int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
         case Lookup::found:
             break;
         case Lookup::unresolved:
-            LogLine(e_LogError, sourceFile, 1152, "LinxIpc::Notify: cannot resolve destination ", destination);
+            LogLine(logText::relayUnresolved, destination);
             return -1;
         case Lookup::negative:
-            LogLine(e_LogError, sourceFile, 1160, "Relay Illegal Spid");
+            LogLine(logText::relayAbsent);
             return -1;
     }
     const bool failed = linx_send(linx, &signal, entry->second) == -1;
@@ -591,7 +585,7 @@ int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
     message.Deallocate();  // before the log can fail: LINX has taken the signal
     if (failed) {
         Forget(entry);
-        LogLine(e_LogSendFailure, sourceFile, 1169, "LinxIpc::Notify: send failed: ", error);
+        LogLine(logText::relayNotSent, error);
     }
     return 0;
 }
