@@ -17,9 +17,9 @@ public:
         : base_(static_cast<char*>(base)),
           unitCount_(unitCount),
           firstPoolPage_(firstPoolPage(unitCount)),
-          slots_(file, slotsOffset / unitBytes, sizeof(Slot), slotCount),
-          hunts_(file, huntsOffset / unitBytes, sizeof(Hunt), huntCount),
-          units_(file, firstPoolPage_, unitBytes, unitCount) {}
+          slots_(base_, file, slotsOffset / unitBytes, sizeof(Slot), slotCount),
+          hunts_(base_, file, huntsOffset / unitBytes, sizeof(Hunt), huntCount),
+          units_(base_, file, firstPoolPage_, unitBytes, unitCount) {}
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
 
@@ -31,12 +31,17 @@ public:
     Slot& slot(uint32_t index) const { return at<Slot>(slotsOffset)[index & (slotCount - 1)]; }
     Hunt& hunt(uint32_t index) const { return at<Hunt>(huntsOffset)[index & (huntCount - 1)]; }
 
-    /// Whether the slot may be touched. The first is none. False with errno.
+    /// Whether the slot may be touched. The first is none.
     bool hasSlot(uint32_t index) const { return index != 0 && slots_.has(index); }
-    bool hasHunt(uint32_t index) const { return hunts_.has(index); }
 
-    /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a hunt's
-    /// own hunter say the rest.
+    /// Give memory to what is to be put to use, and to all before it. False with errno, ENOMEM when the file system
+    /// is full.
+    bool provideSlot(uint32_t index) const { return slots_.provide(index); }
+    bool provideHunt(uint32_t index) const { return hunts_.provide(index); }
+    bool provideUnit(uint32_t index) const { return units_.provide(index); }
+
+    /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a
+    /// hunt's own hunter say the rest.
     uint32_t usedSlots() const {
         const uint32_t used = header().slotsUsed.loadRelaxed();
         const uint32_t entries = slots_.clip((used < slotCount ? used : slotCount - 1) + 1);
@@ -52,9 +57,6 @@ public:
         const uint32_t used = header().unitsUsed.loadRelaxed();
         return units_.clip(used < unitCount_ ? used : unitCount_);
     }
-
-    /// Whether all units up to this one have memory, which they get here. False with errno.
-    bool hasUnit(uint32_t index) const { return units_.has(index); }
 
     uint32_t unitCount() const { return unitCount_; }
     uint32_t fileUnits() const { return firstPoolPage_ + unitCount_; }
@@ -108,10 +110,17 @@ private:
 };
 
 /// Finds blocks as `Arena::blockAt` does, more cheaply where one lies beside the one before: most blocks of a chain
-/// do. For as long as no unit is leased anew that a block lies in which is looked for.
+/// do. It remembers the page of that one, which stays what it is for as long as one of its blocks is in use. Whoever
+/// looks for blocks that came later has to have it forgotten: the page may have been leased anew, for blocks of
+/// another size.
 class NearbyBlocks {
 public:
-    explicit NearbyBlocks(const Arena& arena) : arena_(&arena) {}
+    explicit NearbyBlocks(const Arena& arena) : arena_(arena) {}
+
+    void forget() {
+        page_ = 0;
+        starts_ = 0;
+    }
 
     /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
     bool knows(Ref ref, uint32_t sizeClass) const {
@@ -121,13 +130,13 @@ public:
     Block* at(Ref ref, uint32_t& sizeClass) {
         if (ref / linesPerUnit != page_) return findFar(ref, sizeClass);
         sizeClass = sizeClass_;
-        return (starts_ >> ref % linesPerUnit & 1) != 0 ? arena_->rawBlock(ref) : nullptr;
+        return (starts_ >> ref % linesPerUnit & 1) != 0 ? arena_.rawBlock(ref) : nullptr;
     }
 
 private:
     [[gnu::noinline]] Block* findFar(Ref ref, uint32_t& sizeClass) {
         if (ref < linesPerUnit) return nullptr;  // in the header: the end of most chains
-        Block* block = arena_->blockAt(ref, sizeClass);
+        Block* block = arena_.blockAt(ref, sizeClass);
         if (block == nullptr || sizeClasses[sizeClass].units != 1) return block;
         page_ = ref / linesPerUnit;
         sizeClass_ = sizeClass;
@@ -135,7 +144,7 @@ private:
         return block;
     }
 
-    const Arena* arena_;
+    const Arena& arena_;
     uint32_t page_ = 0;  ///< of the file, whose first is the header's
     uint32_t sizeClass_ = 0;
     uint64_t starts_ = 0;  ///< as in SizeClass; none in the header

@@ -1,6 +1,7 @@
 #include "host/arena/arena_file.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include "host/arena/layout.h"
 #include "host/arena/new_file.h"
 #include "host/system/environment.h"
+#include "host/system/signal_shield.h"
 
 namespace linx {
 namespace {
@@ -71,9 +73,21 @@ bool hasIdentity(const Header& header) {
            header.fileUnits.loadRelaxed() == firstPoolPage(unitCount) + unitCount;
 }
 
+/// Whether a call has failed that makes a file larger, or gives memory to it. What cannot be had, for want of room or
+/// by a limit of the process, is memory that has run out; the kernel sends a signal about such a limit besides.
+template <class Call>
+bool fails(Call call) {
+    SignalShield shield(SIGXFSZ);
+    const int failure = call();
+    if (failure == EFBIG) shield.raised();
+    if (failure != 0) errno = failure == ENOSPC || failure == EDQUOT || failure == EFBIG ? ENOMEM : failure;
+    return failure != 0;
+}
+
 /// Header, buckets and unit table get their memory at once; slots, hunts and units when they are first used.
 bool fill(int file, uint32_t unitCount, unsigned mode) {
-    if (fchmod(file, mode) == -1 || ftruncate(file, fileBytes(unitCount)) == -1) return false;
+    if (fchmod(file, mode) == -1) return false;
+    if (fails([&] { return ftruncate(file, fileBytes(unitCount)) == 0 ? 0 : errno; })) return false;
     const uint32_t tablePage = unitTableOffset / unitBytes;
     if (!reservePages(file, 0, slotsOffset / unitBytes)) return false;
     if (!reservePages(file, tablePage, firstPoolPage(unitCount) - tablePage)) return false;
@@ -127,7 +141,10 @@ ArenaMapping mapArenaFile(int file, uint32_t unitCount) {
     const bool sparingly = isMemoryLocked();
     const int access = PROT_READ | PROT_WRITE;
     void* base = mmap(nullptr, bytes, sparingly ? PROT_NONE : access, MAP_SHARED, file, 0);
-    if (base == MAP_FAILED) return nullptr;
+    if (base == MAP_FAILED) {
+        if (errno == EAGAIN) errno = ENOMEM;  // all that is mapped is locked, and this is more than may be
+        return nullptr;
+    }
     ArenaMapping mapping(base, {bytes});
     if (!sparingly) return mapping;
     // Without access nothing was brought in. What cannot be locked otherwise is better not locked than brought in.
@@ -143,14 +160,12 @@ bool reservePages(int file, uint32_t first, uint32_t count) {
     uint32_t piece = smallPiece;
     while (count != 0) {
         const uint32_t pages = std::min(count, piece);
-        const int failure =
-            posix_fallocate(file, static_cast<off_t>(first) * unitBytes, static_cast<off_t>(pages) * unitBytes);
-        piece = failure == EINTR ? smallPiece : std::min(2 * piece, largestPiece);
-        if (failure == EINTR) continue;
-        if (failure != 0) {
-            errno = failure == ENOSPC ? ENOMEM : failure;  // a full file system is memory that has run out
-            return false;
-        }
+        const off_t start = static_cast<off_t>(first) * unitBytes;
+        const bool failed =
+            fails([&] { return posix_fallocate(file, start, static_cast<off_t>(pages) * unitBytes); });
+        if (failed && errno != EINTR) return false;
+        piece = failed ? smallPiece : std::min(2 * piece, largestPiece);
+        if (failed) continue;
         first += pages;
         count -= pages;
     }

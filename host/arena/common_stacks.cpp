@@ -1,5 +1,6 @@
 #include "host/arena/common_stacks.h"
 
+#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 
 namespace linx {
@@ -8,10 +9,8 @@ namespace common {
 void orphan(const Arena& arena, Block& block, uint32_t sizeClass) {
     const Spid home = block.home.loadRelaxed();
     disown(block);
-    // Relaxed: books, which publish nothing. Dying before this leaves the home a share that is smaller by one block.
-    if (isSpid(home) && isOpen(arena, home)) {
-        arena.slot(indexOf(home)).leasedLines.addRelaxed(0u - sizeClasses[sizeClass].lines);
-    }
+    // Dying before this leaves the home a share that is smaller by one block.
+    if (isOpen(arena, home)) share::remove(arena.slot(indexOf(home)), home, sizeClasses[sizeClass].lines);
 }
 
 void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {

@@ -24,7 +24,7 @@ uint32_t entryFor(const Arena& arena, Spid hunter) {
 int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal) {
     const uint32_t index = entryFor(arena, hunter);
     if (index == huntCount) return ENOSPC;
-    if (!arena.hasHunt(index)) return ENOMEM;
+    if (!arena.provideHunt(index)) return ENOMEM;
     Hunt& hunt = arena.hunt(index);
     hunt.signal.storeRelaxed(signal);
     hunt.nameHash.storeRelaxed(name.hash());

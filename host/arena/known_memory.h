@@ -2,22 +2,36 @@
 #define LINXIPC_HOST_ARENA_KNOWN_MEMORY_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+
+#include "host/arena/size_classes.h"
 
 namespace linx {
 
-/// How many entries of a table in the arena's file this process knows to have memory. The words of the arena say how
-/// many are in use, but they may be garbled, and touching a page without memory ends the process when the file system
-/// is full. So an entry beyond those known is first given its memory, which costs nothing where it has it. Any thread
+/// How many entries of a table in the arena this process knows to have memory. The words of the arena say how many
+/// are in use, but they may be garbled, and touching a page without memory ends the process when the file system is
+/// full. So an entry beyond those known is first given its memory, which costs nothing where it has it. Any thread
 /// may use it.
 class KnownMemory {
 public:
-    /// A table of `entries` entries that begins at `firstPage` of the file; all of it is known without a file (-1).
-    KnownMemory(int file, uint32_t firstPage, uint32_t entryBytes, uint32_t entries)
-        : file_(file), firstPage_(firstPage), entryBytes_(entryBytes), entries_(entries), known_(file == -1 ? entries : 0) {}
+    /// A table of `entries` entries that begins at `firstPage` of the file, which is mapped at `base`; all of it is
+    /// known without a file (-1).
+    KnownMemory(const char* base, int file, uint32_t firstPage, uint32_t entryBytes, uint32_t entries)
+        : start_(base + size_t{firstPage} * unitBytes),
+          file_(file),
+          firstPage_(firstPage),
+          entryBytes_(entryBytes),
+          entries_(entries),
+          known_(file == -1 ? entries : 0) {}
 
-    /// Whether entry `index` may be touched. False with errno, ENOMEM when the file system is full.
+    /// Whether entry `index` may be touched. Also where it cannot be given memory it may, if it has some: others have
+    /// put it to use, and no refusal of the kernel may make theirs look like garbage. errno stays if so.
     bool has(uint32_t index) const { return isKnown(index) || learn(index); }
+
+    /// Gives memory to the entries up to `index`, which are to be put to use. False with errno, ENOMEM when the file
+    /// system is full.
+    bool provide(uint32_t index) const { return isKnown(index) || reserve(index); }
 
     // Relaxed: whoever reads the count has no other thread's word for anything else.
     bool isKnown(uint32_t index) const { return index < known_.load(std::memory_order_relaxed); }
@@ -29,8 +43,11 @@ public:
 
 private:
     [[gnu::cold]] bool learn(uint32_t index) const;
+    [[gnu::cold]] bool reserve(uint32_t index) const;
+    void know(uint32_t pages) const;
     uint32_t pagesFor(uint32_t entries) const;
 
+    const char* const start_;
     const int file_;
     const uint32_t firstPage_;
     const uint32_t entryBytes_;

@@ -69,7 +69,7 @@ static_assert(sizeof(Header) == 116 + 4 * sizeClassCount && offsetof(Header, bus
 static_assert(sizeof(Header) <= unitBytes, "the header fits its page");
 
 /// A 64-bit count of which only one process writes and anybody may read; a reader may catch the halves apart.
-/// Relaxed: it says nothing of anything else. Nor do `deepestQueue`, `sleeps`, `rings` and `leasedLines` of a slot.
+/// Relaxed: it says nothing of anything else. Nor do `deepestQueue`, `sleeps` and `rings` of a slot.
 struct Counter {
     Word low;
     Word high;
@@ -115,7 +115,7 @@ struct alignas(lineBytes) Slot {
     Word nextInBucket;
     Word nextEnded;
     Word endStamp;
-    Word leasedLines;  ///< lines of the pool whose home this endpoint is
+    Word leasedLines;  ///< lines of the pool whose home this endpoint is, see share.h
     uint32_t pad3[8];
 
     Word name[64];

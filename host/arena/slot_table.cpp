@@ -12,7 +12,7 @@ namespace linx {
 uint32_t takeSlot(const Arena& arena) {
     Header& header = arena.header();
     const uint32_t fresh = arena.usedSlots() + 1;  // slot 0 stays unused
-    if (fresh < slotCount && arena.hasSlot(fresh)) {
+    if (fresh < slotCount && arena.provideSlot(fresh)) {
         header.slotsUsed.storeRelaxed(fresh);
         return fresh;
     }

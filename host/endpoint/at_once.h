@@ -14,7 +14,7 @@
  */
 namespace linx {
 
-inline bool Endpoint::enterAtOnce() {
+[[gnu::always_inline]] inline bool Endpoint::enterAtOnce() {
     const uint32_t entry = entry_.load(std::memory_order_relaxed);
     if (entry == inside) return false;
     entry_.store(inside, std::memory_order_relaxed);
@@ -123,7 +123,7 @@ inline bool Endpoint::isBusy() const {
 }
 
 /// Gives a signal of the queue to the user and returns its size.
-inline int Endpoint::handOut(const Held& held, LinxSignal** signal) {
+[[gnu::always_inline]] inline int Endpoint::handOut(const Held& held, LinxSignal** signal) {
     // Sizes come from other processes: none reaches beyond its block.
     const uint32_t room =
         sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));

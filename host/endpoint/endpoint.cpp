@@ -11,6 +11,7 @@
 #include "host/arena/common_stacks.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
+#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/endpoint/answers.h"
 #include "host/endpoint/at_once.h"
@@ -35,7 +36,7 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.takingReturned.storeRelaxed(0);
     slot.sending.storeRelaxed(0);
     slot.deepestQueue.storeRelaxed(0);
-    slot.leasedLines.storeRelaxed(0);
+    share::begin(slot, spid);
     slot.returnedLines.storeRelaxed(0);
     slot.forkRound.addRelaxed(1);  // what a forked copy of an earlier user of the slot may expect never comes back
     slot.dropped.low.storeRelaxed(0);
@@ -131,6 +132,8 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
     const uint32_t before = slot.life.loadRelaxed();
     const Spid spid = makeSpid(index, generationOf(before & spidMask) + 1);
     slot.life.storeRelease(spid);  // before the bell, which nobody would find otherwise if this process dies
+    // The one before may have ended without the right to remove its own.
+    if (before != 0) bell::remove(cold.domain().directory(), before & spidMask);
     bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
     if (bell.get() == -1) {
         const int failure = errno;
@@ -178,7 +181,9 @@ void Endpoint::leaveDomain() {
     const uint32_t any[] = {0};
     while (const Ref ref = queue_.take(any).ref) discard(ref);
     while (const Ref ref = timers_.takeAny()) discard(ref);
-    while (const Ref ref = peers_.takeAnyNotice()) discard(ref);
+    for (uint32_t index = 0; index < peers_.size(); ++index) {
+        for (const Ref ref : peers_.takeNotices(index)) discard(ref);
+    }
     pool_.takeReturned();  // or all of the arena would be looked through for it
     end();                 // where somebody has removed the domain nobody can look for this endpoint any more
 }

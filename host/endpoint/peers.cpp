@@ -104,15 +104,12 @@ void Peers::forgetLatest() {
     latest_ = nullptr;
 }
 
-Ref Peers::takeAnyNotice() {
-    for (const auto& peer : peers_) {
-        if (peer == nullptr || peer->notices.empty()) continue;
-        const Ref notice = peer->notices.back();
-        peer->notices.pop_back();
-        --supervisions_;
-        return notice;
-    }
-    return 0;
+std::vector<Ref> Peers::takeNotices(uint32_t index) {
+    if (inSlot(index) == nullptr) return {};
+    std::vector<Ref> notices;
+    notices.swap(peers_[index]->notices);
+    supervisions_ -= notices.size();
+    return notices;
 }
 
 void Peers::abandon() {

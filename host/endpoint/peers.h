@@ -63,8 +63,8 @@ public:
     /// it is not.
     bool makeRoom();
 
-    /// Takes any notice that has not been delivered; 0 when none is left.
-    Ref takeAnyNotice();
+    /// Takes the notices that wait for the end of the peer in this slot.
+    std::vector<Ref> takeNotices(uint32_t index);
 
     /// Closes the bells without touching the epoll set, which belongs to another process by now.
     void abandon();

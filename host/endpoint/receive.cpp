@@ -291,11 +291,14 @@ void Endpoint::enqueue(Ref ref) {
 void Endpoint::fireTimeouts() {
     const uint64_t time = now();
     if (timers_.earliest() <= time) takeMailbox();  // what was sent before it fell due comes before
-    for (;;) {
-        queue_.reserve(1);  // before it counts as fired
-        const Ref ref = timers_.fire(time);
-        if (ref == 0) break;
-        enqueue(ref);
+    while (const Ref ref = timers_.due(time)) {
+        const Held held = at(ref);
+        if (held.block == nullptr) {
+            timers_.takeAny();  // somebody has garbled what the block lies in
+            continue;
+        }
+        // In this order: out of memory it has not fired.
+        timers_.fire(queue_.appendRemovable({ref, held.sizeClass}, held.block->signal.number));
     }
     timers_.arm();
 }
@@ -374,14 +377,10 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
 }
 
 int Endpoint::cancelTimeout(LinxRef* reference) {
-    bool hadFired;
-    const Ref ref = *reference == 0 ? 0 : timers_.cancel(*reference, hadFired);
-    const Held held = at(ref);
-    if (ref == 0 || held.block == nullptr) {
-        errno = EINVAL;
-        return -1;
-    }
-    if (hadFired && !queue_.remove(ref, held.block->signal.number)) {
+    const Timers::Cancelled timeout = timers_.cancel(*reference);
+    const Held held = at(timeout.signal);
+    const bool isKnown = timeout.signal != 0 && (!timeout.hadFired || queue_.remove(timeout.signal, timeout.place));
+    if (!isKnown || held.block == nullptr) {
         errno = EINVAL;
         return -1;
     }

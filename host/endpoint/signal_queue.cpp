@@ -34,7 +34,7 @@ SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
     }
     while (hasArrivals()) {
         if (!selects(selection, arrivals_[nextArrival_].number)) {
-            moveToLane(arrivals_[nextArrival_]);
+            putIntoLane(arrivals_[nextArrival_]);
             popArrival();
             continue;
         }
@@ -45,7 +45,7 @@ SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
 }
 
 SignalQueue::Signal SignalQueue::takeFromLanes(const uint32_t* selection) {
-    if (selection[0] == 0) return unlinkOldestOf(lanes_.find(waiting_[oldest_].number));
+    if (selection[0] == 0) return unlink(lanes_.find(waiting_[oldest_].number), oldest_);
     auto first = lanes_.end();
     for (uint32_t i = 1; i <= selection[0]; ++i) {
         const auto lane = lanes_.find(selection[i]);
@@ -54,67 +54,62 @@ SignalQueue::Signal SignalQueue::takeFromLanes(const uint32_t* selection) {
             first = lane;
         }
     }
-    return first == lanes_.end() ? Signal{0, 0} : unlinkOldestOf(first);
+    return first == lanes_.end() ? Signal{0, 0} : unlink(first, first->second.oldest);
 }
 
-void SignalQueue::moveToLane(const Arrival& arrival) {
-    uint32_t index = freeEntry_;
-    if (index == none) {
-        waiting_.push_back({});
-        index = static_cast<uint32_t>(waiting_.size() - 1);
-        waiting_[index].nextInLane = none;
-        freeEntry_ = index;
+SignalQueue::Place SignalQueue::appendRemovable(Signal signal, uint32_t number) {
+    while (hasArrivals()) {
+        putIntoLane(arrivals_[nextArrival_]);
+        popArrival();
     }
-    const auto lane = lanes_.insert({arrival.number, {none, none}}).first;
+    const Place place = putIntoLane({signal, number});
+    ++size_;
+    return place;
+}
+
+bool SignalQueue::remove(Ref ref, Place place) {
+    if (place >= waiting_.size() || waiting_[place].signal.ref != ref || ref == 0) return false;
+    unlink(lanes_.find(waiting_[place].number), place);
+    return true;
+}
+
+/// An entry of the lanes that is not in use. It stays the next one until it is.
+uint32_t SignalQueue::freeEntry() {
+    if (freeEntry_ != none) return freeEntry_;
+    waiting_.push_back({});
+    freeEntry_ = static_cast<uint32_t>(waiting_.size() - 1);
+    waiting_[freeEntry_].nextInLane = none;
+    return freeEntry_;
+}
+
+/// Behind all others. Out of memory, the lanes are as before.
+uint32_t SignalQueue::putIntoLane(const Arrival& arrival) {
+    const uint32_t index = freeEntry();
+    Lane& lane = lanes_.insert({arrival.number, {none, none}}).first->second;
     freeEntry_ = waiting_[index].nextInLane;
-    waiting_[index] = {arrival.signal, arrival.number, arrived_++, newest_, none, none};
+    waiting_[index] = {arrival.signal, arrival.number, arrived_++, newest_, none, lane.newest, none};
     (newest_ == none ? oldest_ : waiting_[newest_].newer) = index;
     newest_ = index;
-    (lane->second.newest == none ? lane->second.oldest : waiting_[lane->second.newest].nextInLane) = index;
-    lane->second.newest = index;
+    (lane.newest == none ? lane.oldest : waiting_[lane.newest].nextInLane) = index;
+    lane.newest = index;
+    return index;
 }
 
-SignalQueue::Signal SignalQueue::unlinkOldestOf(std::unordered_map<uint32_t, Lane>::iterator lane) {
-    const uint32_t index = lane->second.oldest;
-    lane->second.oldest = waiting_[index].nextInLane;
-    if (lane->second.oldest == none) lanes_.erase(lane);
-    return release(index);
-}
-
-SignalQueue::Signal SignalQueue::release(uint32_t index) {
-    const Waiting& entry = waiting_[index];
+SignalQueue::Signal SignalQueue::unlink(std::unordered_map<uint32_t, Lane>::iterator lane, uint32_t index) {
+    Waiting& entry = waiting_[index];
+    const Signal signal = entry.signal;
     (entry.older == none ? oldest_ : waiting_[entry.older].newer) = entry.newer;
     (entry.newer == none ? newest_ : waiting_[entry.newer].older) = entry.older;
-    waiting_[index].nextInLane = freeEntry_;
+    (entry.previousInLane == none ? lane->second.oldest : waiting_[entry.previousInLane].nextInLane) =
+        entry.nextInLane;
+    (entry.nextInLane == none ? lane->second.newest : waiting_[entry.nextInLane].previousInLane) =
+        entry.previousInLane;
+    if (lane->second.oldest == none) lanes_.erase(lane);
+    entry.signal.ref = 0;
+    entry.nextInLane = freeEntry_;
     freeEntry_ = index;
     --size_;
-    return waiting_[index].signal;
-}
-
-bool SignalQueue::remove(Ref ref, uint32_t number) {
-    const auto arrival =
-        std::find_if(arrivals_.begin() + static_cast<std::ptrdiff_t>(nextArrival_), arrivals_.end(),
-                     [&](const Arrival& one) { return one.signal.ref == ref && one.number == number; });
-    if (arrival != arrivals_.end()) {
-        arrivals_.erase(arrival);
-        --size_;
-        return true;
-    }
-    const auto lane = lanes_.find(number);
-    if (lane == lanes_.end()) return false;
-    uint32_t before = none;
-    for (uint32_t index = lane->second.oldest; index != none; before = index, index = waiting_[index].nextInLane) {
-        if (waiting_[index].signal.ref != ref) continue;
-        if (before == none) {
-            unlinkOldestOf(lane);
-            return true;
-        }
-        waiting_[before].nextInLane = waiting_[index].nextInLane;
-        if (lane->second.newest == index) lane->second.newest = before;
-        release(index);
-        return true;
-    }
-    return false;
+    return signal;
 }
 
 }  // namespace linx

@@ -14,7 +14,9 @@ namespace linx {
  *
  * Arrivals wait in a plain list, which is all that a receive of any signal ever uses. A receive that awaits certain
  * numbers moves what it passes over into lanes, one for each number, so that it never passes over a signal twice:
- * awaiting a number costs the same however many others wait. All signals in lanes are older than all arrivals.
+ * awaiting a number costs the same however many others wait. All signals in lanes are older than all arrivals. What
+ * may be taken out again before its turn goes into a lane at once, where it has a place for as long as it waits: that
+ * costs the same, too, wherever it stands.
  */
 class SignalQueue {
 public:
@@ -35,6 +37,15 @@ public:
         arrivals_.emplace_back(signal, number);
         ++size_;
     }
+
+    /// Where a signal waits that may be taken out.
+    using Place = uint32_t;
+
+    /// Appends a signal that may be taken out, and tells its place. Out of memory, the queue holds what it held.
+    Place appendRemovable(Signal signal, uint32_t number);
+
+    /// Takes the signal out of its place. False when it is not there any more.
+    bool remove(Ref ref, Place place);
 
     /// Takes back the last `count` that were appended, since when nothing was taken.
     void dropLast(size_t count) {
@@ -64,9 +75,6 @@ public:
         return oldest;
     }
 
-    /// Takes the given signal out. False when it is not there.
-    bool remove(Ref ref, uint32_t number);
-
 private:
     struct Arrival {
         Arrival(Signal itsSignal, uint32_t itsNumber) : signal(itsSignal), number(itsNumber) {}
@@ -79,6 +87,7 @@ private:
         uint64_t order;
         uint32_t older;  ///< neighbours among all signals in lanes
         uint32_t newer;
+        uint32_t previousInLane;
         uint32_t nextInLane;
     };
     struct Lane {
@@ -99,9 +108,9 @@ private:
     }
     Signal takeSelected(const uint32_t* selection);
     Signal takeFromLanes(const uint32_t* selection);
-    void moveToLane(const Arrival& arrival);
-    Signal unlinkOldestOf(std::unordered_map<uint32_t, Lane>::iterator lane);
-    Signal release(uint32_t index);
+    uint32_t freeEntry();
+    uint32_t putIntoLane(const Arrival& arrival);
+    Signal unlink(std::unordered_map<uint32_t, Lane>::iterator lane, uint32_t index);
 
     size_t size_ = 0;
     std::vector<Arrival> arrivals_;

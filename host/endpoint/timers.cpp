@@ -13,58 +13,52 @@ int Timers::open() {
 }
 
 void Timers::add(LinxRef reference, uint64_t deadline, Ref signal) {
-    const auto place = waiting_.insert({deadline, {reference, signal}});
+    const auto waiting = waiting_.insert({deadline, reference});
     try {
-        byReference_.insert({reference, place});
+        bySignal_[signal] = reference;
+        all_.insert({reference, {signal, false, 0, waiting}});
     } catch (const std::bad_alloc&) {
-        waiting_.erase(place);
+        bySignal_.erase(signal);
+        waiting_.erase(waiting);
         throw;
     }
     arm();
 }
 
-Ref Timers::fire(uint64_t now) {
-    if (earliest() > now) return 0;
-    const auto first = waiting_.begin();
-    const Timeout due = first->second;
-    fired_.insert({due.signal, due.reference});
-    byReference_.erase(due.reference);
-    waiting_.erase(first);
-    return due.signal;
+void Timers::fire(Place place) {
+    Timeout& first = all_.at(waiting_.begin()->second);
+    first.hasFired = true;
+    first.place = place;
+    waiting_.erase(first.waiting);
 }
 
 void Timers::forget(Ref signal) {
-    fired_.erase(signal);
+    const auto reference = bySignal_.find(signal);
+    if (reference == bySignal_.end()) return;
+    const auto timeout = all_.find(reference->second);
+    if (timeout->second.hasFired) erase(timeout);
 }
 
-bool Timers::knows(LinxRef reference) const {
-    return byReference_.count(reference) != 0 ||
-           std::any_of(fired_.begin(), fired_.end(), [&](const auto& entry) { return entry.second == reference; });
+Timers::Cancelled Timers::cancel(LinxRef reference) {
+    const auto found = all_.find(reference);
+    if (found == all_.end()) return {0, false, 0};
+    const Timeout timeout = found->second;
+    erase(found);
+    if (!timeout.hasFired) arm();
+    return {timeout.signal, timeout.hasFired, timeout.place};
 }
 
-Ref Timers::cancel(LinxRef reference, bool& hadFired) {
-    const auto found = byReference_.find(reference);
-    hadFired = found == byReference_.end();
-    if (!hadFired) {
-        const Ref signal = found->second->second.signal;
-        waiting_.erase(found->second);
-        byReference_.erase(found);
-        arm();
-        return signal;
-    }
-    const auto fired =
-        std::find_if(fired_.begin(), fired_.end(), [&](const auto& entry) { return entry.second == reference; });
-    if (fired == fired_.end()) return 0;
-    const Ref signal = fired->first;
-    fired_.erase(fired);
-    return signal;
+void Timers::erase(All::iterator timeout) {
+    if (!timeout->second.hasFired) waiting_.erase(timeout->second.waiting);
+    bySignal_.erase(timeout->second.signal);
+    all_.erase(timeout);
 }
 
 Ref Timers::takeAny() {
     if (waiting_.empty()) return 0;
-    const Ref signal = waiting_.begin()->second.signal;
-    byReference_.erase(waiting_.begin()->second.reference);
-    waiting_.erase(waiting_.begin());
+    const auto first = all_.find(waiting_.begin()->second);
+    const Ref signal = first->second.signal;
+    erase(first);
     return signal;
 }
 

@@ -7,14 +7,17 @@
 
 #include "host/arena/layout.h"
 #include "host/arena/scoped_descriptor.h"
+#include "host/endpoint/signal_queue.h"
 
 namespace linx {
 
 /// The time-outs that an endpoint has asked for, in order of deadline, with one timer descriptor armed for the
-/// earliest. Deadlines are nanoseconds of the monotonic clock. Belongs to the endpoint's thread.
+/// earliest. Deadlines are nanoseconds of the monotonic clock. However many there are, fired or not, each is found at
+/// once by its reference and by its signal. Belongs to the endpoint's thread.
 class Timers {
 public:
     static constexpr uint64_t never = ~uint64_t{0};
+    using Place = SignalQueue::Place;
 
     /// Makes the descriptor when there is none yet. Returns it, for the endpoint to watch; -1 with errno.
     int open();
@@ -27,22 +30,30 @@ public:
     uint64_t earliest() const { return waiting_.empty() ? never : waiting_.begin()->first; }
 
     /// Whether there is none, fired or not.
-    bool idle() const { return waiting_.empty() && fired_.empty(); }
+    bool idle() const { return all_.empty(); }
 
-    /// Gives the next time-out whose deadline is not after `now`; 0 when none is due. It counts as fired until
-    /// `received` or `cancel` is told of it. Out of memory, all is as before.
-    Ref fire(uint64_t now);
+    /// The signal of the earliest time-out, if its deadline is not after `now`; else 0.
+    Ref due(uint64_t now) const { return earliest() > now ? 0 : all_.at(waiting_.begin()->second).signal; }
+
+    /// The earliest time-out has fired: its signal waits at the place, until `received` or `cancel` is told of it.
+    void fire(Place place);
 
     /// A signal is handed out that may be a fired time-out.
     void received(Ref signal) {
-        if (!fired_.empty()) forget(signal);
+        if (all_.size() != waiting_.size()) forget(signal);
     }
 
     /// Whether the reference names one, fired or not.
-    bool knows(LinxRef reference) const;
+    bool knows(LinxRef reference) const { return all_.count(reference) != 0; }
 
-    /// Takes a time-out back: its signal, and whether it had fired. 0 when the reference is unknown.
-    Ref cancel(LinxRef reference, bool& hadFired);
+    struct Cancelled {
+        Ref signal;  ///< 0 when the reference is unknown
+        bool hadFired;
+        Place place;  ///< where the signal waits if so
+    };
+
+    /// Takes a time-out back.
+    Cancelled cancel(LinxRef reference);
 
     /// Takes any time-out that has not fired; 0 when none is left.
     Ref takeAny();
@@ -51,17 +62,22 @@ public:
     void arm();
 
 private:
+    using Waiting = std::multimap<uint64_t, LinxRef>;
     struct Timeout {
-        LinxRef reference;
         Ref signal;
+        bool hasFired;
+        Place place;                ///< of the signal, once it has fired
+        Waiting::iterator waiting;  ///< until then
     };
+    using All = std::unordered_map<LinxRef, Timeout>;
 
     void forget(Ref signal);
+    void erase(All::iterator timeout);
 
     ScopedDescriptor descriptor_;
-    std::multimap<uint64_t, Timeout> waiting_;
-    std::unordered_map<LinxRef, std::multimap<uint64_t, Timeout>::iterator> byReference_;
-    std::unordered_map<Ref, LinxRef> fired_;
+    All all_;
+    Waiting waiting_;
+    std::unordered_map<Ref, LinxRef> bySignal_;
     uint64_t armedFor_ = never;
 };
 

@@ -2,16 +2,14 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
 #include "host/arena/scoped_descriptor.h"
+#include "host/system/signal_shield.h"
 
 namespace linx {
 namespace bell {
@@ -22,43 +20,10 @@ struct Name {
     char text[16];
 };
 
-/// Keeps the SIGPIPE that a write of this thread may raise from being delivered, and from staying behind.
-class SigpipeShield {
-public:
-    SigpipeShield() {
-        sigemptyset(&sigpipe_);
-        sigaddset(&sigpipe_, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &sigpipe_, &before_);
-        // One that was pending already belongs to somebody else; it can only be there if it was blocked before.
-        if (sigismember(&before_, SIGPIPE) != 0) {
-            sigset_t pending;
-            sigpending(&pending);
-            pendingBefore_ = sigismember(&pending, SIGPIPE) != 0;
-        }
-    }
-    ~SigpipeShield() {
-        const int keptErrno = errno;
-        if (raised_ && !pendingBefore_) {
-            const timespec now = {0, 0};
-            while (sigtimedwait(&sigpipe_, nullptr, &now) == -1 && errno == EINTR) {
-            }
-        }
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-        errno = keptErrno;
-    }
-    void raised() { raised_ = true; }
-
-private:
-    sigset_t sigpipe_;
-    sigset_t before_;
-    bool pendingBefore_ = false;
-    bool raised_ = false;
-};
-
-/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the bell is full, EPIPE, or
-/// what else a write says.
+/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the bell is full, EPIPE,
+/// or what else a write says.
 int writeRecord(int descriptor, uint32_t record) {
-    SigpipeShield shield;
+    SignalShield shield(SIGPIPE);
     ssize_t written;
     do {
         written = write(descriptor, &record, sizeof record);
@@ -69,8 +34,8 @@ int writeRecord(int descriptor, uint32_t record) {
     return failure;
 }
 
-/// Has the pipe take the one page that it needs, and keep it: from now on no ring fails for want of memory. False with
-/// errno.
+/// Has the pipe take the one page that it needs, and keep it: from now on no ring fails for want of memory. False
+/// with errno.
 bool reservePage(int descriptor) {
     // One page is plenty, and lets a user without privileges have thousands of bells.
     fcntl(descriptor, F_SETPIPE_SZ, static_cast<int>(capacity * sizeof(uint32_t)));
@@ -105,8 +70,7 @@ int make(int directory, Spid spid, unsigned mode) {
         if (mkfifoat(directory, name.text, mode) == -1) return -1;
     }
     ScopedDescriptor descriptor(openPipe(directory, name.text, O_RDWR));
-    const bool made =
-        descriptor.get() != -1 && fchmod(descriptor.get(), mode) == 0 && reservePage(descriptor.get());
+    const bool made = descriptor.get() != -1 && fchmod(descriptor.get(), mode) == 0 && reservePage(descriptor.get());
     if (made) return descriptor.release();
     const int failure = errno;
     unlinkat(directory, name.text, 0);

@@ -4,6 +4,7 @@
 
 #include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
+#include "host/arena/share.h"
 #include "host/recovery/retire.h"
 
 namespace linx {
@@ -12,9 +13,9 @@ namespace {
 
 constexpr uint32_t none = ~0u;
 
-constexpr uint32_t shortestPause = 10;  ///< milliseconds
+constexpr uint32_t shortestPause = 10;   ///< milliseconds
 constexpr uint32_t longestTime = 10000;  ///< milliseconds: no honest one takes longer
-constexpr uint32_t pauseFactor = 8;     ///< a pause is so many times as long as what was done before it
+constexpr uint32_t pauseFactor = 8;      ///< a pause is so many times as long as what was done before it
 
 /// The first of `count` adjoining units that were leased once and are free again.
 uint32_t findGap(const Arena& arena, uint32_t count) {
@@ -30,7 +31,7 @@ uint32_t findGap(const Arena& arena, uint32_t count) {
 /// The first of `count` free units with memory; `none` when there are none.
 uint32_t takeUnits(const Arena& arena, uint32_t count) {
     const uint32_t used = arena.usedUnits();
-    if (arena.unitCount() - used >= count && arena.hasUnit(used + count - 1)) {
+    if (arena.unitCount() - used >= count && arena.provideUnit(used + count - 1)) {
         arena.header().unitsUsed.storeRelaxed(used + count);
         return used;
     }
@@ -96,7 +97,7 @@ Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
         prepend(chain, *block, ref);
     }
-    arena.slot(indexOf(home)).leasedLines.addRelaxed(chain.blocks * sizeClasses[sizeClass].lines);
+    share::add(arena.slot(indexOf(home)), chain.blocks * sizeClasses[sizeClass].lines);
     return chain;
 }
 
@@ -112,7 +113,7 @@ Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t
     Chain chain;
     if (first == none) return chain;
     for (uint32_t run = runs; run-- > 0;) cutRun(arena, first + run * c.units, sizeClass, home, chain);
-    arena.slot(indexOf(home)).leasedLines.addRelaxed(chain.blocks * c.lines);
+    share::add(arena.slot(indexOf(home)), chain.blocks * c.lines);
     return chain;
 }
 
@@ -145,7 +146,7 @@ uint32_t keptBy(const Arena& arena) {
     constexpr uint32_t plenty = (64u << 10) / lineBytes;
     const uint32_t lines = arena.unitCount() * linesPerUnit;
     const uint32_t open = std::clamp(arena.header().openEndpoints.loadRelaxed(), 1u, slotCount);
-    return std::min(std::max(lines / 256, plenty), lines / 4 / open);
+    return std::min(std::max(lines / 256, plenty), lines / 8 / open);
 }
 
 }  // namespace lease

@@ -20,8 +20,8 @@ struct Chain {
 /// Takes up to `wanted` common blocks of the class for `home`.
 Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted);
 
-/// Cuts runs of fresh units into blocks for `home`, about `wanted` of them and at least one run. None when there are no
-/// units or no memory.
+/// Cuts runs of fresh units into blocks for `home`, about `wanted` of them and at least one run. None when there are
+/// no units or no memory.
 Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted);
 
 /// Gathers what lies idle, when an endpoint has found no memory for a block of `lines` lines: the blocks of dead

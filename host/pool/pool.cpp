@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "host/arena/common_stacks.h"
+#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/bell.h"
 #include "host/pool/lease.h"
@@ -45,16 +46,22 @@ Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
     return nullptr;
 }
 
-/// A free block of exactly this class, if there is one.
+/// A free block of exactly this class, if there is one. What others have garbled is lost until the endpoint ends.
 Block* Pool::take(uint32_t sizeClass, Ref& ref) {
-    while ((ref = free_[sizeClass]) != 0) {
+    uint32_t& count = count_[sizeClass];
+    while (count != 0) {
+        ref = free_[sizeClass];
         Block* block = arena().rawBlock(ref);
         const Ref next = block->next.loadRelaxed();
         uint32_t found;
-        // A link that leads nowhere ends the list.
-        free_[sizeClass] = nearby_.at(next, found) != nullptr && found == sizeClass ? next : 0;
-        --count_[sizeClass];
+        --count;
+        if (count != 0 && (nearby_.at(next, found) == nullptr || found != sizeClass)) {
+            count = 0;  // the link leads nowhere
+            lostSome_ = true;
+        }
+        free_[sizeClass] = next;
         if (isFreeHere(*block)) return block;
+        lostSome_ = true;
     }
     return nullptr;
 }
@@ -75,7 +82,9 @@ void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
 }
 
 void Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
-    if (!chain.empty()) prepend(chain.head, *chain.last, chain.blocks, sizeClass);
+    if (chain.empty()) return;
+    nearby_.forget();  // these pages may have been others'
+    prepend(chain.head, *chain.last, chain.blocks, sizeClass);
 }
 
 /// Counts the free lines, which is put off for as long as there can be no more than what is kept.
@@ -85,14 +94,16 @@ uint32_t Pool::countLines() {
     return mostLines_;
 }
 
-/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody gave
-/// it back who was held up.
+/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
+/// gave it back who was held up.
 void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
     const uint32_t lines = sizeClasses[sizeClass].lines;
-    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is larger.
-    slot().leasedLines.addRelaxed(lines);
+    nearby_.forget();  // as in add()
+    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
+    // larger.
+    share::add(slot(), lines);
     block.home.storeRelease(home_);
-    if (isOpen(arena(), home)) arena().slot(indexOf(home)).leasedLines.addRelaxed(0u - lines);
+    if (isOpen(arena(), home)) share::remove(arena().slot(indexOf(home)), home, lines);
 }
 
 void Pool::markFree(Block& block, uint32_t sizeClass) {
@@ -121,6 +132,7 @@ bool Pool::learnHome(Spid home) {
     if (!wasUsed(arena(), home)) return false;
     latestHome_ = home;
     latestHomesSlot_ = &arena().slot(indexOf(home));
+    mostReturned_ = lease::keptBy(arena());
     return true;
 }
 
@@ -129,8 +141,8 @@ void Pool::takeReturned() {
     own.returnedLines.storeRelaxed(0);  // also where it is wrong: two who give back at once may overwrite each other
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
-    // The order turns round: the block that came home first is used first, which the other processor has had the most time
-    // to let go of. With the last one first a stream of small signals takes half as long again.
+    // The order turns round: the block that came home first is used first, which the other processor has had the most
+    // time to let go of. With the last one first a stream of small signals takes half as long again.
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
         const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
         if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
@@ -143,14 +155,14 @@ void Pool::takeReturned() {
     if (keepsTooMuch()) trim();
 }
 
-/// Lines that the endpoint is home to. Fewer than none, or more than there are, is what garbage leaves: none then.
+/// Lines that the endpoint is home to. More than there are is what garbage leaves: none then.
 uint32_t Pool::leasedLines() const {
-    const uint32_t leased = slot().leasedLines.loadRelaxed();
+    const uint32_t leased = share::linesOf(slot());
     return leased > arena().unitCount() * linesPerUnit ? 0 : leased;
 }
 
-/// Returns the errno value that tells why there may be no block nevertheless. `mayPress`: it may be that others keep
-/// what is wanted.
+/// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
+/// have garbled the last by then. `mayPress`: it may be that others keep what is wanted.
 int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     const ColdSection cold(domain_);
     if (!cold.entered()) return errno;
@@ -163,7 +175,7 @@ int Pool::leaseMore(uint32_t sizeClass, bool& mayPress) {
     const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
     const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
-    if (lease(cold, sizeClass, wanted)) return 0;
+    if (lease(cold, sizeClass, wanted)) return ENOMEM;
     shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
     const bool haveLooked = lease::reclaim(cold, c.lines);
     const bool found = lease(cold, sizeClass, 1) || leaseLarger(cold, sizeClass, share - leased);
@@ -220,7 +232,9 @@ void Pool::trim() {
     if (cold.entered()) {
         shrinkTo(keptLines_ / 2);
     } else {
-        keptLines_ = mostLines_ + keptLines_ / 2;  // not with every block that is freed while somebody has the lock
+        // Not with every block that is freed while somebody has the lock; and rather back to its home than kept here.
+        keptLines_ = mostLines_ + keptLines_ / 2;
+        mostReturned_ = std::max(mostReturned_, keptLines_);
     }
 }
 
@@ -256,11 +270,7 @@ void Pool::shrinkTo(uint32_t lines) {
             given += sizeClasses[sizeClass].lines;
         }
     }
-    slot().leasedLines.addRelaxed(0u - given);
-    nearby_ = NearbyBlocks(arena());  // the runs of what has gone may become others
-    if (lines != 0) return;
-    lostSome_ = lostSome_ || std::any_of(count_.begin(), count_.end(), [](uint32_t blocks) { return blocks != 0; });
-    count_.fill(0);
+    share::remove(slot(), home_, given);
 }
 
 }  // namespace linx

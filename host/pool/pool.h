@@ -13,7 +13,8 @@ namespace linx {
 /// shared but the block itself. Belongs to the endpoint's thread.
 ///
 /// The lists are linked through the blocks, where others may have garbled the links. So a block is checked when it
-/// comes to the head of its list: a head can be followed.
+/// comes to the head of its list, and a list ends after as many blocks as were put into it: a head can be followed
+/// while there are any, and whatever the links say, nobody follows them for ever.
 class Pool {
 public:
     Pool(const Domain& domain, Spid home);
@@ -45,20 +46,20 @@ public:
     /// section.
     void yieldToPressure();
 
-    /// Makes all free blocks common, at the end of the endpoint. False when others have garbled the lists, so that all
-    /// of the arena must be looked through for the rest. REQUIRES a cold section.
+    /// Makes all free blocks common, at the end of the endpoint. False when others have garbled the lists, so that
+    /// all of the arena must be looked through for the rest. REQUIRES a cold section.
     bool giveUp();
 
 private:
     Block* take(uint32_t sizeClass, Ref& ref);
-    /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better lost
-    /// than given out twice.
+    /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
+    /// lost than given out twice.
     bool isFreeHere(const Block& block) const {
         return block.owner.loadRelaxed() == ownerFree && block.home.loadRelaxed() == home_;
     }
     Block* takeLarger(uint32_t& sizeClass, Ref& ref);
     void keep(Block& block, Ref ref, uint32_t sizeClass);
-    void adopt(Block& block, Spid home, uint32_t sizeClass);
+    [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t sizeClass);
     void markFree(Block& block, uint32_t sizeClass);
     void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
     void add(const lease::Chain& chain, uint32_t sizeClass);
@@ -80,26 +81,29 @@ private:
     const Domain& domain_;
     const Spid home_;
     Slot& slot_;
-    std::array<Ref, sizeClassCount> free_{};        ///< heads of the lists
-    std::array<uint32_t, sizeClassCount> count_{};  ///< of the blocks in them
+    std::array<Ref, sizeClassCount> free_{};            ///< heads of the lists that are not empty
+    std::array<uint32_t, sizeClassCount> count_{};      ///< of the blocks in them
     std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
     NearbyBlocks nearby_;
-    bool lostSome_ = false;   ///< blocks that were counted have not been found in the lists
-    uint32_t mostLines_ = 0;  ///< no more lines are free: what was, and all that have become so since they were counted
-    uint32_t keptLines_;      ///< beyond so many free lines some become common
+    bool lostSome_ = false;  ///< blocks that were put into the lists have not been found there
+    uint32_t mostLines_ =
+        0;                ///< no more lines are free: what was, and all that have become so since they were counted
+    uint32_t keptLines_;  ///< beyond so many free lines some become common
     uint32_t pressureSeen_;  ///< the header's count when this endpoint last gave up what it keeps
     Spid latestHome_;        ///< of a block that was given back: another endpoint's, never one's own
     Slot* latestHomesSlot_;  ///< which has been used
+    uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
 };
 
 inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
+    const uint32_t count = count_[sizeClass];
+    if (count == 0) return nullptr;
     ref = free_[sizeClass];
-    if (ref == 0) return nullptr;
     Block* block = arena().rawBlock(ref);
     const Ref next = block->next.loadRelaxed();
-    if ((next != 0 && !nearby_.knows(next, sizeClass)) || !isFreeHere(*block)) return nullptr;
+    if ((count != 1 && !nearby_.knows(next, sizeClass)) || !isFreeHere(*block)) return nullptr;
     free_[sizeClass] = next;
-    --count_[sizeClass];
+    count_[sizeClass] = count - 1;
     return block;
 }
 
@@ -107,7 +111,7 @@ inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
 inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
-    if (there.life.loadAcquire() != (home | lifeOpen) || waiting > keptLines_) return false;  // as in isOpen
+    if (there.life.loadAcquire() != (home | lifeOpen) || waiting > mostReturned_) return false;  // as in isOpen
     // Relaxed, and no exchange: about right will do.
     there.returnedLines.storeRelaxed(waiting + sizeClasses[sizeClass].lines);
     // See recoverStranded: the reaper asks whether this one was pushed. Release: (J), after the push before it.

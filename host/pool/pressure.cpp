@@ -1,5 +1,6 @@
 #include "host/pool/pressure.h"
 
+#include "host/arena/share.h"
 #include "host/mailbox/bell.h"
 
 namespace linx {
@@ -14,8 +15,8 @@ bool raise(const Domain& domain, Spid self) {
         const Slot& slot = arena.slot(i);
         const uint32_t life = slot.life.loadAcquire();
         const Spid spid = life & spidMask;
-        // Relaxed: who leases his first lines just now needs them.
-        if ((life & lifeOpen) == 0 || spid == self || slot.leasedLines.loadRelaxed() == 0) continue;
+        // Who leases his first lines just now needs them.
+        if ((life & lifeOpen) == 0 || spid == self || share::linesOf(slot) == 0) continue;
         const ScopedDescriptor bell(bell::open(domain.directory(), spid));
         any = (bell.get() != -1 && bell::ring(bell.get()) == 0) || any;
     }

@@ -5,8 +5,8 @@
 
 namespace linx {
 
-/// What happens when memory has run out though others keep some that they do not need: they are asked for it. The count
-/// in the header tells them from other wake-ups, see Pool::isUnderPressure.
+/// What happens when memory has run out though others keep some that they do not need: they are asked for it. The
+/// count in the header tells them from other wake-ups, see Pool::isUnderPressure.
 namespace pressure {
 
 /// Asks all endpoints but `self` to give up what they keep. False when nobody has anything.

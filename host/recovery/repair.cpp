@@ -29,8 +29,8 @@ void clearHalfRuns(const Arena& arena) {
 }
 
 /// Whether a hunt has not been answered. Its signal rests with the hunter, and nobody had begun to post it; or it was
-/// to be posted and lies in no mailbox.
-bool isPending(const Arena& arena, const Hunt& hunt) {
+/// to be posted and lies in no mailbox, which is looked for if there are `searches` left.
+bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
     const uint32_t word = hunt.hunter.loadRelaxed();
     const Spid hunter = word & spidMask;
     const Ref ref = hunt.signal.loadRelaxed();
@@ -42,15 +42,20 @@ bool isPending(const Arena& arena, const Hunt& hunt) {
         // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
         const bool comesBack =
             poster != hunter && wasUsed(arena, poster) && arena.slot(indexOf(poster)).sending.loadAcquire() == ref;
-        return !comesBack && isStranded(arena, *signal, ref, poster);
+        if (comesBack || searches == 0) return false;
+        --searches;
+        return isStranded(arena, *signal, ref, poster);
     }
     return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
 }
 
 /// An opening process died while it answered hunts.
 void finishAnswering(const Arena& arena) {
+    // Hunts are answered one after the other: no death leaves more than one to be looked for, and garbage may not have
+    // long mailboxes searched for each.
+    uint32_t searches = 1;
     forEachHunt(arena, [&](Hunt& hunt) {
-        if (!isPending(arena, hunt)) return clearHunt(hunt);
+        if (!isPending(arena, hunt, searches)) return clearHunt(hunt);
         const Spid hunter = hunt.hunter.loadRelaxed() & spidMask;
         Block* signal = arena.blockAt(hunt.signal.loadRelaxed());
         if (signal == nullptr) return;

@@ -1,11 +1,13 @@
 // A file system without room for the arena, for more of it, or for another bell.
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
 
+#include "host/arena/layout.h"
 #include "tests/bounds/support/mount.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
@@ -116,6 +118,56 @@ TEST_F(FullFileSystem, TakesNoEndpointMoreAndKeepsTheOthers) {
         EXPECT_EQ(spidOf(absent), expectSignal(endpoint, LINX_OS_HUNT_SIG, 0).sender);
         for (uint32_t i = 0; i < hunts; ++i) EXPECT_EQ(spidOf(rare), expectSignal(endpoint, item, 0).sender);
         expectNothing(endpoint);
+    });
+}
+
+TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
+    with("size=8m", [&] {
+        Endpoint endpoint("endpoint");
+        const LinxSpid own = spidOf(endpoint);
+        const std::string path = domain.pathOf("arena");
+        const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        void* tables = mmap(nullptr, linx::unitTableOffset, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        ASSERT_NE(MAP_FAILED, tables);
+        auto& header = *static_cast<linx::Header*>(tables);
+        const uint32_t units = header.unitCount.loadRelaxed();
+        const uint32_t last = linx::unitEntry(0, 0);
+        ASSERT_EQ(ssize_t{sizeof last}, pwrite(file, &last, sizeof last, linx::unitTableOffset + (units - 1) * 4));
+        fill();
+        header.unitsUsed.storeRelaxed(units);
+        auto* slots = reinterpret_cast<linx::Slot*>(static_cast<char*>(tables) + linx::slotsOffset);
+        const linx::Ref missing = (linx::firstPoolPage(units) + units - 1) * linx::linesPerUnit;
+        slots[linx::indexOf(own)].mailbox.storeRelaxed(missing);
+        expectNothing(endpoint);
+        EXPECT_EQ(0, send(endpoint, own, item));
+        expectSignal(endpoint, item, 0);
+        EXPECT_EQ(0, munmap(tables, linx::unitTableOffset));
+        EXPECT_EQ(0, close(file));
+    });
+}
+
+TEST_F(FullFileSystem, TakesANewEndpointWhereAnotherHasEnded) {
+    with("size=8m", [&] {
+        Endpoint endpoint("endpoint");
+        const LinxSpid own = spidOf(endpoint);
+        std::vector<std::unique_ptr<Endpoint>> more;
+        const auto openMore = [&] { more.push_back(std::make_unique<Endpoint>(std::to_string(more.size()))); };
+        for (int i = 0; i < 20; ++i) openMore();
+        fill();
+        while (LINX* linx = linx_open("last", 0, nullptr)) {  // what memory there is goes to fresh ones
+            EXPECT_EQ(0, linx_close(linx));
+            openMore();
+        }
+        EXPECT_EQ(ENOMEM, errno);
+        for (int round = 0; round < 3; ++round) {
+            more[5].reset();
+            EXPECT_EQ(0, errorOfOpen("another"));
+            more[5] = std::make_unique<Endpoint>("instead");
+            EXPECT_EQ("instead", nameOf(endpoint, hunt(endpoint, "instead")));
+            EXPECT_EQ(ENOMEM, errorOfOpen("another"));
+        }
+        EXPECT_EQ(0, send(endpoint, own, item));
+        expectSignal(endpoint, item, 0);
     });
 }
 

@@ -235,7 +235,7 @@ TEST_F(ArgumentsTest, OnesOwnSignalIsAlwaysTakenAndItsMemoryComesBack) {
 
 TEST_F(ArgumentsTest, AFullHuntTableTakesTheSignalHoweverLargeItIs) {
     arena.header().huntsUsed.storeRelaxed(huntCount);
-    ASSERT_TRUE(arena.hasHunt(huntCount - 1));
+    ASSERT_TRUE(arena.provideHunt(huntCount - 1));
     for (uint32_t i = 0; i < huntCount; ++i) arena.hunt(i).hunter.storeRelaxed(linx.spid);
     // More than an endpoint keeps for itself, so that freeing them gives some back to all.
     std::vector<LinxSignal*> signals;

@@ -7,6 +7,7 @@
 
 #include "host/arena/arena.h"
 #include "host/arena/domain.h"
+#include "host/arena/share.h"
 #include "platform/linx.h"
 #include "tests/support/arena_validator.h"
 #include "tests/support/domain_fixture.h"
@@ -43,7 +44,7 @@ protected:
     }
 
     linx::Slot& slotOf(LinxSpid spid) const { return arena.slot(linx::indexOf(spid)); }
-    uint32_t leasedLines(LinxSpid spid) const { return slotOf(spid).leasedLines.loadRelaxed(); }
+    uint32_t leasedLines(LinxSpid spid) const { return linx::share::linesOf(slotOf(spid)); }
     uint32_t dropped(LinxSpid spid) const { return static_cast<uint32_t>(slotOf(spid).dropped.value()); }
 
     /// Blocks that somebody owns: in users' hands, queued, parked or on their way.

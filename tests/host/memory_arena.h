@@ -11,6 +11,7 @@
 #include "host/arena/arena.h"
 #include "host/arena/name_table.h"
 #include "host/arena/scoped_descriptor.h"
+#include "host/arena/share.h"
 
 namespace linxtest {
 
@@ -33,6 +34,11 @@ public:
 
     linx::Arena arena(int file = -1) const { return linx::Arena(base(), units, file); }
     int file() const { return file_.get(); }
+
+    /// Leaves only the first `bytes` with memory: whoever touches the rest is ended, as where a file system is full.
+    void cutTo(size_t bytes) const { EXPECT_EQ(ftruncate(file_.get(), static_cast<off_t>(bytes)), 0); }
+    void makeWhole() const { cutTo(bytes()); }
+
     char* base() const { return guarded_ + linx::unitBytes; }
     static size_t bytes() { return size_t{linx::firstPoolPage(units) + units} * linx::unitBytes; }
 
@@ -62,6 +68,7 @@ inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const st
     slot.nameLength.storeRelaxed(name.length());
     name.writeTo(slot.name);
     const linx::Spid spid = linx::makeSpid(index, generation);
+    linx::share::begin(slot, spid);
     slot.life.storeRelaxed(spid | linx::lifeOpen);
     linx::Word& used = arena.header().slotsUsed;
     used.storeRelaxed(std::max(used.loadRelaxed(), index));

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -11,29 +10,19 @@
 #include <fstream>
 
 #include "host/arena/scoped_descriptor.h"
+#include "tests/host/interposed.h"
 #include "tests/support/domain_fixture.h"
-
-namespace {
-
-bool locksFail = false;
-
-}  // namespace
-
-/// Of a file system that knows no locks, when the test says so.
-extern "C" int flock(int file, int operation) noexcept {
-    if (!locksFail) return static_cast<int>(syscall(SYS_flock, file, operation));
-    errno = ENOLCK;
-    return -1;
-}
 
 namespace linx {
 namespace {
 
+namespace interposed = linxtest::interposed;
 using Names = std::vector<std::string>;
 
 class NewFileTest : public linxtest::DomainTest {
 protected:
     void TearDown() override {
+        interposed::reset();
         for (const std::string& name : domain.files()) unlink(domain.pathOf(name).c_str());
         directory.reset();
         DomainTest::TearDown();
@@ -111,10 +100,9 @@ TEST_F(NewFileTest, WhatTheDeadLeftUnderAnUnfinishedNameGoesWithTheNext) {
 }
 
 TEST_F(NewFileTest, WhereThereAreNoLocksNoneIsMadeAndNothingIsLeft) {
-    locksFail = true;
+    interposed::atLock = [] { return ENOLCK; };
     EXPECT_FALSE(makeUnderName());
     EXPECT_EQ(errno, ENOLCK);
-    locksFail = false;
     EXPECT_EQ(domain.files(), Names());
 }
 

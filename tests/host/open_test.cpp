@@ -322,6 +322,22 @@ TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {
     }
 }
 
+TEST_F(OpenTest, TheBellThatAnEarlierUserOfTheSlotCouldNotRemoveIsRemoved) {
+    char leftBehind[16];
+    {
+        const Linx earlier("earlier");
+        std::snprintf(leftBehind, sizeof leftBehind, "bell.%08x", earlier.spid);
+    }
+    ASSERT_EQ(mkfifo(domain.pathOf(leftBehind).c_str(), 0600), 0);
+    const std::shared_ptr<Domain> joined = Domain::join();
+    Header& header = joined->arena().header();
+    const uint32_t used = header.slotsUsed.loadRelaxed();
+    header.slotsUsed.storeRelaxed(slotCount - 1);
+    EXPECT_EQ(errorOfOpen("next"), 0);
+    EXPECT_EQ(domain.leftovers(), std::vector<std::string>());
+    header.slotsUsed.storeRelaxed(used);
+}
+
 /// Descriptors that run out at each step of opening in turn.
 TEST_F(OpenTest, WithoutDescriptorsNothingIsOpenedAndNothingIsLeft) {
 #if defined(__SANITIZE_ADDRESS__)

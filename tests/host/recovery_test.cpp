@@ -301,7 +301,7 @@ TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     const Ref stray = blocks[0];
     block(stray).home.storeRelaxed(earlier);
-    slotOf(dead).leasedLines.addRelaxed(0u - linesOfClass(anyClass));
+    share::remove(slotOf(dead), dead, linesOfClass(anyClass));
     address(stray, dead, earlier);
     stack::push(slotOf(live.spid).returned, block(stray), stray);
     const uint32_t before = leasedLines(live.spid);

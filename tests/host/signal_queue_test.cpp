@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <fstream>
 #include <list>
+#include <optional>
 #include <random>
 
 namespace linx {
@@ -25,6 +26,9 @@ protected:
         queue.reserve(1);
         queue.append(signal(ref), number);
     }
+    SignalQueue::Place appendRemovable(Ref ref, uint32_t number) {
+        return queue.appendRemovable(signal(ref), number);
+    }
     Ref take(const std::vector<uint32_t>& numbers) {
         std::vector<uint32_t> selection = {static_cast<uint32_t>(numbers.size())};
         selection.insert(selection.end(), numbers.begin(), numbers.end());
@@ -38,7 +42,8 @@ TEST_F(SignalQueueTest, AnEmptyQueueGivesNothing) {
     EXPECT_TRUE(queue.empty());
     EXPECT_EQ(refOf(queue.take(any)), 0u);
     EXPECT_EQ(take({1, 2}), 0u);
-    EXPECT_FALSE(queue.remove(1, 1));
+    EXPECT_FALSE(queue.remove(1, 0));
+    EXPECT_FALSE(queue.remove(0, 0));
 }
 
 TEST_F(SignalQueueTest, SignalsOfAnyNumberComeInTheOrderOfTheirArrival) {
@@ -105,11 +110,18 @@ TEST_F(SignalQueueTest, AHundredThousandUnrelatedSignalsDoNotGetInTheWay) {
 
 TEST_F(SignalQueueTest, ASignalCanBeTakenOutOfAnyPlace) {
     for (const Ref removed : {1u, 2u, 3u, 4u, 5u}) {
-        for (Ref ref = 1; ref <= 5; ++ref) append(ref, ref % 2);
-        EXPECT_FALSE(queue.remove(removed, 7));
-        EXPECT_FALSE(queue.remove(6, removed % 2));
-        EXPECT_TRUE(queue.remove(removed, removed % 2));
-        EXPECT_FALSE(queue.remove(removed, removed % 2));
+        SignalQueue::Place place = 0;
+        for (Ref ref = 1; ref <= 5; ++ref) {
+            if (ref == removed) {
+                place = appendRemovable(ref, ref % 2);
+            } else {
+                append(ref, ref % 2);
+            }
+        }
+        EXPECT_FALSE(queue.remove(removed, place + 100));
+        EXPECT_FALSE(queue.remove(6, place));
+        EXPECT_TRUE(queue.remove(removed, place));
+        EXPECT_FALSE(queue.remove(removed, place));
         EXPECT_EQ(queue.size(), 4u);
         append(6, 1);
         for (Ref ref = 1; ref <= 6; ++ref) {
@@ -119,6 +131,27 @@ TEST_F(SignalQueueTest, ASignalCanBeTakenOutOfAnyPlace) {
         }
         EXPECT_TRUE(queue.empty());
     }
+}
+
+TEST_F(SignalQueueTest, WhatWasTakenIsNotTakenOutOfItsPlace) {
+    const SignalQueue::Place place = appendRemovable(1, 10);
+    EXPECT_EQ(refOf(queue.take(any)), 1u);
+    EXPECT_FALSE(queue.remove(1, place));
+    append(2, 10);
+    EXPECT_EQ(take({20}), 0u);  // and goes into the same place
+    EXPECT_FALSE(queue.remove(1, place));
+    EXPECT_EQ(take({10}), 2u);
+}
+
+/// A queue that looked for the signals would need ten thousand million steps here.
+TEST_F(SignalQueueTest, AHundredThousandSignalsDoNotGetInTheWayOfWhatIsTakenOut) {
+    constexpr uint32_t count = 100000;
+    std::vector<SignalQueue::Place> places;
+    for (Ref ref = 1; ref <= count; ++ref) append(ref, 10);
+    for (Ref ref = count + 1; ref <= 2 * count; ++ref) places.push_back(appendRemovable(ref, 10));
+    for (Ref ref = 2 * count; ref > count; --ref) ASSERT_TRUE(queue.remove(ref, places[ref - count - 1]));
+    for (Ref ref = 1; ref <= count; ++ref) ASSERT_EQ(refOf(queue.take(any)), ref);
+    EXPECT_TRUE(queue.empty());
 }
 
 size_t residentBytes() {
@@ -148,6 +181,7 @@ TEST_F(SignalQueueTest, WhateverTheInterleavingItBehavesLikeAPlainList) {
     struct Queued {
         Ref ref;
         uint32_t number;
+        std::optional<SignalQueue::Place> place;
     };
     for (uint32_t seed = 1; seed <= 40; ++seed) {
         std::mt19937 random(seed);
@@ -162,22 +196,26 @@ TEST_F(SignalQueueTest, WhateverTheInterleavingItBehavesLikeAPlainList) {
                     real.reserve(count);
                     for (uint32_t i = count; i-- > 0;) real.append(signal(next + i), (next + i) * 7 % 5);
                     real.reverseLast(count);
-                    for (uint32_t i = 0; i < count; ++i) model.push_back({next + i, (next + i) * 7 % 5});
+                    for (uint32_t i = 0; i < count; ++i) model.push_back({next + i, (next + i) * 7 % 5, {}});
                     next += count;
                     break;
                 }
                 case 1:
-                    real.reserve(1);
-                    real.append(signal(next), next * 7 % 5);
-                    model.push_back({next, next * 7 % 5});
+                    model.push_back({next, next * 7 % 5, {}});
+                    if (upTo(1) == 0) {
+                        real.reserve(1);
+                        real.append(signal(next), next * 7 % 5);
+                    } else {
+                        model.back().place = real.appendRemovable(signal(next), next * 7 % 5);
+                    }
                     ++next;
                     break;
                 case 2: {
                     const auto victim = std::next(model.begin(), upTo(static_cast<uint32_t>(model.size())));
-                    if (victim == model.end()) {
+                    if (victim == model.end() || !victim->place) {
                         ASSERT_FALSE(real.remove(next, upTo(4)));
                     } else {
-                        ASSERT_TRUE(real.remove(victim->ref, victim->number));
+                        ASSERT_TRUE(real.remove(victim->ref, *victim->place));
                         model.erase(victim);
                     }
                     break;

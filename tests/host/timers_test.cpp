@@ -12,10 +12,22 @@ class TimersTest : public ::testing::Test {
 protected:
     std::vector<Ref> fireAll(uint64_t now) {
         std::vector<Ref> fired;
-        while (const Ref signal = timers.fire(now)) fired.push_back(signal);
+        while (const Ref signal = timers.due(now)) {
+            fired.push_back(signal);
+            timers.fire(placeOf(signal));
+        }
         return fired;
     }
-    Ref cancel(LinxRef reference) { return timers.cancel(reference, hadFired); }
+    static SignalQueue::Place placeOf(Ref signal) { return signal + 1000; }
+
+    Ref cancel(LinxRef reference) {
+        const Timers::Cancelled cancelled = timers.cancel(reference);
+        hadFired = cancelled.hadFired;
+        if (hadFired) {
+            EXPECT_EQ(cancelled.place, placeOf(cancelled.signal));
+        }
+        return cancelled.signal;
+    }
 
     Timers timers;
     bool hadFired = false;
@@ -70,11 +82,40 @@ TEST_F(TimersTest, WhatHasNotFiredCanBeTakenAtTheEnd) {
     timers.add(1, 100, 11);
     timers.add(2, 200, 12);
     timers.add(3, 300, 13);
-    EXPECT_EQ(timers.fire(100), 11u);
+    EXPECT_EQ(fireAll(100), std::vector<Ref>{11});
     EXPECT_EQ(timers.takeAny(), 12u);
     EXPECT_EQ(timers.takeAny(), 13u);
     EXPECT_EQ(timers.takeAny(), 0u);
     EXPECT_EQ(cancel(2), 0u);
+}
+
+TEST_F(TimersTest, AReferenceIsKnownUntilItsSignalIsReceivedOrTakenBack) {
+    for (LinxRef reference = 1; reference <= 3; ++reference) timers.add(reference, 100, reference + 10);
+    timers.add(4, 200, 14);
+    timers.received(11);
+    EXPECT_TRUE(timers.knows(1)) << "it has not fired";
+    fireAll(100);
+    timers.received(14);
+    timers.received(11);
+    cancel(2);
+    cancel(4);
+    for (const LinxRef gone : {1u, 2u, 4u}) EXPECT_FALSE(timers.knows(gone)) << gone;
+    EXPECT_TRUE(timers.knows(3));
+    EXPECT_FALSE(timers.idle());
+    timers.received(13);
+    EXPECT_TRUE(timers.idle());
+}
+
+/// Each of these steps would need ten thousand million, were one of the operations to look through all that have
+/// fired.
+TEST_F(TimersTest, AHundredThousandThatHaveFiredDoNotGetInTheWay) {
+    constexpr uint32_t count = 100000;
+    for (LinxRef reference = 1; reference <= 2 * count; ++reference) timers.add(reference, 100, reference);
+    ASSERT_EQ(fireAll(100).size(), 2 * count);
+    for (LinxRef reference = 1; reference <= count; ++reference) ASSERT_TRUE(timers.knows(reference));
+    for (LinxRef reference = 1; reference <= count; ++reference) ASSERT_EQ(cancel(reference), reference);
+    for (Ref signal = 2 * count; signal > count; --signal) timers.received(signal);
+    EXPECT_TRUE(timers.idle());
 }
 
 TEST_F(TimersTest, TheDescriptorIsReadableOnceTheEarliestDeadlineHasPassed) {
@@ -87,7 +128,7 @@ TEST_F(TimersTest, TheDescriptorIsReadableOnceTheEarliestDeadlineHasPassed) {
     EXPECT_FALSE(isReadable(0));
     timers.add(2, 0, 12);
     EXPECT_TRUE(isReadable(-1));
-    EXPECT_EQ(timers.fire(0), 12u);
+    EXPECT_EQ(fireAll(0), std::vector<Ref>{12});
     timers.arm();
     EXPECT_FALSE(isReadable(0));
     timers.add(3, 0, 13);

@@ -9,6 +9,7 @@
 
 #include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
+#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/recovery/cold_section.h"
@@ -152,7 +153,7 @@ private:
             if (!isOpenSlot(i)) continue;
             const linx::Slot& slot = arena_.slot(i);
             const uint32_t expected = linesOf[slot.life.loadRelaxed() & linx::spidMask];
-            const uint32_t counted = slot.leasedLines.loadRelaxed();
+            const uint32_t counted = linx::share::linesOf(slot);
             if (counted != expected) say() << "slot " << i << " counts " << counted << " lines of " << expected;
         }
     }

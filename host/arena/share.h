@@ -1,0 +1,53 @@
+#ifndef LINXIPC_HOST_ARENA_SHARE_H
+#define LINXIPC_HOST_ARENA_SHARE_H
+
+#include "host/arena/layout.h"
+
+namespace linx {
+
+/*
+ * An endpoint's share of the pool: how many lines it is home to, as the slot counts them. Books, which publish
+ * nothing: all of it is relaxed.
+ *
+ * Others take off the books what they make their own, and may be held up at it until the slot is another endpoint's.
+ * So the word carries the lowest bits of the generation above the lines, and who finds other bits leaves it alone.
+ * Somebody could be taken in by them who is held up between its look and its exchange while the slot is used eight
+ * times, or a multiple of that, and comes back to the very same count; and no count falls below nothing.
+ */
+namespace share {
+
+constexpr uint32_t lineMask = (1u << refBits) - 1;
+
+constexpr uint32_t tagOf(Spid spid) {
+    return generationOf(spid) << refBits;
+}
+
+/// The slot is `spid`'s from now on, home to nothing.
+inline void begin(Slot& slot, Spid spid) {
+    slot.leasedLines.storeRelaxed(tagOf(spid));
+}
+
+inline uint32_t linesOf(const Slot& slot) {
+    return slot.leasedLines.loadRelaxed() & lineMask;
+}
+
+/// To be called by the endpoint itself.
+inline void add(Slot& slot, uint32_t lines) {
+    slot.leasedLines.addRelaxed(lines);
+}
+
+/// Takes lines off the books of `home`, whose slot it is or was.
+inline void remove(Slot& slot, Spid home, uint32_t lines) {
+    uint32_t found = slot.leasedLines.loadRelaxed();
+    uint32_t left;
+    do {
+        if ((found & ~lineMask) != tagOf(home)) return;
+        const uint32_t counted = found & lineMask;
+        left = tagOf(home) | (counted > lines ? counted - lines : 0);
+    } while (!slot.leasedLines.casSeqCst(found, left));
+}
+
+}  // namespace share
+}  // namespace linx
+
+#endif

@@ -1,0 +1,84 @@
+// Free blocks whose links and owners somebody scribbles over: whoever they belong to loses them, and nothing else.
+
+#include <algorithm>
+#include <cerrno>
+
+#include "tests/host/interposed.h"
+#include "tests/host/pool_fixture.h"
+
+namespace linx {
+namespace {
+
+class PoolGarbledTest : public PoolTest {
+protected:
+    static constexpr uint32_t size = 1000;
+
+    /// Blocks that have come back to the list of an endpoint, the head first.
+    std::vector<Block*> freeBlocks(LINX* linx, size_t count) const {
+        std::vector<LinxSignal*> signals;
+        while (signals.size() < count) signals.push_back(linx_alloc(linx, size, 1));
+        std::vector<Block*> blocks;
+        for (LinxSignal* signal : signals) blocks.insert(blocks.begin(), blockOf(signal));
+        freeAll(linx, signals);
+        return blocks;
+    }
+
+    void link(Block* block, Block* next) const { block->next.storeRelaxed(arena.refOf(next)); }
+};
+
+TEST_F(PoolGarbledTest, ARingOfFreeBlocksIsGivenOutOnce) {
+    const std::vector<Block*> blocks = freeBlocks(one, 2);
+    link(blocks[1], blocks[0]);
+    std::vector<LinxSignal*> signals;
+    for (int i = 0; i < 100; ++i) signals.push_back(linx_alloc(one, size, 1));
+    EXPECT_EQ(std::count(signals.begin(), signals.end(), &blocks[0]->signal), 1);
+    EXPECT_EQ(std::count(signals.begin(), signals.end(), &blocks[1]->signal), 1);
+    freeAll(one, signals);
+}
+
+TEST_F(PoolGarbledTest, ARingOfBlocksThatAreNotFreeIsLeft) {
+    const std::vector<Block*> blocks = freeBlocks(one, 3);
+    link(blocks[2], blocks[0]);
+    for (Block* block : blocks) block->owner.storeRelaxed(two.spid);
+    EXPECT_TRUE(canAllocate(one, size));
+    for (Block* block : blocks) {
+        LinxSignal* signal = &block->signal;
+        EXPECT_EQ(linx_free_buf(two, &signal), 0);
+    }
+}
+
+TEST_F(PoolGarbledTest, AListThatIsCutOffIsFoundAgainWhenItsEndpointEnds) {
+    const std::vector<Block*> blocks = freeBlocks(one, 3);
+    for (const uint32_t next : {0u, 1u, arena.refOf(blocks[1]) + 1}) {
+        blocks[0]->next.storeRelaxed(next);
+        EXPECT_TRUE(canAllocate(one, size));
+    }
+    std::vector<LinxSignal*> signals;
+    for (int i = 0; i < 100; ++i) signals.push_back(linx_alloc(one, size, 1));
+    freeAll(one, signals);
+    one.reset();
+    EXPECT_EQ(homeOf(&blocks[1]->signal), noHome);
+    EXPECT_EQ(homeOf(&blocks[2]->signal), noHome);
+}
+
+TEST_F(PoolGarbledTest, AnAllocationWhoseLeaseIsScribbledOverSaysWhyItFailed) {
+    std::vector<Block*> garbled;
+    linxtest::interposed::atLock = [&] {
+        forEachBlock(arena, [&](Block& block, Ref, uint32_t) {
+            if (block.home.loadRelaxed() != one.spid || block.owner.loadRelaxed() != ownerFree) return;
+            block.owner.storeRelaxed(two.spid);
+            garbled.push_back(&block);
+        });
+        return 0;
+    };
+    errno = 0;
+    LinxSignal* signal = linx_alloc(one, size, 1);
+    linxtest::interposed::reset();
+    EXPECT_EQ(signal, nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_FALSE(garbled.empty());
+    for (Block* block : garbled) block->owner.storeRelaxed(ownerFree);
+}
+
+}  // namespace
+}  // namespace linx

@@ -1,0 +1,53 @@
+// Allocations that fail, however many and by however many endpoints, do not have all of the arena looked through
+// each.
+
+#include <cerrno>
+
+#include "tests/host/endpoints.h"
+#include "tests/work/looks.h"
+
+namespace linx {
+namespace {
+
+using linxtest::Linx;
+using linxtest::ScopedVariable;
+using work::looksOf;
+
+/// Set before the test opens anything, being a base that comes first.
+struct FourMegabytes {
+    ScopedVariable megabytes{"LINX_ARENA_MB", "4"};
+};
+
+class FullArenaWork : private FourMegabytes, public linxtest::ArenaDomainTest {
+protected:
+    static bool canAllocate(LINX* linx, uint32_t size) {
+        LinxSignal* signal = linx_alloc(linx, size, 1);
+        return signal != nullptr && linx_free_buf(linx, &signal) == 0;
+    }
+};
+
+TEST_F(FullArenaWork, ManyWhoTryAgainAndAgainLookThroughItNowAndThen) {
+    constexpr uint32_t small = 4;
+    constexpr uint32_t large = 10000;
+    constexpr uint32_t rounds = 500;
+    std::vector<std::unique_ptr<Linx>> fillers;
+    for (int i = 0; i < 3; ++i) {
+        fillers.push_back(std::make_unique<Linx>("filler" + std::to_string(i)));
+        while (linx_alloc(*fillers.back(), small, 1) != nullptr) {
+        }
+    }
+    std::vector<std::unique_ptr<Linx>> retriers;
+    for (int i = 0; i < 4; ++i) retriers.push_back(std::make_unique<Linx>("retrier" + std::to_string(i)));
+    uint64_t looks = 0;
+    for (uint32_t round = 0; round < rounds; ++round) {
+        for (const auto& retrier : retriers) {
+            ASSERT_EQ(linx_close(linx_open("passer-by", 0, nullptr)), 0);  // something has changed since
+            looks += looksOf([&] { EXPECT_FALSE(canAllocate(*retrier, large)); });
+        }
+    }
+    const uint64_t lines = arena.usedUnits() * linesPerUnit;
+    EXPECT_LT(looks, rounds * retriers.size() * lines);
+}
+
+}  // namespace
+}  // namespace linx
