@@ -14,8 +14,8 @@
  *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left for an operation that needs one; allocating from memory
  *           that is leased already, freeing, closing and cancelling a time-out need none
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
- *   EACCES  the process has given up the rights with which it joined the domain, and would have to connect to an endpoint
- *           that is new to it; or, being a child forked since then, to take the domain's lock
+ *   EACCES  the process has given up the rights with which it joined the domain, and would have to connect to an
+ *           endpoint that is new to it; or, being a child forked since then, to take the domain's lock
  *   ECONNABORTED  the endpoint counts as ended, because the domain's memory was garbled or its files were removed: it
  *           can only be closed
  *
@@ -60,9 +60,9 @@ enum {
  * EADDRINUSE a live endpoint has the name; ENAMETOOLONG; EACCES, EPERM this process may not join or make the domain;
  * EPROTO the domain's arena is damaged or of an incompatible version; ENOMEM, also when the process may not make a file
  * as large as the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered); ENOSPC the domain has no room for another
- * endpoint; ENOENT, ENOTDIR, ELOOP, EROFS the domain's directory cannot be made where LINX_DOMAIN says; EINVAL also when
- * LINX_DOMAIN is neither a path nor a word. An endpoint that could not be opened is never visible to others. The log
- * tells which domain was meant.
+ * endpoint; ENOENT, ENOTDIR, ELOOP, EROFS the domain's directory cannot be made where LINX_DOMAIN says; EINVAL also
+ * when LINX_DOMAIN is neither a path nor a word. An endpoint that could not be opened is never visible to others. The
+ * log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
