@@ -8,9 +8,9 @@
 #include <optional>
 #include <utility>
 
+#include "ipc/Arrival.h"
 #include "ipc/Failures.h"
 #include "ipc/Held.h"
-#include "ipc/ReceivedSignal.h"
 #include "ipc/ReservedSignal.h"
 #include "ipc/SameName.h"
 #include "ipc/SignalWait.h"
@@ -206,48 +206,50 @@ void LinxIpc::DeregisterDefault() {
 }
 
 int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMessage* msg) {
-    return from.empty() ? ReceiveFrom(emptyString, timeout, type, msg) : ReceiveFromCopyOf(from, timeout, type, msg);
+    return from.empty() ? HandleArrivals(emptyString, timeout, type, msg)
+                        : HandleArrivalsWithCopy(from, timeout, type, msg);
 }
 
-/// Receives with a copy of the awaited name, as `from` may be a name of the endpoint's own that changes meanwhile.
-/// Cold: inlined, it would cost every receive that awaits no peer 17 instructions.
-[[gnu::cold]] int LinxIpc::ReceiveFromCopyOf(const std::string& from, int timeout, unsigned type, IpcMessage* msg) {
-    const std::string peer = from;
-    return ReceiveFrom(peer, timeout, type, msg);
-}
-
-/// Receives while `peer` is awaited, under a name that nothing changes.
-int LinxIpc::ReceiveFrom(const std::string& peer, int timeout, unsigned type, IpcMessage* msg) {
+/// Takes signals until one ends the wait. `peer` is awaited, a name that nothing changes meanwhile.
+int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type, IpcMessage* msg) {
     if (linx == nullptr) return Refused(logText::receiveUninitialized);
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
     SignalWait wait(timeout, type);
     for (;;) {
-        ReceivedSignal received = Await(wait);
-        if (received.signal == nullptr) return received.error;
-        NameSender(received, message);
-        if (received.number == LINX_OS_HUNT_SIG) return TakeHuntAnswer(received, message);
-        const auto relay = relayHandlers.find(received.number);
+        Arrival arrival = Await(wait);
+        if (arrival.signal == nullptr) return arrival.error;
+        NameSender(arrival, message);
+        if (arrival.number == LINX_OS_HUNT_SIG) return TakeHuntAnswer(arrival, message);
+        const auto relay = relayHandlers.find(arrival.number);
         if (relay != relayHandlers.end())
-            return HandToRelay(relay->second, received.signal.release(), received.payloadSize, message.GetSender());
-        const int copied = CopyAndDispatch(received, type, message);
+            return HandToRelay(relay->second, arrival.signal.release(), arrival.payloadSize, message.GetSender());
+        const int copied = CopyAndDispatch(arrival, type, message);
         wait.Recalculate();
-        received.signal.reset();
-        if (!received.LeavesWaiting(peer)) return received.ResultOfWait(copied);
+        arrival.signal.reset();
+        if (!arrival.LeavesWaiting(peer)) return arrival.ResultOfWait(copied);
     }
 }
 
+/// Does so with a copy of the awaited name, as `from` may be a name of the endpoint's own that changes meanwhile.
+/// Cold: inlined, it would cost every receive that awaits no peer 17 instructions.
+[[gnu::cold]] int LinxIpc::HandleArrivalsWithCopy(const std::string& from, int timeout, unsigned type,
+                                                  IpcMessage* msg) {
+    const std::string peer = from;
+    return HandleArrivals(peer, timeout, type, msg);
+}
+
 /// Waits for the next signal.
-inline LinxIpc::ReceivedSignal LinxIpc::Await(SignalWait& wait) const {
+inline LinxIpc::Arrival LinxIpc::Await(SignalWait& wait) const {
     LinxSignal* signal = nullptr;
     const int size = wait.Receive(linx, &signal);
-    if (size == -1) return ReceivedSignal(Failed(logText::receiveFailed));
-    if (signal == nullptr) return ReceivedSignal(ETIMEDOUT);
-    return ReceivedSignal(Held<LinxSignal>(signal, {this}), static_cast<std::uint32_t>(size));
+    if (size == -1) return Arrival(Failed(logText::receiveFailed));
+    if (signal == nullptr) return Arrival(ETIMEDOUT);
+    return Arrival(Held<LinxSignal>(signal, {this}), static_cast<std::uint32_t>(size));
 }
 
 /// Gives `message` the name of the endpoint that sent the signal.
-inline void LinxIpc::NameSender(const ReceivedSignal& received, IpcMessage& message) {
-    LinxSignal* signal = received.signal.get();
+inline void LinxIpc::NameSender(const Arrival& arrival, IpcMessage& message) {
+    LinxSignal* signal = arrival.signal.get();
     const LinxSpid spid = linx_sender(linx, &signal);
     const auto known = senderNames.find(spid);
     const std::string& sender = known != senderNames.end() ? known->second : LearnSenderName(spid);
@@ -275,8 +277,8 @@ LinxIpc::HuntCache::iterator LinxIpc::Remember(const std::string& peer, LinxSpid
 
 /// Makes an empty message of the late answer to a hunt. Deliberately, its signal is not freed: it stays with the
 /// handle, and there is at most one for each hunt that was given up.
-inline int LinxIpc::TakeHuntAnswer(ReceivedSignal& received, IpcMessage& message) {
-    static_cast<void>(received.signal.release());
+inline int LinxIpc::TakeHuntAnswer(Arrival& arrival, IpcMessage& message) {
+    static_cast<void>(arrival.signal.release());
     return message.Allocate(LINX_OS_HUNT_SIG, 0, nullptr);
 }
 
@@ -291,11 +293,11 @@ int LinxIpc::HandToRelay(const Callback& handler, LinxSignal* signal, std::uint3
 
 /// Copies the signal into `message`, and calls the handler where one is due: also when copying fails, whose result it
 /// returns.
-inline int LinxIpc::CopyAndDispatch(const ReceivedSignal& received, unsigned type, IpcMessage& message) {
-    const int result = message.Allocate(received.number, received.payloadSize, Payload(received.signal.get()));
+inline int LinxIpc::CopyAndDispatch(const Arrival& arrival, unsigned type, IpcMessage& message) {
+    const int result = message.Allocate(arrival.number, arrival.payloadSize, Payload(arrival.signal.get()));
     if (result != 0) LogLine(logText::receiveNotCopied, result);
-    if (type != 0 && received.number != e_ShutdownSignal) return result;
-    const auto found = handlers.find(received.number);
+    if (type != 0 && arrival.number != e_ShutdownSignal) return result;
+    const auto found = handlers.find(arrival.number);
     if (found != handlers.end()) {
         found->second.function(this, found->second.userData);
     } else if (defaultHandler.function != nullptr) {
@@ -432,7 +434,7 @@ int LinxIpc::Request(const std::string& destination, IpcMessage& message, unsign
         return sent;
     }
     if (replyType == 0) return 0;
-    const int received = ReceiveFrom(peer, timeout, replyType, reply);
+    const int received = HandleArrivals(peer, timeout, replyType, reply);
     if (received != 0) LogLine(logText::requestNotAnswered, received);
     return received;
 }

@@ -288,7 +288,7 @@ public:
 private:
     using HuntCache = std::map<std::string, unsigned>;
     class SignalWait;
-    struct ReceivedSignal;
+    struct Arrival;
 
     /// What is known of a destination: where it is; that a hunt for it just now was in vain; that an earlier one was.
     enum class Lookup { found, notFound, knownAbsent };
@@ -297,15 +297,15 @@ private:
         LinxSpid spid;
     };
 
-    int ReceiveFrom(const std::string& peer, int timeout, unsigned type, IpcMessage* msg);
-    int ReceiveFromCopyOf(const std::string& from, int timeout, unsigned type, IpcMessage* msg);
-    ReceivedSignal Await(SignalWait& wait) const;
-    void NameSender(const ReceivedSignal& received, IpcMessage& message);
+    int HandleArrivals(const std::string& peer, int timeout, unsigned type, IpcMessage* msg);
+    int HandleArrivalsWithCopy(const std::string& from, int timeout, unsigned type, IpcMessage* msg);
+    Arrival Await(SignalWait& wait) const;
+    void NameSender(const Arrival& arrival, IpcMessage& message);
     const std::string& LearnSenderName(LinxSpid spid);
     HuntCache::iterator Remember(const std::string& peer, LinxSpid spid);
-    int TakeHuntAnswer(ReceivedSignal& received, IpcMessage& message);
+    int TakeHuntAnswer(Arrival& arrival, IpcMessage& message);
     int HandToRelay(const Callback& handler, LinxSignal* signal, std::uint32_t size, const std::string& sender);
-    int CopyAndDispatch(const ReceivedSignal& received, unsigned type, IpcMessage& message);
+    int CopyAndDispatch(const Arrival& arrival, unsigned type, IpcMessage& message);
 
     Destination Find(const std::string& peer, bool logErrors);
     Destination FindOrHunt(const std::string& peer, bool logErrors);

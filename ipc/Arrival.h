@@ -1,5 +1,5 @@
-#ifndef LINXIPC_IPC_RECEIVEDSIGNAL_H
-#define LINXIPC_IPC_RECEIVEDSIGNAL_H
+#ifndef LINXIPC_IPC_ARRIVAL_H
+#define LINXIPC_IPC_ARRIVAL_H
 
 #include <cerrno>
 #include <cstdint>
@@ -23,12 +23,12 @@ inline char* Payload(LinxSignal* signal) {
 
 /// What waiting for a signal has brought: the signal and what it means to the wait, or the errno value of a wait that
 /// ended without one.
-struct LinxIpc::ReceivedSignal {
-    explicit ReceivedSignal(int waitError) : error(waitError) {}
+struct LinxIpc::Arrival {
+    explicit Arrival(int waitError) : error(waitError) {}
 
     /// Reads all that is needed of the signal once it has been handed back. A notice of a death begins with the
     /// process; one that is too short for that counts as one about process 0.
-    ReceivedSignal(Held<LinxSignal> taken, std::uint32_t size)
+    Arrival(Held<LinxSignal> taken, std::uint32_t size)
         : signal(std::move(taken)), number(signal->number), payloadSize(size - numberSize) {
         if (number == e_ProcessDiedSignal && payloadSize >= sizeof dead)
             std::memcpy(&dead, Payload(signal.get()), sizeof dead);
