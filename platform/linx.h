@@ -20,6 +20,8 @@
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
  *   EACCES  the process has given up the rights with which it joined the domain, and would have to connect to an
  *           endpoint that is new to it; or, being a child forked since then, to take the domain's lock
+ *   EBADF  the program has closed descriptors that are the platform's, as one does that closes all that it has. An
+ *           endpoint that it opens afterwards works
  *   ECONNABORTED  the endpoint counts as ended, because the domain's memory was garbled or its files were removed: it
  *           can only be closed
  *

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <mutex>
 #include <vector>
@@ -52,13 +53,25 @@ bool isSafe(const struct stat& file, const struct stat& directory) {
 }
 
 /// The domain of this arena, if the process has joined it. By the file and not by the path: a domain that was removed
-/// and made again is another one.
-std::shared_ptr<Domain> findJoined(Joined& all, const struct stat& status) {
+/// and made again is another one. One whose descriptors the program has closed is left to the endpoints that it has.
+/// The numbers of `fresh` have been free until just now.
+std::shared_ptr<Domain> findJoined(Joined& all, const struct stat& status, const std::array<int, 2>& fresh) {
+    const auto isFresh = [&](int descriptor) {
+        return std::find(fresh.begin(), fresh.end(), descriptor) != fresh.end();
+    };
     std::shared_ptr<Domain> found;
     const auto isGone = [&](const std::weak_ptr<Domain>& one) {
         const std::shared_ptr<Domain> domain = one.lock();
-        if (domain != nullptr && domain->lock().identity().isOf(status)) found = domain;
-        return domain == nullptr;
+        if (domain == nullptr) return true;
+        if (!domain->lock().identity().isOf(status)) return false;
+        const bool wereClosed = isFresh(domain->directory()) || isFresh(domain->lock().file());
+        if (wereClosed || !domain->lock().hasItsFiles()) {
+            // For good: numbers that this process is given again must not make two locks of one open file.
+            domain->lock().giveUp();
+            return true;
+        }
+        found = domain;
+        return false;
     };
     all.domains.erase(std::remove_if(all.domains.begin(), all.domains.end(), isGone), all.domains.end());
     return found;
@@ -71,6 +84,7 @@ struct Domain::Place {
     ScopedDescriptor directory;
     ScopedDescriptor file;
     unsigned fileMode = 0;
+    struct stat directoryStatus = {};
     struct stat status = {};
     bool isMade = false;  ///< just now
 };
@@ -96,12 +110,11 @@ std::shared_ptr<Domain> Domain::join() {
 /// Opens the domain at the path, making it when it is not there. False with errno.
 bool Domain::find(const std::string& path, Place& place) {
     place.directory.reset(openDomainDirectory(path));
-    struct stat directoryStatus;
-    if (place.directory.get() == -1 || fstat(place.directory.get(), &directoryStatus) == -1) return false;
-    place.fileMode = directoryStatus.st_mode & 0660u;
+    if (place.directory.get() == -1 || fstat(place.directory.get(), &place.directoryStatus) == -1) return false;
+    place.fileMode = place.directoryStatus.st_mode & 0660u;
     place.file.reset(openOrMakeArenaFile(place.directory.get(), place.fileMode, place.isMade));
     if (place.file.get() == -1 || fstat(place.file.get(), &place.status) == -1) return false;
-    if (isSafe(place.status, directoryStatus)) return true;
+    if (isSafe(place.status, place.directoryStatus)) return true;
     errno = EACCES;
     return false;
 }
@@ -110,7 +123,7 @@ bool Domain::find(const std::string& path, Place& place) {
 std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
     Joined& all = joined();
     const std::lock_guard<std::mutex> lock(all.mutex);
-    std::shared_ptr<Domain> domain = findJoined(all, place.status);
+    std::shared_ptr<Domain> domain = findJoined(all, place.status, {place.directory.get(), place.file.get()});
     if (domain != nullptr) return domain;
     const uint32_t unitCount = checkArenaFile(place.file.get());
     if (unitCount == 0) return nullptr;
@@ -130,8 +143,13 @@ std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
 Domain::Domain(Place& place, ArenaMapping mapping, uint32_t unitCount)
     : directory_(place.directory.release()),
       fileMode_(place.fileMode),
-      lock_(place.file, FileLock::Identity(place.status), directory_.get(), arenaFileName),
+      lock_(place.file, FileLock::Identity(place.status),
+            {directory_.get(), FileLock::Identity(place.directoryStatus)}, arenaFileName),
       mapping_(std::move(mapping)),
       arena_(mapping_.get(), unitCount, lock_.file()) {}
+
+Domain::~Domain() {
+    if (lock_.isLost()) directory_.release();  // it is another's to close
+}
 
 }  // namespace linx

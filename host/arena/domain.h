@@ -11,14 +11,15 @@
 
 namespace linx {
 
-/// A domain that this process has joined: its directory, and its arena mapped, whose file stays open. All endpoints of
-/// the process in one domain share one object, which goes with the last of them. Any thread may use it.
+/// A domain that this process has joined: its directory, and its arena mapped, whose file stays open. All endpoints
+/// of the process in one domain share one object, which goes with the last of them. Any thread may use it.
 class Domain {
 public:
     /// Joins the domain that $LINX_DOMAIN names, making it when it is not there, and logs that once. Null with errno:
     /// EACCES, EPROTO, ENOMEM, or what the file system says.
     static std::shared_ptr<Domain> join();
 
+    ~Domain();
     Domain(const Domain&) = delete;
     Domain& operator=(const Domain&) = delete;
 

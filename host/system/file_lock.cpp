@@ -48,7 +48,7 @@ int FileLock::open(const Identity& identity, int directory, const char* name) {
     return -1;
 }
 
-FileLock::FileLock(ScopedDescriptor& file, const Identity& identity, int directory, const char* name)
+FileLock::FileLock(ScopedDescriptor& file, const Identity& identity, const Directory& directory, const char* name)
     : identity_(identity), directory_(directory), name_(name), generation_(forks::generation()) {
     const ScopedMutex lock(allMutex);
     all().push_back(this);
@@ -56,6 +56,7 @@ FileLock::FileLock(ScopedDescriptor& file, const Identity& identity, int directo
 }
 
 FileLock::~FileLock() {
+    if (isLost()) file_.release();  // it is another's to close
     const ScopedMutex lock(allMutex);
     all().erase(std::find(all().begin(), all().end(), this));
 }
@@ -75,7 +76,7 @@ void FileLock::afterForkInChild() {
     for (FileLock* lock : all()) {
         pthread_mutex_init(&lock->queue_, nullptr);  // a thread that stayed behind may have had it
         // The parent's must go in any case. The directory is one for which no descriptor is wanted.
-        if (!lock->openAnew()) lock->exchangeFor(lock->directory_);
+        if (!lock->openAnew()) lock->exchangeFor(lock->directory_.descriptor);
     }
     errno = keptErrno;
     afterForkInParent();
@@ -97,6 +98,10 @@ bool FileLock::lock(Patience patience) {
 }
 
 bool FileLock::lockFile(Patience patience) {
+    if (isLost()) {
+        errno = EBADF;
+        return false;
+    }
     if (generation_ != forks::generation() && !openAnew()) return false;
     const int how = patience == Patience::wait ? LOCK_EX : LOCK_EX | LOCK_NB;
     if (uninterrupted([&] { return flock(file_.get(), how); }) == -1) return false;
@@ -135,15 +140,32 @@ void FileLock::unlockFile() {
 
 /// Exchanges the open file, which the parent locks too, for one of this process. Its number stays. False with errno.
 bool FileLock::openAnew() {
-    const ScopedDescriptor fresh(open(identity_, directory_, name_));
+    const ScopedDescriptor fresh(open(identity_, directory_.descriptor, name_));
     if (fresh.get() == -1 || !exchangeFor(fresh.get())) return false;
     generation_ = forks::generation();
     return true;
 }
 
-/// Closes the open file, and has its number stand for another.
+/// Closes the open file, and has its number stand for another. False with errno; EBADF when the number is not this
+/// lock's any more, and nothing is done to whatever it stands for.
 bool FileLock::exchangeFor(int other) {
+    if (isLost() || !isOwn(file_.get())) {
+        errno = EBADF;
+        return false;
+    }
     return uninterrupted([&] { return dup3(other, file_.get(), O_CLOEXEC); }) != -1;
+}
+
+bool FileLock::hasItsFiles() const {
+    return isOwn(file_.get()) && isOwn(directory_.descriptor);
+}
+
+/// Whether the number stands for the file or the directory, which a child may have in the place of the file. What the
+/// kernel does not tell is believed to be so: the parent's file must not stay open for that.
+bool FileLock::isOwn(int descriptor) const {
+    struct stat status;
+    if (fstat(descriptor, &status) == -1) return errno != EBADF;
+    return identity_.isOf(status) || directory_.identity.isOf(status);
 }
 
 }  // namespace linx

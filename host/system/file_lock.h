@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdint>
 
 #include "host/arena/scoped_descriptor.h"
@@ -15,9 +16,10 @@ namespace linx {
 ///
 /// One descriptor serves for good. Such a lock belongs to the open file, which a child shares with its parent: should
 /// the parent be killed while it has the lock, nobody would get it before the child ends. So a child opens the file
-/// anew: at once after the fork, when nobody has dropped its privileges yet, or else before it first locks. And nobody
-/// may map it by this descriptor, since a mapping keeps the open file, too. A fork waits for a thread that has the lock, so that no child is made in the middle of what the lock
-/// guards, but not for one that only waits for it: who holds up this lock holds up neither forks nor other locks.
+/// anew: at once after the fork, when nobody has dropped its privileges yet, or else before it first locks. And
+/// nobody may map it by this descriptor, since a mapping keeps the open file, too. A fork waits for a thread that has
+/// the lock, so that no child is made in the middle of what the lock guards, but not for one that only waits for it:
+/// who holds up this lock holds up neither forks nor other locks.
 class FileLock {
 public:
     /// Which file it is, whatever its name.
@@ -32,8 +34,14 @@ public:
     /// Opens the file that is called `name` in `directory`. -1 with errno; ESTALE when it is another one by now.
     static int open(const Identity& identity, int directory, const char* name);
 
+    /// Where the file is: a directory that the process has open.
+    struct Directory {
+        int descriptor;
+        Identity identity;
+    };
+
     /// The lock of the file that `open` has opened. Takes over `file`, and nothing else.
-    FileLock(ScopedDescriptor& file, const Identity& identity, int directory, const char* name);
+    FileLock(ScopedDescriptor& file, const Identity& identity, const Directory& directory, const char* name);
     ~FileLock();
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
@@ -51,6 +59,14 @@ public:
     int file() const { return file_.get(); }
     const Identity& identity() const { return identity_; }
 
+    /// Whether both descriptors still stand for what they were opened for. The program may have closed them, as those
+    /// do that close all that they have inherited, and may have others under their numbers.
+    bool hasItsFiles() const;
+
+    /// Says that they do not: nobody gets the lock by this object any more, whatever they will stand for.
+    void giveUp() { isLost_.store(true, std::memory_order_relaxed); }
+    bool isLost() const { return isLost_.load(std::memory_order_relaxed); }
+
     /// For the fork handlers of whoever makes locks, who may hold a mutex of its own meanwhile.
     static void beforeFork();
     static void afterForkInParent();
@@ -60,6 +76,7 @@ private:
     bool lockFile(Patience patience);
     void unlockFile();
     bool isStillThere() const;
+    bool isOwn(int descriptor) const;
     bool openAnew();
     bool exchangeFor(int other);
 
@@ -67,8 +84,9 @@ private:
     pthread_mutex_t inside_ = PTHREAD_MUTEX_INITIALIZER;  ///< of the thread that has the lock: a fork waits for it
     ScopedDescriptor file_;
     const Identity identity_;
-    const int directory_;
+    const Directory directory_;
     const char* const name_;
+    std::atomic<bool> isLost_{false};
     uint32_t generation_;  ///< of the process that has opened the file
 };
 
