@@ -130,7 +130,7 @@ inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home)
     slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);
     block.owner.storeRelease(home | ownerTransit);  // (E)
-    if (stack::push(there.returned, block, ref) != stack::closed) return true;
+    if (!stack::isRefused(stack::push(there.returned, block, ref))) return true;
     block.owner.storeRelaxed(home_);
     return false;
 }
