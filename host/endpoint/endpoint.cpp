@@ -105,6 +105,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     endpoint->slot().life.storeRelease(spid | lifeOpen);
     countOpened(arena);
     endpoint->owesAnswers_ = !answerHunts(cold, spid, name);  // only if another thread has taken the descriptor
+    if (endpoint->owesAnswers_) endpoint->callLater();
     return endpoint;
 }
 
