@@ -342,6 +342,7 @@ int Endpoint::hunt(const Name& name, const Held& held) {
 int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
     const ColdSection cold(*domain_);
     if (!cold.entered()) return errno;
+    if (!isStillOpen()) return ECONNABORTED;  // nobody would clear it up
     opened = findName(arena(), name) != 0;
     if (opened) return 0;
     park(held, spid_);

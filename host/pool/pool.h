@@ -85,6 +85,10 @@ private:
     void trim();
     void shrinkTo(uint32_t lines);
 
+    /// False once somebody has taken the endpoint for dead. Relaxed: true under the lock (P), and without it
+    /// perhaps a moment ago.
+    bool isHomeOpen() const { return slot().life.loadRelaxed() == (home_ | lifeOpen); }
+
     const Arena& arena() const { return domain_.arena(); }
     Slot& slot() const { return slot_; }
 

@@ -182,5 +182,22 @@ TEST_F(RecoveryTest, AnAnswerThatIsOwedCallsWhoeverOpenedTheName) {
     EXPECT_EQ(receiveNumber(live), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
 }
 
+/// Somebody has removed its bell, and it counts as ended though it lives.
+TEST_F(RecoveryTest, WhoCountsAsEndedLeasesAndHuntsNoMore) {
+    Linx zombie("zombie");
+    ASSERT_EQ(unlink(bellOf(zombie.spid).c_str()), 0);
+    const Linx another("zombie");
+    errno = 0;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(linx_alloc(zombie, 60000, 1), nullptr);
+        EXPECT_EQ(errno, ECONNABORTED);
+        EXPECT_EQ(linx_hunt(zombie, "absent", nullptr), -1);
+        EXPECT_EQ(errno, ECONNABORTED);
+    }
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+    zombie.reset();
+    expectInOrder();
+}
+
 }  // namespace
 }  // namespace linx
