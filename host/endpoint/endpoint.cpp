@@ -372,7 +372,10 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
         return 0;
     }
     if (peer != nullptr) {
-        if (!supervise(*peer, held)) return 0;
+        if (!supervise(*peer, held)) {
+            settle();  // the peer may have come in the place of one that has ended
+            return 0;
+        }
     } else if (spid == spid_) {
         park(held, spid);
         ++held_;  // nobody learns of one's own end: the notice lies with the user's until then

@@ -1,8 +1,6 @@
 #ifndef LINXIPC_TESTS_HOST_RECOVERY_H
 #define LINXIPC_TESTS_HOST_RECOVERY_H
 
-#include <cstdio>
-
 #include "host/mailbox/attention.h"
 #include "host/pool/lease.h"
 #include "host/recovery/retire.h"
@@ -76,13 +74,6 @@ protected:
         arena.header().busy.storeRelaxed(1);
         const ColdSection cold(*joined);
         EXPECT_TRUE(cold.entered());
-    }
-
-    /// The path of an endpoint's bell.
-    std::string bellOf(Spid spid) const {
-        char name[16];
-        std::snprintf(name, sizeof name, "bell.%08x", spid);
-        return domain.pathOf(name);
     }
 
     void expectInOrder() const { EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>()); }
