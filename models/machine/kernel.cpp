@@ -13,6 +13,8 @@ namespace {
 constexpr uint32_t readable = 1;  // as EPOLLIN
 constexpr uint32_t broken = 8;    // as EPOLLERR
 
+constexpr char tryingToLock[] = "tries to lock";
+
 bool always() {
     return true;
 }
@@ -154,8 +156,9 @@ bool Kernel::isBellDead(int descriptor) {
 }
 
 int Kernel::lockArena(bool waits) {
-    scheduler.call(waits ? "locks" : "tries to lock", true,
-                   [this, waits] { return !waits || now_.lockedBy == nobody; });
+    if (waits) scheduler.call("locks", true, [this] { return now_.lockedBy == nobody; });
+    // Others had their chance to let go of it before the second attempt.
+    if (!waits && !scheduler.isRepeating(tryingToLock)) scheduler.call(tryingToLock, true, always);
     const bool isFree = now_.lockedBy == nobody;
     scheduler.observed(isFree ? 1 : 0);
     if (!isFree) {
@@ -227,8 +230,10 @@ bool Kernel::hasEvents(size_t set) const {
 
 int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
     const size_t number = setOf(set);
-    scheduler.call(milliseconds == 0 ? "asks for events" : "sleeps", false,
-                   [this, number, milliseconds] { return milliseconds >= 0 || hasEvents(number); });
+    const auto ready = [this, number] { return hasEvents(number); };
+    if (milliseconds == 0) scheduler.call("asks for events", false, always);
+    if (milliseconds == -1) scheduler.call("sleeps", false, ready);
+    if (milliseconds > 0) scheduler.sleep(ready);
     int count = 0;
     for (const Watch& watch : now_.watches) {
         if (!watch.used || watch.set != number || count == most) continue;

@@ -61,8 +61,8 @@ public:
     /// Waits in a poll loop of one's own until the set is readable.
     void pollFor(int set);
 
-    /// What processes tell each other in other ways: who waits until `ready` comes after all that was done by those who
-    /// have told something.
+    /// What processes tell each other in other ways: who waits until `ready` comes after all that was done by those
+    /// who have told something.
     void tell() { meet(tellingView); }
     void await(std::function<bool()> ready);
 
@@ -107,7 +107,7 @@ private:
         std::array<Bell, maxBells> bells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
-        uint8_t lockedBy;  ///< the process
+        uint8_t lockedBy;                                 ///< the process
         std::array<uint8_t, maxThreads> failuresLeft;     ///< by process
         std::array<uint8_t, maxThreads> mostDescriptors;  ///< by process; 0: as many as it wants
         std::array<View, maxBells + 1> views;             ///< of the lock, then of the bells

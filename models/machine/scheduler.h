@@ -61,13 +61,20 @@ public:
     /// Before an access to a shared word: lets others go first. Returns which of its ways the access goes.
     uint32_t pause(const Access& access);
 
-    /// Before a store that no other thread ever sees: whoever may be killed may be killed here too, and who looks at the
-    /// end sees what was done by then.
+    /// Before a store that no other thread ever sees: whoever may be killed may be killed here too, and who looks at
+    /// the end sees what was done by then.
     void pauseUnseen();
 
     /// Before a system call that others can see: lets others go first, and waits until `ready`. Returns in which of
     /// `ways` it goes.
     uint32_t call(const char* name, bool changesSomething, std::function<bool()> ready, uint32_t ways = 1);
+
+    /// The same for one that waits until `ready` or until its time is up, which the clock then shows. That comes once
+    /// while others could go on, and else when nobody can: whoever tries again and again holds nobody up for ever.
+    void sleep(std::function<bool()> ready);
+
+    /// Whether the thread has made this very call twice and nothing else since: another one finds nothing new.
+    bool isRepeating(const char* name) const;
 
     /// The thread is killed here, if it has come so far. Does not return.
     void dieNow();
@@ -98,6 +105,9 @@ private:
         bool alone;  ///< its next step is the same before and after those of all others
         Access access;
         const char* callName;
+        unsigned sameCalls;
+        bool timed;        ///< goes on also when its time is up
+        bool wasTimedOut;  ///< while others could go on
         std::function<bool()> ready;
         uint32_t callWays;
         uint32_t way;
@@ -111,7 +121,9 @@ private:
     static void enter();
     void switchOut();
     void resume(unsigned thread);
+    bool isReady(unsigned thread) const;
     bool isEnabled(unsigned thread) const;
+    bool anyReady() const;
     uint32_t waysOf(unsigned thread) const;
     uint32_t endsOf(unsigned thread) const;
     bool mayDie(unsigned thread) const { return (play_->mortal >> thread & 1) != 0; }
