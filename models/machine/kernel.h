@@ -67,6 +67,9 @@ public:
     void await(std::function<bool()> ready);
 
     int makeTimer();
+    /// From `deadline` on, as the process's precise clock shows it, it is readable.
+    void setTimer(int descriptor, uint64_t deadline) { at(descriptor).deadline = deadline; }
+    static constexpr uint64_t never = ~uint64_t{0};
     int duplicate(int descriptor);
     void close(int descriptor);
     bool owns(int descriptor) const { return descriptor >= firstDescriptor; }
@@ -87,7 +90,8 @@ private:
     struct Descriptor {
         Kind kind;
         uint8_t process;
-        uint8_t object;  ///< the number of the bell, or of the set
+        uint8_t object;     ///< the number of the bell, or of the set
+        uint64_t deadline;  ///< of a timer
     };
     struct Bell {
         uint32_t spid;
@@ -122,6 +126,8 @@ private:
     size_t findUnusedBell() const;
     uint32_t eventsOf(const Watch& watch) const;
     bool hasEvents(size_t set) const;
+    uint64_t deadlineOf(size_t set) const;
+    void sleepUntil(const char* name, size_t set, uint64_t deadline);
     void meet(size_t object);
     void closeFor(size_t descriptor);
     void unlock();

@@ -285,17 +285,17 @@ uint32_t Scheduler::call(const char* name, bool changesSomething, std::function<
     return self.way;
 }
 
-void Scheduler::sleep(std::function<bool()> ready) {
+void Scheduler::sleep(const char* name, std::function<bool()> ready, uint64_t deadline) {
     if (!exploring()) return;
     Thread& self = threads_[current_];
     self.timed = true;
-    call("sleeps for a while", false, ready);
+    call(name, false, ready);
     self.timed = false;
     const bool isTimeUp = !ready();
     observed(isTimeUp ? 1 : 0);
     if (!isTimeUp) return;
     observed(self.wasTimedOut ? 1 : 0);
-    passTick();
+    while (timeOf(current_) < deadline) passTick();
 }
 
 bool Scheduler::isRepeating(const char* name) const {

@@ -69,9 +69,9 @@ public:
     /// `ways` it goes.
     uint32_t call(const char* name, bool changesSomething, std::function<bool()> ready, uint32_t ways = 1);
 
-    /// The same for one that waits until `ready` or until its time is up, which the clock then shows. That comes once
-    /// while others could go on, and else when nobody can: whoever tries again and again holds nobody up for ever.
-    void sleep(std::function<bool()> ready);
+    /// The same for one that waits until `ready` or `deadline`, which its clock then shows. That comes once while
+    /// others could go on, and else when nobody can: whoever tries again and again holds nobody up for ever.
+    void sleep(const char* name, std::function<bool()> ready, uint64_t deadline);
 
     /// Whether the thread has made this very call twice and nothing else since: another one finds nothing new.
     bool isRepeating(const char* name) const;
@@ -89,14 +89,17 @@ public:
     void violate(const std::string& claim);
     const std::string& violation() const { return violation_; }
 
-    /// How often the running thread has asked for the time.
-    uint64_t countTimeAsked() { return threads_[current_].timeAsked++; }
-
-    /// For the running thread the kernel's clock ticks, and how often it has done so.
+    // The running thread's clocks, in microseconds. The precise one shows one more each time that it is asked; the
+    // kernel's ticks come when somebody lets them.
+    uint64_t askTime() { return coarseTime() + threads_[current_].timeAsked++; }
+    uint64_t coarseTime() const { return microsecondsPerTick * threads_[current_].ticks; }
+    uint64_t timeOf(unsigned thread) const {
+        return microsecondsPerTick * threads_[thread].ticks + threads_[thread].timeAsked;
+    }
     void passTick() { ++threads_[current_].ticks; }
-    uint64_t ticks() const { return threads_[current_].ticks; }
 
 private:
+    static constexpr uint64_t microsecondsPerTick = 20000;
     enum class State : uint8_t { running, done, dead, stopped };
     struct Thread {
         State state;
