@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 
+#include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
@@ -245,7 +246,11 @@ bool Endpoint::enterInDoubt() {
         errno = ECHILD;
         return false;
     }
-    if (owesRings_) ringOwed();
+    if (owesRings_) {
+        const uint64_t tick = coarseMilliseconds();
+        if (tick != ringsTriedAt_) ringOwed();  // all slots are looked at: too much for each operation
+        ringsTriedAt_ = tick;
+    }
     return true;
 }
 
