@@ -64,6 +64,7 @@ install(FILES ipc/linxIpc.h ipc/LogLevel.h ipc/ReservedSignal.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/ipc)
 install(FILES directory/LinxServerNameList.h directory/e_Process.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/directory)
+install(FILES log/LogLevel.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/log)
 
 # Beside the library that they load, with what tells pytest of its plugin.
 if(TARGET linxhost AND LINXIPC_LIBRARY_TYPE STREQUAL "SHARED")

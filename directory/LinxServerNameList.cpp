@@ -1,6 +1,6 @@
 #include "directory/LinxServerNameList.h"
 
-#include "ipc/LogLine.h"
+#include "log/LogLine.h"
 
 LinxServerNameList& LinxServerNameList::Instance() {
     static LinxServerNameList directory;
@@ -61,8 +61,7 @@ LinxServerNameList::~LinxServerNameList() = default;
 const std::string& LinxServerNameList::Name(e_Process process) {
     const auto entry = serverNames.find(process);
     if (entry != serverNames.end()) return entry->second;
-    LogLine(e_LogLookup, "LinxServerNameList", 128, "LinxServerNameList::Name - ServerName not found for ",
-            static_cast<int>(process), ",    size = ", serverNames.size());
+    LogLine(logText::serverUnknown, static_cast<int>(process), serverNames.size());
     return serverNames[e_UndefinedServer];
 }
 

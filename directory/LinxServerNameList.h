@@ -8,20 +8,20 @@
 #include "directory/e_Process.h"
 #include "platform/export.h"
 
-/// The directory of the device's servers: which endpoint name belongs to which `e_Process`. The same in every
+/// The directory of the device's servers: which endpoint name belongs to which `e_Process`. It is the same in every
 /// process. Any number of threads may use it at once.
 class LINXIPC_API LinxServerNameList {
 public:
-    /// The one directory of the process, made on first use; it lives until the process exits.
+    /// The one directory of the process, made when it is first used; it lives until the process exits.
     static LinxServerNameList& Instance();
 
     LinxServerNameList(const LinxServerNameList&) = delete;
     LinxServerNameList& operator=(const LinxServerNameList&) = delete;
     virtual ~LinxServerNameList();
 
-    /// The endpoint name of `process`, for use as a destination; a server on another node carries the link to it and
-    /// a slash in front. A value without a server is logged and gives "UndefinedServer". The reference lives as long
-    /// as the directory.
+    /// The endpoint name of `process`, for use as a destination. The name of a server on another node begins with the
+    /// link to that node and a slash. A value that stands for no server is logged and gives "UndefinedServer". The
+    /// reference is valid as long as the directory.
     const std::string& Name(e_Process process);
 
     /// The server whose endpoint name is exactly `name`, or `e_UndefinedServer`.

@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-/// The servers of the device. Travels in signals as a 32-bit word, so that any value may turn up; 33 and 37 are not
-/// in use.
+/// The servers of the device. The value travels in signals as a 32-bit word, so any value may turn up; 33 and 37 are
+/// not in use.
 enum e_Process : std::int32_t {
     e_UndefinedServer = 0,
     e_UiMgr = 1,

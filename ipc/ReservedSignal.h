@@ -4,16 +4,16 @@
 
 #include <cstdint>
 
-/// The numbers of signals that mean something to every endpoint, besides the two of platform/linx.h. Everybody may
-/// send these; no other signals may have their numbers.
+/// The numbers of signals that have a meaning for every endpoint, besides those of platform/linx.h. Any endpoint may
+/// send these signals; no others may have their numbers.
 enum ReservedSignal : std::uint32_t {
-    /// Asks the receiver to end. No payload.
+    /// Asks the receiver to shut down. No payload.
     e_ShutdownSignal = 1280,
 
-    /// Tells that a server has died. The payload begins with its `e_Process`: 32 bits, native byte order.
+    /// Tells that a server has died. The payload begins with that server's `e_Process`: 32 bits, native byte order.
     e_ProcessDiedSignal = 1281,
 
-    /// Is dispatched, and does not end the receive that took it.
+    /// Is dispatched like any other, but does not end the receive that takes it.
     e_WaitGoesOnSignal = 13264
 };
 

@@ -8,7 +8,7 @@
 #include "platform/DiffTime.h"
 #include "platform/linx.h"
 
-/// Which signals a receive takes and how long it may still wait; several waits share the one limit.
+/// Which signals a receive takes, and how long it may still wait: all its waits together have one time limit.
 class LinxIpc::SignalWait {
 public:
     /// Waits up to `milliseconds`, without limit when that is negative, for signals of the number `type`, shutdown
@@ -21,20 +21,20 @@ public:
         selection[3] = type;
     }
 
-    /// Receives one signal; the results are those of LINX.
+    /// Waits for one signal, with the results of `linx_receive_w_tmo`.
     int Receive(LINX* handle, LinxSignal** signal) {
         if (limit < 0) return linx_receive(handle, signal, selection);
         start = DiffTime::CalcInitialTimeout(remaining);
         return linx_receive_w_tmo(handle, signal, static_cast<std::uint32_t>(remaining), selection);
     }
 
-    /// Takes what has passed since the last `Receive` off the limit.
+    /// Subtracts the time since the last `Receive` began from what remains.
     void Recalculate() {
         if (limit >= 0) remaining = DiffTime::ReCalcTimeout(start);
     }
 
 private:
-    const int limit;  // its sign decides for all waits, whatever remains
+    const int limit;  // its sign decides whether there is a limit; what remains may well be negative
     int remaining;
     unsigned start = 0;
     std::uint32_t selection[4] = {};

@@ -4,63 +4,27 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <new>
 #include <optional>
 #include <utility>
 
-#include "directory/LinxServerNameList.h"
+#include "ipc/Arrival.h"
+#include "ipc/Failures.h"
 #include "ipc/Held.h"
-#include "ipc/LogLine.h"
 #include "ipc/ReservedSignal.h"
 #include "ipc/SameName.h"
 #include "ipc/SignalWait.h"
+#include "log/LogLine.h"
 #include "platform/DiffTime.h"
 
 namespace {
 
-constexpr std::uint32_t numberSize = sizeof(LinxSignal);  // the number word in front of every payload
 constexpr std::uint32_t maxPayload = 65536 - numberSize;
 constexpr std::uint32_t huntTimeout = 100;  // milliseconds
 constexpr unsigned maxAttempts = 32;
 constexpr int noSignal = 1;
 constexpr int notSupported = 1;
 constexpr const char* unknownSender = "unknown";
-constexpr const char* sourceFile = "linxIpc";
-
-char* Payload(LinxSignal* signal) {
-    return reinterpret_cast<char*>(signal) + numberSize;
-}
-
-/// The process that a notice is about. A notice too short to tell counts as one about process 0.
-e_Process DeadProcess(LinxSignal* notice, std::uint32_t dataSize) {
-    std::int32_t process = e_UndefinedServer;
-    if (dataSize >= sizeof process) std::memcpy(&process, Payload(notice), sizeof process);
-    return static_cast<e_Process>(process);
-}
-
-/// Logs the end of `process` and tells whether it is the awaited peer's.
-bool IsDeathOf(const std::string& awaited, e_Process process) {
-    const std::string& processName = LinxServerNameList::Instance().Name(process);
-    LogLine(e_LogEvent, sourceFile, 813, "Receive: Process died ", static_cast<int>(process), " - ", processName);
-    if (processName != awaited) return false;
-    LogLine(e_LogError, sourceFile, 817, "Receive: host unreachable");
-    return true;
-}
-
-void LogFailedSend(unsigned retriesLeft, const std::string& destination, std::uint32_t size) {
-    const SystemError error{errno};
-    if (retriesLeft > 0) {
-        LogLine(e_LogSendFailure, sourceFile, 477, "Notify: send failed: ", error, " retries left = ", retriesLeft);
-        LogLine(e_LogSendFailure, sourceFile, 478,
-                "Notify: send failed: linx destination endpoint name = ", destination);
-        LogLine(e_LogSendFailure, sourceFile, 479, "Notify: send failed: size of linx message = ", size);
-    } else {
-        LogLine(e_LogError, sourceFile, 484, "Notify: send failed. No retries remaining: ", error);
-        LogLine(e_LogError, sourceFile, 485, "Notify: send failed: linx destination endpoint name = ", destination);
-        LogLine(e_LogError, sourceFile, 486, "Notify: send failed: size of linx message = ", size);
-    }
-}
 
 }  // namespace
 
@@ -84,8 +48,9 @@ int IpcMessage::Allocate(unsigned msgType, unsigned size, char* source) {
     return 0;
 }
 
-/// Makes the buffer one of `size` bytes, whatever is in it. Fails with EMSGSIZE or ENOMEM, and the length is 0.
-[[gnu::cold, gnu::noinline]] int IpcMessage::Enlarge(unsigned size) {
+/// Replaces the buffer by one of `size` bytes; the content is lost. Fails with EMSGSIZE or ENOMEM, and the length is
+/// 0. Cold: inlined, it would cost every message that fits its buffer 12 instructions.
+[[gnu::cold]] int IpcMessage::Enlarge(unsigned size) {
     length = capacity = 0;
     if (size > maxPayload) return EMSGSIZE;  // the buffer stays until a larger size replaces it
     delete[] data;
@@ -96,7 +61,7 @@ int IpcMessage::Allocate(unsigned msgType, unsigned size, char* source) {
 }
 
 int IpcMessage::Fill(const char* src, unsigned count) {
-    if (count > length - fillPos) return ENOMEM;  // the sum of position and count might wrap
+    if (count > length - fillPos) return ENOMEM;  // not fillPos + count > length: the sum might wrap
     std::copy_n(src, count, data + fillPos);
     fillPos += count;
     return 0;
@@ -110,10 +75,11 @@ RelayMessage::RelayMessage(LinxIpc* endpoint) : owner(endpoint) {}
 
 RelayMessage::~RelayMessage() {
     if (signal != nullptr && owner->Linx() != nullptr) linx_free_buf(owner->Linx(), &signal);
-    data = nullptr;
+    data = nullptr;  // was part of the signal: the base class must not free it
 }
 
 int RelayMessage::Allocate(unsigned msgType, unsigned size, char* buffer) {
+    // Size 0 does not free the signal that is held. That is deliberate: it is what the header promises.
     if (signal != nullptr && size != 0) {
         linx_free_buf(owner->Linx(), &signal);
         data = nullptr;
@@ -152,7 +118,7 @@ LinxIpc::LinxIpc(const std::string& endpointName) : relayMessage(this) {
     CommonInit(endpointName);
 }
 
-// Not a delegation: a null name must meet a whole object, whose members are then destroyed.
+// Does not delegate to the other: when a null name throws, the members have to exist, so that they are destroyed.
 LinxIpc::LinxIpc(const char* endpointName) : relayMessage(this) {
     CommonInit(endpointName);
 }
@@ -167,13 +133,10 @@ void LinxIpc::CommonInit(const std::string& endpointName) {
 }
 
 int LinxIpc::Init() {
-    if (linx != nullptr) {
-        LogLine(e_LogError, sourceFile, 334, "LinxIpc::Init Linx Already initialized");
-        return -1;
-    }
+    if (linx != nullptr) return Refused(logText::initAgain);
     linx = linx_open(name.c_str(), 0, nullptr);
     if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 342, "LinxIpc::Init open failed for: ", name, ", errno ", errno);
+        LogLine(logText::initFailed, name, errno);
         return errno;
     }
     descriptor = linx_get_descriptor(linx);
@@ -191,17 +154,17 @@ LinxIpc::~LinxIpc() {
 }
 
 int LinxIpc::Send(const void*, unsigned, unsigned&) {
-    LogLine(e_LogError, sourceFile, 1103, "LinxIpc::Send: method not supported");
+    LogLine(logText::sendNotSupported);
     return notSupported;
 }
 
 int LinxIpc::Receive(void*, unsigned, unsigned&) {
-    LogLine(e_LogError, sourceFile, 1111, "LinxIpc::Receive: method not supported");
+    LogLine(logText::receiveNotSupported);
     return notSupported;
 }
 
 int LinxIpc::Blocking(bool) {
-    LogLine(e_LogError, sourceFile, 1117, "LinxIpc::Blocking: method not supported");
+    LogLine(logText::blockingNotSupported);
     return notSupported;
 }
 
@@ -243,79 +206,103 @@ void LinxIpc::DeregisterDefault() {
 }
 
 int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMessage* msg) {
-    return from.empty() ? Await(timeout, type, emptyString, msg) : AwaitPeer(timeout, type, from, msg);
+    return from.empty() ? HandleArrivals(emptyString, timeout, type, msg)
+                        : HandleArrivalsWithCopy(from, timeout, type, msg);
 }
 
-/// Awaits `from` under a name that nothing changes: it may be one of our own, which what arrives can change.
-[[gnu::noinline]] int LinxIpc::AwaitPeer(int timeout, unsigned type, const std::string& from, IpcMessage* msg) {
-    const std::string peer = from;
-    return Await(timeout, type, peer, msg);
-}
-
-/// Receives for a caller who awaits `peer`, a name that stays what it is.
-int LinxIpc::Await(int timeout, unsigned type, const std::string& peer, IpcMessage* msg) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 653, "Receive: use of un-initialized object");
-        return -1;
-    }
+/// Takes signals until one ends the wait. `peer` is awaited, a name that nothing changes meanwhile.
+int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type, IpcMessage* msg) {
+    if (linx == nullptr) return Refused(logText::receiveUninitialized);
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
     SignalWait wait(timeout, type);
-    const std::optional<int> result = TakeNext(wait, type, peer, message);
-    return result ? *result : GoOn(wait, type, peer, message);
-}
-
-/// Goes on with a wait that its first signal has not ended. Most are ended by it, and pay for no loop.
-[[gnu::cold]] int LinxIpc::GoOn(SignalWait& wait, unsigned type, const std::string& peer, IpcMessage& message) {
     for (;;) {
-        if (const std::optional<int> result = TakeNext(wait, type, peer, message)) return *result;
+        Arrival arrival = Await(wait);
+        if (arrival.signal == nullptr) return arrival.error;
+        NameSender(arrival, message);
+        if (arrival.number == LINX_OS_HUNT_SIG) return TakeHuntAnswer(arrival, message);
+        const auto relay = relayHandlers.find(arrival.number);
+        if (relay != relayHandlers.end())
+            return HandToRelay(relay->second, arrival.signal.release(), arrival.payloadSize, message.GetSender());
+        const int copied = CopyAndDispatch(arrival, type, message);
+        wait.Recalculate();
+        arrival.signal.reset();
+        if (!arrival.LeavesWaiting(peer)) return arrival.ResultOfWait(copied);
     }
 }
 
-/// Receives one signal and does with it what there is to do. Gives the result of the wait if that ends it.
-[[gnu::always_inline]] inline std::optional<int> LinxIpc::TakeNext(SignalWait& wait, unsigned type,
-                                                                   const std::string& peer, IpcMessage& message) {
-    LinxSignal* received = nullptr;
-    const int size = wait.Receive(linx, &received);
-    if (size == -1) {
-        LogLine(e_LogError, sourceFile, 700, "Receive: ", SystemError{errno});
-        return errno;
-    }
-    if (received == nullptr) return ETIMEDOUT;
-    Held<LinxSignal> signal(received, this);
+/// Does so with a copy of the awaited name, as `from` may be a name of the endpoint's own that changes meanwhile.
+/// Cold: inlined, it would cost every receive that awaits no peer 17 instructions.
+[[gnu::cold]] int LinxIpc::HandleArrivalsWithCopy(const std::string& from, int timeout, unsigned type,
+                                                  IpcMessage* msg) {
+    const std::string peer = from;
+    return HandleArrivals(peer, timeout, type, msg);
+}
 
-    const std::string& sender = NameOfSender(&received);
+/// Waits for the next signal.
+inline LinxIpc::Arrival LinxIpc::Await(SignalWait& wait) const {
+    LinxSignal* signal = nullptr;
+    const int size = wait.Receive(linx, &signal);
+    if (size == -1) return Arrival(Failed(logText::receiveFailed));
+    if (signal == nullptr) return Arrival(ETIMEDOUT);
+    return Arrival(Held<LinxSignal>(signal, {this}), static_cast<std::uint32_t>(size));
+}
+
+/// Gives `message` the name of the endpoint that sent the signal.
+inline void LinxIpc::NameSender(const Arrival& arrival, IpcMessage& message) {
+    LinxSignal* signal = arrival.signal.get();
+    const LinxSpid spid = linx_sender(linx, &signal);
+    const auto known = senderNames.find(spid);
+    const std::string& sender = known != senderNames.end() ? known->second : LearnSenderName(spid);
     if (!SameName(message.GetSender(), sender)) message.SetSender(sender);
-    const std::uint32_t number = signal.Get()->number;
-    const std::uint32_t dataSize = static_cast<std::uint32_t>(size) - numberSize;
-    if (number == LINX_OS_HUNT_SIG) {
-        signal.LetGo();  // hunt signals are not given back
-        return message.Allocate(LINX_OS_HUNT_SIG, 0, nullptr);
-    }
+}
 
-    const auto relay = relayHandlers.find(number);
-    if (relay != relayHandlers.end()) {
-        relayMessage.SetSender(message.GetSender());  // can fail; afterwards the signal is relayMessage's
-        relayMessage.Allocate(number, dataSize, reinterpret_cast<char*>(signal.LetGo()));
-        relay->second.function(this, relay->second.userData);
-        return 0;
-    }
+/// Asks LINX for the name of `spid`. That is done once, deliberately: a spid that LINX cannot name stays "unknown".
+const std::string& LinxIpc::LearnSenderName(LinxSpid spid) {
+    char* found = nullptr;
+    if (linx_get_name(linx, spid, &found) != 0) return senderNames.try_emplace(spid, unknownSender).first->second;
+    const Held<char> learnt(found, {this});
+    Remember(learnt.get(), spid)->second = spid;  // the one way in which an entry gets another spid
+    return senderNames.find(spid)->second;
+}
 
-    const e_Process dead = number == e_ProcessDiedSignal ? DeadProcess(signal.Get(), dataSize) : e_UndefinedServer;
-    const int result = message.Allocate(number, dataSize, Payload(signal.Get()));
-    if (result != 0) LogLine(e_LogError, sourceFile, 770, "Receive: error allocating message: ", result);
-    if (type == 0 || number == e_ShutdownSignal) Dispatch(number);
-    wait.Recalculate();
-    signal.GiveBack();
+/// Enters a name and its spid into both tables or, when there is no memory, into none. Deliberately, this overwrites
+/// nothing: a name keeps the spid that it has, and a spid its name. Returns the entry of the name.
+LinxIpc::HuntCache::iterator LinxIpc::Remember(const std::string& peer, LinxSpid spid) {
+    std::map<unsigned, std::string> named;
+    named.try_emplace(spid, peer);
+    const HuntCache::iterator entry = huntCache.try_emplace(peer, spid).first;
+    senderNames.merge(named);  // cannot fail: it moves a node that has been allocated
+    return entry;
+}
 
-    if (number == e_ShutdownSignal) {
-        LogLine(e_LogShutdown, sourceFile, 802, "Receive: Shutdown Requested");
-        return ESHUTDOWN;
+/// Makes an empty message of the late answer to a hunt. Deliberately, its signal is not freed: it stays with the
+/// handle, and there is at most one for each hunt that was given up.
+inline int LinxIpc::TakeHuntAnswer(Arrival& arrival, IpcMessage& message) {
+    static_cast<void>(arrival.signal.release());
+    return message.Allocate(LINX_OS_HUNT_SIG, 0, nullptr);
+}
+
+/// Takes over `signal`, which has `size` bytes of payload, and calls its handler.
+int LinxIpc::HandToRelay(const Callback& handler, LinxSignal* signal, std::uint32_t size, const std::string& sender) {
+    Held<LinxSignal> held(signal, {this});
+    relayMessage.SetSender(sender);  // may throw; only then does relayMessage take the signal
+    relayMessage.Allocate(signal->number, size, reinterpret_cast<char*>(held.release()));
+    handler.function(this, handler.userData);
+    return 0;
+}
+
+/// Copies the signal into `message`, and calls the handler where one is due: also when copying fails, whose result it
+/// returns.
+inline int LinxIpc::CopyAndDispatch(const Arrival& arrival, unsigned type, IpcMessage& message) {
+    const int result = message.Allocate(arrival.number, arrival.payloadSize, Payload(arrival.signal.get()));
+    if (result != 0) LogLine(logText::receiveNotCopied, result);
+    if (type != 0 && arrival.number != e_ShutdownSignal) return result;
+    const auto found = handlers.find(arrival.number);
+    if (found != handlers.end()) {
+        found->second.function(this, found->second.userData);
+    } else if (defaultHandler.function != nullptr) {
+        defaultHandler.function(this, defaultHandler.userData);
     }
-    if (number == e_ProcessDiedSignal) {
-        if (IsDeathOf(peer, dead)) return EHOSTUNREACH;
-        return std::nullopt;
-    }
-    if (number == e_WaitGoesOnSignal) return std::nullopt;
     return result;
 }
 
@@ -324,67 +311,29 @@ int LinxIpc::Receive(Watchdog& watchdog, int timeout) {
     return result == 0 || result == ETIMEDOUT ? watchdog.PetWatchdog() : result;
 }
 
-/// The name of the endpoint that sent `signal`.
-inline const std::string& LinxIpc::NameOfSender(LinxSignal** signal) {
-    const LinxSpid spid = linx_sender(linx, signal);
-    const auto known = senderNames.find(spid);
-    return known != senderNames.end() ? known->second : LearnSenderName(spid);
-}
-
-/// Asks LINX for the name of `spid`: once, also when it has no answer.
-const std::string& LinxIpc::LearnSenderName(LinxSpid spid) {
-    char* found = nullptr;
-    if (linx_get_name(linx, spid, &found) != 0) return senderNames.try_emplace(spid, unknownSender).first->second;
-    const Held<char> learnt(found, this);
-    Remember(learnt.Get(), spid)->second = spid;
-    return senderNames.find(spid)->second;
-}
-
-/// Enters a name and its spid into both tables or, when there is no memory, into none. What they hold already stays.
-LinxIpc::HuntCache::iterator LinxIpc::Remember(const std::string& peer, LinxSpid spid) {
-    std::map<unsigned, std::string> named;
-    named.try_emplace(spid, peer);
-    const HuntCache::iterator entry = huntCache.try_emplace(peer, spid).first;
-    senderNames.merge(named);  // moves what has its memory already, so that nothing can fail any more
-    return entry;
-}
-
-void LinxIpc::Dispatch(unsigned number) {
-    const auto found = handlers.find(number);
-    if (found != handlers.end()) {
-        found->second.function(this, found->second.userData);
-    } else if (defaultHandler.function != nullptr) {
-        defaultHandler.function(this, defaultHandler.userData);
-    }
-}
-
 int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 917, "LinxIpc::Attach use of un-initialized object");
-        return -1;
-    }
+    if (linx == nullptr) return Refused(logText::resolveUninitialized);
     const auto cached = huntCache.find(destination);
     if (cached != huntCache.end() && cached->second == 0) {
-        if (logErrors) LogLine(e_LogError, sourceFile, 935, "LinxIpc::ResolveDestination: unresolved");
+        if (logErrors) LogLine(logText::knownAsAbsent);
         return -1;
     }
 
-    LogLine(e_LogHunt, sourceFile, 941,
-            "LinxIpc::ResolveDestination: calling linx_hunt, destination = ", destination);
+    LogLine(logText::hunting, destination);
     if (linx_hunt(linx, destination.c_str(), nullptr) == -1) {
-        if (logErrors) LogLine(e_LogError, sourceFile, 946, "LinxIpc::ResolveDestination: ", SystemError{errno});
+        if (logErrors) LogLine(logText::huntFailed, SystemError{errno});
         return -1;
     }
 
     static constexpr std::uint32_t huntSignals[] = {1, LINX_OS_HUNT_SIG};
     LinxSignal* answer = nullptr;
     if (linx_receive_w_tmo(linx, &answer, huntTimeout, huntSignals) == -1) {
-        if (logErrors) LogLine(e_LogError, sourceFile, 955, "LinxIpc::ResolveDestination: ", SystemError{errno});
+        if (logErrors) LogLine(logText::huntNotReceived, SystemError{errno});
         return -1;
     }
     if (answer == nullptr) {
-        huntCache.try_emplace(destination, 0);
-        if (logErrors) LogLine(e_LogError, sourceFile, 973, "LinxIpc::ResolveDestination: unresolved");
+        huntCache.try_emplace(destination, 0);  // deliberately for good: until a signal from it has been received
+        if (logErrors) LogLine(logText::huntNotAnswered);
         return -1;
     }
 
@@ -394,26 +343,26 @@ int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) 
     return 0;
 }
 
-inline LinxIpc::Lookup LinxIpc::Find(const std::string& destination, bool logErrors, HuntCache::iterator& entry) {
-    entry = lastDestination;
-    const bool known = entry != huntCache.end() && SameName(entry->first, destination) && entry->second != 0;
-    return known ? Lookup::found : FindOrHunt(destination, logErrors, entry);
+/// Finds out where `peer` is: mostly, where the previous message went.
+inline LinxIpc::Destination LinxIpc::Find(const std::string& peer, bool logErrors) {
+    const bool isLast = lastDestination != huntCache.end() && SameName(lastDestination->first, peer);
+    return isLast && lastDestination->second != 0 ? Destination{Lookup::found, lastDestination->second}
+                                                  : FindOrHunt(peer, logErrors);
 }
 
-/// Finds the entry of `destination`, hunting for it when there is none. An entry that was hunted for just now is
-/// taken as it is.
-LinxIpc::Lookup LinxIpc::FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry) {
-    entry = lastDestination = huntCache.find(destination);
-    if (entry != huntCache.end()) return entry->second != 0 ? Lookup::found : Lookup::negative;
-    if (ResolveDestination(destination, logErrors) != 0) return Lookup::unresolved;
-    entry = huntCache.find(destination);
-    return Lookup::found;
+/// Looks `peer` up, and hunts for it when it is not in the cache. The spid that such a hunt gives is used as it is.
+LinxIpc::Destination LinxIpc::FindOrHunt(const std::string& peer, bool logErrors) {
+    lastDestination = huntCache.find(peer);
+    if (lastDestination != huntCache.end())
+        return {lastDestination->second != 0 ? Lookup::found : Lookup::knownAbsent, lastDestination->second};
+    if (ResolveDestination(peer, logErrors) != 0) return {Lookup::notFound, 0};
+    return {Lookup::found, huntCache.find(peer)->second};
 }
 
-/// Takes the entry out of the cache, so that the next send hunts again. The node keeps the name alive.
-LinxIpc::HuntCache::node_type LinxIpc::Forget(HuntCache::iterator entry) {
+/// Removes the entry of `peer`, so that the next send hunts for it. Returns it, as `peer` may be the name in it.
+LinxIpc::HuntCache::node_type LinxIpc::Forget(const std::string& peer) {
     lastDestination = huntCache.end();
-    return huntCache.extract(entry);
+    return huntCache.extract(peer);
 }
 
 const std::string& LinxIpc::MessageOriginator(int& notHunted) {
@@ -424,106 +373,75 @@ const std::string& LinxIpc::MessageOriginator(int& notHunted) {
 }
 
 int LinxIpc::Attach(const char* peer, unsigned type) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 363, "LinxIpc::Attach use of un-initialized object");
-        return -1;
-    }
-    HuntCache::iterator entry;
-    const Lookup lookup = Find(peer, true, entry);
-    if (lookup == Lookup::unresolved)
-        LogLine(e_LogError, sourceFile, 376, "LinxIpc::Attach: cannot resolve destination");
-    if (lookup != Lookup::found) return -1;
+    if (linx == nullptr) return Refused(logText::attachUninitialized);
+    const Destination destination = Find(peer, true);
+    if (destination.lookup == Lookup::notFound) LogLine(logText::attachUnresolved);
+    if (destination.lookup != Lookup::found) return -1;
 
-    LinxSignal* notice = linx_alloc(linx, numberSize, type);
-    attachFailed = linx_attach(linx, &notice, entry->second) == 0 ? 1 : 0;
+    LinxSignal* notice = linx_alloc(linx, numberSize, type);  // null is for linx_attach to refuse
+    attachFailed = linx_attach(linx, &notice, destination.spid) == 0 ? 1 : 0;
     if (attachFailed == 0) return 0;
-    LogLine(e_LogError, sourceFile, 393, "LinxIpc::Attach(): failed to attach");
+    LogLine(logText::attachRefused);
     return errno;
 }
 
 int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErrors) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 416, "Notify: use of un-initialized object");
+    if (linx == nullptr) return Refused(logText::notifyUninitialized);
+    const std::uint32_t size = msg.Length() + numberSize;
+    const std::optional<int> result = TrySend(destination, msg, size, logErrors);
+    return result ? *result : RetryNotify(destination, msg, size, logErrors);
+}
+
+/// Makes one attempt. Returns the result for Notify, or none when the send itself failed, which may be repeated.
+inline std::optional<int> LinxIpc::TrySend(const std::string& destination, IpcMessage& msg, std::uint32_t size,
+                                           bool logErrors) {
+    const Destination to = Find(destination, logErrors);
+    if (to.lookup != Lookup::found) {
+        if (logErrors && to.lookup == Lookup::notFound) LogLine(logText::notifyUnresolved, destination);
+        if (logErrors && to.lookup == Lookup::knownAbsent) LogLine(logText::notifyAbsent);
         return -1;
     }
-    const std::uint32_t size = msg.Length() + numberSize;
-    HuntCache::iterator entry;
-    int result = 0;
-    const Attempt attempt = AttemptNotify(destination, msg, size, logErrors, entry, result);
-    return attempt == Attempt::failed ? RetryNotify(destination, msg, size, logErrors, entry) : result;
+    Held<LinxSignal> signal(linx_alloc(linx, size, msg.MsgType()), {this});
+    if (signal == nullptr) return Failed(logText::notifyNoSignal);
+    signal->number = msg.MsgType();
+    std::copy_n(msg.DataPtr(), size - numberSize, Payload(signal.get()));
+    LinxSignal* filled = signal.release();  // a send takes the signal, even one that fails
+    if (linx_send(linx, &filled, to.spid) == -1) return std::nullopt;
+    return 0;
 }
 
-/// Looks `destination` up and sends a signal of `size` bytes. When it does not come to sending, `result` is that of
-/// Notify.
-inline LinxIpc::Attempt LinxIpc::AttemptNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size,
-                                               bool logErrors, HuntCache::iterator& entry, int& result) {
-    const Lookup lookup = Find(destination, logErrors, entry);
-    if (lookup != Lookup::found) {
-        result = -1;
-        if (!logErrors) return Attempt::hopeless;
-        if (lookup == Lookup::unresolved) {
-            LogLine(e_LogError, sourceFile, 438, "Notify: cannot resolve destination ", destination);
-        } else {
-            LogLine(e_LogError, sourceFile, 449, "Notify: cannot resolve destination");
-        }
-        return Attempt::hopeless;
-    }
-    Held<LinxSignal> signal(linx_alloc(linx, size, msg.MsgType()), this);
-    if (signal.Get() == nullptr) {
-        LogLine(e_LogError, sourceFile, 460, "Notify: linx_alloc failed: ", SystemError{errno});
-        result = errno;
-        return Attempt::hopeless;
-    }
-    signal.Get()->number = msg.MsgType();
-    std::copy_n(msg.DataPtr(), size - numberSize, Payload(signal.Get()));
-    LinxSignal* filled = signal.LetGo();  // LINX takes it, whatever becomes of the send
-    return linx_send(linx, &filled, entry->second) != -1 ? Attempt::sent : Attempt::failed;
-}
-
-/// Goes on after the first attempt, which failed with `entry`.
-int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
-                         HuntCache::iterator entry) {
-    HuntCache::node_type forgotten;  // `destination` may be the key of the entry that the first failure removes
-    for (unsigned attemptsLeft = maxAttempts - 1;; --attemptsLeft) {
-        HuntCache::node_type node = Forget(entry);
-        if (forgotten.empty()) forgotten = std::move(node);
+/// Makes all attempts after the first, whose send has failed.
+int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors) {
+    const HuntCache::node_type forgotten = Forget(destination);  // kept: `destination` may be the name in it
+    for (unsigned attemptsLeft = maxAttempts - 1; attemptsLeft > 0; --attemptsLeft) {
         if (logErrors) LogFailedSend(attemptsLeft, destination, size);
-        if (attemptsLeft == 0) return 0;  // callers rely on it: only the log tells that the last attempt failed
-        int result = 0;
-        const Attempt attempt = AttemptNotify(destination, msg, size, logErrors, entry, result);
-        if (attempt == Attempt::failed) continue;
-        if (attempt == Attempt::sent) {
-            LogLine(e_LogEvent, sourceFile, 500, "Notify: send successful after ", maxAttempts - attemptsLeft,
-                    " retries");
-        }
-        return result;
+        const std::optional<int> result = TrySend(destination, msg, size, logErrors);
+        if (result == 0) LogLine(logText::notifySentAfterRetries, maxAttempts - attemptsLeft);
+        if (result) return *result;
+        Forget(destination);
     }
+    if (logErrors) LogFailedSend(0, destination, size);
+    return 0;  // deliberate, and promised in the header: only the log tells that the last attempt failed too
 }
 
 int LinxIpc::Request(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                      IpcMessage* reply) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 529, "Request: use of un-initialized object");
-        return -1;
-    }
-    const std::string peer = destination;  // may be a name of our own, which sending can remove
+    if (linx == nullptr) return Refused(logText::requestUninitialized);
+    const std::string peer = destination;  // which may be a name of the endpoint's own that sending removes
     const int sent = Notify(peer, message, true);
     if (sent != 0) {
-        LogLine(e_LogError, sourceFile, 550, "Request: call to LinxIpc::Notify failed: ", sent);
+        LogLine(logText::requestNotSent, sent);
         return sent;
     }
     if (replyType == 0) return 0;
-    const int received = Await(timeout, replyType, peer, reply);
-    if (received != 0) LogLine(e_LogError, sourceFile, 544, "Request: call to LinxIpc::Receive failed: ", received);
+    const int received = HandleArrivals(peer, timeout, replyType, reply);
+    if (received != 0) LogLine(logText::requestNotAnswered, received);
     return received;
 }
 
 int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                           IpcMessage* reply) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 577, "LinxIpc::AsyncRequest use of un-initialized object");
-        return -1;
-    }
+    if (linx == nullptr) return Refused(logText::asyncRequestUninitialized);
     const IpcMessage& inspected = reply != nullptr ? *reply : rxMessage;
     const int sent = Notify(destination, message, true);
     if (sent != 0 || replyType == 0) return sent;
@@ -531,8 +449,7 @@ int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, u
     unsigned start = DiffTime::CalcInitialTimeout(timeout);
     int received = Receive(timeout, 0, emptyString, reply);
     while (received == 0 && inspected.MsgType() != replyType) {
-        LogLine(e_LogRequest, sourceFile, 608,
-                "LinxIpc::AsyncRequest did not receive message waiting on, will go back and listen");
+        LogLine(logText::asyncRequestGoesOn);
         const int timeLeft = DiffTime::ReCalcTimeout(start);
         start = DiffTime::CalcInitialTimeout(timeLeft);
         received = Receive(timeLeft, 0, emptyString, reply);
@@ -541,24 +458,14 @@ int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, u
 }
 
 int LinxIpc::EnableTimer(int timeout, unsigned signalNumber) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 992, "LinxIpc::Attach use of un-initialized object");
-        return -1;
-    }
-    const auto milliseconds = static_cast<std::uint32_t>(timeout);
+    if (linx == nullptr) return Refused(logText::timerUninitialized);
+    LinxSignal* signal = nullptr;
     if (signalNumber != 0) {
-        LinxSignal* signal = linx_alloc(linx, numberSize, signalNumber);
-        if (signal == nullptr) {
-            LogLine(e_LogError, sourceFile, 1004, "LinxIpc::EnableTimer: ", SystemError{errno});
-            return errno;
-        }
-        timerRef = linx_request_tmo(linx, milliseconds, &signal);
-    } else {
-        timerRef = linx_request_tmo(linx, milliseconds, nullptr);
+        signal = linx_alloc(linx, numberSize, signalNumber);
+        if (signal == nullptr) return Failed(logText::timerNoSignal);
     }
-    if (timerRef != 0) return 0;
-    LogLine(e_LogError, sourceFile, 1015, "LinxIpc::EnableTimer: ", SystemError{errno});
-    return errno;
+    timerRef = linx_request_tmo(linx, static_cast<std::uint32_t>(timeout), signalNumber != 0 ? &signal : nullptr);
+    return timerRef != 0 ? 0 : Failed(logText::timerRefused);
 }
 
 int LinxIpc::DisableTimer() {
@@ -566,32 +473,19 @@ int LinxIpc::DisableTimer() {
 }
 
 int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
-    if (linx == nullptr) {
-        LogLine(e_LogError, sourceFile, 1134, "LinxIpc::Attach use of un-initialized object");
-        return -1;
-    }
-    if (message.Endpoint() != this) {
-        LogLine(e_LogError, sourceFile, 1139, "Signal must be sent from originating endpoint");
-        return -1;
-    }
+    if (linx == nullptr) return Refused(logText::relayUninitialized);
+    if (message.Endpoint() != this) return Refused(logText::relayForeignMessage);
+    const Destination to = Find(destination, true);
+    if (to.lookup == Lookup::notFound) return Refused(logText::relayUnresolved, destination);
+    if (to.lookup == Lookup::knownAbsent) return Refused(logText::relayAbsent);
+
     LinxSignal* signal = message.Sig();
-    HuntCache::iterator entry;
-    switch (Find(destination, true, entry)) {
-        case Lookup::found:
-            break;
-        case Lookup::unresolved:
-            LogLine(e_LogError, sourceFile, 1152, "LinxIpc::Notify: cannot resolve destination ", destination);
-            return -1;
-        case Lookup::negative:
-            LogLine(e_LogError, sourceFile, 1160, "Relay Illegal Spid");
-            return -1;
-    }
-    const bool failed = linx_send(linx, &signal, entry->second) == -1;
+    const bool failed = linx_send(linx, &signal, to.spid) == -1;
     const SystemError error{errno};
-    message.Deallocate();  // before the log can fail: LINX has taken the signal
+    message.Deallocate();  // LINX has taken the signal; first, as logging may throw
     if (failed) {
-        Forget(entry);
-        LogLine(e_LogSendFailure, sourceFile, 1169, "LinxIpc::Notify: send failed: ", error);
+        Forget(destination);
+        LogLine(logText::relayNotSent, error);
     }
-    return 0;
+    return 0;  // deliberate, and promised in the header: only the log tells that the send failed
 }

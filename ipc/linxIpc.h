@@ -14,8 +14,8 @@
 
 class LinxIpc;
 
-/// A message to send or to receive into: a type, the name of its sender and a payload on the heap that it owns. It
-/// belongs to one thread at a time. Nothing here logs, and nothing throws but `SetSender`.
+/// A message to send or to receive into: a type, the name of its sender, and a payload in a heap buffer of its own. A
+/// message belongs to one thread at a time. Nothing here logs, and nothing throws except `SetSender`.
 class LINXIPC_API IpcMessage {
 public:
     /// An empty message of type 0, without a sender.
@@ -27,16 +27,16 @@ public:
     virtual ~IpcMessage();
 
     /// Prepares the message to hold `size` payload bytes of type `msgType`, copied from `source` unless that is null;
-    /// without a source the bytes are left as they are. A buffer that is large enough is used again. Filling starts
-    /// anew. Returns 0; EMSGSIZE when `size` exceeds 65532; ENOMEM. On failure the length is 0; the type is taken
-    /// over in any case.
+    /// without a source the bytes are left as they are. A buffer that is large enough is reused. The next `Fill`
+    /// starts at the beginning. Returns 0; EMSGSIZE when `size` exceeds 65532; ENOMEM. On failure the length is 0;
+    /// the type is set in any case.
     virtual int Allocate(unsigned msgType, unsigned size, char* source);
 
-    /// Appends `count` bytes from `src`. Returns 0, or ENOMEM when they would run past the length that was asked for
-    /// in the last `Allocate`; nothing is written then.
+    /// Appends `count` bytes from `src`. Returns 0, or ENOMEM when they would run past the length given to the last
+    /// `Allocate`; then nothing is written.
     virtual int Fill(const char* src, unsigned count);
 
-    /// The payload, null when there is none. It stays the message's and may be written up to `Length()` bytes; the
+    /// The payload, null when there is none. It belongs to the message and may be written up to `Length()` bytes; the
     /// next `Allocate` may move it.
     virtual char* DataPtr();
 
@@ -46,12 +46,12 @@ public:
     /// The message type, which is the number of the signal that carries the message.
     unsigned MsgType() const { return type; }
 
-    /// The name of the endpoint that sent the message; empty in a message that was not received. The reference lives
-    /// as long as the message, the text until the message is received into again.
+    /// The name of the endpoint that sent the message; empty in a message that was not received. The reference is
+    /// valid as long as the message; the text changes when the message is received into again.
     const std::string& GetSender() const { return sender; }
 
-    /// Names the sender. The receiving endpoint does so; sending ignores it. Throws `std::bad_alloc` when there is no
-    /// memory for the name, and keeps the one before.
+    /// Sets the sender's name. The receiving endpoint does so; sending ignores it. Throws `std::bad_alloc` when there
+    /// is no memory for the name, and keeps the previous one.
     void SetSender(const std::string& name) { sender = name; }
 
 protected:
@@ -66,9 +66,9 @@ private:
     int Enlarge(unsigned size);
 };
 
-/// A message whose payload lies in a LINX signal, so that a received signal is passed on without a copy. It belongs
-/// to the thread of the endpoint that owns it, and must not outlive that endpoint. Nothing here logs, and nothing
-/// throws but `SetSender`.
+/// A message whose payload lies in a LINX signal, so that a received signal can be passed on without a copy. It
+/// belongs to the thread of the endpoint that owns it, and must not outlive that endpoint. Nothing here logs, and
+/// nothing throws except `SetSender`.
 class LINXIPC_API RelayMessage : public IpcMessage {
 public:
     /// An empty message whose signals belong to the handle of `endpoint`.
@@ -77,26 +77,26 @@ public:
     /// Frees the signal that is still held, as long as the endpoint has its handle.
     ~RelayMessage() override;
 
-    /// Holds the signal `buffer` (number word first, then `size` payload bytes), which becomes the message's; nothing
-    /// is copied and the number word is not written. A null `buffer` asks for a new signal with the number `msgType`.
-    /// A signal held before is freed, unless `size` is 0: then it is let go of. Returns 0, or 1 when LINX has no
-    /// signal to give.
+    /// Takes over the signal `buffer` (number word first, then `size` payload bytes); nothing is copied, and the
+    /// number word is not written. A null `buffer` asks LINX for a new signal with the number `msgType`. A signal
+    /// held before is freed, unless `size` is 0: then the message forgets it, and it stays allocated until the
+    /// endpoint closes. Returns 0, or 1 when LINX has no signal to give.
     int Allocate(unsigned msgType, unsigned size, char* buffer) override;
 
     /// As in `IpcMessage`; ENOMEM also when no signal is held.
     int Fill(const char* src, unsigned count) override;
 
-    /// Forgets the signal without freeing it, once LINX has taken it over. Type and length stay.
+    /// Forgets the signal without freeing it, once LINX has taken it over. Type and length keep their values.
     void Deallocate();
 
     /// The endpoint that owns the signals of this message.
     LinxIpc* Endpoint() const { return owner; }
 
-    /// The signal, null when none is held. It stays the message's.
+    /// The signal, null when none is held. It belongs to the message.
     LinxSignal* Sig() const { return signal; }
 
-    /// Writes the number word of the held signal, if there is one: the type under which it is relayed. `MsgType()`
-    /// goes on giving the type of the last `Allocate`.
+    /// Sets the number of the held signal, if there is one: the type under which it is relayed. `MsgType()` still
+    /// returns the type given to the last `Allocate`.
     void SetType(unsigned number);
 
 private:
@@ -105,44 +105,45 @@ private:
     std::uint32_t signalSize = 0;
 };
 
-/// A handler and what it is called with. The user data is not owned.
+/// A handler and the user data that it is called with, which is not owned.
 struct Callback {
     void (*function)(LinxIpc* endpoint, void* userData) = nullptr;
     void* userData = nullptr;
 };
 
-/// A LINX endpoint: sends messages to endpoints by name, receives and dispatches those that arrive.
+/// A LINX endpoint: sends messages to endpoints by name, and receives and dispatches those that arrive.
 ///
 /// Threads: an endpoint and its messages belong to one thread. Nothing is locked and no thread is started. Different
-/// endpoints may be used by different threads at once.
+/// threads may use different endpoints at once.
 ///
 /// Handlers run inside `Receive`, `Request` and `AsyncRequest`. They may send, receive, register and deregister on
-/// their endpoint, but must not destroy it: the call that they run in goes on using it.
+/// their endpoint, but must not destroy it: the call that runs them still needs it.
 ///
 /// Results: 0 success; -1 when the endpoint cannot serve the call; otherwise an errno value. Failures are logged.
 ///
-/// Exceptions: what a handler throws passes through the call that runs it, and so does the `std::bad_alloc` of any
-/// call that memory runs out in. The endpoint can be used on: nothing is leaked, and nothing half remembered. The
-/// signal at hand is freed, but that of a relay handler, which stays in `relayMessage`.
+/// Exceptions: what a handler throws passes through the call that runs it, and so does `std::bad_alloc` when any call
+/// runs out of memory. The endpoint remains usable: nothing is leaked, and nothing is half remembered. The signal at
+/// hand is freed, except that of a relay handler, which stays in `relayMessage`.
 ///
-/// Names that are passed by reference may be the endpoint's own (that of `MessageOriginator`, for example).
+/// A name that is passed by reference may be one of the endpoint's own, such as the one `MessageOriginator` returns.
 class LINXIPC_API LinxIpc : public FileDescriptor {
 private:
+    /// Deliberately set and never read: for code outside the library, part of the object's layout.
     [[maybe_unused]] int descriptorKind = 8;
     std::string name;
 
 public:
-    /// What a receive without a message of the caller's fills. A handler finds here what it was called for.
+    /// The message that a receive fills when its caller passes none: handlers find here what they were called for.
     IpcMessage rxMessage;
 
-    /// What a relay handler was called for. A signal that the handler does not pass on stays here and is freed when
-    /// the next one with a payload takes its place, at the latest with the handle.
+    /// The message that a relay handler was called for. A signal that the handler does not pass on stays here. It is
+    /// freed when the next one with a payload takes its place, at the latest with the handle.
     RelayMessage relayMessage;
 
     /// Stands for no particular peer.
     static const std::string emptyString;
 
-    /// An endpoint that will be called `endpointName`. Nothing is opened before `Init`; handlers may be registered.
+    /// An endpoint with the name `endpointName`. Nothing is opened before `Init`, but handlers may be registered.
     explicit LinxIpc(const std::string& endpointName);
 
     /// The same; a null pointer throws the `std::logic_error` of `std::string`.
@@ -154,30 +155,31 @@ public:
     /// Closes the handle, then the descriptor.
     ~LinxIpc() override;
 
-    /// The constructors' common end: takes the name, and starts without handle, cached spids, handlers and default
-    /// handler. It closes nothing, and leaves relay handlers and everything else: not for an endpoint in use.
+    /// What both constructors do last: sets the name, and forgets handle, hunted names, handlers and default handler.
+    /// It closes nothing, and leaves relay handlers and everything else as they are, so it is not for an endpoint in
+    /// use.
     void CommonInit(const std::string& endpointName);
 
-    /// Opens the endpoint under its name; `Descriptor()` is then readable while a signal waits. Returns 0; -1 when it
-    /// is open already; the errno of `linx_open`, after which `Init` may be tried again.
+    /// Opens the endpoint under its name; `Descriptor()` is then readable while a signal is waiting. Returns 0; -1
+    /// when it is already open; the errno of `linx_open`, after which `Init` may be tried again.
     int Init();
 
-    /// The LINX handle, null before `Init`. It stays the endpoint's.
+    /// The LINX handle, null before `Init`. It belongs to the endpoint.
     LINX* Linx() const { return linx; }
 
-    /// Not supported: logs and returns 1, as do the other two operations on plain descriptors.
+    /// These three operations on plain descriptors are not supported: each logs that and returns 1.
     int Send(const void* bytes, unsigned size, unsigned& sent) override;
     int Receive(void* bytes, unsigned size, unsigned& received) override;
     int Blocking(bool on) override;
 
-    /// Has `function` called with `userData` for every dispatched signal of the number `type`, instead of any earlier
-    /// handler of that number. The function must not be null.
+    /// Has `function` called with `userData` for every dispatched signal of the number `type`, in place of any
+    /// earlier handler of that number. The function must not be null.
     void RegisterHandler(unsigned type, void (*function)(LinxIpc*, void*), void* userData);
 
-    /// The same for signals that are handed over whole, in `relayMessage`. A relay handler gets every signal of its
-    /// number that is received (hunt signals have no handlers), before anything else is looked at: also the reply
-    /// that a `Request` awaits, a shutdown request, the notice of a death and `e_WaitGoesOnSignal`. The receive then
-    /// returns 0, and the message that it was to fill is as it was before, but for the sender.
+    /// The same for signals that are handed over whole, in `relayMessage`. A relay handler gets every received signal
+    /// of its number (hunt signals have no handlers) before anything else is decided about it: even the reply that a
+    /// `Request` awaits, a shutdown request, the notice of a death and `e_WaitGoesOnSignal`. The receive then returns
+    /// 0, and the message that it was to fill is unchanged except for the sender.
     void RegisterRelayHandler(unsigned type, void (*function)(LinxIpc*, void*), void* userData);
 
     /// The handler of shutdown requests, `e_ShutdownSignal`.
@@ -187,7 +189,7 @@ public:
     /// `e_Process`.
     void RegisterProcessDied(void (*function)(LinxIpc*, void*), void* userData);
 
-    /// The handler of signals that have none. Without it these are dropped, and nothing says so.
+    /// The handler of signals that have none of their own. Without it these are dropped silently.
     void RegisterDefault(void (*function)(LinxIpc*, void*), void* userData);
 
     /// Removes the relay handler and the handler of `type`, where there are any.
@@ -196,40 +198,42 @@ public:
     void DeregisterProcessDied();
     void DeregisterDefault();
 
-    /// Receives one message and waits for it up to `timeout` milliseconds, without limit when that is negative.
+    /// Receives one message. Waits for it up to `timeout` milliseconds, or without limit when that is negative.
     ///
-    /// With `type` 0 any signal is taken and dispatched: to its relay handler, else copied and given to its handler,
-    /// else to the default handler. Otherwise the signals of that number are taken, from whomever, and not
-    /// dispatched, besides shutdown requests, which are, and notices that a process died, which are not. All others
-    /// stay queued.
+    /// With `type` 0 any signal is taken and dispatched: handed to its relay handler, or else copied and given to its
+    /// handler, or else to the default handler. Otherwise only three kinds of signals are taken, from any sender:
+    /// those of the number `type` and notices that a process died, which are not dispatched, and shutdown requests,
+    /// which are. All others stay queued.
     ///
-    /// Some signals (ipc/ReservedSignal.h) mean something themselves, unless a relay handler takes them:
-    /// - `e_ShutdownSignal` ends the call with ESHUTDOWN, after its handler.
+    /// Some signals (ipc/ReservedSignal.h) have a meaning of their own, unless a relay handler takes them:
+    /// - `e_ShutdownSignal` ends the call with ESHUTDOWN, after its handler has run.
     /// - `e_ProcessDiedSignal` ends it with EHOSTUNREACH when the directory's name for the process is `from`, the
-    ///   awaited peer (`emptyString` for none). Otherwise the wait goes on. Nothing else tells of the peer's death
-    ///   here: one that is not in the directory is awaited in vain, and the notice that `Attach` asked for is a
+    ///   awaited peer (`emptyString` for none). Otherwise the wait goes on. Nothing else here tells of the peer's
+    ///   death: a peer that is not in the directory is awaited in vain, and the notice that `Attach` asked for is a
     ///   signal like any other.
-    /// - `e_WaitGoesOnSignal` never ends it, whatever is awaited.
-    /// - `LINX_OS_HUNT_SIG`, the late answer to a search, has no handler, and ends it with 0 and an empty message,
-    ///   where it is taken: when `type` is 0 or that number.
+    /// - `e_WaitGoesOnSignal` never ends the call, whatever is awaited.
+    /// - `LINX_OS_HUNT_SIG`, the late answer to a search, is taken when `type` is 0 or that number. It has no handler
+    ///   and ends the call with 0 and an empty message. Its signal is not freed: it lives as long as the handle.
     ///
     /// The message is copied to `msg`, or to `rxMessage` when that is null. Returns 0; -1 before `Init`; ESHUTDOWN
     /// after a shutdown request; EHOSTUNREACH when the peer has died; ETIMEDOUT; the errno of the receive; the result
-    /// of `IpcMessage::Allocate` when the message could not be copied, although it was dispatched.
+    /// of `IpcMessage::Allocate` when the message could not be copied (it was dispatched all the same).
     int Receive(int timeout, unsigned type, const std::string& from, IpcMessage* msg);
 
     /// One turn of a main loop: receives and dispatches any signal, and pets the watchdog after a message or a quiet
-    /// time-out. Returns what the watchdog gave, or the result of the receive that kept it from being petted.
+    /// time-out. Returns the watchdog's result, or that of the receive when it had another end: then nothing is
+    /// petted.
     int Receive(Watchdog& watchdog, int timeout);
 
-    /// Finds the endpoint `destination` and remembers it; waits up to 100 ms. One that was not found is remembered as
-    /// absent: no call seeks it again or sends to it until the first signal from it is received, be it the late
-    /// answer to the search. Returns 0 when it was found now, else -1. One that is known stays as it is remembered.
-    /// `logErrors` switches the log lines about failures only.
+    /// Searches for the endpoint `destination`, for up to 100 ms, and remembers what it finds. An endpoint that was
+    /// not found is remembered as absent: no call searches for it again or sends to it until a signal from it has
+    /// been received, be it the late answer to the search. An endpoint that is known stays as it is remembered,
+    /// whatever the search finds. Returns 0 when the search was answered, else -1. `logErrors` only switches the log
+    /// lines about failures.
     int ResolveDestination(const std::string& destination, bool logErrors);
 
-    /// The sender of the message last received into `rxMessage`; `notHunted` becomes 0 when that name is among the
-    /// remembered ones, found or not, else 1. The reference holds until the next call on this endpoint.
+    /// The sender of the message last received into `rxMessage`. `notHunted` becomes 0 when that name is remembered,
+    /// be it as absent, and 1 when it is not. The reference is valid until the next call on this endpoint.
     const std::string& MessageOriginator(int& notHunted);
 
     /// Asks for a signal of the number `type`, without payload, from `peer` when it ends. Every call asks for one
@@ -237,83 +241,91 @@ public:
     /// `Init` or when the peer cannot be found; the errno of `linx_attach`. A null `peer` throws the
     /// `std::logic_error` of `std::string`.
     ///
-    /// One that has ended and opened again is supervised as it is remembered, which is as the one that has ended, and
-    /// the notice comes at once. Send it something first, which finds it anew, or receive something from it.
+    /// After a peer has ended and opened again, the endpoint still remembers the one that ended, and the notice comes
+    /// at once. Send the peer something first, or receive something from it: both make the endpoint remember the new
+    /// one.
     int Attach(const char* peer, unsigned type);
 
-    /// Sends `msg` to the endpoint `destination`. A failed send seeks the destination anew and is repeated, up to 32
-    /// attempts. Each search waits up to 100 ms. Returns 0, also when the last attempt failed, which only the log
-    /// tells; -1 before `Init` or when the destination cannot be found or is remembered as absent; the errno of
-    /// `linx_alloc`. `logErrors` switches the log lines about failed searches and sends only.
+    /// Sends `msg` to the endpoint `destination`. After a failed send the destination is searched for anew, for up to
+    /// 100 ms, and the send is repeated, up to 32 attempts in all. Returns 0, even when the last attempt failed,
+    /// which only the log tells; -1 before `Init`, or when the destination cannot be found or is remembered as
+    /// absent; the errno of `linx_alloc`. `logErrors` only switches the log lines about failed searches and sends.
     int Notify(const std::string& destination, IpcMessage& msg, bool logErrors);
 
     /// Sends `message` and waits up to `timeout` milliseconds (negative: without limit) for a signal of the number
-    /// `replyType`, from whomever, into `reply` or, when that is null, `rxMessage`. Everything else stays queued,
-    /// besides what `Receive` takes always; a notice that `destination` died ends the wait, as there. With
-    /// `replyType` 0 no reply is awaited. Returns 0, -1 before `Init`, or the result of the `Notify` or `Receive`
-    /// that failed.
+    /// `replyType`, from any sender, which it receives into `reply` or, when that is null, `rxMessage`. Everything
+    /// else stays queued except what `Receive` always takes; as there, a notice that `destination` died ends the
+    /// wait. With `replyType` 0 no reply is awaited. Returns 0, -1 before `Init`, or the result of the `Notify` or
+    /// `Receive` that failed.
     ///
-    /// A reply that comes after its `Request` has given up is taken for the answer to the next one with the same
-    /// `replyType`: a wrong value, with result 0. Where that may happen use a reply type of its own for each request,
+    /// A reply that arrives after its `Request` has given up is taken for the answer to the next one with the same
+    /// `replyType`: a wrong value, with result 0. Where that may happen, give each request a reply type of its own,
     /// or put a number into the request that the reply repeats, and receive again until the number is the right one.
     int Request(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                 IpcMessage* reply);
 
-    /// The same, but everything that arrives meanwhile, the reply included, is dispatched, and no death ends the
-    /// wait. What ends it is that the message, `reply` or `rxMessage`, has the type `replyType` when a signal was
-    /// handled. So it should have another type beforehand, for relay handlers leave it alone, and handlers should not
-    /// receive into it.
+    /// The same, but everything that arrives meanwhile is dispatched, the reply included, and no death ends the wait.
+    /// It ends when the message (`reply` or `rxMessage`) has the type `replyType` after a signal was handled. Relay
+    /// handlers leave the message alone, so it should have another type beforehand; and handlers should not receive
+    /// into it.
     int AsyncRequest(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                      IpcMessage* reply);
 
     /// Asks for a signal of the number `signalNumber` (0: LINX's own time-out signal), without payload, after
-    /// `timeout` milliseconds, which are counted without a sign: -1 is 49.7 days. Earlier time-outs stay pending.
-    /// Returns 0; -1 before `Init`; the errno of LINX.
+    /// `timeout` milliseconds, which are taken as unsigned: -1 is 49.7 days. Earlier time-outs stay pending. Returns
+    /// 0; -1 before `Init`; the errno of LINX.
     int EnableTimer(int timeout, unsigned signalNumber);
 
-    /// Takes back the time-out that was asked for last. Returns the result of `linx_cancel_tmo`.
+    /// Cancels the time-out that was asked for last, and no earlier one. Returns the result of `linx_cancel_tmo`.
     int DisableTimer();
 
-    /// Sends the signal in `message` on to `destination`, without a copy; it arrives from this endpoint. Waits up to
-    /// 100 ms when the destination is not known yet. Returns 0 when the signal has left the message, also when
-    /// sending failed, which only the log tells; -1 before `Init`, for another endpoint's message and when the
-    /// destination cannot be found: the message then keeps its signal.
+    /// Sends the signal in `message` on to `destination`, without a copy; its sender is then this endpoint. Waits up
+    /// to 100 ms when the destination is not known yet. Returns 0 when the signal has left the message, even when the
+    /// send failed, which only the log tells; -1 before `Init`, for another endpoint's message and when the
+    /// destination cannot be found: then the message keeps its signal.
     int Relay(RelayMessage& message, const std::string& destination);
 
 private:
     using HuntCache = std::map<std::string, unsigned>;
     class SignalWait;
-    enum class Lookup { found, unresolved, negative };
-    enum class Attempt { sent, failed, hopeless };
+    struct Arrival;
 
-    Lookup Find(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
-    Lookup FindOrHunt(const std::string& destination, bool logErrors, HuntCache::iterator& entry);
-    Attempt AttemptNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
-                          HuntCache::iterator& entry, int& result);
-    int RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors,
-                    HuntCache::iterator entry);
-    HuntCache::node_type Forget(HuntCache::iterator entry);
-    HuntCache::iterator Remember(const std::string& peer, LinxSpid spid);
-    int Await(int timeout, unsigned type, const std::string& peer, IpcMessage* msg);
-    int GoOn(SignalWait& wait, unsigned type, const std::string& peer, IpcMessage& message);
-    std::optional<int> TakeNext(SignalWait& wait, unsigned type, const std::string& peer, IpcMessage& message);
-    int AwaitPeer(int timeout, unsigned type, const std::string& from, IpcMessage* msg);
-    const std::string& NameOfSender(LinxSignal** signal);
+    /// What is known of a destination: where it is; that a hunt for it just now was in vain; that an earlier one was.
+    enum class Lookup { found, notFound, knownAbsent };
+    struct Destination {
+        Lookup lookup;
+        LinxSpid spid;
+    };
+
+    int HandleArrivals(const std::string& peer, int timeout, unsigned type, IpcMessage* msg);
+    int HandleArrivalsWithCopy(const std::string& from, int timeout, unsigned type, IpcMessage* msg);
+    Arrival Await(SignalWait& wait) const;
+    void NameSender(const Arrival& arrival, IpcMessage& message);
     const std::string& LearnSenderName(LinxSpid spid);
-    void Dispatch(unsigned number);
+    HuntCache::iterator Remember(const std::string& peer, LinxSpid spid);
+    int TakeHuntAnswer(Arrival& arrival, IpcMessage& message);
+    int HandToRelay(const Callback& handler, LinxSignal* signal, std::uint32_t size, const std::string& sender);
+    int CopyAndDispatch(const Arrival& arrival, unsigned type, IpcMessage& message);
 
-    HuntCache huntCache;  // 0 stands for a name that was hunted in vain
-    std::map<unsigned, std::string> senderNames;
+    Destination Find(const std::string& peer, bool logErrors);
+    Destination FindOrHunt(const std::string& peer, bool logErrors);
+    HuntCache::node_type Forget(const std::string& peer);
+
+    std::optional<int> TrySend(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors);
+    int RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors);
+
+    HuntCache huntCache;                          // 0 stands for a name that was hunted in vain
+    std::map<unsigned, std::string> senderNames;  // never changed once entered, "unknown" included
     LINX* linx = nullptr;
-    int attachFailed = 0;
-    LinxRef timerRef = 0;
+    int attachFailed = 0;  // whether the last `linx_attach` failed; nothing in the library reads it
+    LinxRef timerRef = 0;  // the time-out that was asked for last
     std::map<unsigned, Callback> handlers;
     std::map<unsigned, Callback> relayHandlers;
     Callback defaultHandler;
 
-    /// The entry of `huntCache` that was looked up last, or its end. It is always valid: whoever takes entries out
-    /// sets it to the end. Most messages go where the one before went, and it spares them the look-up, a quarter of
-    /// the instructions of a `Notify` and more where many names are known.
+    /// The entry of `huntCache` that was looked up last, or its end. Always valid: removing an entry sets it to the
+    /// end. Most messages go where the previous one went, and then need no look-up: that would be a quarter of the
+    /// instructions of a `Notify`, and more where many names are known.
     HuntCache::iterator lastDestination = huntCache.end();
 };
 

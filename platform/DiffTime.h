@@ -4,10 +4,10 @@
 
 #include "platform/export.h"
 
-/// Shares one time limit among several waits. Stateless: a stamp is all there is to keep. Any thread may use it.
+/// Shares one time limit among several waits. It keeps no state: the caller keeps a stamp. Any thread may use it.
 class LINXIPC_API DiffTime {
 public:
-    /// The stamp of a limit that ends `milliseconds` from now; a negative number never ends.
+    /// The stamp of a limit that runs out `milliseconds` from now; with a negative number it never does.
     static unsigned CalcInitialTimeout(int milliseconds);
 
     /// The milliseconds that `stamp` has left: 0 once it has run out, negative if it never does.

@@ -4,7 +4,7 @@
 
 #include "platform/export.h"
 
-/// Something that stands behind an operating-system descriptor, and owns it.
+/// The owner of a file descriptor.
 class LINXIPC_API FileDescriptor {
 public:
     /// Closes the descriptor when there is one.
@@ -16,10 +16,10 @@ public:
     /// Reads up to `size` bytes into `data`; the number read goes to `received`. 0 on success.
     virtual int Receive(void* data, unsigned size, unsigned& received) = 0;
 
-    /// Turns waiting on or off. 0 on success.
+    /// Turns blocking on or off. 0 on success.
     virtual int Blocking(bool on) = 0;
 
-    /// The descriptor, for a poll loop; -1 when there is none. It stays the object's: do not close it.
+    /// The descriptor, for a poll loop; -1 when there is none. It belongs to the object: do not close it.
     int Descriptor() const { return descriptor; }
 
 protected:

@@ -33,9 +33,9 @@ private:
 /// One line of the log while it is being written. A line belongs to one thread.
 class LINXIPC_API LogMsg {
 public:
-    /// Begins the line at `level`, one bit of the level mask, on behalf of `process`, and returns the stream that
-    /// takes its text. The stream lives as long as this object. Throws `std::bad_alloc` when there is no memory for
-    /// the line, which has not begun then.
+    /// Begins the line at `level`, one bit of the level mask, on behalf of `process`, and returns the stream for its
+    /// text, which is valid as long as this object. Throws `std::bad_alloc` when there is no memory for the line;
+    /// then no line has begun.
     std::ostream& Log(unsigned level, const std::string& process);
 
 protected:
@@ -48,8 +48,8 @@ protected:
     std::unique_ptr<Line> line;
 };
 
-/// A line of the system's log, one object a line: it is written when the object is destroyed, or dropped when there
-/// is no memory for that. `errno` is left alone.
+/// A line of the system's log, one object for each line. The line is written when the object is destroyed, or dropped
+/// when there is no memory for that. `errno` is left alone.
 class LINXIPC_API SysLogMsg : public LogMsg {
 public:
     SysLogMsg();

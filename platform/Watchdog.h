@@ -4,10 +4,10 @@
 
 #include "platform/export.h"
 
-/// The watchdog of this process: whoever supervises the process expects to hear from it at intervals.
+/// The watchdog of this process: its supervisor expects to hear from it at intervals.
 class LINXIPC_API Watchdog {
 public:
-    /// Tells the supervisor that the process is well. 0 on success, also where nobody asks for it.
+    /// Tells the supervisor that the process is well. Returns 0 on success, also when the process has no supervisor.
     int PetWatchdog();
 };
 

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: MIT */
-/* Marks what a shared library shows to its users; everything else is hidden. */
+/* Marks what a shared library exports; everything else is hidden. */
 #ifndef LINXIPC_PLATFORM_EXPORT_H
 #define LINXIPC_PLATFORM_EXPORT_H
 

@@ -1,33 +1,32 @@
 /* SPDX-License-Identifier: MIT */
 /*
- * The fifteen LINX operations: endpoints opened by name, signals sent to process identifiers (spids).
+ * The fifteen LINX operations: endpoints are opened by name, and signals are sent to process identifiers (spids).
  *
- * Threads: a handle belongs to one thread at a time; different handles may be used by different threads at once.
- * No operation starts a thread. None but the two receives waits for other endpoints; a process that is stopped while it
- * has the domain's lock delays linx_open, linx_close, a hunt for an absent name, and an allocation that has to lease
- * memory.
+ * Threads: a handle belongs to one thread at a time; different threads may use different handles at once. No operation
+ * starts a thread. Only the two receives wait for other endpoints. But a process that is stopped while it holds the
+ * domain's lock delays linx_open, linx_close, a hunt for an absent name, and an allocation that has to lease memory.
  *
  * Errors: an operation that fails returns -1, a null pointer or a 0 reference, and sets errno. Common to all:
  *   EINVAL  a handle, signal or name that is null, foreign, freed or made up; nothing is touched. Also a handle that
  *           another thread is using at that moment, as far as that is noticed
  *   ECHILD  after a fork the endpoint belongs to the other of the two processes; or this is a child that was made while
  *           a thread was inside an operation on it, or without fork handlers (_Fork, clone)
- *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left, where the operation needs some; allocating what has been
- *           leased, freeing, closing and taking back a time-out need none. ENFILE also when the user may watch no more
- *           descriptors (fs.epoll.max_user_watches)
- *   EACCES, EPERM, ELOOP, ENOTDIR, EROFS, EIO, ENOLCK  what the kernel says when it refuses the domain's files, though it
- *           gave them before: of an open, a hunt, an attach, a first send to somebody, and wherever a signal is allocated.
- *           It can be tried again
+ *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left for an operation that needs one; allocating from memory
+ *           that is leased already, freeing, closing and cancelling a time-out need none. ENFILE also when the user may
+ *           watch no more descriptors (fs.epoll.max_user_watches)
+ *   EACCES, EPERM, ELOOP, ENOTDIR, EROFS, EIO, ENOLCK  the kernel refuses the domain's files, though it gave them
+ *           before: of an open, a hunt, an attach, a first send to an endpoint, and of an allocation. The operation can
+ *           be tried again
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
- *   EACCES  the process has given up the rights with which it joined the domain, and would have to meet an endpoint that
- *           is new to it; or, being a child forked since then, to take the domain's lock
- *   ECONNABORTED  the endpoint counts as ended, because somebody garbled the domain's memory or removed its files: all
- *           that is left is to close it
+ *   EACCES  the process has given up the rights with which it joined the domain, and would have to connect to an
+ *           endpoint that is new to it; or, being a child forked since then, to take the domain's lock
+ *   ECONNABORTED  the endpoint counts as ended, because the domain's memory was garbled or its files were removed: it
+ *           can only be closed
  *
- * Signals: a signal is owned by the handle that allocated or received it until that handle sends it, frees it or
- * hands it over to linx_hunt, linx_attach or linx_request_tmo. Those four take a signal of the handle's own also
- * when they fail (it is then freed) and set the caller's pointer to null. A pointer that is not such a signal is
- * left alone, and so is what it points to.
+ * Signals: a signal is owned by the handle that allocated or received it until that handle sends it, frees it, or hands
+ * it over to linx_hunt, linx_attach or linx_request_tmo. Sending and those three take a signal of the handle even when
+ * they fail (it is then freed), and set the caller's pointer to null. A pointer that is not such a signal is left
+ * alone, and so is what it points to.
  */
 #ifndef LINXIPC_PLATFORM_LINX_H
 #define LINXIPC_PLATFORM_LINX_H
@@ -62,48 +61,50 @@ enum {
 /*
  * Opens an endpoint under `name` (1 to 255 bytes, copied). `options` and `argument` are reserved: 0 and null.
  * Returns the handle, to be given back with linx_close, or null:
- * EADDRINUSE a live endpoint holds the name; ENAMETOOLONG; EACCES, EPERM the domain is not ours to join or to make;
- * EPROTO the domain's arena is damaged or of another make; ENOMEM, also when the process may not make a file as large as
- * the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered) or lock as much (RLIMIT_MEMLOCK); ENOSPC no endpoint left
- * (who has died is looked for now and then, not each time), or no file where the domain lies; ENOENT, ENOTDIR, ELOOP,
- * EROFS, EDQUOT, EMLINK the domain's directory, or a file in it, cannot be made where LINX_DOMAIN says; EEXIST something
- * else lies there; EINVAL also when LINX_DOMAIN is neither a path nor a word. Nobody sees an endpoint that could not be
- * opened. The log tells which domain was meant.
+ * EADDRINUSE a live endpoint has the name; ENAMETOOLONG; EACCES, EPERM this process may not join or make the domain;
+ * EPROTO the domain's arena is damaged or of an incompatible version; ENOMEM, also when the process may not make a file
+ * as large as the domain's memory (RLIMIT_FSIZE; no SIGXFSZ is delivered) or lock as much (RLIMIT_MEMLOCK); ENOSPC the
+ * domain has no room for another endpoint (dead ones are looked for now and then, not each time), or no file can be made
+ * where it lies; ENOENT, ENOTDIR, ELOOP, EROFS, EDQUOT, EMLINK the domain's directory, or a file in it, cannot be made
+ * where LINX_DOMAIN says; EEXIST something else is there; EINVAL also when LINX_DOMAIN is neither a path nor a word. An
+ * endpoint that could not be opened is never visible to others. The log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
 /*
  * The descriptor to wait on in a poll loop: readable exactly while a receive that selects any signal would not
- * wait. It may be seen readable once without a signal; a receive with time-out 0 clears that. It is a duplicate that
- * belongs to the caller, who closes it when he likes; every call gives the same one. -1 with EMFILE when there is none.
+ * wait. It may be readable once without a signal; a receive with time-out 0 clears that. It is a duplicate that belongs
+ * to the caller, who may close it at any time; every call returns the same one. -1 with EMFILE when there is none.
  */
 LINXIPC_API int linx_get_descriptor(LINX *linx);
 
 /*
- * Ends the endpoint: its supervisors are told, its signals freed, its name may be opened again. 0 or -1. In a child that
- * has inherited the handle and not used it, only the child's copy ends.
+ * Ends the endpoint: its supervisors are told, its signals are freed, and its name may be opened again. 0 or -1. In a
+ * child that has inherited the handle and not used it, only the child's copy ends.
  */
 LINXIPC_API int linx_close(LINX *linx);
 
 /*
- * Asks for the endpoint `name`. The answer is a signal from the endpoint that was found: `*huntSignal`, taken over,
+ * Searches for the endpoint `name`. The answer is a signal from the endpoint that was found: `*huntSignal`, taken over,
  * or LINX_OS_HUNT_SIG when `huntSignal` or `*huntSignal` is null. A hunt for an absent name stays pending until an
- * endpoint opens under it. 0, or -1: ENAMETOOLONG, ENOMEM no room for the signal, ENOSPC too many pending hunts, the
- * endpoint's own (1024) or everybody's (4096; for those of the dead is looked now and then, not each time).
+ * endpoint opens under that name. 0, or -1: ENAMETOOLONG, ENOMEM no memory for the signal, ENOSPC too many pending
+ * hunts, of this endpoint (1024) or of the domain (4096; those of dead endpoints are looked for now and then, not each
+ * time).
  */
 LINXIPC_API int linx_hunt(LINX *linx, const char *name, LinxSignal **huntSignal);
 
 /*
- * Supervises `spid`: when it ends, `*notice`, taken over, arrives from it, after all that it had sent; at once if
- * it has ended already. Attaching twice gives two notices. Returns a reference, or 0: ESRCH no such spid ever.
+ * Supervises `spid`: when it ends, `*notice`, taken over, arrives from it, after everything that it had sent; at once
+ * if it has ended already. Attaching twice gives two notices. Returns a reference, or 0: ESRCH there never was such a
+ * spid.
  */
 LINXIPC_API LinxRef linx_attach(LINX *linx, LinxSignal **notice, LinxSpid spid);
 
 /*
  * Allocates a signal of `size` bytes (4, the number word, to 1 MiB) and writes `number` into it; the payload is not
  * cleared and starts 16-byte aligned. Null: EMSGSIZE too large, EINVAL too small, ENOMEM the pool is exhausted, or the
- * endpoint's share of it. When memory has run out that others keep, they are asked for it, for which this may wait up to
- * 3 milliseconds; now and then, not each time.
+ * endpoint's share of it. When memory has run out that other endpoints keep unused, this now and then asks them for it
+ * and waits up to 3 milliseconds for that.
  */
 LINXIPC_API LinxSignal *linx_alloc(LINX *linx, uint32_t size, uint32_t number);
 
@@ -112,7 +113,7 @@ LINXIPC_API int linx_free_buf(LINX *linx, LinxSignal **signal);
 
 /*
  * Sends the signal to `to`; ownership moves, nothing is copied, signals from one sender never overtake each other.
- * 0, or -1: ECONNRESET the peer has ended, ESRCH no such spid ever. The pointer becomes null either way.
+ * 0, or -1: ECONNRESET the peer has ended, ESRCH there never was such a spid. The pointer becomes null either way.
  */
 LINXIPC_API int linx_send(LINX *linx, LinxSignal **signal, LinxSpid to);
 
@@ -123,19 +124,19 @@ LINXIPC_API int linx_send(LINX *linx, LinxSignal **signal, LinxSpid to);
  */
 LINXIPC_API int linx_receive(LINX *linx, LinxSignal **signal, const uint32_t *selection);
 
-/* The same for at most `milliseconds`; 0 does not wait. A wait that runs out returns 0 with `*signal` null. */
+/* The same for at most `milliseconds`; 0 does not wait. A wait that times out returns 0 with `*signal` null. */
 LINXIPC_API int linx_receive_w_tmo(LINX *linx, LinxSignal **signal, uint32_t milliseconds, const uint32_t *selection);
 
-/* The spid that sent the signal (one's own for a time-out or a fresh signal), or 0 with errno. */
+/* The spid that sent the signal (the caller's own for a time-out or a newly allocated signal), or 0 with errno. */
 LINXIPC_API LinxSpid linx_sender(LINX *linx, LinxSignal **signal);
 
 /*
- * Gives the name of `spid` in `*name`, to be handed back with linx_free_name. The name of an ended endpoint is known
- * until its entry is used again, the oldest entry first. 0, or -1: ESRCH unknown spid, ENOMEM.
+ * Stores the name of `spid` in `*name`, to be given back with linx_free_name. The name of an endpoint that has ended is
+ * known until its entry is reused; the oldest entries are reused first. 0, or -1: ESRCH unknown spid, ENOMEM.
  */
 LINXIPC_API int linx_get_name(LINX *linx, LinxSpid spid, char **name);
 
-/* Hands back a name and sets the pointer to null. 0 or -1. */
+/* Gives back a name and sets the pointer to null. 0 or -1. */
 LINXIPC_API int linx_free_name(LINX *linx, char **name);
 
 /*
@@ -145,8 +146,8 @@ LINXIPC_API int linx_free_name(LINX *linx, char **name);
 LINXIPC_API LinxRef linx_request_tmo(LINX *linx, uint32_t milliseconds, LinxSignal **signal);
 
 /*
- * Takes a time-out back, also one that has fired and still waits to be received, frees its signal and sets the
- * reference to 0. 0, or -1 with EINVAL for a null or unknown reference.
+ * Cancels a time-out, even one that has fired and has not been received yet; frees its signal and sets the reference to
+ * 0. Returns 0, or -1 with EINVAL for a null or unknown reference.
  */
 LINXIPC_API int linx_cancel_tmo(LINX *linx, LinxRef *reference);
 

@@ -67,12 +67,8 @@ int make(int directory, Spid spid, unsigned mode) {
     const Name name(spid);
     if (mkfifoat(directory, name.text, mode) == -1) {
         if (errno != EEXIST) return -1;
-        // Left by an endpoint that died while it opened; or a directory, which stays.
-        if (!remove(directory, spid)) {
-            if (errno == EISDIR) errno = EEXIST;
-            return -1;
-        }
-        if (mkfifoat(directory, name.text, mode) == -1) return -1;
+        // Left by an endpoint that died while it opened; or a directory, which stays in the way.
+        if (!remove(directory, spid) || mkfifoat(directory, name.text, mode) == -1) return -1;
     }
     ScopedDescriptor descriptor(openPipe(directory, name.text, O_RDWR));
     const bool made = descriptor.get() != -1 && fchmod(descriptor.get(), mode) == 0 && reservePage(descriptor.get());
@@ -84,7 +80,7 @@ int open(int directory, Spid spid) {
 }
 
 bool remove(int directory, Spid spid) {
-    return unlinkat(directory, Name(spid).text, 0) == 0 || errno == ENOENT;
+    return unlinkat(directory, Name(spid).text, 0) == 0 || errno == ENOENT || errno == EISDIR;
 }
 
 int ring(int descriptor) {

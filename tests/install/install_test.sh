@@ -80,7 +80,7 @@ InstallsWhatAConsumerNeeds() {
     for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so "$LIBDIR"/pkgconfig/{linxipc,linxhost,linxipc-host}.pc \
         "$LIBDIR"/cmake/linxipc/linxipc{Config,ConfigVersion,Targets}.cmake share/doc/linxipc/LICENSE \
         include/linxipc/ipc/{linxIpc,LogLevel,ReservedSignal}.h \
-        include/linxipc/directory/{LinxServerNameList,e_Process}.h \
+        include/linxipc/directory/{LinxServerNameList,e_Process}.h include/linxipc/log/LogLevel.h \
         include/linxipc/platform/{linx,LogClient,DiffTime,Watchdog,FileDescriptor,export}.h \
         lib/python3/dist-packages/{linx.py,pytest_linx/__init__.py}; do
         [[ -e $prefix/$file ]] || fail "missing: $file"
@@ -89,7 +89,7 @@ InstallsWhatAConsumerNeeds() {
     (cd "$prefix/include/linxipc" && find . -name '*.h') | while read -r file; do
         "$CXX" -std=c++17 -fsyntax-only -x c++ -I"$prefix/include/linxipc" -include "$file" /dev/null
     done
-    [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 11 ]] || fail "other headers than the eleven public ones"
+    [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 12 ]] || fail "other headers than the twelve public ones"
 }
 
 PytestFindsThePluginAndTheLibrary() {

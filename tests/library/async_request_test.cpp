@@ -64,14 +64,14 @@ TEST_F(AsyncRequestTest, OtherMessagesAreDispatchedUntilTheReplyComes) {
     EXPECT_EQ(Described(endpoint.rxMessage), "1 from Peer ''");
 }
 
-TEST_F(AsyncRequestTest, WithoutAMessageTheReplyIsInTheEndpointsOwn) {
+TEST_F(AsyncRequestTest, WithoutAReplyMessageTheReplyIsInRxMessage) {
     platform.Arrive(7, 301);
     platform.Arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 0);
     EXPECT_EQ(Described(endpoint.rxMessage), "400 from Peer 'abcd'");
 }
 
-TEST_F(AsyncRequestTest, WithoutALimitItWaitsWithoutLimit) {
+TEST_F(AsyncRequestTest, ANegativeTimeOutMeansNoLimit) {
     platform.Arrive(7, 301);
     platform.Arrive(7, 400);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 0);
@@ -88,7 +88,7 @@ TEST_F(AsyncRequestTest, ReplyType0AwaitsNothing) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)"));
 }
 
-TEST_F(AsyncRequestTest, AFailedSendIsReturnedWithoutALineOfItsOwn) {
+TEST_F(AsyncRequestTest, AFailedSendIsReturnedWithoutALogLineOfItsOwn) {
     platform.Fail("linx_alloc", {ENOMEM});
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 12);
     EXPECT_THAT(platform.Calls(),
@@ -100,7 +100,7 @@ TEST_F(AsyncRequestTest, AnAbsentDestinationIsLoggedByTheSend) {
     EXPECT_EQ(platform.Calls().back(), "log 2 linxIpc:438 Notify: cannot resolve destination Absent");
 }
 
-TEST_F(AsyncRequestTest, LaterReceivesGetTheTimeLeftUntilItIsUp) {
+TEST_F(AsyncRequestTest, LaterReceivesGetOnlyTheTimeLeft) {
     platform.Arrive(7, 301);
     platform.timesLeft = {5, 3};
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 110);
@@ -112,7 +112,7 @@ TEST_F(AsyncRequestTest, LaterReceivesGetTheTimeLeftUntilItIsUp) {
                             "linx_receive_w_tmo(3, {0, 0, 0, 0})"));
 }
 
-TEST_F(AsyncRequestTest, AShutdownRequestEndsTheWaitWithoutALineOfItsOwn) {
+TEST_F(AsyncRequestTest, AShutdownRequestEndsTheWaitWithoutALogLineOfItsOwn) {
     platform.Arrive(7, 1280);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 108);
     EXPECT_EQ(platform.Calls().back(), "log 512 linxIpc:802 Receive: Shutdown Requested");
@@ -135,7 +135,7 @@ TEST_F(AsyncRequestTest, AnyReceiveErrorEndsTheWait) {
     EXPECT_EQ(platform.Calls().back(), "log 2 linxIpc:700 Receive: error 22");
 }
 
-TEST_F(AsyncRequestTest, AMessageThatHasTheAwaitedTypeBeforehandEndsTheWaitWithARelayedSignal) {
+TEST_F(AsyncRequestTest, AMessageThatAlreadyHasTheReplyTypeEndsTheWaitAtARelayedSignal) {
     endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
     reply.Allocate(400, 6, std::string("before").data());
     platform.Arrive(7, 300, "abcd");
@@ -151,7 +151,7 @@ TEST_F(AsyncRequestTest, AHandlerThatReceivesIntoTheMessageHidesTheReply) {
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, nullptr), 110);
 }
 
-TEST_F(AsyncRequestTest, AnAwaitedTypeThatIsRelayedLeavesTheWaitToGoOn) {
+TEST_F(AsyncRequestTest, ARelayedReplyDoesNotEndTheWait) {
     endpoint.RegisterRelayHandler(400, NoteRelay, Named("relay"));
     platform.Arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, &reply), 110);

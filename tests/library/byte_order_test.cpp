@@ -13,7 +13,7 @@ using linxtest::bytesFrom;
 using linxtest::bytesOf;
 using linxtest::written;
 
-/// What the library leaves in the signals that it writes, and what it reads from those that others wrote.
+/// The bytes of the signals that the library writes, and what it reads from the bytes of others.
 class ByteOrderTest : public EndpointTest {
 protected:
     ByteOrderTest() { platform.Answers("Peer", {7}); }
@@ -25,7 +25,7 @@ protected:
         return bytesOf(platform.sent.back().bytes);
     }
 
-    /// A signal of these bytes, number word included, arrives.
+    /// Lets a signal arrive that consists of these bytes, number word included.
     void Arrive(const std::string& bytes) {
         const std::string signal = bytesFrom(bytes);
         std::uint32_t number = 0;

@@ -9,7 +9,7 @@ namespace {
 
 class DestinationTest : public EndpointTest {
 protected:
-    /// The spid that a message to `name` goes to; 0 when it is not sent at once.
+    /// The spid that a message to `name` is sent to without a hunt; 0 when there is none.
     LinxSpid CachedSpid(const std::string& name) {
         platform.Calls();
         platform.sent.clear();
@@ -25,7 +25,7 @@ protected:
     const std::string calling = "log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = ";
 };
 
-TEST_F(DestinationTest, WithoutInitItIsRefusedAndLoggedInAnyCase) {
+TEST_F(DestinationTest, WithoutInitItIsRefusedAndAlwaysLogged) {
     EXPECT_EQ(unopened.ResolveDestination("Peer", true), -1);
     EXPECT_EQ(unopened.ResolveDestination("Peer", false), -1);
     EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object",
@@ -88,7 +88,7 @@ TEST_F(DestinationTest, NamesThatDifferInOneLetterAreTwoDestinationsAndTwoSender
     }
 }
 
-TEST_F(DestinationTest, AHuntInVainIsRememberedAndNotRepeated) {
+TEST_F(DestinationTest, AnUnansweredHuntIsRememberedAndNotRepeated) {
     EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
     EXPECT_THAT(platform.Calls(),
                 ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})",
@@ -98,7 +98,7 @@ TEST_F(DestinationTest, AHuntInVainIsRememberedAndNotRepeated) {
     EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:935 LinxIpc::ResolveDestination: unresolved"));
 }
 
-TEST_F(DestinationTest, AHuntInVainIsRememberedWithoutErrorLinesToo) {
+TEST_F(DestinationTest, AnUnansweredHuntIsRememberedEvenWithoutErrorLines) {
     EXPECT_EQ(endpoint.ResolveDestination("Absent", false), -1);
     EXPECT_THAT(platform.Calls(),
                 ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})"));
@@ -117,7 +117,7 @@ TEST_F(DestinationTest, AKnownNameIsHuntedAgainButKeepsItsSpid) {
     EXPECT_EQ(CachedSpid("Peer"), 7u);
 }
 
-TEST_F(DestinationTest, AKnownNameThatIsHuntedInVainKeepsItsSpid) {
+TEST_F(DestinationTest, AKnownNameWhoseHuntIsNotAnsweredKeepsItsSpid) {
     platform.Answers("Peer", {7});
     endpoint.ResolveDestination("Peer", true);
     platform.Answers("Peer", {});
@@ -176,7 +176,7 @@ TEST_F(DestinationTest, ALateAnswerEndsUpInReceive) {
     EXPECT_EQ(CachedSpid("Late"), 7u) << "naming the sender of the answer has made the name known";
 }
 
-TEST_F(DestinationTest, TheAbsentStaysAbsentUntilASignalFromItIsReceived) {
+TEST_F(DestinationTest, AnAbsentDestinationStaysAbsentUntilASignalFromItIsReceived) {
     platform.Knows(7, "Late");
     EXPECT_EQ(endpoint.ResolveDestination("Late", false), -1);
     platform.Answers("Late", {7});
@@ -199,19 +199,19 @@ protected:
     int notHunted = 77;
 };
 
-TEST_F(MessageOriginatorTest, BeforeAnyMessageItIsNobody) {
+TEST_F(MessageOriginatorTest, BeforeAnyMessageTheOriginatorIsTheEmptyName) {
     EXPECT_EQ(endpoint.MessageOriginator(notHunted), "");
     EXPECT_EQ(notHunted, 1);
     EXPECT_EQ(&endpoint.MessageOriginator(notHunted), &endpoint.rxMessage.GetSender());
 }
 
-TEST_F(MessageOriginatorTest, BeforeAnyMessageNobodyMayBeKnown) {
+TEST_F(MessageOriginatorTest, BeforeAnyMessageTheEmptyNameMayBeAKnownOne) {
     endpoint.ResolveDestination("", true);
     EXPECT_EQ(endpoint.MessageOriginator(notHunted), "");
     EXPECT_EQ(notHunted, 0);
 }
 
-TEST_F(MessageOriginatorTest, ASenderThatIsKnownIsGivenFromTheCache) {
+TEST_F(MessageOriginatorTest, AKnownSenderIsReturnedFromTheCache) {
     platform.Knows(7, "Peer");
     platform.Arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
@@ -223,14 +223,14 @@ TEST_F(MessageOriginatorTest, ASenderThatIsKnownIsGivenFromTheCache) {
     EXPECT_EQ(originator, "Peer");
 }
 
-TEST_F(MessageOriginatorTest, ASenderHuntedInVainCountsAsHunted) {
+TEST_F(MessageOriginatorTest, ASenderRememberedAsAbsentCountsAsHunted) {
     endpoint.ResolveDestination("Absent", true);
     endpoint.rxMessage.SetSender("Absent");
     EXPECT_EQ(endpoint.MessageOriginator(notHunted), "Absent");
     EXPECT_EQ(notHunted, 0);
 }
 
-TEST_F(MessageOriginatorTest, ASenderThatIsNotKnownIsGivenFromTheMessage) {
+TEST_F(MessageOriginatorTest, AnUnknownSenderIsReturnedFromTheMessage) {
     endpoint.rxMessage.SetSender("Stranger");
     const std::string& originator = endpoint.MessageOriginator(notHunted);
     EXPECT_EQ(originator, "Stranger");
@@ -238,7 +238,7 @@ TEST_F(MessageOriginatorTest, ASenderThatIsNotKnownIsGivenFromTheMessage) {
     EXPECT_EQ(&originator, &endpoint.rxMessage.GetSender());
 }
 
-TEST_F(MessageOriginatorTest, ItIsAboutTheEndpointsOwnMessageOnly) {
+TEST_F(MessageOriginatorTest, ItIsOnlyAboutTheEndpointsOwnMessage) {
     IpcMessage message;
     platform.Knows(7, "Peer");
     platform.Arrive(7, 300);

@@ -1,5 +1,5 @@
-// Exceptions of the user's own code, and of the log, which pass through the library. What it was called for is freed,
-// and the endpoint goes on.
+// Exceptions that the user's own code and the log throw pass through the library. The signal at hand is freed, and
+// the endpoint remains usable.
 #include <algorithm>
 #include <cerrno>
 #include <functional>
@@ -23,7 +23,7 @@ void Throw(LinxIpc*, void*) {
     throw Refusal();
 }
 
-/// A handler that throws, and the call that it is reached by.
+/// A handler that throws, and the call that runs it.
 struct Thrower {
     const char* name;
     std::uint32_t number;
@@ -130,7 +130,7 @@ TEST_F(ExceptionsTest, ARelayHandlersSignalStaysInTheRelayMessageAndIsFreedByThe
                                               "relay: 300 from Other 'efgh'"));
 }
 
-TEST_F(ExceptionsTest, ARelayMessageIsNotTakenFromItsHandlerBeforeItsSenderIsKnown) {
+TEST_F(ExceptionsTest, TheHeldSignalIsNotReplacedBeforeTheNewSendersNameIsCopied) {
     platform.Knows(9, "a name that does not fit into a string itself");
     platform.Arrive(9, 301);
     endpoint.Receive(-1, 0, nobody, &message);
@@ -138,18 +138,18 @@ TEST_F(ExceptionsTest, ARelayMessageIsNotTakenFromItsHandlerBeforeItsSenderIsKno
     platform.Arrive(7, 300, "abcd");
     endpoint.Receive(-1, 0, nobody, nullptr);
     platform.Arrive(9, 300, "efgh");
-    newThatFails = 1;  // that of the copy of the name
+    newThatFails = 1;  // the copy of the name
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, &message), std::bad_alloc);
     EXPECT_EQ(Described(endpoint.relayMessage), "300 from Peer 'abcd'");
 }
 
-/// A message whose payload is not to be had.
+/// A message whose payload cannot be read.
 class Withheld : public IpcMessage {
 public:
     char* DataPtr() override { throw Refusal(); }
 };
 
-TEST_F(ExceptionsTest, ASignalForAPayloadThatThrowsIsFreed) {
+TEST_F(ExceptionsTest, ASignalIsFreedWhenThePayloadForItThrows) {
     Withheld withheld;
     EXPECT_THROW(endpoint.Notify("Peer", withheld, true), Refusal);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s3", "linx_free_buf(s3)"));
@@ -162,14 +162,14 @@ public:
     int Allocate(unsigned, unsigned, char*) override { throw Refusal(); }
 };
 
-TEST_F(ExceptionsTest, ASignalForAMessageThatThrowsIsFreed) {
+TEST_F(ExceptionsTest, ASignalIsFreedWhenTheMessageForItThrows) {
     Full full;
     platform.Arrive(7, 300, "abcd");
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, &full), Refusal);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_free_buf(s3)"));
 }
 
-TEST_F(ExceptionsTest, AFailedSendIsRememberedAlsoWhenItCannotBeLogged) {
+TEST_F(ExceptionsTest, AFailedSendForgetsTheDestinationEvenWhenItCannotBeLogged) {
     platform.Answers("Peer", {17});
     platform.Fail("linx_send", {ECONNRESET});
     newThatFails = 1;
@@ -181,7 +181,7 @@ TEST_F(ExceptionsTest, AFailedSendIsRememberedAlsoWhenItCannotBeLogged) {
     EXPECT_EQ(platform.sent.back().to, 17u);
 }
 
-TEST_F(ExceptionsTest, AFailedRelayIsRememberedAlsoWhenItCannotBeLogged) {
+TEST_F(ExceptionsTest, AFailedRelayForgetsTheDestinationEvenWhenItCannotBeLogged) {
     RelayMessage relay(&endpoint);
     relay.Allocate(300, 4, nullptr);
     platform.Answers("Peer", {17});

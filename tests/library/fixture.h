@@ -19,7 +19,7 @@ inline std::string Described(IpcMessage& message) {
     return std::to_string(message.MsgType()) + " from " + message.GetSender() + " '" + payload + "'";
 }
 
-/// A handler that notes its user data, a name, and the message in `rxMessage`.
+/// A handler that notes its user data, which is a name, and the message in `rxMessage`.
 inline void NoteMessage(LinxIpc* endpoint, void* userData) {
     recording::Platform::Instance().Note(std::string(static_cast<const char*>(userData)) + ": " +
                                          Described(endpoint->rxMessage));
@@ -31,7 +31,7 @@ inline void NoteRelay(LinxIpc* endpoint, void* userData) {
                                          Described(endpoint->relayMessage));
 }
 
-/// User data for handlers.
+/// A name as user data for handlers.
 inline void* Named(const char* name) {
     return const_cast<char*>(name);
 }
@@ -41,7 +41,7 @@ inline std::string Word(std::int32_t value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-/// Tests on a platform that has recorded nothing yet.
+/// Tests that begin with nothing recorded.
 class LibraryTest : public ::testing::Test {
 protected:
     LibraryTest() {
@@ -52,7 +52,7 @@ protected:
     recording::Platform& platform = recording::Platform::Instance();
 };
 
-/// Tests of an endpoint that is open; its opening is not among the calls.
+/// Tests of an open endpoint; the calls that opened it are not recorded.
 class EndpointTest : public LibraryTest {
 protected:
     EndpointTest() {

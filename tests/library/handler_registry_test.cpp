@@ -8,11 +8,11 @@ class HandlerRegistryTest : public EndpointTest {
 protected:
     HandlerRegistryTest() {
         platform.Knows(7, "Peer");
-        Receive(1);  // names the peer once and for all
+        Receive(1);  // so that the peer is known in all that follows
         platform.Calls();
     }
 
-    /// Receives a signal of this number; what the handlers noted.
+    /// Receives a signal of this number, and returns what the handlers noted.
     std::vector<std::string> Receive(std::uint32_t number) {
         platform.Calls();
         platform.Arrive(7, number, "data");
@@ -64,7 +64,7 @@ TEST_F(HandlerRegistryTest, TheSecondRelayRegistrationReplacesTheFirst) {
     EXPECT_THAT(Receive(300), IsEmpty());
 }
 
-TEST_F(HandlerRegistryTest, ARelayHandlerGoesBeforeAHandler) {
+TEST_F(HandlerRegistryTest, ARelayHandlerTakesPrecedenceOverAHandler) {
     endpoint.RegisterHandler(300, NoteMessage, Named("plain"));
     endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
     EXPECT_THAT(Receive(300), ElementsAre("relay: 300 from Peer 'data'"));
@@ -85,7 +85,7 @@ TEST_F(HandlerRegistryTest, DeregisteringAnUnknownNumberDoesNothing) {
     EXPECT_THAT(Receive(300), ElementsAre("plain: 300 from Peer 'data'"));
 }
 
-TEST_F(HandlerRegistryTest, TheDefaultHandlerTakesWhatHasNone) {
+TEST_F(HandlerRegistryTest, TheDefaultHandlerGetsSignalsWithoutAHandler) {
     endpoint.RegisterHandler(300, NoteMessage, Named("plain"));
     endpoint.RegisterDefault(NoteMessage, Named("first default"));
     endpoint.RegisterDefault(NoteMessage, Named("default"));
@@ -97,7 +97,7 @@ TEST_F(HandlerRegistryTest, TheDefaultHandlerTakesWhatHasNone) {
     EXPECT_THAT(Receive(300), IsEmpty());
 }
 
-TEST_F(HandlerRegistryTest, ANullDefaultHandlerIsNone) {
+TEST_F(HandlerRegistryTest, ANullDefaultHandlerCountsAsNone) {
     endpoint.RegisterDefault(nullptr, Named("default"));
     EXPECT_THAT(Receive(300), IsEmpty());
 }

@@ -25,7 +25,7 @@ namespace {
 std::array<void*, 64> liveArrays{};
 thread_local std::array<unsigned, 256> objectsBySize{};
 
-/// Null, and errno says so, when there is no memory or none is to be had.
+/// Null, with errno set, when there is no memory or when a test wants none to be found.
 void* Find(std::size_t size) {
     if (!linxtest::newFails()) return std::malloc(size != 0 ? size : 1);
     errno = ENOMEM;

@@ -3,17 +3,17 @@
 
 #include <cstddef>
 
-/// The test program's own `close`, `strerror` and operators for arrays and objects take the place of the runtime's in
-/// the library too. `close` and `strerror` report to the recording platform; memory is counted here, and runs out
-/// where tests/support/failing_new.h is told so.
+/// The test program replaces `close`, `strerror` and the operators new and delete, in the library too. `close` and
+/// `strerror` report to the recording platform; memory is counted here, and runs out as told by
+/// tests/support/failing_new.h.
 namespace interposed {
 
 extern bool refusesArrays;  // the next non-throwing new[] yields null
 
-/// The buffers that non-throwing new[] gave and delete[] has not taken back.
+/// The number of buffers from non-throwing new[] that are not deleted yet.
 unsigned LiveArrays();
 
-/// How often this thread asked for an object of this size since the last time that it was asked.
+/// How many objects of this size this thread has allocated since the last call for the size.
 unsigned ObjectsMade(std::size_t size);
 
 }  // namespace interposed

@@ -25,7 +25,7 @@ TEST_F(IpcMessageTest, AllocateCopiesTheSource) {
     EXPECT_NE(message.DataPtr(), bytes);
 }
 
-TEST_F(IpcMessageTest, AllocateRestartsFillingAlsoAfterCopyingASource) {
+TEST_F(IpcMessageTest, AllocateRestartsFillingEvenAfterCopyingASource) {
     IpcMessage message;
     message.Allocate(300, 8, bytes);
     EXPECT_EQ(message.Fill("XY", 2), 0);
@@ -127,7 +127,7 @@ TEST_F(IpcMessageTest, AReusedBufferIsNotCleared) {
     EXPECT_EQ(Described(message), "301 from  'abcd'");
 }
 
-TEST_F(IpcMessageTest, ExhaustedMemoryLosesTheOldBuffer) {
+TEST_F(IpcMessageTest, WhenMemoryRunsOutTheOldBufferIsGone) {
     IpcMessage message;
     message.Allocate(300, 8, bytes);
     message.Fill("XY", 2);
@@ -161,7 +161,7 @@ TEST_F(IpcMessageTest, AnOverlongFillWritesNothingAndKeepsThePosition) {
     EXPECT_EQ(Described(message), "300 from  'XYZd'");
 }
 
-TEST_F(IpcMessageTest, FillIsBoundByTheLengthNotByTheBuffer) {
+TEST_F(IpcMessageTest, FillIsLimitedByTheLengthNotByTheBuffer) {
     IpcMessage message;
     message.Allocate(300, 100, nullptr);
     message.Allocate(300, 4, nullptr);
@@ -196,7 +196,7 @@ TEST_F(IpcMessageTest, ThePayloadMayBeWrittenInPlace) {
     EXPECT_EQ(Described(message), "300 from  'pq'");
 }
 
-TEST_F(IpcMessageTest, TheSenderIsCopiedAndHandedOutByReference) {
+TEST_F(IpcMessageTest, TheSenderIsCopiedAndReturnedByReference) {
     IpcMessage message;
     const std::string& sender = message.GetSender();
     std::string name = "Peer";

@@ -64,7 +64,7 @@ TEST_F(LifecycleTest, DescriptorZeroIsClosedLikeAnyOther) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_close", "close(0)"));
 }
 
-TEST_F(LifecycleTest, AHandleWithoutDescriptorIsClosedAlone) {
+TEST_F(LifecycleTest, WithoutADescriptorOnlyTheHandleIsClosed) {
     platform.descriptor = -1;
     EXPECT_EQ(endpoint->Init(), 0);
     platform.Calls();
@@ -83,7 +83,7 @@ TEST_F(LifecycleTest, ASecondInitIsRefusedAndChangesNothing) {
     EXPECT_EQ(endpoint->Descriptor(), 4711);
 }
 
-TEST_F(LifecycleTest, AFailedOpenIsLoggedReturnedAndMayBeRepeated) {
+TEST_F(LifecycleTest, AFailedOpenIsLoggedAndReturnedAndMayBeTriedAgain) {
     platform.Fail("linx_open", {EADDRINUSE});
     EXPECT_EQ(endpoint->Init(), 98);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_open(\"Self\", 0, null)",
@@ -103,7 +103,7 @@ TEST_F(LifecycleTest, DestructionAfterAFailedOpenClosesNothing) {
     EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
-TEST_F(LifecycleTest, ASignalStillHeldForRelayGoesWithTheHandle) {
+TEST_F(LifecycleTest, ASignalStillHeldForRelayIsLeftToTheClosingOfTheHandle) {
     endpoint->Init();
     endpoint->relayMessage.Allocate(300, 4, nullptr);
     platform.Calls();

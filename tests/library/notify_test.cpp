@@ -19,7 +19,7 @@ protected:
         platform.Calls();
     }
 
-    /// What a hunt for `name` that is answered by the signal `answer` asks of the platform.
+    /// The calls of a hunt for `name` that is answered by the signal `answer`.
     static std::vector<std::string> Hunt(const std::string& name, const std::string& answer) {
         return {"log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = " + name,
                 "linx_hunt(\"" + name + "\", null)", "linx_receive_w_tmo(100, {1, 251})",
@@ -31,7 +31,7 @@ protected:
                 "linx_hunt(\"" + name + "\", null)", "linx_receive_w_tmo(100, {1, 251})"};
     }
 
-    /// The calls of several stretches, one after the other.
+    /// Several lists of calls, one after the other.
     static std::vector<std::string> Joined(std::initializer_list<std::vector<std::string>> stretches) {
         std::vector<std::string> all;
         for (const std::vector<std::string>& stretch : stretches)
@@ -42,7 +42,7 @@ protected:
     IpcMessage message;
 };
 
-TEST_F(NotifyTest, WithoutInitItIsRefusedAndLoggedInAnyCase) {
+TEST_F(NotifyTest, WithoutInitItIsRefusedAndAlwaysLogged) {
     EXPECT_EQ(unopened.Notify("Peer", message, true), -1);
     EXPECT_EQ(unopened.Notify("Peer", message, false), -1);
     EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:416 Notify: use of un-initialized object",
@@ -66,7 +66,7 @@ TEST_F(NotifyTest, AnUnknownPeerIsHuntedFirst) {
     EXPECT_EQ(platform.Calls(), Joined({Hunt("Peer", "s1"), {"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"}}));
 }
 
-TEST_F(NotifyTest, DestinationsMayTakeTurns) {
+TEST_F(NotifyTest, MessagesMayAlternateBetweenDestinations) {
     platform.Answers("Peer", {7});
     platform.Answers("Pier", {8});
     for (const char* destination : {"Peer", "Pier", "Peer", "Peer", "Absent", "Pier", "Absent"}) {
@@ -77,7 +77,7 @@ TEST_F(NotifyTest, DestinationsMayTakeTurns) {
     EXPECT_THAT(spids, ElementsAre(7u, 8u, 7u, 7u, 8u));
 }
 
-TEST_F(NotifyTest, TheNextMessageGoesToTheSpidThatWasSeenMeanwhile) {
+TEST_F(NotifyTest, TheNextMessageGoesToTheSpidLearnedMeanwhile) {
     KnowPeer();
     endpoint.Notify("Peer", message, true);
     platform.Knows(17, "Peer");
@@ -87,7 +87,7 @@ TEST_F(NotifyTest, TheNextMessageGoesToTheSpidThatWasSeenMeanwhile) {
     EXPECT_EQ(platform.sent.back().to, 17u);
 }
 
-TEST_F(NotifyTest, AnEmptyMessageIsItsNumberOnly) {
+TEST_F(NotifyTest, AnEmptyMessageConsistsOfItsNumber) {
     KnowPeer();
     IpcMessage empty;
     empty.Allocate(301, 0, nullptr);
@@ -97,7 +97,7 @@ TEST_F(NotifyTest, AnEmptyMessageIsItsNumberOnly) {
     EXPECT_EQ(platform.sent[0].payload, "");
 }
 
-TEST_F(NotifyTest, TheNumberIsWrittenWhateverTheSignalHeld) {
+TEST_F(NotifyTest, TheNumberIsWrittenWhateverTheSignalContains) {
     KnowPeer();
     platform.leavesNumbersOut = true;
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
@@ -168,7 +168,7 @@ TEST_F(NotifyTest, AFailedHuntIsLoggedAndTriedAgainNextTime) {
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
 }
 
-TEST_F(NotifyTest, ARefusedSignalIsLoggedAndReturnedInAnyCase) {
+TEST_F(NotifyTest, AFailedAllocationIsAlwaysLoggedAndReturned) {
     KnowPeer();
     platform.Fail("linx_alloc", {ENOMEM, EMSGSIZE});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 12);
@@ -200,7 +200,7 @@ TEST_F(NotifyTest, AFailedSendIsRepeatedToTheNewSpid) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s5", "linx_send(s5, 17)"));
 }
 
-/// A message that is longer each time that its payload is asked for.
+/// A message that grows whenever its payload is asked for.
 class Growing : public IpcMessage {
 public:
     char* DataPtr() override {
@@ -209,7 +209,7 @@ public:
     }
 };
 
-TEST_F(NotifyTest, TheSizeIsThatOfTheBeginningAtEveryAttempt) {
+TEST_F(NotifyTest, EveryAttemptHasTheSizeThatTheMessageHadAtFirst) {
     KnowPeer();
     platform.level = 4;
     platform.Answers("Peer", {17});
@@ -227,7 +227,7 @@ TEST_F(NotifyTest, TheSizeIsThatOfTheBeginningAtEveryAttempt) {
     EXPECT_EQ(platform.sent.back().payload, "xxxx");
 }
 
-TEST_F(NotifyTest, WithoutErrorLinesARepeatedSendLogsItsSuccessOnly) {
+TEST_F(NotifyTest, WithoutErrorLinesARepeatedSendLogsOnlyItsSuccess) {
     KnowPeer();
     platform.Answers("Peer", {17});
     platform.Fail("linx_send", {ECONNRESET});
@@ -238,7 +238,7 @@ TEST_F(NotifyTest, WithoutErrorLinesARepeatedSendLogsItsSuccessOnly) {
                                          "log 16 linxIpc:500 Notify: send successful after 1 retries"}}));
 }
 
-TEST_F(NotifyTest, APeerThatIsGoneIsRefusedAfterAHuntInVain) {
+TEST_F(NotifyTest, APeerThatIsGoneIsRefusedAfterAnUnansweredHunt) {
     KnowPeer();
     platform.Answers("Peer", {});
     platform.Fail("linx_send", {ECONNRESET});
@@ -255,7 +255,7 @@ TEST_F(NotifyTest, APeerThatIsGoneIsRefusedAfterAHuntInVain) {
     EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
 }
 
-TEST_F(NotifyTest, ARefusedSignalOnARetryKeepsWhatTheHuntFound) {
+TEST_F(NotifyTest, AFailedAllocationOnARetryKeepsWhatTheHuntFound) {
     KnowPeer();
     platform.Answers("Peer", {17});
     platform.Fail("linx_send", {ECONNRESET});
@@ -269,7 +269,7 @@ TEST_F(NotifyTest, ARefusedSignalOnARetryKeepsWhatTheHuntFound) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s4", "linx_send(s4, 17)"));
 }
 
-TEST_F(NotifyTest, ASendIsTried32TimesAndThenGivenUpWithZero) {
+TEST_F(NotifyTest, ASendThatFails32TimesIsGivenUpWithResultZero) {
     KnowPeer();
     platform.FailAlways("linx_send", ECONNRESET);
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
@@ -322,7 +322,7 @@ TEST_F(NotifyTest, The32ndAttemptMaySucceed) {
     EXPECT_EQ(platform.sent.size(), 32u);
 }
 
-TEST_F(NotifyTest, ASpidOfZeroThatAHuntGaveIsTakenAsItIs) {
+TEST_F(NotifyTest, ASpidOfZeroFromAHuntIsUsedAsItIs) {
     platform.Answers("Odd", {0});
     EXPECT_EQ(endpoint.Notify("Odd", message, true), 0);
     EXPECT_EQ(platform.Calls().back(), "linx_send(s2, 0)");

@@ -1,6 +1,6 @@
-// Memory that runs out at every place where a call asks for some. Either the call works nevertheless, or
-// std::bad_alloc passes through it. Nothing that LINX has handed out is lost then, no table is half done, and the
-// next call works as if nothing had been.
+// Each call is made again and again, and memory runs out at its first request for some, its second, and so on. Either
+// the call works nevertheless, or std::bad_alloc passes through it. Then nothing that LINX has handed out is lost, no
+// table is half updated, and the next call works as if nothing had happened.
 #include <cerrno>
 #include <functional>
 #include <new>
@@ -18,8 +18,8 @@ namespace {
 using linxtest::newThatFails;
 using recording::Platform;
 
-// Too long for a string without memory of its own.
-const std::string peer = "toVp0/tsAppReceiver";                  // spid 7, and one of the directory: 36
+// Names too long for a string to hold without allocating.
+const std::string peer = "toVp0/tsAppReceiver";                  // spid 7; number 36 in the directory
 const std::string other = "another peer, not in the directory";  // spid 8
 const std::string absent = "somebody who is not there";
 const std::string nobody;
@@ -52,11 +52,11 @@ struct Scene {
 
 void Nothing(Scene&) {}
 
-/// A call that memory runs out in.
+/// A call that is to run out of memory.
 struct Call {
     const char* name;
-    std::function<void(Scene&)> arrange;  // what was before
-    std::function<void(Scene&)> expect;   // what the call is to find, each time that it is made
+    std::function<void(Scene&)> arrange;  // what happens before
+    std::function<void(Scene&)> expect;   // what the call needs each time that it is made
     std::function<int(Scene&)> make;
     bool needsMemory = true;
 };
@@ -65,7 +65,7 @@ std::ostream& operator<<(std::ostream& stream, const Call& call) {
     return stream << call.name;
 }
 
-/// Handlers of the number that note what they were called for.
+/// Registers handlers of `number` that note what they were called for.
 void Handle(Scene& scene, unsigned number) {
     scene.endpoint.RegisterHandler(number, NoteMessage, Named("handler"));
 }
@@ -90,7 +90,7 @@ void FillRelay(Scene& scene) {
     scene.relay.Allocate(300, 4, nullptr);
 }
 
-/// The name of the peer as it stands in the endpoint's own table.
+/// The name of the peer, by reference to the endpoint's own table.
 const std::string& OwnName(Scene& scene) {
     int notHunted = 1;
     const std::string& name = scene.endpoint.MessageOriginator(notHunted);
@@ -274,7 +274,8 @@ const Call calls[] = {
 
 class OutOfMemoryTest : public LibraryTest, public ::testing::WithParamInterface<Call> {
 protected:
-    /// What an endpoint shows of its tables when it is used on: whom it knows, sends to, seeks, and asks LINX about.
+    /// Uses the endpoint on, and returns what that shows of its tables: which peers it knows, sends to, hunts for,
+    /// and asks LINX about.
     std::vector<std::string> UseOn(Scene& scene) {
         platform.ForgetWhatWasToCome();
         platform.Calls();
@@ -299,7 +300,7 @@ protected:
         return seen;
     }
 
-    /// All that LINX has handed out is given back, but for signals that a message holds.
+    /// Everything that LINX has handed out has been given back, except signals that a message holds.
     void ExpectNothingLost(Scene& scene) {
         std::set<std::string> held;
         for (const RelayMessage* message : {&scene.relay, &scene.endpoint.relayMessage}) {
@@ -363,7 +364,7 @@ INSTANTIATE_TEST_SUITE_P(Library, OutOfMemoryTest, ::testing::ValuesIn(calls),
 
 using OutOfMemory = LibraryTest;
 
-TEST_F(OutOfMemory, AnEndpointIsMadeOrNothingIsLeftOfIt) {
+TEST_F(OutOfMemory, AFailedConstructionLeavesNothingBehind) {
     const auto make = [](unsigned n) {
         newThatFails = n;
         try {
@@ -380,7 +381,7 @@ TEST_F(OutOfMemory, AnEndpointIsMadeOrNothingIsLeftOfIt) {
     EXPECT_EQ(works.Init(), 0);
 }
 
-TEST_F(OutOfMemory, ALineThatThereIsNoMemoryForLeavesTheErrorThatItTellsOf) {
+TEST_F(OutOfMemory, ALogLineWithoutMemoryKeepsTheErrorThatItReports) {
     Scene scene;
     scene.Meet(7);
     for (unsigned n = 1;; ++n) {

@@ -1,4 +1,4 @@
-// Names that callers pass by reference may lie in the endpoint's own tables, and be taken out of them on the way.
+// Names that callers pass by reference may be those in the endpoint's own tables, which a call may remove or change.
 #include <cerrno>
 #include <string>
 
@@ -17,7 +17,7 @@ protected:
         platform.Calls();
     }
 
-    /// The sender's name as it stands in the cache of hunted names.
+    /// The sender's name, by reference to the cache of hunted names.
     const std::string& Originator() {
         int notHunted = 1;
         const std::string& name = endpoint.MessageOriginator(notHunted);
@@ -28,7 +28,7 @@ protected:
     IpcMessage message;
 };
 
-TEST_F(OwnNamesTest, NotifyMayBeHandedANameThatItsFailureRemoves) {
+TEST_F(OwnNamesTest, NotifyAcceptsANameThatItsFailedSendsRemove) {
     platform.level = 0xFFFFFFFF;
     platform.Fail("linx_send", {ECONNRESET, ECONNRESET, ECONNRESET});
     EXPECT_EQ(endpoint.Notify(Originator(), message, true), 0);
@@ -36,7 +36,7 @@ TEST_F(OwnNamesTest, NotifyMayBeHandedANameThatItsFailureRemoves) {
     EXPECT_EQ(platform.sent.back().to, 17u);
 }
 
-TEST_F(OwnNamesTest, NotifyMayBeHandedANameThatIsGoneAfterwards) {
+TEST_F(OwnNamesTest, NotifyAcceptsANameThatIsAbsentAfterwards) {
     platform.level = 0xFFFFFFFF;
     platform.Answers("toVp0/tsAppReceiver", {});
     platform.Fail("linx_send", {ECONNRESET});
@@ -44,13 +44,13 @@ TEST_F(OwnNamesTest, NotifyMayBeHandedANameThatIsGoneAfterwards) {
     EXPECT_EQ(platform.Calls().back(), "log 2 linxIpc:438 Notify: cannot resolve destination toVp0/tsAppReceiver");
 }
 
-TEST_F(OwnNamesTest, NotifyMayGiveUpOnANameOfItsOwn) {
+TEST_F(OwnNamesTest, NotifyMayGiveUpOnANameOfTheEndpointsOwn) {
     platform.FailAlways("linx_send", ECONNRESET);
     EXPECT_EQ(endpoint.Notify(Originator(), message, true), 0);
     EXPECT_EQ(platform.sent.size(), 32u);
 }
 
-TEST_F(OwnNamesTest, RelayMayBeHandedANameThatItsFailureRemoves) {
+TEST_F(OwnNamesTest, RelayAcceptsANameThatItsFailedSendRemoves) {
     endpoint.relayMessage.Allocate(300, 0, nullptr);
     platform.Fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Relay(endpoint.relayMessage, Originator()), 0);
@@ -79,7 +79,7 @@ TEST_F(OwnNamesTest, RequestLogsAndSurvivesAnAbsentPeer) {
     EXPECT_EQ(endpoint.Request(Originator(), message, 400, -1, nullptr), -1);
 }
 
-TEST_F(OwnNamesTest, AsyncRequestMayBeHandedANameThatTheSendRemoves) {
+TEST_F(OwnNamesTest, AsyncRequestAcceptsANameThatTheSendRemoves) {
     platform.Fail("linx_send", {ECONNRESET});
     platform.Arrive(7, 400);
     EXPECT_EQ(endpoint.AsyncRequest(Originator(), message, 400, -1, nullptr), 0);
@@ -106,7 +106,7 @@ TEST_F(OwnNamesTest, ReceiveAwaitsThePeerWhoseNameItsMessageHeld) {
     EXPECT_EQ(endpoint.Receive(-1, 0, endpoint.rxMessage.GetSender(), nullptr), 113);
 }
 
-TEST_F(OwnNamesTest, ReceiveAwaitsNobodyThoughAnEmptyNameBecomesThatOfTheDead) {
+TEST_F(OwnNamesTest, ReceiveAwaitsNobodyEvenIfItsEmptyNameBecomesThatOfTheDead) {
     platform.Knows(8, "WatchdogMgr");
     platform.Arrive(8, 1281, Word(18));
     IpcMessage fresh;
@@ -114,18 +114,18 @@ TEST_F(OwnNamesTest, ReceiveAwaitsNobodyThoughAnEmptyNameBecomesThatOfTheDead) {
     EXPECT_EQ(fresh.GetSender(), "WatchdogMgr");
 }
 
-TEST_F(OwnNamesTest, AttachMayBeHandedTheCharactersOfANameOfItsOwn) {
+TEST_F(OwnNamesTest, AttachAcceptsTheCharactersOfANameOfTheEndpointsOwn) {
     EXPECT_EQ(endpoint.Attach(Originator().c_str(), 500), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 500) = s2", "linx_attach(s2, 7)"));
 }
 
-TEST_F(OwnNamesTest, ResolveDestinationMayBeHandedANameOfItsOwn) {
+TEST_F(OwnNamesTest, ResolveDestinationAcceptsANameOfTheEndpointsOwn) {
     EXPECT_EQ(endpoint.ResolveDestination(Originator(), true), 0);
     EXPECT_EQ(endpoint.Notify("toVp0/tsAppReceiver", message, true), 0);
     EXPECT_EQ(platform.sent.back().to, 7u);
 }
 
-TEST_F(OwnNamesTest, CommonInitMayBeHandedANameOfItsOwn) {
+TEST_F(OwnNamesTest, CommonInitAcceptsANameOfTheEndpointsOwn) {
     endpoint.CommonInit(Originator());
     endpoint.Init();
     EXPECT_EQ(platform.Calls().front(), "linx_open(\"toVp0/tsAppReceiver\", 0, null)");

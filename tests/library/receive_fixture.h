@@ -7,7 +7,7 @@
 
 inline const std::string nobody;
 
-/// An endpoint that receives from peers whose names LINX knows.
+/// Tests of an endpoint that receives from peers whose names LINX knows.
 class ReceiveTest : public EndpointTest {
 protected:
     ReceiveTest() {
@@ -15,7 +15,7 @@ protected:
         platform.Knows(8, "Other");
     }
 
-    /// Makes the endpoint know the names of both peers.
+    /// Has the endpoint learn the names of both peers.
     void MeetPeers() {
         for (LinxSpid spid : {7u, 8u}) {
             platform.Arrive(spid, 1);

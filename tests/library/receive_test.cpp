@@ -12,7 +12,7 @@ TEST_F(ReceiveTest, WithoutInitItIsRefused) {
     EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:653 Receive: use of un-initialized object"));
 }
 
-TEST_F(ReceiveTest, AnUntimedReceiveOfAnythingNamesCopiesDispatchesAndFrees) {
+TEST_F(ReceiveTest, AnUntimedReceiveNamesCopiesDispatchesAndFreesAnySignal) {
     endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
     platform.Arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
@@ -33,13 +33,13 @@ TEST_F(ReceiveTest, ATimedReceiveTakesAStampAndRecalculatesBeforeTheSignalIsFree
                             "handler: 300 from Peer 'abcd'", "ReCalcTimeout(1001)", "linx_free_buf(s1)"));
 }
 
-/// Leaves something other than zeros where the next call has its frame.
+/// Leaves something other than zeros on the stack where the next call has its frame.
 [[gnu::noinline]] void SoilTheStack() {
     volatile char soil[4096];
     for (volatile char& byte : soil) byte = '\xA5';
 }
 
-TEST_F(ReceiveTest, AnythingIsSelectedByFourZeros) {
+TEST_F(ReceiveTest, AnySignalIsSelectedByFourZeros) {
     for (const int timeout : {-1, 0}) {
         platform.Arrive(7, 300);
         SoilTheStack();
@@ -78,7 +78,7 @@ TEST_F(ReceiveTest, TheAwaitedPeerDoesNotHaveToBeTheSender) {
     EXPECT_EQ(Described(message), "300 from Other ''");
 }
 
-TEST_F(ReceiveTest, AQuietTimeOutGives110WithoutALine) {
+TEST_F(ReceiveTest, AQuietTimeOutReturns110WithoutALogLine) {
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
     EXPECT_THAT(platform.Calls(),
                 ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})"));
@@ -97,7 +97,7 @@ TEST_F(ReceiveTest, TimeOutZeroIsRecalculatedLikeAnyOther) {
                                               "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)"));
 }
 
-TEST_F(ReceiveTest, AnyNegativeTimeOutIsNoLimit) {
+TEST_F(ReceiveTest, AnyNegativeTimeOutMeansNoLimit) {
     platform.Arrive(7, 300);
     EXPECT_EQ(endpoint.Receive(-2147483647 - 1, 0, nobody, nullptr), 0);
     EXPECT_EQ(platform.Calls().front(), "linx_receive({0, 0, 0, 0})");
@@ -123,7 +123,7 @@ TEST_F(ReceiveTest, ASignalWithoutPayloadGivesAnEmptyMessage) {
     EXPECT_EQ(message.DataPtr(), nullptr);
 }
 
-TEST_F(ReceiveTest, TheBufferOfTheMessageIsUsedAgain) {
+TEST_F(ReceiveTest, TheBufferOfTheMessageIsReused) {
     platform.Arrive(7, 300, "long payload");
     platform.Arrive(7, 301, "short");
     endpoint.Receive(-1, 0, nobody, nullptr);
@@ -149,7 +149,7 @@ TEST_F(ReceiveTest, TheLongestMessageIsTaken) {
     EXPECT_EQ(message.Length(), 65532u);
 }
 
-TEST_F(ReceiveTest, ExhaustedMemoryIsLoggedAndReturned) {
+TEST_F(ReceiveTest, RunningOutOfMemoryIsLoggedAndReturned) {
     MeetPeers();
     platform.Arrive(7, 300, "abcd");
     interposed::refusesArrays = true;
@@ -172,7 +172,7 @@ TEST_F(ReceiveTest, AHandlerSeesTheCallersMessage) {
     EXPECT_EQ(Described(endpoint.rxMessage), "0 from  ''");
 }
 
-TEST_F(ReceiveTest, AHandlerMayReceiveAndRequestItself) {
+TEST_F(ReceiveTest, AHandlerMayCallReceiveAndRequest) {
     MeetPeers();
     endpoint.RegisterHandler(
         300,
@@ -217,7 +217,7 @@ TEST_F(ReceiveTest, LinxIsAskedForANameOncePerSpid) {
     EXPECT_EQ(Described(endpoint.rxMessage), "301 from Peer ''");
 }
 
-TEST_F(ReceiveTest, ANameThatCannotBeToldStaysUnknown) {
+TEST_F(ReceiveTest, ASenderThatLinxCannotNameStaysUnknown) {
     platform.Arrive(9, 300);
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s1)", "linx_get_name(9)",
@@ -231,7 +231,7 @@ TEST_F(ReceiveTest, ANameThatCannotBeToldStaysUnknown) {
     EXPECT_EQ(Described(endpoint.rxMessage), "301 from unknown ''");
 }
 
-TEST_F(ReceiveTest, AnUnknownSenderIsNoDestination) {
+TEST_F(ReceiveTest, AnUnknownSenderIsNotADestination) {
     platform.Arrive(9, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
     int notHunted = 0;
@@ -239,7 +239,7 @@ TEST_F(ReceiveTest, AnUnknownSenderIsNoDestination) {
     EXPECT_EQ(notHunted, 1);
 }
 
-TEST_F(ReceiveTest, ASenderIsADestinationFromThenOn) {
+TEST_F(ReceiveTest, ASenderBecomesAKnownDestination) {
     platform.Arrive(7, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
     platform.Calls();
@@ -257,7 +257,7 @@ TEST_F(ReceiveTest, ASenderUnderANewSpidReplacesTheOldOne) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s4", "linx_send(s4, 17)"));
 }
 
-TEST_F(ReceiveTest, ASenderThatWasHuntedInVainIsADestinationAgain) {
+TEST_F(ReceiveTest, AnAbsentDestinationBecomesKnownWhenItSends) {
     endpoint.ResolveDestination("Peer", true);
     platform.Arrive(7, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
@@ -266,10 +266,10 @@ TEST_F(ReceiveTest, ASenderThatWasHuntedInVainIsADestinationAgain) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
 }
 
-TEST_F(ReceiveTest, ASpidThatWasSeenDoesNotReviveItsDestination) {
+TEST_F(ReceiveTest, ASignalFromAKnownSpidDoesNotRestoreItsDestination) {
     MeetPeers();
     platform.Fail("linx_send", {ECONNRESET});
-    endpoint.Notify("Peer", message, false);  // forgets the spid, hunts in vain
+    endpoint.Notify("Peer", message, false);  // forgets the spid; the hunt is not answered
     platform.Arrive(7, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
     platform.Calls();
@@ -309,7 +309,7 @@ TEST_F(ReceiveTest, AHuntSignalStaysQueuedWhileAnotherTypeIsAwaited) {
     EXPECT_EQ(Described(message), "251 from Peer ''");
 }
 
-TEST_F(ReceiveTest, AHuntSignalGivesTheResultOfTheMessagesAllocate) {
+TEST_F(ReceiveTest, AHuntSignalReturnsTheResultOfTheMessagesAllocate) {
     MeetPeers();
     RelayMessage relay(&endpoint);
     platform.Arrive(7, 251);
@@ -334,7 +334,7 @@ TEST_F(ReceiveTest, ARelayHandlerGetsTheSignalItself) {
     EXPECT_EQ(Described(endpoint.rxMessage), "0 from Peer ''") << "only the sender is taken over";
 }
 
-TEST_F(ReceiveTest, ASignalThatWasNotRelayedIsFreedByTheNext) {
+TEST_F(ReceiveTest, ASignalThatWasNotRelayedIsFreedByTheNextOne) {
     MeetPeers();
     endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
     platform.Arrive(7, 300, "abcd");
@@ -346,7 +346,7 @@ TEST_F(ReceiveTest, ASignalThatWasNotRelayedIsFreedByTheNext) {
                                               "relay: 300 from Other 'efgh'"));
 }
 
-TEST_F(ReceiveTest, ARelayHandlerRunsAlsoForAnAwaitedType) {
+TEST_F(ReceiveTest, ARelayHandlerRunsEvenForAnAwaitedType) {
     MeetPeers();
     endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
     platform.Arrive(7, 300, "abcd");
@@ -377,7 +377,7 @@ TEST_F(ReceiveTest, ARelayedProcessDiedNoticeEndsTheCallWithZero) {
 
 // Dispatch
 
-TEST_F(ReceiveTest, TheDefaultHandlerTakesWhatHasNoHandler) {
+TEST_F(ReceiveTest, TheDefaultHandlerGetsSignalsWithoutAHandler) {
     MeetPeers();
     endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
     endpoint.RegisterDefault(NoteMessage, Named("default"));
@@ -387,7 +387,7 @@ TEST_F(ReceiveTest, TheDefaultHandlerTakesWhatHasNoHandler) {
                                               "default: 301 from Peer 'abcd'", "linx_free_buf(s3)"));
 }
 
-TEST_F(ReceiveTest, WithoutAnyHandlerTheMessageIsCopiedOnly) {
+TEST_F(ReceiveTest, WithoutAnyHandlerTheMessageIsOnlyCopied) {
     MeetPeers();
     platform.Arrive(7, 301, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 0);
@@ -417,7 +417,7 @@ TEST_F(ReceiveTest, AShutdownRequestIsDispatchedWhileAnotherTypeIsAwaited) {
                             "linx_free_buf(s3)", "log 512 linxIpc:802 Receive: Shutdown Requested"));
 }
 
-TEST_F(ReceiveTest, AShutdownRequestGoesToTheDefaultHandlerWhenItHasNone) {
+TEST_F(ReceiveTest, AShutdownRequestWithoutAHandlerGoesToTheDefaultHandler) {
     MeetPeers();
     endpoint.RegisterDefault(NoteMessage, Named("default"));
     platform.Arrive(7, 1280);
@@ -425,7 +425,7 @@ TEST_F(ReceiveTest, AShutdownRequestGoesToTheDefaultHandlerWhenItHasNone) {
     EXPECT_THAT(platform.Calls(), ::testing::Contains("default: 1280 from Peer ''"));
 }
 
-TEST_F(ReceiveTest, AShutdownRequestThatCannotBeCopiedGives108) {
+TEST_F(ReceiveTest, AShutdownRequestThatCannotBeCopiedStillReturns108) {
     MeetPeers();
     platform.Arrive(7, 1280, "abcd");
     interposed::refusesArrays = true;
@@ -438,7 +438,7 @@ TEST_F(ReceiveTest, AShutdownRequestThatCannotBeCopiedGives108) {
 
 // Nothing is lost
 
-TEST_F(ReceiveTest, EverySignalButHuntAndRelayedOnesIsFreedOnce) {
+TEST_F(ReceiveTest, EverySignalExceptHuntAndRelayedOnesIsFreedOnce) {
     for (std::uint32_t number : {300u, 1281u, 13264u, 1280u}) platform.Arrive(7, number, "abcd");
     endpoint.Receive(-1, 0, nobody, nullptr);
     endpoint.Receive(-1, 0, nobody, nullptr);

@@ -20,13 +20,13 @@ TEST_F(ReceiveWatchdogTest, AHandledSignalPetsTheWatchdog) {
                             "handler: 300 from Peer ''", "ReCalcTimeout(1001)", "linx_free_buf(s1)", "PetWatchdog"));
 }
 
-TEST_F(ReceiveWatchdogTest, AQuietTimeOutPetsTheWatchdogAndGivesItsResult) {
+TEST_F(ReceiveWatchdogTest, AQuietTimeOutPetsTheWatchdogAndReturnsItsResult) {
     EXPECT_EQ(endpoint.Receive(watchdog, 500), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("CalcInitialTimeout(500) = 1001",
                                               "linx_receive_w_tmo(500, {0, 0, 0, 0})", "PetWatchdog"));
 }
 
-TEST_F(ReceiveWatchdogTest, TheResultIsTheWatchdogs) {
+TEST_F(ReceiveWatchdogTest, TheResultIsThatOfTheWatchdog) {
     platform.petResult = 42;
     EXPECT_EQ(endpoint.Receive(watchdog, 0), 42);
     platform.petResult = -1;
@@ -34,14 +34,14 @@ TEST_F(ReceiveWatchdogTest, TheResultIsTheWatchdogs) {
     EXPECT_EQ(endpoint.Receive(watchdog, -1), -1);
 }
 
-TEST_F(ReceiveWatchdogTest, AShutdownDoesNotPet) {
+TEST_F(ReceiveWatchdogTest, AShutdownRequestDoesNotPetTheWatchdog) {
     platform.petResult = 42;
     platform.Arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(watchdog, -1), 108);
     EXPECT_THAT(platform.Calls(), ::testing::Not(::testing::Contains("PetWatchdog")));
 }
 
-TEST_F(ReceiveWatchdogTest, AFailureDoesNotPet) {
+TEST_F(ReceiveWatchdogTest, AFailureDoesNotPetTheWatchdog) {
     platform.petResult = 42;
     platform.Fail("linx_receive", {EINVAL});
     EXPECT_EQ(endpoint.Receive(watchdog, -1), 22);
@@ -49,7 +49,7 @@ TEST_F(ReceiveWatchdogTest, AFailureDoesNotPet) {
     EXPECT_THAT(platform.Calls(), ::testing::Not(::testing::Contains("PetWatchdog")));
 }
 
-TEST_F(ReceiveWatchdogTest, AMessageThatCouldNotBeCopiedDoesNotPet) {
+TEST_F(ReceiveWatchdogTest, AMessageThatCouldNotBeCopiedDoesNotPetTheWatchdog) {
     platform.Arrive(7, 300, "abcd");
     interposed::refusesArrays = true;
     EXPECT_EQ(endpoint.Receive(watchdog, -1), 12);

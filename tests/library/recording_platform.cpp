@@ -39,7 +39,7 @@ std::string Quoted(const char* text) {
     return text != nullptr ? "\"" + std::string(text) + "\"" : "null";
 }
 
-/// All words of the selection. Where it is one for any signal the library has three more behind the count.
+/// All words of the selection. One for any signal has a count of 0, and the library puts three words behind it too.
 std::string Listed(const std::uint32_t* selection) {
     const std::uint32_t behind = selection[0] != 0 ? selection[0] : 3;
     std::string text = "{" + std::to_string(selection[0]);
@@ -394,7 +394,7 @@ LogMsg::LogMsg() = default;
 LogMsg::~LogMsg() = default;
 
 std::ostream& LogMsg::Log(unsigned level, const std::string& process) {
-    line = std::make_unique<Line>();  // the one thing that there may be no memory for
+    line = std::make_unique<Line>();  // the only allocation here that may fail
     const UnfailingNew ours;
     if (platform.tracesLogObjects) platform.Note("Log(" + std::to_string(level) + ", " + process + ")");
     line->level = level;

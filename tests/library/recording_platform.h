@@ -30,20 +30,20 @@ struct SentSignal {
     std::string bytes;  // from the number word on
 };
 
-/// The platform that the library is tested on. It does next to nothing itself: it writes down every call with its
+/// The platform that the library is tested on. It does next to nothing itself: it records every call with its
 /// arguments, and answers as the test has told it to.
 class Platform {
 public:
     static Platform& Instance();
 
-    /// Forgets everything. Every test begins so.
+    /// Forgets everything. Every test begins with that.
     void Reset();
 
     // What happened
 
-    /// The calls since the last time that this was asked: "linx_send(s1, 7)", "log 2 linxIpc:700 ...", "close(4711)".
-    /// Signals are called s1, s2, ... as they come into being. A call on a handle other than the one opened first has
-    /// the handle's name in front: "[Other]linx_close", "[null]linx_cancel_tmo(0)".
+    /// The calls recorded since this was last asked: "linx_send(s1, 7)", "log 2 linxIpc:700 ...", "close(4711)".
+    /// Signals are called s1, s2, ... in the order in which they are made. A call on a handle other than the one
+    /// opened first begins with that handle's name: "[Other]linx_close", "[null]linx_cancel_tmo(0)".
     std::vector<std::string> Calls();
     void Note(const std::string& call);
 
@@ -56,51 +56,52 @@ public:
     unsigned namesHandedOut = 0;
     unsigned namesReturned = 0;
 
-    /// The signals that the library holds or has lost: received or allocated, and not given away.
+    /// The signals that the library has received or allocated and not given away: it holds them, or has lost them.
     std::set<std::string> SignalsInHand() const;
 
     /// The content of a live signal: "300 'payload'".
     std::string Content(const LinxSignal* signal) const;
 
-    // What is to happen
+    // What the test wants to happen
 
     unsigned level = 0xFFFFFFFF;
     std::string processName = "TestProcess";
     bool tracesLogObjects = false;  // "SysLogMsg", "Log(2, TestProcess)" and "~SysLogMsg" become calls of their own
     bool strerrorGivesNull = false;
     bool leavesNumbersOut = false;  // linx_alloc does not write the number word
-    int descriptor = 4711;          // what the next handle exposes
+    int descriptor = 4711;          // the one that the next handle exposes
     int petResult = 0;
     int cancelResult = 0;
-    std::deque<int> timesLeft;  // what ReCalcTimeout gives; then the whole time, as if none had passed
+    std::deque<int> timesLeft;  // what ReCalcTimeout returns; when empty, the whole time, as if none had passed
 
     /// The next calls of `operation` fail with these errno values, one each; 0 lets one through.
     void Fail(const std::string& operation, std::initializer_list<int> errors);
     void FailAlways(const std::string& operation, int error) { failsAlways[operation] = error; }
 
-    /// linx_get_name answers for `spid`.
+    /// Lets linx_get_name know the name of `spid`.
     void Knows(LinxSpid spid, const std::string& name) { names[spid] = name; }
 
-    /// Hunts for `name` are answered by these spids in turn, the last one ever after.
+    /// Has hunts for `name` answered by these spids in turn, and then by the last one always.
     void Answers(const std::string& name, std::initializer_list<LinxSpid> spids) { hunted[name] = spids; }
 
-    /// Queues a signal; returns what it is called in the calls.
+    /// Queues a signal, and returns what it is called in the recorded calls.
     std::string Arrive(LinxSpid from, std::uint32_t number, const std::string& payload = "");
 
-    /// Forgets the signals that are queued and the failures that have not happened yet.
+    /// Drops the queued signals, and the failures that have not happened yet.
     void ForgetWhatWasToCome();
 
-    /// A signal of the test's own, as if it had been received.
+    /// Makes a signal for the test, as if it had been received.
     LinxSignal* Signal(std::uint32_t number, const std::string& payload);
 
-    // The operations' side
+    // For the operations
 
     struct Buffer {
         std::string id;
         LinxSpid sender = 0;
         std::uint32_t size = 0;
         bool inHand = false;
-        std::unique_ptr<char[]> bytes;  // exactly as long as the signal, so that a sanitizer sees every step beyond
+        std::unique_ptr<char[]>
+            bytes;  // exactly as long as the signal, so that a sanitizer sees every access beyond it
         LinxSignal* Head() const { return reinterpret_cast<LinxSignal*>(bytes.get()); }
     };
 

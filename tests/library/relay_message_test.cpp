@@ -58,7 +58,7 @@ TEST_F(RelayMessageTest, AdoptingFreesTheHeldSignalFirst) {
     EXPECT_EQ(message.Sig(), received);
 }
 
-TEST_F(RelayMessageTest, AnEmptyAllocateLosesTheHeldSignal) {
+TEST_F(RelayMessageTest, AllocatingSizeZeroForgetsTheHeldSignalWithoutFreeingIt) {
     message.Allocate(300, 8, nullptr);
     EXPECT_EQ(message.Allocate(301, 0, nullptr), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(12, 300) = s1", "linx_alloc(4, 301) = s2"));
@@ -68,7 +68,7 @@ TEST_F(RelayMessageTest, AnEmptyAllocateLosesTheHeldSignal) {
     EXPECT_EQ(platform.SignalsInHand(), (std::set<std::string>{"s1", "s2"}));
 }
 
-TEST_F(RelayMessageTest, AdoptingAnEmptySignalLosesTheHeldOne) {
+TEST_F(RelayMessageTest, AdoptingAnEmptySignalForgetsTheHeldOneWithoutFreeingIt) {
     message.Allocate(300, 8, nullptr);
     LinxSignal* received = platform.Signal(301, "");
     EXPECT_EQ(message.Allocate(301, 0, Bytes(received)), 0);
@@ -77,7 +77,7 @@ TEST_F(RelayMessageTest, AdoptingAnEmptySignalLosesTheHeldOne) {
     EXPECT_EQ(platform.SignalsInHand(), (std::set<std::string>{"s1", "s2"}));
 }
 
-TEST_F(RelayMessageTest, ARefusedSignalGivesOneAndKeepsTheOtherFields) {
+TEST_F(RelayMessageTest, AFailedAllocationReturns1AndKeepsTheOtherFields) {
     message.Allocate(300, 8, nullptr);
     message.Fill("ab", 2);
     platform.Fail("linx_alloc", {ENOMEM});
@@ -91,7 +91,7 @@ TEST_F(RelayMessageTest, ARefusedSignalGivesOneAndKeepsTheOtherFields) {
     EXPECT_EQ(message.Fill("c", 1), 12);
 }
 
-TEST_F(RelayMessageTest, ARefusedEmptySignalLeavesThePayloadPointer) {
+TEST_F(RelayMessageTest, AFailedAllocationOfSizeZeroKeepsThePayloadPointer) {
     message.Allocate(300, 8, nullptr);
     char* const payload = message.DataPtr();
     platform.Fail("linx_alloc", {ENOMEM});
@@ -102,13 +102,13 @@ TEST_F(RelayMessageTest, ARefusedEmptySignalLeavesThePayloadPointer) {
     EXPECT_EQ(message.Fill("c", 1), 12) << "no signal is held";
 }
 
-TEST_F(RelayMessageTest, ThereIsNoBoundOnTheSize) {
+TEST_F(RelayMessageTest, TheSizeHasNoLimit) {
     EXPECT_EQ(message.Allocate(300, 65533, nullptr), 0);
     EXPECT_EQ(message.Length(), 65533u);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(65537, 300) = s1"));
 }
 
-TEST_F(RelayMessageTest, TheBoundOfTheBaseHoldsWhateverTheSignalHasRoomFor) {
+TEST_F(RelayMessageTest, TheBaseClassKeepsItsLimitWhateverTheSizeOfTheSignal) {
     message.Allocate(300, 65533, nullptr);
     EXPECT_EQ(message.IpcMessage::Allocate(300, 65533, nullptr), 90);
 }
@@ -131,7 +131,7 @@ TEST_F(RelayMessageTest, FillRefusesACountWhoseSumWithThePositionWraps) {
     EXPECT_EQ(platform.Content(message.Sig()), "300 'abcd'");
 }
 
-TEST_F(RelayMessageTest, FillWithoutASignalIsRefusedAlsoForNoBytes) {
+TEST_F(RelayMessageTest, FillWithoutASignalIsRefusedEvenForZeroBytes) {
     EXPECT_EQ(message.Fill("a", 1), 12);
     EXPECT_EQ(message.Fill("a", 0), 12);
     EXPECT_EQ(message.Fill(nullptr, 0), 12);
@@ -146,7 +146,7 @@ TEST_F(RelayMessageTest, AllocateRestartsFilling) {
     EXPECT_EQ(platform.Content(received), "301 'XY'");
 }
 
-TEST_F(RelayMessageTest, DeallocateForgetsTheSignalOnly) {
+TEST_F(RelayMessageTest, DeallocateForgetsTheSignalAndNothingElse) {
     message.Allocate(300, 8, nullptr);
     message.Fill("abc", 3);
     message.SetSender("Peer");
@@ -160,7 +160,7 @@ TEST_F(RelayMessageTest, DeallocateForgetsTheSignalOnly) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(12, 300) = s1"));
 }
 
-TEST_F(RelayMessageTest, SetTypeWritesTheSignalAndNotTheMessage) {
+TEST_F(RelayMessageTest, SetTypeChangesTheSignalAndNotTheMessage) {
     message.Allocate(300, 0, nullptr);
     message.SetType(400);
     EXPECT_EQ(platform.Content(message.Sig()), "400 ''");

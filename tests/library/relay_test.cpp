@@ -55,7 +55,7 @@ TEST_F(RelayTest, TheSignalItselfGoesOutAndTheMessageIsEmptied) {
     EXPECT_EQ(message.GetSender(), "First");
 }
 
-TEST_F(RelayTest, ARelayedMessageFreesNothingInTheEnd) {
+TEST_F(RelayTest, DestroyingARelayedMessageFreesNothing) {
     KnowPeer();
     auto relayed = std::make_unique<RelayMessage>(&endpoint);
     relayed->Allocate(300, 4, nullptr);
@@ -65,7 +65,7 @@ TEST_F(RelayTest, ARelayedMessageFreesNothingInTheEnd) {
     EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
-TEST_F(RelayTest, TheNumberMayBeChangedOnTheWay) {
+TEST_F(RelayTest, TheNumberMayBeChangedBeforeRelaying) {
     KnowPeer();
     message.SetType(400);
     endpoint.Relay(message, "Peer");
@@ -98,13 +98,13 @@ TEST_F(RelayTest, AnAbsentDestinationIsRefusedAndTheMessageKeepsItsSignal) {
     EXPECT_EQ(platform.Content(message.Sig()), "300 'abcd'");
 }
 
-TEST_F(RelayTest, ASpidOfZeroThatAHuntGaveIsTakenAsItIs) {
+TEST_F(RelayTest, ASpidOfZeroFromAHuntIsUsedAsItIs) {
     platform.Answers("Odd", {0});
     EXPECT_EQ(endpoint.Relay(message, "Odd"), 0);
     EXPECT_EQ(platform.Calls().back(), "linx_send(s1, 0)");
 }
 
-TEST_F(RelayTest, AFailedSendIsLoggedForgetsTheDestinationAndGivesZero) {
+TEST_F(RelayTest, AFailedSendIsLoggedForgetsTheDestinationAndReturnsZero) {
     KnowPeer();
     platform.Fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);
@@ -121,7 +121,7 @@ TEST_F(RelayTest, AFailedSendIsLoggedForgetsTheDestinationAndGivesZero) {
                             "linx_sender(s4)", "linx_free_buf(s4)", "linx_send(s3, 7)"));
 }
 
-TEST_F(RelayTest, AnEmptyMessageIsHandedToLinxAsItIs) {
+TEST_F(RelayTest, AMessageWithoutASignalIsHandedToLinxAsItIs) {
     KnowPeer();
     message.Deallocate();
     EXPECT_EQ(endpoint.Relay(message, "Peer"), 0);

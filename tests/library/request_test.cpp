@@ -40,7 +40,7 @@ TEST_F(RequestTest, ItSendsAndAwaitsTheReply) {
     EXPECT_EQ(Described(endpoint.rxMessage), "1 from Other ''");
 }
 
-TEST_F(RequestTest, WithoutAMessageTheReplyIsInTheEndpointsOwn) {
+TEST_F(RequestTest, WithoutAReplyMessageTheReplyIsInRxMessage) {
     platform.Arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, nullptr), 0);
     EXPECT_EQ(Described(endpoint.rxMessage), "400 from ConfigMgr 'abcd'");
@@ -58,14 +58,14 @@ TEST_F(RequestTest, ReplyType0AwaitsNothing) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)"));
 }
 
-TEST_F(RequestTest, AReplyFromSomebodyElseIsAReply) {
+TEST_F(RequestTest, AReplyFromAnotherEndpointIsAccepted) {
     platform.Arrive(8, 400, "other");
     platform.Arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 0);
     EXPECT_EQ(Described(reply), "400 from Other 'other'");
 }
 
-TEST_F(RequestTest, ALateReplyIsTakenForTheNextOne) {
+TEST_F(RequestTest, ALateReplyIsTakenForTheAnswerToTheNextRequest) {
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 10, &reply), 110);
     platform.Arrive(7, 400, "late");
     platform.Arrive(7, 400, "right");
@@ -75,7 +75,7 @@ TEST_F(RequestTest, ALateReplyIsTakenForTheNextOne) {
     EXPECT_EQ(Described(reply), "400 from ConfigMgr 'right'");
 }
 
-TEST_F(RequestTest, AReplyWithARelayHandlerGoesToThat) {
+TEST_F(RequestTest, AReplyWithARelayHandlerGoesToThatHandler) {
     endpoint.RegisterRelayHandler(400, NoteRelay, Named("relay"));
     reply.Allocate(299, 6, std::string("before").data());
     platform.Arrive(7, 400, "abcd");
@@ -99,7 +99,7 @@ TEST_F(RequestTest, TheNoticeOfAnAttachDoesNotEndTheWait) {
     }
 }
 
-TEST_F(RequestTest, ADestinationThatIsNotInTheDirectoryCannotBeToldDead) {
+TEST_F(RequestTest, NoNoticeReportsTheDeathOfADestinationOutsideTheDirectory) {
     for (std::int32_t process = -1; process <= 39; ++process) platform.Arrive(7, 1281, Word(process));
     EXPECT_EQ(endpoint.Request("Other", request, 400, 10, &reply), 110);
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-// What the runtime's map takes for one entry of the directory.
+// What the standard library's map allocates for one entry of the directory.
 constexpr std::size_t entrySize = sizeof(std::_Rb_tree_node<std::pair<const e_Process, const std::string>>);
 
 struct FirstUse {

@@ -82,12 +82,12 @@ TEST_F(ServerNamesTest, EveryServerHasItsName) {
     EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
-TEST_F(ServerNamesTest, ANameIsGivenByReference) {
+TEST_F(ServerNamesTest, ANameIsReturnedByReference) {
     EXPECT_EQ(&directory.Name(e_ConfigMgr), &directory.Name(e_ConfigMgr));
     EXPECT_EQ(&directory.Name(static_cast<e_Process>(33)), &directory.Name(e_UndefinedServer));
 }
 
-TEST_F(ServerNamesTest, FindingANameTakesNoMemory) {
+TEST_F(ServerNamesTest, LookingUpANameTakesNoMemory) {
     for (std::size_t size = 0; size < 256; ++size) interposed::ObjectsMade(size);
     directory.Name(e_Vp0TsAppReceiver);
     directory.Name(e_UndefinedServer);
@@ -96,7 +96,7 @@ TEST_F(ServerNamesTest, FindingANameTakesNoMemory) {
 
 class UnknownProcessTest : public ServerNamesTest, public ::testing::WithParamInterface<int> {};
 
-TEST_P(UnknownProcessTest, IsLoggedAndGivesTheUndefinedServer) {
+TEST_P(UnknownProcessTest, IsLoggedAndYieldsTheUndefinedServer) {
     const auto process = static_cast<e_Process>(GetParam());
     const std::string line = "log 1 LinxServerNameList:128 LinxServerNameList::Name - ServerName not found for " +
                              std::to_string(GetParam()) + ",    size = 37";
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(ServerNames, UnknownProcessTest,
 
 class UnknownNameTest : public ServerNamesTest, public ::testing::WithParamInterface<std::string> {};
 
-TEST_P(UnknownNameTest, IsSilentlyTheUndefinedServer) {
+TEST_P(UnknownNameTest, SilentlyYieldsTheUndefinedServer) {
     EXPECT_EQ(directory.Process(GetParam()), 0);
     EXPECT_THAT(platform.Calls(), IsEmpty());
 }

@@ -69,7 +69,7 @@ TEST_F(SupervisionTest, ARefusedAttachIsLoggedAndReturned) {
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 500) = s3", "linx_attach(s3, 7)"));
 }
 
-TEST_F(SupervisionTest, AMissingNoticeSignalIsLeftToLinx) {
+TEST_F(SupervisionTest, AFailedAllocationOfTheNoticeIsLeftToLinx) {
     KnowPeer();
     platform.Fail("linx_alloc", {ENOMEM});
     platform.Fail("linx_attach", {EINVAL});
@@ -78,7 +78,7 @@ TEST_F(SupervisionTest, AMissingNoticeSignalIsLeftToLinx) {
                                               "log 2 linxIpc:393 LinxIpc::Attach(): failed to attach"));
 }
 
-TEST_F(SupervisionTest, EveryAttachGivesANoticeOfItsOwn) {
+TEST_F(SupervisionTest, EveryAttachHasANoticeOfItsOwn) {
     KnowPeer();
     EXPECT_EQ(endpoint.Attach("Peer", 500), 0);
     EXPECT_EQ(endpoint.Attach("Peer", 501), 0);
@@ -86,7 +86,7 @@ TEST_F(SupervisionTest, EveryAttachGivesANoticeOfItsOwn) {
                                               "linx_alloc(4, 501) = s3", "linx_attach(s3, 7)"));
 }
 
-TEST_F(SupervisionTest, APeerThatHasOpenedAgainIsSupervisedAsItWasUntilItIsSentTo) {
+TEST_F(SupervisionTest, AReopenedPeerIsSupervisedAsItIsRememberedUntilItIsSentTo) {
     KnowPeer();
     platform.Answers("Peer", {17});
     platform.Knows(17, "Peer");
@@ -103,7 +103,7 @@ TEST_F(SupervisionTest, APeerThatHasOpenedAgainIsSupervisedAsItWasUntilItIsSentT
     EXPECT_EQ(platform.Calls().back(), "linx_attach(s8, 17)");
 }
 
-TEST_F(SupervisionTest, APeerThatHasOpenedAgainIsSupervisedAnewOnceItWasHeard) {
+TEST_F(SupervisionTest, AReopenedPeerIsSupervisedAnewOnceASignalFromItIsReceived) {
     KnowPeer();
     platform.Knows(17, "Peer");
     platform.Arrive(17, 300);
@@ -126,7 +126,7 @@ TEST_F(SupervisionTest, ANoticeIsDispatchedLikeAnySignalAndNamesThePeer) {
     EXPECT_THAT(platform.Calls(), ::testing::Contains("ended: 500 from Peer ''"));
 }
 
-TEST_F(SupervisionTest, ASpidOfZeroThatAHuntGaveIsTakenAsItIs) {
+TEST_F(SupervisionTest, ASpidOfZeroFromAHuntIsUsedAsItIs) {
     platform.Answers("Odd", {0});
     EXPECT_EQ(endpoint.Attach("Odd", 500), 0);
     EXPECT_EQ(platform.Calls().back(), "linx_attach(s2, 0)");

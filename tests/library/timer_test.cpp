@@ -13,13 +13,13 @@ TEST_F(TimerTest, WithoutInitItIsRefused) {
                                               "log 2 linxIpc:992 LinxIpc::Attach use of un-initialized object"));
 }
 
-TEST_F(TimerTest, ANumberIsAskedForWithAnEmptySignal) {
+TEST_F(TimerTest, ASignalNumberIsRequestedWithAnEmptySignal) {
     EXPECT_EQ(endpoint.EnableTimer(250, 500), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 500) = s1", "linx_request_tmo(250, s1) = 501"));
     EXPECT_THAT(platform.SignalsInHand(), IsEmpty());
 }
 
-TEST_F(TimerTest, NumberZeroAsksForTheDefaultSignal) {
+TEST_F(TimerTest, NumberZeroRequestsTheDefaultSignal) {
     EXPECT_EQ(endpoint.EnableTimer(250, 0), 0);
     EXPECT_THAT(platform.Calls(), ElementsAre("linx_request_tmo(250, null) = 501"));
 }
@@ -34,14 +34,14 @@ TEST_F(TimerTest, TheTimeOutArrivesAsAMessageWithoutPayload) {
     EXPECT_EQ(endpoint.rxMessage.Length(), 0u);
 }
 
-TEST_F(TimerTest, ARefusedSignalIsLoggedAndReturned) {
+TEST_F(TimerTest, AFailedAllocationIsLoggedAndReturned) {
     platform.Fail("linx_alloc", {ENOMEM});
     EXPECT_EQ(endpoint.EnableTimer(250, 500), 12);
     EXPECT_THAT(platform.Calls(),
                 ElementsAre("linx_alloc(4, 500) = null", "log 2 linxIpc:1004 LinxIpc::EnableTimer: error 12"));
 }
 
-TEST_F(TimerTest, ARefusedSignalLeavesTheEarlierTimer) {
+TEST_F(TimerTest, AFailedAllocationKeepsTheEarlierTimer) {
     endpoint.EnableTimer(250, 0);
     platform.Fail("linx_alloc", {ENOMEM});
     endpoint.EnableTimer(250, 500);

@@ -1,4 +1,4 @@
-// Receives whose wait goes on after a signal, or ends with a death.
+// Receives that wait on after a signal, or whose wait a death ends.
 
 #include <cerrno>
 #include <string>
@@ -25,7 +25,7 @@ TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsDispatchedAndTheWaitGoesOn) {
     EXPECT_EQ(Described(endpoint.rxMessage), "300 from Other 'abcd'");
 }
 
-TEST_F(ReceiveTest, ANoticeGoesToTheDefaultHandlerWhenItHasNone) {
+TEST_F(ReceiveTest, ANoticeWithoutAHandlerGoesToTheDefaultHandler) {
     endpoint.RegisterDefault(NoteMessage, Named("default"));
     platform.Arrive(7, 1281, Word(3));
     EXPECT_EQ(endpoint.Receive(10, 0, nobody, nullptr), 110);
@@ -80,7 +80,7 @@ TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerEndsTheCallWith113) {
     EXPECT_EQ(Described(message), "1281 from Peer '" + Word(3) + "'");
 }
 
-TEST_F(ReceiveTest, AnAwaitedPeerThatDiesEndsAlsoADispatchingCall) {
+TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerAlsoEndsADispatchingCall) {
     MeetPeers();
     endpoint.RegisterProcessDied(NoteMessage, Named("died"));
     platform.Arrive(7, 1281, Word(30));
@@ -105,7 +105,7 @@ TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsNotDispatchedWhileATypeIsAwaited
     EXPECT_EQ(Described(message), "300 from Other 'abcd'");
 }
 
-TEST_F(ReceiveTest, AnAwaitedNoticeIsNeverAResultOfItsOwn) {
+TEST_F(ReceiveTest, ANoticeDoesNotEndTheWaitEvenWhenItsTypeIsAwaited) {
     platform.Arrive(7, 1281, Word(2));
     EXPECT_EQ(endpoint.Receive(10, 1281, nobody, &message), 110);
     EXPECT_EQ(message.MsgType(), 1281u);
@@ -199,7 +199,7 @@ TEST_F(ReceiveTest, ARelayed13264EndsTheCallWithZero) {
     EXPECT_EQ(Described(message), "0 from Peer ''");
 }
 
-TEST_F(ReceiveTest, ARelayedSignalEndsWithZeroAlsoAWaitThatWentOn) {
+TEST_F(ReceiveTest, ARelayedSignalEndsWithZeroEvenAWaitThatHasGoneOn) {
     MeetPeers();
     endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
     platform.Arrive(7, 13264, std::string(65533, 'x'));

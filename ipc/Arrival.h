@@ -1,0 +1,71 @@
+#ifndef LINXIPC_IPC_ARRIVAL_H
+#define LINXIPC_IPC_ARRIVAL_H
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "directory/LinxServerNameList.h"
+#include "ipc/Held.h"
+#include "ipc/ReservedSignal.h"
+#include "ipc/linxIpc.h"
+#include "log/LogLine.h"
+#include "platform/linx.h"
+
+/// A signal begins with its number; the payload follows.
+constexpr std::uint32_t numberSize = sizeof(LinxSignal);
+
+inline char* Payload(LinxSignal* signal) {
+    return reinterpret_cast<char*>(signal) + numberSize;
+}
+
+/// What waiting for a signal has brought: the signal and what it means to the wait, or the errno value of a wait that
+/// ended without one.
+struct LinxIpc::Arrival {
+    explicit Arrival(int waitError) : error(waitError) {}
+
+    /// Reads all that is needed of the signal once it has been handed back. A notice of a death begins with the
+    /// process; one that is too short for that counts as one about process 0.
+    Arrival(Held<LinxSignal> taken, std::uint32_t size)
+        : signal(std::move(taken)), number(signal->number), payloadSize(size - numberSize) {
+        if (number == e_ProcessDiedSignal && payloadSize >= sizeof dead)
+            std::memcpy(&dead, Payload(signal.get()), sizeof dead);
+    }
+
+    /// Whether a receive from `peer` that has handled this signal waits for another.
+    bool LeavesWaiting(const std::string& peer) const {
+        if (number == e_ProcessDiedSignal) return LogDeath() != peer;
+        return number == e_WaitGoesOnSignal;
+    }
+
+    /// The result of a receive that ends with this signal; `copied` is the result of copying it.
+    int ResultOfWait(int copied) const {
+        if (number == e_ShutdownSignal) {
+            LogLine(logText::shutdownRequested);
+            return ESHUTDOWN;
+        }
+        if (number == e_ProcessDiedSignal) {
+            LogLine(logText::hostUnreachable);
+            return EHOSTUNREACH;
+        }
+        return copied;
+    }
+
+    Held<LinxSignal> signal{nullptr, {nullptr}};  // null when there is none
+    int error = 0;
+    std::uint32_t number = 0;
+    std::uint32_t payloadSize = 0;
+    e_Process dead = e_UndefinedServer;  // the process that a notice of a death is about
+
+private:
+    /// Logs the death, and returns the name of the dead process.
+    const std::string& LogDeath() const {
+        const std::string& name = LinxServerNameList::Instance().Name(dead);
+        LogLine(logText::processDied, static_cast<int>(dead), name);
+        return name;
+    }
+};
+
+#endif
