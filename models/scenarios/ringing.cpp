@@ -90,6 +90,7 @@ void sendAndDie(Stage& stage) {
     stage.die();
 }
 void reapSender(Stage& stage) {
+    stage.awaitEnd(sender);  // what it does before makes no difference to the two
     stage.receiveUntilNotice(sender);
 }
 void openSupervised(Stage& stage) {
