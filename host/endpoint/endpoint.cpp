@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 
+#include "host/arena/clock.h"
 #include "host/arena/common_stacks.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
@@ -105,6 +106,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     endpoint->slot().life.storeRelease(spid | lifeOpen);
     countOpened(arena);
     endpoint->owesAnswers_ = !answerHunts(cold, spid, name);  // only if another thread has taken the descriptor
+    if (endpoint->owesAnswers_) endpoint->callLater();
     return endpoint;
 }
 
@@ -244,7 +246,11 @@ bool Endpoint::enterInDoubt() {
         errno = ECHILD;
         return false;
     }
-    if (owesRings_) ringOwed();
+    if (owesRings_) {
+        const uint64_t tick = coarseMilliseconds();
+        if (tick != ringsTriedAt_) ringOwed();  // all slots are looked at: too much for each operation
+        ringsTriedAt_ = tick;
+    }
     return true;
 }
 
@@ -341,6 +347,7 @@ int Endpoint::hunt(const Name& name, const Held& held) {
 int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
     const ColdSection cold(*domain_);
     if (!cold.entered()) return errno;
+    if (!isStillOpen()) return ECONNABORTED;  // nobody would clear it up
     opened = findName(arena(), name) != 0;
     if (opened) return 0;
     park(held, spid_);
@@ -370,7 +377,10 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
         return 0;
     }
     if (peer != nullptr) {
-        if (!supervise(*peer, held)) return 0;
+        if (!supervise(*peer, held)) {
+            settle();  // the peer may have come in the place of one that has ended
+            return 0;
+        }
     } else if (spid == spid_) {
         park(held, spid);
         ++held_;  // nobody learns of one's own end: the notice lies with the user's until then

@@ -234,12 +234,13 @@ private:
     bool byteIn_ = false;   ///< the bell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
 
-    bool waitFailed_ = false;   ///< somebody has closed what this endpoint waits on
-    bool missedEnds_ = false;   ///< peers have ended whose ends are still to be looked for
-    std::vector<Spid> dead_;    ///< to be reaped: the lock was taken when their ends were noticed
-    bool owesRings_ = false;    ///< somebody asked to be rung and could not be
-    bool owesAnswers_ = false;  ///< somebody hunts for this endpoint and could not be answered
-    uint32_t debtPause_ = 0;    ///< milliseconds until what is owed others is tried again
+    bool waitFailed_ = false;    ///< somebody has closed what this endpoint waits on
+    bool missedEnds_ = false;    ///< peers have ended whose ends are still to be looked for
+    std::vector<Spid> dead_;     ///< to be reaped: the lock was taken when their ends were noticed
+    bool owesRings_ = false;     ///< somebody asked to be rung and could not be
+    uint64_t ringsTriedAt_ = 0;  ///< the tick in which an operation last tried to make that good
+    bool owesAnswers_ = false;   ///< somebody hunts for this endpoint and could not be answered
+    uint32_t debtPause_ = 0;     ///< milliseconds until what is owed others is tried again
 
     uint32_t held_ = 0;               ///< signals that the user holds
     Held recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next

@@ -85,6 +85,10 @@ private:
     void trim();
     void shrinkTo(uint32_t lines);
 
+    /// False once somebody has taken the endpoint for dead. Relaxed: true under the lock (P), and without it
+    /// perhaps a moment ago.
+    bool isHomeOpen() const { return slot().life.loadRelaxed() == (home_ | lifeOpen); }
+
     const Arena& arena() const { return domain_.arena(); }
     Slot& slot() const { return slot_; }
 
@@ -107,7 +111,7 @@ private:
     uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
 };
 
-inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
+[[gnu::always_inline]] inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
     const uint32_t count = count_[sizeClass];
     if (count == 0) return nullptr;
     ref = free_[sizeClass];
@@ -120,7 +124,7 @@ inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
 }
 
 /// Returns a block to `home`, which is the latest, unless that has ended, or does not come for what it gets.
-inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home) {
+[[gnu::always_inline]] inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
     if (there.life.loadAcquire() != (home | lifeOpen) || waiting > mostReturned_) return false;  // as in isOpen
@@ -130,7 +134,7 @@ inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home)
     slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);
     block.owner.storeRelease(home | ownerTransit);  // (E)
-    if (stack::push(there.returned, block, ref) != stack::closed) return true;
+    if (!stack::isRefused(stack::push(there.returned, block, ref))) return true;
     block.owner.storeRelaxed(home_);
     return false;
 }

@@ -52,8 +52,8 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
 
 /// An opening process died while it answered hunts.
 void finishAnswering(const Arena& arena) {
-    // Hunts are answered one after the other: no death leaves more than one to be looked for, and garbage may not have
-    // long mailboxes searched for each.
+    // Hunts are answered one after the other: no death leaves more than one to be looked for, and garbage may not
+    // have long mailboxes searched for each.
     uint32_t searches = 1;
     forEachHunt(arena, [&](Hunt& hunt) {
         if (!isPending(arena, hunt, searches)) return clearHunt(hunt);
@@ -70,7 +70,10 @@ void finishAnswering(const Arena& arena) {
 
 void rebuildNames(const Arena& arena) {
     // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
-    for (uint32_t i = 0; i < slotCount; ++i) arena.bucket(i).storeRelaxed(0);
+    for (uint32_t i = 0; i < slotCount; ++i) {
+        // Most are empty, and who hunts reads them meanwhile: what need not change stays in everybody's cache.
+        if (arena.bucket(i).loadRelaxed() != 0) arena.bucket(i).storeRelaxed(0);
+    }
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
         if ((arena.slot(i).life.loadRelaxed() & lifeOpen) != 0) insertName(arena, i);

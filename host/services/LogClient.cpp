@@ -11,6 +11,9 @@
 #include <sstream>
 #include <string_view>
 
+#include "host/system/signal_shield.h"
+#include "host/system/uninterrupted.h"
+
 namespace {
 
 constexpr unsigned lookupFailures = 1;
@@ -73,9 +76,11 @@ int PriorityOf(unsigned level) {
 
 /// One write a line, so that the lines of processes that share a terminal or a pipe do not mix. What does not fit
 /// into a full, non-blocking pipe is left to syslog, which has it too.
+/// Nobody may read it any more: that is no reason to end.
 void WriteToStandardError(const std::string& line) {
-    while (write(STDERR_FILENO, line.data(), line.size()) == -1 && errno == EINTR) {
-    }
+    linx::SignalShield shield(SIGPIPE);
+    const ssize_t written = linx::uninterrupted([&] { return write(STDERR_FILENO, line.data(), line.size()); });
+    if (written == -1 && errno == EPIPE) shield.raised();
 }
 
 }  // namespace

@@ -90,6 +90,7 @@ void sendAndDie(Stage& stage) {
     stage.die();
 }
 void reapSender(Stage& stage) {
+    stage.awaitEnd(sender);  // what it does before makes no difference to the two
     stage.receiveUntilNotice(sender);
 }
 void openSupervised(Stage& stage) {
@@ -130,7 +131,8 @@ const Announced unheardDies(Scenario{
 
 const Announced partedDies(Scenario{
     "parted-dies",
-    "a receiver short of descriptors parts with a sender for another's sake; the first dies anywhere in its next send",
+    "a receiver short of descriptors parts with a sender for another's sake; the first dies anywhere in its next "
+    "send",
     {"receiver", "sender", "other"},
     1u << sender,
     1u << receiver,

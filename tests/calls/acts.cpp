@@ -59,6 +59,13 @@ void hoard(Line& parent) {
     while (poll(&told, 1, 0) == 0) EXPECT_FALSE(receive(endpoint, 10));
 }
 
+/// Returns when the victim says a word, or has ended, which is no failure of its helper's.
+void awaitWordOrEnd(const Line& victim) {
+    pollfd told = {victim.descriptor(), POLLIN, 0};
+    while (poll(&told, 1, -1) == -1 && errno == EINTR) {
+    }
+}
+
 /// The end of this process is that of the other.
 [[noreturn]] void endLike(pid_t child) {
     int status = 0;
@@ -180,14 +187,14 @@ void lackDescriptors(Victim& victim) {
 
 void leaveCopy(Victim& victim) {
     scene::haveMuch(victim);
-    victim.helper = std::make_shared<Child>([](Line& parent) { parent.hear(); });
+    victim.helper = std::make_shared<Child>(awaitWordOrEnd);
 }
 
 void loseEndpoint(Victim& victim) {
     victim.helper = std::make_shared<Child>([&](Line& parent) {
         scene::holdOne(victim);
         parent.tell();
-        parent.hear();
+        awaitWordOrEnd(parent);
         EXPECT_EQ(0, linx_close(victim.linx));
     });
     victim.helper->hear();

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <syslog.h>
 
 #include <cerrno>
@@ -199,6 +200,19 @@ TEST(SysLogMsg, WritesOneLineToStandardErrorWhereAskedTo) {
                   SysLogMsg message;
                   message.Log(2, "configd") << "linxIpc" << ':' << 342 << ' ' << "open failed";
               }));
+}
+
+TEST(SysLogMsg, DoesNotEndAProcessWhoseStandardErrorNobodyReads) {
+    int pipeEnds[2];
+    ASSERT_EQ(0, pipe(pipeEnds));
+    close(pipeEnds[0]);
+    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "stderr"}}, [&] {
+                  dup2(pipeEnds[1], STDERR_FILENO);
+                  LogLine(2, "to nobody");
+                  sigset_t pending;
+                  return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 0 ? 0 : 1;
+              }));
+    close(pipeEnds[1]);
 }
 
 TEST(SysLogMsg, WritesNothingToAStandardErrorThatIsNoTerminal) {
