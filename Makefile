@@ -62,7 +62,7 @@ instructions: bench-dependencies ## Counts the instructions of a Notify and of a
 models: dependencies ## Explores the endpoints' own source on a modelled weak memory; ARGS='--help' tells its options
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target models/all
-	@build/release/models/linx-models $(ARGS)
+	@build/release/models/linx-models --jobs $$(nproc) $(ARGS)
 	@ctest --preset release --tests-regex '^models[.]caught'
 
 .PHONY: storm

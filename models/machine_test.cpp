@@ -139,5 +139,43 @@ TEST_F(MachineTest, AThreadThatStoresWhatIsThereAlreadyStillComesToItsEnd) {
     EXPECT_GT(result.completed, 0u);
 }
 
+/// Others can see it happen.
+void step() {
+    scheduler.call("steps", true, [] { return true; });
+}
+
+TEST_F(MachineTest, ASleepOfLimitedTimeEndsAlsoWithoutWhatItWaitsFor) {
+    constexpr uint64_t deadline = 50;
+    explore({[&] {
+                 scheduler.sleep(
+                     "sleeps", [&] { return seen[1] != 0; }, deadline);
+                 const uint32_t woken = seen[1];
+                 seen[0] = woken + (scheduler.timeOf(0) >= deadline ? 10 : 0);
+             },
+             [&] {
+                 step();
+                 seen[1] = 1;
+             }});
+    const std::set<std::pair<uint32_t, uint32_t>> wokenOrLate = {{1, 1}, {10, 1}};
+    EXPECT_EQ(outcomes, wokenOrLate);
+}
+
+TEST_F(MachineTest, SleepsOfLimitedTimeHoldNobodyUpForEver) {
+    const Result result = explore({[&] {
+                                       while (seen[1] == 0) {
+                                           scheduler.sleep(
+                                               "sleeps", [&] { return seen[1] != 0; }, 1);
+                                           ++seen[0];
+                                       }
+                                   },
+                                   [&] {
+                                       for (int i = 0; i < 3; ++i) step();
+                                       seen[1] = 1;
+                                   }});
+    EXPECT_TRUE(result.exhausted) << result.violation;
+    const std::set<std::pair<uint32_t, uint32_t>> onceMoreAtMost = {{1, 1}, {2, 1}};
+    EXPECT_EQ(outcomes, onceMoreAtMost);
+}
+
 }  // namespace
 }  // namespace model

@@ -105,6 +105,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     endpoint->slot().life.storeRelease(spid | lifeOpen);
     countOpened(arena);
     endpoint->owesAnswers_ = !answerHunts(cold, spid, name);  // only if another thread has taken the descriptor
+    if (endpoint->owesAnswers_) endpoint->callLater();
     return endpoint;
 }
 
@@ -341,6 +342,7 @@ int Endpoint::hunt(const Name& name, const Held& held) {
 int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
     const ColdSection cold(*domain_);
     if (!cold.entered()) return errno;
+    if (!isStillOpen()) return ECONNABORTED;  // nobody would clear it up
     opened = findName(arena(), name) != 0;
     if (opened) return 0;
     park(held, spid_);
@@ -370,7 +372,10 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
         return 0;
     }
     if (peer != nullptr) {
-        if (!supervise(*peer, held)) return 0;
+        if (!supervise(*peer, held)) {
+            settle();  // the peer may have come in the place of one that has ended
+            return 0;
+        }
     } else if (spid == spid_) {
         park(held, spid);
         ++held_;  // nobody learns of one's own end: the notice lies with the user's until then

@@ -79,6 +79,7 @@ int Endpoint::ring(const Held& held, Peer& peer) {
     if (result == 0) return 0;
     if (bell::isDead(peer.bell.get())) return bounce(held, peer);
     oweRing();
+    settle();  // has this endpoint called to pay, whatever it waits on
     return 0;
 }
 

@@ -141,6 +141,7 @@ bool Pool::learnHome(Spid home) {
 
 void Pool::takeReturned() {
     Slot& own = slot();
+    if (!isHomeOpen()) return;          // what comes back there is another's by now
     own.returnedLines.storeRelaxed(0);  // also where it is wrong: two who give back at once may overwrite each other
     const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
     if (chain == stack::empty) return;
@@ -169,6 +170,7 @@ uint32_t Pool::leasedLines() const {
 int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
     const ColdSection cold(domain_);
     if (!cold.entered()) return errno;
+    if (!isHomeOpen()) return ECONNABORTED;  // nobody would give back what it leases
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
     if (leasedLines() + c.lines > share) shrinkTo(0);

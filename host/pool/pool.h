@@ -85,6 +85,10 @@ private:
     void trim();
     void shrinkTo(uint32_t lines);
 
+    /// False once somebody has taken the endpoint for dead. Relaxed: true under the lock (P), and without it
+    /// perhaps a moment ago.
+    bool isHomeOpen() const { return slot().life.loadRelaxed() == (home_ | lifeOpen); }
+
     const Arena& arena() const { return domain_.arena(); }
     Slot& slot() const { return slot_; }
 
@@ -130,7 +134,7 @@ inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home)
     slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);
     block.owner.storeRelease(home | ownerTransit);  // (E)
-    if (stack::push(there.returned, block, ref) != stack::closed) return true;
+    if (!stack::isRefused(stack::push(there.returned, block, ref))) return true;
     block.owner.storeRelaxed(home_);
     return false;
 }

@@ -13,6 +13,8 @@ namespace {
 constexpr uint32_t readable = 1;  // as EPOLLIN
 constexpr uint32_t broken = 8;    // as EPOLLERR
 
+constexpr char tryingToLock[] = "tries to lock";
+
 bool always() {
     return true;
 }
@@ -61,7 +63,7 @@ int Kernel::add(Kind kind, size_t object) {
     }
     for (size_t i = 0; i < maxDescriptors; ++i) {
         if (now_.descriptors[i].kind != Kind::none) continue;
-        now_.descriptors[i] = {kind, static_cast<uint8_t>(process), static_cast<uint8_t>(object)};
+        now_.descriptors[i] = {kind, static_cast<uint8_t>(process), static_cast<uint8_t>(object), never};
         return firstDescriptor + static_cast<int>(i);
     }
     scheduler.abandon("more descriptors than the model holds");
@@ -154,8 +156,9 @@ bool Kernel::isBellDead(int descriptor) {
 }
 
 int Kernel::lockArena(bool waits) {
-    scheduler.call(waits ? "locks" : "tries to lock", true,
-                   [this, waits] { return !waits || now_.lockedBy == nobody; });
+    if (waits) scheduler.call("locks", true, [this] { return now_.lockedBy == nobody; });
+    // Others had their chance to let go of it before the second attempt.
+    if (!waits && !scheduler.isRepeating(tryingToLock)) scheduler.call(tryingToLock, true, always);
     const bool isFree = now_.lockedBy == nobody;
     scheduler.observed(isFree ? 1 : 0);
     if (!isFree) {
@@ -212,6 +215,9 @@ int Kernel::unwatch(int set, int descriptor) {
 
 uint32_t Kernel::eventsOf(const Watch& watch) const {
     const Descriptor& descriptor = now_.descriptors[watch.descriptor];
+    if (descriptor.kind == Kind::timer) {
+        return scheduler.timeOf(descriptor.process) >= descriptor.deadline ? watch.events & readable : 0;
+    }
     if (descriptor.kind != Kind::reader && descriptor.kind != Kind::writer) return 0;
     const Bell& bell = now_.bells[descriptor.object];
     if (descriptor.kind == Kind::reader) return bell.count != 0 ? watch.events & readable : 0;
@@ -225,16 +231,45 @@ bool Kernel::hasEvents(size_t set) const {
     return false;
 }
 
+/// Of the earliest timer in the set.
+uint64_t Kernel::deadlineOf(size_t set) const {
+    uint64_t earliest = never;
+    for (const Watch& watch : now_.watches) {
+        const Descriptor& descriptor = now_.descriptors[watch.descriptor];
+        if (watch.used && watch.set == set && descriptor.kind == Kind::timer) {
+            earliest = std::min(earliest, descriptor.deadline);
+        }
+    }
+    return earliest;
+}
+
+/// Waits until something happens to what is in the set, or until the deadline.
+void Kernel::sleepUntil(const char* name, size_t set, uint64_t deadline) {
+    const auto ready = [this, set] { return hasEvents(set); };
+    const uint64_t earliest = std::min(deadline, deadlineOf(set));
+    if (earliest == never) {
+        scheduler.call(name, false, ready);
+    } else {
+        scheduler.sleep(name, ready, earliest);
+    }
+}
+
 int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
     const size_t number = setOf(set);
-    scheduler.call(milliseconds == 0 ? "asks for events" : "sleeps", false,
-                   [this, number, milliseconds] { return milliseconds >= 0 || hasEvents(number); });
+    if (milliseconds == 0) {
+        scheduler.call("asks for events", false, always);
+    } else {
+        const uint64_t limit = static_cast<uint64_t>(milliseconds) * 1000;
+        sleepUntil("sleeps", number, milliseconds < 0 ? never : scheduler.timeOf(scheduler.thread()) + limit);
+    }
     int count = 0;
     for (const Watch& watch : now_.watches) {
         if (!watch.used || watch.set != number || count == most) continue;
         const uint32_t found = eventsOf(watch);
         if (found == 0) continue;
-        meet(viewOf(now_.descriptors[watch.descriptor].object));
+        if (now_.descriptors[watch.descriptor].kind != Kind::timer) {
+            meet(viewOf(now_.descriptors[watch.descriptor].object));
+        }
         scheduler.observed((uint64_t{found} << 32) | watch.tag);
         events[count++] = {found, watch.tag};
     }
@@ -243,8 +278,7 @@ int Kernel::waitFor(int set, Event* events, int most, int milliseconds) {
 }
 
 void Kernel::pollFor(int set) {
-    const size_t number = setOf(set);
-    scheduler.call("polls", false, [this, number] { return hasEvents(number); });
+    sleepUntil("polls", setOf(set), never);
 }
 
 void Kernel::await(std::function<bool()> ready) {

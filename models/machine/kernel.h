@@ -61,12 +61,15 @@ public:
     /// Waits in a poll loop of one's own until the set is readable.
     void pollFor(int set);
 
-    /// What processes tell each other in other ways: who waits until `ready` comes after all that was done by those who
-    /// have told something.
+    /// What processes tell each other in other ways: who waits until `ready` comes after all that was done by those
+    /// who have told something.
     void tell() { meet(tellingView); }
     void await(std::function<bool()> ready);
 
     int makeTimer();
+    /// From `deadline` on, as the process's precise clock shows it, it is readable.
+    void setTimer(int descriptor, uint64_t deadline) { at(descriptor).deadline = deadline; }
+    static constexpr uint64_t never = ~uint64_t{0};
     int duplicate(int descriptor);
     void close(int descriptor);
     bool owns(int descriptor) const { return descriptor >= firstDescriptor; }
@@ -87,7 +90,8 @@ private:
     struct Descriptor {
         Kind kind;
         uint8_t process;
-        uint8_t object;  ///< the number of the bell, or of the set
+        uint8_t object;     ///< the number of the bell, or of the set
+        uint64_t deadline;  ///< of a timer
     };
     struct Bell {
         uint32_t spid;
@@ -107,7 +111,7 @@ private:
         std::array<Bell, maxBells> bells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
-        uint8_t lockedBy;  ///< the process
+        uint8_t lockedBy;                                 ///< the process
         std::array<uint8_t, maxThreads> failuresLeft;     ///< by process
         std::array<uint8_t, maxThreads> mostDescriptors;  ///< by process; 0: as many as it wants
         std::array<View, maxBells + 1> views;             ///< of the lock, then of the bells
@@ -122,6 +126,8 @@ private:
     size_t findUnusedBell() const;
     uint32_t eventsOf(const Watch& watch) const;
     bool hasEvents(size_t set) const;
+    uint64_t deadlineOf(size_t set) const;
+    void sleepUntil(const char* name, size_t set, uint64_t deadline);
     void meet(size_t object);
     void closeFor(size_t descriptor);
     void unlock();

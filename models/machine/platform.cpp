@@ -26,6 +26,7 @@ namespace {
 
 constexpr int directoryDescriptor = 9000;
 constexpr int fileDescriptor = 9001;
+constexpr time_t secondsAtStart = 1000;  ///< of the clocks
 
 constexpr size_t mostBytes = size_t{linx::firstPoolPage(plentyOfUnits) + plentyOfUnits} * linx::unitBytes;
 static_assert(slotsWithMemory == linx::unitBytes / sizeof(linx::Slot) - 1, "the first page of slots has memory");
@@ -118,6 +119,10 @@ int __wrap_close(int descriptor) {
     model::kernel.close(descriptor);
     return 0;
 }
+// Of the arena's file, which is opened once more to be locked.
+int __wrap_openat(int, const char*, int, ...) {
+    return model::fileDescriptor;
+}
 int __wrap_fstat(int, struct stat* status) {
     *status = {};
     status->st_mode = S_IFDIR | 0700;
@@ -171,6 +176,10 @@ int __wrap_epoll_wait(int set, epoll_event* events, int most, int milliseconds) 
     return count;
 }
 
+// Others go on whenever they may.
+int __wrap_sched_yield() {
+    return 0;
+}
 int __wrap_nanosleep(const timespec*, timespec*) {
     return 0;
 }
@@ -178,14 +187,18 @@ int __wrap_nanosleep(const timespec*, timespec*) {
 int __wrap_timerfd_create(int, int) {
     return model::kernel.makeTimer();
 }
-int __wrap_timerfd_settime(int, int, const itimerspec*, itimerspec*) {
+int __wrap_timerfd_settime(int descriptor, int, const itimerspec* when, itimerspec*) {
+    const timespec& at = when->it_value;
+    const bool isArmed = at.tv_sec != 0 || at.tv_nsec != 0;
+    const auto seconds = static_cast<uint64_t>(at.tv_sec - model::secondsAtStart);
+    model::kernel.setTimer(
+        descriptor, isArmed ? seconds * 1000000 + static_cast<uint64_t>(at.tv_nsec) / 1000 : model::Kernel::never);
     return 0;
 }
 int __wrap_clock_gettime(clockid_t clock, timespec* time) {
-    // Each question takes a microsecond; the kernel's ticks come when a scenario wants them.
-    const uint64_t microseconds =
-        clock == CLOCK_MONOTONIC ? model::scheduler.countTimeAsked() : 20000 * model::scheduler.ticks();
-    *time = {1000, static_cast<long>(microseconds * 1000)};
+    model::Scheduler& asked = model::scheduler;
+    const uint64_t microseconds = clock == CLOCK_MONOTONIC ? asked.askTime() : asked.coarseTime();
+    *time = {model::secondsAtStart, static_cast<long>(microseconds * 1000)};
     return 0;
 }
 

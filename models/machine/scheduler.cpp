@@ -113,6 +113,13 @@ Ending Scheduler::run(const Play& play, Chooser& chooser, std::vector<std::strin
     return ending;
 }
 
+bool Scheduler::anyReady() const {
+    for (unsigned t = 0; t < play_->threads; ++t) {
+        if (isReady(t)) return true;
+    }
+    return false;
+}
+
 bool Scheduler::anyEnabled() const {
     for (unsigned t = 0; t < play_->threads; ++t) {
         if (isEnabled(t)) return true;
@@ -131,7 +138,7 @@ unsigned Scheduler::othersRunning() const {
 /// In how many ways each thread can take its next step, dying included. False when all have come to their end.
 bool Scheduler::countWays(uint32_t* ways, uint32_t& total) const {
     bool running = false;
-    const bool stay = switchesLeft_ == 0 && isEnabled(last_);
+    const bool stay = switchesLeft_ == 0 && isReady(last_);
     for (unsigned t = 0; t < play_->threads; ++t) {
         if (threads_[t].state == State::running && threads_[t].alone) {
             total = ways[t] = waysOf(t) + endsOf(t);
@@ -157,10 +164,12 @@ void Scheduler::noteStep(unsigned thread) {
 void Scheduler::step(unsigned thread, uint32_t way) {
     if (way >= waysOf(thread)) return mayDie(thread) && way == waysOf(thread) ? kill(thread) : stop(thread);
     if (!threads_[thread].alone) {
-        if (thread != last_ && isEnabled(last_)) --switchesLeft_;
+        if (thread != last_ && isReady(last_)) --switchesLeft_;
         last_ = thread;
     }
     noteStep(thread);
+    const bool timesOut = threads_[thread].timed && !isReady(thread);
+    threads_[thread].wasTimedOut = threads_[thread].wasTimedOut || (timesOut && anyReady());
     threads_[thread].way = way;
     resume(thread);
 }
@@ -173,9 +182,15 @@ std::string Scheduler::sleepersInVain() const {
     return names;
 }
 
-bool Scheduler::isEnabled(unsigned thread) const {
+bool Scheduler::isReady(unsigned thread) const {
     const Thread& t = threads_[thread];
     return t.state == State::running && (!t.inCall || t.ready());
+}
+
+bool Scheduler::isEnabled(unsigned thread) const {
+    const Thread& t = threads_[thread];
+    const bool isTimed = t.state == State::running && t.inCall && t.timed;
+    return isReady(thread) || (isTimed && (!t.wasTimedOut || !anyReady()));
 }
 
 uint32_t Scheduler::waysOf(unsigned thread) const {
@@ -260,6 +275,7 @@ uint32_t Scheduler::call(const char* name, bool changesSomething, std::function<
     self.inCall = true;
     self.alone = false;
     self.changesSomething = changesSomething;
+    self.sameCalls = self.callName == name ? self.sameCalls + 1 : 0;
     self.callName = name;
     self.ready = std::move(ready);
     self.callWays = ways;
@@ -267,6 +283,24 @@ uint32_t Scheduler::call(const char* name, bool changesSomething, std::function<
     switchOut();
     self.inCall = false;
     return self.way;
+}
+
+void Scheduler::sleep(const char* name, std::function<bool()> ready, uint64_t deadline) {
+    if (!exploring()) return;
+    Thread& self = threads_[current_];
+    self.timed = true;
+    call(name, false, ready);
+    self.timed = false;
+    const bool isTimeUp = !ready();
+    observed(isTimeUp ? 1 : 0);
+    if (!isTimeUp) return;
+    observed(self.wasTimedOut ? 1 : 0);
+    while (timeOf(current_) < deadline) passTick();
+}
+
+bool Scheduler::isRepeating(const char* name) const {
+    const Thread& self = threads_[current_];
+    return exploring() && self.callName == name && self.sameCalls != 0;
 }
 
 void Scheduler::dieNow() {

@@ -61,13 +61,20 @@ public:
     /// Before an access to a shared word: lets others go first. Returns which of its ways the access goes.
     uint32_t pause(const Access& access);
 
-    /// Before a store that no other thread ever sees: whoever may be killed may be killed here too, and who looks at the
-    /// end sees what was done by then.
+    /// Before a store that no other thread ever sees: whoever may be killed may be killed here too, and who looks at
+    /// the end sees what was done by then.
     void pauseUnseen();
 
     /// Before a system call that others can see: lets others go first, and waits until `ready`. Returns in which of
     /// `ways` it goes.
     uint32_t call(const char* name, bool changesSomething, std::function<bool()> ready, uint32_t ways = 1);
+
+    /// The same for one that waits until `ready` or `deadline`, which its clock then shows. That comes once while
+    /// others could go on, and else when nobody can: whoever tries again and again holds nobody up for ever.
+    void sleep(const char* name, std::function<bool()> ready, uint64_t deadline);
+
+    /// Whether the thread has made this very call twice and nothing else since: another one finds nothing new.
+    bool isRepeating(const char* name) const;
 
     /// The thread is killed here, if it has come so far. Does not return.
     void dieNow();
@@ -82,14 +89,17 @@ public:
     void violate(const std::string& claim);
     const std::string& violation() const { return violation_; }
 
-    /// How often the running thread has asked for the time.
-    uint64_t countTimeAsked() { return threads_[current_].timeAsked++; }
-
-    /// For the running thread the kernel's clock ticks, and how often it has done so.
+    // The running thread's clocks, in microseconds. The precise one shows one more each time that it is asked; the
+    // kernel's ticks come when somebody lets them.
+    uint64_t askTime() { return coarseTime() + threads_[current_].timeAsked++; }
+    uint64_t coarseTime() const { return microsecondsPerTick * threads_[current_].ticks; }
+    uint64_t timeOf(unsigned thread) const {
+        return microsecondsPerTick * threads_[thread].ticks + threads_[thread].timeAsked;
+    }
     void passTick() { ++threads_[current_].ticks; }
-    uint64_t ticks() const { return threads_[current_].ticks; }
 
 private:
+    static constexpr uint64_t microsecondsPerTick = 20000;
     enum class State : uint8_t { running, done, dead, stopped };
     struct Thread {
         State state;
@@ -98,6 +108,9 @@ private:
         bool alone;  ///< its next step is the same before and after those of all others
         Access access;
         const char* callName;
+        unsigned sameCalls;
+        bool timed;        ///< goes on also when its time is up
+        bool wasTimedOut;  ///< while others could go on
         std::function<bool()> ready;
         uint32_t callWays;
         uint32_t way;
@@ -111,7 +124,9 @@ private:
     static void enter();
     void switchOut();
     void resume(unsigned thread);
+    bool isReady(unsigned thread) const;
     bool isEnabled(unsigned thread) const;
+    bool anyReady() const;
     uint32_t waysOf(unsigned thread) const;
     uint32_t endsOf(unsigned thread) const;
     bool mayDie(unsigned thread) const { return (play_->mortal >> thread & 1) != 0; }

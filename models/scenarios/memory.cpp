@@ -47,6 +47,39 @@ const Announced pressure(Scenario{
     2 * unitsForEach,
 });
 
+const Announced pressureToPoll(Scenario{
+    "pressure-to-poll",
+    "the same without deaths; the one that keeps some is sent a signal, and waits in a poll loop of its own",
+    {"keeper", "wanting"},
+    0,
+    1u << keeper,
+    "0",
+    true,
+    [](Stage& stage) { useUp(stage, 2); },
+    {[](Stage& stage) { stage.pollFrom(wanting, 2); },
+     [](Stage& stage) {
+         stage.freeKept();
+         stage.send(keeper);
+         tryToKeepOne(stage);
+     }},
+    0,
+    2 * unitsForEach,
+});
+
+const Announced pressureOfTwo(Scenario{
+    "pressure-of-two",
+    "two find no memory, and one has the lock when the other has asked for what a third keeps, which polls",
+    {"keeper", "wanting", "third"},
+    0,
+    1u << keeper,
+    "0",
+    true,
+    [](Stage& stage) { useUp(stage, 3); },
+    {[](Stage& stage) { stage.pollFrom(wanting, 1); }, tryToKeepOne, tryToKeepOne},
+    0,
+    3 * unitsForEach,
+});
+
 const Announced pressureAndReturns(Scenario{
     "pressure-and-returns",
     "the same while a third gives back a block of the keeper's and dies anywhere",

@@ -130,7 +130,8 @@ const Announced unheardDies(Scenario{
 
 const Announced partedDies(Scenario{
     "parted-dies",
-    "a receiver short of descriptors parts with a sender for another's sake; the first dies anywhere in its next send",
+    "a receiver short of descriptors parts with a sender for another's sake; the first dies anywhere in its next "
+    "send",
     {"receiver", "sender", "other"},
     1u << sender,
     1u << receiver,

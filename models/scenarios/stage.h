@@ -97,8 +97,8 @@ public:
     void drain(unsigned actor);
     /// Ends an actor, as by a kill.
     void killNow(unsigned actor);
-    /// Opens endpoints in this actor's process until so many fresh slots are left: who opens then gets the slot of one
-    /// who has ended.
+    /// Opens endpoints in this actor's process until so many fresh slots are left: who opens then gets the slot of
+    /// one who has ended.
     void fillSlots(unsigned keeper, unsigned left = 0);
     /// Somebody has rung an actor's bell until it took no more.
     void fillBell(unsigned actor);
@@ -144,7 +144,7 @@ private:
     std::array<LINX*, maxActors> handles_{};
     std::array<linx::Spid, maxActors> spids_{};
     std::array<bool, maxActors> killed_{};
-    std::array<bool, maxActors> closed_{};                      ///< or about to be
+    std::array<bool, maxActors> closed_{};            ///< or about to be
     std::vector<std::pair<LINX*, unsigned>> extras_;  ///< endpoints of nobody's act, and in whose process
     bool slotsAreUsedAgain_ = false;
     bool memoryRanOut_ = false;

@@ -1,6 +1,7 @@
 #ifndef LINXIPC_TESTS_HOST_ENDPOINTS_H
 #define LINXIPC_TESTS_HOST_ENDPOINTS_H
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -54,6 +55,13 @@ protected:
             if (block.owner.loadRelaxed() != linx::ownerFree) ++count;
         });
         return count;
+    }
+
+    /// The path of an endpoint's bell.
+    std::string bellOf(LinxSpid spid) const {
+        char name[16];
+        std::snprintf(name, sizeof name, "bell.%08x", spid);
+        return domain.pathOf(name);
     }
 
     linx::Ref refOf(LinxSignal* signal) const { return arena.refOf(linx::blockOf(signal)); }

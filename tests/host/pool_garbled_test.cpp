@@ -93,6 +93,17 @@ TEST_F(PoolGarbledTest, AListThatIsCutOffIsFoundAgainWhenItsEndpointEnds) {
     EXPECT_EQ(homeOf(&blocks[2]->signal), noHome);
 }
 
+TEST_F(PoolGarbledTest, ABlockThatItsHomeCannotBeGivenBackStaysWithWhoeverFreesIt) {
+    LinxSignal* signal = pass(one, two, two.spid, size);
+    const Block* block = blockOf(signal);
+    Word& returned = slotOf(one.spid).returned;
+    const uint32_t before = returned.loadRelaxed();
+    returned.storeRelaxed(before | 1u << refBits);  // bits in which no head has any
+    EXPECT_EQ(linx_free_buf(two, &signal), 0);
+    EXPECT_EQ(block->owner.loadRelaxed(), ownerFree);
+    returned.storeRelaxed(before);
+}
+
 TEST_F(PoolGarbledTest, AnAllocationWhoseLeaseIsScribbledOverSaysWhyItFailed) {
     std::vector<Block*> garbled;
     linxtest::interposed::atLock = [&] {

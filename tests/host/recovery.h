@@ -39,7 +39,8 @@ protected:
 
     std::vector<Ref> refsOf(const lease::Chain& chain) const {
         std::vector<Ref> refs;
-        for (Ref ref = chain.head; refs.size() < chain.blocks; ref = block(ref).next.loadRelaxed()) refs.push_back(ref);
+        for (Ref ref = chain.head; refs.size() < chain.blocks; ref = block(ref).next.loadRelaxed())
+            refs.push_back(ref);
         return refs;
     }
 

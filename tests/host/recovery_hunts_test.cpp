@@ -1,3 +1,10 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
 #include "tests/host/answering.h"
 
 namespace linx {
@@ -155,6 +162,40 @@ TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     reapDead(hunter);
     reapDead(opener);
     EXPECT_TRUE(isCommon(blocks[0]));
+    expectInOrder();
+}
+
+/// As one whose user waits on nothing but its descriptor.
+TEST_F(RecoveryTest, AnAnswerThatIsOwedCallsWhoeverOpenedTheName) {
+    EXPECT_EQ(linx_hunt(live, "sought", nullptr), 0);
+    const std::string bell = bellOf(live.spid);
+    const std::string aside = bell + ".aside";
+    ASSERT_EQ(rename(bell.c_str(), aside.c_str()), 0);
+    ASSERT_EQ(close(creat(bell.c_str(), 0600)), 0);
+    const Linx sought("sought");
+    ASSERT_EQ(rename(aside.c_str(), bell.c_str()), 0);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    const ScopedDescriptor descriptor(linx_get_descriptor(sought));
+    pollfd readable = {descriptor.get(), POLLIN, 0};
+    EXPECT_EQ(poll(&readable, 1, 10000), 1) << "nothing else wakes it";
+    EXPECT_EQ(receiveNumber(sought), 0u);
+    EXPECT_EQ(receiveNumber(live), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
+}
+
+/// Somebody has removed its bell, and it counts as ended though it lives.
+TEST_F(RecoveryTest, WhoCountsAsEndedLeasesAndHuntsNoMore) {
+    Linx zombie("zombie");
+    ASSERT_EQ(unlink(bellOf(zombie.spid).c_str()), 0);
+    const Linx another("zombie");
+    errno = 0;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(linx_alloc(zombie, 60000, 1), nullptr);
+        EXPECT_EQ(errno, ECONNABORTED);
+        EXPECT_EQ(linx_hunt(zombie, "absent", nullptr), -1);
+        EXPECT_EQ(errno, ECONNABORTED);
+    }
+    EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+    zombie.reset();
     expectInOrder();
 }
 

@@ -84,6 +84,22 @@ TEST_F(UnrungTest, ASenderThatSleepsPaysItsDebtFromThere) {
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
 }
 
+TEST_F(UnrungTest, ASenderInAPollLoopIsCalledToPayItsDebt) {
+    Scene scene;
+    acquaint(scene);
+    const ScopedDescriptor descriptor(linx_get_descriptor(scene.one));
+    {
+        const FailingWrites failing(ENOMEM);
+        sendNumber(scene.one, scene.receiver.spid, 2);
+    }
+    EXPECT_FALSE(scene.isReadable());
+    pollfd readable = {descriptor.get(), POLLIN, 0};
+    EXPECT_EQ(poll(&readable, 1, 10000), 1) << "nothing else wakes it";
+    EXPECT_EQ(receiveNumber(scene.one), 0u);
+    EXPECT_TRUE(scene.isReadable());
+    EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+}
+
 TEST_F(UnrungTest, AByteThatCouldNotBeWrittenIsNotTakenForWritten) {
     Scene scene;
     acquaint(scene);

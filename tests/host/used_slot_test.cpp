@@ -1,5 +1,6 @@
 // A slot that has had an endpoint before, of which somebody still knows.
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -51,12 +52,6 @@ protected:
         Linx opened(name);
         EXPECT_EQ(indexOf(opened.spid), indexOf(ended));
         return opened;
-    }
-
-    std::string bellOf(Spid spid) const {
-        char name[16];
-        std::snprintf(name, sizeof name, "bell.%08x", spid);
-        return domain.pathOf(name);
     }
 
     /// As one does who is about to send for the first time.
@@ -251,6 +246,32 @@ TEST_F(UsedSlotTest, KeepsTheNameOfItsEarlierUserUntilTheNextIsOpen) {
     ASSERT_EQ(rmdir(inTheWay.c_str()), 0);
     const Linx next("next");
     EXPECT_EQ(next.spid, makeSpid(indexOf(ended), generationOf(ended) + 1));
+}
+
+/// Attaching to the next user of a slot finds that the one before has ended.
+TEST_F(UsedSlotTest, TheEndThatAFailedAttachMeetsIsStillTold) {
+    const Linx supervisor("supervisor");
+    const ScopedDescriptor descriptor(linx_get_descriptor(supervisor));
+    LinxRef attached = 0;
+    for (unsigned n = 1; attached == 0; ++n) {
+        ASSERT_LT(n, 100u);
+        Spid ended;
+        {
+            const Linx before("before");
+            ended = before.spid;
+            LinxSignal* notice = linx_alloc(supervisor, 4, awaited);
+            ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
+        }
+        const Linx next = openInSlotOf(ended);
+        LinxSignal* notice = linx_alloc(supervisor, 4, other);
+        linxtest::newThatFails = n;
+        attached = linx_attach(supervisor, &notice, next.spid);
+        linxtest::newThatFails = 0;
+        pollfd readable = {descriptor.get(), POLLIN, 0};
+        EXPECT_EQ(poll(&readable, 1, 0), 1) << "new " << n;
+        EXPECT_EQ(receiveNumber(supervisor), awaited) << "new " << n;
+    }
+    EXPECT_EQ(receiveNumber(supervisor), other);
 }
 
 }  // namespace

@@ -47,6 +47,9 @@ _LIBRARY = [
 ]
 _SERVICES = [Step('services_test', 'tests/services')]
 _HOST = [
+    Step('ambush_test', 'tests/ambush'),
+    Step('work_test', 'tests/work'),
+    Step('crash_test', 'tests/crash'),
     Step('bounds_test', 'tests/bounds', library='host'),
     Step('linx-storm', 'tests/storm', ('--kills', '300', '--seed', '1')),
     Step('linx-crash-sites', 'tests/crash', ('--most', '30')),
