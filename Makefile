@@ -85,7 +85,7 @@ crash-sites: dependencies ## Kills a process at every change of shared memory, s
 	@build/release/tests/crash/linx-crash-sites $(ARGS)
 
 .PHONY: call-sites
-call-sites: dependencies ## Kills, stops and fails a process at every system call, half an hour; ARGS='--help' tells its options
+call-sites: dependencies ## Kills, stops and fails a process at every system call, a quarter of an hour; ARGS='--help' tells its options
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target linx-call-sites
 	@build/release/tests/calls/linx-call-sites $(ARGS)
