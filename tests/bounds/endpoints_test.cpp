@@ -1,11 +1,9 @@
 // A domain with as many endpoints as it can hold.
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 
+#include "tests/bounds/support/in_time.h"
 #include "tests/bounds/support/many_descriptors.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
@@ -46,17 +44,15 @@ int errorOfOpen() {
     return 0;
 }
 
-/// Who has died is looked for now and then, the less often the longer it takes.
 bool isOpenedInTime(const std::string& name, std::vector<LINX*>& opened) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
-    LINX* linx = nullptr;
-    while ((linx = linx_open(name.c_str(), 0, nullptr)) == nullptr) {
-        EXPECT_EQ(ENOSPC, errno);
-        if (std::chrono::steady_clock::now() > limit) return false;
-        usleep(1000);
-    }
-    opened.push_back(linx);
-    return true;
+    return succeedsInTime([&] {
+        LINX* linx = linx_open(name.c_str(), 0, nullptr);
+        if (linx != nullptr)
+            opened.push_back(linx);
+        else
+            EXPECT_EQ(ENOSPC, errno);
+        return linx != nullptr;
+    });
 }
 
 TEST_F(FullDomain, TakesNoMoreUntilAnEndpointEndsOrDies) {
