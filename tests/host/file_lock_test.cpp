@@ -23,12 +23,15 @@ namespace {
 
 using FileLockTest = linxtest::DomainTest;
 
-/// Opens an endpoint, makes a child that lives until `release` is closed, and tells its number, having the cold lock.
+/// Opens an endpoint, makes a child that lives until `release` is closed, and takes the cold lock. Both tell the
+/// child's number: the child once it has been made, the other when it has the lock.
 [[noreturn]] void holdLock(const int (&tell)[2], const int (&release)[2]) {
     linx_open("holder", 0, nullptr);
     close(release[1]);
     const pid_t heir = fork();
     if (heir == 0) {
+        const pid_t self = getpid();
+        if (write(tell[1], &self, sizeof self) != sizeof self) _exit(1);
         char nothing;
         while (read(release[0], &nothing, 1) == -1) {
         }
@@ -51,7 +54,9 @@ TEST_F(FileLockTest, GoesWithItsHolderThoughAChildOfThatOneLivesOn) {
     close(tell[1]);
     close(release[0]);
     pid_t heir = -1;
-    EXPECT_EQ(ssize_t{sizeof heir}, read(tell[0], &heir, sizeof heir));
+    for (int teller = 0; teller < 2; ++teller) {
+        EXPECT_EQ(ssize_t{sizeof heir}, read(tell[0], &heir, sizeof heir));
+    }
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     const std::shared_ptr<Domain> joined = Domain::join();

@@ -48,7 +48,7 @@ _LIBRARY = [
 _SERVICES = [Step('services_test', 'tests/services')]
 _HOST = [
     Step('ambush_test', 'tests/ambush'),
-    Step('work_test', 'tests/work'),
+    Step('cost_test', 'tests/cost'),
     Step('crash_test', 'tests/crash'),
     Step('bounds_test', 'tests/bounds', library='host'),
     Step('linx-storm', 'tests/storm', ('--kills', '300', '--seed', '1')),

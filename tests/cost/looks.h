@@ -1,9 +1,9 @@
-#ifndef LINXIPC_TESTS_WORK_LOOKS_H
-#define LINXIPC_TESTS_WORK_LOOKS_H
+#ifndef LINXIPC_TESTS_COST_LOOKS_H
+#define LINXIPC_TESTS_COST_LOOKS_H
 
 #include <cstdint>
 
-namespace work {
+namespace cost {
 
 /// How often this process has looked at shared memory, or changed it. Not for several threads.
 inline uint64_t looks = 0;
@@ -20,6 +20,6 @@ uint64_t looksOf(Operation operation) {
     return looks - before;
 }
 
-}  // namespace work
+}  // namespace cost
 
 #endif

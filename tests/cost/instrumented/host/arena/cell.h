@@ -2,12 +2,12 @@
 #define LINXIPC_HOST_ARENA_CELL_H
 
 #include "tests/support/watched_cell.h"
-#include "tests/work/looks.h"
+#include "tests/cost/looks.h"
 
 namespace linx {
 
 /// A word of the arena that counts each look at it. Stands in for the shipped header of the same path.
-using Cell = linxtest::WatchedCell<work::Look, work::Look, work::Look>;
+using Cell = linxtest::WatchedCell<cost::Look, cost::Look, cost::Look>;
 
 }  // namespace linx
 

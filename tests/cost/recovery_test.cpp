@@ -5,20 +5,20 @@
 
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/signals.h"
-#include "tests/work/looks.h"
+#include "tests/cost/looks.h"
 
 namespace linx {
 namespace {
 
 using linxtest::anySignal;
 using linxtest::Linx;
-using work::looksOf;
+using cost::looksOf;
 
 constexpr uint32_t notice = 101;
 constexpr uint32_t looksAtBlock = 20;  ///< all that is done with one, in all the walks of a repair
 constexpr uint32_t looksAtSlot = 400;  ///< the same, its name and those of its bucket included
 
-class RecoveryWork : public RecoveryTest {
+class RecoveryCost : public RecoveryTest {
 protected:
     /// Has `count` small signals wait in the mailbox of the live endpoint.
     void fillMailbox(LINX* sender, uint32_t count) {
@@ -32,7 +32,7 @@ protected:
     }
 };
 
-TEST_F(RecoveryWork, ARepairLooksAtEachBlockAFewTimes) {
+TEST_F(RecoveryCost, ARepairLooksAtEachBlockAFewTimes) {
     constexpr uint32_t returned = 10000;
     constexpr uint32_t mail = 20000;
     const Linx other("other");
@@ -41,7 +41,7 @@ TEST_F(RecoveryWork, ARepairLooksAtEachBlockAFewTimes) {
     EXPECT_LT(looksOf([&] { repairAfterDeath(); }), uint64_t{looksAtBlock} * (returned + mail) + slotCount * 2);
 }
 
-TEST_F(RecoveryWork, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach) {
+TEST_F(RecoveryCost, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach) {
     constexpr uint32_t mail = 20000;
     const Linx other("other");
     for (uint32_t i = 0; i < huntsOfOne; ++i) ASSERT_EQ(linx_hunt(live, "nobody", nullptr), 0);
@@ -60,7 +60,7 @@ TEST_F(RecoveryWork, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach)
     }
 }
 
-TEST_F(RecoveryWork, ManyDeadAreReapedInOneWalk) {
+TEST_F(RecoveryCost, ManyDeadAreReapedInOneWalk) {
     constexpr uint32_t dead = 2000;
     constexpr uint32_t mail = 20000;
     const Linx other("other");
@@ -79,7 +79,7 @@ TEST_F(RecoveryWork, ManyDeadAreReapedInOneWalk) {
     for (const Spid spid : all) EXPECT_FALSE(isOpen(arena, spid));
 }
 
-TEST_F(RecoveryWork, PeersThatDieTogetherAreReapedInOneWalk) {
+TEST_F(RecoveryCost, PeersThatDieTogetherAreReapedInOneWalk) {
     constexpr uint32_t dead = 40;  // more than are told at once
     constexpr uint32_t mail = 20000;
     const Linx other("other");

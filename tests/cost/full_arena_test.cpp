@@ -4,21 +4,21 @@
 #include <cerrno>
 
 #include "tests/host/endpoints.h"
-#include "tests/work/looks.h"
+#include "tests/cost/looks.h"
 
 namespace linx {
 namespace {
 
 using linxtest::Linx;
 using linxtest::ScopedVariable;
-using work::looksOf;
+using cost::looksOf;
 
 /// Set before the test opens anything, being a base that comes first.
 struct FourMegabytes {
     ScopedVariable megabytes{"LINX_ARENA_MB", "4"};
 };
 
-class FullArenaWork : private FourMegabytes, public linxtest::ArenaDomainTest {
+class FullArenaCost : private FourMegabytes, public linxtest::ArenaDomainTest {
 protected:
     static bool canAllocate(LINX* linx, uint32_t size) {
         LinxSignal* signal = linx_alloc(linx, size, 1);
@@ -26,7 +26,7 @@ protected:
     }
 };
 
-TEST_F(FullArenaWork, ManyWhoTryAgainAndAgainLookThroughItNowAndThen) {
+TEST_F(FullArenaCost, ManyWhoTryAgainAndAgainLookThroughItNowAndThen) {
     constexpr uint32_t small = 4;
     constexpr uint32_t large = 10000;
     constexpr uint32_t rounds = 500;
