@@ -47,14 +47,14 @@ _LIBRARY = [
 ]
 _SERVICES = [Step('services_test', 'tests/services')]
 _HOST = [
+    Step('host_test', 'tests/host'),
     Step('ambush_test', 'tests/ambush'),
     Step('cost_test', 'tests/cost'),
     Step('crash_test', 'tests/crash'),
     Step('bounds_test', 'tests/bounds', library='host'),
+    Step('processes_test', 'tests/processes', library='host'),
     Step('linx-storm', 'tests/storm', ('--kills', '300', '--seed', '1')),
     Step('linx-crash-sites', 'tests/crash', ('--most', '30')),
-    Step('processes_test', 'tests/processes', library='host'),
-    Step('host_test', 'tests/host'),
     Step('linx-models', 'models', ('--switches', '2', '--states', '8000', '--executions', '1000')),
 ]
 
