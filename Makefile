@@ -39,6 +39,14 @@ test-release test-debug test-asan test-tsan test-clang test-powerpc: test-%:
 .PHONY: test-mixed
 test-mixed: mixed-dependencies ## Runs processes of 32 and of 64 bits in one domain, and the tests of host/ in 32 bits
 	@echo "== mixed"
+	@scripts/runs-32-bits; case $$? in \
+	    0) $(MAKE) run-mixed ;; \
+	    1) echo "Skipped: this machine runs no programs of 32 bits." ;; \
+	    *) exit 1 ;; \
+	esac
+
+.PHONY: run-mixed
+run-mixed:
 	@cmake --preset release >/dev/null
 	@cmake --build --preset release --target linx-demo mixed_test
 	@cmake --preset x86-32 >/dev/null
