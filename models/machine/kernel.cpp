@@ -10,6 +10,7 @@
 namespace model {
 namespace {
 
+constexpr int firstFile = 9000;   ///< no number of another descriptor
 constexpr uint32_t readable = 1;  // as EPOLLIN
 constexpr uint32_t broken = 8;    // as EPOLLERR
 
@@ -24,7 +25,9 @@ bool always() {
 Kernel kernel;
 
 void Kernel::reset() {
+    const uint64_t files = now_.files;  // of the domain that the real process has joined
     now_ = State();
+    now_.files = files;
     now_.lockedBy = nobody;
 }
 
@@ -117,6 +120,19 @@ void Kernel::removeBell(uint32_t spid) {
     if (bell == maxBells) return;
     meet(viewOf(bell));
     now_.bells[bell].named = false;
+}
+
+int Kernel::openFile() {
+    int number = 0;
+    while ((now_.files >> number & 1) != 0) ++number;
+    now_.files |= uint64_t{1} << number;
+    return firstFile + number;
+}
+
+bool Kernel::closeFile(int descriptor) {
+    if (descriptor < firstFile || descriptor >= firstFile + 64) return false;
+    now_.files &= ~(uint64_t{1} << (descriptor - firstFile));
+    return true;
 }
 
 int Kernel::writeBell(int descriptor, uint32_t record) {

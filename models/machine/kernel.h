@@ -24,6 +24,11 @@ public:
     void begin() { beginning_ = now_; }
     void rewind() { now_ = beginning_; }
 
+    /// The number of a file or a directory that is opened: the lowest that is free. What lies there does not matter.
+    int openFile();
+    /// False when it is the number of no such file.
+    bool closeFile(int descriptor);
+
     /// From now on so many of a process's writes to bells may fail for want of memory, whichever they are.
     void failWrites(unsigned process, uint8_t most) { now_.failuresLeft[process] = most; }
 
@@ -111,6 +116,7 @@ private:
         std::array<Bell, maxBells> bells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
+        uint64_t files;                                   ///< those that are open, a bit each
         uint8_t lockedBy;                                 ///< the process
         std::array<uint8_t, maxThreads> failuresLeft;     ///< by process
         std::array<uint8_t, maxThreads> mostDescriptors;  ///< by process; 0: as many as it wants

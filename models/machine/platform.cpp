@@ -24,8 +24,6 @@
 namespace model {
 namespace {
 
-constexpr int directoryDescriptor = 9000;
-constexpr int fileDescriptor = 9001;
 constexpr time_t secondsAtStart = 1000;  ///< of the clocks
 
 constexpr size_t mostBytes = size_t{linx::firstPoolPage(plentyOfUnits) + plentyOfUnits} * linx::unitBytes;
@@ -53,13 +51,13 @@ std::string domainPath() {
     return "model";
 }
 int openDomainDirectory(const std::string&) {
-    return model::directoryDescriptor;
+    return model::kernel.openFile();
 }
 int openArenaFile(int) {
-    return model::fileDescriptor;
+    return model::kernel.openFile();
 }
 int openOrMakeArenaFile(int, unsigned, bool&) {
-    return model::fileDescriptor;
+    return model::kernel.openFile();
 }
 uint32_t checkArenaFile(int) {
     return model::arenaUnits;
@@ -114,14 +112,14 @@ extern "C" {
 int __real_close(int descriptor);
 
 int __wrap_close(int descriptor) {
-    if (descriptor == model::directoryDescriptor || descriptor == model::fileDescriptor) return 0;
+    if (model::kernel.closeFile(descriptor)) return 0;
     if (!model::kernel.owns(descriptor)) return __real_close(descriptor);
     model::kernel.close(descriptor);
     return 0;
 }
 // Of the arena's file, which is opened once more to be locked.
 int __wrap_openat(int, const char*, int, ...) {
-    return model::fileDescriptor;
+    return model::kernel.openFile();
 }
 int __wrap_fstat(int, struct stat* status) {
     *status = {};
