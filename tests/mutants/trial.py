@@ -37,13 +37,13 @@ class Step:
     name: str
     folder: str
     arguments: tuple = ('--gtest_fail_fast',)
-    library: str = ''  # folder of the shared library that it loads
+    loads: str = ''  # folder of the shared library that it loads
 
 
 _LIBRARY = [
-    Step('library_test', 'tests/library', library='ipc'),
-    Step('server_names_first_use_test', 'tests/library', library='ipc'),
-    Step('abi_test', 'tests/abi', library='ipc'),
+    Step('library_test', 'tests/library', loads='ipc'),
+    Step('server_names_first_use_test', 'tests/library', loads='ipc'),
+    Step('abi_test', 'tests/abi', loads='ipc'),
 ]
 _SERVICES = [Step('services_test', 'tests/services')]
 _HOST = [
@@ -51,8 +51,8 @@ _HOST = [
     Step('ambush_test', 'tests/ambush'),
     Step('cost_test', 'tests/cost'),
     Step('crash_test', 'tests/crash'),
-    Step('bounds_test', 'tests/bounds', library='host'),
-    Step('processes_test', 'tests/processes', library='host'),
+    Step('bounds_test', 'tests/bounds', loads='host'),
+    Step('processes_test', 'tests/processes', loads='host'),
     Step('linx-storm', 'tests/storm', ('--kills', '300', '--seed', '1')),
     Step('linx-crash-sites', 'tests/crash', ('--most', '30')),
     Step('linx-models', 'models', ('--switches', '2', '--states', '8000', '--executions', '1000')),
@@ -191,7 +191,7 @@ class Workshop:
                 self._running = None
 
     def _programs(self, step):
-        loaded = sorted((self._build / step.library).glob('lib*.so.*.*')) if step.library else []
+        loaded = sorted((self._build / step.loads).glob('lib*.so.*.*')) if step.loads else []
         files = [self._build / step.folder / step.name, *loaded]
         return [hashlib.sha256(file.read_bytes()).digest() for file in files]
 
