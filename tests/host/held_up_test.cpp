@@ -16,7 +16,7 @@ namespace interposed = linxtest::interposed;
 
 using linxtest::Linx;
 
-/// A child that goes one instruction at a time.
+/// A child that does something one instruction at a time, and stops when it is done.
 class Stepper {
 public:
     template <class Body>
@@ -25,13 +25,16 @@ public:
             if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == -1) _exit(cannot);
             raise(SIGSTOP);
             body();
+            raise(SIGSTOP);
             _exit(0);
         }
         await();
     }
     ~Stepper() {
-        if (!hasEnded()) ptrace(PTRACE_CONT, process_, nullptr, nullptr);
-        while (!hasEnded()) await();
+        while (!hasEnded()) {
+            ptrace(PTRACE_CONT, process_, nullptr, nullptr);
+            await();
+        }
     }
     Stepper(const Stepper&) = delete;
     Stepper& operator=(const Stepper&) = delete;
@@ -39,17 +42,21 @@ public:
     void step() {
         ptrace(PTRACE_SINGLESTEP, process_, nullptr, nullptr);
         await();
+        stepped_ = true;
     }
-    bool hasEnded() const { return !WIFSTOPPED(status_); }
+    /// A step stops it by another signal than the one that it raises.
+    bool isDone() const { return stepped_ && (hasEnded() || WSTOPSIG(status_) == SIGSTOP); }
     bool isPossible() const { return !hasEnded() || WEXITSTATUS(status_) != cannot; }
 
 private:
     static constexpr int cannot = 99;
 
+    bool hasEnded() const { return !WIFSTOPPED(status_); }
     void await() { waitpid(process_, &status_, 0); }
 
     const pid_t process_;
     int status_ = 0;
+    bool stepped_ = false;
 };
 
 class HeldUpTest : public linxtest::ArenaDomainTest {
@@ -86,10 +93,10 @@ TEST_F(HeldUpTest, AFreerTakesNothingOffTheBooksOfWhoHasComeIntoTheSlotSince) {
         {
             Stepper child([&] { linx_free_buf(freer, &signal); });
             if (!child.isPossible()) GTEST_SKIP() << "no process can be looked at here";
-            while (leasedLines(freer.spid) == before && !child.hasEnded()) child.step();
-            ASSERT_FALSE(child.hasEnded());
-            for (int i = 0; i < later && !child.hasEnded(); ++i) child.step();
-            wasHeldUp = !child.hasEnded();
+            while (leasedLines(freer.spid) == before && !child.isDone()) child.step();
+            ASSERT_FALSE(child.isDone());
+            for (int i = 0; i < later && !child.isDone(); ++i) child.step();
+            wasHeldUp = !child.isDone();
             home.reset();
             home = Linx("next");
             ASSERT_EQ(indexOf(home.spid), indexOf(earlier));
