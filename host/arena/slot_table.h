@@ -28,8 +28,8 @@ inline bool everExisted(const Arena& arena, Spid spid) {
     return current != 0 && (current == spid || isEarlier(spid, current));
 }
 
-/// Takes the slot that is next in turn out of the order. Where there is no memory for a fresh one, the oldest ended one
-/// is next. 0 with errno ENOSPC when all are open, ENOMEM when there is no memory and none has ended.
+/// Takes the slot that is next in turn out of the order. Where there is no memory for a fresh one, the oldest ended
+/// one is next. 0 with errno ENOSPC when all are open, ENOMEM when there is no memory and none has ended.
 uint32_t takeSlot(const Arena& arena);
 
 /// Puts a slot whose endpoint has ended at the end of the order.

@@ -46,11 +46,12 @@ Peer* Endpoint::acquaint(Spid spid) {
     return peer;
 }
 
-/// After a failure for want of descriptors: parts with somebody. True when there is one now. errno stays where there is
-/// none.
+/// After a failure for want of descriptors: parts with somebody. True when there is one now. errno stays where there
+/// is none.
 bool Endpoint::makeRoom() {
     if (!peers_.makeRoom()) return false;
-    // The one parted with may have died since its last signal and have rung for none: now nothing tells of it any more.
+    // The one parted with may have died since its last signal and have rung for none: now nothing tells of it any
+    // more.
     settle();
     return true;
 }

@@ -24,8 +24,8 @@ static_assert((spidMask & ended) == 0, "no spid is taken for it");
 
 constexpr uint32_t capacity = 1024;  ///< records that a bell holds
 
-/// Makes and opens the bell of the caller's own endpoint. A leftover of the same name is replaced; one may be left where
-/// it fails.
+/// Makes and opens the bell of the caller's own endpoint. A leftover of the same name is replaced; one may be left
+/// where it fails.
 int make(int directory, Spid spid, unsigned mode);
 
 /// Opens another endpoint's bell. ENXIO or ENOENT: the endpoint has ended; EPROTO: what lies there is no bell.

@@ -7,7 +7,7 @@ namespace linx {
 namespace introduction {
 namespace {
 
-constexpr int attempts = 64;       ///< the receiver would have to part between all of them
+constexpr int attempts = 64;      ///< the receiver would have to part between all of them
 constexpr int introductions = 3;  ///< one that watches nobody parts after each, and may come first for ever
 
 }  // namespace

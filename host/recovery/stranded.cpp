@@ -21,8 +21,8 @@ struct Sending {
 
     uint32_t target() const { return indexOf(owner); }
 
-    /// Whether it is still where it was. Acquire: (E), as when it was found; who took it since has written one of them,
-    /// seen after a look at the stacks by (G) or (I), and one that has died cannot become either again.
+    /// Whether it is still where it was. Acquire: (E), as when it was found; who took it since has written one of
+    /// them, seen after a look at the stacks by (G) or (I), and one that has died cannot become either again.
     bool isUnchanged() const { return block->owner.loadAcquire() == owner && block->sender.loadRelaxed() == sender; }
 };
 
@@ -59,12 +59,13 @@ public:
     }
 
 private:
-    /// No two stacks share a block, so all of them together are soon walked, unless somebody scribbled over the links.
+    /// No two stacks share a block, so all of them together are soon walked, unless somebody scribbled over the
+    /// links.
     static constexpr uint64_t stepsPerBlock = 16;
 
     void lookInto(const Slot& slot, Sending* first, Sending* last) {
-        // The heads before what is being taken: a chain taken after the look at a head was announced before it left the
-        // head (H).
+        // The heads before what is being taken: a chain taken after the look at a head was announced before it left
+        // the head (H).
         for (const Word* head : {&slot.mailbox, &slot.takingMailbox, &slot.returned, &slot.takingReturned}) {
             stack::walkWhile(arena_, stack::refOf(head->loadSeqCst()), [&](Block&, Ref ref, uint32_t) {
                 const auto found = std::lower_bound(first, last, ref,

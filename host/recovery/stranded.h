@@ -6,9 +6,9 @@
 
 namespace linx {
 
-/// An endpoint that dies between giving a block its next owner and pushing it leaves a block that lies in no stack: only
-/// its slot's `sending` names it. Makes common what the dead have left so. Under the cold lock; their own stacks are
-/// closed.
+/// An endpoint that dies between giving a block its next owner and pushing it leaves a block that lies in no stack:
+/// only its slot's `sending` names it. Makes common what the dead have left so. Under the cold lock; their own stacks
+/// are closed.
 void recoverStranded(const ColdSection& cold, const SlotSet& dead);
 
 }  // namespace linx

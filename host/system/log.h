@@ -12,7 +12,8 @@ namespace linx {
 /// The bits of the log mask that the platform itself uses.
 enum class LogBit : unsigned { error = 2, notable = 16 };
 
-/// Logs the line that `text()` makes, if the bit is set in the mask. Leaves errno alone; without memory there is no line.
+/// Logs the line that `text()` makes, if the bit is set in the mask. Leaves errno alone; without memory there is no
+/// line.
 template <class Text>
 [[gnu::cold]] void log(LogBit bit, Text text) {
     const int keptErrno = errno;

@@ -3,15 +3,15 @@
 
 #include <cerrno>
 
-#include "tests/host/endpoints.h"
 #include "tests/cost/looks.h"
+#include "tests/host/endpoints.h"
 
 namespace linx {
 namespace {
 
+using cost::looksOf;
 using linxtest::Linx;
 using linxtest::ScopedVariable;
-using cost::looksOf;
 
 /// Set before the test opens anything, being a base that comes first.
 struct FourMegabytes {

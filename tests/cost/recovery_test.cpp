@@ -3,16 +3,16 @@
 
 #include "tests/host/recovery.h"
 
+#include "tests/cost/looks.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/signals.h"
-#include "tests/cost/looks.h"
 
 namespace linx {
 namespace {
 
+using cost::looksOf;
 using linxtest::anySignal;
 using linxtest::Linx;
-using cost::looksOf;
 
 constexpr uint32_t notice = 101;
 constexpr uint32_t looksAtBlock = 20;  ///< all that is done with one, in all the walks of a repair

@@ -12,8 +12,8 @@
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/bell.h"
 #include "tests/host/memory_arena.h"
-#include "tests/support/domain_fixture.h"
 #include "tests/support/deliver.h"
+#include "tests/support/domain_fixture.h"
 
 namespace linx {
 namespace {

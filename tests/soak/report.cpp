@@ -22,15 +22,14 @@ struct Room {
     uint32_t arenaKib;
 };
 
-// At first, tables grow to what they have room for. In each process: a pointer for every slot of the domain, up to twice;
-// what malloc keeps at hand. In the arena: the slots, and what each endpoint may keep, a 256th of the arena, and as much
-// again that others have given back to it.
+// At first, tables grow to what they have room for. In each process: a pointer for every slot of the domain, up to
+// twice; what malloc keeps at hand. In the arena: the slots, and what each endpoint may keep, a 256th of the arena,
+// and as much again that others have given back to it.
 constexpr uint32_t kibKept = 2 * arenaMib * 1024 / 256;
 constexpr uint32_t endpointsAtATime = workers + members + servers;
 constexpr uint64_t bytesAtHand = 64u << 10;
-constexpr Room roomAtFirst = {
-    2 * linx::slotCount * sizeof(void*) + bytesAtHand,
-    linx::slotCount * sizeof(linx::Slot) / 1024 + endpointsAtATime* kibKept};
+constexpr Room roomAtFirst = {2 * linx::slotCount * sizeof(void*) + bytesAtHand,
+                              linx::slotCount * sizeof(linx::Slot) / 1024 + endpointsAtATime* kibKept};
 
 // Later they do not; another crowd of large signals may need some memory yet.
 constexpr Room roomLater = {bytesAtHand, 4 * 1024};

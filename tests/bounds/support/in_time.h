@@ -7,8 +7,8 @@
 
 #include "tests/processes/support/line.h"
 
-/// Whether `attempt`, which wants the room of somebody who has died, succeeds in time: the dead are looked for now and
-/// then, the less often the longer it takes.
+/// Whether `attempt`, which wants the room of somebody who has died, succeeds in time: the dead are looked for now
+/// and then, the less often the longer it takes.
 template <class Attempt>
 bool succeedsInTime(Attempt attempt) {
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);

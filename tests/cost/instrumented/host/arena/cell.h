@@ -1,8 +1,8 @@
 #ifndef LINXIPC_HOST_ARENA_CELL_H
 #define LINXIPC_HOST_ARENA_CELL_H
 
-#include "tests/support/watched_cell.h"
 #include "tests/cost/looks.h"
+#include "tests/support/watched_cell.h"
 
 namespace linx {
 
