@@ -98,7 +98,7 @@ constexpr uint32_t lifeOpen = 1u << 31;  ///< set in a slot's life while the end
 struct alignas(lineBytes) Slot {
     // Senders write.
     Word mailbox;    ///< last block pushed by a sender
-    Word attention;  ///< whether a push must ring, see mailbox/attention.h
+    Word wakeState;  ///< whether a push must ring, see mailbox/wake_state.h
     Word partings;   ///< counts how often the endpoint has ceased to watch somebody, see mailbox/introduction.h
     uint32_t pad0[13];
 

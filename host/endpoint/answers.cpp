@@ -5,9 +5,9 @@
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
 #include "host/mailbox/introduction.h"
+#include "host/mailbox/wake_state.h"
 
 namespace linx {
 namespace {
@@ -34,8 +34,8 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
         // push is (A) and the look (B).
         uint32_t introducedAt = introduction::never;
         if (introduction::push(slot, bell.get(), found, *signal, ref, introducedAt) != stack::closed) {
-            const int result = attention::ring(slot.attention, slot.attention.loadSeqCst(), hunter, indexOf(found),
-                                               [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
+            const int result = wake_state::ring(slot.wakeState, slot.wakeState.loadSeqCst(), hunter, indexOf(found),
+                                                [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
             rung = result == 0 || result == EPIPE;
         } else {
             // Somebody died while he reaped the hunter: the next reaper takes what the hunter has, and not what a

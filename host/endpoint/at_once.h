@@ -3,8 +3,8 @@
 
 #include "host/endpoint/endpoint.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
 #include "host/mailbox/introduction.h"
+#include "host/mailbox/wake_state.h"
 
 /*
  * The operations as they go most of the time: no lock is wanted, nobody has to be woken, everybody is known. They lie
@@ -91,8 +91,8 @@ Endpoint::Posted Endpoint::post(const Held& held, Peer& peer, Push push) {
         held.block->owner.storeRelaxed(from);
         return Posted::refused;
     }
-    const uint32_t found = target.attention.loadSeqCst();  // (B), see attention.h
-    if (attention::asksForRing(found, to)) return Posted::wantsRing;
+    const uint32_t found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
+    if (wake_state::wantsRing(found, to)) return Posted::wantsRing;
     peers_.noteUnrung(&peer);
     return before == stack::empty || peer.unasked-- != 0 ? Posted::done : Posted::wantsReminder;
 }
@@ -119,7 +119,7 @@ inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
 /// Whether a receive of any signal has nothing to do but to take one: no time-out or end of a peer can be due,
 /// another signal stays in the queue, and the descriptor says so.
 inline bool Endpoint::isBusy() const {
-    return queue_.hasSeveralArrivals() && timers_.idle() && !peers_.supervising() && byteIn_ && !looking_;
+    return queue_.hasSeveralArrivals() && timers_.idle() && !peers_.supervising() && byteIn_ && !awake_;
 }
 
 /// Gives a signal of the queue to the user and returns its size.

@@ -18,9 +18,9 @@
 #include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
 #include "host/mailbox/sleepers.h"
+#include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 #include "host/system/log.h"
 
@@ -29,9 +29,10 @@ namespace {
 
 /// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
 /// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
-/// half ready: it changes attention by exchanges that expect its own generation, and leaves a stray in the mailbox.
+/// half ready: it changes the wake state by exchanges that expect its own generation, and leaves a stray in the
+/// mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
-    slot.attention.storeRelaxed(attention::word(spid, attention::quiet));
+    slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
     if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
     slot.takingMailbox.storeRelaxed(0);
     slot.takingReturned.storeRelaxed(0);
@@ -154,7 +155,7 @@ Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& 
       forkRound_(slot_.forkRound.loadRelaxed()),
       pool_(*domain_, spid),
       peers_(*domain_, slot_, epoll_.get()),
-      budget_(LookingBudget::fromEnvironment()) {}
+      budget_(SpinBudget::fromEnvironment()) {}
 
 Endpoint::~Endpoint() {
     if (disowned_) {

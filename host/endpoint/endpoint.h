@@ -8,9 +8,9 @@
 
 #include "host/arena/domain.h"
 #include "host/arena/name_table.h"
-#include "host/endpoint/looking_budget.h"
 #include "host/endpoint/peers.h"
 #include "host/endpoint/signal_queue.h"
+#include "host/endpoint/spin_budget.h"
 #include "host/endpoint/timers.h"
 #include "host/pool/pool.h"
 #include "host/recovery/cold_section.h"
@@ -156,9 +156,9 @@ private:
         return {arena().rawBlock(signal.ref), signal.ref, signal.sizeClass};
     }
     Held await(const uint32_t* milliseconds, const uint32_t* selection);
-    void beginLooking();
+    void markAwake();
     bool look(uint64_t deadline);
-    bool giveWay(uint64_t wake);
+    bool yieldOnce(uint64_t wake);
     bool sleep(uint64_t deadline, bool mayWait);
     void remindUnrung();
     uint64_t debtDue(uint64_t from) const;
@@ -172,7 +172,7 @@ private:
     [[gnu::cold, gnu::noinline]] bool watchTimer();
     void enqueue(Ref ref);
     void settle() {
-        if (queue_.empty() || looking_ || !byteIn_) settleAnew();
+        if (queue_.empty() || awake_ || !byteIn_) settleAnew();
     }
     void settleAnew();
     [[gnu::cold, gnu::noinline]] void callLater();
@@ -226,12 +226,12 @@ private:
     Pool pool_;
     Peers peers_;
     Timers timers_;
-    LookingBudget budget_;
+    SpinBudget budget_;
 
     SignalQueue queue_;
-    Ref takenChain_ = 0;    ///< taken from the mailbox, not in the queue yet
-    bool looking_ = false;  ///< the attention word says that this endpoint looks
-    bool byteIn_ = false;   ///< the bell is known to hold a byte
+    Ref takenChain_ = 0;   ///< taken from the mailbox, not in the queue yet
+    bool awake_ = false;   ///< the wake state says that this endpoint looks
+    bool byteIn_ = false;  ///< the bell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
 
     bool waitFailed_ = false;    ///< somebody has closed what this endpoint waits on

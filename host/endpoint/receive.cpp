@@ -10,8 +10,8 @@
 #include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
+#include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 
 /*
@@ -22,7 +22,7 @@ namespace linx {
 namespace {
 
 constexpr uint64_t nanosecondsPerMillisecond = 1000000;
-constexpr uint64_t alone = 1000;  ///< nanoseconds of looking after which an answer seems to want this processor
+constexpr uint64_t alone = 1000;  ///< nanoseconds of spinning after which an answer seems to want this processor
 
 void relax() {
 #if defined(__x86_64__) || defined(__i386__)
@@ -71,7 +71,7 @@ Endpoint::Held Endpoint::takeQueued(const uint32_t* selection) {
 Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
     waitFailed_ = false;
     if (!isStillOpen()) return {nullptr, 0, 0};
-    beginLooking();
+    markAwake();
     takeMailbox();
     Held held = takeQueued(selection);
     if (held.block != nullptr) return held;
@@ -91,24 +91,24 @@ Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* sel
     }
 }
 
-void Endpoint::beginLooking() {
+void Endpoint::markAwake() {
     // An exchange, to learn whether a byte is in. One that a sender has announced but not written comes late, and is
     // found in the bell by the next sleep.
-    const uint32_t before = slot().attention.exchangeSeqCst(attention::word(spid_, attention::looking));
-    if (attention::stateOf(before) == attention::rung) byteIn_ = true;
-    looking_ = true;
+    const uint32_t before = slot().wakeState.exchangeSeqCst(wake_state::word(spid_, wake_state::awake));
+    if (wake_state::stateOf(before) == wake_state::notified) byteIn_ = true;
+    awake_ = true;
 }
 
 /// Looks at the mailbox while the budget lasts. True when a signal came or a time-out fell due.
 bool Endpoint::look(uint64_t deadline) {
     const uint64_t wake = std::min(deadline, timers_.earliest());
-    if (budget_.nanoseconds() == 0) return giveWay(wake);
+    if (budget_.nanoseconds() == 0) return yieldOnce(wake);
     const uint64_t start = now();
     uint64_t time = start;
     while (time < start + budget_.nanoseconds() && time < wake) {
         for (int i = 0; i < 32; ++i) {
             if (stack::holdsBlocks(slot().mailbox.loadRelaxed())) {  // relaxed: the take acquires
-                budget_.foundWhileLooking();
+                budget_.foundWhileSpinning();
                 return true;
             }
             relax();
@@ -123,13 +123,13 @@ bool Endpoint::look(uint64_t deadline) {
 }
 
 /// Lets others run once, who may send, unless it is time to wake. True when a signal came.
-bool Endpoint::giveWay(uint64_t wake) {
-    if (!budget_.givesWay()) return false;
+bool Endpoint::yieldOnce(uint64_t wake) {
+    if (!budget_.mayYield()) return false;
     const uint64_t start = now();
     if (start >= wake) return false;
     sched_yield();
     const bool found = stack::holdsBlocks(slot().mailbox.loadRelaxed());  // relaxed: the take acquires
-    budget_.gaveWay(now() - start, found);
+    budget_.yielded(now() - start, found);
     return found;
 }
 
@@ -142,9 +142,9 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     const size_t queued = queue_.size();
     silence();
     if (missedEnds_) buryEnded();
-    if (queue_.size() != queued) return false;                               // somebody's end came with the bell
-    slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C), see attention.h
-    looking_ = false;
+    if (queue_.size() != queued) return false;                                  // somebody's end came with the bell
+    slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));  // (C), see wake_state.h
+    awake_ = false;
     const bool sleeps = !stack::holdsBlocks(slot().mailbox.loadSeqCst()) && mayWait;  // (D)
     const uint64_t start = mayWait ? now() : 0;
     // Also when a signal has forestalled the sleep: one may come each time, and time-outs and ends must not wait for
@@ -153,12 +153,12 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     const uint64_t end = mayWait ? now() : 0;
     if (sleeps) budget_.sleptFor(end - start);
     if (waitFailed_ || !isStillOpen()) return true;
-    beginLooking();
+    markAwake();
     return !mayWait || end >= deadline;
 }
 
 /// Who was sent the last signal said that it looks. Should it have come for its mail by now and has not, its
-/// attention word may have been garbled: nothing would wake it while this endpoint waits for its answer.
+/// wake state may have been garbled: nothing would wake it while this endpoint waits for its answer.
 void Endpoint::remindUnrung() {
     Peer* peer = peers_.unrung();
     if (peer == nullptr) return;
@@ -330,10 +330,10 @@ void Endpoint::silence() {
 
 /// Puts a byte in, if none is known to be in. A failure to do so is made good by the next settling.
 void Endpoint::raiseByte() {
-    const uint32_t before = slot().attention.exchangeSeqCst(attention::word(spid_, attention::rung));
-    looking_ = false;
-    byteIn_ = byteIn_ || attention::stateOf(before) == attention::rung || bell::ring(bell_.get()) == 0;
-    if (!byteIn_) slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));
+    const uint32_t before = slot().wakeState.exchangeSeqCst(wake_state::word(spid_, wake_state::notified));
+    awake_ = false;
+    byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || bell::ring(bell_.get()) == 0;
+    if (!byteIn_) slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));
 }
 
 /// Makes the descriptor true again: see the top of this file.
@@ -355,14 +355,14 @@ void Endpoint::makeDescriptorTrue() {
     for (;;) {
         if (queue_.empty() && !takeMailboxIfRoom()) break;
         if (!queue_.empty()) break;
-        if (!looking_ && !byteIn_) return;
-        // The byte first: one that a sender writes after it has seen quiet must stay in.
+        if (!awake_ && !byteIn_) return;
+        // The byte first: one that a sender writes after it has seen parked must stay in.
         silence();
-        slot().attention.storeSeqCst(attention::word(spid_, attention::quiet));  // (C)
-        looking_ = false;
+        slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));  // (C)
+        awake_ = false;
         if (queue_.empty() && !stack::holdsBlocks(slot().mailbox.loadSeqCst())) return;  // (D)
     }
-    if (looking_ || !byteIn_) raiseByte();
+    if (awake_ || !byteIn_) raiseByte();
 }
 
 /// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.

@@ -6,8 +6,8 @@
 #include "host/arena/slot_table.h"
 #include "host/endpoint/at_once.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
+#include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 
 namespace linx {
@@ -74,8 +74,8 @@ int Endpoint::finishSend(Posted posted) {
 int Endpoint::ring(const Held& held, Peer& peer) {
     slot().rings.storeRelaxed(slot().rings.loadRelaxed() + 1);
     peers_.noteUnrung(nullptr);
-    const int result = attention::ring(peer.slot.attention, peer.slot.attention.loadSeqCst(), peer.spid,
-                                       indexOf(spid_), [&] { return bell::ring(peer.bell.get()); });
+    const int result = wake_state::ring(peer.slot.wakeState, peer.slot.wakeState.loadSeqCst(), peer.spid,
+                                        indexOf(spid_), [&] { return bell::ring(peer.bell.get()); });
     if (result == 0) return 0;
     if (bell::isDead(peer.bell.get())) return bounce(held, peer);
     oweRing();
@@ -117,7 +117,7 @@ int Endpoint::refuse(const Held& held, int reason) {
 
 /// There is a backlog in the peer's mailbox, and it did not ask to be rung. It is rung nevertheless, at most once a
 /// tick of the kernel (of many sends in one tick fewer and fewer ask the clock): it may have died, which its bell
-/// tells, or somebody has garbled its attention word and it sleeps. False when it has died.
+/// tells, or somebody has garbled its wake state and it sleeps. False when it has died.
 bool Endpoint::remind(Peer& peer) {
     const uint64_t now = coarseMilliseconds();
     const bool sameTick = peer.lookedAt == now;

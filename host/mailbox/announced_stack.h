@@ -55,7 +55,7 @@ inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
         block.next.storeRelease(seen);
         // Release: (F), pairs with take; the taker reads the block's contents after the head, and those of the blocks
         // below, since all that changes the head is an exchange. Sequentially consistent: the pusher's next look at
-        // the attention word must not come before it, see attention.h (A).
+        // the wake state must not come before it, see wake_state.h (A).
         // Dying before: the block stays the caller's, named by its slot's `sending`. After: it has been sent.
     } while (!head.casSeqCst(found, ref | tag));
     return seen;

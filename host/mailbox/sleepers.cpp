@@ -3,8 +3,8 @@
 #include <cerrno>
 
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
+#include "host/mailbox/wake_state.h"
 
 namespace linx {
 namespace {
@@ -41,8 +41,8 @@ bool ringSleepers(const Domain& domain, uint32_t ringer) {
         const Spid to = life & spidMask;
         // These looks stand in for those of whoever pushed: (B) after (A).
         if ((life & lifeOpen) == 0 || !stack::holdsBlocks(slot.mailbox.loadSeqCst())) continue;
-        const int result = attention::ring(slot.attention, slot.attention.loadSeqCst(), to, ringer,
-                                           [&] { return ringByName(domain, to); });
+        const int result = wake_state::ring(slot.wakeState, slot.wakeState.loadSeqCst(), to, ringer,
+                                            [&] { return ringByName(domain, to); });
         all = all && (result == 0 || result == EPIPE);
     }
     return all;

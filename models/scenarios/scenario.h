@@ -18,7 +18,7 @@ struct Scenario {
     std::vector<const char*> actors;  ///< the names of their endpoints
     unsigned mortal;                  ///< bit i: actor i may be killed at every step
     unsigned patient;                 ///< bit i: actor i may wait for ever if nothing waits for it
-    const char* spinMicroseconds;     ///< the looking budget of all
+    const char* spinMicroseconds;     ///< the spin budget of all
     bool exhaustive;                  ///< small enough to reach every state; otherwise schedules are drawn
     std::function<void(Stage&)> prepare;
     std::vector<std::function<void(Stage&)>> acts;  ///< what each actor does, side by side

@@ -465,7 +465,7 @@ void Stage::checkArena(bool all) {
 std::string nameOfWord(const uint32_t* word) {
     const auto offset = static_cast<uint32_t>(reinterpret_cast<const char*>(word) -
                                               reinterpret_cast<const char*>(&domain().arena().header()));
-    static const char* const slotWords[] = {"mailbox", "attention"};
+    static const char* const slotWords[] = {"mailbox", "wake state"};
     if (offset < linx::bucketsOffset) return "header+" + std::to_string(offset);
     if (offset < linx::slotsOffset) return "bucket";
     if (offset < linx::huntsOffset) {

@@ -91,7 +91,7 @@ public:
     void as(unsigned actor) { scheduler.actAs(actor); }
     /// Opens the first `count` actors.
     void openFirst(unsigned count);
-    /// The same, and all others have sent one signal to the first: bells are open, and everybody is quiet.
+    /// The same, and all others have sent one signal to the first: bells are open, and everybody is parked.
     void openAcquainted(unsigned count);
     /// Lets an actor receive all that is there.
     void drain(unsigned actor);

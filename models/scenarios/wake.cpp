@@ -28,8 +28,8 @@ const Announced wake(Scenario{
     {receiveThem, sendTwo},
 });
 
-const Announced wakeLooking(Scenario{
-    "wake-looking",
+const Announced wakeSpinning(Scenario{
+    "wake-spinning",
     "two signals to one who looks for a while before it sleeps",
     {"receiver", "sender"},
     0,

@@ -60,7 +60,7 @@ TEST_F(ArenaValidatorTest, SeesThatEndedSlotsAreOutOfOrder) {
 
 TEST_F(ArenaValidatorTest, SeesThatASlotIsWrong) {
     expectSaidOfOneMore(own().life, "is that of");
-    expectSaid(own().attention, attention::word(live.spid + slotCount, attention::quiet), "of an earlier user");
+    expectSaid(own().wakeState, wake_state::word(live.spid + slotCount, wake_state::parked), "of an earlier user");
     expectSaidOfOneMore(own().partings, "the tag of its partings");
     expectSaid(own().takingMailbox, 5, "still taking its mailbox");
     expectSaid(own().takingReturned, 5, "still taking its returns");

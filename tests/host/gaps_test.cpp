@@ -12,7 +12,7 @@
 #include "host/arena/common_stacks.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
+#include "host/mailbox/wake_state.h"
 #include "host/recovery/cold_section.h"
 #include "host/recovery/transit.h"
 #include "tests/host/endpoints.h"
@@ -66,9 +66,9 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
 TEST_F(GapsTest, ABellThatCouldNotBeRungIsRungByTheNextSender) {
     constexpr Spid receiver = makeSpid(5, 1);
     Word word{};
-    word.storeRelaxed(attention::word(receiver, attention::quiet));
-    EXPECT_EQ(attention::ring(word, word.loadRelaxed(), receiver, 3, [] { return EMFILE; }), EMFILE);
-    EXPECT_TRUE(attention::asksForRing(word.loadRelaxed(), receiver));
+    word.storeRelaxed(wake_state::word(receiver, wake_state::parked));
+    EXPECT_EQ(wake_state::ring(word, word.loadRelaxed(), receiver, 3, [] { return EMFILE; }), EMFILE);
+    EXPECT_TRUE(wake_state::wantsRing(word.loadRelaxed(), receiver));
 }
 
 TEST_F(GapsTest, ASpidThatWasNeverUsedIsToldWithoutTouchingItsSlot) {

@@ -1,7 +1,7 @@
 #ifndef LINXIPC_TESTS_HOST_RECOVERY_H
 #define LINXIPC_TESTS_HOST_RECOVERY_H
 
-#include "host/mailbox/attention.h"
+#include "host/mailbox/wake_state.h"
 #include "host/pool/lease.h"
 #include "host/recovery/retire.h"
 #include "tests/host/endpoints.h"
@@ -26,7 +26,7 @@ protected:
         const ColdSection cold(*joined);
         const uint32_t index = takeSlot(arena);
         Slot& slot = arena.slot(index);
-        slot.attention.storeRelaxed(attention::word(makeSpid(index, 1), attention::quiet));
+        slot.wakeState.storeRelaxed(wake_state::word(makeSpid(index, 1), wake_state::parked));
         countOpened(arena);
         return linxtest::layOpenSlot(arena, index, name);
     }

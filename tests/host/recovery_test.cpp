@@ -5,8 +5,8 @@
 
 #include <cerrno>
 
-#include "host/mailbox/attention.h"
 #include "host/mailbox/bell.h"
+#include "host/mailbox/wake_state.h"
 #include "host/pool/lease.h"
 #include "host/recovery/repair.h"
 #include "host/recovery/retire.h"
@@ -130,9 +130,9 @@ TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
         const std::vector<Ref> blocks = leaseFor(dead, 100);
         post(blocks[0], dead, live.spid);
         Slot& slot = slotOf(live.spid);
-        ASSERT_EQ(slot.attention.loadRelaxed(), attention::word(live.spid, attention::quiet));
+        ASSERT_EQ(slot.wakeState.loadRelaxed(), wake_state::word(live.spid, wake_state::parked));
         if (hadAnnounced) {
-            slot.attention.storeRelaxed(attention::word(live.spid, attention::ringing + indexOf(dead)));
+            slot.wakeState.storeRelaxed(wake_state::word(live.spid, wake_state::notifying + indexOf(dead)));
         }
         reapDead(dead);
         pollfd poll = {linx_get_descriptor(live), POLLIN, 0};

@@ -1,4 +1,4 @@
-// Bells that cannot be rung for want of kernel memory, and attention words that somebody has garbled.
+// Bells that cannot be rung for want of kernel memory, and wake states that somebody has garbled.
 
 #include <poll.h>
 #include <sys/wait.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "host/arena/clock.h"
-#include "host/mailbox/attention.h"
+#include "host/mailbox/wake_state.h"
 #include "tests/host/endpoints.h"
 #include "tests/support/failing_write.h"
 
@@ -41,7 +41,7 @@ protected:
         EXPECT_EQ(receiveNumber(scene.receiver), 0u);
     }
 
-    void garble(LinxSpid spid, uint32_t state) { slotOf(spid).attention.storeRelaxed(attention::word(spid, state)); }
+    void garble(LinxSpid spid, uint32_t state) { slotOf(spid).wakeState.storeRelaxed(wake_state::word(spid, state)); }
 };
 
 TEST_F(UnrungTest, ASenderThatCouldNotRingDoesSoWithItsNextOperation) {
@@ -132,7 +132,7 @@ pid_t sleepUntil(LINX* (*open)(), uint32_t last) {
     _exit(0);
 }
 
-class GarbledAttentionTest : public UnrungTest, public testing::WithParamInterface<uint32_t> {
+class GarbledWakeStateTest : public UnrungTest, public testing::WithParamInterface<uint32_t> {
 protected:
     void SetUp() override {
         child_ = sleepUntil([] { return linx_open("sleeper", 0, nullptr); }, 9);
@@ -143,7 +143,7 @@ protected:
         linx_free_buf(sender_, &found);
         sendNumber(sender_, sleeper_, 1);
         const Slot& slot = slotOf(sleeper_);
-        while (slot.attention.loadAcquire() != attention::word(sleeper_, attention::quiet)) sched_yield();
+        while (slot.wakeState.loadAcquire() != wake_state::word(sleeper_, wake_state::parked)) sched_yield();
         garble(sleeper_, GetParam());
     }
     void TearDown() override {
@@ -160,7 +160,7 @@ protected:
     pid_t child_ = -1;
 };
 
-TEST_P(GarbledAttentionTest, ABacklogHealsItWithinATick) {
+TEST_P(GarbledWakeStateTest, ABacklogHealsItWithinATick) {
     sendNumber(sender_, sleeper_, 2);
     const uint64_t tick = coarseMilliseconds();
     while (coarseMilliseconds() == tick) {
@@ -169,13 +169,13 @@ TEST_P(GarbledAttentionTest, ABacklogHealsItWithinATick) {
     sendNumber(sender_, sleeper_, 9);
 }
 
-TEST_P(GarbledAttentionTest, ASenderThatWaitsForTheAnswerHealsIt) {
+TEST_P(GarbledWakeStateTest, ASenderThatWaitsForTheAnswerHealsIt) {
     sendNumber(sender_, sleeper_, 9);
     LinxSignal* none = nullptr;
     EXPECT_EQ(linx_receive_w_tmo(sender_, &none, 10, anySignal), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Words, GarbledAttentionTest, testing::Values(attention::looking, attention::rung));
+INSTANTIATE_TEST_SUITE_P(Words, GarbledWakeStateTest, testing::Values(wake_state::awake, wake_state::notified));
 
 }  // namespace
 }  // namespace linx

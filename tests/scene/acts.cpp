@@ -8,7 +8,7 @@
 
 #include "host/arena/domain.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
+#include "host/mailbox/wake_state.h"
 
 namespace scene {
 namespace {
@@ -78,10 +78,10 @@ LinxSignal* take(Victim& victim, uint32_t milliseconds, int& failure) {
     return signal;
 }
 
-void awaitAttention(LinxSpid whom, uint32_t state) {
+void awaitWakeState(LinxSpid whom, uint32_t state) {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     const linx::Slot& slot = domain->arena().slot(linx::indexOf(whom));
-    while (linx::attention::stateOf(slot.attention.loadAcquire()) != state) sched_yield();
+    while (linx::wake_state::stateOf(slot.wakeState.loadAcquire()) != state) sched_yield();
 }
 
 int sendTo(Victim& victim, LinxSpid to) {
@@ -122,7 +122,7 @@ void holdForeign(Victim& victim) {
 void holdOneForSleeper(Victim& victim) {
     holdOne(victim);
     EXPECT_EQ(0, sendToMirror(victim));
-    if (!victim.again) awaitAttention(victim.mirror, linx::attention::quiet);
+    if (!victim.again) awaitWakeState(victim.mirror, linx::wake_state::parked);
     holdOne(victim);
 }
 

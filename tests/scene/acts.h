@@ -50,8 +50,8 @@ LinxSignal* allocate(const Victim& victim, uint32_t bytes = small, uint32_t numb
 /// 0 or an errno value.
 LinxSignal* take(Victim& victim, uint32_t milliseconds, int& failure);
 
-/// Returns once the attention of `whom` is such.
-void awaitAttention(LinxSpid whom, uint32_t state);
+/// Returns once the wake state of `whom` is such.
+void awaitWakeState(LinxSpid whom, uint32_t state);
 
 // To prepare an operation.
 void nothing(Victim& victim);
@@ -70,7 +70,7 @@ void soilArena(Victim& victim);
 template <uint32_t state>
 void holdOneUntil(Victim& victim) {
     holdOne(victim);
-    if (!victim.again) awaitAttention(victim.conductor, state);
+    if (!victim.again) awaitWakeState(victim.conductor, state);
 }
 
 /// Of the signals held, the first one. 0 or an errno value.

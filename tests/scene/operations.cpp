@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "host/mailbox/attention.h"
+#include "host/mailbox/wake_state.h"
 
 namespace scene {
 
@@ -19,11 +19,11 @@ const std::vector<Operation> operations = {
     {"alloc, reclaiming", Stance::working, "1000", false, Corpse::none, cutArena, allocateLarge},
     {"alloc, leasing again", Stance::working, "1000", false, Corpse::none, soilArena, allocateSmall},
     {"send, receiver asleep", Stance::away, "0", false, Corpse::none, holdOneForSleeper, sendToMirror},
-    {"send, supervisor asleep", Stance::asleep, "0", false, Corpse::none, holdOneUntil<linx::attention::quiet>,
+    {"send, supervisor asleep", Stance::asleep, "0", false, Corpse::none, holdOneUntil<linx::wake_state::parked>,
      sendToConductor},
-    {"send, receiver looking", Stance::working, "1000", false, Corpse::none, holdOneUntil<linx::attention::looking>,
+    {"send, receiver looking", Stance::working, "1000", false, Corpse::none, holdOneUntil<linx::wake_state::awake>,
      sendToConductor},
-    {"send, receiver busy", Stance::away, "1000", false, Corpse::none, holdOneUntil<linx::attention::rung>,
+    {"send, receiver busy", Stance::away, "1000", false, Corpse::none, holdOneUntil<linx::wake_state::notified>,
      sendToConductor},
     {"send to a dead one", Stance::working, "1000", false, Corpse::atRest, holdOne, sendToCorpse, ECONNRESET},
     {"receive", Stance::working, "1000", false, Corpse::none, nothing, receiveAny},

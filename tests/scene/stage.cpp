@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-#include "host/mailbox/attention.h"
+#include "host/mailbox/wake_state.h"
 #include "tests/support/aftermath.h"
 
 namespace scene {
@@ -45,7 +45,7 @@ bool isAsleep(LinxSpid spid) {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     const linx::Slot& slot = domain->arena().slot(linx::indexOf(spid));
     return hasBeenWoken(spid) && comesTrue([&] {
-               return linx::attention::stateOf(slot.attention.loadAcquire()) == linx::attention::quiet;
+               return linx::wake_state::stateOf(slot.wakeState.loadAcquire()) == linx::wake_state::parked;
            });
 }
 
@@ -68,7 +68,7 @@ std::vector<std::string> disorderAtRest() {
 Stage::Stage(const Operation& operation)
     : operation_(operation),
       size_("LINX_ARENA_MB", "4"),
-      looking_("LINX_SPIN_US", operation.looking),
+      awake_("LINX_SPIN_US", operation.looking),
       second_([this](Line& parent) { mirror(progress(), parent); }),
       mirror_(second_.hear()),
       first_([this](Line& parent) { conduct(progress(), operation_.stance, !operation_.opens, parent); }),

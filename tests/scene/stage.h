@@ -39,7 +39,7 @@ private:
     const Operation& operation_;
     const linxtest::TestDomain domain_;
     const linxtest::ScopedVariable size_;
-    const linxtest::ScopedVariable looking_;
+    const linxtest::ScopedVariable awake_;
     const Shared<Progress> progress_;
     Child second_;
     const LinxSpid mirror_;

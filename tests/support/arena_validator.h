@@ -13,8 +13,8 @@
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/attention.h"
 #include "host/mailbox/introduction.h"
+#include "host/mailbox/wake_state.h"
 #include "host/recovery/cold_section.h"
 
 namespace linxtest {
@@ -165,9 +165,9 @@ private:
     void checkOpenSlot(uint32_t i) {
         const linx::Slot& slot = arena_.slot(i);
         const linx::Spid spid = slot.life.loadRelaxed() & linx::spidMask;
-        const uint32_t attention = slot.attention.loadRelaxed();
-        if (attention != linx::attention::word(spid, linx::attention::stateOf(attention))) {
-            say() << "the attention of slot " << i << " is that of an earlier user";
+        const uint32_t wakeState = slot.wakeState.loadRelaxed();
+        if (wakeState != linx::wake_state::word(spid, linx::wake_state::stateOf(wakeState))) {
+            say() << "the wake state of slot " << i << " is that of an earlier user";
         }
         const uint32_t mailbox = slot.mailbox.loadRelaxed();
         if (linx::stack::tagOf(mailbox) != linx::introduction::tagAt(slot.partings.loadRelaxed())) {

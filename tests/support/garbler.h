@@ -13,7 +13,7 @@ enum class Region : uint32_t {
     header,
     buckets,
     slots,
-    attention,
+    wakeState,
     stacks,
     names,
     hunts,
@@ -25,8 +25,8 @@ enum class Region : uint32_t {
 constexpr uint32_t regionCount = static_cast<uint32_t>(Region::anywhere) + 1;
 
 inline const char* nameOf(Region region) {
-    constexpr const char* names[regionCount] = {"header", "buckets", "slots",  "attention", "stacks",  "names",
-                                                "hunts",  "units",   "blocks", "payloads",  "anywhere"};
+    constexpr const char* names[regionCount] = {"header", "buckets", "slots",  "wake state", "stacks",  "names",
+                                                "hunts",  "units",   "blocks", "payloads",   "anywhere"};
     return names[static_cast<uint32_t>(region)];
 }
 
@@ -69,8 +69,8 @@ private:
             }
             case Region::slots:
                 return chooseSlot() + offsetof(linx::Slot, life) + drawWordOf(32);
-            case Region::attention:
-                return chooseSlot() + offsetof(linx::Slot, attention);
+            case Region::wakeState:
+                return chooseSlot() + offsetof(linx::Slot, wakeState);
             case Region::stacks:
                 return chooseSlot() + chooseStackWord();
             case Region::names:

@@ -1,4 +1,4 @@
-#include "host/endpoint/looking_budget.h"
+#include "host/endpoint/spin_budget.h"
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -10,19 +10,19 @@ namespace {
 
 constexpr uint64_t most = 50000;
 
-TEST(LookingBudgets, ItGrowsWhereLookingFindsSomethingUpToItsBound) {
-    LookingBudget budget(most);
+TEST(SpinBudgets, ItGrowsWhereSpinningFindsSomethingUpToItsBound) {
+    SpinBudget budget(most);
     for (int i = 0; i < 20; ++i) {
         const uint64_t before = budget.nanoseconds();
-        budget.foundWhileLooking();
+        budget.foundWhileSpinning();
         EXPECT_GE(budget.nanoseconds(), before);
         EXPECT_LE(budget.nanoseconds(), most);
     }
     EXPECT_EQ(budget.nanoseconds(), most);
 }
 
-TEST(LookingBudgets, ItHalvesDownToNothingWhereSleepsAreLong) {
-    LookingBudget budget(most);
+TEST(SpinBudgets, ItHalvesDownToNothingWhereSleepsAreLong) {
+    SpinBudget budget(most);
     for (int i = 0; i < 20; ++i) {
         const uint64_t before = budget.nanoseconds();
         budget.sleptFor(most);
@@ -31,8 +31,8 @@ TEST(LookingBudgets, ItHalvesDownToNothingWhereSleepsAreLong) {
     EXPECT_EQ(budget.nanoseconds(), 0u);
 }
 
-TEST(LookingBudgets, ItGrowsAgainFromNothingAfterShortSleeps) {
-    LookingBudget budget(most);
+TEST(SpinBudgets, ItGrowsAgainFromNothingAfterShortSleeps) {
+    SpinBudget budget(most);
     for (int i = 0; i < 20; ++i) budget.sleptFor(10 * most);
     ASSERT_EQ(budget.nanoseconds(), 0u);
     budget.sleptFor(most - 1);
@@ -41,29 +41,29 @@ TEST(LookingBudgets, ItGrowsAgainFromNothingAfterShortSleeps) {
     EXPECT_EQ(budget.nanoseconds(), most);
 }
 
-TEST(LookingBudgets, ABoundOfNothingTurnsItOffForGood) {
-    LookingBudget budget(0);
-    budget.foundWhileLooking();
+TEST(SpinBudgets, ABoundOfNothingTurnsItOffForGood) {
+    SpinBudget budget(0);
+    budget.foundWhileSpinning();
     budget.sleptFor(0);
     EXPECT_EQ(budget.nanoseconds(), 0u);
 }
 
-TEST(LookingBudgets, GivingWayIsTriedAsLongAsItPays) {
-    LookingBudget budget(0, most);
+TEST(SpinBudgets, YieldingIsTriedAsLongAsItPays) {
+    SpinBudget budget(0, most);
     for (int i = 0; i < 100; ++i) {
-        EXPECT_TRUE(budget.givesWay());
-        budget.gaveWay(most - 1, true);
+        EXPECT_TRUE(budget.mayYield());
+        budget.yielded(most - 1, true);
     }
 }
 
-TEST(LookingBudgets, GivingWayIsTriedLessOftenWhileItDoesNotPay) {
+TEST(SpinBudgets, YieldingIsTriedLessOftenWhileItDoesNotPay) {
     const auto tried = [](uint64_t nanoseconds, bool found) {
-        LookingBudget budget(0, most);
+        SpinBudget budget(0, most);
         int count = 0;
         for (int i = 0; i < 6400; ++i) {
-            if (!budget.givesWay()) continue;
+            if (!budget.mayYield()) continue;
             ++count;
-            budget.gaveWay(nanoseconds, found);
+            budget.yielded(nanoseconds, found);
         }
         return count;
     };
@@ -72,19 +72,19 @@ TEST(LookingBudgets, GivingWayIsTriedLessOftenWhileItDoesNotPay) {
     EXPECT_GT(tried(0, false), 90) << "it is never given up";
 }
 
-TEST(LookingBudgets, WithoutPatienceGivingWayIsNotTried) {
-    LookingBudget budget(0);
-    EXPECT_FALSE(budget.givesWay());
+TEST(SpinBudgets, WithoutPatienceYieldingIsNotTried) {
+    SpinBudget budget(0);
+    EXPECT_FALSE(budget.mayYield());
 }
 
-TEST(LookingBudgets, TheEnvironmentBoundsIt) {
+TEST(SpinBudgets, TheEnvironmentBoundsIt) {
     cpu_set_t processors;
     ASSERT_EQ(sched_getaffinity(0, sizeof processors, &processors), 0);
-    if (CPU_COUNT(&processors) < 2) GTEST_SKIP() << "looking never pays on one processor";
+    if (CPU_COUNT(&processors) < 2) GTEST_SKIP() << "spinning never pays on one processor";
     const auto bound = [](const char* text) {
         const linxtest::ScopedVariable variable("LINX_SPIN_US", text);
-        LookingBudget budget = LookingBudget::fromEnvironment();
-        for (int i = 0; i < 30; ++i) budget.foundWhileLooking();
+        SpinBudget budget = SpinBudget::fromEnvironment();
+        for (int i = 0; i < 30; ++i) budget.foundWhileSpinning();
         return budget.nanoseconds();
     };
     EXPECT_EQ(bound("0"), 0u);
@@ -95,7 +95,7 @@ TEST(LookingBudgets, TheEnvironmentBoundsIt) {
     for (const char* bad : {"", "much", "7us", "1001", "4000000000", "-1"}) EXPECT_EQ(bound(bad), byDefault) << bad;
 }
 
-TEST(LookingBudgets, OnOneProcessorThereIsNone) {
+TEST(SpinBudgets, OnOneProcessorThereIsNone) {
     cpu_set_t before;
     ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
     cpu_set_t one;
@@ -104,9 +104,9 @@ TEST(LookingBudgets, OnOneProcessorThereIsNone) {
         if (CPU_ISSET(processor, &before)) CPU_SET(processor, &one);
     }
     ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
-    LookingBudget budget = LookingBudget::fromEnvironment();
+    SpinBudget budget = SpinBudget::fromEnvironment();
     sched_setaffinity(0, sizeof before, &before);
-    budget.foundWhileLooking();
+    budget.foundWhileSpinning();
     EXPECT_EQ(budget.nanoseconds(), 0u);
 }
 

@@ -1,30 +1,30 @@
-#ifndef LINXIPC_HOST_ENDPOINT_LOOKING_BUDGET_H
-#define LINXIPC_HOST_ENDPOINT_LOOKING_BUDGET_H
+#ifndef LINXIPC_HOST_ENDPOINT_SPIN_BUDGET_H
+#define LINXIPC_HOST_ENDPOINT_SPIN_BUDGET_H
 
 #include <cstdint>
 
 namespace linx {
 
 /// How long a receive looks at the mailbox before it sleeps, in nanoseconds. Sleeping and being woken cost tens of
-/// microseconds, so looking pays where answers come sooner than that; where they do not it only burns a processor.
-/// The budget follows what was seen: it grows when looking found something or when a sleep turned out short, and
+/// microseconds, so spinning pays where answers come sooner than that; where they do not it only burns a processor.
+/// The budget follows what was seen: it grows when spinning found something or when a sleep turned out short, and
 /// halves when it was spent for nothing.
 ///
 /// Where there is no budget a receive may still give way once before it sleeps: whoever shares its processor then
 /// runs at once, and if that brings the signal, neither a bell nor a sleep is needed. It is tried less and less often
 /// while it does not pay.
-class LookingBudget {
+class SpinBudget {
 public:
     /// At most $LINX_SPIN_US microseconds, 50 by default; none where the process may run on one processor only.
-    static LookingBudget fromEnvironment();
+    static SpinBudget fromEnvironment();
 
-    explicit LookingBudget(uint64_t most) : LookingBudget(most, most) {}
+    explicit SpinBudget(uint64_t most) : SpinBudget(most, most) {}
     /// `patience` is how long giving way may take and still count as having paid; 0: it is not tried.
-    LookingBudget(uint64_t most, uint64_t patience) : most_(most), patience_(patience), budget_(most / 2) {}
+    SpinBudget(uint64_t most, uint64_t patience) : most_(most), patience_(patience), budget_(most / 2) {}
 
     uint64_t nanoseconds() const { return budget_; }
 
-    void foundWhileLooking() { grow(); }
+    void foundWhileSpinning() { grow(); }
     void sleptFor(uint64_t nanoseconds) {
         if (nanoseconds < most_) {
             grow();
@@ -34,15 +34,15 @@ public:
     }
 
     /// Whether to give way now, and what came of it.
-    bool givesWay() {
-        if (waysToSkip_ == 0) return patience_ != 0;
-        --waysToSkip_;
+    bool mayYield() {
+        if (yieldsToSkip_ == 0) return patience_ != 0;
+        --yieldsToSkip_;
         return false;
     }
-    void gaveWay(uint64_t nanoseconds, bool found) {
+    void yielded(uint64_t nanoseconds, bool found) {
         const bool paid = found && nanoseconds < patience_;
         backoff_ = paid ? 0 : backoff_ < longestBackoff ? 2 * backoff_ + 1 : longestBackoff;
-        waysToSkip_ = backoff_;
+        yieldsToSkip_ = backoff_;
     }
 
 private:
@@ -58,7 +58,7 @@ private:
     uint64_t patience_;
     uint64_t budget_;
     uint32_t backoff_ = 0;
-    uint32_t waysToSkip_ = 0;
+    uint32_t yieldsToSkip_ = 0;
 };
 
 }  // namespace linx

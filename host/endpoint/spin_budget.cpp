@@ -1,4 +1,4 @@
-#include "host/endpoint/looking_budget.h"
+#include "host/endpoint/spin_budget.h"
 
 #include <sched.h>
 
@@ -17,10 +17,10 @@ bool mayRunOnSeveralProcessors() {
 
 }  // namespace
 
-LookingBudget LookingBudget::fromEnvironment() {
+SpinBudget SpinBudget::fromEnvironment() {
     const uint64_t chosen =
         uint64_t{numberFromEnvironment("LINX_SPIN_US", 0, mostMicroseconds, defaultMicroseconds)} * 1000;
-    return LookingBudget(mayRunOnSeveralProcessors() ? chosen : 0, chosen);
+    return SpinBudget(mayRunOnSeveralProcessors() ? chosen : 0, chosen);
 }
 
 }  // namespace linx

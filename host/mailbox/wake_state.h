@@ -1,0 +1,78 @@
+#ifndef LINXIPC_HOST_MAILBOX_WAKE_STATE_H
+#define LINXIPC_HOST_MAILBOX_WAKE_STATE_H
+
+#include "host/arena/layout.h"
+
+namespace linx {
+
+/*
+ * The wake state of a slot says whether a push onto its mailbox must ring the doorbell.
+ *
+ *   state          set by                    from         meaning                                     a push
+ *   parked         the endpoint, once its    any          it may sleep, or sit in a poll loop of its  rings
+ *                  doorbell is empty                      own
+ *   awake          the endpoint, receiving   any          it looks at its mailbox before it sleeps    does not ring
+ *                                                         or returns
+ *   notifying + i  the sender in slot i      parked       i is about to ring; or it died before it    rings too
+ *                  (0: a reaper)                          did, was stopped, or could not
+ *   notified       that sender               its own      the doorbell has been rung                  does not ring
+ *                                            notifying
+ *                  the endpoint              any          it keeps its descriptor readable itself
+ *
+ * No wake-up is lost: a sender pushes (A) and then reads the wake state (B); the endpoint stores parked (C) and then
+ * looks at the mailbox (D). All four are sequentially consistent, so B sees parked or D sees the push. The other
+ * changes of the word are read-modify-writes, which see the last state; the byte goes with the pipe.
+ *
+ * The upper bits carry the slot's generation: a sender that was held up until another endpoint has moved into the
+ * slot must not change its wake state, because the doorbell that it would ring afterwards is the old one's.
+ */
+namespace wake_state {
+
+constexpr uint32_t stateBits = 14;
+constexpr uint32_t stateMask = (1u << stateBits) - 1;
+
+constexpr uint32_t parked = 0;
+constexpr uint32_t awake = 1;
+constexpr uint32_t notified = 2;
+constexpr uint32_t notifying = 3;  ///< plus the index of the sender's slot
+static_assert(notifying + slotCount <= stateMask + 1 && stateBits + spidGenerationBits <= 32, "all states fit");
+
+constexpr uint32_t word(Spid spid, uint32_t state) {
+    return (generationOf(spid) << stateBits) | state;
+}
+constexpr uint32_t stateOf(uint32_t word) {
+    return word & stateMask;
+}
+
+/// Whether a push must ring that finds the word `found` at the endpoint `to`.
+constexpr bool wantsRing(uint32_t found, Spid to) {
+    const uint32_t state = found - word(to, 0);  // of another generation: no state at all
+    // The two that do not ask lie side by side; what comes before them wraps round.
+    return state - awake > notified - awake && state <= stateMask;
+}
+static_assert(parked < awake && notified == awake + 1 && notifying > notified,
+              "wantsRing counts on the order of states");
+
+/// Rings the bell of `to` after a push, `found` being its wake state since then. `writeBell` rings the bell and
+/// returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over that:
+/// the word goes on asking the next sender to ring, and the caller has to try again.
+template <class WriteBell>
+int ring(Word& wakeState, uint32_t found, Spid to, uint32_t ownIndex, WriteBell writeBell) {
+    const uint32_t claimed = word(to, notifying + ownIndex);
+    // Dying or stopping between this and the ring: every later sender sees the state and rings, and the reaper of this
+    // sender rings. When it fails, another sender is notifying, or the endpoint is awake; ring in the former case too,
+    // for the other may have died.
+    const bool claiming = found == word(to, parked) && wakeState.casSeqCst(found, claimed);
+    if (!claiming && !wantsRing(found, to)) return 0;
+    const int result = writeBell();
+    if (claiming && result == 0) {  // otherwise nothing is in the bell, and the next sender must ring
+        uint32_t expected = claimed;
+        wakeState.casSeqCst(expected, word(to, notified));  // fails when the endpoint has woken up: it decides then
+    }
+    return result;
+}
+
+}  // namespace wake_state
+}  // namespace linx
+
+#endif

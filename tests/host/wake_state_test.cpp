@@ -1,0 +1,194 @@
+#include "host/mailbox/wake_state.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <cerrno>
+#include <thread>
+#include <vector>
+
+#include "host/arena/scoped_descriptor.h"
+#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/bell.h"
+#include "tests/host/memory_arena.h"
+#include "tests/support/deliver.h"
+#include "tests/support/domain_fixture.h"
+
+namespace linx {
+namespace {
+
+using linxtest::MemoryArena;
+
+const Spid receiver = makeSpid(9, 4);
+
+class WakeStateTest : public ::testing::Test {
+protected:
+    int ring(uint32_t found, int answer = 0, uint32_t ownIndex = 3) {
+        return wake_state::ring(word, found, receiver, ownIndex, [&] {
+            ++rings;
+            stateInBetween = wake_state::stateOf(word.loadRelaxed());
+            return answer;
+        });
+    }
+    int ringAsFound(uint32_t state) {
+        word.storeRelaxed(wake_state::word(receiver, state));
+        return ring(word.loadRelaxed());
+    }
+    uint32_t state() const { return wake_state::stateOf(word.loadRelaxed()); }
+
+    Word word{};
+    int rings = 0;
+    uint32_t stateInBetween = ~0u;
+};
+
+TEST_F(WakeStateTest, APushRingsWhereTheEndpointMayBeAsleepOrARingerMayHaveDied) {
+    const auto asks = [](uint32_t state) {
+        return wake_state::wantsRing(wake_state::word(receiver, state), receiver);
+    };
+    EXPECT_TRUE(asks(wake_state::parked));
+    EXPECT_FALSE(asks(wake_state::awake));
+    EXPECT_FALSE(asks(wake_state::notified));
+    for (uint32_t index = 0; index < slotCount; ++index) ASSERT_TRUE(asks(wake_state::notifying + index));
+}
+
+TEST_F(WakeStateTest, AnotherGenerationIsNeverRung) {
+    for (const uint32_t generation : {0u, 3u, 5u, generationMask}) {
+        const Spid other = makeSpid(9, generation);
+        for (const uint32_t state :
+             {wake_state::parked, wake_state::awake, wake_state::notified, wake_state::notifying + 3}) {
+            const uint32_t found = wake_state::word(other, state);
+            EXPECT_FALSE(wake_state::wantsRing(found, receiver));
+            word.storeRelaxed(found);
+            EXPECT_EQ(ring(found), 0);
+            EXPECT_EQ(word.loadRelaxed(), found) << "the word of another must stay as it is";
+        }
+    }
+    EXPECT_EQ(rings, 0);
+}
+
+TEST_F(WakeStateTest, EveryStateAndGenerationComesBackAsItWentIn) {
+    for (const uint32_t generation : {0u, 1u, generationMask}) {
+        const Spid spid = makeSpid(9, generation);
+        for (const uint32_t state :
+             {wake_state::parked, wake_state::notified, wake_state::notifying + slotCount - 1}) {
+            EXPECT_EQ(wake_state::stateOf(wake_state::word(spid, state)), state);
+        }
+    }
+}
+
+TEST_F(WakeStateTest, ParkedAndNotifyingWantARingInTheirOwnGenerationOnly) {
+    const uint32_t last = wake_state::notifying + slotCount - 1;
+    for (const uint32_t generation : {0u, 1u, 2u, generationMask}) {
+        const Spid spid = makeSpid(9, generation);
+        for (const uint32_t state : {wake_state::parked, wake_state::notifying, wake_state::notifying + 1, last}) {
+            EXPECT_TRUE(wake_state::wantsRing(wake_state::word(spid, state), spid)) << generation << ' ' << state;
+        }
+        for (const uint32_t state : {wake_state::awake, wake_state::notified}) {
+            EXPECT_FALSE(wake_state::wantsRing(wake_state::word(spid, state), spid)) << generation << ' ' << state;
+        }
+        for (const uint32_t other : {generation + 1, generation - 1}) {
+            const Spid stranger = makeSpid(9, other & generationMask);
+            for (const uint32_t state : {wake_state::parked, wake_state::awake, wake_state::notified, last}) {
+                EXPECT_FALSE(wake_state::wantsRing(wake_state::word(stranger, state), spid)) << other << ' ' << state;
+            }
+        }
+    }
+}
+
+TEST_F(WakeStateTest, NotifyingIsSaidBeforeTheByteAndNotifiedAfterIt) {
+    EXPECT_EQ(ringAsFound(wake_state::parked), 0);
+    EXPECT_EQ(rings, 1);
+    EXPECT_EQ(stateInBetween, wake_state::notifying + 3);
+    EXPECT_EQ(state(), wake_state::notified);
+}
+
+TEST_F(WakeStateTest, WhoLooksOrIsRungIsNotRung) {
+    EXPECT_EQ(ringAsFound(wake_state::awake), 0);
+    EXPECT_EQ(ringAsFound(wake_state::notified), 0);
+    EXPECT_EQ(rings, 0);
+}
+
+TEST_F(WakeStateTest, AnotherSendersAnnouncementIsRungTooAndLeftInPlace) {
+    EXPECT_EQ(ringAsFound(wake_state::notifying + 5), 0);
+    EXPECT_EQ(rings, 1);
+    EXPECT_EQ(state(), wake_state::notifying + 5);
+}
+
+TEST_F(WakeStateTest, WhoLosesTheAnnouncementDecidesByWhatIsThereNow) {
+    const uint32_t found = wake_state::word(receiver, wake_state::parked);
+    word.storeRelaxed(wake_state::word(receiver, wake_state::notifying + 5));
+    ring(found);
+    EXPECT_EQ(rings, 1);
+    EXPECT_EQ(state(), wake_state::notifying + 5);
+    word.storeRelaxed(wake_state::word(receiver, wake_state::awake));
+    ring(found);
+    EXPECT_EQ(rings, 1);
+    EXPECT_EQ(state(), wake_state::awake);
+    const uint32_t next = wake_state::word(makeSpid(9, 5), wake_state::parked);
+    word.storeRelaxed(next);
+    ring(found);
+    EXPECT_EQ(rings, 1);
+    EXPECT_EQ(word.loadRelaxed(), next);
+}
+
+TEST_F(WakeStateTest, AnEndpointThatBeginsToLookMeanwhileKeepsItsState) {
+    const uint32_t found = wake_state::word(receiver, wake_state::parked);
+    word.storeRelaxed(found);
+    wake_state::ring(word, found, receiver, 3, [&] {
+        word.storeRelaxed(wake_state::word(receiver, wake_state::awake));
+        return 0;
+    });
+    EXPECT_EQ(state(), wake_state::awake);
+}
+
+TEST_F(WakeStateTest, WhatTheBellSaysIsTheResult) {
+    word.storeRelaxed(wake_state::word(receiver, wake_state::parked));
+    EXPECT_EQ(ring(word.loadRelaxed(), EPIPE), EPIPE);
+}
+
+class WakeUpTest : public linxtest::DomainTest {};
+
+/// A receiver that has nothing but the bell to wake it: one lost ring and it never ends.
+TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
+    constexpr uint32_t each = 20000;
+    const MemoryArena memory;
+    const Arena arena = memory.arena();
+    for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
+    Slot& slot = arena.slot(indexOf(receiver));
+    slot.wakeState.storeRelaxed(wake_state::word(receiver, wake_state::parked));
+    const ScopedDescriptor directory(open(domain.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const ScopedDescriptor ownBell(bell::make(directory.get(), receiver, 0600));
+
+    std::vector<std::thread> senders;
+    for (uint32_t sender = 0; sender < 2; ++sender) {
+        senders.emplace_back([&, sender] {
+            const ScopedDescriptor peer(bell::open(directory.get(), receiver));
+            for (uint32_t i = 0; i < each; ++i) {
+                const Ref ref = arena.refOfUnit(0) + sender * each + i;
+                arena.blockAt(ref)->signal.number = i;
+                linxtest::deliver(slot, *arena.blockAt(ref), ref);
+                const uint32_t found = slot.wakeState.loadSeqCst();
+                if (!wake_state::wantsRing(found, receiver)) continue;
+                wake_state::ring(slot.wakeState, found, receiver, sender + 1, [&] { return bell::ring(peer.get()); });
+            }
+        });
+    }
+    for (uint32_t left = 2 * each; left != 0;) {
+        uint32_t records[bell::capacity];
+        bell::drain(ownBell.get(), records);
+        slot.wakeState.storeSeqCst(wake_state::word(receiver, wake_state::parked));
+        if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) {
+            pollfd poll = {ownBell.get(), POLLIN, 0};
+            ASSERT_EQ(::poll(&poll, 1, -1), 1);
+        }
+        slot.wakeState.exchangeSeqCst(wake_state::word(receiver, wake_state::awake));
+        stack::walk(arena, stack::take(slot.mailbox, slot.takingMailbox, stack::empty),
+                    [&](Block&, Ref, uint32_t) { --left; });
+    }
+    for (std::thread& sender : senders) sender.join();
+    bell::remove(directory.get(), receiver);
+}
+
+}  // namespace
+}  // namespace linx
