@@ -5,7 +5,7 @@
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/introduction.h"
 #include "host/mailbox/wake_state.h"
 
@@ -23,8 +23,8 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
     bool rung = true;
     if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
         Slot& slot = arena.slot(indexOf(hunter));
-        const ScopedDescriptor bell(bell::open(cold.domain().directory(), hunter));
-        if (bell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
+        const ScopedDescriptor doorbell(doorbell::open(cold.domain().directory(), hunter));
+        if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
         signal->owner.storeRelease(hunter | ownerTransit);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
         // its mailbox by the time that somebody asks.
@@ -33,9 +33,10 @@ bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
         // push is (A) and the look (B).
         uint32_t introducedAt = introduction::never;
-        if (introduction::push(slot, bell.get(), found, *signal, ref, introducedAt) != stack::closed) {
-            const int result = wake_state::ring(slot.wakeState, slot.wakeState.loadSeqCst(), hunter, indexOf(found),
-                                                [&] { return bell.get() == -1 ? EPIPE : bell::ring(bell.get()); });
+        if (introduction::push(slot, doorbell.get(), found, *signal, ref, introducedAt) != stack::closed) {
+            const int result =
+                wake_state::ring(slot.wakeState, slot.wakeState.loadSeqCst(), hunter, indexOf(found),
+                                 [&] { return doorbell.get() == -1 ? EPIPE : doorbell::ring(doorbell.get()); });
             rung = result == 0 || result == EPIPE;
         } else {
             // Somebody died while he reaped the hunter: the next reaper takes what the hunter has, and not what a

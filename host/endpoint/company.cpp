@@ -10,7 +10,7 @@
 #include "host/endpoint/answers.h"
 #include "host/endpoint/endpoint.h"
 #include "host/endpoint/event_tags.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
 #include "host/recovery/retire.h"
 
@@ -25,7 +25,7 @@ constexpr uint32_t longestDebtPause = 1000;  ///< milliseconds
 /// queue: what an earlier user of its slot leaves.
 Peer* Endpoint::acquaint(Spid spid) {
     Peer* peer = peers_.find(spid);
-    if (peer != nullptr && !bell::isDead(peer->bell.get())) return peer;
+    if (peer != nullptr && !doorbell::isDead(peer->doorbell.get())) return peer;
     if (!buryIfPossible(indexOf(spid))) {
         errno = ENOMEM;
         return nullptr;
@@ -56,10 +56,10 @@ bool Endpoint::makeRoom() {
     return true;
 }
 
-/// What somebody has written into the bell.
+/// What somebody has written into the doorbell.
 void Endpoint::hear(uint32_t record) {
     const Spid spid = record & spidMask;
-    if (record == bell::ended) missedEnds_ = true;
+    if (record == doorbell::ended) missedEnds_ = true;
     if (spid != record || spid == 0 || spid == spid_) return;
     greet(spid);
 }
@@ -73,7 +73,7 @@ void Endpoint::greet(Spid sender) {
 
 bool Endpoint::hasEnded(const Peer& peer) const {
     // Acquire: (L), as in isOpen.
-    return peer.slot.life.loadAcquire() != (peer.spid | lifeOpen) || bell::isDead(peer.bell.get());
+    return peer.slot.life.loadAcquire() != (peer.spid | lifeOpen) || doorbell::isDead(peer.doorbell.get());
 }
 
 /// The peer in this slot has ended: what it had sent, then the notices of its end. Takes no lock: whoever has it may
@@ -98,7 +98,7 @@ bool Endpoint::buryIfPossible(uint32_t index) {
     }
 }
 
-/// Some peer has ended, of which its bell does not tell.
+/// Some peer has ended, of which its doorbell does not tell.
 void Endpoint::buryEnded() {
     for (uint32_t index = 1; index < peers_.size(); ++index) {
         const Peer* peer = peers_.inSlot(index);
@@ -155,9 +155,9 @@ bool Endpoint::reapKnownDead() {
         known = dead_.size();
         count = epoll_wait(epoll_.get(), events, most, 0);
         for (int i = 0; i < count; ++i) {
-            const Peer* peer = peers_.inSlot(events[i].data.u32);  // none is in the bell's or the timer's
+            const Peer* peer = peers_.inSlot(events[i].data.u32);  // none is in the doorbell's or the timer's
             const bool mayBeDead = peer != nullptr && isOpen(arena(), peer->spid);
-            if (mayBeDead && bell::isDead(peer->bell.get())) remember(peer->spid);
+            if (mayBeDead && doorbell::isDead(peer->doorbell.get())) remember(peer->spid);
         }
     } while (count == most && dead_.size() != known);
     const bool any = !dead_.empty() && reapDead(ColdSection::Patience::wait);

@@ -18,7 +18,7 @@
 #include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
@@ -79,20 +79,20 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     if (epoll.get() == -1) return nullptr;
     const ColdSection cold(*domain);
     if (!cold.entered()) return nullptr;
-    ScopedDescriptor bell;
-    const Spid spid = takeSlotFor(cold, name, bell);
+    ScopedDescriptor doorbell;
+    const Spid spid = takeSlotFor(cold, name, doorbell);
     if (spid == 0) return nullptr;
     // Who hunts for the name is answered with a descriptor that is put aside before.
     ScopedDescriptor spare;
     std::unique_ptr<Endpoint> endpoint;
-    const bool isWatched = watch(epoll.get(), bell.get(), EPOLLIN, event_tag::bell);
+    const bool isWatched = watch(epoll.get(), doorbell.get(), EPOLLIN, event_tag::doorbell);
     if (isWatched && (!isHunted(arena, name) || duplicate(epoll.get(), spare))) {
         errno = ENOMEM;
-        endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, bell));
+        endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, doorbell));
     }
     if (endpoint == nullptr) {
         const int failure = errno;
-        bell::remove(domain->directory(), spid);
+        doorbell::remove(domain->directory(), spid);
         appendEnded(arena, indexOf(spid));
         errno = failure;
         return nullptr;
@@ -112,7 +112,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
 }
 
 /// Takes a slot for the name and readies it. 0 with errno.
-Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& bell) {
+Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& doorbell) {
     const Arena& arena = cold.arena();
     const Spid holder = findName(arena, name);
     if (holder != 0) {
@@ -126,14 +126,14 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
     Slot& slot = arena.slot(index);
     const uint32_t before = slot.life.loadRelaxed();
     const Spid spid = makeSpid(index, generationOf(before & spidMask) + 1);
-    slot.life.storeRelease(spid);  // before the bell, which nobody would find otherwise if this process dies
+    slot.life.storeRelease(spid);  // before the doorbell, which nobody would find otherwise if this process dies
     // The one before may have ended without the right to remove its own.
-    if (before != 0) bell::remove(cold.domain().directory(), before & spidMask);
-    bell.reset(bell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
-    if (bell.get() == -1) {
+    if (before != 0) doorbell::remove(cold.domain().directory(), before & spidMask);
+    doorbell.reset(doorbell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
+    if (doorbell.get() == -1) {
         const int failure = errno;
         // What cannot be removed goes by the spid that the slot names, if only for the repair.
-        if (bell::remove(cold.domain().directory(), spid)) slot.life.storeRelease(before);
+        if (doorbell::remove(cold.domain().directory(), spid)) slot.life.storeRelease(before);
         appendEnded(arena, index);
         errno = failure;
         return 0;
@@ -142,12 +142,12 @@ Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDesc
     return spid;
 }
 
-Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& bell)
+Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell)
     : domain_(std::move(domain)),
       spid_(spid),
       slot_(domain_->arena().slot(indexOf(spid))),
       epoll_(epoll.release()),
-      bell_(bell.release()),
+      doorbell_(doorbell.release()),
       entry_(forks::stamp()),
       nextEntry_(forks::stamp()),
       forksSeen_(forks::stamp()),
@@ -166,8 +166,8 @@ Endpoint::~Endpoint() {
     for (char* name : names_) std::free(name);
 }
 
-/// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its bell, must
-/// not touch what is another's by now.
+/// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its doorbell,
+/// must not touch what is another's by now.
 bool Endpoint::isStillOpen() const {
     return slot().life.loadRelaxed() == (spid_ | lifeOpen);
 }
@@ -197,15 +197,15 @@ bool Endpoint::endInside() {
     if (!cold.entered()) return false;
     if (!isStillOpen()) return true;
     if (owesRings_) ringSleepers(*domain_);
-    const ScopedDescriptor bell(bell::open(domain_->directory(), spid_));
+    const ScopedDescriptor doorbell(doorbell::open(domain_->directory(), spid_));
     giveUpHunts();
     const bool leavesNone = pool_.giveUp() && held_ == 0;
     reap(cold, dead_.data(), dead_.size());
     retire(cold, spid_, leavesNone ? Leftovers::none : Leftovers::held);
-    bell_.reset();
-    // Whoever holds the bell has been told by that, unless a forked process still has a copy of it. In the cold
+    doorbell_.reset();
+    // Whoever holds the doorbell has been told by that, unless a forked process still has a copy of it. In the cold
     // section: should this process die meanwhile, the repair tells.
-    if (bell.get() == -1 || !bell::isDead(bell.get())) tellOfEnds(*domain_);
+    if (doorbell.get() == -1 || !doorbell::isDead(doorbell.get())) tellOfEnds(*domain_);
     return true;
 }
 
@@ -238,7 +238,7 @@ bool Endpoint::enterInDoubt() {
     if (!occupy(stamp)) {
         errno = EINVAL;
         if (isMaker()) return false;
-        bell_.reset();  // or the end of the process that has the endpoint would go unnoticed
+        doorbell_.reset();  // or the end of the process that has the endpoint would go unnoticed
         errno = ECHILD;
         return false;
     }
@@ -291,11 +291,11 @@ bool Endpoint::claim(uint32_t stamp) {
     return true;
 }
 
-/// Lets go of the bell, so that the end of the process that has the endpoint does not go unnoticed.
+/// Lets go of the doorbell, so that the end of the process that has the endpoint does not go unnoticed.
 void Endpoint::disown() {
     if (disowned_) return;
     disowned_ = true;
-    bell_.reset();
+    doorbell_.reset();
     peers_.abandon();
 }
 
@@ -304,7 +304,7 @@ Endpoint::Departure Endpoint::leave() {
     if (!occupy(stamp)) {
         errno = EINVAL;
         if (isMaker()) return Departure::refused;
-        bell_.reset();  // as above
+        doorbell_.reset();  // as above
         return Departure::forgotten;
     }
     const bool isUnclaimed = !disowned_ && isStillOpen() && slot().forkRound.loadRelaxed() == forkRound_;
@@ -331,7 +331,8 @@ int Endpoint::hunt(const Name& name, const Held& held) {
     for (;;) {
         const Spid found = findName(arena(), name);
         if (found != 0 && (found == spid_ || acquaint(found) != nullptr)) return queueOwn(held, found);
-        // One that has died still has its name until it is reaped; any other trouble with its bell is the caller's.
+        // One that has died still has its name until it is reaped; any other trouble with its doorbell is the
+        // caller's.
         if (found != 0 && (errno != ECONNRESET || !reapNow(found))) return refuse(held, errno);
         bool opened = false;
         int failure;

@@ -98,10 +98,10 @@ private:
     };
 
     /// Takes over the two descriptors.
-    Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& bell);
+    Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell);
 
     static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name);
-    static Spid takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& bell);
+    static Spid takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& doorbell);
 
     // Which signals are ours (signals.cpp).
     bool isRecent(const LinxSignal* signal) const;
@@ -214,7 +214,7 @@ private:
     Slot& slot_;
     ScopedDescriptor epoll_;
     int givenDescriptor_ = -1;  ///< the user's duplicate of the epoll set
-    ScopedDescriptor bell_;
+    ScopedDescriptor doorbell_;
 
     std::atomic<uint32_t> entry_;  ///< the stamp with which one may enter, or one of the two above
     uint32_t nextEntry_;           ///< what it becomes after the operation
@@ -231,7 +231,7 @@ private:
     SignalQueue queue_;
     Ref takenChain_ = 0;   ///< taken from the mailbox, not in the queue yet
     bool awake_ = false;   ///< the wake state says that this endpoint looks
-    bool byteIn_ = false;  ///< the bell is known to hold a byte
+    bool byteIn_ = false;  ///< the doorbell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
 
     bool waitFailed_ = false;    ///< somebody has closed what this endpoint waits on

@@ -9,10 +9,10 @@
 
 namespace linx {
 
-/// What an event of an endpoint's epoll set is about: a peer's bell, by the index of its slot, or one of these.
+/// What an event of an endpoint's epoll set is about: a peer's doorbell, by the index of its slot, or one of these.
 namespace event_tag {
 
-constexpr uint32_t bell = 0;
+constexpr uint32_t doorbell = 0;
 constexpr uint32_t timer = slotCount;
 
 }  // namespace event_tag

@@ -8,7 +8,7 @@
 #include <cerrno>
 
 #include "host/endpoint/event_tags.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 
 namespace linx {
 namespace {
@@ -22,16 +22,16 @@ Peers::~Peers() {
 }
 
 Peer* Peers::meet(Spid spid) {
-    ScopedDescriptor bell(openBell(spid));
-    if (bell.get() == -1) {
+    ScopedDescriptor doorbell(openDoorbell(spid));
+    if (doorbell.get() == -1) {
         if (errno == ENXIO || errno == ENOENT) errno = ECONNRESET;
         return nullptr;
     }
-    leaveReserve(bell);
+    leaveReserve(doorbell);
     const uint32_t index = indexOf(spid);
     if (index >= peers_.size()) peers_.resize(index + 1);
-    auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), bell);
-    while (!watch(epoll_, peer->bell.get(), 0, index)) {  // no events: all that is waited for is the reader's end
+    auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), doorbell);
+    while (!watch(epoll_, peer->doorbell.get(), 0, index)) {  // no events: all that is waited for is the reader's end
         if (!makeRoom()) return nullptr;
     }
     peer->usedAt = ++uses_;
@@ -39,10 +39,10 @@ Peer* Peers::meet(Spid spid) {
     return peers_[index].get();
 }
 
-int Peers::openBell(Spid spid) {
-    int bell = bell::open(domain_.directory(), spid);
-    while (bell == -1 && makeRoom()) bell = bell::open(domain_.directory(), spid);
-    return bell;
+int Peers::openDoorbell(Spid spid) {
+    int doorbell = doorbell::open(domain_.directory(), spid);
+    while (doorbell == -1 && makeRoom()) doorbell = doorbell::open(domain_.directory(), spid);
+    return doorbell;
 }
 
 bool Peers::makeRoom() {
@@ -54,13 +54,13 @@ bool Peers::makeRoom() {
 
 /// Descriptors are given out the lowest first: the number of a new one tells how many are in use. When it is one of
 /// the last, which the rest of the process is going to need, another peer goes for this one.
-void Peers::leaveReserve(ScopedDescriptor& bell) {
+void Peers::leaveReserve(ScopedDescriptor& doorbell) {
     rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) == -1 || limit.rlim_cur == RLIM_INFINITY) return;
     const rlim_t reserve = std::min<rlim_t>(limit.rlim_cur / 8, largestReserve);
-    if (static_cast<rlim_t>(bell.get()) < limit.rlim_cur - reserve || !partWithOldest()) return;
-    const int lower = fcntl(bell.get(), F_DUPFD_CLOEXEC, 0);
-    if (lower != -1) bell.reset(lower);
+    if (static_cast<rlim_t>(doorbell.get()) < limit.rlim_cur - reserve || !partWithOldest()) return;
+    const int lower = fcntl(doorbell.get(), F_DUPFD_CLOEXEC, 0);
+    if (lower != -1) doorbell.reset(lower);
 }
 
 bool Peers::partWithOldest() {
@@ -85,7 +85,7 @@ void Peers::part(uint32_t index) {
     forgetLatest();
     unrung_ = nullptr;
     // Taken out by hand: closing is not enough where a forked child still has a copy of the descriptor.
-    epoll_ctl(epoll_, EPOLL_CTL_DEL, peers_[index]->bell.get(), nullptr);
+    epoll_ctl(epoll_, EPOLL_CTL_DEL, peers_[index]->doorbell.get(), nullptr);
     peers_[index].reset();
 }
 

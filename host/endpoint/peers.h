@@ -9,17 +9,17 @@
 
 namespace linx {
 
-/// An endpoint that this one talks to or supervises. Its bell is open for writing, and watched.
+/// An endpoint that this one talks to or supervises. Its doorbell is open for writing, and watched.
 struct Peer {
-    /// Takes over the bell.
-    Peer(Spid itsSpid, Slot& itsSlot, ScopedDescriptor& itsBell)
-        : spid(itsSpid), slot(itsSlot), bell(itsBell.release()) {}
+    /// Takes over the doorbell.
+    Peer(Spid itsSpid, Slot& itsSlot, ScopedDescriptor& itsDoorbell)
+        : spid(itsSpid), slot(itsSlot), doorbell(itsDoorbell.release()) {}
 
     const Spid spid;
     Slot& slot;
-    ScopedDescriptor bell;
+    ScopedDescriptor doorbell;
     uint32_t introducedAt = introduction::never;  ///< the count of its partings when it was told of this endpoint
-    uint64_t lookedAt = 0;     ///< coarse milliseconds: when its bell was last asked whether it lives
+    uint64_t lookedAt = 0;     ///< coarse milliseconds: when its doorbell was last asked whether it lives
     uint32_t stride = 0;       ///< sends that pass between two that ask the clock whether it is time for that
     uint32_t unasked = 0;      ///< how many of these are still to pass
     uint64_t usedAt = 0;       ///< counts uses of all peers: which one was used longest ago
@@ -29,7 +29,7 @@ struct Peer {
 /// The peers of an endpoint, one a slot. Belongs to the endpoint's thread.
 class Peers {
 public:
-    /// `own` is the slot of the endpoint whose peers they are, `epoll` the set in which bells are watched, tagged
+    /// `own` is the slot of the endpoint whose peers they are, `epoll` the set in which doorbells are watched, tagged
     /// with the index of the peer's slot.
     Peers(const Domain& domain, Slot& own, int epoll) : domain_(domain), own_(own), epoll_(epoll) {}
     ~Peers();
@@ -48,7 +48,7 @@ public:
     uint32_t size() const { return static_cast<uint32_t>(peers_.size()); }
 
     /// Makes `spid` a peer. REQUIRES an empty place at its index. Null with errno: ECONNRESET when its process is
-    /// gone, otherwise what opening its bell says. Another peer may have to go for it, see below.
+    /// gone, otherwise what opening its doorbell says. Another peer may have to go for it, see below.
     Peer* meet(Spid spid);
 
     /// Keeps a notice for the peer's end.
@@ -66,7 +66,7 @@ public:
     /// Takes the notices that wait for the end of the peer in this slot.
     std::vector<Ref> takeNotices(uint32_t index);
 
-    /// Closes the bells without touching the epoll set, which belongs to another process by now.
+    /// Closes the doorbells without touching the epoll set, which belongs to another process by now.
     void abandon();
 
     /// The peer that was sent a signal last, if it did not ask to be rung for it.
@@ -84,8 +84,8 @@ public:
 private:
     Peer* lookUp(Spid spid);
     void forgetLatest();
-    int openBell(Spid spid);
-    void leaveReserve(ScopedDescriptor& bell);
+    int openDoorbell(Spid spid);
+    void leaveReserve(ScopedDescriptor& doorbell);
     bool partWithOldest();
 
     const Domain& domain_;

@@ -10,13 +10,13 @@
 #include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 
 /*
- * The descriptor tells the truth because every operation that changes the queue ends with settle(): the bell holds a
- * byte while the queue or the mailbox holds a signal, and none once both are empty.
+ * The descriptor tells the truth because every operation that changes the queue ends with settle(): the doorbell
+ * holds a byte while the queue or the mailbox holds a signal, and none once both are empty.
  */
 namespace linx {
 namespace {
@@ -93,7 +93,7 @@ Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* sel
 
 void Endpoint::markAwake() {
     // An exchange, to learn whether a byte is in. One that a sender has announced but not written comes late, and is
-    // found in the bell by the next sleep.
+    // found in the doorbell by the next sleep.
     const uint32_t before = slot().wakeState.exchangeSeqCst(wake_state::word(spid_, wake_state::awake));
     if (wake_state::stateOf(before) == wake_state::notified) byteIn_ = true;
     awake_ = true;
@@ -142,7 +142,7 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     const size_t queued = queue_.size();
     silence();
     if (missedEnds_) buryEnded();
-    if (queue_.size() != queued) return false;                                  // somebody's end came with the bell
+    if (queue_.size() != queued) return false;  // somebody's end came with the doorbell
     slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));  // (C), see wake_state.h
     awake_ = false;
     const bool sleeps = !stack::holdsBlocks(slot().mailbox.loadSeqCst()) && mayWait;  // (D)
@@ -163,7 +163,7 @@ void Endpoint::remindUnrung() {
     Peer* peer = peers_.unrung();
     if (peer == nullptr) return;
     peers_.noteUnrung(nullptr);
-    if (stack::holdsBlocks(peer->slot.mailbox.loadRelaxed())) bell::ring(peer->bell.get());
+    if (stack::holdsBlocks(peer->slot.mailbox.loadRelaxed())) doorbell::ring(peer->doorbell.get());
 }
 
 /// When a sleep must end because others wait for what is still owed them, which is tried less and less often.
@@ -194,7 +194,7 @@ void Endpoint::handleEvents(int milliseconds) {
         milliseconds = 0;
         for (int i = 0; i < count; ++i) {
             const uint32_t tag = events[i].data.u32;
-            if (tag == event_tag::bell) {
+            if (tag == event_tag::doorbell) {
                 byteIn_ = true;
             } else if (tag == event_tag::timer) {
                 fireTimeouts();
@@ -306,7 +306,7 @@ void Endpoint::fireTimeouts() {
     timers_.arm();
 }
 
-/// The bell was full: somebody may have been about to say that another has ended, or to introduce himself.
+/// The doorbell was full: somebody may have been about to say that another has ended, or to introduce himself.
 void Endpoint::missRecords() {
     missedEnds_ = true;
     introduction::revoke(slot());
@@ -315,24 +315,24 @@ void Endpoint::missRecords() {
 /// Takes the bytes out. May bring signals: the notices of somebody who introduced himself and has ended since.
 void Endpoint::silence() {
     if (!byteIn_) return;
-    uint32_t records[bell::capacity];
+    uint32_t records[doorbell::capacity];
     uint32_t count;
     do {
-        count = bell::drain(bell_.get(), records);
+        count = doorbell::drain(doorbell_.get(), records);
         byteIn_ = false;
         std::for_each(records, records + count, [this](uint32_t record) { hear(record); });
-        if (count == bell::capacity) missRecords();
-    } while (count == bell::capacity);
+        if (count == doorbell::capacity) missRecords();
+    } while (count == doorbell::capacity);
     if (pool_.isUnderPressure()) pool_.yieldToPressure();  // the bytes may have told of that as well as of a signal
     // What was taken from the mailbox meanwhile, and what there was no memory for, must not be slept over.
-    if (takenChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = bell::ring(bell_.get()) == 0;
+    if (takenChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = doorbell::ring(doorbell_.get()) == 0;
 }
 
 /// Puts a byte in, if none is known to be in. A failure to do so is made good by the next settling.
 void Endpoint::raiseByte() {
     const uint32_t before = slot().wakeState.exchangeSeqCst(wake_state::word(spid_, wake_state::notified));
     awake_ = false;
-    byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || bell::ring(bell_.get()) == 0;
+    byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || doorbell::ring(doorbell_.get()) == 0;
     if (!byteIn_) slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));
 }
 

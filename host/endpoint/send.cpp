@@ -6,7 +6,7 @@
 #include "host/arena/slot_table.h"
 #include "host/endpoint/at_once.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 
@@ -45,7 +45,7 @@ int Endpoint::sendToStranger(const Held& held, Spid to) {
 
 int Endpoint::push(const Held& held, Peer& peer) {
     return finish(held, peer, post(held, peer, [&](Slot& target) {
-                      return introduction::push(target, peer.bell.get(), spid_, *held.block, held.ref,
+                      return introduction::push(target, peer.doorbell.get(), spid_, *held.block, held.ref,
                                                 peer.introducedAt);
                   }));
 }
@@ -75,9 +75,9 @@ int Endpoint::ring(const Held& held, Peer& peer) {
     slot().rings.storeRelaxed(slot().rings.loadRelaxed() + 1);
     peers_.noteUnrung(nullptr);
     const int result = wake_state::ring(peer.slot.wakeState, peer.slot.wakeState.loadSeqCst(), peer.spid,
-                                        indexOf(spid_), [&] { return bell::ring(peer.bell.get()); });
+                                        indexOf(spid_), [&] { return doorbell::ring(peer.doorbell.get()); });
     if (result == 0) return 0;
-    if (bell::isDead(peer.bell.get())) return bounce(held, peer);
+    if (doorbell::isDead(peer.doorbell.get())) return bounce(held, peer);
     oweRing();
     settle();  // has this endpoint called to pay, whatever it waits on
     return 0;
@@ -116,7 +116,7 @@ int Endpoint::refuse(const Held& held, int reason) {
 }
 
 /// There is a backlog in the peer's mailbox, and it did not ask to be rung. It is rung nevertheless, at most once a
-/// tick of the kernel (of many sends in one tick fewer and fewer ask the clock): it may have died, which its bell
+/// tick of the kernel (of many sends in one tick fewer and fewer ask the clock): it may have died, which its doorbell
 /// tells, or somebody has garbled its wake state and it sleeps. False when it has died.
 bool Endpoint::remind(Peer& peer) {
     const uint64_t now = coarseMilliseconds();
@@ -124,7 +124,7 @@ bool Endpoint::remind(Peer& peer) {
     peer.lookedAt = now;
     peer.stride = sameTick ? std::min(2 * peer.stride + 1, longestStride) : 0;
     peer.unasked = peer.stride;
-    return sameTick || bell::ring(peer.bell.get()) == 0 || !bell::isDead(peer.bell.get());
+    return sameTick || doorbell::ring(peer.doorbell.get()) == 0 || !doorbell::isDead(peer.doorbell.get());
 }
 
 }  // namespace linx

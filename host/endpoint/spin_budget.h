@@ -11,8 +11,8 @@ namespace linx {
 /// halves when it was spent for nothing.
 ///
 /// Where there is no budget a receive may still give way once before it sleeps: whoever shares its processor then
-/// runs at once, and if that brings the signal, neither a bell nor a sleep is needed. It is tried less and less often
-/// while it does not pay.
+/// runs at once, and if that brings the signal, neither a doorbell nor a sleep is needed. It is tried less and less
+/// often while it does not pay.
 class SpinBudget {
 public:
     /// At most $LINX_SPIN_US microseconds, 50 by default; none where the process may run on one processor only.

@@ -7,9 +7,9 @@ namespace linx {
 
 /*
  * A sender may be killed after it has pushed a signal and before it has rung. So nobody pushes whom the receiver does
- * not watch: a sender introduces itself through the receiver's bell, and the receiver watches it from then on. Should
- * the receiver cease to watch somebody, for want of descriptors, it counts a parting in its slot and then tags its
- * mailbox with the count (T): a push with an older tag fails, and its sender introduces itself again.
+ * not watch: a sender introduces itself through the receiver's doorbell, and the receiver watches it from then on.
+ * Should the receiver cease to watch somebody, for want of descriptors, it counts a parting in its slot and then tags
+ * its mailbox with the count (T): a push with an older tag fails, and its sender introduces itself again.
  *
  * One that can watch nobody at all revokes what it cannot keep as soon as it is told. Who is refused so a few times
  * pushes nevertheless, and introduces itself again with its next signal: should it be killed before it rings, its
@@ -31,10 +31,10 @@ constexpr uint32_t tagAt(uint32_t partings) {
 /// have missed an introduction.
 void revoke(Slot& own);
 
-/// Introduces `sender` to the endpoint of `target`, whose bell is open (-1: it has none any more), unless that was
-/// done at the present count, `introducedAt`; and pushes the block as stack::push does. Returns the same, but not
+/// Introduces `sender` to the endpoint of `target`, whose doorbell is open (-1: it has none any more), unless that
+/// was done at the present count, `introducedAt`; and pushes the block as stack::push does. Returns the same, but not
 /// `retagged`.
-uint32_t push(Slot& target, int bell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt);
+uint32_t push(Slot& target, int doorbell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt);
 
 }  // namespace introduction
 }  // namespace linx

@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/wake_state.h"
 
 namespace linx {
@@ -15,8 +15,8 @@ bool hasEnded(int failure) {
 
 /// 0 or an errno value; EPIPE when the endpoint has ended.
 int ringByName(const Domain& domain, Spid spid) {
-    const ScopedDescriptor bell(bell::open(domain.directory(), spid));
-    if (bell.get() != -1) return bell::ring(bell.get());
+    const ScopedDescriptor doorbell(doorbell::open(domain.directory(), spid));
+    if (doorbell.get() != -1) return doorbell::ring(doorbell.get());
     return hasEnded(errno) ? EPIPE : errno;
 }
 
@@ -24,8 +24,8 @@ int ringByName(const Domain& domain, Spid spid) {
 void tellOfEnds(const Domain& domain, Spid spid) {
     constexpr int attempts = 3;
     for (int left = attempts; left != 0; --left) {
-        const ScopedDescriptor bell(bell::open(domain.directory(), spid));
-        if (bell.get() != -1 ? bell::tell(bell.get(), bell::ended) : hasEnded(errno)) return;
+        const ScopedDescriptor doorbell(doorbell::open(domain.directory(), spid));
+        if (doorbell.get() != -1 ? doorbell::tell(doorbell.get(), doorbell::ended) : hasEnded(errno)) return;
     }
 }
 

@@ -11,7 +11,7 @@ namespace linx {
 bool ringSleepers(const Domain& domain, uint32_t ringer = 0);
 
 /// Tells every open endpoint that some have ended of whose ends the kernel does not tell: forked copies of their
-/// bells keep it from whoever holds these.
+/// doorbells keep it from whoever holds these.
 void tellOfEnds(const Domain& domain);
 
 }  // namespace linx

@@ -53,19 +53,19 @@ constexpr bool wantsRing(uint32_t found, Spid to) {
 static_assert(parked < awake && notified == awake + 1 && notifying > notified,
               "wantsRing counts on the order of states");
 
-/// Rings the bell of `to` after a push, `found` being its wake state since then. `writeBell` rings the bell and
-/// returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over that:
-/// the word goes on asking the next sender to ring, and the caller has to try again.
-template <class WriteBell>
-int ring(Word& wakeState, uint32_t found, Spid to, uint32_t ownIndex, WriteBell writeBell) {
+/// Rings the doorbell of `to` after a push, `found` being its wake state since then. `writeBell` rings the doorbell
+/// and returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over
+/// that: the word goes on asking the next sender to ring, and the caller has to try again.
+template <class WriteDoorbell>
+int ring(Word& wakeState, uint32_t found, Spid to, uint32_t ownIndex, WriteDoorbell writeDoorbell) {
     const uint32_t claimed = word(to, notifying + ownIndex);
-    // Dying or stopping between this and the ring: every later sender sees the state and rings, and the reaper of this
-    // sender rings. When it fails, another sender is notifying, or the endpoint is awake; ring in the former case too,
-    // for the other may have died.
+    // Dying or stopping between this and the ring: every later sender sees the state and rings, and the reaper of
+    // this sender rings. When it fails, another sender is notifying, or the endpoint is awake; ring in the former
+    // case too, for the other may have died.
     const bool claiming = found == word(to, parked) && wakeState.casSeqCst(found, claimed);
     if (!claiming && !wantsRing(found, to)) return 0;
-    const int result = writeBell();
-    if (claiming && result == 0) {  // otherwise nothing is in the bell, and the next sender must ring
+    const int result = writeDoorbell();
+    if (claiming && result == 0) {  // otherwise nothing is in the doorbell, and the next sender must ring
         uint32_t expected = claimed;
         wakeState.casSeqCst(expected, word(to, notified));  // fails when the endpoint has woken up: it decides then
     }

@@ -10,7 +10,7 @@
 #include "host/arena/common_stacks.h"
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/pool/lease.h"
 #include "host/pool/pressure.h"
 

@@ -2,7 +2,7 @@
 
 #include "host/arena/share.h"
 #include "host/arena/throttle.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 
 namespace linx {
 namespace pressure {
@@ -19,8 +19,8 @@ bool ringAll(const Domain& domain, Spid self) {
         const Spid spid = life & spidMask;
         // Who leases his first lines just now needs them.
         if ((life & lifeOpen) == 0 || spid == self || share::linesOf(slot) == 0) continue;
-        const ScopedDescriptor bell(bell::open(domain.directory(), spid));
-        any = (bell.get() != -1 && bell::ring(bell.get()) == 0) || any;
+        const ScopedDescriptor doorbell(doorbell::open(domain.directory(), spid));
+        any = (doorbell.get() != -1 && doorbell::ring(doorbell.get()) == 0) || any;
     }
     return any;
 }

@@ -4,7 +4,7 @@
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
 #include "host/recovery/cold_section.h"
 #include "host/recovery/transit.h"
@@ -80,11 +80,11 @@ void rebuildNames(const Arena& arena) {
     }
 }
 
-void removeStaleBells(const Arena& arena, int directory) {
+void removeStaleDoorbells(const Arena& arena, int directory) {
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
         const uint32_t life = arena.slot(i).life.loadRelaxed();
-        if ((life & lifeOpen) == 0 && life != 0) bell::remove(directory, life & spidMask);
+        if ((life & lifeOpen) == 0 && life != 0) doorbell::remove(directory, life & spidMask);
     }
 }
 
@@ -98,7 +98,7 @@ void repair(const ColdSection& cold) {
     rebuildNames(arena);
     rebuildEnded(arena);
     recountOpen(arena);
-    removeStaleBells(arena, cold.domain().directory());
+    removeStaleDoorbells(arena, cold.domain().directory());
     tellOfEnds(cold.domain());  // the one that died may have been about to
 }
 

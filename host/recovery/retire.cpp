@@ -8,7 +8,7 @@
 #include "host/arena/slot_table.h"
 #include "host/arena/throttle.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
 #include "host/recovery/stranded.h"
 
@@ -79,7 +79,7 @@ void retireAll(const ColdSection& cold, const SlotSet& ending, Leftovers leftove
     // They may have died between pushing a signal and ringing. What they pushed is seen (Q).
     if (leftovers == Leftovers::anything) ringSleepers(cold.domain());
     ending.forEach([&](Spid spid) {
-        bell::remove(cold.domain().directory(), spid);
+        doorbell::remove(cold.domain().directory(), spid);
         removeName(arena, indexOf(spid));
         // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release: (L).
         arena.slot(indexOf(spid)).life.storeRelease(spid);
@@ -99,8 +99,8 @@ void retire(const ColdSection& cold, Spid spid, Leftovers leftovers) {
 
 bool hasDied(const Domain& domain, Spid spid) {
     const int before = errno;
-    const ScopedDescriptor bell(bell::open(domain.directory(), spid));
-    const bool died = bell.get() == -1 && (errno == ENXIO || errno == ENOENT);
+    const ScopedDescriptor doorbell(doorbell::open(domain.directory(), spid));
+    const bool died = doorbell.get() == -1 && (errno == ENXIO || errno == ENOENT);
     if (died) errno = before;
     return died;
 }

@@ -29,8 +29,8 @@ void reapAllDead(const ColdSection& cold);
 /// all endpoints together do it is bounded, see throttle.h. Whether it was done.
 bool reapAllDeadIfDue(const ColdSection& cold);
 
-/// Whether the process of an open endpoint has died, asking its bell. False also when the bell cannot be asked; then,
-/// and only then, errno changes and tells why.
+/// Whether the process of an open endpoint has died, asking its doorbell. False also when the doorbell cannot be
+/// asked; then, and only then, errno changes and tells why.
 bool hasDied(const Domain& domain, Spid spid);
 
 }  // namespace linx

@@ -31,9 +31,9 @@ void Kernel::reset() {
     now_.lockedBy = nobody;
 }
 
-size_t Kernel::bellsUsed() const {
+size_t Kernel::doorbellsUsed() const {
     size_t used = 0;
-    while (used < maxBells && now_.bells[used].spid != 0) ++used;
+    while (used < maxDoorbells && now_.doorbells[used].spid != 0) ++used;
     return used;
 }
 
@@ -73,53 +73,54 @@ int Kernel::add(Kind kind, size_t object) {
     return -1;
 }
 
-size_t Kernel::findBell(uint32_t spid) const {
-    size_t bell = 0;
-    while (bell < maxBells && now_.bells[bell].spid != spid) ++bell;
-    return bell;
+size_t Kernel::findDoorbell(uint32_t spid) const {
+    size_t doorbell = 0;
+    while (doorbell < maxDoorbells && now_.doorbells[doorbell].spid != spid) ++doorbell;
+    return doorbell;
 }
 
 /// One that was removed and that nobody holds any more.
-size_t Kernel::findUnusedBell() const {
-    const size_t used = bellsUsed();
-    size_t bell = 0;
-    while (bell < used && (now_.bells[bell].named || isInUse(Kind::reader, bell) || isInUse(Kind::writer, bell)))
-        ++bell;
-    return bell < used ? bell : maxBells;
+size_t Kernel::findUnusedDoorbell() const {
+    const size_t used = doorbellsUsed();
+    size_t doorbell = 0;
+    while (doorbell < used &&
+           (now_.doorbells[doorbell].named || isInUse(Kind::reader, doorbell) || isInUse(Kind::writer, doorbell)))
+        ++doorbell;
+    return doorbell < used ? doorbell : maxDoorbells;
 }
 
-int Kernel::makeBell(uint32_t spid) {
-    scheduler.call("makes its bell", true, always);
-    size_t bell = findBell(spid);
-    if (bell == maxBells && !scheduler.running()) bell = findUnusedBell();
-    if (bell == maxBells) bell = bellsUsed();
-    if (bell == maxBells) scheduler.abandon("more bells than the model holds");
-    now_.bells[bell] = {spid, true, 1, 0, {}};
-    meet(viewOf(bell));
-    return add(Kind::reader, bell);
+int Kernel::makeDoorbell(uint32_t spid) {
+    scheduler.call("makes its doorbell", true, always);
+    size_t doorbell = findDoorbell(spid);
+    if (doorbell == maxDoorbells && !scheduler.running()) doorbell = findUnusedDoorbell();
+    if (doorbell == maxDoorbells) doorbell = doorbellsUsed();
+    if (doorbell == maxDoorbells) scheduler.abandon("more doorbells than the model holds");
+    now_.doorbells[doorbell] = {spid, true, 1, 0, {}};
+    meet(viewOf(doorbell));
+    return add(Kind::reader, doorbell);
 }
 
-int Kernel::openBell(uint32_t spid) {
-    scheduler.call("opens a bell", false, always);
-    const size_t bell = findBell(spid);
-    if (bell == maxBells || !now_.bells[bell].named || now_.bells[bell].readers == 0) {
-        // Whoever finds the reader gone, or the bell removed, comes after that.
-        if (bell != maxBells) meet(viewOf(bell));
-        errno = bell == maxBells || !now_.bells[bell].named ? ENOENT : ENXIO;
+int Kernel::openDoorbell(uint32_t spid) {
+    scheduler.call("opens a doorbell", false, always);
+    const size_t doorbell = findDoorbell(spid);
+    if (doorbell == maxDoorbells || !now_.doorbells[doorbell].named || now_.doorbells[doorbell].readers == 0) {
+        // Whoever finds the reader gone, or the doorbell removed, comes after that.
+        if (doorbell != maxDoorbells) meet(viewOf(doorbell));
+        errno = doorbell == maxDoorbells || !now_.doorbells[doorbell].named ? ENOENT : ENXIO;
         scheduler.observed(static_cast<uint64_t>(errno));
         return -1;
     }
-    const int descriptor = add(Kind::writer, bell);
+    const int descriptor = add(Kind::writer, doorbell);
     scheduler.observed(descriptor == -1 ? EMFILE : 0);
     return descriptor;
 }
 
-void Kernel::removeBell(uint32_t spid) {
-    scheduler.call("removes a bell", true, always);
-    const size_t bell = findBell(spid);
-    if (bell == maxBells) return;
-    meet(viewOf(bell));
-    now_.bells[bell].named = false;
+void Kernel::removeDoorbell(uint32_t spid) {
+    scheduler.call("removes a doorbell", true, always);
+    const size_t doorbell = findDoorbell(spid);
+    if (doorbell == maxDoorbells) return;
+    meet(viewOf(doorbell));
+    now_.doorbells[doorbell].named = false;
 }
 
 int Kernel::openFile() {
@@ -135,37 +136,40 @@ bool Kernel::closeFile(int descriptor) {
     return true;
 }
 
-int Kernel::writeBell(int descriptor, uint32_t record) {
+int Kernel::writeDoorbell(int descriptor, uint32_t record) {
     uint8_t& failuresLeft = now_.failuresLeft[scheduler.thread()];
     const uint32_t ways = failuresLeft != 0 ? 2 : 1;
     const bool fails = scheduler.call(record == 0 ? "rings" : "introduces itself", true, always, ways) != 0;
     const size_t number = at(descriptor).object;
-    Bell& bell = now_.bells[number];
+    Doorbell& doorbell = now_.doorbells[number];
     meet(viewOf(number));
-    const int result = bell.readers == 0 ? EPIPE : bell.count == bellCapacity ? EAGAIN : fails ? ENOMEM : 0;
+    const int result = doorbell.readers == 0                ? EPIPE
+                       : doorbell.count == doorbellCapacity ? EAGAIN
+                       : fails                              ? ENOMEM
+                                                            : 0;
     if (result == ENOMEM) --failuresLeft;
-    if (result == 0) bell.records[bell.count++] = record;
+    if (result == 0) doorbell.records[doorbell.count++] = record;
     scheduler.observed(static_cast<uint64_t>(result));
     return result;
 }
 
-unsigned Kernel::drainBell(int descriptor, uint32_t* records) {
-    scheduler.call("empties its bell", true, always);
+unsigned Kernel::drainDoorbell(int descriptor, uint32_t* records) {
+    scheduler.call("empties its doorbell", true, always);
     const size_t number = at(descriptor).object;
-    Bell& bell = now_.bells[number];
+    Doorbell& doorbell = now_.doorbells[number];
     meet(viewOf(number));
-    const unsigned count = bell.count;
-    std::memcpy(records, bell.records, count * sizeof *records);
-    for (unsigned i = 0; i < count; ++i) scheduler.observed(bell.records[i]);
+    const unsigned count = doorbell.count;
+    std::memcpy(records, doorbell.records, count * sizeof *records);
+    for (unsigned i = 0; i < count; ++i) scheduler.observed(doorbell.records[i]);
     scheduler.observed(count);
-    bell.count = 0;
+    doorbell.count = 0;
     return count;
 }
 
-bool Kernel::isBellDead(int descriptor) {
-    scheduler.call("asks a bell", false, always);
+bool Kernel::isDoorbellDead(int descriptor) {
+    scheduler.call("asks a doorbell", false, always);
     const size_t number = at(descriptor).object;
-    const bool dead = now_.bells[number].readers == 0;
+    const bool dead = now_.doorbells[number].readers == 0;
     if (dead) meet(viewOf(number));
     scheduler.observed(dead ? 1 : 0);
     return dead;
@@ -235,9 +239,9 @@ uint32_t Kernel::eventsOf(const Watch& watch) const {
         return scheduler.timeOf(descriptor.process) >= descriptor.deadline ? watch.events & readable : 0;
     }
     if (descriptor.kind != Kind::reader && descriptor.kind != Kind::writer) return 0;
-    const Bell& bell = now_.bells[descriptor.object];
-    if (descriptor.kind == Kind::reader) return bell.count != 0 ? watch.events & readable : 0;
-    return bell.readers == 0 ? broken : 0;
+    const Doorbell& doorbell = now_.doorbells[descriptor.object];
+    if (descriptor.kind == Kind::reader) return doorbell.count != 0 ? watch.events & readable : 0;
+    return doorbell.readers == 0 ? broken : 0;
 }
 
 bool Kernel::hasEvents(size_t set) const {
@@ -306,7 +310,7 @@ void Kernel::closeFor(size_t descriptor) {
     Descriptor& closed = now_.descriptors[descriptor];
     if (closed.kind == Kind::reader) {
         meet(viewOf(closed.object));
-        --now_.bells[closed.object].readers;
+        --now_.doorbells[closed.object].readers;
     }
     const Descriptor before = closed;
     closed = Descriptor();
@@ -319,7 +323,7 @@ void Kernel::closeFor(size_t descriptor) {
 void Kernel::close(int descriptor) {
     const auto number = static_cast<size_t>(descriptor - firstDescriptor);
     // Letting go of the lock, or of the reading end, is seen by others; what is written by then must be.
-    if (now_.descriptors[number].kind == Kind::reader) scheduler.call("closes its bell", true, always);
+    if (now_.descriptors[number].kind == Kind::reader) scheduler.call("closes its doorbell", true, always);
     closeFor(number);
 }
 
@@ -336,15 +340,16 @@ void Kernel::exit(unsigned process) {
 
 uint64_t Kernel::hash(uint64_t seed, unsigned liveThreads) const {
     Hash hash(seed);
-    const size_t bells = bellsUsed();
-    for (size_t i = 0; i < bells; ++i) {
-        const Bell& bell = now_.bells[i];
-        hash.add(uint64_t{bell.spid} << 32 | uint64_t{bell.named} << 16 | uint64_t{bell.readers} << 8 | bell.count);
-        for (unsigned r = 0; r < bell.count; ++r) hash.add(bell.records[r]);
+    const size_t doorbells = doorbellsUsed();
+    for (size_t i = 0; i < doorbells; ++i) {
+        const Doorbell& doorbell = now_.doorbells[i];
+        hash.add(uint64_t{doorbell.spid} << 32 | uint64_t{doorbell.named} << 16 | uint64_t{doorbell.readers} << 8 |
+                 doorbell.count);
+        for (unsigned r = 0; r < doorbell.count; ++r) hash.add(doorbell.records[r]);
     }
     // Which descriptors a thread has follows from its history; who holds the lock does too, but for the dead.
     hash.add(now_.lockedBy);
-    return memory.hash(hash.value(), now_.views.data(), viewOf(bells), liveThreads);
+    return memory.hash(hash.value(), now_.views.data(), viewOf(doorbells), liveThreads);
 }
 
 }  // namespace model

@@ -11,10 +11,10 @@
 namespace model {
 
 /*
- * As much of an operating system as endpoints use: bells, sets of watched descriptors, the lock on the arena's file,
- * and the end of a process, which closes all that it had open. The source under exploration calls it instead of the
- * real one: bell.h, arena_file.h and domain_path.h are implemented on it, and the system calls made elsewhere are
- * wrapped by the linker.
+ * As much of an operating system as endpoints use: doorbells, sets of watched descriptors, the lock on the arena's
+ * file, and the end of a process, which closes all that it had open. The source under exploration calls it instead of
+ * the real one: doorbell.h, arena_file.h and domain_path.h are implemented on it, and the system calls made elsewhere
+ * are wrapped by the linker.
  */
 class Kernel {
 public:
@@ -29,7 +29,7 @@ public:
     /// False when it is the number of no such file.
     bool closeFile(int descriptor);
 
-    /// From now on so many of a process's writes to bells may fail for want of memory, whichever they are.
+    /// From now on so many of a process's writes to doorbells may fail for want of memory, whichever they are.
     void failWrites(unsigned process, uint8_t most) { now_.failuresLeft[process] = most; }
 
     /// From now on a process may have no more descriptors than it has, and so many.
@@ -42,13 +42,13 @@ public:
 
     // -1 with errno EMFILE where a process may have no more descriptors.
 
-    // Bells, by spid. -1 with errno, 0 or an errno value, as bell.h says.
-    int makeBell(uint32_t spid);
-    int openBell(uint32_t spid);
-    void removeBell(uint32_t spid);
-    int writeBell(int descriptor, uint32_t record);
-    unsigned drainBell(int descriptor, uint32_t* records);
-    bool isBellDead(int descriptor);
+    // Doorbells, by spid. -1 with errno, 0 or an errno value, as doorbell.h says.
+    int makeDoorbell(uint32_t spid);
+    int openDoorbell(uint32_t spid);
+    void removeDoorbell(uint32_t spid);
+    int writeDoorbell(int descriptor, uint32_t record);
+    unsigned drainDoorbell(int descriptor, uint32_t* records);
+    bool isDoorbellDead(int descriptor);
 
     /// The lock on the arena's file, of the running process. -1 with EWOULDBLOCK when it is not to wait.
     int lockArena(bool waits);
@@ -79,31 +79,31 @@ public:
     void close(int descriptor);
     bool owns(int descriptor) const { return descriptor >= firstDescriptor; }
 
-    static constexpr unsigned bellCapacity = 4;
+    static constexpr unsigned doorbellCapacity = 4;
 
 private:
     static constexpr int firstDescriptor = 10000;
-    static constexpr size_t maxBells = 12;
+    static constexpr size_t maxDoorbells = 12;
     static constexpr size_t maxDescriptors = 96;
     static constexpr size_t maxWatches = 48;
     static constexpr uint8_t nobody = 0xff;
     static constexpr size_t lockView = 0;
     static constexpr size_t tellingView = 1;
-    static constexpr size_t viewOf(size_t bell) { return bell + 2; }
+    static constexpr size_t viewOf(size_t doorbell) { return doorbell + 2; }
 
     enum class Kind : uint8_t { none, reader, writer, set, timer };
     struct Descriptor {
         Kind kind;
         uint8_t process;
-        uint8_t object;     ///< the number of the bell, or of the set
+        uint8_t object;     ///< the number of the doorbell, or of the set
         uint64_t deadline;  ///< of a timer
     };
-    struct Bell {
+    struct Doorbell {
         uint32_t spid;
         bool named;
         uint8_t readers;
         uint8_t count;
-        uint32_t records[bellCapacity];
+        uint32_t records[doorbellCapacity];
     };
     struct Watch {
         bool used;
@@ -113,14 +113,14 @@ private:
         uint32_t tag;
     };
     struct State {
-        std::array<Bell, maxBells> bells;
+        std::array<Doorbell, maxDoorbells> doorbells;
         std::array<Descriptor, maxDescriptors> descriptors;
         std::array<Watch, maxWatches> watches;
         uint64_t files;                                   ///< those that are open, a bit each
         uint8_t lockedBy;                                 ///< the process
         std::array<uint8_t, maxThreads> failuresLeft;     ///< by process
         std::array<uint8_t, maxThreads> mostDescriptors;  ///< by process; 0: as many as it wants
-        std::array<View, maxBells + 1> views;             ///< of the lock, then of the bells
+        std::array<View, maxDoorbells + 1> views;         ///< of the lock, then of the doorbells
     };
 
     int add(Kind kind, size_t object);
@@ -128,8 +128,8 @@ private:
     bool isInUse(Kind kind, size_t object) const;
     Descriptor& at(int descriptor) { return now_.descriptors[static_cast<size_t>(descriptor - firstDescriptor)]; }
     size_t setOf(int descriptor) { return at(descriptor).object; }
-    size_t findBell(uint32_t spid) const;
-    size_t findUnusedBell() const;
+    size_t findDoorbell(uint32_t spid) const;
+    size_t findUnusedDoorbell() const;
     uint32_t eventsOf(const Watch& watch) const;
     bool hasEvents(size_t set) const;
     uint64_t deadlineOf(size_t set) const;
@@ -137,7 +137,7 @@ private:
     void meet(size_t object);
     void closeFor(size_t descriptor);
     void unlock();
-    size_t bellsUsed() const;
+    size_t doorbellsUsed() const;
 
     State now_{};
     State beginning_{};

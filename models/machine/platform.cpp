@@ -17,7 +17,7 @@
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/layout.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "models/machine/kernel.h"
 #include "models/machine/scheduler.h"
 
@@ -74,37 +74,37 @@ bool reservePages(int, uint32_t first, uint32_t count) {
     return false;
 }
 
-namespace bell {
+namespace doorbell {
 
 int make(int, Spid spid, unsigned) {
-    return model::kernel.makeBell(spid);
+    return model::kernel.makeDoorbell(spid);
 }
 int open(int, Spid spid) {
-    return model::kernel.openBell(spid);
+    return model::kernel.openDoorbell(spid);
 }
 bool remove(int, Spid spid) {
-    model::kernel.removeBell(spid);
+    model::kernel.removeDoorbell(spid);
     return true;
 }
 int ring(int descriptor) {
-    const int result = model::kernel.writeBell(descriptor, 0);
+    const int result = model::kernel.writeDoorbell(descriptor, 0);
     return result == EAGAIN ? 0 : result;
 }
 bool tell(int descriptor, uint32_t record) {
-    return model::kernel.writeBell(descriptor, record) == 0;
+    return model::kernel.writeDoorbell(descriptor, record) == 0;
 }
 uint32_t drain(int descriptor, uint32_t (&records)[capacity]) {
-    static_assert(model::Kernel::bellCapacity <= capacity, "what a modelled bell holds fits");
-    const uint32_t count = model::kernel.drainBell(descriptor, records);
-    if (count != model::Kernel::bellCapacity) return count;
+    static_assert(model::Kernel::doorbellCapacity <= capacity, "what a modelled doorbell holds fits");
+    const uint32_t count = model::kernel.drainDoorbell(descriptor, records);
+    if (count != model::Kernel::doorbellCapacity) return count;
     std::fill(records + count, records + capacity, 0u);  // a full one is full
     return capacity;
 }
 bool isDead(int descriptor) {
-    return model::kernel.isBellDead(descriptor);
+    return model::kernel.isDoorbellDead(descriptor);
 }
 
-}  // namespace bell
+}  // namespace doorbell
 }  // namespace linx
 
 extern "C" {

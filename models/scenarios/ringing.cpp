@@ -116,7 +116,7 @@ const Announced unwatchedDies(Scenario{
 
 const Announced unheardDies(Scenario{
     "unheard-dies",
-    "the same, when one of its writes to the bell fails, its introduction or its ring",
+    "the same, when one of its writes to the doorbell fails, its introduction or its ring",
     {"receiver", "sender", "reaper"},
     1u << sender,
     1u << receiver,
@@ -167,9 +167,9 @@ const Announced partedForPoll(Scenario{
     {[](Stage& stage) { stage.pollFrom(sender, 2); }, sendOnce, [](Stage&) {}},
 });
 
-const Announced fullBell(Scenario{
-    "full-bell",
-    "a sender cannot introduce itself, since the bell is full, and dies anywhere in its first send",
+const Announced fullDoorbell(Scenario{
+    "full-doorbell",
+    "a sender cannot introduce itself, since the doorbell is full, and dies anywhere in its first send",
     {"receiver", "sender"},
     1u << sender,
     1u << receiver,
@@ -177,7 +177,7 @@ const Announced fullBell(Scenario{
     true,
     [](Stage& stage) {
         stage.openFirst(2);
-        stage.fillBell(receiver);
+        stage.fillDoorbell(receiver);
     },
     {[](Stage& stage) { stage.receiveFrom(sender, 1); }, sendOnce},
 });

@@ -353,9 +353,9 @@ void Stage::openFirst(unsigned count) {
     }
 }
 
-void Stage::fillBell(unsigned actor) {
-    const linx::ScopedDescriptor bell(kernel.openBell(spids_[actor]));
-    while (kernel.writeBell(bell.get(), 0) == 0) {
+void Stage::fillDoorbell(unsigned actor) {
+    const linx::ScopedDescriptor doorbell(kernel.openDoorbell(spids_[actor]));
+    while (kernel.writeDoorbell(doorbell.get(), 0) == 0) {
     }
 }
 

@@ -91,7 +91,7 @@ public:
     void as(unsigned actor) { scheduler.actAs(actor); }
     /// Opens the first `count` actors.
     void openFirst(unsigned count);
-    /// The same, and all others have sent one signal to the first: bells are open, and everybody is parked.
+    /// The same, and all others have sent one signal to the first: doorbells are open, and everybody is parked.
     void openAcquainted(unsigned count);
     /// Lets an actor receive all that is there.
     void drain(unsigned actor);
@@ -100,9 +100,9 @@ public:
     /// Opens endpoints in this actor's process until so many fresh slots are left: who opens then gets the slot of
     /// one who has ended.
     void fillSlots(unsigned keeper, unsigned left = 0);
-    /// Somebody has rung an actor's bell until it took no more.
-    void fillBell(unsigned actor);
-    /// From now on so many of an actor's writes to bells may fail for want of memory, whichever they are.
+    /// Somebody has rung an actor's doorbell until it took no more.
+    void fillDoorbell(unsigned actor);
+    /// From now on so many of an actor's writes to doorbells may fail for want of memory, whichever they are.
     void failWrites(unsigned actor, uint8_t most) { kernel.failWrites(actor, most); }
     /// From now on an actor's process may have so many descriptors more, and not one beyond.
     void limitDescriptors(unsigned actor, unsigned more) { kernel.limitDescriptors(actor, more); }

@@ -250,7 +250,7 @@ TEST_F(NoDescriptors, APeerMakesRoomForWhateverNeedsOne) {
     Endpoint endpoint("endpoint");
     Endpoint peer("peer");
     const auto expectRoom = [&](auto operation) {
-        ASSERT_EQ(0, send(endpoint, spidOf(peer), item));  // the bell of the peer is open from now on
+        ASSERT_EQ(0, send(endpoint, spidOf(peer), item));  // the doorbell of the peer is open from now on
         expectSignal(peer, item, 0);
         const FewDescriptors none(0);
         EXPECT_TRUE(operation()) << std::strerror(errno);

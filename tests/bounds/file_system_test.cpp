@@ -1,4 +1,4 @@
-// A file system without room for the arena, for more of it, or for another bell.
+// A file system without room for the arena, for more of it, or for another doorbell.
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -195,7 +195,7 @@ TEST_F(FullFileSystem, ThatIsOnlyForReadingTakesNoDomainAndNoEndpoint) {
 }
 
 TEST_F(FullFileSystem, WithoutRoomForAnotherFileTakesNoEndpoint) {
-    with("size=8m,nr_inodes=3", [&] {  // itself, the arena and a bell
+    with("size=8m,nr_inodes=3", [&] {  // itself, the arena and a doorbell
         Endpoint endpoint("endpoint");
         const LinxSpid own = spidOf(endpoint);
         for (int i = 0; i < 10; ++i) EXPECT_EQ(ENOSPC, errorOfOpen("other"));

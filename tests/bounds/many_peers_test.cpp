@@ -21,8 +21,8 @@ constexpr uint32_t colleagues = 3;
 
 using ManyPeers = ProcessTest;
 
-/// Whether this process holds the bell of an endpoint open.
-bool holdsBell(const std::string& domain, LinxSpid spid) {
+/// Whether this process holds the doorbell of an endpoint open.
+bool holdsDoorbell(const std::string& domain, LinxSpid spid) {
     char name[16];
     std::snprintf(name, sizeof name, "bell.%08x", spid);
     const std::vector<std::string> open = linxtest::namesIn("/proc/self/fd");
@@ -81,11 +81,11 @@ TEST_F(ManyPeers, LeaveTheServerItsColleaguesAndDescriptorsForOtherThings) {
         for (uint32_t i = 0; i < clients; ++i) {
             heard.push_back(expectSignal(endpoint, item).sender);
             const LinxSpid colleague = known[i % colleagues];
-            EXPECT_TRUE(holdsBell(domain.path(), colleague));
+            EXPECT_TRUE(holdsDoorbell(domain.path(), colleague));
             EXPECT_EQ(0, send(endpoint, colleague, item));
         }
-        EXPECT_FALSE(holdsBell(domain.path(), heard.front()));
-        EXPECT_TRUE(holdsBell(domain.path(), heard.back()));
+        EXPECT_FALSE(holdsDoorbell(domain.path(), heard.front()));
+        EXPECT_TRUE(holdsDoorbell(domain.path(), heard.back()));
         EXPECT_GE(descriptorsLeft(), mostDescriptors / 8);
         {
             Endpoint second("second");

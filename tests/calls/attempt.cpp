@@ -44,7 +44,7 @@ void dieInside() {
     kill(getpid(), SIGKILL);
 }
 
-/// Removes, besides, the bells of ended endpoints that the kernel has refused to remove: until then they stay.
+/// Removes, besides, the doorbells of ended endpoints that the kernel has refused to remove: until then they stay.
 void mendDomain() {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     linx::repair(linx::ColdSection(*domain));

@@ -50,7 +50,7 @@ TEST_F(CallsTest, MoreLockedMemoryThanIsAllowedIsALackOfMemory) {
     expectWithstands("open", "mmap", 2, EAGAIN);
 }
 
-TEST_F(CallsTest, ABellIsMadeThoughItsReadIsDisturbed) {
+TEST_F(CallsTest, ADoorbellIsMadeThoughItsReadIsDisturbed) {
     expectWithstands("open", "read", 1, EAGAIN);
     expectWithstands("open", "read", 1, EINTR);
 }

@@ -64,7 +64,7 @@ void proveTimeout(Victim& victim) {
     EXPECT_EQ(0, linx_cancel_tmo(victim.linx, &victim.timeout));
 }
 
-/// It is told though the end of the bell is not.
+/// It is told though the end of the doorbell is not.
 void proveEnd(Victim& victim) {
     EXPECT_TRUE(victim.progress->notices.reaches(1)) << "the end is not told while somebody has a copy";
 }

@@ -57,8 +57,8 @@ protected:
         return count;
     }
 
-    /// The path of an endpoint's bell.
-    std::string bellOf(LinxSpid spid) const {
+    /// The path of an endpoint's doorbell.
+    std::string doorbellOf(LinxSpid spid) const {
         char name[16];
         std::snprintf(name, sizeof name, "bell.%08x", spid);
         return domain.pathOf(name);

@@ -7,7 +7,7 @@
 
 #include "host/arena/clock.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/support/deliver.h"
@@ -409,11 +409,11 @@ TEST_F(ExhaustionTest, APeerIsSentToBeforeItHasToMakeRoomForAnother) {
         ASSERT_NE(linx_attach(scene.one, &notice, ended->spid), 0u);
     }
     LinxSignal* signal = linx_alloc(scene.one, 4, 1);
-    bell::tell(ScopedDescriptor(bell::open(joined->directory(), scene.one.spid)).get(), stranger.spid);
+    doorbell::tell(ScopedDescriptor(doorbell::open(joined->directory(), scene.one.spid)).get(), stranger.spid);
     ended.reset();
     LinxSignal* received = nullptr;
     newThatFails = 1;
-    EXPECT_EQ(linx_receive_w_tmo(scene.one, &received, 0, anySignal), -1);  // leaves the introduction in the bell
+    EXPECT_EQ(linx_receive_w_tmo(scene.one, &received, 0, anySignal), -1);  // leaves the introduction in the doorbell
     EXPECT_EQ(errno, ENOMEM);
     newThatFails = 0;
     {

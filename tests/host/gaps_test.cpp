@@ -63,7 +63,7 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
     close(go[1]);
 }
 
-TEST_F(GapsTest, ABellThatCouldNotBeRungIsRungByTheNextSender) {
+TEST_F(GapsTest, ADoorbellThatCouldNotBeRungIsRungByTheNextSender) {
     constexpr Spid receiver = makeSpid(5, 1);
     Word word{};
     word.storeRelaxed(wake_state::word(receiver, wake_state::parked));

@@ -102,10 +102,10 @@ protected:
     }
 
     /// Whoever looks for the dead asks everybody whether he lives.
-    std::string bellOfOne() const {
-        char bell[16];
-        std::snprintf(bell, sizeof bell, "bell.%08x", one.spid);
-        return domain.pathOf(bell);
+    std::string doorbellOfOne() const {
+        char doorbell[16];
+        std::snprintf(doorbell, sizeof doorbell, "bell.%08x", one.spid);
+        return domain.pathOf(doorbell);
     }
 
     Linx one{"one"};
@@ -118,7 +118,7 @@ TEST_F(LookingForTheDeadTest, IsNotDoneForEveryHuntThatIsRefused) {
         for (uint32_t k = 0; k < huntsOfOne; ++k) ASSERT_EQ(linx_hunt(*hunters.back(), "absent", nullptr), 0);
     }
     {
-        const linxtest::Witness witness(bellOfOne(), IN_OPEN | IN_CLOSE);
+        const linxtest::Witness witness(doorbellOfOne(), IN_OPEN | IN_CLOSE);
         for (int i = 0; i < times; ++i) {
             ASSERT_EQ(linx_hunt(*hunters[0], "absent", nullptr), -1);
             ASSERT_EQ(errno, ENOSPC);
@@ -140,7 +140,7 @@ TEST_F(LookingForTheDeadTest, IsNotDoneForEveryEndpointThatIsRefused) {
     while (LINX* linx = linx_open(std::to_string(others.size()).c_str(), 0, nullptr)) others.push_back(linx);
     EXPECT_EQ(errno, ENOMEM);
     {
-        const linxtest::Witness witness(bellOfOne(), IN_OPEN | IN_CLOSE);
+        const linxtest::Witness witness(doorbellOfOne(), IN_OPEN | IN_CLOSE);
         for (int i = 0; i < times; ++i) ASSERT_EQ(linx_open("more", 0, nullptr), nullptr);
         EXPECT_LT(witness.count(), times / 2u);
     }

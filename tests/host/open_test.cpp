@@ -322,7 +322,7 @@ TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {
     }
 }
 
-TEST_F(OpenTest, TheBellThatAnEarlierUserOfTheSlotCouldNotRemoveIsRemoved) {
+TEST_F(OpenTest, TheDoorbellThatAnEarlierUserOfTheSlotCouldNotRemoveIsRemoved) {
     char leftBehind[16];
     {
         const Linx earlier("earlier");

@@ -223,10 +223,10 @@ TEST_F(TightTest, AFullArenaIsNotLookedThroughForEveryRefusal) {
     std::vector<LinxSignal*> ofOne = allocateAll(one, 60000);
     std::vector<LinxSignal*> ofTwo = allocateAll(two, 60000);
     std::vector<LinxSignal*> ofThree = allocateAll(three, 60000);
-    char bell[16];
-    std::snprintf(bell, sizeof bell, "bell.%08x", one.spid);
+    char doorbell[16];
+    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", one.spid);
     // Whoever looks for memory asks everybody whether he lives.
-    const linxtest::Witness witness(domain.pathOf(bell), IN_OPEN | IN_CLOSE);
+    const linxtest::Witness witness(domain.pathOf(doorbell), IN_OPEN | IN_CLOSE);
     constexpr int times = 2000;
     for (int i = 0; i < times; ++i) ASSERT_FALSE(canAllocate(three, 60000));
     EXPECT_LT(witness.count(), 2u * times / 2);

@@ -83,10 +83,10 @@ protected:
 TEST_F(PressureTest, WhatIsGivenUpWhileOthersAreStillBeingAskedIsFound) {
     const interposed::StandingClock standing;  // however long the test takes, others are still to be waited for
     const Linx last("last");
-    char bell[16];
-    std::snprintf(bell, sizeof bell, "bell.%08x", last.spid);
+    char doorbell[16];
+    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", last.spid);
     interposed::atOpen = [&](const char* name) {
-        if (std::string(name) == bell) look();
+        if (std::string(name) == doorbell) look();
     };
     expectAllocation(keptSize);
 }
@@ -131,7 +131,7 @@ TEST_F(PressureTest, WhoIsAskedTogetherWithASignalGivesUpAfterIt) {
 
 TEST_F(PressureTest, WhoIsAskedWhileItReceivesASignalGivesUpAfterIt) {
     sendNumber(two, keeper.spid, 7);
-    interposed::atRead = [&] { expectRefusal(largeSize); };  // the keeper looks into its bell
+    interposed::atRead = [&] { expectRefusal(largeSize); };  // the keeper looks into its doorbell
     EXPECT_EQ(receiveNumber(keeper), 7u);
     interposed::atRead = nullptr;
     EXPECT_FALSE(isReadable(0));

@@ -21,7 +21,7 @@ protected:
         ArenaDomainTest::TearDown();
     }
 
-    /// An endpoint whose process has died: in the arena it is open, but nobody holds its bell.
+    /// An endpoint whose process has died: in the arena it is open, but nobody holds its doorbell.
     Spid layDead(const std::string& name) const {
         const ColdSection cold(*joined);
         const uint32_t index = takeSlot(arena);

@@ -168,12 +168,12 @@ TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
 /// As one whose user waits on nothing but its descriptor.
 TEST_F(RecoveryTest, AnAnswerThatIsOwedCallsWhoeverOpenedTheName) {
     EXPECT_EQ(linx_hunt(live, "sought", nullptr), 0);
-    const std::string bell = bellOf(live.spid);
-    const std::string aside = bell + ".aside";
-    ASSERT_EQ(rename(bell.c_str(), aside.c_str()), 0);
-    ASSERT_EQ(close(creat(bell.c_str(), 0600)), 0);
+    const std::string doorbell = doorbellOf(live.spid);
+    const std::string aside = doorbell + ".aside";
+    ASSERT_EQ(rename(doorbell.c_str(), aside.c_str()), 0);
+    ASSERT_EQ(close(creat(doorbell.c_str(), 0600)), 0);
     const Linx sought("sought");
-    ASSERT_EQ(rename(aside.c_str(), bell.c_str()), 0);
+    ASSERT_EQ(rename(aside.c_str(), doorbell.c_str()), 0);
     EXPECT_EQ(receiveNumber(live), 0u);
     const ScopedDescriptor descriptor(linx_get_descriptor(sought));
     pollfd readable = {descriptor.get(), POLLIN, 0};
@@ -182,10 +182,10 @@ TEST_F(RecoveryTest, AnAnswerThatIsOwedCallsWhoeverOpenedTheName) {
     EXPECT_EQ(receiveNumber(live), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
 }
 
-/// Somebody has removed its bell, and it counts as ended though it lives.
+/// Somebody has removed its doorbell, and it counts as ended though it lives.
 TEST_F(RecoveryTest, WhoCountsAsEndedLeasesAndHuntsNoMore) {
     Linx zombie("zombie");
-    ASSERT_EQ(unlink(bellOf(zombie.spid).c_str()), 0);
+    ASSERT_EQ(unlink(doorbellOf(zombie.spid).c_str()), 0);
     const Linx another("zombie");
     errno = 0;
     for (int i = 0; i < 3; ++i) {

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "host/mailbox/wake_state.h"
 #include "host/pool/lease.h"
 #include "host/recovery/repair.h"
@@ -187,7 +187,7 @@ TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
     expectInOrder();
 }
 
-/// Somebody has removed its bell, and it counts as dead.
+/// Somebody has removed its doorbell, and it counts as dead.
 TEST_F(RecoveryTest, AnEndpointThatWasEndedByMistakeSendsItselfNothing) {
     LinxSignal* signal = linx_alloc(live, 4, 1);
     Word& life = slotOf(live.spid).life;
@@ -287,7 +287,7 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     {
         const ColdSection cold(*joined);
         index = takeSlot(arena);
-        const ScopedDescriptor ownBell(bell::make(joined->directory(), makeSpid(index, 1), 0600));
+        const ScopedDescriptor ownDoorbell(doorbell::make(joined->directory(), makeSpid(index, 1), 0600));
     }
     Slot& slot = arena.slot(index);
     slot.life.storeRelaxed(makeSpid(index, 1));
@@ -296,7 +296,7 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     repairAfterDeath();
     expectInOrder();
     EXPECT_EQ(findName(arena, nameOf("never")), 0u);
-    EXPECT_EQ(domain.leftovers().size(), 1u) << "the bell of the live one only";
+    EXPECT_EQ(domain.leftovers().size(), 1u) << "the doorbell of the live one only";
     EXPECT_EQ(arena.header().newestEnded.loadRelaxed(), index);
 }
 

@@ -1,4 +1,4 @@
-// Bells that cannot be rung for want of kernel memory, and wake states that somebody has garbled.
+// Doorbells that cannot be rung for want of kernel memory, and wake states that somebody has garbled.
 
 #include <poll.h>
 #include <sys/wait.h>

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "host/arena/slot_table.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/host/one_processor.h"
@@ -56,8 +56,8 @@ protected:
 
     /// As one does who is about to send for the first time.
     void introduce(Spid spid, Spid to) const {
-        const ScopedDescriptor bell(bell::open(joined->directory(), to));
-        EXPECT_TRUE(bell::tell(bell.get(), spid));
+        const ScopedDescriptor doorbell(doorbell::open(joined->directory(), to));
+        EXPECT_TRUE(doorbell::tell(doorbell.get(), spid));
     }
 
     /// Whoever sleeps is woken, and has missed something.
@@ -180,7 +180,8 @@ TEST_F(UsedSlotTest, IsNotSleptOverWhenItsNextUserBringsTheNewsOfTheEnd) {
     LinxSignal* notice = linx_alloc(supervisor, 4, awaited);
     ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
     sendNumber(sender, supervisor.spid, other);
-    ASSERT_EQ(linx_receive_w_tmo(supervisor, &notice, 0, onlyAwaited), 0);  // the other one keeps its bell ringing
+    ASSERT_EQ(linx_receive_w_tmo(supervisor, &notice, 0, onlyAwaited),
+              0);  // the other one keeps its doorbell ringing
     supervised.reset();
     const Linx next = openInSlotOf(ended);
     introduce(next.spid, supervisor.spid);
@@ -204,9 +205,9 @@ TEST_F(UsedSlotTest, IsNotSleptOverWhenMemoryRunsOutAmidTheIntroductionOfItsNext
     EXPECT_EQ(receiveNumber(peer), other);
     sendNumber(sender, receiver.spid, other);
     LinxSignal* signal = nullptr;
-    ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, 0, onlyAwaited), 0);  // the other one keeps its bell ringing
-    // Somebody removes the peer's bell, so that it counts as dead though it holds the bell open.
-    ASSERT_EQ(unlink(bellOf(peer.spid).c_str()), 0);
+    ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, 0, onlyAwaited), 0);  // the other one keeps its doorbell ringing
+    // Somebody removes the peer's doorbell, so that it counts as dead though it holds the doorbell open.
+    ASSERT_EQ(unlink(doorbellOf(peer.spid).c_str()), 0);
     const Linx next = openInSlotOf(peer.spid, "peer");
     introduce(next.spid, receiver.spid);
 
@@ -235,8 +236,8 @@ TEST_F(UsedSlotTest, KeepsTheNameOfItsEarlierUserUntilTheNextIsOpen) {
     Linx first("first");
     const Spid ended = first.spid;
     first.reset();
-    // Nobody can make a bell where there is a directory.
-    const std::string inTheWay = bellOf(makeSpid(indexOf(ended), generationOf(ended) + 1));
+    // Nobody can make a doorbell where there is a directory.
+    const std::string inTheWay = doorbellOf(makeSpid(indexOf(ended), generationOf(ended) + 1));
     ASSERT_EQ(mkdir(inTheWay.c_str(), 0700), 0);
     EXPECT_EQ(linx_open("next", 0, nullptr), nullptr);
     char* name = nullptr;

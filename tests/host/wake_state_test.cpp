@@ -10,7 +10,7 @@
 
 #include "host/arena/scoped_descriptor.h"
 #include "host/mailbox/announced_stack.h"
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 #include "tests/host/memory_arena.h"
 #include "tests/support/deliver.h"
 #include "tests/support/domain_fixture.h"
@@ -142,14 +142,14 @@ TEST_F(WakeStateTest, AnEndpointThatBeginsToLookMeanwhileKeepsItsState) {
     EXPECT_EQ(state(), wake_state::awake);
 }
 
-TEST_F(WakeStateTest, WhatTheBellSaysIsTheResult) {
+TEST_F(WakeStateTest, WhatTheDoorbellSaysIsTheResult) {
     word.storeRelaxed(wake_state::word(receiver, wake_state::parked));
     EXPECT_EQ(ring(word.loadRelaxed(), EPIPE), EPIPE);
 }
 
 class WakeUpTest : public linxtest::DomainTest {};
 
-/// A receiver that has nothing but the bell to wake it: one lost ring and it never ends.
+/// A receiver that has nothing but the doorbell to wake it: one lost ring and it never ends.
 TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
     constexpr uint32_t each = 20000;
     const MemoryArena memory;
@@ -158,28 +158,29 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
     Slot& slot = arena.slot(indexOf(receiver));
     slot.wakeState.storeRelaxed(wake_state::word(receiver, wake_state::parked));
     const ScopedDescriptor directory(open(domain.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const ScopedDescriptor ownBell(bell::make(directory.get(), receiver, 0600));
+    const ScopedDescriptor ownDoorbell(doorbell::make(directory.get(), receiver, 0600));
 
     std::vector<std::thread> senders;
     for (uint32_t sender = 0; sender < 2; ++sender) {
         senders.emplace_back([&, sender] {
-            const ScopedDescriptor peer(bell::open(directory.get(), receiver));
+            const ScopedDescriptor peer(doorbell::open(directory.get(), receiver));
             for (uint32_t i = 0; i < each; ++i) {
                 const Ref ref = arena.refOfUnit(0) + sender * each + i;
                 arena.blockAt(ref)->signal.number = i;
                 linxtest::deliver(slot, *arena.blockAt(ref), ref);
                 const uint32_t found = slot.wakeState.loadSeqCst();
                 if (!wake_state::wantsRing(found, receiver)) continue;
-                wake_state::ring(slot.wakeState, found, receiver, sender + 1, [&] { return bell::ring(peer.get()); });
+                wake_state::ring(slot.wakeState, found, receiver, sender + 1,
+                                 [&] { return doorbell::ring(peer.get()); });
             }
         });
     }
     for (uint32_t left = 2 * each; left != 0;) {
-        uint32_t records[bell::capacity];
-        bell::drain(ownBell.get(), records);
+        uint32_t records[doorbell::capacity];
+        doorbell::drain(ownDoorbell.get(), records);
         slot.wakeState.storeSeqCst(wake_state::word(receiver, wake_state::parked));
         if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) {
-            pollfd poll = {ownBell.get(), POLLIN, 0};
+            pollfd poll = {ownDoorbell.get(), POLLIN, 0};
             ASSERT_EQ(::poll(&poll, 1, -1), 1);
         }
         slot.wakeState.exchangeSeqCst(wake_state::word(receiver, wake_state::awake));
@@ -187,7 +188,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
                     [&](Block&, Ref, uint32_t) { --left; });
     }
     for (std::thread& sender : senders) sender.join();
-    bell::remove(directory.get(), receiver);
+    doorbell::remove(directory.get(), receiver);
 }
 
 }  // namespace

@@ -124,7 +124,7 @@ TEST_F(Access, ADirectoryThatAnybodyMayRearrangeIsNotJoined) {
     }
 }
 
-TEST_F(Access, ABellThatAStrangerHasPutInTheWayIsNotUsed) {
+TEST_F(Access, ADoorbellThatAStrangerHasPutInTheWayIsNotUsed) {
     ASSERT_EQ(0, chmod(domain.path().c_str(), 01777));
     const Endpoint endpoint("owner");
     Child trapper([&](Line&) {

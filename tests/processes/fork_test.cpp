@@ -245,7 +245,7 @@ TEST_F(Fork, ALoserThatDoesNothingButCloseIsToldSo) {
     EXPECT_EQ(spid, hunt(endpoint, "forked"));
 }
 
-TEST_F(Fork, ACopyOfAPeersBellDoesNotKeepTheDescriptorReadable) {
+TEST_F(Fork, ACopyOfAPeersDoorbellDoesNotKeepTheDescriptorReadable) {
     Child peer([](Line& parent) {
         const Endpoint endpoint("peer");
         parent.tell(spidOf(endpoint));

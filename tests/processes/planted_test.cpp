@@ -1,5 +1,5 @@
-// What somebody has put in the place of the domain's directory, its arena or a bell: it is refused or replaced, and
-// what lies outside the domain is never touched through it.
+// What somebody has put in the place of the domain's directory, its arena or a doorbell: it is refused or replaced,
+// and what lies outside the domain is never touched through it.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -53,7 +53,7 @@ protected:
     std::string absent() const { return outside("absent"); }
 
     std::string arena() const { return domain.pathOf("arena"); }
-    std::string bellOf(LinxSpid spid) const {
+    std::string doorbellOf(LinxSpid spid) const {
         char name[16];
         std::snprintf(name, sizeof name, "bell.%08x", spid);
         return domain.pathOf(name);
@@ -122,11 +122,11 @@ TEST_F(Planted, WhatIsNoFileInPlaceOfTheArenaIsNotOpened) {
     EXPECT_FALSE(witness.sawSomething());
 }
 
-TEST_F(Planted, NothingInPlaceOfAPeersBellIsRung) {
+TEST_F(Planted, NothingInPlaceOfAPeersDoorbellIsRung) {
     Endpoint endpoint("endpoint");
     Endpoint peer("peer");
-    const std::string bell = bellOf(spidOf(peer));
-    ASSERT_EQ(0, rename(bell.c_str(), domain.pathOf("kept").c_str()));
+    const std::string doorbell = doorbellOf(spidOf(peer));
+    ASSERT_EQ(0, rename(doorbell.c_str(), domain.pathOf("kept").c_str()));
     const auto expectRefused = [&] {
         EXPECT_EQ(EPROTO, errorOfHunt(endpoint, "peer"));
         EXPECT_EQ(EPROTO, send(endpoint, spidOf(peer), item));
@@ -134,27 +134,27 @@ TEST_F(Planted, NothingInPlaceOfAPeersBellIsRung) {
         EXPECT_EQ(EPROTO, errno);
         EXPECT_EQ(EPROTO, errorOfOpen("peer"));
         EXPECT_EQ(0, errorOfOpen("other"));
-        EXPECT_EQ(0, unlink(bell.c_str()) == 0 ? 0 : rmdir(bell.c_str()));
+        EXPECT_EQ(0, unlink(doorbell.c_str()) == 0 ? 0 : rmdir(doorbell.c_str()));
     };
     const Witness witness(file(), anything & ~uint32_t{IN_ATTRIB});  // linking it is a change, too
     for (const std::string& to : {directory(), file(), absent(), std::string("/dev/null")}) {
-        link(to, bell);
+        link(to, doorbell);
         expectRefused();
     }
-    hardLink(file(), bell);
+    hardLink(file(), doorbell);
     expectRefused();
-    ASSERT_EQ(0, mkdir(bell.c_str(), 0700));
+    ASSERT_EQ(0, mkdir(doorbell.c_str(), 0700));
     expectRefused();
     EXPECT_FALSE(witness.sawSomething());
     EXPECT_EQ(-1, access(absent().c_str(), F_OK));
     // It was never taken for dead, and is found again.
-    ASSERT_EQ(0, rename(domain.pathOf("kept").c_str(), bell.c_str()));
+    ASSERT_EQ(0, rename(domain.pathOf("kept").c_str(), doorbell.c_str()));
     EXPECT_EQ(spidOf(peer), hunt(endpoint, "peer"));
     EXPECT_EQ(0, send(endpoint, spidOf(peer), item));
     expectSignal(peer, item, 0);
 }
 
-TEST_F(Planted, WhatLiesWhereABellWillBeIsReplaced) {
+TEST_F(Planted, WhatLiesWhereADoorbellWillBeIsReplaced) {
     Endpoint first("first");
     const Witness witness(file(), anything & ~uint32_t{IN_ATTRIB});
     LinxSpid next = spidOf(first);
@@ -164,17 +164,17 @@ TEST_F(Planted, WhatLiesWhereABellWillBeIsReplaced) {
         EXPECT_EQ(spidOf(endpoint), hunt(first, "endpoint"));
     };
     for (const std::string& to : {directory(), file(), absent()}) {
-        link(to, bellOf(++next));
+        link(to, doorbellOf(++next));
         expectReplaced();
     }
-    hardLink(file(), bellOf(++next));
+    hardLink(file(), doorbellOf(++next));
     expectReplaced();
-    ASSERT_EQ(0, mkfifo(bellOf(++next).c_str(), 0600));
+    ASSERT_EQ(0, mkfifo(doorbellOf(++next).c_str(), 0600));
     expectReplaced();
     EXPECT_FALSE(witness.sawSomething());
     EXPECT_EQ(-1, access(absent().c_str(), F_OK));
     // A directory stays, and the slot is left for later.
-    const std::string directoryThere = bellOf(++next);
+    const std::string directoryThere = doorbellOf(++next);
     ASSERT_EQ(0, mkdir(directoryThere.c_str(), 0700));
     EXPECT_EQ(EEXIST, errorOfOpen());
     EXPECT_EQ(0, rmdir(directoryThere.c_str()));

@@ -91,7 +91,8 @@ private:
     ScopedVariable variable_;
 };
 
-/// A test with a domain of its own, which ends without bells in it and with no more descriptors open than at first.
+/// A test with a domain of its own, which ends without doorbells in it and with no more descriptors open than at
+/// first.
 class DomainTest : public ::testing::Test {
 protected:
     void TearDown() override {

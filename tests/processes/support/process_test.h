@@ -6,7 +6,7 @@
 #include "tests/support/domain_fixture.h"
 
 /// A test with a domain of its own, which ends without a process left and with no more descriptors open than at
-/// first. The killed may leave their bells: nobody has to notice them.
+/// first. The killed may leave their doorbells: nobody has to notice them.
 class ProcessTest : public testing::Test {
 protected:
     void TearDown() override {

@@ -1,4 +1,4 @@
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -13,7 +13,7 @@
 #include "host/system/uninterrupted.h"
 
 namespace linx {
-namespace bell {
+namespace doorbell {
 namespace {
 
 struct Name {
@@ -21,8 +21,8 @@ struct Name {
     char text[16];
 };
 
-/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the bell is full, EPIPE,
-/// or what else a write says.
+/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the doorbell is full,
+/// EPIPE, or what else a write says.
 int writeRecord(int descriptor, uint32_t record) {
     SignalShield shield(SIGPIPE);
     const ssize_t written = uninterrupted([&] { return write(descriptor, &record, sizeof record); });
@@ -35,7 +35,7 @@ int writeRecord(int descriptor, uint32_t record) {
 /// Has the pipe take the one page that it needs, and keep it: from now on no ring fails for want of memory. False
 /// with errno.
 bool reservePage(int descriptor) {
-    // One page is plenty, and lets a user without privileges have thousands of bells.
+    // One page is plenty, and lets a user without privileges have thousands of doorbells.
     fcntl(descriptor, F_SETPIPE_SZ, static_cast<int>(capacity * sizeof(uint32_t)));
     uint32_t record = 0;
     errno = writeRecord(descriptor, record);
@@ -108,5 +108,5 @@ bool isDead(int descriptor) {
     return ::poll(&poll, 1, 0) == 1 && (poll.revents & POLLERR) != 0;
 }
 
-}  // namespace bell
+}  // namespace doorbell
 }  // namespace linx

@@ -1,4 +1,4 @@
-// A bell that takes no more bytes.
+// A doorbell that takes no more bytes.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,7 +13,7 @@
 
 namespace {
 
-using FullBell = ProcessTest;
+using FullDoorbell = ProcessTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t end = 101;
@@ -36,7 +36,7 @@ void counter(Line& parent) {
     }
 }
 
-TEST_F(FullBell, WakesAllTheSame) {
+TEST_F(FullDoorbell, WakesAllTheSame) {
     Child receiver(counter);
     const LinxSpid to = receiver.hear();
     char name[16];
@@ -44,11 +44,11 @@ TEST_F(FullBell, WakesAllTheSame) {
     Endpoint endpoint("endpoint");
     for (const size_t piece : {1u, 4u, 3u}) {
         receiver.stop();
-        const int bell = open(domain.pathOf(name).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        while (write(bell, "\377\377\377\377", piece) > 0) {
+        const int doorbell = open(domain.pathOf(name).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        while (write(doorbell, "\377\377\377\377", piece) > 0) {
         }
         EXPECT_EQ(EAGAIN, errno);
-        EXPECT_EQ(0, close(bell));
+        EXPECT_EQ(0, close(doorbell));
         for (int i = 0; i < 5; ++i) ASSERT_EQ(0, send(endpoint, to, item));
         ASSERT_EQ(0, send(endpoint, to, end));
         receiver.cont();
@@ -59,8 +59,8 @@ TEST_F(FullBell, WakesAllTheSame) {
     EXPECT_EQ(0, receiver.exitStatus());
 }
 
-TEST_F(FullBell, OfMoreSendersThanCanIntroduceThemselvesHearsThemAll) {
-    constexpr uint32_t senders = 1100;  // each says its name with four bytes of the bell's 4096
+TEST_F(FullDoorbell, OfMoreSendersThanCanIntroduceThemselvesHearsThemAll) {
+    constexpr uint32_t senders = 1100;  // each says its name with four bytes of the doorbell's 4096
     rlimit before = {};
     getrlimit(RLIMIT_NOFILE, &before);
     if (allowManyDescriptors() < 4 * senders) GTEST_SKIP() << "needs " << 4 * senders << " descriptors";

@@ -1,4 +1,4 @@
-#include "host/mailbox/bell.h"
+#include "host/mailbox/doorbell.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -19,16 +19,16 @@ namespace {
 
 const Spid spid = makeSpid(2, 1);
 
-class BellTest : public linxtest::DomainTest {
+class DoorbellTest : public linxtest::DomainTest {
 protected:
     void TearDown() override {
-        bell::remove(directory.get(), spid);
+        doorbell::remove(directory.get(), spid);
         directory.reset();
         DomainTest::TearDown();
     }
 
-    int make() const { return bell::make(directory.get(), spid, 0600); }
-    int openForWriting() const { return bell::open(directory.get(), spid); }
+    int make() const { return doorbell::make(directory.get(), spid, 0600); }
+    int openForWriting() const { return doorbell::open(directory.get(), spid); }
 
     static bool isReadable(int descriptor) {
         pollfd poll = {descriptor, POLLIN, 0};
@@ -38,10 +38,10 @@ protected:
     ScopedDescriptor directory{open(domain.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
 };
 
-/// A bell whose endpoint has ended.
-class DeadBellTest : public BellTest {
+/// A doorbell whose endpoint has ended.
+class DeadDoorbellTest : public DoorbellTest {
 protected:
-    DeadBellTest() {
+    DeadDoorbellTest() {
         const ScopedDescriptor own(make());
         peer.reset(openForWriting());
         sigemptyset(&sigpipe);
@@ -49,7 +49,7 @@ protected:
     }
     void TearDown() override {
         peer.reset();
-        BellTest::TearDown();
+        DoorbellTest::TearDown();
     }
 
     static bool isPending() {
@@ -62,9 +62,9 @@ protected:
     sigset_t sigpipe;
 };
 
-uint32_t drain(int bell) {
-    uint32_t records[bell::capacity];
-    return bell::drain(bell, records);
+uint32_t drain(int doorbell) {
+    uint32_t records[doorbell::capacity];
+    return doorbell::drain(doorbell, records);
 }
 
 int caught = 0;
@@ -86,9 +86,9 @@ private:
     struct sigaction before_ = {};
 };
 
-TEST_F(BellTest, ABellIsANamedPipeOfTheModeAskedForWhateverTheUmask) {
+TEST_F(DoorbellTest, ADoorbellIsANamedPipeOfTheModeAskedForWhateverTheUmask) {
     const mode_t before = umask(0077);
-    const ScopedDescriptor own(bell::make(directory.get(), spid, 0660));
+    const ScopedDescriptor own(doorbell::make(directory.get(), spid, 0660));
     umask(before);
     struct stat status;
     ASSERT_EQ(stat(domain.pathOf("bell.00002002").c_str(), &status), 0);
@@ -96,43 +96,43 @@ TEST_F(BellTest, ABellIsANamedPipeOfTheModeAskedForWhateverTheUmask) {
     EXPECT_EQ(status.st_mode & 0777u, 0660u);
 }
 
-TEST_F(BellTest, ALeftoverOfTheNameIsReplaced) {
+TEST_F(DoorbellTest, ALeftoverOfTheNameIsReplaced) {
     const ScopedDescriptor old(make());
     const ScopedDescriptor fresh(make());
     ASSERT_NE(fresh.get(), -1);
     const ScopedDescriptor peer(openForWriting());
-    EXPECT_EQ(bell::ring(peer.get()), 0);
+    EXPECT_EQ(doorbell::ring(peer.get()), 0);
     EXPECT_TRUE(isReadable(fresh.get()));
     EXPECT_FALSE(isReadable(old.get()));
 }
 
-TEST_F(BellTest, ARingIsSeenUntilTheBellIsDrained) {
+TEST_F(DoorbellTest, ARingIsSeenUntilTheDoorbellIsDrained) {
     const ScopedDescriptor own(make());
     const ScopedDescriptor peer(openForWriting());
     EXPECT_FALSE(isReadable(own.get()));
-    EXPECT_EQ(bell::ring(peer.get()), 0);
-    EXPECT_EQ(bell::ring(peer.get()), 0);
+    EXPECT_EQ(doorbell::ring(peer.get()), 0);
+    EXPECT_EQ(doorbell::ring(peer.get()), 0);
     EXPECT_TRUE(isReadable(own.get()));
     drain(own.get());
     EXPECT_FALSE(isReadable(own.get()));
     drain(own.get());
 }
 
-TEST_F(BellTest, AFullBellTakesNoMoreAndThatIsNoError) {
+TEST_F(DoorbellTest, AFullDoorbellTakesNoMoreAndThatIsNoError) {
     const ScopedDescriptor own(make());
     const ScopedDescriptor peer(openForWriting());
     while (write(peer.get(), "", 1) == 1) {
     }
     ASSERT_EQ(errno, EAGAIN);
-    EXPECT_EQ(bell::ring(peer.get()), 0);
-    EXPECT_FALSE(bell::isDead(peer.get()));
+    EXPECT_EQ(doorbell::ring(peer.get()), 0);
+    EXPECT_FALSE(doorbell::isDead(peer.get()));
     drain(own.get());
     int left = -1;
     EXPECT_EQ(ioctl(own.get(), FIONREAD, &left), 0);
     EXPECT_EQ(left, 0);
 }
 
-TEST_F(BellTest, ABellThatNobodyHoldsOrThatIsGoneCannotBeOpened) {
+TEST_F(DoorbellTest, ADoorbellThatNobodyHoldsOrThatIsGoneCannotBeOpened) {
     EXPECT_EQ(openForWriting(), -1);
     EXPECT_EQ(errno, ENOENT);
     ScopedDescriptor own(make());
@@ -141,13 +141,13 @@ TEST_F(BellTest, ABellThatNobodyHoldsOrThatIsGoneCannotBeOpened) {
     EXPECT_EQ(errno, ENXIO);
 }
 
-TEST_F(BellTest, ASymbolicLinkIsNoBell) {
+TEST_F(DoorbellTest, ASymbolicLinkIsNoDoorbell) {
     ASSERT_EQ(symlink("elsewhere", domain.pathOf("bell.00002002").c_str()), 0);
     EXPECT_EQ(openForWriting(), -1);
     EXPECT_EQ(errno, EPROTO);
 }
 
-TEST_F(BellTest, AFileThatSomebodyLinkedThereIsNoBell) {
+TEST_F(DoorbellTest, AFileThatSomebodyLinkedThereIsNoDoorbell) {
     const std::string file = domain.pathOf("file");
     ASSERT_TRUE(std::ofstream(file) << "text");
     ASSERT_EQ(link(file.c_str(), domain.pathOf("bell.00002002").c_str()), 0);
@@ -161,7 +161,7 @@ TEST_F(BellTest, AFileThatSomebodyLinkedThereIsNoBell) {
     unlink(file.c_str());
 }
 
-TEST_F(BellTest, AFileThatComesInItsPlaceAtTheLastMomentIsNoBell) {
+TEST_F(DoorbellTest, AFileThatComesInItsPlaceAtTheLastMomentIsNoDoorbell) {
     const ScopedDescriptor own(make());
     const std::string file = domain.pathOf("file");
     const std::string inItsPlace = domain.pathOf("bell.00002002");
@@ -176,52 +176,52 @@ TEST_F(BellTest, AFileThatComesInItsPlaceAtTheLastMomentIsNoBell) {
     unlink(file.c_str());
 }
 
-TEST_F(BellTest, ABellIsDeadOnceTheLastReaderIsGone) {
+TEST_F(DoorbellTest, ADoorbellIsDeadOnceTheLastReaderIsGone) {
     ScopedDescriptor own(make());
     ScopedDescriptor copy(dup(own.get()));
     const ScopedDescriptor peer(openForWriting());
-    EXPECT_FALSE(bell::isDead(peer.get()));
+    EXPECT_FALSE(doorbell::isDead(peer.get()));
     own.reset();
-    EXPECT_FALSE(bell::isDead(peer.get()));
+    EXPECT_FALSE(doorbell::isDead(peer.get()));
     copy.reset();
-    EXPECT_TRUE(bell::isDead(peer.get()));
+    EXPECT_TRUE(doorbell::isDead(peer.get()));
 }
 
-TEST_F(DeadBellTest, RingingItRaisesNoSigpipeByDefault) {
+TEST_F(DeadDoorbellTest, RingingItRaisesNoSigpipeByDefault) {
     const ScopedDisposition disposition(SIG_DFL);
-    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_EQ(doorbell::ring(peer.get()), EPIPE);
     EXPECT_FALSE(isPending());
 }
 
-TEST_F(DeadBellTest, RingingItCallsNoHandler) {
+TEST_F(DeadDoorbellTest, RingingItCallsNoHandler) {
     const ScopedDisposition disposition(catchSignal);
     caught = 0;
-    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_EQ(doorbell::ring(peer.get()), EPIPE);
     EXPECT_EQ(caught, 0);
 }
 
-TEST_F(DeadBellTest, RingingItLeavesNothingBehindWhereSigpipeIsIgnored) {
+TEST_F(DeadDoorbellTest, RingingItLeavesNothingBehindWhereSigpipeIsIgnored) {
     const ScopedDisposition disposition(SIG_IGN);
-    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_EQ(doorbell::ring(peer.get()), EPIPE);
     EXPECT_FALSE(isPending());
 }
 
-TEST_F(DeadBellTest, RingingItLeavesNothingPendingWhereSigpipeIsBlocked) {
+TEST_F(DeadDoorbellTest, RingingItLeavesNothingPendingWhereSigpipeIsBlocked) {
     sigset_t before;
     pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
-    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_EQ(doorbell::ring(peer.get()), EPIPE);
     EXPECT_FALSE(isPending());
     sigset_t now;
     pthread_sigmask(SIG_SETMASK, &before, &now);
     EXPECT_EQ(sigismember(&now, SIGPIPE), 1);
 }
 
-TEST_F(DeadBellTest, ASigpipeThatWasPendingBeforeStaysPending) {
+TEST_F(DeadDoorbellTest, ASigpipeThatWasPendingBeforeStaysPending) {
     sigset_t before;
     pthread_sigmask(SIG_BLOCK, &sigpipe, &before);
     raise(SIGPIPE);
     ASSERT_TRUE(isPending());
-    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_EQ(doorbell::ring(peer.get()), EPIPE);
     EXPECT_TRUE(isPending());
     const timespec now = {0, 0};
     EXPECT_EQ(sigtimedwait(&sigpipe, nullptr, &now), SIGPIPE);
@@ -229,9 +229,9 @@ TEST_F(DeadBellTest, ASigpipeThatWasPendingBeforeStaysPending) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST_F(DeadBellTest, TheMaskIsAsItWas) {
+TEST_F(DeadDoorbellTest, TheMaskIsAsItWas) {
     sigset_t mask;
-    EXPECT_EQ(bell::ring(peer.get()), EPIPE);
+    EXPECT_EQ(doorbell::ring(peer.get()), EPIPE);
     pthread_sigmask(SIG_BLOCK, nullptr, &mask);
     EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
 }

@@ -1,0 +1,58 @@
+#ifndef LINXIPC_HOST_MAILBOX_DOORBELL_H
+#define LINXIPC_HOST_MAILBOX_DOORBELL_H
+
+#include "host/arena/spid.h"
+
+namespace linx {
+
+/*
+ * The doorbell of an endpoint: a named pipe in the domain's directory, "bell.<spid>". The endpoint holds it open for
+ * reading and writing; whoever talks to it or supervises it holds it open for writing and learns from the kernel when
+ * the last reader is gone. What is written are records of four bytes:
+ *
+ *   0      a ring
+ *   spid   its endpoint introduces itself, before its first signal: this endpoint then holds that one's doorbell in
+ *          turn and learns of its end; should it die after it has pushed a signal and before it has rung, its end is
+ *          what wakes
+ *   ended  somebody has ended whose end the kernel does not tell, since copies of its doorbell live on in other
+ *          processes
+ *
+ * Functions that open return a descriptor, or -1 with errno.
+ */
+namespace doorbell {
+
+constexpr uint32_t ended = 1u << 31;
+static_assert((spidMask & ended) == 0, "no spid is taken for it");
+
+constexpr uint32_t capacity = 1024;  ///< records that a doorbell holds
+
+/// Makes and opens the doorbell of the caller's own endpoint. A leftover of the same name is replaced; one may be
+/// left where it fails.
+int make(int directory, Spid spid, unsigned mode);
+
+/// Opens another endpoint's doorbell. ENXIO or ENOENT: the endpoint has ended; EPROTO: what lies there is no
+/// doorbell.
+int open(int directory, Spid spid);
+
+/// False when there may still be one.
+bool remove(int directory, Spid spid);
+
+/// Rings; a full doorbell is as good. Returns 0, EPIPE when the endpoint has ended, or another errno value when it
+/// could not be rung. Raises no SIGPIPE.
+int ring(int descriptor);
+
+/// Writes a record other than a ring. False when that was not possible: the doorbell is full or its endpoint has
+/// ended.
+bool tell(int descriptor, uint32_t record);
+
+/// Takes up to `capacity` records out of one's own doorbell. Returns how many; so many that there may have been more,
+/// or some that did not fit, only if it was full.
+uint32_t drain(int descriptor, uint32_t (&records)[capacity]);
+
+/// Whether the endpoint behind a doorbell that is open for writing has ended.
+bool isDead(int descriptor);
+
+}  // namespace doorbell
+}  // namespace linx
+
+#endif
