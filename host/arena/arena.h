@@ -52,7 +52,7 @@ public:
         return hunts_.clip(used < huntCount ? used : huntCount);
     }
 
-    /// Units below have been leased at least once: all runs lie there. Under the cold lock, which orders it.
+    /// Units below have been leased at least once: all runs lie there. Under the domain lock, which orders it.
     uint32_t usedUnits() const {
         const uint32_t used = header().unitsUsed.loadRelaxed();
         return units_.clip(used < unitCount_ ? used : unitCount_);

@@ -6,7 +6,7 @@
 namespace linx {
 
 /// The free blocks that have no home, a stack for each size class. Which blocks belong there stands in the blocks (no
-/// owner, no home); the stacks only make them quick to find and can be made anew from that. Under the cold lock.
+/// owner, no home); the stacks only make them quick to find and can be made anew from that. Under the domain lock.
 namespace common {
 
 inline bool isCommon(const Block& block) {

@@ -5,7 +5,7 @@
 
 namespace linx {
 
-/// The hunts that wait for their names. All of it needs the cold lock, which orders it (P); releases only keep the
+/// The hunts that wait for their names. All of it needs the domain lock, which orders it (P); releases only keep the
 /// order in which one who dies has written.
 
 /// The most hunts that one endpoint may have pending.

@@ -15,7 +15,7 @@ namespace linx {
  * The arena, one file that every endpoint of a domain maps. All fields are 32 bits wide and hold references (counted
  * in cache lines from the start of the file), never pointers, so that 32-bit and 64-bit processes share it.
  *
- *   0         Header          identity, then what the cold lock guards
+ *   0         Header          identity, then what the domain lock guards
  *   4 KiB     name buckets    slotCount words: first slot of each hash chain
  *   36 KiB    slots           slotCount slots of 512 bytes; memory is reserved page by page as they are first used
  *   ~4 MiB    hunts           pending hunts; reserved in the same way
@@ -53,27 +53,27 @@ struct Header {
     Word sizeClasses;
     Word reserved[6];
 
-    // Guarded by the cold lock; but anybody may raise the pressure, and add to what reclaiming took.
-    Word busy;                    ///< 1 while a cold section runs; found set, its holder died and repair() has work
-    Word slotsUsed;               ///< slots 1 to slotsUsed have been used at least once
-    Word openEndpoints;           ///< how many there are; decides what each may keep for itself
-    Word oldestEnded;             ///< first of the chain of ended slots, the oldest; 0 none
-    Word newestEnded;             ///< its last
-    Word endings;                 ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
-    Word huntsUsed;               ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word unitsUsed;               ///< units below have been leased at least once
-    Word longestGap;              ///< of these no more adjoin that are free again; perhaps fewer
-    Word gapHint;                 ///< where the search for such goes on
-    Word commonLines;             ///< in the stacks below
-    Word commonLeast;             ///< the least of that since memory was reclaimed last
-    Word pressure;                ///< counts the times that memory ran out: who sees a new one gives up what it keeps
-    Word pressedAt;               ///< milliseconds: when it was raised last
-    Word pressureMet;             ///< the count when memory was reclaimed last
-    Pace reclaiming;              ///< of memory
-    Pace reaping;                 ///< of whoever has died
+    // Guarded by the domain lock; but anybody may raise the pressure, and add to what reclaiming took.
+    Word dirty;          ///< 1 while the domain lock is held; found set, its holder died and repair() has work
+    Word slotsUsed;      ///< slots 1 to slotsUsed have been used at least once
+    Word openEndpoints;  ///< how many there are; decides what each may keep for itself
+    Word oldestEnded;    ///< first of the chain of ended slots, the oldest; 0 none
+    Word newestEnded;    ///< its last
+    Word endings;        ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
+    Word huntsUsed;      ///< hunt entries 0 to huntsUsed-1 may be in use
+    Word unitsUsed;      ///< units below have been leased at least once
+    Word longestGap;     ///< of these no more adjoin that are free again; perhaps fewer
+    Word gapHint;        ///< where the search for such goes on
+    Word commonLines;    ///< in the stacks below
+    Word commonLeast;    ///< the least of that since memory was reclaimed last
+    Word pressure;       ///< counts the times that memory ran out: who sees a new one gives up what it keeps
+    Word pressedAt;      ///< milliseconds: when it was raised last
+    Word pressureMet;    ///< the count when memory was reclaimed last
+    Pace reclaiming;     ///< of memory
+    Pace reaping;        ///< of whoever has died
     Word common[sizeClassCount];  ///< stacks of free blocks without a home, a class each
 };
-static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, busy) == 64 &&
+static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
                   offsetof(Header, common) == 140 && std::is_standard_layout<Header>::value,
               "the header's layout is shared by every process of the domain");
 static_assert(sizeof(Header) <= unitBytes, "the header fits its page");
@@ -163,7 +163,7 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
  * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then (Q), or
  * found the block in a chain of the past, and see it by (G) or (I). Before another's, `home` and `sender` are
  * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the exchange (F) or
- * the cold lock (P), and is not touched by who is not the owner.
+ * the domain lock (P), and is not touched by who is not the owner.
  */
 constexpr uint32_t ownerFree = 0;
 constexpr uint32_t ownerQueued = 1u << 30;

@@ -7,19 +7,19 @@ namespace linx {
 
 /// Whether a run starts at the unit; its class goes to `sizeClass`.
 inline bool runStartsAt(const Arena& arena, uint32_t unit, uint32_t& sizeClass) {
-    const uint32_t entry = arena.unit(unit).loadAcquire();  // (O), though the cold lock would do
+    const uint32_t entry = arena.unit(unit).loadAcquire();  // (O), though the domain lock would do
     sizeClass = entryClass(entry);
     return sizeClass < sizeClassCount && entryBack(entry) == 0 &&
            unit + sizeClasses[sizeClass].units <= arena.usedUnits();
 }
 
-/// Units become free again, or may have: whatever is known of the gaps between runs is out of date. Under the cold
-/// lock.
+/// Units become free again, or may have: whatever is known of the gaps between runs is out of date. Under
+/// the domain lock.
 inline void forgetGaps(const Arena& arena) {
     arena.header().longestGap.storeRelaxed(arena.unitCount());
 }
 
-/// Calls `visit(firstUnit, sizeClass)` for every run. Under the cold lock.
+/// Calls `visit(firstUnit, sizeClass)` for every run. Under the domain lock.
 template <class Visit>
 void forEachRun(const Arena& arena, Visit visit) {
     const uint32_t used = arena.usedUnits();
@@ -45,8 +45,8 @@ void forEachBlockOfRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClas
     }
 }
 
-/// Calls `visit(block, ref, sizeClass)` for every block of the arena. Under the cold lock; blocks change their owners
-/// meanwhile, so `visit` may rely only on what nobody but the caller can change.
+/// Calls `visit(block, ref, sizeClass)` for every block of the arena. Under the domain lock; blocks change their
+/// owners meanwhile, so `visit` may rely only on what nobody but the caller can change.
 template <class Visit>
 void forEachBlock(const Arena& arena, Visit visit) {
     forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {

@@ -7,7 +7,7 @@
 
 namespace linx {
 
-// All under the cold lock: relaxed, handed over with it (P). Only slotsUsed is read without, see wasUsed.
+// All under the domain lock: relaxed, handed over with it (P). Only slotsUsed is read without, see wasUsed.
 
 uint32_t takeSlot(const Arena& arena) {
     Header& header = arena.header();

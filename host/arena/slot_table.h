@@ -5,7 +5,7 @@
 
 namespace linx {
 
-/// The slots and the order in which they are used again. All but isOpen and everExisted need the cold lock.
+/// The slots and the order in which they are used again. All but isOpen and everExisted need the domain lock.
 /// Slots that were never used come first, then ended ones, the oldest first: the name of an ended endpoint can be
 /// asked for as long as possible.
 

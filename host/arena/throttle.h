@@ -12,8 +12,8 @@ inline uint32_t milliseconds() {
     return static_cast<uint32_t>(now() / 1000000u);
 }
 
-/// Bounds what takes long, and holds up whoever needs the cold lock: all endpoints together do it for a ninth of the
-/// time at most, however many want it however often. Relaxed: the lock orders it (P), and about right will do.
+/// Bounds what takes long, and holds up whoever needs the domain lock: all endpoints together do it for a ninth of
+/// the time at most, however many want it however often. Relaxed: the lock orders it (P), and about right will do.
 class Throttle {
 public:
     explicit Throttle(Pace& pace) : pace_(pace) {}

@@ -13,17 +13,17 @@ namespace linx {
 namespace {
 
 /// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the order in which
-/// one who dies has written; others see it by the push (F) or the cold lock (P). False when the hunter could not be
+/// one who dies has written; others see it by the push (F) or the domain lock (P). False when the hunter could not be
 /// rung; without a descriptor for that the hunt stays pending.
-bool answer(const ColdSection& cold, Hunt& hunt, Spid found) {
-    const Arena& arena = cold.arena();
+bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
+    const Arena& arena = lock.arena();
     const Spid hunter = hunt.hunter.loadRelaxed();
     const Ref ref = hunt.signal.loadRelaxed();
     Block* signal = arena.blockAt(ref);
     bool rung = true;
     if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
         Slot& slot = arena.slot(indexOf(hunter));
-        const ScopedDescriptor doorbell(doorbell::open(cold.domain().directory(), hunter));
+        const ScopedDescriptor doorbell(doorbell::open(lock.domain().directory(), hunter));
         if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
         signal->owner.storeRelease(hunter | ownerTransit);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
@@ -65,10 +65,10 @@ bool isHunted(const Arena& arena, const Name& name) {
     return any;
 }
 
-bool answerHunts(const ColdSection& cold, Spid found, const Name& name) {
+bool answerHunts(const DomainLock& lock, Spid found, const Name& name) {
     bool all = true;
-    forEachHuntFor(cold.arena(), name, [&](Hunt& hunt) { all = answer(cold, hunt, found) && all; });
-    trimHunts(cold.arena());
+    forEachHuntFor(lock.arena(), name, [&](Hunt& hunt) { all = answer(lock, hunt, found) && all; });
+    trimHunts(lock.arena());
     return all;
 }
 

@@ -40,7 +40,7 @@ Peer* Endpoint::acquaint(Spid spid) {
     const int failure = errno;
     if (peer == nullptr && failure == ECONNRESET) {
         remember(spid);
-        reapDead(ColdSection::Patience::tryOnce);
+        reapDead(DomainLock::Patience::tryOnce);
     }
     errno = failure;
     return peer;
@@ -126,20 +126,20 @@ void Endpoint::remember(Spid dead) {
 }
 
 /// Ends all that were found dead, together. False with errno when the lock could not be had: then later.
-bool Endpoint::reapDead(ColdSection::Patience patience) {
+bool Endpoint::reapDead(DomainLock::Patience patience) {
     if (dead_.empty()) return true;
-    const ColdSection cold(*domain_, patience);
-    if (!cold.entered()) return false;
-    reap(cold, dead_.data(), dead_.size());
+    const DomainLock lock(*domain_, patience);
+    if (!lock.isHeld()) return false;
+    reap(lock, dead_.data(), dead_.size());
     dead_.clear();
     return true;
 }
 
 /// Ends one that was found dead. Needs no memory. False with errno when the lock could not be had.
 bool Endpoint::reapNow(Spid dead) {
-    const ColdSection cold(*domain_);
-    if (!cold.entered()) return false;
-    reap(cold, &dead, 1);
+    const DomainLock lock(*domain_);
+    if (!lock.isHeld()) return false;
+    reap(lock, &dead, 1);
     return true;
 }
 
@@ -160,7 +160,7 @@ bool Endpoint::reapKnownDead() {
             if (mayBeDead && doorbell::isDead(peer->doorbell.get())) remember(peer->spid);
         }
     } while (count == most && dead_.size() != known);
-    const bool any = !dead_.empty() && reapDead(ColdSection::Patience::wait);
+    const bool any = !dead_.empty() && reapDead(DomainLock::Patience::wait);
     errno = keptErrno;
     return any;
 }
@@ -180,11 +180,11 @@ void Endpoint::ringOwed() {
 /// can wait: who needs the name or the memory of the dead looks for them himself.
 void Endpoint::doChores() {
     if (owesRings_) ringOwed();
-    reapDead(ColdSection::Patience::tryOnce);
+    reapDead(DomainLock::Patience::tryOnce);
     if (owesAnswers_) {
-        const ColdSection cold(*domain_, ColdSection::Patience::tryOnce);
+        const DomainLock lock(*domain_, DomainLock::Patience::tryOnce);
         Name name;
-        if (cold.entered() && nameOfSpid(arena(), spid_, name)) owesAnswers_ = !answerHunts(cold, spid_, name);
+        if (lock.isHeld() && nameOfSpid(arena(), spid_, name)) owesAnswers_ = !answerHunts(lock, spid_, name);
     }
     if (pool_.isUnderPressure()) pool_.yieldToPressure();
     debtPause_ = owesOthers() ? std::min(2 * debtPause_ + 1, longestDebtPause) : 0;

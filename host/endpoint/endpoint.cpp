@@ -77,10 +77,10 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     const Arena& arena = domain->arena();
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() == -1) return nullptr;
-    const ColdSection cold(*domain);
-    if (!cold.entered()) return nullptr;
+    const DomainLock lock(*domain);
+    if (!lock.isHeld()) return nullptr;
     ScopedDescriptor doorbell;
-    const Spid spid = takeSlotFor(cold, name, doorbell);
+    const Spid spid = takeSlotFor(lock, name, doorbell);
     if (spid == 0) return nullptr;
     // Who hunts for the name is answered with a descriptor that is put aside before.
     ScopedDescriptor spare;
@@ -106,34 +106,34 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     endpoint->slot().life.storeRelease(spid | lifeOpen);
     countOpened(arena);
-    endpoint->owesAnswers_ = !answerHunts(cold, spid, name);  // only if another thread has taken the descriptor
+    endpoint->owesAnswers_ = !answerHunts(lock, spid, name);  // only if another thread has taken the descriptor
     if (endpoint->owesAnswers_) endpoint->callLater();
     return endpoint;
 }
 
 /// Takes a slot for the name and readies it. 0 with errno.
-Spid Endpoint::takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& doorbell) {
-    const Arena& arena = cold.arena();
+Spid Endpoint::takeSlotFor(const DomainLock& lock, const Name& name, ScopedDescriptor& doorbell) {
+    const Arena& arena = lock.arena();
     const Spid holder = findName(arena, name);
     if (holder != 0) {
         errno = EADDRINUSE;
-        if (!hasDied(cold.domain(), holder)) return 0;
-        reap(cold, &holder, 1);
+        if (!hasDied(lock.domain(), holder)) return 0;
+        reap(lock, &holder, 1);
     }
     uint32_t index = takeSlot(arena);
-    if (index == 0 && reapAllDeadIfDue(cold)) index = takeSlot(arena);
+    if (index == 0 && reapAllDeadIfDue(lock)) index = takeSlot(arena);
     if (index == 0) return 0;
     Slot& slot = arena.slot(index);
     const uint32_t before = slot.life.loadRelaxed();
     const Spid spid = makeSpid(index, generationOf(before & spidMask) + 1);
     slot.life.storeRelease(spid);  // before the doorbell, which nobody would find otherwise if this process dies
     // The one before may have ended without the right to remove its own.
-    if (before != 0) doorbell::remove(cold.domain().directory(), before & spidMask);
-    doorbell.reset(doorbell::make(cold.domain().directory(), spid, cold.domain().fileMode()));
+    if (before != 0) doorbell::remove(lock.domain().directory(), before & spidMask);
+    doorbell.reset(doorbell::make(lock.domain().directory(), spid, lock.domain().fileMode()));
     if (doorbell.get() == -1) {
         const int failure = errno;
         // What cannot be removed goes by the spid that the slot names, if only for the repair.
-        if (doorbell::remove(cold.domain().directory(), spid)) slot.life.storeRelease(before);
+        if (doorbell::remove(lock.domain().directory(), spid)) slot.life.storeRelease(before);
         appendEnded(arena, index);
         errno = failure;
         return 0;
@@ -191,20 +191,20 @@ void Endpoint::end() {
     }
 }
 
-/// False when the cold lock cannot be had.
+/// False when the domain lock cannot be had.
 bool Endpoint::endInside() {
-    const ColdSection cold(*domain_);
-    if (!cold.entered()) return false;
+    const DomainLock lock(*domain_);
+    if (!lock.isHeld()) return false;
     if (!isStillOpen()) return true;
     if (owesRings_) ringSleepers(*domain_);
     const ScopedDescriptor doorbell(doorbell::open(domain_->directory(), spid_));
     giveUpHunts();
     const bool leavesNone = pool_.giveUp() && held_ == 0;
-    reap(cold, dead_.data(), dead_.size());
-    retire(cold, spid_, leavesNone ? Leftovers::none : Leftovers::held);
+    reap(lock, dead_.data(), dead_.size());
+    retire(lock, spid_, leavesNone ? Leftovers::none : Leftovers::held);
     doorbell_.reset();
-    // Whoever holds the doorbell has been told by that, unless a forked process still has a copy of it. In the cold
-    // section: should this process die meanwhile, the repair tells.
+    // Whoever holds the doorbell has been told by that, unless a forked process still has a copy of it. Under the
+    // domain lock: should this process die meanwhile, the repair tells.
     if (doorbell.get() == -1 || !doorbell::isDead(doorbell.get())) tellOfEnds(*domain_);
     return true;
 }
@@ -347,8 +347,8 @@ int Endpoint::hunt(const Name& name, const Held& held) {
 
 /// Leaves the hunt pending unless the name has been opened in the meantime. Returns 0 or an errno value.
 int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
-    const ColdSection cold(*domain_);
-    if (!cold.entered()) return errno;
+    const DomainLock lock(*domain_);
+    if (!lock.isHeld()) return errno;
     if (!isStillOpen()) return ECONNABORTED;  // nobody would clear it up
     opened = findName(arena(), name) != 0;
     if (opened) return 0;
@@ -356,7 +356,7 @@ int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
     const int failure = addHunt(arena(), spid_, name, held.ref);
     if (failure == EDQUOT) return ENOSPC;
     // There may be hunts of the dead, whom nobody has missed yet.
-    return failure == ENOSPC && reapAllDeadIfDue(cold) ? addHunt(arena(), spid_, name, held.ref) : failure;
+    return failure == ENOSPC && reapAllDeadIfDue(lock) ? addHunt(arena(), spid_, name, held.ref) : failure;
 }
 
 LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {

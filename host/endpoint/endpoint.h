@@ -13,7 +13,7 @@
 #include "host/endpoint/spin_budget.h"
 #include "host/endpoint/timers.h"
 #include "host/pool/pool.h"
-#include "host/recovery/cold_section.h"
+#include "host/recovery/domain_lock.h"
 #include "host/system/forks.h"
 #include "platform/linx.h"
 
@@ -101,7 +101,7 @@ private:
     Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell);
 
     static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name);
-    static Spid takeSlotFor(const ColdSection& cold, const Name& name, ScopedDescriptor& doorbell);
+    static Spid takeSlotFor(const DomainLock& lock, const Name& name, ScopedDescriptor& doorbell);
 
     // Which signals are ours (signals.cpp).
     bool isRecent(const LinxSignal* signal) const;
@@ -139,7 +139,7 @@ private:
     void buryEnded();
     bool buryEndedIfPossible();
     void remember(Spid dead);
-    bool reapDead(ColdSection::Patience patience);
+    bool reapDead(DomainLock::Patience patience);
     bool reapNow(Spid dead);
     bool reapKnownDead();
     void oweRing();

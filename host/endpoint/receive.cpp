@@ -204,7 +204,7 @@ void Endpoint::handleEvents(int milliseconds) {
             }
         }
     } while (count == most);
-    reapDead(ColdSection::Patience::tryOnce);  // all that this brought, together
+    reapDead(DomainLock::Patience::tryOnce);  // all that this brought, together
 }
 
 void Endpoint::takeMailbox() {

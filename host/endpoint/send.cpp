@@ -89,7 +89,7 @@ int Endpoint::bounce(const Held& held, Peer& peer) {
     // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
     const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerTransit);
     buryIfPossible(indexOf(peer.spid));
-    reapDead(ColdSection::Patience::tryOnce);
+    reapDead(DomainLock::Patience::tryOnce);
     settle();
     if (!unread) return 0;
     slot().dropped.add(1);

@@ -94,7 +94,7 @@ int Endpoint::forgo(LinxSignal** signal) {
 /// Keeps a signal that was taken over; it will arrive from `sender`.
 void Endpoint::park(const Held& held, Spid sender) {
     held.block->sender.storeRelaxed(sender);
-    held.block->owner.storeRelease(spid_ | ownerQueued);  // (E); a hunt's goes on with the cold lock (P)
+    held.block->owner.storeRelease(spid_ | ownerQueued);  // (E); a hunt's goes on with the domain lock (P)
 }
 
 /// Puts a signal that was taken over into the queue, as from `sender`, behind what others have sent before. 0, or -1

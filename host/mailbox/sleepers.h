@@ -6,8 +6,8 @@
 namespace linx {
 
 /// Rings every open endpoint that has mail and asks to be rung: what somebody failed to do who has died, or had no
-/// memory or descriptor for it. `ringer` is the index of the caller's slot, or 0 under the cold lock. False when one
-/// of them could not be rung.
+/// memory or descriptor for it. `ringer` is the index of the caller's slot, or 0 under the domain lock. False when
+/// one of them could not be rung.
 bool ringSleepers(const Domain& domain, uint32_t ringer = 0);
 
 /// Tells every open endpoint that some have ended of whose ends the kernel does not tell: forked copies of their

@@ -67,7 +67,7 @@ uint32_t takeUnits(const Arena& arena, uint32_t count) {
     return findGap(arena, count);  // what was leased before has its memory also where the file system is full
 }
 
-// Under the cold lock, and relaxed where no order is told: handed over with it (P).
+// Under the domain lock, and relaxed where no order is told: handed over with it (P).
 
 /// Puts a block that is free and at home in front.
 void prepend(Chain& chain, Block& block, Ref ref) {
@@ -113,8 +113,8 @@ void compact(const Arena& arena) {
 
 }  // namespace
 
-Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted) {
-    const Arena& arena = cold.arena();
+Chain fromCommon(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
+    const Arena& arena = lock.arena();
     Chain chain;
     while (chain.blocks < wanted) {
         Ref ref;
@@ -127,8 +127,8 @@ Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_
     return chain;
 }
 
-Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted) {
-    const Arena& arena = cold.arena();
+Chain fromUnits(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
+    const Arena& arena = lock.arena();
     const SizeClass& c = sizeClasses[sizeClass];
     uint32_t runs = std::max(1u, wanted / c.blocks);
     uint32_t first = takeUnits(arena, runs * c.units);
@@ -149,8 +149,8 @@ uint32_t relief(const Arena& arena) {
     return grown <= arena.unitCount() * linesPerUnit ? grown : 0;  // or it is garbage
 }
 
-Reclaimed reclaim(const ColdSection& cold, uint32_t lines) {
-    const Arena& arena = cold.arena();
+Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
+    const Arena& arena = lock.arena();
     Header& header = arena.header();
     const uint32_t pressure = header.pressure.loadRelaxed();
     const bool wasPressed = pressure != header.pressureMet.loadRelaxed();
@@ -159,7 +159,7 @@ Reclaimed reclaim(const ColdSection& cold, uint32_t lines) {
     const bool isDue = throttle.isDue();
     if (!isDue && relief(arena) < enough) return Reclaimed::nothing;
     throttle.run([&] {
-        if (isDue) reapAllDead(cold);
+        if (isDue) reapAllDead(lock);
         compact(arena);
     });
     header.commonLeast.storeRelaxed(header.commonLines.loadRelaxed());

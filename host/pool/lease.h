@@ -1,11 +1,11 @@
 #ifndef LINXIPC_HOST_POOL_LEASE_H
 #define LINXIPC_HOST_POOL_LEASE_H
 
-#include "host/recovery/cold_section.h"
+#include "host/recovery/domain_lock.h"
 
 namespace linx {
 
-/// Under the cold lock: makes free blocks an endpoint's own.
+/// Under the domain lock: makes free blocks an endpoint's own.
 namespace lease {
 
 /// Free blocks of one class and one home, linked through `next`.
@@ -18,11 +18,11 @@ struct Chain {
 };
 
 /// Takes up to `wanted` common blocks of the class for `home`.
-Chain fromCommon(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted);
+Chain fromCommon(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
 
 /// Cuts runs of fresh units into blocks for `home`, about `wanted` of them and at least one run. None when there are
 /// no units or no memory.
-Chain fromUnits(const ColdSection& cold, Spid home, uint32_t sizeClass, uint32_t wanted);
+Chain fromUnits(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
 
 /// What has been looked at for idle memory.
 enum class Reclaimed {
@@ -36,7 +36,7 @@ enum class Reclaimed {
 /// every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done is bounded
 /// for all (see throttle.h); sooner only when so much has become common since the last time that the arena is worth
 /// another look, once when others have been asked for it.
-Reclaimed reclaim(const ColdSection& cold, uint32_t lines);
+Reclaimed reclaim(const DomainLock& lock, uint32_t lines);
 
 /// Lines that have become common, and were not taken since, after memory was reclaimed last. Also without the lock.
 uint32_t relief(const Arena& arena);

@@ -168,8 +168,8 @@ uint32_t Pool::leasedLines() const {
 /// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
 /// have garbled the last by then. `hope` tells whether others may give up what is wanted.
 int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
-    const ColdSection cold(domain_);
-    if (!cold.entered()) return errno;
+    const DomainLock lock(domain_);
+    if (!lock.isHeld()) return errno;
     if (!isHomeOpen()) return ECONNABORTED;  // nobody would give back what it leases
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
@@ -180,31 +180,31 @@ int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
     const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
     const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
-    if (lease(cold, sizeClass, wanted)) return ENOMEM;
+    if (lease(lock, sizeClass, wanted)) return ENOMEM;
     shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
-    const lease::Reclaimed looked = lease::reclaim(cold, c.lines);
-    if (leaseOne(cold, sizeClass)) return ENOMEM;
+    const lease::Reclaimed looked = lease::reclaim(lock, c.lines);
+    if (leaseOne(lock, sizeClass)) return ENOMEM;
     // Where not everything has been looked at nobody is asked: how often that is done is bounded for all.
     if (looked == lease::Reclaimed::everything) hope = Hope::ifAsked;
     if (looked != lease::Reclaimed::everything && pressure::isRecent(arena())) hope = Hope::soon;
     return ENOMEM;
 }
 
-bool Pool::lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted) {
-    lease::Chain chain = lease::fromCommon(cold, home_, sizeClass, wanted);
-    if (chain.empty()) chain = lease::fromUnits(cold, home_, sizeClass, wanted);
+bool Pool::lease(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
+    lease::Chain chain = lease::fromCommon(lock, home_, sizeClass, wanted);
+    if (chain.empty()) chain = lease::fromUnits(lock, home_, sizeClass, wanted);
     add(chain, sizeClass);
     return !chain.empty();
 }
 
 /// Leases one block, or a common one of a larger class.
-bool Pool::leaseOne(const ColdSection& cold, uint32_t sizeClass) {
-    if (lease(cold, sizeClass, 1)) return true;
+bool Pool::leaseOne(const DomainLock& lock, uint32_t sizeClass) {
+    if (lease(lock, sizeClass, 1)) return true;
     const uint32_t share = lease::shareOf(arena());
     const uint32_t leased = leasedLines();
     const uint32_t room = share > leased ? share - leased : 0;
     for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && linesOfClass(larger) <= room; ++larger) {
-        const lease::Chain chain = lease::fromCommon(cold, home_, larger, 1);
+        const lease::Chain chain = lease::fromCommon(lock, home_, larger, 1);
         add(chain, larger);
         if (!chain.empty()) return true;
     }
@@ -221,12 +221,12 @@ void Pool::awaitRelief(uint32_t sizeClass) {
         nanosleep(&time, nullptr);
         const uint32_t relief = lease::relief(arena());
         if (relief < lines) continue;
-        const ColdSection cold(domain_);
-        if (!cold.entered() || leaseOne(cold, sizeClass)) return;
+        const DomainLock lock(domain_);
+        if (!lock.isHeld() || leaseOne(lock, sizeClass)) return;
         // What has come is of other sizes. The arena is looked through once for it: when no more is coming.
         const bool isAll = relief == before || naps + 1 == mostNaps || !pressure::isRecent(arena());
         before = relief;
-        if (isAll && lease::reclaim(cold, lines) != lease::Reclaimed::nothing && leaseOne(cold, sizeClass)) return;
+        if (isAll && lease::reclaim(lock, lines) != lease::Reclaimed::nothing && leaseOne(lock, sizeClass)) return;
     }
 }
 
@@ -238,8 +238,8 @@ bool Pool::giveUp() {
 void Pool::trim() {
     keptLines_ = lease::keptBy(arena());
     if (!keepsTooMuch()) return;
-    const ColdSection cold(domain_, ColdSection::Patience::tryOnce);
-    if (cold.entered()) {
+    const DomainLock lock(domain_, DomainLock::Patience::tryOnce);
+    if (lock.isHeld()) {
         shrinkTo(keptLines_ / 2);
     } else {
         // Not with every block that is freed while somebody has the lock; and rather back to its home than kept here.
@@ -255,8 +255,8 @@ void Pool::yieldToPressure() {
     const uint32_t pressure = arena().header().pressure.loadRelaxed();
     // Others were asked at the same moment, and have the lock for a moment each.
     for (int left = attemptsToYield; left != 0; --left) {
-        const ColdSection cold(domain_, ColdSection::Patience::tryOnce);
-        if (cold.entered()) {
+        const DomainLock lock(domain_, DomainLock::Patience::tryOnce);
+        if (lock.isHeld()) {
             // Some small ones stay, so that small talk goes on while somebody is stopped who has the lock.
             shrinkTo(keptLines_ / 64);
             pressureSeen_ = pressure;
@@ -269,8 +269,8 @@ void Pool::yieldToPressure() {
     owesRelief_ = true;
 }
 
-/// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES a cold
-/// section.
+/// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES the domain
+/// lock.
 void Pool::shrinkTo(uint32_t lines) {
     uint32_t left = countLines();
     uint32_t given = 0;

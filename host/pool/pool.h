@@ -20,8 +20,8 @@ public:
     Pool(const Domain& domain, Spid home);
 
     /// A free block of at least `lines` lines for the caller to own, its reference in `ref` and its class in
-    /// `sizeClass`. Null with errno: ENOMEM when the pool or the endpoint's share of it is exhausted, or why the cold
-    /// lock could not be had. `lines` <= largestClassLines.
+    /// `sizeClass`. Null with errno: ENOMEM when the pool or the endpoint's share of it is exhausted, or why the
+    /// domain lock could not be had. `lines` <= largestClassLines.
     Block* allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass);
 
     /// A free block of exactly this class, if the endpoint has some and it shows at once.
@@ -36,21 +36,21 @@ public:
         return home == latestHome_ && giveBack(block, ref, sizeClass, home);
     }
 
-    /// Takes back what others have freed of the endpoint's. Not in a cold section.
+    /// Takes back what others have freed of the endpoint's. Not in a section under the domain lock.
     void takeReturned();
 
     /// Whether somebody has found no memory since this endpoint last gave up what it keeps.
     bool isUnderPressure() const { return arena().header().pressure.loadRelaxed() != pressureSeen_; }
 
     /// Then makes common what has come back and lies free here, unless the lock is taken just now: then again, once a
-    /// tick of the kernel. Not in a cold section.
+    /// tick of the kernel. Not in a section under the domain lock.
     [[gnu::cold, gnu::noinline]] void yieldToPressure();
 
     /// Whether the lock was taken then.
     bool owesRelief() const { return owesRelief_; }
 
     /// Makes all free blocks common, at the end of the endpoint. False when others have garbled the lists, so that
-    /// all of the arena must be looked through for the rest. REQUIRES a cold section.
+    /// all of the arena must be looked through for the rest. REQUIRES a section under the domain lock.
     bool giveUp();
 
 private:
@@ -79,8 +79,8 @@ private:
     bool learnHome(Spid home);
     uint32_t leasedLines() const;
     int leaseMore(uint32_t sizeClass, Hope& hope);
-    bool lease(const ColdSection& cold, uint32_t sizeClass, uint32_t wanted);
-    bool leaseOne(const ColdSection& cold, uint32_t sizeClass);
+    bool lease(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
+    bool leaseOne(const DomainLock& lock, uint32_t sizeClass);
     void awaitRelief(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);

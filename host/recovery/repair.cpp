@@ -6,13 +6,14 @@
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
-#include "host/recovery/cold_section.h"
+#include "host/recovery/domain_lock.h"
 #include "host/recovery/transit.h"
 
 namespace linx {
 namespace {
 
-// From here on under the cold lock, left by one who died (Q): relaxed. Releases keep the order for the next who dies.
+// From here on under the domain lock, left by one who died (Q): relaxed. Releases keep the order for the next who
+// dies.
 
 /// A lease writes a run's first entry last and giving a run up clears it first: entries without a first one are
 /// nobody's.
@@ -90,16 +91,16 @@ void removeStaleDoorbells(const Arena& arena, int directory) {
 
 }  // namespace
 
-void repair(const ColdSection& cold) {
-    const Arena& arena = cold.arena();
+void repair(const DomainLock& lock) {
+    const Arena& arena = lock.arena();
     clearHalfRuns(arena);
     common::rebuild(arena);
     finishAnswering(arena);
     rebuildNames(arena);
     rebuildEnded(arena);
     recountOpen(arena);
-    removeStaleDoorbells(arena, cold.domain().directory());
-    tellOfEnds(cold.domain());  // the one that died may have been about to
+    removeStaleDoorbells(arena, lock.domain().directory());
+    tellOfEnds(lock.domain());  // the one that died may have been about to
 }
 
 }  // namespace linx

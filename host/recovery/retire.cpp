@@ -68,18 +68,18 @@ void makeBlocksCommon(const Arena& arena, const SlotSet& ending) {
 }
 
 /// Ends endpoints together: however many they are, the arena is looked through once.
-void retireAll(const ColdSection& cold, const SlotSet& ending, Leftovers leftovers) {
+void retireAll(const DomainLock& lock, const SlotSet& ending, Leftovers leftovers) {
     if (ending.empty()) return;
-    const Arena& arena = cold.arena();
+    const Arena& arena = lock.arena();
     bool leftSome = leftovers != Leftovers::none;
     ending.forEach([&](Spid spid) { leftSome = closeStacks(arena, spid) || leftSome; });
     dropHunts(arena, ending);
-    if (leftovers == Leftovers::anything) recoverStranded(cold, ending);
+    if (leftovers == Leftovers::anything) recoverStranded(lock, ending);
     if (leftSome) makeBlocksCommon(arena, ending);
     // They may have died between pushing a signal and ringing. What they pushed is seen (Q).
-    if (leftovers == Leftovers::anything) ringSleepers(cold.domain());
+    if (leftovers == Leftovers::anything) ringSleepers(lock.domain());
     ending.forEach([&](Spid spid) {
-        doorbell::remove(cold.domain().directory(), spid);
+        doorbell::remove(lock.domain().directory(), spid);
         removeName(arena, indexOf(spid));
         // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release: (L).
         arena.slot(indexOf(spid)).life.storeRelease(spid);
@@ -90,11 +90,11 @@ void retireAll(const ColdSection& cold, const SlotSet& ending, Leftovers leftove
 
 }  // namespace
 
-void retire(const ColdSection& cold, Spid spid, Leftovers leftovers) {
-    if (!isOpen(cold.arena(), spid)) return;
-    SlotSet ending(cold.arena());
+void retire(const DomainLock& lock, Spid spid, Leftovers leftovers) {
+    if (!isOpen(lock.arena(), spid)) return;
+    SlotSet ending(lock.arena());
     ending.insert(spid);
-    retireAll(cold, ending, leftovers);
+    retireAll(lock, ending, leftovers);
 }
 
 bool hasDied(const Domain& domain, Spid spid) {
@@ -105,30 +105,30 @@ bool hasDied(const Domain& domain, Spid spid) {
     return died;
 }
 
-void reap(const ColdSection& cold, const Spid* dead, size_t count) {
-    SlotSet ending(cold.arena());
+void reap(const DomainLock& lock, const Spid* dead, size_t count) {
+    SlotSet ending(lock.arena());
     std::for_each(dead, dead + count, [&](Spid spid) {
-        if (isOpen(cold.arena(), spid)) ending.insert(spid);
+        if (isOpen(lock.arena(), spid)) ending.insert(spid);
     });
-    retireAll(cold, ending, Leftovers::anything);
+    retireAll(lock, ending, Leftovers::anything);
 }
 
-void reapAllDead(const ColdSection& cold) {
-    Throttle(cold.arena().header().reaping).run([&] {
-        SlotSet ending(cold.arena());
-        const uint32_t used = cold.arena().usedSlots();
+void reapAllDead(const DomainLock& lock) {
+    Throttle(lock.arena().header().reaping).run([&] {
+        SlotSet ending(lock.arena());
+        const uint32_t used = lock.arena().usedSlots();
         for (uint32_t i = 1; i <= used; ++i) {
-            const uint32_t life = cold.arena().slot(i).life.loadAcquire();
+            const uint32_t life = lock.arena().slot(i).life.loadAcquire();
             const Spid spid = life & spidMask;
-            if ((life & lifeOpen) != 0 && indexOf(spid) == i && hasDied(cold.domain(), spid)) ending.insert(spid);
+            if ((life & lifeOpen) != 0 && indexOf(spid) == i && hasDied(lock.domain(), spid)) ending.insert(spid);
         }
-        retireAll(cold, ending, Leftovers::anything);
+        retireAll(lock, ending, Leftovers::anything);
     });
 }
 
-bool reapAllDeadIfDue(const ColdSection& cold) {
-    const bool isDue = Throttle(cold.arena().header().reaping).isDue();
-    if (isDue) reapAllDead(cold);
+bool reapAllDeadIfDue(const DomainLock& lock) {
+    const bool isDue = Throttle(lock.arena().header().reaping).isDue();
+    if (isDue) reapAllDead(lock);
     return isDue;
 }
 

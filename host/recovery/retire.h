@@ -1,7 +1,7 @@
 #ifndef LINXIPC_HOST_RECOVERY_RETIRE_H
 #define LINXIPC_HOST_RECOVERY_RETIRE_H
 
-#include "host/recovery/cold_section.h"
+#include "host/recovery/domain_lock.h"
 
 namespace linx {
 
@@ -16,18 +16,18 @@ enum class Leftovers {
 
 /// Ends an endpoint: its mailbox takes nothing more, its name is free, its blocks are common, its slot will be used
 /// again.
-void retire(const ColdSection& cold, Spid spid, Leftovers leftovers);
+void retire(const DomainLock& lock, Spid spid, Leftovers leftovers);
 
 /// Ends endpoints whose processes have died, and which nobody has ended yet, together: the arena is looked through
 /// once.
-void reap(const ColdSection& cold, const Spid* dead, size_t count);
+void reap(const DomainLock& lock, const Spid* dead, size_t count);
 
 /// Ends every endpoint whose process has died. Each is asked for that, which takes long where there are many.
-void reapAllDead(const ColdSection& cold);
+void reapAllDead(const DomainLock& lock);
 
 /// The same unless it was done a moment ago: for what is wanted again and again by those who go without. How often
 /// all endpoints together do it is bounded, see throttle.h. Whether it was done.
-bool reapAllDeadIfDue(const ColdSection& cold);
+bool reapAllDeadIfDue(const DomainLock& lock);
 
 /// Whether the process of an open endpoint has died, asking its doorbell. False also when the doorbell cannot be
 /// asked; then, and only then, errno changes and tells why.

@@ -83,8 +83,8 @@ private:
 
 }  // namespace
 
-void recoverStranded(const ColdSection& cold, const SlotSet& dead) {
-    const Arena& arena = cold.arena();
+void recoverStranded(const DomainLock& lock, const SlotSet& dead) {
+    const Arena& arena = lock.arena();
     Search search(arena);
     std::array<Sending, 128> some;
     size_t count = 0;

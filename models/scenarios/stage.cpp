@@ -395,8 +395,8 @@ void Stage::check() {
     checkLetters();
     as(0);
     {
-        const linx::ColdSection cold(domain());
-        linx::reapAllDead(cold);
+        const linx::DomainLock lock(domain());
+        linx::reapAllDead(lock);
     }
     checkArena(false);
     closeAll();

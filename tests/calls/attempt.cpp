@@ -40,14 +40,14 @@ void awaitEnd(Child& victim, bool lives, Complaints& complaints) {
 /// One who dies while he holds the lock.
 void dieInside() {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    const linx::ColdSection cold(*domain);
+    const linx::DomainLock lock(*domain);
     kill(getpid(), SIGKILL);
 }
 
 /// Removes, besides, the doorbells of ended endpoints that the kernel has refused to remove: until then they stay.
 void mendDomain() {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    linx::repair(linx::ColdSection(*domain));
+    linx::repair(linx::DomainLock(*domain));
 }
 
 /// The domain in `path` must be in order, if there is one: it was made by the operation, and is removed.

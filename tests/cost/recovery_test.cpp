@@ -73,8 +73,8 @@ TEST_F(RecoveryCost, ManyDeadAreReapedInOneWalk) {
         block(refs[1]).owner.storeRelaxed(all.back());
     }
     const uint32_t blocks = arena.usedUnits() * linesPerUnit;
-    const ColdSection cold(*joined);
-    EXPECT_LT(looksOf([&] { reap(cold, all.data(), all.size()); }),
+    const DomainLock lock(*joined);
+    EXPECT_LT(looksOf([&] { reap(lock, all.data(), all.size()); }),
               uint64_t{looksAtBlock} * blocks + uint64_t{looksAtSlot} * dead);
     for (const Spid spid : all) EXPECT_FALSE(isOpen(arena, spid));
 }

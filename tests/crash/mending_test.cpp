@@ -36,9 +36,9 @@ TEST_F(MendingTest, ADeathInItLeavesAHuntThatWasBeingAnsweredPending) {
         SCOPED_TRACE(site);
         begin();
         tell();
-        arena.header().busy.storeRelaxed(1);
+        arena.header().dirty.storeRelaxed(1);
         arena.bucket(0).storeRelaxed(indexOf(opener));
-        ASSERT_TRUE(dieAt(site++, [this] { const ColdSection cold(*joined); }));
+        ASSERT_TRUE(dieAt(site++, [this] { const DomainLock lock(*joined); }));
         isBehindHunts = arena.bucket(0).loadRelaxed() != indexOf(opener);
         expectPendingAgain();
     }
@@ -66,8 +66,8 @@ TEST_F(LeasingTest, ADeathInItLosesNothingWhateverLiesInThePages) {
         std::memset(static_cast<void*>(arena.rawBlock(arena.refOfUnit(first))), 0x5a, gap * unitBytes);
         const Spid dead = layDead("dead");
         died = dieAt(site, [&] {
-            const ColdSection cold(*joined);
-            lease::fromUnits(cold, dead, anyClass, c.blocks);
+            const DomainLock lock(*joined);
+            lease::fromUnits(lock, dead, anyClass, c.blocks);
         });
         repairAfterDeath();
         reapDead(dead);

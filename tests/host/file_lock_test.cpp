@@ -23,7 +23,7 @@ namespace {
 
 using FileLockTest = linxtest::DomainTest;
 
-/// Opens an endpoint, makes a child that lives until `release` is closed, and takes the cold lock. Both tell the
+/// Opens an endpoint, makes a child that lives until `release` is closed, and takes the domain lock. Both tell the
 /// child's number: the child once it has been made, the other when it has the lock.
 [[noreturn]] void holdLock(const int (&tell)[2], const int (&release)[2]) {
     linx_open("holder", 0, nullptr);
@@ -38,8 +38,8 @@ using FileLockTest = linxtest::DomainTest;
         _exit(0);
     }
     const std::shared_ptr<Domain> domain = Domain::join();
-    const ColdSection cold(*domain);
-    if (cold.entered() && write(tell[1], &heir, sizeof heir) == sizeof heir) pause();
+    const DomainLock lock(*domain);
+    if (lock.isHeld() && write(tell[1], &heir, sizeof heir) == sizeof heir) pause();
     _exit(1);
 }
 
@@ -59,14 +59,14 @@ TEST_F(FileLockTest, GoesWithItsHolderThoughAChildOfThatOneLivesOn) {
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     const std::shared_ptr<Domain> joined = Domain::join();
-    EXPECT_TRUE(ColdSection(*joined, ColdSection::Patience::tryOnce).entered());
+    EXPECT_TRUE(DomainLock(*joined, DomainLock::Patience::tryOnce).isHeld());
     close(release[1]);
     EXPECT_EQ(0, read(tell[0], &heir, sizeof heir)) << "it has not ended";
     close(tell[0]);
     // What else the child had open, the kernel may close a moment later.
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     do {
-        reapAllDead(ColdSection(*joined));
+        reapAllDead(DomainLock(*joined));
     } while (!domain.leftovers().empty() && std::chrono::steady_clock::now() < limit);
 }
 

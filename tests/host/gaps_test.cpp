@@ -13,7 +13,7 @@
 #include "host/arena/slot_table.h"
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/wake_state.h"
-#include "host/recovery/cold_section.h"
+#include "host/recovery/domain_lock.h"
 #include "host/recovery/transit.h"
 #include "tests/host/endpoints.h"
 #include "tests/support/deliver.h"
@@ -123,7 +123,7 @@ TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
     Block& block = *arena.blockAt(ref, sizeClass);
     linx_free_buf(endpoint, &signal);
     {
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         common::orphan(arena, block, sizeClass);
         common::push(arena, block, ref, sizeClass);
     }

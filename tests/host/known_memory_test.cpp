@@ -79,8 +79,8 @@ TEST_F(KnownMemoryTest, EndpointsAndHuntsAreSeen) {
         EXPECT_EQ(arena.usedHunts(), arena.header().huntsUsed.loadRelaxed());
         interposed::reset();
     }
-    const ColdSection cold(*joined);
-    reapAllDead(cold);
+    const DomainLock lock(*joined);
+    reapAllDead(lock);
 }
 
 TEST(MissingMemoryTest, NoBlockIsFoundWhereThereIsNone) {

@@ -38,8 +38,8 @@ protected:
 
     /// The unit where a run was cut; none when there was no gap.
     uint32_t cut() const {
-        const ColdSection cold(*joined);
-        const lease::Chain chain = lease::fromUnits(cold, one.spid, sizeClass, 1);
+        const DomainLock lock(*joined);
+        const lease::Chain chain = lease::fromUnits(lock, one.spid, sizeClass, 1);
         share::remove(slotOf(one.spid), one.spid, chain.blocks * linesOfClass(sizeClass));
         return chain.empty() ? none : (chain.head - arena.refOfUnit(0)) / linesPerUnit;
     }

@@ -55,8 +55,8 @@ protected:
     void TearDown() override {
         everyNewFails = false;
         {
-            const ColdSection cold(*joined);
-            reapAllDead(cold);
+            const DomainLock lock(*joined);
+            reapAllDead(lock);
         }
         TightTest::TearDown();
     }

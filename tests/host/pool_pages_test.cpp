@@ -20,8 +20,8 @@ protected:
     void loseSmallPage() {
         for (uint32_t i = 0; i < smallInPage; ++i) ASSERT_NE(pass(one, two, two.spid, small), nullptr);
         two.reset();
-        const ColdSection cold(*joined);
-        ASSERT_EQ(lease::reclaim(cold, 1), lease::Reclaimed::everything);
+        const DomainLock lock(*joined);
+        ASSERT_EQ(lease::reclaim(lock, 1), lease::Reclaimed::everything);
         ASSERT_EQ(leasedLines(one.spid), 0u);
         ASSERT_EQ(arena.unit(0).loadRelaxed(), 0u);
         // Nothing is fresh any more: what is leased next lies where the small ones lay.

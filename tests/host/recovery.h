@@ -13,7 +13,7 @@ namespace linx {
 constexpr uint32_t anyClass = 3;
 
 /// Lays down by hand what a process leaves that dies between two stores, and looks at what the next holder of the
-/// cold lock makes of it.
+/// domain lock makes of it.
 class RecoveryTest : public linxtest::ArenaDomainTest {
 protected:
     void TearDown() override {
@@ -23,7 +23,7 @@ protected:
 
     /// An endpoint whose process has died: in the arena it is open, but nobody holds its doorbell.
     Spid layDead(const std::string& name) const {
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         const uint32_t index = takeSlot(arena);
         Slot& slot = arena.slot(index);
         slot.wakeState.storeRelaxed(wake_state::word(makeSpid(index, 1), wake_state::parked));
@@ -33,8 +33,8 @@ protected:
 
     /// Free blocks at home at `home`.
     std::vector<Ref> leaseFor(Spid home, uint32_t wanted = 1) const {
-        const ColdSection cold(*joined);
-        return refsOf(lease::fromUnits(cold, home, anyClass, wanted));
+        const DomainLock lock(*joined);
+        return refsOf(lease::fromUnits(lock, home, anyClass, wanted));
     }
 
     std::vector<Ref> refsOf(const lease::Chain& chain) const {
@@ -63,17 +63,17 @@ protected:
     void reapDead(Spid spid) const {
         ASSERT_TRUE(hasDied(*joined, spid));
         {
-            const ColdSection cold(*joined);
-            reap(cold, &spid, 1);
+            const DomainLock lock(*joined);
+            reap(lock, &spid, 1);
         }
         EXPECT_FALSE(isOpen(arena, spid));
     }
 
-    /// The next holder of the cold lock finds that the one before has died in it.
+    /// The next holder of the domain lock finds that the one before has died in it.
     void repairAfterDeath() const {
-        arena.header().busy.storeRelaxed(1);
-        const ColdSection cold(*joined);
-        EXPECT_TRUE(cold.entered());
+        arena.header().dirty.storeRelaxed(1);
+        const DomainLock lock(*joined);
+        EXPECT_TRUE(lock.isHeld());
     }
 
     void expectInOrder() const { EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>()); }

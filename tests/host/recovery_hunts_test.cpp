@@ -138,7 +138,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
     block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
     {
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         ASSERT_EQ(addHunt(arena, hunter, nameOf("wanted"), blocks[0]), 0);
     }
     Slot& slot = slotOf(hunter);
@@ -156,7 +156,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
     block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
     {
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         ASSERT_EQ(addHunt(arena, hunter, nameOf("sought"), blocks[0]), 0);
     }
     reapDead(hunter);

@@ -221,7 +221,7 @@ TEST_F(RecoveryTest, AGarbledCommonStackIsNotFollowedEvenBeforeTheRepair) {
     block(blocks[0]).owner.storeRelaxed(live.spid);
     for (const Ref head : {blocks[0], blocks[0] + 1, 1u, ~0u}) {
         arena.header().common[anyClass].storeRelaxed(head);
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         Ref ref;
         EXPECT_EQ(common::take(arena, anyClass, ref), nullptr);
     }
@@ -236,7 +236,7 @@ TEST_F(RecoveryTest, ACommonStackThatLeadsToASmallerBlockIsNotFollowed) {
     reapDead(dead);
     {
         arena.header().common[anyClass + 1].storeRelaxed(blocks[0]);
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         Ref ref;
         EXPECT_EQ(common::take(arena, anyClass + 1, ref), nullptr);
     }
@@ -261,8 +261,8 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
     const Spid dead = layDead("dead");
     std::vector<Ref> blocks;
     {
-        const ColdSection cold(*joined);
-        blocks = refsOf(lease::fromUnits(cold, dead, 20, 1));
+        const DomainLock lock(*joined);
+        blocks = refsOf(lease::fromUnits(lock, dead, 20, 1));
     }
     reapDead(dead);
     const uint32_t first = blocks[0] / linesPerUnit - arena.pageOfUnit(0);
@@ -285,7 +285,7 @@ TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterBecomesCommon) {
 TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     uint32_t index;
     {
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         index = takeSlot(arena);
         const ScopedDescriptor ownDoorbell(doorbell::make(joined->directory(), makeSpid(index, 1), 0600));
     }
@@ -312,7 +312,7 @@ TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsTher
 TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheOrderIsInItAgain) {
     const Spid dead = layDead("dead");
     {
-        const ColdSection cold(*joined);
+        const DomainLock lock(*joined);
         removeName(arena, indexOf(dead));
         slotOf(dead).life.storeRelaxed(dead);
         slotOf(dead).mailbox.storeRelaxed(stack::closed);
@@ -330,9 +330,9 @@ TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
     for (int i = 0; i < 3; ++i) repairAfterDeath();
     reapDead(dead);
     {
-        const ColdSection cold(*joined);
-        reap(cold, &dead, 1);
-        retire(cold, dead, Leftovers::anything);
+        const DomainLock lock(*joined);
+        reap(lock, &dead, 1);
+        retire(lock, dead, Leftovers::anything);
     }
     for (int i = 0; i < 3; ++i) repairAfterDeath();
     expectInOrder();

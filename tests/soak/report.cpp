@@ -92,8 +92,8 @@ Sample lookAtDomain(const std::string& directory) {
         sample.disorder = {"the domain cannot be joined"};
         return sample;
     }
-    const linx::ColdSection cold(*domain);
-    linxtest::ArenaValidator validator(cold);
+    const linx::DomainLock lock(*domain);
+    linxtest::ArenaValidator validator(lock);
     sample.disorder = validator.disorder();
     sample.lostBlocks = static_cast<uint32_t>(validator.losses().size());
     sample.smallerShares = static_cast<uint32_t>(validator.miscounts().size());

@@ -20,10 +20,10 @@ struct Aftermath {
 inline Aftermath lookAtRest() {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     if (domain == nullptr) return {{}, 0, {"the domain cannot be joined"}};
-    const linx::ColdSection cold(*domain);
-    if (!cold.entered()) return {{}, 0, {"the arena cannot be locked"}};
-    linx::reapAllDead(cold);
-    ArenaValidator validator(cold);
+    const linx::DomainLock lock(*domain);
+    if (!lock.isHeld()) return {{}, 0, {"the arena cannot be locked"}};
+    linx::reapAllDead(lock);
+    ArenaValidator validator(lock);
     Aftermath found;
     found.disorder = validator.disorder();
     found.losses = validator.losses();

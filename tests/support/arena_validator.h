@@ -15,14 +15,14 @@
 #include "host/mailbox/announced_stack.h"
 #include "host/mailbox/introduction.h"
 #include "host/mailbox/wake_state.h"
-#include "host/recovery/cold_section.h"
+#include "host/recovery/domain_lock.h"
 
 namespace linxtest {
 
 /// Looks through an arena in which nobody is at work, and says what in it is not as it should be.
 class ArenaValidator {
 public:
-    explicit ArenaValidator(const linx::ColdSection& cold) : arena_(cold.arena()) {}
+    explicit ArenaValidator(const linx::DomainLock& lock) : arena_(lock.arena()) {}
 
     /// Everything: disorder, losses and miscounts.
     std::vector<std::string> violations() {
@@ -295,12 +295,12 @@ private:
     std::unordered_set<linx::Ref> travelling_;
 };
 
-/// What is wrong with the domain's arena, after whoever died in a cold section has been mended; empty when all is
-/// well.
+/// What is wrong with the domain's arena, after whoever died holding the domain lock has been mended; empty when all
+/// is well.
 inline std::vector<std::string> arenaViolations(const linx::Domain& domain) {
-    const linx::ColdSection cold(domain);
-    if (!cold.entered()) return {"the arena cannot be locked"};
-    return ArenaValidator(cold).violations();
+    const linx::DomainLock lock(domain);
+    if (!lock.isHeld()) return {"the arena cannot be locked"};
+    return ArenaValidator(lock).violations();
 }
 
 }  // namespace linxtest

@@ -60,7 +60,7 @@ private:
     size_t choosePlace(Region region) {
         switch (region) {
             case Region::header: {
-                const size_t guarded = offsetof(linx::Header, busy);
+                const size_t guarded = offsetof(linx::Header, dirty);
                 return draw(64) == 0 ? drawWordOf(guarded) : guarded + drawWordOf(sizeof(linx::Header) - guarded);
             }
             case Region::buckets: {

@@ -1,0 +1,20 @@
+#include "host/recovery/domain_lock.h"
+
+#include "host/recovery/repair.h"
+
+namespace linx {
+
+DomainLock::DomainLock(const Domain& domain, FileLock::Patience patience)
+    : domain_(domain), isHeld_(domain.lock().lock(patience)) {
+    // An exchange here and a release in the end (R): no store made between them leaves, so whoever dies with one done
+    // dies with the word set. Between holders the lock orders (P).
+    if (isHeld_ && arena().header().dirty.exchangeSeqCst(1) != 0) repair(*this);
+}
+
+DomainLock::~DomainLock() {
+    if (!isHeld_) return;
+    arena().header().dirty.storeRelease(0);
+    domain_.lock().unlock();
+}
+
+}  // namespace linx
