@@ -108,9 +108,9 @@ struct alignas(lineBytes) Slot {
     uint32_t pad1[14];
 
     // Only the endpoint writes (and its reaper).
-    Word takingMailbox;   ///< the chain being taken from `mailbox`
-    Word takingReturned;  ///< the chain being taken from `returned`
-    Word sending;         ///< the block pushed last, or about to be
+    Word mailboxClaim;   ///< the chain being taken from `mailbox`
+    Word returnedClaim;  ///< the chain being taken from `returned`
+    Word sending;        ///< the block pushed last, or about to be
     Word deepestQueue;
     Counter dropped;
     Word sleeps;
@@ -130,7 +130,7 @@ struct alignas(lineBytes) Slot {
 
     Word name[64];
 };
-static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(Slot, takingMailbox) == 128 &&
+static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(Slot, mailboxClaim) == 128 &&
                   offsetof(Slot, sending) == 136 && offsetof(Slot, dropped) == 144 && offsetof(Slot, rings) == 156 &&
                   offsetof(Slot, life) == 192 && offsetof(Slot, leasedLines) == 220 && offsetof(Slot, name) == 256 &&
                   alignof(Slot) == lineBytes && std::is_standard_layout<Slot>::value,
@@ -167,7 +167,7 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
  */
 constexpr uint32_t ownerFree = 0;
 constexpr uint32_t ownerQueued = 1u << 30;
-constexpr uint32_t ownerTransit = 1u << 31;
+constexpr uint32_t ownerInFlight = 1u << 31;
 
 struct Block {
     Word next;

@@ -4,9 +4,9 @@
 
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/introduction.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 
 namespace linx {
@@ -25,7 +25,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor doorbell(doorbell::open(lock.domain().directory(), hunter));
         if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
-        signal->owner.storeRelease(hunter | ownerTransit);
+        signal->owner.storeRelease(hunter | ownerInFlight);
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
         // its mailbox by the time that somebody asks.
         hunt.hunter.storeRelease(hunter | huntAnswering);

@@ -2,8 +2,8 @@
 #define LINXIPC_HOST_ENDPOINT_AT_ONCE_H
 
 #include "host/endpoint/endpoint.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/introduction.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 
 /*
@@ -85,7 +85,7 @@ Endpoint::Posted Endpoint::post(const Held& held, Peer& peer, Push push) {
     held.block->sender.storeRelaxed(from);
     // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
-    held.block->owner.storeRelease(to | ownerTransit);
+    held.block->owner.storeRelease(to | ownerInFlight);
     const uint32_t before = push(target);
     if (stack::isRefused(before)) {
         held.block->owner.storeRelaxed(from);
@@ -103,7 +103,7 @@ inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
     const Held held = recent_;
     const uint32_t introducedAt = peer->introducedAt;
     const Posted posted =
-        introducedAt != peer->slot.partings.loadRelaxed()  // relaxed: the exchange on the tag decides
+        introducedAt != peer->slot.partings.loadRelaxed()  // relaxed: the push by tag decides
             ? Posted::refused
             : post(held, *peer, [&](Slot& target) {
                   return stack::push(target.mailbox, *held.block, held.ref, introduction::tagAt(introducedAt));

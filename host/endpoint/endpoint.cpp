@@ -17,9 +17,9 @@
 #include "host/endpoint/answers.h"
 #include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 #include "host/system/log.h"
@@ -29,13 +29,13 @@ namespace {
 
 /// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
 /// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
-/// half ready: it changes the wake state by exchanges that expect its own generation, and leaves a stray in the
+/// half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray in the
 /// mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
     if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
-    slot.takingMailbox.storeRelaxed(0);
-    slot.takingReturned.storeRelaxed(0);
+    slot.mailboxClaim.storeRelaxed(0);
+    slot.returnedClaim.storeRelaxed(0);
     slot.sending.storeRelaxed(0);
     slot.deepestQueue.storeRelaxed(0);
     share::begin(slot, spid);
@@ -276,7 +276,7 @@ bool Endpoint::isMaker() const {
 }
 
 /// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
-/// One exchange decides and publishes nothing, so any order would do.
+/// One compare-and-swap decides and publishes nothing, so any order would do.
 bool Endpoint::claim(uint32_t stamp) {
     uint32_t round = forkRound_;
     const bool mayHave = !disowned_ && !forks::isSmuggled(generation_) && isStillOpen();

@@ -229,9 +229,9 @@ private:
     SpinBudget budget_;
 
     SignalQueue queue_;
-    Ref takenChain_ = 0;   ///< taken from the mailbox, not in the queue yet
-    bool awake_ = false;   ///< the wake state says that this endpoint looks
-    bool byteIn_ = false;  ///< the doorbell is known to hold a byte
+    Ref claimedChain_ = 0;  ///< taken from the mailbox, not in the queue yet
+    bool awake_ = false;    ///< the wake state says that this endpoint looks
+    bool byteIn_ = false;   ///< the doorbell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
 
     bool waitFailed_ = false;    ///< somebody has closed what this endpoint waits on

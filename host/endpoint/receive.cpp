@@ -9,8 +9,8 @@
 #include "host/arena/slot_table.h"
 #include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 
@@ -92,7 +92,7 @@ Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* sel
 }
 
 void Endpoint::markAwake() {
-    // An exchange, to learn whether a byte is in. One that a sender has announced but not written comes late, and is
+    // An exchange, to learn whether a byte is in. One that a sender is about to write comes late, and is
     // found in the doorbell by the next sleep.
     const uint32_t before = slot().wakeState.exchangeSeqCst(wake_state::word(spid_, wake_state::awake));
     if (wake_state::stateOf(before) == wake_state::notified) byteIn_ = true;
@@ -208,20 +208,20 @@ void Endpoint::handleEvents(int milliseconds) {
 }
 
 void Endpoint::takeMailbox() {
-    if (takenChain_ != 0) queueTaken();  // what there was no memory for comes before what has come since
+    if (claimedChain_ != 0) queueTaken();  // what there was no memory for comes before what has come since
     Slot& own = slot();
     if (!stack::holdsBlocks(own.mailbox.loadRelaxed()) || !isStillOpen()) return;  // relaxed: as in take
-    takenChain_ = stack::take(own.mailbox, own.takingMailbox, stack::empty);
-    if (takenChain_ != 0) queueTaken();
+    claimedChain_ = stack::takeAll(own.mailbox, own.mailboxClaim, stack::empty);
+    if (claimedChain_ != 0) queueTaken();
 }
 
 void Endpoint::queueTaken() {
     Slot& own = slot();
     const bool strays = queueChain();
-    const Ref chain = takenChain_;
+    const Ref chain = claimedChain_;
     if (strays) ownStrays(chain);
-    takenChain_ = 0;
-    own.takingMailbox.storeRelease(0);  // (I), after the last block got its owner
+    claimedChain_ = 0;
+    own.mailboxClaim.storeRelease(0);  // (I), after the last block got its owner
     if (strays) takeStrays(chain);
     if (queue_.size() > own.deepestQueue.loadRelaxed()) {
         own.deepestQueue.storeRelaxed(static_cast<uint32_t>(queue_.size()));
@@ -239,25 +239,25 @@ bool Endpoint::takeMailboxIfRoom() {
 }
 
 /// Moves the chain that was taken into the queue, oldest first. Tells whether there are strays in it. Out of memory,
-/// everything is as before: the chain is still announced, and taken up again.
+/// everything is as before: the chain is still claimed, and taken up again.
 bool Endpoint::queueChain() {
     const size_t before = queue_.size();
     bool strays = false;
     try {
-        stack::walk(arena(), takenChain_, [&](Block& block, Ref ref, uint32_t sizeClass) {
+        stack::walk(arena(), claimedChain_, [&](Block& block, Ref ref, uint32_t sizeClass) {
             const uint32_t owner = block.owner.loadAcquire();  // the take would do (F), as for the number
-            if (owner == (spid_ | ownerTransit)) {
+            if (owner == (spid_ | ownerInFlight)) {
                 queue_.append({ref, sizeClass}, block.signal.number);
                 block.owner.storeRelaxed(spid_ | ownerQueued);
-            } else if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) {
+            } else if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid_)) {
                 strays = true;
             }
         });
     } catch (const std::bad_alloc&) {
         queue_.dropLast(queue_.size() - before);
-        stack::walk(arena(), takenChain_, [&](Block& block, Ref, uint32_t) {
+        stack::walk(arena(), claimedChain_, [&](Block& block, Ref, uint32_t) {
             const uint32_t owner = block.owner.loadRelaxed();
-            if (owner == (spid_ | ownerQueued)) block.owner.storeRelease(spid_ | ownerTransit);
+            if (owner == (spid_ | ownerQueued)) block.owner.storeRelease(spid_ | ownerInFlight);
         });
         throw;
     }
@@ -270,7 +270,7 @@ bool Endpoint::queueChain() {
 void Endpoint::ownStrays(Ref chain) {
     stack::walk(arena(), chain, [&](Block& block, Ref, uint32_t) {
         const uint32_t owner = block.owner.loadRelaxed();
-        if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid_)) block.owner.storeRelaxed(spid_);
+        if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid_)) block.owner.storeRelaxed(spid_);
     });
 }
 
@@ -325,7 +325,7 @@ void Endpoint::silence() {
     } while (count == doorbell::capacity);
     if (pool_.isUnderPressure()) pool_.yieldToPressure();  // the bytes may have told of that as well as of a signal
     // What was taken from the mailbox meanwhile, and what there was no memory for, must not be slept over.
-    if (takenChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = doorbell::ring(doorbell_.get()) == 0;
+    if (claimedChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = doorbell::ring(doorbell_.get()) == 0;
 }
 
 /// Puts a byte in, if none is known to be in. A failure to do so is made good by the next settling.

@@ -5,8 +5,8 @@
 #include "host/arena/clock.h"
 #include "host/arena/slot_table.h"
 #include "host/endpoint/at_once.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
 
@@ -87,7 +87,7 @@ int Endpoint::ring(const Held& held, Peer& peer) {
 int Endpoint::bounce(const Held& held, Peer& peer) {
     // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
     // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
-    const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerTransit);
+    const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerInFlight);
     buryIfPossible(indexOf(peer.spid));
     reapDead(DomainLock::Patience::tryOnce);
     settle();

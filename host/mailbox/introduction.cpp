@@ -1,7 +1,7 @@
 #include "host/mailbox/introduction.h"
 
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
+#include "host/mailbox/take_all_stack.h"
 
 namespace linx {
 namespace introduction {

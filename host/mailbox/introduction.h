@@ -16,7 +16,7 @@ namespace linx {
  * reaper does.
  *
  * The tag has three bits. A push could be taken in by it if its sender were held up between its look at the count and
- * its exchange while the receiver parts eight times, or a multiple of that, and were killed right behind it.
+ * its compare-and-swap while the receiver parts eight times, or a multiple of that, and were killed right behind it.
  */
 namespace introduction {
 

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 
 namespace linx {

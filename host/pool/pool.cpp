@@ -143,19 +143,19 @@ void Pool::takeReturned() {
     Slot& own = slot();
     if (!isHomeOpen()) return;          // what comes back there is another's by now
     own.returnedLines.storeRelaxed(0);  // also where it is wrong: two who give back at once may overwrite each other
-    const Ref chain = stack::take(own.returned, own.takingReturned, stack::empty);
+    const Ref chain = stack::takeAll(own.returned, own.returnedClaim, stack::empty);
     if (chain == stack::empty) return;
     // The order turns round: the block that came home first is used first, which the other processor has had the most
     // time to let go of. With the last one first a stream of small signals takes half as long again.
     stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
         const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
-        if ((owner & ownerTransit) == 0 || indexOf(owner) != indexOf(home_)) return;
+        if ((owner & ownerInFlight) == 0 || indexOf(owner) != indexOf(home_)) return;
         markFree(block, sizeClass);
         // The chain goes on behind it, should this process die once the link is another. (I)
-        own.takingReturned.storeRelease(block.next.loadRelaxed());
+        own.returnedClaim.storeRelease(block.next.loadRelaxed());
         prepend(ref, block, 1, sizeClass);
     });
-    own.takingReturned.storeRelease(0);  // (I), after the last block got its owner
+    own.returnedClaim.storeRelease(0);  // (I), after the last block got its owner
     if (keepsTooMuch()) trim();
 }
 

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "host/arena/domain.h"
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/pool/lease.h"
 
 namespace linx {
@@ -130,10 +130,10 @@ private:
     if (there.life.loadAcquire() != (home | lifeOpen) || waiting > mostReturned_) return false;  // as in isOpen
     // Relaxed, and no exchange: about right will do.
     there.returnedLines.storeRelaxed(waiting + sizeClasses[sizeClass].lines);
-    // See recoverStranded: the reaper asks whether this one was pushed. Release: (J), after the push before it.
+    // See recoverLostInFlight: the reaper asks whether this one was pushed. Release: (J), after the push before it.
     slot().sending.storeRelease(ref);
     block.sender.storeRelaxed(home_);
-    block.owner.storeRelease(home | ownerTransit);  // (E)
+    block.owner.storeRelease(home | ownerInFlight);  // (E)
     if (!stack::isRefused(stack::push(there.returned, block, ref))) return true;
     block.owner.storeRelaxed(home_);
     return false;

@@ -3,11 +3,11 @@
 #include "host/arena/common_stacks.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/recovery/domain_lock.h"
-#include "host/recovery/transit.h"
+#include "host/recovery/in_flight.h"
 
 namespace linx {
 namespace {
@@ -39,14 +39,14 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
     const Block* signal = arena.blockAt(ref);
     if (!isOpen(arena, hunter) || signal == nullptr) return false;
     const uint32_t owner = signal->owner.loadAcquire();
-    if (owner == (hunter | ownerTransit)) {
+    if (owner == (hunter | ownerInFlight)) {
         const Spid poster = signal->sender.loadRelaxed() & spidMask;
         // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
         const bool comesBack =
             poster != hunter && wasUsed(arena, poster) && arena.slot(indexOf(poster)).sending.loadAcquire() == ref;
         if (comesBack || searches == 0) return false;
         --searches;
-        return isStranded(arena, *signal, ref, poster);
+        return isLostInFlight(arena, *signal, ref, poster);
     }
     return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
 }

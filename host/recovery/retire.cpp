@@ -7,38 +7,38 @@
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/arena/throttle.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/sleepers.h"
-#include "host/recovery/stranded.h"
+#include "host/mailbox/take_all_stack.h"
+#include "host/recovery/lost_in_flight.h"
 
 namespace linx {
 namespace {
 
 /// Closes a stack of the endpoint and marks what was in it, or was being taken from it, as the endpoint's. Returns
 /// whether there was anything.
-bool closeStack(const Arena& arena, Word& head, Word& taking, Spid spid) {
+bool closeStack(const Arena& arena, Word& head, Word& claim, Spid spid) {
     bool any = false;
     const auto keep = [&](Block& block, Ref, uint32_t) {
         any = true;
         // By index: a sender that was held up may have pushed what was meant for an earlier user of the slot.
         const uint32_t owner = block.owner.loadAcquire();
-        if ((owner & ownerTransit) != 0 && indexOf(owner) == indexOf(spid)) {
+        if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid)) {
             block.owner.storeRelease(spid | ownerQueued);
         }
     };
-    stack::walk(arena, taking.loadAcquire(), keep);
-    stack::walk(arena, stack::take(head, taking, stack::closed), keep);
-    // Only now: one who dies before leaves the chain announced. The orders above are no weaker than the endpoint's
+    stack::walk(arena, claim.loadAcquire(), keep);
+    stack::walk(arena, stack::takeAll(head, claim, stack::closed), keep);
+    // Only now: one who dies before leaves the chain claimed. The orders above are no weaker than the endpoint's
     // own, though it has died (Q) or is the caller.
-    taking.storeRelease(0);
+    claim.storeRelease(0);
     return any;
 }
 
 bool closeStacks(const Arena& arena, Spid spid) {
     Slot& slot = arena.slot(indexOf(spid));
-    const bool hadMail = closeStack(arena, slot.mailbox, slot.takingMailbox, spid);
-    const bool hadReturns = closeStack(arena, slot.returned, slot.takingReturned, spid);
+    const bool hadMail = closeStack(arena, slot.mailbox, slot.mailboxClaim, spid);
+    const bool hadReturns = closeStack(arena, slot.returned, slot.returnedClaim, spid);
     return hadMail || hadReturns;
 }
 
@@ -56,7 +56,7 @@ bool isLeftBy(const Arena& arena, const Block& block, const SlotSet& ending) {
     if (!ending.contains(owner & spidMask)) return false;
     // On its way to the endpoint but not in its mailbox: a sender that lives finds the mailbox closed and keeps it;
     // of one that has ended nobody else would find it.
-    return (owner & ownerTransit) == 0 || !isOpen(arena, block.sender.loadRelaxed() & spidMask);
+    return (owner & ownerInFlight) == 0 || !isOpen(arena, block.sender.loadRelaxed() & spidMask);
 }
 
 void makeBlocksCommon(const Arena& arena, const SlotSet& ending) {
@@ -74,7 +74,7 @@ void retireAll(const DomainLock& lock, const SlotSet& ending, Leftovers leftover
     bool leftSome = leftovers != Leftovers::none;
     ending.forEach([&](Spid spid) { leftSome = closeStacks(arena, spid) || leftSome; });
     dropHunts(arena, ending);
-    if (leftovers == Leftovers::anything) recoverStranded(lock, ending);
+    if (leftovers == Leftovers::anything) recoverLostInFlight(lock, ending);
     if (leftSome) makeBlocksCommon(arena, ending);
     // They may have died between pushing a signal and ringing. What they pushed is seen (Q).
     if (leftovers == Leftovers::anything) ringSleepers(lock.domain());

@@ -297,7 +297,7 @@ bool Stage::hasMail(unsigned actor) const {
     // Not what was meant for an earlier user of the slot.
     linx::stack::walk(arena(), linx::stack::refOf(arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed()),
                       [&](linx::Block& block, linx::Ref, uint32_t) {
-                          any = any || block.owner.loadRelaxed() == (spid | linx::ownerTransit);
+                          any = any || block.owner.loadRelaxed() == (spid | linx::ownerInFlight);
                       });
     return any;
 }
@@ -473,8 +473,8 @@ std::string nameOfWord(const uint32_t* word) {
         const std::string slot = "slot " + std::to_string((offset - linx::slotsOffset) / sizeof(linx::Slot)) + " ";
         if (within < 8) return slot + slotWords[within / 4];
         if (within == offsetof(linx::Slot, returned)) return slot + "returned";
-        if (within == offsetof(linx::Slot, takingMailbox)) return slot + "takingMailbox";
-        if (within == offsetof(linx::Slot, takingReturned)) return slot + "takingReturned";
+        if (within == offsetof(linx::Slot, mailboxClaim)) return slot + "takingMailbox";
+        if (within == offsetof(linx::Slot, returnedClaim)) return slot + "takingReturned";
         if (within == offsetof(linx::Slot, sending)) return slot + "sending";
         if (within == offsetof(linx::Slot, life)) return slot + "life";
         return slot + "+" + std::to_string(within);

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "host/arena/name_table.h"
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/take_all_stack.h"
 #include "tests/host/memory_arena.h"
 
 namespace linx {
@@ -84,32 +84,32 @@ protected:
 
     void arrange() {
         head.storeRelaxed(stack::empty);
-        taking.storeRelaxed(0);
+        claim.storeRelaxed(0);
         push(1);
     }
 
     const MemoryArena memory;
     const Arena arena = memory.arena();
     Word head{};
-    Word taking{};
+    Word claim{};
 };
 
-TEST_F(TakingTest, WhatIsAnnouncedIsWhatIsTaken) {
+TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
     const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { push(2); },
                                             [&] {
-                                                const Ref taken = stack::take(head, taking, stack::empty);
+                                                const Ref taken = stack::takeAll(head, claim, stack::empty);
                                                 EXPECT_NE(stack::empty, taken);
-                                                EXPECT_EQ(taken, taking.loadRelaxed());
+                                                EXPECT_EQ(taken, claim.loadRelaxed());
                                             });
     EXPECT_GT(looks, 1u);
 }
 
-TEST_F(TakingTest, NothingStaysAnnouncedOfWhatSomebodyElseHasTaken) {
+TEST_F(TakingTest, NothingStaysClaimedOfWhatSomebodyElseHasTaken) {
     for (const uint32_t leave : {stack::empty, stack::closed}) {
         const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { head.exchangeSeqCst(stack::closed); },
                                                 [&] {
-                                                    const Ref taken = stack::take(head, taking, leave);
-                                                    EXPECT_EQ(taken, taking.loadRelaxed());
+                                                    const Ref taken = stack::takeAll(head, claim, leave);
+                                                    EXPECT_EQ(taken, claim.loadRelaxed());
                                                 });
         EXPECT_GT(looks, 1u);
     }

@@ -49,7 +49,7 @@ TEST_F(RecoveryCost, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach)
     std::vector<Ref> signals;
     for (uint32_t i = 0; i < huntsOfOne; ++i) {
         signals.push_back(arena.hunt(i).signal.loadRelaxed());
-        block(signals.back()).owner.storeRelaxed(live.spid | ownerTransit);  // as if somebody answered it
+        block(signals.back()).owner.storeRelaxed(live.spid | ownerInFlight);  // as if somebody answered it
         block(signals.back()).sender.storeRelaxed(other.spid);
     }
     EXPECT_LT(looksOf([&] { repairAfterDeath(); }), uint64_t{looksAtBlock} * (huntsOfOne + mail) + slotCount * 2);

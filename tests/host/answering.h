@@ -16,7 +16,7 @@ protected:
     }
 
     Hunt& hunt() const { return arena.hunt(0); }
-    void begin() const { block(signal).owner.storeRelaxed(live.spid | ownerTransit); }
+    void begin() const { block(signal).owner.storeRelaxed(live.spid | ownerInFlight); }
     void tell() const {
         hunt().hunter.storeRelaxed(live.spid | huntAnswering);
         block(signal).sender.storeRelaxed(opener);

@@ -62,8 +62,8 @@ TEST_F(ArenaValidatorTest, SeesThatASlotIsWrong) {
     expectSaidOfOneMore(own().life, "is that of");
     expectSaid(own().wakeState, wake_state::word(live.spid + slotCount, wake_state::parked), "of an earlier user");
     expectSaidOfOneMore(own().partings, "the tag of its partings");
-    expectSaid(own().takingMailbox, 5, "still taking its mailbox");
-    expectSaid(own().takingReturned, 5, "still taking its returns");
+    expectSaid(own().mailboxClaim, 5, "still taking its mailbox");
+    expectSaid(own().returnedClaim, 5, "still taking its returns");
     Slot& ended = arena.slot(header().oldestEnded.loadRelaxed());
     expectSaid(ended.mailbox, arena.refOfUnit(0), "has mail");
     expectSaid(ended.returned, arena.refOfUnit(0), "has been given back");
@@ -86,7 +86,7 @@ TEST_F(ArenaValidatorTest, SeesThatABlockIsWrong) {
     expectSaid(arena.hunt(0).signal, head.loadRelaxed(), "no signal of its hunter");
     expectSaid(arena.hunt(0).hunter, live.spid + slotCount, "which has ended");
     LinxSignal* signal = linx_alloc(live, 4, 1);
-    expectSaid(blockOf(signal)->owner, live.spid | ownerTransit, "on its way and nowhere");
+    expectSaid(blockOf(signal)->owner, live.spid | ownerInFlight, "on its way and nowhere");
     expectSaid(blockOf(signal)->owner, live.spid + slotCount, "which has ended");
     linx_free_buf(live, &signal);
 }

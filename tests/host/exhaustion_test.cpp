@@ -6,8 +6,8 @@
 #include <cerrno>
 
 #include "host/arena/clock.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
+#include "host/mailbox/take_all_stack.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/support/deliver.h"
@@ -84,7 +84,7 @@ TEST_F(ExhaustionTest, WhatWasSentToAnEarlierUserOfTheSlotIsStillThrownAway) {
     const Spid earlier = makeSpid(indexOf(receiver.spid), generationOf(receiver.spid) - 1);
     LinxSignal* signal = linx_alloc(sender, 4, 2);
     Block& stray = *blockOf(signal);
-    stray.owner.storeRelease(earlier | ownerTransit);
+    stray.owner.storeRelease(earlier | ownerInFlight);
     linxtest::deliver(slotOf(receiver.spid), stray, refOf(signal));
 
     newThatFails = 1;

@@ -11,10 +11,10 @@
 #include "host/arena/arena_file.h"
 #include "host/arena/common_stacks.h"
 #include "host/arena/slot_table.h"
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/domain_lock.h"
-#include "host/recovery/transit.h"
+#include "host/recovery/in_flight.h"
 #include "tests/host/endpoints.h"
 #include "tests/support/deliver.h"
 
@@ -45,7 +45,7 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
         Block& block = *blockOf(linx_alloc(sender, 4, 2));
         const Ref ref = arena.refOf(&block);
         slotOf(block.sender.loadRelaxed()).sending.storeRelaxed(ref);
-        block.owner.storeRelease(receiver.spid | ownerTransit);
+        block.owner.storeRelease(receiver.spid | ownerInFlight);
         linxtest::deliver(slotOf(receiver.spid), block, ref);
         raise(SIGKILL);
     }
@@ -136,7 +136,7 @@ TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
     linx_free_buf(another, &others);
 }
 
-TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotStrandedForAnother) {
+TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotLostForAnother) {
     Linx dead("dead");
     Linx target("target");
     Linx alive("alive");
@@ -146,9 +146,9 @@ TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotStrandedForAnother) {
     // `dead` had sent the block once; now `alive` is about to.
     slotOf(dead.spid).sending.storeRelaxed(ref);
     slotOf(alive.spid).sending.storeRelaxed(ref);
-    block.owner.storeRelease(target.spid | ownerTransit);
-    EXPECT_FALSE(isStranded(arena, block, ref, dead.spid));
-    EXPECT_TRUE(isStranded(arena, block, ref, alive.spid));
+    block.owner.storeRelease(target.spid | ownerInFlight);
+    EXPECT_FALSE(isLostInFlight(arena, block, ref, dead.spid));
+    EXPECT_TRUE(isLostInFlight(arena, block, ref, alive.spid));
     block.owner.storeRelease(alive.spid);
     linx_free_buf(alive, &signal);
 }

@@ -55,7 +55,7 @@ TEST_F(PoolTest, ABlockThatSomebodyElseFreesGoesBackHome) {
     EXPECT_EQ(homeOf(signal), one.spid);
     ASSERT_EQ(linx_free_buf(two, &signal), 0);
     EXPECT_EQ(slotOf(one.spid).returned.loadRelaxed(), refOf(kept));
-    EXPECT_EQ(blockOf(kept)->owner.loadRelaxed(), one.spid | ownerTransit);
+    EXPECT_EQ(blockOf(kept)->owner.loadRelaxed(), one.spid | ownerInFlight);
     EXPECT_EQ(leasedLines(one.spid), linesOfOne);
     EXPECT_EQ(leasedLines(two.spid), linesOfTwo);
 }

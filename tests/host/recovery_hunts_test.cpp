@@ -142,7 +142,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
         ASSERT_EQ(addHunt(arena, hunter, nameOf("wanted"), blocks[0]), 0);
     }
     Slot& slot = slotOf(hunter);
-    stack::take(slot.mailbox, slot.takingMailbox, stack::closed);
+    stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::closed);
     repairAfterDeath();
     const Linx wanted("wanted");
     reapDead(hunter);

@@ -53,18 +53,18 @@ TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenBecomesCommonAndItsMailboxS
     EXPECT_EQ(slotOf(dead).returned.loadRelaxed(), stack::closed);
 }
 
-TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsAnnouncement) {
+TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
     const Spid dead = layDead("dead");
     const Spid sender = layDead("sender");
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
-    stack::take(slot.mailbox, slot.takingMailbox, stack::empty);
+    stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::empty);
     block(blocks[4]).owner.storeRelaxed(dead | ownerQueued);  // the first one had been marked already
     post(blocks[5], sender, dead);
     reapDead(dead);
     for (size_t i = 0; i <= 5; ++i) EXPECT_TRUE(isCommon(blocks[i])) << i;
-    EXPECT_EQ(slot.takingMailbox.loadRelaxed(), 0u);
+    EXPECT_EQ(slot.mailboxClaim.loadRelaxed(), 0u);
     reapDead(sender);
     expectInOrder();
 }
@@ -75,7 +75,7 @@ TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
-    stack::take(slot.mailbox, slot.takingMailbox, stack::closed);
+    stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::closed);
     repairAfterDeath();
     reapDead(dead);
     reapDead(sender);
@@ -83,7 +83,7 @@ TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
     expectInOrder();
 }
 
-TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsAnnouncement) {
+TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
     const Spid dead = layDead("dead");
     const Spid freer = layDead("freer");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
@@ -91,7 +91,7 @@ TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsAnnouncement) {
     for (size_t i = 0; i < 4; ++i) {
         address(blocks[i], freer, dead);
         stack::push(slot.returned, block(blocks[i]), blocks[i]);
-        if (i == 2) stack::take(slot.returned, slot.takingReturned, stack::empty);
+        if (i == 2) stack::takeAll(slot.returned, slot.returnedClaim, stack::empty);
     }
     block(blocks[2]).owner.storeRelaxed(ownerFree);
     reapDead(dead);
@@ -125,13 +125,13 @@ TEST_F(RecoveryTest, ASignalThatWasPushedIsDeliveredThoughItsSenderDiedRightAfte
 }
 
 TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
-    for (const bool hadAnnounced : {false, true}) {
+    for (const bool wasNotifying : {false, true}) {
         const Spid dead = layDead("dead");
         const std::vector<Ref> blocks = leaseFor(dead, 100);
         post(blocks[0], dead, live.spid);
         Slot& slot = slotOf(live.spid);
         ASSERT_EQ(slot.wakeState.loadRelaxed(), wake_state::word(live.spid, wake_state::parked));
-        if (hadAnnounced) {
+        if (wasNotifying) {
             slot.wakeState.storeRelaxed(wake_state::word(live.spid, wake_state::notifying + indexOf(dead)));
         }
         reapDead(dead);
@@ -177,10 +177,10 @@ TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
     const Ref ref = refOf(sent);
     // For its mailbox, or for its returned stack while that is being taken: where it lies does not matter.
     post(leaseFor(dead, 100)[0], dead, dead);
-    slotOf(dead).takingReturned.storeRelaxed(leaseFor(dead, 100)[0]);
+    slotOf(dead).returnedClaim.storeRelaxed(leaseFor(dead, 100)[0]);
     address(ref, live.spid, dead);
     reapDead(dead);
-    EXPECT_EQ(block(ref).owner.loadRelaxed(), dead | ownerTransit);
+    EXPECT_EQ(block(ref).owner.loadRelaxed(), dead | ownerInFlight);
     EXPECT_FALSE(linxtest::deliver(slotOf(dead), block(ref), ref)) << "the sender keeps it";
     block(ref).owner.storeRelaxed(live.spid);
     EXPECT_EQ(linx_free_buf(live, &sent), 0);

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "host/arena/scoped_descriptor.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/doorbell.h"
+#include "host/mailbox/take_all_stack.h"
 #include "tests/host/memory_arena.h"
 #include "tests/support/deliver.h"
 #include "tests/support/domain_fixture.h"
@@ -109,13 +109,13 @@ TEST_F(WakeStateTest, WhoLooksOrIsRungIsNotRung) {
     EXPECT_EQ(rings, 0);
 }
 
-TEST_F(WakeStateTest, AnotherSendersAnnouncementIsRungTooAndLeftInPlace) {
+TEST_F(WakeStateTest, WhereAnotherSenderIsNotifyingItRingsTooAndLeavesTheState) {
     EXPECT_EQ(ringAsFound(wake_state::notifying + 5), 0);
     EXPECT_EQ(rings, 1);
     EXPECT_EQ(state(), wake_state::notifying + 5);
 }
 
-TEST_F(WakeStateTest, WhoLosesTheAnnouncementDecidesByWhatIsThereNow) {
+TEST_F(WakeStateTest, WhoFindsTheStateChangedDecidesByWhatIsThereNow) {
     const uint32_t found = wake_state::word(receiver, wake_state::parked);
     word.storeRelaxed(wake_state::word(receiver, wake_state::notifying + 5));
     ring(found);
@@ -184,7 +184,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
             ASSERT_EQ(::poll(&poll, 1, -1), 1);
         }
         slot.wakeState.exchangeSeqCst(wake_state::word(receiver, wake_state::awake));
-        stack::walk(arena, stack::take(slot.mailbox, slot.takingMailbox, stack::empty),
+        stack::walk(arena, stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::empty),
                     [&](Block&, Ref, uint32_t) { --left; });
     }
     for (std::thread& sender : senders) sender.join();

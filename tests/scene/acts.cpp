@@ -7,7 +7,7 @@
 #include <string>
 
 #include "host/arena/domain.h"
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 
 namespace scene {

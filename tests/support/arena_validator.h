@@ -12,8 +12,8 @@
 #include "host/arena/hunt_table.h"
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
-#include "host/mailbox/announced_stack.h"
 #include "host/mailbox/introduction.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/domain_lock.h"
 
@@ -134,7 +134,7 @@ private:
             visitOnce(ref, {kind, index});
             // Or on its way to an earlier user of the slot, from somebody who was held up.
             const uint32_t owner = block.owner.loadRelaxed();
-            if ((owner & linx::ownerTransit) == 0 || linx::indexOf(owner) != index) {
+            if ((owner & linx::ownerInFlight) == 0 || linx::indexOf(owner) != index) {
                 say() << "block " << ref << " lies in the " << Place{kind, index} << " of another than its owner";
             }
             travelling_.insert(ref);
@@ -149,8 +149,8 @@ private:
             if (life != 0 && (!linx::isSpid(life & ~linx::lifeOpen) || linx::indexOf(life) != i)) {
                 say() << "slot " << i << " is that of " << life;
             }
-            if (slot.takingMailbox.loadRelaxed() != 0) say() << "slot " << i << " is still taking its mailbox";
-            if (slot.takingReturned.loadRelaxed() != 0) say() << "slot " << i << " is still taking its returns";
+            if (slot.mailboxClaim.loadRelaxed() != 0) say() << "slot " << i << " is still taking its mailbox";
+            if (slot.returnedClaim.loadRelaxed() != 0) say() << "slot " << i << " is still taking its returns";
             if (isOpenSlot(i)) {
                 ++open;
                 checkOpenSlot(i);
@@ -197,7 +197,7 @@ private:
                 if (!isLive(home)) sayLost() << "block " << ref << " is free at a home that has ended";
             } else if (travelling_.count(ref) == 0 && !isLive(owner & linx::spidMask)) {
                 sayLost() << "block " << ref << " is owned by " << owner << ", which has ended";
-            } else if ((owner & linx::ownerTransit) != 0 && travelling_.count(ref) == 0) {
+            } else if ((owner & linx::ownerInFlight) != 0 && travelling_.count(ref) == 0) {
                 sayLost() << "block " << ref << " is on its way and nowhere";
             }
         });

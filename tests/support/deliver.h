@@ -1,7 +1,7 @@
 #ifndef LINXIPC_TESTS_SUPPORT_DELIVER_H
 #define LINXIPC_TESTS_SUPPORT_DELIVER_H
 
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/take_all_stack.h"
 
 namespace linxtest {
 

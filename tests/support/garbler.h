@@ -95,7 +95,7 @@ private:
 
     size_t chooseStackWord() {
         constexpr size_t words[] = {offsetof(linx::Slot, mailbox), offsetof(linx::Slot, returned),
-                                    offsetof(linx::Slot, takingMailbox), offsetof(linx::Slot, takingReturned),
+                                    offsetof(linx::Slot, mailboxClaim), offsetof(linx::Slot, returnedClaim),
                                     offsetof(linx::Slot, sending)};
         return words[draw(5)];
     }
@@ -135,7 +135,7 @@ private:
 
     uint32_t chooseValue(size_t place) {
         const uint32_t before = read(place);
-        constexpr uint32_t flags[] = {0, linx::ownerQueued, linx::ownerTransit, ~linx::spidMask};
+        constexpr uint32_t flags[] = {0, linx::ownerQueued, linx::ownerInFlight, ~linx::spidMask};
         switch (draw(10)) {
             case 0:
                 return drawWord();

@@ -1,4 +1,4 @@
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/take_all_stack.h"
 
 #include <gtest/gtest.h>
 
@@ -13,9 +13,9 @@ namespace {
 
 using linxtest::MemoryArena;
 
-class AnnouncedStackTest : public ::testing::Test {
+class TakeAllStackTest : public ::testing::Test {
 protected:
-    AnnouncedStackTest() {
+    TakeAllStackTest() {
         for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
     }
 
@@ -30,59 +30,59 @@ protected:
     MemoryArena memory;
     Arena arena = memory.arena();
     Word head{};
-    Word taking{};
+    Word claim{};
 };
 
-TEST_F(AnnouncedStackTest, WhatIsTakenIsAllThatWasPushedTheLastFirst) {
+TEST_F(TakeAllStackTest, WhatIsTakenIsAllThatWasPushedTheLastFirst) {
     EXPECT_EQ(push(3), stack::empty);
     EXPECT_EQ(push(1), ref(3));
     EXPECT_EQ(push(2), ref(1));
-    const Ref taken = stack::take(head, taking, stack::empty);
+    const Ref taken = stack::takeAll(head, claim, stack::empty);
     EXPECT_EQ(chain(taken), (std::vector<uint32_t>{2, 1, 3}));
     EXPECT_EQ(head.loadRelaxed(), stack::empty);
 }
 
-TEST_F(AnnouncedStackTest, TakingIsAnnounced) {
+TEST_F(TakeAllStackTest, WhatIsTakenIsClaimed) {
     push(3);
     push(1);
-    const Ref taken = stack::take(head, taking, stack::empty);
-    EXPECT_EQ(taking.loadRelaxed(), taken);
+    const Ref taken = stack::takeAll(head, claim, stack::empty);
+    EXPECT_EQ(claim.loadRelaxed(), taken);
 }
 
-TEST_F(AnnouncedStackTest, AnEmptyStackGivesNothingAndAnnouncesNothing) {
-    EXPECT_EQ(stack::take(head, taking, stack::empty), stack::empty);
-    EXPECT_EQ(taking.loadRelaxed(), 0u);
+TEST_F(TakeAllStackTest, AnEmptyStackGivesNothingAndClaimsNothing) {
+    EXPECT_EQ(stack::takeAll(head, claim, stack::empty), stack::empty);
+    EXPECT_EQ(claim.loadRelaxed(), 0u);
 }
 
-TEST_F(AnnouncedStackTest, AClosedStackRefusesAndStaysClosed) {
+TEST_F(TakeAllStackTest, AClosedStackRefusesAndStaysClosed) {
     push(1);
-    EXPECT_EQ(chain(stack::take(head, taking, stack::closed)), (std::vector<uint32_t>{1}));
+    EXPECT_EQ(chain(stack::takeAll(head, claim, stack::closed)), (std::vector<uint32_t>{1}));
     EXPECT_EQ(push(2), stack::closed);
     EXPECT_EQ(head.loadRelaxed(), stack::closed);
-    EXPECT_EQ(stack::take(head, taking, stack::empty), stack::empty);
-    EXPECT_EQ(stack::take(head, taking, stack::closed), stack::empty);
+    EXPECT_EQ(stack::takeAll(head, claim, stack::empty), stack::empty);
+    EXPECT_EQ(stack::takeAll(head, claim, stack::closed), stack::empty);
     EXPECT_EQ(head.loadRelaxed(), stack::closed);
 }
 
-TEST_F(AnnouncedStackTest, AnEmptyStackCanBeClosed) {
-    EXPECT_EQ(stack::take(head, taking, stack::closed), stack::empty);
+TEST_F(TakeAllStackTest, AnEmptyStackCanBeClosed) {
+    EXPECT_EQ(stack::takeAll(head, claim, stack::closed), stack::empty);
     EXPECT_EQ(push(1), stack::closed);
 }
 
-TEST_F(AnnouncedStackTest, AWalkGoesRoundACycleAFewTimesAtMost) {
+TEST_F(TakeAllStackTest, AWalkGoesRoundACycleAFewTimesAtMost) {
     push(1);
     push(2);
     arena.blockAt(ref(1))->next.storeRelaxed(ref(2));
     EXPECT_EQ(chain(head.loadRelaxed()), (std::vector<uint32_t>{2, 1}));
-    EXPECT_TRUE(stack::holds(arena, head, taking, ref(1)));
-    EXPECT_FALSE(stack::holds(arena, head, taking, ref(3)));
+    EXPECT_TRUE(stack::holds(arena, head, claim, ref(1)));
+    EXPECT_FALSE(stack::holds(arena, head, claim, ref(3)));
     push(3);  // leads into the cycle
     const std::vector<uint32_t> visited = chain(head.loadRelaxed());
     EXPECT_LE(visited.size(), 66u);
     EXPECT_EQ(std::vector<uint32_t>(visited.begin(), visited.begin() + 3), (std::vector<uint32_t>{3, 2, 1}));
 }
 
-TEST_F(AnnouncedStackTest, AWalkEndsAtWhatIsNoBlock) {
+TEST_F(TakeAllStackTest, AWalkEndsAtWhatIsNoBlock) {
     push(1);
     push(2);
     for (const Ref garbage : {1u, 5u, arena.refOfUnit(0) - 1, arena.refOfUnit(MemoryArena::units), ~0u}) {
@@ -91,20 +91,20 @@ TEST_F(AnnouncedStackTest, AWalkEndsAtWhatIsNoBlock) {
     }
 }
 
-TEST_F(AnnouncedStackTest, ABlockIsHeldInTheHeadAndWhileItIsTakenAndNotAfterwards) {
+TEST_F(TakeAllStackTest, ABlockIsHeldInTheHeadAndWhileItIsTakenAndNotAfterwards) {
     push(1);
     push(2);
-    EXPECT_TRUE(stack::holds(arena, head, taking, ref(1)));
-    EXPECT_TRUE(stack::holds(arena, head, taking, ref(2)));
-    EXPECT_FALSE(stack::holds(arena, head, taking, ref(3)));
-    stack::take(head, taking, stack::closed);
-    EXPECT_TRUE(stack::holds(arena, head, taking, ref(1)));
-    EXPECT_TRUE(stack::holds(arena, head, taking, ref(2)));
-    taking.storeRelaxed(0);
-    EXPECT_FALSE(stack::holds(arena, head, taking, ref(1)));
+    EXPECT_TRUE(stack::holds(arena, head, claim, ref(1)));
+    EXPECT_TRUE(stack::holds(arena, head, claim, ref(2)));
+    EXPECT_FALSE(stack::holds(arena, head, claim, ref(3)));
+    stack::takeAll(head, claim, stack::closed);
+    EXPECT_TRUE(stack::holds(arena, head, claim, ref(1)));
+    EXPECT_TRUE(stack::holds(arena, head, claim, ref(2)));
+    claim.storeRelaxed(0);
+    EXPECT_FALSE(stack::holds(arena, head, claim, ref(1)));
 }
 
-TEST_F(AnnouncedStackTest, NothingIsLostAndNothingIsDoubledAmongThreads) {
+TEST_F(TakeAllStackTest, NothingIsLostAndNothingIsDoubledAmongThreads) {
     constexpr uint32_t each = 10000;
     std::vector<std::thread> pushers;
     for (uint32_t pusher = 0; pusher < 3; ++pusher) {
@@ -118,7 +118,7 @@ TEST_F(AnnouncedStackTest, NothingIsLostAndNothingIsDoubledAmongThreads) {
     std::vector<uint32_t> arrived;
     while (arrived.size() != 3 * each) {
         const auto before = static_cast<std::ptrdiff_t>(arrived.size());
-        stack::walk(arena, stack::take(head, taking, stack::empty),
+        stack::walk(arena, stack::takeAll(head, claim, stack::empty),
                     [&](Block& block, Ref, uint32_t) { arrived.push_back(block.signal.number); });
         std::reverse(arrived.begin() + before, arrived.end());
     }

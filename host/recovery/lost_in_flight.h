@@ -1,5 +1,5 @@
-#ifndef LINXIPC_HOST_RECOVERY_STRANDED_H
-#define LINXIPC_HOST_RECOVERY_STRANDED_H
+#ifndef LINXIPC_HOST_RECOVERY_LOST_IN_FLIGHT_H
+#define LINXIPC_HOST_RECOVERY_LOST_IN_FLIGHT_H
 
 #include "host/recovery/domain_lock.h"
 #include "host/recovery/slot_set.h"
@@ -9,7 +9,7 @@ namespace linx {
 /// An endpoint that dies between giving a block its next owner and pushing it leaves a block that lies in no stack:
 /// only its slot's `sending` names it. Makes common what the dead have left so. Under the domain lock; their own
 /// stacks are closed.
-void recoverStranded(const DomainLock& lock, const SlotSet& dead);
+void recoverLostInFlight(const DomainLock& lock, const SlotSet& dead);
 
 }  // namespace linx
 

@@ -1,5 +1,5 @@
-#ifndef LINXIPC_HOST_MAILBOX_ANNOUNCED_STACK_H
-#define LINXIPC_HOST_MAILBOX_ANNOUNCED_STACK_H
+#ifndef LINXIPC_HOST_MAILBOX_TAKE_ALL_STACK_H
+#define LINXIPC_HOST_MAILBOX_TAKE_ALL_STACK_H
 
 #include "host/arena/arena.h"
 
@@ -10,7 +10,7 @@ namespace linx {
  * The head is empty, closed, or the block pushed last; blocks are linked through `next`. Pushing and taking
  * everything leave no room for the ABA problem: a head that is found again is the same chain again.
  *
- * Taking is announced: the chain's head stands in a word beside the stack before the stack is emptied, and stays
+ * A taker claims the chain: the chain's head stands in a word beside the stack before the stack is emptied, and stays
  * there until every block of the chain has got its next owner. If the taker dies in between, its reaper finds the
  * chain.
  *
@@ -45,35 +45,34 @@ constexpr bool isRefused(uint32_t before) {
 /// its tag; or, the block being still the caller's, `closed` when the stack takes nothing any more, and `retagged`
 /// when its tag is another than `tag`.
 inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
-    uint32_t found = head.loadRelaxed();  // relaxed: only a guess, the exchange below checks it
+    uint32_t found = head.loadRelaxed();  // relaxed: only a guess, the compare-and-swap below checks it
     uint32_t seen;
     do {
         seen = found ^ tag;
         if (seen == closed) return closed;
         if (seen > refMask) return retagged;
-        // Release: (G), pairs with walk(). The taker would be served by the exchange that follows.
+        // Release: (G), pairs with walk(). The taker would be served by the compare-and-swap that follows.
         block.next.storeRelease(seen);
-        // Release: (F), pairs with take; the taker reads the block's contents after the head, and those of the blocks
-        // below, since all that changes the head is an exchange. Sequentially consistent: the pusher's next look at
-        // the wake state must not come before it, see wake_state.h (A).
-        // Dying before: the block stays the caller's, named by its slot's `sending`. After: it has been sent.
+        // Release: (F), pairs with takeAll; the taker reads the block's contents after the head, and those of the
+        // blocks below, since all that changes the head is a read-modify-write. Sequentially consistent: the pusher's
+        // next look at the wake state must not come before it, see wake_state.h (A). Dying before: the block stays
+        // the caller's, named by its slot's `sending`. After: it has been sent.
     } while (!head.casSeqCst(found, ref | tag));
     return seen;
 }
 
 /// Takes the whole chain, leaving `leave` (empty or closed) behind, and returns its last block, or `empty`. The
-/// caller sets `taking` back to 0 once every block of the chain has its next owner.
-inline Ref take(Word& head, Word& taking, uint32_t leave) {
+/// caller sets `claim` back to 0 once every block of the chain has its next owner.
+inline Ref takeAll(Word& head, Word& claim, uint32_t leave) {
     uint32_t found = head.loadRelaxed();  // relaxed: as in push
     for (Ref seen = refOf(found); seen != closed && (seen != empty || leave == closed); seen = refOf(found)) {
-        // The exchange that follows is a release, so no one finds the stack emptied and this not said (H). Release:
-        // (I), as the 0 that it may hide.
-        // Dying before the exchange leaves the chain announced and in the stack; the reaper goes by the owner words
-        // and counts no block twice.
-        taking.storeRelease(seen);
+        // The compare-and-swap that follows is a release, so no one finds the stack emptied and this not said (H).
+        // Release: (I), as the 0 that it may hide. Dying before it leaves the chain claimed and in the stack; the
+        // reaper goes by the owner words and counts no block twice.
+        claim.storeRelease(seen);
         if (head.casSeqCst(found, leave | tagOf(found))) return seen;  // acquire: (F)
     }
-    taking.storeRelease(0);  // somebody else emptied the stack: what was announced is not this taker's; (I)
+    claim.storeRelease(0);  // somebody else emptied the stack: what was claimed is not this taker's; (I)
     return empty;
 }
 
@@ -121,13 +120,13 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
 /// Whether `wanted` lies in the stack or in the chain being taken from it. REQUIRES that nobody pushes it any more. A
 /// taker may be at work; then the answer may be a wrong no, but the block has changed its owner by then: look at the
 /// owner after the answer.
-inline bool holds(const Arena& arena, const Word& head, const Word& taking, Ref wanted) {
+inline bool holds(const Arena& arena, const Word& head, const Word& claim, Ref wanted) {
     bool found = false;
     const auto compare = [&](Block&, Ref ref, uint32_t) { found = found || ref == wanted; };
-    // The head first: a chain taken after this look was announced before it left the head. Acquires would do, (H) and
+    // The head first: a chain taken after this look was claimed before it left the head. Acquires would do, (H) and
     // then (I); it is cold.
     walk(arena, refOf(head.loadSeqCst()), compare);
-    if (!found) walk(arena, taking.loadSeqCst(), compare);
+    if (!found) walk(arena, claim.loadSeqCst(), compare);
     return found;
 }
 

@@ -1,11 +1,11 @@
-#include "host/recovery/stranded.h"
+#include "host/recovery/lost_in_flight.h"
 
 #include <algorithm>
 #include <array>
 #include <tuple>
 
 #include "host/arena/common_stacks.h"
-#include "host/mailbox/announced_stack.h"
+#include "host/mailbox/take_all_stack.h"
 
 namespace linx {
 namespace {
@@ -35,7 +35,7 @@ bool isSending(const Arena& arena, Spid dead, Sending& found) {
     found.owner = found.block->owner.loadAcquire();
     found.sender = dead;
     found.pushed = false;
-    return (found.owner & ownerTransit) != 0 && found.block->sender.loadRelaxed() == dead &&
+    return (found.owner & ownerInFlight) != 0 && found.block->sender.loadRelaxed() == dead &&
            wasUsed(arena, found.owner & spidMask);
 }
 
@@ -64,9 +64,9 @@ private:
     static constexpr uint64_t stepsPerBlock = 16;
 
     void lookInto(const Slot& slot, Sending* first, Sending* last) {
-        // The heads before what is being taken: a chain taken after the look at a head was announced before it left
+        // The heads before what is being taken: a chain taken after the look at a head was claimed before it left
         // the head (H).
-        for (const Word* head : {&slot.mailbox, &slot.takingMailbox, &slot.returned, &slot.takingReturned}) {
+        for (const Word* head : {&slot.mailbox, &slot.mailboxClaim, &slot.returned, &slot.returnedClaim}) {
             stack::walkWhile(arena_, stack::refOf(head->loadSeqCst()), [&](Block&, Ref ref, uint32_t) {
                 const auto found = std::lower_bound(first, last, ref,
                                                     [](const Sending& one, Ref wanted) { return one.ref < wanted; });
@@ -83,7 +83,7 @@ private:
 
 }  // namespace
 
-void recoverStranded(const DomainLock& lock, const SlotSet& dead) {
+void recoverLostInFlight(const DomainLock& lock, const SlotSet& dead) {
     const Arena& arena = lock.arena();
     Search search(arena);
     std::array<Sending, 128> some;
