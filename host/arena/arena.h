@@ -13,19 +13,19 @@ class Arena {
 public:
     /// `base` is the mapping of `file`, whose header has been checked; `unitCount` and the mapping's length agree.
     /// Without a file (-1) all of the mapping has memory.
-    Arena(void* base, uint32_t unitCount, int file = -1)
+    Arena(void* base, uint32_t pageCount, int file = -1)
         : base_(static_cast<char*>(base)),
-          unitCount_(unitCount),
-          firstPoolPage_(firstPoolPage(unitCount)),
-          slots_(base_, file, slotsOffset / unitBytes, sizeof(Slot), slotCount),
-          hunts_(base_, file, huntsOffset / unitBytes, sizeof(Hunt), huntCount),
-          units_(base_, file, firstPoolPage_, unitBytes, unitCount) {}
+          pageCount_(pageCount),
+          firstPoolPage_(firstPoolPage(pageCount)),
+          slots_(base_, file, slotsOffset / pageBytes, sizeof(Slot), slotCount),
+          hunts_(base_, file, huntsOffset / pageBytes, sizeof(Hunt), huntCount),
+          pages_(base_, file, firstPoolPage_, pageBytes, pageCount) {}
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
 
     Header& header() const { return *at<Header>(0); }
     Word& bucket(uint32_t hash) const { return at<Word>(bucketsOffset)[hash & (slotCount - 1)]; }
-    Word& unit(uint32_t index) const { return at<Word>(unitTableOffset)[index]; }
+    Word& pageEntry(uint32_t index) const { return at<Word>(pageMapOffset)[index]; }
 
     /// REQUIRES a slot or a hunt that has memory: one's own, one of those in use, or one that was asked for below.
     Slot& slot(uint32_t index) const { return at<Slot>(slotsOffset)[index & (slotCount - 1)]; }
@@ -38,7 +38,7 @@ public:
     /// is full.
     bool provideSlot(uint32_t index) const { return slots_.provide(index); }
     bool provideHunt(uint32_t index) const { return hunts_.provide(index); }
-    bool provideUnit(uint32_t index) const { return units_.provide(index); }
+    bool providePage(uint32_t index) const { return pages_.provide(index); }
 
     /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a
     /// hunt's own hunter say the rest.
@@ -52,23 +52,23 @@ public:
         return hunts_.clip(used < huntCount ? used : huntCount);
     }
 
-    /// Units below have been leased at least once: all runs lie there. Under the domain lock, which orders it.
-    uint32_t usedUnits() const {
-        const uint32_t used = header().unitsUsed.loadRelaxed();
-        return units_.clip(used < unitCount_ ? used : unitCount_);
+    /// Pages below have been leased at least once: all runs lie there. Under the domain lock, which orders it.
+    uint32_t usedPages() const {
+        const uint32_t used = header().pagesUsed.loadRelaxed();
+        return pages_.clip(used < pageCount_ ? used : pageCount_);
     }
 
-    uint32_t unitCount() const { return unitCount_; }
-    uint32_t fileUnits() const { return firstPoolPage_ + unitCount_; }
-    uint32_t pageOfUnit(uint32_t unit) const { return firstPoolPage_ + unit; }
+    uint32_t pageCount() const { return pageCount_; }
+    uint32_t filePages() const { return firstPoolPage_ + pageCount_; }
+    uint32_t filePageOf(uint32_t page) const { return firstPoolPage_ + page; }
 
     /// An upper bound of the number of blocks: no chain of the arena is longer.
-    uint32_t maxBlocks() const { return unitCount_ * linesPerUnit; }
+    uint32_t maxBlocks() const { return pageCount_ * linesPerPage; }
 
     Ref refOf(const Block* block) const {
         return static_cast<Ref>(static_cast<size_t>(reinterpret_cast<const char*>(block) - base_) / lineBytes);
     }
-    Ref refOfUnit(uint32_t unit) const { return pageOfUnit(unit) * linesPerUnit; }
+    Ref refOfPage(uint32_t page) const { return filePageOf(page) * linesPerPage; }
 
     /// The block at `ref`, whose size class goes to `sizeClass`; null when no leased block starts there.
     Block* blockAt(Ref ref, uint32_t& sizeClass) const;
@@ -95,18 +95,18 @@ private:
         return reinterpret_cast<T*>(base_ + offset);
     }
 
-    /// Whether the unit may be touched, as one that has been leased.
-    bool isLeasable(uint32_t unitIndex) const { return units_.isKnown(unitIndex) || learnUnit(unitIndex); }
-    [[gnu::cold, gnu::noinline]] bool learnUnit(uint32_t unitIndex) const {
-        return unitIndex < header().unitsUsed.loadRelaxed() && units_.has(unitIndex);
+    /// Whether the page may be touched, as one that has been leased.
+    bool isLeasable(uint32_t pageIndex) const { return pages_.isKnown(pageIndex) || learnPage(pageIndex); }
+    [[gnu::cold, gnu::noinline]] bool learnPage(uint32_t pageIndex) const {
+        return pageIndex < header().pagesUsed.loadRelaxed() && pages_.has(pageIndex);
     }
 
     char* const base_;
-    const uint32_t unitCount_;
+    const uint32_t pageCount_;
     const uint32_t firstPoolPage_;
     const KnownMemory slots_;
     const KnownMemory hunts_;
-    const KnownMemory units_;
+    const KnownMemory pages_;
 };
 
 /// Finds blocks as `Arena::blockAt` does, more cheaply where one lies beside the one before: most blocks of a chain
@@ -124,21 +124,21 @@ public:
 
     /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
     bool knows(Ref ref, uint32_t sizeClass) const {
-        return ref / linesPerUnit == page_ && sizeClass == sizeClass_ && (starts_ >> ref % linesPerUnit & 1) != 0;
+        return ref / linesPerPage == page_ && sizeClass == sizeClass_ && (starts_ >> ref % linesPerPage & 1) != 0;
     }
 
     Block* at(Ref ref, uint32_t& sizeClass) {
-        if (ref / linesPerUnit != page_) return findFar(ref, sizeClass);
+        if (ref / linesPerPage != page_) return findFar(ref, sizeClass);
         sizeClass = sizeClass_;
-        return (starts_ >> ref % linesPerUnit & 1) != 0 ? arena_.rawBlock(ref) : nullptr;
+        return (starts_ >> ref % linesPerPage & 1) != 0 ? arena_.rawBlock(ref) : nullptr;
     }
 
 private:
     [[gnu::noinline]] Block* findFar(Ref ref, uint32_t& sizeClass) {
-        if (ref < linesPerUnit) return nullptr;  // in the header: the end of most chains
+        if (ref < linesPerPage) return nullptr;  // in the header: the end of most chains
         Block* block = arena_.blockAt(ref, sizeClass);
-        if (block == nullptr || sizeClasses[sizeClass].units != 1) return block;
-        page_ = ref / linesPerUnit;
+        if (block == nullptr || sizeClasses[sizeClass].pages != 1) return block;
+        page_ = ref / linesPerPage;
         sizeClass_ = sizeClass;
         starts_ = sizeClasses[sizeClass].starts;
         return block;
@@ -151,17 +151,17 @@ private:
 };
 
 inline Block* Arena::blockAt(Ref ref, uint32_t& sizeClass) const {
-    const uint32_t unitIndex = ref / linesPerUnit - firstPoolPage_;
-    if (!isLeasable(unitIndex)) return nullptr;
-    // Acquire: (O), pairs with cutRun in lease.cpp, so that a run that is seen leased is seen initialised.
-    const uint32_t entry = unit(unitIndex).loadAcquire();
+    const uint32_t pageIndex = ref / linesPerPage - firstPoolPage_;
+    if (!isLeasable(pageIndex)) return nullptr;
+    // Acquire: (O), pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
+    const uint32_t entry = pageEntry(pageIndex).loadAcquire();
     sizeClass = entryClass(entry);
-    if (sizeClass >= sizeClassCount || entryBack(entry) > unitIndex) return nullptr;
+    if (sizeClass >= sizeClassCount || entryBack(entry) > pageIndex) return nullptr;
     const SizeClass& c = sizeClasses[sizeClass];
-    if (!isLeasable(unitIndex - entryBack(entry) + c.units - 1)) return nullptr;
+    if (!isLeasable(pageIndex - entryBack(entry) + c.pages - 1)) return nullptr;
     const bool starts = entryBack(entry) == 0
-                            ? (c.starts >> ref % linesPerUnit & 1) != 0
-                            : startsBlock(sizeClass, entryBack(entry) * linesPerUnit + ref % linesPerUnit);
+                            ? (c.starts >> ref % linesPerPage & 1) != 0
+                            : startsBlock(sizeClass, entryBack(entry) * linesPerPage + ref % linesPerPage);
     return starts ? at<Block>(size_t{ref} * lineBytes) : nullptr;
 }
 
@@ -169,7 +169,7 @@ inline Block* Arena::blockOfSignal(const LinxSignal* signal, Ref& ref, uint32_t&
     // As numbers: the address may have nothing to do with the mapping.
     const uintptr_t offset =
         reinterpret_cast<uintptr_t>(signal) - reinterpret_cast<uintptr_t>(base_) - offsetof(Block, signal);
-    if (offset >= size_t{fileUnits()} * unitBytes || offset % lineBytes != 0) return nullptr;
+    if (offset >= size_t{filePages()} * pageBytes || offset % lineBytes != 0) return nullptr;
     ref = static_cast<Ref>(offset / lineBytes);
     return blockAt(ref, sizeClass);
 }

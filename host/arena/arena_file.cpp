@@ -19,59 +19,59 @@
 namespace linx {
 namespace {
 
-constexpr uint32_t unitsPerMegabyte = (1u << 20) / unitBytes;
+constexpr uint32_t pagesPerMegabyte = (1u << 20) / pageBytes;
 constexpr uint32_t defaultMegabytes = 256;
 constexpr uint32_t minMegabytes = 4;      // holds a signal of the largest size in any domain
-constexpr uint32_t maxMegabytes = 16384;  // the unit table's entries and the references still count it
+constexpr uint32_t maxMegabytes = 16384;  // the page map's entries and the references still count it
 constexpr uint32_t maxMadeMegabytes = sizeof(void*) < 8 ? 1024 : maxMegabytes;  // its maker has to map it
 
-uint32_t chosenUnits() {
+uint32_t chosenPages() {
     const uint32_t megabytes = numberFromEnvironment("LINX_ARENA_MB", minMegabytes, maxMegabytes, defaultMegabytes);
-    return std::min(megabytes, maxMadeMegabytes) * unitsPerMegabyte;
+    return std::min(megabytes, maxMadeMegabytes) * pagesPerMegabyte;
 }
 
 /// Whether the kernel brings in whatever is mapped, as after mlockall(MCL_FUTURE): told by a page that nobody has
 /// touched.
 bool isMemoryLocked() {
-    const auto pageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    void* page = mmap(nullptr, pageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    const auto kernelPageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* page = mmap(nullptr, kernelPageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) return true;  // where even that is too much, sparing is right
     unsigned char isIn = 0;
-    const bool locked = mincore(page, pageBytes, &isIn) == 0 && (isIn & 1) != 0;
-    munmap(page, pageBytes);
+    const bool locked = mincore(page, kernelPageBytes, &isIn) == 0 && (isIn & 1) != 0;
+    munmap(page, kernelPageBytes);
     return locked;
 }
 
-constexpr uint64_t largestUnits = uint64_t{maxMegabytes} * unitsPerMegabyte;
-static_assert((firstPoolPage(largestUnits) + largestUnits) * linesPerUnit <= uint64_t{1} << refBits,
+constexpr uint64_t largestPages = uint64_t{maxMegabytes} * pagesPerMegabyte;
+static_assert((firstPoolPage(largestPages) + largestPages) * linesPerPage <= uint64_t{1} << refBits,
               "every line of the largest arena has a reference");
 
-off_t fileBytes(uint32_t unitCount) {
-    return (static_cast<off_t>(firstPoolPage(unitCount)) + static_cast<off_t>(unitCount)) * unitBytes;
+off_t fileBytes(uint32_t pageCount) {
+    return (static_cast<off_t>(firstPoolPage(pageCount)) + static_cast<off_t>(pageCount)) * pageBytes;
 }
 
 // Relaxed: a copy of one's own, written and read by system calls; the file's name is what publishes it.
-void writeIdentity(Header& header, uint32_t unitCount) {
+void writeIdentity(Header& header, uint32_t pageCount) {
     header.version.storeRelaxed(arenaVersion);
     header.headerBytes.storeRelaxed(sizeof(Header));
     header.slotBytes.storeRelaxed(sizeof(Slot));
     header.slots.storeRelaxed(slotCount);
     header.huntBytes.storeRelaxed(sizeof(Hunt));
     header.hunts.storeRelaxed(huntCount);
-    header.unitCount.storeRelaxed(unitCount);
-    header.fileUnits.storeRelaxed(firstPoolPage(unitCount) + unitCount);
+    header.pageCount.storeRelaxed(pageCount);
+    header.filePages.storeRelaxed(firstPoolPage(pageCount) + pageCount);
     header.sizeClasses.storeRelaxed(sizeClassCount);
     header.magic.storeRelaxed(arenaMagic);
 }
 
 bool hasIdentity(const Header& header) {
-    const uint32_t unitCount = header.unitCount.loadRelaxed();
+    const uint32_t pageCount = header.pageCount.loadRelaxed();
     return header.magic.loadRelaxed() == arenaMagic && header.version.loadRelaxed() == arenaVersion &&
            header.headerBytes.loadRelaxed() == sizeof(Header) && header.slotBytes.loadRelaxed() == sizeof(Slot) &&
            header.slots.loadRelaxed() == slotCount && header.huntBytes.loadRelaxed() == sizeof(Hunt) &&
            header.hunts.loadRelaxed() == huntCount && header.sizeClasses.loadRelaxed() == sizeClassCount &&
-           unitCount >= minMegabytes * unitsPerMegabyte && unitCount <= maxMegabytes * unitsPerMegabyte &&
-           header.fileUnits.loadRelaxed() == firstPoolPage(unitCount) + unitCount;
+           pageCount >= minMegabytes * pagesPerMegabyte && pageCount <= maxMegabytes * pagesPerMegabyte &&
+           header.filePages.loadRelaxed() == firstPoolPage(pageCount) + pageCount;
 }
 
 /// Whether a call has failed that makes a file larger, or gives memory to it. What cannot be had, for want of room or
@@ -85,16 +85,16 @@ bool fails(Call call) {
     return failure != 0;
 }
 
-/// Header, buckets and unit table get their memory at once; slots, hunts and units when they are first used.
-bool fill(int file, uint32_t unitCount, unsigned mode) {
+/// Header, buckets and page map get their memory at once; slots, hunts and pages when they are first used.
+bool fill(int file, uint32_t pageCount, unsigned mode) {
     if (fchmod(file, mode) == -1) return false;
-    const off_t bytes = fileBytes(unitCount);
+    const off_t bytes = fileBytes(pageCount);
     if (fails([&] { return uninterrupted([&] { return ftruncate(file, bytes); }) == 0 ? 0 : errno; })) return false;
-    const uint32_t tablePage = unitTableOffset / unitBytes;
-    if (!reservePages(file, 0, slotsOffset / unitBytes)) return false;
-    if (!reservePages(file, tablePage, firstPoolPage(unitCount) - tablePage)) return false;
+    const uint32_t tablePage = pageMapOffset / pageBytes;
+    if (!reservePages(file, 0, slotsOffset / pageBytes)) return false;
+    if (!reservePages(file, tablePage, firstPoolPage(pageCount) - tablePage)) return false;
     Header header{};
-    writeIdentity(header, unitCount);
+    writeIdentity(header, pageCount);
     return !fails([&] {
         const ssize_t written = uninterrupted([&] { return pwrite(file, &header, sizeof header, 0); });
         if (written == -1) return errno;
@@ -113,7 +113,7 @@ int openOrMakeArenaFile(int directory, unsigned mode, bool& made) {
     struct stat status;
     if (fstatat(directory, arenaFileName, &status, AT_SYMLINK_NOFOLLOW) == -1) {
         if (errno != ENOENT) return -1;
-        const auto fillArena = [mode](int file) { return fill(file, chosenUnits(), mode); };
+        const auto fillArena = [mode](int file) { return fill(file, chosenPages(), mode); };
         if (!makeWhole(directory, arenaFileName, fillArena)) return -1;
         made = true;
     } else if (!S_ISREG(status.st_mode)) {  // opening it might already do something to it
@@ -131,8 +131,8 @@ uint32_t checkArenaFile(int file) {
         S_ISREG(status.st_mode) ? uninterrupted([&] { return pread(file, &header, sizeof header, 0); }) : 0;
     if (got == -1) return 0;
     const bool fits = got == static_cast<ssize_t>(sizeof header) && hasIdentity(header) &&
-                      status.st_size == fileBytes(header.unitCount.loadRelaxed());
-    if (fits) return header.unitCount.loadRelaxed();
+                      status.st_size == fileBytes(header.pageCount.loadRelaxed());
+    if (fits) return header.pageCount.loadRelaxed();
     errno = EPROTO;
     return 0;
 }
@@ -141,8 +141,8 @@ void Unmap::operator()(void* base) const {
     munmap(base, bytes);
 }
 
-ArenaMapping mapArenaFile(int file, uint32_t unitCount) {
-    const auto wanted = static_cast<uint64_t>(fileBytes(unitCount));
+ArenaMapping mapArenaFile(int file, uint32_t pageCount) {
+    const auto wanted = static_cast<uint64_t>(fileBytes(pageCount));
     if (wanted > std::numeric_limits<size_t>::max()) {  // made by a process with more address space
         errno = ENOMEM;
         return nullptr;
@@ -170,9 +170,9 @@ bool reservePages(int file, uint32_t first, uint32_t count) {
     uint32_t piece = smallPiece;
     while (count != 0) {
         const uint32_t pages = std::min(count, piece);
-        const off_t start = static_cast<off_t>(first) * unitBytes;
+        const off_t start = static_cast<off_t>(first) * pageBytes;
         const bool failed =
-            fails([&] { return posix_fallocate(file, start, static_cast<off_t>(pages) * unitBytes); });
+            fails([&] { return posix_fallocate(file, start, static_cast<off_t>(pages) * pageBytes); });
         if (failed && errno != EINTR) return false;
         piece = failed ? smallPiece : std::min(2 * piece, largestPiece);
         if (failed) continue;

@@ -16,7 +16,7 @@ int openArenaFile(int directory);
 /// instant agree on one. `made` tells whether it was not there before. -1 with errno.
 int openOrMakeArenaFile(int directory, unsigned mode, bool& made);
 
-/// The number of units that the file's header promises; 0 with errno: EPROTO when the file is no arena of this make,
+/// The number of pages that the file's header promises; 0 with errno: EPROTO when the file is no arena of this make,
 /// or is not as long as its header says, otherwise why it cannot be read.
 uint32_t checkArenaFile(int file);
 
@@ -28,7 +28,7 @@ using ArenaMapping = std::unique_ptr<void, Unmap>;
 
 /// Maps the file whole; null with errno. Where all memory to come is to be locked (mlockall), what is mapped is
 /// locked page by page as it is touched, and not brought in as a whole.
-ArenaMapping mapArenaFile(int file, uint32_t unitCount);
+ArenaMapping mapArenaFile(int file, uint32_t pageCount);
 
 /// Gives memory to pages `first` to `first + count - 1` of the file, so that a full file system is an error here and
 /// no fault at the first access. False with errno, ENOMEM when there is no room.

@@ -125,28 +125,28 @@ std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
     const std::lock_guard<std::mutex> lock(all.mutex);
     std::shared_ptr<Domain> domain = findJoined(all, place.status, {place.directory.get(), place.file.get()});
     if (domain != nullptr) return domain;
-    const uint32_t unitCount = checkArenaFile(place.file.get());
-    if (unitCount == 0) return nullptr;
+    const uint32_t pageCount = checkArenaFile(place.file.get());
+    if (pageCount == 0) return nullptr;
     all.domains.reserve(all.domains.size() + 1);
-    ArenaMapping mapping = mapArenaFile(place.file.get(), unitCount);
+    ArenaMapping mapping = mapArenaFile(place.file.get(), pageCount);
     if (mapping == nullptr) return nullptr;
     // What the lock belongs to must not be mapped. One after the other, so that no further descriptor is wanted.
     place.file.reset();
     place.file.reset(FileLock::open(FileLock::Identity(place.status), place.directory.get(), arenaFileName));
     if (place.file.get() == -1) return nullptr;
-    domain.reset(new Domain(place, std::move(mapping), unitCount));
+    domain.reset(new Domain(place, std::move(mapping), pageCount));
     all.domains.push_back(domain);
     isNew = true;
     return domain;
 }
 
-Domain::Domain(Place& place, ArenaMapping mapping, uint32_t unitCount)
+Domain::Domain(Place& place, ArenaMapping mapping, uint32_t pageCount)
     : directory_(place.directory.release()),
       fileMode_(place.fileMode),
       lock_(place.file, FileLock::Identity(place.status),
             {directory_.get(), FileLock::Identity(place.directoryStatus)}, arenaFileName),
       mapping_(std::move(mapping)),
-      arena_(mapping_.get(), unitCount, lock_.file()) {}
+      arena_(mapping_.get(), pageCount, lock_.file()) {}
 
 Domain::~Domain() {
     if (lock_.isLost()) directory_.release();  // it is another's to close

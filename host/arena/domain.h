@@ -37,7 +37,7 @@ private:
     static bool find(const std::string& path, Place& place);
     static std::shared_ptr<Domain> map(Place& place, bool& isNew);
 
-    Domain(Place& place, ArenaMapping mapping, uint32_t unitCount);
+    Domain(Place& place, ArenaMapping mapping, uint32_t pageCount);
 
     ScopedDescriptor directory_;
     unsigned fileMode_;

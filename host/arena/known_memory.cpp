@@ -23,7 +23,7 @@ bool mayBeTouched(const char* page) {
 
 /// Pages that hold the first `entries` entries.
 uint32_t KnownMemory::pagesFor(uint32_t entries) const {
-    return static_cast<uint32_t>((uint64_t{entries} * entryBytes_ + unitBytes - 1) / unitBytes);
+    return static_cast<uint32_t>((uint64_t{entries} * entryBytes_ + pageBytes - 1) / pageBytes);
 }
 
 bool KnownMemory::reserve(uint32_t index) const {
@@ -45,7 +45,7 @@ bool KnownMemory::learn(uint32_t index) const {
         // One by one, up to the first that is missing: all that was ever put to use lies before.
         const uint32_t end = pagesFor(index + 1);
         uint32_t page = pagesFor(known_.load(std::memory_order_relaxed));
-        while (page < end && mayBeTouched(start_ + size_t{page} * unitBytes)) ++page;
+        while (page < end && mayBeTouched(start_ + size_t{page} * pageBytes)) ++page;
         know(page);
         if (!isKnown(index)) return false;
     }
@@ -55,7 +55,7 @@ bool KnownMemory::learn(uint32_t index) const {
 
 /// The first pages have memory. Whole pages, so that entries beside each other are learnt at once.
 void KnownMemory::know(uint32_t pages) const {
-    const auto last = static_cast<uint32_t>(std::min<uint64_t>(uint64_t{pages} * unitBytes / entryBytes_, entries_));
+    const auto last = static_cast<uint32_t>(std::min<uint64_t>(uint64_t{pages} * pageBytes / entryBytes_, entries_));
     uint32_t known = known_.load(std::memory_order_relaxed);
     while (known < last && !known_.compare_exchange_weak(known, last, std::memory_order_relaxed)) {
     }

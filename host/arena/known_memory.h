@@ -18,7 +18,7 @@ public:
     /// A table of `entries` entries that begins at `firstPage` of the file, which is mapped at `base`; all of it is
     /// known without a file (-1).
     KnownMemory(const char* base, int file, uint32_t firstPage, uint32_t entryBytes, uint32_t entries)
-        : start_(base + size_t{firstPage} * unitBytes),
+        : start_(base + size_t{firstPage} * pageBytes),
           file_(file),
           firstPage_(firstPage),
           entryBytes_(entryBytes),

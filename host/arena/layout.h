@@ -19,8 +19,8 @@ namespace linx {
  *   4 KiB     name buckets    slotCount words: first slot of each hash chain
  *   36 KiB    slots           slotCount slots of 512 bytes; memory is reserved page by page as they are first used
  *   ~4 MiB    hunts           pending hunts; reserved in the same way
- *   ...       unit table      one word a unit: which run it belongs to, of which size class
- *   ...       units           the signal pool, 4 KiB each; reserved as they are leased
+ *   ...       page map      one word a page: which run it belongs to, of which size class
+ *   ...       pages           the signal pool, 4 KiB each; reserved as they are leased
  */
 
 using Ref = uint32_t;  ///< a block, by the number of its first line; the first lines are the header, so 0 is none
@@ -48,8 +48,8 @@ struct Header {
     Word slots;
     Word huntBytes;
     Word hunts;
-    Word unitCount;
-    Word fileUnits;
+    Word pageCount;
+    Word filePages;
     Word sizeClasses;
     Word reserved[6];
 
@@ -61,7 +61,7 @@ struct Header {
     Word newestEnded;    ///< its last
     Word endings;        ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
     Word huntsUsed;      ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word unitsUsed;      ///< units below have been leased at least once
+    Word pagesUsed;      ///< pages below have been leased at least once
     Word longestGap;     ///< of these no more adjoin that are free again; perhaps fewer
     Word gapHint;        ///< where the search for such goes on
     Word commonLines;    ///< in the stacks below
@@ -76,7 +76,7 @@ struct Header {
 static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
                   offsetof(Header, common) == 140 && std::is_standard_layout<Header>::value,
               "the header's layout is shared by every process of the domain");
-static_assert(sizeof(Header) <= unitBytes, "the header fits its page");
+static_assert(sizeof(Header) <= pageBytes, "the header fits its page");
 
 /// A 64-bit count of which only one process writes and anybody may read; a reader may catch the halves apart.
 /// Relaxed: it says nothing of anything else. Nor do `deepestQueue`, `sleeps` and `rings` of a slot.
@@ -196,21 +196,21 @@ inline Block* blockOf(LinxSignal* signal) {
 }
 
 // Where things lie in the file.
-constexpr uint32_t bucketsOffset = unitBytes;
+constexpr uint32_t bucketsOffset = pageBytes;
 constexpr uint32_t slotsOffset = bucketsOffset + slotCount * 4;
 constexpr uint32_t huntsOffset = slotsOffset + slotCount * static_cast<uint32_t>(sizeof(Slot));
-constexpr uint32_t unitTableOffset = huntsOffset + huntCount * static_cast<uint32_t>(sizeof(Hunt));
-static_assert(huntsOffset % unitBytes == 0 && unitTableOffset % unitBytes == 0, "tables start on a page");
-static_assert(slotsOffset == 0x9000 && huntsOffset == 0x409000 && unitTableOffset == 0x519000,
+constexpr uint32_t pageMapOffset = huntsOffset + huntCount * static_cast<uint32_t>(sizeof(Hunt));
+static_assert(huntsOffset % pageBytes == 0 && pageMapOffset % pageBytes == 0, "tables start on a page");
+static_assert(slotsOffset == 0x9000 && huntsOffset == 0x409000 && pageMapOffset == 0x519000,
               "the tables lie in the same place for every process of the domain");
 
-/// The first unit of the pool, by the number of its page in the file.
-constexpr uint32_t firstPoolPage(uint32_t unitCount) {
-    return unitTableOffset / unitBytes + (unitCount * 4 + unitBytes - 1) / unitBytes;
+/// The first page of the pool, by the number of its page in the file.
+constexpr uint32_t firstPoolPage(uint32_t pageCount) {
+    return pageMapOffset / pageBytes + (pageCount * 4 + pageBytes - 1) / pageBytes;
 }
 
-// A word of the unit table: 0 free, else size class + 1 in the upper byte, units back to the start of the run below.
-constexpr uint32_t unitEntry(uint32_t sizeClass, uint32_t back) {
+// A word of the page map: 0 free, else size class + 1 in the upper byte, pages back to the start of the run below.
+constexpr uint32_t makePageEntry(uint32_t sizeClass, uint32_t back) {
     return ((sizeClass + 1) << 24) | back;
 }
 constexpr uint32_t entryBack(uint32_t entry) {

@@ -7,16 +7,16 @@
 namespace linx {
 
 constexpr uint32_t lineBytes = 64;    ///< blocks start on a cache line; references count lines
-constexpr uint32_t unitBytes = 4096;  ///< the arena is leased in units
-constexpr uint32_t linesPerUnit = unitBytes / lineBytes;
+constexpr uint32_t pageBytes = 4096;  ///< the arena is leased in pages
+constexpr uint32_t linesPerPage = pageBytes / lineBytes;
 
-/// A size class: blocks of `lines` cache lines, leased in runs of `units` units that hold `blocks` of them.
+/// A size class: blocks of `lines` cache lines, leased in runs of `pages` pages that hold `blocks` of them.
 struct alignas(32) SizeClass {
     uint32_t lines;
-    uint32_t units;
+    uint32_t pages;
     uint32_t blocks;
     uint32_t reciprocal;  ///< ceil(2^32 / lines): divides an offset within a run by a multiplication
-    uint64_t starts;      ///< bit i: a block starts at line i of a run's first unit
+    uint64_t starts;      ///< bit i: a block starts at line i of a run's first page
 };
 
 /*
@@ -37,14 +37,14 @@ constexpr uint32_t linesOfClass(uint32_t sizeClass) {
 
 constexpr SizeClass makeSizeClass(uint32_t sizeClass) {
     const uint32_t lines = linesOfClass(sizeClass);
-    uint32_t units = (lines + linesPerUnit - 1) / linesPerUnit;
+    uint32_t pages = (lines + linesPerPage - 1) / linesPerPage;
     // The shortest run that wastes at most an eighth at its end.
-    while (units * linesPerUnit % lines > units * linesPerUnit / 8) ++units;
+    while (pages * linesPerPage % lines > pages * linesPerPage / 8) ++pages;
     const auto reciprocal = static_cast<uint32_t>(((uint64_t{1} << 32) + lines - 1) / lines);
-    const uint32_t blocks = units * linesPerUnit / lines;
+    const uint32_t blocks = pages * linesPerPage / lines;
     uint64_t starts = 0;
-    for (uint32_t i = 0; i < blocks && i * lines < linesPerUnit; ++i) starts |= uint64_t{1} << (i * lines);
-    return {lines, units, blocks, lines == 1 ? 0 : reciprocal, starts};
+    for (uint32_t i = 0; i < blocks && i * lines < linesPerPage; ++i) starts |= uint64_t{1} << (i * lines);
+    return {lines, pages, blocks, lines == 1 ? 0 : reciprocal, starts};
 }
 
 constexpr std::array<SizeClass, sizeClassCount> makeSizeClasses() {

@@ -13,18 +13,18 @@ namespace {
 
 constexpr uint32_t none = ~0u;
 
-/// Looks for gaps, where units were leased once and are free again.
+/// Looks for gaps, where pages were leased once and are free again.
 class GapSearch {
 public:
     GapSearch(const Arena& arena, uint32_t wanted) : arena_(arena), wanted_(wanted) {}
 
-    /// Whether so many adjoin between the units; then `end()` is behind them.
+    /// Whether so many adjoin between the pages; then `end()` is behind them.
     bool lookInto(uint32_t first, uint32_t last) {
         uint32_t length = 0;
-        for (uint32_t unit = first; unit < last; ++unit) {
-            length = arena_.unit(unit).loadRelaxed() == 0 ? length + 1 : 0;
+        for (uint32_t page = first; page < last; ++page) {
+            length = arena_.pageEntry(page).loadRelaxed() == 0 ? length + 1 : 0;
             longest_ = std::max(longest_, length);
-            end_ = unit + 1;
+            end_ = page + 1;
             if (length == wanted_) return true;
         }
         return false;
@@ -40,13 +40,13 @@ private:
     uint32_t longest_ = 0;
 };
 
-/// The first of `count` adjoining units that were leased once and are free again. The search goes on where the last
+/// The first of `count` adjoining pages that were leased once and are free again. The search goes on where the last
 /// one has ended, and is not made where it was in vain before: or the whole arena would be looked through for each
 /// run that is cut of it, and for each that is not.
 uint32_t findGap(const Arena& arena, uint32_t count) {
     Header& header = arena.header();
     if (count > header.longestGap.loadRelaxed()) return none;
-    const uint32_t used = arena.usedUnits();
+    const uint32_t used = arena.usedPages();
     const uint32_t hint = std::min(header.gapHint.loadRelaxed(), used);
     GapSearch search(arena, count);
     if (!search.lookInto(hint, used) && !search.lookInto(0, std::min(used, hint + count - 1))) {
@@ -57,11 +57,11 @@ uint32_t findGap(const Arena& arena, uint32_t count) {
     return search.end() - count;
 }
 
-/// The first of `count` free units with memory; `none` when there are none.
-uint32_t takeUnits(const Arena& arena, uint32_t count) {
-    const uint32_t used = arena.usedUnits();
-    if (arena.unitCount() - used >= count && arena.provideUnit(used + count - 1)) {
-        arena.header().unitsUsed.storeRelaxed(used + count);
+/// The first of `count` free pages with memory; `none` when there are none.
+uint32_t takePages(const Arena& arena, uint32_t count) {
+    const uint32_t used = arena.usedPages();
+    if (arena.pageCount() - used >= count && arena.providePage(used + count - 1)) {
+        arena.header().pagesUsed.storeRelaxed(used + count);
         return used;
     }
     return findGap(arena, count);  // what was leased before has its memory also where the file system is full
@@ -77,9 +77,9 @@ void prepend(Chain& chain, Block& block, Ref ref) {
     ++chain.blocks;
 }
 
-void cutRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClass, Spid home, Chain& chain) {
+void carveRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClass, Spid home, Chain& chain) {
     const SizeClass& c = sizeClasses[sizeClass];
-    const Ref start = arena.refOfUnit(firstUnit);
+    const Ref start = arena.refOfPage(firstPage);
     // Free blocks of `home` before they are blocks at all: should the process die from here on, its reaper finds
     // them.
     for (uint32_t i = c.blocks; i-- > 0;) {
@@ -91,22 +91,23 @@ void cutRun(const Arena& arena, uint32_t firstUnit, uint32_t sizeClass, Spid hom
         block.owner.storeRelease(ownerFree);
     }
     // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.
-    for (uint32_t back = c.units; back-- > 0;) arena.unit(firstUnit + back).storeRelease(unitEntry(sizeClass, back));
+    for (uint32_t back = c.pages; back-- > 0;)
+        arena.pageEntry(firstPage + back).storeRelease(makePageEntry(sizeClass, back));
 }
 
-void giveUpRun(const Arena& arena, uint32_t unit, uint32_t sizeClass) {
+void giveUpRun(const Arena& arena, uint32_t page, uint32_t sizeClass) {
     // Release: none before the first, which unmakes the run.
-    for (uint32_t i = 0; i < sizeClasses[sizeClass].units; ++i) arena.unit(unit + i).storeRelease(0);
+    for (uint32_t i = 0; i < sizeClasses[sizeClass].pages; ++i) arena.pageEntry(page + i).storeRelease(0);
 }
 
-/// Makes the runs free units again that nobody has a block of, and the common stacks anew from the others.
+/// Makes the runs free pages again that nobody has a block of, and the common stacks anew from the others.
 void compact(const Arena& arena) {
     forgetGaps(arena);
     common::clear(arena);  // the stacks may name blocks of runs that are given up now
-    forEachRun(arena, [&](uint32_t unit, uint32_t sizeClass) {
+    forEachRun(arena, [&](uint32_t page, uint32_t sizeClass) {
         bool idle = true;
-        forEachBlockOfRun(arena, unit, sizeClass, [&](Block& block, Ref) { idle = idle && common::isCommon(block); });
-        if (idle) giveUpRun(arena, unit, sizeClass);
+        forEachBlockOfRun(arena, page, sizeClass, [&](Block& block, Ref) { idle = idle && common::isCommon(block); });
+        if (idle) giveUpRun(arena, page, sizeClass);
     });
     common::rebuild(arena);
 }
@@ -127,18 +128,18 @@ Chain fromCommon(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t
     return chain;
 }
 
-Chain fromUnits(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
+Chain fromFreshPages(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
     const Arena& arena = lock.arena();
     const SizeClass& c = sizeClasses[sizeClass];
     uint32_t runs = std::max(1u, wanted / c.blocks);
-    uint32_t first = takeUnits(arena, runs * c.units);
+    uint32_t first = takePages(arena, runs * c.pages);
     if (first == none && runs > 1) {
         runs = 1;
-        first = takeUnits(arena, c.units);
+        first = takePages(arena, c.pages);
     }
     Chain chain;
     if (first == none) return chain;
-    for (uint32_t run = runs; run-- > 0;) cutRun(arena, first + run * c.units, sizeClass, home, chain);
+    for (uint32_t run = runs; run-- > 0;) carveRun(arena, first + run * c.pages, sizeClass, home, chain);
     share::add(arena.slot(indexOf(home)), chain.blocks * c.lines);
     return chain;
 }
@@ -146,7 +147,7 @@ Chain fromUnits(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t 
 uint32_t relief(const Arena& arena) {
     const Header& header = arena.header();
     const uint32_t grown = header.commonLines.loadRelaxed() - header.commonLeast.loadRelaxed();
-    return grown <= arena.unitCount() * linesPerUnit ? grown : 0;  // or it is garbage
+    return grown <= arena.pageCount() * linesPerPage ? grown : 0;  // or it is garbage
 }
 
 Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
@@ -154,7 +155,7 @@ Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
     Header& header = arena.header();
     const uint32_t pressure = header.pressure.loadRelaxed();
     const bool wasPressed = pressure != header.pressureMet.loadRelaxed();
-    const uint32_t enough = wasPressed ? lines : std::max(lines, arena.usedUnits() * linesPerUnit / 64);
+    const uint32_t enough = wasPressed ? lines : std::max(lines, arena.usedPages() * linesPerPage / 64);
     const Throttle throttle(header.reclaiming);
     const bool isDue = throttle.isDue();
     if (!isDue && relief(arena) < enough) return Reclaimed::nothing;
@@ -168,13 +169,13 @@ Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
 }
 
 uint32_t shareOf(const Arena& arena) {
-    constexpr uint32_t smallest = 2 * sizeClasses[sizeClassCount - 1].units * linesPerUnit;
-    return std::max(smallest, arena.unitCount() / 4 * linesPerUnit);
+    constexpr uint32_t smallest = 2 * sizeClasses[sizeClassCount - 1].pages * linesPerPage;
+    return std::max(smallest, arena.pageCount() / 4 * linesPerPage);
 }
 
 uint32_t keptBy(const Arena& arena) {
     constexpr uint32_t plenty = (64u << 10) / lineBytes;
-    const uint32_t lines = arena.unitCount() * linesPerUnit;
+    const uint32_t lines = arena.pageCount() * linesPerPage;
     const uint32_t open = std::clamp(arena.header().openEndpoints.loadRelaxed(), 1u, slotCount);
     return std::min(std::max(lines / 256, plenty), lines / 8 / open);
 }

@@ -20,9 +20,9 @@ struct Chain {
 /// Takes up to `wanted` common blocks of the class for `home`.
 Chain fromCommon(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
 
-/// Cuts runs of fresh units into blocks for `home`, about `wanted` of them and at least one run. None when there are
-/// no units or no memory.
-Chain fromUnits(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
+/// Cuts runs of fresh pages into blocks for `home`, about `wanted` of them and at least one run. None when there are
+/// no pages or no memory.
+Chain fromFreshPages(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
 
 /// What has been looked at for idle memory.
 enum class Reclaimed {
@@ -32,7 +32,7 @@ enum class Reclaimed {
 };
 
 /// Gathers what lies idle, when an endpoint has found no memory for a block of `lines` lines: the blocks of dead
-/// endpoints; and runs of which every block is common become free units again, for any class. It takes long, since
+/// endpoints; and runs of which every block is common become free pages again, for any class. It takes long, since
 /// every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done is bounded
 /// for all (see throttle.h); sooner only when so much has become common since the last time that the arena is worth
 /// another look, once when others have been asked for it.

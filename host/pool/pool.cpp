@@ -162,7 +162,7 @@ void Pool::takeReturned() {
 /// Lines that the endpoint is home to. More than there are is what garbage leaves: none then.
 uint32_t Pool::leasedLines() const {
     const uint32_t leased = share::linesOf(slot());
-    return leased > arena().unitCount() * linesPerUnit ? 0 : leased;
+    return leased > arena().pageCount() * linesPerPage ? 0 : leased;
 }
 
 /// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
@@ -181,7 +181,7 @@ int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
     const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
     if (lease(lock, sizeClass, wanted)) return ENOMEM;
-    shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming units again
+    shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming pages again
     const lease::Reclaimed looked = lease::reclaim(lock, c.lines);
     if (leaseOne(lock, sizeClass)) return ENOMEM;
     // Where not everything has been looked at nobody is asked: how often that is done is bounded for all.
@@ -192,7 +192,7 @@ int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
 
 bool Pool::lease(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
     lease::Chain chain = lease::fromCommon(lock, home_, sizeClass, wanted);
-    if (chain.empty()) chain = lease::fromUnits(lock, home_, sizeClass, wanted);
+    if (chain.empty()) chain = lease::fromFreshPages(lock, home_, sizeClass, wanted);
     add(chain, sizeClass);
     return !chain.empty();
 }

@@ -18,14 +18,14 @@ namespace {
 /// A lease writes a run's first entry last and giving a run up clears it first: entries without a first one are
 /// nobody's.
 void clearHalfRuns(const Arena& arena) {
-    const uint32_t used = arena.usedUnits();
+    const uint32_t used = arena.usedPages();
     forgetGaps(arena);
-    for (uint32_t unit = 0; unit < used;) {
+    for (uint32_t page = 0; page < used;) {
         uint32_t sizeClass;
-        if (runStartsAt(arena, unit, sizeClass)) {
-            unit += sizeClasses[sizeClass].units;
+        if (runStartsAt(arena, page, sizeClass)) {
+            page += sizeClasses[sizeClass].pages;
         } else {
-            arena.unit(unit++).storeRelaxed(0);
+            arena.pageEntry(page++).storeRelaxed(0);
         }
     }
 }

@@ -11,12 +11,12 @@ namespace forks {
 
 namespace detail {
 
-constexpr uint32_t pageBytes = 4096;
+constexpr uint32_t kernelPageBytes = 4096;
 
 /// The kernel wipes this page in every child, also in one that was made behind the back of the fork handlers.
-struct alignas(pageBytes) WipedPage {
+struct alignas(kernelPageBytes) WipedPage {
     std::atomic<uint32_t> stamp;
-    char rest[pageBytes - sizeof(std::atomic<uint32_t>)];
+    char rest[kernelPageBytes - sizeof(std::atomic<uint32_t>)];
 };
 extern WipedPage wipedPage;
 

@@ -26,21 +26,21 @@ namespace {
 
 constexpr time_t secondsAtStart = 1000;  ///< of the clocks
 
-constexpr size_t mostBytes = size_t{linx::firstPoolPage(plentyOfUnits) + plentyOfUnits} * linx::unitBytes;
-static_assert(slotsWithMemory == linx::unitBytes / sizeof(linx::Slot) - 1, "the first page of slots has memory");
+constexpr size_t mostBytes = size_t{linx::firstPoolPage(plentyOfPages) + plentyOfPages} * linx::pageBytes;
+static_assert(slotsWithMemory == linx::pageBytes / sizeof(linx::Slot) - 1, "the first page of slots has memory");
 
 void* arenaMemory = nullptr;
-uint32_t arenaUnits = 0;
+uint32_t arenaPages = 0;
 
 }  // namespace
 
-void layArena(uint32_t units) {
+void layArena(uint32_t pages) {
     if (arenaMemory == nullptr) {
         arenaMemory = mmap(nullptr, mostBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         memory.cover(arenaMemory, mostBytes);
     }
     madvise(arenaMemory, mostBytes, MADV_DONTNEED);  // all zero again
-    arenaUnits = units;
+    arenaPages = pages;
 }
 
 }  // namespace model
@@ -60,7 +60,7 @@ int openOrMakeArenaFile(int, unsigned, bool&) {
     return model::kernel.openFile();
 }
 uint32_t checkArenaFile(int) {
-    return model::arenaUnits;
+    return model::arenaPages;
 }
 // The mapping is that of all modelled processes, and stays.
 void Unmap::operator()(void*) const {}
@@ -68,8 +68,8 @@ ArenaMapping mapArenaFile(int, uint32_t) {
     return ArenaMapping(model::arenaMemory, {0});
 }
 bool reservePages(int, uint32_t first, uint32_t count) {
-    constexpr uint32_t firstWithout = slotsOffset / unitBytes + 1;
-    if (first + count <= firstWithout || first >= huntsOffset / unitBytes) return true;
+    constexpr uint32_t firstWithout = slotsOffset / pageBytes + 1;
+    if (first + count <= firstWithout || first >= huntsOffset / pageBytes) return true;
     errno = ENOMEM;
     return false;
 }
@@ -125,7 +125,7 @@ int __wrap_fstat(int, struct stat* status) {
     *status = {};
     status->st_mode = S_IFDIR | 0700;
     status->st_dev = 1;
-    status->st_ino = model::arenaUnits;  // arenas of different sizes are different ones
+    status->st_ino = model::arenaPages;  // arenas of different sizes are different ones
     status->st_nlink = 1;
     return 0;
 }

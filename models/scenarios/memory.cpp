@@ -1,4 +1,4 @@
-// Arenas of a few units, of which each holds four signals.
+// Arenas of a few pages, of which each holds four signals.
 
 #include "models/scenarios/scenario.h"
 #include "models/scenarios/stage.h"
@@ -20,9 +20,9 @@ void keepOneLater(Stage& stage) {
     stage.keep();
 }
 
-constexpr uint32_t unitsForEach = 8;  ///< or an endpoint would not keep what a unit holds
+constexpr uint32_t pagesForEach = 8;  ///< or an endpoint would not keep what a page holds
 
-/// The keeper keeps a unit for itself; the rest belongs to signals that the wanting one has in hand.
+/// The keeper keeps a page for itself; the rest belongs to signals that the wanting one has in hand.
 void useUp(Stage& stage, unsigned endpoints) {
     stage.openFirst(endpoints);
     stage.as(keeper);
@@ -44,7 +44,7 @@ const Announced pressure(Scenario{
     [](Stage& stage) { useUp(stage, 2); },
     {[](Stage& stage) { stage.receive(); }, tryToKeepOne},
     0,
-    2 * unitsForEach,
+    2 * pagesForEach,
 });
 
 const Announced pressureToPoll(Scenario{
@@ -63,7 +63,7 @@ const Announced pressureToPoll(Scenario{
          tryToKeepOne(stage);
      }},
     0,
-    2 * unitsForEach,
+    2 * pagesForEach,
 });
 
 const Announced pressureOfTwo(Scenario{
@@ -77,7 +77,7 @@ const Announced pressureOfTwo(Scenario{
     [](Stage& stage) { useUp(stage, 3); },
     {[](Stage& stage) { stage.pollFrom(wanting, 1); }, tryToKeepOne, tryToKeepOne},
     0,
-    3 * unitsForEach,
+    3 * pagesForEach,
 });
 
 const Announced pressureAndReturns(Scenario{
@@ -96,7 +96,7 @@ const Announced pressureAndReturns(Scenario{
     },
     {[](Stage& stage) { stage.receive(); }, tryToKeepOne, [](Stage& stage) { stage.freeKept(); }},
     0,
-    3 * unitsForEach,
+    3 * pagesForEach,
 });
 
 const Announced memoryOfTheDead(Scenario{
@@ -119,8 +119,8 @@ const Announced memoryOfTheDead(Scenario{
     2,
 });
 
-const Announced unitsLeasedAgain(Scenario{
-    "units-leased-again",
+const Announced pagesLeasedAgain(Scenario{
+    "pages-leased-again",
     "one leases for another size what was leased before, and dies anywhere; what was written there is no block",
     {"first", "leasing", "next"},
     1u << wanting,

@@ -23,7 +23,7 @@ Model modelOf(const Scenario& scenario) {
         return (scenario.patient >> thread & 1) != 0 && !(*stage)->isWanted(thread);
     };
     model.prepare = [stage, &scenario] {
-        *stage = new Stage(scenario.actors, scenario.spinMicroseconds, scenario.units);
+        *stage = new Stage(scenario.actors, scenario.spinMicroseconds, scenario.pages);
         scenario.prepare(**stage);
         (*stage)->begin();
     };

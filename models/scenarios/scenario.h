@@ -23,7 +23,7 @@ struct Scenario {
     std::function<void(Stage&)> prepare;
     std::vector<std::function<void(Stage&)>> acts;  ///< what each actor does, side by side
     unsigned stoppable = 0;                         ///< bit i: actor i may be stopped at every step, for good
-    uint32_t units = plentyOfUnits;                 ///< of the arena
+    uint32_t pages = plentyOfPages;                 ///< of the arena
 
     static std::vector<const Scenario*>& all();
 };

@@ -24,11 +24,11 @@ std::shared_ptr<linx::Domain> joinedDomain;
 
 /// Lays down an arena. The domain of one of that size is joined once and kept, so that the real process's list of
 /// domains stays as it is in all executions.
-void joinDomain(uint32_t units) {
+void joinDomain(uint32_t pages) {
     const HostHeap heap;
     static std::map<uint32_t, std::shared_ptr<linx::Domain>> kept;
-    layArena(units);
-    std::shared_ptr<linx::Domain>& domain = kept[units];
+    layArena(pages);
+    std::shared_ptr<linx::Domain>& domain = kept[pages];
     if (domain == nullptr) domain = linx::Domain::join();
     joinedDomain = domain;
 }
@@ -64,8 +64,8 @@ uint32_t letterContent(unsigned from, unsigned to, unsigned number) {
 
 }  // namespace
 
-Stage::Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t units) : names_(names) {
-    joinDomain(units);
+Stage::Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t pages) : names_(names) {
+    joinDomain(pages);
     setenv("LINX_SPIN_US", spinMicroseconds, 1);
 }
 
@@ -276,7 +276,7 @@ bool Stage::hasFree(unsigned actor) const {
 
 bool Stage::isThereMore() const {
     const linx::Header& header = arena().header();
-    return hasFree() || header.commonLines.loadRelaxed() != 0 || header.unitsUsed.loadRelaxed() < arena().unitCount();
+    return hasFree() || header.commonLines.loadRelaxed() != 0 || header.pagesUsed.loadRelaxed() < arena().pageCount();
 }
 
 void Stage::lendKept(unsigned to) {
@@ -479,7 +479,7 @@ std::string nameOfWord(const uint32_t* word) {
         if (within == offsetof(linx::Slot, life)) return slot + "life";
         return slot + "+" + std::to_string(within);
     }
-    if (offset < linx::unitTableOffset) return "hunt";
+    if (offset < linx::pageMapOffset) return "hunt";
     const uint32_t ref = offset / linx::lineBytes;
     static const char* const blockWords[] = {"next", "owner", "home", "sender", "size", "", "", "number"};
     const uint32_t within = offset % linx::lineBytes / 4;

@@ -30,7 +30,7 @@ constexpr unsigned maxActors = maxThreads;
  */
 class Stage {
 public:
-    Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t units);
+    Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t pages);
 
     // What an actor may do in its act; the running one is meant.
 

@@ -127,21 +127,21 @@ TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
         const LinxSpid own = spidOf(endpoint);
         const std::string path = domain.pathOf("arena");
         const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
-        void* tables = mmap(nullptr, linx::unitTableOffset, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        void* tables = mmap(nullptr, linx::pageMapOffset, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
         ASSERT_NE(MAP_FAILED, tables);
         auto& header = *static_cast<linx::Header*>(tables);
-        const uint32_t units = header.unitCount.loadRelaxed();
-        const uint32_t last = linx::unitEntry(0, 0);
-        ASSERT_EQ(ssize_t{sizeof last}, pwrite(file, &last, sizeof last, linx::unitTableOffset + (units - 1) * 4));
+        const uint32_t pages = header.pageCount.loadRelaxed();
+        const uint32_t last = linx::makePageEntry(0, 0);
+        ASSERT_EQ(ssize_t{sizeof last}, pwrite(file, &last, sizeof last, linx::pageMapOffset + (pages - 1) * 4));
         fill();
-        header.unitsUsed.storeRelaxed(units);
+        header.pagesUsed.storeRelaxed(pages);
         auto* slots = reinterpret_cast<linx::Slot*>(static_cast<char*>(tables) + linx::slotsOffset);
-        const linx::Ref missing = (linx::firstPoolPage(units) + units - 1) * linx::linesPerUnit;
+        const linx::Ref missing = (linx::firstPoolPage(pages) + pages - 1) * linx::linesPerPage;
         slots[linx::indexOf(own)].mailbox.storeRelaxed(missing);
         expectNothing(endpoint);
         EXPECT_EQ(0, send(endpoint, own, item));
         expectSignal(endpoint, item, 0);
-        EXPECT_EQ(0, munmap(tables, linx::unitTableOffset));
+        EXPECT_EQ(0, munmap(tables, linx::pageMapOffset));
         EXPECT_EQ(0, close(file));
     });
 }

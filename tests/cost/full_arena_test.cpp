@@ -45,7 +45,7 @@ TEST_F(FullArenaCost, ManyWhoTryAgainAndAgainLookThroughItNowAndThen) {
             looks += looksOf([&] { EXPECT_FALSE(canAllocate(*retrier, large)); });
         }
     }
-    const uint64_t lines = arena.usedUnits() * linesPerUnit;
+    const uint64_t lines = arena.usedPages() * linesPerPage;
     EXPECT_LT(looks, rounds * retriers.size() * lines);
 }
 

@@ -72,7 +72,7 @@ TEST_F(RecoveryCost, ManyDeadAreReapedInOneWalk) {
         address(refs[0], all.back(), live.spid);  // and died before it pushed
         block(refs[1]).owner.storeRelaxed(all.back());
     }
-    const uint32_t blocks = arena.usedUnits() * linesPerUnit;
+    const uint32_t blocks = arena.usedPages() * linesPerPage;
     const DomainLock lock(*joined);
     EXPECT_LT(looksOf([&] { reap(lock, all.data(), all.size()); }),
               uint64_t{looksAtBlock} * blocks + uint64_t{looksAtSlot} * dead);
@@ -92,7 +92,7 @@ TEST_F(RecoveryCost, PeersThatDieTogetherAreReapedInOneWalk) {
     });
     for (uint32_t i = 0; i < dead; ++i) attach(other, child.hear(), notice);
     child.kill9();
-    const uint32_t blocks = arena.usedUnits() * linesPerUnit;
+    const uint32_t blocks = arena.usedPages() * linesPerPage;
     uint32_t first = 0;
     EXPECT_LT(looksOf([&] { first = receiveNumber(other); }),
               uint64_t{looksAtBlock} * blocks + uint64_t{looksAtSlot} * dead);

@@ -56,23 +56,23 @@ class LeasingTest : private FourMegabytes, public RecoveryTest {};
 TEST_F(LeasingTest, ADeathInItLosesNothingWhateverLiesInThePages) {
     constexpr uint32_t gap = 2;
     const SizeClass& c = sizeClasses[anyClass];
-    const uint32_t first = arena.header().unitsUsed.loadRelaxed();
+    const uint32_t first = arena.header().pagesUsed.loadRelaxed();
     // Leased before, all of it, and free again; but for what the endpoint has.
-    arena.header().unitsUsed.storeRelaxed(arena.unitCount());
+    arena.header().pagesUsed.storeRelaxed(arena.pageCount());
     bool died = true;
     for (uint32_t site = 1; died && !HasFailure(); ++site) {
         SCOPED_TRACE(site);
-        ASSERT_TRUE(arena.provideUnit(first + gap));
-        std::memset(static_cast<void*>(arena.rawBlock(arena.refOfUnit(first))), 0x5a, gap * unitBytes);
+        ASSERT_TRUE(arena.providePage(first + gap));
+        std::memset(static_cast<void*>(arena.rawBlock(arena.refOfPage(first))), 0x5a, gap * pageBytes);
         const Spid dead = layDead("dead");
         died = dieAt(site, [&] {
             const DomainLock lock(*joined);
-            lease::fromUnits(lock, dead, anyClass, c.blocks);
+            lease::fromFreshPages(lock, dead, anyClass, c.blocks);
         });
         repairAfterDeath();
         reapDead(dead);
         expectInOrder();
-        for (uint32_t unit = 0; unit < c.units; ++unit) arena.unit(first + unit).storeRelaxed(0);
+        for (uint32_t page = 0; page < c.pages; ++page) arena.pageEntry(first + page).storeRelaxed(0);
         repairAfterDeath();
     }
 }

@@ -21,7 +21,7 @@ protected:
         ASSERT_LT(sizeClass, sizeClassCount);
         const auto* start = reinterpret_cast<const char*>(block);
         ASSERT_EQ(start, memory.base() + size_t{ref} * lineBytes);
-        ASSERT_GE(start, memory.base() + size_t{firstPoolPage(MemoryArena::units)} * unitBytes);
+        ASSERT_GE(start, memory.base() + size_t{firstPoolPage(MemoryArena::pages)} * pageBytes);
         ASSERT_LE(start + size_t{linesOfClass(sizeClass)} * lineBytes, memory.base() + MemoryArena::bytes());
     }
 
@@ -37,7 +37,7 @@ TEST_F(ArenaTest, OnlyTheFirstLineOfABlockIsABlock) {
     for (uint32_t c = 0; c < sizeClassCount; ++c) {
         const SizeClass& sizeClass = sizeClasses[c];
         const Ref first = memory.layRun(3, c);
-        for (uint32_t line = 0; line < sizeClass.units * linesPerUnit; ++line) {
+        for (uint32_t line = 0; line < sizeClass.pages * linesPerPage; ++line) {
             const bool starts = line % sizeClass.lines == 0 && line / sizeClass.lines < sizeClass.blocks;
             uint32_t found = sizeClassCount;
             ASSERT_EQ(arena.blockAt(first + line, found) != nullptr, starts) << "class " << c << " line " << line;
@@ -45,22 +45,22 @@ TEST_F(ArenaTest, OnlyTheFirstLineOfABlockIsABlock) {
                 ASSERT_EQ(found, c);
             }
         }
-        for (uint32_t i = 0; i < sizeClass.units; ++i) arena.unit(3 + i).storeRelaxed(0);
+        for (uint32_t i = 0; i < sizeClass.pages; ++i) arena.pageEntry(3 + i).storeRelaxed(0);
     }
 }
 
-TEST_F(ArenaTest, UnitsThatAreNotLeasedHoldNoBlock) {
+TEST_F(ArenaTest, PagesThatAreNotLeasedHoldNoBlock) {
     memory.layRun(3, 0);
-    for (uint32_t line = 0; line < linesPerUnit; ++line) {
-        EXPECT_EQ(arena.blockAt(arena.refOfUnit(2) + line), nullptr);
-        EXPECT_EQ(arena.blockAt(arena.refOfUnit(4) + line), nullptr);
+    for (uint32_t line = 0; line < linesPerPage; ++line) {
+        EXPECT_EQ(arena.blockAt(arena.refOfPage(2) + line), nullptr);
+        EXPECT_EQ(arena.blockAt(arena.refOfPage(4) + line), nullptr);
     }
 }
 
 TEST_F(ArenaTest, NoReferenceOutsideThePoolIsABlock) {
-    for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
-    const Ref first = arena.refOfUnit(0);
-    const Ref end = arena.refOfUnit(MemoryArena::units);
+    for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
+    const Ref first = arena.refOfPage(0);
+    const Ref end = arena.refOfPage(MemoryArena::pages);
     for (Ref ref = 0; ref < first; ++ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
     for (Ref ref = end; ref < end + 100000; ++ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
     for (Ref ref = ~0u; ref > ~0u - 100000; --ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
@@ -78,7 +78,7 @@ TEST_F(ArenaTest, ASignalIsFoundAtItsVeryAddressOnly) {
     const Ref first = memory.layRun(5, 3);
     const size_t start = size_t{first} * lineBytes;
     const size_t blockBytes = size_t{linesOfClass(3)} * lineBytes;
-    for (size_t offset = start; offset < start + unitBytes; ++offset) {
+    for (size_t offset = start; offset < start + pageBytes; ++offset) {
         const size_t within = offset - start;
         const bool isSignal =
             within % blockBytes == offsetof(Block, signal) && within / blockBytes < sizeClasses[3].blocks;
@@ -87,7 +87,7 @@ TEST_F(ArenaTest, ASignalIsFoundAtItsVeryAddressOnly) {
 }
 
 TEST_F(ArenaTest, AnAddressOfAnyOtherOriginIsNoSignal) {
-    for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
+    for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
     LinxSignal onStack = {1};
     const auto onHeap = std::make_unique<LinxSignal>();
     EXPECT_EQ(arena.blockOfSignal(nullptr), nullptr);
@@ -99,30 +99,30 @@ TEST_F(ArenaTest, AnAddressOfAnyOtherOriginIsNoSignal) {
     EXPECT_EQ(arena.blockOfSignal(signalAt(~size_t{0})), nullptr);
 }
 
-TEST_F(ArenaTest, NoWordOfTheUnitTableLeadsOutside) {
-    constexpr uint32_t last = MemoryArena::units - 1;
-    for (const uint32_t unit : {0u, 1u, 500u, last - 1, last}) {
+TEST_F(ArenaTest, NoWordOfThePageMapLeadsOutside) {
+    constexpr uint32_t last = MemoryArena::pages - 1;
+    for (const uint32_t page : {0u, 1u, 500u, last - 1, last}) {
         for (uint32_t upper = 0; upper < 256; ++upper) {
-            for (const uint32_t back : {0u, 1u, unit, unit + 1, 256u, 1023u, 1024u, 0x7fffffu, 0xffffffu}) {
-                arena.unit(unit).storeRelaxed(upper << 24 | back);
-                for (uint32_t line = 0; line < linesPerUnit; ++line) {
-                    ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(arena.refOfUnit(unit) + line));
+            for (const uint32_t back : {0u, 1u, page, page + 1, 256u, 1023u, 1024u, 0x7fffffu, 0xffffffu}) {
+                arena.pageEntry(page).storeRelaxed(upper << 24 | back);
+                for (uint32_t line = 0; line < linesPerPage; ++line) {
+                    ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(arena.refOfPage(page) + line));
                 }
             }
         }
     }
 }
 
-TEST_F(ArenaTest, NoRandomUnitTableLeadsOutside) {
+TEST_F(ArenaTest, NoRandomPageMapLeadsOutside) {
     std::mt19937 random(20240607);
     for (int round = 0; round < 20; ++round) {
-        for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) {
+        for (uint32_t page = 0; page < MemoryArena::pages; ++page) {
             const auto word = static_cast<uint32_t>(random());
             // Words that are nearly right as well as wild ones.
-            arena.unit(unit).storeRelaxed(round % 2 == 0 ? word
-                                                         : unitEntry(word % sizeClassCount, word % (unit + 1)));
+            arena.pageEntry(page).storeRelaxed(
+                round % 2 == 0 ? word : makePageEntry(word % sizeClassCount, word % (page + 1)));
         }
-        for (Ref ref = arena.refOfUnit(0); ref < arena.refOfUnit(MemoryArena::units); ++ref) {
+        for (Ref ref = arena.refOfPage(0); ref < arena.refOfPage(MemoryArena::pages); ++ref) {
             ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(ref));
         }
     }

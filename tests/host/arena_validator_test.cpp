@@ -65,8 +65,8 @@ TEST_F(ArenaValidatorTest, SeesThatASlotIsWrong) {
     expectSaid(own().mailboxClaim, 5, "still taking its mailbox");
     expectSaid(own().returnedClaim, 5, "still taking its returns");
     Slot& ended = arena.slot(header().oldestEnded.loadRelaxed());
-    expectSaid(ended.mailbox, arena.refOfUnit(0), "has mail");
-    expectSaid(ended.returned, arena.refOfUnit(0), "has been given back");
+    expectSaid(ended.mailbox, arena.refOfPage(0), "has mail");
+    expectSaid(ended.returned, arena.refOfPage(0), "has been given back");
 }
 
 TEST_F(ArenaValidatorTest, SeesThatANameIsWrong) {
@@ -80,7 +80,7 @@ TEST_F(ArenaValidatorTest, SeesThatABlockIsWrong) {
     while (header().common[sizeClass].loadRelaxed() == 0) ++sizeClass;
     Word& head = header().common[sizeClass];
     expectSaid(head, block(head.loadRelaxed()).next.loadRelaxed(), "in no common stack");
-    expectSaid(head, arena.refOfUnit(0) - 1, "not its own");
+    expectSaid(head, arena.refOfPage(0) - 1, "not its own");
     Block& common = block(head.loadRelaxed());
     expectSaid(common.owner, live.spid, "not its own");
     expectSaid(arena.hunt(0).signal, head.loadRelaxed(), "no signal of its hunter");

@@ -308,19 +308,19 @@ TEST_F(ArgumentsTest, ANameIsHandedBackOnceAndToItsEndpoint) {
     }
 }
 
-TEST_F(ArgumentsTest, AQueuedSignalIsGivenOutAlsoWhenSomebodyScribbledItOutOfTheUnitTable) {
+TEST_F(ArgumentsTest, AQueuedSignalIsGivenOutAlsoWhenSomebodyScribbledItOutOfThePageMap) {
     sendNumber(peer, linx.spid, 5);
     sendNumber(peer, linx.spid, 6);
     sendNumber(peer, linx.spid, 7, 100000);
     LinxSignal* received = nullptr;
     const uint32_t selection[] = {1, 6};
     ASSERT_EQ(linx_receive_w_tmo(linx, &received, 0, selection), 4);
-    const uint32_t unit = refOf(received) / linesPerUnit - arena.pageOfUnit(0);
-    const uint32_t word = arena.unit(unit).loadRelaxed();
-    arena.unit(unit).storeRelaxed(0);
+    const uint32_t page = refOf(received) / linesPerPage - arena.filePageOf(0);
+    const uint32_t word = arena.pageEntry(page).loadRelaxed();
+    arena.pageEntry(page).storeRelaxed(0);
     EXPECT_EQ(receiveNumber(linx), 5u);
     EXPECT_EQ(receiveNumber(linx), 7u);
-    arena.unit(unit).storeRelaxed(word);
+    arena.pageEntry(page).storeRelaxed(word);
     EXPECT_EQ(linx_free_buf(linx, &received), 0);
 }
 

@@ -64,7 +64,7 @@ protected:
     void SetUp() override {
         // No memory for more slots than are on the first page: one that has become free is used again at once.
         interposed::atReserve = [](int64_t offset, int64_t) {
-            return offset >= slotsOffset + unitBytes && offset < huntsOffset ? ENOSPC : 0;
+            return offset >= slotsOffset + pageBytes && offset < huntsOffset ? ENOSPC : 0;
         };
     }
     void TearDown() override {
@@ -86,7 +86,7 @@ TEST_F(HeldUpTest, AFreerTakesNothingOffTheBooksOfWhoHasComeIntoTheSlotSince) {
         sendNumber(home, freer.spid, 1, size);
         LinxSignal* signal = nullptr;
         ASSERT_GT(linx_receive_w_tmo(freer, &signal, 0, linxtest::anySignal), 0);
-        slotOf(home.spid).returnedLines.storeRelaxed(arena.unitCount() * linesPerUnit);  // has plenty
+        slotOf(home.spid).returnedLines.storeRelaxed(arena.pageCount() * linesPerPage);  // has plenty
         const uint32_t before = leasedLines(freer.spid);
         const LinxSpid earlier = home.spid;
         uint32_t counted = 0;

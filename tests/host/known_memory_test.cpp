@@ -89,12 +89,12 @@ TEST(MissingMemoryTest, NoBlockIsFoundWhereThereIsNone) {
     const Ref first = memory.layRun(0, 0);
     const Ref second = memory.layRun(1, 0);
     const Ref large = memory.layRun(2, sizeClassCount - 1);
-    withoutFile.header().unitsUsed.storeRelaxed(linxtest::MemoryArena::units);
-    memory.cutTo(size_t{withoutFile.pageOfUnit(1)} * unitBytes);
+    withoutFile.header().pagesUsed.storeRelaxed(linxtest::MemoryArena::pages);
+    memory.cutTo(size_t{withoutFile.filePageOf(1)} * pageBytes);
     EXPECT_NE(withoutFile.blockAt(first), nullptr);
     EXPECT_EQ(withoutFile.blockAt(second), nullptr);
-    EXPECT_EQ(withoutFile.usedUnits(), 1u);
-    memory.cutTo(size_t{withoutFile.pageOfUnit(3)} * unitBytes);
+    EXPECT_EQ(withoutFile.usedPages(), 1u);
+    memory.cutTo(size_t{withoutFile.filePageOf(3)} * pageBytes);
     EXPECT_NE(withoutFile.blockAt(second), nullptr);
     EXPECT_EQ(withoutFile.blockAt(large), nullptr) << "its end has none";
     memory.makeWhole();

@@ -1,4 +1,4 @@
-// Where units are found for what is leased, and how seldom it is looked for those who have died.
+// Where pages are found for what is leased, and how seldom it is looked for those who have died.
 
 #include "host/pool/lease.h"
 
@@ -17,75 +17,75 @@ namespace {
 
 using linxtest::Linx;
 
-class GapsOfUnitsTest : public TightTest {
+class GapsOfPagesTest : public TightTest {
 protected:
-    static constexpr uint32_t sizeClass = 20;  // a run of several units
-    static constexpr uint32_t units = sizeClasses[sizeClass].units;
-    static_assert(units > 2, "so a gap may be too short");
+    static constexpr uint32_t sizeClass = 20;  // a run of several pages
+    static constexpr uint32_t pages = sizeClasses[sizeClass].pages;
+    static_assert(pages > 2, "so a gap may be too short");
 
-    GapsOfUnitsTest() {
-        arena.header().unitsUsed.storeRelaxed(arena.unitCount());
-        EXPECT_EQ(arena.usedUnits(), arena.unitCount());
+    GapsOfPagesTest() {
+        arena.header().pagesUsed.storeRelaxed(arena.pageCount());
+        EXPECT_EQ(arena.usedPages(), arena.pageCount());
     }
     void TearDown() override {
-        setUnits(used, arena.unitCount(), 0);
+        setPages(used, arena.pageCount(), 0);
         TightTest::TearDown();
     }
 
-    void setUnits(uint32_t first, uint32_t end, uint32_t entry) const {
-        for (uint32_t unit = first; unit < end; ++unit) arena.unit(unit).storeRelaxed(entry);
+    void setPages(uint32_t first, uint32_t end, uint32_t entry) const {
+        for (uint32_t page = first; page < end; ++page) arena.pageEntry(page).storeRelaxed(entry);
     }
 
-    /// The unit where a run was cut; none when there was no gap.
+    /// The page where a run was cut; none when there was no gap.
     uint32_t cut() const {
         const DomainLock lock(*joined);
-        const lease::Chain chain = lease::fromUnits(lock, one.spid, sizeClass, 1);
+        const lease::Chain chain = lease::fromFreshPages(lock, one.spid, sizeClass, 1);
         share::remove(slotOf(one.spid), one.spid, chain.blocks * linesOfClass(sizeClass));
-        return chain.empty() ? none : (chain.head - arena.refOfUnit(0)) / linesPerUnit;
+        return chain.empty() ? none : (chain.head - arena.refOfPage(0)) / linesPerPage;
     }
 
     static constexpr uint32_t none = ~0u;
     const uint32_t used = 2;  // by one and two
 };
 
-TEST_F(GapsOfUnitsTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
+TEST_F(GapsOfPagesTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
     std::mt19937 random(3);
-    const uint32_t count = arena.unitCount();
+    const uint32_t count = arena.pageCount();
     for (int round = 0; round < 300; ++round) {
-        const uint32_t length = units - 1 + static_cast<uint32_t>(random() % 3);
+        const uint32_t length = pages - 1 + static_cast<uint32_t>(random() % 3);
         const uint32_t start = used + static_cast<uint32_t>(random() % (count - used - length + 1));
         const auto hint = static_cast<uint32_t>(round % 2 == 0 ? random() % (2 * count) : start + random() % length);
-        setUnits(used, count, unitEntry(0, 0));
-        setUnits(start, start + length, 0);
+        setPages(used, count, makePageEntry(0, 0));
+        setPages(start, start + length, 0);
         arena.header().longestGap.storeRelaxed(count);
         arena.header().gapHint.storeRelaxed(hint);
         const uint32_t found = cut();
-        EXPECT_EQ(found != none, length >= units) << start << " " << hint;
+        EXPECT_EQ(found != none, length >= pages) << start << " " << hint;
         if (found == none) continue;
         EXPECT_GE(found, start);
-        EXPECT_LE(found + units, start + length);
+        EXPECT_LE(found + pages, start + length);
         EXPECT_EQ(cut(), none);
     }
 }
 
-TEST_F(GapsOfUnitsTest, AreNotLookedForAgainWhereNoneWasUntilSomeMayBe) {
-    setUnits(used, arena.unitCount(), unitEntry(0, 0));
-    arena.header().longestGap.storeRelaxed(arena.unitCount());
+TEST_F(GapsOfPagesTest, AreNotLookedForAgainWhereNoneWasUntilSomeMayBe) {
+    setPages(used, arena.pageCount(), makePageEntry(0, 0));
+    arena.header().longestGap.storeRelaxed(arena.pageCount());
     EXPECT_EQ(cut(), none);
-    setUnits(100, 100 + units, 0);
+    setPages(100, 100 + pages, 0);
     EXPECT_EQ(cut(), none);
     forgetGaps(arena);
     EXPECT_EQ(cut(), 100u);
 }
 
-TEST_F(GapsOfUnitsTest, AreUsedOneBehindTheOther) {
-    arena.header().longestGap.storeRelaxed(arena.unitCount());
+TEST_F(GapsOfPagesTest, AreUsedOneBehindTheOther) {
+    arena.header().longestGap.storeRelaxed(arena.pageCount());
     arena.header().gapHint.storeRelaxed(0);
     const uint32_t first = cut();
-    for (uint32_t i = 1; i < 20; ++i) EXPECT_EQ(cut(), first + i * units);
+    for (uint32_t i = 1; i < 20; ++i) EXPECT_EQ(cut(), first + i * pages);
     // What became free before that is used when the search has come round.
-    setUnits(first, first + units, 0);
-    EXPECT_EQ(cut(), first + 20 * units);
+    setPages(first, first + pages, 0);
+    EXPECT_EQ(cut(), first + 20 * pages);
     uint32_t next = cut();
     while (next != none && next != first) next = cut();
     EXPECT_EQ(next, first);

@@ -21,34 +21,34 @@ constexpr int noFile = -2;  ///< a descriptor that gives no memory
 /// An empty arena that no process joins, between two pages that nobody may touch.
 class MemoryArena {
 public:
-    static constexpr uint32_t units = 1024;
+    static constexpr uint32_t pages = 1024;
 
     MemoryArena() : file_(memfd_create("arena", MFD_CLOEXEC)) {
         EXPECT_EQ(ftruncate(file_.get(), static_cast<off_t>(bytes())), 0);
         guarded_ = static_cast<char*>(
-            mmap(nullptr, bytes() + 2 * linx::unitBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+            mmap(nullptr, bytes() + 2 * linx::pageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
         mmap(base(), bytes(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file_.get(), 0);
     }
-    ~MemoryArena() { munmap(guarded_, bytes() + 2 * linx::unitBytes); }
+    ~MemoryArena() { munmap(guarded_, bytes() + 2 * linx::pageBytes); }
     MemoryArena(const MemoryArena&) = delete;
     MemoryArena& operator=(const MemoryArena&) = delete;
 
-    linx::Arena arena(int file = -1) const { return linx::Arena(base(), units, file); }
+    linx::Arena arena(int file = -1) const { return linx::Arena(base(), pages, file); }
     int file() const { return file_.get(); }
 
     /// Leaves only the first `bytes` with memory: whoever touches the rest is ended, as where a file system is full.
     void cutTo(size_t bytes) const { EXPECT_EQ(ftruncate(file_.get(), static_cast<off_t>(bytes)), 0); }
     void makeWhole() const { cutTo(bytes()); }
 
-    char* base() const { return guarded_ + linx::unitBytes; }
-    static size_t bytes() { return size_t{linx::firstPoolPage(units) + units} * linx::unitBytes; }
+    char* base() const { return guarded_ + linx::pageBytes; }
+    static size_t bytes() { return size_t{linx::firstPoolPage(pages) + pages} * linx::pageBytes; }
 
-    /// Cuts a run of the class at the unit, as a lease would. Returns its first block.
-    linx::Ref layRun(uint32_t unit, uint32_t sizeClass) const {
-        for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].units; ++i) {
-            arena().unit(unit + i).storeRelaxed(linx::unitEntry(sizeClass, i));
+    /// Cuts a run of the class at the page, as a lease would. Returns its first block.
+    linx::Ref layRun(uint32_t page, uint32_t sizeClass) const {
+        for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].pages; ++i) {
+            arena().pageEntry(page + i).storeRelaxed(linx::makePageEntry(sizeClass, i));
         }
-        return arena().refOfUnit(unit);
+        return arena().refOfPage(page);
     }
 
 private:

@@ -284,7 +284,7 @@ TEST_F(OpenTest, TheArenasSizeIsChosenWithinBounds) {
         const ScopedVariable variable("LINX_ARENA_MB", text);
         unlink(arenaPath().c_str());
         EXPECT_EQ(errorOfOpen("x"), 0);
-        return read(offsetof(Header, unitCount)) / ((1u << 20) / unitBytes);
+        return read(offsetof(Header, pageCount)) / ((1u << 20) / pageBytes);
     };
     EXPECT_EQ(megabytesFor(nullptr), 256u);
     EXPECT_EQ(megabytesFor(""), 256u);
@@ -305,7 +305,7 @@ TEST_F(OpenTest, AnArenaThatIsThereKeepsItsSize) {
     const Linx first("first");
     const ScopedVariable other("LINX_ARENA_MB", "64");
     const Linx second("second");
-    EXPECT_EQ(read(offsetof(Header, unitCount)), 8u * 256);
+    EXPECT_EQ(read(offsetof(Header, pageCount)), 8u * 256);
 }
 
 TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {

@@ -16,23 +16,23 @@ constexpr uint32_t largerInPage = sizeClasses[classForLines(linesForSignal(large
 
 class PoolPagesTest : public TightTest {
 protected:
-    /// All small blocks that one had become units again, without its doing.
+    /// All small blocks that one had become pages again, without its doing.
     void loseSmallPage() {
         for (uint32_t i = 0; i < smallInPage; ++i) ASSERT_NE(pass(one, two, two.spid, small), nullptr);
         two.reset();
         const DomainLock lock(*joined);
         ASSERT_EQ(lease::reclaim(lock, 1), lease::Reclaimed::everything);
         ASSERT_EQ(leasedLines(one.spid), 0u);
-        ASSERT_EQ(arena.unit(0).loadRelaxed(), 0u);
+        ASSERT_EQ(arena.pageEntry(0).loadRelaxed(), 0u);
         // Nothing is fresh any more: what is leased next lies where the small ones lay.
-        arena.header().unitsUsed.storeRelaxed(arena.unitCount());
+        arena.header().pagesUsed.storeRelaxed(arena.pageCount());
     }
 
     std::vector<LinxSignal*> allocatePage(LINX* linx) {
         std::vector<LinxSignal*> signals;
         for (uint32_t i = 0; i < largerInPage; ++i) {
             signals.push_back(linx_alloc(linx, larger, 1));
-            EXPECT_EQ((refOf(signals.back()) - arena.refOfUnit(0)) / linesPerUnit, 0u) << i;
+            EXPECT_EQ((refOf(signals.back()) - arena.refOfPage(0)) / linesPerPage, 0u) << i;
         }
         return signals;
     }
@@ -41,7 +41,7 @@ protected:
 TEST_F(PoolPagesTest, APageThatIsLeasedAnewForAnotherSizeIsUsedWhole) {
     loseSmallPage();
     std::vector<LinxSignal*> signals = allocatePage(one);
-    EXPECT_EQ(leasedLines(one.spid), linesPerUnit);
+    EXPECT_EQ(leasedLines(one.spid), linesPerPage);
     freeAll(one, signals);
 }
 
@@ -54,9 +54,9 @@ TEST_F(PoolPagesTest, APageWhoseBlocksCameFromAnEndpointThatHasEndedIsUsedWhole)
     LinxSignal* signal = nullptr;
     while (linx_receive_w_tmo(one, &signal, 0, anySignal) > 0) signals.push_back(signal);
     freeAll(one, signals);
-    EXPECT_EQ(leasedLines(one.spid), linesPerUnit);
+    EXPECT_EQ(leasedLines(one.spid), linesPerPage);
     signals = allocatePage(one);
-    EXPECT_EQ(leasedLines(one.spid), linesPerUnit);
+    EXPECT_EQ(leasedLines(one.spid), linesPerPage);
     freeAll(one, signals);
 }
 

@@ -66,7 +66,7 @@ TEST_F(PoolTest, ReturnedBlocksAreUsedBeforeMoreIsLeased) {
         ASSERT_EQ(linx_free_buf(two, &signal), 0);
     }
     const SizeClass& c = sizeClasses[classForLines(linesForSignal(1000))];
-    EXPECT_LE(leasedLines(one.spid), linesPerUnit + c.blocks * c.lines);
+    EXPECT_LE(leasedLines(one.spid), linesPerPage + c.blocks * c.lines);
 }
 
 TEST_F(PoolTest, ABlockWhoseHomeHasEndedStaysWithWhoFreesIt) {
@@ -117,7 +117,7 @@ TEST_F(PoolTest, TheSurplusOfAnEndpointIsEverybodys) {
 TEST_F(PoolTest, TheMoreEndpointsThereAreTheLessEachMayKeep) {
     Word& open = arena.header().openEndpoints;
     const uint32_t before = open.loadRelaxed();
-    const uint32_t lines = arena.unitCount() * linesPerUnit;
+    const uint32_t lines = arena.pageCount() * linesPerPage;
     uint32_t ofFewer = lines;
     for (const uint32_t count : {1u, 10u, 100u, 1000u, slotCount - 1}) {
         open.storeRelaxed(count);
@@ -135,12 +135,12 @@ TEST_F(PoolTest, TheMoreEndpointsThereAreTheLessEachMayKeep) {
 
 TEST_F(PoolTest, WhatOneEndpointHasFreedAnotherCanUse) {
     std::vector<LinxSignal*> signals = allocateAll(one, mebibyte);
-    const uint32_t used = arena.header().unitsUsed.loadRelaxed();
+    const uint32_t used = arena.header().pagesUsed.loadRelaxed();
     freeAll(one, signals);
     signals = allocateAll(two, mebibyte);
     EXPECT_EQ(signals.size(), lease::shareOf(arena) / linesOf(mebibyte));
-    const uint32_t keptByOne = leasedLines(one.spid) / linesPerUnit;
-    EXPECT_LE(arena.header().unitsUsed.loadRelaxed(), used + keptByOne + sizeClasses[sizeClassCount - 1].units);
+    const uint32_t keptByOne = leasedLines(one.spid) / linesPerPage;
+    EXPECT_LE(arena.header().pagesUsed.loadRelaxed(), used + keptByOne + sizeClasses[sizeClassCount - 1].pages);
     freeAll(two, signals);
 }
 
@@ -150,10 +150,10 @@ TEST_F(PoolTest, EndpointsThatComeAndGoUseTheSameMemory) {
         const Linx brief("brief");
         std::vector<LinxSignal*> signals;
         for (int i = 0; i < 100; ++i) signals.push_back(linx_alloc(brief, 5000, 1));
-        if (round == 1) used = arena.header().unitsUsed.loadRelaxed();
+        if (round == 1) used = arena.header().pagesUsed.loadRelaxed();
         if (round % 2 == 0) freeAll(brief, signals);
     }
-    EXPECT_EQ(arena.header().unitsUsed.loadRelaxed(), used);
+    EXPECT_EQ(arena.header().pagesUsed.loadRelaxed(), used);
 }
 
 TEST_F(PoolTest, ABlockThatSomebodyScribbledOverIsNotGivenOutTwice) {

@@ -34,7 +34,7 @@ protected:
     /// Free blocks at home at `home`.
     std::vector<Ref> leaseFor(Spid home, uint32_t wanted = 1) const {
         const DomainLock lock(*joined);
-        return refsOf(lease::fromUnits(lock, home, anyClass, wanted));
+        return refsOf(lease::fromFreshPages(lock, home, anyClass, wanted));
     }
 
     std::vector<Ref> refsOf(const lease::Chain& chain) const {

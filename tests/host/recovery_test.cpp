@@ -246,13 +246,14 @@ TEST_F(RecoveryTest, ACommonStackThatLeadsToASmallerBlockIsNotFollowed) {
 
 TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
     const Spid dead = layDead("dead");
-    const uint32_t used = arena.header().unitsUsed.loadRelaxed();
+    const uint32_t used = arena.header().pagesUsed.loadRelaxed();
     const SizeClass& c = sizeClasses[20];
-    arena.header().unitsUsed.storeRelaxed(used + c.units);
-    ASSERT_GT(c.units, 1u);
-    for (uint32_t back = 1; back < c.units; ++back) arena.unit(used + back).storeRelaxed(unitEntry(20, back));
+    arena.header().pagesUsed.storeRelaxed(used + c.pages);
+    ASSERT_GT(c.pages, 1u);
+    for (uint32_t back = 1; back < c.pages; ++back)
+        arena.pageEntry(used + back).storeRelaxed(makePageEntry(20, back));
     repairAfterDeath();
-    for (uint32_t back = 0; back < c.units; ++back) EXPECT_EQ(arena.unit(used + back).loadRelaxed(), 0u);
+    for (uint32_t back = 0; back < c.pages; ++back) EXPECT_EQ(arena.pageEntry(used + back).loadRelaxed(), 0u);
     reapDead(dead);
     expectInOrder();
 }
@@ -262,14 +263,14 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
     std::vector<Ref> blocks;
     {
         const DomainLock lock(*joined);
-        blocks = refsOf(lease::fromUnits(lock, dead, 20, 1));
+        blocks = refsOf(lease::fromFreshPages(lock, dead, 20, 1));
     }
     reapDead(dead);
-    const uint32_t first = blocks[0] / linesPerUnit - arena.pageOfUnit(0);
-    arena.unit(first).storeRelaxed(0);
+    const uint32_t first = blocks[0] / linesPerPage - arena.filePageOf(0);
+    arena.pageEntry(first).storeRelaxed(0);
     repairAfterDeath();
     expectInOrder();
-    for (uint32_t i = 0; i < sizeClasses[20].units; ++i) EXPECT_EQ(arena.unit(first + i).loadRelaxed(), 0u);
+    for (uint32_t i = 0; i < sizeClasses[20].pages; ++i) EXPECT_EQ(arena.pageEntry(first + i).loadRelaxed(), 0u);
 }
 
 TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterBecomesCommon) {

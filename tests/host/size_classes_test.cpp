@@ -38,7 +38,7 @@ TEST(SizeClasses, TheLargestSignalFitsTheLargestClassAndOneByteMoreWouldStillBeC
 TEST(SizeClasses, TheBlockOfALineIsExactForEveryLineOfEveryRun) {
     for (uint32_t c = 0; c < sizeClassCount; ++c) {
         const uint32_t lines = linesOfClass(c);
-        for (uint32_t line = 0; line < sizeClasses[c].units * linesPerUnit; ++line) {
+        for (uint32_t line = 0; line < sizeClasses[c].pages * linesPerPage; ++line) {
             ASSERT_EQ(blockIndexInRun(c, line), line / lines) << "class " << c << " line " << line;
         }
     }
@@ -46,7 +46,7 @@ TEST(SizeClasses, TheBlockOfALineIsExactForEveryLineOfEveryRun) {
 
 TEST(SizeClasses, TheBlocksOfARunFillAtLeastSevenEighthsOfItAndNoMoreThanAllOfIt) {
     for (const SizeClass& c : sizeClasses) {
-        const uint32_t all = c.units * linesPerUnit;
+        const uint32_t all = c.pages * linesPerPage;
         EXPECT_LE(c.blocks * c.lines, all);
         EXPECT_GE(8 * c.blocks * c.lines, 7 * all);
         EXPECT_GE(c.blocks, 1u);

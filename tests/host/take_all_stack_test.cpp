@@ -16,10 +16,10 @@ using linxtest::MemoryArena;
 class TakeAllStackTest : public ::testing::Test {
 protected:
     TakeAllStackTest() {
-        for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
+        for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
     }
 
-    Ref ref(uint32_t number) const { return arena.refOfUnit(0) + number; }
+    Ref ref(uint32_t number) const { return arena.refOfPage(0) + number; }
     uint32_t push(uint32_t number) { return stack::push(head, *arena.blockAt(ref(number)), ref(number)); }
     std::vector<uint32_t> chain(Ref from) const {
         std::vector<uint32_t> numbers;
@@ -85,7 +85,7 @@ TEST_F(TakeAllStackTest, AWalkGoesRoundACycleAFewTimesAtMost) {
 TEST_F(TakeAllStackTest, AWalkEndsAtWhatIsNoBlock) {
     push(1);
     push(2);
-    for (const Ref garbage : {1u, 5u, arena.refOfUnit(0) - 1, arena.refOfUnit(MemoryArena::units), ~0u}) {
+    for (const Ref garbage : {1u, 5u, arena.refOfPage(0) - 1, arena.refOfPage(MemoryArena::pages), ~0u}) {
         arena.blockAt(ref(2))->next.storeRelaxed(garbage);
         EXPECT_EQ(chain(head.loadRelaxed()), (std::vector<uint32_t>{2}));
     }

@@ -154,7 +154,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
     constexpr uint32_t each = 20000;
     const MemoryArena memory;
     const Arena arena = memory.arena();
-    for (uint32_t unit = 0; unit < MemoryArena::units; ++unit) memory.layRun(unit, 0);
+    for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
     Slot& slot = arena.slot(indexOf(receiver));
     slot.wakeState.storeRelaxed(wake_state::word(receiver, wake_state::parked));
     const ScopedDescriptor directory(open(domain.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -165,7 +165,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
         senders.emplace_back([&, sender] {
             const ScopedDescriptor peer(doorbell::open(directory.get(), receiver));
             for (uint32_t i = 0; i < each; ++i) {
-                const Ref ref = arena.refOfUnit(0) + sender * each + i;
+                const Ref ref = arena.refOfPage(0) + sender * each + i;
                 arena.blockAt(ref)->signal.number = i;
                 linxtest::deliver(slot, *arena.blockAt(ref), ref);
                 const uint32_t found = slot.wakeState.loadSeqCst();

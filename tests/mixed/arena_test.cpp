@@ -21,7 +21,7 @@ protected:
     /// Size of the pool in MiB, 0 when there is no arena.
     uint64_t megabytes() const {
         const linx::ScopedDescriptor file(open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC));
-        return linx::checkArenaFile(file.get()) * uint64_t{linx::unitBytes} >> 20;
+        return linx::checkArenaFile(file.get()) * uint64_t{linx::pageBytes} >> 20;
     }
 };
 

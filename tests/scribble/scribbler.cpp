@@ -29,16 +29,16 @@ class Mapping {
 public:
     explicit Mapping(const std::string& path) {
         const linx::ScopedDescriptor file(open(path.c_str(), O_RDWR | O_CLOEXEC));
-        unitCount_ = linx::checkArenaFile(file.get());
-        if (unitCount_ != 0) mapping_ = linx::mapArenaFile(file.get(), unitCount_);
+        pageCount_ = linx::checkArenaFile(file.get());
+        if (pageCount_ != 0) mapping_ = linx::mapArenaFile(file.get(), pageCount_);
     }
 
     char* base() const { return static_cast<char*>(mapping_.get()); }
-    uint32_t unitCount() const { return unitCount_; }
+    uint32_t pageCount() const { return pageCount_; }
 
 private:
     linx::ArenaMapping mapping_;
-    uint32_t unitCount_ = 0;
+    uint32_t pageCount_ = 0;
 };
 
 void work(Ledger& ledger, uint32_t worker, uint32_t seed) {
@@ -89,16 +89,16 @@ void Scribbler::scribbleRounds(uint32_t firstRound, uint32_t endRound) {
     for (uint32_t round = firstRound; round < endRound && complaints_.empty(); ++round) {
         for (uint32_t left = 1 + draw(mostWords); left != 0; --left) {
             const uint32_t region = only < linxtest::regionCount ? only : draw(linxtest::regionCount);
-            garble(arena.base(), arena.unitCount(), linxtest::Region{region});
+            garble(arena.base(), arena.pageCount(), linxtest::Region{region});
             if (draw(16) == 0) pause(20);  // amid their work
         }
         if (awaitBeats("round " + std::to_string(round))) ++rounds_;
     }
 }
 
-void Scribbler::garble(char* base, uint32_t unitCount, linxtest::Region region) {
+void Scribbler::garble(char* base, uint32_t pageCount, linxtest::Region region) {
     const auto drawOne = [&](uint32_t bound) { return draw(bound); };
-    linxtest::Garbler<decltype(drawOne)> garbler(base, unitCount, drawOne);
+    linxtest::Garbler<decltype(drawOne)> garbler(base, pageCount, drawOne);
     bytes_[static_cast<uint32_t>(region)] += garbler.garble(region);
 }
 

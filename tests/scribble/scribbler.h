@@ -39,7 +39,7 @@ private:
     void scribbleDomain(uint32_t domain, uint32_t firstRound, uint32_t endRound);
     bool startWorkers(const std::string& where);
     void scribbleRounds(uint32_t firstRound, uint32_t endRound);
-    void garble(char* base, uint32_t unitCount, linxtest::Region region);
+    void garble(char* base, uint32_t pageCount, linxtest::Region region);
     bool awaitBeats(const std::string& where);
     void endWorkers(const std::string& where);
     bool hasEnded(uint32_t worker) const;

@@ -34,7 +34,7 @@ public:
 
     /// What no death accounts for.
     std::vector<std::string> disorder() {
-        checkUnits();
+        checkPages();
         checkCommonStacks();
         checkSlots();
         checkBlocks();
@@ -80,16 +80,16 @@ private:
     uint32_t slotsUsed() const { return arena_.header().slotsUsed.loadRelaxed(); }
     bool isOpenSlot(uint32_t index) const { return (arena_.slot(index).life.loadRelaxed() & linx::lifeOpen) != 0; }
 
-    /// Every unit is free or belongs to a run that is all there.
-    void checkUnits() {
-        std::vector<uint32_t> expected(arena_.unitCount(), 0);
-        linx::forEachRun(arena_, [&](uint32_t unit, uint32_t sizeClass) {
-            for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].units; ++i) {
-                expected[unit + i] = linx::unitEntry(sizeClass, i);
+    /// Every page is free or belongs to a run that is all there.
+    void checkPages() {
+        std::vector<uint32_t> expected(arena_.pageCount(), 0);
+        linx::forEachRun(arena_, [&](uint32_t page, uint32_t sizeClass) {
+            for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].pages; ++i) {
+                expected[page + i] = linx::makePageEntry(sizeClass, i);
             }
         });
-        for (uint32_t unit = 0; unit < arena_.unitCount(); ++unit) {
-            if (arena_.unit(unit).loadRelaxed() != expected[unit]) say() << "unit " << unit << " is of no run";
+        for (uint32_t page = 0; page < arena_.pageCount(); ++page) {
+            if (arena_.pageEntry(page).loadRelaxed() != expected[page]) say() << "page " << page << " is of no run";
         }
     }
 

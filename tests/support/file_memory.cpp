@@ -19,8 +19,8 @@ int64_t slotsEnd = std::numeric_limits<int64_t>::max();  ///< in the arena's fil
 
 FewSlots::FewSlots(uint32_t count) : before_(slotsEnd) {
     const uint64_t bytes = (uint64_t{count} + 1) * sizeof(linx::Slot);  // slot 0 is none
-    const uint64_t pages = (bytes + linx::unitBytes - 1) / linx::unitBytes;
-    slotsEnd = static_cast<int64_t>(linx::slotsOffset + pages * linx::unitBytes);
+    const uint64_t pages = (bytes + linx::pageBytes - 1) / linx::pageBytes;
+    slotsEnd = static_cast<int64_t>(linx::slotsOffset + pages * linx::pageBytes);
 }
 
 FewSlots::~FewSlots() {

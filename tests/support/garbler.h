@@ -17,7 +17,7 @@ enum class Region : uint32_t {
     stacks,
     names,
     hunts,
-    units,
+    pages,
     blocks,
     payloads,
     anywhere
@@ -26,7 +26,7 @@ constexpr uint32_t regionCount = static_cast<uint32_t>(Region::anywhere) + 1;
 
 inline const char* nameOf(Region region) {
     constexpr const char* names[regionCount] = {"header", "buckets", "slots",  "wake state", "stacks",  "names",
-                                                "hunts",  "units",   "blocks", "payloads",   "anywhere"};
+                                                "hunts",  "pages",   "blocks", "payloads",   "anywhere"};
     return names[static_cast<uint32_t>(region)];
 }
 
@@ -34,8 +34,8 @@ inline const char* nameOf(Region region) {
 template <class Draw>
 class Garbler {
 public:
-    /// `base` is the mapping of an arena of `unitCount` units. `draw(bound)` chooses a number below `bound`.
-    Garbler(char* base, uint32_t unitCount, Draw draw) : base_(base), unitCount_(unitCount), draw_(draw) {}
+    /// `base` is the mapping of an arena of `unitCount` pages. `draw(bound)` chooses a number below `bound`.
+    Garbler(char* base, uint32_t pageCount, Draw draw) : base_(base), pageCount_(pageCount), draw_(draw) {}
 
     /// Garbles one word of the region. Returns how many bytes were written.
     uint32_t garble(Region region) {
@@ -54,8 +54,8 @@ private:
     uint32_t drawWord() { return draw_(1u << 16) << 16 | draw_(1u << 16); }
     size_t drawWordOf(size_t bytes) { return size_t{draw(static_cast<uint32_t>(bytes / 4))} * 4; }
 
-    uint32_t firstPoolPage() const { return linx::firstPoolPage(unitCount_); }
-    size_t bytes() const { return size_t{firstPoolPage() + unitCount_} * linx::unitBytes; }
+    uint32_t firstPoolPage() const { return linx::firstPoolPage(pageCount_); }
+    size_t bytes() const { return size_t{firstPoolPage() + pageCount_} * linx::pageBytes; }
 
     size_t choosePlace(Region region) {
         switch (region) {
@@ -77,8 +77,8 @@ private:
                 return chooseSlot() + offsetof(linx::Slot, name) + drawWordOf(16);
             case Region::hunts:
                 return linx::huntsOffset + draw(8) * sizeof(linx::Hunt) + drawWordOf(24);
-            case Region::units:
-                return linx::unitTableOffset + size_t{chooseUnit()} * 4;
+            case Region::pages:
+                return linx::pageMapOffset + size_t{choosePage()} * 4;
             case Region::blocks:
                 return blockOffset(chooseBlock()) + drawWordOf(32);
             case Region::payloads:
@@ -89,8 +89,8 @@ private:
     }
 
     size_t drawAnywhere() {
-        const size_t page = draw(static_cast<uint32_t>(bytes() / linx::unitBytes));
-        return page * linx::unitBytes + drawWordOf(linx::unitBytes);
+        const size_t page = draw(static_cast<uint32_t>(bytes() / linx::pageBytes));
+        return page * linx::pageBytes + drawWordOf(linx::pageBytes);
     }
 
     size_t chooseStackWord() {
@@ -114,21 +114,21 @@ private:
     }
     static size_t slotOffset(uint32_t index) { return linx::slotsOffset + index * sizeof(linx::Slot); }
 
-    uint32_t chooseUnit() {
-        const uint32_t used = std::min(read(offsetof(linx::Header, unitsUsed)), unitCount_ - 1);
+    uint32_t choosePage() {
+        const uint32_t used = std::min(read(offsetof(linx::Header, pagesUsed)), pageCount_ - 1);
         return draw(used + 1);
     }
 
-    /// A block of a leased unit, where its table says so, and any line of it otherwise.
+    /// A block of a leased page, where its table says so, and any line of it otherwise.
     linx::Ref chooseBlock() {
-        uint32_t unit = chooseUnit();
-        const uint32_t entry = read(linx::unitTableOffset + size_t{unit} * 4);
+        uint32_t page = choosePage();
+        const uint32_t entry = read(linx::pageMapOffset + size_t{page} * 4);
         const uint32_t sizeClass = linx::entryClass(entry);
-        const uint32_t start = unit - linx::entryBack(entry);
-        const auto refOf = [&](uint32_t of) { return (firstPoolPage() + of) * linx::linesPerUnit; };
-        if (sizeClass >= linx::sizeClassCount || start > unit) return refOf(unit) + draw(linx::linesPerUnit);
+        const uint32_t start = page - linx::entryBack(entry);
+        const auto refOf = [&](uint32_t of) { return (firstPoolPage() + of) * linx::linesPerPage; };
+        if (sizeClass >= linx::sizeClassCount || start > page) return refOf(page) + draw(linx::linesPerPage);
         const linx::SizeClass& c = linx::sizeClasses[sizeClass];
-        if (start + c.units > unitCount_) return refOf(unit) + draw(linx::linesPerUnit);
+        if (start + c.pages > pageCount_) return refOf(page) + draw(linx::linesPerPage);
         return refOf(start) + draw(c.blocks) * c.lines;
     }
     static size_t blockOffset(linx::Ref ref) { return size_t{ref} * linx::lineBytes; }
@@ -160,7 +160,7 @@ private:
     }
 
     char* base_;
-    uint32_t unitCount_;
+    uint32_t pageCount_;
     Draw draw_;
 };
 

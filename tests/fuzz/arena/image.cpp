@@ -13,8 +13,8 @@
 namespace fuzz {
 namespace {
 
-constexpr uint32_t unitCount = 1024;  // the smallest arena
-constexpr int64_t wholeLength = (linx::firstPoolPage(unitCount) + unitCount) * int64_t{linx::unitBytes};
+constexpr uint32_t pageCount = 1024;  // the smallest arena
+constexpr int64_t wholeLength = (linx::firstPoolPage(pageCount) + pageCount) * int64_t{linx::pageBytes};
 
 int64_t lengthOf(int file) {
     struct stat status;
@@ -23,7 +23,7 @@ int64_t lengthOf(int file) {
 
 /// Copies what there is of it, and leaves the holes.
 void copyData(int from, int to, int64_t length) {
-    char page[linx::unitBytes];
+    char page[linx::pageBytes];
     for (int64_t data = 0; (data = lseek(from, data, SEEK_DATA)) != -1 && data < length;) {
         const int64_t hole = std::min(length, static_cast<int64_t>(lseek(from, data, SEEK_HOLE)));
         for (; data < hole; data += int64_t{sizeof page}) {
@@ -62,7 +62,7 @@ void Image::unmap() {
 void Image::garble(Input& input) {
     if (base_ == nullptr) return;
     const auto draw = [&](uint32_t bound) { return input.below(bound); };
-    linxtest::Garbler<decltype(draw)>(base_, unitCount, draw).garble(linxtest::Region{draw(linxtest::regionCount)});
+    linxtest::Garbler<decltype(draw)>(base_, pageCount, draw).garble(linxtest::Region{draw(linxtest::regionCount)});
 }
 
 void Image::replace(int64_t length) {
