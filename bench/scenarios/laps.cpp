@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t mostSamples = std::size_t{1} << 22;
 constexpr std::uint64_t stepsPerLook = 64;  // at the clock, which costs as much as a quick step
 
-void PutCommon(FigureSheet& sheet, std::uint64_t messages, std::uint64_t processor) {
+void PutCentral(FigureSheet& sheet, std::uint64_t messages, std::uint64_t processor) {
     sheet.Put("cpu_ns", static_cast<double>(processor) / static_cast<double>(messages));
     sheet.Put("messages", static_cast<double>(messages));
 }
@@ -49,7 +49,7 @@ void TimeLaps(const Effort& effort, const std::function<void()>& lap, const Proc
     times.resize(laps);
     sheet.Put("median_ns", Quantile(times, 0.5));
     sheet.Put("p99_ns", Quantile(times, 0.99));
-    PutCommon(sheet, laps, usedAfter - usedBefore);
+    PutCentral(sheet, laps, usedAfter - usedBefore);
 }
 
 void CountSteps(const Effort& effort, const std::function<void()>& step, const ProcessorMeter& used,
@@ -61,7 +61,7 @@ void CountSteps(const Effort& effort, const std::function<void()>& step, const P
     const std::uint64_t passed = Now() - start;
     const std::uint64_t usedAfter = used();
     sheet.Put("rate_per_s", static_cast<double>(steps) * 1e9 / static_cast<double>(passed));
-    PutCommon(sheet, steps, usedAfter - usedBefore);
+    PutCentral(sheet, steps, usedAfter - usedBefore);
 }
 
 }  // namespace bench

@@ -31,7 +31,7 @@ constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine o
 constexpr uint32_t arenaVersion = 2;
 constexpr uint32_t maxNameLength = 255;
 constexpr uint32_t huntCount = 4096;
-constexpr uint32_t noHome = 0;  ///< home of a block that lies in the common stacks
+constexpr uint32_t noHome = 0;  ///< home of a block that lies in the central lists
 
 /// How often something is done that takes long, see throttle.h.
 struct Pace {
@@ -54,27 +54,27 @@ struct Header {
     Word reserved[6];
 
     // Guarded by the domain lock; but anybody may raise the pressure, and add to what reclaiming took.
-    Word dirty;          ///< 1 while the domain lock is held; found set, its holder died and repair() has work
-    Word slotsUsed;      ///< slots 1 to slotsUsed have been used at least once
-    Word openEndpoints;  ///< how many there are; decides what each may keep for itself
-    Word oldestEnded;    ///< first of the chain of ended slots, the oldest; 0 none
-    Word newestEnded;    ///< its last
-    Word endings;        ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
-    Word huntsUsed;      ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word pagesUsed;      ///< pages below have been leased at least once
-    Word longestGap;     ///< of these no more adjoin that are free again; perhaps fewer
-    Word gapHint;        ///< where the search for such goes on
-    Word commonLines;    ///< in the stacks below
-    Word commonLeast;    ///< the least of that since memory was reclaimed last
-    Word pressure;       ///< counts the times that memory ran out: who sees a new one gives up what it keeps
-    Word pressedAt;      ///< milliseconds: when it was raised last
-    Word pressureMet;    ///< the count when memory was reclaimed last
-    Pace reclaiming;     ///< of memory
-    Pace reaping;        ///< of whoever has died
-    Word common[sizeClassCount];  ///< stacks of free blocks without a home, a class each
+    Word dirty;           ///< 1 while the domain lock is held; found set, its holder died and repair() has work
+    Word slotsUsed;       ///< slots 1 to slotsUsed have been used at least once
+    Word openEndpoints;   ///< how many there are; decides what each may keep for itself
+    Word quarantineHead;  ///< first of the chain of ended slots, the oldest; 0 none
+    Word quarantineTail;  ///< its last
+    Word quarantined;     ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
+    Word huntsUsed;       ///< hunt entries 0 to huntsUsed-1 may be in use
+    Word pagesUsed;       ///< pages below have been leased at least once
+    Word longestGap;      ///< of these no more adjoin that are free again; perhaps fewer
+    Word gapHint;         ///< where the search for such goes on
+    Word centralLines;    ///< in the lists below
+    Word centralLeast;    ///< the least of that since memory was reclaimed last
+    Word pressure;        ///< counts the times that memory ran out: who sees a new one gives up what it keeps
+    Word pressedAt;       ///< milliseconds: when it was raised last
+    Word pressureMet;     ///< the count when memory was reclaimed last
+    Pace reclaiming;      ///< of memory
+    Pace reaping;         ///< of whoever has died
+    Word central[sizeClassCount];  ///< lists of free blocks without a home, a class each
 };
 static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
-                  offsetof(Header, common) == 140 && std::is_standard_layout<Header>::value,
+                  offsetof(Header, central) == 140 && std::is_standard_layout<Header>::value,
               "the header's layout is shared by every process of the domain");
 static_assert(sizeof(Header) <= pageBytes, "the header fits its page");
 
@@ -123,8 +123,8 @@ struct alignas(lineBytes) Slot {
     Word nameHash;
     Word nameLength;
     Word nextInBucket;
-    Word nextEnded;
-    Word endStamp;
+    Word nextInQuarantine;
+    Word quarantineStamp;
     Word leasedLines;  ///< lines of the pool whose home this endpoint is, see share.h
     uint32_t pad3[8];
 
@@ -152,7 +152,7 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
 /*
  * A block holds one signal. `owner` says who may touch it:
  *
- *   0                   free: in a free list of `home`, or in the common stacks when there is no home
+ *   0                   free: in a free list of `home`, or in the central lists when there is no home
  *   spid                held: given out to the endpoint's user by an allocation or a receive
  *   spid + ownerQueued  kept for the endpoint: in its private queue, or parked for a hunt, an attach or a time-out
  *   spid + ownerTransit on its way: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,

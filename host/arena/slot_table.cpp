@@ -16,37 +16,37 @@ uint32_t takeSlot(const Arena& arena) {
         header.slotsUsed.storeRelaxed(fresh);
         return fresh;
     }
-    const uint32_t oldest = header.oldestEnded.loadRelaxed();
+    const uint32_t oldest = header.quarantineHead.loadRelaxed();
     if (oldest == 0 || oldest >= fresh) {
         errno = fresh < slotCount ? ENOMEM : ENOSPC;
         return 0;
     }
-    const uint32_t next = arena.slot(oldest).nextEnded.loadRelaxed();
-    header.oldestEnded.storeRelaxed(next);
-    if (next == 0) header.newestEnded.storeRelaxed(0);
+    const uint32_t next = arena.slot(oldest).nextInQuarantine.loadRelaxed();
+    header.quarantineHead.storeRelaxed(next);
+    if (next == 0) header.quarantineTail.storeRelaxed(0);
     return oldest;
 }
 
-void appendEnded(const Arena& arena, uint32_t index) {
+void quarantine(const Arena& arena, uint32_t index) {
     Header& header = arena.header();
     Slot& slot = arena.slot(index);
-    const uint32_t stamp = header.endings.loadRelaxed() + 1;
-    header.endings.storeRelaxed(stamp);
-    slot.endStamp.storeRelaxed(stamp);
-    slot.nextEnded.storeRelaxed(0);
-    const uint32_t newest = header.newestEnded.loadRelaxed();
+    const uint32_t stamp = header.quarantined.loadRelaxed() + 1;
+    header.quarantined.storeRelaxed(stamp);
+    slot.quarantineStamp.storeRelaxed(stamp);
+    slot.nextInQuarantine.storeRelaxed(0);
+    const uint32_t newest = header.quarantineTail.loadRelaxed();
     if (newest == 0 || newest > arena.usedSlots()) {
-        header.oldestEnded.storeRelaxed(index);
+        header.quarantineHead.storeRelaxed(index);
     } else {
-        arena.slot(newest).nextEnded.storeRelaxed(index);
+        arena.slot(newest).nextInQuarantine.storeRelaxed(index);
     }
-    header.newestEnded.storeRelaxed(index);
+    header.quarantineTail.storeRelaxed(index);
 }
 
-void rebuildEnded(const Arena& arena) {
+void rebuildQuarantine(const Arena& arena) {
     Header& header = arena.header();
     const uint32_t used = arena.usedSlots();
-    const uint32_t now = header.endings.loadRelaxed();
+    const uint32_t now = header.quarantined.loadRelaxed();
     struct Ended {
         uint32_t index;
         uint32_t age;  // and not the stamp: stamps wrap. Read once: an order that changes while it is sorted is none.
@@ -55,13 +55,13 @@ void rebuildEnded(const Arena& arena) {
     Ended* last = all.get();
     uint32_t previous = 0;
     const auto append = [&](const Ended& ended) {
-        (previous == 0 ? header.oldestEnded : arena.slot(previous).nextEnded).storeRelaxed(ended.index);
+        (previous == 0 ? header.quarantineHead : arena.slot(previous).nextInQuarantine).storeRelaxed(ended.index);
         previous = ended.index;
     };
     for (uint32_t i = 1; i <= used; ++i) {
         const Slot& slot = arena.slot(i);
         if ((slot.life.loadRelaxed() & lifeOpen) != 0) continue;
-        const Ended ended = {i, now - slot.endStamp.loadRelaxed()};
+        const Ended ended = {i, now - slot.quarantineStamp.loadRelaxed()};
         if (all != nullptr) {
             *last++ = ended;
         } else {
@@ -71,11 +71,11 @@ void rebuildEnded(const Arena& arena) {
     std::stable_sort(all.get(), last, [](const Ended& a, const Ended& b) { return a.age > b.age; });
     std::for_each(all.get(), last, append);
     if (previous == 0) {
-        header.oldestEnded.storeRelaxed(0);
+        header.quarantineHead.storeRelaxed(0);
     } else {
-        arena.slot(previous).nextEnded.storeRelaxed(0);
+        arena.slot(previous).nextInQuarantine.storeRelaxed(0);
     }
-    header.newestEnded.storeRelaxed(previous);
+    header.quarantineTail.storeRelaxed(previous);
 }
 
 void recountOpen(const Arena& arena) {

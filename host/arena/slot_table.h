@@ -6,8 +6,8 @@
 namespace linx {
 
 /// The slots and the order in which they are used again. All but isOpen and everExisted need the domain lock.
-/// Slots that were never used come first, then ended ones, the oldest first: the name of an ended endpoint can be
-/// asked for as long as possible.
+/// Slots that were never used come first, then those in quarantine, which is where slots go whose endpoints have
+/// ended: the oldest first, so that the name of an ended endpoint can be asked for as long as possible.
 
 /// Whether the slot has been used: one that never was may not even have memory.
 inline bool wasUsed(const Arena& arena, Spid spid) {
@@ -17,7 +17,8 @@ inline bool wasUsed(const Arena& arena, Spid spid) {
 
 inline bool isOpen(const Arena& arena, Spid spid) {
     // Acquire: (K), pairs with the release that opened the endpoint; its mailbox is ready. A no is (L): what it had
-    // sent is seen. A yes may be old; then its mailbox is closed, or its slot another's, whom strays do not harm.
+    // sent is seen. A stale yes is harmless: the push finds the mailbox closed, or lands with the slot's next owner,
+    // which drops it.
     return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == (spid | lifeOpen);
 }
 
@@ -28,15 +29,15 @@ inline bool everExisted(const Arena& arena, Spid spid) {
     return current != 0 && (current == spid || isEarlier(spid, current));
 }
 
-/// Takes the slot that is next in turn out of the order. Where there is no memory for a fresh one, the oldest ended
-/// one is next. 0 with errno ENOSPC when all are open, ENOMEM when there is no memory and none has ended.
+/// Takes the slot that is next in turn. Where there is no memory for a fresh one, the oldest in quarantine is next. 0
+/// with errno ENOSPC when all are open, ENOMEM when there is no memory and none has ended.
 uint32_t takeSlot(const Arena& arena);
 
-/// Puts a slot whose endpoint has ended at the end of the order.
-void appendEnded(const Arena& arena, uint32_t index);
+/// Puts a slot whose endpoint has ended into quarantine.
+void quarantine(const Arena& arena, uint32_t index);
 
-/// Makes the order anew from the slots themselves.
-void rebuildEnded(const Arena& arena);
+/// Makes the quarantine anew from the slots themselves.
+void rebuildQuarantine(const Arena& arena);
 
 /// Keeps count of the open endpoints, and counts them anew.
 inline void countOpened(const Arena& arena) {

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <new>
 
+#include "host/arena/central_lists.h"
 #include "host/arena/clock.h"
-#include "host/arena/common_stacks.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/share.h"
@@ -29,8 +29,8 @@ namespace {
 
 /// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
 /// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
-/// half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray in the
-/// mailbox.
+/// half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray in
+/// the mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
     if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
@@ -93,7 +93,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     if (endpoint == nullptr) {
         const int failure = errno;
         doorbell::remove(domain->directory(), spid);
-        appendEnded(arena, indexOf(spid));
+        quarantine(arena, indexOf(spid));
         errno = failure;
         return nullptr;
     }
@@ -134,7 +134,7 @@ Spid Endpoint::takeSlotFor(const DomainLock& lock, const Name& name, ScopedDescr
         const int failure = errno;
         // What cannot be removed goes by the spid that the slot names, if only for the repair.
         if (doorbell::remove(lock.domain().directory(), spid)) slot.life.storeRelease(before);
-        appendEnded(arena, index);
+        quarantine(arena, index);
         errno = failure;
         return 0;
     }
@@ -215,8 +215,8 @@ void Endpoint::giveUpHunts() {
         clearHunt(hunt);
         const Held held = at(hunt.signal.loadRelaxed());
         if (held.block == nullptr || held.block->owner.loadRelaxed() != (spid_ | ownerQueued)) return;
-        common::orphan(arena(), *held.block, held.sizeClass);
-        common::push(arena(), *held.block, held.ref, held.sizeClass);
+        central::abandon(arena(), *held.block, held.sizeClass);
+        central::push(arena(), *held.block, held.ref, held.sizeClass);
     });
 }
 

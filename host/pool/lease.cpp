@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/arena/common_stacks.h"
+#include "host/arena/central_lists.h"
 #include "host/arena/share.h"
 #include "host/arena/throttle.h"
 #include "host/recovery/retire.h"
@@ -100,26 +100,27 @@ void giveUpRun(const Arena& arena, uint32_t page, uint32_t sizeClass) {
     for (uint32_t i = 0; i < sizeClasses[sizeClass].pages; ++i) arena.pageEntry(page + i).storeRelease(0);
 }
 
-/// Makes the runs free pages again that nobody has a block of, and the common stacks anew from the others.
+/// Makes the runs free pages again that nobody has a block of, and the central lists anew from the others.
 void compact(const Arena& arena) {
     forgetGaps(arena);
-    common::clear(arena);  // the stacks may name blocks of runs that are given up now
+    central::clear(arena);  // the stacks may name blocks of runs that are given up now
     forEachRun(arena, [&](uint32_t page, uint32_t sizeClass) {
         bool idle = true;
-        forEachBlockOfRun(arena, page, sizeClass, [&](Block& block, Ref) { idle = idle && common::isCommon(block); });
+        forEachBlockOfRun(arena, page, sizeClass,
+                          [&](Block& block, Ref) { idle = idle && central::isHomeless(block); });
         if (idle) giveUpRun(arena, page, sizeClass);
     });
-    common::rebuild(arena);
+    central::rebuild(arena);
 }
 
 }  // namespace
 
-Chain fromCommon(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
+Chain fromCentral(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
     const Arena& arena = lock.arena();
     Chain chain;
     while (chain.blocks < wanted) {
         Ref ref;
-        Block* block = common::take(arena, sizeClass, ref);
+        Block* block = central::pop(arena, sizeClass, ref);
         if (block == nullptr) break;
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
         prepend(chain, *block, ref);
@@ -146,7 +147,7 @@ Chain fromFreshPages(const DomainLock& lock, Spid home, uint32_t sizeClass, uint
 
 uint32_t relief(const Arena& arena) {
     const Header& header = arena.header();
-    const uint32_t grown = header.commonLines.loadRelaxed() - header.commonLeast.loadRelaxed();
+    const uint32_t grown = header.centralLines.loadRelaxed() - header.centralLeast.loadRelaxed();
     return grown <= arena.pageCount() * linesPerPage ? grown : 0;  // or it is garbage
 }
 
@@ -163,7 +164,7 @@ Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
         if (isDue) reapAllDead(lock);
         compact(arena);
     });
-    header.commonLeast.storeRelaxed(header.commonLines.loadRelaxed());
+    header.centralLeast.storeRelaxed(header.centralLines.loadRelaxed());
     header.pressureMet.storeRelaxed(pressure);
     return isDue ? Reclaimed::everything : Reclaimed::some;
 }

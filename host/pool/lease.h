@@ -17,8 +17,8 @@ struct Chain {
     bool empty() const { return blocks == 0; }
 };
 
-/// Takes up to `wanted` common blocks of the class for `home`.
-Chain fromCommon(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
+/// Takes up to `wanted` blocks of the class out of the central lists for `home`.
+Chain fromCentral(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
 
 /// Cuts runs of fresh pages into blocks for `home`, about `wanted` of them and at least one run. None when there are
 /// no pages or no memory.
@@ -32,13 +32,14 @@ enum class Reclaimed {
 };
 
 /// Gathers what lies idle, when an endpoint has found no memory for a block of `lines` lines: the blocks of dead
-/// endpoints; and runs of which every block is common become free pages again, for any class. It takes long, since
-/// every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done is bounded
-/// for all (see throttle.h); sooner only when so much has become common since the last time that the arena is worth
-/// another look, once when others have been asked for it.
+/// endpoints; and runs of which every block is in the central lists become free pages again, for any class. It takes
+/// long, since every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done
+/// is bounded for all (see throttle.h); sooner only when so much has come to the central lists since the last time
+/// that the arena is worth another look, once when others have been asked for it.
 Reclaimed reclaim(const DomainLock& lock, uint32_t lines);
 
-/// Lines that have become common, and were not taken since, after memory was reclaimed last. Also without the lock.
+/// Lines that have come to the central lists, and were not taken since, after memory was reclaimed last. Also without
+/// the lock.
 uint32_t relief(const Arena& arena);
 
 /// The most lines of the pool that one endpoint may be home to.

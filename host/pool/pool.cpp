@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "host/arena/central_lists.h"
 #include "host/arena/clock.h"
-#include "host/arena/common_stacks.h"
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/doorbell.h"
@@ -191,20 +191,20 @@ int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
 }
 
 bool Pool::lease(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
-    lease::Chain chain = lease::fromCommon(lock, home_, sizeClass, wanted);
+    lease::Chain chain = lease::fromCentral(lock, home_, sizeClass, wanted);
     if (chain.empty()) chain = lease::fromFreshPages(lock, home_, sizeClass, wanted);
     add(chain, sizeClass);
     return !chain.empty();
 }
 
-/// Leases one block, or a common one of a larger class.
+/// Leases one block, or one of a larger class from the central lists.
 bool Pool::leaseOne(const DomainLock& lock, uint32_t sizeClass) {
     if (lease(lock, sizeClass, 1)) return true;
     const uint32_t share = lease::shareOf(arena());
     const uint32_t leased = leasedLines();
     const uint32_t room = share > leased ? share - leased : 0;
     for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && linesOfClass(larger) <= room; ++larger) {
-        const lease::Chain chain = lease::fromCommon(lock, home_, larger, 1);
+        const lease::Chain chain = lease::fromCentral(lock, home_, larger, 1);
         add(chain, larger);
         if (!chain.empty()) return true;
     }
@@ -269,8 +269,8 @@ void Pool::yieldToPressure() {
     owesRelief_ = true;
 }
 
-/// Makes free blocks common, the large ones first, until no more than `lines` lines are left. REQUIRES the domain
-/// lock.
+/// Gives free blocks to the central lists, the large ones first, until no more than `lines` lines are left. REQUIRES
+/// the domain lock.
 void Pool::shrinkTo(uint32_t lines) {
     uint32_t left = countLines();
     uint32_t given = 0;
@@ -279,8 +279,8 @@ void Pool::shrinkTo(uint32_t lines) {
         while (left > lines) {
             Block* block = take(sizeClass, ref);
             if (block == nullptr) break;
-            common::disown(*block);
-            common::push(arena(), *block, ref, sizeClass);
+            central::disown(*block);
+            central::push(arena(), *block, ref, sizeClass);
             left -= sizeClasses[sizeClass].lines;
             given += sizeClasses[sizeClass].lines;
         }

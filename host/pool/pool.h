@@ -42,15 +42,15 @@ public:
     /// Whether somebody has found no memory since this endpoint last gave up what it keeps.
     bool isUnderPressure() const { return arena().header().pressure.loadRelaxed() != pressureSeen_; }
 
-    /// Then makes common what has come back and lies free here, unless the lock is taken just now: then again, once a
-    /// tick of the kernel. Not in a section under the domain lock.
+    /// Then gives the central lists what has come back and lies free here, unless the lock is taken just now: then
+    /// again, once a tick of the kernel. Not in a section under the domain lock.
     [[gnu::cold, gnu::noinline]] void yieldToPressure();
 
     /// Whether the lock was taken then.
     bool owesRelief() const { return owesRelief_; }
 
-    /// Makes all free blocks common, at the end of the endpoint. False when others have garbled the lists, so that
-    /// all of the arena must be looked through for the rest. REQUIRES a section under the domain lock.
+    /// Gives all free blocks to the central lists, at the end of the endpoint. False when others have garbled the
+    /// lists, so that all of the arena must be looked through for the rest. REQUIRES a section under the domain lock.
     bool giveUp();
 
 private:
@@ -102,7 +102,7 @@ private:
     bool lostSome_ = false;  ///< blocks that were put into the lists have not been found there
     uint32_t mostLines_ =
         0;                ///< no more lines are free: what was, and all that have become so since they were counted
-    uint32_t keptLines_;  ///< beyond so many free lines some become common
+    uint32_t keptLines_;  ///< beyond so many free lines some go to the central lists
     bool owesRelief_ = false;
     uint64_t yieldTriedAt_ = 0;  ///< coarse milliseconds: when it was in vain last
     uint32_t pressureSeen_;      ///< the header's count when this endpoint last gave up what it keeps

@@ -4,7 +4,7 @@
 #include <array>
 #include <tuple>
 
-#include "host/arena/common_stacks.h"
+#include "host/arena/central_lists.h"
 #include "host/mailbox/take_all_stack.h"
 
 namespace linx {
@@ -92,8 +92,8 @@ void recoverLostInFlight(const DomainLock& lock, const SlotSet& dead) {
         search.markPushed(some.begin(), some.begin() + count);
         for (size_t i = 0; i < count; ++i) {
             if (some[i].pushed || !some[i].isUnchanged()) continue;
-            common::orphan(arena, *some[i].block, some[i].sizeClass);
-            common::push(arena, *some[i].block, some[i].ref, some[i].sizeClass);
+            central::abandon(arena, *some[i].block, some[i].sizeClass);
+            central::push(arena, *some[i].block, some[i].ref, some[i].sizeClass);
         }
         count = 0;
     };

@@ -7,8 +7,8 @@
 namespace linx {
 
 /// An endpoint that dies between giving a block its next owner and pushing it leaves a block that lies in no stack:
-/// only its slot's `sending` names it. Makes common what the dead have left so. Under the domain lock; their own
-/// stacks are closed.
+/// only its slot's `sending` names it. Gives the central lists what the dead have left so. Under the domain lock;
+/// their own stacks are closed.
 void recoverLostInFlight(const DomainLock& lock, const SlotSet& dead);
 
 }  // namespace linx

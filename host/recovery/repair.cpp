@@ -1,6 +1,6 @@
 #include "host/recovery/repair.h"
 
-#include "host/arena/common_stacks.h"
+#include "host/arena/central_lists.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/doorbell.h"
@@ -94,10 +94,10 @@ void removeStaleDoorbells(const Arena& arena, int directory) {
 void repair(const DomainLock& lock) {
     const Arena& arena = lock.arena();
     clearHalfRuns(arena);
-    common::rebuild(arena);
+    central::rebuild(arena);
     finishAnswering(arena);
     rebuildNames(arena);
-    rebuildEnded(arena);
+    rebuildQuarantine(arena);
     recountOpen(arena);
     removeStaleDoorbells(arena, lock.domain().directory());
     tellOfEnds(lock.domain());  // the one that died may have been about to

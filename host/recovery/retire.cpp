@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "host/arena/common_stacks.h"
+#include "host/arena/central_lists.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/arena/throttle.h"
@@ -59,11 +59,11 @@ bool isLeftBy(const Arena& arena, const Block& block, const SlotSet& ending) {
     return (owner & ownerInFlight) == 0 || !isOpen(arena, block.sender.loadRelaxed() & spidMask);
 }
 
-void makeBlocksCommon(const Arena& arena, const SlotSet& ending) {
+void abandonBlocks(const Arena& arena, const SlotSet& ending) {
     forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {
         if (!isLeftBy(arena, block, ending)) return;
-        common::orphan(arena, block, sizeClass);
-        common::push(arena, block, ref, sizeClass);
+        central::abandon(arena, block, sizeClass);
+        central::push(arena, block, ref, sizeClass);
     });
 }
 
@@ -75,7 +75,7 @@ void retireAll(const DomainLock& lock, const SlotSet& ending, Leftovers leftover
     ending.forEach([&](Spid spid) { leftSome = closeStacks(arena, spid) || leftSome; });
     dropHunts(arena, ending);
     if (leftovers == Leftovers::anything) recoverLostInFlight(lock, ending);
-    if (leftSome) makeBlocksCommon(arena, ending);
+    if (leftSome) abandonBlocks(arena, ending);
     // They may have died between pushing a signal and ringing. What they pushed is seen (Q).
     if (leftovers == Leftovers::anything) ringSleepers(lock.domain());
     ending.forEach([&](Spid spid) {
@@ -83,7 +83,7 @@ void retireAll(const DomainLock& lock, const SlotSet& ending, Leftovers leftover
         removeName(arena, indexOf(spid));
         // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release: (L).
         arena.slot(indexOf(spid)).life.storeRelease(spid);
-        appendEnded(arena, indexOf(spid));
+        quarantine(arena, indexOf(spid));
         countEnded(arena);
     });
 }

@@ -276,7 +276,8 @@ bool Stage::hasFree(unsigned actor) const {
 
 bool Stage::isThereMore() const {
     const linx::Header& header = arena().header();
-    return hasFree() || header.commonLines.loadRelaxed() != 0 || header.pagesUsed.loadRelaxed() < arena().pageCount();
+    return hasFree() || header.centralLines.loadRelaxed() != 0 ||
+           header.pagesUsed.loadRelaxed() < arena().pageCount();
 }
 
 void Stage::lendKept(unsigned to) {
@@ -446,13 +447,13 @@ void Stage::closeAll() {
     }
 }
 
-/// Every word in order; and once all have ended, every block common.
+/// Every word in order; and once all have ended, every block in the central lists.
 void Stage::checkArena(bool all) {
     bool anyDied = scheduler.deaths() != 0;
     for (const bool killed : killed_) anyDied = anyDied || killed;
     unsigned lost = 0;
     linx::forEachBlock(arena(), [&](const linx::Block& block, linx::Ref, uint32_t) {
-        if (all && !linx::common::isCommon(block)) ++lost;
+        if (all && !linx::central::isHomeless(block)) ++lost;
     });
     if (lost != 0) return scheduler.violate(std::to_string(lost) + " blocks leak");
     for (const std::string& said : linxtest::arenaViolations(domain())) {

@@ -43,19 +43,20 @@ protected:
 
 TEST_F(ArenaValidatorTest, SeesThatCountsAreWrong) {
     expectSaidOfOneMore(header().openEndpoints, "counted as open");
-    expectSaidOfOneMore(header().commonLines, "counted as common");
+    expectSaidOfOneMore(header().centralLines, "counted as central");
     expectSaidOfOneMore(own().leasedLines, "lines of");
     expectSaid(own().leasedLines, own().leasedLines.loadRelaxed() - 1, "lines of");
     expectSaidOfOneMore(header().huntsUsed, "not trimmed");
 }
 
-TEST_F(ArenaValidatorTest, SeesThatEndedSlotsAreOutOfOrder) {
-    const uint32_t oldest = header().oldestEnded.loadRelaxed();
-    const uint32_t next = arena.slot(oldest).nextEnded.loadRelaxed();
-    expectSaid(header().oldestEnded, next, "out of the order");
-    expectSaid(header().newestEnded, oldest, "the newest ended slot");
-    expectSaid(arena.slot(header().newestEnded.loadRelaxed()).nextEnded, indexOf(live.spid), "leads to");
-    expectSaid(arena.slot(oldest).endStamp, header().endings.loadRelaxed(), "comes before one that ended earlier");
+TEST_F(ArenaValidatorTest, SeesThatTheQuarantineIsOutOfOrder) {
+    const uint32_t oldest = header().quarantineHead.loadRelaxed();
+    const uint32_t next = arena.slot(oldest).nextInQuarantine.loadRelaxed();
+    expectSaid(header().quarantineHead, next, "out of the order");
+    expectSaid(header().quarantineTail, oldest, "the newest ended slot");
+    expectSaid(arena.slot(header().quarantineTail.loadRelaxed()).nextInQuarantine, indexOf(live.spid), "leads to");
+    expectSaid(arena.slot(oldest).quarantineStamp, header().quarantined.loadRelaxed(),
+               "comes before one that ended earlier");
 }
 
 TEST_F(ArenaValidatorTest, SeesThatASlotIsWrong) {
@@ -64,7 +65,7 @@ TEST_F(ArenaValidatorTest, SeesThatASlotIsWrong) {
     expectSaidOfOneMore(own().partings, "the tag of its partings");
     expectSaid(own().mailboxClaim, 5, "still taking its mailbox");
     expectSaid(own().returnedClaim, 5, "still taking its returns");
-    Slot& ended = arena.slot(header().oldestEnded.loadRelaxed());
+    Slot& ended = arena.slot(header().quarantineHead.loadRelaxed());
     expectSaid(ended.mailbox, arena.refOfPage(0), "has mail");
     expectSaid(ended.returned, arena.refOfPage(0), "has been given back");
 }
@@ -77,9 +78,9 @@ TEST_F(ArenaValidatorTest, SeesThatANameIsWrong) {
 
 TEST_F(ArenaValidatorTest, SeesThatABlockIsWrong) {
     uint32_t sizeClass = 0;
-    while (header().common[sizeClass].loadRelaxed() == 0) ++sizeClass;
-    Word& head = header().common[sizeClass];
-    expectSaid(head, block(head.loadRelaxed()).next.loadRelaxed(), "in no common stack");
+    while (header().central[sizeClass].loadRelaxed() == 0) ++sizeClass;
+    Word& head = header().central[sizeClass];
+    expectSaid(head, block(head.loadRelaxed()).next.loadRelaxed(), "in no central list");
     expectSaid(head, arena.refOfPage(0) - 1, "not its own");
     Block& common = block(head.loadRelaxed());
     expectSaid(common.owner, live.spid, "not its own");

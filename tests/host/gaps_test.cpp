@@ -9,7 +9,7 @@
 #include <csignal>
 
 #include "host/arena/arena_file.h"
-#include "host/arena/common_stacks.h"
+#include "host/arena/central_lists.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
@@ -124,8 +124,8 @@ TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
     linx_free_buf(endpoint, &signal);
     {
         const DomainLock lock(*joined);
-        common::orphan(arena, block, sizeClass);
-        common::push(arena, block, ref, sizeClass);
+        central::abandon(arena, block, sizeClass);
+        central::push(arena, block, ref, sizeClass);
     }
     const Linx another("another");
     LinxSignal* others = linx_alloc(another, 4, 3);

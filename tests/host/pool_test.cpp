@@ -92,7 +92,7 @@ TEST_F(PoolTest, BlocksThatAnEndingEndpointHeldComeOffTheBooksOfTheirHome) {
     LinxSignal* forHunt = pass(one, two, two.spid, 1000);
     ASSERT_EQ(linx_hunt(two, "absent", &forHunt), 0);
     two.reset();
-    // What two held, or hunted with, is common now; what it had not received has come back.
+    // What two held, or hunted with, is in the central lists now; what it had not received has come back.
     EXPECT_EQ(homeOf(held), noHome);
     EXPECT_GE(leasedLines(one.spid), before);
     EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());

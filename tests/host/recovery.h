@@ -45,7 +45,7 @@ protected:
     }
 
     Block& block(Ref ref) const { return *arena.blockAt(ref); }
-    bool isCommon(Ref ref) const { return common::isCommon(block(ref)); }
+    bool isHomeless(Ref ref) const { return central::isHomeless(block(ref)); }
 
     /// Writes the next owner, as a sender does before it pushes.
     void address(Ref ref, Spid from, Spid to) const {

@@ -146,7 +146,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
     repairAfterDeath();
     const Linx wanted("wanted");
     reapDead(hunter);
-    EXPECT_TRUE(isCommon(blocks[0]));
+    EXPECT_TRUE(isHomeless(blocks[0]));
     reapDead(opener);
     expectInOrder();
 }
@@ -161,7 +161,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     }
     reapDead(hunter);
     reapDead(opener);
-    EXPECT_TRUE(isCommon(blocks[0]));
+    EXPECT_TRUE(isHomeless(blocks[0]));
     expectInOrder();
 }
 

@@ -19,13 +19,13 @@ using linxtest::anySignal;
 using linxtest::Linx;
 using linxtest::nameOf;
 
-TEST_F(RecoveryTest, AllThatADeadEndpointOwnedBecomesCommon) {
+TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     block(blocks[0]).owner.storeRelaxed(dead);
     block(blocks[1]).owner.storeRelaxed(dead | ownerQueued);
     reapDead(dead);
-    for (const Ref ref : blocks) EXPECT_TRUE(isCommon(ref));
+    for (const Ref ref : blocks) EXPECT_TRUE(isHomeless(ref));
     expectInOrder();
 }
 
@@ -40,14 +40,14 @@ TEST_F(RecoveryTest, TheNameOfADeadEndpointCanBeOpenedAndItsNameStillAskedFor) {
     linx_free_name(live, &name);
 }
 
-TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenBecomesCommonAndItsMailboxStaysClosed) {
+TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenGoesToTheCentralListsAndItsMailboxStaysClosed) {
     const Spid dead = layDead("dead");
     LinxSignal* signal = linx_alloc(live, 4, 1);
     const Ref ref = refOf(signal);
     const uint32_t before = leasedLines(live.spid);
     post(ref, live.spid, dead);
     reapDead(dead);
-    EXPECT_TRUE(isCommon(ref));
+    EXPECT_TRUE(isHomeless(ref));
     EXPECT_EQ(leasedLines(live.spid), before - 1);
     EXPECT_EQ(stack::refOf(slotOf(dead).mailbox.loadRelaxed()), stack::closed);
     EXPECT_EQ(slotOf(dead).returned.loadRelaxed(), stack::closed);
@@ -63,7 +63,7 @@ TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
     block(blocks[4]).owner.storeRelaxed(dead | ownerQueued);  // the first one had been marked already
     post(blocks[5], sender, dead);
     reapDead(dead);
-    for (size_t i = 0; i <= 5; ++i) EXPECT_TRUE(isCommon(blocks[i])) << i;
+    for (size_t i = 0; i <= 5; ++i) EXPECT_TRUE(isHomeless(blocks[i])) << i;
     EXPECT_EQ(slot.mailboxClaim.loadRelaxed(), 0u);
     reapDead(sender);
     expectInOrder();
@@ -79,7 +79,7 @@ TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
     repairAfterDeath();
     reapDead(dead);
     reapDead(sender);
-    for (size_t i = 0; i < 5; ++i) EXPECT_TRUE(isCommon(blocks[i])) << i;
+    for (size_t i = 0; i < 5; ++i) EXPECT_TRUE(isHomeless(blocks[i])) << i;
     expectInOrder();
 }
 
@@ -95,7 +95,7 @@ TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
     }
     block(blocks[2]).owner.storeRelaxed(ownerFree);
     reapDead(dead);
-    for (const Ref ref : blocks) EXPECT_TRUE(isCommon(ref));
+    for (const Ref ref : blocks) EXPECT_TRUE(isHomeless(ref));
     reapDead(freer);
     expectInOrder();
 }
@@ -105,7 +105,7 @@ TEST_F(RecoveryTest, ASignalThatWasAddressedButNeverPushedIsFoundByItsSendersSlo
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     address(blocks[0], dead, live.spid);
     reapDead(dead);
-    EXPECT_TRUE(isCommon(blocks[0]));
+    EXPECT_TRUE(isHomeless(blocks[0]));
     expectInOrder();
     EXPECT_EQ(receiveNumber(live), 0u);
 }
@@ -153,7 +153,7 @@ TEST_F(RecoveryTest, ABlockOnItsWayHomeButNeverPushedIsFoundByItsFreersSlot) {
     const uint32_t before = leasedLines(live.spid);
     address(ref, dead, live.spid);
     reapDead(dead);
-    EXPECT_TRUE(isCommon(ref));
+    EXPECT_TRUE(isHomeless(ref));
     EXPECT_EQ(leasedLines(live.spid), before - 1) << "its home counts it no more";
     expectInOrder();
 }
@@ -166,7 +166,7 @@ TEST_F(RecoveryTest, ASignalThatWentAstrayBetweenTwoDeadEndpointsIsFoundInEither
         address(blocks[0], sender, receiver);
         reapDead(senderFirst ? sender : receiver);
         reapDead(senderFirst ? receiver : sender);
-        EXPECT_TRUE(isCommon(blocks[0])) << senderFirst;
+        EXPECT_TRUE(isHomeless(blocks[0])) << senderFirst;
         expectInOrder();
     }
 }
@@ -200,45 +200,45 @@ TEST_F(RecoveryTest, AnEndpointThatWasEndedByMistakeSendsItselfNothing) {
     expectInOrder();
 }
 
-TEST_F(RecoveryTest, GarbledCommonStacksAreMadeAnew) {
+TEST_F(RecoveryTest, GarbledCentralListsAreMadeAnew) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     Header& header = arena.header();
-    for (Word& head : header.common) head.storeRelaxed(blocks[5]);
+    for (Word& head : header.central) head.storeRelaxed(blocks[5]);
     for (const Ref ref : blocks) block(ref).next.storeRelaxed(blocks[7]);
     repairAfterDeath();
     expectInOrder();
-    header.common[anyClass].storeRelaxed(~0u);
+    header.central[anyClass].storeRelaxed(~0u);
     repairAfterDeath();
     expectInOrder();
 }
 
-TEST_F(RecoveryTest, AGarbledCommonStackIsNotFollowedEvenBeforeTheRepair) {
+TEST_F(RecoveryTest, AGarbledCentralListIsNotFollowedEvenBeforeTheRepair) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     block(blocks[0]).owner.storeRelaxed(live.spid);
     for (const Ref head : {blocks[0], blocks[0] + 1, 1u, ~0u}) {
-        arena.header().common[anyClass].storeRelaxed(head);
+        arena.header().central[anyClass].storeRelaxed(head);
         const DomainLock lock(*joined);
         Ref ref;
-        EXPECT_EQ(common::take(arena, anyClass, ref), nullptr);
+        EXPECT_EQ(central::pop(arena, anyClass, ref), nullptr);
     }
     block(blocks[0]).owner.storeRelaxed(ownerFree);
     repairAfterDeath();
 }
 
 /// Whoever got it as one of that size would write over its neighbour.
-TEST_F(RecoveryTest, ACommonStackThatLeadsToASmallerBlockIsNotFollowed) {
+TEST_F(RecoveryTest, ACentralListThatLeadsToASmallerBlockIsNotFollowed) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     {
-        arena.header().common[anyClass + 1].storeRelaxed(blocks[0]);
+        arena.header().central[anyClass + 1].storeRelaxed(blocks[0]);
         const DomainLock lock(*joined);
         Ref ref;
-        EXPECT_EQ(common::take(arena, anyClass + 1, ref), nullptr);
+        EXPECT_EQ(central::pop(arena, anyClass + 1, ref), nullptr);
     }
     repairAfterDeath();
     expectInOrder();
@@ -273,13 +273,13 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
     for (uint32_t i = 0; i < sizeClasses[20].pages; ++i) EXPECT_EQ(arena.pageEntry(first + i).loadRelaxed(), 0u);
 }
 
-TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterBecomesCommon) {
+TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterGoesToTheCentralLists) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     for (const Ref ref : blocks) EXPECT_EQ(block(ref).home.loadRelaxed(), dead);
     repairAfterDeath();
     reapDead(dead);
-    for (const Ref ref : blocks) EXPECT_TRUE(isCommon(ref));
+    for (const Ref ref : blocks) EXPECT_TRUE(isHomeless(ref));
     expectInOrder();
 }
 
@@ -298,7 +298,7 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     expectInOrder();
     EXPECT_EQ(findName(arena, nameOf("never")), 0u);
     EXPECT_EQ(domain.leftovers().size(), 1u) << "the doorbell of the live one only";
-    EXPECT_EQ(arena.header().newestEnded.loadRelaxed(), index);
+    EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), index);
 }
 
 TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsThereAgain) {
@@ -310,7 +310,7 @@ TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsTher
     reapDead(dead);
 }
 
-TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheOrderIsInItAgain) {
+TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheQuarantineIsInItAgain) {
     const Spid dead = layDead("dead");
     {
         const DomainLock lock(*joined);
@@ -320,7 +320,7 @@ TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheOrderIsInItAgain) {
         slotOf(dead).returned.storeRelaxed(stack::closed);
     }
     repairAfterDeath();
-    EXPECT_EQ(arena.header().newestEnded.loadRelaxed(), indexOf(dead));
+    EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), indexOf(dead));
     expectInOrder();
 }
 

@@ -23,7 +23,7 @@ protected:
 
     void end(uint32_t index) const {
         arena.slot(index).life.storeRelaxed(makeSpid(index, 1));
-        appendEnded(arena, index);
+        quarantine(arena, index);
     }
 
     /// Takes slots until there is none.
@@ -46,7 +46,7 @@ TEST_F(SlotTableTest, FreshSlotsComeFirstAndSlotZeroNever) {
     EXPECT_EQ(takeSlot(arena), 1u);
 }
 
-TEST_F(SlotTableTest, EndedSlotsComeBackTheOldestFirst) {
+TEST_F(SlotTableTest, SlotsComeBackFromQuarantineTheOldestFirst) {
     openAll();
     for (const uint32_t index : {5u, 3u, 9u, 1u}) end(index);
     EXPECT_EQ(takeAll(), (std::vector<uint32_t>{5, 3, 9, 1}));
@@ -85,12 +85,13 @@ TEST_F(SlotTableTest, TheOrderIsMadeAnewFromTheSlots) {
     for (const uint32_t index : order) end(index);
     std::mt19937 random(7);
     for (int round = 0; round < 10; ++round) {
-        for (const uint32_t index : order) arena.slot(index).nextEnded.storeRelaxed(static_cast<uint32_t>(random()));
-        arena.header().oldestEnded.storeRelaxed(static_cast<uint32_t>(random()));
-        arena.header().newestEnded.storeRelaxed(static_cast<uint32_t>(random()));
-        rebuildEnded(arena);
+        for (const uint32_t index : order)
+            arena.slot(index).nextInQuarantine.storeRelaxed(static_cast<uint32_t>(random()));
+        arena.header().quarantineHead.storeRelaxed(static_cast<uint32_t>(random()));
+        arena.header().quarantineTail.storeRelaxed(static_cast<uint32_t>(random()));
+        rebuildQuarantine(arena);
         ASSERT_EQ(takeAll(), order);
-        rebuildEnded(arena);
+        rebuildQuarantine(arena);
     }
     end(100);
     std::vector<uint32_t> longer = order;
@@ -100,20 +101,20 @@ TEST_F(SlotTableTest, TheOrderIsMadeAnewFromTheSlots) {
 
 TEST_F(SlotTableTest, TheOrderSurvivesTheStampsWrapping) {
     openAll();
-    arena.header().endings.storeRelaxed(~0u - 2);
+    arena.header().quarantined.storeRelaxed(~0u - 2);
     const std::vector<uint32_t> order = {5, 3, 9, 1, 7};
     for (const uint32_t index : order) end(index);
-    rebuildEnded(arena);
+    rebuildQuarantine(arena);
     EXPECT_EQ(takeAll(), order);
 }
 
-TEST_F(SlotTableTest, WithoutEndedSlotsTheOrderIsEmpty) {
+TEST_F(SlotTableTest, WithoutEndedSlotsTheQuarantineIsEmpty) {
     openAll();
-    arena.header().oldestEnded.storeRelaxed(4);
-    arena.header().newestEnded.storeRelaxed(4);
-    rebuildEnded(arena);
-    EXPECT_EQ(arena.header().oldestEnded.loadRelaxed(), 0u);
-    EXPECT_EQ(arena.header().newestEnded.loadRelaxed(), 0u);
+    arena.header().quarantineHead.storeRelaxed(4);
+    arena.header().quarantineTail.storeRelaxed(4);
+    rebuildQuarantine(arena);
+    EXPECT_EQ(arena.header().quarantineHead.loadRelaxed(), 0u);
+    EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), 0u);
     EXPECT_TRUE(takeAll().empty());
 }
 
@@ -121,11 +122,11 @@ TEST_F(SlotTableTest, LinksOutOfRangeTakeNobodyOutside) {
     openAll();
     end(1);
     end(2);
-    arena.slot(1).nextEnded.storeRelaxed(~0u);
+    arena.slot(1).nextInQuarantine.storeRelaxed(~0u);
     EXPECT_EQ(takeSlot(arena), 1u);
     EXPECT_EQ(takeSlot(arena), 0u);
-    arena.header().newestEnded.storeRelaxed(~0u);
-    appendEnded(arena, 2);
+    arena.header().quarantineTail.storeRelaxed(~0u);
+    quarantine(arena, 2);
     EXPECT_EQ(takeSlot(arena), 2u);
 }
 

@@ -163,7 +163,8 @@ void lend(Victim& victim) {
     while (slot.returned.loadAcquire() == linx::stack::empty) sched_yield();
 }
 
-/// All of the arena cut into blocks of one size, all of them common: only reclaiming makes room for another size.
+/// All of the arena cut into blocks of one size, all of them in the central lists: only reclaiming makes room for
+/// another size.
 void cutArena(Victim& victim) {
     std::vector<LINX*> others;
     for (int i = 0; i < 4; ++i) others.push_back(linx_open(("other" + std::to_string(i)).c_str(), 0, nullptr));

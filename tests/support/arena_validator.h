@@ -8,7 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "host/arena/common_stacks.h"
+#include "host/arena/central_lists.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
@@ -35,12 +35,12 @@ public:
     /// What no death accounts for.
     std::vector<std::string> disorder() {
         checkPages();
-        checkCommonStacks();
+        checkCentralLists();
         checkSlots();
         checkBlocks();
         checkLeases();
         checkNames();
-        checkEnded();
+        checkQuarantine();
         checkHunts();
         return said_;
     }
@@ -108,25 +108,25 @@ private:
         return isNew;
     }
 
-    void checkCommonStacks() {
+    void checkCentralLists() {
         uint32_t lines = 0;
         for (uint32_t c = 0; c < linx::sizeClassCount; ++c) {
-            linx::Ref ref = arena_.header().common[c].loadRelaxed();
+            linx::Ref ref = arena_.header().central[c].loadRelaxed();
             for (uint32_t left = arena_.maxBlocks(); ref != 0; --left) {
                 uint32_t sizeClass;
                 const linx::Block* block = arena_.blockAt(ref, sizeClass);
-                if (left == 0 || block == nullptr || sizeClass != c || !linx::common::isCommon(*block)) {
-                    say() << "common stack " << c << " holds " << ref << ", which is not its own";
+                if (left == 0 || block == nullptr || sizeClass != c || !linx::central::isHomeless(*block)) {
+                    say() << "central list " << c << " holds " << ref << ", which is not its own";
                     break;
                 }
-                if (!visitOnce(ref, {"common stack", c})) break;
-                common_.insert(ref);
+                if (!visitOnce(ref, {"central list", c})) break;
+                central_.insert(ref);
                 lines += linx::linesOfClass(c);
                 ref = block->next.loadRelaxed();
             }
         }
-        const uint32_t counted = arena_.header().commonLines.loadRelaxed();
-        if (counted != lines) say() << counted << " lines are counted as common, not " << lines;
+        const uint32_t counted = arena_.header().centralLines.loadRelaxed();
+        if (counted != lines) say() << counted << " lines are counted as central, not " << lines;
     }
 
     void checkChain(uint32_t index, linx::Ref head, const char* kind) {
@@ -155,7 +155,7 @@ private:
                 ++open;
                 checkOpenSlot(i);
             } else {
-                checkEndedSlot(i);
+                checkQuarantinedSlot(i);
             }
         }
         const uint32_t counted = arena_.header().openEndpoints.loadRelaxed();
@@ -177,7 +177,7 @@ private:
         checkChain(i, slot.returned.loadRelaxed(), "returned stack");
     }
 
-    void checkEndedSlot(uint32_t i) {
+    void checkQuarantinedSlot(uint32_t i) {
         if (linx::stack::holdsBlocks(arena_.slot(i).mailbox.loadRelaxed()))
             say() << "ended slot " << i << " has mail";
         if (linx::stack::holdsBlocks(arena_.slot(i).returned.loadRelaxed())) {
@@ -192,7 +192,7 @@ private:
             const linx::Spid home = block.home.loadRelaxed();
             linesOf_[home] += linx::linesOfClass(sizeClass);
             if (owner == linx::ownerFree && home == linx::noHome) {
-                if (common_.count(ref) == 0) say() << "block " << ref << " is common and in no common stack";
+                if (central_.count(ref) == 0) say() << "block " << ref << " has no home and is in no central list";
             } else if (owner == linx::ownerFree) {
                 if (!isLive(home)) sayLost() << "block " << ref << " is free at a home that has ended";
             } else if (travelling_.count(ref) == 0 && !isLive(owner & linx::spidMask)) {
@@ -248,23 +248,23 @@ private:
     }
 
     /// The order of ended slots holds all of them once, the oldest first.
-    void checkEnded() {
+    void checkQuarantine() {
         std::set<uint32_t> listed;
         uint32_t last = 0;
-        const uint32_t now = arena_.header().endings.loadRelaxed();
+        const uint32_t now = arena_.header().quarantined.loadRelaxed();
         uint32_t ageBefore = ~0u;
-        for (uint32_t index = arena_.header().oldestEnded.loadRelaxed(); index != 0;) {
+        for (uint32_t index = arena_.header().quarantineHead.loadRelaxed(); index != 0;) {
             if (index > slotsUsed() || isOpenSlot(index) || !listed.insert(index).second) {
                 say() << "the order of ended slots leads to " << index;
                 return;
             }
-            const uint32_t age = now - arena_.slot(index).endStamp.loadRelaxed();
+            const uint32_t age = now - arena_.slot(index).quarantineStamp.loadRelaxed();
             if (age > ageBefore) say() << "ended slot " << index << " comes before one that ended earlier";
             ageBefore = age;
             last = index;
-            index = arena_.slot(index).nextEnded.loadRelaxed();
+            index = arena_.slot(index).nextInQuarantine.loadRelaxed();
         }
-        if (arena_.header().newestEnded.loadRelaxed() != last) say() << "the newest ended slot is not " << last;
+        if (arena_.header().quarantineTail.loadRelaxed() != last) say() << "the newest ended slot is not " << last;
         for (uint32_t i = 1; i <= slotsUsed(); ++i) {
             if (!isOpenSlot(i) && listed.count(i) == 0) say() << "ended slot " << i << " is out of the order";
         }
@@ -291,7 +291,7 @@ private:
     std::vector<std::string> miscounted_;
     std::unordered_map<linx::Spid, uint32_t> linesOf_;  ///< by home
     std::unordered_map<linx::Ref, Place> places_;
-    std::unordered_set<linx::Ref> common_;
+    std::unordered_set<linx::Ref> central_;
     std::unordered_set<linx::Ref> travelling_;
 };
 

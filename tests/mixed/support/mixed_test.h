@@ -23,7 +23,7 @@ protected:
         ProcessTest::TearDown();
     }
 
-    /// Expects that every block is back in the common stacks. REQUIRES that no endpoint is open, and that the dead
+    /// Expects that every block is back in the central lists. REQUIRES that no endpoint is open, and that the dead
     /// have been noticed.
     static void expectWholePool() {
         const std::shared_ptr<linx::Domain> joined = linx::Domain::join();
@@ -32,7 +32,7 @@ protected:
         uint32_t missing = 0;
         linx::forEachBlock(joined->arena(), [&](const linx::Block& block, linx::Ref, uint32_t) {
             ++blocks;
-            if (!linx::common::isCommon(block)) ++missing;
+            if (!linx::central::isHomeless(block)) ++missing;
         });
         EXPECT_LT(0u, blocks);
         EXPECT_EQ(0u, missing) << "of " << blocks;
