@@ -6,6 +6,17 @@
 
 namespace linx {
 
+/// A block as the arena finds it, with what was learnt of it on the way. None while `block` is null.
+struct BlockRef {
+    Block* block = nullptr;
+    Ref ref = 0;
+    uint32_t sizeClass = 0;
+
+    explicit operator bool() const { return block != nullptr; }
+    Block* operator->() const { return block; }
+    Block& operator*() const { return *block; }
+};
+
 /// The mapped arena: finds slots, hunts and blocks in it. What it hands out lies inside the mapping and has memory,
 /// whatever the words of the arena say, so that nobody who scribbles over it can lead another process out of it, nor
 /// to a page that a full file system cannot give. Any thread may use it.
@@ -70,24 +81,14 @@ public:
     }
     Ref refOfPage(uint32_t page) const { return filePageOf(page) * linesPerPage; }
 
-    /// The block at `ref`, whose size class goes to `sizeClass`; null when no leased block starts there.
-    Block* blockAt(Ref ref, uint32_t& sizeClass) const;
-    Block* blockAt(Ref ref) const {
-        uint32_t ignored;
-        return blockAt(ref, ignored);
-    }
+    /// The block at `ref`; none when no leased block starts there.
+    BlockRef blockAt(Ref ref) const;
 
     /// The bytes at `ref` as a block. REQUIRES a reference where one is being made, or was found.
     Block* rawBlock(Ref ref) const { return at<Block>(size_t{ref} * lineBytes); }
 
-    /// The block whose signal is at `signal`, an address of any origin, with its reference and size class; null when
-    /// none is.
-    Block* blockOfSignal(const LinxSignal* signal, Ref& ref, uint32_t& sizeClass) const;
-    Block* blockOfSignal(const LinxSignal* signal) const {
-        Ref ref;
-        uint32_t ignored;
-        return blockOfSignal(signal, ref, ignored);
-    }
+    /// The block whose signal is at `signal`, an address of any origin; none when it is that of no signal.
+    BlockRef blockOfSignal(const LinxSignal* signal) const;
 
 private:
     template <class T>
@@ -127,20 +128,20 @@ public:
         return ref / linesPerPage == page_ && sizeClass == sizeClass_ && (starts_ >> ref % linesPerPage & 1) != 0;
     }
 
-    Block* at(Ref ref, uint32_t& sizeClass) {
-        if (ref / linesPerPage != page_) return findFar(ref, sizeClass);
-        sizeClass = sizeClass_;
-        return (starts_ >> ref % linesPerPage & 1) != 0 ? arena_.rawBlock(ref) : nullptr;
+    BlockRef at(Ref ref) {
+        if (ref / linesPerPage != page_) return findFar(ref);
+        if ((starts_ >> ref % linesPerPage & 1) == 0) return {};
+        return {arena_.rawBlock(ref), ref, sizeClass_};
     }
 
 private:
-    [[gnu::noinline]] Block* findFar(Ref ref, uint32_t& sizeClass) {
-        if (ref < linesPerPage) return nullptr;  // in the header: the end of most chains
-        Block* block = arena_.blockAt(ref, sizeClass);
-        if (block == nullptr || sizeClasses[sizeClass].pages != 1) return block;
+    [[gnu::noinline]] BlockRef findFar(Ref ref) {
+        if (ref < linesPerPage) return {};  // in the header: the end of most chains
+        const BlockRef block = arena_.blockAt(ref);
+        if (!block || sizeClasses[block.sizeClass].pages != 1) return block;
         page_ = ref / linesPerPage;
-        sizeClass_ = sizeClass;
-        starts_ = sizeClasses[sizeClass].starts;
+        sizeClass_ = block.sizeClass;
+        starts_ = sizeClasses[sizeClass_].starts;
         return block;
     }
 
@@ -150,28 +151,28 @@ private:
     uint64_t starts_ = 0;  ///< as in SizeClass; none in the header
 };
 
-inline Block* Arena::blockAt(Ref ref, uint32_t& sizeClass) const {
+inline BlockRef Arena::blockAt(Ref ref) const {
     const uint32_t pageIndex = ref / linesPerPage - firstPoolPage_;
-    if (!isLeasable(pageIndex)) return nullptr;
+    if (!isLeasable(pageIndex)) return {};
     // Acquire: (O), pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = pageEntry(pageIndex).loadAcquire();
-    sizeClass = entryClass(entry);
-    if (sizeClass >= sizeClassCount || entryBack(entry) > pageIndex) return nullptr;
+    const uint32_t sizeClass = entryClass(entry);
+    if (sizeClass >= sizeClassCount || entryBack(entry) > pageIndex) return {};
     const SizeClass& c = sizeClasses[sizeClass];
-    if (!isLeasable(pageIndex - entryBack(entry) + c.pages - 1)) return nullptr;
+    if (!isLeasable(pageIndex - entryBack(entry) + c.pages - 1)) return {};
     const bool starts = entryBack(entry) == 0
                             ? (c.starts >> ref % linesPerPage & 1) != 0
                             : startsBlock(sizeClass, entryBack(entry) * linesPerPage + ref % linesPerPage);
-    return starts ? at<Block>(size_t{ref} * lineBytes) : nullptr;
+    if (!starts) return {};
+    return {rawBlock(ref), ref, sizeClass};
 }
 
-inline Block* Arena::blockOfSignal(const LinxSignal* signal, Ref& ref, uint32_t& sizeClass) const {
+inline BlockRef Arena::blockOfSignal(const LinxSignal* signal) const {
     // As numbers: the address may have nothing to do with the mapping.
     const uintptr_t offset =
         reinterpret_cast<uintptr_t>(signal) - reinterpret_cast<uintptr_t>(base_) - offsetof(Block, signal);
-    if (offset >= size_t{filePages()} * pageBytes || offset % lineBytes != 0) return nullptr;
-    ref = static_cast<Ref>(offset / lineBytes);
-    return blockAt(ref, sizeClass);
+    if (offset >= size_t{filePages()} * pageBytes || offset % lineBytes != 0) return {};
+    return blockAt(static_cast<Ref>(offset / lineBytes));
 }
 
 }  // namespace linx

@@ -8,29 +8,27 @@
 namespace linx {
 namespace central {
 
-void abandon(const Arena& arena, Block& block, uint32_t sizeClass) {
-    const Spid home = block.home.loadRelaxed();
-    disown(block);
+void abandon(const Arena& arena, BlockRef block) {
+    const Spid home = block->home.loadRelaxed();
+    disown(*block);
     // Dying before this leaves the home a share that is smaller by one block.
-    if (isOpen(arena, home)) share::remove(arena.slot(indexOf(home)), home, sizeClasses[sizeClass].lines);
+    if (isOpen(arena, home)) share::remove(arena.slot(indexOf(home)), home, sizeClasses[block.sizeClass].lines);
 }
 
-void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass) {
-    Word& head = arena.header().central[sizeClass];
-    block.next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders (P)
-    head.storeRelaxed(ref);
+void push(const Arena& arena, BlockRef block) {
+    Word& head = arena.header().central[block.sizeClass];
+    block->next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders (P)
+    head.storeRelaxed(block.ref);
     Word& lines = arena.header().centralLines;
-    lines.storeRelaxed(lines.loadRelaxed() + sizeClasses[sizeClass].lines);
+    lines.storeRelaxed(lines.loadRelaxed() + sizeClasses[block.sizeClass].lines);
 }
 
-Block* pop(const Arena& arena, uint32_t sizeClass, Ref& ref) {
+BlockRef pop(const Arena& arena, uint32_t sizeClass) {
     Word& head = arena.header().central[sizeClass];
-    ref = head.loadRelaxed();
-    uint32_t found;
-    Block* block = arena.blockAt(ref, found);
-    if (block == nullptr || found != sizeClass || !isHomeless(*block)) {
+    const BlockRef block = arena.blockAt(head.loadRelaxed());
+    if (!block || block.sizeClass != sizeClass || !isHomeless(*block)) {
         head.storeRelaxed(0);  // the end, or a list that somebody scribbled over: the next rebuild finds its blocks
-        return nullptr;
+        return {};
     }
     head.storeRelaxed(block->next.loadRelaxed());
     Word& lines = arena.header().centralLines;
@@ -47,8 +45,8 @@ void clear(const Arena& arena) {
 
 void rebuild(const Arena& arena) {
     clear(arena);
-    forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {
-        if (isHomeless(block)) push(arena, block, ref, sizeClass);
+    forEachBlock(arena, [&](BlockRef block) {
+        if (isHomeless(*block)) push(arena, block);
     });
 }
 

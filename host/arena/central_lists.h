@@ -23,13 +23,13 @@ inline void disown(Block& block) {
 }
 
 /// The same for a block that was left behind or not come for; it also comes off the books of its home.
-void abandon(const Arena& arena, Block& block, uint32_t sizeClass);
+void abandon(const Arena& arena, BlockRef block);
 
 /// Pushes a disowned block.
-void push(const Arena& arena, Block& block, Ref ref, uint32_t sizeClass);
+void push(const Arena& arena, BlockRef block);
 
-/// Pops a block, whose reference goes to `ref`; null when there is none.
-Block* pop(const Arena& arena, uint32_t sizeClass, Ref& ref);
+/// Pops a block of the class; none when there is none.
+BlockRef pop(const Arena& arena, uint32_t sizeClass);
 
 /// Forgets what is in the lists; the blocks stay without a home.
 void clear(const Arena& arena);

@@ -34,24 +34,21 @@ void forEachRun(const Arena& arena, Visit visit) {
     }
 }
 
-/// Calls `visit(block, ref)` for every block of the run.
+/// Calls `visit(block)` for every block of the run.
 template <class Visit>
 void forEachBlockOfRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClass, Visit visit) {
     const SizeClass& c = sizeClasses[sizeClass];
     for (uint32_t i = 0; i < c.blocks; ++i) {
-        const Ref ref = arena.refOfPage(firstPage) + i * c.lines;
-        Block* block = arena.blockAt(ref);
-        if (block != nullptr) visit(*block, ref);
+        const BlockRef block = arena.blockAt(arena.refOfPage(firstPage) + i * c.lines);
+        if (block) visit(block);
     }
 }
 
-/// Calls `visit(block, ref, sizeClass)` for every block of the arena. Under the domain lock; blocks change their
+/// Calls `visit(block)` for every block of the arena. Under the domain lock; blocks change their
 /// owners meanwhile, so `visit` may rely only on what nobody but the caller can change.
 template <class Visit>
 void forEachBlock(const Arena& arena, Visit visit) {
-    forEachRun(arena, [&](uint32_t page, uint32_t sizeClass) {
-        forEachBlockOfRun(arena, page, sizeClass, [&](Block& block, Ref ref) { visit(block, ref, sizeClass); });
-    });
+    forEachRun(arena, [&](uint32_t page, uint32_t sizeClass) { forEachBlockOfRun(arena, page, sizeClass, visit); });
 }
 
 }  // namespace linx

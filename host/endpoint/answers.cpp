@@ -18,10 +18,9 @@ namespace {
 bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
     const Arena& arena = lock.arena();
     const Spid hunter = hunt.hunter.loadRelaxed();
-    const Ref ref = hunt.signal.loadRelaxed();
-    Block* signal = arena.blockAt(ref);
+    const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     bool rung = true;
-    if (isOpen(arena, hunter) && signal != nullptr && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
+    if (isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor doorbell(doorbell::open(lock.domain().directory(), hunter));
         if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
@@ -33,7 +32,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
         // push is (A) and the look (B).
         uint32_t introducedAt = introduction::never;
-        if (introduction::push(slot, doorbell.get(), found, *signal, ref, introducedAt) != stack::closed) {
+        if (introduction::push(slot, doorbell.get(), found, *signal, signal.ref, introducedAt) != stack::closed) {
             const int result =
                 wake_state::ring(slot.wakeState, slot.wakeState.loadSeqCst(), hunter, indexOf(found),
                                  [&] { return doorbell.get() == -1 ? EPIPE : doorbell::ring(doorbell.get()); });

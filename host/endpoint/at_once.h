@@ -34,30 +34,28 @@ inline bool Endpoint::isRecent(const LinxSignal* signal) const {
 }
 
 /// Makes a signal of a free block and gives it to the user.
-inline LinxSignal* Endpoint::give(const Held& held, uint32_t size, uint32_t number) {
-    Block& block = *held.block;
-    block.owner.storeRelaxed(spid_);
-    block.sender.storeRelaxed(spid_);
-    block.size.storeRelaxed(size);
-    block.signal.number = number;
+inline LinxSignal* Endpoint::give(BlockRef block, uint32_t size, uint32_t number) {
+    block->owner.storeRelaxed(spid_);
+    block->sender.storeRelaxed(spid_);
+    block->size.storeRelaxed(size);
+    block->signal.number = number;
     ++held_;
-    recent_ = held;
-    return &block.signal;
+    recent_ = block;
+    return &block->signal;
 }
 
 inline LinxSignal* Endpoint::allocateAtOnce(uint32_t size, uint32_t number) {
     if (!isSignalSize(size) || !enterAtOnce()) return nullptr;
-    Held held = {nullptr, 0, classForLines(linesForSignal(size))};
-    held.block = pool_.takeAtOnce(held.sizeClass, held.ref);
-    LinxSignal* signal = held.block == nullptr ? nullptr : give(held, size, number);
+    const BlockRef block = pool_.popAtOnce(classForLines(linesForSignal(size)));
+    LinxSignal* signal = block ? give(block, size, number) : nullptr;
     exit();
     return signal;
 }
 
 inline bool Endpoint::freeAtOnce(LinxSignal** signal) {
     if (!isRecent(*signal) || !enterAtOnce()) return false;
-    const Held held = recent_;
-    const bool gone = pool_.giveBackAtOnce(*held.block, held.ref, held.sizeClass);
+    const BlockRef block = recent_;
+    const bool gone = pool_.giveBackAtOnce(block);
     if (gone) {
         *signal = nullptr;
         --held_;
@@ -74,39 +72,39 @@ inline bool Endpoint::senderAtOnce(const LinxSignal* signal, Spid& sender) const
 
 /// Has `push` push the signal onto the mailbox in the peer's slot.
 template <class Push>
-Endpoint::Posted Endpoint::post(const Held& held, Peer& peer, Push push) {
+Endpoint::Posted Endpoint::post(const BlockRef& block, Peer& peer, Push push) {
     Slot& target = peer.slot;
     Slot& own = slot_;
     const Spid to = peer.spid;
     const Spid from = spid_;
     // Its mailbox may be another's by now, who would have to throw the signal away. Acquire: as in isOpen.
     if (target.life.loadAcquire() != (to | lifeOpen)) return Posted::refused;
-    own.sending.storeRelease(held.ref);  // (J), after the push before this one
-    held.block->sender.storeRelaxed(from);
+    own.sending.storeRelease(block.ref);  // (J), after the push before this one
+    block->sender.storeRelaxed(from);
     // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
-    held.block->owner.storeRelease(to | ownerInFlight);
+    block->owner.storeRelease(to | ownerInFlight);
     const uint32_t before = push(target);
     if (stack::isRefused(before)) {
-        held.block->owner.storeRelaxed(from);
+        block->owner.storeRelaxed(from);
         return Posted::refused;
     }
     const uint32_t found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
     if (wake_state::wantsRing(found, to)) return Posted::wantsRing;
     peers_.noteUnrung(&peer);
-    return before == stack::empty || peer.unasked-- != 0 ? Posted::done : Posted::wantsReminder;
+    return before == stack::empty || peer.sendsUntilCheck-- != 0 ? Posted::done : Posted::wantsReminder;
 }
 
 inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
     Peer* peer = peers_.latest(to);
     if (peer == nullptr || !isRecent(*signal) || !enterAtOnce()) return Posted::refused;
-    const Held held = recent_;
+    const BlockRef block = recent_;
     const uint32_t introducedAt = peer->introducedAt;
     const Posted posted =
         introducedAt != peer->slot.partings.loadRelaxed()  // relaxed: the push by tag decides
             ? Posted::refused
-            : post(held, *peer, [&](Slot& target) {
-                  return stack::push(target.mailbox, *held.block, held.ref, introduction::tagAt(introducedAt));
+            : post(block, *peer, [&](Slot& target) {
+                  return stack::push(target.mailbox, *block, block.ref, introduction::tagAt(introducedAt));
               });
     if (posted != Posted::refused) {
         *signal = nullptr;
@@ -123,25 +121,25 @@ inline bool Endpoint::isBusy() const {
 }
 
 /// Gives a signal of the queue to the user and returns its size.
-[[gnu::always_inline]] inline int Endpoint::handOut(const Held& held, LinxSignal** signal) {
+[[gnu::always_inline]] inline int Endpoint::handOut(const BlockRef& block, LinxSignal** signal) {
     // Sizes come from other processes: none reaches beyond its block.
     const uint32_t room =
-        sizeClasses[held.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
-    uint32_t size = held.block->size.loadRelaxed();
+        sizeClasses[block.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
+    uint32_t size = block->size.loadRelaxed();
     if (size < sizeof(LinxSignal) || size > room) {
         size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
-        held.block->size.storeRelaxed(size);
+        block->size.storeRelaxed(size);
     }
-    held.block->owner.storeRelaxed(spid_);
+    block->owner.storeRelaxed(spid_);
     ++held_;
-    recent_ = held;
-    *signal = &held.block->signal;
+    recent_ = block;
+    *signal = &block->signal;
     return static_cast<int>(size);
 }
 
 inline int Endpoint::receiveAtOnce(LinxSignal** signal, const uint32_t* selection) {
     if (selection[0] != 0 || !isBusy() || !enterAtOnce()) return 0;
-    const int size = handOut(heldAt(queue_.takeArrival()), signal);
+    const int size = handOut(blockAt(queue_.takeArrival()), signal);
     exit();
     return size;
 }

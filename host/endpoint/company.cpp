@@ -23,52 +23,52 @@ constexpr uint32_t longestDebtPause = 1000;  ///< milliseconds
 
 /// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died. May bring signals to the
 /// queue: what an earlier user of its slot leaves.
-Peer* Endpoint::acquaint(Spid spid) {
+Peer* Endpoint::connect(Spid spid) {
     Peer* peer = peers_.find(spid);
     if (peer != nullptr && !doorbell::isDead(peer->doorbell.get())) return peer;
-    if (!buryIfPossible(indexOf(spid))) {
+    if (!onPeerDeathIfRoom(indexOf(spid))) {
         errno = ENOMEM;
         return nullptr;
     }
     errno = ECONNRESET;
     if (peer != nullptr) return nullptr;
     try {
-        peer = peers_.meet(spid);
+        peer = peers_.connect(spid);
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
     }
     const int failure = errno;
     if (peer == nullptr && failure == ECONNRESET) {
-        remember(spid);
+        rememberDead(spid);
         reapDead(DomainLock::Patience::tryOnce);
     }
     errno = failure;
     return peer;
 }
 
-/// After a failure for want of descriptors: parts with somebody. True when there is one now. errno stays where there
-/// is none.
+/// After a failure for want of descriptors: disconnects from a peer. True when there is one now. errno stays where
+/// there is none.
 bool Endpoint::makeRoom() {
     if (!peers_.makeRoom()) return false;
-    // The one parted with may have died since its last signal and have rung for none: now nothing tells of it any
+    // The one disconnected may have died since its last signal and have rung for none: now nothing tells of it any
     // more.
-    settle();
+    updateReadiness();
     return true;
 }
 
 /// What somebody has written into the doorbell.
-void Endpoint::hear(uint32_t record) {
+void Endpoint::readRecord(uint32_t record) {
     const Spid spid = record & spidMask;
     if (record == doorbell::ended) missedEnds_ = true;
     if (spid != record || spid == 0 || spid == spid_) return;
-    greet(spid);
+    watchSender(spid);
 }
 
 /// Watches a sender from now on. One that cannot be watched for want of descriptors or memory may still talk, and has
 /// to introduce itself each time.
-void Endpoint::greet(Spid sender) {
+void Endpoint::watchSender(Spid sender) {
     if (!isOpen(arena(), sender) || peers_.find(sender) != nullptr) return;
-    if (acquaint(sender) == nullptr && isOpen(arena(), sender)) introduction::revoke(slot());
+    if (connect(sender) == nullptr && isOpen(arena(), sender)) introduction::revoke(slot());
 }
 
 bool Endpoint::hasEnded(const Peer& peer) const {
@@ -78,20 +78,20 @@ bool Endpoint::hasEnded(const Peer& peer) const {
 
 /// The peer in this slot has ended: what it had sent, then the notices of its end. Takes no lock: whoever has it may
 /// have been stopped. Out of memory, the peer stays as it is.
-void Endpoint::bury(uint32_t index) {
+void Endpoint::onPeerDeath(uint32_t index) {
     Peer* peer = peers_.inSlot(index);
     if (peer == nullptr) return;
     takeMailbox();
     queue_.reserve(peer->notices.size());  // all or none: a notice must not be delivered twice
     for (const Ref notice : peer->notices) enqueue(notice);
-    remember(peer->spid);
-    peers_.part(index);
+    rememberDead(peer->spid);
+    peers_.disconnect(index);
 }
 
 /// The same where nothing may be thrown. False when there is no memory for it.
-bool Endpoint::buryIfPossible(uint32_t index) {
+bool Endpoint::onPeerDeathIfRoom(uint32_t index) {
     try {
-        bury(index);
+        onPeerDeath(index);
         return true;
     } catch (const std::bad_alloc&) {
         return false;
@@ -99,17 +99,17 @@ bool Endpoint::buryIfPossible(uint32_t index) {
 }
 
 /// Some peer has ended, of which its doorbell does not tell.
-void Endpoint::buryEnded() {
+void Endpoint::findEndedPeers() {
     for (uint32_t index = 1; index < peers_.size(); ++index) {
         const Peer* peer = peers_.inSlot(index);
-        if (peer != nullptr && !isOpen(arena(), peer->spid)) bury(index);
+        if (peer != nullptr && !isOpen(arena(), peer->spid)) onPeerDeath(index);
     }
     missedEnds_ = false;
 }
 
-bool Endpoint::buryEndedIfPossible() {
+bool Endpoint::findEndedPeersIfRoom() {
     try {
-        buryEnded();
+        findEndedPeers();
         return true;
     } catch (const std::bad_alloc&) {
         return false;
@@ -117,7 +117,7 @@ bool Endpoint::buryEndedIfPossible() {
 }
 
 /// Keeps in mind to reap an endpoint whose process has died. Without memory somebody else will have to.
-void Endpoint::remember(Spid dead) {
+void Endpoint::rememberDead(Spid dead) {
     if (!isOpen(arena(), dead) || std::find(dead_.begin(), dead_.end(), dead) != dead_.end()) return;
     try {
         dead_.push_back(dead);
@@ -157,7 +157,7 @@ bool Endpoint::reapKnownDead() {
         for (int i = 0; i < count; ++i) {
             const Peer* peer = peers_.inSlot(events[i].data.u32);  // none is in the doorbell's or the timer's
             const bool mayBeDead = peer != nullptr && isOpen(arena(), peer->spid);
-            if (mayBeDead && doorbell::isDead(peer->doorbell.get())) remember(peer->spid);
+            if (mayBeDead && doorbell::isDead(peer->doorbell.get())) rememberDead(peer->spid);
         }
     } while (count == most && dead_.size() != known);
     const bool any = !dead_.empty() && reapDead(DomainLock::Patience::wait);

@@ -213,10 +213,10 @@ void Endpoint::giveUpHunts() {
     forEachHunt(arena(), [&](Hunt& hunt) {
         if (hunt.hunter.loadRelaxed() != spid_) return;
         clearHunt(hunt);
-        const Held held = at(hunt.signal.loadRelaxed());
-        if (held.block == nullptr || held.block->owner.loadRelaxed() != (spid_ | ownerQueued)) return;
-        central::abandon(arena(), *held.block, held.sizeClass);
-        central::push(arena(), *held.block, held.ref, held.sizeClass);
+        const BlockRef block = arena().blockAt(hunt.signal.loadRelaxed());
+        if (!block || block->owner.loadRelaxed() != (spid_ | ownerQueued)) return;
+        central::abandon(arena(), block);
+        central::push(arena(), block);
     });
 }
 
@@ -320,43 +320,43 @@ Endpoint::Departure Endpoint::leave() {
 }
 
 int Endpoint::hunt(const Name& name, LinxSignal** signal) {
-    Held held;
-    if (!takeOver(signal, LINX_OS_HUNT_SIG, held)) return -1;
-    const int result = hunt(name, held);
-    settle();
+    BlockRef block;
+    if (!takeOver(signal, LINX_OS_HUNT_SIG, block)) return -1;
+    const int result = hunt(name, block);
+    updateReadiness();
     return result;
 }
 
-int Endpoint::hunt(const Name& name, const Held& held) {
+int Endpoint::hunt(const Name& name, const BlockRef& block) {
     for (;;) {
         const Spid found = findName(arena(), name);
-        if (found != 0 && (found == spid_ || acquaint(found) != nullptr)) return queueOwn(held, found);
+        if (found != 0 && (found == spid_ || connect(found) != nullptr)) return queueOwn(block, found);
         // One that has died still has its name until it is reaped; any other trouble with its doorbell is the
         // caller's.
-        if (found != 0 && (errno != ECONNRESET || !reapNow(found))) return refuse(held, errno);
+        if (found != 0 && (errno != ECONNRESET || !reapNow(found))) return refuse(block, errno);
         bool opened = false;
         int failure;
         do {
-            failure = keepHunt(name, held, opened);
+            failure = keepHunt(name, block, opened);
             if (failure != 0) errno = failure;
         } while (failure != 0 && makeRoom());
-        if (failure != 0) return refuse(held, failure);
+        if (failure != 0) return refuse(block, failure);
         if (!opened) return 0;
     }
 }
 
 /// Leaves the hunt pending unless the name has been opened in the meantime. Returns 0 or an errno value.
-int Endpoint::keepHunt(const Name& name, const Held& held, bool& opened) {
+int Endpoint::keepHunt(const Name& name, const BlockRef& block, bool& opened) {
     const DomainLock lock(*domain_);
     if (!lock.isHeld()) return errno;
     if (!isStillOpen()) return ECONNABORTED;  // nobody would clear it up
     opened = findName(arena(), name) != 0;
     if (opened) return 0;
-    park(held, spid_);
-    const int failure = addHunt(arena(), spid_, name, held.ref);
+    park(block, spid_);
+    const int failure = addHunt(arena(), spid_, name, block.ref);
     if (failure == EDQUOT) return ENOSPC;
     // There may be hunts of the dead, whom nobody has missed yet.
-    return failure == ENOSPC && reapAllDeadIfDue(lock) ? addHunt(arena(), spid_, name, held.ref) : failure;
+    return failure == ENOSPC && reapAllDeadIfDue(lock) ? addHunt(arena(), spid_, name, block.ref) : failure;
 }
 
 LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
@@ -364,32 +364,32 @@ LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
         errno = EINVAL;
         return 0;
     }
-    Held held;
-    takeOver(notice, 0, held);
+    BlockRef block;
+    takeOver(notice, 0, block);
     if (!everExisted(arena(), spid)) {
-        refuse(held, ESRCH);
+        refuse(block, ESRCH);
         return 0;
     }
     Peer* peer = nullptr;
     const bool ended = !isOpen(arena(), spid);
-    if (!ended && spid != spid_) peer = acquaint(spid);
+    if (!ended && spid != spid_) peer = connect(spid);
     if (peer == nullptr && spid != spid_ && !ended && errno != ECONNRESET) {
-        refuse(held, errno);
-        settle();
+        refuse(block, errno);
+        updateReadiness();
         return 0;
     }
     if (peer != nullptr) {
-        if (!supervise(*peer, held)) {
-            settle();  // the peer may have come in the place of one that has ended
+        if (!supervise(*peer, block)) {
+            updateReadiness();  // the peer may have come in the place of one that has ended
             return 0;
         }
     } else if (spid == spid_) {
-        park(held, spid);
+        park(block, spid);
         ++held_;  // nobody learns of one's own end: the notice lies with the user's until then
-    } else if (queueOwn(held, spid) == -1) {  // what it had sent comes before the news of its end
+    } else if (queueOwn(block, spid) == -1) {  // what it had sent comes before the news of its end
         return 0;
     }
-    settle();
+    updateReadiness();
     return nextReference();
 }
 
@@ -399,7 +399,7 @@ LinxRef Endpoint::nextReference() {
 }
 
 /// False with errno ENOMEM, the notice freed.
-bool Endpoint::supervise(Peer& peer, const Held& notice) {
+bool Endpoint::supervise(Peer& peer, const BlockRef& notice) {
     try {
         peers_.supervise(peer, notice.ref);
     } catch (const std::bad_alloc&) {

@@ -90,13 +90,6 @@ public:
     int cancelTimeout(LinxRef* reference);
 
 private:
-    /// A signal's block and where it lies.
-    struct Held {
-        Block* block;
-        Ref ref;
-        uint32_t sizeClass;
-    };
-
     /// Takes over the two descriptors.
     Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell);
 
@@ -105,40 +98,39 @@ private:
 
     // Which signals are ours (signals.cpp).
     bool isRecent(const LinxSignal* signal) const;
-    Held find(const LinxSignal* signal) const;
-    LinxSignal* give(const Held& held, uint32_t size, uint32_t number);
-    Held at(Ref ref) const;
+    BlockRef find(const LinxSignal* signal) const;
+    LinxSignal* give(BlockRef block, uint32_t size, uint32_t number);
     bool makeRoomForSignal();
-    bool takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held);
-    void park(const Held& held, Spid sender);
-    int queueOwn(const Held& held, Spid sender);
-    bool supervise(Peer& peer, const Held& notice);
-    void discard(const Held& held);
+    bool takeOver(LinxSignal** signal, uint32_t defaultNumber, BlockRef& block);
+    void park(const BlockRef& block, Spid sender);
+    int queueOwn(const BlockRef& block, Spid sender);
+    bool supervise(Peer& peer, const BlockRef& notice);
+    void discard(const BlockRef& block);
     void discard(Ref ref);
 
     // Sending (send.cpp).
     template <class Push>
-    Posted post(const Held& held, Peer& peer, Push push);
-    int push(const Held& held, Peer& peer);
-    int finish(const Held& held, Peer& peer, Posted posted);
-    int ring(const Held& held, Peer& peer);
+    Posted post(const BlockRef& block, Peer& peer, Push push);
+    int push(const BlockRef& block, Peer& peer);
+    int finish(const BlockRef& block, Peer& peer, Posted posted);
+    int ring(const BlockRef& block, Peer& peer);
     bool remind(Peer& peer);
-    int sendToSelf(const Held& held);
-    int sendToStranger(const Held& held, Spid to);
-    int bounce(const Held& held, Peer& peer);
-    int returnToSender(const Held& held, Peer& peer);
-    int refuse(const Held& held, int reason);
+    int sendToSelf(const BlockRef& block);
+    int sendToStranger(const BlockRef& block, Spid to);
+    int failSend(const BlockRef& block, Peer& peer);
+    int returnToSender(const BlockRef& block, Peer& peer);
+    int refuse(const BlockRef& block, int reason);
 
     // Peers, their ends, and what this endpoint owes others (company.cpp).
-    Peer* acquaint(Spid spid);
-    void hear(uint32_t record);
-    void greet(Spid sender);
+    Peer* connect(Spid spid);
+    void readRecord(uint32_t record);
+    void watchSender(Spid sender);
     bool hasEnded(const Peer& peer) const;
-    void bury(uint32_t index);
-    bool buryIfPossible(uint32_t index);
-    void buryEnded();
-    bool buryEndedIfPossible();
-    void remember(Spid dead);
+    void onPeerDeath(uint32_t index);
+    bool onPeerDeathIfRoom(uint32_t index);
+    void findEndedPeers();
+    bool findEndedPeersIfRoom();
+    void rememberDead(Spid dead);
     bool reapDead(DomainLock::Patience patience);
     bool reapNow(Spid dead);
     bool reapKnownDead();
@@ -149,15 +141,15 @@ private:
     void doChores();
 
     // Receiving (receive.cpp).
-    Held takeQueued(const uint32_t* selection);
-    int handOut(const Held& held, LinxSignal** signal);
+    BlockRef takeQueued(const uint32_t* selection);
+    int handOut(const BlockRef& block, LinxSignal** signal);
     bool isBusy() const;
-    Held heldAt(SignalQueue::Signal signal) const {
+    BlockRef blockAt(SignalQueue::Signal signal) const {
         return {arena().rawBlock(signal.ref), signal.ref, signal.sizeClass};
     }
-    Held await(const uint32_t* milliseconds, const uint32_t* selection);
+    BlockRef await(const uint32_t* milliseconds, const uint32_t* selection);
     void markAwake();
-    bool look(uint64_t deadline);
+    bool spin(uint64_t deadline);
     bool yieldOnce(uint64_t wake);
     bool sleep(uint64_t deadline, bool mayWait);
     void remindUnrung();
@@ -171,21 +163,21 @@ private:
     void fireTimeouts();
     [[gnu::cold, gnu::noinline]] bool watchTimer();
     void enqueue(Ref ref);
-    void settle() {
-        if (queue_.empty() || awake_ || !byteIn_) settleAnew();
+    void updateReadiness() {
+        if (queue_.empty() || awake_ || !byteIn_) changeReadiness();
     }
-    void settleAnew();
+    void changeReadiness();
     [[gnu::cold, gnu::noinline]] void callLater();
     bool makeRoom();
     void missRecords();
     void makeDescriptorTrue();
-    void raiseByte();
-    void silence();
+    void notifySelf();
+    void drainDoorbell();
     void ownStrays(Ref chain);
     void takeStrays(Ref chain);
 
-    int hunt(const Name& name, const Held& held);
-    int keepHunt(const Name& name, const Held& held, bool& opened);
+    int hunt(const Name& name, const BlockRef& block);
+    int keepHunt(const Name& name, const BlockRef& block, bool& opened);
 
     LinxRef nextReference();
 
@@ -242,8 +234,8 @@ private:
     bool owesAnswers_ = false;   ///< somebody hunts for this endpoint and could not be answered
     uint32_t debtPause_ = 0;     ///< milliseconds until what is owed others is tried again
 
-    uint32_t held_ = 0;               ///< signals that the user holds
-    Held recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next
+    uint32_t held_ = 0;                   ///< signals that the user holds
+    BlockRef recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next
     LinxRef lastReference_ = 0;
     std::unordered_set<char*> names_;
 };

@@ -18,10 +18,10 @@ constexpr rlim_t largestReserve = 16;
 }  // namespace
 
 Peers::~Peers() {
-    for (uint32_t i = 0; i < peers_.size(); ++i) part(i);
+    for (uint32_t i = 0; i < peers_.size(); ++i) disconnect(i);
 }
 
-Peer* Peers::meet(Spid spid) {
+Peer* Peers::connect(Spid spid) {
     ScopedDescriptor doorbell(openDoorbell(spid));
     if (doorbell.get() == -1) {
         if (errno == ENXIO || errno == ENOENT) errno = ECONNRESET;
@@ -47,7 +47,7 @@ int Peers::openDoorbell(Spid spid) {
 
 bool Peers::makeRoom() {
     const int failure = errno;
-    if ((failure == EMFILE || failure == ENFILE) && partWithOldest()) return true;
+    if ((failure == EMFILE || failure == ENFILE) && disconnectOldest()) return true;
     errno = failure;
     return false;
 }
@@ -58,19 +58,19 @@ void Peers::leaveReserve(ScopedDescriptor& doorbell) {
     rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) == -1 || limit.rlim_cur == RLIM_INFINITY) return;
     const rlim_t reserve = std::min<rlim_t>(limit.rlim_cur / 8, largestReserve);
-    if (static_cast<rlim_t>(doorbell.get()) < limit.rlim_cur - reserve || !partWithOldest()) return;
+    if (static_cast<rlim_t>(doorbell.get()) < limit.rlim_cur - reserve || !disconnectOldest()) return;
     const int lower = fcntl(doorbell.get(), F_DUPFD_CLOEXEC, 0);
     if (lower != -1) doorbell.reset(lower);
 }
 
-bool Peers::partWithOldest() {
+bool Peers::disconnectOldest() {
     const Peer* oldest = nullptr;
     forEach([&](const Peer& peer) {
         if (peer.notices.empty() && (oldest == nullptr || peer.usedAt < oldest->usedAt)) oldest = &peer;
     });
     if (oldest == nullptr) return false;
     introduction::revoke(own_);
-    part(indexOf(oldest->spid));
+    disconnect(indexOf(oldest->spid));
     return true;
 }
 
@@ -79,7 +79,7 @@ void Peers::supervise(Peer& peer, Ref notice) {
     ++supervisions_;
 }
 
-void Peers::part(uint32_t index) {
+void Peers::disconnect(uint32_t index) {
     if (inSlot(index) == nullptr) return;
     supervisions_ -= peers_[index]->notices.size();
     forgetLatest();

@@ -19,11 +19,11 @@ struct Peer {
     Slot& slot;
     ScopedDescriptor doorbell;
     uint32_t introducedAt = introduction::never;  ///< the count of its partings when it was told of this endpoint
-    uint64_t lookedAt = 0;     ///< coarse milliseconds: when its doorbell was last asked whether it lives
-    uint32_t stride = 0;       ///< sends that pass between two that ask the clock whether it is time for that
-    uint32_t unasked = 0;      ///< how many of these are still to pass
-    uint64_t usedAt = 0;       ///< counts uses of all peers: which one was used longest ago
-    std::vector<Ref> notices;  ///< to deliver when it ends
+    uint64_t checkedAt = 0;        ///< coarse milliseconds: when its doorbell was last asked whether it lives
+    uint32_t checkInterval = 0;    ///< sends that pass between two that ask the clock whether it is time for that
+    uint32_t sendsUntilCheck = 0;  ///< how many of these are still to pass
+    uint64_t usedAt = 0;           ///< counts uses of all peers: which one was used longest ago
+    std::vector<Ref> notices;      ///< to deliver when it ends
 };
 
 /// The peers of an endpoint, one a slot. Belongs to the endpoint's thread.
@@ -49,14 +49,14 @@ public:
 
     /// Makes `spid` a peer. REQUIRES an empty place at its index. Null with errno: ECONNRESET when its process is
     /// gone, otherwise what opening its doorbell says. Another peer may have to go for it, see below.
-    Peer* meet(Spid spid);
+    Peer* connect(Spid spid);
 
     /// Keeps a notice for the peer's end.
     void supervise(Peer& peer, Ref notice);
     bool supervising() const { return supervisions_ != 0; }
 
     /// Forgets a peer.
-    void part(uint32_t index);
+    void disconnect(uint32_t index);
 
     /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now.
     /// It comes from the peer that was used longest ago and is not supervised: it can be met again. errno stays where
@@ -86,7 +86,7 @@ private:
     void forgetLatest();
     int openDoorbell(Spid spid);
     void leaveReserve(ScopedDescriptor& doorbell);
-    bool partWithOldest();
+    bool disconnectOldest();
 
     const Domain& domain_;
     Slot& own_;

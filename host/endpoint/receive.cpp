@@ -15,8 +15,8 @@
 #include "host/recovery/retire.h"
 
 /*
- * The descriptor tells the truth because every operation that changes the queue ends with settle(): the doorbell
- * holds a byte while the queue or the mailbox holds a signal, and none once both are empty.
+ * The descriptor tells the truth because every operation that changes the queue ends with updateReadiness(): the
+ * doorbell holds a byte while the queue or the mailbox holds a signal, and none once both are empty.
  */
 namespace linx {
 namespace {
@@ -42,20 +42,20 @@ int millisecondsUntil(uint64_t deadline, uint64_t from) {
 
 int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
     *signal = nullptr;
-    Held held = {nullptr, 0, 0};
+    BlockRef block = {};
     try {
         if (timers_.earliest() != Timers::never || peers_.supervising() || pool_.isUnderPressure()) noticeEvents();
-        held = takeQueued(selection);
-        if (held.block == nullptr) held = await(milliseconds, selection);
-        settle();
+        block = takeQueued(selection);
+        if (!block) block = await(milliseconds, selection);
+        updateReadiness();
     } catch (const std::bad_alloc&) {
         // What could not be taken waits in the mailbox: the descriptor says so, and the next call tries again.
-        raiseByte();
-        if (held.block == nullptr) throw;
+        notifySelf();
+        if (!block) throw;
     }
-    if (held.block != nullptr) {
-        timers_.received(held.ref);
-        return handOut(held, signal);
+    if (block) {
+        timers_.received(block.ref);
+        return handOut(block, signal);
     }
     if (isStillOpen() && !waitFailed_) return 0;
     errno = ECONNABORTED;
@@ -63,31 +63,31 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
 }
 
 /// The oldest signal of the queue that the selection allows; no block when there is none.
-Endpoint::Held Endpoint::takeQueued(const uint32_t* selection) {
+BlockRef Endpoint::takeQueued(const uint32_t* selection) {
     const SignalQueue::Signal signal = queue_.take(selection);
-    return signal.ref == 0 ? Held{nullptr, 0, 0} : heldAt(signal);
+    return signal.ref == 0 ? BlockRef{} : blockAt(signal);
 }
 
-Endpoint::Held Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
+BlockRef Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection) {
     waitFailed_ = false;
-    if (!isStillOpen()) return {nullptr, 0, 0};
+    if (!isStillOpen()) return {};
     markAwake();
     takeMailbox();
-    Held held = takeQueued(selection);
-    if (held.block != nullptr) return held;
+    BlockRef block = takeQueued(selection);
+    if (block) return block;
     const bool mayWait = milliseconds == nullptr || *milliseconds != 0;
     const uint64_t deadline =
         milliseconds == nullptr ? Timers::never : (mayWait ? now() + *milliseconds * nanosecondsPerMillisecond : 0);
     for (;;) {
-        const bool sawSomething = mayWait && look(deadline);
+        const bool sawSomething = mayWait && spin(deadline);
         const bool expired = !sawSomething && sleep(deadline, mayWait);
         takeMailbox();
-        held = takeQueued(selection);
-        if (held.block != nullptr || expired) return held;
+        block = takeQueued(selection);
+        if (block || expired) return block;
         if (!sawSomething) continue;
         noticeEvents();  // while others send without end what is not awaited, it never sleeps
-        held = takeQueued(selection);
-        if (held.block != nullptr) return held;
+        block = takeQueued(selection);
+        if (block) return block;
     }
 }
 
@@ -100,7 +100,7 @@ void Endpoint::markAwake() {
 }
 
 /// Looks at the mailbox while the budget lasts. True when a signal came or a time-out fell due.
-bool Endpoint::look(uint64_t deadline) {
+bool Endpoint::spin(uint64_t deadline) {
     const uint64_t wake = std::min(deadline, timers_.earliest());
     if (budget_.nanoseconds() == 0) return yieldOnce(wake);
     const uint64_t start = now();
@@ -140,8 +140,8 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     if (hasChores()) doChores();
     remindUnrung();
     const size_t queued = queue_.size();
-    silence();
-    if (missedEnds_) buryEnded();
+    drainDoorbell();
+    if (missedEnds_) findEndedPeers();
     if (queue_.size() != queued) return false;  // somebody's end came with the doorbell
     slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));  // (C), see wake_state.h
     awake_ = false;
@@ -200,7 +200,7 @@ void Endpoint::handleEvents(int milliseconds) {
                 fireTimeouts();
             } else if (const Peer* peer = peers_.inSlot(tag)) {
                 // Asked again: another may be in the slot by now, who lives.
-                if (hasEnded(*peer)) bury(tag);
+                if (hasEnded(*peer)) onPeerDeath(tag);
             }
         }
     } while (count == most);
@@ -244,20 +244,20 @@ bool Endpoint::queueChain() {
     const size_t before = queue_.size();
     bool strays = false;
     try {
-        stack::walk(arena(), claimedChain_, [&](Block& block, Ref ref, uint32_t sizeClass) {
-            const uint32_t owner = block.owner.loadAcquire();  // the take would do (F), as for the number
+        stack::walk(arena(), claimedChain_, [&](BlockRef block) {
+            const uint32_t owner = block->owner.loadAcquire();  // the take would do (F), as for the number
             if (owner == (spid_ | ownerInFlight)) {
-                queue_.append({ref, sizeClass}, block.signal.number);
-                block.owner.storeRelaxed(spid_ | ownerQueued);
+                queue_.append({block.ref, block.sizeClass}, block->signal.number);
+                block->owner.storeRelaxed(spid_ | ownerQueued);
             } else if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid_)) {
                 strays = true;
             }
         });
     } catch (const std::bad_alloc&) {
         queue_.dropLast(queue_.size() - before);
-        stack::walk(arena(), claimedChain_, [&](Block& block, Ref, uint32_t) {
-            const uint32_t owner = block.owner.loadRelaxed();
-            if (owner == (spid_ | ownerQueued)) block.owner.storeRelease(spid_ | ownerInFlight);
+        stack::walk(arena(), claimedChain_, [&](BlockRef block) {
+            const uint32_t owner = block->owner.loadRelaxed();
+            if (owner == (spid_ | ownerQueued)) block->owner.storeRelease(spid_ | ownerInFlight);
         });
         throw;
     }
@@ -268,26 +268,26 @@ bool Endpoint::queueChain() {
 /// What is still on its way in the chain was sent to an earlier user of the slot: for the reaper it is this one's
 /// now.
 void Endpoint::ownStrays(Ref chain) {
-    stack::walk(arena(), chain, [&](Block& block, Ref, uint32_t) {
-        const uint32_t owner = block.owner.loadRelaxed();
-        if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid_)) block.owner.storeRelaxed(spid_);
+    stack::walk(arena(), chain, [&](BlockRef block) {
+        const uint32_t owner = block->owner.loadRelaxed();
+        if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid_)) block->owner.storeRelaxed(spid_);
     });
 }
 
 /// Frees what was sent to an earlier user of the slot by somebody who was held up: it ended with that one. Not before
 /// the whole chain has its owners, since freeing a block breaks the chain.
 void Endpoint::takeStrays(Ref chain) {
-    stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
-        if (block.owner.loadRelaxed() != spid_) return;
+    stack::walk(arena(), chain, [&](BlockRef block) {
+        if (block->owner.loadRelaxed() != spid_) return;
         slot().dropped.add(1);
-        pool_.free(block, ref, sizeClass);
+        pool_.free(block);
     });
 }
 
 void Endpoint::enqueue(Ref ref) {
-    const Held held = at(ref);
-    if (held.block == nullptr) return;
-    queue_.append({ref, held.sizeClass}, held.block->signal.number);
+    const BlockRef block = arena().blockAt(ref);
+    if (!block) return;
+    queue_.append({ref, block.sizeClass}, block->signal.number);
 }
 
 void Endpoint::fireTimeouts() {
@@ -295,13 +295,13 @@ void Endpoint::fireTimeouts() {
     timers_.called(time);
     if (timers_.earliest() <= time) takeMailbox();  // what was sent before it fell due comes before
     while (const Ref ref = timers_.due(time)) {
-        const Held held = at(ref);
-        if (held.block == nullptr) {
+        const BlockRef block = arena().blockAt(ref);
+        if (!block) {
             timers_.takeAny();  // somebody has garbled what the block lies in
             continue;
         }
         // In this order: out of memory it has not fired.
-        timers_.fire(queue_.appendRemovable({ref, held.sizeClass}, held.block->signal.number));
+        timers_.fire(queue_.appendRemovable({ref, block.sizeClass}, block->signal.number));
     }
     timers_.arm();
 }
@@ -313,23 +313,24 @@ void Endpoint::missRecords() {
 }
 
 /// Takes the bytes out. May bring signals: the notices of somebody who introduced himself and has ended since.
-void Endpoint::silence() {
+void Endpoint::drainDoorbell() {
     if (!byteIn_) return;
     uint32_t records[doorbell::capacity];
     uint32_t count;
     do {
         count = doorbell::drain(doorbell_.get(), records);
         byteIn_ = false;
-        std::for_each(records, records + count, [this](uint32_t record) { hear(record); });
+        std::for_each(records, records + count, [this](uint32_t record) { readRecord(record); });
         if (count == doorbell::capacity) missRecords();
     } while (count == doorbell::capacity);
     if (pool_.isUnderPressure()) pool_.yieldToPressure();  // the bytes may have told of that as well as of a signal
     // What was taken from the mailbox meanwhile, and what there was no memory for, must not be slept over.
-    if (claimedChain_ != 0 || (missedEnds_ && !buryEndedIfPossible())) byteIn_ = doorbell::ring(doorbell_.get()) == 0;
+    if (claimedChain_ != 0 || (missedEnds_ && !findEndedPeersIfRoom()))
+        byteIn_ = doorbell::ring(doorbell_.get()) == 0;
 }
 
-/// Puts a byte in, if none is known to be in. A failure to do so is made good by the next settling.
-void Endpoint::raiseByte() {
+/// Puts a byte in, if none is known to be in. A failure to do so is made good by the next update.
+void Endpoint::notifySelf() {
     const uint32_t before = slot().wakeState.exchangeSeqCst(wake_state::word(spid_, wake_state::notified));
     awake_ = false;
     byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || doorbell::ring(doorbell_.get()) == 0;
@@ -337,7 +338,7 @@ void Endpoint::raiseByte() {
 }
 
 /// Makes the descriptor true again: see the top of this file.
-void Endpoint::settleAnew() {
+void Endpoint::changeReadiness() {
     if (!isStillOpen()) return;
     const int keptErrno = errno;
     makeDescriptorTrue();
@@ -357,12 +358,12 @@ void Endpoint::makeDescriptorTrue() {
         if (!queue_.empty()) break;
         if (!awake_ && !byteIn_) return;
         // The byte first: one that a sender writes after it has seen parked must stay in.
-        silence();
+        drainDoorbell();
         slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));  // (C)
         awake_ = false;
         if (queue_.empty() && !stack::holdsBlocks(slot().mailbox.loadSeqCst())) return;  // (D)
     }
-    if (awake_ || !byteIn_) raiseByte();
+    if (awake_ || !byteIn_) notifySelf();
 }
 
 /// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.
@@ -377,34 +378,34 @@ bool Endpoint::watchTimer() {
 }
 
 LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
-    Held held;
-    if (!takeOver(signal, LINX_OS_TIMEOUT_SIG, held)) return 0;
+    BlockRef block;
+    if (!takeOver(signal, LINX_OS_TIMEOUT_SIG, block)) return 0;
     while (!watchTimer()) {
         if (makeRoom()) continue;
-        refuse(held, errno);
+        refuse(block, errno);
         return 0;
     }
     const LinxRef reference = nextReference();
     try {
-        timers_.add(reference, now() + milliseconds * nanosecondsPerMillisecond, held.ref);
+        timers_.add(reference, now() + milliseconds * nanosecondsPerMillisecond, block.ref);
     } catch (const std::bad_alloc&) {
-        refuse(held, ENOMEM);
+        refuse(block, ENOMEM);
         return 0;
     }
-    park(held, spid_);
+    park(block, spid_);
     return reference;
 }
 
 int Endpoint::cancelTimeout(LinxRef* reference) {
     const Timers::Cancelled timeout = timers_.cancel(*reference);
-    const Held held = at(timeout.signal);
+    const BlockRef block = arena().blockAt(timeout.signal);
     const bool isKnown = timeout.signal != 0 && (!timeout.hadFired || queue_.remove(timeout.signal, timeout.place));
-    if (!isKnown || held.block == nullptr) {
+    if (!isKnown || !block) {
         errno = EINVAL;
         return -1;
     }
-    discard(held);
-    settle();
+    discard(block);
+    updateReadiness();
     *reference = 0;
     return 0;
 }

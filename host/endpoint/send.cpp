@@ -13,53 +13,53 @@
 namespace linx {
 namespace {
 
-constexpr uint32_t longestStride = 7;
+constexpr uint32_t longestCheckInterval = 7;
 
 }  // namespace
 
 int Endpoint::send(LinxSignal** signal, Spid to) {
-    const Held held = find(*signal);
-    if (held.block == nullptr) {
+    const BlockRef block = find(*signal);
+    if (!block) {
         errno = EINVAL;
         return -1;
     }
     *signal = nullptr;
     --held_;
     Peer* peer = peers_.find(to);
-    if (peer != nullptr) return push(held, *peer);
-    return to == spid_ ? sendToSelf(held) : sendToStranger(held, to);
+    if (peer != nullptr) return push(block, *peer);
+    return to == spid_ ? sendToSelf(block) : sendToStranger(block, to);
 }
 
-int Endpoint::sendToSelf(const Held& held) {
-    return isOpen(arena(), spid_) ? queueOwn(held, spid_) : refuse(held, ECONNRESET);
+int Endpoint::sendToSelf(const BlockRef& block) {
+    return isOpen(arena(), spid_) ? queueOwn(block, spid_) : refuse(block, ECONNRESET);
 }
 
 /// Sends to an endpoint that this one has not talked to yet.
-int Endpoint::sendToStranger(const Held& held, Spid to) {
-    if (!isOpen(arena(), to)) return refuse(held, everExisted(arena(), to) ? ECONNRESET : ESRCH);
-    Peer* peer = acquaint(to);
-    const int result = peer == nullptr ? refuse(held, errno) : push(held, *peer);
-    settle();
+int Endpoint::sendToStranger(const BlockRef& block, Spid to) {
+    if (!isOpen(arena(), to)) return refuse(block, everExisted(arena(), to) ? ECONNRESET : ESRCH);
+    Peer* peer = connect(to);
+    const int result = peer == nullptr ? refuse(block, errno) : push(block, *peer);
+    updateReadiness();
     return result;
 }
 
-int Endpoint::push(const Held& held, Peer& peer) {
-    return finish(held, peer, post(held, peer, [&](Slot& target) {
-                      return introduction::push(target, peer.doorbell.get(), spid_, *held.block, held.ref,
+int Endpoint::push(const BlockRef& block, Peer& peer) {
+    return finish(block, peer, post(block, peer, [&](Slot& target) {
+                      return introduction::push(target, peer.doorbell.get(), spid_, *block, block.ref,
                                                 peer.introducedAt);
                   }));
 }
 
-[[gnu::always_inline]] inline int Endpoint::finish(const Held& held, Peer& peer, Posted posted) {
+[[gnu::always_inline]] inline int Endpoint::finish(const BlockRef& block, Peer& peer, Posted posted) {
     switch (posted) {
         case Posted::done:
             return 0;
         case Posted::refused:
-            return returnToSender(held, peer);
+            return returnToSender(block, peer);
         case Posted::wantsRing:
-            return ring(held, peer);
+            return ring(block, peer);
         case Posted::wantsReminder:
-            return remind(peer) ? 0 : bounce(held, peer);
+            return remind(peer) ? 0 : failSend(block, peer);
     }
     return 0;
 }
@@ -71,26 +71,26 @@ int Endpoint::finishSend(Posted posted) {
 }
 
 /// The peer has been sent a signal and asks to be rung. Result of the send.
-int Endpoint::ring(const Held& held, Peer& peer) {
+int Endpoint::ring(const BlockRef& block, Peer& peer) {
     slot().rings.storeRelaxed(slot().rings.loadRelaxed() + 1);
     peers_.noteUnrung(nullptr);
     const int result = wake_state::ring(peer.slot.wakeState, peer.slot.wakeState.loadSeqCst(), peer.spid,
                                         indexOf(spid_), [&] { return doorbell::ring(peer.doorbell.get()); });
     if (result == 0) return 0;
-    if (doorbell::isDead(peer.doorbell.get())) return bounce(held, peer);
+    if (doorbell::isDead(peer.doorbell.get())) return failSend(block, peer);
     oweRing();
-    settle();  // has this endpoint called to pay, whatever it waits on
+    updateReadiness();  // has this endpoint called to pay, whatever it waits on
     return 0;
 }
 
 /// A signal was pushed onto the mailbox of one who has died.
-int Endpoint::bounce(const Held& held, Peer& peer) {
+int Endpoint::failSend(const BlockRef& block, Peer& peer) {
     // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
     // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
-    const bool unread = held.block->owner.loadAcquire() == (peer.spid | ownerInFlight);
-    buryIfPossible(indexOf(peer.spid));
+    const bool unread = block->owner.loadAcquire() == (peer.spid | ownerInFlight);
+    onPeerDeathIfRoom(indexOf(peer.spid));
     reapDead(DomainLock::Patience::tryOnce);
-    settle();
+    updateReadiness();
     if (!unread) return 0;
     slot().dropped.add(1);
     errno = ECONNRESET;
@@ -99,18 +99,18 @@ int Endpoint::bounce(const Held& held, Peer& peer) {
 
 /// A signal could not be pushed, since the peer has ended, or is about to: then it still has its name, and whoever is
 /// told of its end by now might find it again.
-int Endpoint::returnToSender(const Held& held, Peer& peer) {
-    if (!isOpen(arena(), peer.spid)) buryIfPossible(indexOf(peer.spid));
-    const int result = refuse(held, ECONNRESET);
-    settle();
+int Endpoint::returnToSender(const BlockRef& block, Peer& peer) {
+    if (!isOpen(arena(), peer.spid)) onPeerDeathIfRoom(indexOf(peer.spid));
+    const int result = refuse(block, ECONNRESET);
+    updateReadiness();
     return result;
 }
 
 /// The signal cannot be sent, kept or delivered for `reason`: frees it and says so.
-int Endpoint::refuse(const Held& held, int reason) {
+int Endpoint::refuse(const BlockRef& block, int reason) {
     slot().dropped.add(1);
-    held.block->owner.storeRelaxed(spid_);
-    discard(held);
+    block->owner.storeRelaxed(spid_);
+    discard(block);
     errno = reason;
     return -1;
 }
@@ -120,10 +120,10 @@ int Endpoint::refuse(const Held& held, int reason) {
 /// tells, or somebody has garbled its wake state and it sleeps. False when it has died.
 bool Endpoint::remind(Peer& peer) {
     const uint64_t now = coarseMilliseconds();
-    const bool sameTick = peer.lookedAt == now;
-    peer.lookedAt = now;
-    peer.stride = sameTick ? std::min(2 * peer.stride + 1, longestStride) : 0;
-    peer.unasked = peer.stride;
+    const bool sameTick = peer.checkedAt == now;
+    peer.checkedAt = now;
+    peer.checkInterval = sameTick ? std::min(2 * peer.checkInterval + 1, longestCheckInterval) : 0;
+    peer.sendsUntilCheck = peer.checkInterval;
     return sameTick || doorbell::ring(peer.doorbell.get()) == 0 || !doorbell::isDead(peer.doorbell.get());
 }
 

@@ -12,17 +12,9 @@ namespace linx {
 Block Endpoint::noBlock;
 
 /// The signal that the user holds at this address; no block when none is there.
-Endpoint::Held Endpoint::find(const LinxSignal* signal) const {
-    Held held = {nullptr, 0, 0};
-    held.block = arena().blockOfSignal(signal, held.ref, held.sizeClass);
-    if (held.block != nullptr && held.block->owner.loadRelaxed() != spid_) held.block = nullptr;
-    return held;
-}
-
-Endpoint::Held Endpoint::at(Ref ref) const {
-    Held held = {nullptr, ref, 0};
-    held.block = arena().blockAt(ref, held.sizeClass);
-    return held;
+BlockRef Endpoint::find(const LinxSignal* signal) const {
+    const BlockRef block = arena().blockOfSignal(signal);
+    return block && block->owner.loadRelaxed() == spid_ ? block : BlockRef{};
 }
 
 LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
@@ -30,11 +22,11 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
         errno = size > maxSignalBytes ? EMSGSIZE : EINVAL;
         return nullptr;
     }
-    Held held;
+    BlockRef block;
     do {
-        held.block = pool_.allocate(linesForSignal(size), held.ref, held.sizeClass);
-    } while (held.block == nullptr && makeRoomForSignal());
-    return held.block == nullptr ? nullptr : give(held, size, number);
+        block = pool_.allocate(linesForSignal(size));
+    } while (!block && makeRoomForSignal());
+    return !block ? nullptr : give(block, size, number);
 }
 
 /// After a failed allocation: whether it is worth trying again. Each time that it is, a peer or somebody dead has
@@ -44,34 +36,34 @@ bool Endpoint::makeRoomForSignal() {
 }
 
 int Endpoint::free(LinxSignal** signal) {
-    const Held held = find(*signal);
-    if (held.block == nullptr) {
+    const BlockRef block = find(*signal);
+    if (!block) {
         errno = EINVAL;
         return -1;
     }
     *signal = nullptr;
     --held_;
-    discard(held);
+    discard(block);
     return 0;
 }
 
 Spid Endpoint::sender(LinxSignal** signal) const {
-    const Held held = find(*signal);
-    if (held.block != nullptr) return held.block->sender.loadRelaxed() & spidMask;
+    const BlockRef block = find(*signal);
+    if (block) return block->sender.loadRelaxed() & spidMask;
     errno = EINVAL;
     return 0;
 }
 
 /// Takes a signal out of the user's hands, or makes one of `defaultNumber` when there is none.
-bool Endpoint::takeOver(LinxSignal** signal, uint32_t defaultNumber, Held& held) {
+bool Endpoint::takeOver(LinxSignal** signal, uint32_t defaultNumber, BlockRef& block) {
     LinxSignal* own = nullptr;
     if (signal == nullptr || *signal == nullptr) {
         own = allocate(sizeof(LinxSignal), defaultNumber);
         if (own == nullptr) return false;
         signal = &own;
     }
-    held = find(*signal);
-    if (held.block == nullptr) {
+    block = find(*signal);
+    if (!block) {
         errno = EINVAL;
         return false;
     }
@@ -86,40 +78,40 @@ int Endpoint::forgo(LinxSignal** signal) {
         errno = reason;
         return -1;
     }
-    Held held;
-    takeOver(signal, 0, held);
-    return refuse(held, reason);
+    BlockRef block;
+    takeOver(signal, 0, block);
+    return refuse(block, reason);
 }
 
 /// Keeps a signal that was taken over; it will arrive from `sender`.
-void Endpoint::park(const Held& held, Spid sender) {
-    held.block->sender.storeRelaxed(sender);
-    held.block->owner.storeRelease(spid_ | ownerQueued);  // (E); a hunt's goes on with the domain lock (P)
+void Endpoint::park(const BlockRef& block, Spid sender) {
+    block->sender.storeRelaxed(sender);
+    block->owner.storeRelease(spid_ | ownerQueued);  // (E); a hunt's goes on with the domain lock (P)
 }
 
 /// Puts a signal that was taken over into the queue, as from `sender`, behind what others have sent before. 0, or -1
 /// with errno ENOMEM, the signal freed.
-int Endpoint::queueOwn(const Held& held, Spid sender) {
+int Endpoint::queueOwn(const BlockRef& block, Spid sender) {
     try {
         takeMailbox();
         queue_.reserve(1);
     } catch (const std::bad_alloc&) {
-        settle();
-        return refuse(held, ENOMEM);
+        updateReadiness();
+        return refuse(block, ENOMEM);
     }
-    park(held, sender);
-    enqueue(held.ref);
-    settle();
+    park(block, sender);
+    enqueue(block.ref);
+    updateReadiness();
     return 0;
 }
 
-void Endpoint::discard(const Held& held) {
-    pool_.free(*held.block, held.ref, held.sizeClass);
+void Endpoint::discard(const BlockRef& block) {
+    pool_.free(block);
 }
 
 void Endpoint::discard(Ref ref) {
-    const Held held = at(ref);
-    if (held.block != nullptr) discard(held);
+    const BlockRef block = arena().blockAt(ref);
+    if (block) discard(block);
 }
 
 }  // namespace linx

@@ -85,7 +85,7 @@ inline void retag(Word& head, uint32_t tag) {
     }
 }
 
-/// Calls `visit(block, ref, sizeClass)` for every block of a chain, the last one pushed first, until it returns
+/// Calls `visit(block)` for every block of a chain, the last one pushed first, until it returns
 /// false. Stops at what is not a block, and soon after it has begun to go round: whoever scribbled over the links
 /// shortens the walk, or has it visit some blocks a few times, nothing more. It is told by laps, each twice as long
 /// as the one before, that end early where they began: a bound by the number of blocks alone is too wide for walks
@@ -96,13 +96,12 @@ void walkWhile(const Arena& arena, Ref ref, Visit visit) {
     for (uint32_t lap = 64; lap / 2 < arena.maxBlocks(); lap *= 2) {
         const Ref start = ref;
         for (uint32_t left = lap; left != 0; --left) {
-            uint32_t sizeClass;
-            Block* block = blocks.at(ref, sizeClass);
-            if (block == nullptr) return;
+            const BlockRef block = blocks.at(ref);
+            if (!block) return;
             // Before `visit` changes it. Acquire: (G), for holds(); who walks a chain of his own has it from the
             // head.
             const Ref next = block->next.loadAcquire();
-            if (!visit(*block, ref, sizeClass) || next == start) return;
+            if (!visit(block) || next == start) return;
             ref = next;
         }
     }
@@ -111,8 +110,8 @@ void walkWhile(const Arena& arena, Ref ref, Visit visit) {
 /// The same for all of them.
 template <class Visit>
 void walk(const Arena& arena, Ref ref, Visit visit) {
-    walkWhile(arena, ref, [&](Block& block, Ref at, uint32_t sizeClass) {
-        visit(block, at, sizeClass);
+    walkWhile(arena, ref, [&](BlockRef block) {
+        visit(block);
         return true;
     });
 }
@@ -122,7 +121,7 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
 /// owner after the answer.
 inline bool holds(const Arena& arena, const Word& head, const Word& claim, Ref wanted) {
     bool found = false;
-    const auto compare = [&](Block&, Ref ref, uint32_t) { found = found || ref == wanted; };
+    const auto compare = [&](BlockRef block) { found = found || block.ref == wanted; };
     // The head first: a chain taken after this look was claimed before it left the head. Acquires would do, (H) and
     // then (I); it is cold.
     walk(arena, refOf(head.loadSeqCst()), compare);

@@ -107,7 +107,7 @@ void compact(const Arena& arena) {
     forEachRun(arena, [&](uint32_t page, uint32_t sizeClass) {
         bool idle = true;
         forEachBlockOfRun(arena, page, sizeClass,
-                          [&](Block& block, Ref) { idle = idle && central::isHomeless(block); });
+                          [&](BlockRef block) { idle = idle && central::isHomeless(*block); });
         if (idle) giveUpRun(arena, page, sizeClass);
     });
     central::rebuild(arena);
@@ -119,11 +119,10 @@ Chain fromCentral(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_
     const Arena& arena = lock.arena();
     Chain chain;
     while (chain.blocks < wanted) {
-        Ref ref;
-        Block* block = central::pop(arena, sizeClass, ref);
-        if (block == nullptr) break;
+        const BlockRef block = central::pop(arena, sizeClass);
+        if (!block) break;
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
-        prepend(chain, *block, ref);
+        prepend(chain, *block, block.ref);
     }
     share::add(arena.slot(indexOf(home)), chain.blocks * sizeClasses[sizeClass].lines);
     return chain;

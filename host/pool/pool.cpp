@@ -34,46 +34,48 @@ Pool::Pool(const Domain& domain, Spid home)
       latestHome_(noHome),
       latestHomesSlot_(&slot_) {}
 
-Block* Pool::allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass) {
-    sizeClass = classForLines(lines);
-    if (Block* block = take(sizeClass, ref)) return block;
+BlockRef Pool::allocate(uint32_t lines) {
+    const uint32_t sizeClass = classForLines(lines);
+    if (const BlockRef block = pop(sizeClass)) return block;
     takeReturned();
-    if (Block* block = take(sizeClass, ref)) return block;
+    if (const BlockRef block = pop(sizeClass)) return block;
     Hope hope = Hope::none;
     const int failure = leaseMore(sizeClass, hope);
     if (hope == Hope::ifAsked) pressure::raise(domain_, home_);
     if (hope != Hope::none) awaitRelief(sizeClass);
-    if (Block* block = take(sizeClass, ref)) return block;
-    if (Block* block = takeLarger(sizeClass, ref)) return block;
+    if (const BlockRef block = pop(sizeClass)) return block;
+    if (const BlockRef block = popLarger(sizeClass)) return block;
     errno = failure;
-    return nullptr;
+    return {};
 }
 
 /// A free block of exactly this class, if there is one. What others have garbled is lost until the endpoint ends.
-Block* Pool::take(uint32_t sizeClass, Ref& ref) {
+BlockRef Pool::pop(uint32_t sizeClass) {
     uint32_t& count = count_[sizeClass];
     while (count != 0) {
-        ref = free_[sizeClass];
+        const Ref ref = free_[sizeClass];
         Block* block = arena().rawBlock(ref);
         const Ref next = block->next.loadRelaxed();
-        uint32_t found;
         --count;
-        if (count != 0 && (nearby_.at(next, found) == nullptr || found != sizeClass)) {
-            count = 0;  // the link leads nowhere
-            lostSome_ = true;
+        if (count != 0) {
+            const BlockRef found = nearby_.at(next);
+            if (!found || found.sizeClass != sizeClass) {
+                count = 0;  // the link leads nowhere
+                lostSome_ = true;
+            }
         }
         free_[sizeClass] = next;
-        if (isFreeHere(*block)) return block;
+        if (isFreeHere(*block)) return {block, ref, sizeClass};
         lostSome_ = true;
     }
-    return nullptr;
+    return {};
 }
 
-Block* Pool::takeLarger(uint32_t& sizeClass, Ref& ref) {
+BlockRef Pool::popLarger(uint32_t sizeClass) {
     while (++sizeClass < sizeClassCount) {
-        if (Block* block = take(sizeClass, ref)) return block;
+        if (const BlockRef block = pop(sizeClass)) return block;
     }
-    return nullptr;
+    return {};
 }
 
 /// Puts `count` linked blocks in front of the others.
@@ -99,8 +101,7 @@ uint32_t Pool::countLines() {
 
 /// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
 /// gave it back who was held up.
-void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
-    const uint32_t lines = sizeClasses[sizeClass].lines;
+void Pool::adopt(Block& block, Spid home, uint32_t lines) {
     nearby_.forget();  // as in add()
     // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
     // larger.
@@ -109,24 +110,23 @@ void Pool::adopt(Block& block, Spid home, uint32_t sizeClass) {
     if (isOpen(arena(), home)) share::remove(arena().slot(indexOf(home)), home, lines);
 }
 
-void Pool::markFree(Block& block, uint32_t sizeClass) {
-    const Spid home = block.home.loadRelaxed();
-    if (home != home_) adopt(block, home, sizeClass);
+void Pool::markFree(BlockRef block) {
+    const Spid home = block->home.loadRelaxed();
+    if (home != home_) adopt(*block, home, sizeClasses[block.sizeClass].lines);
     // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
-    block.owner.storeRelease(ownerFree);
+    block->owner.storeRelease(ownerFree);
 }
 
-void Pool::free(Block& block, Ref ref, uint32_t sizeClass) {
-    const Spid home = block.home.loadRelaxed();
-    const bool isGiven =
-        home != home_ && (home == latestHome_ || learnHome(home)) && giveBack(block, ref, sizeClass, home);
-    if (!isGiven) keep(block, ref, sizeClass);
+void Pool::free(BlockRef block) {
+    const Spid home = block->home.loadRelaxed();
+    const bool isGiven = home != home_ && (home == latestHome_ || learnHome(home)) && giveBack(block, home);
+    if (!isGiven) keep(block);
 }
 
-void Pool::keep(Block& block, Ref ref, uint32_t sizeClass) {
-    markFree(block, sizeClass);
-    prepend(ref, block, 1, sizeClass);
+void Pool::keep(BlockRef block) {
+    markFree(block);
+    prepend(block.ref, *block, 1, block.sizeClass);
     if (keepsTooMuch()) trim();
 }
 
@@ -147,13 +147,13 @@ void Pool::takeReturned() {
     if (chain == stack::empty) return;
     // The order turns round: the block that came home first is used first, which the other processor has had the most
     // time to let go of. With the last one first a stream of small signals takes half as long again.
-    stack::walk(arena(), chain, [&](Block& block, Ref ref, uint32_t sizeClass) {
-        const uint32_t owner = block.owner.loadAcquire();  // the take would do (F)
+    stack::walk(arena(), chain, [&](BlockRef block) {
+        const uint32_t owner = block->owner.loadAcquire();  // the take would do (F)
         if ((owner & ownerInFlight) == 0 || indexOf(owner) != indexOf(home_)) return;
-        markFree(block, sizeClass);
+        markFree(block);
         // The chain goes on behind it, should this process die once the link is another. (I)
-        own.returnedClaim.storeRelease(block.next.loadRelaxed());
-        prepend(ref, block, 1, sizeClass);
+        own.returnedClaim.storeRelease(block->next.loadRelaxed());
+        prepend(block.ref, *block, 1, block.sizeClass);
     });
     own.returnedClaim.storeRelease(0);  // (I), after the last block got its owner
     if (keepsTooMuch()) trim();
@@ -275,12 +275,11 @@ void Pool::shrinkTo(uint32_t lines) {
     uint32_t left = countLines();
     uint32_t given = 0;
     for (uint32_t sizeClass = sizeClassCount; sizeClass-- > 0;) {
-        Ref ref;
         while (left > lines) {
-            Block* block = take(sizeClass, ref);
-            if (block == nullptr) break;
+            const BlockRef block = pop(sizeClass);
+            if (!block) break;
             central::disown(*block);
-            central::push(arena(), *block, ref, sizeClass);
+            central::push(arena(), block);
             left -= sizeClasses[sizeClass].lines;
             given += sizeClasses[sizeClass].lines;
         }

@@ -19,21 +19,20 @@ class Pool {
 public:
     Pool(const Domain& domain, Spid home);
 
-    /// A free block of at least `lines` lines for the caller to own, its reference in `ref` and its class in
-    /// `sizeClass`. Null with errno: ENOMEM when the pool or the endpoint's share of it is exhausted, or why the
-    /// domain lock could not be had. `lines` <= largestClassLines.
-    Block* allocate(uint32_t lines, Ref& ref, uint32_t& sizeClass);
+    /// A free block of at least `lines` lines for the caller to own. None with errno: ENOMEM when the pool or the
+    /// endpoint's share of it is exhausted, or why the domain lock could not be had. `lines` <= largestClassLines.
+    BlockRef allocate(uint32_t lines);
 
     /// A free block of exactly this class, if the endpoint has some and it shows at once.
-    Block* takeAtOnce(uint32_t sizeClass, Ref& ref);
+    BlockRef popAtOnce(uint32_t sizeClass);
 
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
-    void free(Block& block, Ref ref, uint32_t sizeClass);
+    void free(BlockRef block);
 
     /// The same if it comes from where the last one did that was given back. False when it is still the caller's.
-    bool giveBackAtOnce(Block& block, Ref ref, uint32_t sizeClass) {
-        const Spid home = block.home.loadRelaxed();
-        return home == latestHome_ && giveBack(block, ref, sizeClass, home);
+    bool giveBackAtOnce(BlockRef block) {
+        const Spid home = block->home.loadRelaxed();
+        return home == latestHome_ && giveBack(block, home);
     }
 
     /// Takes back what others have freed of the endpoint's. Not in a section under the domain lock.
@@ -61,21 +60,21 @@ private:
         ifAsked
     };
 
-    Block* take(uint32_t sizeClass, Ref& ref);
+    BlockRef pop(uint32_t sizeClass);
     /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
     /// lost than given out twice.
     bool isFreeHere(const Block& block) const {
         return block.owner.loadRelaxed() == ownerFree && block.home.loadRelaxed() == home_;
     }
-    Block* takeLarger(uint32_t& sizeClass, Ref& ref);
-    void keep(Block& block, Ref ref, uint32_t sizeClass);
-    [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t sizeClass);
-    void markFree(Block& block, uint32_t sizeClass);
+    BlockRef popLarger(uint32_t sizeClass);
+    void keep(BlockRef block);
+    [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t lines);
+    void markFree(BlockRef block);
     void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
     void add(const lease::Chain& chain, uint32_t sizeClass);
     bool keepsTooMuch() { return mostLines_ > keptLines_ && countLines() > keptLines_; }
     uint32_t countLines();
-    bool giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home);
+    bool giveBack(BlockRef block, Spid home);
     bool learnHome(Spid home);
     uint32_t leasedLines() const;
     int leaseMore(uint32_t sizeClass, Hope& hope);
@@ -111,31 +110,31 @@ private:
     uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
 };
 
-[[gnu::always_inline]] inline Block* Pool::takeAtOnce(uint32_t sizeClass, Ref& ref) {
+[[gnu::always_inline]] inline BlockRef Pool::popAtOnce(uint32_t sizeClass) {
     const uint32_t count = count_[sizeClass];
-    if (count == 0) return nullptr;
-    ref = free_[sizeClass];
+    if (count == 0) return {};
+    const Ref ref = free_[sizeClass];
     Block* block = arena().rawBlock(ref);
     const Ref next = block->next.loadRelaxed();
-    if ((count != 1 && !nearby_.knows(next, sizeClass)) || !isFreeHere(*block)) return nullptr;
+    if ((count != 1 && !nearby_.knows(next, sizeClass)) || !isFreeHere(*block)) return {};
     free_[sizeClass] = next;
     count_[sizeClass] = count - 1;
-    return block;
+    return {block, ref, sizeClass};
 }
 
 /// Returns a block to `home`, which is the latest, unless that has ended, or does not come for what it gets.
-[[gnu::always_inline]] inline bool Pool::giveBack(Block& block, Ref ref, uint32_t sizeClass, Spid home) {
+[[gnu::always_inline]] inline bool Pool::giveBack(BlockRef block, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
     if (there.life.loadAcquire() != (home | lifeOpen) || waiting > mostReturned_) return false;  // as in isOpen
     // Relaxed, and no exchange: about right will do.
-    there.returnedLines.storeRelaxed(waiting + sizeClasses[sizeClass].lines);
+    there.returnedLines.storeRelaxed(waiting + sizeClasses[block.sizeClass].lines);
     // See recoverLostInFlight: the reaper asks whether this one was pushed. Release: (J), after the push before it.
-    slot().sending.storeRelease(ref);
-    block.sender.storeRelaxed(home_);
-    block.owner.storeRelease(home | ownerInFlight);  // (E)
-    if (!stack::isRefused(stack::push(there.returned, block, ref))) return true;
-    block.owner.storeRelaxed(home_);
+    slot().sending.storeRelease(block.ref);
+    block->sender.storeRelaxed(home_);
+    block->owner.storeRelease(home | ownerInFlight);  // (E)
+    if (!stack::isRefused(stack::push(there.returned, *block, block.ref))) return true;
+    block->owner.storeRelaxed(home_);
     return false;
 }
 

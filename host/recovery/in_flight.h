@@ -9,17 +9,17 @@ namespace linx {
 /// Whether a block in flight lies in no stack of the slot that it was sent to: `pusher`, who was to push it, died
 /// before. REQUIRES that `pusher` has died or is the caller's own process. May say no of one that is lost, if the
 /// slot's endpoint is at work meanwhile.
-inline bool isLostInFlight(const Arena& arena, const Block& block, Ref ref, Spid pusher) {
+inline bool isLostInFlight(const Arena& arena, BlockRef block, Spid pusher) {
     // The owner first (E): whoever sends a block writes its sender before.
-    const uint32_t owner = block.owner.loadAcquire();
-    if ((owner & ownerInFlight) == 0 || block.sender.loadAcquire() != pusher) return false;
+    const uint32_t owner = block->owner.loadAcquire();
+    if ((owner & ownerInFlight) == 0 || block->sender.loadAcquire() != pusher) return false;
     if (!wasUsed(arena, owner & spidMask)) return false;
     const Slot& slot = arena.slot(indexOf(owner));
-    if (stack::holds(arena, slot.mailbox, slot.mailboxClaim, ref)) return false;
-    if (stack::holds(arena, slot.returned, slot.returnedClaim, ref)) return false;
+    if (stack::holds(arena, slot.mailbox, slot.mailboxClaim, block.ref)) return false;
+    if (stack::holds(arena, slot.returned, slot.returnedClaim, block.ref)) return false;
     // The slot's endpoint may have taken it during the search, and others may have sent it since; then it has another
     // owner or sender, seen after holds() by (G) or (I), and one that has died cannot become either again.
-    return block.owner.loadAcquire() == owner && block.sender.loadRelaxed() == pusher;
+    return block->owner.loadAcquire() == owner && block->sender.loadRelaxed() == pusher;
 }
 
 }  // namespace linx

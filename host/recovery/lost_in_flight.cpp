@@ -12,9 +12,7 @@ namespace {
 
 /// A block that one of the dead was to push, or has pushed.
 struct Sending {
-    Block* block;
-    Ref ref;
-    uint32_t sizeClass;
+    BlockRef block;
     uint32_t owner;
     Spid sender;
     bool pushed;
@@ -28,9 +26,8 @@ struct Sending {
 
 /// Whether the endpoint's `sending` names a block on its way somewhere.
 bool isSending(const Arena& arena, Spid dead, Sending& found) {
-    found.ref = arena.slot(indexOf(dead)).sending.loadAcquire();
-    found.block = arena.blockAt(found.ref, found.sizeClass);
-    if (found.block == nullptr) return false;
+    found.block = arena.blockAt(arena.slot(indexOf(dead)).sending.loadAcquire());
+    if (!found.block) return false;
     // The owner first (E): whoever sends a block writes its sender before.
     found.owner = found.block->owner.loadAcquire();
     found.sender = dead;
@@ -47,7 +44,7 @@ public:
 
     void markPushed(Sending* first, Sending* last) {
         const auto order = [](const Sending& a, const Sending& b) {
-            return std::make_tuple(a.target(), a.ref) < std::make_tuple(b.target(), b.ref);
+            return std::make_tuple(a.target(), a.block.ref) < std::make_tuple(b.target(), b.block.ref);
         };
         std::sort(first, last, order);
         while (first != last) {
@@ -67,10 +64,10 @@ private:
         // The heads before what is being taken: a chain taken after the look at a head was claimed before it left
         // the head (H).
         for (const Word* head : {&slot.mailbox, &slot.mailboxClaim, &slot.returned, &slot.returnedClaim}) {
-            stack::walkWhile(arena_, stack::refOf(head->loadSeqCst()), [&](Block&, Ref ref, uint32_t) {
-                const auto found = std::lower_bound(first, last, ref,
-                                                    [](const Sending& one, Ref wanted) { return one.ref < wanted; });
-                if (found != last && found->ref == ref) found->pushed = true;
+            stack::walkWhile(arena_, stack::refOf(head->loadSeqCst()), [&](BlockRef block) {
+                const auto found = std::lower_bound(
+                    first, last, block.ref, [](const Sending& one, Ref wanted) { return one.block.ref < wanted; });
+                if (found != last && found->block.ref == block.ref) found->pushed = true;
                 return --steps_ != 0;
             });
             if (steps_ == 0) std::for_each(first, last, [](Sending& one) { one.pushed = true; });
@@ -92,8 +89,8 @@ void recoverLostInFlight(const DomainLock& lock, const SlotSet& dead) {
         search.markPushed(some.begin(), some.begin() + count);
         for (size_t i = 0; i < count; ++i) {
             if (some[i].pushed || !some[i].isUnchanged()) continue;
-            central::abandon(arena, *some[i].block, some[i].sizeClass);
-            central::push(arena, *some[i].block, some[i].ref, some[i].sizeClass);
+            central::abandon(arena, some[i].block);
+            central::push(arena, some[i].block);
         }
         count = 0;
     };

@@ -35,18 +35,17 @@ void clearHalfRuns(const Arena& arena) {
 bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
     const uint32_t word = hunt.hunter.loadRelaxed();
     const Spid hunter = word & spidMask;
-    const Ref ref = hunt.signal.loadRelaxed();
-    const Block* signal = arena.blockAt(ref);
-    if (!isOpen(arena, hunter) || signal == nullptr) return false;
+    const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
+    if (!isOpen(arena, hunter) || !signal) return false;
     const uint32_t owner = signal->owner.loadAcquire();
     if (owner == (hunter | ownerInFlight)) {
         const Spid poster = signal->sender.loadRelaxed() & spidMask;
         // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
-        const bool comesBack =
-            poster != hunter && wasUsed(arena, poster) && arena.slot(indexOf(poster)).sending.loadAcquire() == ref;
+        const bool comesBack = poster != hunter && wasUsed(arena, poster) &&
+                               arena.slot(indexOf(poster)).sending.loadAcquire() == signal.ref;
         if (comesBack || searches == 0) return false;
         --searches;
-        return isLostInFlight(arena, *signal, ref, poster);
+        return isLostInFlight(arena, signal, poster);
     }
     return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
 }
@@ -59,8 +58,8 @@ void finishAnswering(const Arena& arena) {
     forEachHunt(arena, [&](Hunt& hunt) {
         if (!isPending(arena, hunt, searches)) return clearHunt(hunt);
         const Spid hunter = hunt.hunter.loadRelaxed() & spidMask;
-        Block* signal = arena.blockAt(hunt.signal.loadRelaxed());
-        if (signal == nullptr) return;
+        const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
+        if (!signal) return;
         // In this order, so that one who dies here leaves the hunt pending.
         hunt.hunter.storeRelease(hunter);
         signal->sender.storeRelaxed(hunter);

@@ -19,12 +19,12 @@ namespace {
 /// whether there was anything.
 bool closeStack(const Arena& arena, Word& head, Word& claim, Spid spid) {
     bool any = false;
-    const auto keep = [&](Block& block, Ref, uint32_t) {
+    const auto keep = [&](BlockRef block) {
         any = true;
         // By index: a sender that was held up may have pushed what was meant for an earlier user of the slot.
-        const uint32_t owner = block.owner.loadAcquire();
+        const uint32_t owner = block->owner.loadAcquire();
         if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid)) {
-            block.owner.storeRelease(spid | ownerQueued);
+            block->owner.storeRelease(spid | ownerQueued);
         }
     };
     stack::walk(arena, claim.loadAcquire(), keep);
@@ -60,10 +60,10 @@ bool isLeftBy(const Arena& arena, const Block& block, const SlotSet& ending) {
 }
 
 void abandonBlocks(const Arena& arena, const SlotSet& ending) {
-    forEachBlock(arena, [&](Block& block, Ref ref, uint32_t sizeClass) {
-        if (!isLeftBy(arena, block, ending)) return;
-        central::abandon(arena, block, sizeClass);
-        central::push(arena, block, ref, sizeClass);
+    forEachBlock(arena, [&](BlockRef block) {
+        if (!isLeftBy(arena, *block, ending)) return;
+        central::abandon(arena, block);
+        central::push(arena, block);
     });
 }
 

@@ -267,9 +267,10 @@ void Stage::expectNotice(unsigned of) {
 
 bool Stage::hasFree(unsigned actor) const {
     bool any = false;
-    linx::forEachBlock(arena(), [&](const linx::Block& block, linx::Ref, uint32_t sizeClass) {
-        const bool isOwn = block.home.loadRelaxed() == spids_[actor] && block.owner.loadRelaxed() == linx::ownerFree;
-        any = any || (isOwn && sizeClass == linx::classForLines(linx::linesForSignal(letterBytes)));
+    linx::forEachBlock(arena(), [&](linx::BlockRef block) {
+        const bool isOwn =
+            block->home.loadRelaxed() == spids_[actor] && block->owner.loadRelaxed() == linx::ownerFree;
+        any = any || (isOwn && block.sizeClass == linx::classForLines(linx::linesForSignal(letterBytes)));
     });
     return any;
 }
@@ -296,10 +297,9 @@ bool Stage::hasMail(unsigned actor) const {
     const linx::Spid spid = spids_[actor];
     bool any = false;
     // Not what was meant for an earlier user of the slot.
-    linx::stack::walk(arena(), linx::stack::refOf(arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed()),
-                      [&](linx::Block& block, linx::Ref, uint32_t) {
-                          any = any || block.owner.loadRelaxed() == (spid | linx::ownerInFlight);
-                      });
+    linx::stack::walk(
+        arena(), linx::stack::refOf(arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed()),
+        [&](linx::BlockRef block) { any = any || block->owner.loadRelaxed() == (spid | linx::ownerInFlight); });
     return any;
 }
 
@@ -382,7 +382,7 @@ void Stage::killNow(unsigned actor) {
 
 void Stage::begin() {
     const HostHeap heap;
-    linx::forEachBlock(arena(), [](linx::Block& block, linx::Ref, uint32_t) { memory.keep(block.signal.number); });
+    linx::forEachBlock(arena(), [](linx::BlockRef block) { memory.keep(block->signal.number); });
 }
 
 void Stage::check() {
@@ -452,8 +452,8 @@ void Stage::checkArena(bool all) {
     bool anyDied = scheduler.deaths() != 0;
     for (const bool killed : killed_) anyDied = anyDied || killed;
     unsigned lost = 0;
-    linx::forEachBlock(arena(), [&](const linx::Block& block, linx::Ref, uint32_t) {
-        if (all && !linx::central::isHomeless(block)) ++lost;
+    linx::forEachBlock(arena(), [&](linx::BlockRef block) {
+        if (all && !linx::central::isHomeless(*block)) ++lost;
     });
     if (lost != 0) return scheduler.violate(std::to_string(lost) + " blocks leak");
     for (const std::string& said : linxtest::arenaViolations(domain())) {

@@ -15,14 +15,14 @@ class ArenaTest : public ::testing::Test {
 protected:
     /// Whatever the arena's words say: a block that is found lies in the pool as a whole.
     void expectInsideOrNull(Ref ref) const {
-        uint32_t sizeClass = sizeClassCount;
-        const Block* block = arena.blockAt(ref, sizeClass);
-        if (block == nullptr) return;
-        ASSERT_LT(sizeClass, sizeClassCount);
-        const auto* start = reinterpret_cast<const char*>(block);
+        const BlockRef block = arena.blockAt(ref);
+        if (!block) return;
+        ASSERT_EQ(block.ref, ref);
+        ASSERT_LT(block.sizeClass, sizeClassCount);
+        const auto* start = reinterpret_cast<const char*>(block.block);
         ASSERT_EQ(start, memory.base() + size_t{ref} * lineBytes);
         ASSERT_GE(start, memory.base() + size_t{firstPoolPage(MemoryArena::pages)} * pageBytes);
-        ASSERT_LE(start + size_t{linesOfClass(sizeClass)} * lineBytes, memory.base() + MemoryArena::bytes());
+        ASSERT_LE(start + size_t{linesOfClass(block.sizeClass)} * lineBytes, memory.base() + MemoryArena::bytes());
     }
 
     const LinxSignal* signalAt(size_t offset) const {
@@ -39,10 +39,10 @@ TEST_F(ArenaTest, OnlyTheFirstLineOfABlockIsABlock) {
         const Ref first = memory.layRun(3, c);
         for (uint32_t line = 0; line < sizeClass.pages * linesPerPage; ++line) {
             const bool starts = line % sizeClass.lines == 0 && line / sizeClass.lines < sizeClass.blocks;
-            uint32_t found = sizeClassCount;
-            ASSERT_EQ(arena.blockAt(first + line, found) != nullptr, starts) << "class " << c << " line " << line;
+            const BlockRef found = arena.blockAt(first + line);
+            ASSERT_EQ(found.block != nullptr, starts) << "class " << c << " line " << line;
             if (starts) {
-                ASSERT_EQ(found, c);
+                ASSERT_EQ(found.sizeClass, c);
             }
         }
         for (uint32_t i = 0; i < sizeClass.pages; ++i) arena.pageEntry(3 + i).storeRelaxed(0);
@@ -52,8 +52,8 @@ TEST_F(ArenaTest, OnlyTheFirstLineOfABlockIsABlock) {
 TEST_F(ArenaTest, PagesThatAreNotLeasedHoldNoBlock) {
     memory.layRun(3, 0);
     for (uint32_t line = 0; line < linesPerPage; ++line) {
-        EXPECT_EQ(arena.blockAt(arena.refOfPage(2) + line), nullptr);
-        EXPECT_EQ(arena.blockAt(arena.refOfPage(4) + line), nullptr);
+        EXPECT_EQ(arena.blockAt(arena.refOfPage(2) + line).block, nullptr);
+        EXPECT_EQ(arena.blockAt(arena.refOfPage(4) + line).block, nullptr);
     }
 }
 
@@ -61,17 +61,17 @@ TEST_F(ArenaTest, NoReferenceOutsideThePoolIsABlock) {
     for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
     const Ref first = arena.refOfPage(0);
     const Ref end = arena.refOfPage(MemoryArena::pages);
-    for (Ref ref = 0; ref < first; ++ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
-    for (Ref ref = end; ref < end + 100000; ++ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
-    for (Ref ref = ~0u; ref > ~0u - 100000; --ref) ASSERT_EQ(arena.blockAt(ref), nullptr);
-    EXPECT_NE(arena.blockAt(first), nullptr);
-    EXPECT_NE(arena.blockAt(end - 1), nullptr);
+    for (Ref ref = 0; ref < first; ++ref) ASSERT_EQ(arena.blockAt(ref).block, nullptr);
+    for (Ref ref = end; ref < end + 100000; ++ref) ASSERT_EQ(arena.blockAt(ref).block, nullptr);
+    for (Ref ref = ~0u; ref > ~0u - 100000; --ref) ASSERT_EQ(arena.blockAt(ref).block, nullptr);
+    EXPECT_NE(arena.blockAt(first).block, nullptr);
+    EXPECT_NE(arena.blockAt(end - 1).block, nullptr);
 }
 
 TEST_F(ArenaTest, ReferencesAndBlocksTurnIntoEachOther) {
     const Ref ref = memory.layRun(5, 2) + 2 * linesOfClass(2);
-    EXPECT_EQ(arena.refOf(arena.blockAt(ref)), ref);
-    EXPECT_EQ(arena.blockOfSignal(&arena.blockAt(ref)->signal), arena.blockAt(ref));
+    EXPECT_EQ(arena.refOf(arena.blockAt(ref).block), ref);
+    EXPECT_EQ(arena.blockOfSignal(&arena.blockAt(ref)->signal).block, arena.blockAt(ref).block);
 }
 
 TEST_F(ArenaTest, ASignalIsFoundAtItsVeryAddressOnly) {
@@ -82,7 +82,7 @@ TEST_F(ArenaTest, ASignalIsFoundAtItsVeryAddressOnly) {
         const size_t within = offset - start;
         const bool isSignal =
             within % blockBytes == offsetof(Block, signal) && within / blockBytes < sizeClasses[3].blocks;
-        ASSERT_EQ(arena.blockOfSignal(signalAt(offset)) != nullptr, isSignal) << within;
+        ASSERT_EQ(arena.blockOfSignal(signalAt(offset)).block != nullptr, isSignal) << within;
     }
 }
 
@@ -90,13 +90,13 @@ TEST_F(ArenaTest, AnAddressOfAnyOtherOriginIsNoSignal) {
     for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
     LinxSignal onStack = {1};
     const auto onHeap = std::make_unique<LinxSignal>();
-    EXPECT_EQ(arena.blockOfSignal(nullptr), nullptr);
-    EXPECT_EQ(arena.blockOfSignal(&onStack), nullptr);
-    EXPECT_EQ(arena.blockOfSignal(onHeap.get()), nullptr);
-    EXPECT_EQ(arena.blockOfSignal(signalAt(0)), nullptr);
-    EXPECT_EQ(arena.blockOfSignal(signalAt(offsetof(Block, signal))), nullptr);
-    EXPECT_EQ(arena.blockOfSignal(signalAt(MemoryArena::bytes() + offsetof(Block, signal))), nullptr);
-    EXPECT_EQ(arena.blockOfSignal(signalAt(~size_t{0})), nullptr);
+    EXPECT_EQ(arena.blockOfSignal(nullptr).block, nullptr);
+    EXPECT_EQ(arena.blockOfSignal(&onStack).block, nullptr);
+    EXPECT_EQ(arena.blockOfSignal(onHeap.get()).block, nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(0)).block, nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(offsetof(Block, signal))).block, nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(MemoryArena::bytes() + offsetof(Block, signal))).block, nullptr);
+    EXPECT_EQ(arena.blockOfSignal(signalAt(~size_t{0})).block, nullptr);
 }
 
 TEST_F(ArenaTest, NoWordOfThePageMapLeadsOutside) {

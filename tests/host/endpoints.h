@@ -51,8 +51,8 @@ protected:
     /// Blocks that somebody owns: in users' hands, queued, parked or on their way.
     uint32_t ownedBlocks() const {
         uint32_t count = 0;
-        linx::forEachBlock(arena, [&](linx::Block& block, linx::Ref, uint32_t) {
-            if (block.owner.loadRelaxed() != linx::ownerFree) ++count;
+        linx::forEachBlock(arena, [&](linx::BlockRef block) {
+            if (block->owner.loadRelaxed() != linx::ownerFree) ++count;
         });
         return count;
     }

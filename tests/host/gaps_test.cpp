@@ -118,20 +118,18 @@ TEST_F(GapsTest, AChildThatClosesWhatItInheritedLeavesTheEndpointToItsParent) {
 TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
     Linx endpoint("endpoint");
     LinxSignal* signal = linx_alloc(endpoint, 4, 1);
-    uint32_t sizeClass = 0;
-    const Ref ref = refOf(signal);
-    Block& block = *arena.blockAt(ref, sizeClass);
+    const BlockRef block = arena.blockAt(refOf(signal));
     linx_free_buf(endpoint, &signal);
     {
         const DomainLock lock(*joined);
-        central::abandon(arena, block, sizeClass);
-        central::push(arena, block, ref, sizeClass);
+        central::abandon(arena, block);
+        central::push(arena, block);
     }
     const Linx another("another");
     LinxSignal* others = linx_alloc(another, 4, 3);
-    EXPECT_EQ(blockOf(others), &block);
+    EXPECT_EQ(blockOf(others), block.block);
     LinxSignal* own = linx_alloc(endpoint, 4, 2);
-    EXPECT_NE(blockOf(own), &block);
+    EXPECT_NE(blockOf(own), block.block);
     linx_free_buf(endpoint, &own);
     linx_free_buf(another, &others);
 }
@@ -147,8 +145,8 @@ TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotLostForAnother) {
     slotOf(dead.spid).sending.storeRelaxed(ref);
     slotOf(alive.spid).sending.storeRelaxed(ref);
     block.owner.storeRelease(target.spid | ownerInFlight);
-    EXPECT_FALSE(isLostInFlight(arena, block, ref, dead.spid));
-    EXPECT_TRUE(isLostInFlight(arena, block, ref, alive.spid));
+    EXPECT_FALSE(isLostInFlight(arena, arena.blockAt(ref), dead.spid));
+    EXPECT_TRUE(isLostInFlight(arena, arena.blockAt(ref), alive.spid));
     block.owner.storeRelease(alive.spid);
     linx_free_buf(alive, &signal);
 }

@@ -91,14 +91,14 @@ TEST(MissingMemoryTest, NoBlockIsFoundWhereThereIsNone) {
     const Ref large = memory.layRun(2, sizeClassCount - 1);
     withoutFile.header().pagesUsed.storeRelaxed(linxtest::MemoryArena::pages);
     memory.cutTo(size_t{withoutFile.filePageOf(1)} * pageBytes);
-    EXPECT_NE(withoutFile.blockAt(first), nullptr);
-    EXPECT_EQ(withoutFile.blockAt(second), nullptr);
+    EXPECT_NE(withoutFile.blockAt(first).block, nullptr);
+    EXPECT_EQ(withoutFile.blockAt(second).block, nullptr);
     EXPECT_EQ(withoutFile.usedPages(), 1u);
     memory.cutTo(size_t{withoutFile.filePageOf(3)} * pageBytes);
-    EXPECT_NE(withoutFile.blockAt(second), nullptr);
-    EXPECT_EQ(withoutFile.blockAt(large), nullptr) << "its end has none";
+    EXPECT_NE(withoutFile.blockAt(second).block, nullptr);
+    EXPECT_EQ(withoutFile.blockAt(large).block, nullptr) << "its end has none";
     memory.makeWhole();
-    EXPECT_NE(withoutFile.blockAt(large), nullptr);
+    EXPECT_NE(withoutFile.blockAt(large).block, nullptr);
 }
 
 }  // namespace

@@ -107,10 +107,10 @@ TEST_F(PoolGarbledTest, ABlockThatItsHomeCannotBeGivenBackStaysWithWhoeverFreesI
 TEST_F(PoolGarbledTest, AnAllocationWhoseLeaseIsScribbledOverSaysWhyItFailed) {
     std::vector<Block*> garbled;
     linxtest::interposed::atLock = [&] {
-        forEachBlock(arena, [&](Block& block, Ref, uint32_t) {
-            if (block.home.loadRelaxed() != one.spid || block.owner.loadRelaxed() != ownerFree) return;
-            block.owner.storeRelaxed(two.spid);
-            garbled.push_back(&block);
+        forEachBlock(arena, [&](BlockRef block) {
+            if (block->home.loadRelaxed() != one.spid || block->owner.loadRelaxed() != ownerFree) return;
+            block->owner.storeRelaxed(two.spid);
+            garbled.push_back(&*block);
         });
         return 0;
     };

@@ -23,7 +23,7 @@ protected:
     uint32_t push(uint32_t number) { return stack::push(head, *arena.blockAt(ref(number)), ref(number)); }
     std::vector<uint32_t> chain(Ref from) const {
         std::vector<uint32_t> numbers;
-        stack::walk(arena, from, [&](Block&, Ref here, uint32_t) { numbers.push_back(here - ref(0)); });
+        stack::walk(arena, from, [&](BlockRef block) { numbers.push_back(block.ref - ref(0)); });
         return numbers;
     }
 
@@ -119,7 +119,7 @@ TEST_F(TakeAllStackTest, NothingIsLostAndNothingIsDoubledAmongThreads) {
     while (arrived.size() != 3 * each) {
         const auto before = static_cast<std::ptrdiff_t>(arrived.size());
         stack::walk(arena, stack::takeAll(head, claim, stack::empty),
-                    [&](Block& block, Ref, uint32_t) { arrived.push_back(block.signal.number); });
+                    [&](BlockRef block) { arrived.push_back(block->signal.number); });
         std::reverse(arrived.begin() + before, arrived.end());
     }
     for (std::thread& pusher : pushers) pusher.join();

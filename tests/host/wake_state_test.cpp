@@ -184,8 +184,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
             ASSERT_EQ(::poll(&poll, 1, -1), 1);
         }
         slot.wakeState.exchangeSeqCst(wake_state::word(receiver, wake_state::awake));
-        stack::walk(arena, stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::empty),
-                    [&](Block&, Ref, uint32_t) { --left; });
+        stack::walk(arena, stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::empty), [&](BlockRef) { --left; });
     }
     for (std::thread& sender : senders) sender.join();
     doorbell::remove(directory.get(), receiver);

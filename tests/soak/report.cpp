@@ -97,14 +97,14 @@ Sample lookAtDomain(const std::string& directory) {
     sample.disorder = validator.disorder();
     sample.lostBlocks = static_cast<uint32_t>(validator.losses().size());
     sample.smallerShares = static_cast<uint32_t>(validator.miscounts().size());
-    linx::forEachBlock(domain->arena(), [&](const linx::Block& block, linx::Ref ref, uint32_t) {
+    linx::forEachBlock(domain->arena(), [&](linx::BlockRef block) {
         ++sample.blocks;
-        const bool isFree = block.owner.loadRelaxed() == linx::ownerFree || validator.isTravelling(ref);
+        const bool isFree = block->owner.loadRelaxed() == linx::ownerFree || validator.isTravelling(block.ref);
         if (isFree) return;
         ++sample.usedBlocks;
-        const linx::Spid owner = block.owner.loadRelaxed() & linx::spidMask;
+        const linx::Spid owner = block->owner.loadRelaxed() & linx::spidMask;
         const bool isLost = !linx::isSpid(owner) || !linx::isOpen(domain->arena(), owner);
-        if (!isLost && block.signal.number == LINX_OS_HUNT_SIG) ++sample.lateAnswers;
+        if (!isLost && block->signal.number == LINX_OS_HUNT_SIG) ++sample.lateAnswers;
     });
     return sample;
 }

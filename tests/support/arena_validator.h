@@ -113,9 +113,8 @@ private:
         for (uint32_t c = 0; c < linx::sizeClassCount; ++c) {
             linx::Ref ref = arena_.header().central[c].loadRelaxed();
             for (uint32_t left = arena_.maxBlocks(); ref != 0; --left) {
-                uint32_t sizeClass;
-                const linx::Block* block = arena_.blockAt(ref, sizeClass);
-                if (left == 0 || block == nullptr || sizeClass != c || !linx::central::isHomeless(*block)) {
+                const linx::BlockRef block = arena_.blockAt(ref);
+                if (left == 0 || !block || block.sizeClass != c || !linx::central::isHomeless(*block)) {
                     say() << "central list " << c << " holds " << ref << ", which is not its own";
                     break;
                 }
@@ -130,14 +129,15 @@ private:
     }
 
     void checkChain(uint32_t index, linx::Ref head, const char* kind) {
-        linx::stack::walk(arena_, head, [&](linx::Block& block, linx::Ref ref, uint32_t) {
-            visitOnce(ref, {kind, index});
+        linx::stack::walk(arena_, head, [&](linx::BlockRef block) {
+            visitOnce(block.ref, {kind, index});
             // Or on its way to an earlier user of the slot, from somebody who was held up.
-            const uint32_t owner = block.owner.loadRelaxed();
+            const uint32_t owner = block->owner.loadRelaxed();
             if ((owner & linx::ownerInFlight) == 0 || linx::indexOf(owner) != index) {
-                say() << "block " << ref << " lies in the " << Place{kind, index} << " of another than its owner";
+                say() << "block " << block.ref << " lies in the " << Place{kind, index}
+                      << " of another than its owner";
             }
-            travelling_.insert(ref);
+            travelling_.insert(block.ref);
         });
     }
 
@@ -187,18 +187,19 @@ private:
 
     /// Every block has one place.
     void checkBlocks() {
-        linx::forEachBlock(arena_, [&](linx::Block& block, linx::Ref ref, uint32_t sizeClass) {
-            const uint32_t owner = block.owner.loadRelaxed();
-            const linx::Spid home = block.home.loadRelaxed();
-            linesOf_[home] += linx::linesOfClass(sizeClass);
+        linx::forEachBlock(arena_, [&](linx::BlockRef block) {
+            const uint32_t owner = block->owner.loadRelaxed();
+            const linx::Spid home = block->home.loadRelaxed();
+            linesOf_[home] += linx::linesOfClass(block.sizeClass);
             if (owner == linx::ownerFree && home == linx::noHome) {
-                if (central_.count(ref) == 0) say() << "block " << ref << " has no home and is in no central list";
+                if (central_.count(block.ref) == 0)
+                    say() << "block " << block.ref << " has no home and is in no central list";
             } else if (owner == linx::ownerFree) {
-                if (!isLive(home)) sayLost() << "block " << ref << " is free at a home that has ended";
-            } else if (travelling_.count(ref) == 0 && !isLive(owner & linx::spidMask)) {
-                sayLost() << "block " << ref << " is owned by " << owner << ", which has ended";
-            } else if ((owner & linx::ownerInFlight) != 0 && travelling_.count(ref) == 0) {
-                sayLost() << "block " << ref << " is on its way and nowhere";
+                if (!isLive(home)) sayLost() << "block " << block.ref << " is free at a home that has ended";
+            } else if (travelling_.count(block.ref) == 0 && !isLive(owner & linx::spidMask)) {
+                sayLost() << "block " << block.ref << " is owned by " << owner << ", which has ended";
+            } else if ((owner & linx::ownerInFlight) != 0 && travelling_.count(block.ref) == 0) {
+                sayLost() << "block " << block.ref << " is on its way and nowhere";
             }
         });
     }
@@ -276,7 +277,7 @@ private:
             const linx::Hunt& hunt = arena_.hunt(i);
             const linx::Spid hunter = hunt.hunter.loadRelaxed();
             if (hunter == 0) continue;
-            const linx::Block* signal = arena_.blockAt(hunt.signal.loadRelaxed());
+            const linx::Block* signal = arena_.blockAt(hunt.signal.loadRelaxed()).block;
             if (!isLive(hunter)) say() << "hunt " << i << " is of " << hunter << ", which has ended";
             if (signal == nullptr || signal->owner.loadRelaxed() != (hunter | linx::ownerQueued)) {
                 say() << "hunt " << i << " has no signal of its hunter";

@@ -30,9 +30,9 @@ protected:
         ASSERT_NE(nullptr, joined);
         uint32_t blocks = 0;
         uint32_t missing = 0;
-        linx::forEachBlock(joined->arena(), [&](const linx::Block& block, linx::Ref, uint32_t) {
+        linx::forEachBlock(joined->arena(), [&](linx::BlockRef block) {
             ++blocks;
-            if (!linx::central::isHomeless(block)) ++missing;
+            if (!linx::central::isHomeless(*block)) ++missing;
         });
         EXPECT_LT(0u, blocks);
         EXPECT_EQ(0u, missing) << "of " << blocks;
