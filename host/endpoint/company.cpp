@@ -188,7 +188,6 @@ void Endpoint::doChores() {
     }
     if (pool_.isUnderPressure()) pool_.yieldToPressure();
     debtPause_ = owesOthers() ? std::min(2 * debtPause_ + 1, longestDebtPause) : 0;
-    if (!owesOthers()) timers_.callOff();
 }
 
 }  // namespace linx

@@ -334,7 +334,8 @@ void Endpoint::notifySelf() {
     const uint32_t before = slot().wakeState.exchangeSeqCst(wake_state::word(spid_, wake_state::notified));
     awake_ = false;
     byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || doorbell::ring(doorbell_.get()) == 0;
-    if (!byteIn_) slot().wakeState.storeSeqCst(wake_state::word(spid_, wake_state::parked));
+    // Relaxed, unlike (C): no look at the mailbox follows.
+    if (!byteIn_) slot().wakeState.storeRelaxed(wake_state::word(spid_, wake_state::parked));
 }
 
 /// Makes the descriptor true again: see the top of this file.
@@ -342,7 +343,11 @@ void Endpoint::changeReadiness() {
     if (!isStillOpen()) return;
     const int keptErrno = errno;
     makeDescriptorTrue();
-    if (owesOthers()) callLater();
+    if (owesOthers()) {
+        callLater();
+    } else {
+        timers_.callOff();
+    }
     errno = keptErrno;
 }
 

@@ -91,7 +91,6 @@ void retireAll(const DomainLock& lock, const SlotSet& ending, Leftovers leftover
 }  // namespace
 
 void retire(const DomainLock& lock, Spid spid, Leftovers leftovers) {
-    if (!isOpen(lock.arena(), spid)) return;
     SlotSet ending(lock.arena());
     ending.insert(spid);
     retireAll(lock, ending, leftovers);
@@ -118,7 +117,7 @@ void reapAllDead(const DomainLock& lock) {
         SlotSet ending(lock.arena());
         const uint32_t used = lock.arena().usedSlots();
         for (uint32_t i = 1; i <= used; ++i) {
-            const uint32_t life = lock.arena().slot(i).life.loadAcquire();
+            const uint32_t life = lock.arena().slot(i).life.loadRelaxed();  // (P)
             const Spid spid = life & spidMask;
             if ((life & lifeOpen) != 0 && indexOf(spid) == i && hasDied(lock.domain(), spid)) ending.insert(spid);
         }

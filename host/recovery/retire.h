@@ -14,8 +14,8 @@ enum class Leftovers {
 
 // All of this is safe to repeat: one who dies in here is finished by the next.
 
-/// Ends an endpoint: its mailbox takes nothing more, its name is free, its blocks are in the central lists, its slot
-/// will be used again.
+/// Ends an open endpoint: its mailbox takes nothing more, its name is free, its blocks are in the central lists, its
+/// slot will be used again.
 void retire(const DomainLock& lock, Spid spid, Leftovers leftovers);
 
 /// Ends endpoints whose processes have died, and which nobody has ended yet, together: the arena is looked through

@@ -49,5 +49,20 @@ TEST_F(FullArenaCost, ManyWhoTryAgainAndAgainLookThroughItNowAndThen) {
     EXPECT_LT(looks, rounds * retriers.size() * lines);
 }
 
+TEST_F(FullArenaCost, WhoEndsWithWhatHasComeBackDoesNotHaveItLookedFor) {
+    constexpr uint32_t small = 4;
+    const Linx filler("filler");
+    while (linx_alloc(filler, small, 1) != nullptr) {
+    }
+    Linx home("home");
+    const Linx other("other");
+    for (int i = 0; i < 10; ++i) {
+        sendNumber(home, other.spid, 1);
+        ASSERT_EQ(receiveNumber(other), 1u);  // and is freed, which gives it back
+    }
+    const uint64_t lines = arena.usedPages() * linesPerPage;
+    EXPECT_LT(looksOf([&] { home.reset(); }), lines / 4);
+}
+
 }  // namespace
 }  // namespace linx

@@ -16,10 +16,13 @@
 #include "host/recovery/domain_lock.h"
 #include "host/recovery/in_flight.h"
 #include "tests/host/endpoints.h"
+#include "tests/host/interposed.h"
 #include "tests/support/deliver.h"
 
 namespace linx {
 namespace {
+
+namespace interposed = linxtest::interposed;
 
 using linxtest::anySignal;
 using linxtest::Linx;
@@ -113,6 +116,15 @@ TEST_F(GapsTest, AChildThatClosesWhatItInheritedLeavesTheEndpointToItsParent) {
     EXPECT_TRUE(isOpen(arena, endpoint.spid));
     sendNumber(endpoint, endpoint.spid, 9);
     EXPECT_EQ(receiveNumber(endpoint), 9u);
+}
+
+TEST_F(GapsTest, WhereTheLocksFileCannotBeAskedForItsStateNothingIsDoneUnderTheLock) {
+    const Linx endpoint("endpoint");
+    interposed::atStat = [] { return EIO; };
+    EXPECT_EQ(linx_alloc(endpoint, 50000, 1), nullptr);
+    EXPECT_EQ(errno, EIO);
+    interposed::reset();
+    EXPECT_NE(linx_alloc(endpoint, 50000, 1), nullptr);
 }
 
 TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {

@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/epoll.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -24,6 +25,7 @@ std::function<void(const char* name)> atOpen;
 std::function<void()> atRead;
 std::function<void()> atNap;
 std::function<int()> atLock;
+std::function<int()> atStat;
 std::function<int()> atWatch;
 std::function<void()> atSleep;
 
@@ -66,6 +68,7 @@ void reset() {
     atRead = nullptr;
     atNap = nullptr;
     atLock = nullptr;
+    atStat = nullptr;
     atWatch = nullptr;
     atSleep = nullptr;
     atReserve = nullptr;
@@ -130,6 +133,12 @@ int nanosleep(const timespec* time, timespec* left) {
 int flock(int file, int operation) noexcept {
     const int error = interposed::run(interposed::atLock);
     return error != 0 ? interposed::fail(error) : static_cast<int>(syscall(SYS_flock, file, operation));
+}
+
+int fstat64(int file, struct stat64* status) noexcept {
+    const int error = interposed::run(interposed::atStat);
+    if (error != 0) return interposed::fail(error);
+    return fstatat64(file, "", status, AT_EMPTY_PATH);
 }
 
 int epoll_ctl(int set, int operation, int descriptor, epoll_event* event) noexcept {

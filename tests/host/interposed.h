@@ -33,6 +33,9 @@ extern std::function<void()> atNap;
 /// Done before a file is locked or unlocked. Returns 0, or the errno value with which that fails.
 extern std::function<int()> atLock;
 
+/// Done before an open file is asked for its state. Returns 0, or the errno value with which that fails.
+extern std::function<int()> atStat;
+
 /// Done before something is added to an epoll set. Returns 0, or the errno value with which that fails.
 extern std::function<int()> atWatch;
 

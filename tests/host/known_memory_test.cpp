@@ -61,6 +61,15 @@ TEST_F(KnownMemoryTest, MailArrivesWhereverItLies) {
     }
 }
 
+TEST_F(KnownMemoryTest, NothingLiesBehindTheLast) {
+    EXPECT_FALSE(arena.providePage(arena.pageCount()));
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_FALSE(arena.provideSlot(slotCount));
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_FALSE(arena.provideHunt(huntCount));
+    EXPECT_EQ(errno, ENOMEM);
+}
+
 TEST_F(KnownMemoryTest, EndpointsAndHuntsAreSeen) {
     uint32_t number = 0;
     for (const int error : refusals) {

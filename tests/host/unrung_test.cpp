@@ -9,10 +9,13 @@
 #include "host/arena/clock.h"
 #include "host/mailbox/wake_state.h"
 #include "tests/host/endpoints.h"
+#include "tests/host/interposed.h"
 #include "tests/support/failing_write.h"
 
 namespace linx {
 namespace {
+
+namespace interposed = linxtest::interposed;
 
 using linxtest::anySignal;
 using linxtest::FailingWrites;
@@ -98,6 +101,34 @@ TEST_F(UnrungTest, ASenderInAPollLoopIsCalledToPayItsDebt) {
     EXPECT_EQ(receiveNumber(scene.one), 0u);
     EXPECT_TRUE(scene.isReadable());
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+}
+
+TEST_F(UnrungTest, WhoHasPaidItsDebtIsCalledNoMore) {
+    Scene scene;
+    acquaint(scene);
+    const ScopedDescriptor descriptor(linx_get_descriptor(scene.one));
+    {
+        const FailingWrites failing(ENOMEM);
+        sendNumber(scene.one, scene.receiver.spid, 2);
+    }
+    EXPECT_EQ(receiveNumber(scene.one), 0u);
+    EXPECT_TRUE(scene.isReadable());
+    pollfd readable = {descriptor.get(), POLLIN, 0};
+    EXPECT_EQ(poll(&readable, 1, 30), 0) << "it was to be called after a millisecond";
+    EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+}
+
+TEST_F(UnrungTest, ManySendsOntoABacklogAskTheClockNowAndThen) {
+    Scene scene;
+    acquaint(scene);
+    const interposed::StandingClock standing;  // all in one tick
+    sendNumber(scene.one, scene.receiver.spid, 2);
+    int looks = 0;
+    interposed::atClock = [&] { ++looks; };
+    constexpr int sends = 100;
+    for (int i = 0; i < sends; ++i) sendNumber(scene.one, scene.receiver.spid, 3);
+    interposed::reset();
+    EXPECT_LT(looks, sends / 4);
 }
 
 TEST_F(UnrungTest, AByteThatCouldNotBeWrittenIsNotTakenForWritten) {

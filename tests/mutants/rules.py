@@ -71,6 +71,18 @@ def _is_independent(one, other):
     return '(' not in one + other and not mentions(other, one) and not mentions(one, other)
 
 
+def _relaxed_store(code):
+    """The word that a statement stores to without an order, if that is all that it does."""
+    match = re.fullmatch(r'([\w.>()-]+?)(?:\.|->)storeRelaxed\([^;]*\);', code.strip())
+    return match and match.group(1)
+
+
+def _is_unordered(one, other):
+    """Whether both store to words of their own: what has to come in an order says so by a release."""
+    words = _relaxed_store(one), _relaxed_store(other)
+    return None not in words and words[0] != words[1]
+
+
 def swap_neighbours(source):
     for one, other in zip(source.statements, source.statements[1:]):
         between = source.code[one.end:other.start]
@@ -78,7 +90,7 @@ def swap_neighbours(source):
             continue
         if one.declares or other.declares or not (_is_plain(one.code) and _is_plain(other.code)):
             continue
-        if _is_independent(one.code, other.code):
+        if _is_independent(one.code, other.code) or _is_unordered(one.code, other.code):
             continue
         text = source.text
         yield one.start, other.end, text[other.start:other.end] + text[one.end:other.start] + text[one.start:one.end]

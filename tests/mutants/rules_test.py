@@ -60,6 +60,13 @@ class Rules(unittest.TestCase):
                          sorted(made('swap neighbours', 'e.a = 1;', 'e.b = 2;', 'b = c;', 'a = b;', '--b;')))
         self.assertEqual([], made('swap neighbours', 'if (a) b();', 'c();', '{', '    d();', '}', 'e();'))
 
+    def test_stores_without_an_order_are_not_swapped(self):
+        self.assertEqual([], made('swap neighbours', 'a.b.storeRelaxed(1);', 'a.c.storeRelaxed(d());'))
+        self.assertEqual(['a.b.storeRelaxed(2); a.b.storeRelaxed(1);'],
+                         made('swap neighbours', 'a.b.storeRelaxed(1);', 'a.b.storeRelaxed(2);'))
+        self.assertEqual(['a.c.storeRelease(2); a.b.storeRelaxed(1);'],
+                         made('swap neighbours', 'a.b.storeRelaxed(1);', 'a.c.storeRelease(2);'))
+
     def test_a_function_without_a_result_returns_early(self):
         self.assertEqual(['return;', 'if (a) return;'],
                          made('return early', 'g();', 'if (a) h();', head='void X::f(int a) {'))
