@@ -6,7 +6,7 @@
 #include <cstring>
 #include <new>
 
-#include "host/endpoint/at_once.h"
+#include "host/endpoint/fast_path.h"
 #include "host/handles.h"
 
 namespace {

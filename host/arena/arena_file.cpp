@@ -11,8 +11,8 @@
 #include <limits>
 
 #include "host/arena/layout.h"
-#include "host/arena/new_file.h"
 #include "host/system/environment.h"
+#include "host/system/new_file.h"
 #include "host/system/signal_shield.h"
 #include "host/system/uninterrupted.h"
 

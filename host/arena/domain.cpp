@@ -11,9 +11,9 @@
 
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
-#include "host/arena/scoped_descriptor.h"
 #include "host/system/forks.h"
 #include "host/system/log.h"
+#include "host/system/scoped_descriptor.h"
 
 namespace linx {
 namespace {

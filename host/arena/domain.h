@@ -6,8 +6,8 @@
 
 #include "host/arena/arena.h"
 #include "host/arena/arena_file.h"
-#include "host/arena/scoped_descriptor.h"
 #include "host/system/file_lock.h"
+#include "host/system/scoped_descriptor.h"
 
 namespace linx {
 

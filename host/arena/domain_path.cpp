@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "host/arena/scoped_descriptor.h"
+#include "host/system/scoped_descriptor.h"
 #include "host/system/uninterrupted.h"
 
 namespace linx {

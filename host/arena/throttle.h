@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "host/arena/clock.h"
 #include "host/arena/layout.h"
+#include "host/system/clock.h"
 
 namespace linx {
 

@@ -10,8 +10,8 @@
 #include "host/endpoint/answers.h"
 #include "host/endpoint/endpoint.h"
 #include "host/endpoint/event_tags.h"
+#include "host/mailbox/broadcast.h"
 #include "host/mailbox/doorbell.h"
-#include "host/mailbox/sleepers.h"
 #include "host/recovery/retire.h"
 
 namespace linx {

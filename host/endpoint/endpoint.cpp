@@ -9,19 +9,19 @@
 #include <new>
 
 #include "host/arena/central_lists.h"
-#include "host/arena/clock.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/endpoint/answers.h"
-#include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
+#include "host/endpoint/fast_path.h"
+#include "host/mailbox/broadcast.h"
 #include "host/mailbox/doorbell.h"
-#include "host/mailbox/sleepers.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
+#include "host/system/clock.h"
 #include "host/system/log.h"
 
 namespace linx {

@@ -65,8 +65,8 @@ public:
         wantsReminder  ///< the peer is to be rung though it does not ask
     };
 
-    // The same five as they go most of the time (at_once.h). They enter by themselves, and exit, and leave everything
-    // as it was where it does not go at once: null, false, `refused` and 0 say so. Addresses are not null.
+    // The same five as they go most of the time (fast_path.h). They enter by themselves, and exit, and leave
+    // everything as it was where it does not go at once: null, false, `refused` and 0 say so. Addresses are not null.
     LinxSignal* allocateAtOnce(uint32_t size, uint32_t number);
     bool freeAtOnce(LinxSignal** signal);
     Posted sendAtOnce(LinxSignal** signal, Spid to);

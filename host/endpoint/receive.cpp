@@ -5,14 +5,14 @@
 #include <cerrno>
 #include <new>
 
-#include "host/arena/clock.h"
 #include "host/arena/slot_table.h"
-#include "host/endpoint/at_once.h"
 #include "host/endpoint/event_tags.h"
+#include "host/endpoint/fast_path.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
+#include "host/system/clock.h"
 
 /*
  * The descriptor tells the truth because every operation that changes the queue ends with updateReadiness(): the

@@ -29,12 +29,12 @@ void SignalQueue::reverseLast(size_t count) {
 SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
     if (size_ == 0) return {0, 0};
     if (oldest_ != none) {
-        const Signal signal = takeFromLanes(selection);
+        const Signal signal = takeFromNumberQueues(selection);
         if (signal.ref != 0) return signal;
     }
     while (hasArrivals()) {
         if (!selects(selection, arrivals_[nextArrival_].number)) {
-            putIntoLane(arrivals_[nextArrival_]);
+            appendToNumberQueue(arrivals_[nextArrival_]);
             popArrival();
             continue;
         }
@@ -44,69 +44,71 @@ SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
     return {0, 0};
 }
 
-SignalQueue::Signal SignalQueue::takeFromLanes(const uint32_t* selection) {
-    if (selection[0] == 0) return unlink(lanes_.find(waiting_[oldest_].number), oldest_);
-    auto first = lanes_.end();
+SignalQueue::Signal SignalQueue::takeFromNumberQueues(const uint32_t* selection) {
+    if (selection[0] == 0) return unlink(numberQueues_.find(waiting_[oldest_].number), oldest_);
+    auto first = numberQueues_.end();
     for (uint32_t i = 1; i <= selection[0]; ++i) {
-        const auto lane = lanes_.find(selection[i]);
-        if (lane == lanes_.end()) continue;
-        if (first == lanes_.end() || waiting_[lane->second.oldest].order < waiting_[first->second.oldest].order) {
-            first = lane;
+        const auto numberQueue = numberQueues_.find(selection[i]);
+        if (numberQueue == numberQueues_.end()) continue;
+        if (first == numberQueues_.end() ||
+            waiting_[numberQueue->second.oldest].order < waiting_[first->second.oldest].order) {
+            first = numberQueue;
         }
     }
-    return first == lanes_.end() ? Signal{0, 0} : unlink(first, first->second.oldest);
+    return first == numberQueues_.end() ? Signal{0, 0} : unlink(first, first->second.oldest);
 }
 
 SignalQueue::Place SignalQueue::appendRemovable(Signal signal, uint32_t number) {
     while (hasArrivals()) {
-        putIntoLane(arrivals_[nextArrival_]);
+        appendToNumberQueue(arrivals_[nextArrival_]);
         popArrival();
     }
-    const Place place = putIntoLane({signal, number});
+    const Place place = appendToNumberQueue({signal, number});
     ++size_;
     return place;
 }
 
 bool SignalQueue::remove(Ref ref, Place place) {
     if (place >= waiting_.size() || waiting_[place].signal.ref != ref || ref == 0) return false;
-    unlink(lanes_.find(waiting_[place].number), place);
+    unlink(numberQueues_.find(waiting_[place].number), place);
     return true;
 }
 
-/// An entry of the lanes that is not in use. It stays the next one until it is.
+/// An entry of the number queues that is not in use. It stays the next one until it is.
 uint32_t SignalQueue::freeEntry() {
     if (freeEntry_ != none) return freeEntry_;
     waiting_.push_back({});
     freeEntry_ = static_cast<uint32_t>(waiting_.size() - 1);
-    waiting_[freeEntry_].nextInLane = none;
+    waiting_[freeEntry_].nextOfNumber = none;
     return freeEntry_;
 }
 
-/// Behind all others. Out of memory, the lanes are as before.
-uint32_t SignalQueue::putIntoLane(const Arrival& arrival) {
+/// Behind all others. Out of memory, the number queues are as before.
+uint32_t SignalQueue::appendToNumberQueue(const Arrival& arrival) {
     const uint32_t index = freeEntry();
-    Lane& lane = lanes_.insert({arrival.number, {none, none}}).first->second;
-    freeEntry_ = waiting_[index].nextInLane;
-    waiting_[index] = {arrival.signal, arrival.number, arrived_++, newest_, none, lane.newest, none};
+    NumberQueue& numberQueue = numberQueues_.insert({arrival.number, {none, none}}).first->second;
+    freeEntry_ = waiting_[index].nextOfNumber;
+    waiting_[index] = {arrival.signal, arrival.number, arrived_++, newest_, none, numberQueue.newest, none};
     (newest_ == none ? oldest_ : waiting_[newest_].newer) = index;
     newest_ = index;
-    (lane.newest == none ? lane.oldest : waiting_[lane.newest].nextInLane) = index;
-    lane.newest = index;
+    (numberQueue.newest == none ? numberQueue.oldest : waiting_[numberQueue.newest].nextOfNumber) = index;
+    numberQueue.newest = index;
     return index;
 }
 
-SignalQueue::Signal SignalQueue::unlink(std::unordered_map<uint32_t, Lane>::iterator lane, uint32_t index) {
+SignalQueue::Signal SignalQueue::unlink(std::unordered_map<uint32_t, NumberQueue>::iterator numberQueue,
+                                        uint32_t index) {
     Waiting& entry = waiting_[index];
     const Signal signal = entry.signal;
     (entry.older == none ? oldest_ : waiting_[entry.older].newer) = entry.newer;
     (entry.newer == none ? newest_ : waiting_[entry.newer].older) = entry.older;
-    (entry.previousInLane == none ? lane->second.oldest : waiting_[entry.previousInLane].nextInLane) =
-        entry.nextInLane;
-    (entry.nextInLane == none ? lane->second.newest : waiting_[entry.nextInLane].previousInLane) =
-        entry.previousInLane;
-    if (lane->second.oldest == none) lanes_.erase(lane);
+    (entry.previousOfNumber == none ? numberQueue->second.oldest : waiting_[entry.previousOfNumber].nextOfNumber) =
+        entry.nextOfNumber;
+    (entry.nextOfNumber == none ? numberQueue->second.newest : waiting_[entry.nextOfNumber].previousOfNumber) =
+        entry.previousOfNumber;
+    if (numberQueue->second.oldest == none) numberQueues_.erase(numberQueue);
     entry.signal.ref = 0;
-    entry.nextInLane = freeEntry_;
+    entry.nextOfNumber = freeEntry_;
     freeEntry_ = index;
     --size_;
     return signal;

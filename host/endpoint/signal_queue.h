@@ -13,10 +13,10 @@ namespace linx {
  * private memory: nobody else can garble it.
  *
  * Arrivals wait in a plain list, which is all that a receive of any signal ever uses. A receive that awaits certain
- * numbers moves what it passes over into lanes, one for each number, so that it never passes over a signal twice:
- * awaiting a number costs the same however many others wait. All signals in lanes are older than all arrivals. What
- * may be taken out again before its turn goes into a lane at once, where it has a place for as long as it waits: that
- * costs the same, too, wherever it stands.
+ * numbers moves what it passes over into queues of their own, one for each number, so that it never passes over a
+ * signal twice: awaiting a number costs the same however many others wait. All signals in those are older than all
+ * arrivals. What may be taken out again before its turn goes into one at once, where it has a place for as long as it
+ * waits: that costs the same, too, wherever it stands.
  */
 class SignalQueue {
 public:
@@ -85,12 +85,12 @@ private:
         Signal signal;
         uint32_t number;
         uint64_t order;
-        uint32_t older;  ///< neighbours among all signals in lanes
+        uint32_t older;  ///< neighbours among all signals in number queues
         uint32_t newer;
-        uint32_t previousInLane;
-        uint32_t nextInLane;
+        uint32_t previousOfNumber;
+        uint32_t nextOfNumber;
     };
-    struct Lane {
+    struct NumberQueue {
         uint32_t oldest;
         uint32_t newest;
     };
@@ -107,21 +107,21 @@ private:
         nextArrival_ = 0;
     }
     Signal takeSelected(const uint32_t* selection);
-    Signal takeFromLanes(const uint32_t* selection);
+    Signal takeFromNumberQueues(const uint32_t* selection);
     uint32_t freeEntry();
-    uint32_t putIntoLane(const Arrival& arrival);
-    Signal unlink(std::unordered_map<uint32_t, Lane>::iterator lane, uint32_t index);
+    uint32_t appendToNumberQueue(const Arrival& arrival);
+    Signal unlink(std::unordered_map<uint32_t, NumberQueue>::iterator numberQueue, uint32_t index);
 
     size_t size_ = 0;
     std::vector<Arrival> arrivals_;
     size_t nextArrival_ = 0;
 
-    std::vector<Waiting> waiting_;  ///< entries of the lanes, linked by index
+    std::vector<Waiting> waiting_;  ///< entries of the number queues, linked by index
     uint32_t freeEntry_ = none;
     uint32_t oldest_ = none;
     uint32_t newest_ = none;
     uint64_t arrived_ = 0;
-    std::unordered_map<uint32_t, Lane> lanes_;
+    std::unordered_map<uint32_t, NumberQueue> numberQueues_;
 };
 
 }  // namespace linx

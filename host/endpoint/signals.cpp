@@ -5,7 +5,7 @@
 #include <new>
 
 #include "host/arena/slot_table.h"
-#include "host/endpoint/at_once.h"
+#include "host/endpoint/fast_path.h"
 
 namespace linx {
 

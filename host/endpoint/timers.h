@@ -6,8 +6,8 @@
 #include <unordered_map>
 
 #include "host/arena/layout.h"
-#include "host/arena/scoped_descriptor.h"
 #include "host/endpoint/signal_queue.h"
+#include "host/system/scoped_descriptor.h"
 
 namespace linx {
 

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "host/arena/scoped_descriptor.h"
+#include "host/system/scoped_descriptor.h"
 #include "host/system/signal_shield.h"
 #include "host/system/uninterrupted.h"
 

@@ -7,12 +7,12 @@
 #include <cerrno>
 
 #include "host/arena/central_lists.h"
-#include "host/arena/clock.h"
 #include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/doorbell.h"
 #include "host/pool/lease.h"
 #include "host/pool/pressure.h"
+#include "host/system/clock.h"
 
 namespace linx {
 namespace {

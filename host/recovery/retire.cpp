@@ -7,8 +7,8 @@
 #include "host/arena/hunt_table.h"
 #include "host/arena/slot_table.h"
 #include "host/arena/throttle.h"
+#include "host/mailbox/broadcast.h"
 #include "host/mailbox/doorbell.h"
-#include "host/mailbox/sleepers.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/recovery/lost_in_flight.h"
 

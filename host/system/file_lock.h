@@ -7,7 +7,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "host/arena/scoped_descriptor.h"
+#include "host/system/scoped_descriptor.h"
 
 namespace linx {
 

@@ -5,9 +5,9 @@
 #include <map>
 
 #include "host/arena/name_table.h"
-#include "host/arena/scoped_descriptor.h"
 #include "host/handles.h"
 #include "host/recovery/retire.h"
+#include "host/system/scoped_descriptor.h"
 #include "models/machine/heap.h"
 #include "models/machine/kernel.h"
 #include "models/machine/platform.h"

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <fstream>
 
-#include "host/arena/scoped_descriptor.h"
+#include "host/system/scoped_descriptor.h"
 #include "tests/host/interposed.h"
 #include "tests/support/domain_fixture.h"
 

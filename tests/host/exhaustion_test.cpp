@@ -5,9 +5,9 @@
 
 #include <cerrno>
 
-#include "host/arena/clock.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/take_all_stack.h"
+#include "host/system/clock.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/support/deliver.h"

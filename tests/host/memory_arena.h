@@ -11,8 +11,8 @@
 
 #include "host/arena/arena.h"
 #include "host/arena/name_table.h"
-#include "host/arena/scoped_descriptor.h"
 #include "host/arena/share.h"
+#include "host/system/scoped_descriptor.h"
 
 namespace linxtest {
 

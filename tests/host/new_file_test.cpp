@@ -1,4 +1,4 @@
-#include "host/arena/new_file.h"
+#include "host/system/new_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -9,7 +9,7 @@
 #include <csignal>
 #include <fstream>
 
-#include "host/arena/scoped_descriptor.h"
+#include "host/system/scoped_descriptor.h"
 #include "tests/host/interposed.h"
 #include "tests/support/domain_fixture.h"
 

@@ -168,7 +168,7 @@ TEST_F(SignalQueueTest, AQueueThatNeverRunsEmptyStaysSmall) {
     for (Ref ref = 2; ref < 4 * mebibyte; ++ref) {
         append(ref, ref % 2 == 0 ? 10 : 20);
         if (ref % 65536 == 0) {
-            EXPECT_EQ(take({99}), 0u);  // now and then something goes through the lanes
+            EXPECT_EQ(take({99}), 0u);  // now and then something goes through the number queues
         }
         ASSERT_NE(refOf(queue.take(any)), 0u);
         ASSERT_EQ(queue.size(), 1u);

@@ -6,8 +6,8 @@
 
 #include <cerrno>
 
-#include "host/arena/clock.h"
 #include "host/mailbox/wake_state.h"
+#include "host/system/clock.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/support/failing_write.h"

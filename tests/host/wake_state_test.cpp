@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/arena/scoped_descriptor.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/take_all_stack.h"
+#include "host/system/scoped_descriptor.h"
 #include "tests/host/memory_arena.h"
 #include "tests/support/deliver.h"
 #include "tests/support/domain_fixture.h"

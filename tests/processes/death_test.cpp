@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <random>
 
-#include "host/arena/clock.h"
+#include "host/system/clock.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "host/arena/arena_file.h"
-#include "host/arena/scoped_descriptor.h"
+#include "host/system/scoped_descriptor.h"
 #include "tests/scribble/worker.h"
 
 namespace scribble {

@@ -1,4 +1,4 @@
-#include "host/arena/new_file.h"
+#include "host/system/new_file.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -13,7 +13,7 @@
 #include <memory>
 #include <string>
 
-#include "host/arena/scoped_descriptor.h"
+#include "host/system/scoped_descriptor.h"
 
 namespace linx {
 namespace {

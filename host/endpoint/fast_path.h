@@ -1,5 +1,5 @@
-#ifndef LINXIPC_HOST_ENDPOINT_AT_ONCE_H
-#define LINXIPC_HOST_ENDPOINT_AT_ONCE_H
+#ifndef LINXIPC_HOST_ENDPOINT_FAST_PATH_H
+#define LINXIPC_HOST_ENDPOINT_FAST_PATH_H
 
 #include "host/endpoint/endpoint.h"
 #include "host/mailbox/introduction.h"

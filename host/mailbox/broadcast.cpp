@@ -1,4 +1,4 @@
-#include "host/mailbox/sleepers.h"
+#include "host/mailbox/broadcast.h"
 
 #include <cerrno>
 
