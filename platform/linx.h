@@ -5,6 +5,8 @@
  * Threads: a handle belongs to one thread at a time; different threads may use different handles at once. No operation
  * starts a thread. Only the two receives wait for other endpoints. But a process that is stopped while it holds the
  * domain's lock delays linx_open, linx_close, a hunt for an absent name, and an allocation that has to lease memory.
+ * No operation may be called, and no process forked, from a handler registered with pthread_atfork: it could wait for
+ * itself for ever.
  *
  * Errors: an operation that fails returns -1, a null pointer or a 0 reference, and sets errno. Common to all:
  *   EINVAL  a handle, signal or name that is null, foreign, freed or made up; nothing is touched. Also a handle that
