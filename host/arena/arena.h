@@ -22,7 +22,7 @@ struct BlockRef {
 /// to a page that a full file system cannot give. Any thread may use it.
 class Arena {
 public:
-    /// `base` is the mapping of `file`, whose header has been checked; `unitCount` and the mapping's length agree.
+    /// `base` is the mapping of `file`, whose header has been checked; `pageCount` and the mapping's length agree.
     /// Without a file (-1) all of the mapping has memory.
     Arena(void* base, uint32_t pageCount, int file = -1)
         : base_(static_cast<char*>(base)),

@@ -29,7 +29,7 @@ public:
     /// The mode of files in the directory: the group has access where the directory gives it.
     unsigned fileMode() const { return fileMode_; }
 
-    /// The lock of the arena, see recovery/cold_section.h.
+    /// The lock of the arena, see recovery/domain_lock.h.
     FileLock& lock() const { return lock_; }
 
 private:

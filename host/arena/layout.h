@@ -152,11 +152,11 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
 /*
  * A block holds one signal. `owner` says who may touch it:
  *
- *   0                   free: in a free list of `home`, or in the central lists when there is no home
- *   spid                held: given out to the endpoint's user by an allocation or a receive
- *   spid + ownerQueued  kept for the endpoint: in its private queue, or parked for a hunt, an attach or a time-out
- *   spid + ownerTransit on its way: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,
- *                       in there, or being taken out
+ *   0                     free: in a free list of `home`, or in the central lists when there is no home
+ *   spid                  held: given out to the endpoint's user by an allocation or a receive
+ *   spid + ownerQueued    kept for the endpoint: in its private queue, or parked for a hunt, an attach or a time-out
+ *   spid + ownerInFlight  in flight: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,
+ *                         in there, or being taken out
  *
  * Whoever may touch a block writes the next owner before giving it away; from then on it is not his any more.
  *

@@ -222,7 +222,7 @@ private:
 
     SignalQueue queue_;
     Ref claimedChain_ = 0;  ///< taken from the mailbox, not in the queue yet
-    bool awake_ = false;    ///< the wake state says that this endpoint looks
+    bool awake_ = false;    ///< the wake state has been set to awake
     bool byteIn_ = false;   ///< the doorbell is known to hold a byte
     uint64_t eventsSeenAt_ = 0;
 

@@ -157,8 +157,8 @@ bool Endpoint::sleep(uint64_t deadline, bool mayWait) {
     return !mayWait || end >= deadline;
 }
 
-/// Who was sent the last signal said that it looks. Should it have come for its mail by now and has not, its
-/// wake state may have been garbled: nothing would wake it while this endpoint waits for its answer.
+/// Whoever was sent the last signal did not ask to be rung. Should the signal still lie in its mailbox, its wake
+/// state may have been garbled: nothing would wake it while this endpoint waits for its answer.
 void Endpoint::remindUnrung() {
     Peer* peer = peers_.unrung();
     if (peer == nullptr) return;

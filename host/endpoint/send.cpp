@@ -79,7 +79,7 @@ int Endpoint::ring(const BlockRef& block, Peer& peer) {
     if (result == 0) return 0;
     if (doorbell::isDead(peer.doorbell.get())) return failSend(block, peer);
     oweRing();
-    updateReadiness();  // has this endpoint called to pay, whatever it waits on
+    updateReadiness();  // so that a poll loop comes back to try again
     return 0;
 }
 

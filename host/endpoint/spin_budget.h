@@ -5,12 +5,12 @@
 
 namespace linx {
 
-/// How long a receive looks at the mailbox before it sleeps, in nanoseconds. Sleeping and being woken cost tens of
+/// How long a receive spins on the mailbox before it sleeps, in nanoseconds. Sleeping and being woken cost tens of
 /// microseconds, so spinning pays where answers come sooner than that; where they do not it only burns a processor.
 /// The budget follows what was seen: it grows when spinning found something or when a sleep turned out short, and
 /// halves when it was spent for nothing.
 ///
-/// Where there is no budget a receive may still give way once before it sleeps: whoever shares its processor then
+/// Where there is no budget a receive may still yield once before it sleeps: whoever shares its processor then
 /// runs at once, and if that brings the signal, neither a doorbell nor a sleep is needed. It is tried less and less
 /// often while it does not pay.
 class SpinBudget {
@@ -19,7 +19,7 @@ public:
     static SpinBudget fromEnvironment();
 
     explicit SpinBudget(uint64_t most) : SpinBudget(most, most) {}
-    /// `patience` is how long giving way may take and still count as having paid; 0: it is not tried.
+    /// `patience` is how long a yield may take and still count as having paid; 0: it is not tried.
     SpinBudget(uint64_t most, uint64_t patience) : most_(most), patience_(patience), budget_(most / 2) {}
 
     uint64_t nanoseconds() const { return budget_; }
@@ -33,7 +33,7 @@ public:
         }
     }
 
-    /// Whether to give way now, and what came of it.
+    /// Whether to yield now, and what came of it.
     bool mayYield() {
         if (yieldsToSkip_ == 0) return patience_ != 0;
         --yieldsToSkip_;

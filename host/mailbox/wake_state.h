@@ -53,7 +53,7 @@ constexpr bool wantsRing(uint32_t found, Spid to) {
 static_assert(parked < awake && notified == awake + 1 && notifying > notified,
               "wantsRing counts on the order of states");
 
-/// Rings the doorbell of `to` after a push, `found` being its wake state since then. `writeBell` rings the doorbell
+/// Rings the doorbell of `to` after a push, `found` being its wake state since then. `writeDoorbell` rings it
 /// and returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over
 /// that: the word goes on asking the next sender to ring, and the caller has to try again.
 template <class WriteDoorbell>

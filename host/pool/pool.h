@@ -35,21 +35,21 @@ public:
         return home == latestHome_ && giveBack(block, home);
     }
 
-    /// Takes back what others have freed of the endpoint's. Not in a section under the domain lock.
+    /// Takes back what others have freed of the endpoint's. Not under the domain lock.
     void takeReturned();
 
     /// Whether somebody has found no memory since this endpoint last gave up what it keeps.
     bool isUnderPressure() const { return arena().header().pressure.loadRelaxed() != pressureSeen_; }
 
     /// Then gives the central lists what has come back and lies free here, unless the lock is taken just now: then
-    /// again, once a tick of the kernel. Not in a section under the domain lock.
+    /// again, once a tick of the kernel. Not under the domain lock.
     [[gnu::cold, gnu::noinline]] void yieldToPressure();
 
     /// Whether the lock was taken then.
     bool owesRelief() const { return owesRelief_; }
 
     /// Gives all free blocks to the central lists, at the end of the endpoint. False when others have garbled the
-    /// lists, so that all of the arena must be looked through for the rest. REQUIRES a section under the domain lock.
+    /// lists, so that all of the arena must be looked through for the rest. REQUIRES the domain lock.
     bool giveUp();
 
 private:

@@ -5,12 +5,12 @@
 
 namespace linx {
 
-/// Holds the lock of a domain while it lives: open, close, hunting an absent name, leasing memory and reaping are done
-/// one at a time among all processes. The kernel lets go of it when the holder dies; whoever comes next then
+/// Holds the lock of a domain while it lives: open, close, hunting an absent name, leasing memory and reaping are
+/// done one at a time among all processes. The kernel lets go of it when the holder dies; whoever comes next then
 /// finds the header's dirty word set and repairs what was left half done.
 ///
 /// A holder that is stopped delays all who wait for the lock, so sending and receiving only try it, and do without.
-/// Sections of one thread must not nest.
+/// One thread must not hold it twice.
 class DomainLock {
 public:
     using Patience = FileLock::Patience;

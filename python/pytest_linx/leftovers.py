@@ -20,7 +20,7 @@ class Process(NamedTuple):
 
 
 class Bell(NamedTuple):
-    """The bell of an endpoint that has not been closed."""
+    """The doorbell of an endpoint that has not been closed."""
 
     spid: int
     is_held: bool
@@ -85,7 +85,7 @@ def _command(entry: str) -> str:
 
 
 def _has_reader(path: str) -> bool:
-    """The endpoint alone holds its bell open for reading."""
+    """The endpoint alone holds its doorbell open for reading."""
     descriptor: Optional[int] = None
     try:
         descriptor = os.open(path, os.O_WRONLY | os.O_NONBLOCK)

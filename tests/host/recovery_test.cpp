@@ -138,7 +138,7 @@ TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
         pollfd poll = {linx_get_descriptor(live), POLLIN, 0};
         EXPECT_EQ(::poll(&poll, 1, 0), 1);
         EXPECT_EQ(receiveNumber(live), 77u);
-        EXPECT_EQ(receiveNumber(live), 0u);  // takes out the byte that came after an announcement
+        EXPECT_EQ(receiveNumber(live), 0u);  // takes out the byte of the reaper's ring
         EXPECT_EQ(::poll(&poll, 1, 0), 0);
     }
     const int descriptor = linx_get_descriptor(live);

@@ -18,7 +18,7 @@ enum class Corpse {
 struct Operation {
     const char* name;
     Stance stance;
-    const char* looking;  ///< for how many microseconds receivers look before they sleep
+    const char* looking;  ///< for how many microseconds receivers spin before they sleep
     bool opens;           ///< the victim is not open before
     Corpse corpse;
     void (*prepare)(Victim& victim);

@@ -34,7 +34,7 @@ inline const char* nameOf(Region region) {
 template <class Draw>
 class Garbler {
 public:
-    /// `base` is the mapping of an arena of `unitCount` pages. `draw(bound)` chooses a number below `bound`.
+    /// `base` is the mapping of an arena of `pageCount` pages. `draw(bound)` chooses a number below `bound`.
     Garbler(char* base, uint32_t pageCount, Draw draw) : base_(base), pageCount_(pageCount), draw_(draw) {}
 
     /// Garbles one word of the region. Returns how many bytes were written.
