@@ -1,4 +1,4 @@
-// A receive that awaits certain signals while it gives way to one who sends others.
+// A receive that awaits certain signals while it yields to one who sends others.
 
 #include <poll.h>
 #include <unistd.h>
@@ -28,7 +28,7 @@ protected:
     }
 };
 
-/// A receiver on one processor, and one who sends it what it does not await, whenever it gives way.
+/// A receiver on one processor, and one who sends it what it does not await, whenever it yields.
 struct Meeting {
     static constexpr uint32_t most = 100000;
 
@@ -87,7 +87,7 @@ TEST_F(AwaitingTest, GetsATimeoutThatFallsDue) {
 }
 
 TEST_F(AwaitingTest, IsToldOfAnEnd) {
-    const interposed::StandingClock clock;  // giving way pays each time, so that it never sleeps
+    const interposed::StandingClock clock;  // yielding pays each time, so that it never sleeps
     Meeting meeting;
     Linx supervised("supervised");
     LinxSignal* notice = linx_alloc(meeting.receiver, 4, awaited);

@@ -11,7 +11,7 @@
 /// such a moment, or has it fail.
 namespace linxtest::interposed {
 
-/// Done instead of giving way.
+/// Done instead of yielding.
 extern std::function<void()> atYield;
 
 /// Done before a look at the clock.

@@ -6,7 +6,7 @@
 
 namespace linxtest {
 
-/// Keeps this thread on one processor, where a receive gives way instead of spinning.
+/// Keeps this thread on one processor, where a receive yields instead of spinning.
 class OneProcessor {
 public:
     OneProcessor() {
