@@ -66,11 +66,11 @@ struct Header {
     Word gapHint;         ///< where the search for such goes on
     Word centralLines;    ///< in the lists below
     Word centralLeast;    ///< the least of that since memory was reclaimed last
-    Word pressure;        ///< counts the times that memory ran out: who sees a new one gives up what it keeps
-    Word pressedAt;       ///< milliseconds: when it was raised last
-    Word pressureMet;     ///< the count when memory was reclaimed last
-    Pace reclaiming;      ///< of memory
-    Pace reaping;         ///< of whoever has died
+    Word pressure;                 ///< counts the times that memory ran out: each has endpoints give up what they keep
+    Word pressedAt;                ///< milliseconds: when it was raised last
+    Word pressureMet;              ///< the count when memory was reclaimed last
+    Pace reclaiming;               ///< of memory
+    Pace reaping;                  ///< of whoever has died
     Word central[sizeClassCount];  ///< lists of free blocks without a home, a class each
 };
 static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
@@ -158,12 +158,12 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
  *   spid + ownerInFlight  in flight: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,
  *                         in there, or being taken out
  *
- * Whoever may touch a block writes the next owner before giving it away; from then on it is not his any more.
+ * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
  *
  * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then (Q), or
  * found the block in a chain of the past, and see it by (G) or (I). Before another's, `home` and `sender` are
  * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the exchange (F) or
- * the domain lock (P), and is not touched by who is not the owner.
+ * the domain lock (P), and nobody but the owner touches it.
  */
 constexpr uint32_t ownerFree = 0;
 constexpr uint32_t ownerQueued = 1u << 30;

@@ -10,9 +10,9 @@ namespace linx {
  * nothing: all of it is relaxed.
  *
  * Others take off the books what they make their own, and may be held up at it until the slot is another endpoint's.
- * So the word carries the lowest bits of the generation above the lines, and who finds other bits leaves it alone.
- * Somebody could be taken in by them who is held up between its look and its compare-and-swap while the slot is used eight
- * times, or a multiple of that, and comes back to the very same count; and no count falls below nothing.
+ * So the word carries the lowest bits of the generation above the lines, and a process that finds other bits leaves
+ * it alone. They could deceive a process that is held up between its look and its compare-and-swap while the slot is
+ * used eight times, or a multiple of that, and comes back to the very same count; and no count falls below nothing.
  */
 namespace share {
 

@@ -43,7 +43,7 @@ public:
 
 private:
     static constexpr uint32_t shortestPause = 10;     ///< milliseconds
-    static constexpr uint32_t longestTime = 1000000;  ///< microseconds; who was stopped meanwhile took longer
+    static constexpr uint32_t longestTime = 1000000;  ///< microseconds; what takes longer was stopped meanwhile
     static constexpr uint32_t pauseFactor = 8;        ///< a pause is so many times as long as what was done before it
 
     static uint32_t microsecondsSince(uint64_t start) { return static_cast<uint32_t>((now() - start) / 1000u); }

@@ -38,7 +38,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
                                  [&] { return doorbell.get() == -1 ? EPIPE : doorbell::ring(doorbell.get()); });
             rung = result == 0 || result == EPIPE;
         } else {
-            // Somebody died while he reaped the hunter: the next reaper takes what the hunter has, and not what a
+            // A process died while it reaped the hunter: the next reaper takes what the hunter has, and not what a
             // living endpoint may be about to push.
             signal->owner.storeRelease(hunter | ownerQueued);
         }

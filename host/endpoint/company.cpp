@@ -165,7 +165,7 @@ bool Endpoint::reapKnownDead() {
     return any;
 }
 
-/// A ring that somebody asked for has failed, though he lives.
+/// A ring that a peer asked for has failed, though the peer lives.
 void Endpoint::oweRing() {
     owesRings_ = true;
     nextEntry_ = overdue;
@@ -177,7 +177,7 @@ void Endpoint::ringOwed() {
 }
 
 /// Tries again what could not be done when it was due. While others wait for it, no receive sleeps for long; the rest
-/// can wait: who needs the name or the memory of the dead looks for them himself.
+/// can wait: an endpoint that needs the name or the memory of the dead looks for them itself.
 void Endpoint::doChores() {
     if (owesRings_) ringOwed();
     reapDead(DomainLock::Patience::tryOnce);

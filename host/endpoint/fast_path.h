@@ -77,7 +77,7 @@ Endpoint::Posted Endpoint::post(const BlockRef& block, Peer& peer, Push push) {
     Slot& own = slot_;
     const Spid to = peer.spid;
     const Spid from = spid_;
-    // Its mailbox may be another's by now, who would have to throw the signal away. Acquire: as in isOpen.
+    // Its mailbox may be another endpoint's by now, which would have to throw the signal away. Acquire: as in isOpen.
     if (target.life.loadAcquire() != (to | lifeOpen)) return Posted::refused;
     own.sending.storeRelease(block.ref);  // (J), after the push before this one
     block->sender.storeRelaxed(from);

@@ -122,7 +122,7 @@ bool Endpoint::spin(uint64_t deadline) {
     return true;
 }
 
-/// Lets others run once, who may send, unless it is time to wake. True when a signal came.
+/// Lets other processes run once, which may send, unless it is time to wake. True when a signal came.
 bool Endpoint::yieldOnce(uint64_t wake) {
     if (!budget_.mayYield()) return false;
     const uint64_t start = now();
@@ -199,7 +199,7 @@ void Endpoint::handleEvents(int milliseconds) {
             } else if (tag == event_tag::timer) {
                 fireTimeouts();
             } else if (const Peer* peer = peers_.inSlot(tag)) {
-                // Asked again: another may be in the slot by now, who lives.
+                // Ask again: the slot may be another endpoint's by now, which lives.
                 if (hasEnded(*peer)) onPeerDeath(tag);
             }
         }
@@ -306,13 +306,13 @@ void Endpoint::fireTimeouts() {
     timers_.arm();
 }
 
-/// The doorbell was full: somebody may have been about to say that another has ended, or to introduce himself.
+/// The doorbell was full: a record may have been dropped that tells of an end, or introduces a sender.
 void Endpoint::missRecords() {
     missedEnds_ = true;
     introduction::revoke(slot());
 }
 
-/// Takes the bytes out. May bring signals: the notices of somebody who introduced himself and has ended since.
+/// Takes the bytes out. May bring signals: the notices of a peer that introduced itself and has ended since.
 void Endpoint::drainDoorbell() {
     if (!byteIn_) return;
     uint32_t records[doorbell::capacity];

@@ -83,7 +83,7 @@ int Endpoint::ring(const BlockRef& block, Peer& peer) {
     return 0;
 }
 
-/// A signal was pushed onto the mailbox of one who has died.
+/// A signal was pushed onto the mailbox of a peer that has died.
 int Endpoint::failSend(const BlockRef& block, Peer& peer) {
     // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
     // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).

@@ -20,7 +20,7 @@ int ringByName(const Domain& domain, Spid spid) {
     return hasEnded(errno) ? EPIPE : errno;
 }
 
-/// Nobody comes back to one who could not be told: what could not be had may be there at the next moment.
+/// An endpoint that could not be told is not told later, so try a few times: what was missing may be there by then.
 void tellOfEnds(const Domain& domain, Spid spid) {
     constexpr int attempts = 3;
     for (int left = attempts; left != 0; --left) {

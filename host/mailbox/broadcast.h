@@ -5,7 +5,7 @@
 
 namespace linx {
 
-/// Rings every open endpoint that has mail and asks to be rung: what somebody failed to do who has died, or had no
+/// Rings every open endpoint that has mail and asks to be rung: for a sender that died before it rang, or had no
 /// memory or descriptor for it. `ringer` is the index of the caller's slot, or 0 under the domain lock. False when
 /// one of them could not be rung.
 bool ringSleepers(const Domain& domain, uint32_t ringer = 0);

@@ -40,7 +40,7 @@ bool reservePage(int descriptor) {
     uint32_t record = 0;
     errno = writeRecord(descriptor, record);
     if (errno != 0) return false;
-    // EAGAIN: somebody who has no business with it has been faster.
+    // EAGAIN: a process that has no business with it has been faster.
     return uninterrupted([&] { return read(descriptor, &record, sizeof record); }) != -1 || errno == EAGAIN;
 }
 

@@ -98,7 +98,7 @@ void walkWhile(const Arena& arena, Ref ref, Visit visit) {
         for (uint32_t left = lap; left != 0; --left) {
             const BlockRef block = blocks.at(ref);
             if (!block) return;
-            // Before `visit` changes it. Acquire: (G), for holds(); who walks a chain of his own has it from the
+            // Before `visit` changes it. Acquire: (G), for holds(); a taker that walks its own chain has it from the
             // head.
             const Ref next = block->next.loadAcquire();
             if (!visit(block) || next == start) return;

@@ -141,8 +141,9 @@ bool Pool::learnHome(Spid home) {
 
 void Pool::takeReturned() {
     Slot& own = slot();
-    if (!isHomeOpen()) return;          // what comes back there is another's by now
-    own.returnedLines.storeRelaxed(0);  // also where it is wrong: two who give back at once may overwrite each other
+    if (!isHomeOpen()) return;  // what comes back there is another's by now
+    // Also where it is wrong: two endpoints that give back at once may overwrite each other.
+    own.returnedLines.storeRelaxed(0);
     const Ref chain = stack::takeAll(own.returned, own.returnedClaim, stack::empty);
     if (chain == stack::empty) return;
     // The order turns round: the block that came home first is used first, which the other processor has had the most
@@ -257,7 +258,7 @@ void Pool::yieldToPressure() {
     for (int left = attemptsToYield; left != 0; --left) {
         const DomainLock lock(domain_, DomainLock::Patience::tryOnce);
         if (lock.isHeld()) {
-            // Some small ones stay, so that small talk goes on while somebody is stopped who has the lock.
+            // A few small blocks stay, so that small signals still flow while the lock's holder is stopped.
             shrinkTo(keptLines_ / 64);
             pressureSeen_ = pressure;
             owesRelief_ = false;

@@ -17,7 +17,7 @@ bool ringAll(const Domain& domain, Spid self) {
         const Slot& slot = arena.slot(i);
         const uint32_t life = slot.life.loadAcquire();
         const Spid spid = life & spidMask;
-        // Who leases his first lines just now needs them.
+        // An endpoint that is leasing its first lines just now needs them.
         if ((life & lifeOpen) == 0 || spid == self || share::linesOf(slot) == 0) continue;
         const ScopedDescriptor doorbell(doorbell::open(domain.directory(), spid));
         any = (doorbell.get() != -1 && doorbell::ring(doorbell.get()) == 0) || any;

@@ -60,7 +60,7 @@ void finishAnswering(const Arena& arena) {
         const Spid hunter = hunt.hunter.loadRelaxed() & spidMask;
         const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
         if (!signal) return;
-        // In this order, so that one who dies here leaves the hunt pending.
+        // In this order, so that a death in between leaves the hunt pending.
         hunt.hunter.storeRelease(hunter);
         signal->sender.storeRelaxed(hunter);
         signal->owner.storeRelease(hunter | ownerQueued);
@@ -71,7 +71,7 @@ void finishAnswering(const Arena& arena) {
 void rebuildNames(const Arena& arena) {
     // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
     for (uint32_t i = 0; i < slotCount; ++i) {
-        // Most are empty, and who hunts reads them meanwhile: what need not change stays in everybody's cache.
+        // Most are empty, and hunters read them meanwhile: what need not change stays in their caches.
         if (arena.bucket(i).loadRelaxed() != 0) arena.bucket(i).storeRelaxed(0);
     }
     const uint32_t used = arena.usedSlots();

@@ -29,7 +29,7 @@ bool closeStack(const Arena& arena, Word& head, Word& claim, Spid spid) {
     };
     stack::walk(arena, claim.loadAcquire(), keep);
     stack::walk(arena, stack::takeAll(head, claim, stack::closed), keep);
-    // Only now: one who dies before leaves the chain claimed. The orders above are no weaker than the endpoint's
+    // Only now: a death before it leaves the chain claimed. The orders above are no weaker than the endpoint's
     // own, though it has died (Q) or is the caller.
     claim.storeRelease(0);
     return any;

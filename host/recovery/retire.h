@@ -12,7 +12,7 @@ enum class Leftovers {
     anything  ///< it died at any instruction: with blocks anywhere, with a signal pushed and not rung for
 };
 
-// All of this is safe to repeat: one who dies in here is finished by the next.
+// All of this is safe to repeat: what a process leaves half done when it dies in here, the next one finishes.
 
 /// Ends an open endpoint: its mailbox takes nothing more, its name is free, its blocks are in the central lists, its
 /// slot will be used again.

@@ -19,7 +19,7 @@ namespace linx {
 /// anew: at once after the fork, when nobody has dropped its privileges yet, or else before it first locks. And
 /// nobody may map it by this descriptor, since a mapping keeps the open file, too. A fork waits for a thread that has
 /// the lock, so that no child is made in the middle of what the lock guards, but not for one that only waits for it:
-/// who holds up this lock holds up neither forks nor other locks.
+/// whatever holds up this lock holds up neither forks nor other locks.
 class FileLock {
 public:
     /// Which file it is, whatever its name.
