@@ -127,7 +127,6 @@ std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
     if (domain != nullptr) return domain;
     const uint32_t pageCount = checkArenaFile(place.file.get());
     if (pageCount == 0) return nullptr;
-    all.domains.reserve(all.domains.size() + 1);
     ArenaMapping mapping = mapArenaFile(place.file.get(), pageCount);
     if (mapping == nullptr) return nullptr;
     // What the lock belongs to must not be mapped. One after the other, so that no further descriptor is wanted.

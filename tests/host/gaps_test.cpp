@@ -97,6 +97,22 @@ TEST_F(GapsTest, MemoryThatCannotBeReservedIsToldByErrno) {
     EXPECT_EQ(errno, EBADF);
 }
 
+TEST_F(GapsTest, InterruptionsLeaveNoPageWithoutMemory) {
+    constexpr uint32_t first = 3;
+    constexpr uint32_t count = 1000;
+    int64_t end = int64_t{first} * pageBytes;
+    int calls = 0;
+    interposed::atReserve = [&](int64_t offset, int64_t bytes) {
+        if (++calls % 3 != 0) return EINTR;
+        EXPECT_EQ(offset, end);
+        end += bytes;
+        return 0;
+    };
+    EXPECT_TRUE(reservePages(joined->lock().file(), first, count));
+    interposed::reset();
+    EXPECT_EQ(end, int64_t{first + count} * pageBytes);
+}
+
 TEST_F(GapsTest, ATimeoutComesAfterWhatWasSentBeforeItFellDue) {
     Linx receiver("receiver");
     Linx sender("sender");

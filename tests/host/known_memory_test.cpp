@@ -68,6 +68,8 @@ TEST_F(KnownMemoryTest, NothingLiesBehindTheLast) {
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_FALSE(arena.provideHunt(huntCount));
     EXPECT_EQ(errno, ENOMEM);
+    EXPECT_FALSE(arena.hasSlot(slotCount));
+    EXPECT_FALSE(arena.hasSlot(~0u));
 }
 
 TEST_F(KnownMemoryTest, EndpointsAndHuntsAreSeen) {
