@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
+#include "tests/host/one_processor.h"
 #include "tests/support/domain_fixture.h"
 
 namespace linx {
@@ -96,16 +97,8 @@ TEST(SpinBudgets, TheEnvironmentBoundsIt) {
 }
 
 TEST(SpinBudgets, OnOneProcessorThereIsNone) {
-    cpu_set_t before;
-    ASSERT_EQ(sched_getaffinity(0, sizeof before, &before), 0);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    for (int processor = 0; processor < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++processor) {
-        if (CPU_ISSET(processor, &before)) CPU_SET(processor, &one);
-    }
-    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    const linxtest::OneProcessor only;
     SpinBudget budget = SpinBudget::fromEnvironment();
-    sched_setaffinity(0, sizeof before, &before);
     budget.foundWhileSpinning();
     EXPECT_EQ(budget.nanoseconds(), 0u);
 }

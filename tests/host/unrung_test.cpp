@@ -30,10 +30,7 @@ protected:
         Linx two{"two"};
         ScopedDescriptor descriptor{linx_get_descriptor(receiver)};
 
-        bool isReadable() const {
-            pollfd readable = {descriptor.get(), POLLIN, 0};
-            return poll(&readable, 1, 0) == 1;
-        }
+        bool isReadable() const { return UnrungTest::isReadable(descriptor, 0); }
     };
 
     static void acquaint(Scene& scene) {
@@ -42,6 +39,15 @@ protected:
         EXPECT_EQ(receiveNumber(scene.receiver), 1u);
         EXPECT_EQ(receiveNumber(scene.receiver), 1u);
         EXPECT_EQ(receiveNumber(scene.receiver), 0u);
+    }
+
+    static void sendWithoutRing(Scene& scene) {
+        const FailingWrites failing(ENOMEM);
+        sendNumber(scene.one, scene.receiver.spid, 2);
+    }
+    static bool isReadable(const ScopedDescriptor& descriptor, int milliseconds) {
+        pollfd readable = {descriptor.get(), POLLIN, 0};
+        return poll(&readable, 1, milliseconds) == 1;
     }
 
     void garble(LinxSpid spid, uint32_t state) { slotOf(spid).wakeState.storeRelaxed(wake_state::word(spid, state)); }
@@ -64,10 +70,7 @@ TEST_F(UnrungTest, ASenderThatCouldNotRingDoesSoWithItsNextOperation) {
 TEST_F(UnrungTest, SoDoesTheNextSender) {
     Scene scene;
     acquaint(scene);
-    {
-        const FailingWrites failing(ENOMEM);
-        sendNumber(scene.one, scene.receiver.spid, 2);
-    }
+    sendWithoutRing(scene);
     sendNumber(scene.two, scene.receiver.spid, 3);
     EXPECT_TRUE(scene.isReadable());
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
@@ -91,13 +94,9 @@ TEST_F(UnrungTest, ASenderInAPollLoopIsCalledToPayItsDebt) {
     Scene scene;
     acquaint(scene);
     const ScopedDescriptor descriptor(linx_get_descriptor(scene.one));
-    {
-        const FailingWrites failing(ENOMEM);
-        sendNumber(scene.one, scene.receiver.spid, 2);
-    }
+    sendWithoutRing(scene);
     EXPECT_FALSE(scene.isReadable());
-    pollfd readable = {descriptor.get(), POLLIN, 0};
-    EXPECT_EQ(poll(&readable, 1, 10000), 1) << "nothing else wakes it";
+    EXPECT_TRUE(isReadable(descriptor, 10000)) << "nothing else wakes it";
     EXPECT_EQ(receiveNumber(scene.one), 0u);
     EXPECT_TRUE(scene.isReadable());
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
@@ -107,14 +106,10 @@ TEST_F(UnrungTest, WhoHasPaidItsDebtIsCalledNoMore) {
     Scene scene;
     acquaint(scene);
     const ScopedDescriptor descriptor(linx_get_descriptor(scene.one));
-    {
-        const FailingWrites failing(ENOMEM);
-        sendNumber(scene.one, scene.receiver.spid, 2);
-    }
+    sendWithoutRing(scene);
     EXPECT_EQ(receiveNumber(scene.one), 0u);
     EXPECT_TRUE(scene.isReadable());
-    pollfd readable = {descriptor.get(), POLLIN, 0};
-    EXPECT_EQ(poll(&readable, 1, 30), 0) << "it was to be called after a millisecond";
+    EXPECT_FALSE(isReadable(descriptor, 30)) << "it was to be called after a millisecond";
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
 }
 
