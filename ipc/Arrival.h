@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -34,23 +35,24 @@ struct LinxIpc::Arrival {
             std::memcpy(&dead, Payload(signal.get()), sizeof dead);
     }
 
-    /// Whether a receive from `peer` that has handled this signal waits for another.
-    bool LeavesWaiting(const std::string& peer) const {
-        if (number == e_ProcessDiedSignal) return LogDeath() != peer;
-        return number == e_WaitGoesOnSignal;
+    /// Whether its number says more about the wait than that a message has come.
+    bool IsReserved() const {
+        return number == e_WaitGoesOnSignal || number == e_ShutdownSignal || number == e_ProcessDiedSignal;
     }
 
-    /// The result of a receive that ends with this signal; `copied` is the result of copying it.
-    int ResultOfWait(int copied) const {
+    /// The result of a receive from `peer` that this reserved signal ends; none when it waits for another. Logs a
+    /// death in either case, and why the wait ends.
+    [[gnu::cold]] std::optional<int> LogAndConclude(const std::string& peer) const {
+        if (number == e_WaitGoesOnSignal) return std::nullopt;
         if (number == e_ShutdownSignal) {
             LogLine(logText::shutdownRequested);
             return ESHUTDOWN;
         }
-        if (number == e_ProcessDiedSignal) {
-            LogLine(logText::hostUnreachable);
-            return EHOSTUNREACH;
-        }
-        return copied;
+        const std::string& name = LinxServerNameList::Instance().Name(dead);
+        LogLine(logText::processDied, static_cast<int>(dead), name);
+        if (name != peer) return std::nullopt;
+        LogLine(logText::hostUnreachable);
+        return EHOSTUNREACH;
     }
 
     Held<LinxSignal> signal{nullptr, {nullptr}};  // null when there is none
@@ -58,14 +60,6 @@ struct LinxIpc::Arrival {
     std::uint32_t number = 0;
     std::uint32_t payloadSize = 0;
     e_Process dead = e_UndefinedServer;  // the process that a notice of a death is about
-
-private:
-    /// Logs the death, and returns the name of the dead process.
-    const std::string& LogDeath() const {
-        const std::string& name = LinxServerNameList::Instance().Name(dead);
-        LogLine(logText::processDied, static_cast<int>(dead), name);
-        return name;
-    }
 };
 
 #endif

@@ -226,7 +226,8 @@ int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type,
         const int copied = CopyAndDispatch(arrival, type, message);
         wait.Recalculate();
         arrival.signal.reset();
-        if (!arrival.LeavesWaiting(peer)) return arrival.ResultOfWait(copied);
+        if (!arrival.IsReserved()) return copied;
+        if (const std::optional<int> result = arrival.LogAndConclude(peer)) return *result;
     }
 }
 
