@@ -26,61 +26,61 @@ struct Options {
 };
 
 template <class T>
-bool Wanted(const std::vector<T>& chosen, const T& value) {
+bool wanted(const std::vector<T>& chosen, const T& value) {
     return chosen.empty() || std::find(chosen.begin(), chosen.end(), value) != chosen.end();
 }
 
-std::vector<std::string> ScenarioNames() {
+std::vector<std::string> scenarioNames() {
     std::vector<std::string> names;
-    for (const auto& scenario : AllScenarios()) names.push_back(scenario->Name());
+    for (const auto& scenario : allScenarios()) names.push_back(scenario->name());
     return names;
 }
 
-std::vector<std::string> PeerNames() {
+std::vector<std::string> peerNames() {
     std::vector<std::string> names;
-    for (const auto& peer : AllPeers().present) names.push_back(peer->Name());
+    for (const auto& peer : allPeers().present) names.push_back(peer->name());
     return names;
 }
 
-Wishes WishesFrom(const Options& options, const PeerList& peers) {
+Wishes wishesFrom(const Options& options, const PeerList& peers) {
     constexpr std::uint64_t millisecond = 1000000;
     Wishes wishes = {{}, options.payloads, {{20 * millisecond, 256}, {60 * millisecond, 1024}, false}};
     if (options.quick) wishes.effort = {{0, 64}, {0, 512}, true};
     for (const auto& peer : peers.present) {
-        if (Wanted(options.peers, peer->Name())) wishes.peers.push_back(peer.get());
+        if (wanted(options.peers, peer->name())) wishes.peers.push_back(peer.get());
     }
     if (wishes.payloads.empty()) wishes.payloads = {16, 64, 256, 1024, 4096, 16384, 60000};
     if (options.payloads.empty() && options.quick) wishes.payloads = {64, 60000};
     return wishes;
 }
 
-Figures RunOnce(const Scenario& scenario, const Case& chosen, const Effort& effort) {
+Figures runOnce(const Scenario& scenario, const Case& chosen, const Effort& effort) {
     try {
-        const Figures figures = scenario.Run(chosen, effort);
+        const Figures figures = scenario.run(chosen, effort);
         const auto messages = figures.find("messages");
         const auto wanted = static_cast<double>(effort.measured.messages);
-        Expect(messages == figures.end() || messages->second >= wanted, "it ended too early");
+        expect(messages == figures.end() || messages->second >= wanted, "it ended too early");
         return figures;
     } catch (const Failure& failure) {
-        throw Failure(scenario.Name() + ", " + chosen.peer->Name() + ", " + NameOf(chosen.placement) + ", " +
+        throw Failure(scenario.name() + ", " + chosen.peer->name() + ", " + nameOf(chosen.placement) + ", " +
                       std::to_string(chosen.payload) + " bytes, " + std::to_string(chosen.population) + ": " +
                       failure.what());
     }
 }
 
 /// Runs every case once, then all of them again, so that what else the machine does hits all alike.
-Records Measure(const Scenario& scenario, const Wishes& wishes, unsigned repeat) {
-    const std::vector<Case> cases = scenario.Cases(wishes);
+Records measure(const Scenario& scenario, const Wishes& wishes, unsigned repeat) {
+    const std::vector<Case> cases = scenario.cases(wishes);
     std::vector<std::vector<Figures>> runs(cases.size());
     for (unsigned round = 0; round < repeat; ++round) {
         for (std::size_t i = 0; i < cases.size(); ++i) {
-            runs[i].push_back(RunOnce(scenario, cases[i], wishes.effort));
+            runs[i].push_back(runOnce(scenario, cases[i], wishes.effort));
         }
     }
     Records records;
     for (std::size_t i = 0; i < cases.size(); ++i) {
-        records.push_back({scenario.Name(), cases[i].peer->Name(), cases[i].placement, cases[i].payload,
-                           cases[i].population, SpreadsOf(runs[i])});
+        records.push_back({scenario.name(), cases[i].peer->name(), cases[i].placement, cases[i].payload,
+                           cases[i].population, spreadsOf(runs[i])});
     }
     return records;
 }
@@ -89,46 +89,46 @@ Records Measure(const Scenario& scenario, const Wishes& wishes, unsigned repeat)
 class Paper {
 public:
     template <class Print>
-    void Write(const Print& print) {
+    void write(const Print& print) {
         std::ostringstream part;
         print(part);
         std::cout << part.str() << std::flush;
-        whole += part.str();
+        whole_ += part.str();
     }
-    const std::string& Whole() const { return whole; }
+    const std::string& whole() const { return whole_; }
 
 private:
-    std::string whole;
+    std::string whole_;
 };
 
-void Introduce(std::ostream& out, const Machine& machine, const PeerList& peers, const Options& options) {
+void introduce(std::ostream& out, const Machine& machine, const PeerList& peers, const Options& options) {
     out << "Taken on " << machine.date << ": " << machine.processor << ", " << machine.cores << " cores, "
         << machine.kernel << ", " << machine.compiler << "; load before the run " << machine.load << "; medians of "
         << options.repeat << (options.repeat == 1 ? " run" : " runs") << ".\n";
     for (const std::string& name : peers.absent) out << "Left out, since this machine lacks it: " << name << ".\n";
 }
 
-int Run(const Options& options) {
+int run(const Options& options) {
     if (!options.from.empty()) {
-        DrawPlots(options.plots, ReadJson(options.from));
+        drawPlots(options.plots, readJson(options.from));
         return 0;
     }
-    const PeerList peers = AllPeers();
-    const Machine machine = ThisMachine();
-    const Wishes wishes = WishesFrom(options, peers);
+    const PeerList peers = allPeers();
+    const Machine machine = thisMachine();
+    const Wishes wishes = wishesFrom(options, peers);
     Paper paper;
     Records records;
-    paper.Write([&](std::ostream& out) { Introduce(out, machine, peers, options); });
-    for (const auto& scenario : AllScenarios()) {
-        if (!Wanted(options.scenarios, scenario->Name())) continue;
-        const Records measured = Measure(*scenario, wishes, scenario->Repeats(options.repeat));
+    paper.write([&](std::ostream& out) { introduce(out, machine, peers, options); });
+    for (const auto& scenario : allScenarios()) {
+        if (!wanted(options.scenarios, scenario->name())) continue;
+        const Records measured = measure(*scenario, wishes, scenario->repeats(options.repeat));
         records.insert(records.end(), measured.begin(), measured.end());
-        paper.Write([&](std::ostream& out) { PrintTable(out, *scenario, measured); });
+        paper.write([&](std::ostream& out) { printTable(out, *scenario, measured); });
     }
-    if (!options.quick) paper.Write([&](std::ostream& out) { PrintJudgement(out, records); });
-    if (!options.json.empty()) WriteJson(options.json, machine, records);
-    if (!options.plots.empty()) DrawPlots(options.plots, records);
-    if (!options.markdown.empty()) std::ofstream(options.markdown) << "# Figures\n\n" << paper.Whole();
+    if (!options.quick) paper.write([&](std::ostream& out) { printJudgement(out, records); });
+    if (!options.json.empty()) writeJson(options.json, machine, records);
+    if (!options.plots.empty()) drawPlots(options.plots, records);
+    if (!options.markdown.empty()) std::ofstream(options.markdown) << "# Figures\n\n" << paper.whole();
     return 0;
 }
 
@@ -138,8 +138,8 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Measures LinxIpc and other ways for processes to talk, side by side."};
     app.add_flag("--quick", options.quick, "only see that everything works; the figures mean little");
-    app.add_option("--scenario", options.scenarios, "only these")->check(CLI::IsMember(ScenarioNames()));
-    app.add_option("--peer", options.peers, "only these")->check(CLI::IsMember(PeerNames()));
+    app.add_option("--scenario", options.scenarios, "only these")->check(CLI::IsMember(scenarioNames()));
+    app.add_option("--peer", options.peers, "only these")->check(CLI::IsMember(peerNames()));
     app.add_option("--payload", options.payloads, "bytes, 16 to 65532")->check(CLI::Range(16, 65532));
     app.add_option("--repeat", options.repeat, "runs of each case")->check(CLI::Range(1, 100))->capture_default_str();
     app.add_option("--json", options.json, "file for everything that was measured");
@@ -151,9 +151,9 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
     if (options.quick && app.count("--repeat") == 0) options.repeat = 1;
     setenv("LINX_LOG_LEVEL", "0", 1);  // senders whose receiver has ended would fill the log
-    PrepareForCrews();
+    prepareForCrews();
     try {
-        return Run(options);
+        return run(options);
     } catch (const Failure& failure) {
         std::cerr << failure.what() << '\n';
         return 1;

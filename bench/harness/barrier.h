@@ -14,14 +14,14 @@ public:
         pthread_barrierattr_t attributes;
         pthread_barrierattr_init(&attributes);
         pthread_barrierattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
-        Expect(pthread_barrier_init(&*barrier, &attributes, processes) == 0, "no barrier");
+        expect(pthread_barrier_init(&*barrier_, &attributes, processes) == 0, "no barrier");
         pthread_barrierattr_destroy(&attributes);
     }
 
-    void Wait() const { pthread_barrier_wait(&*barrier); }
+    void wait() const { pthread_barrier_wait(&*barrier_); }
 
 private:
-    Shared<pthread_barrier_t> barrier;
+    Shared<pthread_barrier_t> barrier_;
 };
 
 }  // namespace bench

@@ -14,12 +14,12 @@ struct Failure : std::runtime_error {
 };
 
 /// Throws a Failure, with what errno says, unless `fine`.
-inline void Check(bool fine, const std::string& what) {
+inline void check(bool fine, const std::string& what) {
     if (!fine) throw Failure(what + (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
 }
 
 /// The same for what errno does not explain.
-inline void Expect(bool fine, const std::string& what) {
+inline void expect(bool fine, const std::string& what) {
     if (!fine) throw Failure(what);
 }
 

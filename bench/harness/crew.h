@@ -14,13 +14,13 @@ struct Member {
     std::function<void()> body;
 };
 
-/// To be called once, before any RunCrew: has the signals that end this program, and those of its children, wait for
-/// RunCrew.
-void PrepareForCrews();
+/// To be called once, before any runCrew: has the signals that end this program, and those of its children, wait for
+/// runCrew.
+void prepareForCrews();
 
 /// Forks a process for each member and waits for the principals. Throws a Failure when a member fails, a servant
 /// ends, `seconds` pass or this program is told to end; no process is left in any case.
-void RunCrew(const std::vector<Member>& members, unsigned seconds = 120);
+void runCrew(const std::vector<Member>& members, unsigned seconds = 120);
 
 }  // namespace bench
 

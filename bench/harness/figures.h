@@ -14,15 +14,15 @@ using Figures = std::map<std::string, double>;
 /// Figures on their way from the process that measured, in shared memory.
 class FigureSheet {
 public:
-    void Put(const char* name, double value) {
-        Expect(count < room && std::strlen(name) < sizeof lines[0].name, "too many figures");
-        std::strcpy(lines[count].name, name);
-        lines[count++].value = value;
+    void put(const char* name, double value) {
+        expect(count_ < room && std::strlen(name) < sizeof lines_[0].name, "too many figures");
+        std::strcpy(lines_[count_].name, name);
+        lines_[count_++].value = value;
     }
 
-    Figures Read() const {
+    Figures read() const {
         Figures figures;
-        for (unsigned i = 0; i < count; ++i) figures[lines[i].name] = lines[i].value;
+        for (unsigned i = 0; i < count_; ++i) figures[lines_[i].name] = lines_[i].value;
         return figures;
     }
 
@@ -32,8 +32,8 @@ private:
         char name[32];
         double value;
     };
-    unsigned count = 0;
-    Line lines[room] = {};
+    unsigned count_ = 0;
+    Line lines_[room] = {};
 };
 
 }  // namespace bench

@@ -10,10 +10,10 @@ namespace bench {
 
 namespace {
 
-const std::vector<int>& Cores() {
+const std::vector<int>& cores() {
     static const std::vector<int> cores = [] {
         cpu_set_t allowed;
-        Check(sched_getaffinity(0, sizeof allowed, &allowed) == 0, "sched_getaffinity");
+        check(sched_getaffinity(0, sizeof allowed, &allowed) == 0, "sched_getaffinity");
         std::vector<int> found;
         for (int core = 0; core < CPU_SETSIZE && found.size() < 2; ++core) {
             if (CPU_ISSET(core, &allowed)) found.push_back(core);
@@ -23,16 +23,16 @@ const std::vector<int>& Cores() {
     return cores;
 }
 
-void StayOn(const std::vector<int>& cores) {
+void stayOn(const std::vector<int>& cores) {
     cpu_set_t wanted;
     CPU_ZERO(&wanted);
     for (const int core : cores) CPU_SET(core, &wanted);
-    Check(sched_setaffinity(0, sizeof wanted, &wanted) == 0, "sched_setaffinity");
+    check(sched_setaffinity(0, sizeof wanted, &wanted) == 0, "sched_setaffinity");
 }
 
 }  // namespace
 
-std::string NameOf(Placement placement) {
+std::string nameOf(Placement placement) {
     switch (placement) {
         case Placement::apart:
             return "two cores, one each";
@@ -44,12 +44,12 @@ std::string NameOf(Placement placement) {
     return "one core";
 }
 
-void Confine(Placement placement) {
-    StayOn(placement == Placement::one ? std::vector<int>{Cores().front()} : Cores());
+void confine(Placement placement) {
+    stayOn(placement == Placement::one ? std::vector<int>{cores().front()} : cores());
 }
 
-void Settle(Placement placement, unsigned process) {
-    if (placement == Placement::apart) StayOn({Cores()[process % Cores().size()]});
+void settle(Placement placement, unsigned process) {
+    if (placement == Placement::apart) stayOn({cores()[process % cores().size()]});
 }
 
 }  // namespace bench

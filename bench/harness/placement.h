@@ -12,14 +12,14 @@ enum class Placement {
     one,    ///< all on one core
 };
 
-std::string NameOf(Placement placement);
+std::string nameOf(Placement placement);
 
 /// Called in a new process, before it opens anything.
-void Confine(Placement placement);
+void confine(Placement placement);
 
 /// Called in a process that has opened its end. Libraries that adapt themselves to the number of cores have seen both
 /// by then; threads that they started stay free to use both.
-void Settle(Placement placement, unsigned process);
+void settle(Placement placement, unsigned process);
 
 }  // namespace bench
 

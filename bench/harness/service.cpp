@@ -18,8 +18,8 @@ namespace {
 
 constexpr int patience = 10000;  // milliseconds
 
-[[noreturn]] void Become(std::vector<std::string>& command, Placement placement, int output) {
-    Confine(placement);
+[[noreturn]] void become(std::vector<std::string>& command, Placement placement, int output) {
+    confine(placement);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     sigset_t none;
     sigemptyset(&none);
@@ -35,7 +35,7 @@ constexpr int patience = 10000;  // milliseconds
 
 }  // namespace
 
-std::string FindProgram(const std::string& program) {
+std::string findProgram(const std::string& program) {
     const char* path = std::getenv("PATH");
     std::istringstream directories(path != nullptr ? path : "");
     for (std::string directory; std::getline(directories, directory, ':');) {
@@ -46,46 +46,46 @@ std::string FindProgram(const std::string& program) {
 }
 
 Service::Service(std::vector<std::string> command, Placement placement, const std::string& sign) {
-    Start(command, placement);
+    start(command, placement);
     try {
-        AwaitSign(sign);
+        awaitSign(sign);
     } catch (const Failure&) {
-        End();
+        end();
         throw Failure(command.front() + " did not start");
     }
 }
 
 Service::~Service() {
-    End();
+    end();
 }
 
-void Service::Start(std::vector<std::string>& command, Placement placement) {
+void Service::start(std::vector<std::string>& command, Placement placement) {
     int ends[2];
-    Check(pipe2(ends, O_CLOEXEC) == 0, "pipe2");
-    pid = fork();
-    if (pid == 0) Become(command, placement, ends[1]);
+    check(pipe2(ends, O_CLOEXEC) == 0, "pipe2");
+    pid_ = fork();
+    if (pid_ == 0) become(command, placement, ends[1]);
     close(ends[1]);
-    output = ends[0];
-    Check(pid != -1, "fork");
+    output_ = ends[0];
+    check(pid_ != -1, "fork");
 }
 
-void Service::AwaitSign(const std::string& sign) {
+void Service::awaitSign(const std::string& sign) {
     std::string printed;
     while (printed.find(sign) == std::string::npos) {
-        pollfd readable = {output, POLLIN, 0};
+        pollfd readable = {output_, POLLIN, 0};
         char text[512];
-        const ssize_t size = poll(&readable, 1, patience) == 1 ? read(output, text, sizeof text) : 0;
-        Expect(size > 0, printed);
+        const ssize_t size = poll(&readable, 1, patience) == 1 ? read(output_, text, sizeof text) : 0;
+        expect(size > 0, printed);
         printed.append(text, static_cast<std::size_t>(size));
     }
 }
 
-void Service::End() {
-    if (pid != -1) {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
+void Service::end() {
+    if (pid_ != -1) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
     }
-    close(output);
+    close(output_);
 }
 
 }  // namespace bench

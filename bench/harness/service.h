@@ -11,7 +11,7 @@
 namespace bench {
 
 /// Where the search path has the program; empty where it has not.
-std::string FindProgram(const std::string& program);
+std::string findProgram(const std::string& program);
 
 /// A daemon of a peer's, for as long as this object lives.
 class Service {
@@ -25,15 +25,15 @@ public:
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    pid_t Pid() const { return pid; }
+    pid_t pid() const { return pid_; }
 
 private:
-    void Start(std::vector<std::string>& command, Placement placement);
-    void AwaitSign(const std::string& sign);
-    void End();
+    void start(std::vector<std::string>& command, Placement placement);
+    void awaitSign(const std::string& sign);
+    void end();
 
-    pid_t pid = -1;
-    int output = -1;
+    pid_t pid_ = -1;
+    int output_ = -1;
 };
 
 }  // namespace bench

@@ -10,7 +10,7 @@ namespace bench {
 
 /// The value below which the fraction `part` (0 to 1) of the samples lies, of which there is at least one. Reorders
 /// them.
-double Quantile(std::vector<std::uint32_t>& samples, double part);
+double quantile(std::vector<std::uint32_t>& samples, double part);
 
 /// One figure over repeated runs.
 struct Spread {
@@ -20,11 +20,11 @@ struct Spread {
     std::vector<double> runs;  ///< in the order in which they were made
 };
 
-Spread SpreadOf(std::vector<double> values);
+Spread spreadOf(std::vector<double> values);
 
 /// All figures of repeated runs, each of which has the same ones.
 using Spreads = std::map<std::string, Spread>;
-Spreads SpreadsOf(const std::vector<Figures>& runs);
+Spreads spreadsOf(const std::vector<Figures>& runs);
 
 }  // namespace bench
 

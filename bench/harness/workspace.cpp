@@ -9,14 +9,14 @@
 
 namespace bench {
 
-Workspace::Workspace() : path("/dev/shm/linx-bench." + std::to_string(getpid()) + ".XXXXXX") {
-    Check(mkdtemp(path.data()) != nullptr, path);
-    setenv("LINX_DOMAIN", path.c_str(), 1);
+Workspace::Workspace() : path_("/dev/shm/linx-bench." + std::to_string(getpid()) + ".XXXXXX") {
+    check(mkdtemp(path_.data()) != nullptr, path_);
+    setenv("LINX_DOMAIN", path_.c_str(), 1);
 }
 
 Workspace::~Workspace() {
     std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
+    std::filesystem::remove_all(path_, ignored);
 }
 
 }  // namespace bench

@@ -14,10 +14,10 @@ public:
     Workspace(const Workspace&) = delete;
     Workspace& operator=(const Workspace&) = delete;
 
-    const std::string& Path() const { return path; }
+    const std::string& path() const { return path_; }
 
 private:
-    std::string path;
+    std::string path_;
 };
 
 }  // namespace bench

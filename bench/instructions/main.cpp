@@ -10,14 +10,14 @@ namespace {
 constexpr unsigned type = 2000;
 constexpr unsigned payload = 64;
 
-void Count(LinxIpc*, void* handled) {
+void count(LinxIpc*, void* handled) {
     ++*static_cast<unsigned*>(handled);
 }
 
-bool Run(unsigned rounds, unsigned burst) {
+bool run(unsigned rounds, unsigned burst) {
     LinxIpc sender("sender"), receiver("receiver");
     unsigned handled = 0;
-    receiver.RegisterHandler(type, Count, &handled);
+    receiver.RegisterHandler(type, count, &handled);
     IpcMessage message;
     char text[payload] = {};
     message.Allocate(type, payload, text);
@@ -30,7 +30,7 @@ bool Run(unsigned rounds, unsigned burst) {
     return handled == rounds * burst;
 }
 
-unsigned Number(const char* text) {
+unsigned number(const char* text) {
     return static_cast<unsigned>(std::strtoul(text, nullptr, 10));
 }
 
@@ -42,5 +42,5 @@ int main(int count, char** arguments) {
         return 2;
     }
     const bench::Workspace workspace;
-    return Run(Number(arguments[1]), Number(arguments[2])) ? 0 : 1;
+    return run(number(arguments[1]), number(arguments[2])) ? 0 : 1;
 }

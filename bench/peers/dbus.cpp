@@ -12,13 +12,13 @@ namespace {
 
 constexpr const char* interface = "linx.bench";
 
-std::string NameOf(unsigned process) {
+std::string nameOf(unsigned process) {
     return std::string(interface) + ".process" + std::to_string(process);
 }
 
-int Must(int result, const char* what) {
+int must(int result, const char* what) {
     errno = result < 0 ? -result : 0;
-    Check(result >= 0, what);
+    check(result >= 0, what);
     return result;
 }
 
@@ -27,86 +27,86 @@ int Must(int result, const char* what) {
 class DbusEnd : public PlainEnd {
 public:
     DbusEnd(const Layout& layout, unsigned self)
-        : PlainEnd(layout.payload), half(WindowFor(layout.payload) / 2), receiver(NameOf(layout.ReceiverOf(self))) {
-        Must(sd_bus_new(&bus), "sd_bus_new");
-        Must(sd_bus_set_address(bus, ("unix:path=" + layout.directory + "/dbus").c_str()), "sd_bus_set_address");
-        Must(sd_bus_set_bus_client(bus, 1), "sd_bus_set_bus_client");
-        Must(sd_bus_start(bus), "sd_bus_start");
-        Must(sd_bus_request_name(bus, NameOf(self).c_str(), 0), "sd_bus_request_name");
+        : PlainEnd(layout.payload), half_(windowFor(layout.payload) / 2), receiver_(nameOf(layout.receiverOf(self))) {
+        must(sd_bus_new(&bus_), "sd_bus_new");
+        must(sd_bus_set_address(bus_, ("unix:path=" + layout.directory + "/dbus").c_str()), "sd_bus_set_address");
+        must(sd_bus_set_bus_client(bus_, 1), "sd_bus_set_bus_client");
+        must(sd_bus_start(bus_), "sd_bus_start");
+        must(sd_bus_request_name(bus_, nameOf(self).c_str(), 0), "sd_bus_request_name");
     }
 
-    View Receive() override {
-        sd_bus_message_unref(incoming);
-        incoming = nullptr;
-        while (incoming == nullptr || sd_bus_message_is_method_call(incoming, interface, nullptr) == 0) {
-            sd_bus_message_unref(incoming);
-            incoming = nullptr;
-            if (Must(sd_bus_process(bus, &incoming), "sd_bus_process") == 0) {
-                Must(sd_bus_wait(bus, UINT64_MAX), "sd_bus_wait");
+    View receive() override {
+        sd_bus_message_unref(incoming_);
+        incoming_ = nullptr;
+        while (incoming_ == nullptr || sd_bus_message_is_method_call(incoming_, interface, nullptr) == 0) {
+            sd_bus_message_unref(incoming_);
+            incoming_ = nullptr;
+            if (must(sd_bus_process(bus_, &incoming_), "sd_bus_process") == 0) {
+                must(sd_bus_wait(bus_, UINT64_MAX), "sd_bus_wait");
             }
         }
-        if (!serving && sd_bus_message_get_expect_reply(incoming) > 0) {
-            Must(sd_bus_reply_method_return(incoming, nullptr), "sd_bus_reply_method_return");
+        if (!serving_ && sd_bus_message_get_expect_reply(incoming_) > 0) {
+            must(sd_bus_reply_method_return(incoming_, nullptr), "sd_bus_reply_method_return");
         }
-        return Payload();
+        return payload();
     }
 
-    View Request() override {
-        sd_bus_message* call = Call({Outgoing(), Size()});
-        sd_bus_message_unref(incoming);
-        incoming = nullptr;
-        Must(sd_bus_call(bus, call, 0, nullptr, &incoming), "sd_bus_call");
+    View request() override {
+        sd_bus_message* call = makeCall({outgoing(), size()});
+        sd_bus_message_unref(incoming_);
+        incoming_ = nullptr;
+        must(sd_bus_call(bus_, call, 0, nullptr, &incoming_), "sd_bus_call");
         sd_bus_message_unref(call);
-        return Payload();
+        return payload();
     }
 
-    void Serve() override {
-        serving = true;
-        const View request = Receive();
+    void serve() override {
+        serving_ = true;
+        const View request = receive();
         sd_bus_message* answer = nullptr;
-        Must(sd_bus_message_new_method_return(incoming, &answer), "sd_bus_message_new_method_return");
-        Must(sd_bus_message_append_array(answer, 'y', request.bytes, request.size), "sd_bus_message_append_array");
-        Must(sd_bus_send(bus, answer, nullptr), "sd_bus_send");
+        must(sd_bus_message_new_method_return(incoming_, &answer), "sd_bus_message_new_method_return");
+        must(sd_bus_message_append_array(answer, 'y', request.bytes, request.size), "sd_bus_message_append_array");
+        must(sd_bus_send(bus_, answer, nullptr), "sd_bus_send");
         sd_bus_message_unref(answer);
     }
 
 private:
-    void Transmit(View message) override {
-        sd_bus_message* call = Call(message);
-        if (++sent % half == 0) {
-            Must(sd_bus_call(bus, call, 0, nullptr, nullptr), "sd_bus_call");
+    void transmit(View message) override {
+        sd_bus_message* call = makeCall(message);
+        if (++sent_ % half_ == 0) {
+            must(sd_bus_call(bus_, call, 0, nullptr, nullptr), "sd_bus_call");
         } else {
-            Must(sd_bus_message_set_expect_reply(call, 0), "sd_bus_message_set_expect_reply");
-            Must(sd_bus_send(bus, call, nullptr), "sd_bus_send");
-            Must(sd_bus_flush(bus), "sd_bus_flush");
+            must(sd_bus_message_set_expect_reply(call, 0), "sd_bus_message_set_expect_reply");
+            must(sd_bus_send(bus_, call, nullptr), "sd_bus_send");
+            must(sd_bus_flush(bus_), "sd_bus_flush");
         }
         sd_bus_message_unref(call);
     }
 
-    sd_bus_message* Call(View payload) {
+    sd_bus_message* makeCall(View payload) {
         sd_bus_message* call = nullptr;
-        Must(sd_bus_message_new_method_call(bus, &call, receiver.c_str(), "/", interface, "Take"),
+        must(sd_bus_message_new_method_call(bus_, &call, receiver_.c_str(), "/", interface, "Take"),
              "sd_bus_message_new_method_call");
-        Must(sd_bus_message_append_array(call, 'y', payload.bytes, payload.size), "sd_bus_message_append_array");
+        must(sd_bus_message_append_array(call, 'y', payload.bytes, payload.size), "sd_bus_message_append_array");
         return call;
     }
 
-    View Payload() {
+    View payload() {
         const void* bytes = nullptr;
         std::size_t size = 0;
-        Must(sd_bus_message_read_array(incoming, 'y', &bytes, &size), "sd_bus_message_read_array");
+        must(sd_bus_message_read_array(incoming_, 'y', &bytes, &size), "sd_bus_message_read_array");
         return {static_cast<const char*>(bytes), size};
     }
 
-    std::uint64_t half;
-    std::string receiver;
-    sd_bus* bus = nullptr;
-    sd_bus_message* incoming = nullptr;
-    std::uint64_t sent = 0;
-    bool serving = false;
+    std::uint64_t half_;
+    std::string receiver_;
+    sd_bus* bus_ = nullptr;
+    sd_bus_message* incoming_ = nullptr;
+    std::uint64_t sent_ = 0;
+    bool serving_ = false;
 };
 
-std::string Configure(const std::string& directory) {
+std::string configure(const std::string& directory) {
     const std::string file = directory + "/dbus.conf";
     std::ofstream(file) << "<busconfig><listen>unix:path=" << directory << "/dbus</listen><auth>EXTERNAL</auth>"
                         << "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
@@ -119,29 +119,29 @@ std::string Configure(const std::string& directory) {
 class DbusSession : public Session {
 public:
     explicit DbusSession(const Layout& chosen)
-        : layout(chosen),
-          daemon({"dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
-                  "--config-file=" + Configure(layout.directory)},
-                 layout.placement, "unix:path=") {}
-    std::unique_ptr<End> Open(unsigned self) override { return std::make_unique<DbusEnd>(layout, self); }
-    std::vector<pid_t> Daemons() const override { return {daemon.Pid()}; }
+        : layout_(chosen),
+          daemon_({"dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
+                   "--config-file=" + configure(layout_.directory)},
+                  layout_.placement, "unix:path=") {}
+    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<DbusEnd>(layout_, self); }
+    std::vector<pid_t> daemons() const override { return {daemon_.pid()}; }
 
 private:
-    Layout layout;
-    Service daemon;
+    Layout layout_;
+    Service daemon_;
 };
 
 class Dbus : public Peer {
 public:
-    std::string Name() const override { return dbusName; }
-    std::unique_ptr<Session> Begin(const Layout& layout) const override {
+    std::string name() const override { return dbusName; }
+    std::unique_ptr<Session> begin(const Layout& layout) const override {
         return std::make_unique<DbusSession>(layout);
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakeDbus() {
+std::unique_ptr<Peer> makeDbus() {
     return std::make_unique<Dbus>();
 }
 

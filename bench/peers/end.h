@@ -18,47 +18,47 @@ public:
     virtual ~End() = default;
 
     /// Called when all ends of the run are open.
-    virtual void Connect() {}
+    virtual void connect() {}
 
     /// The application's copy of the message that it sends: written to between sends, never changed by them.
-    virtual char* Outgoing() = 0;
+    virtual char* outgoing() = 0;
 
     /// Sends the outgoing message.
-    virtual void Send() = 0;
+    virtual void send() = 0;
 
     /// Receives a message.
-    virtual View Receive() = 0;
+    virtual View receive() = 0;
 
     /// Sends the outgoing message as a request and waits for its answer.
-    virtual View Request() = 0;
+    virtual View request() = 0;
 
     /// Receives a request and answers it with a message of the same size and head.
-    virtual void Serve() = 0;
+    virtual void serve() = 0;
 
     /// Receives a message and sends it on as it is.
-    virtual void Forward() = 0;
+    virtual void forward() = 0;
 };
 
 /// An end that knows nothing but sending and receiving.
 class PlainEnd : public End {
 public:
-    explicit PlainEnd(std::size_t payload) : outgoing(payload) {}
+    explicit PlainEnd(std::size_t payload) : outgoing_(payload) {}
 
-    char* Outgoing() override { return outgoing.data(); }
-    void Send() override { Transmit({outgoing.data(), outgoing.size()}); }
-    View Request() override {
-        Send();
-        return Receive();
+    char* outgoing() override { return outgoing_.data(); }
+    void send() override { transmit({outgoing_.data(), outgoing_.size()}); }
+    View request() override {
+        send();
+        return receive();
     }
-    void Serve() override { Transmit(Receive()); }
-    void Forward() override { Transmit(Receive()); }
+    void serve() override { transmit(receive()); }
+    void forward() override { transmit(receive()); }
 
 protected:
-    virtual void Transmit(View message) = 0;
-    std::size_t Size() const { return outgoing.size(); }
+    virtual void transmit(View message) = 0;
+    std::size_t size() const { return outgoing_.size(); }
 
 private:
-    std::vector<char> outgoing;
+    std::vector<char> outgoing_;
 };
 
 }  // namespace bench

@@ -16,13 +16,13 @@ struct Head {
 
 constexpr std::size_t smallestPayload = sizeof(Head);
 
-inline Head HeadOf(View message) {
+inline Head headOf(View message) {
     Head head;
     std::memcpy(&head, message.bytes, sizeof head);
     return head;
 }
 
-inline void Write(const Head& head, char* message) {
+inline void write(const Head& head, char* message) {
     std::memcpy(message, &head, sizeof head);
 }
 

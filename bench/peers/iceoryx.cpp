@@ -25,103 +25,103 @@ using iox::popo::UntypedSubscriber;
 constexpr const char* daemonName = "iox-roudi";
 constexpr unsigned mostSources = 16;  // as many as send to one receiver in any scenario
 
-iox::capro::IdString_t Text(const std::string& text) {
+iox::capro::IdString_t idFrom(const std::string& text) {
     return {iox::cxx::TruncateToCapacity, text};
 }
 
-iox::capro::ServiceDescription ServiceOf(unsigned sender) {
-    return {"bench", "messages", Text(std::to_string(sender))};
+iox::capro::ServiceDescription serviceOf(unsigned sender) {
+    return {"bench", "messages", idFrom(std::to_string(sender))};
 }
 
-std::unique_ptr<UntypedPublisher> Publish(unsigned self) {
+std::unique_ptr<UntypedPublisher> publish(unsigned self) {
     iox::popo::PublisherOptions options;
     options.subscriberTooSlowPolicy = iox::popo::ConsumerTooSlowPolicy::WAIT_FOR_CONSUMER;
-    return std::make_unique<UntypedPublisher>(ServiceOf(self), options);
+    return std::make_unique<UntypedPublisher>(serviceOf(self), options);
 }
 
-std::unique_ptr<UntypedSubscriber> Subscribe(unsigned sender) {
+std::unique_ptr<UntypedSubscriber> subscribe(unsigned sender) {
     iox::popo::SubscriberOptions options;
     options.queueCapacity = iox::MAX_SUBSCRIBER_QUEUE_CAPACITY;
     options.queueFullPolicy = iox::popo::QueueFullPolicy::BLOCK_PRODUCER;
-    return std::make_unique<UntypedSubscriber>(ServiceOf(sender), options);
+    return std::make_unique<UntypedSubscriber>(serviceOf(sender), options);
 }
 
 /// Loaned chunks, published; the application's copy of a message is copied into the chunk and read in place.
 class IceoryxEnd : public PlainEnd {
 public:
     IceoryxEnd(const Layout& chosen, unsigned process, bool looking)
-        : PlainEnd(chosen.payload), layout(chosen), polls(looking) {
-        for (unsigned sender = 0; sender < layout.processes; ++sender) {
-            const bool toUs = layout.pattern == Pattern::roundTrip || layout.ReceiverOf(sender) == process;
-            if (toUs && sender != process) in.push_back(Subscribe(sender));
+        : PlainEnd(chosen.payload), layout_(chosen), polls_(looking) {
+        for (unsigned sender = 0; sender < layout_.processes; ++sender) {
+            const bool toUs = layout_.pattern == Pattern::roundTrip || layout_.receiverOf(sender) == process;
+            if (toUs && sender != process) in_.push_back(subscribe(sender));
         }
-        sends = layout.pattern == Pattern::roundTrip || layout.ReceiverOf(process) != process;
-        if (sends) out = Publish(process);
-        for (const auto& source : in) {
-            const bool attached = !waiting.attachState(*source, iox::popo::SubscriberState::HAS_DATA).has_error();
-            Expect(attached, "a subscriber cannot be waited for");
+        sends_ = layout_.pattern == Pattern::roundTrip || layout_.receiverOf(process) != process;
+        if (sends_) out_ = publish(process);
+        for (const auto& source : in_) {
+            const bool attached = !waiting_.attachState(*source, iox::popo::SubscriberState::HAS_DATA).has_error();
+            expect(attached, "a subscriber cannot be waited for");
         }
     }
-    ~IceoryxEnd() override { GiveBack(); }
+    ~IceoryxEnd() override { giveBack(); }
 
-    void Connect() override {
-        while (sends && !out->hasSubscribers()) sched_yield();
-        for (const auto& source : in) {
+    void connect() override {
+        while (sends_ && !out_->hasSubscribers()) sched_yield();
+        for (const auto& source : in_) {
             while (source->getSubscriptionState() != iox::SubscribeState::SUBSCRIBED) sched_yield();
         }
     }
 
-    View Receive() override {
-        GiveBack();
-        while (!Take()) Await();
-        return {static_cast<const char*>(taken), layout.payload};
+    View receive() override {
+        giveBack();
+        while (!take()) await();
+        return {static_cast<const char*>(taken_), layout_.payload};
     }
 
 private:
-    void Transmit(View message) override {
+    void transmit(View message) override {
         bool sent = false;
-        out->loan(static_cast<std::uint32_t>(message.size)).and_then([&](void* chunk) {
+        out_->loan(static_cast<std::uint32_t>(message.size)).and_then([&](void* chunk) {
             std::memcpy(chunk, message.bytes, message.size);
-            out->publish(chunk);
+            out_->publish(chunk);
             sent = true;
         });
-        Expect(sent, "no chunk to loan");
+        expect(sent, "no chunk to loan");
     }
 
-    bool Take() {
-        for (std::size_t tried = 0; tried < in.size() && taken == nullptr; ++tried) {
-            next = next + 1 == in.size() ? 0 : next + 1;
-            in[next]->take().and_then([&](const void* chunk) { taken = chunk; });
+    bool take() {
+        for (std::size_t tried = 0; tried < in_.size() && taken_ == nullptr; ++tried) {
+            next_ = next_ + 1 == in_.size() ? 0 : next_ + 1;
+            in_[next_]->take().and_then([&](const void* chunk) { taken_ = chunk; });
         }
-        return taken != nullptr;
+        return taken_ != nullptr;
     }
 
-    void Await() {
-        if (!polls) {
-            waiting.wait();
-        } else if (layout.placement == Placement::one || ++looks % 4096 == 0) {
+    void await() {
+        if (!polls_) {
+            waiting_.wait();
+        } else if (layout_.placement == Placement::one || ++looks_ % 4096 == 0) {
             sched_yield();
         }
     }
 
-    void GiveBack() {
-        if (taken != nullptr) in[next]->release(taken);
-        taken = nullptr;
+    void giveBack() {
+        if (taken_ != nullptr) in_[next_]->release(taken_);
+        taken_ = nullptr;
     }
 
-    Layout layout;
-    bool polls;
-    bool sends;
-    std::unique_ptr<UntypedPublisher> out;
-    std::vector<std::unique_ptr<UntypedSubscriber>> in;
-    iox::popo::WaitSet<mostSources> waiting;
-    std::size_t next = 0;
-    const void* taken = nullptr;
-    unsigned looks = 0;
+    Layout layout_;
+    bool polls_;
+    bool sends_;
+    std::unique_ptr<UntypedPublisher> out_;
+    std::vector<std::unique_ptr<UntypedSubscriber>> in_;
+    iox::popo::WaitSet<mostSources> waiting_;
+    std::size_t next_ = 0;
+    const void* taken_ = nullptr;
+    unsigned looks_ = 0;
 };
 
 /// Room for what full queues hold and no more: the daemon clears it all before it is ready.
-std::string Configure(const Layout& layout) {
+std::string configure(const Layout& layout) {
     const std::string file = layout.directory + "/roudi.toml";
     std::ofstream(file) << "[general]\nversion = 1\n[[segment]]\n[[segment.mempool]]\nsize = "
                         << (layout.payload + 127) / 64 * 64
@@ -130,7 +130,7 @@ std::string Configure(const Layout& layout) {
 }
 
 /// The memory of the messages is named after the group that may write to it.
-std::string SegmentFile() {
+std::string segmentFile() {
     const group* own = getgrgid(getegid());
     return std::string("/dev/shm/") + (own != nullptr ? own->gr_name : "");
 }
@@ -138,78 +138,78 @@ std::string SegmentFile() {
 /// The machine has one daemon at a time: whoever else measures waits here.
 class OnlyDaemon {
 public:
-    OnlyDaemon() : program(open(FindProgram(daemonName).c_str(), O_RDONLY | O_CLOEXEC)) {
-        Check(flock(program, LOCK_EX) == 0, daemonName);
+    OnlyDaemon() : program_(open(findProgram(daemonName).c_str(), O_RDONLY | O_CLOEXEC)) {
+        check(flock(program_, LOCK_EX) == 0, daemonName);
     }
-    ~OnlyDaemon() { close(program); }
+    ~OnlyDaemon() { close(program_); }
     OnlyDaemon(const OnlyDaemon&) = delete;
     OnlyDaemon& operator=(const OnlyDaemon&) = delete;
 
 private:
-    int program;
+    int program_;
 };
 
 class IceoryxSession : public Session {
 public:
     IceoryxSession(const Layout& chosen, bool looking)
-        : layout(chosen),
-          polls(looking),
-          daemon({daemonName, "--monitoring-mode", "off", "--kill-delay", "0", "--config-file", Configure(layout)},
-                 layout.placement, "ready for clients") {}
+        : layout_(chosen),
+          polls_(looking),
+          daemon_({daemonName, "--monitoring-mode", "off", "--kill-delay", "0", "--config-file", configure(layout_)},
+                  layout_.placement, "ready for clients") {}
 
     /// Those that are killed leave their files. The daemon's are ours as long as it lives, since there is but one.
     ~IceoryxSession() override {
         std::vector<std::string> files = {"/tmp/roudi", "/tmp/iox-unique-roudi.lock", "/dev/shm/iceoryx_mgmt",
-                                          SegmentFile()};
-        for (unsigned process = 0; process < layout.processes; ++process) {
-            files.push_back("/tmp/" + RuntimeOf(process));
-            files.push_back("/tmp/" + RuntimeOf(process) + ".lock");
+                                          segmentFile()};
+        for (unsigned process = 0; process < layout_.processes; ++process) {
+            files.push_back("/tmp/" + runtimeOf(process));
+            files.push_back("/tmp/" + runtimeOf(process) + ".lock");
         }
         std::error_code ignored;
         for (const std::string& file : files) std::filesystem::remove(file, ignored);
     }
 
-    std::unique_ptr<End> Open(unsigned self) override {
+    std::unique_ptr<End> open(unsigned self) override {
         iox::log::LogManager::GetLogManager().SetDefaultLogLevel(iox::log::LogLevel::kError,
                                                                  iox::log::LogLevelOutput::kHideLogLevel);
-        iox::runtime::PoshRuntime::initRuntime({iox::cxx::TruncateToCapacity, RuntimeOf(self)});
-        return std::make_unique<IceoryxEnd>(layout, self, polls);
+        iox::runtime::PoshRuntime::initRuntime({iox::cxx::TruncateToCapacity, runtimeOf(self)});
+        return std::make_unique<IceoryxEnd>(layout_, self, polls_);
     }
 
-    std::vector<pid_t> Daemons() const override { return {daemon.Pid()}; }
+    std::vector<pid_t> daemons() const override { return {daemon_.pid()}; }
 
 private:
-    std::string RuntimeOf(unsigned process) const {
-        return "linx-bench-" + std::to_string(harness) + '-' + std::to_string(process);
+    std::string runtimeOf(unsigned process) const {
+        return "linx-bench-" + std::to_string(harness_) + '-' + std::to_string(process);
     }
 
-    pid_t harness = getpid();
-    Layout layout;
-    bool polls;
-    OnlyDaemon only;
-    Service daemon;
+    pid_t harness_ = getpid();
+    Layout layout_;
+    bool polls_;
+    OnlyDaemon only_;
+    Service daemon_;
 };
 
 class Iceoryx : public Peer {
 public:
-    explicit Iceoryx(bool looking) : polls(looking) {}
-    std::string Name() const override { return polls ? iceoryxPollingName : iceoryxName; }
-    bool Blocks() const override { return !polls; }
-    std::unique_ptr<Session> Begin(const Layout& layout) const override {
-        return std::make_unique<IceoryxSession>(layout, polls);
+    explicit Iceoryx(bool looking) : polls_(looking) {}
+    std::string name() const override { return polls_ ? iceoryxPollingName : iceoryxName; }
+    bool blocks() const override { return !polls_; }
+    std::unique_ptr<Session> begin(const Layout& layout) const override {
+        return std::make_unique<IceoryxSession>(layout, polls_);
     }
 
 private:
-    bool polls;
+    bool polls_;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakeIceoryx() {
+std::unique_ptr<Peer> makeIceoryx() {
     return std::make_unique<Iceoryx>(false);
 }
 
-std::unique_ptr<Peer> MakeIceoryxPolling() {
+std::unique_ptr<Peer> makeIceoryxPolling() {
     return std::make_unique<Iceoryx>(true);
 }
 

@@ -7,9 +7,9 @@ namespace bench {
 
 namespace {
 
-enum Type : unsigned { plain = 2000, request, answer, credit };
+enum Type : unsigned { plainType = 2000, requestType, answerType, creditType };
 
-std::string NameOf(std::uint64_t process) {
+std::string nameOf(std::uint64_t process) {
     return "bench." + std::to_string(process);
 }
 
@@ -18,130 +18,131 @@ std::string NameOf(std::uint64_t process) {
 class LinxIpcEnd : public End {
 public:
     LinxIpcEnd(const Layout& chosen, unsigned process)
-        : layout(chosen),
-          self(process),
-          receiver(layout.ReceiverOf(process)),
-          half(WindowFor(layout.payload) / 2),
-          endpoint(NameOf(self)),
-          next(NameOf(receiver)) {
-        const auto size = static_cast<unsigned>(layout.payload);
-        Expect(message.Allocate(plain, size, nullptr) == 0 && question.Allocate(request, size, nullptr) == 0 &&
-                   reply.Allocate(answer, size, nullptr) == 0 && ticket.Allocate(credit, 0, nullptr) == 0,
+        : layout_(chosen),
+          self_(process),
+          receiver_(layout_.receiverOf(process)),
+          half_(windowFor(layout_.payload) / 2),
+          endpoint_(nameOf(self_)),
+          next_(nameOf(receiver_)) {
+        const auto size = static_cast<unsigned>(layout_.payload);
+        expect(message_.Allocate(plainType, size, nullptr) == 0 &&
+                   question_.Allocate(requestType, size, nullptr) == 0 &&
+                   reply_.Allocate(answerType, size, nullptr) == 0 && ticket_.Allocate(creditType, 0, nullptr) == 0,
                "no memory for messages");
-        std::memset(message.DataPtr(), 0, size);
-        std::memset(question.DataPtr(), 0, size);
-        std::memset(reply.DataPtr(), 0, size);
-        endpoint.RegisterHandler(plain, Received, this);
-        endpoint.RegisterHandler(request, Answer, this);
-        endpoint.RegisterHandler(credit, Earn, this);
-        Expect(endpoint.Init() == 0, "LinxIpc does not open");
+        std::memset(message_.DataPtr(), 0, size);
+        std::memset(question_.DataPtr(), 0, size);
+        std::memset(reply_.DataPtr(), 0, size);
+        endpoint_.RegisterHandler(plainType, received, this);
+        endpoint_.RegisterHandler(requestType, answer, this);
+        endpoint_.RegisterHandler(creditType, earn, this);
+        expect(endpoint_.Init() == 0, "LinxIpc does not open");
     }
 
-    void Connect() override {
-        if (receiver != self) Expect(endpoint.ResolveDestination(next, true) == 0, "a receiver is not found");
+    void connect() override {
+        if (receiver_ != self_) expect(endpoint_.ResolveDestination(next_, true) == 0, "a receiver is not found");
     }
 
-    char* Outgoing() override { return (layout.pattern == Pattern::roundTrip ? question : message).DataPtr(); }
+    char* outgoing() override { return (layout_.pattern == Pattern::roundTrip ? question_ : message_).DataPtr(); }
 
-    void Send() override {
-        if (sent++ % half == 0 && sent > 2 * half) Spend();
-        Expect(endpoint.Notify(next, message, true) == 0, "Notify");
+    void send() override {
+        if (sent_++ % half_ == 0 && sent_ > 2 * half_) spend();
+        expect(endpoint_.Notify(next_, message_, true) == 0, "Notify");
     }
 
-    View Receive() override {
+    View receive() override {
         do {
-            Dispatch();
-        } while (endpoint.rxMessage.MsgType() == credit);
-        return {endpoint.rxMessage.DataPtr(), endpoint.rxMessage.Length()};
+            dispatch();
+        } while (endpoint_.rxMessage.MsgType() == creditType);
+        return {endpoint_.rxMessage.DataPtr(), endpoint_.rxMessage.Length()};
     }
 
-    View Request() override {
-        Expect(endpoint.Request(next, question, answer, -1, &incoming) == 0, "Request");
-        return {incoming.DataPtr(), incoming.Length()};
+    View request() override {
+        expect(endpoint_.Request(next_, question_, answerType, -1, &incoming_) == 0, "Request");
+        return {incoming_.DataPtr(), incoming_.Length()};
     }
 
-    void Serve() override { Dispatch(); }
+    void serve() override { dispatch(); }
 
-    void Forward() override {
-        if (!forwarding) {
-            endpoint.RegisterRelayHandler(plain, PassOn, this);
-            forwarding = true;
+    void forward() override {
+        if (!forwarding_) {
+            endpoint_.RegisterRelayHandler(plainType, passOn, this);
+            forwarding_ = true;
         }
-        Dispatch();
+        dispatch();
     }
 
 private:
-    void Spend() {
-        if (credits == 0) {
-            Expect(endpoint.Receive(-1, credit, LinxIpc::emptyString, &incoming) == 0, "no credit");
+    void spend() {
+        if (credits_ == 0) {
+            expect(endpoint_.Receive(-1, creditType, LinxIpc::emptyString, &incoming_) == 0, "no credit");
         } else {
-            --credits;
+            --credits_;
         }
     }
 
-    static LinxIpcEnd& Of(void* end) { return *static_cast<LinxIpcEnd*>(end); }
+    static LinxIpcEnd& of(void* end) { return *static_cast<LinxIpcEnd*>(end); }
 
-    void Dispatch() {
-        handled = false;
-        Expect(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr) == 0 && handled, "Receive");
+    void dispatch() {
+        handled_ = false;
+        expect(endpoint_.Receive(-1, 0, LinxIpc::emptyString, nullptr) == 0 && handled_, "Receive");
     }
 
-    static void Received(LinxIpc* here, void* user) {
-        LinxIpcEnd& end = Of(user);
-        end.handled = true;
-        const Head head = HeadOf({here->rxMessage.DataPtr(), here->rxMessage.Length()});
-        if (head.number % end.half != 0) return;
-        end.handled = here->Notify(NameOf(head.sender), end.ticket, true) == 0;
+    static void received(LinxIpc* here, void* user) {
+        LinxIpcEnd& end = of(user);
+        end.handled_ = true;
+        const Head head = headOf({here->rxMessage.DataPtr(), here->rxMessage.Length()});
+        if (head.number % end.half_ != 0) return;
+        end.handled_ = here->Notify(nameOf(head.sender), end.ticket_, true) == 0;
     }
 
-    static void Earn(LinxIpc*, void* user) {
-        ++Of(user).credits;
-        Of(user).handled = true;
+    static void earn(LinxIpc*, void* user) {
+        ++of(user).credits_;
+        of(user).handled_ = true;
     }
 
-    static void Answer(LinxIpc* server, void* user) {
-        LinxIpcEnd& end = Of(user);
-        std::memcpy(end.reply.DataPtr(), server->rxMessage.DataPtr(), sizeof(Head));
-        end.handled = server->Notify(server->rxMessage.GetSender(), end.reply, true) == 0;
+    static void answer(LinxIpc* server, void* user) {
+        LinxIpcEnd& end = of(user);
+        std::memcpy(end.reply_.DataPtr(), server->rxMessage.DataPtr(), sizeof(Head));
+        end.handled_ = server->Notify(server->rxMessage.GetSender(), end.reply_, true) == 0;
     }
 
-    static void PassOn(LinxIpc* relay, void* user) {
-        LinxIpcEnd& end = Of(user);
-        end.handled = relay->Relay(relay->relayMessage, end.next) == 0;
+    static void passOn(LinxIpc* relay, void* user) {
+        LinxIpcEnd& end = of(user);
+        end.handled_ = relay->Relay(relay->relayMessage, end.next_) == 0;
     }
 
-    Layout layout;
-    unsigned self, receiver;
-    std::uint64_t half;
-    LinxIpc endpoint;
-    std::string next;
-    IpcMessage message, question, reply, ticket, incoming;
-    std::uint64_t sent = 0;
-    unsigned credits = 0;  ///< that came while something else was awaited
-    bool handled = false;
-    bool forwarding = false;
+    Layout layout_;
+    unsigned self_, receiver_;
+    std::uint64_t half_;
+    LinxIpc endpoint_;
+    std::string next_;
+    IpcMessage message_, question_, reply_, ticket_, incoming_;
+    std::uint64_t sent_ = 0;
+    unsigned credits_ = 0;  ///< that came while something else was awaited
+    bool handled_ = false;
+    bool forwarding_ = false;
 };
 
 class LinxIpcSession : public Session {
 public:
-    explicit LinxIpcSession(const Layout& chosen) : layout(chosen) {}
-    std::unique_ptr<End> Open(unsigned self) override { return std::make_unique<LinxIpcEnd>(layout, self); }
+    explicit LinxIpcSession(const Layout& chosen) : layout_(chosen) {}
+    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<LinxIpcEnd>(layout_, self); }
 
 private:
-    Layout layout;
+    Layout layout_;
 };
 
 class LinxIpcPeer : public Peer {
 public:
-    std::string Name() const override { return linxIpcName; }
-    std::unique_ptr<Session> Begin(const Layout& layout) const override {
+    std::string name() const override { return linxIpcName; }
+    std::unique_ptr<Session> begin(const Layout& layout) const override {
         return std::make_unique<LinxIpcSession>(layout);
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakeLinxIpc() {
+std::unique_ptr<Peer> makeLinxIpc() {
     return std::make_unique<LinxIpcPeer>();
 }
 

@@ -6,7 +6,7 @@
 
 namespace bench {
 
-PeerList AllPeers() {
+PeerList allPeers() {
     PeerList list;
     const auto add = [&list](bool there, const char* name, auto... makers) {
         if (there) {
@@ -15,30 +15,30 @@ PeerList AllPeers() {
             list.absent.push_back(name);
         }
     };
-    add(true, linxIpcName, MakeLinxIpc);
-    add(true, seqpacketName, MakeSeqpacket);
+    add(true, linxIpcName, makeLinxIpc);
+    add(true, seqpacketName, makeSeqpacket);
 #ifdef BENCH_ZEROMQ
-    add(true, zeromqName, MakeZeromq);
+    add(true, zeromqName, makeZeromq);
 #else
     add(false, zeromqName);
 #endif
 #ifdef BENCH_NNG
-    add(true, nngName, MakeNng);
+    add(true, nngName, makeNng);
 #else
     add(false, nngName);
 #endif
 #ifdef BENCH_DBUS
-    add(!FindProgram("dbus-daemon").empty(), dbusName, MakeDbus);
+    add(!findProgram("dbus-daemon").empty(), dbusName, makeDbus);
 #else
     add(false, dbusName);
 #endif
-    add(access("/proc/sys/fs/mqueue", F_OK) == 0, messageQueueName, MakeMessageQueue);
+    add(access("/proc/sys/fs/mqueue", F_OK) == 0, messageQueueName, makeMessageQueue);
 #ifdef BENCH_ICEORYX
-    add(!FindProgram("iox-roudi").empty(), iceoryxName, MakeIceoryx, MakeIceoryxPolling);
+    add(!findProgram("iox-roudi").empty(), iceoryxName, makeIceoryx, makeIceoryxPolling);
 #else
     add(false, iceoryxName);
 #endif
-    add(true, bareMemoryName, MakeSharedMemory);
+    add(true, bareMemoryName, makeSharedMemory);
     return list;
 }
 

@@ -10,22 +10,22 @@
 
 namespace bench {
 
-std::unique_ptr<Peer> MakeLinxIpc();
-std::unique_ptr<Peer> MakeSeqpacket();
-std::unique_ptr<Peer> MakeZeromq();
-std::unique_ptr<Peer> MakeNng();
-std::unique_ptr<Peer> MakeDbus();
-std::unique_ptr<Peer> MakeMessageQueue();
-std::unique_ptr<Peer> MakeIceoryx();
-std::unique_ptr<Peer> MakeIceoryxPolling();
-std::unique_ptr<Peer> MakeSharedMemory();
+std::unique_ptr<Peer> makeLinxIpc();
+std::unique_ptr<Peer> makeSeqpacket();
+std::unique_ptr<Peer> makeZeromq();
+std::unique_ptr<Peer> makeNng();
+std::unique_ptr<Peer> makeDbus();
+std::unique_ptr<Peer> makeMessageQueue();
+std::unique_ptr<Peer> makeIceoryx();
+std::unique_ptr<Peer> makeIceoryxPolling();
+std::unique_ptr<Peer> makeSharedMemory();
 
 /// The peers that were built in, LinxIpc first, and the names of those that were not.
 struct PeerList {
     std::vector<std::unique_ptr<Peer>> present;
     std::vector<std::string> absent;
 };
-PeerList AllPeers();
+PeerList allPeers();
 
 // What the results call them.
 constexpr const char* linxIpcName = "LinxIpc";

@@ -11,94 +11,94 @@ namespace {
 
 constexpr int queueLength = 1000;
 
-void Must(int result, const char* what) {
-    Expect(result == 0, std::string(what) + ": " + nng_strerror(result));
+void must(int result, const char* what) {
+    expect(result == 0, std::string(what) + ": " + nng_strerror(result));
 }
 
 /// Pair sockets for round trips, a pull socket in each receiver and a push socket in each sender for the rest.
 /// Messages are handed over whole, as nng's manual advises.
 class NngEnd : public End {
 public:
-    NngEnd(const Layout& chosen, unsigned process) : layout(chosen), self(process), outgoing(layout.payload) {
-        if (layout.pattern == Pattern::roundTrip) {
-            Must(nng_pair0_open(&in), "nng_pair0_open");
-            out = in;
-            if (self == 0) Must(nng_listen(in, Address(0).c_str(), nullptr, 0), "nng_listen");
+    NngEnd(const Layout& chosen, unsigned process) : layout_(chosen), self_(process), outgoing_(layout_.payload) {
+        if (layout_.pattern == Pattern::roundTrip) {
+            must(nng_pair0_open(&in_), "nng_pair0_open");
+            out_ = in_;
+            if (self_ == 0) must(nng_listen(in_, address(0).c_str(), nullptr, 0), "nng_listen");
             return;
         }
-        Must(nng_pull0_open(&in), "nng_pull0_open");
-        Must(nng_push0_open(&out), "nng_push0_open");
-        nng_socket_set_int(in, NNG_OPT_RECVBUF, queueLength);
-        nng_socket_set_int(out, NNG_OPT_SENDBUF, queueLength);
-        Must(nng_listen(in, Address(self).c_str(), nullptr, 0), "nng_listen");
+        must(nng_pull0_open(&in_), "nng_pull0_open");
+        must(nng_push0_open(&out_), "nng_push0_open");
+        nng_socket_set_int(in_, NNG_OPT_RECVBUF, queueLength);
+        nng_socket_set_int(out_, NNG_OPT_SENDBUF, queueLength);
+        must(nng_listen(in_, address(self_).c_str(), nullptr, 0), "nng_listen");
     }
-    ~NngEnd() override { nng_msg_free(incoming); }
+    ~NngEnd() override { nng_msg_free(incoming_); }
 
-    void Connect() override {
-        const unsigned receiver = layout.ReceiverOf(self);
-        if (receiver != self) Must(nng_dial(out, Address(receiver).c_str(), nullptr, 0), "nng_dial");
+    void connect() override {
+        const unsigned receiver = layout_.receiverOf(self_);
+        if (receiver != self_) must(nng_dial(out_, address(receiver).c_str(), nullptr, 0), "nng_dial");
     }
 
-    char* Outgoing() override { return outgoing.data(); }
+    char* outgoing() override { return outgoing_.data(); }
 
-    void Send() override {
+    void send() override {
         nng_msg* message = nullptr;
-        Must(nng_msg_alloc(&message, outgoing.size()), "nng_msg_alloc");
-        std::memcpy(nng_msg_body(message), outgoing.data(), outgoing.size());
-        Must(nng_sendmsg(out, message, 0), "nng_sendmsg");
+        must(nng_msg_alloc(&message, outgoing_.size()), "nng_msg_alloc");
+        std::memcpy(nng_msg_body(message), outgoing_.data(), outgoing_.size());
+        must(nng_sendmsg(out_, message, 0), "nng_sendmsg");
     }
 
-    View Receive() override {
-        nng_msg_free(incoming);
-        incoming = nullptr;
-        Must(nng_recvmsg(in, &incoming, 0), "nng_recvmsg");
-        return {static_cast<const char*>(nng_msg_body(incoming)), nng_msg_len(incoming)};
+    View receive() override {
+        nng_msg_free(incoming_);
+        incoming_ = nullptr;
+        must(nng_recvmsg(in_, &incoming_, 0), "nng_recvmsg");
+        return {static_cast<const char*>(nng_msg_body(incoming_)), nng_msg_len(incoming_)};
     }
 
-    View Request() override {
-        Send();
-        return Receive();
+    View request() override {
+        send();
+        return receive();
     }
-    void Serve() override { Forward(); }
-    void Forward() override {
-        Receive();
-        Must(nng_sendmsg(out, incoming, 0), "nng_sendmsg");
-        incoming = nullptr;
+    void serve() override { forward(); }
+    void forward() override {
+        receive();
+        must(nng_sendmsg(out_, incoming_, 0), "nng_sendmsg");
+        incoming_ = nullptr;
     }
 
 private:
-    std::string Address(unsigned process) const {
-        return "ipc://" + layout.directory + "/nng." + std::to_string(process);
+    std::string address(unsigned process) const {
+        return "ipc://" + layout_.directory + "/nng." + std::to_string(process);
     }
 
-    Layout layout;
-    unsigned self;
-    std::vector<char> outgoing;
-    nng_socket in = NNG_SOCKET_INITIALIZER;
-    nng_socket out = NNG_SOCKET_INITIALIZER;
-    nng_msg* incoming = nullptr;
+    Layout layout_;
+    unsigned self_;
+    std::vector<char> outgoing_;
+    nng_socket in_ = NNG_SOCKET_INITIALIZER;
+    nng_socket out_ = NNG_SOCKET_INITIALIZER;
+    nng_msg* incoming_ = nullptr;
 };
 
 class NngSession : public Session {
 public:
-    explicit NngSession(const Layout& chosen) : layout(chosen) {}
-    std::unique_ptr<End> Open(unsigned self) override { return std::make_unique<NngEnd>(layout, self); }
+    explicit NngSession(const Layout& chosen) : layout_(chosen) {}
+    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<NngEnd>(layout_, self); }
 
 private:
-    Layout layout;
+    Layout layout_;
 };
 
 class Nng : public Peer {
 public:
-    std::string Name() const override { return nngName; }
-    std::unique_ptr<Session> Begin(const Layout& layout) const override {
+    std::string name() const override { return nngName; }
+    std::unique_ptr<Session> begin(const Layout& layout) const override {
         return std::make_unique<NngSession>(layout);
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakeNng() {
+std::unique_ptr<Peer> makeNng() {
     return std::make_unique<Nng>();
 }
 

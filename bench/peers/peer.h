@@ -26,7 +26,7 @@ struct Layout {
     Placement placement;
     std::string directory;  ///< for sockets and the like; removed after the run
 
-    unsigned ReceiverOf(unsigned process) const {
+    unsigned receiverOf(unsigned process) const {
         return pattern == Pattern::chain ? (process + processes - 1) % processes : 0;
     }
 };
@@ -38,25 +38,25 @@ public:
     virtual ~Session() = default;
 
     /// Called in process `self`, once.
-    virtual std::unique_ptr<End> Open(unsigned self) = 0;
+    virtual std::unique_ptr<End> open(unsigned self) = 0;
 
     /// Processes whose work belongs to the conversation.
-    virtual std::vector<pid_t> Daemons() const { return {}; }
+    virtual std::vector<pid_t> daemons() const { return {}; }
 };
 
 /// One way for processes to talk.
 class Peer {
 public:
     virtual ~Peer() = default;
-    virtual std::string Name() const = 0;
+    virtual std::string name() const = 0;
 
     /// Whether it leaves the processor to others while it waits.
-    virtual bool Blocks() const { return true; }
+    virtual bool blocks() const { return true; }
 
     /// Whether it can be asked for this.
-    virtual bool Takes(const Layout&) const { return true; }
+    virtual bool takes(const Layout&) const { return true; }
 
-    virtual std::unique_ptr<Session> Begin(const Layout& layout) const = 0;
+    virtual std::unique_ptr<Session> begin(const Layout& layout) const = 0;
 };
 
 }  // namespace bench

@@ -8,7 +8,7 @@ namespace bench {
 
 /// How many messages of a stream may be under way where the peer leaves that to its user: as many as fit the caches.
 /// A power of two.
-constexpr std::size_t WindowFor(std::size_t payload) {
+constexpr std::size_t windowFor(std::size_t payload) {
     std::size_t window = 1024;
     while (window > 16 && window * payload > 512 * 1024) window /= 2;
     return window;

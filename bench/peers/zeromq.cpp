@@ -9,71 +9,72 @@ namespace {
 /// PAIR sockets for round trips, a PULL socket in each receiver and a PUSH socket in each sender for the rest.
 class ZeromqEnd : public End {
 public:
-    ZeromqEnd(const Layout& layout, unsigned self) : outgoing(layout.payload), context(zmq_ctx_new()) {
+    ZeromqEnd(const Layout& layout, unsigned self) : outgoing_(layout.payload), context_(zmq_ctx_new()) {
         const auto address = [&](unsigned process) {
             return "ipc://" + layout.directory + "/zeromq." + std::to_string(process);
         };
-        zmq_msg_init(&incoming);
+        zmq_msg_init(&incoming_);
         if (layout.pattern == Pattern::roundTrip) {
-            in = out = zmq_socket(context, ZMQ_PAIR);
-            Check((self == 0 ? zmq_bind : zmq_connect)(in, address(0).c_str()) == 0, "ZeroMQ pair");
+            in_ = out_ = zmq_socket(context_, ZMQ_PAIR);
+            check((self == 0 ? zmq_bind : zmq_connect)(in_, address(0).c_str()) == 0, "ZeroMQ pair");
             return;
         }
-        in = zmq_socket(context, ZMQ_PULL);
-        out = zmq_socket(context, ZMQ_PUSH);
-        Check(zmq_bind(in, address(self).c_str()) == 0, "zmq_bind");
-        Check(zmq_connect(out, address(layout.ReceiverOf(self)).c_str()) == 0, "zmq_connect");
+        in_ = zmq_socket(context_, ZMQ_PULL);
+        out_ = zmq_socket(context_, ZMQ_PUSH);
+        check(zmq_bind(in_, address(self).c_str()) == 0, "zmq_bind");
+        check(zmq_connect(out_, address(layout.receiverOf(self)).c_str()) == 0, "zmq_connect");
     }
 
-    char* Outgoing() override { return outgoing.data(); }
+    char* outgoing() override { return outgoing_.data(); }
 
-    void Send() override {
-        Check(zmq_send(out, outgoing.data(), outgoing.size(), 0) == static_cast<int>(outgoing.size()), "zmq_send");
+    void send() override {
+        check(zmq_send(out_, outgoing_.data(), outgoing_.size(), 0) == static_cast<int>(outgoing_.size()),
+              "zmq_send");
     }
 
-    View Receive() override {
-        Check(zmq_msg_recv(&incoming, in, 0) != -1, "zmq_msg_recv");
-        return {static_cast<const char*>(zmq_msg_data(&incoming)), zmq_msg_size(&incoming)};
+    View receive() override {
+        check(zmq_msg_recv(&incoming_, in_, 0) != -1, "zmq_msg_recv");
+        return {static_cast<const char*>(zmq_msg_data(&incoming_)), zmq_msg_size(&incoming_)};
     }
 
-    View Request() override {
-        Send();
-        return Receive();
+    View request() override {
+        send();
+        return receive();
     }
-    void Serve() override { Forward(); }
-    void Forward() override {
-        Receive();
-        Check(zmq_msg_send(&incoming, out, 0) != -1, "zmq_msg_send");
+    void serve() override { forward(); }
+    void forward() override {
+        receive();
+        check(zmq_msg_send(&incoming_, out_, 0) != -1, "zmq_msg_send");
     }
 
 private:
-    std::vector<char> outgoing;
-    void* context;  // goes with its process: ending it would wait for what was not delivered
-    void* in = nullptr;
-    void* out = nullptr;
-    zmq_msg_t incoming;
+    std::vector<char> outgoing_;
+    void* context_;  // goes with its process: ending it would wait for what was not delivered
+    void* in_ = nullptr;
+    void* out_ = nullptr;
+    zmq_msg_t incoming_;
 };
 
 class ZeromqSession : public Session {
 public:
-    explicit ZeromqSession(const Layout& chosen) : layout(chosen) {}
-    std::unique_ptr<End> Open(unsigned self) override { return std::make_unique<ZeromqEnd>(layout, self); }
+    explicit ZeromqSession(const Layout& chosen) : layout_(chosen) {}
+    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<ZeromqEnd>(layout_, self); }
 
 private:
-    Layout layout;
+    Layout layout_;
 };
 
 class Zeromq : public Peer {
 public:
-    std::string Name() const override { return zeromqName; }
-    std::unique_ptr<Session> Begin(const Layout& layout) const override {
+    std::string name() const override { return zeromqName; }
+    std::unique_ptr<Session> begin(const Layout& layout) const override {
         return std::make_unique<ZeromqSession>(layout);
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> MakeZeromq() {
+std::unique_ptr<Peer> makeZeromq() {
     return std::make_unique<Zeromq>();
 }
 

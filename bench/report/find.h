@@ -15,7 +15,7 @@ struct Query {
 };
 
 /// A figure of every run; empty when it was not measured.
-inline std::vector<double> Find(const Records& records, const Query& query, const std::string& figure) {
+inline std::vector<double> find(const Records& records, const Query& query, const std::string& figure) {
     for (const Record& record : records) {
         if (record.scenario != query.scenario || record.peer != query.peer || record.placement != query.placement ||
             record.payload != query.payload || record.population != query.population) {

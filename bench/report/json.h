@@ -7,10 +7,10 @@
 namespace bench {
 
 /// Writes everything that was measured, and on what.
-void WriteJson(const std::string& file, const Machine& machine, const Records& records);
+void writeJson(const std::string& file, const Machine& machine, const Records& records);
 
-/// The records that `WriteJson` wrote to `file`. Throws a Failure where it holds anything else.
-Records ReadJson(const std::string& file);
+/// The records that `writeJson` wrote to `file`. Throws a Failure where it holds anything else.
+Records readJson(const std::string& file);
 
 }  // namespace bench
 

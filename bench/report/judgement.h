@@ -9,7 +9,7 @@ namespace bench {
 
 /// Prints what is wanted of LinxIpc and what it got, a line each: figures of one run, mostly compared with each
 /// other.
-void PrintJudgement(std::ostream& out, const Records& records);
+void printJudgement(std::ostream& out, const Records& records);
 
 }  // namespace bench
 

@@ -11,7 +11,7 @@ namespace bench {
 namespace {
 
 /// Words of the kernel's about the first processor, where it has any.
-std::string ProcessorModel() {
+std::string processorModel() {
     std::ifstream about("/proc/cpuinfo");
     for (std::string line; std::getline(about, line);) {
         const std::size_t colon = line.find(": ");
@@ -20,13 +20,13 @@ std::string ProcessorModel() {
     return "unknown";
 }
 
-std::string Kernel() {
+std::string kernel() {
     utsname names = {};
     uname(&names);
     return std::string(names.sysname) + ' ' + names.release + ' ' + names.machine;
 }
 
-std::string Compiler() {
+std::string compiler() {
 #ifdef __clang__
     return __VERSION__;
 #else
@@ -34,14 +34,14 @@ std::string Compiler() {
 #endif
 }
 
-std::string Today() {
+std::string today() {
     const std::time_t now = std::time(nullptr);
     char text[16];
     std::strftime(text, sizeof text, "%Y-%m-%d", std::gmtime(&now));
     return text;
 }
 
-std::string Load() {
+std::string load() {
     std::string minute;
     std::ifstream("/proc/loadavg") >> minute;
     return minute;
@@ -49,8 +49,8 @@ std::string Load() {
 
 }  // namespace
 
-Machine ThisMachine() {
-    return {ProcessorModel(), std::to_string(sysconf(_SC_NPROCESSORS_ONLN)), Kernel(), Compiler(), Today(), Load()};
+Machine thisMachine() {
+    return {processorModel(), std::to_string(sysconf(_SC_NPROCESSORS_ONLN)), kernel(), compiler(), today(), load()};
 }
 
 }  // namespace bench

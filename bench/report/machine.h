@@ -11,7 +11,7 @@ struct Machine {
     std::string load;  ///< how many threads wanted a core in the minute before: whether the figures are undisturbed
 };
 
-Machine ThisMachine();
+Machine thisMachine();
 
 }  // namespace bench
 

@@ -9,10 +9,10 @@ namespace bench {
 
 /// What gnuplot is told in order to draw what was measured, as SVG files in `directory`. Each peer has its colour and
 /// shape, in all plots the same; legends are in the order of the curves.
-std::string PlotScript(const std::string& directory, const Records& records);
+std::string plotScript(const std::string& directory, const Records& records);
 
 /// Has gnuplot draw what was measured, as SVG files in `directory`, which is made if need be.
-void DrawPlots(const std::string& directory, const Records& records);
+void drawPlots(const std::string& directory, const Records& records);
 
 }  // namespace bench
 

@@ -11,13 +11,13 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-std::string Text(double value) {
+std::string text(double value) {
     std::ostringstream text;
     text << std::fixed << std::setprecision(value != 0 && value < 100 ? 2 : 0) << value;
     return text.str();
 }
 
-Row Titles(const Record& record) {
+Row titles(const Record& record) {
     Row titles = {"peer", "cores", "payload", "count"};
     for (const auto& [name, spread] : record.spreads) titles.push_back(name);
     titles.push_back("least to most");
@@ -25,7 +25,7 @@ Row Titles(const Record& record) {
 }
 
 /// The figure that a case is about comes from its scenario; how it scattered is told of one only.
-const Spread& Chief(const Record& record) {
+const Spread& chiefOf(const Record& record) {
     for (const char* name : {"median_ns", "rate_per_s"}) {
         const auto found = record.spreads.find(name);
         if (found != record.spreads.end()) return found->second;
@@ -33,16 +33,16 @@ const Spread& Chief(const Record& record) {
     return record.spreads.begin()->second;
 }
 
-Row Cells(const Record& record) {
-    Row cells = {record.peer, NameOf(record.placement), std::to_string(record.payload),
+Row cells(const Record& record) {
+    Row cells = {record.peer, nameOf(record.placement), std::to_string(record.payload),
                  std::to_string(record.population)};
-    for (const auto& [name, spread] : record.spreads) cells.push_back(Text(spread.median));
-    const Spread& chief = Chief(record);
-    cells.push_back(Text(chief.least) + " to " + Text(chief.most));
+    for (const auto& [name, spread] : record.spreads) cells.push_back(text(spread.median));
+    const Spread& chief = chiefOf(record);
+    cells.push_back(text(chief.least) + " to " + text(chief.most));
     return cells;
 }
 
-void Print(std::ostream& out, const std::vector<Row>& rows) {
+void print(std::ostream& out, const std::vector<Row>& rows) {
     std::vector<std::size_t> widths(rows.front().size());
     for (const Row& row : rows) {
         for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
@@ -64,16 +64,16 @@ void Print(std::ostream& out, const std::vector<Row>& rows) {
 
 }  // namespace
 
-void PrintTable(std::ostream& out, const Scenario& scenario, const Records& records) {
+void printTable(std::ostream& out, const Scenario& scenario, const Records& records) {
     std::vector<Row> rows;
     for (const Record& record : records) {
-        if (record.scenario != scenario.Name()) continue;
-        if (rows.empty()) rows.push_back(Titles(record));
-        rows.push_back(Cells(record));
+        if (record.scenario != scenario.name()) continue;
+        if (rows.empty()) rows.push_back(titles(record));
+        rows.push_back(cells(record));
     }
     if (rows.empty()) return;
-    out << "\n### " << scenario.Name() << "\n\n" << scenario.About() << ".\n\n";
-    Print(out, rows);
+    out << "\n### " << scenario.name() << "\n\n" << scenario.about() << ".\n\n";
+    print(out, rows);
     out << std::flush;
 }
 

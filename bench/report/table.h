@@ -9,7 +9,7 @@ namespace bench {
 
 /// Prints the records of one scenario, figures in the columns, medians over the runs. As Markdown, which reads well
 /// on a terminal too.
-void PrintTable(std::ostream& out, const Scenario& scenario, const Records& records);
+void printTable(std::ostream& out, const Scenario& scenario, const Records& records);
 
 }  // namespace bench
 

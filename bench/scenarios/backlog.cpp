@@ -16,79 +16,79 @@ namespace {
 
 constexpr unsigned question = 3000, answer = 3001;
 
-void Answer(LinxIpc* server, void* reply) {
+void giveAnswer(LinxIpc* server, void* reply) {
     server->Notify(server->rxMessage.GetSender(), *static_cast<IpcMessage*>(reply), true);
 }
 
-[[noreturn]] void Serve(const Case& chosen, const Barrier& allOpen) {
-    Confine(chosen.placement);
+[[noreturn]] void serve(const Case& chosen, const Barrier& allOpen) {
+    confine(chosen.placement);
     LinxIpc server("server");
     IpcMessage reply;
     reply.Allocate(answer, static_cast<unsigned>(chosen.payload), nullptr);
     std::memset(reply.DataPtr(), 0, chosen.payload);
-    server.RegisterHandler(question, Answer, &reply);
-    Expect(server.Init() == 0, "LinxIpc does not open");
-    Settle(chosen.placement, 0);
-    allOpen.Wait();
-    allOpen.Wait();
+    server.RegisterHandler(question, giveAnswer, &reply);
+    expect(server.Init() == 0, "LinxIpc does not open");
+    settle(chosen.placement, 0);
+    allOpen.wait();
+    allOpen.wait();
     for (;;) server.Receive(-1, 0, LinxIpc::emptyString, nullptr);
 }
 
-[[noreturn]] void Bother(const Case& chosen, const Barrier& allOpen) {
+[[noreturn]] void bother(const Case& chosen, const Barrier& allOpen) {
     BurstEndpoint stranger("stranger", "requester", smallestPayload);
-    allOpen.Wait();
-    stranger.Meet();
-    for (unsigned i = 0; i < chosen.population; ++i) stranger.Send();
-    allOpen.Wait();
+    allOpen.wait();
+    stranger.meet();
+    for (unsigned i = 0; i < chosen.population; ++i) stranger.send();
+    allOpen.wait();
     for (;;) pause();  // what it has sent is its own until it is received
 }
 
-void Ask(const Case& chosen, const Effort& effort, const Barrier& allOpen, FigureSheet& sheet) {
-    Confine(chosen.placement);
+void ask(const Case& chosen, const Effort& effort, const Barrier& allOpen, FigureSheet& sheet) {
+    confine(chosen.placement);
     LinxIpc requester("requester");
     IpcMessage request, reply;
     request.Allocate(question, static_cast<unsigned>(chosen.payload), nullptr);
     std::memset(request.DataPtr(), 0, chosen.payload);
-    Expect(requester.Init() == 0, "LinxIpc does not open");
-    Settle(chosen.placement, 1);
-    allOpen.Wait();
-    allOpen.Wait();
+    expect(requester.Init() == 0, "LinxIpc does not open");
+    settle(chosen.placement, 1);
+    allOpen.wait();
+    allOpen.wait();
     const auto lap = [&] {
-        Expect(requester.Request("server", request, answer, -1, &reply) == 0 && reply.Length() == chosen.payload,
+        expect(requester.Request("server", request, answer, -1, &reply) == 0 && reply.Length() == chosen.payload,
                "a wrong answer");
     };
-    TimeLaps(
-        effort, lap, [] { return ProcessorNanoseconds(getpid()); }, sheet);
+    timeLaps(
+        effort, lap, [] { return processorNanoseconds(getpid()); }, sheet);
     unsigned queued = 0;
     while (requester.Receive(0, BurstEndpoint::type, LinxIpc::emptyString, nullptr) == 0) ++queued;
-    Expect(queued == chosen.population, "the queue does not hold what was sent");
+    expect(queued == chosen.population, "the queue does not hold what was sent");
 }
 
 class Backlog : public Scenario {
 public:
-    std::string Name() const override { return "backlog"; }
-    std::string About() const override {
+    std::string name() const override { return "backlog"; }
+    std::string about() const override {
         return "A request and its answer; counts the other messages that wait at the one who asks";
     }
 
-    std::vector<Case> Cases(const Wishes& wishes) const override {
-        return LinxIpcAmong(wishes, Placement::apart, 64, {0, wishes.effort.quick ? 1000U : 100000U});
+    std::vector<Case> cases(const Wishes& wishes) const override {
+        return linxIpcAmong(wishes, Placement::apart, 64, {0, wishes.effort.quick ? 1000U : 100000U});
     }
 
-    Figures Run(const Case& chosen, const Effort& effort) const override {
+    Figures run(const Case& chosen, const Effort& effort) const override {
         const Workspace workspace;
         const Barrier allOpen(3);
         const Shared<FigureSheet> sheet;
-        RunCrew({{Member::Part::servant, [&] { Serve(chosen, allOpen); }},
-                 {Member::Part::servant, [&] { Bother(chosen, allOpen); }},
-                 {Member::Part::principal, [&] { Ask(chosen, effort, allOpen, *sheet); }}});
-        return sheet->Read();
+        runCrew({{Member::Part::servant, [&] { serve(chosen, allOpen); }},
+                 {Member::Part::servant, [&] { bother(chosen, allOpen); }},
+                 {Member::Part::principal, [&] { ask(chosen, effort, allOpen, *sheet); }}});
+        return sheet->read();
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Scenario> MakeBacklog() {
+std::unique_ptr<Scenario> makeBacklog() {
     return std::make_unique<Backlog>();
 }
 

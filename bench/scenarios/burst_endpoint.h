@@ -15,37 +15,37 @@ public:
 
     /// `next` is where messages go, empty for an endpoint that only receives.
     BurstEndpoint(const std::string& name, std::string destination, std::size_t payload)
-        : endpoint(name), next(std::move(destination)) {
-        Expect(message.Allocate(type, static_cast<unsigned>(payload), nullptr) == 0, "no memory for a message");
-        std::memset(message.DataPtr(), 0, payload);
-        endpoint.RegisterHandler(type, Count, this);
-        Expect(endpoint.Init() == 0, "LinxIpc does not open");
+        : endpoint_(name), next_(std::move(destination)) {
+        expect(message_.Allocate(type, static_cast<unsigned>(payload), nullptr) == 0, "no memory for a message");
+        std::memset(message_.DataPtr(), 0, payload);
+        endpoint_.RegisterHandler(type, count, this);
+        expect(endpoint_.Init() == 0, "LinxIpc does not open");
     }
 
     /// Called when the destination is open.
-    void Meet() { Expect(endpoint.ResolveDestination(next, true) == 0, "the destination is not found"); }
+    void meet() { expect(endpoint_.ResolveDestination(next_, true) == 0, "the destination is not found"); }
 
-    void PassOn() { endpoint.RegisterRelayHandler(type, Forward, this); }
+    void passOn() { endpoint_.RegisterRelayHandler(type, forward, this); }
 
-    void Send() { Expect(endpoint.Notify(next, message, true) == 0, "Notify"); }
+    void send() { expect(endpoint_.Notify(next_, message_, true) == 0, "Notify"); }
 
-    void Receive() {
-        const unsigned before = handled;
-        const int result = endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr);
-        Expect(result == 0 && handled == before + 1, "a message is missing");
+    void receive() {
+        const unsigned before = handled_;
+        const int result = endpoint_.Receive(0, 0, LinxIpc::emptyString, nullptr);
+        expect(result == 0 && handled_ == before + 1, "a message is missing");
     }
 
 private:
-    static BurstEndpoint& Of(void* user) { return *static_cast<BurstEndpoint*>(user); }
-    static void Count(LinxIpc*, void* user) { ++Of(user).handled; }
-    static void Forward(LinxIpc* relay, void* user) {
-        if (relay->Relay(relay->relayMessage, Of(user).next) == 0) ++Of(user).handled;
+    static BurstEndpoint& of(void* user) { return *static_cast<BurstEndpoint*>(user); }
+    static void count(LinxIpc*, void* user) { ++of(user).handled_; }
+    static void forward(LinxIpc* relay, void* user) {
+        if (relay->Relay(relay->relayMessage, of(user).next_) == 0) ++of(user).handled_;
     }
 
-    LinxIpc endpoint;
-    std::string next;
-    IpcMessage message;
-    unsigned handled = 0;
+    LinxIpc endpoint_;
+    std::string next_;
+    IpcMessage message_;
+    unsigned handled_ = 0;
 };
 
 }  // namespace bench

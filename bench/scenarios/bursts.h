@@ -17,22 +17,22 @@ constexpr unsigned burst = 32;  // fits every queue, and the caches
 class Bursts {
 public:
     Bursts(unsigned processes, const Effort& chosen)
-        : everybody(processes),
-          phases(processes),
-          rounds(static_cast<unsigned>(chosen.quick ? chosen.measured.messages / burst : 400)) {}
+        : everybody_(processes),
+          phases_(processes),
+          rounds_(static_cast<unsigned>(chosen.quick ? chosen.measured.messages / burst : 400)) {}
 
     /// Called in each process, with its turn in the round: 0 goes first.
-    void TakePart(unsigned turn, const std::function<void()>& step) const;
+    void takePart(unsigned turn, const std::function<void()>& step) const;
 
     /// The same in the process that is measured: median_ns, p99_ns of one step, and messages.
-    void Measure(unsigned turn, const std::function<void()>& step, FigureSheet& sheet) const;
+    void measure(unsigned turn, const std::function<void()>& step, FigureSheet& sheet) const;
 
 private:
-    void Go(unsigned turn, const std::function<void(unsigned round)>& doBurst) const;
+    void go(unsigned turn, const std::function<void(unsigned round)>& doBurst) const;
 
-    Barrier everybody;
-    unsigned phases;
-    unsigned rounds;
+    Barrier everybody_;
+    unsigned phases_;
+    unsigned rounds_;
 };
 
 }  // namespace bench

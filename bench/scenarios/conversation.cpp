@@ -11,38 +11,38 @@ namespace bench {
 
 namespace {
 
-ProcessorMeter MeterOf(std::vector<pid_t> processes) {
+ProcessorMeter meterOf(std::vector<pid_t> processes) {
     return [processes] {
         std::uint64_t used = 0;
-        for (const pid_t process : processes) used += ProcessorNanoseconds(process);
+        for (const pid_t process : processes) used += processorNanoseconds(process);
         return used;
     };
 }
 
 }  // namespace
 
-Figures Converse(const Peer& peer, Layout layout, unsigned measuring, const Measure& measure, const Turn& turn) {
+Figures converse(const Peer& peer, Layout layout, unsigned measuring, const Measure& measure, const Turn& turn) {
     const Workspace workspace;
-    layout.directory = workspace.Path();
-    const std::unique_ptr<Session> session = peer.Begin(layout);
+    layout.directory = workspace.path();
+    const std::unique_ptr<Session> session = peer.begin(layout);
     const Barrier everybody(layout.processes);
     const Shared<pid_t> pids(layout.processes);
     const Shared<FigureSheet> sheet;
 
     const auto live = [&](unsigned self) {
-        Confine(layout.placement);
+        confine(layout.placement);
         pids[self] = getpid();
-        End* const end = session->Open(self).release();  // ends with its process: those who serve it go on till then
-        Settle(layout.placement, self);
-        everybody.Wait();
-        end->Connect();
-        everybody.Wait();
+        End* const end = session->open(self).release();  // ends with its process: those who serve it go on till then
+        settle(layout.placement, self);
+        everybody.wait();
+        end->connect();
+        everybody.wait();
         if (self != measuring) {
             for (;;) turn(*end, self);
         }
-        std::vector<pid_t> processes = session->Daemons();
+        std::vector<pid_t> processes = session->daemons();
         for (unsigned i = 0; i < layout.processes; ++i) processes.push_back(pids[i]);
-        measure(*end, MeterOf(processes), *sheet);
+        measure(*end, meterOf(processes), *sheet);
     };
 
     std::vector<Member> members;
@@ -50,8 +50,8 @@ Figures Converse(const Peer& peer, Layout layout, unsigned measuring, const Meas
         const Member::Part part = self == measuring ? Member::Part::principal : Member::Part::servant;
         members.push_back({part, [&live, self] { live(self); }});
     }
-    RunCrew(members);
-    return sheet->Read();
+    runCrew(members);
+    return sheet->read();
 }
 
 }  // namespace bench

@@ -18,7 +18,7 @@ using Measure = std::function<void(End& end, const ProcessorMeter& used, FigureS
 using Turn = std::function<void(End& end, unsigned self)>;
 
 /// Has the processes of `layout` talk through `peer`: process `measuring` measures, all others take turns.
-Figures Converse(const Peer& peer, Layout layout, unsigned measuring, const Measure& measure, const Turn& turn);
+Figures converse(const Peer& peer, Layout layout, unsigned measuring, const Measure& measure, const Turn& turn);
 
 }  // namespace bench
 

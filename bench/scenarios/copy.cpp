@@ -12,8 +12,8 @@ namespace {
 
 constexpr unsigned perLap = 64;  // one copy of a few bytes is shorter than a look at the clock
 
-void Copy(const Case& chosen, const Effort& effort, FigureSheet& sheet) {
-    Confine(chosen.placement);
+void copy(const Case& chosen, const Effort& effort, FigureSheet& sheet) {
+    confine(chosen.placement);
     std::vector<char> from(chosen.payload), to(chosen.payload);
     const auto lap = [&] {
         for (unsigned i = 0; i < perLap; ++i) {
@@ -21,29 +21,29 @@ void Copy(const Case& chosen, const Effort& effort, FigureSheet& sheet) {
             asm volatile("" : : "r"(to.data()) : "memory");  // the copy is wanted each time
         }
     };
-    TimeLaps(
-        effort, lap, [] { return ClockNanoseconds(CLOCK_PROCESS_CPUTIME_ID); }, sheet);
+    timeLaps(
+        effort, lap, [] { return clockNanoseconds(CLOCK_PROCESS_CPUTIME_ID); }, sheet);
 }
 
 class CopyScenario : public Scenario {
 public:
-    std::string Name() const override { return "copy"; }
-    std::string About() const override { return "memcpy of the payload within one process, warm in its cache"; }
+    std::string name() const override { return "copy"; }
+    std::string about() const override { return "memcpy of the payload within one process, warm in its cache"; }
 
-    std::vector<Case> Cases(const Wishes& wishes) const override {
+    std::vector<Case> cases(const Wishes& wishes) const override {
         std::vector<Case> cases;
         for (const std::size_t payload : wishes.payloads) {
-            for (const Peer* peer : Only(bareMemoryName, wishes)) {
+            for (const Peer* peer : only(bareMemoryName, wishes)) {
                 cases.push_back({peer, Placement::one, payload, perLap});
             }
         }
         return cases;
     }
 
-    Figures Run(const Case& chosen, const Effort& effort) const override {
+    Figures run(const Case& chosen, const Effort& effort) const override {
         const Shared<FigureSheet> sheet;
-        RunCrew({{Member::Part::principal, [&] { Copy(chosen, effort, *sheet); }}});
-        Figures figures = sheet->Read();
+        runCrew({{Member::Part::principal, [&] { copy(chosen, effort, *sheet); }}});
+        Figures figures = sheet->read();
         for (const char* name : {"median_ns", "p99_ns", "cpu_ns"}) figures[name] /= perLap;
         return figures;
     }
@@ -51,7 +51,7 @@ public:
 
 }  // namespace
 
-std::unique_ptr<Scenario> MakeCopy() {
+std::unique_ptr<Scenario> makeCopy() {
     return std::make_unique<CopyScenario>();
 }
 

@@ -10,13 +10,13 @@
 namespace bench {
 
 /// How many processes it takes to hold `endpoints` without many descriptors in any of them.
-unsigned HoldersFor(unsigned endpoints);
+unsigned holdersFor(unsigned endpoints);
 
 /// Adds servants that hold endpoints which do nothing, crowd.0, crowd.1, ... Each servant waits at the barrier when
 /// its endpoints are open.
-void AddCrowd(unsigned endpoints, const Barrier& allOpen, std::vector<Member>& members);
+void addCrowd(unsigned endpoints, const Barrier& allOpen, std::vector<Member>& members);
 
-std::string CrowdName(unsigned endpoint);
+std::string crowdName(unsigned endpoint);
 
 }  // namespace bench
 

@@ -11,45 +11,45 @@ namespace {
 
 class CrowdedSend : public Scenario {
 public:
-    std::string Name() const override { return "crowded-send"; }
-    std::string About() const override {
+    std::string name() const override { return "crowded-send"; }
+    std::string about() const override {
         return "A Notify to a known peer; counts the other endpoints of the domain";
     }
 
-    std::vector<Case> Cases(const Wishes& wishes) const override {
+    std::vector<Case> cases(const Wishes& wishes) const override {
         const std::vector<unsigned> few = {10, 100}, many = {10, 4000};
-        return LinxIpcAmong(wishes, Placement::both, 64, wishes.effort.quick ? few : many);
+        return linxIpcAmong(wishes, Placement::both, 64, wishes.effort.quick ? few : many);
     }
 
-    Figures Run(const Case& chosen, const Effort& effort) const override {
+    Figures run(const Case& chosen, const Effort& effort) const override {
         const Workspace workspace;
         const Bursts bursts(2, effort);
-        const Barrier allOpen(HoldersFor(chosen.population) + 2);
+        const Barrier allOpen(holdersFor(chosen.population) + 2);
         const Shared<FigureSheet> sheet;
         std::vector<Member> members;
-        AddCrowd(chosen.population, allOpen, members);
+        addCrowd(chosen.population, allOpen, members);
         const auto send = [&] {
             BurstEndpoint sender("sender", "receiver", chosen.payload);
-            allOpen.Wait();
-            sender.Meet();
-            bursts.Measure(
-                0, [&] { sender.Send(); }, *sheet);
+            allOpen.wait();
+            sender.meet();
+            bursts.measure(
+                0, [&] { sender.send(); }, *sheet);
         };
         const auto receive = [&] {
             BurstEndpoint receiver("receiver", "", chosen.payload);
-            allOpen.Wait();
-            bursts.TakePart(1, [&] { receiver.Receive(); });
+            allOpen.wait();
+            bursts.takePart(1, [&] { receiver.receive(); });
         };
         members.push_back({Member::Part::principal, send});
         members.push_back({Member::Part::principal, receive});
-        RunCrew(members);
-        return sheet->Read();
+        runCrew(members);
+        return sheet->read();
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Scenario> MakeCrowdedSend() {
+std::unique_ptr<Scenario> makeCrowdedSend() {
     return std::make_unique<CrowdedSend>();
 }
 

@@ -2,10 +2,10 @@
 
 namespace bench {
 
-std::vector<std::unique_ptr<Scenario>> AllScenarios() {
+std::vector<std::unique_ptr<Scenario>> allScenarios() {
     std::vector<std::unique_ptr<Scenario>> all;
-    for (const auto& make : {MakeRoundTrip, MakeStream, MakeFanIn, MakeRelay, MakeRelayHop, MakeRing, MakeEndpoints,
-                             MakeCrowdedSend, MakeBacklog, MakeIdle, MakeMemory, MakeCopy}) {
+    for (const auto& make : {makeRoundTrip, makeStream, makeFanIn, makeRelay, makeRelayHop, makeRing, makeEndpoints,
+                             makeCrowdedSend, makeBacklog, makeIdle, makeMemory, makeCopy}) {
         all.push_back(make());
     }
     return all;

@@ -5,20 +5,20 @@
 
 namespace bench {
 
-std::unique_ptr<Scenario> MakeRoundTrip();
-std::unique_ptr<Scenario> MakeStream();
-std::unique_ptr<Scenario> MakeFanIn();
-std::unique_ptr<Scenario> MakeRelay();
-std::unique_ptr<Scenario> MakeRelayHop();
-std::unique_ptr<Scenario> MakeRing();
-std::unique_ptr<Scenario> MakeEndpoints();
-std::unique_ptr<Scenario> MakeCrowdedSend();
-std::unique_ptr<Scenario> MakeBacklog();
-std::unique_ptr<Scenario> MakeIdle();
-std::unique_ptr<Scenario> MakeMemory();
-std::unique_ptr<Scenario> MakeCopy();
+std::unique_ptr<Scenario> makeRoundTrip();
+std::unique_ptr<Scenario> makeStream();
+std::unique_ptr<Scenario> makeFanIn();
+std::unique_ptr<Scenario> makeRelay();
+std::unique_ptr<Scenario> makeRelayHop();
+std::unique_ptr<Scenario> makeRing();
+std::unique_ptr<Scenario> makeEndpoints();
+std::unique_ptr<Scenario> makeCrowdedSend();
+std::unique_ptr<Scenario> makeBacklog();
+std::unique_ptr<Scenario> makeIdle();
+std::unique_ptr<Scenario> makeMemory();
+std::unique_ptr<Scenario> makeCopy();
 
-std::vector<std::unique_ptr<Scenario>> AllScenarios();
+std::vector<std::unique_ptr<Scenario>> allScenarios();
 
 }  // namespace bench
 

@@ -20,10 +20,10 @@ struct Footprint {
     double arena, own, descriptors;
 };
 
-Footprint Look(const std::string& domain) {
+Footprint look(const std::string& domain) {
     Footprint now = {};
     struct stat arena = {};
-    Check(stat((domain + "/arena").c_str(), &arena) == 0, "no arena");
+    check(stat((domain + "/arena").c_str(), &arena) == 0, "no arena");
     now.arena = static_cast<double>(arena.st_blocks) * 512;
     std::ifstream sums("/proc/self/smaps_rollup");
     for (std::string line; std::getline(sums, line);) {
@@ -35,61 +35,61 @@ Footprint Look(const std::string& domain) {
     return now;
 }
 
-void PutGrowth(FigureSheet& sheet, const std::string& what, const Footprint& before, const Footprint& after,
+void putGrowth(FigureSheet& sheet, const std::string& what, const Footprint& before, const Footprint& after,
                std::size_t count) {
     const auto each = static_cast<double>(count);
-    sheet.Put((what + "_shared_bytes").c_str(), (after.arena - before.arena) / each);
-    sheet.Put((what + "_private_bytes").c_str(), (after.own - before.own) / each);
+    sheet.put((what + "_shared_bytes").c_str(), (after.arena - before.arena) / each);
+    sheet.put((what + "_private_bytes").c_str(), (after.own - before.own) / each);
 }
 
-void Fill(const std::string& domain, const Case& chosen, FigureSheet& sheet) {
+void fill(const std::string& domain, const Case& chosen, FigureSheet& sheet) {
     BurstEndpoint sender("sender", "receiver", chosen.payload), receiver("receiver", "", chosen.payload);
-    sender.Meet();
-    sender.Send();
-    receiver.Receive();
-    const Footprint alone = Look(domain);
+    sender.meet();
+    sender.send();
+    receiver.receive();
+    const Footprint alone = look(domain);
     std::vector<std::unique_ptr<LinxIpc>> endpoints;
     for (unsigned i = 0; i < chosen.population; ++i) {
         endpoints.push_back(std::make_unique<LinxIpc>("idle." + std::to_string(i)));
-        Expect(endpoints.back()->Init() == 0, "LinxIpc does not open");
+        expect(endpoints.back()->Init() == 0, "LinxIpc does not open");
     }
-    const Footprint crowded = Look(domain);
-    PutGrowth(sheet, "endpoint", alone, crowded, chosen.population);
-    sheet.Put("endpoint_descriptors", (crowded.descriptors - alone.descriptors) / chosen.population);
+    const Footprint crowded = look(domain);
+    putGrowth(sheet, "endpoint", alone, crowded, chosen.population);
+    sheet.put("endpoint_descriptors", (crowded.descriptors - alone.descriptors) / chosen.population);
     const std::size_t messages = std::clamp<std::size_t>((std::size_t{16} << 20) / chosen.payload, 1, 10000);
-    for (std::size_t i = 0; i < messages; ++i) sender.Send();
-    PutGrowth(sheet, "message", crowded, Look(domain), messages);
+    for (std::size_t i = 0; i < messages; ++i) sender.send();
+    putGrowth(sheet, "message", crowded, look(domain), messages);
 }
 
 class Memory : public Scenario {
 public:
-    std::string Name() const override { return "memory"; }
-    std::string About() const override {
+    std::string name() const override { return "memory"; }
+    std::string about() const override {
         return "What an idle endpoint and a queued message take of the domain's memory, and of their process's own; "
                "counts the endpoints";
     }
 
-    std::vector<Case> Cases(const Wishes& wishes) const override {
+    std::vector<Case> cases(const Wishes& wishes) const override {
         std::vector<Case> cases;
         for (const std::size_t payload : wishes.payloads) {
-            for (const Case& each : LinxIpcAmong(wishes, Placement::both, payload, {200})) cases.push_back(each);
+            for (const Case& each : linxIpcAmong(wishes, Placement::both, payload, {200})) cases.push_back(each);
         }
         return cases;
     }
 
-    unsigned Repeats(unsigned) const override { return 1; }
+    unsigned repeats(unsigned) const override { return 1; }
 
-    Figures Run(const Case& chosen, const Effort&) const override {
+    Figures run(const Case& chosen, const Effort&) const override {
         const Workspace workspace;
         const Shared<FigureSheet> sheet;
-        RunCrew({{Member::Part::principal, [&] { Fill(workspace.Path(), chosen, *sheet); }}});
-        return sheet->Read();
+        runCrew({{Member::Part::principal, [&] { fill(workspace.path(), chosen, *sheet); }}});
+        return sheet->read();
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Scenario> MakeMemory() {
+std::unique_ptr<Scenario> makeMemory() {
     return std::make_unique<Memory>();
 }
 

@@ -13,55 +13,55 @@ constexpr unsigned processes = 3;
 
 class RelayHop : public Scenario {
 public:
-    std::string Name() const override { return "relay-hop"; }
-    std::string About() const override {
+    std::string name() const override { return "relay-hop"; }
+    std::string about() const override {
         return "What the process in the middle takes to receive a message and pass it on";
     }
 
-    std::vector<Case> Cases(const Wishes& wishes) const override {
+    std::vector<Case> cases(const Wishes& wishes) const override {
         std::vector<Case> cases;
         for (const std::size_t payload : wishes.payloads) {
-            for (const Case& each : LinxIpcAmong(wishes, Placement::both, payload, {processes}))
+            for (const Case& each : linxIpcAmong(wishes, Placement::both, payload, {processes}))
                 cases.push_back(each);
         }
         return cases;
     }
 
-    Figures Run(const Case& chosen, const Effort& effort) const override {
+    Figures run(const Case& chosen, const Effort& effort) const override {
         const Workspace workspace;
         const Bursts bursts(processes, effort);
         const Barrier allOpen(processes);
         const Shared<FigureSheet> sheet;
         const auto open = [&](const char* name, const char* next) {
-            Confine(chosen.placement);
+            confine(chosen.placement);
             auto endpoint = std::make_unique<BurstEndpoint>(name, next, chosen.payload);
-            allOpen.Wait();
-            if (*next != '\0') endpoint->Meet();
+            allOpen.wait();
+            if (*next != '\0') endpoint->meet();
             return endpoint;
         };
         const auto send = [&] {
             const auto source = open("source", "relay");
-            bursts.TakePart(0, [&] { source->Send(); });
+            bursts.takePart(0, [&] { source->send(); });
         };
         const auto passOn = [&] {
             const auto relay = open("relay", "sink");
-            relay->PassOn();
-            bursts.Measure(
-                1, [&] { relay->Receive(); }, *sheet);
+            relay->passOn();
+            bursts.measure(
+                1, [&] { relay->receive(); }, *sheet);
         };
         const auto receive = [&] {
             const auto sink = open("sink", "");
-            bursts.TakePart(2, [&] { sink->Receive(); });
+            bursts.takePart(2, [&] { sink->receive(); });
         };
         constexpr auto principal = Member::Part::principal;
-        RunCrew({{principal, send}, {principal, passOn}, {principal, receive}});
-        return sheet->Read();
+        runCrew({{principal, send}, {principal, passOn}, {principal, receive}});
+        return sheet->read();
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Scenario> MakeRelayHop() {
+std::unique_ptr<Scenario> makeRelayHop() {
     return std::make_unique<RelayHop>();
 }
 

@@ -11,24 +11,24 @@ constexpr unsigned servers = 37;
 
 class Ring : public Scenario {
 public:
-    std::string Name() const override { return "ring"; }
-    std::string About() const override { return "A message that goes once round many servers; counts the servers"; }
+    std::string name() const override { return "ring"; }
+    std::string about() const override { return "A message that goes once round many servers; counts the servers"; }
 
-    std::vector<Case> Cases(const Wishes& wishes) const override {
-        return Combine(Blocking(wishes), Pattern::chain, {Placement::both, Placement::one}, {64}, {servers});
+    std::vector<Case> cases(const Wishes& wishes) const override {
+        return combine(blocking(wishes), Pattern::chain, {Placement::both, Placement::one}, {64}, {servers});
     }
 
-    Figures Run(const Case& chosen, const Effort& effort) const override {
+    Figures run(const Case& chosen, const Effort& effort) const override {
         const auto goRound = [&](End& end, const ProcessorMeter& used, FigureSheet& sheet) {
             Sequence sequence(servers, chosen.payload);
             const auto lap = [&] {
-                SendNext(end, 0);
-                sequence.Follow(end.Receive());
+                sendNext(end, 0);
+                sequence.follow(end.receive());
             };
-            TimeLaps(effort, lap, used, sheet);
+            timeLaps(effort, lap, used, sheet);
         };
-        const auto passOn = [](End& end, unsigned) { end.Forward(); };
-        Figures figures = Converse(*chosen.peer, {Pattern::chain, servers, chosen.payload, chosen.placement, ""}, 0,
+        const auto passOn = [](End& end, unsigned) { end.forward(); };
+        Figures figures = converse(*chosen.peer, {Pattern::chain, servers, chosen.payload, chosen.placement, ""}, 0,
                                    goRound, passOn);
         figures["hop_ns"] = figures["median_ns"] / servers;
         return figures;
@@ -37,7 +37,7 @@ public:
 
 }  // namespace
 
-std::unique_ptr<Scenario> MakeRing() {
+std::unique_ptr<Scenario> makeRing() {
     return std::make_unique<Ring>();
 }
 

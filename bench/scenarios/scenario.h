@@ -31,18 +31,18 @@ public:
     virtual ~Scenario() = default;
 
     /// One word, for the command line and the results.
-    virtual std::string Name() const = 0;
+    virtual std::string name() const = 0;
 
     /// One line that says what is measured, and what the population counts.
-    virtual std::string About() const = 0;
+    virtual std::string about() const = 0;
 
-    virtual std::vector<Case> Cases(const Wishes& wishes) const = 0;
+    virtual std::vector<Case> cases(const Wishes& wishes) const = 0;
 
     /// How often each case is measured when the user wants `wished` times.
-    virtual unsigned Repeats(unsigned wished) const { return wished; }
+    virtual unsigned repeats(unsigned wished) const { return wished; }
 
     /// Measures a case once. Throws a Failure when a message was lost, doubled or overtaken.
-    virtual Figures Run(const Case& chosen, const Effort& effort) const = 0;
+    virtual Figures run(const Case& chosen, const Effort& effort) const = 0;
 };
 
 }  // namespace bench

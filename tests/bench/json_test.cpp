@@ -18,9 +18,9 @@ struct File {
     ~File() { std::remove(path.c_str()); }
 };
 
-std::string Text(const Record& record) {
+std::string text(const Record& record) {
     std::ostringstream text;
-    text << record.scenario << '|' << record.peer << '|' << NameOf(record.placement) << '|' << record.payload << '|'
+    text << record.scenario << '|' << record.peer << '|' << nameOf(record.placement) << '|' << record.payload << '|'
          << record.population;
     for (const auto& [name, spread] : record.spreads) {
         text << '|' << name << ' ' << spread.least << ' ' << spread.median << ' ' << spread.most;
@@ -33,18 +33,18 @@ std::string Text(const Record& record) {
 
 TEST(Json, WhatWasWrittenIsReadAgain) {
     const File file;
-    const Records written = {{"round-trip", "LinxIpc", Placement::apart, 64, 2, {{"median_ns", SpreadOf({3, 1, 2})}}},
+    const Records written = {{"round-trip", "LinxIpc", Placement::apart, 64, 2, {{"median_ns", spreadOf({3, 1, 2})}}},
                              {"fan-in",
                               "iceoryx, polling",
                               Placement::both,
                               60000,
                               16,
-                              {{"cpu_ns", SpreadOf({0.5})}, {"rate_per_s", SpreadOf({7})}}},
-                             {"ring", "bare memory", Placement::one, 0, 37, {{"hop_ns", SpreadOf({4, 6})}}}};
-    WriteJson(file.path, {}, written);
-    const Records read = ReadJson(file.path);
+                              {{"cpu_ns", spreadOf({0.5})}, {"rate_per_s", spreadOf({7})}}},
+                             {"ring", "bare memory", Placement::one, 0, 37, {{"hop_ns", spreadOf({4, 6})}}}};
+    writeJson(file.path, {}, written);
+    const Records read = readJson(file.path);
     ASSERT_EQ(written.size(), read.size());
-    for (std::size_t i = 0; i < written.size(); ++i) EXPECT_EQ(Text(written[i]), Text(read[i]));
+    for (std::size_t i = 0; i < written.size(); ++i) EXPECT_EQ(text(written[i]), text(read[i]));
 }
 
 TEST(Json, AnythingElseIsRefused) {
@@ -54,7 +54,7 @@ TEST(Json, AnythingElseIsRefused) {
           "{\"records\": [{\"scenario\": \"a\", \"peer\": \"b\", \"cores\": \"nine\", \"payload\": 1, \"count\": 1,"
           "\"figures\": {}}]}"}) {
         std::ofstream(file.path) << content;
-        EXPECT_THROW(ReadJson(file.path), Failure) << content;
+        EXPECT_THROW(readJson(file.path), Failure) << content;
     }
 }
 

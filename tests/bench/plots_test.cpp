@@ -15,14 +15,14 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-Record Taking(const std::string& peer, std::size_t payload, double nanoseconds) {
+Record taking(const std::string& peer, std::size_t payload, double nanoseconds) {
     return {"round-trip", peer, Placement::apart,
-            payload,      2,    {{"median_ns", SpreadOf({nanoseconds})}, {"p99_ns", SpreadOf({nanoseconds})}}};
+            payload,      2,    {{"median_ns", spreadOf({nanoseconds})}, {"p99_ns", spreadOf({nanoseconds})}}};
 }
 
 /// All that `expression` finds in the script of these records, each time its first group.
-std::vector<std::string> Found(const Records& records, const std::string& expression) {
-    const std::string script = PlotScript("somewhere", records);
+std::vector<std::string> found(const Records& records, const std::string& expression) {
+    const std::string script = plotScript("somewhere", records);
     const std::regex regex(expression);
     std::vector<std::string> found;
     for (std::sregex_iterator match(script.begin(), script.end(), regex), end; match != end; ++match) {
@@ -32,8 +32,8 @@ std::vector<std::string> Found(const Records& records, const std::string& expres
 }
 
 /// Titles in the order of the first plot's legend.
-std::vector<std::string> Legend(const Records& records) {
-    const std::vector<std::string> titles = Found(records, "lw [0-9.]+ title '([^']*)'");
+std::vector<std::string> legend(const Records& records) {
+    const std::vector<std::string> titles = found(records, "lw [0-9.]+ title '([^']*)'");
     std::vector<std::string> first;
     for (const std::string& title : titles) {
         if (!first.empty() && title == first.front()) break;
@@ -46,12 +46,12 @@ const std::vector<std::string> everybody = {linxIpcName,        bareMemoryName, 
                                             iceoryxPollingName, seqpacketName,  zeromqName,
                                             messageQueueName,   nngName,        dbusName};
 
-Records OfEverybody() {
+Records ofEverybody() {
     Records records;
     double nanoseconds = 1000;
     for (const std::string& peer : everybody) {
-        records.push_back(Taking(peer, 64, nanoseconds *= 2));
-        records.push_back(Taking(peer, 256, nanoseconds));
+        records.push_back(taking(peer, 64, nanoseconds *= 2));
+        records.push_back(taking(peer, 256, nanoseconds));
     }
     return records;
 }
@@ -59,8 +59,8 @@ Records OfEverybody() {
 }  // namespace
 
 TEST(Plots, EveryPeerHasAColourAndAShapeOfItsOwnTheSameInAllPlots) {
-    const auto styles = Found(OfEverybody(), "with linespoints (lc rgb '#[0-9A-F]{6}' pt [0-9]+)");
-    const auto titles = Found(OfEverybody(), "lw [0-9.]+ title '([^']*)'");
+    const auto styles = found(ofEverybody(), "with linespoints (lc rgb '#[0-9A-F]{6}' pt [0-9]+)");
+    const auto titles = found(ofEverybody(), "lw [0-9.]+ title '([^']*)'");
     ASSERT_EQ(2 * everybody.size(), styles.size());
     ASSERT_EQ(titles.size(), styles.size());
     std::map<std::string, std::string> peerOfColour, peerOfShape;
@@ -73,49 +73,49 @@ TEST(Plots, EveryPeerHasAColourAndAShapeOfItsOwnTheSameInAllPlots) {
 }
 
 TEST(Plots, APeerWithoutAColourIsRefused) {
-    EXPECT_THROW(PlotScript("somewhere", {Taking("somebody else", 64, 1)}), Failure);
+    EXPECT_THROW(plotScript("somewhere", {taking("somebody else", 64, 1)}), Failure);
 }
 
 TEST(Plots, TheLegendIsInTheOrderInWhichTheCurvesEnd) {
-    EXPECT_THAT(Legend({Taking(linxIpcName, 64, 900), Taking(linxIpcName, 256, 1000), Taking(nngName, 64, 1),
-                        Taking(nngName, 256, 3000), Taking(zeromqName, 64, 2), Taking(zeromqName, 256, 2000)}),
+    EXPECT_THAT(legend({taking(linxIpcName, 64, 900), taking(linxIpcName, 256, 1000), taking(nngName, 64, 1),
+                        taking(nngName, 256, 3000), taking(zeromqName, 64, 2), taking(zeromqName, 256, 2000)}),
                 ElementsAre(nngName, zeromqName, linxIpcName));
 }
 
 TEST(Plots, ACurveThatEndsEarlierIsNamedBeforeTheFirstThatIsLowerThere) {
-    EXPECT_THAT(Legend({Taking(messageQueueName, 64, 50), Taking(linxIpcName, 64, 10), Taking(linxIpcName, 256, 100),
-                        Taking(nngName, 64, 60), Taking(nngName, 256, 200)}),
+    EXPECT_THAT(legend({taking(messageQueueName, 64, 50), taking(linxIpcName, 64, 10), taking(linxIpcName, 256, 100),
+                        taking(nngName, 64, 60), taking(nngName, 256, 200)}),
                 ElementsAre(nngName, messageQueueName, linxIpcName));
 }
 
 TEST(Plots, TheAxesEndALittleBeyondWhatStandsOnThem) {
-    const Records records = {Taking(linxIpcName, 100, 2000), Taking(linxIpcName, 1000, 40000)};
-    EXPECT_EQ("[80:1250]", Found(records, "set xrange (.*)\n").front());
-    EXPECT_EQ("[1.6:50]", Found(records, "set yrange (.*)\n").front());
+    const Records records = {taking(linxIpcName, 100, 2000), taking(linxIpcName, 1000, 40000)};
+    EXPECT_EQ("[80:1250]", found(records, "set xrange (.*)\n").front());
+    EXPECT_EQ("[1.6:50]", found(records, "set yrange (.*)\n").front());
 }
 
 TEST(Plots, TicksStandAtTheMeasuredPlacesAndAtPowersOfTen) {
-    const Records records = {Taking(linxIpcName, 64, 700), Taking(linxIpcName, 60000, 15000),
-                             Taking(nngName, 256, 900)};
-    EXPECT_EQ("(64, 256, 60000)", Found(records, "set xtics (.*)\n").front());
-    const std::string up = Found(records, "set ytics (.*)\n").front();
+    const Records records = {taking(linxIpcName, 64, 700), taking(linxIpcName, 60000, 15000),
+                             taking(nngName, 256, 900)};
+    EXPECT_EQ("(64, 256, 60000)", found(records, "set xtics (.*)\n").front());
+    const std::string up = found(records, "set ytics (.*)\n").front();
     EXPECT_THAT(up, HasSubstr("\"1\" 1 0, \"\" 2 1, "));
     EXPECT_THAT(up, HasSubstr("\"10\" 10 0)"));
 }
 
 TEST(Plots, LargeNumbersAreToldInThousandsAndMillions) {
     Record record = {"stream", linxIpcName, Placement::apart, 64, 2, {}};
-    record.spreads = {{"rate_per_s", SpreadOf({5e3})}, {"cpu_ns", SpreadOf({1})}};
+    record.spreads = {{"rate_per_s", spreadOf({5e3})}, {"cpu_ns", spreadOf({1})}};
     Record faster = record;
     faster.payload = 128;
-    faster.spreads["rate_per_s"] = SpreadOf({5e6});
-    const std::string up = Found({record, faster}, "set ytics (.*)\n").front();
+    faster.spreads["rate_per_s"] = spreadOf({5e6});
+    const std::string up = found({record, faster}, "set ytics (.*)\n").front();
     for (const char* tick : {"\"10 k\" 10000 0", "\"100 k\" 100000 0", "\"1 M\" 1e+06 0"})
         EXPECT_THAT(up, HasSubstr(tick));
 }
 
 TEST(Plots, WhatWasNotMeasuredIsNotDrawn) {
-    EXPECT_EQ("", PlotScript("somewhere", {}));
+    EXPECT_EQ("", plotScript("somewhere", {}));
 }
 
 }  // namespace bench
