@@ -25,19 +25,19 @@ public:
     explicit Console(bool noColor);
 
     /// Time since the first line, who, what.
-    void Line(std::int64_t microseconds, e_Process who, const std::string& text);
+    void printLine(std::int64_t microseconds, e_Process who, const std::string& text);
 
     /// What was to happen and what did.
-    void Table(const std::vector<Row>& rows);
+    void printTable(const std::vector<Row>& rows);
 
     /// A line of plain text.
-    void Text(const std::string& text);
+    void printText(const std::string& text);
 
 private:
-    std::string Coloured(const char* colour, const std::string& text) const;
+    std::string coloured(const char* colour, const std::string& text) const;
 
-    bool colours;
-    std::int64_t start;
+    bool colours_;
+    std::int64_t start_;
 };
 
 }  // namespace demo

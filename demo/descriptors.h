@@ -14,12 +14,12 @@ public:
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
 
-    bool Valid() const { return ends[0] != -1; }
-    int ReadEnd() const { return ends[0]; }
-    int WriteEnd() const { return ends[1]; }
+    bool valid() const { return ends_[0] != -1; }
+    int readEnd() const { return ends_[0]; }
+    int writeEnd() const { return ends_[1]; }
 
 private:
-    int ends[2] = {-1, -1};
+    int ends_[2] = {-1, -1};
 };
 
 /// Signals that arrive by a descriptor instead of by surprise: blocked as long as this lives.
@@ -30,15 +30,15 @@ public:
     SignalDescriptor(const SignalDescriptor&) = delete;
     SignalDescriptor& operator=(const SignalDescriptor&) = delete;
 
-    bool Valid() const { return descriptor != -1; }
-    int Number() const { return descriptor; }
+    bool valid() const { return descriptor_ != -1; }
+    int number() const { return descriptor_; }
 
     /// The signal mask that was in force before.
-    const sigset_t& MaskBefore() const { return before; }
+    const sigset_t& maskBefore() const { return before_; }
 
 private:
-    sigset_t before{};
-    int descriptor;
+    sigset_t before_{};
+    int descriptor_;
 };
 
 }  // namespace demo

@@ -9,19 +9,19 @@ namespace demo {
 /// that everything started from here meets there.
 class Domain {
 public:
-    /// Makes the directory; `Path()` stays empty when that fails, with errno set.
+    /// Makes the directory; `path()` stays empty when that fails, with errno set.
     Domain();
-    ~Domain() { Remove(); }
+    ~Domain() { remove(); }
     Domain(const Domain&) = delete;
     Domain& operator=(const Domain&) = delete;
 
-    const std::string& Path() const { return path; }
+    const std::string& path() const { return path_; }
 
     /// Removes the directory and all that is in it. True when nothing is left, also when it was removed before.
-    bool Remove();
+    bool remove();
 
 private:
-    std::string path;
+    std::string path_;
 };
 
 }  // namespace demo

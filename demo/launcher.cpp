@@ -44,278 +44,281 @@ enum class Stage {
 class Launcher {
 public:
     explicit Launcher(const Options& options);
-    int Run();
+    int run();
 
 private:
-    bool Open();
-    void StartInRandomOrder();
-    void StartServer(e_Process server);
-    void Loop();
-    int MillisecondsLeft() const;
+    bool open();
+    void startInRandomOrder();
+    void startServer(e_Process server);
+    void loop();
+    int millisecondsLeft() const;
 
-    void TakeReports();
-    void TakeSignals();
-    void TakeMessages();
-    void TakeEnds();
-    void OnRestart(IpcMessage& message);
-    void Judge(const Processes::End& end);
+    void takeReports();
+    void takeSignals();
+    void takeMessages();
+    void takeEnds();
+    void onRestart(IpcMessage& message);
+    void judge(const Processes::End& end);
 
-    void Advance();
-    void BeginRound();
-    void KillGpsHal();
-    bool Recovered() const;
-    bool EnoughTicks() const;
-    void RequestShutdown();
-    void Press(Button button);
+    void advance();
+    void beginRound();
+    void killGpsHal();
+    bool recovered() const;
+    bool enoughTicks() const;
+    void requestShutdown();
+    void press(Button button);
 
-    void Say(const std::string& text) { console.Line(Microseconds(), launcher, text); }
-    void GiveUp(const std::string& reason);
-    int Finish();
+    void say(const std::string& text) { console_.printLine(microseconds(), launcher, text); }
+    void giveUp(const std::string& reason);
+    int finish();
 
-    const Options& options;
-    const std::int64_t deadline;
-    Console console;
-    Ledger ledger;
-    SignalDescriptor signals;  // blocks the signals, so it comes before everything that is to be cleaned up
-    Domain domain;
-    Pipe reports;
-    Pipe frontPanel;
-    Processes processes;
-    LinxIpc ipc;
+    const Options& options_;
+    const std::int64_t deadline_;
+    Console console_;
+    Ledger ledger_;
+    SignalDescriptor signals_;  // blocks the signals, so it comes before everything that is to be cleaned up
+    Domain domain_;
+    Pipe reports_;
+    Pipe frontPanel_;
+    Processes processes_;
+    LinxIpc ipc_;
 
-    Stage stage = Stage::hunting;
-    std::vector<e_Process> toStart;
-    bool allReady = false;
-    unsigned round = 0;
-    pid_t victim = 0;
-    std::string failure;
-    int interruptedBy = 0;
+    Stage stage_ = Stage::hunting;
+    std::vector<e_Process> toStart_;
+    bool allReady_ = false;
+    unsigned round_ = 0;
+    pid_t victim_ = 0;
+    std::string failure_;
+    int interruptedBy_ = 0;
 };
 
 Launcher::Launcher(const Options& chosen)
-    : options(chosen),
-      deadline(Microseconds() + std::int64_t{chosen.limit} * 1000000),
-      console(chosen.noColor),
-      signals({SIGINT, SIGTERM, SIGHUP, SIGCHLD}),
-      processes(options, reports.WriteEnd(), frontPanel.ReadEnd(), signals.MaskBefore()),
-      ipc(Name(launcher)) {
-    ipc.RegisterHandler(
-        m_AllReady, [](LinxIpc*, void* self) { static_cast<Launcher*>(self)->allReady = true; }, this);
-    ipc.RegisterHandler(
+    : options_(chosen),
+      deadline_(microseconds() + std::int64_t{chosen.limit} * 1000000),
+      console_(chosen.noColor),
+      signals_({SIGINT, SIGTERM, SIGHUP, SIGCHLD}),
+      processes_(options_, reports_.writeEnd(), frontPanel_.readEnd(), signals_.maskBefore()),
+      ipc_(nameOf(launcher)) {
+    ipc_.RegisterHandler(
+        m_AllReady, [](LinxIpc*, void* self) { static_cast<Launcher*>(self)->allReady_ = true; }, this);
+    ipc_.RegisterHandler(
         m_Restart,
-        [](LinxIpc* endpoint, void* self) { static_cast<Launcher*>(self)->OnRestart(endpoint->rxMessage); }, this);
+        [](LinxIpc* endpoint, void* self) { static_cast<Launcher*>(self)->onRestart(endpoint->rxMessage); }, this);
 }
 
-int Launcher::Run() {
-    if (Open()) {
-        StartInRandomOrder();
-        Loop();
+int Launcher::run() {
+    if (open()) {
+        startInRandomOrder();
+        loop();
     }
-    return Finish();
+    return finish();
 }
 
-bool Launcher::Open() {
-    if (domain.Path().empty()) {
-        GiveUp(std::string("cannot make a directory in /dev/shm: ") + std::strerror(errno));
+bool Launcher::open() {
+    if (domain_.path().empty()) {
+        giveUp(std::string("cannot make a directory in /dev/shm: ") + std::strerror(errno));
         return false;
     }
-    if (!signals.Valid() || !reports.Valid() || !frontPanel.Valid()) {
-        GiveUp("cannot open pipes");
+    if (!signals_.valid() || !reports_.valid() || !frontPanel_.valid()) {
+        giveUp("cannot open pipes");
         return false;
     }
-    if (const int error = ipc.Init(); error != 0) {
-        GiveUp(std::string("cannot open an endpoint: ") + std::strerror(error));
+    if (const int error = ipc_.Init(); error != 0) {
+        giveUp(std::string("cannot open an endpoint: ") + std::strerror(error));
         return false;
     }
-    Say("domain " + domain.Path() + ", seed " + std::to_string(options.seed) + ", rounds " +
-        std::to_string(options.rounds) + ", payload " + std::to_string(options.payload) + " bytes");
+    say("domain " + domain_.path() + ", seed " + std::to_string(options_.seed) + ", rounds " +
+        std::to_string(options_.rounds) + ", payload " + std::to_string(options_.payload) + " bytes");
     return true;
 }
 
 /// WatchdogMgr is never the first, and waits until one of those before it has hunted it in vain.
-void Launcher::StartInRandomOrder() {
-    std::mt19937_64 random(options.seed);
-    toStart.assign(roster.begin(), roster.end());
-    std::shuffle(toStart.begin(), toStart.end(), random);
-    if (toStart.front() == e_WatchdogMgr) std::swap(toStart.front(), toStart.back());
-    while (toStart.front() != e_WatchdogMgr) {
-        StartServer(toStart.front());
-        toStart.erase(toStart.begin());
+void Launcher::startInRandomOrder() {
+    std::mt19937_64 random(options_.seed);
+    toStart_.assign(roster.begin(), roster.end());
+    std::shuffle(toStart_.begin(), toStart_.end(), random);
+    if (toStart_.front() == e_WatchdogMgr) std::swap(toStart_.front(), toStart_.back());
+    while (toStart_.front() != e_WatchdogMgr) {
+        startServer(toStart_.front());
+        toStart_.erase(toStart_.begin());
     }
 }
 
-void Launcher::StartServer(e_Process server) {
-    const pid_t pid = processes.Start(server);
-    if (pid == -1) return GiveUp("cannot start " + Name(server) + ": " + std::strerror(errno));
-    Say("starts " + Name(server) + ", process " + std::to_string(pid));
+void Launcher::startServer(e_Process server) {
+    const pid_t pid = processes_.start(server);
+    if (pid == -1) return giveUp("cannot start " + nameOf(server) + ": " + std::strerror(errno));
+    say("starts " + nameOf(server) + ", process " + std::to_string(pid));
 }
 
-void Launcher::Loop() {
-    pollfd watched[] = {{reports.ReadEnd(), POLLIN, 0}, {signals.Number(), POLLIN, 0}, {ipc.Descriptor(), POLLIN, 0}};
-    while (stage != Stage::over && failure.empty() && interruptedBy == 0) {
-        const int left = MillisecondsLeft();
+void Launcher::loop() {
+    pollfd watched[] = {
+        {reports_.readEnd(), POLLIN, 0}, {signals_.number(), POLLIN, 0}, {ipc_.Descriptor(), POLLIN, 0}};
+    while (stage_ != Stage::over && failure_.empty() && interruptedBy_ == 0) {
+        const int left = millisecondsLeft();
         if (left == 0) {
-            return GiveUp("not finished within " + std::to_string(options.limit) +
+            return giveUp("not finished within " + std::to_string(options_.limit) +
                           " s; see the table for what is missing");
         }
-        if (poll(watched, 3, left) == -1 && errno != EINTR) return GiveUp(std::strerror(errno));
-        TakeReports();
-        if (watched[1].revents != 0) TakeSignals();
-        if (watched[2].revents != 0) TakeMessages();
-        Advance();
+        if (poll(watched, 3, left) == -1 && errno != EINTR) return giveUp(std::strerror(errno));
+        takeReports();
+        if (watched[1].revents != 0) takeSignals();
+        if (watched[2].revents != 0) takeMessages();
+        advance();
     }
 }
 
-int Launcher::MillisecondsLeft() const {
-    return static_cast<int>(std::max<std::int64_t>(deadline - Microseconds(), 0) / 1000);
+int Launcher::millisecondsLeft() const {
+    return static_cast<int>(std::max<std::int64_t>(deadline_ - microseconds(), 0) / 1000);
 }
 
-void Launcher::TakeReports() {
+void Launcher::takeReports() {
     Report report{};
-    while (read(reports.ReadEnd(), &report, sizeof report) == sizeof report) {
+    while (read(reports_.readEnd(), &report, sizeof report) == sizeof report) {
         const auto server = static_cast<e_Process>(report.server);
-        if (report.text[0] != '\0') console.Line(report.microseconds, server, report.text);
-        ledger.Note(server, report.fact, report.value);
-        if (report.fact == Fact::failed) GiveUp(Name(server) + " reports a failure");
+        if (report.text[0] != '\0') console_.printLine(report.microseconds, server, report.text);
+        ledger_.note(server, report.fact, report.value);
+        if (report.fact == Fact::failed) giveUp(nameOf(server) + " reports a failure");
     }
 }
 
-void Launcher::TakeSignals() {
+void Launcher::takeSignals() {
     signalfd_siginfo info{};
-    while (read(signals.Number(), &info, sizeof info) == sizeof info) {
-        if (info.ssi_signo != SIGCHLD) interruptedBy = static_cast<int>(info.ssi_signo);
+    while (read(signals_.number(), &info, sizeof info) == sizeof info) {
+        if (info.ssi_signo != SIGCHLD) interruptedBy_ = static_cast<int>(info.ssi_signo);
     }
-    TakeEnds();
+    takeEnds();
 }
 
-void Launcher::TakeMessages() {
-    const int result = ipc.Receive(0, 0, LinxIpc::emptyString, nullptr);
-    if (result != 0 && result != ETIMEDOUT) GiveUp("the launcher's Receive gave " + std::to_string(result));
+void Launcher::takeMessages() {
+    const int result = ipc_.Receive(0, 0, LinxIpc::emptyString, nullptr);
+    if (result != 0 && result != ETIMEDOUT) giveUp("the launcher's Receive gave " + std::to_string(result));
 }
 
-void Launcher::TakeEnds() {
-    while (const auto end = processes.Reap()) {
-        TakeReports();  // what it said last comes before its end
-        Judge(*end);
+void Launcher::takeEnds() {
+    while (const auto end = processes_.reap()) {
+        takeReports();  // what it said last comes before its end
+        judge(*end);
     }
 }
 
-void Launcher::Judge(const Processes::End& end) {
-    if (end.pid == victim) return;  // as it was meant to
-    ledger.Note(end.server, Fact::exited, static_cast<unsigned>(end.status));
+void Launcher::judge(const Processes::End& end) {
+    if (end.pid == victim_) return;  // as it was meant to
+    ledger_.note(end.server, Fact::exited, static_cast<unsigned>(end.status));
     const bool inOrder = end.status == 0;
     std::string how = "exit status " + std::to_string(WEXITSTATUS(end.status));
     if (WIFSIGNALED(end.status)) how = std::string("killed by ") + strsignal(WTERMSIG(end.status));
-    Say(Name(end.server) + " has ended, " + how);
-    if (!inOrder || stage != Stage::ending) GiveUp(Name(end.server) + " ended when it should not: " + how);
+    say(nameOf(end.server) + " has ended, " + how);
+    if (!inOrder || stage_ != Stage::ending) giveUp(nameOf(end.server) + " ended when it should not: " + how);
 }
 
-void Launcher::OnRestart(IpcMessage& message) {
-    const auto server = static_cast<e_Process>(Unpack<Died>(message).process);
-    const pid_t pid = processes.Start(server);
-    if (pid == -1) return GiveUp("cannot start " + Name(server) + ": " + std::strerror(errno));
-    ledger.Note(LinxServerNameList::Instance().Process(message.GetSender()), Fact::restarted,
-                static_cast<std::uint64_t>(pid));
-    Say("starts " + Name(server) + " again for " + message.GetSender() + ", process " + std::to_string(pid));
+void Launcher::onRestart(IpcMessage& message) {
+    const auto server = static_cast<e_Process>(unpack<Died>(message).process);
+    const pid_t pid = processes_.start(server);
+    if (pid == -1) return giveUp("cannot start " + nameOf(server) + ": " + std::strerror(errno));
+    ledger_.note(LinxServerNameList::Instance().Process(message.GetSender()), Fact::restarted,
+                 static_cast<std::uint64_t>(pid));
+    say("starts " + nameOf(server) + " again for " + message.GetSender() + ", process " + std::to_string(pid));
 }
 
-void Launcher::Advance() {
-    switch (stage) {
+void Launcher::advance() {
+    switch (stage_) {
         case Stage::hunting:
-            if (ledger.Count(Fact::huntedInVain) == 0) return;
-            for (const e_Process server : toStart) StartServer(server);
-            stage = Stage::joining;
+            if (ledger_.count(Fact::huntedInVain) == 0) return;
+            for (const e_Process server : toStart_) startServer(server);
+            stage_ = Stage::joining;
             return;
         case Stage::joining:
-            if (allReady) BeginRound();
+            if (allReady_) beginRound();
             return;
         case Stage::playing:
-            if (ledger.Count(Fact::connected) < round) return;
-            Press(b_Locate);
-            stage = Stage::locating;
+            if (ledger_.count(Fact::connected) < round_) return;
+            press(b_Locate);
+            stage_ = Stage::locating;
             return;
         case Stage::locating:
-            if (ledger.Count(Fact::fixAwaited) == round) KillGpsHal();
+            if (ledger_.count(Fact::fixAwaited) == round_) killGpsHal();
             return;
         case Stage::recovering:
-            if (!Recovered()) return;
-            if (round < options.rounds) return BeginRound();
-            stage = Stage::ticking;
+            if (!recovered()) return;
+            if (round_ < options_.rounds) return beginRound();
+            stage_ = Stage::ticking;
             return;
         case Stage::ticking:
-            if (EnoughTicks()) RequestShutdown();
+            if (enoughTicks()) requestShutdown();
             return;
         case Stage::ending:
-            if (processes.Empty()) stage = Stage::over;
+            if (processes_.empty()) stage_ = Stage::over;
             return;
         case Stage::over:
             return;
     }
 }
 
-void Launcher::BeginRound() {
-    ++round;
-    Say("round " + std::to_string(round) + ": presses Play");
-    Press(b_Play);
-    stage = Stage::playing;
+void Launcher::beginRound() {
+    ++round_;
+    say("round " + std::to_string(round_) + ": presses Play");
+    press(b_Play);
+    stage_ = Stage::playing;
 }
 
-void Launcher::KillGpsHal() {
-    victim = processes.Kill(e_GpsHal);
-    if (victim == -1) return GiveUp("there is no GpsHal to kill");
-    ledger.Note(launcher, Fact::killed, static_cast<std::uint64_t>(victim));
-    Say("kills GpsHal, process " + std::to_string(victim) + ", with SIGKILL");
-    stage = Stage::recovering;
+void Launcher::killGpsHal() {
+    victim_ = processes_.kill(e_GpsHal);
+    if (victim_ == -1) return giveUp("there is no GpsHal to kill");
+    ledger_.note(launcher, Fact::killed, static_cast<std::uint64_t>(victim_));
+    say("kills GpsHal, process " + std::to_string(victim_) + ", with SIGKILL");
+    stage_ = Stage::recovering;
 }
 
-bool Launcher::Recovered() const {
-    return ledger.Count(Fact::supervisorTold) == 2 * round && ledger.Count(Fact::requestCutShort) == round &&
-           ledger.Count(Fact::reached) == 2 * round;
+bool Launcher::recovered() const {
+    return ledger_.count(Fact::supervisorTold) == 2 * round_ && ledger_.count(Fact::requestCutShort) == round_ &&
+           ledger_.count(Fact::reached) == 2 * round_;
 }
 
-bool Launcher::EnoughTicks() const {
-    return ledger.Count(Fact::tickFired) >= ticksWanted && ledger.Count(Fact::tickSeen) >= ticksWanted;
+bool Launcher::enoughTicks() const {
+    return ledger_.count(Fact::tickFired) >= ticksWanted && ledger_.count(Fact::tickSeen) >= ticksWanted;
 }
 
-void Launcher::RequestShutdown() {
-    Say("asks WatchdogMgr to shut everything down");
+void Launcher::requestShutdown() {
+    say("asks WatchdogMgr to shut everything down");
     IpcMessage message;
     message.Allocate(m_Shutdown, 0, nullptr);
-    if (ipc.Notify(Name(e_WatchdogMgr), message, true) != 0) return GiveUp("cannot reach WatchdogMgr");
-    stage = Stage::ending;
+    if (ipc_.Notify(nameOf(e_WatchdogMgr), message, true) != 0) return giveUp("cannot reach WatchdogMgr");
+    stage_ = Stage::ending;
 }
 
-void Launcher::Press(Button button) {
-    if (write(frontPanel.WriteEnd(), &button, 1) != 1) GiveUp("cannot press a button");
+void Launcher::press(Button button) {
+    if (write(frontPanel_.writeEnd(), &button, 1) != 1) giveUp("cannot press a button");
 }
 
-void Launcher::GiveUp(const std::string& reason) {
-    if (failure.empty()) failure = reason;
+void Launcher::giveUp(const std::string& reason) {
+    if (failure_.empty()) failure_ = reason;
 }
 
 /// Ends what still runs, leaves nothing behind and says what happened.
-int Launcher::Finish() {
+int Launcher::finish() {
     Remains remains;
-    remains.processes = processes.KillAll();
-    remains.domainRemoved = domain.Remove();
-    if (interruptedBy != 0) {
-        console.Text("linx-demo: interrupted by " + std::string(strsignal(interruptedBy)) + "; all servers ended, " +
-                     (remains.domainRemoved ? "nothing left behind" : "files left in " + domain.Path()));
-        return 128 + interruptedBy;
+    remains.processes = processes_.killAll();
+    remains.domainRemoved = domain_.remove();
+    if (interruptedBy_ != 0) {
+        console_.printText("linx-demo: interrupted by " + std::string(strsignal(interruptedBy_)) +
+                           "; all servers ended, " +
+                           (remains.domainRemoved ? "nothing left behind" : "files left in " + domain_.path()));
+        return 128 + interruptedBy_;
     }
-    const std::vector<Row> rows = demo::Judge(ledger, options, remains);
-    console.Table(rows);
+    const std::vector<Row> rows = demo::judge(ledger_, options_, remains);
+    console_.printTable(rows);
     const bool all = std::all_of(rows.begin(), rows.end(), [](const Row& row) { return row.happened; });
-    if (!failure.empty()) console.Text("linx-demo: " + failure);
-    console.Text(all && failure.empty() ? "Everything happened that was to happen." : "Not everything happened.");
-    return all && failure.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
+    if (!failure_.empty()) console_.printText("linx-demo: " + failure_);
+    console_.printText(all && failure_.empty() ? "Everything happened that was to happen."
+                                               : "Not everything happened.");
+    return all && failure_.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 /// Seconds by which a launcher that is past its time limit may be late to end its servers on a busy machine.
 constexpr unsigned slowness = 10;
 
 /// The last resort, should the launcher itself be stuck; its servers die with it.
-void EndAtOnce(int) {
+void endAtOnce(int) {
     static constexpr char text[] = "linx-demo: the launcher is stuck and ends itself\n";
     [[maybe_unused]] const auto written = write(STDERR_FILENO, text, sizeof text - 1);
     _exit(EXIT_FAILURE);
@@ -323,18 +326,19 @@ void EndAtOnce(int) {
 
 }  // namespace
 
-int Launch(const Options& options) {
+int launch(const Options& options) {
     signal(SIGPIPE, SIG_IGN);  // a reader that has seen enough is no reason to leave things behind
-    signal(SIGALRM, EndAtOnce);
+    signal(SIGALRM, endAtOnce);
     alarm(options.limit + slowness);
     setenv("LINX_LOG", "syslog", 0);  // the terminal is for the demonstration
-    return Launcher(options).Run();
+    return Launcher(options).run();
 }
 
-void ListCapabilities(const Options& options) {
+void listCapabilities(const Options& options) {
     Console console(options.noColor);
-    for (const Row& row : Judge(Ledger(), options, Remains())) {
-        console.Text(row.what + std::string(row.what.size() < 40 ? 40 - row.what.size() : 1, ' ') + row.expected);
+    for (const Row& row : judge(Ledger(), options, Remains())) {
+        console.printText(row.what + std::string(row.what.size() < 40 ? 40 - row.what.size() : 1, ' ') +
+                          row.expected);
     }
 }
 

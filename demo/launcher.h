@@ -7,10 +7,10 @@ namespace demo {
 
 /// Runs the demonstration. The exit status of the program: 0 when everything happened that was to happen, 128 and
 /// the signal's number when it was interrupted, else 1.
-int Launch(const Options& options);
+int launch(const Options& options);
 
 /// Shows what the demonstration would show.
-void ListCapabilities(const Options& options);
+void listCapabilities(const Options& options);
 
 }  // namespace demo
 

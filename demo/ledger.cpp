@@ -6,26 +6,26 @@
 
 namespace demo {
 
-std::vector<std::uint64_t> Ledger::Values(Fact fact) const {
+std::vector<std::uint64_t> Ledger::values(Fact fact) const {
     std::vector<std::uint64_t> values;
-    for (const Entry& entry : entries) {
+    for (const Entry& entry : entries_) {
         if (entry.fact == fact) values.push_back(entry.value);
     }
     return values;
 }
 
-std::vector<std::uint64_t> Ledger::Values(Fact fact, e_Process server) const {
+std::vector<std::uint64_t> Ledger::values(Fact fact, e_Process server) const {
     std::vector<std::uint64_t> values;
-    for (const Entry& entry : entries) {
+    for (const Entry& entry : entries_) {
         if (entry.fact == fact && entry.server == server) values.push_back(entry.value);
     }
     return values;
 }
 
-std::string Ledger::Witnesses(Fact fact) const {
+std::string Ledger::witnesses(Fact fact) const {
     std::set<std::string> names;
-    for (const Entry& entry : entries) {
-        if (entry.fact == fact) names.insert(Name(entry.server));
+    for (const Entry& entry : entries_) {
+        if (entry.fact == fact) names.insert(nameOf(entry.server));
     }
     if (names.empty()) return "nobody";
     if (names.size() > 2) return std::to_string(names.size()) + " servers";

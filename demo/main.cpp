@@ -7,13 +7,13 @@
 
 namespace {
 
-std::uint64_t RandomSeed() {
+std::uint64_t randomSeed() {
     return std::random_device()() % 1000000U;
 }
 
-int Demonstrate(const demo::Options& options, bool list) {
-    if (!list) return demo::Launch(options);
-    demo::ListCapabilities(options);
+int demonstrate(const demo::Options& options, bool list) {
+    if (!list) return demo::launch(options);
+    demo::listCapabilities(options);
     return 0;
 }
 
@@ -21,7 +21,7 @@ int Demonstrate(const demo::Options& options, bool list) {
 
 int main(int argc, char** argv) {
     demo::Options options;
-    options.seed = RandomSeed();
+    options.seed = randomSeed();
     bool list = false;
     CLI::App app{"Nine servers of a device on one machine: shows what endpoints can do, and that it happened."};
     app.add_option("--rounds", options.rounds, "how often the stream runs and a server is killed, 1 to 10")
@@ -52,5 +52,5 @@ int main(int argc, char** argv) {
     serve->add_option("--limit", wiring.limit)->required();
 
     CLI11_PARSE(app, argc, argv);
-    return serve->parsed() ? demo::RunServer(name, wiring) : Demonstrate(options, list);
+    return serve->parsed() ? demo::runServer(name, wiring) : demonstrate(options, list);
 }

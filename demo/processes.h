@@ -20,18 +20,18 @@ public:
     Processes(const Options& chosen, int reportsEnd, int frontPanelEnd, const sigset_t& startMask);
 
     /// Kills and reaps those that are left.
-    ~Processes() { KillAll(); }
+    ~Processes() { killAll(); }
     Processes(const Processes&) = delete;
     Processes& operator=(const Processes&) = delete;
 
     /// Starts a server. Its pid, or -1 with errno.
-    pid_t Start(e_Process server);
+    pid_t start(e_Process server);
 
     /// Kills the process of a server with SIGKILL. Its pid, or -1 when it is not there.
-    pid_t Kill(e_Process server);
+    pid_t kill(e_Process server);
 
     /// Kills and reaps all that run. How many there were.
-    std::size_t KillAll();
+    std::size_t killAll();
 
     /// A process that has ended.
     struct End {
@@ -41,18 +41,18 @@ public:
     };
 
     /// The next one that has ended, if any; it does not wait.
-    std::optional<End> Reap();
+    std::optional<End> reap();
 
-    bool Empty() const { return running.empty(); }
+    bool empty() const { return running_.empty(); }
 
 private:
-    [[noreturn]] void Become(e_Process server, pid_t parent) const;
+    [[noreturn]] void become(e_Process server, pid_t parent) const;
 
-    const Options& options;
-    int reports;
-    int frontPanel;
-    sigset_t mask;
-    std::map<pid_t, e_Process> running;
+    const Options& options_;
+    int reports_;
+    int frontPanel_;
+    sigset_t mask_;
+    std::map<pid_t, e_Process> running_;
 };
 
 }  // namespace demo

@@ -8,15 +8,15 @@
 
 namespace demo {
 
-std::int64_t Microseconds() {
+std::int64_t microseconds() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return std::int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
-Report MakeReport(e_Process server, Fact fact, std::uint64_t value, const std::string& text) {
+Report makeReport(e_Process server, Fact fact, std::uint64_t value, const std::string& text) {
     Report report{};
-    report.microseconds = Microseconds();
+    report.microseconds = microseconds();
     report.server = server;
     report.fact = fact;
     report.value = value;
@@ -24,9 +24,9 @@ Report MakeReport(e_Process server, Fact fact, std::uint64_t value, const std::s
     return report;
 }
 
-void Reporter::Note(Fact fact, std::uint64_t value, const std::string& text) {
-    const Report report = MakeReport(self, fact, value, text);
-    while (write(pipe, &report, sizeof report) == -1 && errno == EINTR) {
+void Reporter::note(Fact fact, std::uint64_t value, const std::string& text) {
+    const Report report = makeReport(self_, fact, value, text);
+    while (write(pipe_, &report, sizeof report) == -1 && errno == EINTR) {
     }
 }
 

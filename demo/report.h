@@ -47,29 +47,29 @@ struct Report {
 static_assert(sizeof(Report) == 256 && sizeof(Report) <= PIPE_BUF, "a report is written in one piece");
 
 /// The monotonic clock, the same in all processes.
-std::int64_t Microseconds();
+std::int64_t microseconds();
 
 /// One line or fact, stamped with the time.
-Report MakeReport(e_Process server, Fact fact, std::uint64_t value, const std::string& text);
+Report makeReport(e_Process server, Fact fact, std::uint64_t value, const std::string& text);
 
 /// A server's way to the launcher. For one thread.
 class Reporter {
 public:
     /// The pipe stays the caller's.
-    Reporter(int writeEnd, e_Process server) : pipe(writeEnd), self(server) {}
+    Reporter(int writeEnd, e_Process server) : pipe_(writeEnd), self_(server) {}
 
     /// A line for the reader.
-    void Say(const std::string& text) { Note(Fact::none, 0, text); }
+    void say(const std::string& text) { note(Fact::none, 0, text); }
 
     /// Something that the verdict needs, with or without a line.
-    void Note(Fact fact, std::uint64_t value, const std::string& text = {});
+    void note(Fact fact, std::uint64_t value, const std::string& text = {});
 
     /// Something went wrong: the launcher ends the demonstration.
-    void Fail(const std::string& text) { Note(Fact::failed, 0, text); }
+    void fail(const std::string& text) { note(Fact::failed, 0, text); }
 
 private:
-    int pipe;
-    e_Process self;
+    int pipe_;
+    e_Process self_;
 };
 
 }  // namespace demo

@@ -16,7 +16,7 @@ constexpr std::array<e_Process, 9> roster = {e_WatchdogMgr, e_ConfigMgr, e_State
 constexpr e_Process launcher = e_TestCycle;
 
 /// The endpoint name of a server.
-inline const std::string& Name(e_Process server) {
+inline const std::string& nameOf(e_Process server) {
     return LinxServerNameList::Instance().Name(server);
 }
 

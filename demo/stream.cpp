@@ -4,25 +4,25 @@
 
 namespace demo {
 
-void Checksum::Add(const char* bytes, std::size_t count) {
+void Checksum::add(const char* bytes, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
-        value ^= static_cast<unsigned char>(bytes[i]);
-        value *= 0x100000001b3U;
+        value_ ^= static_cast<unsigned char>(bytes[i]);
+        value_ *= 0x100000001b3U;
     }
 }
 
-std::vector<char> StreamContent(std::uint64_t seed, std::uint32_t round, std::uint32_t payload) {
+std::vector<char> streamContent(std::uint64_t seed, std::uint32_t round, std::uint32_t payload) {
     std::mt19937_64 numbers(seed + round);
     std::vector<char> content(payload);
     for (char& byte : content) byte = static_cast<char>(numbers() & 0xffU);
     return content;
 }
 
-std::uint64_t StreamChecksum(std::uint64_t seed, std::uint32_t round, std::uint32_t payload) {
-    const std::vector<char> content = StreamContent(seed, round, payload);
+std::uint64_t streamChecksum(std::uint64_t seed, std::uint32_t round, std::uint32_t payload) {
+    const std::vector<char> content = streamContent(seed, round, payload);
     Checksum sum;
-    sum.Add(content.data(), content.size());
-    return sum.Value();
+    sum.add(content.data(), content.size());
+    return sum.value();
 }
 
 }  // namespace demo

@@ -19,7 +19,7 @@ struct Remains {
 };
 
 /// What was to happen, what did and who saw it, one row a capability.
-std::vector<Row> Judge(const Ledger& ledger, const Options& options, const Remains& remains);
+std::vector<Row> judge(const Ledger& ledger, const Options& options, const Remains& remains);
 
 }  // namespace demo
 

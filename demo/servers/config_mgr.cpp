@@ -14,21 +14,21 @@ public:
         config.fixTime = wiring.limit * 2000;
         config.answerTime = static_cast<std::uint32_t>(patience);
         config.ticksPerConnect = 3;
-        On<&ConfigMgr::OnConfigRequest>(m_ConfigRequest, this);
+        on<&ConfigMgr::onConfigRequest>(m_ConfigRequest, this);
     }
 
 private:
-    void Start() override { Tell(e_WatchdogMgr, m_Ready); }
+    void start() override { tell(e_WatchdogMgr, m_Ready); }
 
-    void OnConfigRequest(IpcMessage& message) {
-        Tell(message.GetSender(), m_ConfigReply, config);
-        report.Note(Fact::configGiven, 0);
+    void onConfigRequest(IpcMessage& message) {
+        tell(message.GetSender(), m_ConfigReply, config);
+        report.note(Fact::configGiven, 0);
     }
 };
 
 }  // namespace
 
-std::unique_ptr<Server> MakeConfigMgr(const Wiring& wiring) {
+std::unique_ptr<Server> makeConfigMgr(const Wiring& wiring) {
     return std::make_unique<ConfigMgr>(wiring);
 }
 

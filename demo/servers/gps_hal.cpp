@@ -11,30 +11,30 @@ namespace {
 class GpsHal : public Server {
 public:
     explicit GpsHal(const Wiring& wiring) : Server(e_GpsHal, wiring) {
-        On<&GpsHal::OnPositionRequest>(m_PositionRequest, this);
-        On<&GpsHal::OnFixRequest>(m_FixRequest, this);
-        On<&GpsHal::OnFixDue>(m_FixReply, this);
+        on<&GpsHal::onPositionRequest>(m_PositionRequest, this);
+        on<&GpsHal::onFixRequest>(m_FixRequest, this);
+        on<&GpsHal::onFixDue>(m_FixReply, this);
     }
 
 private:
-    static Position Here() { return {getpid(), 48137154, 11576124}; }
+    static Position here() { return {getpid(), 48137154, 11576124}; }
 
-    void OnPositionRequest(IpcMessage& message) { Tell(message.GetSender(), m_PositionReply, Here()); }
+    void onPositionRequest(IpcMessage& message) { tell(message.GetSender(), m_PositionReply, here()); }
 
-    void OnFixRequest(IpcMessage& message) {
-        client = message.GetSender();
+    void onFixRequest(IpcMessage& message) {
+        client_ = message.GetSender();
         ipc.EnableTimer(static_cast<int>(config.fixTime), m_FixReply);
-        report.Note(Fact::fixAwaited, 0, "looks for satellites; " + client + " waits for its answer");
+        report.note(Fact::fixAwaited, 0, "looks for satellites; " + client_ + " waits for its answer");
     }
 
-    void OnFixDue(IpcMessage&) { Tell(client, m_FixReply, Here()); }
+    void onFixDue(IpcMessage&) { tell(client_, m_FixReply, here()); }
 
-    std::string client;
+    std::string client_;
 };
 
 }  // namespace
 
-std::unique_ptr<Server> MakeGpsHal(const Wiring& wiring) {
+std::unique_ptr<Server> makeGpsHal(const Wiring& wiring) {
     return std::make_unique<GpsHal>(wiring);
 }
 

@@ -9,52 +9,52 @@ namespace {
 class PlaybackMgr : public Server {
 public:
     explicit PlaybackMgr(const Wiring& wiring) : Server(e_PlaybackMgr, wiring) {
-        On<&PlaybackMgr::OnStreamChunk>(m_StreamChunk, this);
+        on<&PlaybackMgr::onStreamChunk>(m_StreamChunk, this);
     }
 
 private:
-    void OnStreamChunk(IpcMessage& message) {
-        const auto head = Unpack<StreamChunk>(message);
-        if (head.sequence == 0) Begin(head);
-        if (!Fits(head, message)) {
-            return report.Fail("chunk " + std::to_string(head.sequence) + " is not the one that was due");
+    void onStreamChunk(IpcMessage& message) {
+        const auto head = unpack<StreamChunk>(message);
+        if (head.sequence == 0) begin(head);
+        if (!fits(head, message)) {
+            return report.fail("chunk " + std::to_string(head.sequence) + " is not the one that was due");
         }
-        sum.Add(message.DataPtr() + sizeof head, head.bytes);
-        bytes += head.bytes;
-        ++due;
-        if (due == head.count) End(head);
+        sum_.add(message.DataPtr() + sizeof head, head.bytes);
+        bytes_ += head.bytes;
+        ++due_;
+        if (due_ == head.count) end(head);
     }
 
-    void Begin(const StreamChunk& head) {
-        round = head.round;
-        due = 0;
-        bytes = 0;
-        sum = Checksum();
+    void begin(const StreamChunk& head) {
+        round_ = head.round;
+        due_ = 0;
+        bytes_ = 0;
+        sum_ = Checksum();
     }
 
-    bool Fits(const StreamChunk& head, const IpcMessage& message) const {
-        return head.round == round && head.sequence == due && message.Length() == sizeof head + head.bytes &&
-               head.relayedBy == e_StreamMgr && message.GetSender() == Name(e_StreamMgr);
+    bool fits(const StreamChunk& head, const IpcMessage& message) const {
+        return head.round == round_ && head.sequence == due_ && message.Length() == sizeof head + head.bytes &&
+               head.relayedBy == e_StreamMgr && message.GetSender() == nameOf(e_StreamMgr);
     }
 
-    void End(const StreamChunk& head) {
-        if (sum.Value() != head.checksum || bytes != config.payload) {
-            return report.Fail("the stream did not arrive as it was sent");
+    void end(const StreamChunk& head) {
+        if (sum_.value() != head.checksum || bytes_ != config.payload) {
+            return report.fail("the stream did not arrive as it was sent");
         }
-        report.Note(Fact::streamPlayed, sum.Value(),
-                    "has " + std::to_string(bytes) + " bytes in order, checksum right");
-        Tell(e_ConnectionMgr, m_StreamPlayed, StreamPlayed{round, bytes, sum.Value()});
+        report.note(Fact::streamPlayed, sum_.value(),
+                    "has " + std::to_string(bytes_) + " bytes in order, checksum right");
+        tell(e_ConnectionMgr, m_StreamPlayed, StreamPlayed{round_, bytes_, sum_.value()});
     }
 
-    std::uint32_t round = 0;
-    std::uint32_t due = 0;  // sequence number of the next chunk
-    std::uint32_t bytes = 0;
-    Checksum sum;
+    std::uint32_t round_ = 0;
+    std::uint32_t due_ = 0;  // sequence number of the next chunk
+    std::uint32_t bytes_ = 0;
+    Checksum sum_;
 };
 
 }  // namespace
 
-std::unique_ptr<Server> MakePlaybackMgr(const Wiring& wiring) {
+std::unique_ptr<Server> makePlaybackMgr(const Wiring& wiring) {
     return std::make_unique<PlaybackMgr>(wiring);
 }
 

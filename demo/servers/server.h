@@ -29,27 +29,27 @@ public:
     virtual ~Server() = default;
 
     /// Serves until the shutdown request. The exit status of the process.
-    int Run();
+    int run();
 
 protected:
     /// Tells WatchdogMgr that this server is here, as soon as WatchdogMgr is. 0, or the result of a failed receive.
-    virtual int Join();
+    virtual int join();
 
-    /// WatchdogMgr says that everybody is here: asks for the configuration and calls `Prepare`.
-    virtual void Start();
+    /// WatchdogMgr says that everybody is here: asks for the configuration and calls `prepare`.
+    virtual void start();
 
     /// What is left to do before this server serves: arm timers, supervise peers.
-    virtual void Prepare() {}
+    virtual void prepare() {}
 
     /// A server that had died answers again.
-    virtual void PeerBack(const demo::PeerBack&) {}
+    virtual void peerBack(const demo::PeerBack&) {}
 
     /// Receives and dispatches until something ends it. The result of the last receive.
-    virtual int Serve();
+    virtual int serve();
 
     /// Has the member function `handler` of `self` called for messages of the type `number`.
     template <auto handler, class Self>
-    void On(unsigned number, Self* self) {
+    void on(unsigned number, Self* self) {
         ipc.RegisterHandler(
             number,
             [](LinxIpc* endpoint, void* object) { (static_cast<Self*>(object)->*handler)(endpoint->rxMessage); },
@@ -58,19 +58,19 @@ protected:
 
     /// Sends `body` to a server or to whoever is called `destination`; a failure ends the demonstration.
     template <class Body>
-    void Tell(const std::string& destination, unsigned number, const Body& body) {
+    void tell(const std::string& destination, unsigned number, const Body& body) {
         IpcMessage message;
-        Pack(message, number, body);
-        Deliver(destination, message);
+        pack(message, number, body);
+        deliver(destination, message);
     }
     template <class Body>
-    void Tell(e_Process server, unsigned number, const Body& body) {
-        Tell(Name(server), number, body);
+    void tell(e_Process server, unsigned number, const Body& body) {
+        tell(nameOf(server), number, body);
     }
-    void Tell(e_Process server, unsigned number);
+    void tell(e_Process server, unsigned number);
 
     /// Asks GpsHal for its last position. False when there was no answer.
-    bool AskPosition(Position& position);
+    bool askPosition(Position& position);
 
     LinxIpc ipc;
     Reporter report;
@@ -78,11 +78,11 @@ protected:
     const int patience;  // milliseconds for an answer; less than the launcher's, who is then told who waited in vain
 
 private:
-    void OnStart(IpcMessage&);
-    void OnPeerBack(IpcMessage& message);
-    void OnProcessDied(IpcMessage& message);
-    bool AskConfig();
-    void Deliver(const std::string& destination, IpcMessage& message);
+    void onStart(IpcMessage&);
+    void onPeerBack(IpcMessage& message);
+    void onProcessDied(IpcMessage& message);
+    bool askConfig();
+    void deliver(const std::string& destination, IpcMessage& message);
 };
 
 }  // namespace demo

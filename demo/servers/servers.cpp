@@ -4,26 +4,26 @@ namespace demo {
 
 namespace {
 
-std::unique_ptr<Server> MakeServer(e_Process server, const Wiring& wiring) {
+std::unique_ptr<Server> makeServer(e_Process server, const Wiring& wiring) {
     switch (server) {
         case e_ConfigMgr:
-            return MakeConfigMgr(wiring);
+            return makeConfigMgr(wiring);
         case e_ConnectionMgr:
-            return MakeConnectionMgr(wiring);
+            return makeConnectionMgr(wiring);
         case e_GpsHal:
-            return MakeGpsHal(wiring);
+            return makeGpsHal(wiring);
         case e_PlaybackMgr:
-            return MakePlaybackMgr(wiring);
+            return makePlaybackMgr(wiring);
         case e_StateMgr:
-            return MakeStateMgr(wiring);
+            return makeStateMgr(wiring);
         case e_StreamMgr:
-            return MakeStreamMgr(wiring);
+            return makeStreamMgr(wiring);
         case e_SysTickHal:
-            return MakeSysTickHal(wiring);
+            return makeSysTickHal(wiring);
         case e_UiMgr:
-            return MakeUiMgr(wiring);
+            return makeUiMgr(wiring);
         case e_WatchdogMgr:
-            return MakeWatchdogMgr(wiring);
+            return makeWatchdogMgr(wiring);
         default:
             return nullptr;
     }
@@ -31,9 +31,9 @@ std::unique_ptr<Server> MakeServer(e_Process server, const Wiring& wiring) {
 
 }  // namespace
 
-int RunServer(const std::string& name, const Wiring& wiring) {
-    const auto server = MakeServer(LinxServerNameList::Instance().Process(name), wiring);
-    return server == nullptr ? 2 : server->Run();
+int runServer(const std::string& name, const Wiring& wiring) {
+    const auto server = makeServer(LinxServerNameList::Instance().Process(name), wiring);
+    return server == nullptr ? 2 : server->run();
 }
 
 }  // namespace demo

@@ -7,18 +7,18 @@
 
 namespace demo {
 
-std::unique_ptr<Server> MakeConfigMgr(const Wiring& wiring);
-std::unique_ptr<Server> MakeConnectionMgr(const Wiring& wiring);
-std::unique_ptr<Server> MakeGpsHal(const Wiring& wiring);
-std::unique_ptr<Server> MakePlaybackMgr(const Wiring& wiring);
-std::unique_ptr<Server> MakeStateMgr(const Wiring& wiring);
-std::unique_ptr<Server> MakeStreamMgr(const Wiring& wiring);
-std::unique_ptr<Server> MakeSysTickHal(const Wiring& wiring);
-std::unique_ptr<Server> MakeUiMgr(const Wiring& wiring);
-std::unique_ptr<Server> MakeWatchdogMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeConfigMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeConnectionMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeGpsHal(const Wiring& wiring);
+std::unique_ptr<Server> makePlaybackMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeStateMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeStreamMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeSysTickHal(const Wiring& wiring);
+std::unique_ptr<Server> makeUiMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeWatchdogMgr(const Wiring& wiring);
 
 /// Runs the server of that name until it ends. The exit status of the process; 2 when there is no such server.
-int RunServer(const std::string& name, const Wiring& wiring);
+int runServer(const std::string& name, const Wiring& wiring);
 
 }  // namespace demo
 

@@ -10,23 +10,23 @@ namespace {
 class StreamMgr : public Server {
 public:
     explicit StreamMgr(const Wiring& wiring) : Server(e_StreamMgr, wiring) {
-        ipc.RegisterRelayHandler(m_StreamChunk, &StreamMgr::OnStreamChunk, this);
+        ipc.RegisterRelayHandler(m_StreamChunk, &StreamMgr::onStreamChunk, this);
     }
 
 private:
-    static void OnStreamChunk(LinxIpc* endpoint, void* self) {
-        static_cast<StreamMgr*>(self)->PassOn(endpoint->relayMessage);
+    static void onStreamChunk(LinxIpc* endpoint, void* self) {
+        static_cast<StreamMgr*>(self)->passOn(endpoint->relayMessage);
     }
 
-    void PassOn(RelayMessage& chunk) {
-        const auto head = Unpack<StreamChunk>(chunk);
+    void passOn(RelayMessage& chunk) {
+        const auto head = unpack<StreamChunk>(chunk);
         const std::int32_t mark = e_StreamMgr;
         std::memcpy(chunk.DataPtr() + offsetof(StreamChunk, relayedBy), &mark, sizeof mark);
-        const int result = ipc.Relay(chunk, Name(e_PlaybackMgr));
-        if (result != 0) return report.Fail("cannot relay: " + std::to_string(result));
-        report.Note(Fact::chunkRelayed, head.sequence);
+        const int result = ipc.Relay(chunk, nameOf(e_PlaybackMgr));
+        if (result != 0) return report.fail("cannot relay: " + std::to_string(result));
+        report.note(Fact::chunkRelayed, head.sequence);
         if (head.sequence + 1 == head.count) {
-            report.Say("relayed " + std::to_string(head.count) + " signals from " + chunk.GetSender() +
+            report.say("relayed " + std::to_string(head.count) + " signals from " + chunk.GetSender() +
                        " to PlaybackMgr, no byte copied");
         }
     }
@@ -34,7 +34,7 @@ private:
 
 }  // namespace
 
-std::unique_ptr<Server> MakeStreamMgr(const Wiring& wiring) {
+std::unique_ptr<Server> makeStreamMgr(const Wiring& wiring) {
     return std::make_unique<StreamMgr>(wiring);
 }
 

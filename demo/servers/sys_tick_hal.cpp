@@ -8,39 +8,39 @@ namespace {
 class SysTickHal : public Server {
 public:
     explicit SysTickHal(const Wiring& wiring) : Server(e_SysTickHal, wiring) {
-        On<&SysTickHal::OnTickDue>(m_TickDue, this);
+        on<&SysTickHal::onTickDue>(m_TickDue, this);
     }
 
 private:
-    void Prepare() override { Arm(); }
+    void prepare() override { arm(); }
 
-    void Arm() {
+    void arm() {
         if (const int result = ipc.EnableTimer(static_cast<int>(config.tickPeriod), m_TickDue); result != 0) {
-            report.Fail("cannot arm its timer: " + std::to_string(result));
+            report.fail("cannot arm its timer: " + std::to_string(result));
         }
     }
 
-    void OnTickDue(IpcMessage&) {
-        Arm();
-        ++ticks;
-        report.Note(Fact::tickFired, ticks, ticks % 5 == 0 ? "tick " + std::to_string(ticks) : "");
-        SendTick(e_UiMgr);
-        SendTick(e_ConnectionMgr);
+    void onTickDue(IpcMessage&) {
+        arm();
+        ++ticks_;
+        report.note(Fact::tickFired, ticks_, ticks_ % 5 == 0 ? "tick " + std::to_string(ticks_) : "");
+        sendTick(e_UiMgr);
+        sendTick(e_ConnectionMgr);
     }
 
     /// A listener may have shut down already: that a tick misses it is no failure.
-    void SendTick(e_Process listener) {
+    void sendTick(e_Process listener) {
         IpcMessage message;
-        Pack(message, m_Tick, Tick{ticks});
-        ipc.Notify(Name(listener), message, false);
+        pack(message, m_Tick, Tick{ticks_});
+        ipc.Notify(nameOf(listener), message, false);
     }
 
-    std::uint32_t ticks = 0;
+    std::uint32_t ticks_ = 0;
 };
 
 }  // namespace
 
-std::unique_ptr<Server> MakeSysTickHal(const Wiring& wiring) {
+std::unique_ptr<Server> makeSysTickHal(const Wiring& wiring) {
     return std::make_unique<SysTickHal>(wiring);
 }
 

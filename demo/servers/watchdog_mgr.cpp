@@ -15,81 +15,81 @@ constexpr int turn = 500;  // milliseconds between two signs of life to its own 
 class WatchdogMgr : public Server {
 public:
     explicit WatchdogMgr(const Wiring& wiring) : Server(e_WatchdogMgr, wiring) {
-        On<&WatchdogMgr::OnHello>(m_Hello, this);
-        On<&WatchdogMgr::OnReady>(m_Ready, this);
-        On<&WatchdogMgr::OnPeerEnded>(m_PeerEnded, this);
-        ipc.RegisterShutdown([](LinxIpc*, void* self) { static_cast<WatchdogMgr*>(self)->ShutDown(); }, this);
+        on<&WatchdogMgr::onHello>(m_Hello, this);
+        on<&WatchdogMgr::onReady>(m_Ready, this);
+        on<&WatchdogMgr::onPeerEnded>(m_PeerEnded, this);
+        ipc.RegisterShutdown([](LinxIpc*, void* self) { static_cast<WatchdogMgr*>(self)->shutDown(); }, this);
     }
 
 private:
     static constexpr std::size_t others = roster.size() - 1;
 
-    int Join() override { return 0; }
+    int join() override { return 0; }
 
-    int Serve() override {
+    int serve() override {
         Watchdog watchdog;
         int result = 0;
         while (result == 0) result = ipc.Receive(watchdog, turn);
         return result;
     }
 
-    void OnHello(IpcMessage& message) {
+    void onHello(IpcMessage& message) {
         const std::string who = message.GetSender();
         const e_Process server = LinxServerNameList::Instance().Process(who);
-        pids[server] = Unpack<Hello>(message).pid;
-        report.Note(Fact::announced, static_cast<unsigned>(pids[server]),
-                    who + " announces itself, process " + std::to_string(pids[server]));
+        pids_[server] = unpack<Hello>(message).pid;
+        report.note(Fact::announced, static_cast<unsigned>(pids_[server]),
+                    who + " announces itself, process " + std::to_string(pids_[server]));
         if (const int result = ipc.Attach(who.c_str(), m_PeerEnded); result != 0) {
-            report.Fail("cannot supervise " + who + ": " + std::to_string(result));
+            report.fail("cannot supervise " + who + ": " + std::to_string(result));
         }
-        if (serving) return Tell(server, m_Start);
-        if (pids.size() == others) TellOthers(e_WatchdogMgr, m_Start);
+        if (serving_) return tell(server, m_Start);
+        if (pids_.size() == others) tellOthers(e_WatchdogMgr, m_Start);
     }
 
-    void OnReady(IpcMessage& message) {
+    void onReady(IpcMessage& message) {
         const e_Process server = LinxServerNameList::Instance().Process(message.GetSender());
-        ready.insert(server);
-        if (ready.size() < others) return;
-        if (serving) return TellOthers(server, m_PeerBack, demo::PeerBack{server, pids[server]});
-        serving = true;
-        report.Say("everybody is here and ready");
-        Tell(launcher, m_AllReady);
+        ready_.insert(server);
+        if (ready_.size() < others) return;
+        if (serving_) return tellOthers(server, m_PeerBack, demo::PeerBack{server, pids_[server]});
+        serving_ = true;
+        report.say("everybody is here and ready");
+        tell(launcher, m_AllReady);
     }
 
-    void OnPeerEnded(IpcMessage& message) {
+    void onPeerEnded(IpcMessage& message) {
         const std::string who = message.GetSender();
         const e_Process server = LinxServerNameList::Instance().Process(who);
-        ready.erase(server);
-        report.Note(Fact::supervisorTold, 0, "supervises " + who + ": told that it ended; tells the others");
-        TellOthers(server, m_ProcessDied, Died{server});
-        report.Say("decides that " + who + " is started again");
-        Tell(launcher, m_Restart, Died{server});
+        ready_.erase(server);
+        report.note(Fact::supervisorTold, 0, "supervises " + who + ": told that it ended; tells the others");
+        tellOthers(server, m_ProcessDied, Died{server});
+        report.say("decides that " + who + " is started again");
+        tell(launcher, m_Restart, Died{server});
     }
 
-    void ShutDown() {
-        report.Say("passes the shutdown request on");
-        Tell(e_SysTickHal, m_Shutdown);  // first: it talks to the others unasked
-        for (const auto& [server, pid] : pids) {
-            if (server != e_SysTickHal) Tell(server, m_Shutdown);
+    void shutDown() {
+        report.say("passes the shutdown request on");
+        tell(e_SysTickHal, m_Shutdown);  // first: it talks to the others unasked
+        for (const auto& [server, pid] : pids_) {
+            if (server != e_SysTickHal) tell(server, m_Shutdown);
         }
     }
 
     /// To everybody but `except` and this server itself.
     template <class... Body>
-    void TellOthers(e_Process except, unsigned number, const Body&... body) {
-        for (const auto& [server, pid] : pids) {
-            if (server != except) Tell(server, number, body...);
+    void tellOthers(e_Process except, unsigned number, const Body&... body) {
+        for (const auto& [server, pid] : pids_) {
+            if (server != except) tell(server, number, body...);
         }
     }
 
-    std::map<e_Process, std::int32_t> pids;  // of those who announced themselves
-    std::set<e_Process> ready;
-    bool serving = false;
+    std::map<e_Process, std::int32_t> pids_;  // of those who announced themselves
+    std::set<e_Process> ready_;
+    bool serving_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<Server> MakeWatchdogMgr(const Wiring& wiring) {
+std::unique_ptr<Server> makeWatchdogMgr(const Wiring& wiring) {
     return std::make_unique<WatchdogMgr>(wiring);
 }
 

@@ -8,32 +8,32 @@
 namespace {
 
 /// Runs with $NO_COLOR as given, null for unset, and tells whether the output has colours.
-bool HasColours(Demonstration::Output output, const char* noColor, std::vector<std::string> arguments = {}) {
+bool hasColours(Demonstration::Output output, const char* noColor, std::vector<std::string> arguments = {}) {
     unsetenv("NO_COLOR");
     if (noColor != nullptr) setenv("NO_COLOR", noColor, 1);
     Demonstration run(std::move(arguments), output);
-    EXPECT_EQ(0, run.Finish()) << run.Text();
-    return run.Text().find("\033[") != std::string::npos;
+    EXPECT_EQ(0, run.finish()) << run.text();
+    return run.text().find("\033[") != std::string::npos;
 }
 
 TEST(Colour, IsUsedOnATerminal) {
-    EXPECT_TRUE(HasColours(Demonstration::Output::terminal, nullptr));
+    EXPECT_TRUE(hasColours(Demonstration::Output::terminal, nullptr));
 }
 
 TEST(Colour, IsNotUsedInAPipe) {
-    EXPECT_FALSE(HasColours(Demonstration::Output::pipe, nullptr));
+    EXPECT_FALSE(hasColours(Demonstration::Output::pipe, nullptr));
 }
 
 TEST(Colour, IsSwitchedOffByTheEnvironment) {
-    EXPECT_FALSE(HasColours(Demonstration::Output::terminal, "1"));
+    EXPECT_FALSE(hasColours(Demonstration::Output::terminal, "1"));
 }
 
 TEST(Colour, AnEmptyVariableSwitchesNothingOff) {
-    EXPECT_TRUE(HasColours(Demonstration::Output::terminal, ""));
+    EXPECT_TRUE(hasColours(Demonstration::Output::terminal, ""));
 }
 
 TEST(Colour, IsSwitchedOffByAnOption) {
-    EXPECT_FALSE(HasColours(Demonstration::Output::terminal, nullptr, {"--no-color"}));
+    EXPECT_FALSE(hasColours(Demonstration::Output::terminal, nullptr, {"--no-color"}));
 }
 
 }  // namespace

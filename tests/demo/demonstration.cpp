@@ -23,13 +23,13 @@ struct Ends {
     int write = -1;
 };
 
-Ends OpenPipe() {
+Ends openPipe() {
     int ends[2] = {-1, -1};
     if (pipe2(ends, O_CLOEXEC) == -1) std::abort();
     return {ends[0], ends[1]};
 }
 
-Ends OpenTerminal() {
+Ends openTerminal() {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (master == -1 || grantpt(master) == -1 || unlockpt(master) == -1) std::abort();
     return {master, open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC)};
@@ -37,7 +37,7 @@ Ends OpenTerminal() {
 
 /// Starts the program with its standard output and standard error at `output`, in a process group of its own and with
 /// the signals as a shell has them.
-pid_t Spawn(const std::vector<std::string>& arguments, int output) {
+pid_t spawn(const std::vector<std::string>& arguments, int output) {
     std::vector<char*> argv;
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
@@ -62,7 +62,7 @@ pid_t Spawn(const std::vector<std::string>& arguments, int output) {
     return pid;
 }
 
-int WaitForExit(pid_t pid) {
+int waitForExit(pid_t pid) {
     int status = 0;
     while (waitpid(pid, &status, 0) == -1 && errno == EINTR) {
     }
@@ -77,84 +77,84 @@ Demonstration::Demonstration(std::vector<std::string> arguments, Output kind) {
         arguments.insert(arguments.end(), {"--limit", ample});
     }
     arguments.insert(arguments.begin(), "linx-demo");
-    const Ends ends = kind == Output::terminal ? OpenTerminal() : OpenPipe();
-    output = ends.read;
-    launcher = Spawn(arguments, ends.write);
+    const Ends ends = kind == Output::terminal ? openTerminal() : openPipe();
+    output_ = ends.read;
+    launcher_ = spawn(arguments, ends.write);
     close(ends.write);
 }
 
 Demonstration::~Demonstration() {
-    if (output != -1) close(output);
-    if (launcher > 0) {
-        kill(launcher, SIGKILL);
-        WaitForExit(launcher);
+    if (output_ != -1) close(output_);
+    if (launcher_ > 0) {
+        kill(launcher_, SIGKILL);
+        waitForExit(launcher_);
     }
-    WaitForAllProcesses();
+    waitForAllProcesses();
     std::error_code error;
-    if (!Domain().empty()) std::filesystem::remove_all(Domain(), error);
+    if (!domain().empty()) std::filesystem::remove_all(domain(), error);
 }
 
-bool Demonstration::WaitFor(const std::string& wanted) {
-    while (text.find(wanted) == std::string::npos) {
-        if (!ReadMore()) return false;
+bool Demonstration::waitFor(const std::string& wanted) {
+    while (text_.find(wanted) == std::string::npos) {
+        if (!readMore()) return false;
     }
     return true;
 }
 
-void Demonstration::StopReading() {
-    close(output);
-    output = -1;
+void Demonstration::stopReading() {
+    close(output_);
+    output_ = -1;
 }
 
-int Demonstration::Finish() {
-    while (ReadMore()) {
+int Demonstration::finish() {
+    while (readMore()) {
     }
-    const int status = WaitForExit(launcher);
-    launcher = -1;
+    const int status = waitForExit(launcher_);
+    launcher_ = -1;
     return status;
 }
 
-std::vector<std::string> Demonstration::Lines() const {
+std::vector<std::string> Demonstration::lines() const {
     std::vector<std::string> lines;
-    std::istringstream stream(text);
+    std::istringstream stream(text_);
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     return lines;
 }
 
-pid_t Demonstration::Server(const std::string& name) const {
+pid_t Demonstration::server(const std::string& name) const {
     const std::string before = "starts " + name + ", process ";
-    const auto at = text.find(before);
-    return at == std::string::npos ? 0 : static_cast<pid_t>(std::atoi(text.c_str() + at + before.size()));
+    const auto at = text_.find(before);
+    return at == std::string::npos ? 0 : static_cast<pid_t>(std::atoi(text_.c_str() + at + before.size()));
 }
 
-std::string Demonstration::Domain() const {
+std::string Demonstration::domain() const {
     const std::string before = "domain /";
-    const auto at = text.find(before);
+    const auto at = text_.find(before);
     if (at == std::string::npos) return {};
     const auto begin = at + before.size() - 1;
-    return text.substr(begin, text.find(',', begin) - begin);
+    return text_.substr(begin, text_.find(',', begin) - begin);
 }
 
-bool Demonstration::DomainExists() const {
-    return std::filesystem::exists(Domain());
+bool Demonstration::domainExists() const {
+    return std::filesystem::exists(domain());
 }
 
-bool Demonstration::ReadMore() {
-    if (output == -1) return false;
+bool Demonstration::readMore() {
+    if (output_ == -1) return false;
     char bytes[4096];
     ssize_t count = -1;
-    do count = read(output, bytes, sizeof bytes);
+    do count = read(output_, bytes, sizeof bytes);
     while (count == -1 && errno == EINTR);
     if (count <= 0) return false;
-    text.append(bytes, static_cast<std::size_t>(count));
+    text_.append(bytes, static_cast<std::size_t>(count));
     return true;
 }
 
-bool ProcessesLeft() {
+bool processesLeft() {
     return waitpid(-1, nullptr, WNOHANG) != -1 || errno != ECHILD;
 }
 
-void WaitForAllProcesses() {
+void waitForAllProcesses() {
     while (waitpid(-1, nullptr, 0) != -1 || errno == EINTR) {
     }
 }

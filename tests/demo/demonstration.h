@@ -19,44 +19,44 @@ public:
     Demonstration& operator=(const Demonstration&) = delete;
 
     /// Reads on until the output contains `text`. False when it ends before.
-    bool WaitFor(const std::string& text);
+    bool waitFor(const std::string& text);
 
     /// Closes the output, as a reader does that has seen enough.
-    void StopReading();
+    void stopReading();
 
     /// Reads all output and waits for the launcher. Its exit status, or 256 and the number of the signal that ended
     /// it.
-    int Finish();
+    int finish();
 
     /// What has been read so far, from standard output and standard error.
-    const std::string& Text() const { return text; }
+    const std::string& text() const { return text_; }
 
     /// The text of each line, as far as read.
-    std::vector<std::string> Lines() const;
+    std::vector<std::string> lines() const;
 
-    pid_t Launcher() const { return launcher; }
+    pid_t launcher() const { return launcher_; }
 
     /// The pid that the output gives for a server; 0 when it gives none.
-    pid_t Server(const std::string& name) const;
+    pid_t server(const std::string& name) const;
 
     /// The directory of the run's domain; empty before it was told.
-    std::string Domain() const;
+    std::string domain() const;
 
     /// Whether the directory of the domain is there.
-    bool DomainExists() const;
+    bool domainExists() const;
 
 private:
-    bool ReadMore();
+    bool readMore();
 
-    pid_t launcher = -1;
-    int output = -1;
-    std::string text;
+    pid_t launcher_ = -1;
+    int output_ = -1;
+    std::string text_;
 };
 
 /// Whether this process has children left, its own or taken over. Does not wait.
-bool ProcessesLeft();
+bool processesLeft();
 
 /// Waits until this process has no child left.
-void WaitForAllProcesses();
+void waitForAllProcesses();
 
 #endif

@@ -16,12 +16,12 @@ class Interrupted : public testing::TestWithParam<std::tuple<int, std::string>> 
 TEST_P(Interrupted, AtSomePointItEndsItsServersAndLeavesNothing) {
     const auto [number, moment] = GetParam();
     Demonstration run({"--seed", "3", "--rounds", "10"});
-    ASSERT_TRUE(run.WaitFor(moment)) << run.Text();
-    EXPECT_EQ(0, kill(run.Launcher(), number));
-    EXPECT_EQ(128 + number, run.Finish()) << run.Text();
-    EXPECT_NE(std::string::npos, run.Text().find("linx-demo: interrupted by "));
-    EXPECT_FALSE(run.DomainExists()) << run.Domain();
-    EXPECT_FALSE(ProcessesLeft());
+    ASSERT_TRUE(run.waitFor(moment)) << run.text();
+    EXPECT_EQ(0, kill(run.launcher(), number));
+    EXPECT_EQ(128 + number, run.finish()) << run.text();
+    EXPECT_NE(std::string::npos, run.text().find("linx-demo: interrupted by "));
+    EXPECT_FALSE(run.domainExists()) << run.domain();
+    EXPECT_FALSE(processesLeft());
 }
 
 INSTANTIATE_TEST_SUITE_P(Moments, Interrupted,
@@ -31,52 +31,52 @@ INSTANTIATE_TEST_SUITE_P(Moments, Interrupted,
 
 TEST(Ending, AnInterruptFromTheTerminalReachesTheServersTooAndIsLeftToTheLauncher) {
     Demonstration run({"--seed", "3", "--rounds", "10"});
-    ASSERT_TRUE(run.WaitFor("everybody is here")) << run.Text();
-    EXPECT_EQ(0, kill(-run.Launcher(), SIGINT));
-    EXPECT_EQ(128 + SIGINT, run.Finish()) << run.Text();
-    EXPECT_EQ(std::string::npos, run.Text().find("has ended")) << run.Text();
-    EXPECT_FALSE(run.DomainExists()) << run.Domain();
-    EXPECT_FALSE(ProcessesLeft());
+    ASSERT_TRUE(run.waitFor("everybody is here")) << run.text();
+    EXPECT_EQ(0, kill(-run.launcher(), SIGINT));
+    EXPECT_EQ(128 + SIGINT, run.finish()) << run.text();
+    EXPECT_EQ(std::string::npos, run.text().find("has ended")) << run.text();
+    EXPECT_FALSE(run.domainExists()) << run.domain();
+    EXPECT_FALSE(processesLeft());
 }
 
 TEST(Ending, ServersDieWithALauncherThatIsKilled) {
     Demonstration run({"--seed", "4", "--rounds", "10"});
-    ASSERT_TRUE(run.WaitFor("everybody is here")) << run.Text();
-    kill(run.Launcher(), SIGKILL);
-    EXPECT_EQ(256 + SIGKILL, run.Finish());
-    WaitForAllProcesses();
+    ASSERT_TRUE(run.waitFor("everybody is here")) << run.text();
+    kill(run.launcher(), SIGKILL);
+    EXPECT_EQ(256 + SIGKILL, run.finish());
+    waitForAllProcesses();
 }
 
 TEST(Ending, AReaderThatGoesAwayDoesNotMakeItLeaveAnythingBehind) {
     Demonstration run({"--seed", "4"});
-    ASSERT_TRUE(run.WaitFor(", seed ")) << run.Text();
-    run.StopReading();
-    EXPECT_EQ(0, run.Finish());
-    EXPECT_FALSE(run.DomainExists()) << run.Domain();
-    EXPECT_FALSE(ProcessesLeft());
+    ASSERT_TRUE(run.waitFor(", seed ")) << run.text();
+    run.stopReading();
+    EXPECT_EQ(0, run.finish());
+    EXPECT_FALSE(run.domainExists()) << run.domain();
+    EXPECT_FALSE(processesLeft());
 }
 
 TEST(Ending, AServerThatStandsStillEndsTheRunAtItsTimeLimit) {
     Demonstration run({"--seed", "5", "--rounds", "10", "--limit", "2"});
-    ASSERT_TRUE(run.WaitFor("starts PlaybackMgr")) << run.Text();
-    ASSERT_NE(0, run.Server("StreamMgr")) << run.Text();  // with this seed the first to be started
-    kill(run.Server("StreamMgr"), SIGSTOP);
-    EXPECT_EQ(1, run.Finish()) << run.Text();
-    EXPECT_NE(std::string::npos, run.Text().find("linx-demo: not finished within 2 s")) << run.Text();
-    EXPECT_NE(std::string::npos, run.Text().find("Not everything happened."));
-    EXPECT_FALSE(run.DomainExists()) << run.Domain();
-    EXPECT_FALSE(ProcessesLeft());
+    ASSERT_TRUE(run.waitFor("starts PlaybackMgr")) << run.text();
+    ASSERT_NE(0, run.server("StreamMgr")) << run.text();  // with this seed the first to be started
+    kill(run.server("StreamMgr"), SIGSTOP);
+    EXPECT_EQ(1, run.finish()) << run.text();
+    EXPECT_NE(std::string::npos, run.text().find("linx-demo: not finished within 2 s")) << run.text();
+    EXPECT_NE(std::string::npos, run.text().find("Not everything happened."));
+    EXPECT_FALSE(run.domainExists()) << run.domain();
+    EXPECT_FALSE(processesLeft());
 }
 
 TEST(Ending, AServerThatDiesUnaskedEndsTheRun) {
     Demonstration run({"--seed", "6", "--rounds", "10"});
-    ASSERT_TRUE(run.WaitFor("everybody is here")) << run.Text();
-    ASSERT_NE(0, run.Server("PlaybackMgr")) << run.Text();
-    kill(run.Server("PlaybackMgr"), SIGKILL);
-    EXPECT_EQ(1, run.Finish()) << run.Text();
-    EXPECT_NE(std::string::npos, run.Text().find("Not everything happened.")) << run.Text();
-    EXPECT_FALSE(run.DomainExists()) << run.Domain();
-    EXPECT_FALSE(ProcessesLeft());
+    ASSERT_TRUE(run.waitFor("everybody is here")) << run.text();
+    ASSERT_NE(0, run.server("PlaybackMgr")) << run.text();
+    kill(run.server("PlaybackMgr"), SIGKILL);
+    EXPECT_EQ(1, run.finish()) << run.text();
+    EXPECT_NE(std::string::npos, run.text().find("Not everything happened.")) << run.text();
+    EXPECT_FALSE(run.domainExists()) << run.domain();
+    EXPECT_FALSE(processesLeft());
 }
 
 }  // namespace

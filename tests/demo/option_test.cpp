@@ -11,9 +11,9 @@ class RefusedOption : public testing::TestWithParam<std::vector<std::string>> {}
 
 TEST_P(RefusedOption, IsNamedAndNothingIsStarted) {
     Demonstration run(GetParam());
-    EXPECT_NE(0, run.Finish());
-    EXPECT_NE(std::string::npos, run.Text().find(GetParam().front())) << run.Text();
-    EXPECT_TRUE(run.Domain().empty()) << run.Text();
+    EXPECT_NE(0, run.finish());
+    EXPECT_NE(std::string::npos, run.text().find(GetParam().front())) << run.text();
+    EXPECT_TRUE(run.domain().empty()) << run.text();
 }
 
 using Arguments = std::vector<std::string>;
@@ -29,24 +29,24 @@ INSTANTIATE_TEST_SUITE_P(Values, RefusedOption,
 
 TEST(Option, HelpNamesTheOptionsAndNothingInternal) {
     Demonstration run({"--help"});
-    EXPECT_EQ(0, run.Finish());
+    EXPECT_EQ(0, run.finish());
     for (const char* name :
          {"--rounds", "--payload", "--seed", "--limit", "--no-color", "--servers", "--list", "--help"}) {
-        EXPECT_NE(std::string::npos, run.Text().find(name)) << name;
+        EXPECT_NE(std::string::npos, run.text().find(name)) << name;
     }
-    EXPECT_EQ(std::string::npos, run.Text().find("serve ")) << run.Text();
-    EXPECT_EQ(std::string::npos, run.Text().find("--front-panel")) << run.Text();
+    EXPECT_EQ(std::string::npos, run.text().find("serve ")) << run.text();
+    EXPECT_EQ(std::string::npos, run.text().find("--front-panel")) << run.text();
 }
 
 TEST(Option, ASlowMachineMayBeGivenAnHour) {
     Demonstration run({"--limit", "3600"});
-    EXPECT_EQ(0, run.Finish()) << run.Text();
+    EXPECT_EQ(0, run.finish()) << run.text();
 }
 
 TEST(Option, ListStartsNothing) {
     Demonstration run({"--list"});
-    EXPECT_EQ(0, run.Finish());
-    EXPECT_TRUE(run.Domain().empty()) << run.Text();
+    EXPECT_EQ(0, run.finish());
+    EXPECT_TRUE(run.domain().empty()) << run.text();
 }
 
 }  // namespace

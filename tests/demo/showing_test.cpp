@@ -9,44 +9,44 @@
 
 namespace {
 
-bool EndsWith(const std::string& line, const std::string& end) {
+bool endsWith(const std::string& line, const std::string& end) {
     return line.size() >= end.size() && line.compare(line.size() - end.size(), end.size(), end) == 0;
 }
 
 /// What the program says that it shows: the first column, up to the first run of blanks.
-std::vector<std::string> Capabilities(const std::string& payload) {
+std::vector<std::string> capabilitiesWith(const std::string& payload) {
     Demonstration list({"--list", "--payload", payload});
-    EXPECT_EQ(0, list.Finish());
+    EXPECT_EQ(0, list.finish());
     std::vector<std::string> names;
-    for (const std::string& line : list.Lines()) names.push_back(line.substr(0, line.find("  ")));
+    for (const std::string& line : list.lines()) names.push_back(line.substr(0, line.find("  ")));
     return names;
 }
 
-std::string VerdictOn(const std::string& capability, const Demonstration& run) {
-    for (const std::string& line : run.Lines()) {
+std::string verdictOn(const std::string& capability, const Demonstration& run) {
+    for (const std::string& line : run.lines()) {
         if (line.compare(0, capability.size(), capability) == 0) return line;
     }
     return "no line for " + capability;
 }
 
-void ExpectEverythingShown(Demonstration& run, const std::string& payload) {
-    EXPECT_EQ(0, run.Finish()) << run.Text();
-    const auto capabilities = Capabilities(payload);
+void expectEverythingShown(Demonstration& run, const std::string& payload) {
+    EXPECT_EQ(0, run.finish()) << run.text();
+    const auto capabilities = capabilitiesWith(payload);
     EXPECT_EQ(13U, capabilities.size());
     for (const std::string& capability : capabilities) {
-        EXPECT_TRUE(EndsWith(VerdictOn(capability, run), "yes")) << VerdictOn(capability, run);
+        EXPECT_TRUE(endsWith(verdictOn(capability, run), "yes")) << verdictOn(capability, run);
     }
-    EXPECT_EQ("Everything happened that was to happen.", run.Lines().back());
-    EXPECT_FALSE(run.Domain().empty());
-    EXPECT_FALSE(run.DomainExists()) << run.Domain();
-    EXPECT_FALSE(ProcessesLeft());
+    EXPECT_EQ("Everything happened that was to happen.", run.lines().back());
+    EXPECT_FALSE(run.domain().empty());
+    EXPECT_FALSE(run.domainExists()) << run.domain();
+    EXPECT_FALSE(processesLeft());
 }
 
-std::vector<std::string> StartOrder(const std::string& seed) {
+std::vector<std::string> startOrder(const std::string& seed) {
     Demonstration run({"--seed", seed});
-    EXPECT_EQ(0, run.Finish()) << run.Text();
+    EXPECT_EQ(0, run.finish()) << run.text();
     std::vector<std::string> order;
-    for (const std::string& line : run.Lines()) {
+    for (const std::string& line : run.lines()) {
         const auto at = line.find("starts ");
         const auto end = line.find(", process ");
         if (at != std::string::npos && end != std::string::npos && line.find(" again ") == std::string::npos) {
@@ -61,7 +61,7 @@ class ShowingWith : public testing::TestWithParam<std::tuple<std::string, std::s
 TEST_P(ShowingWith, ASeedAndANumberOfRoundsEverythingHappensAndNothingIsLeft) {
     const auto [seed, rounds] = GetParam();
     Demonstration run({"--seed", seed, "--rounds", rounds});
-    ExpectEverythingShown(run, "49152");
+    expectEverythingShown(run, "49152");
 }
 
 INSTANTIATE_TEST_SUITE_P(Runs, ShowingWith,
@@ -72,24 +72,24 @@ class ShowingAStreamOf : public testing::TestWithParam<std::string> {};
 
 TEST_P(ShowingAStreamOf, SomeBytesEverythingHappensAndNothingIsLeft) {
     Demonstration run({"--seed", "7", "--payload", GetParam()});
-    ExpectEverythingShown(run, GetParam());
+    expectEverythingShown(run, GetParam());
 }
 
 INSTANTIATE_TEST_SUITE_P(Payloads, ShowingAStreamOf, testing::Values<std::string>("1", "8192", "8193", "1048576"));
 
 TEST(Showing, TheSeedDecidesInWhichOrderTheServersStart) {
-    const auto first = StartOrder("5");
+    const auto first = startOrder("5");
     EXPECT_EQ(9U, std::set<std::string>(first.begin(), first.end()).size());
-    EXPECT_EQ(first, StartOrder("5"));
-    EXPECT_NE(first, StartOrder("6"));
+    EXPECT_EQ(first, startOrder("5"));
+    EXPECT_NE(first, startOrder("6"));
 }
 
 TEST(Showing, TheServersMeetInTheDomainOfTheirOwnRunOnly) {
     Demonstration one({"--seed", "1"});
     Demonstration other({"--seed", "1"});
-    EXPECT_EQ(0, one.Finish()) << one.Text();
-    EXPECT_EQ(0, other.Finish()) << other.Text();
-    EXPECT_NE(one.Domain(), other.Domain());
+    EXPECT_EQ(0, one.finish()) << one.text();
+    EXPECT_EQ(0, other.finish()) << other.text();
+    EXPECT_NE(one.domain(), other.domain());
 }
 
 }  // namespace

@@ -24,15 +24,15 @@ struct Entry {
 constexpr std::uint64_t oldPid = 100;
 constexpr std::uint64_t newPid = 200;
 
-demo::Options OneRound() {
+demo::Options oneRound() {
     demo::Options options;
     options.seed = 11;
     return options;
 }
 
 /// What is reported in one round in which everything happens.
-std::vector<Entry> CompleteRound() {
-    const demo::Options options = OneRound();
+std::vector<Entry> completeRound() {
+    const demo::Options options = oneRound();
     std::vector<Entry> entries = {
         {e_GpsHal, Fact::huntedInVain, 0},
         {e_GpsHal, Fact::foundLate, 0},
@@ -40,7 +40,7 @@ std::vector<Entry> CompleteRound() {
         {e_UiMgr, Fact::buttonRead, 'P'},
         {e_UiMgr, Fact::buttonRead, 'L'},
         {e_UiMgr, Fact::signalPolled, 0},
-        {e_PlaybackMgr, Fact::streamPlayed, demo::StreamChecksum(options.seed, 1, options.payload)},
+        {e_PlaybackMgr, Fact::streamPlayed, demo::streamChecksum(options.seed, 1, options.payload)},
         {e_UiMgr, Fact::positionTaken, oldPid},
         {demo::launcher, Fact::killed, oldPid},
         {e_WatchdogMgr, Fact::supervisorTold, 0},
@@ -60,46 +60,46 @@ std::vector<Entry> CompleteRound() {
     return entries;
 }
 
-std::vector<demo::Row> JudgeThese(const std::vector<Entry>& entries, const demo::Remains& remains = {0, true}) {
+std::vector<demo::Row> judgeThese(const std::vector<Entry>& entries, const demo::Remains& remains = {0, true}) {
     demo::Ledger ledger;
-    for (const Entry& entry : entries) ledger.Note(entry.server, entry.fact, entry.value);
-    return demo::Judge(ledger, OneRound(), remains);
+    for (const Entry& entry : entries) ledger.note(entry.server, entry.fact, entry.value);
+    return demo::judge(ledger, oneRound(), remains);
 }
 
-std::size_t Refused(const std::vector<demo::Row>& rows) {
+std::size_t refused(const std::vector<demo::Row>& rows) {
     return static_cast<std::size_t>(
         std::count_if(rows.begin(), rows.end(), [](const demo::Row& row) { return !row.happened; }));
 }
 
 TEST(Verdict, SaysYesToEverythingAfterACompleteRound) {
-    for (const demo::Row& row : JudgeThese(CompleteRound())) EXPECT_TRUE(row.happened) << row.what;
+    for (const demo::Row& row : judgeThese(completeRound())) EXPECT_TRUE(row.happened) << row.what;
 }
 
 TEST(Verdict, SaysNoToSomethingWhenAnyReportIsMissing) {
-    const std::vector<Entry> all = CompleteRound();
+    const std::vector<Entry> all = completeRound();
     for (std::size_t i = 0; i < all.size(); ++i) {
         std::vector<Entry> some = all;
         some.erase(some.begin() + static_cast<std::ptrdiff_t>(i));
-        EXPECT_NE(0U, Refused(JudgeThese(some)))
+        EXPECT_NE(0U, refused(judgeThese(some)))
             << "without report " << i << ", fact " << static_cast<int>(all[i].fact);
     }
 }
 
 TEST(Verdict, SaysNoToEverythingWhenNothingWasReported) {
-    EXPECT_EQ(13U, Refused(JudgeThese({}, {9, false})));
+    EXPECT_EQ(13U, refused(judgeThese({}, {9, false})));
 }
 
 class VerdictOnAWrongValue : public testing::TestWithParam<Entry> {};
 
 TEST_P(VerdictOnAWrongValue, IsNo) {
-    std::vector<Entry> entries = CompleteRound();
+    std::vector<Entry> entries = completeRound();
     const Entry wrong = GetParam();
     const auto right = std::find_if(entries.begin(), entries.end(), [&](const Entry& entry) {
         return entry.fact == wrong.fact && entry.server == wrong.server;
     });
     ASSERT_NE(entries.end(), right);
     right->value = wrong.value;
-    EXPECT_EQ(1U, Refused(JudgeThese(entries)));
+    EXPECT_EQ(1U, refused(judgeThese(entries)));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -111,8 +111,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Entry{e_StateMgr, Fact::receiveEnded, ETIMEDOUT}, Entry{e_StateMgr, Fact::exited, 256}));
 
 TEST(Verdict, CountsWhatIsLeftBehind) {
-    EXPECT_EQ(1U, Refused(JudgeThese(CompleteRound(), {1, true})));
-    EXPECT_EQ(1U, Refused(JudgeThese(CompleteRound(), {0, false})));
+    EXPECT_EQ(1U, refused(judgeThese(completeRound(), {1, true})));
+    EXPECT_EQ(1U, refused(judgeThese(completeRound(), {0, false})));
 }
 
 }  // namespace
