@@ -28,23 +28,23 @@ static_assert(defaultLevel == 530, "which is what is said where another is asked
 class KeepErrno {
 public:
     KeepErrno() = default;
-    ~KeepErrno() { errno = kept; }
+    ~KeepErrno() { errno = kept_; }
     KeepErrno(const KeepErrno&) = delete;
     KeepErrno& operator=(const KeepErrno&) = delete;
 
 private:
-    const int kept = errno;
+    const int kept_ = errno;
 };
 
-enum class Echo { OnTerminal, Always, Never };
+enum class Echo { onTerminal, always, never };
 
-std::string_view Environment(const char* name) {
+std::string_view environment(const char* name) {
     const char* value = std::getenv(name);
     return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
 /// The mask that the text is; no mask when it is none.
-std::optional<unsigned> LevelFrom(std::string_view text) {
+std::optional<unsigned> levelFrom(std::string_view text) {
     int base = 10;
     if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
         text.remove_prefix(2);
@@ -56,18 +56,18 @@ std::optional<unsigned> LevelFrom(std::string_view text) {
     return parsed.ec == std::errc() && parsed.ptr == end ? std::optional<unsigned>(level) : std::nullopt;
 }
 
-std::optional<Echo> EchoFrom(std::string_view text) {
-    if (text == "stderr") return Echo::Always;
-    if (text == "syslog") return Echo::Never;
+std::optional<Echo> echoFrom(std::string_view text) {
+    if (text == "stderr") return Echo::always;
+    if (text == "syslog") return Echo::never;
     return std::nullopt;
 }
 
-bool EchoWanted() {
-    static const Echo echo = EchoFrom(Environment("LINX_LOG")).value_or(Echo::OnTerminal);
-    return echo == Echo::Always || (echo == Echo::OnTerminal && isatty(STDERR_FILENO) == 1);
+bool echoWanted() {
+    static const Echo echo = echoFrom(environment("LINX_LOG")).value_or(Echo::onTerminal);
+    return echo == Echo::always || (echo == Echo::onTerminal && isatty(STDERR_FILENO) == 1);
 }
 
-int PriorityOf(unsigned level) {
+int priorityOf(unsigned level) {
     if (level & errors) return LOG_ERR;
     if (level & (lookupFailures | sendFailures)) return LOG_WARNING;
     if (level & (notableEvents | shutdownRequests)) return LOG_NOTICE;
@@ -77,7 +77,7 @@ int PriorityOf(unsigned level) {
 /// One write a line, so that the lines of processes that share a terminal or a pipe do not mix. What does not fit
 /// into a full, non-blocking pipe is left to syslog, which has it too.
 /// Nobody may read it any more: that is no reason to end.
-void WriteToStandardError(const std::string& line) {
+void writeToStandardError(const std::string& line) {
     linx::SignalShield shield(SIGPIPE);
     const ssize_t written = linx::uninterrupted([&] { return write(STDERR_FILENO, line.data(), line.size()); });
     if (written == -1 && errno == EPIPE) shield.raised();
@@ -86,7 +86,7 @@ void WriteToStandardError(const std::string& line) {
 }  // namespace
 
 struct LogClient::Settings {
-    unsigned level = LevelFrom(Environment("LINX_LOG_LEVEL")).value_or(defaultLevel);
+    unsigned level = levelFrom(environment("LINX_LOG_LEVEL")).value_or(defaultLevel);
     std::string processName = program_invocation_short_name;
 };
 
@@ -97,23 +97,23 @@ LogClient::~LogClient() = default;
 namespace {
 
 /// Says that a variable is set to something that it cannot be. Without memory nothing is said.
-void TellOf(const LogClient& client, const char* name, const char* insteadOf) {
+void tellOf(const LogClient& client, const char* name, const char* insteadOf) {
     if ((client.Level() & errors) == 0) return;
     try {
         SysLogMsg message;
         message.Log(errors, client.ProcessName())
-            << "linxhost: " << name << " is '" << Environment(name) << "', which is " << insteadOf;
+            << "linxhost: " << name << " is '" << environment(name) << "', which is " << insteadOf;
     } catch (const std::bad_alloc&) {
     }
 }
 
-bool TellOfBadValues(const LogClient& client) {
-    const auto isBad = [](const char* name, const auto& value) { return !Environment(name).empty() && !value; };
-    if (isBad("LINX_LOG_LEVEL", LevelFrom(Environment("LINX_LOG_LEVEL")))) {
-        TellOf(client, "LINX_LOG_LEVEL", "no mask: 530 is taken");
+bool tellOfBadValues(const LogClient& client) {
+    const auto isBad = [](const char* name, const auto& value) { return !environment(name).empty() && !value; };
+    if (isBad("LINX_LOG_LEVEL", levelFrom(environment("LINX_LOG_LEVEL")))) {
+        tellOf(client, "LINX_LOG_LEVEL", "no mask: 530 is taken");
     }
-    if (isBad("LINX_LOG", EchoFrom(Environment("LINX_LOG")))) {
-        TellOf(client, "LINX_LOG", "neither stderr nor syslog: standard error is used where it is a terminal");
+    if (isBad("LINX_LOG", echoFrom(environment("LINX_LOG")))) {
+        tellOf(client, "LINX_LOG", "neither stderr nor syslog: standard error is used where it is a terminal");
     }
     return true;
 }
@@ -124,7 +124,7 @@ LogClient* LogClient::Instance() {
     const KeepErrno keepErrno;
     // Never destroyed: destructors of static objects may log.
     static LogClient* const client = new LogClient;
-    static const bool told = TellOfBadValues(*client);
+    static const bool told = tellOfBadValues(*client);
     static_cast<void>(told);
     return client;
 }
@@ -167,10 +167,10 @@ SysLogMsg::~SysLogMsg() {
     const KeepErrno keepErrno;
     try {
         const std::string text = line->text.str();
-        const std::string echo = EchoWanted() ? line->process + ": " + text + "\n" : std::string();
+        const std::string echo = echoWanted() ? line->process + ": " + text + "\n" : std::string();
         // No process name here: syslog puts it before the text itself.
-        syslog(PriorityOf(line->level), "%s", text.c_str());
-        if (!echo.empty()) WriteToStandardError(echo);
+        syslog(priorityOf(line->level), "%s", text.c_str());
+        if (!echo.empty()) writeToStandardError(echo);
     } catch (const std::bad_alloc&) {
         // Thrown out of a destructor it would end the process: the line is dropped.
     }

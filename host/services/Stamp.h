@@ -14,14 +14,14 @@ constexpr std::uint32_t never = UINT32_MAX;
 
 /// The stamp of a limit that ends `milliseconds` after `now`. Where the end falls on never it comes a millisecond
 /// early: later would put INT_MAX out of reach.
-constexpr std::uint32_t StampAt(std::uint32_t now, int milliseconds) {
+constexpr std::uint32_t stampAt(std::uint32_t now, int milliseconds) {
     if (milliseconds < 0) return never;
     const std::uint32_t end = now + static_cast<std::uint32_t>(milliseconds);
     return end == never ? end - 1 : end;
 }
 
 /// What `stamp` has left at `now`: 0 once it has run out, -1 if it never does.
-constexpr int LeftAt(std::uint32_t now, std::uint32_t stamp) {
+constexpr int leftAt(std::uint32_t now, std::uint32_t stamp) {
     if (stamp == never) return -1;
     const auto left = static_cast<std::int32_t>(stamp - now);
     return left > 0 ? left : 0;

@@ -12,7 +12,7 @@
 /// The log client reads its environment once, so each case runs in a process of its own. Calls `body` in a child
 /// with exactly `environment` among $LINX_LOG and $LINX_LOG_LEVEL; returns what the child left as its exit status,
 /// -1 if a signal ended it.
-inline int RunInChild(const std::map<std::string, std::string>& environment, const std::function<int()>& body) {
+inline int runInChild(const std::map<std::string, std::string>& environment, const std::function<int()>& body) {
     const pid_t child = fork();
     if (child == 0) {
         unsetenv("LINX_LOG");

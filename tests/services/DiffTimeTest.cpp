@@ -8,65 +8,65 @@
 
 namespace {
 
-using linx::LeftAt;
-using linx::StampAt;
+using linx::leftAt;
+using linx::stampAt;
 
 TEST(Stamp, TimeLeftShrinksAsTimePasses) {
-    const auto stamp = StampAt(1000, 250);
-    EXPECT_EQ(250, LeftAt(1000, stamp));
-    EXPECT_EQ(150, LeftAt(1100, stamp));
-    EXPECT_EQ(1, LeftAt(1249, stamp));
+    const auto stamp = stampAt(1000, 250);
+    EXPECT_EQ(250, leftAt(1000, stamp));
+    EXPECT_EQ(150, leftAt(1100, stamp));
+    EXPECT_EQ(1, leftAt(1249, stamp));
 }
 
 TEST(Stamp, TimeLeftIsClampedAtZero) {
-    const auto stamp = StampAt(1000, 250);
-    EXPECT_EQ(0, LeftAt(1250, stamp));
-    EXPECT_EQ(0, LeftAt(1251, stamp));
-    EXPECT_EQ(0, LeftAt(5000000, stamp));
+    const auto stamp = stampAt(1000, 250);
+    EXPECT_EQ(0, leftAt(1250, stamp));
+    EXPECT_EQ(0, leftAt(1251, stamp));
+    EXPECT_EQ(0, leftAt(5000000, stamp));
 }
 
 TEST(Stamp, ALimitOfZeroHasRunOutAtOnce) {
-    EXPECT_EQ(0, LeftAt(7, StampAt(7, 0)));
+    EXPECT_EQ(0, leftAt(7, stampAt(7, 0)));
 }
 
 TEST(Stamp, AnyNegativeTimeOutNeverRunsOutAndComesBackNegative) {
     for (const int milliseconds : {-1, -2, -1000, INT_MIN}) {
-        const auto stamp = StampAt(12345, milliseconds);
+        const auto stamp = stampAt(12345, milliseconds);
         for (const std::uint32_t now : {0U, 12345U, 0x7fffffffU, 0x80000000U, UINT32_MAX}) {
-            EXPECT_GT(0, LeftAt(now, stamp)) << milliseconds << " at " << now;
+            EXPECT_GT(0, leftAt(now, stamp)) << milliseconds << " at " << now;
         }
     }
 }
 
 TEST(Stamp, ALimitWorksAcrossTheWrapOfTheMilliseconds) {
     const std::uint32_t start = UINT32_MAX - 99;  // the clock reads 0 after 100 ms
-    const auto stamp = StampAt(start, 300);
-    EXPECT_EQ(300, LeftAt(start, stamp));
-    EXPECT_EQ(201, LeftAt(UINT32_MAX, stamp));
-    EXPECT_EQ(200, LeftAt(0, stamp));
-    EXPECT_EQ(1, LeftAt(199, stamp));
-    EXPECT_EQ(0, LeftAt(200, stamp));
+    const auto stamp = stampAt(start, 300);
+    EXPECT_EQ(300, leftAt(start, stamp));
+    EXPECT_EQ(201, leftAt(UINT32_MAX, stamp));
+    EXPECT_EQ(200, leftAt(0, stamp));
+    EXPECT_EQ(1, leftAt(199, stamp));
+    EXPECT_EQ(0, leftAt(200, stamp));
 }
 
 TEST(Stamp, TheLongestLimitWorksFromEveryPartOfTheClock) {
     for (const std::uint32_t start : {0U, 1U, 0x7ffffffeU, 0x80000001U, 0xc0000000U, UINT32_MAX}) {
-        const auto stamp = StampAt(start, INT_MAX);
-        EXPECT_EQ(INT_MAX, LeftAt(start, stamp)) << start;
-        EXPECT_EQ(INT_MAX - 10, LeftAt(start + 10, stamp)) << start;
-        EXPECT_EQ(0, LeftAt(start + static_cast<std::uint32_t>(INT_MAX), stamp)) << start;
+        const auto stamp = stampAt(start, INT_MAX);
+        EXPECT_EQ(INT_MAX, leftAt(start, stamp)) << start;
+        EXPECT_EQ(INT_MAX - 10, leftAt(start + 10, stamp)) << start;
+        EXPECT_EQ(0, leftAt(start + static_cast<std::uint32_t>(INT_MAX), stamp)) << start;
     }
 }
 
 TEST(Stamp, ALimitThatEndsOnTheReservedStampEndsAMillisecondEarly) {
-    EXPECT_EQ(9, LeftAt(UINT32_MAX - 10, StampAt(UINT32_MAX - 10, 10)));
-    EXPECT_EQ(INT_MAX - 1, LeftAt(0x80000000U, StampAt(0x80000000U, INT_MAX)));
-    EXPECT_EQ(0, LeftAt(UINT32_MAX, StampAt(UINT32_MAX, 0)));
+    EXPECT_EQ(9, leftAt(UINT32_MAX - 10, stampAt(UINT32_MAX - 10, 10)));
+    EXPECT_EQ(INT_MAX - 1, leftAt(0x80000000U, stampAt(0x80000000U, INT_MAX)));
+    EXPECT_EQ(0, leftAt(UINT32_MAX, stampAt(UINT32_MAX, 0)));
 }
 
 TEST(Stamp, ALimitReadsZeroForHalfTheClockAfterItsEnd) {
-    const auto stamp = StampAt(5000, 1000);
-    EXPECT_EQ(0, LeftAt(6000U + 0x80000000U, stamp));
-    EXPECT_EQ(INT_MAX, LeftAt(6001U + 0x80000000U, stamp)) << "the documented bound has moved";
+    const auto stamp = stampAt(5000, 1000);
+    EXPECT_EQ(0, leftAt(6000U + 0x80000000U, stamp));
+    EXPECT_EQ(INT_MAX, leftAt(6001U + 0x80000000U, stamp)) << "the documented bound has moved";
 }
 
 TEST(DiffTime, AFreshLimitHasNoMoreLeftThanWasGiven) {

@@ -40,12 +40,12 @@ namespace {
 
 constexpr unsigned defaultLevel = 2 | 16 | 512;
 
-void LogLine(unsigned level, const std::string& text) {
+void logLine(unsigned level, const std::string& text) {
     SysLogMsg message;
     message.Log(level, "configd") << text;
 }
 
-std::string ReadAll(int descriptor) {
+std::string readAll(int descriptor) {
     std::string all;
     char piece[512];
     for (ssize_t size = 0; (size = read(descriptor, piece, sizeof piece)) > 0;) {
@@ -55,34 +55,34 @@ std::string ReadAll(int descriptor) {
 }
 
 /// What `body` leaves on standard error, a pipe, when it runs under $LINX_LOG = `log` (null: unset).
-std::string StandardErrorOf(const char* log, const std::function<void()>& body) {
+std::string standardErrorOf(const char* log, const std::function<void()>& body) {
     int pipeEnds[2];
     if (pipe(pipeEnds) != 0) return "no pipe";
     std::map<std::string, std::string> environment;
     if (log != nullptr) environment["LINX_LOG"] = log;
-    const int status = RunInChild(environment, [&] {
+    const int status = runInChild(environment, [&] {
         dup2(pipeEnds[1], STDERR_FILENO);
         body();
         return 0;
     });
     close(pipeEnds[1]);
-    std::string written = ReadAll(pipeEnds[0]);
+    std::string written = readAll(pipeEnds[0]);
     close(pipeEnds[0]);
     return status == 0 ? written : "the child failed";
 }
 
 /// The same with a terminal as standard error; the terminal's line ends are turned back into plain ones.
-std::string TerminalOutputOf(const std::map<std::string, std::string>& environment) {
+std::string terminalOutputOf(const std::map<std::string, std::string>& environment) {
     const int master = posix_openpt(O_RDWR | O_NOCTTY);
     if (master == -1 || grantpt(master) != 0 || unlockpt(master) != 0) return "no terminal";
     const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY);
-    const int status = RunInChild(environment, [&] {
+    const int status = runInChild(environment, [&] {
         dup2(terminal, STDERR_FILENO);
-        LogLine(2, "on a terminal");
+        logLine(2, "on a terminal");
         return 0;
     });
     fcntl(master, F_SETFL, O_NONBLOCK);
-    std::string written = ReadAll(master);
+    std::string written = readAll(master);
     close(terminal);
     close(master);
     if (status != 0) return "the child failed";
@@ -90,43 +90,43 @@ std::string TerminalOutputOf(const std::map<std::string, std::string>& environme
     return written;
 }
 
-bool LevelIs(const std::map<std::string, std::string>& environment, unsigned expected) {
-    return RunInChild(environment, [&] { return LogClient::Instance()->Level() == expected ? 0 : 1; }) == 0;
+bool levelIs(const std::map<std::string, std::string>& environment, unsigned expected) {
+    return runInChild(environment, [&] { return LogClient::Instance()->Level() == expected ? 0 : 1; }) == 0;
 }
 
-bool LevelTextGives(const std::string& text, unsigned expected) {
-    return LevelIs({{"LINX_LOG_LEVEL", text}}, expected);
+bool levelTextGives(const std::string& text, unsigned expected) {
+    return levelIs({{"LINX_LOG_LEVEL", text}}, expected);
 }
 
 TEST(LogClient, IsOneForTheProcess) {
-    EXPECT_EQ(0, RunInChild({}, [] {
+    EXPECT_EQ(0, runInChild({}, [] {
                   return LogClient::Instance() != nullptr && LogClient::Instance() == LogClient::Instance() ? 0 : 1;
               }));
 }
 
 TEST(LogClient, EnablesErrorsNotableEventsAndShutdownByDefault) {
-    EXPECT_TRUE(LevelIs({}, defaultLevel));
+    EXPECT_TRUE(levelIs({}, defaultLevel));
 }
 
 TEST(LogClient, TakesTheMaskFromTheEnvironment) {
-    EXPECT_TRUE(LevelTextGives("0", 0));
-    EXPECT_TRUE(LevelTextGives("7", 7));
-    EXPECT_TRUE(LevelTextGives("010", 10));
-    EXPECT_TRUE(LevelTextGives("4294967295", 4294967295U));
-    EXPECT_TRUE(LevelTextGives("0x2b7", 0x2b7));
-    EXPECT_TRUE(LevelTextGives("0XFF", 0xff));
+    EXPECT_TRUE(levelTextGives("0", 0));
+    EXPECT_TRUE(levelTextGives("7", 7));
+    EXPECT_TRUE(levelTextGives("010", 10));
+    EXPECT_TRUE(levelTextGives("4294967295", 4294967295U));
+    EXPECT_TRUE(levelTextGives("0x2b7", 0x2b7));
+    EXPECT_TRUE(levelTextGives("0XFF", 0xff));
 }
 
 TEST(LogClient, FallsBackToTheDefaultWhereTheMaskCannotBeRead) {
     for (const char* text :
          {"", "0x", "errors", "7 ", " 7", "-1", "+7", "12z", "0xfg", "0x-1", "4294967296", "0x100000000"}) {
-        EXPECT_TRUE(LevelTextGives(text, defaultLevel)) << '"' << text << '"';
+        EXPECT_TRUE(levelTextGives(text, defaultLevel)) << '"' << text << '"';
     }
 }
 
 /// What the first use of the log client writes to syslog.
-bool FirstUseTells(const std::map<std::string, std::string>& environment, const std::vector<std::string>& expected) {
-    return RunInChild(environment, [&] {
+bool firstUseTells(const std::map<std::string, std::string>& environment, const std::vector<std::string>& expected) {
+    return runInChild(environment, [&] {
                close(STDERR_FILENO);
                for (int i = 0; i < 3; ++i) LogClient::Instance();
                std::vector<std::string> told;
@@ -140,22 +140,22 @@ TEST(LogClient, TellsOnceOfEachVariableThatIsSetToSomethingElse) {
     const std::string log =
         "linxhost: LINX_LOG is 'foo', which is neither stderr nor syslog: standard error is used where it is a "
         "terminal";
-    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "zz"}}, {level}));
-    EXPECT_TRUE(FirstUseTells({{"LINX_LOG", "foo"}}, {log}));
-    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}}, {level, log}));
-    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "7"}, {"LINX_LOG", "foo"}}, {log}));
+    EXPECT_TRUE(firstUseTells({{"LINX_LOG_LEVEL", "zz"}}, {level}));
+    EXPECT_TRUE(firstUseTells({{"LINX_LOG", "foo"}}, {log}));
+    EXPECT_TRUE(firstUseTells({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}}, {level, log}));
+    EXPECT_TRUE(firstUseTells({{"LINX_LOG_LEVEL", "7"}, {"LINX_LOG", "foo"}}, {log}));
 }
 
 TEST(LogClient, TellsNothingOfWhatIsRightOrUnsetOrMaskedOut) {
-    EXPECT_TRUE(FirstUseTells({}, {}));
-    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", ""}, {"LINX_LOG", ""}}, {}));
-    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "0x212"}, {"LINX_LOG", "syslog"}}, {}));
-    EXPECT_TRUE(FirstUseTells({{"LINX_LOG_LEVEL", "16"}, {"LINX_LOG", "foo"}}, {}));
+    EXPECT_TRUE(firstUseTells({}, {}));
+    EXPECT_TRUE(firstUseTells({{"LINX_LOG_LEVEL", ""}, {"LINX_LOG", ""}}, {}));
+    EXPECT_TRUE(firstUseTells({{"LINX_LOG_LEVEL", "0x212"}, {"LINX_LOG", "syslog"}}, {}));
+    EXPECT_TRUE(firstUseTells({{"LINX_LOG_LEVEL", "16"}, {"LINX_LOG", "foo"}}, {}));
 }
 
 TEST(LogClient, IsThereAlsoWhereThereIsNoMemoryToTell) {
     for (unsigned n = 2; n < 10; ++n) {
-        EXPECT_EQ(0, RunInChild({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}}, [n] {
+        EXPECT_EQ(0, runInChild({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}}, [n] {
                       close(STDERR_FILENO);
                       linxtest::newThatFails = n;
                       try {
@@ -169,14 +169,14 @@ TEST(LogClient, IsThereAlsoWhereThereIsNoMemoryToTell) {
 }
 
 TEST(LogClient, LogsUnderTheProgramsName) {
-    EXPECT_EQ(0, RunInChild({}, [] {
+    EXPECT_EQ(0, runInChild({}, [] {
                   return LogClient::Instance()->ProcessName() == program_invocation_short_name ? 0 : 1;
               }));
     EXPECT_EQ(std::string::npos, std::string(program_invocation_short_name).find('/'));
 }
 
 TEST(LogClient, LeavesErrnoAloneWhereTheMaskCannotBeRead) {
-    EXPECT_EQ(0, RunInChild({{"LINX_LOG_LEVEL", "99999999999999999999999"}}, [] {
+    EXPECT_EQ(0, runInChild({{"LINX_LOG_LEVEL", "99999999999999999999999"}}, [] {
                   errno = ENOTTY;
                   LogClient::Instance();
                   return errno == ENOTTY ? 0 : 1;
@@ -184,7 +184,7 @@ TEST(LogClient, LeavesErrnoAloneWhereTheMaskCannotBeRead) {
 }
 
 TEST(LogClient, IsMadeByTheNextUseWhereThereWasNoMemoryForTheFirst) {
-    EXPECT_EQ(0, RunInChild({{"LINX_LOG_LEVEL", "7"}}, [] {
+    EXPECT_EQ(0, runInChild({{"LINX_LOG_LEVEL", "7"}}, [] {
                   linxtest::newThatFails = 1;
                   try {
                       LogClient::Instance();
@@ -196,7 +196,7 @@ TEST(LogClient, IsMadeByTheNextUseWhereThereWasNoMemoryForTheFirst) {
 }
 
 TEST(SysLogMsg, WritesOneLineToStandardErrorWhereAskedTo) {
-    EXPECT_EQ("configd: linxIpc:342 open failed\n", StandardErrorOf("stderr", [] {
+    EXPECT_EQ("configd: linxIpc:342 open failed\n", standardErrorOf("stderr", [] {
                   SysLogMsg message;
                   message.Log(2, "configd") << "linxIpc" << ':' << 342 << ' ' << "open failed";
               }));
@@ -206,9 +206,9 @@ TEST(SysLogMsg, DoesNotEndAProcessWhoseStandardErrorNobodyReads) {
     int pipeEnds[2];
     ASSERT_EQ(0, pipe(pipeEnds));
     close(pipeEnds[0]);
-    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "stderr"}}, [&] {
+    EXPECT_EQ(0, runInChild({{"LINX_LOG", "stderr"}}, [&] {
                   dup2(pipeEnds[1], STDERR_FILENO);
-                  LogLine(2, "to nobody");
+                  logLine(2, "to nobody");
                   sigset_t pending;
                   return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 0 ? 0 : 1;
               }));
@@ -216,19 +216,19 @@ TEST(SysLogMsg, DoesNotEndAProcessWhoseStandardErrorNobodyReads) {
 }
 
 TEST(SysLogMsg, WritesNothingToAStandardErrorThatIsNoTerminal) {
-    EXPECT_EQ("", StandardErrorOf(nullptr, [] { LogLine(2, "quiet"); }));
-    EXPECT_EQ("", StandardErrorOf("syslog", [] { LogLine(2, "quiet"); }));
-    EXPECT_EQ("", StandardErrorOf("something else", [] { LogLine(2, "quiet"); }));
+    EXPECT_EQ("", standardErrorOf(nullptr, [] { logLine(2, "quiet"); }));
+    EXPECT_EQ("", standardErrorOf("syslog", [] { logLine(2, "quiet"); }));
+    EXPECT_EQ("", standardErrorOf("something else", [] { logLine(2, "quiet"); }));
 }
 
 TEST(SysLogMsg, WritesToATerminalUnlessSyslogAloneIsAskedFor) {
-    EXPECT_EQ("configd: on a terminal\n", TerminalOutputOf({}));
-    EXPECT_EQ("configd: on a terminal\n", TerminalOutputOf({{"LINX_LOG", "stderr"}}));
-    EXPECT_EQ("", TerminalOutputOf({{"LINX_LOG", "syslog"}}));
+    EXPECT_EQ("configd: on a terminal\n", terminalOutputOf({}));
+    EXPECT_EQ("configd: on a terminal\n", terminalOutputOf({{"LINX_LOG", "stderr"}}));
+    EXPECT_EQ("", terminalOutputOf({{"LINX_LOG", "syslog"}}));
 }
 
 TEST(SysLogMsg, WritesTheLineWhenItIsDestroyedAndNotBefore) {
-    EXPECT_EQ("between\nconfigd: first half, second half\n", StandardErrorOf("stderr", [] {
+    EXPECT_EQ("between\nconfigd: first half, second half\n", standardErrorOf("stderr", [] {
                   SysLogMsg message;
                   std::ostream& stream = message.Log(2, "configd");
                   stream << "first half, ";
@@ -238,7 +238,7 @@ TEST(SysLogMsg, WritesTheLineWhenItIsDestroyedAndNotBefore) {
 }
 
 TEST(SysLogMsg, WritesWhatAFailedStreamHadGotten) {
-    EXPECT_EQ("configd: Receive: \n", StandardErrorOf("stderr", [] {
+    EXPECT_EQ("configd: Receive: \n", standardErrorOf("stderr", [] {
                   SysLogMsg message;
                   std::ostream& stream = message.Log(2, "configd");
                   stream << "Receive: ";
@@ -248,7 +248,7 @@ TEST(SysLogMsg, WritesWhatAFailedStreamHadGotten) {
 }
 
 TEST(SysLogMsg, WritesNothingForALineThatWasNeverBegun) {
-    EXPECT_EQ("", StandardErrorOf("stderr", [] { SysLogMsg message; }));
+    EXPECT_EQ("", standardErrorOf("stderr", [] { SysLogMsg message; }));
 }
 
 TEST(SysLogMsg, KeepsALongLineWhole) {
@@ -256,19 +256,19 @@ TEST(SysLogMsg, KeepsALongLineWhole) {
     int pipeEnds[2];
     ASSERT_EQ(0, pipe(pipeEnds));
     ASSERT_LE(static_cast<int>(text.size()), fcntl(pipeEnds[1], F_SETPIPE_SZ, 1 << 20));
-    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "stderr"}}, [&] {
+    EXPECT_EQ(0, runInChild({{"LINX_LOG", "stderr"}}, [&] {
                   dup2(pipeEnds[1], STDERR_FILENO);
-                  LogLine(2, text);
+                  logLine(2, text);
                   return 0;
               }));
     close(pipeEnds[1]);
-    EXPECT_EQ("configd: " + text + "\n", ReadAll(pipeEnds[0]));
+    EXPECT_EQ("configd: " + text + "\n", readAll(pipeEnds[0]));
     close(pipeEnds[0]);
 }
 
 /// Logs `text` while each `new` in turn fails, until none is left that could. False when more than its beginning is
 /// logged, or what an exception has ended, or the last line is not whole.
-bool LoggedAsFarAsMemoryGoes(const std::string& text) {
+bool loggedAsFarAsMemoryGoes(const std::string& text) {
     for (unsigned n = 1;; ++n) {
         syslogLines.clear();
         bool begun = true;
@@ -289,10 +289,10 @@ bool LoggedAsFarAsMemoryGoes(const std::string& text) {
 TEST(SysLogMsg, IsDroppedWhereThereIsNoMemoryForIt) {
     const std::string text(500, 'x');
     for (const char* log : {"syslog", "stderr"}) {
-        EXPECT_EQ(0, RunInChild({{"LINX_LOG", log}},
+        EXPECT_EQ(0, runInChild({{"LINX_LOG", log}},
                                 [&] {
                                     close(STDERR_FILENO);
-                                    return LoggedAsFarAsMemoryGoes(text) ? 0 : 1;
+                                    return loggedAsFarAsMemoryGoes(text) ? 0 : 1;
                                 }))
             << log;
     }
@@ -300,12 +300,12 @@ TEST(SysLogMsg, IsDroppedWhereThereIsNoMemoryForIt) {
 
 TEST(SysLogMsg, IsEchoedInWholeOrNotWrittenAtAll) {
     const std::string text(500, 'x');
-    const std::string written = StandardErrorOf("stderr", [&] {
+    const std::string written = standardErrorOf("stderr", [&] {
         for (unsigned n = 1; n <= 20; ++n) {
             syslogLines.clear();
             linxtest::newThatFails = n;
             try {
-                LogLine(2, text);
+                logLine(2, text);
             } catch (const std::bad_alloc&) {
             }
             linxtest::newThatFails = 0;
@@ -330,8 +330,8 @@ TEST(SysLogMsg, ASecondBeginningKeepsTheTextAndChangesTheRest) {
         message.Log(32, "configd") << "one, ";
         message.Log(2, "connectd") << "two";
     };
-    EXPECT_EQ("connectd: one, two\n", StandardErrorOf("stderr", begin));
-    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "syslog"}}, [&] {
+    EXPECT_EQ("connectd: one, two\n", standardErrorOf("stderr", begin));
+    EXPECT_EQ(0, runInChild({{"LINX_LOG", "syslog"}}, [&] {
                   begin();
                   return syslogLines.size() == 1 && syslogLines[0].priority == LOG_ERR ? 0 : 1;
               }));
@@ -339,10 +339,10 @@ TEST(SysLogMsg, ASecondBeginningKeepsTheTextAndChangesTheRest) {
 
 TEST(SysLogMsg, AlwaysGoesToSyslogWithoutTheProcessNameThatSyslogAdds) {
     for (const char* log : {"stderr", "syslog", "neither"}) {
-        EXPECT_EQ(0, RunInChild({{"LINX_LOG", log}},
+        EXPECT_EQ(0, runInChild({{"LINX_LOG", log}},
                                 [] {
                                     close(STDERR_FILENO);
-                                    LogLine(2, "100% sure");
+                                    logLine(2, "100% sure");
                                     return syslogLines.size() == 1 && syslogLines[0].text == "100% sure" ? 0 : 1;
                                 }))
             << log;
@@ -353,9 +353,9 @@ TEST(SysLogMsg, TurnsTheLevelIntoAPriority) {
     const std::map<unsigned, int> expected = {{1, LOG_WARNING}, {2, LOG_ERR},     {4, LOG_WARNING}, {16, LOG_NOTICE},
                                               {32, LOG_DEBUG},  {128, LOG_DEBUG}, {512, LOG_NOTICE}};
     for (const auto& [level, priority] : expected) {
-        EXPECT_EQ(0, RunInChild({{"LINX_LOG", "syslog"}},
+        EXPECT_EQ(0, runInChild({{"LINX_LOG", "syslog"}},
                                 [bit = level, wanted = priority] {
-                                    LogLine(bit, "text");
+                                    logLine(bit, "text");
                                     return syslogLines.size() == 1 && syslogLines[0].priority == wanted ? 0 : 1;
                                 }))
             << level;
@@ -363,7 +363,7 @@ TEST(SysLogMsg, TurnsTheLevelIntoAPriority) {
 }
 
 TEST(SysLogMsg, LeavesErrnoAlone) {
-    EXPECT_EQ(0, RunInChild({{"LINX_LOG", "stderr"}}, [] {
+    EXPECT_EQ(0, runInChild({{"LINX_LOG", "stderr"}}, [] {
                   close(STDERR_FILENO);  // the write fails with EBADF
                   errnoLeftBySyslog = ENOENT;
                   errno = EHOSTUNREACH;

@@ -27,7 +27,7 @@ protected:
         if (manager != -1) close(manager);
     }
 
-    void AskForNotices() const {
+    void askForNotices() const {
         sockaddr_un address{};
         socklen_t size = sizeof address;
         ASSERT_EQ(0, getsockname(manager, reinterpret_cast<sockaddr*>(&address), &size));
@@ -35,9 +35,9 @@ protected:
         setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
     }
 
-    static void AskForAWatchdog() { setenv("WATCHDOG_USEC", "30000000", 1); }
+    static void askForAWatchdog() { setenv("WATCHDOG_USEC", "30000000", 1); }
 
-    std::string Received() const {
+    std::string received() const {
         char text[256];
         const ssize_t size = recv(manager, text, sizeof text, 0);
         return size < 0 ? "" : std::string(text, static_cast<std::size_t>(size));
@@ -52,38 +52,38 @@ TEST_F(WatchdogTest, DoesNothingWhereNobodyAsks) {
 }
 
 TEST_F(WatchdogTest, DoesNothingWhereTheManagerWantsNoWatchdog) {
-    AskForNotices();
+    askForNotices();
     EXPECT_EQ(0, watchdog.PetWatchdog());
-    EXPECT_EQ("", Received());
+    EXPECT_EQ("", received());
 }
 
 #ifdef LINXIPC_SYSTEMD
 TEST_F(WatchdogTest, TellsTheManagerEachTime) {
-    AskForNotices();
-    AskForAWatchdog();
+    askForNotices();
+    askForAWatchdog();
     for (int turn = 0; turn < 2; ++turn) {
         EXPECT_EQ(0, watchdog.PetWatchdog());
-        EXPECT_EQ("WATCHDOG=1", Received());
+        EXPECT_EQ("WATCHDOG=1", received());
     }
 }
 
 TEST_F(WatchdogTest, DoesNothingWhereTheWatchdogIsAnotherProcesses) {
-    AskForNotices();
-    AskForAWatchdog();
+    askForNotices();
+    askForAWatchdog();
     setenv("WATCHDOG_PID", std::to_string(getppid()).c_str(), 1);
     EXPECT_EQ(0, watchdog.PetWatchdog());
-    EXPECT_EQ("", Received());
+    EXPECT_EQ("", received());
 }
 
 TEST_F(WatchdogTest, GivesTheErrorAsAPositiveNumberWhereTheManagerIsGone) {
-    AskForNotices();
-    AskForAWatchdog();
+    askForNotices();
+    askForAWatchdog();
     close(std::exchange(manager, -1));
     EXPECT_EQ(ECONNREFUSED, watchdog.PetWatchdog());
 }
 
 TEST_F(WatchdogTest, GivesAnErrorWhereTheIntervalCannotBeRead) {
-    AskForNotices();
+    askForNotices();
     setenv("WATCHDOG_USEC", "soon", 1);
     EXPECT_EQ(EINVAL, watchdog.PetWatchdog());
 }
