@@ -7,7 +7,7 @@
 
 constexpr unsigned greet = 2000, greeting = 2001;
 
-static void Greet(LinxIpc* server, void*) {
+static void sayHello(LinxIpc* server, void*) {
     IpcMessage& request = server->rxMessage;
     std::string text = "Hello, " + std::string(request.DataPtr(), request.Length()) + "!";
     IpcMessage answer;
@@ -15,9 +15,9 @@ static void Greet(LinxIpc* server, void*) {
     server->Notify(request.GetSender(), answer, true);
 }
 
-static int Serve() {
+static int serve() {
     LinxIpc server("greeter");
-    server.RegisterHandler(greet, Greet, nullptr);
+    server.RegisterHandler(greet, sayHello, nullptr);
     if (server.Init() != 0) return 1;
     std::cout << "ready" << std::endl;
     int result = 0;
@@ -25,7 +25,7 @@ static int Serve() {
     return result == ESHUTDOWN ? 0 : 1;
 }
 
-static int Ask(char* name) {
+static int ask(char* name) {
     LinxIpc client("guest");
     IpcMessage request, answer;
     request.Allocate(greet, static_cast<unsigned>(std::strlen(name)), name);
@@ -35,5 +35,5 @@ static int Ask(char* name) {
 }
 
 int main(int count, char** arguments) {
-    return count > 1 ? Ask(arguments[1]) : Serve();
+    return count > 1 ? ask(arguments[1]) : serve();
 }

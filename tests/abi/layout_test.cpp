@@ -13,7 +13,7 @@ namespace {
 /// Gives access to a field that is not public: what an explicit instantiation names is not checked for that.
 template <typename Field, typename Field::Pointer pointer>
 struct Opened {
-    friend constexpr typename Field::Pointer PointerTo(Field) { return pointer; }
+    friend constexpr typename Field::Pointer pointerTo(Field) { return pointer; }
 };
 
 // Does not compile unless the field has exactly this type.
@@ -21,7 +21,7 @@ struct Opened {
     struct Class##_##field {                                    \
         using Pointer = Type Class::*;                          \
         static constexpr const char* name = #Class "::" #field; \
-        friend constexpr Pointer PointerTo(Class##_##field);    \
+        friend constexpr Pointer pointerTo(Class##_##field);    \
     };                                                          \
     template struct Opened<Class##_##field, &Class::field>
 
@@ -67,59 +67,59 @@ FIELD(LinxSignal, std::uint32_t, number);
 
 constexpr std::size_t behindTheTable = sizeof(void*);  // where objects with virtual operations begin their fields
 
-std::size_t RoundUp(std::size_t offset, std::size_t alignment) {
+std::size_t roundUp(std::size_t offset, std::size_t alignment) {
     return (offset + alignment - 1) / alignment * alignment;
 }
 
 /// Expects one field at the next place there is for it, and returns where it ends.
 template <typename Object, typename Field>
-std::size_t PastNext(const Object& object, std::size_t begin, Field) {
-    const auto& field = object.*PointerTo(Field());
+std::size_t pastNext(const Object& object, std::size_t begin, Field) {
+    const auto& field = object.*pointerTo(Field());
     using Type = std::remove_reference_t<decltype(field)>;
     const auto offset =
         static_cast<std::size_t>(reinterpret_cast<const char*>(&field) - reinterpret_cast<const char*>(&object));
-    EXPECT_EQ(offset, RoundUp(begin, alignof(Type))) << Field::name;
+    EXPECT_EQ(offset, roundUp(begin, alignof(Type))) << Field::name;
     return offset + sizeof(Type);
 }
 
 /// Expects the fields in this order and nothing else in the object.
 template <typename Object, typename... Fields>
-void ExpectFields(const Object& object, std::size_t begin, Fields... fields) {
-    ((begin = PastNext(object, begin, fields)), ...);
-    EXPECT_EQ(sizeof(Object), RoundUp(begin, alignof(Object)));
+void expectFields(const Object& object, std::size_t begin, Fields... fields) {
+    ((begin = pastNext(object, begin, fields)), ...);
+    EXPECT_EQ(sizeof(Object), roundUp(begin, alignof(Object)));
 }
 
 class LayoutTest : public EndpointTest {};
 
 TEST_F(LayoutTest, IpcMessageHasItsFieldsInARow) {
-    ExpectFields(endpoint.rxMessage, behindTheTable, IpcMessage_type(), IpcMessage_sender(), IpcMessage_data(),
+    expectFields(endpoint.rxMessage, behindTheTable, IpcMessage_type(), IpcMessage_sender(), IpcMessage_data(),
                  IpcMessage_length(), IpcMessage_capacity(), IpcMessage_fillPos());
 }
 
 TEST_F(LayoutTest, RelayMessageAddsItsOwnToThose) {
-    ExpectFields(endpoint.relayMessage, behindTheTable, IpcMessage_type(), IpcMessage_sender(), IpcMessage_data(),
+    expectFields(endpoint.relayMessage, behindTheTable, IpcMessage_type(), IpcMessage_sender(), IpcMessage_data(),
                  IpcMessage_length(), IpcMessage_capacity(), IpcMessage_fillPos(), RelayMessage_signal(),
                  RelayMessage_owner(), RelayMessage_signalSize());
 }
 
 TEST_F(LayoutTest, LinxIpcAddsItsFieldsToTheDescriptor) {
-    ExpectFields(endpoint, behindTheTable, FileDescriptor_descriptor(), LinxIpc_descriptorKind(), LinxIpc_name(),
+    expectFields(endpoint, behindTheTable, FileDescriptor_descriptor(), LinxIpc_descriptorKind(), LinxIpc_name(),
                  LinxIpc_rxMessage(), LinxIpc_relayMessage(), LinxIpc_huntCache(), LinxIpc_senderNames(),
                  LinxIpc_linx(), LinxIpc_attachFailed(), LinxIpc_timerRef(), LinxIpc_handlers(),
                  LinxIpc_relayHandlers(), LinxIpc_defaultHandler(), LinxIpc_lastDestination());
 }
 
 TEST_F(LayoutTest, CallbackIsAFunctionAndItsUserData) {
-    ExpectFields(Callback(), 0, Callback_function(), Callback_userData());
+    expectFields(Callback(), 0, Callback_function(), Callback_userData());
     EXPECT_TRUE(std::is_trivially_copyable_v<Callback>);
 }
 
 TEST_F(LayoutTest, LinxServerNameListIsItsTable) {
-    ExpectFields(LinxServerNameList::Instance(), behindTheTable, LinxServerNameList_serverNames());
+    expectFields(LinxServerNameList::Instance(), behindTheTable, LinxServerNameList_serverNames());
 }
 
 TEST_F(LayoutTest, ASignalBeginsWithItsNumber) {
-    ExpectFields(LinxSignal(), 0, LinxSignal_number());
+    expectFields(LinxSignal(), 0, LinxSignal_number());
     EXPECT_EQ(sizeof(LinxSignal), 4u);
 }
 

@@ -15,14 +15,14 @@ static_assert(e_LogLookup == 1 && e_LogError == 2 && e_LogSendFailure == 4 && e_
 
 class NumbersTest : public EndpointTest {
 protected:
-    NumbersTest() { platform.Knows(7, "Peer"); }
+    NumbersTest() { platform.knows(7, "Peer"); }
 
     IpcMessage message;
 };
 
 TEST_F(NumbersTest, SuccessIs0) {
     EXPECT_EQ(message.Allocate(300, 4, nullptr), 0);
-    platform.Arrive(7, 300);
+    platform.arrive(7, 300);
     EXPECT_EQ(endpoint.Receive(-1, 300, LinxIpc::emptyString, &message), 0);
 }
 
@@ -41,7 +41,7 @@ TEST_F(NumbersTest, OperationsOnPlainDescriptorsAreRefusedWith1) {
 }
 
 TEST_F(NumbersTest, ARelayMessageWithoutASignalToHoldGives1) {
-    platform.Fail("linx_alloc", {12});
+    platform.fail("linx_alloc", {12});
     EXPECT_EQ(endpoint.relayMessage.Allocate(300, 4, nullptr), 1);
 }
 
@@ -61,7 +61,7 @@ TEST_F(NumbersTest, TooLargeAPayloadIs90) {
 }
 
 TEST_F(NumbersTest, AShutdownRequestIsSignal1280AndGives108) {
-    platform.Arrive(7, 1280);
+    platform.arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 108);
 }
 
@@ -70,12 +70,12 @@ TEST_F(NumbersTest, AWaitThatRunsOutGives110) {
 }
 
 TEST_F(NumbersTest, TheDeathOfThePeerIsSignal1281AndGives113) {
-    platform.Arrive(7, 1281, Word(e_ConfigMgr));
+    platform.arrive(7, 1281, word(e_ConfigMgr));
     EXPECT_EQ(endpoint.Receive(-1, 300, "ConfigMgr", nullptr), 113);
 }
 
 TEST_F(NumbersTest, Signal13264DoesNotEndTheWait) {
-    platform.Arrive(7, 13264);
+    platform.arrive(7, 13264);
     EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), 110);
 }
 

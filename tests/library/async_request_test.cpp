@@ -8,10 +8,10 @@ namespace {
 class AsyncRequestTest : public EndpointTest {
 protected:
     AsyncRequestTest() {
-        platform.Knows(7, "Peer");
-        platform.Arrive(7, 1);
+        platform.knows(7, "Peer");
+        platform.arrive(7, 1);
         endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-        platform.Calls();
+        platform.calls();
         request.Allocate(300, 0, nullptr);
     }
 
@@ -23,16 +23,16 @@ protected:
 
 TEST_F(AsyncRequestTest, WithoutInitItIsRefused) {
     EXPECT_EQ(unopened.AsyncRequest("Peer", request, 400, 0, &reply), -1);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("log 2 linxIpc:577 LinxIpc::AsyncRequest use of un-initialized object"));
 }
 
 TEST_F(AsyncRequestTest, TheReplyIsDispatchedAndEndsTheWait) {
-    endpoint.RegisterHandler(400, NoteMessage, Named("handler"));
-    platform.Arrive(7, 400, "abcd");
+    endpoint.RegisterHandler(400, noteMessage, named("handler"));
+    platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 0);
     EXPECT_THAT(
-        platform.Calls(),
+        platform.calls(),
         ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
                     "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s2)",
                     "handler: 400 from Peer 'abcd'", "ReCalcTimeout(1002)", "linx_free_buf(s2)"));
@@ -41,15 +41,15 @@ TEST_F(AsyncRequestTest, TheReplyIsDispatchedAndEndsTheWait) {
 TEST_F(AsyncRequestTest, OtherMessagesAreDispatchedUntilTheReplyComes) {
     endpoint.RegisterDefault(
         [](LinxIpc*, void* userData) {
-            recording::Platform::Instance().Note("default: " + Described(*static_cast<IpcMessage*>(userData)));
+            recording::Platform::instance().note("default: " + described(*static_cast<IpcMessage*>(userData)));
         },
         &reply);
-    platform.Arrive(7, 301, "one");
-    platform.Arrive(7, 302, "two");
-    platform.Arrive(7, 400, "abcd");
+    platform.arrive(7, 301, "one");
+    platform.arrive(7, 302, "two");
+    platform.arrive(7, 400, "abcd");
     platform.timesLeft = {450, 440, 390, 380, 330};
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, &reply), 0);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_alloc(4, 300) = s5", "linx_send(s5, 7)",  //
                             "CalcInitialTimeout(500) = 1001", "CalcInitialTimeout(500) = 1002",
                             "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s2)",
@@ -60,22 +60,22 @@ TEST_F(AsyncRequestTest, OtherMessagesAreDispatchedUntilTheReplyComes) {
                             "ReCalcTimeout(1003)", "CalcInitialTimeout(380) = 1005", "CalcInitialTimeout(380) = 1006",
                             "linx_receive_w_tmo(380, {0, 0, 0, 0})", "linx_sender(s4)",
                             "default: 400 from Peer 'abcd'", "ReCalcTimeout(1006)", "linx_free_buf(s4)"));
-    EXPECT_EQ(Described(reply), "400 from Peer 'abcd'");
-    EXPECT_EQ(Described(endpoint.rxMessage), "1 from Peer ''");
+    EXPECT_EQ(described(reply), "400 from Peer 'abcd'");
+    EXPECT_EQ(described(endpoint.rxMessage), "1 from Peer ''");
 }
 
 TEST_F(AsyncRequestTest, WithoutAReplyMessageTheReplyIsInRxMessage) {
-    platform.Arrive(7, 301);
-    platform.Arrive(7, 400, "abcd");
+    platform.arrive(7, 301);
+    platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 0);
-    EXPECT_EQ(Described(endpoint.rxMessage), "400 from Peer 'abcd'");
+    EXPECT_EQ(described(endpoint.rxMessage), "400 from Peer 'abcd'");
 }
 
 TEST_F(AsyncRequestTest, ANegativeTimeOutMeansNoLimit) {
-    platform.Arrive(7, 301);
-    platform.Arrive(7, 400);
+    platform.arrive(7, 301);
+    platform.arrive(7, 400);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 0);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "CalcInitialTimeout(-1) = 1001",
                             "linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)", goesBack,
                             "ReCalcTimeout(1001)", "CalcInitialTimeout(-1) = 1002", "linx_receive({0, 0, 0, 0})",
@@ -83,28 +83,28 @@ TEST_F(AsyncRequestTest, ANegativeTimeOutMeansNoLimit) {
 }
 
 TEST_F(AsyncRequestTest, ReplyType0AwaitsNothing) {
-    platform.Arrive(7, 400);
+    platform.arrive(7, 400);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 0, 500, nullptr), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)"));
 }
 
 TEST_F(AsyncRequestTest, AFailedSendIsReturnedWithoutALogLineOfItsOwn) {
-    platform.Fail("linx_alloc", {ENOMEM});
+    platform.fail("linx_alloc", {ENOMEM});
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 12);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_alloc(4, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12"));
 }
 
 TEST_F(AsyncRequestTest, AnAbsentDestinationIsLoggedByTheSend) {
     EXPECT_EQ(endpoint.AsyncRequest("Absent", request, 0, 500, nullptr), -1);
-    EXPECT_EQ(platform.Calls().back(), "log 2 linxIpc:438 Notify: cannot resolve destination Absent");
+    EXPECT_EQ(platform.calls().back(), "log 2 linxIpc:438 Notify: cannot resolve destination Absent");
 }
 
 TEST_F(AsyncRequestTest, LaterReceivesGetOnlyTheTimeLeft) {
-    platform.Arrive(7, 301);
+    platform.arrive(7, 301);
     platform.timesLeft = {5, 3};
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 110);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
                             "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
                             "linx_sender(s2)", "ReCalcTimeout(1002)", "linx_free_buf(s2)", goesBack,
@@ -113,49 +113,49 @@ TEST_F(AsyncRequestTest, LaterReceivesGetOnlyTheTimeLeft) {
 }
 
 TEST_F(AsyncRequestTest, AShutdownRequestEndsTheWaitWithoutALogLineOfItsOwn) {
-    platform.Arrive(7, 1280);
+    platform.arrive(7, 1280);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 108);
-    EXPECT_EQ(platform.Calls().back(), "log 512 linxIpc:802 Receive: Shutdown Requested");
+    EXPECT_EQ(platform.calls().back(), "log 512 linxIpc:802 Receive: Shutdown Requested");
 }
 
 TEST_F(AsyncRequestTest, TheDeathOfTheDestinationDoesNotEndTheWait) {
-    platform.Knows(9, "ConfigMgr");
-    platform.Arrive(9, 301);
-    platform.Arrive(7, 1281, Word(3));
-    platform.Arrive(9, 400, "abcd");
+    platform.knows(9, "ConfigMgr");
+    platform.arrive(9, 301);
+    platform.arrive(7, 1281, word(3));
+    platform.arrive(9, 400, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(endpoint.AsyncRequest("ConfigMgr", request, 400, 500, nullptr), 0);
-    EXPECT_EQ(Described(endpoint.rxMessage), "400 from ConfigMgr 'abcd'");
+    EXPECT_EQ(described(endpoint.rxMessage), "400 from ConfigMgr 'abcd'");
 }
 
 TEST_F(AsyncRequestTest, AnyReceiveErrorEndsTheWait) {
-    platform.Arrive(7, 301);
-    platform.Fail("linx_receive", {0, EINVAL});
+    platform.arrive(7, 301);
+    platform.fail("linx_receive", {0, EINVAL});
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 22);
-    EXPECT_EQ(platform.Calls().back(), "log 2 linxIpc:700 Receive: error 22");
+    EXPECT_EQ(platform.calls().back(), "log 2 linxIpc:700 Receive: error 22");
 }
 
 TEST_F(AsyncRequestTest, AMessageThatAlreadyHasTheReplyTypeEndsTheWaitAtARelayedSignal) {
-    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+    endpoint.RegisterRelayHandler(300, noteRelay, named("relay"));
     reply.Allocate(400, 6, std::string("before").data());
-    platform.Arrive(7, 300, "abcd");
+    platform.arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, &reply), 0);
-    EXPECT_EQ(Described(reply), "400 from Peer 'before'");
+    EXPECT_EQ(described(reply), "400 from Peer 'before'");
 }
 
 TEST_F(AsyncRequestTest, AHandlerThatReceivesIntoTheMessageHidesTheReply) {
     endpoint.RegisterHandler(
         400, [](LinxIpc* called, void*) { called->Receive(-1, 301, LinxIpc::emptyString, nullptr); }, nullptr);
-    platform.Arrive(7, 400);
-    platform.Arrive(7, 301);
+    platform.arrive(7, 400);
+    platform.arrive(7, 301);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, nullptr), 110);
 }
 
 TEST_F(AsyncRequestTest, ARelayedReplyDoesNotEndTheWait) {
-    endpoint.RegisterRelayHandler(400, NoteRelay, Named("relay"));
-    platform.Arrive(7, 400, "abcd");
+    endpoint.RegisterRelayHandler(400, noteRelay, named("relay"));
+    platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, &reply), 110);
-    EXPECT_THAT(platform.Calls(), ::testing::Contains("relay: 400 from Peer 'abcd'"));
+    EXPECT_THAT(platform.calls(), ::testing::Contains("relay: 400 from Peer 'abcd'"));
 }
 
 }  // namespace

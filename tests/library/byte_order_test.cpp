@@ -16,9 +16,9 @@ using linxtest::written;
 /// The bytes of the signals that the library writes, and what it reads from the bytes of others.
 class ByteOrderTest : public EndpointTest {
 protected:
-    ByteOrderTest() { platform.Answers("Peer", {7}); }
+    ByteOrderTest() { platform.answers("Peer", {7}); }
 
-    std::string Notified(unsigned type, std::string payload) {
+    std::string notified(unsigned type, std::string payload) {
         IpcMessage message;
         message.Allocate(type, static_cast<unsigned>(payload.size()), payload.data());
         EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
@@ -26,34 +26,34 @@ protected:
     }
 
     /// Lets a signal arrive that consists of these bytes, number word included.
-    void Arrive(const std::string& bytes) {
+    void arrive(const std::string& bytes) {
         const std::string signal = bytesFrom(bytes);
         std::uint32_t number = 0;
         std::memcpy(&number, signal.data(), sizeof number);
-        platform.Arrive(7, number, signal.substr(sizeof number));
+        platform.arrive(7, number, signal.substr(sizeof number));
     }
 };
 
 TEST_F(ByteOrderTest, ANotificationIsItsTypeThenItsPayload) {
-    EXPECT_EQ(Notified(0x12345678, "abc"), written("12 34 56 78 61 62 63", "78 56 34 12 61 62 63"));
-    EXPECT_EQ(Notified(300, ""), written("00 00 01 2C", "2C 01 00 00"));
+    EXPECT_EQ(notified(0x12345678, "abc"), written("12 34 56 78 61 62 63", "78 56 34 12 61 62 63"));
+    EXPECT_EQ(notified(300, ""), written("00 00 01 2C", "2C 01 00 00"));
 }
 
 TEST_F(ByteOrderTest, ANotificationDoesNotRelyOnThePlatformForItsType) {
     platform.leavesNumbersOut = true;
-    EXPECT_EQ(Notified(0x12345678, "abc"), written("12 34 56 78 61 62 63", "78 56 34 12 61 62 63"));
+    EXPECT_EQ(notified(0x12345678, "abc"), written("12 34 56 78 61 62 63", "78 56 34 12 61 62 63"));
 }
 
 TEST_F(ByteOrderTest, AShutdownRequestIsItsTypeAlone) {
-    EXPECT_EQ(Notified(1280, ""), written("00 00 05 00", "00 05 00 00"));
+    EXPECT_EQ(notified(1280, ""), written("00 00 05 00", "00 05 00 00"));
 }
 
 TEST_F(ByteOrderTest, AProcessDiedNoticeIsItsTypeThenTheProcess) {
-    EXPECT_EQ(Notified(1281, Word(e_GpsHal)), written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"));
+    EXPECT_EQ(notified(1281, word(e_GpsHal)), written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"));
 }
 
 TEST_F(ByteOrderTest, AProcessDiedNoticeIsReadAsItIsWritten) {
-    Arrive(written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"));
+    arrive(written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"));
     IpcMessage message;
     EXPECT_EQ(endpoint.Receive(-1, 300, "GpsHal", &message), EHOSTUNREACH);
     EXPECT_EQ(message.MsgType(), 1281u);
@@ -61,21 +61,21 @@ TEST_F(ByteOrderTest, AProcessDiedNoticeIsReadAsItIsWritten) {
 }
 
 TEST_F(ByteOrderTest, ANegativeProcessIsReadAsItIsWritten) {
-    Arrive(written("00 00 05 01 FF FF FF FE", "01 05 00 00 FE FF FF FF"));
+    arrive(written("00 00 05 01 FF FF FF FE", "01 05 00 00 FE FF FF FF"));
     EXPECT_EQ(endpoint.Receive(-1, 300, "UndefinedServer", nullptr), EHOSTUNREACH);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ::testing::Contains("log 16 linxIpc:813 Receive: Process died -2 - UndefinedServer"));
 }
 
 TEST_F(ByteOrderTest, AMessageHasTheTypeOfItsSignalAndItsBytesUnchanged) {
-    Arrive(written("12 34 56 78 01 02 03", "78 56 34 12 01 02 03"));
+    arrive(written("12 34 56 78 01 02 03", "78 56 34 12 01 02 03"));
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(endpoint.rxMessage.MsgType(), 0x12345678u);
     EXPECT_EQ(bytesOf(endpoint.rxMessage.DataPtr(), endpoint.rxMessage.Length()), "01 02 03");
 }
 
 TEST_F(ByteOrderTest, ARelayedSignalChangesItsNumberWordAlone) {
-    Arrive(written("00 00 01 2C 01 02 03 04 05", "2C 01 00 00 01 02 03 04 05"));
+    arrive(written("00 00 01 2C 01 02 03 04 05", "2C 01 00 00 01 02 03 04 05"));
     endpoint.RegisterRelayHandler(
         300,
         [](LinxIpc* relay, void*) {

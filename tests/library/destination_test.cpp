@@ -10,14 +10,14 @@ namespace {
 class DestinationTest : public EndpointTest {
 protected:
     /// The spid that a message to `name` is sent to without a hunt; 0 when there is none.
-    LinxSpid CachedSpid(const std::string& name) {
-        platform.Calls();
+    LinxSpid cachedSpid(const std::string& name) {
+        platform.calls();
         platform.sent.clear();
         IpcMessage message;
         const unsigned level = std::exchange(platform.level, 0);
         endpoint.Notify(name, message, false);
         platform.level = level;
-        const std::vector<std::string> calls = platform.Calls();
+        const std::vector<std::string> calls = platform.calls();
         const bool atOnce = !calls.empty() && calls.front().rfind("linx_alloc", 0) == 0;
         return atOnce ? platform.sent.front().to : 0;
     }
@@ -28,59 +28,59 @@ protected:
 TEST_F(DestinationTest, WithoutInitItIsRefusedAndAlwaysLogged) {
     EXPECT_EQ(unopened.ResolveDestination("Peer", true), -1);
     EXPECT_EQ(unopened.ResolveDestination("Peer", false), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object",
+    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object",
                                               "log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object"));
 }
 
 TEST_F(DestinationTest, AnAnsweredHuntIsRemembered) {
-    platform.Answers("Peer", {7});
+    platform.answers("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "linx_sender(s1)", "linx_free_buf(s1)"));
-    EXPECT_EQ(CachedSpid("Peer"), 7u);
-    EXPECT_THAT(platform.SignalsInHand(), IsEmpty());
+    EXPECT_EQ(cachedSpid("Peer"), 7u);
+    EXPECT_THAT(platform.signalsInHand(), IsEmpty());
 }
 
 TEST_F(DestinationTest, AnAnsweredHuntNamesTheSender) {
-    platform.Answers("Peer", {7});
+    platform.answers("Peer", {7});
     endpoint.ResolveDestination("Peer", true);
-    platform.Calls();
-    platform.Arrive(7, 300);
+    platform.calls();
+    platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
-    EXPECT_EQ(Described(endpoint.rxMessage), "300 from Peer ''");
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_EQ(described(endpoint.rxMessage), "300 from Peer ''");
 }
 
 TEST_F(DestinationTest, AnAnsweredHuntKeepsTheNameThatASpidHas) {
-    platform.Knows(7, "Peer");
-    platform.Answers("Alias", {7});
-    platform.Arrive(7, 300);
+    platform.knows(7, "Peer");
+    platform.answers("Alias", {7});
+    platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     EXPECT_EQ(endpoint.ResolveDestination("Alias", true), 0);
-    platform.Arrive(7, 301);
+    platform.arrive(7, 301);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_EQ(Described(endpoint.rxMessage), "301 from Peer ''");
-    EXPECT_EQ(CachedSpid("Alias"), 7u);
-    EXPECT_EQ(CachedSpid("Peer"), 7u);
+    EXPECT_EQ(described(endpoint.rxMessage), "301 from Peer ''");
+    EXPECT_EQ(cachedSpid("Alias"), 7u);
+    EXPECT_EQ(cachedSpid("Peer"), 7u);
 }
 
 TEST_F(DestinationTest, NamesThatDifferInOneLetterAreTwoDestinationsAndTwoSenders) {
     LinxSpid spid = 10;
     for (std::size_t length = 1; length <= 20; ++length) {
         const std::string name(length, 'a');
-        platform.Answers(name, {++spid});
+        platform.answers(name, {++spid});
         ASSERT_EQ(endpoint.ResolveDestination(name, true), 0);
         const LinxSpid first = spid;
         for (std::size_t place = 0; place < length; ++place) {
             std::string other = name;
             other[place] = 'b';
-            platform.Answers(other, {++spid});
+            platform.answers(other, {++spid});
             ASSERT_EQ(endpoint.ResolveDestination(other, true), 0);
-            EXPECT_EQ(CachedSpid(name), first) << name;
-            EXPECT_EQ(CachedSpid(other), spid) << other;
+            EXPECT_EQ(cachedSpid(name), first) << name;
+            EXPECT_EQ(cachedSpid(other), spid) << other;
             for (const auto& [sender, text] : {std::pair{first, name}, {spid, other}}) {
-                platform.Arrive(sender, 300);
+                platform.arrive(sender, 300);
                 endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
                 EXPECT_EQ(endpoint.rxMessage.GetSender(), text);
             }
@@ -90,108 +90,108 @@ TEST_F(DestinationTest, NamesThatDifferInOneLetterAreTwoDestinationsAndTwoSender
 
 TEST_F(DestinationTest, AnUnansweredHuntIsRememberedAndNotRepeated) {
     EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved"));
-    platform.Answers("Absent", {7});
+    platform.answers("Absent", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:935 LinxIpc::ResolveDestination: unresolved"));
+    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:935 LinxIpc::ResolveDestination: unresolved"));
 }
 
 TEST_F(DestinationTest, AnUnansweredHuntIsRememberedEvenWithoutErrorLines) {
     EXPECT_EQ(endpoint.ResolveDestination("Absent", false), -1);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})"));
     EXPECT_EQ(endpoint.ResolveDestination("Absent", false), -1);
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
 TEST_F(DestinationTest, AKnownNameIsHuntedAgainButKeepsItsSpid) {
-    platform.Answers("Peer", {7, 17});
+    platform.answers("Peer", {7, 17});
     endpoint.ResolveDestination("Peer", true);
-    platform.Calls();
+    platform.calls();
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "linx_sender(s2)", "linx_free_buf(s2)"));
-    EXPECT_EQ(CachedSpid("Peer"), 7u);
+    EXPECT_EQ(cachedSpid("Peer"), 7u);
 }
 
 TEST_F(DestinationTest, AKnownNameWhoseHuntIsNotAnsweredKeepsItsSpid) {
-    platform.Answers("Peer", {7});
+    platform.answers("Peer", {7});
     endpoint.ResolveDestination("Peer", true);
-    platform.Answers("Peer", {});
+    platform.answers("Peer", {});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
-    EXPECT_EQ(CachedSpid("Peer"), 7u);
+    EXPECT_EQ(cachedSpid("Peer"), 7u);
 }
 
 TEST_F(DestinationTest, AFailedHuntIsLoggedAndNotRemembered) {
-    platform.Answers("Peer", {7});
-    platform.Fail("linx_hunt", {ENOSPC, ENOSPC});
+    platform.answers("Peer", {7});
+    platform.fail("linx_hunt", {ENOSPC, ENOSPC});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)",
+    EXPECT_THAT(platform.calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)",
                                               "log 2 linxIpc:946 LinxIpc::ResolveDestination: error 28"));
     EXPECT_EQ(endpoint.ResolveDestination("Peer", false), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)"));
+    EXPECT_THAT(platform.calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)"));
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
 }
 
 TEST_F(DestinationTest, AFailedReceiveIsLoggedAndNotRemembered) {
-    platform.Fail("linx_receive_w_tmo", {EINVAL, EINVAL});
+    platform.fail("linx_receive_w_tmo", {EINVAL, EINVAL});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "log 2 linxIpc:955 LinxIpc::ResolveDestination: error 22"));
     EXPECT_EQ(endpoint.ResolveDestination("Peer", false), -1);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})"));
-    platform.Answers("Peer", {7});
+    platform.answers("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
 }
 
 TEST_F(DestinationTest, TheFirstHuntSignalInTheQueueIsTakenAsTheAnswer) {
-    platform.Arrive(99, 251);
-    platform.Answers("Peer", {7});
+    platform.arrive(99, 251);
+    platform.answers("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
-    EXPECT_EQ(CachedSpid("Peer"), 99u);
+    EXPECT_EQ(cachedSpid("Peer"), 99u);
     EXPECT_EQ(endpoint.ResolveDestination("Next", true), 0) << "the answer for Peer is still queued";
-    EXPECT_EQ(CachedSpid("Next"), 7u);
+    EXPECT_EQ(cachedSpid("Next"), 7u);
 }
 
 TEST_F(DestinationTest, OtherSignalsStayQueuedWhileHunting) {
-    platform.Arrive(8, 300, "abcd");
-    platform.Arrive(8, 1280);
-    platform.Answers("Peer", {7});
+    platform.arrive(8, 300, "abcd");
+    platform.arrive(8, 1280);
+    platform.answers("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
     EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), 0);
-    EXPECT_EQ(Described(endpoint.rxMessage), "300 from unknown 'abcd'");
+    EXPECT_EQ(described(endpoint.rxMessage), "300 from unknown 'abcd'");
 }
 
 TEST_F(DestinationTest, ALateAnswerEndsUpInReceive) {
     endpoint.ResolveDestination("Late", true);
-    platform.Knows(7, "Late");
-    platform.Arrive(7, 251);
+    platform.knows(7, "Late");
+    platform.arrive(7, 251);
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
-    EXPECT_EQ(Described(endpoint.rxMessage), "251 from Late ''");
-    EXPECT_EQ(CachedSpid("Late"), 7u) << "naming the sender of the answer has made the name known";
+    EXPECT_EQ(described(endpoint.rxMessage), "251 from Late ''");
+    EXPECT_EQ(cachedSpid("Late"), 7u) << "naming the sender of the answer has made the name known";
 }
 
 TEST_F(DestinationTest, AnAbsentDestinationStaysAbsentUntilASignalFromItIsReceived) {
-    platform.Knows(7, "Late");
+    platform.knows(7, "Late");
     EXPECT_EQ(endpoint.ResolveDestination("Late", false), -1);
-    platform.Answers("Late", {7});
-    platform.Arrive(7, 300);
-    EXPECT_EQ(CachedSpid("Late"), 0u) << "what is queued has not been received";
+    platform.answers("Late", {7});
+    platform.arrive(7, 300);
+    EXPECT_EQ(cachedSpid("Late"), 0u) << "what is queued has not been received";
     EXPECT_EQ(endpoint.Attach("Late", 500), -1);
     EXPECT_EQ(endpoint.Relay(endpoint.relayMessage, "Late"), -1);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_EQ(CachedSpid("Late"), 7u);
+    EXPECT_EQ(cachedSpid("Late"), 7u);
 }
 
 TEST_F(DestinationTest, TheNamePassedMayBeEmpty) {
-    platform.Answers("", {7});
+    platform.answers("", {7});
     EXPECT_EQ(endpoint.ResolveDestination("", true), 0);
-    EXPECT_EQ(CachedSpid(""), 7u);
+    EXPECT_EQ(cachedSpid(""), 7u);
 }
 
 class MessageOriginatorTest : public DestinationTest {
@@ -212,8 +212,8 @@ TEST_F(MessageOriginatorTest, BeforeAnyMessageTheEmptyNameMayBeAKnownOne) {
 }
 
 TEST_F(MessageOriginatorTest, AKnownSenderIsReturnedFromTheCache) {
-    platform.Knows(7, "Peer");
-    platform.Arrive(7, 300);
+    platform.knows(7, "Peer");
+    platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     const std::string& originator = endpoint.MessageOriginator(notHunted);
     EXPECT_EQ(originator, "Peer");
@@ -240,8 +240,8 @@ TEST_F(MessageOriginatorTest, AnUnknownSenderIsReturnedFromTheMessage) {
 
 TEST_F(MessageOriginatorTest, ItIsOnlyAboutTheEndpointsOwnMessage) {
     IpcMessage message;
-    platform.Knows(7, "Peer");
-    platform.Arrive(7, 300);
+    platform.knows(7, "Peer");
+    platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, &message);
     EXPECT_EQ(endpoint.MessageOriginator(notHunted), "");
     EXPECT_EQ(notHunted, 1);
@@ -250,7 +250,7 @@ TEST_F(MessageOriginatorTest, ItIsOnlyAboutTheEndpointsOwnMessage) {
 TEST_F(MessageOriginatorTest, ItAsksNothingOfThePlatform) {
     unopened.MessageOriginator(notHunted);
     EXPECT_EQ(notHunted, 1);
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ using linxtest::newThatFails;
 /// What the handlers here throw.
 struct Refusal {};
 
-void Throw(LinxIpc*, void*) {
+void throwFromHandler(LinxIpc*, void*) {
     throw Refusal();
 }
 
@@ -35,65 +35,65 @@ std::ostream& operator<<(std::ostream& stream, const Thrower& thrower) {
     return stream << thrower.name;
 }
 
-int ReceiveAny(LinxIpc& endpoint, IpcMessage&) {
+int receiveAny(LinxIpc& endpoint, IpcMessage&) {
     return endpoint.Receive(-1, 0, nobody, nullptr);
 }
 
-int ReceiveTimed(LinxIpc& endpoint, IpcMessage& message) {
+int receiveTimed(LinxIpc& endpoint, IpcMessage& message) {
     return endpoint.Receive(500, 0, "somebody with a long name", &message);
 }
 
-int ReceiveWithWatchdog(LinxIpc& endpoint, IpcMessage&) {
+int receiveWithWatchdog(LinxIpc& endpoint, IpcMessage&) {
     Watchdog watchdog;
     return endpoint.Receive(watchdog, 500);
 }
 
-int Request(LinxIpc& endpoint, IpcMessage& message) {
+int request(LinxIpc& endpoint, IpcMessage& message) {
     return endpoint.Request("Peer", message, 400, 500, nullptr);
 }
 
-int AsyncRequest(LinxIpc& endpoint, IpcMessage& message) {
+int asyncRequest(LinxIpc& endpoint, IpcMessage& message) {
     return endpoint.AsyncRequest("Peer", message, 400, 500, nullptr);
 }
 
-void Enlist300(LinxIpc& endpoint) {
-    endpoint.RegisterHandler(300, Throw, nullptr);
+void enlist300(LinxIpc& endpoint) {
+    endpoint.RegisterHandler(300, throwFromHandler, nullptr);
 }
 
-void EnlistShutdown(LinxIpc& endpoint) {
-    endpoint.RegisterShutdown(Throw, nullptr);
+void enlistShutdown(LinxIpc& endpoint) {
+    endpoint.RegisterShutdown(throwFromHandler, nullptr);
 }
 
 const Thrower throwers[] = {
-    {"HandlerInReceive", 300, Enlist300, ReceiveAny},
-    {"HandlerInTimedReceive", 300, Enlist300, ReceiveTimed},
-    {"HandlerInReceiveWithWatchdog", 300, Enlist300, ReceiveWithWatchdog},
-    {"HandlerInAsyncRequest", 300, Enlist300, AsyncRequest},
-    {"HandlerOfTheReply", 400, [](LinxIpc& e) { e.RegisterHandler(400, Throw, nullptr); }, AsyncRequest},
-    {"DefaultHandler", 300, [](LinxIpc& e) { e.RegisterDefault(Throw, nullptr); }, ReceiveAny},
-    {"ShutdownHandler", 1280, EnlistShutdown, ReceiveAny},
-    {"ShutdownHandlerInRequest", 1280, EnlistShutdown, Request},
-    {"ProcessDiedHandler", 1281, [](LinxIpc& e) { e.RegisterProcessDied(Throw, nullptr); }, ReceiveAny},
-    {"HandlerOfWhatDoesNotEndTheWait", 13264, [](LinxIpc& e) { e.RegisterHandler(13264, Throw, nullptr); },
-     ReceiveAny},
+    {"HandlerInReceive", 300, enlist300, receiveAny},
+    {"HandlerInTimedReceive", 300, enlist300, receiveTimed},
+    {"HandlerInReceiveWithWatchdog", 300, enlist300, receiveWithWatchdog},
+    {"HandlerInAsyncRequest", 300, enlist300, asyncRequest},
+    {"HandlerOfTheReply", 400, [](LinxIpc& e) { e.RegisterHandler(400, throwFromHandler, nullptr); }, asyncRequest},
+    {"DefaultHandler", 300, [](LinxIpc& e) { e.RegisterDefault(throwFromHandler, nullptr); }, receiveAny},
+    {"ShutdownHandler", 1280, enlistShutdown, receiveAny},
+    {"ShutdownHandlerInRequest", 1280, enlistShutdown, request},
+    {"ProcessDiedHandler", 1281, [](LinxIpc& e) { e.RegisterProcessDied(throwFromHandler, nullptr); }, receiveAny},
+    {"HandlerOfWhatDoesNotEndTheWait", 13264, [](LinxIpc& e) { e.RegisterHandler(13264, throwFromHandler, nullptr); },
+     receiveAny},
 };
 
 class ThrowerTest : public ReceiveTest, public ::testing::WithParamInterface<Thrower> {};
 
 TEST_P(ThrowerTest, HasItsSignalFreedOnceAndTheNextIsReceived) {
-    MeetPeers();
+    meetPeers();
     GetParam().enlist(endpoint);
-    const std::string signal = platform.Arrive(7, GetParam().number, "abcd");
+    const std::string signal = platform.arrive(7, GetParam().number, "abcd");
     EXPECT_THROW(GetParam().receive(endpoint, message), Refusal);
-    const std::vector<std::string> calls = platform.Calls();
+    const std::vector<std::string> calls = platform.calls();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "linx_free_buf(" + signal + ")"), 1);
     EXPECT_THAT(calls, ::testing::Not(::testing::Contains("PetWatchdog")));
-    EXPECT_THAT(platform.SignalsInHand(), IsEmpty());
+    EXPECT_THAT(platform.signalsInHand(), IsEmpty());
 
-    platform.Arrive(7, 500, "next");
+    platform.arrive(7, 500, "next");
     EXPECT_EQ(endpoint.Receive(-1, 500, nobody, &message), 0);
-    EXPECT_EQ(Described(message), "500 from Peer 'next'");
-    EXPECT_THAT(platform.SignalsInHand(), IsEmpty());
+    EXPECT_EQ(described(message), "500 from Peer 'next'");
+    EXPECT_THAT(platform.signalsInHand(), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Library, ThrowerTest, ::testing::ValuesIn(throwers),
@@ -101,46 +101,46 @@ INSTANTIATE_TEST_SUITE_P(Library, ThrowerTest, ::testing::ValuesIn(throwers),
 
 class ExceptionsTest : public ReceiveTest {
 protected:
-    ExceptionsTest() { MeetPeers(); }
+    ExceptionsTest() { meetPeers(); }
 };
 
 TEST_F(ExceptionsTest, AHandlersExceptionPassesThroughTheHandlerThatReceived) {
-    endpoint.RegisterHandler(301, Throw, nullptr);
+    endpoint.RegisterHandler(301, throwFromHandler, nullptr);
     endpoint.RegisterHandler(
         300, [](LinxIpc* called, void*) { called->Receive(-1, 0, nobody, nullptr); }, nullptr);
-    platform.Arrive(7, 300);
-    platform.Arrive(8, 301);
+    platform.arrive(7, 300);
+    platform.arrive(8, 301);
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, nullptr), Refusal);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_receive({0, 0, 0, 0})",
                             "linx_sender(s4)", "linx_free_buf(s4)", "linx_free_buf(s3)"));
 }
 
 TEST_F(ExceptionsTest, ARelayHandlersSignalStaysInTheRelayMessageAndIsFreedByTheNext) {
-    endpoint.RegisterRelayHandler(300, Throw, nullptr);
-    platform.Arrive(7, 300, "abcd");
+    endpoint.RegisterRelayHandler(300, throwFromHandler, nullptr);
+    platform.arrive(7, 300, "abcd");
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, nullptr), Refusal);
-    EXPECT_EQ(platform.Content(endpoint.relayMessage.Sig()), "300 'abcd'");
-    platform.Calls();
+    EXPECT_EQ(platform.content(endpoint.relayMessage.Sig()), "300 'abcd'");
+    platform.calls();
 
-    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
-    platform.Arrive(8, 300, "efgh");
+    endpoint.RegisterRelayHandler(300, noteRelay, named("relay"));
+    platform.arrive(8, 300, "efgh");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s3)",
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s3)",
                                               "relay: 300 from Other 'efgh'"));
 }
 
 TEST_F(ExceptionsTest, TheHeldSignalIsNotReplacedBeforeTheNewSendersNameIsCopied) {
-    platform.Knows(9, "a name that does not fit into a string itself");
-    platform.Arrive(9, 301);
+    platform.knows(9, "a name that does not fit into a string itself");
+    platform.arrive(9, 301);
     endpoint.Receive(-1, 0, nobody, &message);
-    endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
-    platform.Arrive(7, 300, "abcd");
+    endpoint.RegisterRelayHandler(300, noteRelay, named("relay"));
+    platform.arrive(7, 300, "abcd");
     endpoint.Receive(-1, 0, nobody, nullptr);
-    platform.Arrive(9, 300, "efgh");
+    platform.arrive(9, 300, "efgh");
     newThatFails = 1;  // the copy of the name
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, &message), std::bad_alloc);
-    EXPECT_EQ(Described(endpoint.relayMessage), "300 from Peer 'abcd'");
+    EXPECT_EQ(described(endpoint.relayMessage), "300 from Peer 'abcd'");
 }
 
 /// A message whose payload cannot be read.
@@ -152,7 +152,7 @@ public:
 TEST_F(ExceptionsTest, ASignalIsFreedWhenThePayloadForItThrows) {
     Withheld withheld;
     EXPECT_THROW(endpoint.Notify("Peer", withheld, true), Refusal);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s3", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 0) = s3", "linx_free_buf(s3)"));
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
 }
 
@@ -164,47 +164,47 @@ public:
 
 TEST_F(ExceptionsTest, ASignalIsFreedWhenTheMessageForItThrows) {
     Full full;
-    platform.Arrive(7, 300, "abcd");
+    platform.arrive(7, 300, "abcd");
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, &full), Refusal);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_free_buf(s3)"));
 }
 
 TEST_F(ExceptionsTest, AFailedSendForgetsTheDestinationEvenWhenItCannotBeLogged) {
-    platform.Answers("Peer", {17});
-    platform.Fail("linx_send", {ECONNRESET});
+    platform.answers("Peer", {17});
+    platform.fail("linx_send", {ECONNRESET});
     newThatFails = 1;
     EXPECT_THROW(endpoint.Notify("Peer", message, true), std::bad_alloc);
-    platform.Calls();
+    platform.calls();
     platform.level = 0;
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.Calls().front(), "linx_hunt(\"Peer\", null)");
+    EXPECT_EQ(platform.calls().front(), "linx_hunt(\"Peer\", null)");
     EXPECT_EQ(platform.sent.back().to, 17u);
 }
 
 TEST_F(ExceptionsTest, AFailedRelayForgetsTheDestinationEvenWhenItCannotBeLogged) {
     RelayMessage relay(&endpoint);
     relay.Allocate(300, 4, nullptr);
-    platform.Answers("Peer", {17});
-    platform.Fail("linx_send", {ECONNRESET});
+    platform.answers("Peer", {17});
+    platform.fail("linx_send", {ECONNRESET});
     newThatFails = 1;
     EXPECT_THROW(endpoint.Relay(relay, "Peer"), std::bad_alloc);
     EXPECT_EQ(relay.Sig(), nullptr);
-    platform.Calls();
+    platform.calls();
     platform.level = 0;
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.Calls().front(), "linx_hunt(\"Peer\", null)");
+    EXPECT_EQ(platform.calls().front(), "linx_hunt(\"Peer\", null)");
 }
 
 TEST_F(ExceptionsTest, AShutdownThatCannotBeLoggedHasReachedItsHandlerAndIsFreed) {
-    platform.Arrive(7, 1280);
+    platform.arrive(7, 1280);
     endpoint.RegisterShutdown(
         [](LinxIpc*, void*) {
-            recording::Platform::Instance().Note("shutdown");
+            recording::Platform::instance().note("shutdown");
             newThatFails = 1;
         },
         nullptr);
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, nullptr), std::bad_alloc);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "shutdown", "linx_free_buf(s3)"));
 }
 

@@ -14,30 +14,30 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 /// The message as text: "300 from Peer 'payload'".
-inline std::string Described(IpcMessage& message) {
+inline std::string described(IpcMessage& message) {
     const std::string payload = message.DataPtr() != nullptr ? std::string(message.DataPtr(), message.Length()) : "";
     return std::to_string(message.MsgType()) + " from " + message.GetSender() + " '" + payload + "'";
 }
 
 /// A handler that notes its user data, which is a name, and the message in `rxMessage`.
-inline void NoteMessage(LinxIpc* endpoint, void* userData) {
-    recording::Platform::Instance().Note(std::string(static_cast<const char*>(userData)) + ": " +
-                                         Described(endpoint->rxMessage));
+inline void noteMessage(LinxIpc* endpoint, void* userData) {
+    recording::Platform::instance().note(std::string(static_cast<const char*>(userData)) + ": " +
+                                         described(endpoint->rxMessage));
 }
 
 /// The same for `relayMessage`.
-inline void NoteRelay(LinxIpc* endpoint, void* userData) {
-    recording::Platform::Instance().Note(std::string(static_cast<const char*>(userData)) + ": " +
-                                         Described(endpoint->relayMessage));
+inline void noteRelay(LinxIpc* endpoint, void* userData) {
+    recording::Platform::instance().note(std::string(static_cast<const char*>(userData)) + ": " +
+                                         described(endpoint->relayMessage));
 }
 
 /// A name as user data for handlers.
-inline void* Named(const char* name) {
+inline void* named(const char* name) {
     return const_cast<char*>(name);
 }
 
 /// The four bytes of a word, as a signal carries them.
-inline std::string Word(std::int32_t value) {
+inline std::string word(std::int32_t value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
@@ -45,11 +45,11 @@ inline std::string Word(std::int32_t value) {
 class LibraryTest : public ::testing::Test {
 protected:
     LibraryTest() {
-        platform.Reset();
+        platform.reset();
         interposed::refusesArrays = false;
     }
 
-    recording::Platform& platform = recording::Platform::Instance();
+    recording::Platform& platform = recording::Platform::instance();
 };
 
 /// Tests of an open endpoint; the calls that opened it are not recorded.
@@ -57,7 +57,7 @@ class EndpointTest : public LibraryTest {
 protected:
     EndpointTest() {
         endpoint.Init();
-        platform.Calls();
+        platform.calls();
     }
 
     LinxIpc endpoint{"Self"};

@@ -22,34 +22,34 @@ bool refusesArrays = false;
 
 namespace {
 
-std::array<void*, 64> liveArrays{};
+std::array<void*, 64> arrays{};
 thread_local std::array<unsigned, 256> objectsBySize{};
 
 /// Null, with errno set, when there is no memory or when a test wants none to be found.
-void* Find(std::size_t size) {
+void* find(std::size_t size) {
     if (!linxtest::newFails()) return std::malloc(size != 0 ? size : 1);
     errno = ENOMEM;
     return nullptr;
 }
 
-void* Get(std::size_t size) {
-    void* memory = Find(size);
+void* get(std::size_t size) {
+    void* memory = find(size);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
 
-void ReleaseArray(void* memory) {
-    if (memory != nullptr) std::replace(liveArrays.begin(), liveArrays.end(), memory, static_cast<void*>(nullptr));
+void releaseArray(void* memory) {
+    if (memory != nullptr) std::replace(arrays.begin(), arrays.end(), memory, static_cast<void*>(nullptr));
     std::free(memory);
 }
 
 }  // namespace
 
-unsigned LiveArrays() {
-    return static_cast<unsigned>(std::count_if(liveArrays.begin(), liveArrays.end(), [](void* a) { return a; }));
+unsigned liveArrays() {
+    return static_cast<unsigned>(std::count_if(arrays.begin(), arrays.end(), [](void* a) { return a; }));
 }
 
-unsigned ObjectsMade(std::size_t size) {
+unsigned objectsMade(std::size_t size) {
     return std::exchange(objectsBySize.at(size), 0);
 }
 
@@ -57,7 +57,7 @@ unsigned ObjectsMade(std::size_t size) {
 
 void* operator new(std::size_t size) {
     if (size < interposed::objectsBySize.size()) ++interposed::objectsBySize[size];
-    return interposed::Get(size);
+    return interposed::get(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
@@ -67,35 +67,35 @@ void operator delete(void* memory, std::size_t) noexcept {
 }
 
 void* operator new[](std::size_t size) {
-    return interposed::Get(size);
+    return interposed::get(size);
 }
 void operator delete[](void* memory) noexcept {
-    interposed::ReleaseArray(memory);
+    interposed::releaseArray(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-    interposed::ReleaseArray(memory);
+    interposed::releaseArray(memory);
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     if (std::exchange(interposed::refusesArrays, false)) return nullptr;
-    void* memory = interposed::Find(size);
+    void* memory = interposed::find(size);
     if (memory == nullptr) return nullptr;
-    *std::find(interposed::liveArrays.begin(), interposed::liveArrays.end(), nullptr) = memory;
+    *std::find(interposed::arrays.begin(), interposed::arrays.end(), nullptr) = memory;
     return memory;
 }
 
 extern "C" {
 
 LINXIPC_API int close(int number) {
-    recording::Platform& platform = recording::Platform::Instance();
+    recording::Platform& platform = recording::Platform::instance();
     const linxtest::UnfailingNew ours;
-    if (!platform.OwnsDescriptor(number)) return static_cast<int>(syscall(SYS_close, number));
-    platform.Note("close(" + std::to_string(number) + ")");
+    if (!platform.ownsDescriptor(number)) return static_cast<int>(syscall(SYS_close, number));
+    platform.note("close(" + std::to_string(number) + ")");
     return 0;
 }
 
 LINXIPC_API char* strerror(int number) noexcept {
-    recording::Platform& platform = recording::Platform::Instance();
+    recording::Platform& platform = recording::Platform::instance();
     ++platform.strerrorCalls;
     const linxtest::UnfailingNew ours;
     if (platform.strerrorGivesNull) return nullptr;

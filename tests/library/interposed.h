@@ -11,10 +11,10 @@ namespace interposed {
 extern bool refusesArrays;  // the next non-throwing new[] yields null
 
 /// The number of buffers from non-throwing new[] that are not deleted yet.
-unsigned LiveArrays();
+unsigned liveArrays();
 
 /// How many objects of this size this thread has allocated since the last call for the size.
-unsigned ObjectsMade(std::size_t size);
+unsigned objectsMade(std::size_t size);
 
 }  // namespace interposed
 

@@ -21,7 +21,7 @@ TEST_F(IpcMessageTest, ANewMessageIsEmpty) {
 TEST_F(IpcMessageTest, AllocateCopiesTheSource) {
     IpcMessage message;
     EXPECT_EQ(message.Allocate(300, 8, bytes), 0);
-    EXPECT_EQ(Described(message), "300 from  'abcdefgh'");
+    EXPECT_EQ(described(message), "300 from  'abcdefgh'");
     EXPECT_NE(message.DataPtr(), bytes);
 }
 
@@ -29,7 +29,7 @@ TEST_F(IpcMessageTest, AllocateRestartsFillingEvenAfterCopyingASource) {
     IpcMessage message;
     message.Allocate(300, 8, bytes);
     EXPECT_EQ(message.Fill("XY", 2), 0);
-    EXPECT_EQ(Described(message), "300 from  'XYcdefgh'");
+    EXPECT_EQ(described(message), "300 from  'XYcdefgh'");
 }
 
 TEST_F(IpcMessageTest, TheLargestPayloadHas65532Bytes) {
@@ -50,16 +50,16 @@ TEST_F(IpcMessageTest, ARefusedSizeStillSetsTheTypeAndEmptiesTheMessage) {
     EXPECT_EQ(message.DataPtr(), buffer);
     EXPECT_EQ(message.Fill("Z", 1), 12);
     EXPECT_EQ(message.Fill("Z", 0), 0);
-    EXPECT_EQ(interposed::LiveArrays(), 1u);
+    EXPECT_EQ(interposed::liveArrays(), 1u);
 }
 
 TEST_F(IpcMessageTest, ABufferKeptAfterARefusedSizeIsReplacedByTheNextAllocate) {
     IpcMessage message;
     message.Allocate(300, 100, nullptr);
     EXPECT_EQ(message.Allocate(300, 70000, nullptr), 90);
-    EXPECT_EQ(interposed::LiveArrays(), 1u);
+    EXPECT_EQ(interposed::liveArrays(), 1u);
     EXPECT_EQ(message.Allocate(300, 16, nullptr), 0);
-    EXPECT_EQ(interposed::LiveArrays(), 1u);
+    EXPECT_EQ(interposed::liveArrays(), 1u);
     EXPECT_EQ(message.Length(), 16u);
     interposed::refusesArrays = true;
     EXPECT_EQ(message.Allocate(300, 17, nullptr), 12) << "17 bytes do not fit into the new buffer of 16";
@@ -79,9 +79,9 @@ TEST_F(IpcMessageTest, TheDestructorFreesTheBuffer) {
     {
         IpcMessage message;
         message.Allocate(300, 8, bytes);
-        EXPECT_EQ(interposed::LiveArrays(), 1u);
+        EXPECT_EQ(interposed::liveArrays(), 1u);
     }
-    EXPECT_EQ(interposed::LiveArrays(), 0u);
+    EXPECT_EQ(interposed::liveArrays(), 0u);
 }
 
 TEST_F(IpcMessageTest, TheDestructorFreesABufferKeptAfterARefusedSize) {
@@ -90,7 +90,7 @@ TEST_F(IpcMessageTest, TheDestructorFreesABufferKeptAfterARefusedSize) {
         message.Allocate(300, 8, bytes);
         message.Allocate(300, 70000, nullptr);
     }
-    EXPECT_EQ(interposed::LiveArrays(), 0u);
+    EXPECT_EQ(interposed::liveArrays(), 0u);
 }
 
 TEST_F(IpcMessageTest, AnEmptyAllocateOnANewMessageTakesNoMemory) {
@@ -100,7 +100,7 @@ TEST_F(IpcMessageTest, AnEmptyAllocateOnANewMessageTakesNoMemory) {
     EXPECT_EQ(message.MsgType(), 300u);
     EXPECT_EQ(message.Allocate(301, 0, bytes), 0);
     EXPECT_EQ(message.DataPtr(), nullptr);
-    EXPECT_EQ(interposed::LiveArrays(), 0u);
+    EXPECT_EQ(interposed::liveArrays(), 0u);
 }
 
 TEST_F(IpcMessageTest, ASmallerSizeKeepsTheBufferAndALargerReplacesIt) {
@@ -117,14 +117,14 @@ TEST_F(IpcMessageTest, ASmallerSizeKeepsTheBufferAndALargerReplacesIt) {
     EXPECT_EQ(message.Allocate(302, 101, nullptr), 12) << "101 bytes ask for a new buffer";
     EXPECT_EQ(message.Allocate(302, 200, nullptr), 0);
     EXPECT_EQ(message.Length(), 200u);
-    EXPECT_EQ(interposed::LiveArrays(), 1u);
+    EXPECT_EQ(interposed::liveArrays(), 1u);
 }
 
 TEST_F(IpcMessageTest, AReusedBufferIsNotCleared) {
     IpcMessage message;
     message.Allocate(300, 8, bytes);
     message.Allocate(301, 4, nullptr);
-    EXPECT_EQ(Described(message), "301 from  'abcd'");
+    EXPECT_EQ(described(message), "301 from  'abcd'");
 }
 
 TEST_F(IpcMessageTest, WhenMemoryRunsOutTheOldBufferIsGone) {
@@ -137,9 +137,9 @@ TEST_F(IpcMessageTest, WhenMemoryRunsOutTheOldBufferIsGone) {
     EXPECT_EQ(message.DataPtr(), nullptr);
     EXPECT_EQ(message.Length(), 0u);
     EXPECT_EQ(message.Fill("Z", 1), 12);
-    EXPECT_EQ(interposed::LiveArrays(), 0u);
+    EXPECT_EQ(interposed::liveArrays(), 0u);
     EXPECT_EQ(message.Allocate(302, 4, bytes), 0);
-    EXPECT_EQ(Described(message), "302 from  'abcd'");
+    EXPECT_EQ(described(message), "302 from  'abcd'");
 }
 
 TEST_F(IpcMessageTest, FillAppendsUpToTheLength) {
@@ -149,7 +149,7 @@ TEST_F(IpcMessageTest, FillAppendsUpToTheLength) {
     EXPECT_EQ(message.Fill("efgh", 4), 0);
     EXPECT_EQ(message.Fill("i", 1), 12);
     EXPECT_EQ(message.Fill("i", 0), 0);
-    EXPECT_EQ(Described(message), "300 from  'abcdefgh'");
+    EXPECT_EQ(described(message), "300 from  'abcdefgh'");
 }
 
 TEST_F(IpcMessageTest, AnOverlongFillWritesNothingAndKeepsThePosition) {
@@ -158,7 +158,7 @@ TEST_F(IpcMessageTest, AnOverlongFillWritesNothingAndKeepsThePosition) {
     EXPECT_EQ(message.Fill("X", 1), 0);
     EXPECT_EQ(message.Fill("1234", 4), 12);
     EXPECT_EQ(message.Fill("YZ", 2), 0);
-    EXPECT_EQ(Described(message), "300 from  'XYZd'");
+    EXPECT_EQ(described(message), "300 from  'XYZd'");
 }
 
 TEST_F(IpcMessageTest, FillIsLimitedByTheLengthNotByTheBuffer) {
@@ -176,7 +176,7 @@ TEST_F(IpcMessageTest, FillRefusesACountWhoseSumWithThePositionWraps) {
     EXPECT_EQ(message.Fill(bytes, 0xFFFFFFFF), 12);
     EXPECT_EQ(message.Fill(bytes, 0xFFFFFFFD), 12);
     EXPECT_EQ(message.Fill("1", 1), 0);
-    EXPECT_EQ(Described(message), "300 from  'XYZ1efgh'");
+    EXPECT_EQ(described(message), "300 from  'XYZ1efgh'");
 }
 
 TEST_F(IpcMessageTest, ANullSourceWithoutBytesFillsNothing) {
@@ -185,7 +185,7 @@ TEST_F(IpcMessageTest, ANullSourceWithoutBytesFillsNothing) {
     EXPECT_EQ(message.Fill("a", 1), 12);
     message.Allocate(300, 4, bytes);
     EXPECT_EQ(message.Fill(nullptr, 0), 0);
-    EXPECT_EQ(Described(message), "300 from  'abcd'");
+    EXPECT_EQ(described(message), "300 from  'abcd'");
 }
 
 TEST_F(IpcMessageTest, ThePayloadMayBeWrittenInPlace) {
@@ -193,7 +193,7 @@ TEST_F(IpcMessageTest, ThePayloadMayBeWrittenInPlace) {
     message.Allocate(300, 2, nullptr);
     message.DataPtr()[0] = 'p';
     message.DataPtr()[1] = 'q';
-    EXPECT_EQ(Described(message), "300 from  'pq'");
+    EXPECT_EQ(described(message), "300 from  'pq'");
 }
 
 TEST_F(IpcMessageTest, TheSenderIsCopiedAndReturnedByReference) {
@@ -222,7 +222,7 @@ TEST_F(IpcMessageTest, NothingIsLogged) {
     interposed::refusesArrays = true;
     message.Allocate(300, 8, nullptr);
     message.Fill("a", 1);
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
 }  // namespace

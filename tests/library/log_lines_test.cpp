@@ -18,33 +18,33 @@ using recording::Platform;
 /// Endpoint and messages for one provocation.
 struct Scene {
     explicit Scene(Platform& used) : platform(used) {
-        platform.Knows(7, "Peer");
-        platform.Knows(8, "WatchdogMgr");
+        platform.knows(7, "Peer");
+        platform.knows(8, "WatchdogMgr");
         endpoint.Init();
     }
 
-    void Meet(LinxSpid spid) {
-        platform.Arrive(spid, 1);
+    void meet(LinxSpid spid) {
+        platform.arrive(spid, 1);
         endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     }
 
-    int Receive(LinxSpid from, std::uint32_t number, const std::string& payload, const std::string& awaited) {
-        platform.Arrive(from, number, payload);
+    int receive(LinxSpid from, std::uint32_t number, const std::string& payload, const std::string& awaited) {
+        platform.arrive(from, number, payload);
         return endpoint.Receive(10, 0, awaited, &message);
     }
 
     /// Sends to a known peer; these sends fail.
-    int NotifyWithFailures(std::initializer_list<int> errors) {
-        Meet(7);
-        platform.Answers("Peer", {7});
-        platform.Fail("linx_send", errors);
+    int notifyWithFailures(std::initializer_list<int> errors) {
+        meet(7);
+        platform.answers("Peer", {7});
+        platform.fail("linx_send", errors);
         return endpoint.Notify("Peer", message, true);
     }
 
-    int NotifyInVain() {
-        Meet(7);
-        platform.Answers("Peer", {7});
-        platform.FailAlways("linx_send", ECONNRESET);
+    int notifyInVain() {
+        meet(7);
+        platform.answers("Peer", {7});
+        platform.failAlways("linx_send", ECONNRESET);
         return endpoint.Notify("Peer", message, true);
     }
 
@@ -71,7 +71,7 @@ const Line lines[] = {
     {2, "linxIpc:334 LinxIpc::Init Linx Already initialized", -1, [](Scene& s) { return s.endpoint.Init(); }},
     {2, "linxIpc:342 LinxIpc::Init open failed for: Unopened, errno 98", 98,
      [](Scene& s) {
-         s.platform.Fail("linx_open", {EADDRINUSE});
+         s.platform.fail("linx_open", {EADDRINUSE});
          return s.unopened.Init();
      }},
     {2, "linxIpc:363 LinxIpc::Attach use of un-initialized object", -1,
@@ -80,8 +80,8 @@ const Line lines[] = {
      [](Scene& s) { return s.endpoint.Attach("Absent", 500); }},
     {2, "linxIpc:393 LinxIpc::Attach(): failed to attach", 3,
      [](Scene& s) {
-         s.Meet(7);
-         s.platform.Fail("linx_attach", {ESRCH});
+         s.meet(7);
+         s.platform.fail("linx_attach", {ESRCH});
          return s.endpoint.Attach("Peer", 500);
      }},
     {2, "linxIpc:416 Notify: use of un-initialized object", -1,
@@ -95,31 +95,31 @@ const Line lines[] = {
      }},
     {2, "linxIpc:460 Notify: linx_alloc failed: error 12", 12,
      [](Scene& s) {
-         s.Meet(7);
-         s.platform.Fail("linx_alloc", {ENOMEM});
+         s.meet(7);
+         s.platform.fail("linx_alloc", {ENOMEM});
          return s.endpoint.Notify("Peer", s.message, true);
      },
      "linxIpc:460 Notify: linx_alloc failed: "},
     {4, "linxIpc:477 Notify: send failed: error 104 retries left = 31", 0,
-     [](Scene& s) { return s.NotifyWithFailures({ECONNRESET}); }, "linxIpc:477 Notify: send failed: "},
+     [](Scene& s) { return s.notifyWithFailures({ECONNRESET}); }, "linxIpc:477 Notify: send failed: "},
     {4, "linxIpc:478 Notify: send failed: linx destination endpoint name = Peer", 0,
-     [](Scene& s) { return s.NotifyWithFailures({ECONNRESET}); }},
+     [](Scene& s) { return s.notifyWithFailures({ECONNRESET}); }},
     {4, "linxIpc:479 Notify: send failed: size of linx message = 4", 0,
-     [](Scene& s) { return s.NotifyWithFailures({ECONNRESET}); }},
+     [](Scene& s) { return s.notifyWithFailures({ECONNRESET}); }},
     {2, "linxIpc:484 Notify: send failed. No retries remaining: error 104", 0,
-     [](Scene& s) { return s.NotifyInVain(); }, "linxIpc:484 Notify: send failed. No retries remaining: "},
+     [](Scene& s) { return s.notifyInVain(); }, "linxIpc:484 Notify: send failed. No retries remaining: "},
     {2, "linxIpc:485 Notify: send failed: linx destination endpoint name = Peer", 0,
-     [](Scene& s) { return s.NotifyInVain(); }},
-    {2, "linxIpc:486 Notify: send failed: size of linx message = 4", 0, [](Scene& s) { return s.NotifyInVain(); }},
+     [](Scene& s) { return s.notifyInVain(); }},
+    {2, "linxIpc:486 Notify: send failed: size of linx message = 4", 0, [](Scene& s) { return s.notifyInVain(); }},
     {16, "linxIpc:500 Notify: send successful after 2 retries", 0,
      [](Scene& s) {
-         return s.NotifyWithFailures({ECONNRESET, ECONNRESET});
+         return s.notifyWithFailures({ECONNRESET, ECONNRESET});
      }},
     {2, "linxIpc:529 Request: use of un-initialized object", -1,
      [](Scene& s) { return s.unopened.Request("Peer", s.message, 400, 10, nullptr); }},
     {2, "linxIpc:544 Request: call to LinxIpc::Receive failed: 110", 110,
      [](Scene& s) {
-         s.Meet(7);
+         s.meet(7);
          return s.endpoint.Request("Peer", s.message, 400, 10, nullptr);
      }},
     {2, "linxIpc:550 Request: call to LinxIpc::Notify failed: -1", -1,
@@ -128,26 +128,26 @@ const Line lines[] = {
      [](Scene& s) { return s.unopened.AsyncRequest("Peer", s.message, 400, 10, nullptr); }},
     {128, "linxIpc:608 LinxIpc::AsyncRequest did not receive message waiting on, will go back and listen", 0,
      [](Scene& s) {
-         s.Meet(7);
-         s.platform.Arrive(7, 301);
-         s.platform.Arrive(7, 400);
+         s.meet(7);
+         s.platform.arrive(7, 301);
+         s.platform.arrive(7, 400);
          return s.endpoint.AsyncRequest("Peer", s.message, 400, 10, nullptr);
      }},
     {2, "linxIpc:653 Receive: use of un-initialized object", -1,
      [](Scene& s) { return s.unopened.Receive(10, 0, LinxIpc::emptyString, nullptr); }},
     {2, "linxIpc:700 Receive: error 22", 22,
      [](Scene& s) {
-         s.platform.Fail("linx_receive", {EINVAL});
+         s.platform.fail("linx_receive", {EINVAL});
          return s.endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
      },
      "linxIpc:700 Receive: "},
     {2, "linxIpc:770 Receive: error allocating message: 90", 90,
-     [](Scene& s) { return s.Receive(7, 300, std::string(65533, 'x'), ""); }},
-    {512, "linxIpc:802 Receive: Shutdown Requested", 108, [](Scene& s) { return s.Receive(7, 1280, "", ""); }},
+     [](Scene& s) { return s.receive(7, 300, std::string(65533, 'x'), ""); }},
+    {512, "linxIpc:802 Receive: Shutdown Requested", 108, [](Scene& s) { return s.receive(7, 1280, "", ""); }},
     {16, "linxIpc:813 Receive: Process died 3 - ConfigMgr", 110,
-     [](Scene& s) { return s.Receive(8, 1281, Word(3), ""); }},
+     [](Scene& s) { return s.receive(8, 1281, word(3), ""); }},
     {2, "linxIpc:817 Receive: host unreachable", 113,
-     [](Scene& s) { return s.Receive(8, 1281, Word(3), "ConfigMgr"); }},
+     [](Scene& s) { return s.receive(8, 1281, word(3), "ConfigMgr"); }},
     {2, "linxIpc:917 LinxIpc::Attach use of un-initialized object", -1,
      [](Scene& s) { return s.unopened.ResolveDestination("Peer", false); }},
     {2, "linxIpc:935 LinxIpc::ResolveDestination: unresolved", -1,
@@ -159,13 +159,13 @@ const Line lines[] = {
      [](Scene& s) { return s.endpoint.ResolveDestination("Absent", false); }},
     {2, "linxIpc:946 LinxIpc::ResolveDestination: error 28", -1,
      [](Scene& s) {
-         s.platform.Fail("linx_hunt", {ENOSPC});
+         s.platform.fail("linx_hunt", {ENOSPC});
          return s.endpoint.ResolveDestination("Peer", true);
      },
      "linxIpc:946 LinxIpc::ResolveDestination: "},
     {2, "linxIpc:955 LinxIpc::ResolveDestination: error 22", -1,
      [](Scene& s) {
-         s.platform.Fail("linx_receive_w_tmo", {EINVAL});
+         s.platform.fail("linx_receive_w_tmo", {EINVAL});
          return s.endpoint.ResolveDestination("Peer", true);
      },
      "linxIpc:955 LinxIpc::ResolveDestination: "},
@@ -175,13 +175,13 @@ const Line lines[] = {
      [](Scene& s) { return s.unopened.EnableTimer(10, 0); }},
     {2, "linxIpc:1004 LinxIpc::EnableTimer: error 12", 12,
      [](Scene& s) {
-         s.platform.Fail("linx_alloc", {ENOMEM});
+         s.platform.fail("linx_alloc", {ENOMEM});
          return s.endpoint.EnableTimer(10, 500);
      },
      "linxIpc:1004 LinxIpc::EnableTimer: "},
     {2, "linxIpc:1015 LinxIpc::EnableTimer: error 12", 12,
      [](Scene& s) {
-         s.platform.Fail("linx_request_tmo", {ENOMEM});
+         s.platform.fail("linx_request_tmo", {ENOMEM});
          return s.endpoint.EnableTimer(10, 500);
      },
      "linxIpc:1015 LinxIpc::EnableTimer: "},
@@ -213,9 +213,9 @@ const Line lines[] = {
      }},
     {4, "linxIpc:1169 LinxIpc::Notify: send failed: error 104", 0,
      [](Scene& s) {
-         s.Meet(7);
+         s.meet(7);
          s.relay.Allocate(300, 0, nullptr);
-         s.platform.Fail("linx_send", {ECONNRESET});
+         s.platform.fail("linx_send", {ECONNRESET});
          return s.endpoint.Relay(s.relay, "Peer");
      },
      "linxIpc:1169 LinxIpc::Notify: send failed: "},
@@ -228,13 +228,13 @@ const Line lines[] = {
 
 class LogLinesTest : public LibraryTest, public ::testing::WithParamInterface<Line> {
 protected:
-    int Provoke() {
+    int provoke() {
         Scene scene(platform);
         return GetParam().provoke(scene);
     }
 
     /// The records of the line, told by its number.
-    std::vector<LogRecord> Records() const {
+    std::vector<LogRecord> records() const {
         const std::string text = GetParam().text;
         const std::string prefix = text.substr(0, text.find(' ') + 1);
         std::vector<LogRecord> found;
@@ -246,11 +246,11 @@ protected:
 };
 
 TEST_P(LogLinesTest, IsWrittenWhenAllBitsAreSet) {
-    EXPECT_EQ(Provoke(), GetParam().result);
-    const std::vector<LogRecord> records = Records();
+    EXPECT_EQ(provoke(), GetParam().result);
+    const std::vector<LogRecord> written = records();
     const auto same = [](const LogRecord& record) { return record.text == GetParam().text; };
-    ASSERT_TRUE(std::any_of(records.begin(), records.end(), same));
-    for (const LogRecord& record : records) {
+    ASSERT_TRUE(std::any_of(written.begin(), written.end(), same));
+    for (const LogRecord& record : written) {
         EXPECT_EQ(record.level, GetParam().level);
         EXPECT_EQ(record.process, "TestProcess");
         EXPECT_FALSE(record.streamFailed);
@@ -259,38 +259,38 @@ TEST_P(LogLinesTest, IsWrittenWhenAllBitsAreSet) {
 
 TEST_P(LogLinesTest, IsWrittenWhenItsBitAloneIsSet) {
     platform.level = GetParam().level;
-    EXPECT_EQ(Provoke(), GetParam().result);
-    EXPECT_FALSE(Records().empty());
+    EXPECT_EQ(provoke(), GetParam().result);
+    EXPECT_FALSE(records().empty());
     for (const LogRecord& record : platform.logs) EXPECT_EQ(record.level, GetParam().level) << record.text;
     EXPECT_EQ(platform.logObjects, platform.logs.size());
 }
 
 TEST_P(LogLinesTest, IsNotMadeWhenItsBitIsClear) {
     platform.level = ~GetParam().level;
-    EXPECT_EQ(Provoke(), GetParam().result);
-    EXPECT_TRUE(Records().empty());
+    EXPECT_EQ(provoke(), GetParam().result);
+    EXPECT_TRUE(records().empty());
     for (const LogRecord& record : platform.logs) EXPECT_NE(record.level, GetParam().level) << record.text;
     EXPECT_EQ(platform.logObjects, platform.logs.size());
 }
 
 TEST_P(LogLinesTest, NothingIsMadeWhenNoBitIsSet) {
     platform.level = 0;
-    EXPECT_EQ(Provoke(), GetParam().result);
+    EXPECT_EQ(provoke(), GetParam().result);
     EXPECT_EQ(platform.logObjects, 0u);
     EXPECT_EQ(platform.strerrorCalls, 0u);
 }
 
 TEST_P(LogLinesTest, FailsItsStreamAndAppendsNothingWhenThereIsNoErrorText) {
     platform.strerrorGivesNull = true;
-    EXPECT_EQ(Provoke(), GetParam().result);
-    const std::vector<LogRecord> records = Records();
-    ASSERT_FALSE(records.empty());
+    EXPECT_EQ(provoke(), GetParam().result);
+    const std::vector<LogRecord> written = records();
+    ASSERT_FALSE(written.empty());
     if (GetParam().textWithoutErrorText == nullptr) {
-        EXPECT_FALSE(records.front().streamFailed);
+        EXPECT_FALSE(written.front().streamFailed);
         return;
     }
-    EXPECT_EQ(records.front().text, GetParam().textWithoutErrorText);
-    EXPECT_TRUE(records.front().streamFailed);
+    EXPECT_EQ(written.front().text, GetParam().textWithoutErrorText);
+    EXPECT_TRUE(written.front().streamFailed);
 }
 
 INSTANTIATE_TEST_SUITE_P(Library, LogLinesTest, ::testing::ValuesIn(lines), [](const auto& test) {
@@ -304,20 +304,20 @@ class LogLineTest : public EndpointTest {};
 TEST_F(LogLineTest, OneObjectMakesOneLineAndEndsWithIt) {
     platform.tracesLogObjects = true;
     endpoint.Init();
-    EXPECT_THAT(platform.Calls(), ElementsAre("SysLogMsg", "Log(2, TestProcess)", "~SysLogMsg",
+    EXPECT_THAT(platform.calls(), ElementsAre("SysLogMsg", "Log(2, TestProcess)", "~SysLogMsg",
                                               "log 2 linxIpc:334 LinxIpc::Init Linx Already initialized"));
 }
 
 TEST_F(LogLineTest, ThreeLinesAreThreeObjects) {
-    platform.Answers("Peer", {7});
+    platform.answers("Peer", {7});
     endpoint.ResolveDestination("Peer", false);
     platform.tracesLogObjects = true;
     platform.level = 4;
-    platform.Fail("linx_send", {ECONNRESET});
-    platform.Calls();
+    platform.fail("linx_send", {ECONNRESET});
+    platform.calls();
     IpcMessage message;
     endpoint.Notify("Peer", message, true);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)",  //
                             "SysLogMsg", "Log(4, TestProcess)", "~SysLogMsg",
                             "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",  //
@@ -338,9 +338,9 @@ TEST_F(LogLineTest, TheLineIsWrittenOnBehalfOfTheProcess) {
 
 TEST_F(LogLineTest, MissingErrorTextCutsTheLineShort) {
     platform.strerrorGivesNull = true;
-    platform.Answers("Peer", {7});
+    platform.answers("Peer", {7});
     platform.level = 4;
-    platform.Fail("linx_send", {ECONNRESET});
+    platform.fail("linx_send", {ECONNRESET});
     IpcMessage message;
     endpoint.Notify("Peer", message, true);
     ASSERT_EQ(platform.logs.size(), 3u);

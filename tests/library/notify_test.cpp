@@ -9,30 +9,30 @@ namespace {
 
 class NotifyTest : public EndpointTest {
 protected:
-    NotifyTest() { message.Allocate(300, 4, Bytes("abcd")); }
+    NotifyTest() { message.Allocate(300, 4, bytes("abcd")); }
 
-    static char* Bytes(const char* text) { return const_cast<char*>(text); }
+    static char* bytes(const char* text) { return const_cast<char*>(text); }
 
-    void KnowPeer() {
-        platform.Answers("Peer", {7});
+    void knowPeer() {
+        platform.answers("Peer", {7});
         endpoint.ResolveDestination("Peer", true);
-        platform.Calls();
+        platform.calls();
     }
 
     /// The calls of a hunt for `name` that is answered by the signal `answer`.
-    static std::vector<std::string> Hunt(const std::string& name, const std::string& answer) {
+    static std::vector<std::string> hunt(const std::string& name, const std::string& answer) {
         return {"log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = " + name,
                 "linx_hunt(\"" + name + "\", null)", "linx_receive_w_tmo(100, {1, 251})",
                 "linx_sender(" + answer + ")", "linx_free_buf(" + answer + ")"};
     }
 
-    static std::vector<std::string> VainHunt(const std::string& name) {
+    static std::vector<std::string> vainHunt(const std::string& name) {
         return {"log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = " + name,
                 "linx_hunt(\"" + name + "\", null)", "linx_receive_w_tmo(100, {1, 251})"};
     }
 
     /// Several lists of calls, one after the other.
-    static std::vector<std::string> Joined(std::initializer_list<std::vector<std::string>> stretches) {
+    static std::vector<std::string> joined(std::initializer_list<std::vector<std::string>> stretches) {
         std::vector<std::string> all;
         for (const std::vector<std::string>& stretch : stretches)
             all.insert(all.end(), stretch.begin(), stretch.end());
@@ -45,30 +45,30 @@ protected:
 TEST_F(NotifyTest, WithoutInitItIsRefusedAndAlwaysLogged) {
     EXPECT_EQ(unopened.Notify("Peer", message, true), -1);
     EXPECT_EQ(unopened.Notify("Peer", message, false), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:416 Notify: use of un-initialized object",
+    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:416 Notify: use of un-initialized object",
                                               "log 2 linxIpc:416 Notify: use of un-initialized object"));
 }
 
 TEST_F(NotifyTest, AKnownPeerIsSentACopyAtOnce) {
-    KnowPeer();
+    knowPeer();
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
     ASSERT_EQ(platform.sent.size(), 1u);
     EXPECT_EQ(platform.sent[0].number, 300u);
     EXPECT_EQ(platform.sent[0].payload, "abcd");
-    EXPECT_EQ(Described(message), "300 from  'abcd'");
+    EXPECT_EQ(described(message), "300 from  'abcd'");
     EXPECT_EQ(platform.logObjects, 1u) << "that of the hunt beforehand";
 }
 
 TEST_F(NotifyTest, AnUnknownPeerIsHuntedFirst) {
-    platform.Answers("Peer", {7});
+    platform.answers("Peer", {7});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.Calls(), Joined({Hunt("Peer", "s1"), {"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"}}));
+    EXPECT_EQ(platform.calls(), joined({hunt("Peer", "s1"), {"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"}}));
 }
 
 TEST_F(NotifyTest, MessagesMayAlternateBetweenDestinations) {
-    platform.Answers("Peer", {7});
-    platform.Answers("Pier", {8});
+    platform.answers("Peer", {7});
+    platform.answers("Pier", {8});
     for (const char* destination : {"Peer", "Pier", "Peer", "Peer", "Absent", "Pier", "Absent"}) {
         endpoint.Notify(destination, message, false);
     }
@@ -78,63 +78,63 @@ TEST_F(NotifyTest, MessagesMayAlternateBetweenDestinations) {
 }
 
 TEST_F(NotifyTest, TheNextMessageGoesToTheSpidLearnedMeanwhile) {
-    KnowPeer();
+    knowPeer();
     endpoint.Notify("Peer", message, true);
-    platform.Knows(17, "Peer");
-    platform.Arrive(17, 300);
+    platform.knows(17, "Peer");
+    platform.arrive(17, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     endpoint.Notify("Peer", message, true);
     EXPECT_EQ(platform.sent.back().to, 17u);
 }
 
 TEST_F(NotifyTest, AnEmptyMessageConsistsOfItsNumber) {
-    KnowPeer();
+    knowPeer();
     IpcMessage empty;
     empty.Allocate(301, 0, nullptr);
     EXPECT_EQ(endpoint.Notify("Peer", empty, true), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 301) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 301) = s2", "linx_send(s2, 7)"));
     EXPECT_EQ(platform.sent[0].number, 301u);
     EXPECT_EQ(platform.sent[0].payload, "");
 }
 
 TEST_F(NotifyTest, TheNumberIsWrittenWhateverTheSignalContains) {
-    KnowPeer();
+    knowPeer();
     platform.leavesNumbersOut = true;
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
     EXPECT_EQ(platform.sent.at(0).number, 300u);
 }
 
 TEST_F(NotifyTest, ANewMessageGoesOutAsType0) {
-    KnowPeer();
+    knowPeer();
     IpcMessage fresh;
     EXPECT_EQ(endpoint.Notify("Peer", fresh, true), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(NotifyTest, TheLargestMessageFits) {
-    KnowPeer();
+    knowPeer();
     message.Allocate(300, 65532, nullptr);
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(65536, 300) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(65536, 300) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(NotifyTest, ARelayMessageIsCopiedUnderItsMessageType) {
-    KnowPeer();
+    knowPeer();
     RelayMessage relay(&endpoint);
     relay.Allocate(300, 4, nullptr);
     relay.Fill("wxyz", 4);
     relay.SetType(400);
-    platform.Calls();
+    platform.calls();
     EXPECT_EQ(endpoint.Notify("Peer", relay, true), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s3", "linx_send(s3, 7)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s3", "linx_send(s3, 7)"));
     EXPECT_EQ(platform.sent[0].number, 300u);
     EXPECT_EQ(platform.sent[0].payload, "wxyz");
-    EXPECT_EQ(platform.Content(relay.Sig()), "400 'wxyz'");
+    EXPECT_EQ(platform.content(relay.Sig()), "400 'wxyz'");
 }
 
 TEST_F(NotifyTest, TheReceivedMessageMayBeSentBack) {
-    platform.Knows(7, "Peer");
-    platform.Arrive(7, 300, "echo");
+    platform.knows(7, "Peer");
+    platform.arrive(7, 300, "echo");
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     EXPECT_EQ(endpoint.Notify(endpoint.rxMessage.GetSender(), endpoint.rxMessage, true), 0);
     EXPECT_EQ(platform.sent[0].to, 7u);
@@ -143,25 +143,25 @@ TEST_F(NotifyTest, TheReceivedMessageMayBeSentBack) {
 
 TEST_F(NotifyTest, AnAbsentPeerIsHuntedOnceAndThenRefused) {
     EXPECT_EQ(endpoint.Notify("Absent", message, true), -1);
-    EXPECT_EQ(platform.Calls(), Joined({VainHunt("Absent"),
+    EXPECT_EQ(platform.calls(), joined({vainHunt("Absent"),
                                         {"log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
                                          "log 2 linxIpc:438 Notify: cannot resolve destination Absent"}}));
     EXPECT_EQ(endpoint.Notify("Absent", message, true), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
+    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
 }
 
 TEST_F(NotifyTest, AnAbsentPeerIsRefusedQuietlyWithoutErrorLines) {
     EXPECT_EQ(endpoint.Notify("Absent", message, false), -1);
-    EXPECT_EQ(platform.Calls(), VainHunt("Absent"));
+    EXPECT_EQ(platform.calls(), vainHunt("Absent"));
     EXPECT_EQ(endpoint.Notify("Absent", message, false), -1);
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
 TEST_F(NotifyTest, AFailedHuntIsLoggedAndTriedAgainNextTime) {
-    platform.Answers("Peer", {7});
-    platform.Fail("linx_hunt", {ENOSPC});
+    platform.answers("Peer", {7});
+    platform.fail("linx_hunt", {ENOSPC});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), -1);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = Peer",
                             "linx_hunt(\"Peer\", null)", "log 2 linxIpc:946 LinxIpc::ResolveDestination: error 28",
                             "log 2 linxIpc:438 Notify: cannot resolve destination Peer"));
@@ -169,35 +169,35 @@ TEST_F(NotifyTest, AFailedHuntIsLoggedAndTriedAgainNextTime) {
 }
 
 TEST_F(NotifyTest, AFailedAllocationIsAlwaysLoggedAndReturned) {
-    KnowPeer();
-    platform.Fail("linx_alloc", {ENOMEM, EMSGSIZE});
+    knowPeer();
+    platform.fail("linx_alloc", {ENOMEM, EMSGSIZE});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 12);
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 90);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_alloc(8, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12",
                             "linx_alloc(8, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 90"));
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(NotifyTest, AFailedSendIsRepeatedToTheNewSpid) {
-    KnowPeer();
-    platform.Answers("Peer", {17});
-    platform.Fail("linx_send", {ECONNRESET});
+    knowPeer();
+    platform.answers("Peer", {17});
+    platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.Calls(),
-              Joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
+    EXPECT_EQ(platform.calls(),
+              joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
                        "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",
                        "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
                        "log 4 linxIpc:479 Notify: send failed: size of linx message = 8"},
-                      Hunt("Peer", "s3"),
+                      hunt("Peer", "s3"),
                       {"linx_alloc(8, 300) = s4", "linx_send(s4, 17)",
                        "log 16 linxIpc:500 Notify: send successful after 1 retries"}}));
     ASSERT_EQ(platform.sent.size(), 2u);
     EXPECT_EQ(platform.sent[1].payload, "abcd");
 
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s5", "linx_send(s5, 17)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s5", "linx_send(s5, 17)"));
 }
 
 /// A message that grows whenever its payload is asked for.
@@ -210,14 +210,14 @@ public:
 };
 
 TEST_F(NotifyTest, EveryAttemptHasTheSizeThatTheMessageHadAtFirst) {
-    KnowPeer();
+    knowPeer();
     platform.level = 4;
-    platform.Answers("Peer", {17});
-    platform.Fail("linx_send", {ECONNRESET});
+    platform.answers("Peer", {17});
+    platform.fail("linx_send", {ECONNRESET});
     Growing growing;
     growing.Allocate(300, 4, nullptr);
     EXPECT_EQ(endpoint.Notify("Peer", growing, true), 0);
-    EXPECT_THAT(platform.Calls(),
+    EXPECT_THAT(platform.calls(),
                 ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
                             "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",
                             "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
@@ -228,50 +228,50 @@ TEST_F(NotifyTest, EveryAttemptHasTheSizeThatTheMessageHadAtFirst) {
 }
 
 TEST_F(NotifyTest, WithoutErrorLinesARepeatedSendLogsOnlyItsSuccess) {
-    KnowPeer();
-    platform.Answers("Peer", {17});
-    platform.Fail("linx_send", {ECONNRESET});
+    knowPeer();
+    platform.answers("Peer", {17});
+    platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 0);
-    EXPECT_EQ(platform.Calls(), Joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"},
-                                        Hunt("Peer", "s3"),
+    EXPECT_EQ(platform.calls(), joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"},
+                                        hunt("Peer", "s3"),
                                         {"linx_alloc(8, 300) = s4", "linx_send(s4, 17)",
                                          "log 16 linxIpc:500 Notify: send successful after 1 retries"}}));
 }
 
 TEST_F(NotifyTest, APeerThatIsGoneIsRefusedAfterAnUnansweredHunt) {
-    KnowPeer();
-    platform.Answers("Peer", {});
-    platform.Fail("linx_send", {ECONNRESET});
+    knowPeer();
+    platform.answers("Peer", {});
+    platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), -1);
-    EXPECT_EQ(platform.Calls(),
-              Joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
+    EXPECT_EQ(platform.calls(),
+              joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
                        "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",
                        "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
                        "log 4 linxIpc:479 Notify: send failed: size of linx message = 8"},
-                      VainHunt("Peer"),
+                      vainHunt("Peer"),
                       {"log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
                        "log 2 linxIpc:438 Notify: cannot resolve destination Peer"}}));
     EXPECT_EQ(endpoint.Notify("Peer", message, true), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
+    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
 }
 
 TEST_F(NotifyTest, AFailedAllocationOnARetryKeepsWhatTheHuntFound) {
-    KnowPeer();
-    platform.Answers("Peer", {17});
-    platform.Fail("linx_send", {ECONNRESET});
-    platform.Fail("linx_alloc", {0, ENOMEM});
+    knowPeer();
+    platform.answers("Peer", {17});
+    platform.fail("linx_send", {ECONNRESET});
+    platform.fail("linx_alloc", {0, ENOMEM});
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 12);
-    EXPECT_EQ(platform.Calls(),
-              Joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"},
-                      Hunt("Peer", "s3"),
+    EXPECT_EQ(platform.calls(),
+              joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"},
+                      hunt("Peer", "s3"),
                       {"linx_alloc(8, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12"}}));
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 0);
-    EXPECT_THAT(platform.Calls(), ElementsAre("linx_alloc(8, 300) = s4", "linx_send(s4, 17)"));
+    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s4", "linx_send(s4, 17)"));
 }
 
 TEST_F(NotifyTest, ASendThatFails32TimesIsGivenUpWithResultZero) {
-    KnowPeer();
-    platform.FailAlways("linx_send", ECONNRESET);
+    knowPeer();
+    platform.failAlways("linx_send", ECONNRESET);
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
 
     std::vector<std::string> expected;
@@ -280,11 +280,11 @@ TEST_F(NotifyTest, ASendThatFails32TimesIsGivenUpWithResultZero) {
         const std::string sent = "s" + std::to_string(signal);
         const std::string answer = "s" + std::to_string(signal + 1);
         const std::vector<std::string> attempt =
-            Joined({{"linx_alloc(8, 300) = " + sent, "linx_send(" + sent + ", 7)",
+            joined({{"linx_alloc(8, 300) = " + sent, "linx_send(" + sent + ", 7)",
                      "log 4 linxIpc:477 Notify: send failed: error 104 retries left = " + std::to_string(left),
                      "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
                      "log 4 linxIpc:479 Notify: send failed: size of linx message = 8"},
-                    Hunt("Peer", answer)});
+                    hunt("Peer", answer)});
         expected.insert(expected.end(), attempt.begin(), attempt.end());
         signal += 2;
     }
@@ -294,40 +294,40 @@ TEST_F(NotifyTest, ASendThatFails32TimesIsGivenUpWithResultZero) {
                              "log 2 linxIpc:486 Notify: send failed: size of linx message = 8"}) {
         expected.push_back(call);
     }
-    EXPECT_EQ(platform.Calls(), expected);
+    EXPECT_EQ(platform.calls(), expected);
     EXPECT_EQ(platform.buffersAllocated, 32u);
     EXPECT_EQ(platform.sent.size(), 32u);
     EXPECT_EQ(platform.buffersFreed, 32u) << "hunt signals only: one beforehand, 31 between the attempts";
 
-    platform.FailAlways("linx_send", 0);
+    platform.failAlways("linx_send", 0);
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.Calls(), Joined({Hunt("Peer", "s65"), {"linx_alloc(8, 300) = s66", "linx_send(s66, 7)"}}))
+    EXPECT_EQ(platform.calls(), joined({hunt("Peer", "s65"), {"linx_alloc(8, 300) = s66", "linx_send(s66, 7)"}}))
         << "the name was forgotten";
 }
 
 TEST_F(NotifyTest, WithoutErrorLinesGivingUpIsSilent) {
-    KnowPeer();
-    platform.FailAlways("linx_send", ECONNRESET);
+    knowPeer();
+    platform.failAlways("linx_send", ECONNRESET);
     platform.level = ~32u;
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 0);
     EXPECT_EQ(platform.sent.size(), 32u);
-    EXPECT_THAT(platform.Calls(), ::testing::Each(::testing::StartsWith("linx_")));
+    EXPECT_THAT(platform.calls(), ::testing::Each(::testing::StartsWith("linx_")));
 }
 
 TEST_F(NotifyTest, The32ndAttemptMaySucceed) {
-    KnowPeer();
-    for (int i = 0; i < 31; ++i) platform.Fail("linx_send", {ECONNRESET});
+    knowPeer();
+    for (int i = 0; i < 31; ++i) platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.Calls().back(), "log 16 linxIpc:500 Notify: send successful after 31 retries");
+    EXPECT_EQ(platform.calls().back(), "log 16 linxIpc:500 Notify: send successful after 31 retries");
     EXPECT_EQ(platform.sent.size(), 32u);
 }
 
 TEST_F(NotifyTest, ASpidOfZeroFromAHuntIsUsedAsItIs) {
-    platform.Answers("Odd", {0});
+    platform.answers("Odd", {0});
     EXPECT_EQ(endpoint.Notify("Odd", message, true), 0);
-    EXPECT_EQ(platform.Calls().back(), "linx_send(s2, 0)");
+    EXPECT_EQ(platform.calls().back(), "linx_send(s2, 0)");
     EXPECT_EQ(endpoint.Notify("Odd", message, true), -1);
-    EXPECT_THAT(platform.Calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
+    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
 }
 
 }  // namespace

@@ -26,22 +26,22 @@ const std::string nobody;
 
 struct Scene {
     Scene() {
-        platform.Knows(7, peer);
-        platform.Knows(8, other);
-        platform.Answers(peer, {7});
-        platform.Answers(other, {8});
+        platform.knows(7, peer);
+        platform.knows(8, other);
+        platform.answers(peer, {7});
+        platform.answers(other, {8});
         endpoint.Init();
         request.Allocate(300, 4, std::string("abcd").data());
     }
 
-    void Meet(LinxSpid spid) {
-        platform.Arrive(spid, 1);
+    void meet(LinxSpid spid) {
+        platform.arrive(spid, 1);
         endpoint.Receive(-1, 0, nobody, nullptr);
     }
 
-    int Receive(unsigned type, const std::string& from) { return endpoint.Receive(10, type, from, &message); }
+    int receive(unsigned type, const std::string& from) { return endpoint.Receive(10, type, from, &message); }
 
-    Platform& platform = Platform::Instance();
+    Platform& platform = Platform::instance();
     LinxIpc endpoint{"the endpoint that all this happens to"};
     LinxIpc unopened{"an endpoint that was not opened"};
     IpcMessage request;
@@ -50,7 +50,7 @@ struct Scene {
     Watchdog watchdog;
 };
 
-void Nothing(Scene&) {}
+void nothing(Scene&) {}
 
 /// A call that is to run out of memory.
 struct Call {
@@ -66,32 +66,32 @@ std::ostream& operator<<(std::ostream& stream, const Call& call) {
 }
 
 /// Registers handlers of `number` that note what they were called for.
-void Handle(Scene& scene, unsigned number) {
-    scene.endpoint.RegisterHandler(number, NoteMessage, Named("handler"));
+void handle(Scene& scene, unsigned number) {
+    scene.endpoint.RegisterHandler(number, noteMessage, named("handler"));
 }
 
-std::function<void(Scene&)> Arriving(LinxSpid from, std::uint32_t number, const std::string& payload = "abcd") {
-    return [=](Scene& scene) { scene.platform.Arrive(from, number, payload); };
+std::function<void(Scene&)> arriving(LinxSpid from, std::uint32_t number, const std::string& payload = "abcd") {
+    return [=](Scene& scene) { scene.platform.arrive(from, number, payload); };
 }
 
-std::function<void(Scene&)> Failing(const char* operation, int error) {
-    return [=](Scene& scene) { scene.platform.Fail(operation, {error}); };
+std::function<void(Scene&)> failing(const char* operation, int error) {
+    return [=](Scene& scene) { scene.platform.fail(operation, {error}); };
 }
 
-void MeetPeer(Scene& scene) {
-    scene.Meet(7);
+void meetPeer(Scene& scene) {
+    scene.meet(7);
 }
 
-void SeekAbsent(Scene& scene) {
+void seekAbsent(Scene& scene) {
     scene.endpoint.ResolveDestination(absent, false);
 }
 
-void FillRelay(Scene& scene) {
+void fillRelay(Scene& scene) {
     scene.relay.Allocate(300, 4, nullptr);
 }
 
 /// The name of the peer, by reference to the endpoint's own table.
-const std::string& OwnName(Scene& scene) {
+const std::string& ownName(Scene& scene) {
     int notHunted = 1;
     const std::string& name = scene.endpoint.MessageOriginator(notHunted);
     EXPECT_EQ(notHunted, 0);
@@ -99,87 +99,87 @@ const std::string& OwnName(Scene& scene) {
 }
 
 const Call calls[] = {
-    {"ReceiveFromANewSender", [](Scene& s) { Handle(s, 300); }, Arriving(7, 300),
+    {"ReceiveFromANewSender", [](Scene& s) { handle(s, 300); }, arriving(7, 300),
      [](Scene& s) { return s.endpoint.Receive(10, 0, nobody, nullptr); }},
-    {"ReceiveFromAKnownSender", MeetPeer, Arriving(7, 300),
+    {"ReceiveFromAKnownSender", meetPeer, arriving(7, 300),
      [](Scene& s) { return s.endpoint.Receive(10, 0, nobody, nullptr); }},
     {"ReceiveFromASenderHuntedInVain",
      [](Scene& s) {
-         s.platform.Answers(peer, {});
+         s.platform.answers(peer, {});
          s.endpoint.ResolveDestination(peer, false);
      },
-     Arriving(7, 300), [](Scene& s) { return s.Receive(0, nobody); }},
-    {"ReceiveFromTheUnknown", Nothing, Arriving(9, 300), [](Scene& s) { return s.Receive(0, nobody); }},
-    {"ReceiveAnAwaitedType", Nothing, Arriving(7, 300), [](Scene& s) { return s.Receive(300, other); }},
-    {"ReceiveAwaitingANameOfItsOwn", MeetPeer, Arriving(7, 300), [](Scene& s) { return s.Receive(300, OwnName(s)); }},
-    {"ReceiveAHuntSignal", Nothing, Arriving(7, 251), [](Scene& s) { return s.Receive(0, nobody); }},
+     arriving(7, 300), [](Scene& s) { return s.receive(0, nobody); }},
+    {"ReceiveFromTheUnknown", nothing, arriving(9, 300), [](Scene& s) { return s.receive(0, nobody); }},
+    {"ReceiveAnAwaitedType", nothing, arriving(7, 300), [](Scene& s) { return s.receive(300, other); }},
+    {"ReceiveAwaitingANameOfItsOwn", meetPeer, arriving(7, 300), [](Scene& s) { return s.receive(300, ownName(s)); }},
+    {"ReceiveAHuntSignal", nothing, arriving(7, 251), [](Scene& s) { return s.receive(0, nobody); }},
     {"ReceiveForRelay",
      [](Scene& s) {
-         s.Meet(7);
-         s.endpoint.RegisterRelayHandler(300, NoteRelay, Named("relay"));
+         s.meet(7);
+         s.endpoint.RegisterRelayHandler(300, noteRelay, named("relay"));
          s.endpoint.relayMessage.Allocate(299, 4, nullptr);
      },
-     Arriving(8, 300), [](Scene& s) { return s.Receive(0, nobody); }},
-    {"ReceiveByTheDefaultHandler", [](Scene& s) { s.endpoint.RegisterDefault(NoteMessage, Named("default")); },
-     Arriving(7, 300), [](Scene& s) { return s.Receive(0, nobody); }},
-    {"ReceiveAShutdownRequest", [](Scene& s) { s.endpoint.RegisterShutdown(NoteMessage, Named("shutdown")); },
-     Arriving(7, 1280), [](Scene& s) { return s.Receive(400, other); }},
-    {"ReceiveTheDeathOfTheAwaited", [](Scene& s) { s.endpoint.RegisterProcessDied(NoteMessage, Named("died")); },
-     Arriving(8, 1281, Word(36)), [](Scene& s) { return s.Receive(0, peer); }},
-    {"ReceiveTheDeathOfAnother", Nothing,
+     arriving(8, 300), [](Scene& s) { return s.receive(0, nobody); }},
+    {"ReceiveByTheDefaultHandler", [](Scene& s) { s.endpoint.RegisterDefault(noteMessage, named("default")); },
+     arriving(7, 300), [](Scene& s) { return s.receive(0, nobody); }},
+    {"ReceiveAShutdownRequest", [](Scene& s) { s.endpoint.RegisterShutdown(noteMessage, named("shutdown")); },
+     arriving(7, 1280), [](Scene& s) { return s.receive(400, other); }},
+    {"ReceiveTheDeathOfTheAwaited", [](Scene& s) { s.endpoint.RegisterProcessDied(noteMessage, named("died")); },
+     arriving(8, 1281, word(36)), [](Scene& s) { return s.receive(0, peer); }},
+    {"ReceiveTheDeathOfAnother", nothing,
      [](Scene& s) {
-         s.platform.Arrive(8, 1281, Word(-5));
-         s.platform.Arrive(7, 400, "abcd");
+         s.platform.arrive(8, 1281, word(-5));
+         s.platform.arrive(7, 400, "abcd");
      },
-     [](Scene& s) { return s.Receive(400, peer); }},
-    {"ReceiveAfterWhatDoesNotEndTheWait", [](Scene& s) { Handle(s, 13264); },
+     [](Scene& s) { return s.receive(400, peer); }},
+    {"ReceiveAfterWhatDoesNotEndTheWait", [](Scene& s) { handle(s, 13264); },
      [](Scene& s) {
-         s.platform.Arrive(8, 13264);
-         s.platform.Arrive(7, 400, "abcd");
+         s.platform.arrive(8, 13264);
+         s.platform.arrive(7, 400, "abcd");
      },
-     [](Scene& s) { return s.Receive(0, peer); }},
-    {"ReceiveAMessageThatIsTooLong", [](Scene& s) { Handle(s, 300); }, Arriving(7, 300, std::string(65533, 'x')),
-     [](Scene& s) { return s.Receive(0, nobody); }},
-    {"ReceiveInVain", Nothing, Failing("linx_receive_w_tmo", EINVAL), [](Scene& s) { return s.Receive(0, peer); }},
-    {"ReceiveNothing", Nothing, Nothing, [](Scene& s) { return s.Receive(0, nobody); }, false},
-    {"ReceiveUnopened", Nothing, Nothing, [](Scene& s) { return s.unopened.Receive(10, 0, nobody, nullptr); }},
-    {"ReceiveWithAWatchdog", [](Scene& s) { Handle(s, 300); }, Arriving(7, 300),
+     [](Scene& s) { return s.receive(0, peer); }},
+    {"ReceiveAMessageThatIsTooLong", [](Scene& s) { handle(s, 300); }, arriving(7, 300, std::string(65533, 'x')),
+     [](Scene& s) { return s.receive(0, nobody); }},
+    {"ReceiveInVain", nothing, failing("linx_receive_w_tmo", EINVAL), [](Scene& s) { return s.receive(0, peer); }},
+    {"ReceiveNothing", nothing, nothing, [](Scene& s) { return s.receive(0, nobody); }, false},
+    {"ReceiveUnopened", nothing, nothing, [](Scene& s) { return s.unopened.Receive(10, 0, nobody, nullptr); }},
+    {"ReceiveWithAWatchdog", [](Scene& s) { handle(s, 300); }, arriving(7, 300),
      [](Scene& s) { return s.endpoint.Receive(s.watchdog, 10); }},
 
-    {"ResolveTheUnknown", Nothing, Nothing, [](Scene& s) { return s.endpoint.ResolveDestination(peer, true); }},
-    {"ResolveTheKnown", MeetPeer, Nothing, [](Scene& s) { return s.endpoint.ResolveDestination(peer, true); }},
-    {"ResolveANameOfItsOwn", MeetPeer, Nothing,
-     [](Scene& s) { return s.endpoint.ResolveDestination(OwnName(s), true); }},
-    {"ResolveTheAbsent", Nothing, Nothing, [](Scene& s) { return s.endpoint.ResolveDestination(absent, true); }},
-    {"ResolveTheAbsentAgain", SeekAbsent, Nothing,
+    {"ResolveTheUnknown", nothing, nothing, [](Scene& s) { return s.endpoint.ResolveDestination(peer, true); }},
+    {"ResolveTheKnown", meetPeer, nothing, [](Scene& s) { return s.endpoint.ResolveDestination(peer, true); }},
+    {"ResolveANameOfItsOwn", meetPeer, nothing,
+     [](Scene& s) { return s.endpoint.ResolveDestination(ownName(s), true); }},
+    {"ResolveTheAbsent", nothing, nothing, [](Scene& s) { return s.endpoint.ResolveDestination(absent, true); }},
+    {"ResolveTheAbsentAgain", seekAbsent, nothing,
      [](Scene& s) { return s.endpoint.ResolveDestination(absent, true); }},
-    {"ResolveWithoutAHunt", Nothing, Failing("linx_hunt", ENOSPC),
+    {"ResolveWithoutAHunt", nothing, failing("linx_hunt", ENOSPC),
      [](Scene& s) { return s.endpoint.ResolveDestination(peer, true); }},
-    {"ResolveWithoutAnAnswer", Nothing, Failing("linx_receive_w_tmo", EINVAL),
+    {"ResolveWithoutAnAnswer", nothing, failing("linx_receive_w_tmo", EINVAL),
      [](Scene& s) { return s.endpoint.ResolveDestination(absent, true); }},
-    {"MessageOriginator", MeetPeer, Nothing, [](Scene& s) { return static_cast<int>(OwnName(s).size()); }, false},
+    {"MessageOriginator", meetPeer, nothing, [](Scene& s) { return static_cast<int>(ownName(s).size()); }, false},
 
-    {"AttachToTheUnknown", Nothing, Nothing, [](Scene& s) { return s.endpoint.Attach(peer.c_str(), 500); }},
-    {"AttachToTheKnown", MeetPeer, Nothing, [](Scene& s) { return s.endpoint.Attach(peer.c_str(), 500); }},
-    {"AttachToTheAbsent", Nothing, Nothing, [](Scene& s) { return s.endpoint.Attach(absent.c_str(), 500); }},
-    {"AttachInVain", MeetPeer, Failing("linx_attach", ESRCH),
+    {"AttachToTheUnknown", nothing, nothing, [](Scene& s) { return s.endpoint.Attach(peer.c_str(), 500); }},
+    {"AttachToTheKnown", meetPeer, nothing, [](Scene& s) { return s.endpoint.Attach(peer.c_str(), 500); }},
+    {"AttachToTheAbsent", nothing, nothing, [](Scene& s) { return s.endpoint.Attach(absent.c_str(), 500); }},
+    {"AttachInVain", meetPeer, failing("linx_attach", ESRCH),
      [](Scene& s) { return s.endpoint.Attach(peer.c_str(), 500); }},
-    {"AttachUnopened", Nothing, Nothing, [](Scene& s) { return s.unopened.Attach(peer.c_str(), 500); }},
+    {"AttachUnopened", nothing, nothing, [](Scene& s) { return s.unopened.Attach(peer.c_str(), 500); }},
 
-    {"NotifyTheKnown", MeetPeer, Nothing, [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }, false},
-    {"NotifyTheUnknown", Nothing, Nothing, [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
-    {"NotifyTheAbsent", Nothing, Nothing, [](Scene& s) { return s.endpoint.Notify(absent, s.request, true); }},
-    {"NotifyTheAbsentAgain", SeekAbsent, Nothing,
+    {"NotifyTheKnown", meetPeer, nothing, [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }, false},
+    {"NotifyTheUnknown", nothing, nothing, [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
+    {"NotifyTheAbsent", nothing, nothing, [](Scene& s) { return s.endpoint.Notify(absent, s.request, true); }},
+    {"NotifyTheAbsentAgain", seekAbsent, nothing,
      [](Scene& s) { return s.endpoint.Notify(absent, s.request, true); }},
-    {"NotifyWithoutASignal", MeetPeer, Failing("linx_alloc", EMSGSIZE),
+    {"NotifyWithoutASignal", meetPeer, failing("linx_alloc", EMSGSIZE),
      [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
-    {"NotifyAtTheSecondAttempt", MeetPeer, Failing("linx_send", ECONNRESET),
+    {"NotifyAtTheSecondAttempt", meetPeer, failing("linx_send", ECONNRESET),
      [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
-    {"NotifyANameOfItsOwn", MeetPeer,
+    {"NotifyANameOfItsOwn", meetPeer,
      [](Scene& s) {
-         s.Meet(7);
-         s.platform.Calls();
-         s.platform.Fail("linx_send", {ECONNRESET});
+         s.meet(7);
+         s.platform.calls();
+         s.platform.fail("linx_send", {ECONNRESET});
      },
      [](Scene& s) {
          int notHunted = 1;
@@ -187,85 +187,85 @@ const Call calls[] = {
      }},
     {"NotifyAPeerThatIsGone",
      [](Scene& s) {
-         s.Meet(7);
-         s.platform.Answers(peer, {});
+         s.meet(7);
+         s.platform.answers(peer, {});
      },
-     Failing("linx_send", ECONNRESET), [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
-    {"NotifyInVain", MeetPeer, [](Scene& s) { s.platform.FailAlways("linx_send", ECONNRESET); },
+     failing("linx_send", ECONNRESET), [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
+    {"NotifyInVain", meetPeer, [](Scene& s) { s.platform.failAlways("linx_send", ECONNRESET); },
      [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
 
-    {"RequestTheUnknown", Nothing, Arriving(7, 400),
+    {"RequestTheUnknown", nothing, arriving(7, 400),
      [](Scene& s) { return s.endpoint.Request(peer, s.request, 400, 10, &s.message); }},
-    {"RequestANameOfItsOwn", MeetPeer, Arriving(7, 400),
+    {"RequestANameOfItsOwn", meetPeer, arriving(7, 400),
      [](Scene& s) {
          s.endpoint.rxMessage.SetSender(peer);
-         return s.endpoint.Request(OwnName(s), s.request, 400, 10, &s.message);
+         return s.endpoint.Request(ownName(s), s.request, 400, 10, &s.message);
      }},
-    {"RequestTheAbsent", Nothing, Nothing,
+    {"RequestTheAbsent", nothing, nothing,
      [](Scene& s) { return s.endpoint.Request(absent, s.request, 400, 10, &s.message); }},
-    {"RequestWithoutAnAnswer", MeetPeer, Nothing,
+    {"RequestWithoutAnAnswer", meetPeer, nothing,
      [](Scene& s) { return s.endpoint.Request(peer, s.request, 400, 10, &s.message); }},
-    {"RequestOfADyingPeer", MeetPeer, Arriving(8, 1281, Word(36)),
+    {"RequestOfADyingPeer", meetPeer, arriving(8, 1281, word(36)),
      [](Scene& s) { return s.endpoint.Request(peer, s.request, 400, 10, &s.message); }},
-    {"AsyncRequest", [](Scene& s) { Handle(s, 301); },
+    {"AsyncRequest", [](Scene& s) { handle(s, 301); },
      [](Scene& s) {
-         s.platform.Arrive(8, 301, "abcd");
-         s.platform.Arrive(7, 400, "abcd");
+         s.platform.arrive(8, 301, "abcd");
+         s.platform.arrive(7, 400, "abcd");
      },
      [](Scene& s) { return s.endpoint.AsyncRequest(peer, s.request, 400, 10, &s.message); }},
-    {"AsyncRequestTheAbsent", Nothing, Nothing,
+    {"AsyncRequestTheAbsent", nothing, nothing,
      [](Scene& s) { return s.endpoint.AsyncRequest(absent, s.request, 400, 10, &s.message); }},
 
-    {"EnableTimer", Nothing, Nothing, [](Scene& s) { return s.endpoint.EnableTimer(10, 500); }, false},
-    {"EnableTimerWithoutASignal", Nothing, Failing("linx_alloc", ENOSPC),
+    {"EnableTimer", nothing, nothing, [](Scene& s) { return s.endpoint.EnableTimer(10, 500); }, false},
+    {"EnableTimerWithoutASignal", nothing, failing("linx_alloc", ENOSPC),
      [](Scene& s) { return s.endpoint.EnableTimer(10, 500); }},
-    {"EnableTimerInVain", Nothing, Failing("linx_request_tmo", ENOSPC),
+    {"EnableTimerInVain", nothing, failing("linx_request_tmo", ENOSPC),
      [](Scene& s) { return s.endpoint.EnableTimer(10, 500); }},
-    {"DisableTimer", Nothing, Nothing, [](Scene& s) { return s.endpoint.DisableTimer(); }, false},
+    {"DisableTimer", nothing, nothing, [](Scene& s) { return s.endpoint.DisableTimer(); }, false},
 
-    {"RelayToTheKnown", MeetPeer, FillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, peer); }, false},
-    {"RelayToTheUnknown", Nothing, FillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, peer); }},
-    {"RelayToTheAbsent", Nothing, FillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, absent); }},
-    {"RelayToTheAbsentAgain", SeekAbsent, FillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, absent); }},
-    {"RelayInVain", MeetPeer,
+    {"RelayToTheKnown", meetPeer, fillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, peer); }, false},
+    {"RelayToTheUnknown", nothing, fillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, peer); }},
+    {"RelayToTheAbsent", nothing, fillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, absent); }},
+    {"RelayToTheAbsentAgain", seekAbsent, fillRelay, [](Scene& s) { return s.endpoint.Relay(s.relay, absent); }},
+    {"RelayInVain", meetPeer,
      [](Scene& s) {
-         s.Meet(7);
-         s.platform.Calls();
-         FillRelay(s);
-         s.platform.Fail("linx_send", {ECONNRESET});
+         s.meet(7);
+         s.platform.calls();
+         fillRelay(s);
+         s.platform.fail("linx_send", {ECONNRESET});
      },
      [](Scene& s) { return s.endpoint.Relay(s.relay, peer); }},
-    {"RelayASignalOfAnother", Nothing, Nothing,
+    {"RelayASignalOfAnother", nothing, nothing,
      [](Scene& s) {
          RelayMessage foreign(&s.unopened);
          return s.endpoint.Relay(foreign, peer);
      }},
 
-    {"InitAgain", Nothing, Nothing, [](Scene& s) { return s.endpoint.Init(); }},
-    {"InitInVain", Nothing, Failing("linx_open", EADDRINUSE), [](Scene& s) { return s.unopened.Init(); }},
-    {"CommonInit", Nothing, Nothing,
+    {"InitAgain", nothing, nothing, [](Scene& s) { return s.endpoint.Init(); }},
+    {"InitInVain", nothing, failing("linx_open", EADDRINUSE), [](Scene& s) { return s.unopened.Init(); }},
+    {"CommonInit", nothing, nothing,
      [](Scene& s) {
          s.unopened.CommonInit("a name that is a good deal longer than the one before");
          return 0;
      }},
-    {"OperationsOnPlainDescriptors", Nothing, Nothing, [](Scene& s) { return s.endpoint.Blocking(true); }},
-    {"RegisterAndDeregister", Nothing, Nothing,
+    {"OperationsOnPlainDescriptors", nothing, nothing, [](Scene& s) { return s.endpoint.Blocking(true); }},
+    {"RegisterAndDeregister", nothing, nothing,
      [](Scene& s) {
          s.endpoint.DeregisterHandler(300);
          s.endpoint.DeregisterDefault();
-         s.endpoint.RegisterHandler(300, NoteMessage, Named("handler"));
-         s.endpoint.RegisterRelayHandler(301, NoteRelay, Named("relay"));
-         s.endpoint.RegisterShutdown(NoteMessage, Named("shutdown"));
-         s.endpoint.RegisterProcessDied(NoteMessage, Named("died"));
-         s.endpoint.RegisterDefault(NoteMessage, Named("default"));
+         s.endpoint.RegisterHandler(300, noteMessage, named("handler"));
+         s.endpoint.RegisterRelayHandler(301, noteRelay, named("relay"));
+         s.endpoint.RegisterShutdown(noteMessage, named("shutdown"));
+         s.endpoint.RegisterProcessDied(noteMessage, named("died"));
+         s.endpoint.RegisterDefault(noteMessage, named("default"));
          return 0;
      }},
-    {"AllocateAndFill", Nothing, Nothing,
+    {"AllocateAndFill", nothing, nothing,
      [](Scene& s) {
          const int result = s.message.Allocate(300, 100, nullptr);
          return result != 0 ? result : s.message.Fill("abcd", 4);
      }},
-    {"SetSender", Nothing, Nothing,
+    {"SetSender", nothing, nothing,
      [](Scene& s) {
          s.message.SetSender(peer);
          return 0;
@@ -276,9 +276,9 @@ class OutOfMemoryTest : public LibraryTest, public ::testing::WithParamInterface
 protected:
     /// Uses the endpoint on, and returns what that shows of its tables: which peers it knows, sends to, hunts for,
     /// and asks LINX about.
-    std::vector<std::string> UseOn(Scene& scene) {
-        platform.ForgetWhatWasToCome();
-        platform.Calls();
+    std::vector<std::string> useOn(Scene& scene) {
+        platform.forgetWhatWasToCome();
+        platform.calls();
         platform.level = 0;
         std::vector<std::string> seen;
         IpcMessage message;
@@ -290,24 +290,24 @@ protected:
             seen.push_back(std::to_string(scene.endpoint.Notify(name, message, false)));
         }
         for (const LinxSpid spid : {7u, 8u, 9u}) {
-            for (const std::uint32_t number : {300u, 301u, 1281u, 700u}) platform.Arrive(spid, number);
-            for (int i = 0; i < 3; ++i) seen.push_back(std::to_string(scene.Receive(0, nobody)));
-            seen.push_back(Described(scene.message));
+            for (const std::uint32_t number : {300u, 301u, 1281u, 700u}) platform.arrive(spid, number);
+            for (int i = 0; i < 3; ++i) seen.push_back(std::to_string(scene.receive(0, nobody)));
+            seen.push_back(described(scene.message));
         }
         static const std::regex runningNumbers("s[0-9]+|= [0-9]+|\\(1[0-9]{3}\\)");
-        for (const std::string& call : platform.Calls())
+        for (const std::string& call : platform.calls())
             seen.push_back(std::regex_replace(call, runningNumbers, "*"));
         return seen;
     }
 
     /// Everything that LINX has handed out has been given back, except signals that a message holds.
-    void ExpectNothingLost(Scene& scene) {
+    void expectNothingLost(Scene& scene) {
         std::set<std::string> held;
         for (const RelayMessage* message : {&scene.relay, &scene.endpoint.relayMessage}) {
             LinxSignal* signal = message->Sig();
-            if (signal != nullptr) held.insert(platform.Id(&signal));
+            if (signal != nullptr) held.insert(platform.id(&signal));
         }
-        EXPECT_EQ(platform.SignalsInHand(), held);
+        EXPECT_EQ(platform.signalsInHand(), held);
         EXPECT_EQ(platform.namesReturned, platform.namesHandedOut);
     }
 };
@@ -322,12 +322,12 @@ TEST_P(OutOfMemoryTest, LeavesNothingLostOrHalfDone) {
         call.arrange(scene);
         call.expect(scene);
         expected = call.make(scene);
-        signalsKept = platform.SignalsInHand().size();
-        expectedAfterwards = UseOn(scene);
+        signalsKept = platform.signalsInHand().size();
+        expectedAfterwards = useOn(scene);
     }
     for (unsigned n = 1;; ++n) {
         SCOPED_TRACE(n);
-        platform.Reset();
+        platform.reset();
         Scene scene;
         call.arrange(scene);
         call.expect(scene);
@@ -342,19 +342,19 @@ TEST_P(OutOfMemoryTest, LeavesNothingLostOrHalfDone) {
         const bool failed = newThatFails == 0;
         newThatFails = 0;
         if (thrown) {
-            ExpectNothingLost(scene);
+            expectNothingLost(scene);
         } else {
             EXPECT_TRUE(result == expected || (failed && result == ENOMEM)) << result;
-            EXPECT_EQ(platform.SignalsInHand().size(), signalsKept);
+            EXPECT_EQ(platform.signalsInHand().size(), signalsKept);
         }
         if (!failed) {
             EXPECT_EQ(n > 1, call.needsMemory);
             return;
         }
-        platform.ForgetWhatWasToCome();
+        platform.forgetWhatWasToCome();
         call.expect(scene);
         EXPECT_EQ(call.make(scene), expected);
-        EXPECT_EQ(UseOn(scene), expectedAfterwards);
+        EXPECT_EQ(useOn(scene), expectedAfterwards);
         if (HasFailure()) return;
     }
 }
@@ -376,16 +376,16 @@ TEST_F(OutOfMemory, AFailedConstructionLeavesNothingBehind) {
     EXPECT_TRUE(make(1));
     unsigned n = 1;
     while (make(n)) ++n;
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
     LinxIpc works("the endpoint that all this happens to");
     EXPECT_EQ(works.Init(), 0);
 }
 
 TEST_F(OutOfMemory, ALogLineWithoutMemoryKeepsTheErrorThatItReports) {
     Scene scene;
-    scene.Meet(7);
+    scene.meet(7);
     for (unsigned n = 1;; ++n) {
-        scene.platform.Fail("linx_alloc", {EMSGSIZE});
+        scene.platform.fail("linx_alloc", {EMSGSIZE});
         newThatFails = n;
         try {
             EXPECT_EQ(scene.endpoint.Notify(peer, scene.request, true), EMSGSIZE) << n;

@@ -11,17 +11,17 @@ inline const std::string nobody;
 class ReceiveTest : public EndpointTest {
 protected:
     ReceiveTest() {
-        platform.Knows(7, "Peer");
-        platform.Knows(8, "Other");
+        platform.knows(7, "Peer");
+        platform.knows(8, "Other");
     }
 
     /// Has the endpoint learn the names of both peers.
-    void MeetPeers() {
+    void meetPeers() {
         for (LinxSpid spid : {7u, 8u}) {
-            platform.Arrive(spid, 1);
+            platform.arrive(spid, 1);
             endpoint.Receive(-1, 0, nobody, nullptr);
         }
-        platform.Calls();
+        platform.calls();
     }
 
     IpcMessage message;

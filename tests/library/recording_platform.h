@@ -34,18 +34,18 @@ struct SentSignal {
 /// arguments, and answers as the test has told it to.
 class Platform {
 public:
-    static Platform& Instance();
+    static Platform& instance();
 
     /// Forgets everything. Every test begins with that.
-    void Reset();
+    void reset();
 
     // What happened
 
     /// The calls recorded since this was last asked: "linx_send(s1, 7)", "log 2 linxIpc:700 ...", "close(4711)".
     /// Signals are called s1, s2, ... in the order in which they are made. A call on a handle other than the one
     /// opened first begins with that handle's name: "[Other]linx_close", "[null]linx_cancel_tmo(0)".
-    std::vector<std::string> Calls();
-    void Note(const std::string& call);
+    std::vector<std::string> calls();
+    void note(const std::string& call);
 
     std::vector<LogRecord> logs;
     std::vector<SentSignal> sent;
@@ -57,10 +57,10 @@ public:
     unsigned namesReturned = 0;
 
     /// The signals that the library has received or allocated and not given away: it holds them, or has lost them.
-    std::set<std::string> SignalsInHand() const;
+    std::set<std::string> signalsInHand() const;
 
     /// The content of a live signal: "300 'payload'".
-    std::string Content(const LinxSignal* signal) const;
+    std::string content(const LinxSignal* signal) const;
 
     // What the test wants to happen
 
@@ -75,23 +75,23 @@ public:
     std::deque<int> timesLeft;  // what ReCalcTimeout returns; when empty, the whole time, as if none had passed
 
     /// The next calls of `operation` fail with these errno values, one each; 0 lets one through.
-    void Fail(const std::string& operation, std::initializer_list<int> errors);
-    void FailAlways(const std::string& operation, int error) { failsAlways[operation] = error; }
+    void fail(const std::string& operation, std::initializer_list<int> errors);
+    void failAlways(const std::string& operation, int error) { failsAlways_[operation] = error; }
 
     /// Lets linx_get_name know the name of `spid`.
-    void Knows(LinxSpid spid, const std::string& name) { names[spid] = name; }
+    void knows(LinxSpid spid, const std::string& name) { names_[spid] = name; }
 
     /// Has hunts for `name` answered by these spids in turn, and then by the last one always.
-    void Answers(const std::string& name, std::initializer_list<LinxSpid> spids) { hunted[name] = spids; }
+    void answers(const std::string& name, std::initializer_list<LinxSpid> spids) { hunted_[name] = spids; }
 
     /// Queues a signal, and returns what it is called in the recorded calls.
-    std::string Arrive(LinxSpid from, std::uint32_t number, const std::string& payload = "");
+    std::string arrive(LinxSpid from, std::uint32_t number, const std::string& payload = "");
 
     /// Drops the queued signals, and the failures that have not happened yet.
-    void ForgetWhatWasToCome();
+    void forgetWhatWasToCome();
 
     /// Makes a signal for the test, as if it had been received.
-    LinxSignal* Signal(std::uint32_t number, const std::string& payload);
+    LinxSignal* signal(std::uint32_t number, const std::string& payload);
 
     // For the operations
 
@@ -102,39 +102,39 @@ public:
         bool inHand = false;
         std::unique_ptr<char[]>
             bytes;  // exactly as long as the signal, so that a sanitizer sees every access beyond it
-        LinxSignal* Head() const { return reinterpret_cast<LinxSignal*>(bytes.get()); }
+        LinxSignal* head() const { return reinterpret_cast<LinxSignal*>(bytes.get()); }
     };
 
-    LINX* Open(const char* name);
-    void Call(LINX* linx, const std::string& text);
-    bool Fails(const std::string& operation);
-    Buffer& Make(LinxSpid sender, std::uint32_t number, std::uint32_t size);
-    Buffer* Find(const LinxSignal* signal);
-    std::string Id(LinxSignal** signal);
-    void Take(LinxSignal** signal);
-    int Receive(LinxSignal** signal, const std::uint32_t* selection, bool timed);
-    void Hunt(const std::string& name);
-    const std::string* NameOf(LinxSpid spid) const;
-    unsigned NewStamp(int milliseconds);
-    int TimeLeft(unsigned stamp);
-    LinxRef NewReference() { return ++lastReference; }
-    bool OwnsDescriptor(int number) const { return descriptors.count(number) != 0; }
-    void ExposeDescriptor() { descriptors.insert(descriptor); }
+    LINX* open(const char* name);
+    void call(LINX* linx, const std::string& text);
+    bool fails(const std::string& operation);
+    Buffer& make(LinxSpid sender, std::uint32_t number, std::uint32_t size);
+    Buffer* find(const LinxSignal* signal);
+    std::string id(LinxSignal** signal);
+    void take(LinxSignal** signal);
+    int receive(LinxSignal** signal, const std::uint32_t* selection, bool timed);
+    void hunt(const std::string& name);
+    const std::string* nameOf(LinxSpid spid) const;
+    unsigned newStamp(int milliseconds);
+    int timeLeft(unsigned stamp);
+    LinxRef newReference() { return ++lastReference_; }
+    bool ownsDescriptor(int number) const { return descriptors_.count(number) != 0; }
+    void exposeDescriptor() { descriptors_.insert(descriptor); }
 
 private:
-    std::vector<std::string> calls;
-    std::map<std::string, std::deque<int>> failures;
-    std::map<std::string, int> failsAlways;
-    std::map<LinxSpid, std::string> names;
-    std::map<std::string, std::deque<LinxSpid>> hunted;
-    std::list<Buffer> buffers;
-    std::deque<LinxSignal*> queue;
-    std::deque<std::string> handles;
-    std::set<int> descriptors;
-    std::map<unsigned, int> stamps;
-    unsigned lastSignal = 0;
-    unsigned lastStamp = 1000;
-    LinxRef lastReference = 500;
+    std::vector<std::string> calls_;
+    std::map<std::string, std::deque<int>> failures_;
+    std::map<std::string, int> failsAlways_;
+    std::map<LinxSpid, std::string> names_;
+    std::map<std::string, std::deque<LinxSpid>> hunted_;
+    std::list<Buffer> buffers_;
+    std::deque<LinxSignal*> queue_;
+    std::deque<std::string> handles_;
+    std::set<int> descriptors_;
+    std::map<unsigned, int> stamps_;
+    unsigned lastSignal_ = 0;
+    unsigned lastStamp_ = 1000;
+    LinxRef lastReference_ = 500;
 };
 
 }  // namespace recording

@@ -23,11 +23,11 @@ struct FirstUse {
 TEST(ServerNamesFirstUseTest, TwoThreadsThatMeetAtTheFirstUseSeeOneConstruction) {
     std::atomic<int> waiting{2};
     const auto use = [&waiting](FirstUse& seen) {
-        interposed::ObjectsMade(entrySize);
+        interposed::objectsMade(entrySize);
         --waiting;
         while (waiting != 0) std::this_thread::yield();
         seen.directory = &LinxServerNameList::Instance();
-        seen.entriesMade = interposed::ObjectsMade(entrySize);
+        seen.entriesMade = interposed::objectsMade(entrySize);
         seen.name = seen.directory->Name(e_Vp0TsAppReceiver);
     };
     FirstUse one;

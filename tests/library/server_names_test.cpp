@@ -58,13 +58,13 @@ constexpr Server servers[] = {
     {38, e_TestCycle, "TestCycle"},
 };
 
-constexpr bool EveryServerHasItsNumber() {
+constexpr bool everyServerHasItsNumber() {
     for (const Server& server : servers) {
         if (server.process != server.number) return false;
     }
     return true;
 }
-static_assert(EveryServerHasItsNumber());
+static_assert(everyServerHasItsNumber());
 
 class ServerNamesTest : public LibraryTest {
 protected:
@@ -79,7 +79,7 @@ TEST_F(ServerNamesTest, EveryServerHasItsName) {
         names.insert(server.name);
     }
     EXPECT_EQ(names.size(), 37u);
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
 TEST_F(ServerNamesTest, ANameIsReturnedByReference) {
@@ -88,10 +88,10 @@ TEST_F(ServerNamesTest, ANameIsReturnedByReference) {
 }
 
 TEST_F(ServerNamesTest, LookingUpANameTakesNoMemory) {
-    for (std::size_t size = 0; size < 256; ++size) interposed::ObjectsMade(size);
+    for (std::size_t size = 0; size < 256; ++size) interposed::objectsMade(size);
     directory.Name(e_Vp0TsAppReceiver);
     directory.Name(e_UndefinedServer);
-    for (std::size_t size = 0; size < 256; ++size) EXPECT_EQ(interposed::ObjectsMade(size), 0u) << size;
+    for (std::size_t size = 0; size < 256; ++size) EXPECT_EQ(interposed::objectsMade(size), 0u) << size;
 }
 
 class UnknownProcessTest : public ServerNamesTest, public ::testing::WithParamInterface<int> {};
@@ -102,13 +102,13 @@ TEST_P(UnknownProcessTest, IsLoggedAndYieldsTheUndefinedServer) {
                              std::to_string(GetParam()) + ",    size = 37";
     EXPECT_EQ(directory.Name(process), "UndefinedServer");
     EXPECT_EQ(directory.Name(process), "UndefinedServer");
-    EXPECT_THAT(platform.Calls(), ElementsAre(line, line)) << "the directory has not grown either";
+    EXPECT_THAT(platform.calls(), ElementsAre(line, line)) << "the directory has not grown either";
 }
 
 TEST_P(UnknownProcessTest, IsNotLoggedWhenItsBitIsClear) {
     platform.level = ~1u;
     EXPECT_EQ(directory.Name(static_cast<e_Process>(GetParam())), "UndefinedServer");
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
     EXPECT_EQ(platform.logObjects, 0u);
 }
 
@@ -120,7 +120,7 @@ class UnknownNameTest : public ServerNamesTest, public ::testing::WithParamInter
 
 TEST_P(UnknownNameTest, SilentlyYieldsTheUndefinedServer) {
     EXPECT_EQ(directory.Process(GetParam()), 0);
-    EXPECT_THAT(platform.Calls(), IsEmpty());
+    EXPECT_THAT(platform.calls(), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(ServerNames, UnknownNameTest,

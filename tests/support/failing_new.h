@@ -21,12 +21,12 @@ inline bool newFails() {
 class UnfailingNew {
 public:
     UnfailingNew() = default;
-    ~UnfailingNew() { newThatFails = suspended; }
+    ~UnfailingNew() { newThatFails = suspended_; }
     UnfailingNew(const UnfailingNew&) = delete;
     UnfailingNew& operator=(const UnfailingNew&) = delete;
 
 private:
-    const unsigned suspended = std::exchange(newThatFails, 0);
+    const unsigned suspended_ = std::exchange(newThatFails, 0);
 };
 
 }  // namespace linxtest
