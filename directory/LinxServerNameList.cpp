@@ -61,7 +61,7 @@ LinxServerNameList::~LinxServerNameList() = default;
 const std::string& LinxServerNameList::Name(e_Process process) {
     const auto entry = serverNames.find(process);
     if (entry != serverNames.end()) return entry->second;
-    LogLine(logText::serverUnknown, static_cast<int>(process), serverNames.size());
+    logLine(logText::serverUnknown, static_cast<int>(process), serverNames.size());
     return serverNames[e_UndefinedServer];
 }
 

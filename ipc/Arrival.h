@@ -18,7 +18,7 @@
 /// A signal begins with its number; the payload follows.
 constexpr std::uint32_t numberSize = sizeof(LinxSignal);
 
-inline char* Payload(LinxSignal* signal) {
+inline char* payload(LinxSignal* signal) {
     return reinterpret_cast<char*>(signal) + numberSize;
 }
 
@@ -32,26 +32,26 @@ struct LinxIpc::Arrival {
     Arrival(Held<LinxSignal> taken, std::uint32_t size)
         : signal(std::move(taken)), number(signal->number), payloadSize(size - numberSize) {
         if (number == e_ProcessDiedSignal && payloadSize >= sizeof dead)
-            std::memcpy(&dead, Payload(signal.get()), sizeof dead);
+            std::memcpy(&dead, payload(signal.get()), sizeof dead);
     }
 
     /// Whether its number says more about the wait than that a message has come.
-    bool IsReserved() const {
+    bool isReserved() const {
         return number == e_WaitGoesOnSignal || number == e_ShutdownSignal || number == e_ProcessDiedSignal;
     }
 
     /// The result of a receive from `peer` that this reserved signal ends; none when it waits for another. Logs a
     /// death in either case, and why the wait ends.
-    [[gnu::cold]] std::optional<int> LogAndConclude(const std::string& peer) const {
+    [[gnu::cold]] std::optional<int> logAndConclude(const std::string& peer) const {
         if (number == e_WaitGoesOnSignal) return std::nullopt;
         if (number == e_ShutdownSignal) {
-            LogLine(logText::shutdownRequested);
+            logLine(logText::shutdownRequested);
             return ESHUTDOWN;
         }
         const std::string& name = LinxServerNameList::Instance().Name(dead);
-        LogLine(logText::processDied, static_cast<int>(dead), name);
+        logLine(logText::processDied, static_cast<int>(dead), name);
         if (name != peer) return std::nullopt;
-        LogLine(logText::hostUnreachable);
+        logLine(logText::hostUnreachable);
         return EHOSTUNREACH;
     }
 

@@ -95,7 +95,7 @@ int RelayMessage::Allocate(unsigned msgType, unsigned size, char* buffer) {
     capacity = size;
     signalSize = size + numberSize;
     fillPos = 0;
-    data = Payload(signal);
+    data = payload(signal);
     return 0;
 }
 
@@ -133,10 +133,10 @@ void LinxIpc::CommonInit(const std::string& endpointName) {
 }
 
 int LinxIpc::Init() {
-    if (linx != nullptr) return Refused(logText::initAgain);
+    if (linx != nullptr) return refused(logText::initAgain);
     linx = linx_open(name.c_str(), 0, nullptr);
     if (linx == nullptr) {
-        LogLine(logText::initFailed, name, errno);
+        logLine(logText::initFailed, name, errno);
         return errno;
     }
     descriptor = linx_get_descriptor(linx);
@@ -154,17 +154,17 @@ LinxIpc::~LinxIpc() {
 }
 
 int LinxIpc::Send(const void*, unsigned, unsigned&) {
-    LogLine(logText::sendNotSupported);
+    logLine(logText::sendNotSupported);
     return notSupported;
 }
 
 int LinxIpc::Receive(void*, unsigned, unsigned&) {
-    LogLine(logText::receiveNotSupported);
+    logLine(logText::receiveNotSupported);
     return notSupported;
 }
 
 int LinxIpc::Blocking(bool) {
-    LogLine(logText::blockingNotSupported);
+    logLine(logText::blockingNotSupported);
     return notSupported;
 }
 
@@ -212,7 +212,7 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
 
 /// Takes signals until one ends the wait. `peer` is awaited, a name that nothing changes meanwhile.
 int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type, IpcMessage* msg) {
-    if (linx == nullptr) return Refused(logText::receiveUninitialized);
+    if (linx == nullptr) return refused(logText::receiveUninitialized);
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
     SignalWait wait(timeout, type);
     for (;;) {
@@ -224,10 +224,10 @@ int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type,
         if (relay != relayHandlers.end())
             return HandToRelay(relay->second, arrival.signal.release(), arrival.payloadSize, message.GetSender());
         const int copied = CopyAndDispatch(arrival, type, message);
-        wait.Recalculate();
+        wait.recalculate();
         arrival.signal.reset();
-        if (!arrival.IsReserved()) return copied;
-        if (const std::optional<int> result = arrival.LogAndConclude(peer)) return *result;
+        if (!arrival.isReserved()) return copied;
+        if (const std::optional<int> result = arrival.logAndConclude(peer)) return *result;
     }
 }
 
@@ -242,8 +242,8 @@ int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type,
 /// Waits for the next signal.
 inline LinxIpc::Arrival LinxIpc::Await(SignalWait& wait) const {
     LinxSignal* signal = nullptr;
-    const int size = wait.Receive(linx, &signal);
-    if (size == -1) return Arrival(Failed(logText::receiveFailed));
+    const int size = wait.receive(linx, &signal);
+    if (size == -1) return Arrival(failed(logText::receiveFailed));
     if (signal == nullptr) return Arrival(ETIMEDOUT);
     return Arrival(Held<LinxSignal>(signal, {this}), static_cast<std::uint32_t>(size));
 }
@@ -254,7 +254,7 @@ inline void LinxIpc::NameSender(const Arrival& arrival, IpcMessage& message) {
     const LinxSpid spid = linx_sender(linx, &signal);
     const auto known = senderNames.find(spid);
     const std::string& sender = known != senderNames.end() ? known->second : LearnSenderName(spid);
-    if (!SameName(message.GetSender(), sender)) message.SetSender(sender);
+    if (!sameName(message.GetSender(), sender)) message.SetSender(sender);
 }
 
 /// Asks LINX for the name of `spid`. That is done once, deliberately: a spid that LINX cannot name stays "unknown".
@@ -295,8 +295,8 @@ int LinxIpc::HandToRelay(const Callback& handler, LinxSignal* signal, std::uint3
 /// Copies the signal into `message`, and calls the handler where one is due: also when copying fails, whose result it
 /// returns.
 inline int LinxIpc::CopyAndDispatch(const Arrival& arrival, unsigned type, IpcMessage& message) {
-    const int result = message.Allocate(arrival.number, arrival.payloadSize, Payload(arrival.signal.get()));
-    if (result != 0) LogLine(logText::receiveNotCopied, result);
+    const int result = message.Allocate(arrival.number, arrival.payloadSize, payload(arrival.signal.get()));
+    if (result != 0) logLine(logText::receiveNotCopied, result);
     if (type != 0 && arrival.number != e_ShutdownSignal) return result;
     const auto found = handlers.find(arrival.number);
     if (found != handlers.end()) {
@@ -313,28 +313,28 @@ int LinxIpc::Receive(Watchdog& watchdog, int timeout) {
 }
 
 int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) {
-    if (linx == nullptr) return Refused(logText::resolveUninitialized);
+    if (linx == nullptr) return refused(logText::resolveUninitialized);
     const auto cached = huntCache.find(destination);
     if (cached != huntCache.end() && cached->second == 0) {
-        if (logErrors) LogLine(logText::knownAsAbsent);
+        if (logErrors) logLine(logText::knownAsAbsent);
         return -1;
     }
 
-    LogLine(logText::hunting, destination);
+    logLine(logText::hunting, destination);
     if (linx_hunt(linx, destination.c_str(), nullptr) == -1) {
-        if (logErrors) LogLine(logText::huntFailed, SystemError{errno});
+        if (logErrors) logLine(logText::huntFailed, SystemError{errno});
         return -1;
     }
 
     static constexpr std::uint32_t huntSignals[] = {1, LINX_OS_HUNT_SIG};
     LinxSignal* answer = nullptr;
     if (linx_receive_w_tmo(linx, &answer, huntTimeout, huntSignals) == -1) {
-        if (logErrors) LogLine(logText::huntNotReceived, SystemError{errno});
+        if (logErrors) logLine(logText::huntNotReceived, SystemError{errno});
         return -1;
     }
     if (answer == nullptr) {
         huntCache.try_emplace(destination, 0);  // deliberately for good: until a signal from it has been received
-        if (logErrors) LogLine(logText::huntNotAnswered);
+        if (logErrors) logLine(logText::huntNotAnswered);
         return -1;
     }
 
@@ -346,7 +346,7 @@ int LinxIpc::ResolveDestination(const std::string& destination, bool logErrors) 
 
 /// Finds out where `peer` is: mostly, where the previous message went.
 inline LinxIpc::Destination LinxIpc::Find(const std::string& peer, bool logErrors) {
-    const bool isLast = lastDestination != huntCache.end() && SameName(lastDestination->first, peer);
+    const bool isLast = lastDestination != huntCache.end() && sameName(lastDestination->first, peer);
     return isLast && lastDestination->second != 0 ? Destination{Lookup::found, lastDestination->second}
                                                   : FindOrHunt(peer, logErrors);
 }
@@ -374,20 +374,20 @@ const std::string& LinxIpc::MessageOriginator(int& notHunted) {
 }
 
 int LinxIpc::Attach(const char* peer, unsigned type) {
-    if (linx == nullptr) return Refused(logText::attachUninitialized);
+    if (linx == nullptr) return refused(logText::attachUninitialized);
     const Destination destination = Find(peer, true);
-    if (destination.lookup == Lookup::notFound) LogLine(logText::attachUnresolved);
+    if (destination.lookup == Lookup::notFound) logLine(logText::attachUnresolved);
     if (destination.lookup != Lookup::found) return -1;
 
     LinxSignal* notice = linx_alloc(linx, numberSize, type);  // null is for linx_attach to refuse
     attachFailed = linx_attach(linx, &notice, destination.spid) == 0 ? 1 : 0;
     if (attachFailed == 0) return 0;
-    LogLine(logText::attachRefused);
+    logLine(logText::attachRefused);
     return errno;
 }
 
 int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErrors) {
-    if (linx == nullptr) return Refused(logText::notifyUninitialized);
+    if (linx == nullptr) return refused(logText::notifyUninitialized);
     const std::uint32_t size = msg.Length() + numberSize;
     const std::optional<int> result = TrySend(destination, msg, size, logErrors);
     return result ? *result : RetryNotify(destination, msg, size, logErrors);
@@ -398,14 +398,14 @@ inline std::optional<int> LinxIpc::TrySend(const std::string& destination, IpcMe
                                            bool logErrors) {
     const Destination to = Find(destination, logErrors);
     if (to.lookup != Lookup::found) {
-        if (logErrors && to.lookup == Lookup::notFound) LogLine(logText::notifyUnresolved, destination);
-        if (logErrors && to.lookup == Lookup::knownAbsent) LogLine(logText::notifyAbsent);
+        if (logErrors && to.lookup == Lookup::notFound) logLine(logText::notifyUnresolved, destination);
+        if (logErrors && to.lookup == Lookup::knownAbsent) logLine(logText::notifyAbsent);
         return -1;
     }
     Held<LinxSignal> signal(linx_alloc(linx, size, msg.MsgType()), {this});
-    if (signal == nullptr) return Failed(logText::notifyNoSignal);
+    if (signal == nullptr) return failed(logText::notifyNoSignal);
     signal->number = msg.MsgType();
-    std::copy_n(msg.DataPtr(), size - numberSize, Payload(signal.get()));
+    std::copy_n(msg.DataPtr(), size - numberSize, payload(signal.get()));
     LinxSignal* filled = signal.release();  // a send takes the signal, even one that fails
     if (linx_send(linx, &filled, to.spid) == -1) return std::nullopt;
     return 0;
@@ -415,34 +415,34 @@ inline std::optional<int> LinxIpc::TrySend(const std::string& destination, IpcMe
 int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors) {
     const HuntCache::node_type forgotten = Forget(destination);  // kept: `destination` may be the name in it
     for (unsigned attemptsLeft = maxAttempts - 1; attemptsLeft > 0; --attemptsLeft) {
-        if (logErrors) LogFailedSend(attemptsLeft, destination, size);
+        if (logErrors) logFailedSend(attemptsLeft, destination, size);
         const std::optional<int> result = TrySend(destination, msg, size, logErrors);
-        if (result == 0) LogLine(logText::notifySentAfterRetries, maxAttempts - attemptsLeft);
+        if (result == 0) logLine(logText::notifySentAfterRetries, maxAttempts - attemptsLeft);
         if (result) return *result;
         Forget(destination);
     }
-    if (logErrors) LogFailedSend(0, destination, size);
+    if (logErrors) logFailedSend(0, destination, size);
     return 0;  // deliberate, and promised in the header: only the log tells that the last attempt failed too
 }
 
 int LinxIpc::Request(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                      IpcMessage* reply) {
-    if (linx == nullptr) return Refused(logText::requestUninitialized);
+    if (linx == nullptr) return refused(logText::requestUninitialized);
     const std::string peer = destination;  // which may be a name of the endpoint's own that sending removes
     const int sent = Notify(peer, message, true);
     if (sent != 0) {
-        LogLine(logText::requestNotSent, sent);
+        logLine(logText::requestNotSent, sent);
         return sent;
     }
     if (replyType == 0) return 0;
     const int received = HandleArrivals(peer, timeout, replyType, reply);
-    if (received != 0) LogLine(logText::requestNotAnswered, received);
+    if (received != 0) logLine(logText::requestNotAnswered, received);
     return received;
 }
 
 int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, unsigned replyType, int timeout,
                           IpcMessage* reply) {
-    if (linx == nullptr) return Refused(logText::asyncRequestUninitialized);
+    if (linx == nullptr) return refused(logText::asyncRequestUninitialized);
     const IpcMessage& inspected = reply != nullptr ? *reply : rxMessage;
     const int sent = Notify(destination, message, true);
     if (sent != 0 || replyType == 0) return sent;
@@ -450,7 +450,7 @@ int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, u
     unsigned start = DiffTime::CalcInitialTimeout(timeout);
     int received = Receive(timeout, 0, emptyString, reply);
     while (received == 0 && inspected.MsgType() != replyType) {
-        LogLine(logText::asyncRequestGoesOn);
+        logLine(logText::asyncRequestGoesOn);
         const int timeLeft = DiffTime::ReCalcTimeout(start);
         start = DiffTime::CalcInitialTimeout(timeLeft);
         received = Receive(timeLeft, 0, emptyString, reply);
@@ -459,14 +459,14 @@ int LinxIpc::AsyncRequest(const std::string& destination, IpcMessage& message, u
 }
 
 int LinxIpc::EnableTimer(int timeout, unsigned signalNumber) {
-    if (linx == nullptr) return Refused(logText::timerUninitialized);
+    if (linx == nullptr) return refused(logText::timerUninitialized);
     LinxSignal* signal = nullptr;
     if (signalNumber != 0) {
         signal = linx_alloc(linx, numberSize, signalNumber);
-        if (signal == nullptr) return Failed(logText::timerNoSignal);
+        if (signal == nullptr) return failed(logText::timerNoSignal);
     }
     timerRef = linx_request_tmo(linx, static_cast<std::uint32_t>(timeout), signalNumber != 0 ? &signal : nullptr);
-    return timerRef != 0 ? 0 : Failed(logText::timerRefused);
+    return timerRef != 0 ? 0 : failed(logText::timerRefused);
 }
 
 int LinxIpc::DisableTimer() {
@@ -474,11 +474,11 @@ int LinxIpc::DisableTimer() {
 }
 
 int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
-    if (linx == nullptr) return Refused(logText::relayUninitialized);
-    if (message.Endpoint() != this) return Refused(logText::relayForeignMessage);
+    if (linx == nullptr) return refused(logText::relayUninitialized);
+    if (message.Endpoint() != this) return refused(logText::relayForeignMessage);
     const Destination to = Find(destination, true);
-    if (to.lookup == Lookup::notFound) return Refused(logText::relayUnresolved, destination);
-    if (to.lookup == Lookup::knownAbsent) return Refused(logText::relayAbsent);
+    if (to.lookup == Lookup::notFound) return refused(logText::relayUnresolved, destination);
+    if (to.lookup == Lookup::knownAbsent) return refused(logText::relayAbsent);
 
     LinxSignal* signal = message.Sig();
     const bool failed = linx_send(linx, &signal, to.spid) == -1;
@@ -486,7 +486,7 @@ int LinxIpc::Relay(RelayMessage& message, const std::string& destination) {
     message.Deallocate();  // LINX has taken the signal; first, as logging may throw
     if (failed) {
         Forget(destination);
-        LogLine(logText::relayNotSent, error);
+        logLine(logText::relayNotSent, error);
     }
     return 0;  // deliberate, and promised in the header: only the log tells that the send failed
 }

@@ -11,7 +11,7 @@ std::ostream& operator<<(std::ostream& stream, SystemError error) {
     return stream << text;
 }
 
-const char* WriteUpToValue(std::ostream& stream, const char* text) {
+const char* writeUpToValue(std::ostream& stream, const char* text) {
     const char* value = std::strstr(text, "{}");
     stream.write(text, value - text);
     return value + 2;

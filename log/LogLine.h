@@ -15,13 +15,13 @@ struct SystemError {
 std::ostream& operator<<(std::ostream& stream, SystemError error);
 
 /// Writes `text` up to its first {}, which it must have, and returns the rest behind that.
-const char* WriteUpToValue(std::ostream& stream, const char* text);
+const char* writeUpToValue(std::ostream& stream, const char* text);
 
 /// Writes the line `line` with `values` in it; does nothing when the bit of its level is clear. When memory runs out
 /// the line ends early, or the platform throws `std::bad_alloc` before it has begun: no caller has anything half done
 /// or unguarded then. Leaves `errno` as it is unless it throws.
 template <typename... Values>
-void LogLine(const LogText& line, const Values&... values) {
+void logLine(const LogText& line, const Values&... values) {
     LogClient* client = LogClient::Instance();
     if ((client->Level() & line.level) == 0) return;
     SysLogMsg message;
@@ -29,7 +29,7 @@ void LogLine(const LogText& line, const Values&... values) {
     const int callersErrno = errno;  // a value that there is no memory for would change it
     stream << line.source << ':' << line.number << ' ';
     const char* rest = line.text;
-    ((rest = WriteUpToValue(stream, rest), stream << values), ...);
+    ((rest = writeUpToValue(stream, rest), stream << values), ...);
     stream << rest;
     errno = callersErrno;
 }
