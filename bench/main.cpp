@@ -38,7 +38,7 @@ std::vector<std::string> scenarioNames() {
 
 std::vector<std::string> peerNames() {
     std::vector<std::string> names;
-    for (const auto& peer : allPeers().present) names.push_back(peer->name());
+    for (const Peer* peer : allPeers().present) names.push_back(peer->name);
     return names;
 }
 
@@ -46,8 +46,8 @@ Wishes wishesFrom(const Options& options, const PeerList& peers) {
     constexpr std::uint64_t millisecond = 1000000;
     Wishes wishes = {{}, options.payloads, {{20 * millisecond, 256}, {60 * millisecond, 1024}, false}};
     if (options.quick) wishes.effort = {{0, 64}, {0, 512}, true};
-    for (const auto& peer : peers.present) {
-        if (wanted(options.peers, peer->name())) wishes.peers.push_back(peer.get());
+    for (const Peer* peer : peers.present) {
+        if (wanted<std::string>(options.peers, peer->name)) wishes.peers.push_back(peer);
     }
     if (wishes.payloads.empty()) wishes.payloads = {16, 64, 256, 1024, 4096, 16384, 60000};
     if (options.payloads.empty() && options.quick) wishes.payloads = {64, 60000};
@@ -62,7 +62,7 @@ Figures runOnce(const Scenario& scenario, const Case& chosen, const Effort& effo
         expect(messages == figures.end() || messages->second >= wanted, "it ended too early");
         return figures;
     } catch (const Failure& failure) {
-        throw Failure(scenario.name() + ", " + chosen.peer->name() + ", " + nameOf(chosen.placement) + ", " +
+        throw Failure(scenario.name() + ", " + chosen.peer->name + ", " + nameOf(chosen.placement) + ", " +
                       std::to_string(chosen.payload) + " bytes, " + std::to_string(chosen.population) + ": " +
                       failure.what());
     }
@@ -79,7 +79,7 @@ Records measure(const Scenario& scenario, const Wishes& wishes, unsigned repeat)
     }
     Records records;
     for (std::size_t i = 0; i < cases.size(); ++i) {
-        records.push_back({scenario.name(), cases[i].peer->name(), cases[i].placement, cases[i].payload,
+        records.push_back({scenario.name(), cases[i].peer->name, cases[i].placement, cases[i].payload,
                            cases[i].population, spreadsOf(runs[i])});
     }
     return records;

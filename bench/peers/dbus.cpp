@@ -10,6 +10,7 @@ namespace bench {
 
 namespace {
 
+constexpr const char* daemonName = "dbus-daemon";
 constexpr const char* interface = "linx.bench";
 
 std::string nameOf(unsigned process) {
@@ -26,10 +27,13 @@ int must(int result, const char* what) {
 /// of the window, which keeps the daemon from filling up.
 class DbusEnd : public PlainEnd {
 public:
-    DbusEnd(const Layout& layout, unsigned self)
-        : PlainEnd(layout.payload), half_(windowFor(layout.payload) / 2), receiver_(nameOf(layout.receiverOf(self))) {
+    DbusEnd(const Session& session, unsigned self)
+        : PlainEnd(session.layout.payload),
+          half_(windowFor(session.layout.payload) / 2),
+          receiver_(nameOf(session.layout.receiverOf(self))) {
         must(sd_bus_new(&bus_), "sd_bus_new");
-        must(sd_bus_set_address(bus_, ("unix:path=" + layout.directory + "/dbus").c_str()), "sd_bus_set_address");
+        must(sd_bus_set_address(bus_, ("unix:path=" + session.layout.directory + "/dbus").c_str()),
+             "sd_bus_set_address");
         must(sd_bus_set_bus_client(bus_, 1), "sd_bus_set_bus_client");
         must(sd_bus_start(bus_), "sd_bus_start");
         must(sd_bus_request_name(bus_, nameOf(self).c_str(), 0), "sd_bus_request_name");
@@ -116,33 +120,21 @@ std::string configure(const std::string& directory) {
     return file;
 }
 
-class DbusSession : public Session {
-public:
+struct DbusSession : Session {
     explicit DbusSession(const Layout& chosen)
-        : layout_(chosen),
-          daemon_({"dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
-                   "--config-file=" + configure(layout_.directory)},
-                  layout_.placement, "unix:path=") {}
-    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<DbusEnd>(layout_, self); }
-    std::vector<pid_t> daemons() const override { return {daemon_.pid()}; }
-
-private:
-    Layout layout_;
-    Service daemon_;
-};
-
-class Dbus : public Peer {
-public:
-    std::string name() const override { return dbusName; }
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<DbusSession>(layout);
+        : Session(chosen),
+          daemon({daemonName, "--nofork", "--nopidfile", "--print-address=1",
+                  "--config-file=" + configure(layout.directory)},
+                 layout.placement, "unix:path=") {
+        daemons = {daemon.pid()};
     }
+    static bool runsHere() { return !findProgram(daemonName).empty(); }
+
+    Service daemon;
 };
 
 }  // namespace
 
-std::unique_ptr<Peer> makeDbus() {
-    return std::make_unique<Dbus>();
-}
+const Peer dbus = peerOf<DbusEnd, DbusSession>(dbusName);
 
 }  // namespace bench

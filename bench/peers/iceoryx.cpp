@@ -46,19 +46,89 @@ std::unique_ptr<UntypedSubscriber> subscribe(unsigned sender) {
     return std::make_unique<UntypedSubscriber>(serviceOf(sender), options);
 }
 
+/// Room for what full queues hold and no more: the daemon clears it all before it is ready.
+std::string configure(const Layout& layout) {
+    const std::string file = layout.directory + "/roudi.toml";
+    std::ofstream(file) << "[general]\nversion = 1\n[[segment]]\n[[segment.mempool]]\nsize = "
+                        << (layout.payload + 127) / 64 * 64
+                        << "\ncount = " << layout.processes * (iox::MAX_SUBSCRIBER_QUEUE_CAPACITY + 16) << '\n';
+    return file;
+}
+
+/// The memory of the messages is named after the group that may write to it.
+std::string segmentFile() {
+    const group* own = getgrgid(getegid());
+    return std::string("/dev/shm/") + (own != nullptr ? own->gr_name : "");
+}
+
+/// The machine has one daemon at a time: whoever else measures waits here.
+class OnlyDaemon {
+public:
+    OnlyDaemon() : program_(open(findProgram(daemonName).c_str(), O_RDONLY | O_CLOEXEC)) {
+        check(flock(program_, LOCK_EX) == 0, daemonName);
+    }
+    ~OnlyDaemon() { close(program_); }
+    OnlyDaemon(const OnlyDaemon&) = delete;
+    OnlyDaemon& operator=(const OnlyDaemon&) = delete;
+
+private:
+    int program_;
+};
+
+struct IceoryxSession : Session {
+    explicit IceoryxSession(const Layout& chosen, bool looking = false)
+        : Session(chosen),
+          polls(looking),
+          daemon({daemonName, "--monitoring-mode", "off", "--kill-delay", "0", "--config-file", configure(layout)},
+                 layout.placement, "ready for clients") {
+        daemons = {daemon.pid()};
+    }
+
+    /// Those that are killed leave their files. The daemon's are ours as long as it lives, since there is but one.
+    ~IceoryxSession() override {
+        std::vector<std::string> files = {"/tmp/roudi", "/tmp/iox-unique-roudi.lock", "/dev/shm/iceoryx_mgmt",
+                                          segmentFile()};
+        for (unsigned process = 0; process < layout.processes; ++process) {
+            files.push_back("/tmp/" + runtimeOf(process));
+            files.push_back("/tmp/" + runtimeOf(process) + ".lock");
+        }
+        std::error_code ignored;
+        for (const std::string& file : files) std::filesystem::remove(file, ignored);
+    }
+
+    static bool runsHere() { return !findProgram(daemonName).empty(); }
+
+    std::string runtimeOf(unsigned process) const {
+        return "linx-bench-" + std::to_string(harness) + '-' + std::to_string(process);
+    }
+
+    pid_t harness = getpid();
+    bool polls;
+    OnlyDaemon only;
+    Service daemon;
+};
+
+struct IceoryxPollingSession : IceoryxSession {
+    explicit IceoryxPollingSession(const Layout& chosen) : IceoryxSession(chosen, true) {}
+    static constexpr bool blocks = false;
+};
+
 /// Loaned chunks, published; the application's copy of a message is copied into the chunk and read in place.
 class IceoryxEnd : public PlainEnd {
 public:
-    IceoryxEnd(const Layout& chosen, unsigned process, bool looking)
-        : PlainEnd(chosen.payload), layout_(chosen), polls_(looking) {
-        for (unsigned sender = 0; sender < layout_.processes; ++sender) {
-            const bool toUs = layout_.pattern == Pattern::roundTrip || layout_.receiverOf(sender) == process;
-            if (toUs && sender != process) in_.push_back(subscribe(sender));
-        }
-        sends_ = layout_.pattern == Pattern::roundTrip || layout_.receiverOf(process) != process;
+    IceoryxEnd(const IceoryxSession& session, unsigned process)
+        : PlainEnd(session.layout.payload),
+          layout_(session.layout),
+          polls_(session.polls),
+          sends_(layout_.reachedBy(process) != process) {
+        iox::log::LogManager::GetLogManager().SetDefaultLogLevel(iox::log::LogLevel::kError,
+                                                                 iox::log::LogLevelOutput::kHideLogLevel);
+        iox::runtime::PoshRuntime::initRuntime({iox::cxx::TruncateToCapacity, session.runtimeOf(process)});
+        for (const unsigned sender : layout_.sendersTo(process)) in_.push_back(subscribe(sender));
         if (sends_) out_ = publish(process);
+        waiting_ = std::make_unique<iox::popo::WaitSet<mostSources>>();
         for (const auto& source : in_) {
-            const bool attached = !waiting_.attachState(*source, iox::popo::SubscriberState::HAS_DATA).has_error();
+            const bool attached = !waiting_->attachState(*source, iox::popo::SubscriberState::HAS_DATA).has_error();
             expect(attached, "a subscriber cannot be waited for");
         }
     }
@@ -98,7 +168,7 @@ private:
 
     void await() {
         if (!polls_) {
-            waiting_.wait();
+            waiting_->wait();
         } else if (layout_.placement == Placement::one || ++looks_ % 4096 == 0) {
             sched_yield();
         }
@@ -114,103 +184,15 @@ private:
     bool sends_;
     std::unique_ptr<UntypedPublisher> out_;
     std::vector<std::unique_ptr<UntypedSubscriber>> in_;
-    iox::popo::WaitSet<mostSources> waiting_;
+    std::unique_ptr<iox::popo::WaitSet<mostSources>> waiting_;  // made when the runtime is there
     std::size_t next_ = 0;
     const void* taken_ = nullptr;
     unsigned looks_ = 0;
 };
 
-/// Room for what full queues hold and no more: the daemon clears it all before it is ready.
-std::string configure(const Layout& layout) {
-    const std::string file = layout.directory + "/roudi.toml";
-    std::ofstream(file) << "[general]\nversion = 1\n[[segment]]\n[[segment.mempool]]\nsize = "
-                        << (layout.payload + 127) / 64 * 64
-                        << "\ncount = " << layout.processes * (iox::MAX_SUBSCRIBER_QUEUE_CAPACITY + 16) << '\n';
-    return file;
-}
-
-/// The memory of the messages is named after the group that may write to it.
-std::string segmentFile() {
-    const group* own = getgrgid(getegid());
-    return std::string("/dev/shm/") + (own != nullptr ? own->gr_name : "");
-}
-
-/// The machine has one daemon at a time: whoever else measures waits here.
-class OnlyDaemon {
-public:
-    OnlyDaemon() : program_(open(findProgram(daemonName).c_str(), O_RDONLY | O_CLOEXEC)) {
-        check(flock(program_, LOCK_EX) == 0, daemonName);
-    }
-    ~OnlyDaemon() { close(program_); }
-    OnlyDaemon(const OnlyDaemon&) = delete;
-    OnlyDaemon& operator=(const OnlyDaemon&) = delete;
-
-private:
-    int program_;
-};
-
-class IceoryxSession : public Session {
-public:
-    IceoryxSession(const Layout& chosen, bool looking)
-        : layout_(chosen),
-          polls_(looking),
-          daemon_({daemonName, "--monitoring-mode", "off", "--kill-delay", "0", "--config-file", configure(layout_)},
-                  layout_.placement, "ready for clients") {}
-
-    /// Those that are killed leave their files. The daemon's are ours as long as it lives, since there is but one.
-    ~IceoryxSession() override {
-        std::vector<std::string> files = {"/tmp/roudi", "/tmp/iox-unique-roudi.lock", "/dev/shm/iceoryx_mgmt",
-                                          segmentFile()};
-        for (unsigned process = 0; process < layout_.processes; ++process) {
-            files.push_back("/tmp/" + runtimeOf(process));
-            files.push_back("/tmp/" + runtimeOf(process) + ".lock");
-        }
-        std::error_code ignored;
-        for (const std::string& file : files) std::filesystem::remove(file, ignored);
-    }
-
-    std::unique_ptr<End> open(unsigned self) override {
-        iox::log::LogManager::GetLogManager().SetDefaultLogLevel(iox::log::LogLevel::kError,
-                                                                 iox::log::LogLevelOutput::kHideLogLevel);
-        iox::runtime::PoshRuntime::initRuntime({iox::cxx::TruncateToCapacity, runtimeOf(self)});
-        return std::make_unique<IceoryxEnd>(layout_, self, polls_);
-    }
-
-    std::vector<pid_t> daemons() const override { return {daemon_.pid()}; }
-
-private:
-    std::string runtimeOf(unsigned process) const {
-        return "linx-bench-" + std::to_string(harness_) + '-' + std::to_string(process);
-    }
-
-    pid_t harness_ = getpid();
-    Layout layout_;
-    bool polls_;
-    OnlyDaemon only_;
-    Service daemon_;
-};
-
-class Iceoryx : public Peer {
-public:
-    explicit Iceoryx(bool looking) : polls_(looking) {}
-    std::string name() const override { return polls_ ? iceoryxPollingName : iceoryxName; }
-    bool blocks() const override { return !polls_; }
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<IceoryxSession>(layout, polls_);
-    }
-
-private:
-    bool polls_;
-};
-
 }  // namespace
 
-std::unique_ptr<Peer> makeIceoryx() {
-    return std::make_unique<Iceoryx>(false);
-}
-
-std::unique_ptr<Peer> makeIceoryxPolling() {
-    return std::make_unique<Iceoryx>(true);
-}
+const Peer iceoryx = peerOf<IceoryxEnd, IceoryxSession>(iceoryxName);
+const Peer iceoryxPolling = peerOf<IceoryxEnd, IceoryxPollingSession>(iceoryxPollingName);
 
 }  // namespace bench

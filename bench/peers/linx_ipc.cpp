@@ -17,8 +17,8 @@ std::string nameOf(std::uint64_t process) {
 /// sender can run ahead: for every half of it that was received, the sender gets a credit.
 class LinxIpcEnd : public End {
 public:
-    LinxIpcEnd(const Layout& chosen, unsigned process)
-        : layout_(chosen),
+    LinxIpcEnd(const Session& session, unsigned process)
+        : layout_(session.layout),
           self_(process),
           receiver_(layout_.receiverOf(process)),
           half_(windowFor(layout_.payload) / 2),
@@ -123,27 +123,8 @@ private:
     bool forwarding_ = false;
 };
 
-class LinxIpcSession : public Session {
-public:
-    explicit LinxIpcSession(const Layout& chosen) : layout_(chosen) {}
-    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<LinxIpcEnd>(layout_, self); }
-
-private:
-    Layout layout_;
-};
-
-class LinxIpcPeer : public Peer {
-public:
-    std::string name() const override { return linxIpcName; }
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<LinxIpcSession>(layout);
-    }
-};
-
 }  // namespace
 
-std::unique_ptr<Peer> makeLinxIpc() {
-    return std::make_unique<LinxIpcPeer>();
-}
+const Peer linxIpc = peerOf<LinxIpcEnd>(linxIpcName);
 
 }  // namespace bench

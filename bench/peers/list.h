@@ -1,7 +1,6 @@
 #ifndef LINXIPC_BENCH_PEERS_LIST_H
 #define LINXIPC_BENCH_PEERS_LIST_H
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,19 +9,13 @@
 
 namespace bench {
 
-std::unique_ptr<Peer> makeLinxIpc();
-std::unique_ptr<Peer> makeSeqpacket();
-std::unique_ptr<Peer> makeZeromq();
-std::unique_ptr<Peer> makeNng();
-std::unique_ptr<Peer> makeDbus();
-std::unique_ptr<Peer> makeMessageQueue();
-std::unique_ptr<Peer> makeIceoryx();
-std::unique_ptr<Peer> makeIceoryxPolling();
-std::unique_ptr<Peer> makeSharedMemory();
+// Those that need a library are not there where the machine lacks it: their address is null.
+extern const Peer linxIpc, seqpacket, messageQueue, bareMemory;
+[[gnu::weak]] extern const Peer zeromq, nng, dbus, iceoryx, iceoryxPolling;
 
-/// The peers that were built in, LinxIpc first, and the names of those that were not.
+/// The peers that can be measured here, LinxIpc first, and the names of the others.
 struct PeerList {
-    std::vector<std::unique_ptr<Peer>> present;
+    std::vector<const Peer*> present;
     std::vector<std::string> absent;
 };
 PeerList allPeers();

@@ -13,35 +13,41 @@ namespace {
 constexpr long queueLength = 10;  // what everybody may have
 
 /// A queue for each process, from which it alone receives.
-class MessageQueueSession : public Session {
-public:
-    explicit MessageQueueSession(const Layout& chosen) : layout_(chosen) {
-        for (unsigned process = 0; process < layout_.processes; ++process) {
+struct MessageQueueSession : Session {
+    explicit MessageQueueSession(const Layout& chosen) : Session(chosen) {
+        for (unsigned process = 0; process < layout.processes; ++process) {
             mq_attr attributes = {};
             attributes.mq_maxmsg = queueLength;
-            attributes.mq_msgsize = static_cast<long>(layout_.payload);
+            attributes.mq_msgsize = static_cast<long>(layout.payload);
             const std::string name = "/linx-bench." + std::to_string(getpid()) + '.' + std::to_string(process);
             const mqd_t queue = mq_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600, &attributes);
             mq_unlink(name.c_str());  // those forked later have it open
             check(queue != -1, "mq_open");
-            queues_.push_back(queue);
+            queues.push_back(queue);
         }
     }
     ~MessageQueueSession() override {
-        for (const mqd_t queue : queues_) mq_close(queue);
+        for (const mqd_t queue : queues) mq_close(queue);
     }
 
-    std::unique_ptr<End> open(unsigned self) override;
+    static bool runsHere() { return access("/proc/sys/fs/mqueue", F_OK) == 0; }
 
-private:
-    Layout layout_;
-    std::vector<mqd_t> queues_;
+    static bool takes(const Layout& layout) {
+        std::size_t largest = 0;  // an ordinary user's, whoever runs this
+        std::ifstream("/proc/sys/fs/mqueue/msgsize_max") >> largest;
+        return layout.payload <= largest;
+    }
+
+    std::vector<mqd_t> queues;
 };
 
 class MessageQueueEnd : public PlainEnd {
 public:
-    MessageQueueEnd(std::size_t payload, mqd_t input, mqd_t output)
-        : PlainEnd(payload), incoming_(payload), in_(input), out_(output) {}
+    MessageQueueEnd(const MessageQueueSession& session, unsigned self)
+        : PlainEnd(session.layout.payload),
+          incoming_(session.layout.payload),
+          in_(session.queues[self]),
+          out_(session.queues[session.layout.reachedBy(self)]) {}
 
     View receive() override {
         const ssize_t size = mq_receive(in_, incoming_.data(), incoming_.size(), nullptr);
@@ -56,30 +62,8 @@ private:
     mqd_t in_, out_;
 };
 
-std::unique_ptr<End> MessageQueueSession::open(unsigned self) {
-    const unsigned receiver = layout_.pattern == Pattern::roundTrip ? 1 - self : layout_.receiverOf(self);
-    return std::make_unique<MessageQueueEnd>(layout_.payload, queues_[self], queues_[receiver]);
-}
-
-class MessageQueue : public Peer {
-public:
-    std::string name() const override { return messageQueueName; }
-
-    bool takes(const Layout& layout) const override {
-        std::size_t largest = 0;  // an ordinary user's, whoever runs this
-        std::ifstream("/proc/sys/fs/mqueue/msgsize_max") >> largest;
-        return layout.payload <= largest;
-    }
-
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<MessageQueueSession>(layout);
-    }
-};
-
 }  // namespace
 
-std::unique_ptr<Peer> makeMessageQueue() {
-    return std::make_unique<MessageQueue>();
-}
+const Peer messageQueue = peerOf<MessageQueueEnd, MessageQueueSession>(messageQueueName);
 
 }  // namespace bench

@@ -19,7 +19,8 @@ void must(int result, const char* what) {
 /// Messages are handed over whole, as nng's manual advises.
 class NngEnd : public End {
 public:
-    NngEnd(const Layout& chosen, unsigned process) : layout_(chosen), self_(process), outgoing_(layout_.payload) {
+    NngEnd(const Session& session, unsigned process)
+        : layout_(session.layout), self_(process), outgoing_(layout_.payload) {
         if (layout_.pattern == Pattern::roundTrip) {
             must(nng_pair0_open(&in_), "nng_pair0_open");
             out_ = in_;
@@ -79,27 +80,8 @@ private:
     nng_msg* incoming_ = nullptr;
 };
 
-class NngSession : public Session {
-public:
-    explicit NngSession(const Layout& chosen) : layout_(chosen) {}
-    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<NngEnd>(layout_, self); }
-
-private:
-    Layout layout_;
-};
-
-class Nng : public Peer {
-public:
-    std::string name() const override { return nngName; }
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<NngSession>(layout);
-    }
-};
-
 }  // namespace
 
-std::unique_ptr<Peer> makeNng() {
-    return std::make_unique<Nng>();
-}
+const Peer nng = peerOf<NngEnd>(nngName);
 
 }  // namespace bench

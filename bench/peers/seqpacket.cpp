@@ -9,43 +9,35 @@ namespace bench {
 namespace {
 
 /// A pair of sockets for each sender; it sends into the one and its receiver reads the other.
-class SeqpacketSession : public Session {
-public:
-    explicit SeqpacketSession(const Layout& chosen) : layout_(chosen), pairs_(chosen.processes) {
-        for (Pair& pair : pairs_) {
+struct SeqpacketSession : Session {
+    explicit SeqpacketSession(const Layout& chosen) : Session(chosen), pairs(chosen.processes) {
+        for (Pair& pair : pairs) {
             check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair.ends) == 0, "socketpair");
         }
     }
     ~SeqpacketSession() override {
-        for (const Pair& pair : pairs_) {
+        for (const Pair& pair : pairs) {
             for (const int end : pair.ends) close(end);
         }
     }
 
-    std::unique_ptr<End> open(unsigned self) override;
-
-private:
     struct Pair {
         int ends[2];
     };
-
-    Layout layout_;
-    std::vector<Pair> pairs_;
+    std::vector<Pair> pairs;
 };
 
 class SeqpacketEnd : public PlainEnd {
 public:
-    SeqpacketEnd(std::size_t payload, int output, std::vector<int> sources)
-        : PlainEnd(payload), incoming_(payload), out_(output), in_(std::move(sources)) {
-        if (in_.size() < 2) return;
-        poll_ = epoll_create1(EPOLL_CLOEXEC);
-        check(poll_ != -1, "epoll_create1");
-        for (const int source : in_) {
-            epoll_event event = {};
-            event.events = EPOLLIN;
-            event.data.fd = source;
-            check(epoll_ctl(poll_, EPOLL_CTL_ADD, source, &event) == 0, "epoll_ctl");
+    SeqpacketEnd(const SeqpacketSession& session, unsigned self)
+        : PlainEnd(session.layout.payload), incoming_(session.layout.payload), out_(session.pairs[self].ends[0]) {
+        if (session.layout.pattern == Pattern::roundTrip) {  // a socket is read and written
+            out_ = session.pairs[0].ends[self];
+            in_ = {out_};
+            return;
         }
+        for (const unsigned sender : session.layout.sendersTo(self)) in_.push_back(session.pairs[sender].ends[1]);
+        if (in_.size() >= 2) watchAll();
     }
 
     View receive() override {
@@ -57,6 +49,17 @@ public:
 private:
     void transmit(View message) override {
         check(::send(out_, message.bytes, message.size, 0) == static_cast<ssize_t>(message.size), "send");
+    }
+
+    void watchAll() {
+        poll_ = epoll_create1(EPOLL_CLOEXEC);
+        check(poll_ != -1, "epoll_create1");
+        for (const int source : in_) {
+            epoll_event event = {};
+            event.events = EPOLLIN;
+            event.data.fd = source;
+            check(epoll_ctl(poll_, EPOLL_CTL_ADD, source, &event) == 0, "epoll_ctl");
+        }
     }
 
     int ready() {
@@ -78,30 +81,8 @@ private:
     int next_ = 0;
 };
 
-std::unique_ptr<End> SeqpacketSession::open(unsigned self) {
-    if (layout_.pattern == Pattern::roundTrip) {  // a socket is read and written
-        return std::make_unique<SeqpacketEnd>(layout_.payload, pairs_[0].ends[self],
-                                              std::vector<int>{pairs_[0].ends[self]});
-    }
-    std::vector<int> sources;
-    for (unsigned sender = 0; sender < layout_.processes; ++sender) {
-        if (layout_.receiverOf(sender) == self && sender != self) sources.push_back(pairs_[sender].ends[1]);
-    }
-    return std::make_unique<SeqpacketEnd>(layout_.payload, pairs_[self].ends[0], sources);
-}
-
-class Seqpacket : public Peer {
-public:
-    std::string name() const override { return seqpacketName; }
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<SeqpacketSession>(layout);
-    }
-};
-
 }  // namespace
 
-std::unique_ptr<Peer> makeSeqpacket() {
-    return std::make_unique<Seqpacket>();
-}
+const Peer seqpacket = peerOf<SeqpacketEnd, SeqpacketSession>(seqpacketName);
 
 }  // namespace bench

@@ -53,10 +53,25 @@ struct Ring {
     Shared<char> bytes;
 };
 
+/// Not a way to talk but the limit of all that copy: in by the sender, out by the receiver, and nothing else.
+struct SharedMemorySession : Session {
+    explicit SharedMemorySession(const Layout& chosen) : Session(chosen) {
+        for (unsigned i = 0; i < layout.processes; ++i) {
+            rings.push_back(std::make_unique<Ring>(layout.payload, layout.placement == Placement::one));
+        }
+    }
+
+    static constexpr bool blocks = false;
+
+    std::vector<std::unique_ptr<Ring>> rings;
+};
+
 class SharedMemoryEnd : public PlainEnd {
 public:
-    SharedMemoryEnd(Ring& output, std::vector<Ring*> sources)
-        : PlainEnd(output.payload), incoming_(output.payload), out_(output), in_(std::move(sources)) {}
+    SharedMemoryEnd(const SharedMemorySession& session, unsigned self)
+        : PlainEnd(session.layout.payload), incoming_(session.layout.payload), out_(*session.rings[self]) {
+        for (const unsigned sender : session.layout.sendersTo(self)) in_.push_back(session.rings[sender].get());
+    }
 
     View receive() override {
         const Ring& ring = filled();
@@ -100,45 +115,8 @@ private:
     std::uint64_t readSeen_ = 0;
 };
 
-class SharedMemorySession : public Session {
-public:
-    explicit SharedMemorySession(const Layout& chosen) : layout_(chosen) {
-        for (unsigned i = 0; i < layout_.processes; ++i) {
-            rings_.push_back(std::make_unique<Ring>(layout_.payload, layout_.placement == Placement::one));
-        }
-    }
-
-    std::unique_ptr<End> open(unsigned self) override {
-        std::vector<Ring*> sources;
-        if (layout_.pattern == Pattern::roundTrip) {
-            sources.push_back(rings_[1 - self].get());
-        } else {
-            for (unsigned sender = 0; sender < layout_.processes; ++sender) {
-                if (layout_.receiverOf(sender) == self && sender != self) sources.push_back(rings_[sender].get());
-            }
-        }
-        return std::make_unique<SharedMemoryEnd>(*rings_[self], sources);
-    }
-
-private:
-    Layout layout_;
-    std::vector<std::unique_ptr<Ring>> rings_;
-};
-
-/// Not a way to talk but the limit of all that copy: in by the sender, out by the receiver, and nothing else.
-class SharedMemory : public Peer {
-public:
-    std::string name() const override { return bareMemoryName; }
-    bool blocks() const override { return false; }
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<SharedMemorySession>(layout);
-    }
-};
-
 }  // namespace
 
-std::unique_ptr<Peer> makeSharedMemory() {
-    return std::make_unique<SharedMemory>();
-}
+const Peer bareMemory = peerOf<SharedMemoryEnd, SharedMemorySession>(bareMemoryName);
 
 }  // namespace bench

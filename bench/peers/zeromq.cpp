@@ -9,7 +9,8 @@ namespace {
 /// PAIR sockets for round trips, a PULL socket in each receiver and a PUSH socket in each sender for the rest.
 class ZeromqEnd : public End {
 public:
-    ZeromqEnd(const Layout& layout, unsigned self) : outgoing_(layout.payload), context_(zmq_ctx_new()) {
+    ZeromqEnd(const Session& session, unsigned self) : outgoing_(session.layout.payload), context_(zmq_ctx_new()) {
+        const Layout& layout = session.layout;
         const auto address = [&](unsigned process) {
             return "ipc://" + layout.directory + "/zeromq." + std::to_string(process);
         };
@@ -55,27 +56,8 @@ private:
     zmq_msg_t incoming_;
 };
 
-class ZeromqSession : public Session {
-public:
-    explicit ZeromqSession(const Layout& chosen) : layout_(chosen) {}
-    std::unique_ptr<End> open(unsigned self) override { return std::make_unique<ZeromqEnd>(layout_, self); }
-
-private:
-    Layout layout_;
-};
-
-class Zeromq : public Peer {
-public:
-    std::string name() const override { return zeromqName; }
-    std::unique_ptr<Session> begin(const Layout& layout) const override {
-        return std::make_unique<ZeromqSession>(layout);
-    }
-};
-
 }  // namespace
 
-std::unique_ptr<Peer> makeZeromq() {
-    return std::make_unique<Zeromq>();
-}
+const Peer zeromq = peerOf<ZeromqEnd>(zeromqName);
 
 }  // namespace bench

@@ -37,7 +37,7 @@ std::vector<Case> combineForTwo(const Wishes& wishes, Pattern pattern) {
 
 std::vector<const Peer*> only(const char* name, const Wishes& wishes) {
     for (const Peer* peer : wishes.peers) {
-        if (peer->name() == name) return {peer};
+        if (peer->name == std::string(name)) return {peer};
     }
     return {};
 }
@@ -45,7 +45,7 @@ std::vector<const Peer*> only(const char* name, const Wishes& wishes) {
 std::vector<const Peer*> blocking(const Wishes& wishes) {
     std::vector<const Peer*> blocking;
     for (const Peer* peer : wishes.peers) {
-        if (peer->blocks()) blocking.push_back(peer);
+        if (peer->blocks) blocking.push_back(peer);
     }
     return blocking;
 }

@@ -32,7 +32,8 @@ Figures converse(const Peer& peer, Layout layout, unsigned measuring, const Meas
     const auto live = [&](unsigned self) {
         confine(layout.placement);
         pids[self] = getpid();
-        End* const end = session->open(self).release();  // ends with its process: those who serve it go on till then
+        End* const end =
+            peer.open(*session, self).release();  // ends with its process: those who serve it go on till then
         settle(layout.placement, self);
         everybody.wait();
         end->connect();
@@ -40,7 +41,7 @@ Figures converse(const Peer& peer, Layout layout, unsigned measuring, const Meas
         if (self != measuring) {
             for (;;) turn(*end, self);
         }
-        std::vector<pid_t> processes = session->daemons();
+        std::vector<pid_t> processes = session->daemons;
         for (unsigned i = 0; i < layout.processes; ++i) processes.push_back(pids[i]);
         measure(*end, meterOf(processes), *sheet);
     };
