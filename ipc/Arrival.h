@@ -48,9 +48,9 @@ struct LinxIpc::Arrival {
             logLine(logText::shutdownRequested);
             return ESHUTDOWN;
         }
-        const std::string& name = LinxServerNameList::Instance().Name(dead);
-        logLine(logText::processDied, static_cast<int>(dead), name);
-        if (name != peer) return std::nullopt;
+        const std::string& deadName = LinxServerNameList::Instance().Name(dead);
+        logLine(logText::processDied, static_cast<int>(dead), deadName);
+        if (deadName != peer) return std::nullopt;
         logLine(logText::hostUnreachable);
         return EHOSTUNREACH;
     }
