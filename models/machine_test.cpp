@@ -50,7 +50,9 @@ protected:
             const HostHeap heap;
             outcomes.insert({seen[0], seen[1]});
         };
-        return exploreAll(model, {100000, 0, 1});
+        Limits limits;
+        limits.states = 100000;
+        return exploreAll(model, limits);
     }
 
     bool saw(uint32_t first, uint32_t second) const { return outcomes.count({first, second}) != 0; }

@@ -20,7 +20,7 @@ struct Options {
     unsigned jobs = 1;
     bool trace = false;
     bool expectViolation = false;
-    Limits limits{500000, 20000, 1};
+    Limits limits;
 };
 
 /// What was seen of a scenario.

@@ -16,9 +16,9 @@ struct Model {
 };
 
 struct Limits {
-    uint64_t states;      ///< stop after so many
-    uint64_t executions;  ///< of drawn schedules
-    uint64_t seed;
+    uint64_t states = 500000;     ///< stop after so many
+    uint64_t executions = 20000;  ///< of drawn schedules
+    uint64_t seed = 1;            ///< of what is drawn
 };
 
 struct Result {

@@ -30,56 +30,44 @@ void openAndServe(Stage& stage) {
     stage.receiveFrom(hunter, 1);
 }
 
-const Announced hunterSends(Scenario{
-    "hunter-sends",
-    "one whose hunt a later opener answers sends to it and dies anywhere; the opener, asleep, must wake",
-    {"hunter", "opener"},
-    1u << hunter,
-    1u << opener,
-    "0",
-    true,
-    huntFirst,
-    {sendOnceAnswered, openAndServe},
+const Announced hunterSends("hunter-sends", [](Scenario& its) {
+    its.story = "one whose hunt a later opener answers sends to it and dies anywhere; the opener, asleep, must wake";
+    its.actors = {"hunter", "opener"};
+    its.mortal = {hunter};
+    its.patient = {opener};
+    its.prepare = huntFirst;
+    its.acts = {sendOnceAnswered, openAndServe};
 });
 
-const Announced hunterSendsToPoll(Scenario{
-    "hunter-sends-to-poll",
-    "the same when the opener waits in a poll loop of its own",
-    {"hunter", "opener"},
-    1u << hunter,
-    1u << opener,
-    "0",
-    true,
-    huntAndAnswer,
-    {sendOnceAnswered, [](Stage& stage) { stage.pollFrom(hunter, 1); }},
+const Announced hunterSendsToPoll("hunter-sends-to-poll", [](Scenario& its) {
+    its.story = "the same when the opener waits in a poll loop of its own";
+    its.actors = {"hunter", "opener"};
+    its.mortal = {hunter};
+    its.patient = {opener};
+    its.prepare = huntAndAnswer;
+    its.acts = {sendOnceAnswered, [](Stage& stage) { stage.pollFrom(hunter, 1); }};
 });
 
-const Announced hunterAndOpenerDie(Scenario{
-    "hunter-and-opener-die",
-    "the same when both die anywhere",
-    {"hunter", "opener"},
-    1u << hunter | 1u << opener,
-    1u << hunter | 1u << opener,
-    "0",
-    true,
-    huntAndAnswer,
-    {sendOnceAnswered, [](Stage& stage) { stage.receiveFrom(hunter, 1); }},
+const Announced hunterAndOpenerDie("hunter-and-opener-die", [](Scenario& its) {
+    its.story = "the same when both die anywhere";
+    its.actors = {"hunter", "opener"};
+    its.mortal = {hunter, opener};
+    its.patient = {hunter, opener};
+    its.prepare = huntAndAnswer;
+    its.acts = {sendOnceAnswered, [](Stage& stage) { stage.receiveFrom(hunter, 1); }};
 });
 
-const Announced answererDies(Scenario{
-    "answerer-dies",
-    "one who opens a hunted name dies anywhere; what it has answered must come, though nobody follows it",
-    {"hunter", "opener"},
-    1u << opener,
-    1u << hunter,
-    "0",
-    true,
-    huntFirst,
-    {[](Stage& stage) { stage.receive(); },
-     [](Stage& stage) {
-         stage.open(opener);
-         stage.die();
-     }},
+const Announced answererDies("answerer-dies", [](Scenario& its) {
+    its.story = "one who opens a hunted name dies anywhere; what it has answered must come, though nobody follows it";
+    its.actors = {"hunter", "opener"};
+    its.mortal = {opener};
+    its.patient = {hunter};
+    its.prepare = huntFirst;
+    its.acts = {[](Stage& stage) { stage.receive(); },
+                [](Stage& stage) {
+                    stage.open(opener);
+                    stage.die();
+                }};
 });
 
 }  // namespace

@@ -34,17 +34,14 @@ void perish(Stage& stage, unsigned self) {
     stage.die();
 }
 
-const Announced crowd(Scenario{
-    "crowd",
-    "four talk to each other; two die anywhere, two supervise them",
-    {"first", "second", "third", "fourth"},
-    1u << 2 | 1u << 3,
-    0,
-    "0",
-    false,
-    openCrowd,
-    {[](Stage& stage) { survive(stage, 0); }, [](Stage& stage) { survive(stage, 1); },
-     [](Stage& stage) { perish(stage, 2); }, [](Stage& stage) { perish(stage, 3); }},
+const Announced crowd("crowd", [](Scenario& its) {
+    its.story = "four talk to each other; two die anywhere, two supervise them";
+    its.actors = {"first", "second", "third", "fourth"};
+    its.mortal = {2, 3};
+    its.exhaustive = false;
+    its.prepare = openCrowd;
+    its.acts = {[](Stage& stage) { survive(stage, 0); }, [](Stage& stage) { survive(stage, 1); },
+                [](Stage& stage) { perish(stage, 2); }, [](Stage& stage) { perish(stage, 3); }};
 });
 
 }  // namespace

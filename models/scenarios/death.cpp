@@ -8,91 +8,72 @@ constexpr unsigned a = 0;
 constexpr unsigned b = 1;
 constexpr unsigned c = 2;
 
-const Announced senderDies(Scenario{
-    "sender-dies",
-    "a sender dies anywhere in two sends; who supervises it gets what it sent, then the notice",
-    {"receiver", "sender"},
-    1u << b,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced senderDies("sender-dies", [](Scenario& its) {
+    its.story = "a sender dies anywhere in two sends; who supervises it gets what it sent, then the notice";
+    its.actors = {"receiver", "sender"};
+    its.mortal = {b};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(2);
         stage.as(a);
         stage.supervise(b);
         stage.as(b);
         stage.send(a);
         stage.drain(a);
-    },
-    {[](Stage& stage) { stage.receiveUntilNotice(b); },
-     [](Stage& stage) {
-         stage.send(a);
-         stage.send(a);
-         stage.die();
-     }},
+    };
+    its.acts = {[](Stage& stage) { stage.receiveUntilNotice(b); },
+                [](Stage& stage) {
+                    stage.send(a);
+                    stage.send(a);
+                    stage.die();
+                }};
 });
 
-const Announced strangerDies(Scenario{
-    "stranger-dies",
-    "a sender whom nobody supervises dies in its first send; what it has sent must still come",
-    {"receiver", "sender"},
-    1u << b,
-    1u << a,
-    "0",
-    true,
-    [](Stage& stage) { stage.openFirst(2); },
-    {[](Stage& stage) { stage.receiveFrom(b, 1); }, [](Stage& stage) { stage.send(a); }},
+const Announced strangerDies("stranger-dies", [](Scenario& its) {
+    its.story = "a sender whom nobody supervises dies in its first send; what it has sent must still come";
+    its.actors = {"receiver", "sender"};
+    its.mortal = {b};
+    its.patient = {a};
+    its.prepare = [](Stage& stage) { stage.openFirst(2); };
+    its.acts = {[](Stage& stage) { stage.receiveFrom(b, 1); }, [](Stage& stage) { stage.send(a); }};
 });
 
-const Announced ringerDies(Scenario{
-    "ringer-dies",
-    "of two senders that the receiver knows one dies; the other's signal must still come",
-    {"receiver", "sender", "other"},
-    1u << b,
-    0,
-    "0",
-    true,
-    [](Stage& stage) { stage.openAcquainted(3); },
-    {[](Stage& stage) { stage.receiveFrom(c, 2); }, [](Stage& stage) { stage.send(a); },
-     [](Stage& stage) { stage.send(a); }},
+const Announced ringerDies("ringer-dies", [](Scenario& its) {
+    its.story = "of two senders that the receiver knows one dies; the other's signal must still come";
+    its.actors = {"receiver", "sender", "other"};
+    its.mortal = {b};
+    its.prepare = [](Stage& stage) { stage.openAcquainted(3); };
+    its.acts = {[](Stage& stage) { stage.receiveFrom(c, 2); }, [](Stage& stage) { stage.send(a); },
+                [](Stage& stage) { stage.send(a); }};
 });
 
-const Announced receiverDies(Scenario{
-    "receiver-dies",
-    "a receiver dies anywhere in its receives; the sender goes on, and is told",
-    {"sender", "receiver"},
-    1u << b,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced receiverDies("receiver-dies", [](Scenario& its) {
+    its.story = "a receiver dies anywhere in its receives; the sender goes on, and is told";
+    its.actors = {"sender", "receiver"};
+    its.mortal = {b};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(2);
         stage.as(a);
         stage.supervise(b);
         stage.send(b);
         stage.drain(b);
         stage.drain(a);
-    },
-    {[](Stage& stage) {
-         stage.send(b);
-         stage.send(b);
-         stage.receiveUntilNotice(b);
-     },
-     [](Stage& stage) {
-         stage.receiveFrom(a, 3);
-         stage.die();
-     }},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.send(b);
+                    stage.send(b);
+                    stage.receiveUntilNotice(b);
+                },
+                [](Stage& stage) {
+                    stage.receiveFrom(a, 3);
+                    stage.die();
+                }};
 });
 
-const Announced relayDies(Scenario{
-    "relay-dies",
-    "one who hands the same block on dies anywhere; it is with one of the three and never with two",
-    {"origin", "relay", "target"},
-    1u << b,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced relayDies("relay-dies", [](Scenario& its) {
+    its.story = "one who hands the same block on dies anywhere; it is with one of the three and never with two";
+    its.actors = {"origin", "relay", "target"};
+    its.mortal = {b};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(3);
         stage.as(a);
         stage.send(c, b);
@@ -102,24 +83,20 @@ const Announced relayDies(Scenario{
         stage.drain(a);
         stage.as(c);
         stage.supervise(b);
-    },
-    {[](Stage& stage) { stage.send(c, b); },
-     [](Stage& stage) {
-         stage.relay();
-         stage.die();
-     },
-     [](Stage& stage) { stage.receiveUntilNotice(b); }},
+    };
+    its.acts = {[](Stage& stage) { stage.send(c, b); },
+                [](Stage& stage) {
+                    stage.relay();
+                    stage.die();
+                },
+                [](Stage& stage) { stage.receiveUntilNotice(b); }};
 });
 
-const Announced reaperDies(Scenario{
-    "reaper-dies",
-    "an endpoint has died with blocks of every kind; who reaps it dies anywhere, and the next finishes",
-    {"dead", "reaper", "next"},
-    1u << b,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced reaperDies("reaper-dies", [](Scenario& its) {
+    its.story = "an endpoint has died with blocks of every kind; who reaps it dies anywhere, and the next finishes";
+    its.actors = {"dead", "reaper", "next"};
+    its.mortal = {b};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(3);
         stage.as(b);
         stage.supervise(a);
@@ -133,24 +110,20 @@ const Announced reaperDies(Scenario{
         stage.send(b);
         stage.send(c);
         stage.killNow(a);
-    },
-    {[](Stage&) {},
-     [](Stage& stage) {
-         stage.receiveUntilNotice(a);
-         stage.die();
-     },
-     [](Stage& stage) { stage.receiveUntilNotice(a); }},
+    };
+    its.acts = {[](Stage&) {},
+                [](Stage& stage) {
+                    stage.receiveUntilNotice(a);
+                    stage.die();
+                },
+                [](Stage& stage) { stage.receiveUntilNotice(a); }};
 });
 
-const Announced linkChanges(Scenario{
-    "link-changes",
-    "a dead sender is reaped while a relay hands its last signal on and gives back the one that led to it",
-    {"relay", "dead", "reaper"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced linkChanges("link-changes", [](Scenario& its) {
+    its.story =
+        "a dead sender is reaped while a relay hands its last signal on and gives back the one that led to it";
+    its.actors = {"relay", "dead", "reaper"};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(3);
         stage.as(b);
         stage.send(c, a);
@@ -166,23 +139,21 @@ const Announced linkChanges(Scenario{
         stage.as(c);
         stage.send(a);
         stage.killNow(b);
-    },
-    {[](Stage& stage) {
-         stage.relay();
-         stage.receiveFrom(c, 2);
-     },
-     [](Stage&) {}, [](Stage& stage) { stage.receiveUntilNotice(b); }},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.relay();
+                    stage.receiveFrom(c, 2);
+                },
+                [](Stage&) {}, [](Stage& stage) { stage.receiveUntilNotice(b); }};
 });
 
-const Announced deadIsReaped(Scenario{
-    "dead-is-reaped",
-    "a receiver has died and is reaped while somebody sends to it, who may die too: the block stays with the sender",
-    {"sender", "dead", "reaper"},
-    1u << a,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced deadIsReaped("dead-is-reaped", [](Scenario& its) {
+    its.story =
+        "a receiver has died and is reaped while somebody sends to it, who may die too: the block stays with the "
+        "sender";
+    its.actors = {"sender", "dead", "reaper"};
+    its.mortal = {a};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(3);
         stage.as(a);
         stage.send(b);
@@ -190,27 +161,22 @@ const Announced deadIsReaped(Scenario{
         stage.as(c);
         stage.supervise(b);
         stage.killNow(b);
-    },
-    {[](Stage& stage) {
-         stage.send(b);
-         stage.keep();
-     },
-     [](Stage&) {},
-     [](Stage& stage) {
-         stage.receiveUntilNotice(b);
-         stage.keep();
-     }},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.send(b);
+                    stage.keep();
+                },
+                [](Stage&) {},
+                [](Stage& stage) {
+                    stage.receiveUntilNotice(b);
+                    stage.keep();
+                }};
 });
 
-const Announced endWhileBusy(Scenario{
-    "end-while-busy",
-    "signals keep coming; the end of who is supervised is told nevertheless, before what is sent later",
-    {"receiver", "sender", "dead"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced endWhileBusy("end-while-busy", [](Scenario& its) {
+    its.story = "signals keep coming; the end of who is supervised is told nevertheless, before what is sent later";
+    its.actors = {"receiver", "sender", "dead"};
+    its.prepare = [](Stage& stage) {
         stage.openAcquainted(2);
         stage.as(c);
         stage.open(c);
@@ -219,22 +185,22 @@ const Announced endWhileBusy(Scenario{
         stage.as(b);
         for (unsigned i = 0; i < 3; ++i) stage.send(a);
         stage.killNow(c);
-    },
-    {[](Stage& stage) {
-         stage.passTick();
-         stage.receiveFrom(b, 2);
-         stage.say(b);
-         stage.awaitWord();
-         stage.receiveFrom(b, 4);
-         stage.receive();
-         stage.expectNotice(c);
-     },
-     [](Stage& stage) {
-         stage.awaitWord();
-         stage.send(a);
-         stage.say(a);
-     },
-     [](Stage&) {}},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.passTick();
+                    stage.receiveFrom(b, 2);
+                    stage.say(b);
+                    stage.awaitWord();
+                    stage.receiveFrom(b, 4);
+                    stage.receive();
+                    stage.expectNotice(c);
+                },
+                [](Stage& stage) {
+                    stage.awaitWord();
+                    stage.send(a);
+                    stage.say(a);
+                },
+                [](Stage&) {}};
 });
 
 }  // namespace

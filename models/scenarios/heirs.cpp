@@ -15,54 +15,44 @@ void followFirst(Stage& stage) {
     stage.open(heir);
 }
 
-const Announced heirAndSender(Scenario{
-    "heir-and-sender",
-    "a slot's next user meets a signal to the one before, and is woken for its own",
-    {"sender", "first", "heir"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced heirAndSender("heir-and-sender", [](Scenario& its) {
+    its.story = "a slot's next user meets a signal to the one before, and is woken for its own";
+    its.actors = {"sender", "first", "heir"};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(2);
         stage.as(late);
         stage.send(first);
         stage.drain(first);
         stage.drain(late);
         stage.fillSlots(late);
-    },
-    {[](Stage& stage) {
-         stage.send(first);
-         stage.awaitOpen(heir);
-         stage.send(heir);
-     },
-     [](Stage& stage) { stage.close(); },
-     [](Stage& stage) {
-         followFirst(stage);
-         stage.receiveFrom(late, 1);
-     }},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.send(first);
+                    stage.awaitOpen(heir);
+                    stage.send(heir);
+                },
+                [](Stage& stage) { stage.close(); },
+                [](Stage& stage) {
+                    followFirst(stage);
+                    stage.receiveFrom(late, 1);
+                }};
 });
 
-const Announced heirIsMet(Scenario{
-    "heir-is-met",
-    "who supervised the slot's last user writes to the next one, and is told of the end nevertheless",
-    {"supervisor", "first", "heir"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced heirIsMet("heir-is-met", [](Scenario& its) {
+    its.story = "who supervised the slot's last user writes to the next one, and is told of the end nevertheless";
+    its.actors = {"supervisor", "first", "heir"};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(2);
         stage.as(late);
         stage.supervise(first);
         stage.fillSlots(late);
-    },
-    {[](Stage& stage) {
-         stage.awaitOpen(heir);
-         stage.send(heir);
-         stage.receiveUntilNotice(first);
-     },
-     [](Stage& stage) { stage.close(); }, followFirst},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.awaitOpen(heir);
+                    stage.send(heir);
+                    stage.receiveUntilNotice(first);
+                },
+                [](Stage& stage) { stage.close(); }, followFirst};
 });
 
 /// The first has lent a block to the one who is held up over giving it back.
@@ -80,49 +70,36 @@ void inherit(Stage& stage) {
     stage.keep();
 }
 
-const Announced heirAndFreer(Scenario{
-    "heir-and-freer",
-    "a slot's next user is given back a block of the one before",
-    {"freer", "first", "heir"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) { lendToLate(stage, late); },
-    {[](Stage& stage) { stage.freeKept(); }, [](Stage& stage) { stage.close(); }, inherit},
+const Announced heirAndFreer("heir-and-freer", [](Scenario& its) {
+    its.story = "a slot's next user is given back a block of the one before";
+    its.actors = {"freer", "first", "heir"};
+    its.prepare = [](Stage& stage) { lendToLate(stage, late); };
+    its.acts = {[](Stage& stage) { stage.freeKept(); }, [](Stage& stage) { stage.close(); }, inherit};
 });
 
-const Announced heirAndDyingFreer(Scenario{
-    "heir-and-dying-freer",
-    "the same by one who dies anywhere",
-    {"freer", "first", "heir"},
-    1u << late,
-    0,
-    "0",
-    true,
-    [](Stage& stage) { lendToLate(stage, first); },
-    {[](Stage& stage) { stage.freeKept(); }, [](Stage& stage) { stage.close(); }, inherit},
+const Announced heirAndDyingFreer("heir-and-dying-freer", [](Scenario& its) {
+    its.story = "the same by one who dies anywhere";
+    its.actors = {"freer", "first", "heir"};
+    its.mortal = {late};
+    its.prepare = [](Stage& stage) { lendToLate(stage, first); };
+    its.acts = {[](Stage& stage) { stage.freeKept(); }, [](Stage& stage) { stage.close(); }, inherit};
 });
 
-const Announced heirAndAnswerer(Scenario{
-    "heir-and-answerer",
-    "one who opens a hunted name dies anywhere; the next who opens it does so in the same slot",
-    {"hunter", "hunted", "hunted"},
-    1u << first,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced heirAndAnswerer("heir-and-answerer", [](Scenario& its) {
+    its.story = "one who opens a hunted name dies anywhere; the next who opens it does so in the same slot";
+    its.actors = {"hunter", "hunted", "hunted"};
+    its.mortal = {first};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(1);
         stage.hunt(first);
         stage.fillSlots(late, 1);
-    },
-    {[](Stage& stage) { stage.receive(); },
-     [](Stage& stage) {
-         stage.open(first);
-         stage.die();
-     },
-     followFirst},
+    };
+    its.acts = {[](Stage& stage) { stage.receive(); },
+                [](Stage& stage) {
+                    stage.open(first);
+                    stage.die();
+                },
+                followFirst};
 });
 
 }  // namespace

@@ -33,121 +33,96 @@ void useUp(Stage& stage, unsigned endpoints) {
     while (stage.isThereMore()) stage.keep();
 }
 
-const Announced pressure(Scenario{
-    "pressure",
-    "one finds no memory; another, asleep, keeps some that it does not need, and gives it up; both die anywhere",
-    {"keeper", "wanting"},
-    1u << wanting | 1u << keeper,
-    1u << keeper,
-    "0",
-    true,
-    [](Stage& stage) { useUp(stage, 2); },
-    {[](Stage& stage) { stage.receive(); }, tryToKeepOne},
-    0,
-    2 * pagesForEach,
+const Announced pressure("pressure", [](Scenario& its) {
+    its.story =
+        "one finds no memory; another, asleep, keeps some that it does not need, and gives it up; both die anywhere";
+    its.actors = {"keeper", "wanting"};
+    its.mortal = {wanting, keeper};
+    its.patient = {keeper};
+    its.pages = 2 * pagesForEach;
+    its.prepare = [](Stage& stage) { useUp(stage, 2); };
+    its.acts = {[](Stage& stage) { stage.receive(); }, tryToKeepOne};
 });
 
-const Announced pressureToPoll(Scenario{
-    "pressure-to-poll",
-    "the same without deaths; the one that keeps some is sent a signal, and waits in a poll loop of its own",
-    {"keeper", "wanting"},
-    0,
-    1u << keeper,
-    "0",
-    true,
-    [](Stage& stage) { useUp(stage, 2); },
-    {[](Stage& stage) { stage.pollFrom(wanting, 2); },
-     [](Stage& stage) {
-         stage.freeKept();
-         stage.send(keeper);
-         tryToKeepOne(stage);
-     }},
-    0,
-    2 * pagesForEach,
+const Announced pressureToPoll("pressure-to-poll", [](Scenario& its) {
+    its.story =
+        "the same without deaths; the one that keeps some is sent a signal, and waits in a poll loop of its own";
+    its.actors = {"keeper", "wanting"};
+    its.patient = {keeper};
+    its.pages = 2 * pagesForEach;
+    its.prepare = [](Stage& stage) { useUp(stage, 2); };
+    its.acts = {[](Stage& stage) { stage.pollFrom(wanting, 2); },
+                [](Stage& stage) {
+                    stage.freeKept();
+                    stage.send(keeper);
+                    tryToKeepOne(stage);
+                }};
 });
 
-const Announced pressureOfTwo(Scenario{
-    "pressure-of-two",
-    "two find no memory, and one has the lock when the other has asked for what a third keeps, which polls",
-    {"keeper", "wanting", "third"},
-    0,
-    1u << keeper,
-    "0",
-    true,
-    [](Stage& stage) { useUp(stage, 3); },
-    {[](Stage& stage) { stage.pollFrom(wanting, 1); }, tryToKeepOne, tryToKeepOne},
-    0,
-    3 * pagesForEach,
+const Announced pressureOfTwo("pressure-of-two", [](Scenario& its) {
+    its.story =
+        "two find no memory, and one has the lock when the other has asked for what a third keeps, which polls";
+    its.actors = {"keeper", "wanting", "third"};
+    its.patient = {keeper};
+    its.pages = 3 * pagesForEach;
+    its.prepare = [](Stage& stage) { useUp(stage, 3); };
+    its.acts = {[](Stage& stage) { stage.pollFrom(wanting, 1); }, tryToKeepOne, tryToKeepOne};
 });
 
-const Announced pressureAndReturns(Scenario{
-    "pressure-and-returns",
-    "the same while a third gives back a block of the keeper's and dies anywhere",
-    {"keeper", "wanting", "third"},
-    1u << third,
-    1u << keeper,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced pressureAndReturns("pressure-and-returns", [](Scenario& its) {
+    its.story = "the same while a third gives back a block of the keeper's and dies anywhere";
+    its.actors = {"keeper", "wanting", "third"};
+    its.mortal = {third};
+    its.patient = {keeper};
+    its.pages = 3 * pagesForEach;
+    its.prepare = [](Stage& stage) {
         useUp(stage, 3);
         stage.as(keeper);
         stage.keep();
         stage.lendKept(third);
-    },
-    {[](Stage& stage) { stage.receive(); }, tryToKeepOne, [](Stage& stage) { stage.freeKept(); }},
-    0,
-    3 * pagesForEach,
+    };
+    its.acts = {[](Stage& stage) { stage.receive(); }, tryToKeepOne, [](Stage& stage) { stage.freeKept(); }};
 });
 
-const Announced memoryOfTheDead(Scenario{
-    "memory-of-the-dead",
-    "two find no memory, since one has died who had all of it, and whom nobody watched",
-    {"first", "second", "dead"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced memoryOfTheDead("memory-of-the-dead", [](Scenario& its) {
+    its.story = "two find no memory, since one has died who had all of it, and whom nobody watched";
+    its.actors = {"first", "second", "dead"};
+    its.pages = 2;
+    its.prepare = [](Stage& stage) {
         stage.openFirst(3);
         stage.as(third);
         while (stage.tryToKeep()) {
         }
         stage.killNow(third);
-    },
-    {keepOneLater, keepOneLater, [](Stage&) {}},
-    0,
-    2,
+    };
+    its.acts = {keepOneLater, keepOneLater, [](Stage&) {}};
 });
 
-const Announced pagesLeasedAgain(Scenario{
-    "pages-leased-again",
-    "one leases for another size what was leased before, and dies anywhere; what was written there is no block",
-    {"first", "leasing", "next"},
-    1u << wanting,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced pagesLeasedAgain("pages-leased-again", [](Scenario& its) {
+    its.story =
+        "one leases for another size what was leased before, and dies anywhere; what was written there is no block";
+    its.actors = {"first", "leasing", "next"};
+    its.mortal = {wanting};
+    its.pages = 1;
+    its.prepare = [](Stage& stage) {
         stage.openFirst(3);
         stage.as(keeper);
         for (unsigned i = 0; i < 4; ++i) stage.keep();
         stage.scribbleOverKept();
         stage.close();
-    },
-    {[](Stage&) {},
-     [](Stage& stage) {
-         stage.passTick();
-         stage.keepOther();
-         stage.die();
-     },
-     [](Stage& stage) {
-         stage.awaitEnd(wanting);
-         stage.passTick();
-         stage.passTick();
-         stage.keepOther();
-     }},
-    0,
-    1,
+    };
+    its.acts = {[](Stage&) {},
+                [](Stage& stage) {
+                    stage.passTick();
+                    stage.keepOther();
+                    stage.die();
+                },
+                [](Stage& stage) {
+                    stage.awaitEnd(wanting);
+                    stage.passTick();
+                    stage.passTick();
+                    stage.keepOther();
+                }};
 });
 
 }  // namespace

@@ -12,47 +12,39 @@ constexpr unsigned survivor = 3;
 constexpr unsigned last = 0;
 constexpr unsigned absent = 3;
 
-const Announced repairerDies(Scenario{
-    "repairer-dies",
-    "one dies anywhere while it answers a hunt, and the next where it repairs that; the third answers",
-    {"hunter", "hunted", "hunted", "hunted"},
-    1u << victim | 1u << mender,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced repairerDies("repairer-dies", [](Scenario& its) {
+    its.story = "one dies anywhere while it answers a hunt, and the next where it repairs that; the third answers";
+    its.actors = {"hunter", "hunted", "hunted", "hunted"};
+    its.mortal = {victim, mender};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(1);
         stage.hunt(victim);
-    },
-    {[](Stage& stage) {
-         stage.awaitOpen(survivor);
-         stage.receive();
-     },
-     [](Stage& stage) {
-         stage.open(victim);
-         stage.die();
-     },
-     [](Stage& stage) {
-         stage.awaitEnd(victim);
-         stage.open(mender);
-         stage.die();
-     },
-     [](Stage& stage) {
-         stage.awaitEnd(victim);
-         stage.awaitEnd(mender);
-         stage.open(survivor);
-     }},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.awaitOpen(survivor);
+                    stage.receive();
+                },
+                [](Stage& stage) {
+                    stage.open(victim);
+                    stage.die();
+                },
+                [](Stage& stage) {
+                    stage.awaitEnd(victim);
+                    stage.open(mender);
+                    stage.die();
+                },
+                [](Stage& stage) {
+                    stage.awaitEnd(victim);
+                    stage.awaitEnd(mender);
+                    stage.open(survivor);
+                }};
 });
 
-const Announced secondReaperDies(Scenario{
-    "second-reaper-dies",
-    "one dies anywhere in a send, a hunt of its pending; who reaps it dies anywhere; the next ends both",
-    {"last", "dead", "reaper", "absent"},
-    1u << victim | 1u << mender,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced secondReaperDies("second-reaper-dies", [](Scenario& its) {
+    its.story = "one dies anywhere in a send, a hunt of its pending; who reaps it dies anywhere; the next ends both";
+    its.actors = {"last", "dead", "reaper", "absent"};
+    its.mortal = {victim, mender};
+    its.prepare = [](Stage& stage) {
         stage.openFirst(3);
         for (unsigned other : {last, mender}) {
             stage.as(other);
@@ -65,23 +57,23 @@ const Announced secondReaperDies(Scenario{
         stage.send(last);
         stage.drain(last);
         stage.drain(victim);
-    },
-    {[](Stage& stage) {
-         stage.awaitEnd(victim);
-         stage.awaitEnd(mender);
-         stage.receiveUntilNotice(victim);
-         stage.receiveUntilNotice(mender);
-     },
-     [](Stage& stage) {
-         stage.send(last);
-         stage.die();
-     },
-     [](Stage& stage) {
-         stage.awaitEnd(victim);
-         stage.receiveUntilNotice(victim);
-         stage.die();
-     },
-     [](Stage&) {}},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.awaitEnd(victim);
+                    stage.awaitEnd(mender);
+                    stage.receiveUntilNotice(victim);
+                    stage.receiveUntilNotice(mender);
+                },
+                [](Stage& stage) {
+                    stage.send(last);
+                    stage.die();
+                },
+                [](Stage& stage) {
+                    stage.awaitEnd(victim);
+                    stage.receiveUntilNotice(victim);
+                    stage.die();
+                },
+                [](Stage&) {}};
 });
 
 }  // namespace

@@ -17,71 +17,58 @@ void lend(Stage& stage, unsigned lent) {
     for (unsigned i = 0; i < lent; ++i) stage.lendKept(borrower);
 }
 
-const Announced returns(Scenario{
-    "returns",
-    "a home takes its returned blocks while they are being returned",
-    {"home", "borrower"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) { lend(stage, 2); },
-    {[](Stage& stage) {
-         stage.keep();
-         stage.keep();
-     },
-     [](Stage& stage) {
-         stage.freeKept();
-         stage.freeKept();
-     }},
+const Announced returns("returns", [](Scenario& its) {
+    its.story = "a home takes its returned blocks while they are being returned";
+    its.actors = {"home", "borrower"};
+    its.prepare = [](Stage& stage) { lend(stage, 2); };
+    its.acts = {[](Stage& stage) {
+                    stage.keep();
+                    stage.keep();
+                },
+                [](Stage& stage) {
+                    stage.freeKept();
+                    stage.freeKept();
+                }};
 });
 
-const Announced borrowerDies(Scenario{
-    "borrower-dies",
-    "one who gives blocks back dies anywhere",
-    {"home", "borrower"},
-    1u << borrower,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced borrowerDies("borrower-dies", [](Scenario& its) {
+    its.story = "one who gives blocks back dies anywhere";
+    its.actors = {"home", "borrower"};
+    its.mortal = {borrower};
+    its.prepare = [](Stage& stage) {
         lend(stage, 2);
         stage.as(home);
         stage.supervise(borrower);
-    },
-    {[](Stage& stage) {
-         stage.keep();
-         stage.receiveUntilNotice(borrower);
-     },
-     [](Stage& stage) {
-         stage.freeKept();
-         stage.freeKept();
-         stage.die();
-     }},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.keep();
+                    stage.receiveUntilNotice(borrower);
+                },
+                [](Stage& stage) {
+                    stage.freeKept();
+                    stage.freeKept();
+                    stage.die();
+                }};
 });
 
-const Announced homeDies(Scenario{
-    "home-dies",
-    "a home dies anywhere while its blocks are being returned",
-    {"home", "borrower"},
-    1u << home,
-    0,
-    "0",
-    true,
-    [](Stage& stage) {
+const Announced homeDies("home-dies", [](Scenario& its) {
+    its.story = "a home dies anywhere while its blocks are being returned";
+    its.actors = {"home", "borrower"};
+    its.mortal = {home};
+    its.prepare = [](Stage& stage) {
         lend(stage, 2);
         stage.as(borrower);
         stage.supervise(home);
-    },
-    {[](Stage& stage) {
-         stage.keep();
-         stage.die();
-     },
-     [](Stage& stage) {
-         stage.freeKept();
-         stage.freeKept();
-         stage.receiveUntilNotice(home);
-     }},
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.keep();
+                    stage.die();
+                },
+                [](Stage& stage) {
+                    stage.freeKept();
+                    stage.freeKept();
+                    stage.receiveUntilNotice(home);
+                }};
 });
 
 }  // namespace

@@ -16,52 +16,33 @@ void receiveThem(Stage& stage) {
     stage.receiveFrom(1, 3);  // one came when they met
 }
 
-const Announced wake(Scenario{
-    "wake",
-    "two signals to one who sleeps, or is about to",
-    {"receiver", "sender"},
-    0,
-    0,
-    "0",
-    true,
-    openAcquainted,
-    {receiveThem, sendTwo},
+const Announced wake("wake", [](Scenario& its) {
+    its.story = "two signals to one who sleeps, or is about to";
+    its.actors = {"receiver", "sender"};
+    its.prepare = openAcquainted;
+    its.acts = {receiveThem, sendTwo};
 });
 
-const Announced wakeSpinning(Scenario{
-    "wake-spinning",
-    "two signals to one who looks for a while before it sleeps",
-    {"receiver", "sender"},
-    0,
-    0,
-    "2",
-    true,
-    openAcquainted,
-    {receiveThem, sendTwo},
+const Announced wakeSpinning("wake-spinning", [](Scenario& its) {
+    its.story = "two signals to one who looks for a while before it sleeps";
+    its.actors = {"receiver", "sender"};
+    its.spinMicroseconds = "2";
+    its.prepare = openAcquainted;
+    its.acts = {receiveThem, sendTwo};
 });
 
-const Announced poll(Scenario{
-    "poll",
-    "two signals to one who waits in a poll loop of its own",
-    {"receiver", "sender"},
-    0,
-    0,
-    "0",
-    true,
-    openAcquainted,
-    {[](Stage& stage) { stage.pollFrom(1, 3); }, sendTwo},
+const Announced poll("poll", [](Scenario& its) {
+    its.story = "two signals to one who waits in a poll loop of its own";
+    its.actors = {"receiver", "sender"};
+    its.prepare = openAcquainted;
+    its.acts = {[](Stage& stage) { stage.pollFrom(1, 3); }, sendTwo};
 });
 
-const Announced meet(Scenario{
-    "meet",
-    "the first signal between two, who introduce themselves",
-    {"receiver", "sender"},
-    0,
-    0,
-    "0",
-    true,
-    [](Stage& stage) { stage.openFirst(2); },
-    {[](Stage& stage) { stage.receiveFrom(1, 1); }, [](Stage& stage) { stage.send(0); }},
+const Announced meet("meet", [](Scenario& its) {
+    its.story = "the first signal between two, who introduce themselves";
+    its.actors = {"receiver", "sender"};
+    its.prepare = [](Stage& stage) { stage.openFirst(2); };
+    its.acts = {[](Stage& stage) { stage.receiveFrom(1, 1); }, [](Stage& stage) { stage.send(0); }};
 });
 
 }  // namespace
