@@ -44,8 +44,11 @@ std::vector<std::string> peerNames() {
 
 Wishes wishesFrom(const Options& options, const PeerList& peers) {
     constexpr std::uint64_t millisecond = 1000000;
-    Wishes wishes = {{}, options.payloads, {{20 * millisecond, 256}, {60 * millisecond, 1024}, false}};
-    if (options.quick) wishes.effort = {{0, 64}, {0, 512}, true};
+    Wishes wishes;
+    wishes.payloads = options.payloads;
+    wishes.effort.quick = options.quick;
+    wishes.effort.warmUp = options.quick ? Stretch{0, 64} : Stretch{20 * millisecond, 256};
+    wishes.effort.measured = options.quick ? Stretch{0, 512} : Stretch{60 * millisecond, 1024};
     for (const Peer* peer : peers.present) {
         if (wanted<std::string>(options.peers, peer->name)) wishes.peers.push_back(peer);
     }

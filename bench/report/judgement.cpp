@@ -26,7 +26,8 @@ struct Line {
 
     std::string verdict() const {
         if (std::isnan(got)) return "not measured";
-        return (wanted == Wanted::atLeast ? got >= bound : got <= bound) ? "yes" : "NO";
+        const bool reached = wanted == Wanted::atLeast ? got >= bound : got <= bound;
+        return reached ? "yes" : "NO";
     }
 };
 
