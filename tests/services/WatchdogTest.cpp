@@ -89,10 +89,10 @@ TEST_F(WatchdogTest, GivesAnErrorWhereTheIntervalCannotBeRead) {
 }
 #else
 TEST_F(WatchdogTest, DoesNothingInABuildWithoutTheServiceManager) {
-    AskForNotices();
-    AskForAWatchdog();
+    askForNotices();
+    askForAWatchdog();
     EXPECT_EQ(0, watchdog.PetWatchdog());
-    EXPECT_EQ("", Received());
+    EXPECT_EQ("", received());
 }
 #endif
 
