@@ -9,3 +9,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-ppc-static -L /usr/powerpc-linux-gnu)
+
+# What there is of libraries is for this machine; GoogleTest is built along.
+set(LINXIPC_SYSTEMD OFF CACHE BOOL "")
+set(LINXIPC_GOOGLETEST /usr/src/googletest CACHE PATH "")
