@@ -66,6 +66,11 @@ install(FILES directory/LinxServerNameList.h directory/e_Process.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/directory)
 install(FILES log/LogLevel.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/log)
 
+foreach(section IN ITEMS 3 7)
+  install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT doc
+          FILES_MATCHING PATTERN "*.${section}")
+endforeach()
+
 # Beside the library that they load, with what tells pytest of its plugin.
 if(TARGET linxhost AND LINXIPC_LIBRARY_TYPE STREQUAL "SHARED")
   set(LINXIPC_PYTHON_DIR lib/python3/dist-packages CACHE STRING "Where the Python modules are installed")

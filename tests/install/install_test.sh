@@ -92,6 +92,27 @@ InstallsWhatAConsumerNeeds() {
     [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 12 ]] || fail "other headers than the twelve public ones"
 }
 
+# expect_manual PLACE: there is every page, and nothing else.
+expect_manual() {
+    diff <(cd "$SOURCE/man" && printf '%s\n' * | sed -E 's|.*[.]([1-8])$|man\1/&|' | LC_ALL=C sort) \
+        <(cd "$1" && find . -type f -printf '%P\n' | LC_ALL=C sort) || fail "other pages than those in man/"
+    find "$1" -type f | while read -r page; do
+        cmp "$SOURCE/man/${page##*/}" "$page"
+    done
+}
+
+ThePagesOfTheManualAreInTheirSections() {
+    expect_manual "$prefix/$MANDIR"
+}
+
+TheManualIsAComponentOfItsOwn() {
+    local place=$SCRATCH/manual-prefix
+    rm -rf "$place"
+    "$CMAKE" --install "$BUILD" --prefix "$place" --component doc
+    [[ -z $(find "$place" -type f -not -path "$place/$MANDIR/*") ]] || fail "more than the manual was installed"
+    expect_manual "$place/$MANDIR"
+}
+
 PytestFindsThePluginAndTheLibrary() {
     local python test=$SCRATCH/plugin_test.py output
     [[ -z ${EMULATOR:-} ]] || { echo "Skipped: there is no interpreter for the library."; exit 77; }
