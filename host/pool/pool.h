@@ -71,15 +71,20 @@ private:
     [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t lines);
     void markFree(BlockRef block);
     void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
-    void add(const lease::Chain& chain, uint32_t sizeClass);
+    bool add(const lease::Chain& chain, uint32_t sizeClass);
     bool keepsTooMuch() { return mostLines_ > keptLines_ && countLines() > keptLines_; }
     uint32_t countLines();
     bool giveBack(BlockRef block, Spid home);
     bool learnHome(Spid home);
     uint32_t leasedLines() const;
+    uint32_t countToLease(uint32_t sizeClass);
     int leaseMore(uint32_t sizeClass, Hope& hope);
-    bool lease(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
+    bool fromCentral(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
+    bool fromFreshPages(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
+    bool afterReclaim(const DomainLock& lock, uint32_t sizeClass, lease::Reclaimed& looked);
+    bool fromLargerClass(const DomainLock& lock, uint32_t sizeClass);
     bool leaseOne(const DomainLock& lock, uint32_t sizeClass);
+    Hope hopeAfter(lease::Reclaimed looked) const;
     void awaitRelief(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);
