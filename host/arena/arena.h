@@ -75,6 +75,7 @@ public:
     Ref refOf(const Block* block) const {
         return static_cast<Ref>(static_cast<size_t>(reinterpret_cast<const char*>(block) - base_) / lineBytes);
     }
+    bool isPoolRef(Ref ref) const { return ref / linesPerPage - firstPoolPage_ < pageCount_; }
     Ref refOfPage(uint32_t page) const { return filePageOf(page) * linesPerPage; }
 
     /// The block at `ref`; none when no leased block starts there.

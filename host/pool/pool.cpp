@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 
 #include "host/arena/central_lists.h"
@@ -54,6 +55,7 @@ BlockRef Pool::pop(uint32_t sizeClass) {
     uint32_t& count = count_[sizeClass];
     while (count != 0) {
         const Ref ref = free_[sizeClass];
+        assert(arena().isPoolRef(ref));
         Block* block = arena().rawBlock(ref);
         const Ref next = block->next.loadRelaxed();
         --count;
@@ -80,6 +82,7 @@ BlockRef Pool::popLarger(uint32_t sizeClass) {
 
 /// Puts `count` linked blocks in front of the others.
 void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
+    assert(count != 0 && arena().isPoolRef(head));
     last.next.storeRelaxed(free_[sizeClass]);  // relaxed: nobody else follows it
     free_[sizeClass] = head;
     count_[sizeClass] += count;
@@ -88,6 +91,7 @@ void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
 
 /// Whether there was anything in the chain.
 bool Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
+    assert(chain.empty() == (chain.last == nullptr));
     if (chain.empty()) return false;
     nearby_.forget();  // these pages may have been others'
     prepend(chain.head, *chain.last, chain.blocks, sizeClass);
@@ -96,9 +100,11 @@ bool Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
 
 /// Counts the free lines, which is put off for as long as there can be no more than what is kept.
 uint32_t Pool::countLines() {
-    mostLines_ = 0;
-    for (uint32_t c = 0; c < sizeClassCount; ++c) mostLines_ += count_[c] * sizeClasses[c].lines;
-    return mostLines_;
+    uint32_t lines = 0;
+    for (uint32_t c = 0; c < sizeClassCount; ++c) lines += count_[c] * sizeClasses[c].lines;
+    assert(lines <= mostLines_);
+    mostLines_ = lines;
+    return lines;
 }
 
 /// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody

@@ -14,7 +14,8 @@ namespace linx {
 ///
 /// The lists are linked through the blocks, where others may have garbled the links. So a block is checked when it
 /// comes to the head of its list, and a list ends after as many blocks as were put into it: a head can be followed
-/// while there are any, and whatever the links say, nobody follows them for ever.
+/// while there are any, and whatever the links say, nobody follows them for ever. The books of the lists are private;
+/// assertions hold them, whatever lies in the arena.
 class Pool {
 public:
     Pool(const Domain& domain, Spid home);
