@@ -45,11 +45,17 @@ struct Pace {
  *
  *   slotsUsed < slots, huntsUsed <= hunts, pagesUsed <= pageCount
  *   openEndpoints = open slots
- *   name table:    slots in it = open slots; each slot in a bucket is open, and its bucket is that of nameHash
- *   quarantine:    slots in it = used slots that are not open; they have been used, are not open, and lie in the
- * order of their stamps; quarantineTail = last in quarantine central lists: the blocks of each are of its class, free
- * and without a home; centralLines = lines in the central lists page map:      a page below pagesUsed is free, or of
- * one run that is whole; from pagesUsed on it is free (*); longestGap >= free pages side by side
+ *   longestGap >= free pages side by side
+ *   centralLines = lines in the central lists
+ *   quarantineTail = last in quarantine
+ *
+ *   name table: slots in it = open slots
+ *   bucket: its slots are open
+ *   slot in a bucket: its bucket is that of nameHash
+ *   quarantine: slots in it = used slots that are not open; its slots have been used and are not open
+ *   slot in quarantine: the quarantine is in the order of its stamps
+ *   central list: its blocks are of its class, free and without a home
+ *   page: it is free, or of one run that is whole; it is free from pagesUsed on (*)
  *
  * A list whose length is counted elsewhere holds nothing twice.
  */
@@ -189,8 +195,7 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
  *                         in there, or being taken out
  *
  * Invariants (*): a block is in one place. Without owner and home it is in a central list; without owner, its home is
- * open; in flight, it is in a stack; and otherwise its owner is open. Blocks that are in no such place are lost: a
- * death may lose one.
+ * open; in flight, it is in a stack; held or queued, its owner is open. One that is in no such place is lost.
  *
  * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
  *

@@ -112,17 +112,18 @@ private:
         } else if (isListed) {
             ++census.inStacks;
         } else if (owner == ownerFree) {
-            keepOrLose(isOpen(arena_, home), census.atHome, block.ref, "is free at a home that has ended");
+            keepOrLose(isOpen(arena_, home), census.atHome, block.ref, "without owner, its home is open");
         } else if ((owner & ownerInFlight) != 0) {
-            keepOrLose(false, census.inStacks, block.ref, "is in flight and in no stack");
+            keepOrLose(false, census.inStacks, block.ref, "in flight, it is in a stack");
         } else {
-            keepOrLose(isOpen(arena_, owner & spidMask), census.owned, block.ref, "is owned by one that has ended");
+            keepOrLose(isOpen(arena_, owner & spidMask), census.owned, block.ref,
+                       "held or queued, its owner is open");
         }
     }
 
-    void keepOrLose(bool isKept, uint32_t& kept, Ref ref, const char* why) {
+    void keepOrLose(bool isKept, uint32_t& kept, Ref ref, const char* invariant) {
         ++(isKept ? kept : findings_.census.lost);
-        if (!isKept) findings_.lost.push_back(Subject{"block", ref}.text() + ' ' + why);
+        if (!isKept) broken(Subject{"block", ref}, invariant);
     }
 
     void checkShare(uint32_t index, const Slot& slot) {

@@ -20,19 +20,15 @@ struct Census {
 
 /// What a look at an arena has found.
 struct Findings {
-    std::string broken;  ///< the first invariant that does not hold, and where; empty when all do
-    Census census;       ///< of a full look
+    /// The first invariant that does not hold, and where; empty when all do.
+    std::string broken;
+    /// The endpoints that count more lines than they are home to, as deaths leave them.
+    std::vector<std::string> smallerShares;
+    /// Of a full look.
+    Census census;
 
-    // What deaths account for: a block each at most.
-    std::vector<std::string> lost;
-    std::vector<std::string> smallerShares;  ///< endpoints that count more lines than they are home to
-
-    /// The first of all that is not as it should be; empty when everything is.
-    std::string first() const {
-        if (!broken.empty()) return broken;
-        if (!lost.empty()) return lost.front();
-        return smallerShares.empty() ? std::string() : smallerShares.front();
-    }
+    /// The first of all that is not as it should be where nobody has died; empty when everything is.
+    std::string first() const { return broken.empty() && !smallerShares.empty() ? smallerShares.front() : broken; }
 };
 
 /// A thing of which there are many, or the header.

@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <string>
-#include <vector>
 
 #include "host/debug/validate.h"
 #include "host/recovery/retire.h"
@@ -39,26 +38,18 @@ inline Findings lookAtAftermath() {
     return left;
 }
 
-/// All that is not in order, but for the counts that deaths leave too large.
-inline std::vector<std::string> complaintsOf(const Findings& found) {
-    std::vector<std::string> complaints = found.lost;
-    if (!found.broken.empty()) complaints.insert(complaints.begin(), found.broken);
-    return complaints;
-}
-
-/// What is not in order while nobody is at work but to take its last mail, and to give up memory that somebody has
-/// asked for. As many deaths may each have left one home a smaller share.
-inline std::vector<std::string> complaintsAtRest(size_t deaths) {
+/// What is not in order, or nothing, while nobody is at work but to take its last mail, and to give up memory that
+/// somebody has asked for. As many deaths may each have left one home a smaller share.
+inline std::string brokenAtRest(size_t deaths) {
     const Findings guarded = lookAtRest(Grade::quick);
-    if (!guarded.broken.empty()) return {guarded.broken};
+    if (!guarded.broken.empty()) return guarded.broken;
     constexpr std::chrono::seconds longest(5);
     const auto limit = std::chrono::steady_clock::now() + longest;
     for (;;) {
         const Findings found = lookAtRest();
-        std::vector<std::string> complaints = complaintsOf(found);
-        if (found.smallerShares.size() > deaths)
-            complaints.push_back("more shares are smaller than endpoints have died");
-        if (complaints.empty() || std::chrono::steady_clock::now() > limit) return complaints;
+        const bool isInOrder = found.broken.empty() && found.smallerShares.size() <= deaths;
+        if (isInOrder) return {};
+        if (std::chrono::steady_clock::now() > limit) return found.first();
         sched_yield();
     }
 }

@@ -17,7 +17,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         for (uint32_t left = mostOperations; left != 0 && !input.empty(); --left) player.play();
     }
     const linxtest::Findings left = linxtest::lookAtAftermath();
-    fuzz::claim(left.lost.empty(), "no block is lost");
     fuzz::claim(left.broken.empty(), "the arena is in order: " + left.broken);
     fuzz::claim(linxtest::namesIn(playground.path()).size() == 1, "nothing but the arena is left");
     return 0;
