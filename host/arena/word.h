@@ -20,9 +20,9 @@ public:
     uint32_t exchangeSeqCst(uint32_t to) { return value_.exchange(to, std::memory_order_seq_cst); }
     uint32_t addRelaxed(uint32_t n) { return value_.fetch_add(n, std::memory_order_relaxed); }
 
-    /// On failure `expected` becomes the value found.
+    /// On failure `expected` becomes the value found, and only that: what its writer wrote before need not show yet.
     bool casSeqCst(uint32_t& expected, uint32_t to) {
-        return value_.compare_exchange_strong(expected, to, std::memory_order_seq_cst, std::memory_order_acquire);
+        return value_.compare_exchange_strong(expected, to, std::memory_order_seq_cst, std::memory_order_relaxed);
     }
 
 private:

@@ -128,7 +128,7 @@ void Pool::markFree(BlockRef block) {
 
 void Pool::free(BlockRef block) {
     const Spid home = block->home.loadRelaxed();
-    const bool isGiven = home != home_ && (home == latestHome_ || learnHome(home)) && giveBack(block, home);
+    const bool isGiven = home != home_ && learnHome(home) && giveBack(block, home);
     if (!isGiven) keep(block);
 }
 

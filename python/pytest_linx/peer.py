@@ -44,7 +44,8 @@ class Expectation:
         times: Optional[int],
     ) -> None:
         self.messages: List[linx.Message] = []
-        """Those that have come, in their order."""
+        """Those that have come, in their order. One is here before it is answered."""
+        self._handled = 0  # of these: all that was to be done has been done
         self._peer, self._number, self._payload, self._sender = peer, number, payload, sender
         self._where, self._times = where, times
         self._actions: List[Action] = []
@@ -80,13 +81,16 @@ class Expectation:
         __tracebackhide__ = True
         wanted = self._times or 1
         scene = self._peer._scene
-        if not scene.wait(lambda: len(self.messages) >= wanted, timeout):
+        if not scene.wait(lambda: self._handled >= wanted, timeout):
             raise AssertionError(f"within {scene.patience(timeout):g} s, {self._peer._shortfall([self])}")
         return self.messages[wanted - 1]
 
     @property
     def is_met(self) -> bool:
-        return self._times is None or len(self.messages) == self._times
+        return self._times is None or self._handled == self._times
+
+    def _has_handled(self) -> None:
+        self._handled += 1
 
     def _wants(self, arrival: Arrival) -> bool:
         message = arrival.message
@@ -283,9 +287,10 @@ class Peer:
     def _assign(self, endpoint: linx.Endpoint, arrival: Arrival) -> bool:
         for expectation in self._expectations:
             if self._attempt(endpoint, lambda _, __: expectation._wants(arrival), arrival.message):
+                expectation.messages.append(arrival.message)
                 for action in expectation._actions:
                     self._attempt(endpoint, action, arrival.message)
-                self._scene.tell(lambda: expectation.messages.append(arrival.message))
+                self._scene.tell(expectation._has_handled)
                 return True
         return False
 

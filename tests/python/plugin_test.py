@@ -122,6 +122,16 @@ def test_a_peer_answers_what_it_expects(domain, program):
     assert [message.data for message in asked.messages] == [b"may I?"]
 
 
+def test_what_came_is_told_before_it_is_answered(domain):
+    one, two = domain.peer("one"), domain.peer("two")
+    told = []
+    question = two.expect(1)
+    question.do(lambda endpoint, message: told.append(len(question.messages)))
+    one.send("two", 1)
+    question.wait()
+    assert told == [1]
+
+
 def test_an_answer_may_be_made_from_the_question(domain):
     one, two = domain.peer("one"), domain.peer("two")
     two.always(1).answer(2, lambda message: message.data[::-1]).answer(3)
