@@ -2,6 +2,9 @@
 # beside the caller.
 function(linx_add_instrumented_host name)
   get_target_property(sources linxhostobjects SOURCES)
+  get_target_property(validator linxvalidator SOURCES)
+  list(APPEND sources ${validator})
+  list(REMOVE_DUPLICATES sources)
   list(TRANSFORM sources PREPEND ${PROJECT_SOURCE_DIR}/host/)
   add_library(${name} OBJECT ${sources})
   target_include_directories(${name} BEFORE PUBLIC instrumented ${PROJECT_SOURCE_DIR})

@@ -1,6 +1,8 @@
 #ifndef LINXIPC_HOST_ARENA_ARENA_H
 #define LINXIPC_HOST_ARENA_ARENA_H
 
+#include <algorithm>
+
 #include "host/arena/known_memory.h"
 #include "host/arena/layout.h"
 
@@ -54,20 +56,14 @@ public:
     /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a
     /// hunt's own hunter say the rest.
     uint32_t usedSlots() const {
-        const uint32_t used = header().slotsUsed.loadRelaxed();
-        const uint32_t entries = slots_.clip((used < slotCount ? used : slotCount - 1) + 1);
+        const uint32_t used = std::min(header().slotsUsed.loadRelaxed(), slotCount - 1);
+        const uint32_t entries = slots_.clip(used + 1);  // with the first, which is none
         return entries == 0 ? 0 : entries - 1;
     }
-    uint32_t usedHunts() const {
-        const uint32_t used = header().huntsUsed.loadRelaxed();
-        return hunts_.clip(used < huntCount ? used : huntCount);
-    }
+    uint32_t usedHunts() const { return hunts_.clip(std::min(header().huntsUsed.loadRelaxed(), huntCount)); }
 
     /// Pages below have been leased at least once: all runs lie there. Under the domain lock, which orders it.
-    uint32_t usedPages() const {
-        const uint32_t used = header().pagesUsed.loadRelaxed();
-        return pages_.clip(used < pageCount_ ? used : pageCount_);
-    }
+    uint32_t usedPages() const { return pages_.clip(std::min(header().pagesUsed.loadRelaxed(), pageCount_)); }
 
     uint32_t pageCount() const { return pageCount_; }
     uint32_t filePages() const { return firstPoolPage_ + pageCount_; }
@@ -79,6 +75,7 @@ public:
     Ref refOf(const Block* block) const {
         return static_cast<Ref>(static_cast<size_t>(reinterpret_cast<const char*>(block) - base_) / lineBytes);
     }
+    bool isPoolRef(Ref ref) const { return ref / linesPerPage - firstPoolPage_ < pageCount_; }
     Ref refOfPage(uint32_t page) const { return filePageOf(page) * linesPerPage; }
 
     /// The block at `ref`; none when no leased block starts there.
@@ -110,10 +107,13 @@ private:
     const KnownMemory pages_;
 };
 
-/// Finds blocks as `Arena::blockAt` does, more cheaply where one lies beside the one before: most blocks of a chain
-/// do. It remembers the page of that one, which stays what it is for as long as one of its blocks is in use. Whoever
-/// looks for blocks that came later has to have it forgotten: the page may have been leased anew, for blocks of
-/// another size.
+/// Finds blocks as `Arena::blockAt` does, more cheaply where one lies in the same page as the one before: most blocks
+/// of a chain do. It remembers what that page holds, which stays true for as long as one of its blocks is in use.
+/// Whoever looks for blocks that came later has to have it forgotten: the page may have been leased anew, for blocks
+/// of another size.
+///
+/// Callgrind counts 22 instructions for each block of a walk along neighbours of one line, and 64 without this; where
+/// no block lies beside the one before, 97. A pool that pops a block asks it, too, whether the next one is one.
 class NearbyBlocks {
 public:
     explicit NearbyBlocks(const Arena& arena) : arena_(arena) {}

@@ -96,19 +96,26 @@ std::shared_ptr<Domain> Domain::join() {
         return nullptr;
     }
     Place place;
-    bool isNew = false;
-    std::shared_ptr<Domain> domain = find(path, place) ? map(place, isNew) : nullptr;
-    if (isNew) {
-        log(LogBit::notable, [&] {
-            return (place.isMade ? "made the domain " : "joined the domain ") + path + " as user " +
-                   std::to_string(geteuid());
-        });
+    if (!openPlace(path, place)) return nullptr;
+    std::shared_ptr<Domain> domain;
+    {
+        Joined& all = joined();
+        const std::lock_guard<std::mutex> lock(all.mutex);
+        domain = findJoined(all, place.status, {place.directory.get(), place.file.get()});
+        if (domain != nullptr) return domain;
+        domain = mapPlace(place);
+        if (domain == nullptr) return nullptr;
+        all.domains.push_back(domain);
     }
+    log(LogBit::notable, [&] {
+        return (place.isMade ? "made the domain " : "joined the domain ") + path + " as user " +
+               std::to_string(geteuid());
+    });
     return domain;
 }
 
 /// Opens the domain at the path, making it when it is not there. False with errno.
-bool Domain::find(const std::string& path, Place& place) {
+bool Domain::openPlace(const std::string& path, Place& place) {
     place.directory.reset(openDomainDirectory(path));
     if (place.directory.get() == -1 || fstat(place.directory.get(), &place.directoryStatus) == -1) return false;
     place.fileMode = place.directoryStatus.st_mode & 0660u;
@@ -119,12 +126,8 @@ bool Domain::find(const std::string& path, Place& place) {
     return false;
 }
 
-/// The domain that this process has joined there, as it is or new. Null with errno.
-std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
-    Joined& all = joined();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    std::shared_ptr<Domain> domain = findJoined(all, place.status, {place.directory.get(), place.file.get()});
-    if (domain != nullptr) return domain;
+/// Maps the arena, which this process has not joined yet. Null with errno.
+std::shared_ptr<Domain> Domain::mapPlace(Place& place) {
     const uint32_t pageCount = checkArenaFile(place.file.get());
     if (pageCount == 0) return nullptr;
     ArenaMapping mapping = mapArenaFile(place.file.get(), pageCount);
@@ -133,10 +136,7 @@ std::shared_ptr<Domain> Domain::map(Place& place, bool& isNew) {
     place.file.reset();
     place.file.reset(FileLock::open(FileLock::Identity(place.status), place.directory.get(), arenaFileName));
     if (place.file.get() == -1) return nullptr;
-    domain.reset(new Domain(place, std::move(mapping), pageCount));
-    all.domains.push_back(domain);
-    isNew = true;
-    return domain;
+    return std::shared_ptr<Domain>(new Domain(place, std::move(mapping), pageCount));
 }
 
 Domain::Domain(Place& place, ArenaMapping mapping, uint32_t pageCount)

@@ -34,8 +34,8 @@ public:
 
 private:
     struct Place;
-    static bool find(const std::string& path, Place& place);
-    static std::shared_ptr<Domain> map(Place& place, bool& isNew);
+    static bool openPlace(const std::string& path, Place& place);
+    static std::shared_ptr<Domain> mapPlace(Place& place);
 
     Domain(Place& place, ArenaMapping mapping, uint32_t pageCount);
 

@@ -39,6 +39,26 @@ struct Pace {
     Word took;  ///< microseconds
 };
 
+/*
+ * Invariants of the header and the tables, for whoever holds the domain lock. Here and below they are those that
+ * debug/validate.h compares an arena with; a star marks those that hold only while nobody is at work.
+ *
+ *   slotsUsed < slots, huntsUsed <= hunts, pagesUsed <= pageCount
+ *   openEndpoints = open slots
+ *   longestGap >= free pages side by side
+ *   centralLines = lines in the central lists
+ *   quarantineTail = last in quarantine
+ *
+ *   name table: slots in it = open slots
+ *   bucket: its slots are open
+ *   slot in a bucket: its bucket is that of nameHash
+ *   quarantine: slots in it = used slots that are not open; its slots have been used and are not open
+ *   slot in quarantine: the quarantine is in the order of its stamps
+ *   central list: its blocks are of its class, free and without a home
+ *   page: it is free, or of one run that is whole; it is free from pagesUsed on (*)
+ *
+ * A list whose length is counted elsewhere holds nothing twice.
+ */
 struct Header {
     // Written once, before the file gets its name.
     Word magic;
@@ -66,11 +86,11 @@ struct Header {
     Word gapHint;         ///< where the search for such goes on
     Word centralLines;    ///< in the lists below
     Word centralLeast;    ///< the least of that since memory was reclaimed last
-    Word pressure;                 ///< counts the times that memory ran out: each has endpoints give up what they keep
-    Word pressedAt;                ///< milliseconds: when it was raised last
-    Word pressureMet;              ///< the count when memory was reclaimed last
-    Pace reclaiming;               ///< of memory
-    Pace reaping;                  ///< of whoever has died
+    Word pressure;        ///< counts the times that memory ran out: each has endpoints give up what they keep
+    Word pressedAt;       ///< milliseconds: when it was raised last
+    Word pressureMet;     ///< the count when memory was reclaimed last
+    Pace reclaiming;      ///< of memory
+    Pace reaping;         ///< of whoever has died
     Word central[sizeClassCount];  ///< lists of free blocks without a home, a class each
 };
 static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
@@ -94,6 +114,21 @@ struct Counter {
 
 constexpr uint32_t lifeOpen = 1u << 31;  ///< set in a slot's life while the endpoint is open
 
+/*
+ * Invariants of a slot that has been used:
+ *
+ *   indexOf(life) = its own, unless life = 0
+ *   its stacks are empty unless it is open (*)
+ *   mailboxClaim = none, returnedClaim = none (*)
+ *
+ * and of one that is open:
+ *
+ *   wakeState, leasedLines (*) and life are of one generation
+ *   tag of mailbox = tag of partings (*)
+ *   the links of a stack lead from block to block, and the blocks of a stack are in flight to its slot (*)
+ *   leasedLines = lines of the blocks whose home it is (*); more where somebody died between a block and this count
+ *   findName(its name) = its spid (*)
+ */
 /// An endpoint's entry. Its lines are grouped by who writes them, so that nobody's writes slow a reader of others'.
 struct alignas(lineBytes) Slot {
     // Senders write.
@@ -138,7 +173,8 @@ static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(
 
 constexpr uint32_t huntAnswering = 1u << 31;  ///< set in a hunt's hunter while its signal is being posted
 
-/// A hunt for a name that nobody has opened yet. In use while `hunter` is not 0.
+/// A hunt for a name that nobody has opened yet. In use while `hunter` is not 0. Invariants: its hunter is open; its
+/// signal is queued for its hunter; the last of huntsUsed is in use.
 struct Hunt {
     Word hunter;  ///< spid, with huntAnswering from before the signal is pushed until the entry is cleared
     Word signal;  ///< owned by the hunter, queued
@@ -157,6 +193,9 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
  *   spid + ownerQueued    kept for the endpoint: in its private queue, or parked for a hunt, an attach or a time-out
  *   spid + ownerInFlight  in flight: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,
  *                         in there, or being taken out
+ *
+ * Invariants (*): a block is in one place. Without owner and home it is in a central list; without owner, its home is
+ * open; in flight, it is in a stack; held or queued, its owner is open. One that is in no such place is lost.
  *
  * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
  *

@@ -11,7 +11,6 @@
 #include "host/arena/central_lists.h"
 #include "host/arena/domain_path.h"
 #include "host/arena/hunt_table.h"
-#include "host/arena/share.h"
 #include "host/arena/slot_table.h"
 #include "host/endpoint/answers.h"
 #include "host/endpoint/event_tags.h"
@@ -19,36 +18,13 @@
 #include "host/mailbox/broadcast.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/take_all_stack.h"
-#include "host/mailbox/wake_state.h"
 #include "host/recovery/retire.h"
+#include "host/recovery/slot_reservation.h"
 #include "host/system/clock.h"
 #include "host/system/log.h"
 
 namespace linx {
 namespace {
-
-/// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
-/// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
-/// half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray in
-/// the mailbox.
-void prepare(Slot& slot, Spid spid, const Name& name) {
-    slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
-    if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
-    slot.mailboxClaim.storeRelaxed(0);
-    slot.returnedClaim.storeRelaxed(0);
-    slot.sending.storeRelaxed(0);
-    slot.deepestQueue.storeRelaxed(0);
-    share::begin(slot, spid);
-    slot.returnedLines.storeRelaxed(0);
-    slot.forkRound.addRelaxed(1);  // what a forked copy of an earlier user of the slot may expect never comes back
-    slot.dropped.low.storeRelaxed(0);
-    slot.dropped.high.storeRelaxed(0);
-    slot.sleeps.storeRelaxed(0);
-    slot.rings.storeRelaxed(0);
-    slot.nameHash.storeRelaxed(name.hash());
-    slot.nameLength.storeRelease(name.length());
-    name.writeTo(slot.name);
-}
 
 bool duplicate(int descriptor, ScopedDescriptor& copy) {
     copy.reset(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
@@ -79,67 +55,21 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     if (epoll.get() == -1) return nullptr;
     const DomainLock lock(*domain);
     if (!lock.isHeld()) return nullptr;
-    ScopedDescriptor doorbell;
-    const Spid spid = takeSlotFor(lock, name, doorbell);
-    if (spid == 0) return nullptr;
+    SlotReservation reserved(lock, name);
+    if (!reserved) return nullptr;
     // Who hunts for the name is answered with a descriptor that is put aside before.
     ScopedDescriptor spare;
-    std::unique_ptr<Endpoint> endpoint;
-    const bool isWatched = watch(epoll.get(), doorbell.get(), EPOLLIN, event_tag::doorbell);
-    if (isWatched && (!isHunted(arena, name) || duplicate(epoll.get(), spare))) {
-        errno = ENOMEM;
-        endpoint.reset(new (std::nothrow) Endpoint(domain, spid, epoll, doorbell));
-    }
-    if (endpoint == nullptr) {
-        const int failure = errno;
-        doorbell::remove(domain->directory(), spid);
-        quarantine(arena, indexOf(spid));
-        errno = failure;
-        return nullptr;
-    }
+    const bool isWatched = watch(epoll.get(), reserved.doorbell().get(), EPOLLIN, event_tag::doorbell);
+    if (!isWatched || (isHunted(arena, name) && !duplicate(epoll.get(), spare))) return nullptr;
+    errno = ENOMEM;
+    std::unique_ptr<Endpoint> endpoint(new (std::nothrow)
+                                           Endpoint(domain, reserved.spid(), epoll, reserved.doorbell()));
+    if (endpoint == nullptr) return nullptr;
     spare.reset();
-    insertName(arena, indexOf(spid));
-    // Only now, so that a slot that is not opened after all takes nothing.
-    endpoint->slot().mailbox.storeRelaxed(stack::empty |
-                                          introduction::tagAt(endpoint->slot().partings.loadRelaxed()));
-    endpoint->slot().returned.storeRelaxed(stack::empty);
-    // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
-    endpoint->slot().life.storeRelease(spid | lifeOpen);
-    countOpened(arena);
-    endpoint->owesAnswers_ = !answerHunts(lock, spid, name);  // only if another thread has taken the descriptor
+    reserved.commit();
+    endpoint->owesAnswers_ = !answerHunts(lock, endpoint->spid_, name);  // only if another thread took the descriptor
     if (endpoint->owesAnswers_) endpoint->callLater();
     return endpoint;
-}
-
-/// Takes a slot for the name and readies it. 0 with errno.
-Spid Endpoint::takeSlotFor(const DomainLock& lock, const Name& name, ScopedDescriptor& doorbell) {
-    const Arena& arena = lock.arena();
-    const Spid holder = findName(arena, name);
-    if (holder != 0) {
-        errno = EADDRINUSE;
-        if (!hasDied(lock.domain(), holder)) return 0;
-        reap(lock, &holder, 1);
-    }
-    uint32_t index = takeSlot(arena);
-    if (index == 0 && reapAllDeadIfDue(lock)) index = takeSlot(arena);
-    if (index == 0) return 0;
-    Slot& slot = arena.slot(index);
-    const uint32_t before = slot.life.loadRelaxed();
-    const Spid spid = makeSpid(index, generationOf(before & spidMask) + 1);
-    slot.life.storeRelease(spid);  // before the doorbell, which nobody would find otherwise if this process dies
-    // The one before may have ended without the right to remove its own.
-    if (before != 0) doorbell::remove(lock.domain().directory(), before & spidMask);
-    doorbell.reset(doorbell::make(lock.domain().directory(), spid, lock.domain().fileMode()));
-    if (doorbell.get() == -1) {
-        const int failure = errno;
-        // What cannot be removed goes by the spid that the slot names, if only for the repair.
-        if (doorbell::remove(lock.domain().directory(), spid)) slot.life.storeRelease(before);
-        quarantine(arena, index);
-        errno = failure;
-        return 0;
-    }
-    prepare(slot, spid, name);
-    return spid;
 }
 
 Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell)

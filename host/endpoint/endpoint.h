@@ -94,7 +94,6 @@ private:
     Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell);
 
     static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name);
-    static Spid takeSlotFor(const DomainLock& lock, const Name& name, ScopedDescriptor& doorbell);
 
     // Which signals are ours (signals.cpp).
     bool isRecent(const LinxSignal* signal) const;

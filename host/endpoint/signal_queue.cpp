@@ -23,10 +23,12 @@ void SignalQueue::reserve(size_t count) {
 }
 
 void SignalQueue::reverseLast(size_t count) {
+    assert(count <= arrivals_.size() - nextArrival_);
     std::reverse(arrivals_.end() - static_cast<std::ptrdiff_t>(count), arrivals_.end());
 }
 
 SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
+    assert((size_ == 0) == (oldest_ == none && !hasArrivals()));
     if (size_ == 0) return {0, 0};
     if (oldest_ != none) {
         const Signal signal = takeFromNumberQueues(selection);
@@ -100,6 +102,7 @@ SignalQueue::Signal SignalQueue::unlink(std::unordered_map<uint32_t, NumberQueue
                                         uint32_t index) {
     Waiting& entry = waiting_[index];
     const Signal signal = entry.signal;
+    assert(signal.ref != 0 && numberQueue != numberQueues_.end() && numberQueue->first == entry.number);
     (entry.older == none ? oldest_ : waiting_[entry.older].newer) = entry.newer;
     (entry.newer == none ? newest_ : waiting_[entry.newer].older) = entry.older;
     (entry.previousOfNumber == none ? numberQueue->second.oldest : waiting_[entry.previousOfNumber].nextOfNumber) =

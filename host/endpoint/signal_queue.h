@@ -1,6 +1,7 @@
 #ifndef LINXIPC_HOST_ENDPOINT_SIGNAL_QUEUE_H
 #define LINXIPC_HOST_ENDPOINT_SIGNAL_QUEUE_H
 
+#include <cassert>
 #include <unordered_map>
 #include <vector>
 
@@ -49,6 +50,7 @@ public:
 
     /// Takes back the last `count` that were appended, since when nothing was taken.
     void dropLast(size_t count) {
+        assert(count <= arrivals_.size() - nextArrival_);
         arrivals_.erase(arrivals_.end() - static_cast<std::ptrdiff_t>(count), arrivals_.end());
         size_ -= count;
     }
@@ -61,6 +63,7 @@ public:
 
     /// Takes the oldest of several arrivals.
     Signal takeArrival() {
+        assert(hasArrivals() && size_ != 0);
         --size_;
         return arrivals_[nextArrival_++].signal;
     }

@@ -1,6 +1,8 @@
 #ifndef LINXIPC_HOST_MAILBOX_TAKE_ALL_STACK_H
 #define LINXIPC_HOST_MAILBOX_TAKE_ALL_STACK_H
 
+#include <cassert>
+
 #include "host/arena/arena.h"
 
 namespace linx {
@@ -45,6 +47,7 @@ constexpr bool isRefused(uint32_t before) {
 /// its tag; or, the block being still the caller's, `closed` when the stack takes nothing any more, and `retagged`
 /// when its tag is another than `tag`.
 inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
+    assert(ref > retagged && refOf(ref) == ref && refOf(tag) == 0);
     uint32_t found = head.loadRelaxed();  // relaxed: only a guess, the compare-and-swap below checks it
     uint32_t seen;
     do {
@@ -64,6 +67,7 @@ inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
 /// Takes the whole chain, leaving `leave` (empty or closed) behind, and returns its last block, or `empty`. The
 /// caller sets `claim` back to 0 once every block of the chain has its next owner.
 inline Ref takeAll(Word& head, Word& claim, uint32_t leave) {
+    assert(leave == empty || leave == closed);
     uint32_t found = head.loadRelaxed();  // relaxed: as in push
     for (Ref seen = refOf(found); seen != closed && (seen != empty || leave == closed); seen = refOf(found)) {
         // The compare-and-swap that follows is a release, so no one finds the stack emptied and this not said (H).

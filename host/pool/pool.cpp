@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 
 #include "host/arena/central_lists.h"
@@ -54,6 +55,7 @@ BlockRef Pool::pop(uint32_t sizeClass) {
     uint32_t& count = count_[sizeClass];
     while (count != 0) {
         const Ref ref = free_[sizeClass];
+        assert(arena().isPoolRef(ref));
         Block* block = arena().rawBlock(ref);
         const Ref next = block->next.loadRelaxed();
         --count;
@@ -80,23 +82,29 @@ BlockRef Pool::popLarger(uint32_t sizeClass) {
 
 /// Puts `count` linked blocks in front of the others.
 void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
+    assert(count != 0 && arena().isPoolRef(head));
     last.next.storeRelaxed(free_[sizeClass]);  // relaxed: nobody else follows it
     free_[sizeClass] = head;
     count_[sizeClass] += count;
     mostLines_ += count * sizeClasses[sizeClass].lines;
 }
 
-void Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
-    if (chain.empty()) return;
+/// Whether there was anything in the chain.
+bool Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
+    assert(chain.empty() == (chain.last == nullptr));
+    if (chain.empty()) return false;
     nearby_.forget();  // these pages may have been others'
     prepend(chain.head, *chain.last, chain.blocks, sizeClass);
+    return true;
 }
 
 /// Counts the free lines, which is put off for as long as there can be no more than what is kept.
 uint32_t Pool::countLines() {
-    mostLines_ = 0;
-    for (uint32_t c = 0; c < sizeClassCount; ++c) mostLines_ += count_[c] * sizeClasses[c].lines;
-    return mostLines_;
+    uint32_t lines = 0;
+    for (uint32_t c = 0; c < sizeClassCount; ++c) lines += count_[c] * sizeClasses[c].lines;
+    assert(lines <= mostLines_);
+    mostLines_ = lines;
+    return lines;
 }
 
 /// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
@@ -166,50 +174,71 @@ uint32_t Pool::leasedLines() const {
     return leased > arena().pageCount() * linesPerPage ? 0 : leased;
 }
 
+/// How many blocks of the class to lease: twice as many with every lease, as far as the endpoint's share and what it
+/// may keep go. 0 when its share is used up.
+uint32_t Pool::countToLease(uint32_t sizeClass) {
+    const SizeClass& c = sizeClasses[sizeClass];
+    const uint32_t share = lease::shareOf(arena());
+    if (leasedLines() + c.lines > share) shrinkTo(0);
+    const uint32_t leased = leasedLines();
+    if (leased + c.lines > share) return 0;
+    keptLines_ = lease::keptBy(arena());
+    const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
+    const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
+    nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
+    return wanted;
+}
+
 /// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
 /// have garbled the last by then. `hope` tells whether others may give up what is wanted.
 int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
     const DomainLock lock(domain_);
     if (!lock.isHeld()) return errno;
     if (!isHomeOpen()) return ECONNABORTED;  // nobody would give back what it leases
-    const SizeClass& c = sizeClasses[sizeClass];
-    const uint32_t share = lease::shareOf(arena());
-    if (leasedLines() + c.lines > share) shrinkTo(0);
-    const uint32_t leased = leasedLines();
-    if (leased + c.lines > share) return ENOMEM;
-    keptLines_ = lease::keptBy(arena());
-    const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
-    const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
-    nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
-    if (lease(lock, sizeClass, wanted)) return ENOMEM;
-    shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming pages again
-    const lease::Reclaimed looked = lease::reclaim(lock, c.lines);
-    if (leaseOne(lock, sizeClass)) return ENOMEM;
-    // Where not everything has been looked at nobody is asked: how often that is done is bounded for all.
-    if (looked == lease::Reclaimed::everything) hope = Hope::ifAsked;
-    if (looked != lease::Reclaimed::everything && pressure::isRecent(arena())) hope = Hope::soon;
+    const uint32_t wanted = countToLease(sizeClass);
+    if (wanted == 0) return ENOMEM;
+    lease::Reclaimed looked = lease::Reclaimed::nothing;
+    const bool isLeased = fromCentral(lock, sizeClass, wanted) || fromFreshPages(lock, sizeClass, wanted) ||
+                          afterReclaim(lock, sizeClass, looked) || fromLargerClass(lock, sizeClass);
+    if (!isLeased) hope = hopeAfter(looked);
     return ENOMEM;
 }
 
-bool Pool::lease(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
-    lease::Chain chain = lease::fromCentral(lock, home_, sizeClass, wanted);
-    if (chain.empty()) chain = lease::fromFreshPages(lock, home_, sizeClass, wanted);
-    add(chain, sizeClass);
-    return !chain.empty();
+bool Pool::fromCentral(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
+    return add(lease::fromCentral(lock, home_, sizeClass, wanted), sizeClass);
 }
 
-/// Leases one block, or one of a larger class from the central lists.
-bool Pool::leaseOne(const DomainLock& lock, uint32_t sizeClass) {
-    if (lease(lock, sizeClass, 1)) return true;
+bool Pool::fromFreshPages(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
+    return add(lease::fromFreshPages(lock, home_, sizeClass, wanted), sizeClass);
+}
+
+/// One block of what others have left lying; `looked` tells how far that was looked for.
+bool Pool::afterReclaim(const DomainLock& lock, uint32_t sizeClass, lease::Reclaimed& looked) {
+    shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming pages again
+    looked = lease::reclaim(lock, sizeClasses[sizeClass].lines);
+    return fromCentral(lock, sizeClass, 1) || fromFreshPages(lock, sizeClass, 1);
+}
+
+/// One block of a larger class, as far as the endpoint's share goes.
+bool Pool::fromLargerClass(const DomainLock& lock, uint32_t sizeClass) {
     const uint32_t share = lease::shareOf(arena());
     const uint32_t leased = leasedLines();
     const uint32_t room = share > leased ? share - leased : 0;
     for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && linesOfClass(larger) <= room; ++larger) {
-        const lease::Chain chain = lease::fromCentral(lock, home_, larger, 1);
-        add(chain, larger);
-        if (!chain.empty()) return true;
+        if (fromCentral(lock, larger, 1)) return true;
     }
     return false;
+}
+
+bool Pool::leaseOne(const DomainLock& lock, uint32_t sizeClass) {
+    return fromCentral(lock, sizeClass, 1) || fromFreshPages(lock, sizeClass, 1) || fromLargerClass(lock, sizeClass);
+}
+
+/// Whether others may yet give up what could not be leased.
+Pool::Hope Pool::hopeAfter(lease::Reclaimed looked) const {
+    if (looked == lease::Reclaimed::everything) return Hope::ifAsked;
+    // Where not everything has been looked at nobody is asked: how often that is done is bounded for all.
+    return pressure::isRecent(arena()) ? Hope::soon : Hope::none;
 }
 
 /// Others have been asked to give up what they keep. Waits a little for that, and leases of it what fits.

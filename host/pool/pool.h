@@ -14,7 +14,8 @@ namespace linx {
 ///
 /// The lists are linked through the blocks, where others may have garbled the links. So a block is checked when it
 /// comes to the head of its list, and a list ends after as many blocks as were put into it: a head can be followed
-/// while there are any, and whatever the links say, nobody follows them for ever.
+/// while there are any, and whatever the links say, nobody follows them for ever. The books of the lists are private;
+/// assertions hold them, whatever lies in the arena.
 class Pool {
 public:
     Pool(const Domain& domain, Spid home);
@@ -71,15 +72,20 @@ private:
     [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t lines);
     void markFree(BlockRef block);
     void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
-    void add(const lease::Chain& chain, uint32_t sizeClass);
+    bool add(const lease::Chain& chain, uint32_t sizeClass);
     bool keepsTooMuch() { return mostLines_ > keptLines_ && countLines() > keptLines_; }
     uint32_t countLines();
     bool giveBack(BlockRef block, Spid home);
     bool learnHome(Spid home);
     uint32_t leasedLines() const;
+    uint32_t countToLease(uint32_t sizeClass);
     int leaseMore(uint32_t sizeClass, Hope& hope);
-    bool lease(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
+    bool fromCentral(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
+    bool fromFreshPages(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
+    bool afterReclaim(const DomainLock& lock, uint32_t sizeClass, lease::Reclaimed& looked);
+    bool fromLargerClass(const DomainLock& lock, uint32_t sizeClass);
     bool leaseOne(const DomainLock& lock, uint32_t sizeClass);
+    Hope hopeAfter(lease::Reclaimed looked) const;
     void awaitRelief(uint32_t sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);

@@ -1,5 +1,6 @@
 #include "host/recovery/domain_lock.h"
 
+#include "host/debug/validate.h"
 #include "host/recovery/repair.h"
 
 namespace linx {
@@ -13,6 +14,9 @@ DomainLock::DomainLock(const Domain& domain, FileLock::Patience patience)
 
 DomainLock::~DomainLock() {
     if (!isHeld_) return;
+#ifdef LINXIPC_VALIDATE
+    debug::requireOrder(arena());
+#endif
     arena().header().dirty.storeRelease(0);
     domain_.lock().unlock();
 }

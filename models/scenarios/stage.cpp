@@ -5,13 +5,15 @@
 #include <map>
 
 #include "host/arena/name_table.h"
+#include "host/arena/runs.h"
 #include "host/handles.h"
+#include "host/mailbox/take_all_stack.h"
 #include "host/recovery/retire.h"
 #include "host/system/scoped_descriptor.h"
 #include "models/machine/heap.h"
 #include "models/machine/kernel.h"
 #include "models/machine/platform.h"
-#include "tests/support/arena_validator.h"
+#include "tests/support/broken_invariant.h"
 
 namespace model {
 namespace {
@@ -451,16 +453,12 @@ void Stage::closeAll() {
 void Stage::checkArena(bool all) {
     bool anyDied = scheduler.deaths() != 0;
     for (const bool killed : killed_) anyDied = anyDied || killed;
-    unsigned lost = 0;
-    linx::forEachBlock(arena(), [&](linx::BlockRef block) {
-        if (all && !linx::central::isHomeless(*block)) ++lost;
-    });
-    if (lost != 0) return scheduler.violate(std::to_string(lost) + " blocks leak");
-    for (const std::string& said : linxtest::arenaViolations(domain())) {
-        // A death between two stores may leave a home's count of its lines wrong by a block.
-        const bool isCount = said.find(" lines of ") != std::string::npos && anyDied;
-        if (!isCount) return scheduler.violate("the arena: " + said);
-    }
+    const linx::debug::Findings seen = linxtest::lookInto(domain());
+    const uint32_t leaked = seen.census.blocks - seen.census.central;
+    if (all && leaked != 0) return scheduler.violate(std::to_string(leaked) + " blocks leak");
+    // A death between two stores may leave a home's count of its lines wrong by a block.
+    const bool isInOrder = seen.broken.empty() && (seen.smallerShares.empty() || anyDied);
+    if (!isInOrder) scheduler.violate("the arena: " + seen.first());
 }
 
 std::string nameOfWord(const uint32_t* word) {

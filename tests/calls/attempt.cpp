@@ -55,9 +55,8 @@ void lookElsewhere(const std::string& path, bool mend, Complaints& complaints) {
     if (!linxtest::namesIn(path).empty()) {
         const linxtest::ScopedVariable there("LINX_DOMAIN", path.c_str());
         if (mend) mendDomain();
-        const linxtest::Aftermath left = linxtest::lookAtAftermath();
-        complaints.insert(complaints.end(), left.disorder.begin(), left.disorder.end());
-        complaints.insert(complaints.end(), left.losses.begin(), left.losses.end());
+        const std::string broken = linxtest::lookAtAftermath().broken;
+        if (!broken.empty()) complaints.push_back(broken);
     }
     for (const std::string& name : linxtest::namesIn(path)) {
         if (name != linx::arenaFileName) complaints.push_back("left behind: " + name);

@@ -3,6 +3,7 @@
 
 #include "tests/host/recovery.h"
 
+#include "host/arena/hunt_table.h"
 #include "tests/cost/looks.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/signals.h"

@@ -234,6 +234,7 @@ TEST_F(ArgumentsTest, OnesOwnSignalIsAlwaysTakenAndItsMemoryComesBack) {
 }
 
 TEST_F(ArgumentsTest, AFullHuntTableTakesTheSignalHoweverLargeItIs) {
+    const linxtest::DisorderAllowed allowed;
     arena.header().huntsUsed.storeRelaxed(huntCount);
     ASSERT_TRUE(arena.provideHunt(huntCount - 1));
     for (uint32_t i = 0; i < huntCount; ++i) arena.hunt(i).hunter.storeRelaxed(linx.spid);

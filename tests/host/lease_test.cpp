@@ -8,6 +8,7 @@
 #include <random>
 
 #include "host/arena/hunt_table.h"
+#include "host/arena/runs.h"
 #include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
 #include "tests/support/witness.h"
@@ -26,9 +27,11 @@ protected:
     GapsOfPagesTest() {
         arena.header().pagesUsed.storeRelaxed(arena.pageCount());
         EXPECT_EQ(arena.usedPages(), arena.pageCount());
+        forgetGaps(arena);
     }
     void TearDown() override {
         setPages(used, arena.pageCount(), 0);
+        forgetGaps(arena);
         TightTest::TearDown();
     }
 
@@ -69,6 +72,7 @@ TEST_F(GapsOfPagesTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
 }
 
 TEST_F(GapsOfPagesTest, AreNotLookedForAgainWhereNoneWasUntilSomeMayBe) {
+    const linxtest::DisorderAllowed allowed;
     setPages(used, arena.pageCount(), makePageEntry(0, 0));
     arena.header().longestGap.storeRelaxed(arena.pageCount());
     EXPECT_EQ(cut(), none);
@@ -79,6 +83,7 @@ TEST_F(GapsOfPagesTest, AreNotLookedForAgainWhereNoneWasUntilSomeMayBe) {
 }
 
 TEST_F(GapsOfPagesTest, AreUsedOneBehindTheOther) {
+    const linxtest::DisorderAllowed allowed;
     arena.header().longestGap.storeRelaxed(arena.pageCount());
     arena.header().gapHint.storeRelaxed(0);
     const uint32_t first = cut();

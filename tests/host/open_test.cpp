@@ -309,6 +309,7 @@ TEST_F(OpenTest, AnArenaThatIsThereKeepsItsSize) {
 }
 
 TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {
+    const linxtest::DisorderAllowed allowed;
     Linx last("last");
     {
         const std::shared_ptr<Domain> joined = Domain::join();
@@ -323,6 +324,7 @@ TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {
 }
 
 TEST_F(OpenTest, TheDoorbellThatAnEarlierUserOfTheSlotCouldNotRemoveIsRemoved) {
+    const linxtest::DisorderAllowed allowed;
     char leftBehind[16];
     {
         const Linx earlier("earlier");
@@ -361,7 +363,7 @@ TEST_F(OpenTest, WithoutDescriptorsNothingIsOpenedAndNothingIsLeft) {
     }
     EXPECT_GT(limit, 4u);
     EXPECT_EQ(errorOfOpen("x"), 0);
-    EXPECT_EQ(linxtest::arenaViolations(*Domain::join()), std::vector<std::string>());
+    EXPECT_EQ(linxtest::brokenInvariant(*Domain::join()), "");
 }
 
 TEST_F(OpenTest, ADomainThatIsRemovedAndMadeAgainIsAnotherOne) {

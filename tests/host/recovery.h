@@ -76,7 +76,7 @@ protected:
         EXPECT_TRUE(lock.isHeld());
     }
 
-    void expectInOrder() const { EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>()); }
+    void expectInOrder() const { EXPECT_EQ(linxtest::brokenInvariant(*joined), ""); }
 
     linxtest::Linx live{"live"};
 };

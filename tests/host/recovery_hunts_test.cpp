@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "host/arena/hunt_table.h"
 #include "tests/host/answering.h"
 
 namespace linx {
@@ -86,6 +87,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
 }
 
 TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
+    const linxtest::DisorderAllowed allowed;
     const Spid dead = layDead("dead");
     slotOf(dead).life.storeRelaxed(dead | lifeOpen | 1u << 30);  // no spid has this bit
     EXPECT_EQ(linx_hunt(live, "dead", nullptr), 0);

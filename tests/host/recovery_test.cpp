@@ -215,6 +215,7 @@ TEST_F(RecoveryTest, GarbledCentralListsAreMadeAnew) {
 }
 
 TEST_F(RecoveryTest, AGarbledCentralListIsNotFollowedEvenBeforeTheRepair) {
+    const linxtest::DisorderAllowed allowed;
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
@@ -282,6 +283,7 @@ TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterGoesToTheCentralLists) {
 }
 
 TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
+    const linxtest::DisorderAllowed allowed;
     uint32_t index;
     {
         const DomainLock lock(*joined);
@@ -309,6 +311,7 @@ TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsTher
 }
 
 TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheQuarantineIsInItAgain) {
+    const linxtest::DisorderAllowed allowed;
     const Spid dead = layDead("dead");
     {
         const DomainLock lock(*joined);
@@ -323,6 +326,7 @@ TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheQuarantineIsInItAgain) {
 }
 
 TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
+    const linxtest::DisorderAllowed allowed;
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     post(blocks[0], dead, live.spid);

@@ -93,7 +93,7 @@ TEST_F(UsedSlotTest, HasNoShareInWhatItsEarlierUserHasLent) {
     lender.reset();
     EXPECT_NE(leasedLines(ended), 0u);
     const Linx next = openInSlotOf(ended);
-    EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());
+    EXPECT_EQ(linxtest::brokenInvariant(*joined), "");
     linx_free_buf(borrower, &borrowed);
 }
 

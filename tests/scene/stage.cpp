@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "tests/support/aftermath.h"
 
@@ -49,20 +50,6 @@ bool isAsleep(LinxSpid spid) {
            });
 }
 
-/// What is not in order while the bystanders live. They may still give up memory that somebody has asked them for.
-std::vector<std::string> disorderAtRest() {
-    constexpr std::chrono::seconds longest(5);
-    const auto limit = std::chrono::steady_clock::now() + longest;
-    for (;;) {
-        linxtest::Aftermath found = linxtest::lookAtRest();
-        found.disorder.insert(found.disorder.end(), found.losses.begin(), found.losses.end());
-        // A death may leave one home a smaller share; there may have been another death before.
-        if (found.miscounts > 2) found.disorder.push_back("the shares of several are smaller");
-        if (found.disorder.empty() || std::chrono::steady_clock::now() > limit) return found.disorder;
-        sched_yield();
-    }
-}
-
 }  // namespace
 
 Stage::Stage(const Operation& operation)
@@ -101,13 +88,15 @@ Outcome Stage::end() {
     progress().victimEnded = true;
     first_.hear();
     complainUnless(isAsleep(mirror_), "the second bystander does not come to rest");
-    for (const std::string& disorder : disorderAtRest()) outcome.complaints.push_back("at rest: " + disorder);
+    constexpr size_t deaths = 2;  // of the victim, and of somebody before it
+    const std::string broken = linxtest::brokenAtRest(deaths);
+    if (!broken.empty()) outcome.complaints.push_back("at rest: " + broken);
     first_.tell();
     complainUnless(first_.endsInTime() && first_.exitStatus() == 0, "the first bystander fails");
     complainUnless(second_.endsInTime() && second_.exitStatus() == 0, "the second bystander fails");
-    const linxtest::Aftermath left = linxtest::lookAtAftermath();
-    outcome.leakedBlocks = static_cast<uint32_t>(left.losses.size());
-    outcome.complaints.insert(outcome.complaints.end(), left.disorder.begin(), left.disorder.end());
+    const linxtest::Findings left = linxtest::lookAtAftermath();
+    outcome.leakedBlocks = left.census.lost;
+    if (!left.broken.empty()) outcome.complaints.push_back(left.broken);
     for (const std::string& file : domain_.leftovers()) outcome.complaints.push_back("left behind: " + file);
     return outcome;
 }

@@ -31,6 +31,7 @@ void printFigures(const scribble::Scribbler& scribbler, double seconds) {
 bool run(const Options& options) {
     std::cout << "seed " << options.seed << std::endl;
     const linxtest::ScopedVariable size("LINX_ARENA_MB", "4");
+    const linxtest::DisorderAllowed allowed;
     scribble::Scribbler scribbler(options.seed);
     const auto begin = std::chrono::steady_clock::now();
     scribbler.scribble(options.first, options.rounds);

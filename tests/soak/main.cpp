@@ -77,8 +77,8 @@ bool soakFor(const Options& options) {
     printFigures(*board, soak);
     if (soak.samples().size() < 2) return report("not steady", {"the time was too short to tell"});
     bool fine = report("not steady", compare(soak.samples()));
-    const linxtest::Aftermath left = linxtest::lookAtAftermath();
-    fine = report("the arena", left.disorder) && fine;
+    const std::string broken = linxtest::lookAtAftermath().broken;
+    if (!broken.empty()) fine = report("the arena", {broken});
     return report("left behind", domain.leftovers()) && fine;
 }
 

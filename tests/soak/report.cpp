@@ -6,8 +6,11 @@
 #include <iomanip>
 #include <iostream>
 
+#include "host/arena/domain.h"
 #include "host/arena/runs.h"
-#include "tests/support/arena_validator.h"
+#include "host/arena/slot_table.h"
+#include "host/debug/validate.h"
+#include "host/recovery/domain_lock.h"
 #include "tests/support/domain_fixture.h"
 
 namespace soak {
@@ -89,22 +92,21 @@ Sample lookAtDomain(const std::string& directory) {
     if (stat((directory + "/arena").c_str(), &file) == 0) sample.arenaKib = static_cast<uint32_t>(file.st_blocks / 2);
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     if (domain == nullptr) {
-        sample.disorder = {"the domain cannot be joined"};
+        sample.disorder = "the domain cannot be joined";
         return sample;
     }
     const linx::DomainLock lock(*domain);
-    linxtest::ArenaValidator validator(lock);
-    sample.disorder = validator.disorder();
-    sample.lostBlocks = static_cast<uint32_t>(validator.losses().size());
-    sample.smallerShares = static_cast<uint32_t>(validator.miscounts().size());
+    const linx::debug::Findings found = linx::debug::validate(domain->arena(), linx::debug::Grade::full);
+    sample.disorder = found.broken;
+    sample.smallerShares = static_cast<uint32_t>(found.smallerShares.size());
+    sample.blocks = found.census.blocks;
+    sample.lostBlocks = found.census.lost;
+    sample.usedBlocks = found.census.owned + found.census.lost;
     linx::forEachBlock(domain->arena(), [&](linx::BlockRef block) {
-        ++sample.blocks;
-        const bool isFree = block->owner.loadRelaxed() == linx::ownerFree || validator.isTravelling(block.ref);
-        if (isFree) return;
-        ++sample.usedBlocks;
-        const linx::Spid owner = block->owner.loadRelaxed() & linx::spidMask;
-        const bool isLost = !linx::isSpid(owner) || !linx::isOpen(domain->arena(), owner);
-        if (!isLost && block->signal.number == LINX_OS_HUNT_SIG) ++sample.lateAnswers;
+        const uint32_t owner = block->owner.loadRelaxed();
+        const bool isOwned =
+            (owner & linx::ownerInFlight) == 0 && linx::isOpen(domain->arena(), owner & linx::spidMask);
+        if (isOwned && block->signal.number == LINX_OS_HUNT_SIG) ++sample.lateAnswers;
     });
     return sample;
 }

@@ -22,7 +22,7 @@ struct Sample {
     uint32_t smallerShares = 0;      ///< endpoints that count more memory than they have, by a death
     uint32_t lateAnswers = 0;        ///< those of them that answer, or are to answer, a search that was in vain
     uint32_t vainSearches = 0;       ///< that there may have been
-    std::vector<std::string> disorder;
+    std::string disorder;
 };
 
 /// Looks at the domain of $LINX_DOMAIN. REQUIRES that none of its endpoints does anything.

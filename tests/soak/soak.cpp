@@ -150,7 +150,7 @@ void Soak::haveCounted() {
     sample.kills = kills_;
     sample.vainSearches = board_.members.refused;
     std::copy_n(board_.resources, residents, sample.resources.begin());
-    for (const std::string& text : sample.disorder) complain("the arena: " + text);
+    if (!sample.disorder.empty()) complain("the arena: " + sample.disorder);
     print(sample);
     samples_.push_back(sample);
 }

@@ -48,11 +48,10 @@ bool rage(const Options& options) {
     storm.rage(options.kills);
     bool fine = report("complaint", ledger->allComplaints());
     if (!fine) return false;
-    const linxtest::Aftermath left = linxtest::lookAtAftermath();
-    printFigures(*ledger, storm, left.losses.size());
-    fine = report("the arena", left.disorder);
-    fine = report("left behind", domain.leftovers()) && fine;
-    return report("lost", left.losses) && fine;
+    const linxtest::Findings left = linxtest::lookAtAftermath();
+    printFigures(*ledger, storm, left.census.lost);
+    if (!left.broken.empty()) fine = report("the arena", {left.broken});
+    return report("left behind", domain.leftovers()) && fine;
 }
 
 }  // namespace

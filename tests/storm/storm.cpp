@@ -112,6 +112,7 @@ bool Storm::settle() {
 void Storm::rest() {
     if (!settle()) return;
     ++rests_;
+    inspect();
     ledger_.goOn();
     for (const Place& place : places_) place.child->tell();
 }
@@ -132,10 +133,8 @@ void Storm::calm() {
 
 /// Looks through the arena while all are open and nobody does anything.
 void Storm::inspect() {
-    const linxtest::Aftermath found = linxtest::lookAtRest();
-    for (const std::string& disorder : found.disorder) ledger_.complain("the arena at rest: " + disorder);
-    for (const std::string& loss : found.losses) ledger_.complain("lost: " + loss);
-    if (found.miscounts > kills_) ledger_.complain("more shares are smaller than workers were killed");
+    const std::string broken = linxtest::brokenAtRest(kills_);
+    if (!broken.empty()) ledger_.complain("the arena at rest: " + broken);
 }
 
 }  // namespace storm

@@ -1,47 +1,57 @@
 #ifndef LINXIPC_TESTS_SUPPORT_AFTERMATH_H
 #define LINXIPC_TESTS_SUPPORT_AFTERMATH_H
 
-#include <string>
-#include <vector>
+#include <sched.h>
 
+#include <chrono>
+#include <string>
+
+#include "host/debug/validate.h"
 #include "host/recovery/retire.h"
-#include "tests/support/arena_validator.h"
 
 namespace linxtest {
 
-/// What is left in the domain of $LINX_DOMAIN when all its processes have ended, or stand still.
-struct Aftermath {
-    std::vector<std::string> losses;    ///< of blocks
-    uint32_t miscounts = 0;             ///< endpoints that count more lines than they are home to
-    std::vector<std::string> disorder;  ///< whatever else is not as it should be
-};
+using linx::debug::Findings;
+using linx::debug::Grade;
 
-/// Ends who has died unnoticed, and looks. Those that live may not be at work.
-inline Aftermath lookAtRest() {
+/// Looks at the domain of $LINX_DOMAIN once whoever has died unnoticed is ended. Those that live may not be at work,
+/// or the look is to be quick.
+inline Findings lookAtRest(Grade grade = Grade::full) {
+    Findings none;
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    if (domain == nullptr) return {{}, 0, {"the domain cannot be joined"}};
+    none.broken = "the domain cannot be joined";
+    if (domain == nullptr) return none;
     const linx::DomainLock lock(*domain);
-    if (!lock.isHeld()) return {{}, 0, {"the arena cannot be locked"}};
+    none.broken = "the arena cannot be locked";
+    if (!lock.isHeld()) return none;
     linx::reapAllDead(lock);
-    ArenaValidator validator(lock);
-    Aftermath found;
-    found.disorder = validator.disorder();
-    found.losses = validator.losses();
-    found.miscounts = static_cast<uint32_t>(validator.miscounts().size());
-    return found;
+    return linx::debug::validate(domain->arena(), grade);
 }
 
 /// The same when nobody lives any more.
-inline Aftermath lookAtAftermath() {
-    Aftermath left = lookAtRest();
+inline Findings lookAtAftermath() {
+    Findings left = lookAtRest();
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    if (domain == nullptr) return left;
-    const linx::Arena& arena = domain->arena();
-    for (uint32_t i = 1; i <= arena.header().slotsUsed.loadRelaxed(); ++i) {
-        const bool isOpen = (arena.slot(i).life.loadRelaxed() & linx::lifeOpen) != 0;
-        if (isOpen) left.disorder.push_back("slot " + std::to_string(i) + " is still open");
-    }
+    if (domain == nullptr || !left.broken.empty()) return left;
+    const uint32_t open = domain->arena().header().openEndpoints.loadRelaxed();
+    if (open != 0) left.broken = std::to_string(open) + " endpoints are still open";
     return left;
+}
+
+/// What is not in order, or nothing, while nobody is at work but to take its last mail, and to give up memory that
+/// somebody has asked for. As many deaths may each have left one home a smaller share.
+inline std::string brokenAtRest(size_t deaths) {
+    const Findings guarded = lookAtRest(Grade::quick);
+    if (!guarded.broken.empty()) return guarded.broken;
+    constexpr std::chrono::seconds longest(5);
+    const auto limit = std::chrono::steady_clock::now() + longest;
+    for (;;) {
+        const Findings found = lookAtRest();
+        const bool isInOrder = found.broken.empty() && found.smallerShares.size() <= deaths;
+        if (isInOrder) return {};
+        if (std::chrono::steady_clock::now() > limit) return found.first();
+        sched_yield();
+    }
 }
 
 }  // namespace linxtest

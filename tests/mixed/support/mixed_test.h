@@ -9,14 +9,14 @@
 #include "tests/mixed/support/role.h"
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"
-#include "tests/support/arena_validator.h"
+#include "tests/support/broken_invariant.h"
 
 /// A test whose processes are of both sizes. At its end all words of the arena must be in order for this size.
 class MixedTest : public ProcessTest {
 protected:
     void TearDown() override {
         if (const auto joined = linx::Domain::join()) {
-            EXPECT_EQ(linxtest::arenaViolations(*joined), std::vector<std::string>());
+            EXPECT_EQ(linxtest::brokenInvariant(*joined), "");
         } else {
             ADD_FAILURE() << "the domain cannot be joined";
         }
@@ -28,14 +28,9 @@ protected:
     static void expectWholePool() {
         const std::shared_ptr<linx::Domain> joined = linx::Domain::join();
         ASSERT_NE(nullptr, joined);
-        uint32_t blocks = 0;
-        uint32_t missing = 0;
-        linx::forEachBlock(joined->arena(), [&](linx::BlockRef block) {
-            ++blocks;
-            if (!linx::central::isHomeless(*block)) ++missing;
-        });
-        EXPECT_LT(0u, blocks);
-        EXPECT_EQ(0u, missing) << "of " << blocks;
+        const linx::debug::Census census = linxtest::lookInto(*joined).census;
+        EXPECT_LT(0u, census.blocks);
+        EXPECT_EQ(census.blocks, census.central);
     }
 };
 

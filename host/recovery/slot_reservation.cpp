@@ -1,0 +1,94 @@
+#include "host/recovery/slot_reservation.h"
+
+#include <cerrno>
+
+#include "host/arena/share.h"
+#include "host/arena/slot_table.h"
+#include "host/mailbox/doorbell.h"
+#include "host/mailbox/introduction.h"
+#include "host/mailbox/take_all_stack.h"
+#include "host/mailbox/wake_state.h"
+#include "host/recovery/retire.h"
+
+namespace linx {
+namespace {
+
+/// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
+/// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
+/// half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray in
+/// the mailbox.
+void prepare(Slot& slot, Spid spid, const Name& name) {
+    slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
+    if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
+    slot.mailboxClaim.storeRelaxed(0);
+    slot.returnedClaim.storeRelaxed(0);
+    slot.sending.storeRelaxed(0);
+    slot.deepestQueue.storeRelaxed(0);
+    share::begin(slot, spid);
+    slot.returnedLines.storeRelaxed(0);
+    slot.forkRound.addRelaxed(1);  // what a forked copy of an earlier user of the slot may expect never comes back
+    slot.dropped.low.storeRelaxed(0);
+    slot.dropped.high.storeRelaxed(0);
+    slot.sleeps.storeRelaxed(0);
+    slot.rings.storeRelaxed(0);
+    slot.nameHash.storeRelaxed(name.hash());
+    slot.nameLength.storeRelease(name.length());
+    name.writeTo(slot.name);
+}
+
+}  // namespace
+
+SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : lock_(lock) {
+    if (!makeWay(name)) return;
+    const uint32_t index = take();
+    if (index == 0) return;
+    before_ = lock.arena().slot(index).life.loadRelaxed();
+    spid_ = makeSpid(index, generationOf(before_ & spidMask) + 1);
+    slot().life.storeRelease(spid_);  // before the doorbell, which nobody would find otherwise if this process dies
+    // The one before may have ended without the right to remove its own.
+    if (before_ != 0) doorbell::remove(lock.domain().directory(), before_ & spidMask);
+    doorbell_.reset(doorbell::make(lock.domain().directory(), spid_, lock.domain().fileMode()));
+    if (doorbell_.get() == -1) return;
+    prepare(slot(), spid_, name);
+    isReady_ = true;
+}
+
+SlotReservation::~SlotReservation() {
+    if (spid_ == 0 || isOpened_) return;
+    const int failure = errno;
+    const bool isGone = doorbell::remove(lock_.domain().directory(), spid_);
+    // The one before can still be asked for its name unless another has been written over it. A doorbell that cannot
+    // be removed goes by the spid that the slot names, if only for the repair.
+    if (isGone && !isReady_) slot().life.storeRelease(before_);
+    quarantine(lock_.arena(), indexOf(spid_));
+    errno = failure;
+}
+
+void SlotReservation::commit() {
+    const Arena& arena = lock_.arena();
+    insertName(arena, indexOf(spid_));
+    // Only now, so that a slot that is not opened after all takes nothing.
+    slot().mailbox.storeRelaxed(stack::empty | introduction::tagAt(slot().partings.loadRelaxed()));
+    slot().returned.storeRelaxed(stack::empty);
+    // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
+    slot().life.storeRelease(spid_ | lifeOpen);
+    countOpened(arena);
+    isOpened_ = true;
+}
+
+/// Whether nobody has the name, or has it no longer: a dead endpoint of the name is reaped.
+bool SlotReservation::makeWay(const Name& name) const {
+    const Spid holder = findName(lock_.arena(), name);
+    if (holder == 0) return true;
+    errno = EADDRINUSE;
+    if (!hasDied(lock_.domain(), holder)) return false;
+    reap(lock_, &holder, 1);
+    return true;
+}
+
+uint32_t SlotReservation::take() const {
+    const uint32_t index = takeSlot(lock_.arena());
+    return index == 0 && reapAllDeadIfDue(lock_) ? takeSlot(lock_.arena()) : index;
+}
+
+}  // namespace linx

@@ -1,0 +1,249 @@
+// Every invariant that stands in layout.h, broken by one word.
+
+#include "host/debug/validate.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/host/recovery.h"
+
+namespace linx {
+namespace {
+
+using debug::Findings;
+using debug::Grade;
+using linxtest::Linx;
+using linxtest::ScopedVariable;
+using testing::StartsWith;
+
+/// An arena with something of everything in it, of which one word is wrong.
+class ValidateTest : public RecoveryTest {
+protected:
+    ValidateTest() {
+        sendNumber(live, other.spid, 1);
+        Linx("first").reset();
+        Linx("second").reset();
+        EXPECT_EQ(linx_hunt(live, "nobody", nullptr), 0);
+        kept = linx_alloc(live, 4, 1);
+        Linx("third").reset();
+        expectInOrder();
+    }
+    void TearDown() override {
+        linx_free_buf(live, &kept);
+        other.reset();
+        RecoveryTest::TearDown();
+    }
+
+    Findings look(Grade grade) const {
+        const DomainLock lock(*joined);
+        return validate(arena, grade);
+    }
+
+    /// Says this with another value in the word, and nothing once it is back.
+    void expectSaid(Word& word, uint32_t wrong, const std::string& what, Grade from = Grade::quick) const {
+        SCOPED_TRACE(what);
+        const uint32_t right = word.loadRelaxed();
+        word.storeRelaxed(wrong);
+        EXPECT_THAT(look(Grade::quick).broken, from == Grade::quick ? StartsWith(what) : StartsWith(""));
+        EXPECT_THAT(look(Grade::full).broken, StartsWith(what));
+        word.storeRelaxed(right);
+        expectInOrder();
+    }
+    void expectSaidAtRest(Word& word, uint32_t wrong, const std::string& what) const {
+        expectSaid(word, wrong, what, Grade::full);
+    }
+    void expectSaidOfOneMore(Word& word, const std::string& what) const {
+        expectSaid(word, word.loadRelaxed() + 1, what);
+    }
+
+    /// The same of a block that is lost.
+    void expectLost(Word& word, uint32_t wrong, const std::string& what) const {
+        expectSaidAtRest(word, wrong, nameOf("block", refOf(kept)) + ": " + what);
+        const uint32_t right = word.loadRelaxed();
+        word.storeRelaxed(wrong);
+        EXPECT_EQ(look(Grade::full).census.lost, 1u);
+        word.storeRelaxed(right);
+    }
+
+    static std::string nameOf(const char* kind, uint32_t number) { return kind + (' ' + std::to_string(number)); }
+    std::string ownName() const { return nameOf("slot", indexOf(live.spid)); }
+    Header& header() const { return arena.header(); }
+    Slot& own() const { return slotOf(live.spid); }
+
+    /// The list that has a block in it.
+    uint32_t usedClass() const {
+        uint32_t sizeClass = 0;
+        while (header().central[sizeClass].loadRelaxed() == 0) ++sizeClass;
+        return sizeClass;
+    }
+    /// The first page that was never used.
+    uint32_t freePage() const { return header().pagesUsed.loadRelaxed(); }
+
+    Linx other{"other"};
+    LinxSignal* kept = nullptr;
+    const linxtest::DisorderAllowed allowed;
+};
+
+TEST_F(ValidateTest, SeesThatMoreIsUsedThanThereIs) {
+    expectSaid(header().slotsUsed, slotCount, "header: slotsUsed < slots");
+    expectSaid(header().huntsUsed, huntCount + 1, "header: huntsUsed <= hunts");
+    expectSaid(header().pagesUsed, arena.pageCount() + 1, "header: pagesUsed <= pageCount");
+}
+
+TEST_F(ValidateTest, SeesThatTheHeaderCountsWrong) {
+    expectSaidOfOneMore(header().openEndpoints, "header: openEndpoints = open slots");
+    expectSaidOfOneMore(header().centralLines, "header: centralLines = lines in the central lists");
+    expectSaidOfOneMore(header().huntsUsed, "hunt 1: the last of huntsUsed is in use");
+    expectSaid(header().quarantineTail, 0, "header: quarantineTail = last in quarantine");
+}
+
+TEST_F(ValidateTest, SeesThatAPageIsOfNoRun) {
+    const uint32_t page = freePage();
+    expectSaid(arena.pageEntry(page - 1), makePageEntry(0, 1),
+               nameOf("page", page - 1) + ": it is free, or of one run");
+    expectSaidAtRest(arena.pageEntry(page), makePageEntry(0, 0),
+                     nameOf("page", page) + ": it is free from pagesUsed on");
+}
+
+TEST_F(ValidateTest, SeesThatAGapIsLongerThanIsSaid) {
+    header().longestGap.storeRelaxed(0);
+    expectInOrder();
+    header().pagesUsed.storeRelaxed(freePage() + 2);
+    EXPECT_EQ(look(Grade::quick).broken, "header: longestGap >= free pages side by side (2)");
+    header().longestGap.storeRelaxed(2);
+    expectInOrder();
+}
+
+TEST_F(ValidateTest, SeesThatACentralListLeadsAstray) {
+    const uint32_t sizeClass = usedClass();
+    Word& head = header().central[sizeClass];
+    const std::string itsBlocks = nameOf("central list", sizeClass) + ": its blocks are of its class";
+    Block& first = block(head.loadRelaxed());
+    const Ref second = first.next.loadRelaxed();
+    ASSERT_NE(second, 0u);
+    expectSaid(head, second, "header: centralLines =");
+    expectSaid(head, 0, "header: centralLines =");
+    expectSaid(head, arena.refOfPage(0) - 1, itsBlocks);
+    expectSaid(first.next, head.loadRelaxed(), "header: centralLines =");
+    expectSaid(first.owner, live.spid, itsBlocks);
+    expectSaid(first.home, live.spid, itsBlocks);
+    expectSaid(header().central[sizeClass + 1], head.loadRelaxed(), nameOf("central list", sizeClass + 1));
+}
+
+TEST_F(ValidateTest, SeesThatASlotIsNotItsUsers) {
+    expectSaidOfOneMore(own().life, ownName() + ": indexOf(life) = its own");
+    expectSaid(own().wakeState, wake_state::word(live.spid + slotCount, wake_state::parked),
+               ownName() + ": wakeState and life are of one generation");
+    expectSaidAtRest(own().leasedLines, own().leasedLines.loadRelaxed() ^ (1u << refBits),
+                     ownName() + ": leasedLines and life are of one generation");
+}
+
+TEST_F(ValidateTest, SeesThatTheQuarantineIsOutOfOrder) {
+    const uint32_t oldest = header().quarantineHead.loadRelaxed();
+    Slot& first = arena.slot(oldest);
+    const uint32_t next = first.nextInQuarantine.loadRelaxed();
+    Slot& last = arena.slot(header().quarantineTail.loadRelaxed());
+    ASSERT_NE(next, 0u);
+    const std::string theirCount = "quarantine: slots in it = used slots that are not open";
+    expectSaid(header().quarantineHead, next, theirCount);
+    expectSaid(last.nextInQuarantine, oldest, nameOf("slot", oldest) + ": the quarantine is in the order");
+    expectSaid(last.nextInQuarantine, indexOf(live.spid), "quarantine: its slots have been used and are not open");
+    expectSaid(last.nextInQuarantine, slotCount - 1, "quarantine: its slots have been used and are not open");
+    expectSaid(first.quarantineStamp, header().quarantined.loadRelaxed(),
+               nameOf("slot", next) + ": the quarantine is in the order of its stamps");
+}
+
+TEST_F(ValidateTest, SeesThatANameIsWrong) {
+    const uint32_t bucket = own().nameHash.loadRelaxed() % slotCount;
+    const uint32_t ended = header().quarantineHead.loadRelaxed();
+    expectSaid(arena.bucket(bucket), 0, "name table: slots in it = open slots");
+    expectSaid(own().nextInBucket, indexOf(live.spid), "name table: slots in it = open slots");
+    expectSaid(own().nextInBucket, ended, nameOf("bucket", bucket) + ": its slots are open");
+    expectSaidOfOneMore(own().nameHash, ownName() + ": its bucket is that of nameHash");
+    expectSaidAtRest(own().name[0], own().name[0].loadRelaxed() + 1, ownName() + ": findName(its name) = its spid");
+}
+
+TEST_F(ValidateTest, SeesThatAHuntIsWrong) {
+    expectSaid(arena.hunt(0).hunter, live.spid + slotCount, "hunt 0: its hunter is open");
+    expectSaid(arena.hunt(0).hunter, live.spid | huntAnswering, "hunt 0: its hunter is open");
+    expectSaid(arena.hunt(0).signal, refOf(kept), "hunt 0: its signal is queued for its hunter");
+}
+
+TEST_F(ValidateTest, SeesAtRestThatAStackIsWrong) {
+    expectSaidAtRest(own().mailboxClaim, 5, ownName() + ": mailboxClaim = none");
+    expectSaidAtRest(own().returnedClaim, 5, ownName() + ": returnedClaim = none");
+    expectSaidAtRest(own().partings, own().partings.loadRelaxed() + 1,
+                     ownName() + ": tag of mailbox = tag of partings");
+    const uint32_t ended = header().quarantineHead.loadRelaxed();
+    const std::string ofEnded = nameOf("slot", ended) + ": its stacks are empty unless it is open";
+    expectSaidAtRest(arena.slot(ended).mailbox, refOf(kept), ofEnded);
+    expectSaidAtRest(arena.slot(ended).returned, refOf(kept), ofEnded);
+}
+
+TEST_F(ValidateTest, SeesAtRestThatABlockIsInTheWrongPlace) {
+    const Ref mail = stack::refOf(slotOf(other.spid).mailbox.loadRelaxed());
+    ASSERT_NE(mail, stack::empty);
+    expectSaidAtRest(slotOf(other.spid).returned, mail,
+                     nameOf("block", mail) + ": it is in one place (returned stack");
+    expectSaidAtRest(block(mail).next, mail, nameOf("block", mail) + ": it is in one place (mailbox");
+    expectSaidAtRest(block(mail).next, arena.refOfPage(0) - 1,
+                     nameOf("mailbox", indexOf(other.spid)) + ": its links lead from block");
+    expectSaidAtRest(own().returned, refOf(kept),
+                     nameOf("block", refOf(kept)) + ": the blocks of a stack are in flight");
+    blockOf(kept)->owner.storeRelaxed(ownerFree);
+    expectSaidAtRest(blockOf(kept)->home, noHome,
+                     nameOf("block", refOf(kept)) + ": without owner and home it is in a");
+    blockOf(kept)->owner.storeRelaxed(live.spid);
+}
+
+TEST_F(ValidateTest, TellsWhichBlockIsLost) {
+    Word& owner = blockOf(kept)->owner;
+    expectLost(owner, live.spid | ownerInFlight, "in flight, it is in a stack");
+    expectLost(owner, live.spid + slotCount, "held or queued, its owner is open");
+    owner.storeRelaxed(ownerFree);
+    expectLost(blockOf(kept)->home, live.spid + slotCount, "without owner, its home is open");
+    owner.storeRelaxed(live.spid);
+}
+
+TEST_F(ValidateTest, ComparesTheSharesWithTheBlocks) {
+    const uint32_t lines = own().leasedLines.loadRelaxed();
+    const std::string equation = ownName() + ": leasedLines = lines of the blocks whose home it is";
+    expectSaidAtRest(own().leasedLines, lines - 1, equation);
+    own().leasedLines.storeRelaxed(lines + 1);
+    const Findings findings = look(Grade::full);
+    EXPECT_EQ(findings.broken, "");
+    EXPECT_THAT(findings.smallerShares, testing::ElementsAre(StartsWith(equation)));
+    own().leasedLines.storeRelaxed(lines);
+}
+
+TEST_F(ValidateTest, CountsEveryBlockOnce) {
+    const debug::Census before = look(Grade::full).census;
+    EXPECT_EQ(before.blocks, before.central + before.atHome + before.inStacks + before.owned + before.lost);
+    EXPECT_NE(before.central, 0u);
+    EXPECT_NE(before.atHome, 0u);
+    EXPECT_EQ(before.inStacks, 1u);
+    EXPECT_EQ(before.owned, 2u);  // in the user's hands, and for the hunt
+    EXPECT_EQ(before.lost, 0u);
+    LinxSignal* signal = linx_alloc(live, 4, 1);
+    const debug::Census after = look(Grade::full).census;
+    EXPECT_EQ(after.owned, before.owned + 1);
+    EXPECT_EQ(after.atHome, before.atHome - 1);
+    linx_free_buf(live, &signal);
+}
+
+TEST_F(ValidateTest, EndsAProcessThatWouldLeaveTheDomainLockInDisorder) {
+    const auto leaveLock = [this] {
+        for (int i = 0; i < 64; ++i) debug::requireOrder(arena);  // it looks at one of so many at least
+    };
+    Word& open = header().openEndpoints;
+    open.storeRelaxed(open.loadRelaxed() + 1);
+    {
+        const ScopedVariable checked("LINX_VALIDATE", nullptr);
+        EXPECT_DEATH(leaveLock(), "not in order: header: openEndpoints = open slots \\(3 and 2\\)");
+    }
+    leaveLock();
+    open.storeRelaxed(open.loadRelaxed() - 1);
+    leaveLock();
+}
+
+}  // namespace
+}  // namespace linx
