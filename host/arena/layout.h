@@ -154,7 +154,7 @@ struct alignas(lineBytes) Slot {
 
     // Everybody reads; changes when the endpoint opens, ends or forks.
     Word life;       ///< spid, with lifeOpen while open; without once ended; 0 never used
-    Word forkRound;  ///< who owns the endpoint after a fork, see Endpoint::claim
+    Word forkRound;  ///< who owns the endpoint after a fork, see Ownership::claim
     Word nameHash;
     Word nameLength;
     Word nextInBucket;

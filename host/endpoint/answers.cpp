@@ -33,9 +33,9 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         // push is (A) and the look (B).
         uint32_t introducedAt = introduction::never;
         if (introduction::push(slot, doorbell.get(), found, *signal, signal.ref, introducedAt) != stack::closed) {
-            const int result =
-                wake_state::ring(slot.wakeState, slot.wakeState.loadSeqCst(), hunter, indexOf(found),
-                                 [&] { return doorbell.get() == -1 ? EPIPE : doorbell::ring(doorbell.get()); });
+            const int result = wake_state::ringIfAsked(slot, hunter, indexOf(found), [&] {
+                return doorbell.get() == -1 ? EPIPE : doorbell::ring(doorbell.get());
+            });
             rung = result == 0 || result == EPIPE;
         } else {
             // A process died while it reaped the hunter: the next reaper takes what the hunter has, and not what a

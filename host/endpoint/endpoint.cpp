@@ -8,16 +8,12 @@
 #include <cstring>
 #include <new>
 
-#include "host/arena/central_lists.h"
 #include "host/arena/domain_path.h"
-#include "host/arena/hunt_table.h"
-#include "host/arena/slot_table.h"
 #include "host/endpoint/answers.h"
 #include "host/endpoint/event_tags.h"
 #include "host/endpoint/fast_path.h"
 #include "host/mailbox/broadcast.h"
 #include "host/mailbox/doorbell.h"
-#include "host/mailbox/take_all_stack.h"
 #include "host/recovery/retire.h"
 #include "host/recovery/slot_reservation.h"
 #include "host/system/clock.h"
@@ -48,70 +44,58 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     return endpoint;
 }
 
-/// Null with errno. All that can fail comes before the store that opens the endpoint: nobody sees one that fails.
+/// Null with errno. All that can fail comes before the commit: nobody sees an endpoint that fails.
 std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name) {
-    const Arena& arena = domain->arena();
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() == -1) return nullptr;
     const DomainLock lock(*domain);
     if (!lock.isHeld()) return nullptr;
-    SlotReservation reserved(lock, name);
-    if (!reserved) return nullptr;
+    SlotReservation reservation(lock, name);
+    if (!reservation) return nullptr;
+    if (!watch(epoll.get(), reservation.doorbell().get(), EPOLLIN, event_tag::doorbell)) return nullptr;
     // Who hunts for the name is answered with a descriptor that is put aside before.
     ScopedDescriptor spare;
-    const bool isWatched = watch(epoll.get(), reserved.doorbell().get(), EPOLLIN, event_tag::doorbell);
-    if (!isWatched || (isHunted(arena, name) && !duplicate(epoll.get(), spare))) return nullptr;
+    if (isHunted(domain->arena(), name) && !duplicate(epoll.get(), spare)) return nullptr;
     errno = ENOMEM;
-    std::unique_ptr<Endpoint> endpoint(new (std::nothrow)
-                                           Endpoint(domain, reserved.spid(), epoll, reserved.doorbell()));
+    std::unique_ptr<Endpoint> endpoint(
+        new (std::nothrow) Endpoint(domain, reservation.spid(), epoll, reservation.doorbell()));
     if (endpoint == nullptr) return nullptr;
     spare.reset();
-    reserved.commit();
-    endpoint->owesAnswers_ = !answerHunts(lock, endpoint->spid_, name);  // only if another thread took the descriptor
-    if (endpoint->owesAnswers_) endpoint->callLater();
+    reservation.commit();
+    if (!answerHunts(lock, reservation.spid(), name)) {  // only if another thread has taken the descriptor
+        endpoint->chores_.oweAnswers();
+        endpoint->inbox_.timeouts().callAt(endpoint->chores_.due());
+    }
     return endpoint;
 }
 
 Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell)
     : domain_(std::move(domain)),
-      spid_(spid),
-      slot_(domain_->arena().slot(indexOf(spid))),
+      self_{*domain_, spid, domain_->arena().slot(indexOf(spid))},
       epoll_(epoll.release()),
-      doorbell_(doorbell.release()),
-      entry_(forks::stamp()),
-      nextEntry_(forks::stamp()),
-      forksSeen_(forks::stamp()),
-      generation_(forks::generation()),
-      forkRound_(slot_.forkRound.loadRelaxed()),
-      pool_(*domain_, spid),
-      peers_(*domain_, slot_, epoll_.get()),
-      budget_(SpinBudget::fromEnvironment()) {}
+      ownership_(self_),
+      signals_(self_),
+      peers_(self_, epoll_.get()),
+      inbox_(self_, signals_, peers_, epoll_.get(), doorbell),
+      chores_(self_, ownership_, signals_.pool(), peers_),
+      outbox_(self_, signals_, peers_, inbox_, chores_),
+      hunts_(self_, signals_, peers_, inbox_),
+      supervision_(self_, signals_, peers_, inbox_) {}
 
 Endpoint::~Endpoint() {
-    if (disowned_) {
+    if (ownership_.isDisowned()) {
         peers_.abandon();
-    } else if (isStillOpen()) {
+    } else if (self_.isStillOpen()) {
         leaveDomain();
     }
     for (char* name : names_) std::free(name);
 }
 
-/// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its doorbell,
-/// must not touch what is another's by now.
-bool Endpoint::isStillOpen() const {
-    return slot().life.loadRelaxed() == (spid_ | lifeOpen);
-}
-
 void Endpoint::leaveDomain() {
-    if (!takeMailboxIfRoom()) ++held_;  // what is in it is looked for with what the user holds
-    const uint32_t any[] = {0};
-    while (const Ref ref = queue_.take(any).ref) discard(ref);
-    while (const Ref ref = timers_.takeAny()) discard(ref);
-    for (uint32_t index = 0; index < peers_.size(); ++index) {
-        for (const Ref ref : peers_.takeNotices(index)) discard(ref);
-    }
-    pool_.takeReturned();  // or all of the arena would be looked through for it
-    end();                 // where somebody has removed the domain nobody can look for this endpoint any more
+    inbox_.discardAll();
+    peers_.takeNotices([&](Ref ref) { signals_.discard(ref); });
+    signals_.pool().takeReturned();  // or all of the arena would be looked through for it
+    end();  // where somebody has removed the domain nobody can look for this endpoint any more
 }
 
 /// Nobody can be told that this has failed, and while a forked process has a copy nobody else sees to it.
@@ -125,224 +109,218 @@ void Endpoint::end() {
 bool Endpoint::endInside() {
     const DomainLock lock(*domain_);
     if (!lock.isHeld()) return false;
-    if (!isStillOpen()) return true;
-    if (owesRings_) ringSleepers(*domain_);
-    const ScopedDescriptor doorbell(doorbell::open(domain_->directory(), spid_));
-    giveUpHunts();
-    const bool leavesNone = pool_.giveUp() && held_ == 0;
-    reap(lock, dead_.data(), dead_.size());
-    retire(lock, spid_, leavesNone ? Leftovers::none : Leftovers::held);
-    doorbell_.reset();
+    if (!self_.isStillOpen()) return true;
+    if (chores_.owesRings()) ringSleepers(*domain_);
+    const ScopedDescriptor doorbell(doorbell::open(domain_->directory(), self_.spid));
+    hunts_.giveUp(lock);
+    const bool leavesNone = signals_.pool().giveUp() && signals_.noneHeld();
+    reap(lock, peers_.dead().data(), peers_.dead().size());
+    retire(lock, self_.spid, leavesNone ? Leftovers::none : Leftovers::held);
+    inbox_.closeDoorbell();
     // Whoever holds the doorbell has been told by that, unless a forked process still has a copy of it. Under the
     // domain lock: should this process die meanwhile, the repair tells.
     if (doorbell.get() == -1 || !doorbell::isDead(doorbell.get())) tellOfEnds(*domain_);
     return true;
 }
 
-void Endpoint::giveUpHunts() {
-    forEachHunt(arena(), [&](Hunt& hunt) {
-        if (hunt.hunter.loadRelaxed() != spid_) return;
-        clearHunt(hunt);
-        const BlockRef block = arena().blockAt(hunt.signal.loadRelaxed());
-        if (!block || block->owner.loadRelaxed() != (spid_ | ownerQueued)) return;
-        central::abandon(arena(), block);
-        central::push(arena(), block);
-    });
-}
-
-int Endpoint::descriptor() {
-    ScopedDescriptor copy;
-    while (givenDescriptor_ == -1 && (duplicate(epoll_.get(), copy) || makeRoom())) {
-        givenDescriptor_ = copy.release();
-    }
-    return givenDescriptor_;
-}
-
-bool Endpoint::enter() {
-    return enterAtOnce() || enterInDoubt();
-}
-
-/// The stamp is not the one with which one may enter, or a thread is inside.
+/// Whether an operation may begin when it is not clear at once.
 bool Endpoint::enterInDoubt() {
-    uint32_t stamp;
-    if (!occupy(stamp)) {
-        errno = EINVAL;
-        if (isMaker()) return false;
-        doorbell_.reset();  // or the end of the process that has the endpoint would go unnoticed
-        errno = ECHILD;
-        return false;
+    switch (ownership_.enter()) {
+        case Ownership::Entry::entered:
+            chores_.ringBeforeOperation();
+            return true;
+        case Ownership::Entry::occupied:
+            errno = EINVAL;
+            return false;
+        case Ownership::Entry::copied:
+            inbox_.closeDoorbell();
+            break;
+        case Ownership::Entry::lost:
+            letGo();
+            break;
     }
-    if (forksSeen_ != stamp && !claim(stamp)) {
-        exit();
-        errno = ECHILD;
-        return false;
-    }
-    if (owesRings_) {
-        const uint64_t tick = coarseMilliseconds();
-        if (tick != ringsTriedAt_) ringOwed();  // all slots are looked at: too much for each operation
-        ringsTriedAt_ = tick;
-    }
-    return true;
+    errno = ECHILD;
+    return false;
 }
 
-/// Stores that a thread is inside, unless one is already; a child that is made from then on finds it so. `stamp` is
-/// that of the process.
-bool Endpoint::occupy(uint32_t& stamp) {
-    for (;;) {
-        forks::awaitFork();
-        const uint32_t entry = entry_.load(std::memory_order_relaxed);
-        if (entry == inside) return false;
-        entry_.store(inside, std::memory_order_relaxed);
-        forks::afterEntering();
-        stamp = forks::stamp();
-        if (stamp != forks::forking) return true;
-        entry_.store(entry, std::memory_order_relaxed);
-    }
-}
-
-/// Whether this is the process that has the endpoint, or had it before a fork in which it was the parent.
-bool Endpoint::isMaker() const {
-    return generation_ == forks::generation() && !forks::isSmuggled(generation_);
-}
-
-/// After a fork both processes hold the same copy of this object; the slot's round, raised once, tells them apart.
-/// One compare-and-swap decides and publishes nothing, so any order would do.
-bool Endpoint::claim(uint32_t stamp) {
-    uint32_t round = forkRound_;
-    const bool mayHave = !disowned_ && !forks::isSmuggled(generation_) && isStillOpen();
-    if (!mayHave || !slot().forkRound.casSeqCst(round, forkRound_ + 1)) {
-        disown();
-        return false;
-    }
-    forkRound_ += 1;
-    forksSeen_ = stamp;
-    nextEntry_ = owesRings_ ? overdue : stamp;
-    generation_ = forks::generation();
-    return true;
-}
-
-/// Lets go of the doorbell, so that the end of the process that has the endpoint does not go unnoticed.
-void Endpoint::disown() {
-    if (disowned_) return;
-    disowned_ = true;
-    doorbell_.reset();
+/// The endpoint is another process's: nothing of this copy may keep its end from being noticed.
+void Endpoint::letGo() {
+    inbox_.closeDoorbell();
     peers_.abandon();
 }
 
 Endpoint::Departure Endpoint::leave() {
-    uint32_t stamp;
-    if (!occupy(stamp)) {
-        errno = EINVAL;
-        if (isMaker()) return Departure::refused;
-        doorbell_.reset();  // as above
-        return Departure::forgotten;
+    const Departure departure = ownership_.leave();
+    if (departure == Departure::refused) errno = EINVAL;
+    if (departure == Departure::stays) errno = ECHILD;
+    if (departure == Departure::forgotten) inbox_.closeDoorbell();
+    if (ownership_.isDisowned()) letGo();
+    return departure;
+}
+
+int Endpoint::descriptor() {
+    ScopedDescriptor copy;
+    while (givenDescriptor_ == -1) {
+        if (duplicate(epoll_.get(), copy)) {
+            givenDescriptor_ = copy.release();
+        } else if (!peers_.makeRoom()) {
+            break;
+        }
     }
-    const bool isUnclaimed = !disowned_ && isStillOpen() && slot().forkRound.loadRelaxed() == forkRound_;
-    if (isUnclaimed && !isMaker()) {
-        disown();
-        return Departure::leaves;
+    updateReadiness();
+    return givenDescriptor_;
+}
+
+LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
+    LinxSignal* signal;
+    do {
+        signal = signals_.allocate(size, number);
+    } while (signal == nullptr && makeRoomForSignal());
+    return signal;
+}
+
+/// After a failed allocation: whether it is worth trying again. Each time that it is, a peer or somebody dead has
+/// gone. errno stays where it is not.
+bool Endpoint::makeRoomForSignal() {
+    if (peers_.makeRoom()) {
+        updateReadiness();
+        return true;
     }
-    if ((disowned_ || forksSeen_ != stamp) && !claim(stamp)) {
-        errno = ECHILD;
-        return Departure::stays;
+    return errno == ENOMEM && peers_.reapKnownDead();
+}
+
+int Endpoint::free(LinxSignal** signal) {
+    const BlockRef block = signals_.takeOver(signal);
+    if (!block) return -1;
+    signals_.discard(block);
+    return 0;
+}
+
+Spid Endpoint::sender(LinxSignal** signal) const {
+    const BlockRef block = signals_.find(*signal);
+    if (block) return block->sender.loadRelaxed() & spidMask;
+    errno = EINVAL;
+    return 0;
+}
+
+/// Takes a signal out of the user's hands, or makes one of `defaultNumber` when there is none. No block with errno.
+BlockRef Endpoint::takeOver(LinxSignal** signal, uint32_t defaultNumber) {
+    if (signal != nullptr && *signal != nullptr) return signals_.takeOver(signal);
+    LinxSignal* own = allocate(sizeof(LinxSignal), defaultNumber);
+    return own == nullptr ? BlockRef{} : signals_.takeOver(&own);
+}
+
+int Endpoint::forgo(LinxSignal** signal) {
+    const int reason = errno;
+    const BlockRef block = signal == nullptr ? BlockRef{} : signals_.takeOver(signal);
+    if (block) return signals_.refuse(block, reason);
+    errno = reason;
+    return -1;
+}
+
+int Endpoint::send(LinxSignal** signal, Spid to) {
+    const BlockRef block = signals_.takeOver(signal);
+    if (!block) return -1;
+    Peer* peer = peers_.find(to);
+    const int result = peer != nullptr ? outbox_.sendToPeer(block, *peer) : outbox_.sendToStranger(block, to);
+    if (peer == nullptr || isReadinessInDoubtAfter(result)) updateReadiness();
+    return result;
+}
+
+int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const uint32_t* selection) {
+    *signal = nullptr;
+    BlockRef block;
+    Inbox::Wait ended = Inbox::Wait::mail;
+    try {
+        if (inbox_.mayMissEvents() || signals_.pool().isUnderPressure()) noticeEvents();
+        block = inbox_.take(selection);
+        if (!block) ended = await(milliseconds, selection, block);
+        updateReadiness();
+    } catch (const std::bad_alloc&) {
+        // What could not be taken waits in the mailbox: the descriptor says so, and the next call tries again.
+        inbox_.notifySelf();
+        if (!block) throw;
     }
-    return Departure::leaves;
+    if (block) {
+        inbox_.timeouts().received(block.ref);
+        return signals_.handOut(block, signal);
+    }
+    if (ended != Inbox::Wait::closed && self_.isStillOpen()) return 0;
+    errno = ECONNABORTED;
+    return -1;
+}
+
+/// Waits for a signal that the selection allows, and takes it. Tells what ended the wait where there is none.
+Inbox::Wait Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection, BlockRef& block) {
+    using Wait = Inbox::Wait;
+    if (!self_.isStillOpen()) return Wait::closed;
+    inbox_.wake();
+    inbox_.collect();
+    block = inbox_.take(selection);
+    if (block) return Wait::mail;
+    uint64_t deadline = Timers::never;
+    if (milliseconds != nullptr) deadline = *milliseconds == 0 ? 0 : now() + *milliseconds * nanosecondsPerMillisecond;
+    for (;;) {
+        const Wait ended = inbox_.wait(deadline, [&] {
+            chores_.run();
+            outbox_.remindUnrung();
+            return chores_.due();
+        });
+        inbox_.collect();
+        block = inbox_.take(selection);
+        if (block || ended == Wait::deadline || ended == Wait::closed) return ended;
+        if (ended == Wait::event) continue;
+        noticeEvents();  // while others send without end what is not awaited, it never sleeps
+        block = inbox_.take(selection);
+        if (block) return ended;
+    }
+}
+
+/// What a busy endpoint must not miss though its queue never runs dry.
+void Endpoint::noticeEvents() {
+    Pool& pool = signals_.pool();
+    if (pool.isUnderPressure()) pool.yieldToPressure();
+    inbox_.noticeEvents();
+}
+
+/// Makes the descriptor true. It also becomes readable when what others wait for is to be tried again: the user may
+/// wait on nothing else.
+void Endpoint::changeReadiness() {
+    if (!self_.isStillOpen()) return;
+    const int keptErrno = errno;
+    inbox_.makeReadinessTrue();
+    if (chores_.owesOthers()) {
+        inbox_.timeouts().callAt(chores_.due());
+    } else {
+        inbox_.timeouts().callOff();
+    }
+    errno = keptErrno;
 }
 
 int Endpoint::hunt(const Name& name, LinxSignal** signal) {
-    BlockRef block;
-    if (!takeOver(signal, LINX_OS_HUNT_SIG, block)) return -1;
-    const int result = hunt(name, block);
+    const BlockRef block = takeOver(signal, LINX_OS_HUNT_SIG);
+    if (!block) return -1;
+    const int result = hunts_.hunt(name, block);
     updateReadiness();
     return result;
 }
 
-int Endpoint::hunt(const Name& name, const BlockRef& block) {
-    for (;;) {
-        const Spid found = findName(arena(), name);
-        if (found != 0 && (found == spid_ || connect(found) != nullptr)) return queueOwn(block, found);
-        // One that has died still has its name until it is reaped; any other trouble with its doorbell is the
-        // caller's.
-        if (found != 0 && (errno != ECONNRESET || !reapNow(found))) return refuse(block, errno);
-        bool opened = false;
-        int failure;
-        do {
-            failure = keepHunt(name, block, opened);
-            if (failure != 0) errno = failure;
-        } while (failure != 0 && makeRoom());
-        if (failure != 0) return refuse(block, failure);
-        if (!opened) return 0;
-    }
-}
-
-/// Leaves the hunt pending unless the name has been opened in the meantime. Returns 0 or an errno value.
-int Endpoint::keepHunt(const Name& name, const BlockRef& block, bool& opened) {
-    const DomainLock lock(*domain_);
-    if (!lock.isHeld()) return errno;
-    if (!isStillOpen()) return ECONNABORTED;  // nobody would clear it up
-    opened = findName(arena(), name) != 0;
-    if (opened) return 0;
-    park(block, spid_);
-    const int failure = addHunt(arena(), spid_, name, block.ref);
-    if (failure == EDQUOT) return ENOSPC;
-    // There may be hunts of the dead, whom nobody has missed yet.
-    return failure == ENOSPC && reapAllDeadIfDue(lock) ? addHunt(arena(), spid_, name, block.ref) : failure;
-}
-
 LinxRef Endpoint::attach(LinxSignal** notice, Spid spid) {
-    if (find(*notice).block == nullptr) {
-        errno = EINVAL;
-        return 0;
-    }
-    BlockRef block;
-    takeOver(notice, 0, block);
-    if (!everExisted(arena(), spid)) {
-        refuse(block, ESRCH);
-        return 0;
-    }
-    Peer* peer = nullptr;
-    const bool ended = !isOpen(arena(), spid);
-    if (!ended && spid != spid_) peer = connect(spid);
-    if (peer == nullptr && spid != spid_ && !ended && errno != ECONNRESET) {
-        refuse(block, errno);
-        updateReadiness();
-        return 0;
-    }
-    if (peer != nullptr) {
-        if (!supervise(*peer, block)) {
-            updateReadiness();  // the peer may have come in the place of one that has ended
-            return 0;
-        }
-    } else if (spid == spid_) {
-        park(block, spid);
-        ++held_;  // nobody learns of one's own end: the notice lies with the user's until then
-    } else if (queueOwn(block, spid) == -1) {  // what it had sent comes before the news of its end
-        return 0;
-    }
+    const BlockRef block = signals_.takeOver(notice);
+    if (!block) return 0;
+    const bool attached = supervision_.attach(block, spid);
     updateReadiness();
-    return nextReference();
+    return attached ? nextReference() : 0;
 }
 
 LinxRef Endpoint::nextReference() {
-    lastReference_ = timers_.referenceAfter(lastReference_);
+    lastReference_ = inbox_.timeouts().referenceAfter(lastReference_);
     return lastReference_;
-}
-
-/// False with errno ENOMEM, the notice freed.
-bool Endpoint::supervise(Peer& peer, const BlockRef& notice) {
-    try {
-        peers_.supervise(peer, notice.ref);
-    } catch (const std::bad_alloc&) {
-        refuse(notice, ENOMEM);
-        return false;
-    }
-    park(notice, peer.spid);
-    return true;
 }
 
 char* Endpoint::nameOf(Spid spid) {
     Name name;
-    if (!nameOfSpid(arena(), spid, name)) {
+    if (!nameOfSpid(self_.arena(), spid, name)) {
         errno = ESRCH;
         return nullptr;
     }
@@ -360,6 +338,39 @@ int Endpoint::freeName(char** name) {
     }
     std::free(*name);
     *name = nullptr;
+    return 0;
+}
+
+LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
+    const BlockRef block = takeOver(signal, LINX_OS_TIMEOUT_SIG);
+    if (!block) return 0;
+    bool isWatched = inbox_.timeouts().watch();
+    while (!isWatched && peers_.makeRoom()) isWatched = inbox_.timeouts().watch();
+    LinxRef reference = isWatched ? nextReference() : 0;
+    try {
+        if (isWatched) inbox_.timeouts().request(reference, milliseconds, block.ref);
+    } catch (const std::bad_alloc&) {
+        reference = 0;
+        errno = ENOMEM;
+    }
+    if (reference != 0) {
+        signals_.park(block, self_.spid);
+    } else {
+        signals_.refuse(block, errno);
+    }
+    updateReadiness();
+    return reference;
+}
+
+int Endpoint::cancelTimeout(LinxRef* reference) {
+    const BlockRef block = inbox_.cancelTimeout(*reference);
+    if (!block) {
+        errno = EINVAL;
+        return -1;
+    }
+    signals_.discard(block);
+    updateReadiness();
+    *reference = 0;
     return 0;
 }
 

@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
+#include "host/arena/slot_table.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/doorbell.h"
+#include "host/recovery/retire.h"
 
 namespace linx {
 namespace {
@@ -19,9 +22,31 @@ constexpr rlim_t largestReserve = 16;
 
 Peers::~Peers() {
     for (uint32_t i = 0; i < peers_.size(); ++i) disconnect(i);
+    takeNotices([](Ref) {});  // one by one: a long chain must not take itself down by recursion
 }
 
 Peer* Peers::connect(Spid spid) {
+    Peer* peer = find(spid);
+    if (peer != nullptr && !doorbell::isDead(peer->doorbell.get())) return peer;
+    end(indexOf(spid));  // this one, or an earlier user of its slot
+    errno = ECONNRESET;
+    if (peer != nullptr) return nullptr;
+    try {
+        peer = open(spid);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+    }
+    const int failure = errno;
+    if (peer == nullptr && failure == ECONNRESET) {
+        rememberDead(spid);
+        reapDead(DomainLock::Patience::tryOnce);
+    }
+    errno = failure;
+    return peer;
+}
+
+/// Makes `spid` a peer. REQUIRES an empty place at its index. Null with errno: ECONNRESET when its process is gone.
+Peer* Peers::open(Spid spid) {
     ScopedDescriptor doorbell(openDoorbell(spid));
     if (doorbell.get() == -1) {
         if (errno == ENXIO || errno == ENOENT) errno = ECONNRESET;
@@ -30,7 +55,7 @@ Peer* Peers::connect(Spid spid) {
     leaveReserve(doorbell);
     const uint32_t index = indexOf(spid);
     if (index >= peers_.size()) peers_.resize(index + 1);
-    auto peer = std::make_unique<Peer>(spid, domain_.arena().slot(index), doorbell);
+    auto peer = std::make_unique<Peer>(spid, self_.arena().slot(index), doorbell);
     while (!watch(epoll_, peer->doorbell.get(), 0, index)) {  // no events: all that is waited for is the reader's end
         if (!makeRoom()) return nullptr;
     }
@@ -40,8 +65,8 @@ Peer* Peers::connect(Spid spid) {
 }
 
 int Peers::openDoorbell(Spid spid) {
-    int doorbell = doorbell::open(domain_.directory(), spid);
-    while (doorbell == -1 && makeRoom()) doorbell = doorbell::open(domain_.directory(), spid);
+    int doorbell = doorbell::open(self_.domain.directory(), spid);
+    while (doorbell == -1 && makeRoom()) doorbell = doorbell::open(self_.domain.directory(), spid);
     return doorbell;
 }
 
@@ -65,28 +90,25 @@ void Peers::leaveReserve(ScopedDescriptor& doorbell) {
 
 bool Peers::disconnectOldest() {
     const Peer* oldest = nullptr;
-    forEach([&](const Peer& peer) {
-        if (peer.notices.empty() && (oldest == nullptr || peer.usedAt < oldest->usedAt)) oldest = &peer;
-    });
+    for (const auto& peer : peers_) {
+        if (peer == nullptr || !peer->notices.empty()) continue;
+        if (oldest == nullptr || peer->usedAt < oldest->usedAt) oldest = peer.get();
+    }
     if (oldest == nullptr) return false;
-    introduction::revoke(own_);
+    introduction::revoke(self_.slot);
     disconnect(indexOf(oldest->spid));
     return true;
 }
 
-void Peers::supervise(Peer& peer, Ref notice) {
-    peer.notices.push_back(notice);
-    ++supervisions_;
-}
-
-void Peers::disconnect(uint32_t index) {
-    if (inSlot(index) == nullptr) return;
-    supervisions_ -= peers_[index]->notices.size();
+/// Takes a peer out of its slot; null if there is none.
+std::unique_ptr<Peer> Peers::disconnect(uint32_t index) {
+    if (inSlot(index) == nullptr) return nullptr;
     forgetLatest();
-    unrung_ = nullptr;
+    std::unique_ptr<Peer> peer = std::move(peers_[index]);
     // Taken out by hand: closing is not enough where a forked child still has a copy of the descriptor.
-    epoll_ctl(epoll_, EPOLL_CTL_DEL, peers_[index]->doorbell.get(), nullptr);
-    peers_[index].reset();
+    epoll_ctl(epoll_, EPOLL_CTL_DEL, peer->doorbell.get(), nullptr);
+    peer->doorbell.reset();
+    return peer;
 }
 
 Peer* Peers::lookUp(Spid spid) {
@@ -105,17 +127,120 @@ void Peers::forgetLatest() {
     latest_ = nullptr;
 }
 
-std::vector<Ref> Peers::takeNotices(uint32_t index) {
-    if (inSlot(index) == nullptr) return {};
-    std::vector<Ref> notices;
-    notices.swap(peers_[index]->notices);
-    supervisions_ -= notices.size();
-    return notices;
+void Peers::hear(const uint32_t* records, uint32_t count) {
+    bool someEnded = false;
+    for (uint32_t i = 0; i < count; ++i) {
+        const Spid spid = records[i] & spidMask;
+        if (records[i] == doorbell::ended) someEnded = true;
+        if (spid == records[i] && spid != 0 && spid != self_.spid) watchSender(spid);
+    }
+    if (someEnded) findEnded();
+}
+
+/// That may have been an end, or an introduction.
+void Peers::missRecords() {
+    introduction::revoke(self_.slot);
+    findEnded();
+}
+
+/// Watches a sender from now on. One that cannot be watched for want of descriptors or memory may still talk, and has
+/// to introduce itself each time.
+void Peers::watchSender(Spid sender) {
+    if (!isOpen(self_.arena(), sender) || find(sender) != nullptr) return;
+    if (connect(sender) == nullptr && isOpen(self_.arena(), sender)) introduction::revoke(self_.slot);
+}
+
+void Peers::check(uint32_t index) {
+    const Peer* peer = inSlot(index);
+    if (peer == nullptr) return;
+    // Acquire: (L), as in isOpen.
+    const bool isOpen = peer->slot.life.loadAcquire() == (peer->spid | lifeOpen);
+    if (!isOpen || doorbell::isDead(peer->doorbell.get())) end(index);
+}
+
+/// Some peer has ended, of which its doorbell does not tell.
+void Peers::findEnded() {
+    for (uint32_t index = 1; index < peers_.size(); ++index) {
+        const Peer* peer = inSlot(index);
+        if (peer != nullptr && !isOpen(self_.arena(), peer->spid)) end(index);
+    }
+}
+
+/// Takes no lock: whoever has it may have been stopped. Needs no memory.
+void Peers::end(uint32_t index) {
+    std::unique_ptr<Peer> peer = disconnect(index);
+    if (peer == nullptr) return;
+    rememberDead(peer->spid);
+    if (peer->notices.empty()) return;
+    Peer* const last = peer.get();
+    (hasEnded() ? lastEnded_->nextEnded : firstEnded_) = std::move(peer);
+    lastEnded_ = last;
+}
+
+void Peers::supervise(Peer& peer, Ref notice) {
+    peer.notices.push_back(notice);
+    ++supervisions_;
+}
+
+void Peers::deliverNotices(SignalQueue& queue) {
+    while (hasEnded()) {
+        queue.reserve(firstEnded_->notices.size());  // all or none: a notice must not be delivered twice
+        for (const Ref notice : firstEnded_->notices) {
+            const BlockRef block = self_.arena().blockAt(notice);
+            if (block) queue.append({notice, block.sizeClass}, block->signal.number);
+        }
+        supervisions_ -= firstEnded_->notices.size();
+        firstEnded_ = std::move(firstEnded_->nextEnded);
+    }
+}
+
+/// Keeps in mind to reap an endpoint whose process has died. Without memory somebody else will have to.
+void Peers::rememberDead(Spid dead) {
+    if (!isOpen(self_.arena(), dead) || std::find(dead_.begin(), dead_.end(), dead) != dead_.end()) return;
+    try {
+        dead_.push_back(dead);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
+bool Peers::reapDead(DomainLock::Patience patience) {
+    if (dead_.empty()) return true;
+    const DomainLock lock(self_.domain, patience);
+    if (!lock.isHeld()) return false;
+    linx::reap(lock, dead_.data(), dead_.size());
+    dead_.clear();
+    return true;
+}
+
+bool Peers::reap(Spid dead) {
+    const DomainLock lock(self_.domain);
+    if (!lock.isHeld()) return false;
+    linx::reap(lock, &dead, 1);
+    return true;
+}
+
+bool Peers::reapKnownDead() {
+    const int keptErrno = errno;
+    constexpr int most = 64;
+    epoll_event events[most];
+    int count;
+    size_t known;
+    do {  // each look tells of others, until all have been told of
+        known = dead_.size();
+        count = epoll_wait(epoll_, events, most, 0);
+        for (int i = 0; i < count; ++i) {
+            const Peer* peer = inSlot(events[i].data.u32);  // none is in the doorbell's or the timer's
+            const bool mayBeDead = peer != nullptr && isOpen(self_.arena(), peer->spid);
+            if (mayBeDead && doorbell::isDead(peer->doorbell.get())) rememberDead(peer->spid);
+        }
+    } while (count == most && dead_.size() != known);
+    const bool any = !dead_.empty() && reapDead(DomainLock::Patience::wait);
+    errno = keptErrno;
+    return any;
 }
 
 void Peers::abandon() {
     forgetLatest();
-    unrung_ = nullptr;
     peers_.clear();
 }
 

@@ -1,11 +1,15 @@
 #ifndef LINXIPC_HOST_ENDPOINT_PEERS_H
 #define LINXIPC_HOST_ENDPOINT_PEERS_H
 
+#include <algorithm>
 #include <memory>
+#include <utility>
 #include <vector>
 
-#include "host/arena/domain.h"
+#include "host/endpoint/identity.h"
+#include "host/endpoint/signal_queue.h"
 #include "host/mailbox/introduction.h"
+#include "host/recovery/domain_lock.h"
 
 namespace linx {
 
@@ -24,15 +28,21 @@ struct Peer {
     uint32_t sendsUntilCheck = 0;  ///< how many of these are still to pass
     uint64_t usedAt = 0;           ///< counts uses of all peers: which one was used longest ago
     std::vector<Ref> notices;      ///< to deliver when it ends
+    std::unique_ptr<Peer> nextEnded;
 };
 
-/// The peers of an endpoint, one a slot. Belongs to the endpoint's thread.
+/// The peers of an endpoint, one a slot: whom it is connected to, whether they live, and what is to be done when they
+/// have ended. Those that have go out of their slots at once, for the next user of the slot to be connected; their
+/// notices wait for whoever delivers them, the dead among them for somebody to reap them.
+///
+/// Belongs to the endpoint's thread.
 class Peers {
 public:
-    /// `own` is the slot of the endpoint whose peers they are, `epoll` the set in which doorbells are watched, tagged
-    /// with the index of the peer's slot.
-    Peers(const Domain& domain, Slot& own, int epoll) : domain_(domain), own_(own), epoll_(epoll) {}
+    /// Doorbells are watched in the set `epoll`, tagged with the index of the peer's slot.
+    Peers(const Identity& self, int epoll) : self_(self), epoll_(epoll) {}
     ~Peers();
+    Peers(const Peers&) = delete;
+    Peers& operator=(const Peers&) = delete;
 
     /// The peer, if it is one already.
     Peer* find(Spid spid) { return spid == latestSpid_ ? latest_ : lookUp(spid); }
@@ -41,61 +51,97 @@ public:
     Peer* latest() const { return latest_; }
     Peer* latest(Spid spid) const { return spid == latestSpid_ ? latest_ : nullptr; }
 
-    /// The peer in this slot, whatever its incarnation.
-    Peer* inSlot(uint32_t index) const { return index < peers_.size() ? peers_[index].get() : nullptr; }
-
-    /// Slot indices are below.
-    uint32_t size() const { return static_cast<uint32_t>(peers_.size()); }
-
-    /// Makes `spid` a peer. REQUIRES an empty place at its index. Null with errno: ECONNRESET when its process is
-    /// gone, otherwise what opening its doorbell says. Another peer may have to go for it, see below.
+    /// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died, otherwise what opening its
+    /// doorbell says. Where descriptors run out, another peer goes for it.
     Peer* connect(Spid spid);
+
+    /// What others have written into this endpoint's doorbell: senders that introduce themselves are watched from now
+    /// on, and ended peers are looked for if some have ended of which the kernel does not tell.
+    void hear(const uint32_t* records, uint32_t count);
+
+    /// Records may have been dropped.
+    void missRecords();
+
+    /// The kernel has told of the peer in this slot, if there is one. It is asked again: the slot may be another
+    /// endpoint's by now, which lives.
+    void check(uint32_t index);
+
+    /// The peer has ended.
+    void end(const Peer& peer) { end(indexOf(peer.spid)); }
 
     /// Keeps a notice for the peer's end.
     void supervise(Peer& peer, Ref notice);
+
+    /// Whether any notice is still to be delivered.
     bool supervising() const { return supervisions_ != 0; }
 
-    /// Forgets a peer.
-    void disconnect(uint32_t index);
+    /// Whether some can be delivered now.
+    bool hasEnded() const { return firstEnded_ != nullptr; }
+
+    /// Delivers them. REQUIRES that what the ended ones had sent is in the queue already. Out of memory, those of
+    /// each peer have been delivered, or are kept.
+    void deliverNotices(SignalQueue& queue);
+
+    /// Takes all notices, of whomever, and calls `visit(notice)` for each.
+    template <class Visit>
+    void takeNotices(Visit visit) {
+        for (const auto& peer : peers_) {
+            if (peer != nullptr) takeNotices(*peer, visit);
+        }
+        for (; hasEnded(); firstEnded_ = std::move(firstEnded_->nextEnded)) takeNotices(*firstEnded_, visit);
+    }
 
     /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now.
-    /// It comes from the peer that was used longest ago and is not supervised: it can be met again. errno stays where
-    /// it is not.
+    /// It comes from the peer that was used longest ago and is not supervised: it can be connected again. It may have
+    /// died since its last signal and have rung for none, so the mailbox is to be looked at. errno stays where it is
+    /// not.
     bool makeRoom();
 
-    /// Takes the notices that wait for the end of the peer in this slot.
-    std::vector<Ref> takeNotices(uint32_t index);
+    /// Those found dead that nobody has reaped yet, because the lock was taken just then.
+    const std::vector<Spid>& dead() const { return dead_; }
+
+    /// Reaps them, together. False with errno when the lock could not be had: then later.
+    bool reapDead(DomainLock::Patience patience);
+
+    /// The same for one that was found dead, waiting for the lock. Needs no memory.
+    bool reap(Spid dead);
+
+    /// Reaps those of whose death the kernel can tell, without delivering anything: for an allocation, whose memory
+    /// they may have. Whether there were any. errno stays.
+    bool reapKnownDead();
 
     /// Closes the doorbells without touching the epoll set, which belongs to another process by now.
     void abandon();
 
-    /// The peer that was sent a signal last, if it did not ask to be rung for it.
-    void noteUnrung(Peer* peer) { unrung_ = peer; }
-    Peer* unrung() const { return unrung_; }
-
-    /// Calls `visit(peer)` for each.
-    template <class Visit>
-    void forEach(Visit visit) const {
-        for (const auto& peer : peers_) {
-            if (peer != nullptr) visit(*peer);
-        }
-    }
-
 private:
+    template <class Visit>
+    void takeNotices(Peer& peer, Visit visit) {
+        std::for_each(peer.notices.begin(), peer.notices.end(), visit);
+        supervisions_ -= peer.notices.size();
+        peer.notices.clear();
+    }
+    Peer* inSlot(uint32_t index) const { return index < peers_.size() ? peers_[index].get() : nullptr; }
     Peer* lookUp(Spid spid);
+    Peer* open(Spid spid);
+    void end(uint32_t index);
+    void findEnded();
+    void watchSender(Spid sender);
+    void rememberDead(Spid dead);
+    std::unique_ptr<Peer> disconnect(uint32_t index);
     void forgetLatest();
     int openDoorbell(Spid spid);
     void leaveReserve(ScopedDescriptor& doorbell);
     bool disconnectOldest();
 
-    const Domain& domain_;
-    Slot& own_;
+    const Identity self_;
     const int epoll_;
     std::vector<std::unique_ptr<Peer>> peers_;  ///< by slot index
+    std::unique_ptr<Peer> firstEnded_;          ///< those with notices
+    Peer* lastEnded_ = nullptr;
+    std::vector<Spid> dead_;
     size_t supervisions_ = 0;
     Spid latestSpid_ = 0;  ///< most signals go where the one before went
     Peer* latest_ = nullptr;
-    Peer* unrung_ = nullptr;
     uint64_t uses_ = 0;
 };
 

@@ -46,7 +46,7 @@ constexpr bool isRefused(uint32_t before) {
 /// Pushes a block that belongs to the caller, with its next owner already written. Returns the head found, without
 /// its tag; or, the block being still the caller's, `closed` when the stack takes nothing any more, and `retagged`
 /// when its tag is another than `tag`.
-inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
+[[gnu::always_inline]] inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
     assert(ref > retagged && refOf(ref) == ref && refOf(tag) == 0);
     uint32_t found = head.loadRelaxed();  // relaxed: only a guess, the compare-and-swap below checks it
     uint32_t seen;
@@ -56,7 +56,7 @@ inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
         if (seen > refMask) return retagged;
         // Release: (G), pairs with walk(). The taker would be served by the compare-and-swap that follows.
         block.next.storeRelease(seen);
-        // Release: (F), pairs with takeAll; the taker reads the block's contents after the head, and those of the
+        // Release: (F), pairs with claimAll; the taker reads the block's contents after the head, and those of the
         // blocks below, since all that changes the head is a read-modify-write. Sequentially consistent: the pusher's
         // next look at the wake state must not come before it, see wake_state.h (A). Dying before: the block stays
         // the caller's, named by its slot's `sending`. After: it has been sent.
@@ -64,9 +64,9 @@ inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
     return seen;
 }
 
-/// Takes the whole chain, leaving `leave` (empty or closed) behind, and returns its last block, or `empty`. The
-/// caller sets `claim` back to 0 once every block of the chain has its next owner.
-inline Ref takeAll(Word& head, Word& claim, uint32_t leave) {
+/// Claims the whole chain and takes it off the stack, leaving `leave` (empty or closed) behind. Returns its last block,
+/// or `empty`. Once every block of the chain has its next owner, the claim is to be released.
+inline Ref claimAll(Word& head, Word& claim, uint32_t leave) {
     assert(leave == empty || leave == closed);
     uint32_t found = head.loadRelaxed();  // relaxed: as in push
     for (Ref seen = refOf(found); seen != closed && (seen != empty || leave == closed); seen = refOf(found)) {
@@ -118,6 +118,21 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
         visit(block);
         return true;
     });
+}
+
+/// Gives up a claim: every block of the chain has its next owner, as is seen by whoever finds the claim gone (I).
+inline void release(Word& claim) {
+    claim.storeRelease(0);
+}
+
+/// Takes the whole chain, leaving `leave` behind: `visit(block)`, which must not throw, gives each its next owner.
+/// Returns the last block, or `empty`.
+template <class Visit>
+Ref takeAll(const Arena& arena, Word& head, Word& claim, uint32_t leave, Visit visit) {
+    const Ref chain = claimAll(head, claim, leave);
+    walk(arena, chain, visit);
+    release(claim);
+    return chain;
 }
 
 /// Whether `wanted` lies in the stack or in the chain being taken from it. REQUIRES that nobody pushes it any more. A

@@ -53,7 +53,7 @@ constexpr bool wantsRing(uint32_t found, Spid to) {
 static_assert(parked < awake && notified == awake + 1 && notifying > notified,
               "wantsRing counts on the order of states");
 
-/// Rings the doorbell of `to` after a push, `found` being its wake state since then. `writeDoorbell` rings it
+/// Rings the doorbell of `to` if it asks for it, `found` being its wake state since a push. `writeDoorbell` rings it
 /// and returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over
 /// that: the word goes on asking the next sender to ring, and the caller has to try again.
 template <class WriteDoorbell>
@@ -70,6 +70,12 @@ int ring(Word& wakeState, uint32_t found, Spid to, uint32_t ownIndex, WriteDoorb
         wakeState.casSeqCst(expected, word(to, notified));  // fails when the endpoint has woken up: it decides then
     }
     return result;
+}
+
+/// Looks whether the endpoint `to` in this slot asks to be rung, after a push, and does it as above.
+template <class WriteDoorbell>
+int ringIfAsked(Slot& slot, Spid to, uint32_t ownIndex, WriteDoorbell writeDoorbell) {
+    return ring(slot.wakeState, slot.wakeState.loadSeqCst(), to, ownIndex, writeDoorbell);  // (B)
 }
 
 }  // namespace wake_state

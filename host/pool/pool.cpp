@@ -152,11 +152,9 @@ void Pool::takeReturned() {
     if (!isHomeOpen()) return;  // what comes back there is another's by now
     // Also where it is wrong: two endpoints that give back at once may overwrite each other.
     own.returnedLines.storeRelaxed(0);
-    const Ref chain = stack::takeAll(own.returned, own.returnedClaim, stack::empty);
-    if (chain == stack::empty) return;
     // The order turns round: the block that came home first is used first, which the other processor has had the most
     // time to let go of. With the last one first a stream of small signals takes half as long again.
-    stack::walk(arena(), chain, [&](BlockRef block) {
+    const Ref chain = stack::takeAll(arena(), own.returned, own.returnedClaim, stack::empty, [&](BlockRef block) {
         const uint32_t owner = block->owner.loadAcquire();  // the take would do (F)
         if ((owner & ownerInFlight) == 0 || indexOf(owner) != indexOf(home_)) return;
         markFree(block);
@@ -164,8 +162,7 @@ void Pool::takeReturned() {
         own.returnedClaim.storeRelease(block->next.loadRelaxed());
         prepend(block.ref, *block, 1, block.sizeClass);
     });
-    own.returnedClaim.storeRelease(0);  // (I), after the last block got its owner
-    if (keepsTooMuch()) trim();
+    if (chain != stack::empty && keepsTooMuch()) trim();
 }
 
 /// Lines that the endpoint is home to. More than there are is what garbage leaves: none then.

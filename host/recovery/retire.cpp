@@ -27,11 +27,9 @@ bool closeStack(const Arena& arena, Word& head, Word& claim, Spid spid) {
             block->owner.storeRelease(spid | ownerQueued);
         }
     };
+    // The orders are no weaker than the endpoint's own, though it has died (Q) or is the caller.
     stack::walk(arena, claim.loadAcquire(), keep);
-    stack::walk(arena, stack::takeAll(head, claim, stack::closed), keep);
-    // Only now: a death before it leaves the chain claimed. The orders above are no weaker than the endpoint's
-    // own, though it has died (Q) or is the caller.
-    claim.storeRelease(0);
+    stack::takeAll(arena, head, claim, stack::closed, keep);
     return any;
 }
 

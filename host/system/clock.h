@@ -7,6 +7,8 @@
 
 namespace linx {
 
+constexpr uint64_t nanosecondsPerMillisecond = 1000000;
+
 inline uint64_t toNanoseconds(const timespec& time) {
     return static_cast<uint64_t>(time.tv_sec) * 1000000000u + static_cast<uint64_t>(time.tv_nsec);
 }

@@ -97,7 +97,7 @@ protected:
 TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
     const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { push(2); },
                                             [&] {
-                                                const Ref taken = stack::takeAll(head, claim, stack::empty);
+                                                const Ref taken = stack::claimAll(head, claim, stack::empty);
                                                 EXPECT_NE(stack::empty, taken);
                                                 EXPECT_EQ(taken, claim.loadRelaxed());
                                             });
@@ -108,7 +108,7 @@ TEST_F(TakingTest, NothingStaysClaimedOfWhatSomebodyElseHasTaken) {
     for (const uint32_t leave : {stack::empty, stack::closed}) {
         const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { head.exchangeSeqCst(stack::closed); },
                                                 [&] {
-                                                    const Ref taken = stack::takeAll(head, claim, leave);
+                                                    const Ref taken = stack::claimAll(head, claim, leave);
                                                     EXPECT_EQ(taken, claim.loadRelaxed());
                                                 });
         EXPECT_GT(looks, 1u);

@@ -68,10 +68,10 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
 
 TEST_F(GapsTest, ADoorbellThatCouldNotBeRungIsRungByTheNextSender) {
     constexpr Spid receiver = makeSpid(5, 1);
-    Word word{};
-    word.storeRelaxed(wake_state::word(receiver, wake_state::parked));
-    EXPECT_EQ(wake_state::ring(word, word.loadRelaxed(), receiver, 3, [] { return EMFILE; }), EMFILE);
-    EXPECT_TRUE(wake_state::wantsRing(word.loadRelaxed(), receiver));
+    Slot slot{};
+    slot.wakeState.storeRelaxed(wake_state::word(receiver, wake_state::parked));
+    EXPECT_EQ(wake_state::ringIfAsked(slot, receiver, 3, [] { return EMFILE; }), EMFILE);
+    EXPECT_TRUE(wake_state::wantsRing(slot.wakeState.loadRelaxed(), receiver));
 }
 
 TEST_F(GapsTest, ASpidThatWasNeverUsedIsToldWithoutTouchingItsSlot) {

@@ -144,7 +144,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
         ASSERT_EQ(addHunt(arena, hunter, nameOf("wanted"), blocks[0]), 0);
     }
     Slot& slot = slotOf(hunter);
-    stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::closed);
+    stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::closed);
     repairAfterDeath();
     const Linx wanted("wanted");
     reapDead(hunter);

@@ -59,7 +59,7 @@ TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
-    stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::empty);
+    stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::empty);
     block(blocks[4]).owner.storeRelaxed(dead | ownerQueued);  // the first one had been marked already
     post(blocks[5], sender, dead);
     reapDead(dead);
@@ -75,7 +75,7 @@ TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
-    stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::closed);
+    stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::closed);
     repairAfterDeath();
     reapDead(dead);
     reapDead(sender);
@@ -91,7 +91,7 @@ TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
     for (size_t i = 0; i < 4; ++i) {
         address(blocks[i], freer, dead);
         stack::push(slot.returned, block(blocks[i]), blocks[i]);
-        if (i == 2) stack::takeAll(slot.returned, slot.returnedClaim, stack::empty);
+        if (i == 2) stack::claimAll(slot.returned, slot.returnedClaim, stack::empty);
     }
     block(blocks[2]).owner.storeRelaxed(ownerFree);
     reapDead(dead);

@@ -37,7 +37,7 @@ TEST_F(TakeAllStackTest, WhatIsTakenIsAllThatWasPushedTheLastFirst) {
     EXPECT_EQ(push(3), stack::empty);
     EXPECT_EQ(push(1), ref(3));
     EXPECT_EQ(push(2), ref(1));
-    const Ref taken = stack::takeAll(head, claim, stack::empty);
+    const Ref taken = stack::claimAll(head, claim, stack::empty);
     EXPECT_EQ(chain(taken), (std::vector<uint32_t>{2, 1, 3}));
     EXPECT_EQ(head.loadRelaxed(), stack::empty);
 }
@@ -45,27 +45,27 @@ TEST_F(TakeAllStackTest, WhatIsTakenIsAllThatWasPushedTheLastFirst) {
 TEST_F(TakeAllStackTest, WhatIsTakenIsClaimed) {
     push(3);
     push(1);
-    const Ref taken = stack::takeAll(head, claim, stack::empty);
+    const Ref taken = stack::claimAll(head, claim, stack::empty);
     EXPECT_EQ(claim.loadRelaxed(), taken);
 }
 
 TEST_F(TakeAllStackTest, AnEmptyStackGivesNothingAndClaimsNothing) {
-    EXPECT_EQ(stack::takeAll(head, claim, stack::empty), stack::empty);
+    EXPECT_EQ(stack::claimAll(head, claim, stack::empty), stack::empty);
     EXPECT_EQ(claim.loadRelaxed(), 0u);
 }
 
 TEST_F(TakeAllStackTest, AClosedStackRefusesAndStaysClosed) {
     push(1);
-    EXPECT_EQ(chain(stack::takeAll(head, claim, stack::closed)), (std::vector<uint32_t>{1}));
+    EXPECT_EQ(chain(stack::claimAll(head, claim, stack::closed)), (std::vector<uint32_t>{1}));
     EXPECT_EQ(push(2), stack::closed);
     EXPECT_EQ(head.loadRelaxed(), stack::closed);
-    EXPECT_EQ(stack::takeAll(head, claim, stack::empty), stack::empty);
-    EXPECT_EQ(stack::takeAll(head, claim, stack::closed), stack::empty);
+    EXPECT_EQ(stack::claimAll(head, claim, stack::empty), stack::empty);
+    EXPECT_EQ(stack::claimAll(head, claim, stack::closed), stack::empty);
     EXPECT_EQ(head.loadRelaxed(), stack::closed);
 }
 
 TEST_F(TakeAllStackTest, AnEmptyStackCanBeClosed) {
-    EXPECT_EQ(stack::takeAll(head, claim, stack::closed), stack::empty);
+    EXPECT_EQ(stack::claimAll(head, claim, stack::closed), stack::empty);
     EXPECT_EQ(push(1), stack::closed);
 }
 
@@ -97,7 +97,7 @@ TEST_F(TakeAllStackTest, ABlockIsHeldInTheHeadAndWhileItIsTakenAndNotAfterwards)
     EXPECT_TRUE(stack::holds(arena, head, claim, ref(1)));
     EXPECT_TRUE(stack::holds(arena, head, claim, ref(2)));
     EXPECT_FALSE(stack::holds(arena, head, claim, ref(3)));
-    stack::takeAll(head, claim, stack::closed);
+    stack::claimAll(head, claim, stack::closed);
     EXPECT_TRUE(stack::holds(arena, head, claim, ref(1)));
     EXPECT_TRUE(stack::holds(arena, head, claim, ref(2)));
     claim.storeRelaxed(0);
@@ -118,7 +118,7 @@ TEST_F(TakeAllStackTest, NothingIsLostAndNothingIsDoubledAmongThreads) {
     std::vector<uint32_t> arrived;
     while (arrived.size() != 3 * each) {
         const auto before = static_cast<std::ptrdiff_t>(arrived.size());
-        stack::walk(arena, stack::takeAll(head, claim, stack::empty),
+        stack::walk(arena, stack::claimAll(head, claim, stack::empty),
                     [&](BlockRef block) { arrived.push_back(block->signal.number); });
         std::reverse(arrived.begin() + before, arrived.end());
     }

@@ -168,10 +168,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
                 const Ref ref = arena.refOfPage(0) + sender * each + i;
                 arena.blockAt(ref)->signal.number = i;
                 linxtest::deliver(slot, *arena.blockAt(ref), ref);
-                const uint32_t found = slot.wakeState.loadSeqCst();
-                if (!wake_state::wantsRing(found, receiver)) continue;
-                wake_state::ring(slot.wakeState, found, receiver, sender + 1,
-                                 [&] { return doorbell::ring(peer.get()); });
+                wake_state::ringIfAsked(slot, receiver, sender + 1, [&] { return doorbell::ring(peer.get()); });
             }
         });
     }
@@ -184,7 +181,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
             ASSERT_EQ(::poll(&poll, 1, -1), 1);
         }
         slot.wakeState.exchangeSeqCst(wake_state::word(receiver, wake_state::awake));
-        stack::walk(arena, stack::takeAll(slot.mailbox, slot.mailboxClaim, stack::empty), [&](BlockRef) { --left; });
+        stack::walk(arena, stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::empty), [&](BlockRef) { --left; });
     }
     for (std::thread& sender : senders) sender.join();
     doorbell::remove(directory.get(), receiver);

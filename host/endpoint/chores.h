@@ -1,0 +1,55 @@
+#ifndef LINXIPC_HOST_ENDPOINT_CHORES_H
+#define LINXIPC_HOST_ENDPOINT_CHORES_H
+
+#include "host/endpoint/ownership.h"
+#include "host/endpoint/peers.h"
+#include "host/pool/pool.h"
+
+namespace linx {
+
+/// What could not be done when it was due, and is tried again: rings and answers that others wait for, the dead to be
+/// reaped, memory that others want. While others wait for it, no receive sleeps for long; the rest can wait: an
+/// endpoint that needs the name or the memory of the dead looks for them itself.
+class Chores {
+public:
+    Chores(const Identity& self, Ownership& ownership, Pool& pool, Peers& peers)
+        : self_(self), ownership_(ownership), pool_(pool), peers_(peers) {}
+
+    /// A ring that a peer asked for has failed, though the peer lives.
+    void oweRing();
+
+    /// Somebody hunts for this endpoint and could not be answered.
+    void oweAnswers() { owesAnswers_ = true; }
+
+    bool owesRings() const { return owesRings_; }
+    bool owesOthers() const { return owesRings_ || owesAnswers_ || pool_.owesRelief(); }
+
+    /// Tries again to do all of it, if there is any.
+    void run() {
+        if (owesOthers() || !peers_.dead().empty() || pool_.isUnderPressure()) runAll();
+    }
+
+    /// Tries the rings again before an operation, but once a tick of the kernel.
+    void ringBeforeOperation();
+
+    /// When what others wait for is to be tried again, in nanoseconds of the monotonic clock, less and less often;
+    /// Timers::never when there is no such thing.
+    uint64_t due() const;
+
+private:
+    void runAll();
+    void ring();
+
+    const Identity self_;
+    Ownership& ownership_;
+    Pool& pool_;
+    Peers& peers_;
+    bool owesRings_ = false;
+    uint64_t ringsTriedAt_ = 0;  ///< the tick in which an operation last tried to make that good
+    bool owesAnswers_ = false;
+    uint32_t pause_ = 0;  ///< milliseconds until what others wait for is tried again
+};
+
+}  // namespace linx
+
+#endif

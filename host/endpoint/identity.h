@@ -1,0 +1,23 @@
+#ifndef LINXIPC_HOST_ENDPOINT_IDENTITY_H
+#define LINXIPC_HOST_ENDPOINT_IDENTITY_H
+
+#include "host/arena/domain.h"
+
+namespace linx {
+
+/// Who an endpoint is, for all of its parts. The domain outlives them.
+struct Identity {
+    const Domain& domain;
+    const Spid spid;
+    Slot& slot;
+
+    const Arena& arena() const { return domain.arena(); }
+
+    /// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its doorbell,
+    /// must not touch what is another's by now.
+    bool isStillOpen() const { return slot.life.loadRelaxed() == (spid | lifeOpen); }
+};
+
+}  // namespace linx
+
+#endif

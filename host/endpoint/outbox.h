@@ -1,0 +1,108 @@
+#ifndef LINXIPC_HOST_ENDPOINT_OUTBOX_H
+#define LINXIPC_HOST_ENDPOINT_OUTBOX_H
+
+#include "host/endpoint/chores.h"
+#include "host/endpoint/inbox.h"
+#include "host/mailbox/introduction.h"
+#include "host/mailbox/take_all_stack.h"
+#include "host/mailbox/wake_state.h"
+
+namespace linx {
+
+/// Sending: a signal that was taken over goes into another endpoint's mailbox, and that one is rung if it asks.
+class Outbox {
+public:
+    Outbox(const Identity& self, Signals& signals, Peers& peers, Inbox& inbox, Chores& chores)
+        : self_(self), signals_(signals), peers_(peers), inbox_(inbox), chores_(chores) {}
+
+    /// What has become of a signal on its way to a peer.
+    enum class Posted {
+        done,
+        refused,       ///< still here: the peer has ended, or wants an introduction, or it did not go at once
+        wantsRing,     ///< the peer asks to be rung for it
+        wantsReminder  ///< the peer is to be rung though it does not ask
+    };
+
+    /// Posts a signal to a peer that knows this endpoint, as most do. `refused` leaves everything as it was.
+    Posted postAtOnce(const BlockRef& block, Peer& peer);
+
+    /// Does what is left to do of a send. Returns its result: 0, or -1 with errno, the signal freed.
+    int finish(const BlockRef& block, Peer& peer, Posted posted);
+
+    /// Sends to a peer, introducing this endpoint if it has to. Result as above.
+    int sendToPeer(const BlockRef& block, Peer& peer);
+
+    /// Sends to whomever this endpoint has not talked to yet, or to itself. Result as above; ESRCH when there never
+    /// was such an endpoint.
+    int sendToStranger(const BlockRef& block, Spid to);
+
+    /// The peer that was sent a signal last did not ask to be rung for it. Rings it if the signal still lies in its
+    /// mailbox: its wake state may have been garbled, and nothing would wake it while this endpoint waits for its
+    /// answer.
+    void remindUnrung();
+
+private:
+    template <class Push>
+    Posted post(const BlockRef& block, Peer& peer, Push push);
+    int ring(const BlockRef& block, Peer& peer);
+    bool remind(Peer& peer);
+    int fail(const BlockRef& block, const Peer& peer);
+    int returnToSender(const BlockRef& block, const Peer& peer);
+
+    const Identity self_;
+    Signals& signals_;
+    Peers& peers_;
+    Inbox& inbox_;
+    Chores& chores_;
+    Spid unrung_ = 0;  ///< who was sent a signal last, if it did not ask to be rung for it
+};
+
+/// Has `push` push the signal onto the mailbox in the peer's slot.
+template <class Push>
+[[gnu::always_inline]] inline Outbox::Posted Outbox::post(const BlockRef& block, Peer& peer, Push push) {
+    Slot& target = peer.slot;
+    const Spid to = peer.spid;
+    const Spid from = self_.spid;
+    // Its mailbox may be another endpoint's by now, which would have to throw the signal away. Acquire: as in isOpen.
+    if (target.life.loadAcquire() != (to | lifeOpen)) return Posted::refused;
+    self_.slot.sending.storeRelease(block.ref);  // (J), after the push before this one
+    block->sender.storeRelaxed(from);
+    // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
+    // beside an old sender.
+    block->owner.storeRelease(to | ownerInFlight);
+    const uint32_t before = push(target);
+    if (stack::isRefused(before)) {
+        block->owner.storeRelaxed(from);
+        return Posted::refused;
+    }
+    const uint32_t found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
+    if (wake_state::wantsRing(found, to)) return Posted::wantsRing;
+    unrung_ = to;
+    return before == stack::empty || peer.sendsUntilCheck-- != 0 ? Posted::done : Posted::wantsReminder;
+}
+
+[[gnu::always_inline]] inline Outbox::Posted Outbox::postAtOnce(const BlockRef& block, Peer& peer) {
+    const uint32_t introducedAt = peer.introducedAt;
+    if (introducedAt != peer.slot.partings.loadRelaxed()) return Posted::refused;  // relaxed: the push by tag decides
+    return post(block, peer, [&](Slot& target) {
+        return stack::push(target.mailbox, *block, block.ref, introduction::tagAt(introducedAt));
+    });
+}
+
+[[gnu::always_inline]] inline int Outbox::finish(const BlockRef& block, Peer& peer, Posted posted) {
+    switch (posted) {
+        case Posted::done:
+            return 0;
+        case Posted::refused:
+            return returnToSender(block, peer);
+        case Posted::wantsRing:
+            return ring(block, peer);
+        case Posted::wantsReminder:
+            return remind(peer) ? 0 : fail(block, peer);
+    }
+    return 0;
+}
+
+}  // namespace linx
+
+#endif

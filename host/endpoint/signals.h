@@ -1,0 +1,105 @@
+#ifndef LINXIPC_HOST_ENDPOINT_SIGNALS_H
+#define LINXIPC_HOST_ENDPOINT_SIGNALS_H
+
+#include "host/endpoint/identity.h"
+#include "host/pool/pool.h"
+
+namespace linx {
+
+/// The signals of an endpoint: which ones its user holds, and how they come into the user's hands and out of them. A
+/// block is the endpoint's in either case, as its owner word says.
+class Signals {
+public:
+    explicit Signals(const Identity& self) : self_(self), pool_(self.domain, self.spid) {}
+
+    Pool& pool() { return pool_; }
+    const Pool& pool() const { return pool_; }
+
+    /// A new signal for the user. Null with errno: EINVAL, EMSGSIZE, or what the pool says.
+    LinxSignal* allocate(uint32_t size, uint32_t number);
+
+    /// Makes a signal of a free block and gives it to the user.
+    LinxSignal* give(BlockRef block, uint32_t size, uint32_t number);
+
+    /// Gives the user one that has arrived, and returns its size.
+    int handOut(const BlockRef& block, LinxSignal** signal);
+
+    /// The signal that the user holds at this address; no block when none is there.
+    BlockRef find(const LinxSignal* signal) const;
+
+    /// Whether it is the signal that the user was given last, and still has.
+    bool isRecent(const LinxSignal* signal) const;
+
+    /// That one. Member by member, which costs less than to take a copy apart again.
+    BlockRef recent() const { return {recent_.block, recent_.ref, recent_.sizeClass}; }
+
+    /// The user does not hold it any more.
+    void letGo(LinxSignal** signal) {
+        *signal = nullptr;
+        --held_;
+    }
+
+    /// Takes a signal out of the user's hands; no block with errno EINVAL when the user holds none there.
+    BlockRef takeOver(LinxSignal** signal);
+
+    /// Keeps a signal that was taken over; it will arrive from `sender`.
+    void park(const BlockRef& block, Spid sender);
+
+    /// One that was taken over stays with those of the user, though nobody will see it again.
+    void keep() { ++held_; }
+
+    /// Whether the user holds none, nor any is kept.
+    bool noneHeld() const { return held_ == 0; }
+
+    /// A signal that was taken over cannot be sent, kept or delivered, for `reason`: frees it. Returns -1 with errno.
+    int refuse(const BlockRef& block, int reason);
+
+    void discard(const BlockRef& block) { pool_.free(block); }
+    void discard(Ref ref);
+
+private:
+    static Block noBlock;  ///< nobody's, and no signal's
+
+    const Identity self_;
+    Pool pool_;
+    uint32_t held_ = 0;
+    BlockRef recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next
+};
+
+inline bool Signals::isRecent(const LinxSignal* signal) const {
+    // If the block is still this endpoint's, nobody has made another of it. As numbers: the address may have nothing
+    // to do with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
+    return reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) ==
+               reinterpret_cast<uintptr_t>(recent_.block) &&
+           recent_.block->owner.loadRelaxed() == self_.spid;
+}
+
+inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number) {
+    block->owner.storeRelaxed(self_.spid);
+    block->sender.storeRelaxed(self_.spid);
+    block->size.storeRelaxed(size);
+    block->signal.number = number;
+    ++held_;
+    recent_ = block;
+    return &block->signal;
+}
+
+[[gnu::always_inline]] inline int Signals::handOut(const BlockRef& block, LinxSignal** signal) {
+    // Sizes come from other processes: none reaches beyond its block.
+    const uint32_t room =
+        sizeClasses[block.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
+    uint32_t size = block->size.loadRelaxed();
+    if (size < sizeof(LinxSignal) || size > room) {
+        size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
+        block->size.storeRelaxed(size);
+    }
+    block->owner.storeRelaxed(self_.spid);
+    ++held_;
+    recent_ = block;
+    *signal = &block->signal;
+    return static_cast<int>(size);
+}
+
+}  // namespace linx
+
+#endif

@@ -1,0 +1,59 @@
+#ifndef LINXIPC_HOST_ENDPOINT_TIMEOUTS_H
+#define LINXIPC_HOST_ENDPOINT_TIMEOUTS_H
+
+#include "host/arena/arena.h"
+#include "host/endpoint/signal_queue.h"
+#include "host/endpoint/timers.h"
+
+namespace linx {
+
+/// The time-outs of an endpoint, from the request to the signal in the queue. Its timer also wakes whoever waits on
+/// the endpoint's descriptor for other reasons, see callAt. Belongs to the endpoint's thread.
+class Timeouts {
+public:
+    /// The timer is watched in the set `epoll`.
+    Timeouts(const Arena& arena, int epoll) : arena_(arena), epoll_(epoll) {}
+
+    /// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.
+    [[gnu::cold, gnu::noinline]] bool watch();
+
+    /// Keeps `signal`, a block of the endpoint's, for so many milliseconds. REQUIRES that the timer is watched. Out of
+    /// memory, all is as before.
+    void request(LinxRef reference, uint32_t milliseconds, Ref signal);
+
+    /// Takes a time-out back, out of `queue` if it has fired, and returns its block; none where there is no such.
+    BlockRef cancel(LinxRef reference, SignalQueue& queue);
+
+    /// Puts the signals of those into the queue that are due at `time`. Out of memory, the rest has not fired.
+    void fire(uint64_t time, SignalQueue& queue);
+
+    /// A signal is handed out that may be a fired time-out.
+    void received(Ref signal) { timers_.received(signal); }
+
+    /// When the earliest is due, in nanoseconds of the monotonic clock; Timers::never.
+    uint64_t earliest() const { return timers_.earliest(); }
+
+    /// Whether there is none, fired or not.
+    bool idle() const { return timers_.idle(); }
+
+    /// The next reference for a new one, or for something else that shares their numbers.
+    LinxRef referenceAfter(LinxRef last) const { return timers_.referenceAfter(last); }
+
+    /// Takes the signal of any time-out that has not fired; 0 when none is left.
+    Ref takeAny() { return timers_.takeAny(); }
+
+    /// Has the timer ring at this time, too, unless it rings before. Where there is no timer to be had, it does not.
+    void callAt(uint64_t time) {
+        if (watch()) timers_.callAt(time);
+    }
+    void callOff() { timers_.callOff(); }
+
+private:
+    const Arena& arena_;
+    const int epoll_;
+    Timers timers_;
+};
+
+}  // namespace linx
+
+#endif
