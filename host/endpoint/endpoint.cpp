@@ -160,15 +160,18 @@ Endpoint::Departure Endpoint::leave() {
 
 int Endpoint::descriptor() {
     ScopedDescriptor copy;
-    while (givenDescriptor_ == -1) {
-        if (duplicate(epoll_.get(), copy)) {
-            givenDescriptor_ = copy.release();
-        } else if (!peers_.makeRoom()) {
-            break;
-        }
+    while (givenDescriptor_ == -1 && (duplicate(epoll_.get(), copy) || makeRoom())) {
+        givenDescriptor_ = copy.release();
     }
-    updateReadiness();
     return givenDescriptor_;
+}
+
+/// After a failure for want of descriptors: disconnects from a peer. True when there is one now. errno stays where
+/// there is none.
+bool Endpoint::makeRoom() {
+    if (!peers_.makeRoom()) return false;
+    updateReadiness();  // nothing tells any more of what that peer had sent last
+    return true;
 }
 
 LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
@@ -182,11 +185,7 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
 /// After a failed allocation: whether it is worth trying again. Each time that it is, a peer or somebody dead has
 /// gone. errno stays where it is not.
 bool Endpoint::makeRoomForSignal() {
-    if (peers_.makeRoom()) {
-        updateReadiness();
-        return true;
-    }
-    return errno == ENOMEM && peers_.reapKnownDead();
+    return makeRoom() || (errno == ENOMEM && peers_.reapKnownDead());
 }
 
 int Endpoint::free(LinxSignal** signal) {

@@ -88,6 +88,7 @@ private:
     bool endInside();
 
     BlockRef takeOver(LinxSignal** signal, uint32_t defaultNumber);
+    bool makeRoom();
     bool makeRoomForSignal();
     LinxRef nextReference();
 
