@@ -130,9 +130,8 @@ void Peers::forgetLatest() {
 void Peers::hear(const uint32_t* records, uint32_t count) {
     bool someEnded = false;
     for (uint32_t i = 0; i < count; ++i) {
-        const Spid spid = records[i] & spidMask;
         if (records[i] == doorbell::ended) someEnded = true;
-        if (spid == records[i] && spid != 0 && spid != self_.spid) watchSender(spid);
+        if (records[i] != self_.spid) watchSender(records[i]);
     }
     if (someEnded) findEnded();
 }
@@ -143,9 +142,10 @@ void Peers::missRecords() {
     findEnded();
 }
 
-/// Watches a sender from now on. One that cannot be watched for want of descriptors or memory may still talk, and has
-/// to introduce itself each time.
+/// Watches a sender from now on, if it is one: most records are rings, and some introductions are old. One that cannot
+/// be watched for want of descriptors or memory may still talk, and has to introduce itself each time.
 void Peers::watchSender(Spid sender) {
+    // An old spid must not be connected: whoever has its slot now would count as ended.
     if (!isOpen(self_.arena(), sender) || find(sender) != nullptr) return;
     if (connect(sender) == nullptr && isOpen(self_.arena(), sender)) introduction::revoke(self_.slot);
 }

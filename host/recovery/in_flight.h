@@ -10,9 +10,8 @@ namespace linx {
 /// before. REQUIRES that `pusher` has died or is the caller's own process. May say no of one that is lost, if the
 /// slot's endpoint is at work meanwhile.
 inline bool isLostInFlight(const Arena& arena, BlockRef block, Spid pusher) {
-    // The owner first (E): whoever sends a block writes its sender before.
-    const uint32_t owner = block->owner.loadAcquire();
-    if ((owner & ownerInFlight) == 0 || block->sender.loadAcquire() != pusher) return false;
+    const uint32_t owner = block->owner.loadAcquire();  // (E)
+    if ((owner & ownerInFlight) == 0) return false;
     if (!wasUsed(arena, owner & spidMask)) return false;
     const Slot& slot = arena.slot(indexOf(owner));
     if (stack::holds(arena, slot.mailbox, slot.mailboxClaim, block.ref)) return false;

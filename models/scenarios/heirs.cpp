@@ -55,6 +55,16 @@ const Announced heirIsMet("heir-is-met", [](Scenario& its) {
                 [](Stage& stage) { stage.close(); }, followFirst};
 });
 
+const Announced nameOfFirst("name-of-first", [](Scenario& its) {
+    its.story = "the name behind a spid is asked for while its slot goes to another with a shorter one";
+    its.actors = {"asker", "first", "heir"};
+    its.prepare = [](Stage& stage) {
+        stage.openFirst(2);
+        stage.fillSlots(late);
+    };
+    its.acts = {[](Stage& stage) { stage.askName(first); }, [](Stage& stage) { stage.close(); }, followFirst};
+});
+
 /// The first has lent a block to the one who is held up over giving it back.
 void lendToLate(Stage& stage, unsigned keeper) {
     stage.openFirst(2);

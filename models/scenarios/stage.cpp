@@ -159,6 +159,13 @@ bool Stage::receive(bool mayWait) {
     return true;
 }
 
+void Stage::askName(unsigned of) {
+    char* name = nullptr;
+    linx_get_name(own(), spids_[of], &name);
+    if (name != nullptr && name != std::string(names_[of])) scheduler.violate("a spid has another's name");
+    linx_free_name(own(), &name);
+}
+
 void Stage::book(LinxSignal* signal, uint32_t size) {
     const uint32_t number = signal->number;
     if (number == letter) return bookLetter(signal, size);

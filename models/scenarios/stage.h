@@ -25,6 +25,7 @@ constexpr unsigned maxActors = maxThreads;
  *   5  a supervisor is told of an end once, after what the dead one had sent
  *   6  a death costs no block: reaping finds all, also when the reaper dies
  *   7  at the end every word of the arena is in order
+ *   8  a spid's name is never another's
  *
  * Claim 1 is the scheduler's; the others are looked after here.
  */
@@ -51,6 +52,8 @@ public:
     void supervise(unsigned whom);
     /// A hunt for an actor that may not have opened yet; answered by a signal that `receive` books.
     void hunt(unsigned whom);
+    /// Asks for the name behind an actor's spid, who may have ended.
+    void askName(unsigned of);
     /// Is killed, if it has come so far.
     void die() { scheduler.dieNow(); }
     void open(unsigned actor);
