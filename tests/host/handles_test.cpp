@@ -36,6 +36,15 @@ TEST_F(HandlesTest, AnyOtherPointerIsNoHandle) {
     for (const std::ptrdiff_t by : {1 << 20, -(1 << 20), 1 << 30}) EXPECT_EQ(handles::find(off(by)), nullptr) << by;
 }
 
+/// The sanitizers watch that it is not followed either: what lies there may well be null.
+TEST_F(HandlesTest, APointerJustOutsideTheTableIsNoHandle) {
+    const auto at = [](uintptr_t offset) {
+        return reinterpret_cast<LINX*>(reinterpret_cast<uintptr_t>(handles::table) + offset);
+    };
+    EXPECT_EQ(handles::find(at(sizeof handles::table)), nullptr);
+    EXPECT_EQ(handles::find(at(-sizeof(LINX))), nullptr);
+}
+
 TEST_F(HandlesTest, AHandleIsNotUsedAgainForLong) {
     std::set<LINX*> seen;
     for (int i = 0; i < 300; ++i) {

@@ -27,6 +27,7 @@ std::function<void()> atNap;
 std::function<int()> atLock;
 std::function<int()> atStat;
 std::function<int()> atWatch;
+std::function<void()> atLook;
 std::function<void()> atSleep;
 
 namespace {
@@ -70,6 +71,7 @@ void reset() {
     atLock = nullptr;
     atStat = nullptr;
     atWatch = nullptr;
+    atLook = nullptr;
     atSleep = nullptr;
     atReserve = nullptr;
 }
@@ -148,6 +150,7 @@ int epoll_ctl(int set, int operation, int descriptor, epoll_event* event) noexce
 }
 
 int epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
+    interposed::run(interposed::atLook);
     if (interposed::atSleep && milliseconds != 0) {
         const int ready = interposed::wait(set, events, most, 0);
         if (ready != 0) return ready;

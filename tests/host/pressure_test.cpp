@@ -97,6 +97,18 @@ TEST_F(PressureTest, WhatIsGivenUpInAnotherSizeIsFound) {
     expectAllocation(largeSize);
 }
 
+TEST_F(PressureTest, OfWhatIsGivenUpOneBlockIsTakenAndNoMoreIsWaitedFor) {
+    const interposed::StandingClock standing;
+    int naps = 0;
+    interposed::atNap = [&] {
+        if (++naps == 2) look();
+    };
+    const uint32_t before = leasedLines(asker.spid);
+    expectAllocation(keptSize);
+    EXPECT_EQ(leasedLines(asker.spid), before + linesOf(keptSize));
+    EXPECT_EQ(naps, 2);
+}
+
 TEST_F(PressureTest, WhatIsGivenUpTooLateIsFoundByTheNext) {
     expectRefusal(largeSize);
     look();

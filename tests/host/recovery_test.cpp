@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <functional>
 
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/wake_state.h"
@@ -121,6 +123,44 @@ TEST_F(RecoveryTest, ASignalThatWasPushedIsDeliveredThoughItsSenderDiedRightAfte
     EXPECT_EQ(signal->number, 77u);
     EXPECT_EQ(linx_sender(live, &signal), dead);
     EXPECT_EQ(linx_free_buf(live, &signal), 0);
+    expectInOrder();
+}
+
+TEST_F(RecoveryTest, WhatManyWhoDieTogetherHadPushedIsDeliveredAndTheRestIsFreed) {
+    constexpr uint32_t each = 8;      // signals for each receiver
+    constexpr uint32_t unpushed = 3;  // of these the one that was not pushed
+    constexpr uint32_t first = 100;
+    const Linx one("one");
+    const Linx two("two");
+    std::vector<Spid> dead;
+    for (uint32_t i = 0; i < 3 * each; ++i) dead.push_back(layDead("dead" + std::to_string(i)));
+    std::vector<Ref> blocks = leaseFor(dead[0], 100);
+    ASSERT_GE(blocks.size(), dead.size());
+    std::sort(blocks.begin(), blocks.end(), std::greater<Ref>());  // the slots rise, the blocks fall
+    size_t next = 0;
+    for (const Spid to : {one.spid, live.spid, two.spid}) {
+        for (uint32_t i = 0; i < each; ++i, ++next) {
+            if (i == unpushed) {
+                address(blocks[next], dead[next], to);
+            } else {
+                post(blocks[next], dead[next], to);
+            }
+            block(blocks[next]).signal.number = first + i;
+        }
+    }
+    {
+        const DomainLock lock(*joined);
+        reap(lock, dead.data(), dead.size());
+    }
+    expectInOrder();
+    for (uint32_t receiver = 0; receiver < 3; ++receiver) EXPECT_TRUE(isHomeless(blocks[receiver * each + unpushed]));
+    for (LINX* receiver : {one.get(), live.get(), two.get()}) {
+        for (uint32_t i = 0; i < each; ++i) {
+            if (i == unpushed) continue;
+            EXPECT_EQ(receiveNumber(receiver), first + i);
+        }
+        EXPECT_EQ(receiveNumber(receiver), 0u);
+    }
     expectInOrder();
 }
 

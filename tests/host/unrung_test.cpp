@@ -1,6 +1,8 @@
 // Doorbells that cannot be rung for want of kernel memory, and wake states that somebody has garbled.
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -111,6 +113,22 @@ TEST_F(UnrungTest, WhoHasPaidItsDebtIsCalledNoMore) {
     EXPECT_TRUE(scene.isReadable());
     EXPECT_FALSE(isReadable(descriptor, 30)) << "it was to be called after a millisecond";
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+}
+
+TEST_F(UnrungTest, WhoseSignalWasReceivedRemindsNobody) {
+    Scene scene;
+    acquaint(scene);
+    sendNumber(scene.one, scene.receiver.spid, 2);
+    sendNumber(scene.one, scene.receiver.spid, 3);  // for which the receiver does not ask to be rung
+    EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+    EXPECT_EQ(receiveNumber(scene.receiver), 3u);
+    EXPECT_EQ(receiveNumber(scene.receiver), 0u);
+    const ScopedDescriptor doorbell(open(doorbellOf(scene.receiver.spid).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    LinxSignal* none = nullptr;
+    EXPECT_EQ(linx_receive_w_tmo(scene.one, &none, 1, anySignal), 0);
+    int bytes = -1;
+    ASSERT_EQ(ioctl(doorbell.get(), FIONREAD, &bytes), 0);
+    EXPECT_EQ(bytes, 0);
 }
 
 TEST_F(UnrungTest, ManySendsOntoABacklogAskTheClockNowAndThen) {

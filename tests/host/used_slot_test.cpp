@@ -170,6 +170,28 @@ TEST_F(UsedSlotTest, TellsTheSupervisorOfItsEarlierUserWhoSendsToItsNext) {
     linx_free_buf(supervisor, &notice);
 }
 
+TEST_F(UsedSlotTest, LivesOnWhenItsEarlierUserIsIntroducedTooLate) {
+    const Linx supervisor("supervisor");
+    const ScopedDescriptor descriptor(linx_get_descriptor(supervisor));
+    Linx before("before");
+    const Spid ended = before.spid;
+    before.reset();
+    Linx next = openInSlotOf(ended);
+    LinxSignal* notice = linx_alloc(supervisor, 4, 9);
+    ASSERT_NE(linx_attach(supervisor, &notice, next.spid), 0u);
+    introduce(ended, supervisor.spid);
+    pollfd readable = {descriptor.get(), POLLIN, 0};
+    ASSERT_EQ(poll(&readable, 1, 0), 1);
+    EXPECT_EQ(receiveNumber(supervisor), 0u);
+    EXPECT_EQ(poll(&readable, 1, 0), 0) << "the introduction is to be read, and nothing to come of it";
+    sendNumber(supervisor, next.spid, 1);
+    EXPECT_EQ(receiveNumber(next), 1u);
+    sendNumber(next, supervisor.spid, 2);
+    EXPECT_EQ(receiveNumber(supervisor), 2u);
+    next.reset();
+    EXPECT_EQ(receiveNumber(supervisor), 9u);
+}
+
 TEST_F(UsedSlotTest, IsNotSleptOverWhenItsNextUserBringsTheNewsOfTheEnd) {
     const interposed::StandingClock clock;  // so that ends are not looked for again in this tick
     const linxtest::ScopedVariable looking("LINX_SPIN_US", "0");

@@ -1,0 +1,71 @@
+// A receiver whose queue never runs dry: it must not miss what else happens, and not ask the kernel all the time.
+
+#include "tests/host/endpoints.h"
+#include "tests/host/interposed.h"
+
+namespace linx {
+namespace {
+
+using linxtest::anySignal;
+using linxtest::Linx;
+namespace interposed = linxtest::interposed;
+
+constexpr uint32_t notice = 101;
+constexpr uint32_t timeout = 102;
+
+class BusyTest : public linxtest::ArenaDomainTest {
+protected:
+    void TearDown() override {
+        interposed::reset();
+        sender_.reset();
+        receiver.reset();
+        ArenaDomainTest::TearDown();
+    }
+
+    /// Has `signals` be there to be received from the queue.
+    void keepBusy() {
+        for (uint32_t number = 1; number <= signals + 1; ++number) sendNumber(sender_, receiver.spid, number);
+        ASSERT_EQ(receiveNumber(receiver), 1u);  // which takes all of them into the queue
+    }
+
+    /// How often the kernel is asked while they are received, in one tick, in which it was not asked before.
+    int looksOfATick() {
+        const interposed::StandingClock standing;
+        interposed::secondsAhead = 1;
+        int looks = 0;
+        interposed::atLook = [&] { ++looks; };
+        for (uint32_t number = 2; number <= signals; ++number) EXPECT_EQ(receiveNumber(receiver), number);
+        interposed::atLook = nullptr;
+        EXPECT_EQ(receiveNumber(receiver), signals + 1) << "the queue had run dry before";
+        return looks;
+    }
+
+    Linx receiver{"receiver"};
+    Linx supervised{"supervised"};
+
+private:
+    static constexpr uint32_t signals = 20;
+    Linx sender_{"sender"};
+};
+
+TEST_F(BusyTest, WhoSupervisesAsksTheKernelOnceATick) {
+    LinxSignal* signal = linx_alloc(receiver, 4, notice);
+    ASSERT_NE(linx_attach(receiver, &signal, supervised.spid), 0u);
+    keepBusy();
+    EXPECT_EQ(looksOfATick(), 1);
+    supervised.reset();
+    EXPECT_EQ(receiveNumber(receiver), notice);
+}
+
+TEST_F(BusyTest, WhoHasOnlyRequestedATimeOutDoesNotAskTheKernel) {
+    LinxSignal* signal = linx_alloc(receiver, 4, timeout);
+    LinxRef reference = linx_request_tmo(receiver, 3600 * 1000, &signal);
+    ASSERT_NE(reference, 0u);
+    keepBusy();
+    EXPECT_EQ(looksOfATick(), 0);
+    EXPECT_EQ(linx_cancel_tmo(receiver, &reference), 0);
+    supervised.reset();
+}
+
+}  // namespace
+}  // namespace linx
