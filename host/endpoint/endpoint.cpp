@@ -57,8 +57,8 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     ScopedDescriptor spare;
     if (isHunted(domain->arena(), name) && !duplicate(epoll.get(), spare)) return nullptr;
     errno = ENOMEM;
-    std::unique_ptr<Endpoint> endpoint(
-        new (std::nothrow) Endpoint(domain, reservation.spid(), epoll, reservation.doorbell()));
+    std::unique_ptr<Endpoint> endpoint(new (std::nothrow)
+                                           Endpoint(domain, reservation.spid(), epoll, reservation.doorbell()));
     if (endpoint == nullptr) return nullptr;
     spare.reset();
     reservation.commit();
@@ -137,6 +137,7 @@ bool Endpoint::enterInDoubt() {
             break;
         case Ownership::Entry::lost:
             letGo();
+            exit();
             break;
     }
     errno = ECHILD;
@@ -222,7 +223,7 @@ int Endpoint::send(LinxSignal** signal, Spid to) {
     if (!block) return -1;
     Peer* peer = peers_.find(to);
     const int result = peer != nullptr ? outbox_.sendToPeer(block, *peer) : outbox_.sendToStranger(block, to);
-    if (peer == nullptr || isReadinessInDoubtAfter(result)) updateReadiness();
+    if (peer == nullptr || isReadinessInDoubtAfterSend()) updateReadiness();
     return result;
 }
 
@@ -258,7 +259,8 @@ Inbox::Wait Endpoint::await(const uint32_t* milliseconds, const uint32_t* select
     block = inbox_.take(selection);
     if (block) return Wait::mail;
     uint64_t deadline = Timers::never;
-    if (milliseconds != nullptr) deadline = *milliseconds == 0 ? 0 : now() + *milliseconds * nanosecondsPerMillisecond;
+    if (milliseconds != nullptr)
+        deadline = *milliseconds == 0 ? 0 : now() + *milliseconds * nanosecondsPerMillisecond;
     for (;;) {
         const Wait ended = inbox_.wait(deadline, [&] {
             chores_.run();
@@ -275,11 +277,16 @@ Inbox::Wait Endpoint::await(const uint32_t* milliseconds, const uint32_t* select
     }
 }
 
-/// What a busy endpoint must not miss though its queue never runs dry.
+/// What a busy endpoint must not miss though its queue never runs dry. Out of memory it is put off while there is
+/// something in the queue, which needs none to be received.
 void Endpoint::noticeEvents() {
     Pool& pool = signals_.pool();
     if (pool.isUnderPressure()) pool.yieldToPressure();
-    inbox_.noticeEvents();
+    try {
+        inbox_.noticeEvents();
+    } catch (const std::bad_alloc&) {
+        if (inbox_.isEmpty()) throw;
+    }
 }
 
 /// Makes the descriptor true. It also becomes readable when what others wait for is to be tried again: the user may

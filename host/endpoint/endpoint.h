@@ -94,11 +94,9 @@ private:
 
     Inbox::Wait await(const uint32_t* milliseconds, const uint32_t* selection, BlockRef& block);
     void noticeEvents();
-    /// After a send to a peer: it may have been found dead, or could not be rung, and then a poll loop has to come
-    /// back to try again.
-    bool isReadinessInDoubtAfter(int result) const {
-        return result != 0 || chores_.owesRings() || peers_.hasEnded();
-    }
+    /// After a send to a peer: it may have been found dead, having sent something, or could not be rung, and then a
+    /// poll loop has to come back to try again.
+    bool isReadinessInDoubtAfterSend() const { return peers_.mayHaveLeftMail() || chores_.owesRings(); }
     void updateReadiness() {
         if (inbox_.isReadinessInDoubt()) changeReadiness();
     }

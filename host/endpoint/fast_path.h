@@ -46,7 +46,7 @@ inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
 
 inline int Endpoint::finishSend(Posted posted) {
     const int result = outbox_.finish(signals_.recent(), *peers_.latest(), posted);
-    if (isReadinessInDoubtAfter(result)) updateReadiness();
+    if (isReadinessInDoubtAfterSend()) updateReadiness();
     exit();
     return result;
 }

@@ -11,7 +11,8 @@ namespace linx {
 int Hunts::hunt(const Name& name, const BlockRef& signal) {
     for (;;) {
         const Spid found = findName(self_.arena(), name);
-        if (found != 0 && (found == self_.spid || peers_.connect(found) != nullptr)) return inbox_.append(signal, found);
+        if (found != 0 && (found == self_.spid || peers_.connect(found) != nullptr))
+            return inbox_.append(signal, found);
         // One that has died still has its name until it is reaped; any other trouble with its doorbell is the
         // caller's.
         if (found != 0 && (errno != ECONNRESET || !peers_.reap(found))) return signals_.refuse(signal, errno);

@@ -12,8 +12,8 @@ public:
     Hunts(const Identity& self, Signals& signals, Peers& peers, Inbox& inbox)
         : self_(self), signals_(signals), peers_(peers), inbox_(inbox) {}
 
-    /// Hunts for the name with a signal that was taken over: it comes back from the endpoint that has the name, now or
-    /// once there is one. Returns 0, or -1 with errno, the signal freed.
+    /// Hunts for the name with a signal that was taken over: it comes back from the endpoint that has the name, now
+    /// or once there is one. Returns 0, or -1 with errno, the signal freed.
     int hunt(const Name& name, const BlockRef& signal);
 
     /// Gives up those that are pending, at the end of the endpoint.

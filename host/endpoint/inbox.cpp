@@ -64,6 +64,7 @@ bool Inbox::hasMail() const {
 
 void Inbox::collect() {
     takeMailbox();
+    peers_.leftMailTaken();
     if (peers_.hasEnded()) peers_.deliverNotices(queue_);
 }
 
@@ -187,8 +188,6 @@ bool Inbox::yieldOnce(uint64_t wake) {
 /// Sleeps until something happens, or only asks what has happened.
 Inbox::Wait Inbox::sleep(uint64_t deadline, uint64_t latest) {
     const bool mayWait = deadline != 0;
-    drainDoorbell();
-    if (peers_.hasEnded()) return Wait::event;  // that came with the doorbell
     const bool sleeps = park() && mayWait;
     const uint64_t start = mayWait ? now() : 0;
     // Also when a signal has forestalled the sleep: one may come each time, and time-outs and ends must not wait for
@@ -257,8 +256,7 @@ void Inbox::drainDoorbell() {
 }
 
 void Inbox::notifySelf() {
-    const uint32_t before =
-        self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::notified));
+    const uint32_t before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::notified));
     awake_ = false;
     byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || doorbell::ring(doorbell_.get()) == 0;
     // Relaxed, unlike (C): no look at the mailbox follows.
@@ -267,8 +265,8 @@ void Inbox::notifySelf() {
 
 void Inbox::makeReadinessTrue() {
     for (;;) {
-        const bool mayLack = (queue_.empty() || peers_.hasEnded()) && !collectIfRoom();
-        if (mayLack || !queue_.empty()) break;
+        const bool mayLack = queue_.empty() || peers_.mayHaveLeftMail() || peers_.hasEnded();
+        if ((mayLack && !collectIfRoom()) || !queue_.empty()) break;
         if (!awake_ && !byteIn_) return;
         // The byte first: one that a sender writes after it has seen parked must stay in.
         drainDoorbell();

@@ -50,11 +50,14 @@ public:
     }
 
     /// Waits until the deadline (nanoseconds of the monotonic clock; Timers::never; 0: only asks what has happened).
-    /// Before it sleeps it calls `beforeSleep()`, which returns the time at which it has to wake at the latest.
+    /// Before it sleeps, and when it knows all that its doorbell has told, it calls `beforeSleep()`, which returns
+    /// the time at which it has to wake at the latest.
     template <class BeforeSleep>
     Wait wait(uint64_t deadline, BeforeSleep beforeSleep) {
         if (deadline != 0 && spin(deadline)) return Wait::mail;
         if (!self_.isStillOpen()) return Wait::closed;
+        drainDoorbell();
+        if (peers_.hasEnded()) return Wait::event;  // that came with the doorbell
         return sleep(deadline, beforeSleep());
     }
 
@@ -71,8 +74,8 @@ public:
     }
     BlockRef takeArrival() { return blockOf(queue_.takeArrival()); }
 
-    /// Puts a signal that was taken over into the queue, as from `sender`, behind all that has arrived before. Returns
-    /// 0, or -1 with errno ENOMEM, the signal freed.
+    /// Puts a signal that was taken over into the queue, as from `sender`, behind all that has arrived before.
+    /// Returns 0, or -1 with errno ENOMEM, the signal freed.
     int append(const BlockRef& block, Spid sender);
 
     Timeouts& timeouts() { return timeouts_; }
@@ -80,8 +83,11 @@ public:
     /// Takes a time-out back and returns its block; none where there is no such.
     BlockRef cancelTimeout(LinxRef reference) { return timeouts_.cancel(reference, queue_); }
 
+    /// Whether nothing waits in the queue.
+    bool isEmpty() const { return queue_.empty(); }
+
     /// Whether the descriptor may say something else than the queue.
-    bool isReadinessInDoubt() const { return queue_.empty() || awake_ || !byteIn_ || peers_.hasEnded(); }
+    bool isReadinessInDoubt() const { return queue_.empty() || awake_ || !byteIn_ || peers_.mayHaveLeftMail(); }
     void makeReadinessTrue();
 
     /// Puts a byte into the doorbell, if none is known to be in. A failure to do so is made good by the next update.

@@ -13,9 +13,7 @@ Ownership::Ownership(const Identity& self)
 Ownership::Entry Ownership::enter() {
     uint32_t stamp;
     if (!occupy(stamp)) return isMaker() ? Entry::occupied : Entry::copied;
-    if (forksSeen_ == stamp || claim(stamp)) return Entry::entered;
-    exit();
-    return Entry::lost;
+    return forksSeen_ == stamp || claim(stamp) ? Entry::entered : Entry::lost;
 }
 
 /// Stores that a thread is inside, unless one is already; a child that is made from then on finds it so. `stamp` is
@@ -58,8 +56,7 @@ bool Ownership::claim(uint32_t stamp) {
 Ownership::Departure Ownership::leave() {
     uint32_t stamp;
     if (!occupy(stamp)) return isMaker() ? Departure::refused : Departure::forgotten;
-    const bool isUnclaimed =
-        !disowned_ && self_.isStillOpen() && self_.slot.forkRound.loadRelaxed() == forkRound_;
+    const bool isUnclaimed = !disowned_ && self_.isStillOpen() && self_.slot.forkRound.loadRelaxed() == forkRound_;
     if (isUnclaimed && !isMaker()) {
         disowned_ = true;  // only this copy goes: the endpoint stays with the other process
         return Departure::leaves;

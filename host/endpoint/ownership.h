@@ -20,10 +20,10 @@ public:
         entered,
         occupied,  ///< another thread is inside
         copied,    ///< in a child that was made while a thread was inside: nothing else of the copy may be touched
-        lost       ///< the endpoint is another process's
+        lost       ///< entered, but the endpoint is another process's
     };
 
-    /// Begins an operation. It ends with exit(), also where the endpoint is lost.
+    /// Begins an operation. It ends with exit() if it was entered.
     Entry enter();
     void exit() { entry_.store(nextEntry_, std::memory_order_relaxed); }
 

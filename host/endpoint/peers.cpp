@@ -103,6 +103,7 @@ bool Peers::disconnectOldest() {
 /// Takes a peer out of its slot; null if there is none.
 std::unique_ptr<Peer> Peers::disconnect(uint32_t index) {
     if (inSlot(index) == nullptr) return nullptr;
+    mayHaveLeftMail_ = true;
     forgetLatest();
     std::unique_ptr<Peer> peer = std::move(peers_[index]);
     // Taken out by hand: closing is not enough where a forked child still has a copy of the descriptor.
@@ -142,8 +143,8 @@ void Peers::missRecords() {
     findEnded();
 }
 
-/// Watches a sender from now on, if it is one: most records are rings, and some introductions are old. One that cannot
-/// be watched for want of descriptors or memory may still talk, and has to introduce itself each time.
+/// Watches a sender from now on, if it is one: most records are rings, and some introductions are old. One that
+/// cannot be watched for want of descriptors or memory may still talk, and has to introduce itself each time.
 void Peers::watchSender(Spid sender) {
     // An old spid must not be connected: whoever has its slot now would count as ended.
     if (!isOpen(self_.arena(), sender) || find(sender) != nullptr) return;

@@ -78,6 +78,11 @@ public:
     /// Whether some can be delivered now.
     bool hasEnded() const { return firstEnded_ != nullptr; }
 
+    /// Whether this endpoint has parted with a peer that may have sent something before, and have rung for none of
+    /// it: nothing tells of that any more, until somebody has looked at the mailbox.
+    bool mayHaveLeftMail() const { return mayHaveLeftMail_; }
+    void leftMailTaken() { mayHaveLeftMail_ = false; }
+
     /// Delivers them. REQUIRES that what the ended ones had sent is in the queue already. Out of memory, those of
     /// each peer have been delivered, or are kept.
     void deliverNotices(SignalQueue& queue);
@@ -92,9 +97,8 @@ public:
     }
 
     /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now.
-    /// It comes from the peer that was used longest ago and is not supervised: it can be connected again. It may have
-    /// died since its last signal and have rung for none, so the mailbox is to be looked at. errno stays where it is
-    /// not.
+    /// It comes from the peer that was used longest ago and is not supervised: it can be connected again. errno stays
+    /// where it is not.
     bool makeRoom();
 
     /// Those found dead that nobody has reaped yet, because the lock was taken just then.
@@ -140,6 +144,7 @@ private:
     Peer* lastEnded_ = nullptr;
     std::vector<Spid> dead_;
     size_t supervisions_ = 0;
+    bool mayHaveLeftMail_ = false;
     Spid latestSpid_ = 0;  ///< most signals go where the one before went
     Peer* latest_ = nullptr;
     uint64_t uses_ = 0;

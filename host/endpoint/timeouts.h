@@ -17,8 +17,8 @@ public:
     /// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.
     [[gnu::cold, gnu::noinline]] bool watch();
 
-    /// Keeps `signal`, a block of the endpoint's, for so many milliseconds. REQUIRES that the timer is watched. Out of
-    /// memory, all is as before.
+    /// Keeps `signal`, a block of the endpoint's, for so many milliseconds. REQUIRES that the timer is watched. Out
+    /// of memory, all is as before.
     void request(LinxRef reference, uint32_t milliseconds, Ref signal);
 
     /// Takes a time-out back, out of `queue` if it has fired, and returns its block; none where there is no such.

@@ -38,7 +38,8 @@ bool ringSleepers(const Domain& domain, uint32_t ringer) {
     for (uint32_t i = 1; i <= used; ++i) {
         Slot& slot = arena.slot(i);
         const Spid to = slot.life.loadAcquire() & spidMask;
-        // This look and the one that follows stand in for those of whoever pushed: (B) after (A). An endpoint that has ended has no mail.
+        // This look and the one that follows stand in for those of whoever pushed: (B) after (A). An endpoint that
+        // has ended has no mail.
         if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) continue;
         const int result = wake_state::ringIfAsked(slot, to, ringer, [&] { return ringByName(domain, to); });
         all = all && (result == 0 || result == EPIPE);

@@ -64,8 +64,8 @@ constexpr bool isRefused(uint32_t before) {
     return seen;
 }
 
-/// Claims the whole chain and takes it off the stack, leaving `leave` (empty or closed) behind. Returns its last block,
-/// or `empty`. Once every block of the chain has its next owner, the claim is to be released.
+/// Claims the whole chain and takes it off the stack, leaving `leave` (empty or closed) behind. Returns its last
+/// block, or `empty`. Once every block of the chain has its next owner, the claim is to be released.
 inline Ref claimAll(Word& head, Word& claim, uint32_t leave) {
     assert(leave == empty || leave == closed);
     uint32_t found = head.loadRelaxed();  // relaxed: as in push

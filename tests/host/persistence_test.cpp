@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "host/recovery/retire.h"
+#include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/few_descriptors.h"
@@ -17,6 +18,7 @@ namespace {
 using linxtest::anySignal;
 using linxtest::everyNewFails;
 using linxtest::Linx;
+namespace interposed = linxtest::interposed;
 
 /// Endpoints of a process that is killed.
 class Doomed {
@@ -116,6 +118,24 @@ TEST_F(PersistenceTest, AHuntForADeadPeerWithSupervisionsNeedsNoMemory) {
     EXPECT_EQ(signal, nullptr);
     for (int i = 0; i < 100; ++i) EXPECT_EQ(receiveNumber(one), 9u);
     EXPECT_EQ(receiveNumber(one), 0u);
+}
+
+TEST_F(PersistenceTest, WhatIsQueuedIsReceivedThoughThereIsNoMemoryForANotice) {
+    constexpr int sent = 8;  // as many as the queue has room for
+    Doomed doomed({"peer"});
+    LinxSignal* notice = linx_alloc(one, 4, 9);
+    ASSERT_NE(linx_attach(one, &notice, found(one, "peer")), 0u);
+    for (int i = 0; i < sent; ++i) sendNumber(two, one.spid, 7);
+    ASSERT_EQ(receiveNumber(one), 7u);
+    doomed.kill9();
+    interposed::coarseSecondsAhead = 1;  // so that the next receive looks for ends
+    int received = 0;
+    everyNewFails = true;
+    for (int attempts = 10 * sent; attempts != 0 && receiveNumber(one) == 7; --attempts) ++received;
+    everyNewFails = false;
+    interposed::reset();
+    EXPECT_EQ(received, sent - 1);
+    EXPECT_EQ(receiveNumber(one), 0u) << "the notice came behind them: the queue then had room for it";
 }
 
 TEST_F(PersistenceTest, AHuntEndsWithoutDescriptors) {

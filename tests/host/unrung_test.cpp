@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <utility>
 
 #include "host/mailbox/wake_state.h"
 #include "host/system/clock.h"
@@ -220,6 +222,65 @@ TEST_P(GarbledWakeStateTest, ASenderThatWaitsForTheAnswerHealsIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Words, GarbledWakeStateTest, testing::Values(wake_state::awake, wake_state::notified));
+
+/// What the peer of the next test does, in a process of its own: answers once; and when it is told to, receives two
+/// more, sends a last signal without a ring, and dies.
+[[noreturn]] void answerAndDie(int ready, int go) {
+    Linx peer("peer");
+    char byte = 0;
+    if (write(ready, &byte, 1) != 1) _exit(1);
+    LinxSignal* signal = nullptr;
+    linx_receive(peer, &signal, anySignal);
+    const LinxSpid other = linx_sender(peer, &signal);
+    linx_send(peer, &signal, other);
+    LinxSignal* last = linx_alloc(peer, 4, 77);
+    if (write(ready, &byte, 1) != 1 || read(go, &byte, 1) != 1) _exit(1);
+    linx_receive(peer, &signal, anySignal);
+    linx_receive(peer, &signal, anySignal);
+    const FailingWrites failing(ENOMEM);
+    linx_send(peer, &last, other);
+    raise(SIGKILL);
+    _exit(1);
+}
+
+TEST_F(UnrungTest, WhoFindsItsReceiverDeadAfterASendLooksForWhatThatOneHadSent) {
+    int ready[2];
+    int go[2];
+    ASSERT_EQ(pipe(ready), 0);
+    ASSERT_EQ(pipe(go), 0);
+    const pid_t child = fork();
+    if (child == 0) answerAndDie(ready[1], go[0]);
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    Linx one("one");
+    const ScopedDescriptor descriptor{linx_get_descriptor(one)};
+    LinxSignal* signal = nullptr;
+    ASSERT_EQ(linx_hunt(one, "peer", &signal), 0);
+    ASSERT_GT(linx_receive(one, &signal, anySignal), 0);
+    const LinxSpid peer = linx_sender(one, &signal);
+    ASSERT_EQ(linx_send(one, &signal, peer), 0);
+    ASSERT_GT(linx_receive(one, &signal, anySignal), 0);
+    linx_free_buf(one, &signal);
+    ASSERT_EQ(receiveNumber(one), 0u);
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    sendNumber(one, peer, 2);
+    // The next finds a backlog, and asks the clock whether it is time to ring for it: by then the peer has died over
+    // its own send, and somebody has the domain lock, so that it cannot be reaped.
+    bool mayDie = true;
+    interposed::atClock = [&] {
+        if (!std::exchange(mayDie, false)) return;
+        EXPECT_EQ(write(go[1], &byte, 1), 1);
+        EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    };
+    interposed::atLock = [] { return EWOULDBLOCK; };
+    signal = linx_alloc(one, 4, 3);
+    EXPECT_EQ(linx_send(one, &signal, peer), 0) << "it was received before the peer died";
+    EXPECT_FALSE(mayDie);
+    EXPECT_TRUE(isReadable(descriptor, 0));
+    interposed::reset();
+    EXPECT_EQ(receiveNumber(one), 77u);
+    for (const int end : {ready[0], ready[1], go[0], go[1]}) close(end);
+}
 
 }  // namespace
 }  // namespace linx
