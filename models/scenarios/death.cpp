@@ -173,6 +173,28 @@ const Announced deadIsReaped("dead-is-reaped", [](Scenario& its) {
                 }};
 });
 
+const Announced answerAndDie("answer-and-die", [](Scenario& its) {
+    its.story = "one dies anywhere in its answer, while the next signal to it is sent, and another has the domain lock";
+    its.actors = {"asker", "answerer", "opener"};
+    its.mortal = {b};
+    its.stoppable = {c};
+    its.patient = {a};
+    its.prepare = [](Stage& stage) {
+        stage.openAcquainted(2);
+        stage.as(a);
+        stage.send(b);
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.send(b);
+                    stage.pollFrom(b, 2);
+                },
+                [](Stage& stage) {
+                    stage.receiveFrom(a, 2);
+                    stage.send(a);
+                },
+                [](Stage& stage) { stage.open(c); }};
+});
+
 const Announced endWhileBusy("end-while-busy", [](Scenario& its) {
     its.story = "signals keep coming; the end of who is supervised is told nevertheless, before what is sent later";
     its.actors = {"receiver", "sender", "dead"};
