@@ -18,6 +18,17 @@ namespace linx {
  * signal twice: awaiting a number costs the same however many others wait. All signals in those are older than all
  * arrivals. What may be taken out again before its turn goes into one at once, where it has a place for as long as it
  * waits: that costs the same, too, wherever it stands.
+ *
+ *                            oldest_                         newest_
+ *   waiting_, by age           a(5) <-> b(7) <-> c(5) <-> d(5)
+ *   of number 5                a    <----------> c    <-> d          numberQueues_[5]: oldest a, newest d
+ *   of number 7                         b                            numberQueues_[7]: oldest b, newest b
+ *   out of use                 x -> y                                freeEntry_, linked through nextOfNumber
+ *
+ *   arrivals_                  taken taken | e f g                   nextArrival_ is where e stands
+ *
+ * A receive of any signal takes a, and e when there is no a; one that awaits 7 takes b, and where there was no b it
+ * would move e, f and g into number queues until it came to a 7.
  */
 class SignalQueue {
 public:
