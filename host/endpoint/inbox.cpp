@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/doorbell.h"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "host/arena/slot_table.h"
 #include "host/mailbox/doorbell.h"

@@ -13,7 +13,6 @@ public:
     explicit Signals(const Identity& self) : self_(self), pool_(self.domain, self.spid) {}
 
     Pool& pool() { return pool_; }
-    const Pool& pool() const { return pool_; }
 
     /// A new signal for the user. Null with errno: EINVAL, EMSGSIZE, or what the pool says.
     LinxSignal* allocate(uint32_t size, uint32_t number);
