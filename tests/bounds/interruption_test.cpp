@@ -40,11 +40,13 @@ TEST_F(Interrupted, AReceiveKeepsItsDeadlineAndGivesNothingSpurious) {
     Child child([&](Line&) {
         Endpoint endpoint("endpoint");
         beInterrupted(shared->steps);
-        for (const uint32_t milliseconds : {0u, 1u, 30u, 100u}) {
-            const Clock::time_point start = Clock::now();
-            EXPECT_FALSE(receive(endpoint, milliseconds));
-            EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(milliseconds));
-        }
+        do {
+            for (const uint32_t milliseconds : {0u, 1u, 30u, 100u}) {
+                const Clock::time_point start = Clock::now();
+                EXPECT_FALSE(receive(endpoint, milliseconds));
+                EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(milliseconds));
+            }
+        } while (shared->steps <= 10);  // a machine that is busy elsewhere interrupts less often
         LinxSignal* signal = nullptr;
         const uint32_t anySignal[] = {0};
         const Clock::time_point start = Clock::now();
@@ -55,7 +57,6 @@ TEST_F(Interrupted, AReceiveKeepsItsDeadlineAndGivesNothingSpurious) {
         EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
     });
     EXPECT_EQ(0, child.exitStatus());
-    EXPECT_GT(shared->steps, 10u);
 }
 
 TEST_F(Interrupted, OpeningWaitsForItsTurn) {
@@ -114,7 +115,7 @@ TEST_F(Interrupted, EveryOperationWorks) {
         EXPECT_TRUE(shared->steps.reaches(100));
     });
     EXPECT_EQ(0, child.exitStatus());
-    EXPECT_GT(shared->progress, 0u);
+    EXPECT_TRUE(shared->progress.reaches(1));
 }
 
 }  // namespace
