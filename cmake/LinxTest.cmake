@@ -13,17 +13,28 @@ function(linx_compile_quickly target)
                              "$<$<COMPILE_LANGUAGE:CXX>:<gtest/gtest.h$<ANGLE-R>>")
 endfunction()
 
-# linx_add_test(NAME SOURCES file... LIBRARIES target...)
+# linx_run_in_shards(NAME COUNT): the cases of a program in so many processes.
+function(linx_run_in_shards name count)
+  math(EXPR last "${count} - 1")
+  foreach(shard RANGE ${last})
+    add_test(NAME ${name}.shard.${shard} COMMAND ${name})
+    set_tests_properties(${name}.shard.${shard} PROPERTIES TIMEOUT 300
+                         ENVIRONMENT "GTEST_TOTAL_SHARDS=${count};GTEST_SHARD_INDEX=${shard}")
+  endforeach()
+endfunction()
+
+# linx_add_test(NAME SOURCES file... LIBRARIES target... [SHARDS count])
 # A GoogleTest program whose cases CTest runs one by one, each with a time limit of its own. Parameters are not in the
-# names: those that are pointers would change them from build to build.
+# names: those that are pointers would change them from build to build. Where a program takes longer to start than a case
+# to run, under sanitizers and in an emulator, those with SHARDS run in that many parts.
 #
 # linx_add_test(NAME COMMAND word... [TIMEOUT seconds] [ENVIRONMENT VARIABLE=value...] [PROPERTIES name value...])
 # Any other test: a command that returns 0 when it has passed and 77 when this machine cannot run it.
 function(linx_add_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES;COMMAND;ENVIRONMENT;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(arg "" "TIMEOUT;SHARDS" "SOURCES;LIBRARIES;COMMAND;ENVIRONMENT;PROPERTIES" ${ARGN})
   if(arg_COMMAND)
     add_test(NAME ${name} COMMAND ${arg_COMMAND})
-    set_tests_properties(${name} PROPERTIES TIMEOUT 120 SKIP_RETURN_CODE 77 ENVIRONMENT "${arg_ENVIRONMENT}")
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77 ENVIRONMENT "${arg_ENVIRONMENT}")
     if(arg_TIMEOUT)
       set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
     endif()
@@ -36,5 +47,9 @@ function(linx_add_test name)
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
   linx_compile_quickly(${name})
-  gtest_discover_tests(${name} TEST_PREFIX "${name}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+  if(arg_SHARDS AND (LINXIPC_SANITIZE OR CMAKE_CROSSCOMPILING))
+    linx_run_in_shards(${name} ${arg_SHARDS})
+  else()
+    gtest_discover_tests(${name} TEST_PREFIX "${name}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 300 DISCOVERY_TIMEOUT 60)
+  endif()
 endfunction()
