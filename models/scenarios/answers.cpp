@@ -70,5 +70,35 @@ const Announced answererDies("answerer-dies", [](Scenario& its) {
                 }};
 });
 
+constexpr unsigned borrower = 2;
+constexpr unsigned mender = 3;
+
+const Announced answerComesBack("answer-comes-back", [](Scenario& its) {
+    its.story = "one dies over its answer to a hunt; the block, passed on, comes back while somebody mends that";
+    its.actors = {"hunter", "opener", "borrower", "mender"};
+    its.prepare = [](Stage& stage) {
+        stage.openFirst(1);
+        stage.as(borrower);
+        stage.open(borrower);
+        stage.send(hunter);
+        stage.drain(hunter);
+        stage.hunt(opener);
+        stage.as(opener);
+        stage.open(opener);
+        stage.as(hunter);
+        stage.receiveToKeep();
+        stage.sendKept(borrower);
+        stage.as(borrower);
+        stage.receiveToKeep();
+        stage.dieAnswering(opener);
+    };
+    its.acts = {[](Stage&) {}, [](Stage&) {},
+                [](Stage& stage) {
+                    stage.sendKept(hunter);
+                    stage.send(hunter);
+                },
+                [](Stage& stage) { stage.open(mender); }};
+});
+
 }  // namespace
 }  // namespace model

@@ -120,10 +120,19 @@ LinxSignal* Stage::allocate(uint32_t number) {
 
 int Stage::send(unsigned to, unsigned via) {
     LinxSignal* signal = allocate(letter);
-    if (signal == nullptr) {
-        scheduler.violate("no memory");
-        return -1;
-    }
+    if (signal != nullptr) return sendAsLetter(signal, to, via);
+    scheduler.violate("no memory");
+    return -1;
+}
+
+void Stage::sendKept(unsigned to) {
+    LinxSignal* signal = kept_[self()].back();
+    kept_[self()].pop_back();
+    signal->number = letter;
+    sendAsLetter(signal, to, to);
+}
+
+int Stage::sendAsLetter(LinxSignal* signal, unsigned to, unsigned via) {
     via_[self()][to] = via;
     const unsigned number = begun_[self()][to]++;
     contentOf(signal).storeRelaxed(letterContent(self(), to, number));
@@ -149,11 +158,19 @@ LinxSignal* Stage::receiveSignal(bool mayWait, uint32_t& size) {
     return signal;
 }
 
-bool Stage::receive(bool mayWait) {
+bool Stage::receiveToKeep(bool mayWait) {
     uint32_t size = 0;
     LinxSignal* signal = receiveSignal(mayWait, size);
     if (signal == nullptr) return false;
     book(signal, size);
+    kept_[self()].push_back(signal);
+    return true;
+}
+
+bool Stage::receive(bool mayWait) {
+    if (!receiveToKeep(mayWait)) return false;
+    LinxSignal* signal = kept_[self()].back();
+    kept_[self()].pop_back();
     letGo(signal);
     if (linx_free_buf(own(), &signal) != 0) scheduler.violate("a signal that was received cannot be freed");
     return true;
@@ -387,6 +404,14 @@ void Stage::drain(unsigned actor) {
 void Stage::killNow(unsigned actor) {
     killed_[actor] = true;
     kernel.exit(actor);
+}
+
+void Stage::dieAnswering(unsigned actor) {
+    linx::Hunt& hunt = arena().hunt(0);
+    hunt.hunter.storeRelaxed(spids_[hunter_[actor]] | linx::huntAnswering);
+    arena().header().huntsUsed.storeRelaxed(1);
+    arena().header().dirty.storeRelaxed(1);
+    killNow(actor);
 }
 
 void Stage::begin() {

@@ -41,6 +41,8 @@ public:
     int send(unsigned to, unsigned via);
     /// Receives one signal and books it; waits without limit, or not at all. False when there was none.
     bool receive(bool mayWait = true);
+    /// The same, and keeps the signal.
+    bool receiveToKeep(bool mayWait = true);
     /// Receives until the notice of somebody's end has come.
     void receiveUntilNotice(unsigned of);
     /// Receives until so many signals of `from` have come.
@@ -73,6 +75,8 @@ public:
     bool hasFree() const { return hasFree(self()); }
     /// Whether there is memory for one more that is nobody else's.
     bool isThereMore() const;
+    /// Sends the signal that was kept last as the next of those numbered for `to`.
+    void sendKept(unsigned to);
     /// Sends a kept signal to another, who keeps it from then on.
     void lendKept(unsigned to);
     /// Waits until another has been killed, or has closed.
@@ -100,6 +104,8 @@ public:
     void drain(unsigned actor);
     /// Ends an actor, as by a kill.
     void killNow(unsigned actor);
+    /// The same, as if it had still been opening, and had answered the only hunt without saying so.
+    void dieAnswering(unsigned actor);
     /// Opens endpoints in this actor's process until so many fresh slots are left: who opens then gets the slot of
     /// one who has ended.
     void fillSlots(unsigned keeper, unsigned left = 0);
@@ -131,6 +137,7 @@ private:
     bool hasFree(unsigned actor) const;
     LinxSignal* allocate(uint32_t number);
     LinxSignal* receiveSignal(bool mayWait, uint32_t& size);
+    int sendAsLetter(LinxSignal* signal, unsigned to, unsigned via);
     void hold(LinxSignal* signal);
     void letGo(LinxSignal* signal);
     void book(LinxSignal* signal, uint32_t size);
