@@ -101,8 +101,13 @@ bool isSmuggled(uint32_t made) {
 
 void acknowledge() {
     if (stamp() != unannounced) return;
-    firstOwnGeneration.store(enterGeneration(), std::memory_order_relaxed);
-    renewStamp();
+    pthread_mutex_lock(&forkMutex);
+    // Another thread may have done so by now; done again, it would disown what that one has made since.
+    if (stamp() == unannounced) {
+        firstOwnGeneration.store(enterGeneration(), std::memory_order_relaxed);
+        renewStamp();
+    }
+    pthread_mutex_unlock(&forkMutex);
 }
 
 }  // namespace forks

@@ -1,13 +1,19 @@
 // A process that is held up between any two instructions of an operation, while the others go on.
 
+#include <dlfcn.h>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
+#include <string>
+#include <thread>
 
+#include "host/system/forks.h"
 #include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
+#include "tests/processes/support/shared.h"
 
 namespace linx {
 namespace {
@@ -20,9 +26,13 @@ using linxtest::Linx;
 class Stepper {
 public:
     template <class Body>
-    explicit Stepper(Body body) : process_(fork()) {
+    explicit Stepper(Body body) : Stepper([] {}, body, fork) {}
+    /// It does `prepare` as any other process does.
+    template <class Prepare, class Body>
+    Stepper(Prepare prepare, Body body, pid_t (*makeProcess)()) : process_(makeProcess()) {
         if (process_ == 0) {
             if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == -1) _exit(cannot);
+            prepare();
             raise(SIGSTOP);
             body();
             raise(SIGSTOP);
@@ -46,6 +56,7 @@ public:
     }
     /// A step stops it by another signal than the one that it raises.
     bool isDone() const { return stepped_ && (hasEnded() || WSTOPSIG(status_) == SIGSTOP); }
+    pid_t process() const { return process_; }
     bool isPossible() const { return !hasEnded() || WEXITSTATUS(status_) != cannot; }
 
 private:
@@ -106,6 +117,65 @@ TEST_F(HeldUpTest, AFreerTakesNothingOffTheBooksOfWhoHasComeIntoTheSlotSince) {
         freer.reset();  // is the child's, who has died
         others[0] = Linx("freer");
         others[0] = Linx("a");
+    }
+    EXPECT_GT(later, 5);
+}
+
+/// Two threads of a process that nobody told of its fork.
+struct Newcomers {
+    std::atomic<pid_t> second;
+    std::atomic<bool> secondMayGo;
+    std::atomic<bool> secondIsDone;
+    std::atomic<bool> bothAreDone;
+    std::atomic<bool> isJudged;
+    std::atomic<bool> isDisowned;  ///< what the second has made
+};
+
+void await(const std::atomic<bool>& said) {
+    while (!said) std::this_thread::yield();
+}
+
+void beSecond(Newcomers& both) {
+    both.second = gettid();
+    await(both.secondMayGo);
+    forks::acknowledge();
+    const uint32_t made = forks::generation();
+    both.secondIsDone = true;
+    await(both.bothAreDone);
+    both.isDisowned = forks::isSmuggled(made);
+    both.isJudged = true;
+}
+
+bool isAsleep(pid_t process, pid_t thread) {
+    std::string text;
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/stat"), text);
+    const size_t behindName = text.rfind(')');
+    return behindName != std::string::npos && text.compare(behindName, 3, ") S") == 0;
+}
+
+TEST(HeldUp, AThreadThatAcknowledgesAForkDisownsNothingOfAnother) {
+    const auto forkUnannounced = reinterpret_cast<pid_t (*)()>(dlsym(RTLD_DEFAULT, "_Fork"));
+    if (forkUnannounced == nullptr) GTEST_SKIP() << "no such fork here";
+    int later = 0;  ///< instructions
+    bool wasHeldUp = true;
+    for (; wasHeldUp && !testing::Test::HasFailure(); ++later) {
+        SCOPED_TRACE(later);
+        const Shared<Newcomers> both;
+        const auto startSecond = [&] {
+            std::thread([&] { beSecond(*both); }).detach();
+            while (both->second == 0) std::this_thread::yield();
+        };
+        Stepper child(startSecond, [] { forks::acknowledge(); }, forkUnannounced);
+        if (!child.isPossible()) GTEST_SKIP() << "no process can be looked at here";
+        for (int i = 0; i < later && !child.isDone(); ++i) child.step();
+        wasHeldUp = !child.isDone();
+        both->secondMayGo = true;
+        while (!both->secondIsDone && !isAsleep(child.process(), both->second)) std::this_thread::yield();
+        while (!child.isDone()) child.step();
+        await(both->secondIsDone);
+        both->bothAreDone = true;
+        await(both->isJudged);
+        EXPECT_FALSE(both->isDisowned);
     }
     EXPECT_GT(later, 5);
 }
