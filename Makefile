@@ -89,8 +89,13 @@ call-sites: dependencies ## Kills, stops and fails a process at every system cal
 	$(call build,release,linx-call-sites)
 	@build/release/tests/calls/linx-call-sites $(ARGS)
 
+simulate: dependencies ## Runs the sessions of links over a network that loses, doubles, delays, cuts and stops; SEEDS=10000, FIRST=1
+	$(call build,release,tests/simulate/all)
+	@build/release/tests/simulate/linx-simulate --seeds $(or $(SEEDS),10000) --jobs $$(nproc) $(call option,--first,$(FIRST))
+	@ctest --preset release --tests-regex '^simulate[.]caught'
+
 fuzz: dependencies fuzz-dependencies ## Searches for inputs that no operation withstands; SECONDS=60 for each fuzzer
-	$(call build,fuzz,fuzz_operations fuzz_arena)
+	$(call build,fuzz,fuzz_operations fuzz_arena fuzz_session)
 	@tests/fuzz/run build/fuzz $(or $(SECONDS),60)
 
 scribble: dependencies ## Scribbles over the memory of processes at their work; ROUNDS=10000, SEED=
