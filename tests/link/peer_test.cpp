@@ -131,6 +131,7 @@ TEST(PeerTest, ANewSessionReplacesTheOldOneWhoseEndIsToldFirst) {
     nodes.connect(1, false);
     nodes.settle();
     EXPECT_EQ(count<Up>(nodes.a), 1u);
+    EXPECT_EQ(count<Up>(nodes.b), 1u);
     nodes.loseConnection(nodes.b, 1);
     ASSERT_TRUE(nodes.b.toClose());  // of which `a` does not hear
     EXPECT_EQ(count<Down>(nodes.b), 1u);
@@ -168,6 +169,7 @@ TEST(PeerTest, AfterLeavingItDialsNoMore) {
     Nodes nodes;
     nodes.connect(1, true);
     nodes.settle();
+    EXPECT_EQ(count<Up>(nodes.b), 1u);
     nodes.a.leave(nodes.now + 200ms);
     nodes.now += 200ms;
     nodes.a.tick(1, nodes.now);
