@@ -39,13 +39,16 @@ chapter() { page=$PAGES/$1.md; }
 shown() { grep -qF -- "$1" "$page" || fail "${page##*/} does not show: $1"; }
 
 # start ID PROGRAM ARGUMENT...: it is asked for lines by that ID, and told them.
-start() {
-    local id=$1 program=$2
-    shift 2
+start() { start_at "$1" "$PROGRAMS/$2" "${@:3}"; }
+
+# start_at ID PATH ARGUMENT...: the same with a program from elsewhere.
+start_at() {
+    local id=$1
+    shift
     rm -f "$scratch/$id.in" "$scratch/$id.out"
     mkfifo "$scratch/$id.in" "$scratch/$id.out"
     exec {inputs[$id]}<>"$scratch/$id.in" {outputs[$id]}<>"$scratch/$id.out"
-    "${emulator[@]}" "$PROGRAMS/$program" "$@" <"$scratch/$id.in" >"$scratch/$id.out" &
+    "${emulator[@]}" "$@" <"$scratch/$id.in" >"$scratch/$id.out" &
     processes[$id]=$!
 }
 
