@@ -47,9 +47,10 @@ start_at() {
     shift
     rm -f "$scratch/$id.in" "$scratch/$id.out"
     mkfifo "$scratch/$id.in" "$scratch/$id.out"
-    exec {inputs[$id]}<>"$scratch/$id.in" {outputs[$id]}<>"$scratch/$id.out"
+    exec {inputs[$id]}<>"$scratch/$id.in"
     "${emulator[@]}" "$@" <"$scratch/$id.in" >"$scratch/$id.out" &
     processes[$id]=$!
+    exec {outputs[$id]}<"$scratch/$id.out"  # ends with the program
 }
 
 # next_line ID: sets `line`.
