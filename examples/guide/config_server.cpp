@@ -44,6 +44,7 @@ static void onQuestion(LinxIpc* endpoint, void* userData) {
     server.withheld.reset();
     if (server.slowKey == keyOf(question)) {
         server.withheld = {asker, question};
+        std::cout << "an answer is withheld" << std::endl;
     } else {
         answer(endpoint, server, asker, question);
     }
