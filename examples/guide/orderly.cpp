@@ -38,8 +38,9 @@ static int serve(LinxIpc& server, int asked) {
 
 /// Handles what has come so far. Bounded, as others may go on asking.
 static void finish(LinxIpc& server) {
-    for (int left = 10000; left > 0 && server.Receive(0, 0, LinxIpc::emptyString, nullptr) != ETIMEDOUT; --left) {
-    }
+    int result = 0;
+    for (int left = 10000; left > 0 && (result == 0 || result == ESHUTDOWN); --left)
+        result = server.Receive(0, 0, LinxIpc::emptyString, nullptr);
 }
 
 int main() {

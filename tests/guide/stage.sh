@@ -1,6 +1,6 @@
-# To be sourced by the test of a chapter, which is run in a new directory: a domain of its own, the chapter's programs as
-# processes in it, and nothing of either afterwards. The environment says where PROGRAMS and PAGES are, the EMULATOR that
-# the programs need, and the SKIP_REASON where they could not be built.
+# To be sourced by the test of a chapter: a domain of its own, the chapter's programs as processes in it, and nothing of
+# either afterwards. The environment says where PROGRAMS and PAGES are, the EMULATOR that the programs need, and the
+# SKIP_REASON where they could not be built.
 set -euo pipefail
 
 if [[ -n ${SKIP_REASON:-} ]]; then
