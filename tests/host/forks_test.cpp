@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <string>
 #include <thread>
 
 #include "host/arena/domain.h"
@@ -54,7 +55,8 @@ int statusOf(pid_t child) {
 }
 
 bool opens() {
-    LINX* endpoint = linx_open("own", 0, nullptr);
+    const std::string name = "own" + std::to_string(getpid());  // no two may have the same
+    LINX* endpoint = linx_open(name.c_str(), 0, nullptr);
     return endpoint != nullptr && linx_close(endpoint) == 0;
 }
 
