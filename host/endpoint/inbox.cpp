@@ -35,13 +35,14 @@ int millisecondsUntil(uint64_t deadline, uint64_t from) {
 
 }  // namespace
 
-Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, ScopedDescriptor& doorbell)
+Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, ScopedDescriptor& doorbell,
+             const SpinBudget& budget)
     : self_(self),
       signals_(signals),
       peers_(peers),
       epoll_(epoll),
       doorbell_(doorbell.release()),
-      budget_(SpinBudget::fromEnvironment()),
+      budget_(budget),
       timeouts_(self_.arena(), epoll) {}
 
 void Inbox::wake() {
@@ -208,6 +209,10 @@ void Inbox::noticeEvents() {
     if (tick != eventsSeenAt_) {
         eventsSeenAt_ = tick;
         handleEvents(0);
+        // Of some ends only the doorbell tells. Awake before the bytes go, of which the wake state may say that one
+        // is in: then the end of the receive puts one back.
+        wake();
+        drainDoorbell();
     }
     if (peers_.hasEnded()) collect();
 }
