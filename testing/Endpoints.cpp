@@ -4,7 +4,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -15,12 +14,27 @@ LINX* Endpoints::open(const char* name, LinxSpid spid) {
 }
 
 void Endpoints::close(LINX& endpoint) {
+    endpoint.isOpen = false;
     if (endpoint.event != -1) ::close(std::exchange(endpoint.event, -1));
 }
 
-bool Endpoints::has(const LINX* endpoint) const {
-    const auto first = endpoints_.begin() + static_cast<std::ptrdiff_t>(forgotten_);
-    return std::any_of(first, endpoints_.end(), [endpoint](const LINX& known) { return &known == endpoint; });
+LINX* Endpoints::find(const LINX* endpoint) {
+    for (LINX& known : endpoints_) {
+        if (&known == endpoint) return &known;
+    }
+    return nullptr;
+}
+
+bool Endpoints::isOpen(const LINX* endpoint) {
+    const LINX* const known = find(endpoint);
+    return known != nullptr && known->isOpen;
+}
+
+std::string Endpoints::label(const LINX* endpoint) {
+    if (endpoint == nullptr) return "[null]";
+    const LINX* const known = find(endpoint);
+    if (known == nullptr) return "[foreign]";
+    return !empty() && known == &endpoints_[forgotten_] ? "" : "[" + known->name + "]";
 }
 
 int Endpoints::descriptor(LINX& endpoint) {

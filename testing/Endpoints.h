@@ -11,6 +11,7 @@ struct LINX {
     LinxSpid spid;
     int event = -1;       // readable while there is something to be received; made when it is asked for
     int descriptor = -1;  // the duplicate of it that was handed out, which is the program's own
+    bool isOpen = true;
 };
 
 namespace linx::testing {
@@ -21,9 +22,14 @@ public:
     LINX* open(const char* name, LinxSpid spid);
     void close(LINX& endpoint);
 
-    /// Whether it was opened since `forget`.
-    bool has(const LINX* endpoint) const;
-    bool isFirst(const LINX* endpoint) const { return has(endpoint) && endpoint == &endpoints_[forgotten_]; }
+    /// Null when there never was such an endpoint.
+    LINX* find(const LINX* endpoint);
+
+    /// Whether it was opened since `forget`, and not closed.
+    bool isOpen(const LINX* endpoint);
+
+    /// What a call on it is recorded with: nothing for the one that was opened first since `forget`.
+    std::string label(const LINX* endpoint);
 
     /// The descriptor that is handed out for it, -1 with errno when there is none left.
     int descriptor(LINX& endpoint);
@@ -31,9 +37,10 @@ public:
     /// Makes descriptors readable, or no longer so, as `arrivals` wants them.
     void showReadiness(const Arrivals& arrivals);
 
+    /// Whether none was opened since `forget`.
     bool empty() const { return forgotten_ == endpoints_.size(); }
 
-    /// Closes what is open. The handles remain, for programs that still have them.
+    /// Closes what is open. The handles remain: programs may still have them, and close them.
     void forget();
 
 private:

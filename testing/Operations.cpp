@@ -37,13 +37,7 @@ std::string id(LinxSignal* const* signal) {
 }
 
 void record(const LINX* linx, const std::string& call) {
-    std::string handle;
-    if (linx == nullptr) {
-        handle = "[null]";
-    } else if (!state().endpoints.isFirst(linx)) {
-        handle = "[" + linx->name + "]";
-    }
-    state().calls.push_back(handle + call);
+    state().calls.push_back(state().endpoints.label(linx) + call);
 }
 
 /// Sets errno where there is an error.
@@ -54,6 +48,11 @@ bool failsWith(int error) {
 
 bool fails(const char* operation) {
     return failsWith(state().failures.next(operation));
+}
+
+/// Whether the handle is one that operations can be made on; else EINVAL.
+bool isOpen(const LINX* linx) {
+    return !failsWith(state().endpoints.isOpen(linx) ? 0 : EINVAL);
 }
 
 /// The signal, when the program holds it; else null and EINVAL.
@@ -102,7 +101,7 @@ LINX* linx_open(const char* name, std::uint32_t options, void* argument) {
 int linx_get_descriptor(LINX* linx) {
     const AtWork now;
     record(linx, "linx_get_descriptor");
-    if (fails("linx_get_descriptor") || failsWith(linx == nullptr ? EINVAL : 0)) return -1;
+    if (!isOpen(linx) || fails("linx_get_descriptor")) return -1;
     if (platform().descriptor) return *platform().descriptor;
     const int descriptor = state().endpoints.descriptor(*linx);
     state().showReadiness();
@@ -112,14 +111,16 @@ int linx_get_descriptor(LINX* linx) {
 int linx_close(LINX* linx) {
     const AtWork now;
     record(linx, "linx_close");
-    if (fails("linx_close") || failsWith(linx == nullptr ? EINVAL : 0)) return -1;
-    state().endpoints.close(*linx);
+    LINX* const known = state().endpoints.find(linx);
+    if (failsWith(known == nullptr ? EINVAL : 0) || fails("linx_close")) return -1;
+    state().endpoints.close(*known);
     return 0;
 }
 
 int linx_hunt(LINX* linx, const char* name, LinxSignal** huntSignal) {
     const AtWork now;
     record(linx, "linx_hunt(" + quoted(name) + ", " + id(huntSignal) + ")");
+    if (!isOpen(linx)) return -1;
     Signal* answer = nullptr;
     if (huntSignal != nullptr && *huntSignal != nullptr) {
         answer = held(huntSignal);
@@ -138,7 +139,7 @@ LinxRef linx_attach(LINX* linx, LinxSignal** notice, LinxSpid spid) {
     const AtWork now;
     record(linx, "linx_attach(" + id(notice) + ", " + std::to_string(spid) + ")");
     Signal* const signal = held(notice);
-    if (signal == nullptr) return 0;
+    if (signal == nullptr || !isOpen(linx)) return 0;
     takeOver(*signal, notice);
     if (fails("linx_attach")) {
         drop(*signal);
@@ -157,11 +158,11 @@ LinxSignal* linx_alloc(LINX* linx, std::uint32_t size, std::uint32_t number) {
     const AtWork now;
     const std::string call = "linx_alloc(" + std::to_string(size) + ", " + std::to_string(number) + ")";
     const int refusal = size > largestSignal ? EMSGSIZE : size < sizeof(LinxSignal) ? EINVAL : 0;
-    if (fails("linx_alloc") || failsWith(refusal)) {
+    if (!isOpen(linx) || fails("linx_alloc") || failsWith(refusal)) {
         record(linx, call + " = null");
         return nullptr;
     }
-    Signal& signal = state().signals.make(Peers::ownSpid, platform().allocWritesNumber ? number : 0xBAD, size);
+    Signal& signal = state().signals.make(linx->spid, platform().allocWritesNumber ? number : 0xBAD, size);
     signal.inHand = true;
     ++platform().signalsAllocated;
     record(linx, call + " = " + signal.id);
@@ -172,7 +173,7 @@ int linx_free_buf(LINX* linx, LinxSignal** signal) {
     const AtWork now;
     record(linx, "linx_free_buf(" + id(signal) + ")");
     Signal* const freed = held(signal);
-    if (freed == nullptr || fails("linx_free_buf")) return -1;
+    if (freed == nullptr || !isOpen(linx) || fails("linx_free_buf")) return -1;
     ++platform().signalsFreed;
     takeOver(*freed, signal);
     drop(*freed);
@@ -183,7 +184,7 @@ int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
     const AtWork now;
     record(linx, "linx_send(" + id(signal) + ", " + std::to_string(to) + ")");
     Signal* const sent = held(signal);
-    if (sent == nullptr) return -1;
+    if (sent == nullptr || !isOpen(linx)) return -1;
     int error = state().failures.next("linx_send");
     if (error == 0 && state().peers.hasEnded(to)) error = ECONNRESET;
     const std::string bytes = sent->bytes();
@@ -197,7 +198,7 @@ int linx_receive(LINX* linx, LinxSignal** signal, const std::uint32_t* selection
     const AtWork now;
     record(linx, "linx_receive(" + listed(selection) + ")");
     *signal = nullptr;
-    if (fails("linx_receive")) return -1;
+    if (!isOpen(linx) || fails("linx_receive")) return -1;
     const int size = handOver(state().arrivals.take(linx, selection), signal);
     if (size != 0) return size;
     ++platform().endlessWaits;
@@ -209,7 +210,7 @@ int linx_receive_w_tmo(LINX* linx, LinxSignal** signal, std::uint32_t millisecon
     const AtWork now;
     record(linx, "linx_receive_w_tmo(" + std::to_string(milliseconds) + ", " + listed(selection) + ")");
     *signal = nullptr;
-    if (fails("linx_receive_w_tmo")) return -1;
+    if (!isOpen(linx) || fails("linx_receive_w_tmo")) return -1;
     return handOver(state().arrivals.await(linx, selection, std::chrono::milliseconds(milliseconds)), signal);
 }
 
@@ -217,14 +218,14 @@ LinxSpid linx_sender(LINX* linx, LinxSignal** signal) {
     const AtWork now;
     record(linx, "linx_sender(" + id(signal) + ")");
     const Signal* const received = held(signal);
-    return received == nullptr || fails("linx_sender") ? 0 : received->sender;
+    return received == nullptr || !isOpen(linx) || fails("linx_sender") ? 0 : received->sender;
 }
 
 int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
     const AtWork now;
     record(linx, "linx_get_name(" + std::to_string(spid) + ")");
     const std::string* const known = state().peers.nameOf(spid);
-    if (fails("linx_get_name") || failsWith(known == nullptr ? ESRCH : 0)) return -1;
+    if (!isOpen(linx) || fails("linx_get_name") || failsWith(known == nullptr ? ESRCH : 0)) return -1;
     *name = strdup(known->c_str());
     if (*name == nullptr) return -1;
     ++state().namesInHand;
@@ -234,7 +235,7 @@ int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
 int linx_free_name(LINX* linx, char** name) {
     const AtWork now;
     record(linx, "linx_free_name(" + quoted(*name) + ")");
-    if (fails("linx_free_name") || failsWith(*name == nullptr ? EINVAL : 0)) return -1;
+    if (!isOpen(linx) || fails("linx_free_name") || failsWith(*name == nullptr ? EINVAL : 0)) return -1;
     --state().namesInHand;
     std::free(std::exchange(*name, nullptr));
     return 0;
@@ -243,19 +244,22 @@ int linx_free_name(LINX* linx, char** name) {
 LinxRef linx_request_tmo(LINX* linx, std::uint32_t milliseconds, LinxSignal** signal) {
     const AtWork now;
     const std::string call = "linx_request_tmo(" + std::to_string(milliseconds) + ", " + id(signal) + ") = ";
-    const bool isOwn = signal != nullptr && *signal != nullptr;
-    Signal* timeOut = isOwn ? held(signal) : nullptr;
-    if (timeOut != nullptr) takeOver(*timeOut, signal);
-    if ((isOwn && timeOut == nullptr) || fails("linx_request_tmo")) {
-        if (timeOut != nullptr) drop(*timeOut);
+    const bool isGiven = signal != nullptr && *signal != nullptr;
+    if (!isOpen(linx) || (isGiven && held(signal) == nullptr)) {
         record(linx, call + "0");
         return 0;
     }
-    if (!isOwn) timeOut = &state().signals.make(Peers::ownSpid, LINX_OS_TIMEOUT_SIG, "");
-    timeOut->sender = linx != nullptr ? linx->spid : Peers::ownSpid;
-    timeOut->receiver = linx;
+    Signal& timeOut = isGiven ? *held(signal) : state().signals.make(linx->spid, LINX_OS_TIMEOUT_SIG, "");
+    if (isGiven) takeOver(timeOut, signal);
+    if (fails("linx_request_tmo")) {
+        drop(timeOut);
+        record(linx, call + "0");
+        return 0;
+    }
+    timeOut.sender = linx->spid;
+    timeOut.receiver = linx;
     const LinxRef reference = ++state().lastReference;
-    state().arrivals.addAfter(std::chrono::milliseconds(milliseconds), *timeOut, reference);
+    state().arrivals.addAfter(std::chrono::milliseconds(milliseconds), timeOut, reference);
     state().showReadiness();
     record(linx, call + std::to_string(reference));
     return reference;
@@ -264,7 +268,7 @@ LinxRef linx_request_tmo(LINX* linx, std::uint32_t milliseconds, LinxSignal** si
 int linx_cancel_tmo(LINX* linx, LinxRef* reference) {
     const AtWork now;
     record(linx, "linx_cancel_tmo(" + std::to_string(*reference) + ")");
-    if (fails("linx_cancel_tmo")) return -1;
+    if (!isOpen(linx) || fails("linx_cancel_tmo")) return -1;
     if (platform().cancelResult) return *platform().cancelResult;
     const Signal* const timeOut = state().arrivals.cancel(*reference);
     if (timeOut == nullptr) {

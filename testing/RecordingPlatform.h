@@ -41,6 +41,10 @@ struct LogLine {
 /// the platform, which nothing else moves but `advance`; what is due within that time arrives. A receive without a
 /// limit, which would wait for ever then, fails with EDEADLK: so ends a main loop that has nothing left to do.
 ///
+/// Handles and signals that are not the program's, or no longer, are refused with EINVAL. The payload of a signal that
+/// `linx_alloc` gave is full of question marks. A peer exists as far as the test says, and no operation has a limit but
+/// the size of signals.
+///
 /// Nothing that is sent arrives anywhere, not even at an endpoint of the program itself: it is in `sent`. All the
 /// program's endpoints take from one queue; only answers to hunts, time-outs and notices go to who asked for them.
 ///
@@ -59,7 +63,7 @@ public:
 
     /// Forgets everything: what was recorded, what was arranged, every setting; the clock stands at 0, and numbers
     /// begin anew. Every test begins with that. All signals are freed. An endpoint that was opened before may still
-    /// be closed, and nothing else.
+    /// be closed; all else on it is EINVAL.
     void reset();
 
     // Who is there. Peers are told by spids: 1 is the endpoint that was opened first, those that are handed out here
@@ -129,7 +133,8 @@ public:
     /// - "linx_send(s1, 7)": an operation with its arguments, and behind " = " the signal or reference that was new.
     ///   Signals are called s1, s2, ... in the order in which they are made, also those that arrive; "null" is none,
     ///   "foreign" one that there is not. A selection is listed with its count: {1, 300}; {0} is any signal.
-    /// - "[Other]linx_close", "[null]linx_cancel_tmo(0)": on another handle than the one that was opened first
+    /// - "[Other]linx_close", "[null]linx_cancel_tmo(0)": on another handle than the one that was opened first, by
+    ///   its name; "[foreign]" is one that there never was
     /// - "log 2 linxIpc:700 ...": the level and the text of a line of the log
     /// - "PetWatchdog", "CalcInitialTimeout(500) = 1001", "ReCalcTimeout(1001)"
     /// - whatever `note` added

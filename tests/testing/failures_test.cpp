@@ -103,6 +103,35 @@ TEST_F(FailuresTest, ASignalThatIsNotTheProgramsIsRefusedByAll) {
     EXPECT_EQ(signal, &made);
 }
 
+TEST_F(FailuresTest, AHandleThatIsNotOpenIsRefusedAndKeepsItsSignals) {
+    LINX* const closed = linx_open("Closed", 0, nullptr);
+    linx_close(closed);
+    reference = linx_request_tmo(self, 100, nullptr);
+    LinxSignal* const kept = platform.makeSignal(300);
+    for (LINX* const handle : {static_cast<LINX*>(nullptr), reinterpret_cast<LINX*>(this), closed}) {
+        signal = kept;
+        errno = 0;
+        EXPECT_EQ(linx_get_descriptor(handle), -1);
+        EXPECT_EQ(linx_hunt(handle, "Peer", &signal), -1);
+        EXPECT_EQ(linx_attach(handle, &signal, 7), 0u);
+        EXPECT_EQ(linx_alloc(handle, 4, 300), nullptr);
+        EXPECT_EQ(linx_free_buf(handle, &signal), -1);
+        EXPECT_EQ(linx_send(handle, &signal, 7), -1);
+        EXPECT_EQ(linx_sender(handle, &signal), 0u);
+        EXPECT_EQ(linx_request_tmo(handle, 100, &signal), 0u);
+        EXPECT_EQ(linx_cancel_tmo(handle, &reference), -1);
+        EXPECT_EQ(signal, kept);
+        EXPECT_EQ(errno, EINVAL);
+        EXPECT_EQ(linx_get_name(handle, 1, &name), -1);
+        EXPECT_EQ(linx_receive(handle, &signal, any), -1);
+        EXPECT_EQ(linx_receive_w_tmo(handle, &signal, 10, any), -1);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    EXPECT_EQ(platform.now(), 0ms);
+    EXPECT_THAT(platform.sent, IsEmpty());
+    EXPECT_THAT(platform.signalsInHand(), ElementsAre(platform.nameOf(kept)));
+}
+
 TEST_F(FailuresTest, SizesThatNoPlatformAllocatesAreRefused) {
     EXPECT_EQ(linx_alloc(self, 3, 300), nullptr);
     EXPECT_EQ(errno, EINVAL);
