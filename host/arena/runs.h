@@ -5,9 +5,9 @@
 
 namespace linx {
 
-/// Whether a run starts at the page; its class goes to `sizeClass`.
+/// Whether a run starts at the page; its class goes to `sizeClass`. Under the domain lock.
 inline bool runStartsAt(const Arena& arena, uint32_t page, uint32_t& sizeClass) {
-    const uint32_t entry = arena.pageEntry(page).loadAcquire();  // (O), though the domain lock would do
+    const uint32_t entry = arena.pageEntry(page).loadRelaxed();
     sizeClass = entryClass(entry);
     return sizeClass < sizeClassCount && entryBack(entry) == 0 &&
            page + sizeClasses[sizeClass].pages <= arena.usedPages();

@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -27,6 +28,7 @@ std::function<void()> atNap;
 std::function<int()> atLock;
 std::function<int()> atStat;
 std::function<int()> atWatch;
+std::function<void()> atArm;
 std::function<void()> atLook;
 std::function<void()> atSleep;
 
@@ -71,6 +73,7 @@ void reset() {
     atLock = nullptr;
     atStat = nullptr;
     atWatch = nullptr;
+    atArm = nullptr;
     atLook = nullptr;
     atSleep = nullptr;
     atReserve = nullptr;
@@ -147,6 +150,11 @@ int epoll_ctl(int set, int operation, int descriptor, epoll_event* event) noexce
     const int error = operation == EPOLL_CTL_ADD ? interposed::run(interposed::atWatch) : 0;
     return error != 0 ? interposed::fail(error)
                       : static_cast<int>(syscall(SYS_epoll_ctl, set, operation, descriptor, event));
+}
+
+int timerfd_settime(int timer, int flags, const itimerspec* when, itimerspec* before) noexcept {
+    interposed::run(interposed::atArm);
+    return static_cast<int>(syscall(SYS_timerfd_settime, timer, flags, when, before));
 }
 
 int epoll_wait(int set, epoll_event* events, int most, int milliseconds) {

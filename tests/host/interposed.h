@@ -39,6 +39,9 @@ extern std::function<int()> atStat;
 /// Done before something is added to an epoll set. Returns 0, or the errno value with which that fails.
 extern std::function<int()> atWatch;
 
+/// Done before a timer of the kernel is set.
+extern std::function<void()> atArm;
+
 /// Done before an epoll set is looked into, whether to wait or not.
 extern std::function<void()> atLook;
 

@@ -145,6 +145,7 @@ TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
     EXPECT_TRUE(everExisted(arena, makeSpid(3, 4)));
     EXPECT_FALSE(everExisted(arena, makeSpid(3, 6)));
     EXPECT_FALSE(everExisted(arena, makeSpid(4, 0)));
+    EXPECT_FALSE(everExisted(arena, makeSpid(4, generationMask)));  // just before a slot's first
     EXPECT_FALSE(everExisted(arena, 0));
     EXPECT_FALSE(everExisted(arena, makeSpid(3, 5) | lifeOpen));
     arena.slot(3).life.storeRelaxed(makeSpid(3, 5));

@@ -5,6 +5,8 @@
 
 #include <vector>
 
+#include "tests/host/interposed.h"
+
 namespace linx {
 namespace {
 
@@ -150,6 +152,20 @@ TEST_F(TimersTest, TheDescriptorIsReadableOnceTheEarliestDeadlineHasPassed) {
     EXPECT_TRUE(isReadable(-1));
     EXPECT_EQ(cancel(3), 13u);
     EXPECT_FALSE(isReadable(0));
+}
+
+TEST_F(TimersTest, TheKernelIsAskedAgainOnlyForAnEarlierDeadline) {
+    int asked = 0;
+    linxtest::interposed::atArm = [&] { ++asked; };
+    ASSERT_NE(timers.open(), -1);
+    timers.add(1, 500, 11);
+    EXPECT_EQ(asked, 1);
+    timers.add(2, 600, 12);
+    timers.add(3, 500, 13);
+    EXPECT_EQ(asked, 1);
+    timers.add(4, 400, 14);
+    EXPECT_EQ(asked, 2);
+    linxtest::interposed::reset();
 }
 
 }  // namespace
