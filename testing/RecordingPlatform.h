@@ -41,9 +41,9 @@ struct LogLine {
 /// the platform, which nothing else moves but `advance`; what is due within that time arrives. A receive without a
 /// limit, which would wait for ever then, fails with EDEADLK: so ends a main loop that has nothing left to do.
 ///
-/// Handles and signals that are not the program's, or no longer, are refused with EINVAL. The payload of a signal that
-/// `linx_alloc` gave is full of question marks. A peer exists as far as the test says, and no operation has a limit but
-/// the size of signals.
+/// Handles and signals that are not the program's, or no longer, are refused with EINVAL. The payload of a signal
+/// that `linx_alloc` gave is full of question marks. A peer exists as far as the test says, and no operation has a
+/// limit but the size of signals.
 ///
 /// Nothing that is sent arrives anywhere, not even at an endpoint of the program itself: it is in `sent`. All the
 /// program's endpoints take from one queue; only answers to hunts, time-outs and notices go to who asked for them.

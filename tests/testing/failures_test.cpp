@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 
 #include "fixture.h"
 
@@ -25,7 +26,10 @@ protected:
         if (operation == "linx_receive") return receive(self).rfind("error", 0) == 0 ? -1 : 0;
         if (operation == "linx_receive_w_tmo") return receiveWithin(10).rfind("error", 0) == 0 ? -1 : 0;
         if (operation == "linx_sender") return isNotZero(linx_sender(self, &signal));
-        if (operation == "linx_get_name") return linx_get_name(self, 7, &name);
+        if (operation == "linx_get_name") {
+            std::free(std::exchange(name, nullptr));
+            return linx_get_name(self, 7, &name);
+        }
         if (operation == "linx_free_name") return linx_free_name(self, &name);
         if (operation == "linx_request_tmo") return isNotZero(linx_request_tmo(self, 100, &signal));
         EXPECT_EQ(operation, "linx_cancel_tmo");
