@@ -47,6 +47,24 @@ TEST_F(ArrivalsTest, AnyEndpointReceivesWhatArrivesAndTheHunterItsAnswer) {
     EXPECT_EQ(receive(other), "251 '' from " + std::to_string(peer));
 }
 
+TEST_F(ArrivalsTest, TimeOutsAndNoticesGoToWhoAskedForThem) {
+    LINX* const other = linx_open("Other", 0, nullptr);
+    const LinxSpid peer = platform.addPeer("Peer");
+    signal = linx_alloc(other, 4, 400);
+    linx_attach(other, &signal, peer);
+    signal = linx_alloc(other, 4, 401);
+    const LinxSpid own = linx_sender(other, &signal);
+    linx_request_tmo(other, 10, &signal);
+    linx_request_tmo(other, 20, nullptr);
+    platform.endPeer("Peer");
+    platform.advance(20ms);
+    EXPECT_EQ(receiveWithin(0), "nothing");
+    EXPECT_NE(own, 1u);
+    EXPECT_EQ(receive(other), "400 '' from " + std::to_string(peer));
+    EXPECT_EQ(receive(other), "401 '' from " + std::to_string(own));
+    EXPECT_EQ(receive(other), "252 '' from " + std::to_string(own));
+}
+
 TEST_F(ArrivalsTest, TheDescriptorIsReadableWhileThereIsSomethingToReceive) {
     const int descriptor = linx_get_descriptor(self);
     EXPECT_EQ(linx_get_descriptor(self), descriptor);

@@ -77,6 +77,13 @@ TEST_F(ClockTest, ATimeOutArrivesFromTheEndpointItselfWhenItsTimeHasCome) {
     EXPECT_EQ(platform.now(), 100ms);
 }
 
+TEST_F(ClockTest, AReceivedSignalThatIsATimeOutArrivesFromTheEndpointItself) {
+    platform.arrive(7, 300);
+    linx_receive(self, &signal, any);
+    linx_request_tmo(self, 50, &signal);
+    EXPECT_EQ(receiveWithin(50), "300 '' from 1");
+}
+
 TEST_F(ClockTest, ATimeOutCanBeCancelledAlsoWhenItHasArrived) {
     LinxRef pending = linx_request_tmo(self, 100, nullptr);
     LinxRef arrived = linx_request_tmo(self, 50, nullptr);
@@ -95,8 +102,10 @@ TEST_F(ClockTest, ATimeOutThatWasReceivedOrCancelledIsUnknown) {
     EXPECT_EQ(linx_cancel_tmo(self, &reference), -1);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(reference, known);
+    platform.arriveAfter(10ms, 7, 300);
     LinxRef none = 0;
     EXPECT_EQ(linx_cancel_tmo(self, &none), -1);
+    EXPECT_EQ(receiveWithin(10), "300 '' from 7");
 }
 
 TEST_F(ClockTest, TheResultOfACancellationCanBeChosen) {
