@@ -12,7 +12,7 @@ LINX table[capacity];
 
 namespace {
 
-std::mutex mutex;
+constexpr ProcessMutex& mutex = forks::handlesMutex();
 uint32_t nextEntry = 0;  ///< goes round, so that the entry used again is the one unused for longest
 
 // No thread of a child may have been between lock and unlock.
@@ -21,7 +21,7 @@ const int registered = forks::atFork([] { mutex.lock(); }, [] { mutex.unlock(); 
 }  // namespace
 
 LINX* add(std::unique_ptr<Endpoint> endpoint) {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<ProcessMutex> lock(mutex);
     for (uint32_t tried = 0; tried < capacity; ++tried) {
         LINX& entry = table[nextEntry++ % capacity];
         // Relaxed: the mutex orders adding and removing.
@@ -34,7 +34,7 @@ LINX* add(std::unique_ptr<Endpoint> endpoint) {
 }
 
 std::unique_ptr<Endpoint> remove(LINX* handle) {
-    const std::lock_guard<std::mutex> lock(mutex);
+    const std::lock_guard<ProcessMutex> lock(mutex);
     return std::unique_ptr<Endpoint>(handle->endpoint.exchange(nullptr, std::memory_order_acq_rel));
 }
 

@@ -10,7 +10,7 @@
  *
  * Errors: an operation that fails returns -1, a null pointer or a 0 reference, and sets errno. Common to all:
  *   EINVAL  a handle, signal or name that is null, foreign, freed or made up; nothing is touched. Also a handle that
- *           another thread is using at that moment, as far as that is noticed
+ *           another thread is using at that moment, as far as that is noticed: where it is not, the program may crash
  *   ECHILD  after a fork the endpoint belongs to the other of the two processes; or this is a child that was made while
  *           a thread was inside an operation on it, or without fork handlers (_Fork, clone)
  *   ENOMEM, EMFILE, ENFILE  no memory or no descriptor left for an operation that needs one; allocating from memory
@@ -19,13 +19,15 @@
  *   EACCES, EPERM, ELOOP, ENOTDIR, EROFS, EIO, ENOLCK  the kernel refuses the domain's files, though it gave them
  *           before: of an open, a hunt, an attach, a first send to an endpoint, and of an allocation. The operation can
  *           be tried again
+ *   EPROTO  what lies in the place of an endpoint's file in the domain is something else: of a hunt, an attach and a
+ *           first send to the endpoint
  *   ESTALE  the domain's files have been removed, and the operation would have needed them
  *   EACCES  the process has given up the rights with which it joined the domain, and would have to connect to an
  *           endpoint that is new to it; or, being a child forked since then, to take the domain's lock
  *   EBADF  the program has closed descriptors that are the platform's, as one does that closes all that it has. An
- *           endpoint that it opens afterwards works
- *   ECONNABORTED  the endpoint counts as ended, because the domain's memory was garbled or its files were removed: it
- *           can only be closed
+ *           endpoint that it opens afterwards works. A receive says ECONNABORTED then
+ *   ECONNABORTED  the endpoint counts as ended, because the domain's memory was garbled or its files were removed, or
+ *           has lost its descriptors: it can only be closed
  *
  * Signals: a signal is owned by the handle that allocated or received it until that handle sends it, frees it, or hands
  * it over to linx_hunt, linx_attach or linx_request_tmo. Sending and those three take a signal of the handle even when

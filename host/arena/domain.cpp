@@ -18,12 +18,9 @@
 namespace linx {
 namespace {
 
-/// The domains that this process has joined.
-struct Joined {
-    std::mutex mutex;
-    std::vector<std::weak_ptr<Domain>> domains;
-};
+using Joined = std::vector<std::weak_ptr<Domain>>;
 
+/// The domains that this process has joined.
 Joined& joined() {
     static Joined* all = new Joined;  // never destroyed: endpoints may outlive the statics
     return *all;
@@ -31,16 +28,16 @@ Joined& joined() {
 
 // A child gets the mutexes of this process as they are: no thread of it may be between lock and unlock.
 void beforeFork() {
-    joined().mutex.lock();
+    forks::domainsMutex().lock();
     FileLock::beforeFork();
 }
 void afterForkInParent() {
     FileLock::afterForkInParent();
-    joined().mutex.unlock();
+    forks::domainsMutex().unlock();
 }
 void afterForkInChild() {
     FileLock::afterForkInChild();
-    joined().mutex.unlock();
+    forks::domainsMutex().unlock();
 }
 
 const int registered = forks::atFork(beforeFork, afterForkInParent, afterForkInChild);
@@ -73,7 +70,7 @@ std::shared_ptr<Domain> findJoined(Joined& all, const struct stat& status, const
         found = domain;
         return false;
     };
-    all.domains.erase(std::remove_if(all.domains.begin(), all.domains.end(), isGone), all.domains.end());
+    all.erase(std::remove_if(all.begin(), all.end(), isGone), all.end());
     return found;
 }
 
@@ -99,13 +96,13 @@ std::shared_ptr<Domain> Domain::join() {
     if (!openPlace(path, place)) return nullptr;
     std::shared_ptr<Domain> domain;
     {
+        const std::lock_guard<ProcessMutex> lock(forks::domainsMutex());
         Joined& all = joined();
-        const std::lock_guard<std::mutex> lock(all.mutex);
         domain = findJoined(all, place.status, {place.directory.get(), place.file.get()});
         if (domain != nullptr) return domain;
         domain = mapPlace(place);
         if (domain == nullptr) return nullptr;
-        all.domains.push_back(domain);
+        all.push_back(domain);
     }
     log(LogBit::notable, [&] {
         return (place.isMade ? "made the domain " : "joined the domain ") + path + " as user " +

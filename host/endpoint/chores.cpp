@@ -20,21 +20,12 @@ void Chores::oweRing() {
     ownership_.setOverdue(true);
 }
 
-void Chores::ring() {
-    owesRings_ = !ringSleepers(self_.domain, indexOf(self_.spid));
-    ownership_.setOverdue(owesRings_);
+void Chores::oweAnswers() {
+    owesAnswers_ = true;
+    oweRing();
 }
 
-void Chores::ringBeforeOperation() {
-    if (!owesRings_) return;
-    const uint64_t tick = coarseMilliseconds();
-    if (tick != ringsTriedAt_) ring();  // all slots are looked at: too much for each operation
-    ringsTriedAt_ = tick;
-}
-
-void Chores::runAll() {
-    if (owesRings_) ring();
-    peers_.reapDead(DomainLock::Patience::tryOnce);
+void Chores::answerAndRing() {
     if (owesAnswers_) {
         const DomainLock lock(self_.domain, DomainLock::Patience::tryOnce);
         Name name;
@@ -42,6 +33,20 @@ void Chores::runAll() {
             owesAnswers_ = !answerHunts(lock, self_.spid, name);
         }
     }
+    owesRings_ = !ringSleepers(self_.domain, indexOf(self_.spid)) || owesAnswers_;
+    ownership_.setOverdue(owesRings_);
+}
+
+void Chores::runBeforeOperation() {
+    if (!owesRings_) return;
+    const uint64_t tick = coarseMilliseconds();
+    if (tick != triedAt_) answerAndRing();  // all slots are looked at: too much for each operation
+    triedAt_ = tick;
+}
+
+void Chores::runAll() {
+    if (owesRings_) answerAndRing();
+    peers_.reapDead(DomainLock::Patience::tryOnce);
     if (pool_.isUnderPressure()) pool_.yieldToPressure();
     pause_ = owesOthers() ? std::min(2 * pause_ + 1, longestPause) : 0;
 }

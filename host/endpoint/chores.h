@@ -18,19 +18,19 @@ public:
     /// A ring that a peer asked for has failed, though the peer lives.
     void oweRing();
 
-    /// Somebody hunts for this endpoint and could not be answered.
-    void oweAnswers() { owesAnswers_ = true; }
+    /// Somebody hunts for this endpoint and could not be answered, or could not be rung for the answer.
+    void oweAnswers();
 
     bool owesRings() const { return owesRings_; }
-    bool owesOthers() const { return owesRings_ || owesAnswers_ || pool_.owesRelief(); }
+    bool owesOthers() const { return owesRings_ || pool_.owesRelief(); }
 
     /// Tries again to do all of it, if there is any.
     void run() {
         if (owesOthers() || !peers_.dead().empty() || pool_.isUnderPressure()) runAll();
     }
 
-    /// Tries the rings again before an operation, but once a tick of the kernel.
-    void ringBeforeOperation();
+    /// Tries the answers and the rings again before an operation, but once a tick of the kernel.
+    void runBeforeOperation();
 
     /// When what others wait for is to be tried again, in nanoseconds of the monotonic clock, less and less often;
     /// Timers::never when there is no such thing.
@@ -38,15 +38,15 @@ public:
 
 private:
     void runAll();
-    void ring();
+    void answerAndRing();
 
     const Identity self_;
     Ownership& ownership_;
     Pool& pool_;
     Peers& peers_;
     bool owesRings_ = false;
-    uint64_t ringsTriedAt_ = 0;  ///< the tick in which an operation last tried to make that good
-    bool owesAnswers_ = false;
+    bool owesAnswers_ = false;  ///< and rings
+    uint64_t triedAt_ = 0;      ///< the tick in which an operation last tried to make that good
     uint32_t pause_ = 0;  ///< milliseconds until what others wait for is tried again
 };
 

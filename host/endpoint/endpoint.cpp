@@ -48,6 +48,8 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
 std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name) {
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() == -1) return nullptr;
+    // Before the lock, since a wrong value is logged, and whoever reads the log may not come.
+    const SpinBudget budget = SpinBudget::fromEnvironment();
     const DomainLock lock(*domain);
     if (!lock.isHeld()) return nullptr;
     SlotReservation reservation(lock, name);
@@ -57,8 +59,8 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     ScopedDescriptor spare;
     if (isHunted(domain->arena(), name) && !duplicate(epoll.get(), spare)) return nullptr;
     errno = ENOMEM;
-    std::unique_ptr<Endpoint> endpoint(new (std::nothrow)
-                                           Endpoint(domain, reservation.spid(), epoll, reservation.doorbell()));
+    std::unique_ptr<Endpoint> endpoint(
+        new (std::nothrow) Endpoint(domain, reservation.spid(), epoll, reservation.doorbell(), budget));
     if (endpoint == nullptr) return nullptr;
     spare.reset();
     reservation.commit();
@@ -69,14 +71,15 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     return endpoint;
 }
 
-Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell)
+Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell,
+                   const SpinBudget& budget)
     : domain_(std::move(domain)),
       self_{*domain_, spid, domain_->arena().slot(indexOf(spid))},
       epoll_(epoll.release()),
       ownership_(self_),
       signals_(self_),
       peers_(self_, epoll_.get()),
-      inbox_(self_, signals_, peers_, epoll_.get(), doorbell),
+      inbox_(self_, signals_, peers_, epoll_.get(), doorbell, budget),
       chores_(self_, ownership_, signals_.pool(), peers_),
       outbox_(self_, signals_, peers_, inbox_, chores_),
       hunts_(self_, signals_, peers_, inbox_),
@@ -127,7 +130,7 @@ bool Endpoint::endInside() {
 bool Endpoint::enterInDoubt() {
     switch (ownership_.enter()) {
         case Ownership::Entry::entered:
-            chores_.ringBeforeOperation();
+            chores_.runBeforeOperation();
             return true;
         case Ownership::Entry::occupied:
             errno = EINVAL;

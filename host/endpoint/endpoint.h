@@ -77,7 +77,8 @@ public:
 
 private:
     /// Takes over the two descriptors.
-    Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell);
+    Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell,
+             const SpinBudget& budget);
 
     static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name);
 

@@ -53,7 +53,8 @@ inline int Endpoint::finishSend(Posted posted) {
 
 inline int Endpoint::receiveAtOnce(LinxSignal** signal, const uint32_t* selection) {
     if (selection[0] != 0 || !inbox_.isBusy() || !ownership_.enterAtOnce()) return 0;
-    const int size = signals_.handOut(inbox_.takeArrival(), signal);
+    const BlockRef block = inbox_.takeArrival();
+    const int size = signals_.isQueued(block) ? signals_.handOut(block, signal) : 0;
     exit();
     return size;
 }

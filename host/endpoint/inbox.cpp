@@ -35,13 +35,14 @@ int millisecondsUntil(uint64_t deadline, uint64_t from) {
 
 }  // namespace
 
-Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, ScopedDescriptor& doorbell)
+Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, ScopedDescriptor& doorbell,
+             const SpinBudget& budget)
     : self_(self),
       signals_(signals),
       peers_(peers),
       epoll_(epoll),
       doorbell_(doorbell.release()),
-      budget_(SpinBudget::fromEnvironment()),
+      budget_(budget),
       timeouts_(self_.arena(), epoll) {}
 
 void Inbox::wake() {

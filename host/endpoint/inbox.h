@@ -24,7 +24,8 @@ namespace linx {
 class Inbox {
 public:
     /// Takes over the doorbell.
-    Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, ScopedDescriptor& doorbell);
+    Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, ScopedDescriptor& doorbell,
+          const SpinBudget& budget);
 
     /// What ends a wait.
     enum class Wait {
@@ -45,8 +46,12 @@ public:
 
     /// The oldest signal of the queue that the selection allows; no block when there is none.
     BlockRef take(const uint32_t* selection) {
-        const SignalQueue::Signal signal = queue_.take(selection);
-        return signal.ref == 0 ? BlockRef{} : blockOf(signal);
+        for (;;) {
+            const SignalQueue::Signal signal = queue_.take(selection);
+            if (signal.ref == 0) return {};
+            const BlockRef block = blockOf(signal);
+            if (signals_.isQueued(block)) return block;
+        }
     }
 
     /// Waits until the deadline (nanoseconds of the monotonic clock; Timers::never; 0: only asks what has happened).
@@ -54,8 +59,8 @@ public:
     /// the time at which it has to wake at the latest.
     template <class BeforeSleep>
     Wait wait(uint64_t deadline, BeforeSleep beforeSleep) {
-        if (deadline != 0 && spin(deadline)) return Wait::mail;
         if (!self_.isStillOpen()) return Wait::closed;
+        if (deadline != 0 && spin(deadline)) return Wait::mail;
         drainDoorbell();
         if (peers_.hasEnded()) return Wait::event;  // that came with the doorbell
         return sleep(deadline, beforeSleep());

@@ -34,7 +34,10 @@ public:
     bool isIdle() const { return entry_.load(std::memory_order_relaxed) == forks::stamp(); }
 
     /// While something is owed before the next operation, none begins at once.
-    void setOverdue(bool isOverdue) { nextEntry_ = isOverdue ? overdue : forksSeen_; }
+    void setOverdue(bool isOverdue) {
+        nextEntry_ = isOverdue ? overdue : forksSeen_;
+        if (entry_.load(std::memory_order_relaxed) != inside) exit();
+    }
 
     enum class Departure {
         refused,   ///< another thread is inside

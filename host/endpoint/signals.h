@@ -20,6 +20,10 @@ public:
     /// Makes a signal of a free block and gives it to the user.
     LinxSignal* give(BlockRef block, uint32_t size, uint32_t number);
 
+    /// Whether a signal that has arrived has not become another's: the endpoint was reaped because somebody removed its
+    /// doorbell.
+    bool isQueued(const BlockRef& block) const { return block->owner.loadRelaxed() == (self_.spid | ownerQueued); }
+
     /// Gives the user one that has arrived, and returns its size.
     int handOut(const BlockRef& block, LinxSignal** signal);
 
@@ -96,6 +100,7 @@ inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number)
     ++held_;
     recent_ = block;
     *signal = &block->signal;
+    if (size == 0) __builtin_unreachable();  // the callers need not ask
     return static_cast<int>(size);
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <mutex>
 #include <vector>
 
 #include "host/system/forks.h"
@@ -16,24 +17,13 @@ namespace linx {
 
 namespace {
 
-pthread_mutex_t allMutex = PTHREAD_MUTEX_INITIALIZER;
+constexpr ProcessMutex& allMutex = forks::fileLocksMutex();
 
 /// All locks of the process, for the fork handlers.
 std::vector<FileLock*>& all() {
     static auto* locks = new std::vector<FileLock*>;  // never destroyed: locks may outlive the statics
     return *locks;
 }
-
-class ScopedMutex {
-public:
-    explicit ScopedMutex(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
-    ~ScopedMutex() { pthread_mutex_unlock(&mutex_); }
-    ScopedMutex(const ScopedMutex&) = delete;
-    ScopedMutex& operator=(const ScopedMutex&) = delete;
-
-private:
-    pthread_mutex_t& mutex_;
-};
 
 }  // namespace
 
@@ -49,32 +39,41 @@ int FileLock::open(const Identity& identity, int directory, const char* name) {
 }
 
 FileLock::FileLock(ScopedDescriptor& file, const Identity& identity, const Directory& directory, const char* name)
-    : identity_(identity), directory_(directory), name_(name), generation_(forks::generation()) {
-    const ScopedMutex lock(allMutex);
+    : identity_(identity),
+      directory_(directory),
+      name_(name),
+      generation_(forks::generation()),
+      mutexesOf_(generation_) {
+    const std::lock_guard<ProcessMutex> lock(allMutex);
     all().push_back(this);
     file_.reset(file.release());
 }
 
 FileLock::~FileLock() {
     if (isLost()) file_.release();  // it is another's to close
-    const ScopedMutex lock(allMutex);
+    const std::lock_guard<ProcessMutex> lock(allMutex);
     all().erase(std::find(all().begin(), all().end(), this));
 }
 
 void FileLock::beforeFork() {
-    pthread_mutex_lock(&allMutex);
-    for (FileLock* lock : all()) pthread_mutex_lock(&lock->inside_);
+    forks::acknowledge();
+    allMutex.lock();
+    for (FileLock* lock : all()) {
+        lock->renewMutexes();
+        pthread_mutex_lock(&lock->inside_);
+    }
 }
 
 void FileLock::afterForkInParent() {
     for (FileLock* lock : all()) pthread_mutex_unlock(&lock->inside_);
-    pthread_mutex_unlock(&allMutex);
+    allMutex.unlock();
 }
 
 void FileLock::afterForkInChild() {
     const int keptErrno = errno;
     for (FileLock* lock : all()) {
         pthread_mutex_init(&lock->queue_, nullptr);  // a thread that stayed behind may have had it
+        lock->mutexesOf_.store(forks::generation(), std::memory_order_relaxed);
         // The parent's must go in any case. The directory is one for which no descriptor is wanted.
         if (!lock->openAnew()) lock->exchangeFor(lock->directory_.descriptor);
     }
@@ -82,7 +81,23 @@ void FileLock::afterForkInChild() {
     afterForkInParent();
 }
 
+/// Both mutexes may be those of threads that stayed behind, if no handler was told of the fork. Nobody has had them
+/// in this process: before anybody gets that far it has a generation of its own, and they are of another.
+void FileLock::renewMutexes() {
+    if (mutexesOf_.load(std::memory_order_relaxed) == forks::generation()) return;
+    pthread_mutex_init(&queue_, nullptr);
+    pthread_mutex_init(&inside_, nullptr);
+    // Release: see lock().
+    mutexesOf_.store(forks::generation(), std::memory_order_release);
+}
+
 bool FileLock::lock(Patience patience) {
+    forks::acknowledge();
+    // Acquire: who finds them renewed by another thread finds them so in whole.
+    if (mutexesOf_.load(std::memory_order_acquire) != forks::generation()) {
+        const std::lock_guard<ProcessMutex> lock(allMutex);
+        renewMutexes();
+    }
     if (patience == Patience::wait) {
         pthread_mutex_lock(&queue_);
     } else if (pthread_mutex_trylock(&queue_) != 0) {

@@ -73,6 +73,7 @@ public:
     static void afterForkInChild();
 
 private:
+    void renewMutexes();
     bool lockFile(Patience patience);
     void unlockFile();
     bool isStillThere() const;
@@ -87,7 +88,8 @@ private:
     const Directory directory_;
     const char* const name_;
     std::atomic<bool> isLost_{false};
-    uint32_t generation_;  ///< of the process that has opened the file
+    uint32_t generation_;              ///< of the process that has opened the file
+    std::atomic<uint32_t> mutexesOf_;  ///< the generation of the process whose threads have the mutexes
 };
 
 }  // namespace linx

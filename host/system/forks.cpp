@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>
 
 namespace linx {
 namespace forks {
@@ -18,9 +19,10 @@ WipedPage wipedPage;
 
 namespace {
 
-// Relaxed throughout: threads learn of a fork from their own next operation, and a child begins with one thread.
+// Relaxed but for what is said beside it: threads learn of a fork from their own next operation, and a child begins
+// with one thread.
 
-pthread_mutex_t forkMutex = PTHREAD_MUTEX_INITIALIZER;  ///< of the thread that forks
+constexpr ProcessMutex& forkMutex = detail::wipedPage.forks;  ///< of the thread that forks
 
 std::atomic<uint32_t> latestStamp{unannounced};  ///< survives where the page is wiped
 std::atomic<uint32_t> generations{0};
@@ -30,7 +32,8 @@ void renewStamp() {
     uint32_t next = latestStamp.load(std::memory_order_relaxed) + 1;
     while (next == unannounced || next >= reserved) ++next;
     latestStamp.store(next, std::memory_order_relaxed);
-    detail::wipedPage.stamp.store(next, std::memory_order_relaxed);
+    // Release: whoever asks `isAnnounced` with another thread of the process finds the generations made.
+    detail::wipedPage.stamp.store(next, std::memory_order_release);
 }
 
 /// Has every running thread of the process pass a barrier. Where the kernel knows no such thing, a thread that enters
@@ -41,25 +44,39 @@ void passBarriers(int command) {
     errno = keptErrno;
 }
 
+uint32_t enterGeneration() {
+    return generations.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+/// Acquire: see renewStamp().
+bool isAnnounced() {
+    return detail::wipedPage.stamp.load(std::memory_order_acquire) != unannounced;
+}
+
+/// Under the mutex: another thread may have done so by now, and done again it would disown what that one has made
+/// since.
+void announce() {
+    if (isAnnounced()) return;
+    firstOwnGeneration.store(enterGeneration(), std::memory_order_relaxed);
+    renewStamp();
+}
+
 void beforeFork() {
-    pthread_mutex_lock(&forkMutex);
+    forkMutex.lock();
+    announce();  // nothing would tell afterwards that this process, too, came of a fork that no handler was told of
     detail::wipedPage.stamp.store(forking, std::memory_order_seq_cst);
     passBarriers(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
 }
 
 void afterForkInParent() {
     renewStamp();
-    pthread_mutex_unlock(&forkMutex);
-}
-
-uint32_t enterGeneration() {
-    return generations.fetch_add(1, std::memory_order_relaxed) + 1;
+    forkMutex.unlock();
 }
 
 void afterForkInChild() {
     enterGeneration();
     renewStamp();
-    pthread_mutex_unlock(&forkMutex);
+    forkMutex.unlock();
 }
 
 int begin() {
@@ -86,8 +103,7 @@ int atFork(void (*before)(), void (*inParent)(), void (*inChild)()) {
 
 void awaitFork() {
     while (stamp() == forking) {
-        pthread_mutex_lock(&forkMutex);
-        pthread_mutex_unlock(&forkMutex);
+        const std::lock_guard<ProcessMutex> lock(forkMutex);
     }
 }
 
@@ -96,18 +112,13 @@ uint32_t generation() {
 }
 
 bool isSmuggled(uint32_t made) {
-    return stamp() == unannounced || made < firstOwnGeneration.load(std::memory_order_relaxed);
+    return !isAnnounced() || made < firstOwnGeneration.load(std::memory_order_relaxed);
 }
 
 void acknowledge() {
-    if (stamp() != unannounced) return;
-    pthread_mutex_lock(&forkMutex);
-    // Another thread may have done so by now; done again, it would disown what that one has made since.
-    if (stamp() == unannounced) {
-        firstOwnGeneration.store(enterGeneration(), std::memory_order_relaxed);
-        renewStamp();
-    }
-    pthread_mutex_unlock(&forkMutex);
+    if (isAnnounced()) return;
+    const std::lock_guard<ProcessMutex> lock(forkMutex);
+    announce();
 }
 
 }  // namespace forks

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cstdint>
 
+#include "host/system/process_mutex.h"
+
 namespace linx {
 
 /// Tells whether a fork lies between then and now, and on which side of it this process is. Any thread may ask.
@@ -16,11 +18,27 @@ constexpr uint32_t kernelPageBytes = 4096;
 /// The kernel wipes this page in every child, also in one that was made behind the back of the fork handlers.
 struct alignas(kernelPageBytes) WipedPage {
     std::atomic<uint32_t> stamp;
-    char rest[kernelPageBytes - sizeof(std::atomic<uint32_t>)];
+    ProcessMutex forks;
+    ProcessMutex handles;
+    ProcessMutex domains;
+    ProcessMutex fileLocks;
 };
+static_assert(sizeof(WipedPage) == kernelPageBytes, "nothing else may be wiped");
 extern WipedPage wipedPage;
 
 }  // namespace detail
+
+/// The mutexes of what a process has one of. A child that no handler is told of finds them free: the thread that had
+/// one, perhaps because it was inside a fork itself, has stayed behind and would never let go.
+constexpr ProcessMutex& handlesMutex() {
+    return detail::wipedPage.handles;
+}
+constexpr ProcessMutex& domainsMutex() {
+    return detail::wipedPage.domains;
+}
+constexpr ProcessMutex& fileLocksMutex() {
+    return detail::wipedPage.fileLocks;
+}
 
 /// The stamp of a process made by `_Fork` or clone, which no handler has told of the fork.
 constexpr uint32_t unannounced = 0;
@@ -63,7 +81,8 @@ bool isSmuggled(uint32_t generation);
 int atFork(void (*before)(), void (*inParent)(), void (*inChild)());
 
 /// Gives a process that was made behind the handlers a stamp and a generation of its own. To be called before
-/// something is made that depends on either.
+/// something is made that depends on either; a fork does so itself, or parent and child would pass for processes that
+/// every handler has been told of.
 void acknowledge();
 
 }  // namespace forks

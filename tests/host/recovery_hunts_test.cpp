@@ -184,7 +184,38 @@ TEST_F(RecoveryTest, AnAnswerThatIsOwedCallsWhoeverOpenedTheName) {
     EXPECT_EQ(receiveNumber(live), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
 }
 
+/// As one that receives nothing, and has no descriptor that anybody watches.
+TEST_F(RecoveryTest, AnAnswerThatIsOwedIsGivenWithAnyOperation) {
+    EXPECT_EQ(linx_hunt(live, "sought", nullptr), 0);
+    const std::string doorbell = doorbellOf(live.spid);
+    const std::string aside = doorbell + ".aside";
+    ASSERT_EQ(rename(doorbell.c_str(), aside.c_str()), 0);
+    ASSERT_EQ(close(creat(doorbell.c_str(), 0600)), 0);
+    LINX* sought = linx_open("sought", 0, nullptr);
+    ASSERT_EQ(rename(aside.c_str(), doorbell.c_str()), 0);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    LinxSignal* signal = linx_alloc(sought, 4, 1);
+    EXPECT_EQ(receiveNumber(live), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
+    EXPECT_EQ(linx_free_buf(sought, &signal), 0);
+    EXPECT_EQ(linx_close(sought), 0);
+}
+
 /// Somebody has removed its doorbell, and it counts as ended though it lives.
+TEST_F(RecoveryTest, WhoCountsAsEndedReceivesNothingThatHasBecomeAnothers) {
+    Linx zombie("zombie");
+    for (uint32_t number = 1; number <= 8; ++number) sendNumber(zombie, zombie.spid, number);
+    ASSERT_EQ(receiveNumber(zombie), 1u);
+    ASSERT_EQ(unlink(doorbellOf(zombie.spid).c_str()), 0);
+    const Linx another("zombie");
+    std::vector<LinxSignal*> signals(100);
+    for (LinxSignal*& signal : signals) signal = linx_alloc(another, 4, 5);
+    LinxSignal* received = nullptr;
+    EXPECT_EQ(linx_receive(zombie, &received, linxtest::anySignal), -1);
+    EXPECT_EQ(errno, ECONNABORTED);
+    for (LinxSignal*& signal : signals) EXPECT_EQ(linx_free_buf(another, &signal), 0);
+    zombie.reset();
+}
+
 TEST_F(RecoveryTest, WhoCountsAsEndedLeasesAndHuntsNoMore) {
     Linx zombie("zombie");
     ASSERT_EQ(unlink(doorbellOf(zombie.spid).c_str()), 0);

@@ -8,6 +8,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "host/mailbox/wake_state.h"
@@ -69,6 +71,26 @@ TEST_F(UnrungTest, ASenderThatCouldNotRingDoesSoWithItsNextOperation) {
     EXPECT_TRUE(scene.isReadable());
     linx_free_buf(scene.one, &signal);
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
+}
+
+TEST_F(UnrungTest, WhoCouldNotRingForAnAnswerDoesSoWithItsNextOperation) {
+    const Linx hunter("hunter");
+    const ScopedDescriptor descriptor(linx_get_descriptor(hunter));
+    ASSERT_EQ(linx_hunt(hunter, "late", nullptr), 0);
+    std::optional<FailingWrites> failing;
+    const std::string doorbell = doorbellOf(hunter.spid);
+    interposed::atOpen = [&](const char* name) {
+        if (doorbell == domain.pathOf(name)) failing.emplace(ENOMEM);  // not when it fills its own
+    };
+    LINX* late = linx_open("late", 0, nullptr);
+    interposed::reset();
+    failing.reset();
+    EXPECT_FALSE(isReadable(descriptor, 0));
+    LinxSignal* signal = linx_alloc(late, 4, 3);
+    EXPECT_TRUE(isReadable(descriptor, 0));
+    EXPECT_EQ(receiveNumber(hunter), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
+    EXPECT_EQ(linx_free_buf(late, &signal), 0);
+    EXPECT_EQ(linx_close(late), 0);
 }
 
 TEST_F(UnrungTest, SoDoesTheNextSender) {

@@ -33,6 +33,7 @@ CONCERNED = {
     'ENOMEM': REMEMBERING,
     **dict.fromkeys(['EMFILE', 'ENFILE'], DESCRIBING),
     **dict.fromkeys(['EACCES', 'EPERM', 'ELOOP', 'ENOTDIR', 'EROFS', 'EIO', 'ENOLCK', 'ESTALE'], MAKING),
+    'EPROTO': {'linx_open', 'linx_hunt', 'linx_attach', 'linx_send'},
     'EBADF': DESCRIBING - {'linx_open'},
     'ECONNABORTED': {'linx_hunt', 'linx_alloc', 'linx_request_tmo', 'linx_receive', 'linx_receive_w_tmo'},
 }

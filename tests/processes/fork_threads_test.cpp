@@ -206,6 +206,33 @@ TEST_F(ForkThreads, SoIsOneThatWasMadeWhileAThreadWasInside) {
     });
 }
 
+TEST_F(ForkThreads, SoAreItAndItsOwnChildOnceItHasForked) {
+    if (!areWipedPagesWiped()) GTEST_SKIP() << "such children cannot be told from their parents here";
+    Endpoint endpoint("forked");
+    LinxSignal* signal = linx_alloc(endpoint, 4, item);
+    inUnannouncedChild([&] {
+        const pid_t grandchild = fork();
+        const bool refused = isRefused(endpoint) && linx_sender(endpoint, &signal) == 0 && errno == ECHILD;
+        if (grandchild == 0) _exit(refused ? 0 : 1);
+        int status = -1;
+        waitpid(grandchild, &status, 0);
+        return refused && status == 0;
+    });
+    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+}
+
+TEST_F(ForkThreads, WhatItHasOpenedItSharesWithItsOwnChildAsAnyProcessDoes) {
+    Endpoint endpoint("forked");
+    inUnannouncedChild([] {
+        LINX* own = linx_open("own", 0, nullptr);
+        const pid_t grandchild = fork();
+        if (grandchild == 0) _exit(linx_alloc(own, 4, item) != nullptr ? 0 : 1);
+        int status = -1;
+        waitpid(grandchild, &status, 0);
+        return status == 0 && isRefused(own);
+    });
+}
+
 TEST_F(ForkThreads, AChildThatNoHandlerWasToldOfMayOpenEndpointsOfItsOwn) {
     Endpoint endpoint("forked");
     inUnannouncedChild([] {

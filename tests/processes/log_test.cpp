@@ -131,6 +131,33 @@ TEST_F(Log, SaysWhichVariableIsSetToWhatItCannotBe) {
     EXPECT_EQ(Lines{}, linesOf(open));
 }
 
+/// Makes standard error a pipe that is full, and that nobody reads.
+void blockStandardError() {
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_NONBLOCK));
+    while (write(ends[1], "x", 1) == 1) {
+    }
+    ASSERT_EQ(0, fcntl(ends[1], F_SETFL, 0));
+    ASSERT_NE(-1, dup2(ends[1], STDERR_FILENO));
+}
+
+TEST_F(Log, HoldsNobodyUpThatIsNotRead) {
+    const ScopedVariable errorsOnly("LINX_LOG_LEVEL", "2");
+    Child first([](Line&) { openAndClose("first"); });
+    ASSERT_EQ(0, first.exitStatus());
+    Child blocked([](Line& parent) {
+        setenv("LINX_SPIN_US", "many", 1);
+        blockStandardError();
+        parent.tell();
+        linx_open("blocked", 0, nullptr);
+    });
+    blocked.hear();
+    blocked.awaitSleep();
+    const Child other([](Line&) { openAndClose("other"); });
+    EXPECT_TRUE(other.endsInTime());
+    blocked.kill9();
+}
+
 TEST_F(Log, SaysSoOfItsOwnVariables) {
     const ScopedVariable bad("LINX_LOG_LEVEL", "zz");
     EXPECT_EQ((Lines{"LINX_LOG_LEVEL is 'zz', which is no mask: 530 is taken",
