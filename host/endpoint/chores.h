@@ -8,8 +8,9 @@
 namespace linx {
 
 /// What could not be done when it was due, and is tried again: rings and answers that others wait for, the dead to be
-/// reaped, memory that others want. While others wait for it, no receive sleeps for long; the rest can wait: an
-/// endpoint that needs the name or the memory of the dead looks for them itself.
+/// reaped, memory that others want. While others wait for it, no receive sleeps for long. Nor before it has tried
+/// once to reap the dead, who may have left somebody asleep; after that they can wait: an endpoint that needs their
+/// names or their memory looks for them itself.
 class Chores {
 public:
     Chores(const Identity& self, Ownership& ownership, Pool& pool, Peers& peers)
@@ -22,7 +23,7 @@ public:
     void oweAnswers();
 
     bool owesRings() const { return owesRings_; }
-    bool owesOthers() const { return owesRings_ || pool_.owesRelief(); }
+    bool owesOthers() const { return owesRings_ || peers_.owesReaping() || pool_.owesRelief(); }
 
     /// Tries again to do all of it, if there is any.
     void run() {

@@ -209,6 +209,10 @@ void Inbox::noticeEvents() {
     if (tick != eventsSeenAt_) {
         eventsSeenAt_ = tick;
         handleEvents(0);
+        // Of some ends only the doorbell tells. Awake before the bytes go, of which the wake state may say that one
+        // is in: then the end of the receive puts one back.
+        wake();
+        drainDoorbell();
     }
     if (peers_.hasEnded()) collect();
 }

@@ -28,7 +28,10 @@ int Outbox::sendToStranger(const BlockRef& block, Spid to) {
     }
     if (to == self_.spid) return inbox_.append(block, to);
     Peer* peer = peers_.connect(to);
-    return peer == nullptr ? signals_.refuse(block, errno) : sendToPeer(block, *peer);
+    if (peer != nullptr) return sendToPeer(block, *peer);
+    const int failure = errno;
+    peers_.reapDeadIfDue();
+    return signals_.refuse(block, failure);
 }
 
 /// The peer has been sent a signal and asks to be rung. Result of the send.
@@ -50,7 +53,7 @@ int Outbox::fail(const BlockRef& block, const Peer& peer) {
     // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
     const bool unread = block->owner.loadAcquire() == (peer.spid | ownerInFlight);
     peers_.end(peer);
-    peers_.reapDead(DomainLock::Patience::tryOnce);
+    peers_.reapDeadIfDue();
     if (!unread) return 0;
     self_.slot.dropped.add(1);
     errno = ECONNRESET;

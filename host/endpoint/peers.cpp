@@ -12,11 +12,14 @@
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/doorbell.h"
 #include "host/recovery/retire.h"
+#include "host/system/clock.h"
 
 namespace linx {
 namespace {
 
 constexpr rlim_t largestReserve = 16;
+constexpr uint64_t shortestPause = 10 * nanosecondsPerMillisecond;  ///< between two times of reaping in sends
+constexpr uint64_t pauseFactor = 8;  ///< it is so many times as long as what was done before it
 
 }  // namespace
 
@@ -37,10 +40,7 @@ Peer* Peers::connect(Spid spid) {
         errno = ENOMEM;
     }
     const int failure = errno;
-    if (peer == nullptr && failure == ECONNRESET) {
-        rememberDead(spid);
-        reapDead(DomainLock::Patience::tryOnce);
-    }
+    if (peer == nullptr && failure == ECONNRESET) rememberDead(spid);
     errno = failure;
     return peer;
 }
@@ -135,6 +135,7 @@ void Peers::hear(const uint32_t* records, uint32_t count) {
         if (records[i] != self_.spid) watchSender(records[i]);
     }
     if (someEnded) findEnded();
+    reapDead(DomainLock::Patience::tryOnce);  // all whose introductions came too late, together
 }
 
 /// That may have been an end, or an introduction.
@@ -200,12 +201,14 @@ void Peers::rememberDead(Spid dead) {
     if (!isOpen(self_.arena(), dead) || std::find(dead_.begin(), dead_.end(), dead) != dead_.end()) return;
     try {
         dead_.push_back(dead);
+        owesReaping_ = true;
     } catch (const std::bad_alloc&) {
     }
 }
 
 bool Peers::reapDead(DomainLock::Patience patience) {
     if (dead_.empty()) return true;
+    owesReaping_ = false;
     const DomainLock lock(self_.domain, patience);
     if (!lock.isHeld()) return false;
     linx::reap(lock, dead_.data(), dead_.size());
@@ -213,9 +216,18 @@ bool Peers::reapDead(DomainLock::Patience patience) {
     return true;
 }
 
+void Peers::reapDeadIfDue() {
+    const uint64_t start = now();
+    if (dead_.empty() || start < reapAgainAt_) return;
+    reapDead(DomainLock::Patience::tryOnce);
+    const uint64_t end = now();
+    reapAgainAt_ = end + std::max(shortestPause, pauseFactor * (end - start));
+}
+
 bool Peers::reap(Spid dead) {
     const DomainLock lock(self_.domain);
     if (!lock.isHeld()) return false;
+    reapAllDeadIfDue(lock);  // those who died with it: each of their names may be wanted next
     linx::reap(lock, &dead, 1);
     return true;
 }

@@ -51,8 +51,8 @@ public:
     Peer* latest() const { return latest_; }
     Peer* latest(Spid spid) const { return spid == latestSpid_ ? latest_ : nullptr; }
 
-    /// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died, otherwise what opening its
-    /// doorbell says. Where descriptors run out, another peer goes for it.
+    /// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died, which somebody then has to
+    /// reap, otherwise what opening its doorbell says. Where descriptors run out, another peer goes for it.
     Peer* connect(Spid spid);
 
     /// What others have written into this endpoint's doorbell: senders that introduce themselves are watched from now
@@ -101,13 +101,21 @@ public:
     /// where it is not.
     bool makeRoom();
 
-    /// Those found dead that nobody has reaped yet, because the lock was taken just then.
+    /// Those found dead that this endpoint has not reaped yet.
     const std::vector<Spid>& dead() const { return dead_; }
+
+    /// Whether there are some among them whom it has not tried to reap either.
+    bool owesReaping() const { return owesReaping_; }
 
     /// Reaps them, together. False with errno when the lock could not be had: then later.
     bool reapDead(DomainLock::Patience patience);
 
-    /// The same for one that was found dead, waiting for the lock. Needs no memory.
+    /// The same after an operation that has found one dead. Where many do so one after the other, those found soon
+    /// after a time of reaping wait for the next, or for the chores: all of the arena is looked through each time.
+    void reapDeadIfDue();
+
+    /// Reaps one that was found dead, waiting for the lock, and perhaps others. False with errno when the lock could
+    /// not be had. Needs no memory.
     bool reap(Spid dead);
 
     /// Reaps those of whose death the kernel can tell, without delivering anything: for an allocation, whose memory
@@ -143,6 +151,8 @@ private:
     std::unique_ptr<Peer> firstEnded_;          ///< those with notices
     Peer* lastEnded_ = nullptr;
     std::vector<Spid> dead_;
+    bool owesReaping_ = false;
+    uint64_t reapAgainAt_ = 0;  ///< nanoseconds of the monotonic clock: not before then by a send
     size_t supervisions_ = 0;
     bool mayHaveLeftMail_ = false;
     Spid latestSpid_ = 0;  ///< most signals go where the one before went

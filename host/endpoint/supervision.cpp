@@ -34,7 +34,9 @@ Supervision::Target Supervision::look(Spid spid, Peer*& peer) {
     if (!isOpen(self_.arena(), spid)) return Target::ended;
     peer = peers_.connect(spid);
     if (peer != nullptr) return Target::alive;
-    return errno == ECONNRESET ? Target::ended : Target::unreachable;
+    if (errno != ECONNRESET) return Target::unreachable;
+    peers_.reapDeadIfDue();
+    return Target::ended;
 }
 
 /// False with errno ENOMEM, the notice freed.

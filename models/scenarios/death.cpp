@@ -225,5 +225,37 @@ const Announced endWhileBusy("end-while-busy", [](Scenario& its) {
                 [](Stage&) {}};
 });
 
+const Announced closeWhileBusy("close-while-busy", [](Scenario& its) {
+    its.story =
+        "signals keep coming to a poll loop; one who is supervised closes, while a forked process has a copy of it";
+    its.actors = {"receiver", "sender", "closing"};
+    its.prepare = [](Stage& stage) {
+        stage.openAcquainted(2);
+        stage.as(c);
+        stage.open(c);
+        stage.fork(c);
+        stage.as(a);
+        stage.supervise(c);
+        stage.as(b);
+        for (unsigned i = 0; i < 3; ++i) stage.send(a);
+        stage.as(c);
+        stage.close();
+    };
+    its.acts = {[](Stage& stage) {
+                    stage.passTick();
+                    stage.pollFrom(b, 2);
+                    stage.say(b);
+                    stage.awaitWord();
+                    stage.pollFrom(b, 5);
+                    stage.expectNotice(c);
+                },
+                [](Stage& stage) {
+                    stage.awaitWord();
+                    stage.send(a);
+                    stage.say(a);
+                },
+                [](Stage&) {}};
+});
+
 }  // namespace
 }  // namespace model

@@ -111,6 +111,8 @@ public:
     void fillSlots(unsigned keeper, unsigned left = 0);
     /// Somebody has rung an actor's doorbell until it took no more.
     void fillDoorbell(unsigned actor);
+    /// A process that the actor's has forked keeps its copy of the doorbell, and does nothing else.
+    void fork(unsigned actor) { kernel.copyDoorbell(spids_[actor]); }
     /// From now on so many of an actor's writes to doorbells may fail for want of memory, whichever they are.
     void failWrites(unsigned actor, uint8_t most) { kernel.failWrites(actor, most); }
     /// From now on an actor's process may have so many descriptors more, and not one beyond.

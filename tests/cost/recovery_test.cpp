@@ -3,8 +3,11 @@
 
 #include "tests/host/recovery.h"
 
+#include <cerrno>
+
 #include "host/arena/hunt_table.h"
 #include "tests/cost/looks.h"
+#include "tests/host/interposed.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/signals.h"
 
@@ -16,8 +19,10 @@ using linxtest::anySignal;
 using linxtest::Linx;
 
 constexpr uint32_t notice = 101;
-constexpr uint32_t looksAtBlock = 20;  ///< all that is done with one, in all the walks of a repair
-constexpr uint32_t looksAtSlot = 400;  ///< the same, its name and those of its bucket included
+constexpr uint32_t looksAtBlock = 20;   ///< all that is done with one, in all the walks of a repair
+constexpr uint32_t looksInReaping = 4;  ///< the same, where nothing is to be repaired
+constexpr uint32_t looksAtHunt = 400;   ///< the same, and all others whom a new one is compared with
+constexpr uint32_t looksAtSlot = 400;   ///< the same, its name and those of its bucket included
 
 class RecoveryCost : public RecoveryTest {
 protected:
@@ -80,26 +85,123 @@ TEST_F(RecoveryCost, ManyDeadAreReapedInOneWalk) {
     for (const Spid spid : all) EXPECT_FALSE(isOpen(arena, spid));
 }
 
-TEST_F(RecoveryCost, PeersThatDieTogetherAreReapedInOneWalk) {
-    constexpr uint32_t dead = 40;  // more than are told at once
-    constexpr uint32_t mail = 20000;
-    const Linx other("other");
-    fillMailbox(other, mail);
-    Child child([](Line& parent) {
-        std::vector<std::unique_ptr<Linx>> endpoints;
-        for (uint32_t i = 0; i < dead; ++i) endpoints.push_back(std::make_unique<Linx>("dead" + std::to_string(i)));
-        for (const auto& endpoint : endpoints) parent.tell(endpoint->spid);
-        parent.hear();
-    });
-    for (uint32_t i = 0; i < dead; ++i) attach(other, child.hear(), notice);
-    child.kill9();
-    const uint32_t blocks = arena.usedPages() * linesPerPage;
+/// Many endpoints that die together, and another that meets them.
+class ManyDead : public RecoveryCost {
+protected:
+    static constexpr uint32_t dead = 40;  // more than are told at once
+
+    void SetUp() override {
+        constexpr uint32_t mail = 20000;
+        fillMailbox(other, mail);
+    }
+    void TearDown() override {
+        other.reset();
+        RecoveryCost::TearDown();
+    }
+
+    static std::string nameOf(uint32_t number) { return "dead" + std::to_string(number); }
+
+    /// They do `act`, each with its endpoint, and are killed when `meet`, called with the spid of each, has returned.
+    template <class Act, class Meet>
+    void openAndKill(Act act, Meet meet) {
+        Child child([&](Line& parent) {
+            std::vector<std::unique_ptr<Linx>> endpoints;
+            for (uint32_t i = 0; i < dead; ++i) endpoints.push_back(std::make_unique<Linx>(nameOf(i)));
+            for (const auto& endpoint : endpoints) act(*endpoint);
+            for (const auto& endpoint : endpoints) parent.tell(endpoint->spid);
+            parent.hear();
+        });
+        for (uint32_t i = 0; i < dead; ++i) {
+            spids.push_back(child.hear());
+            meet(spids.back());
+        }
+        child.kill9();
+    }
+    void openAndKill() {
+        openAndKill([](const Linx&) {}, [](Spid) {});
+    }
+
+    /// As many looks as one walk takes.
+    uint64_t oneWalk() const {
+        return uint64_t{looksInReaping} * arena.usedPages() * linesPerPage + uint64_t{looksAtSlot} * dead;
+    }
+
+    /// Sends to each of them, who have all died.
+    void sendToAll() {
+        for (const Spid spid : spids) {
+            LinxSignal* signal = linx_alloc(other, 4, 1);
+            EXPECT_EQ(linx_send(other, &signal, spid), -1);
+            EXPECT_EQ(errno, ECONNRESET);
+            EXPECT_EQ(signal, nullptr);
+        }
+    }
+    /// Receives one signal for each of them.
+    void receiveAll() {
+        for (uint32_t i = 0; i < dead; ++i) EXPECT_EQ(receiveNumber(other), notice);
+        receiveNothing();
+    }
+    void receiveNothing() { EXPECT_EQ(receiveNumber(other), 0u); }
+
+    void expectReaped() { EXPECT_EQ(arena.header().openEndpoints.loadRelaxed(), 2u); }
+
+    Linx other{"other"};
+    std::vector<Spid> spids;
+};
+
+TEST_F(ManyDead, WhoAreSupervisedAreReapedInOneWalk) {
+    openAndKill([](const Linx&) {}, [&](Spid spid) { attach(other, spid, notice); });
+    const uint64_t most = oneWalk();
     uint32_t first = 0;
-    EXPECT_LT(looksOf([&] { first = receiveNumber(other); }),
-              uint64_t{looksAtBlock} * blocks + uint64_t{looksAtSlot} * dead);
+    EXPECT_LT(looksOf([&] { first = receiveNumber(other); }), most);
     EXPECT_EQ(first, notice);
     for (uint32_t i = 1; i < dead; ++i) EXPECT_EQ(receiveNumber(other), notice);
-    EXPECT_EQ(arena.header().openEndpoints.loadRelaxed(), 2u);
+    expectReaped();
+}
+
+TEST_F(ManyDead, WhoHadJustIntroducedThemselvesAreReapedInOneWalk) {
+    openAndKill([&](const Linx& sender) { sendNumber(sender, other.spid, notice); }, [](Spid) {});
+    const uint64_t most = oneWalk();
+    EXPECT_LT(looksOf([&] { receiveAll(); }), most);
+    expectReaped();
+}
+
+TEST_F(ManyDead, WhomAPeerSendsToAreReapedInTwoWalks) {
+    openAndKill([](const Linx&) {}, [&](Spid spid) { sendNumber(other, spid, 1); });
+    const uint64_t most = 2 * oneWalk();
+    const linxtest::interposed::StandingClock standing;
+    const uint64_t sending = looksOf([&] { sendToAll(); });
+    EXPECT_LT(sending + looksOf([&] { receiveNothing(); }), most);
+    expectReaped();
+}
+
+TEST_F(ManyDead, WhomAStrangerSendsToAreReapedInTwoWalks) {
+    openAndKill();
+    const uint64_t most = 2 * oneWalk();
+    const linxtest::interposed::StandingClock standing;
+    const uint64_t sending = looksOf([&] { sendToAll(); });
+    EXPECT_LT(sending + looksOf([&] { receiveNothing(); }), most);
+    expectReaped();
+}
+
+TEST_F(ManyDead, WhomSomebodyAttachesToAreReapedInTwoWalks) {
+    openAndKill();
+    const uint64_t most = 2 * oneWalk();
+    const linxtest::interposed::StandingClock standing;
+    const uint64_t attaching = looksOf([&] {
+        for (const Spid spid : spids) attach(other, spid, notice);
+    });
+    EXPECT_LT(attaching + looksOf([&] { receiveAll(); }), most);
+    expectReaped();
+}
+
+TEST_F(ManyDead, WhoAreHuntedAreReapedInOneWalk) {
+    openAndKill();
+    const uint64_t most = oneWalk() + uint64_t{looksAtHunt} * dead;
+    const uint64_t hunting = looksOf([&] {
+        for (uint32_t i = 0; i < dead; ++i) EXPECT_EQ(linx_hunt(other, nameOf(i).c_str(), nullptr), 0);
+    });
+    EXPECT_LT(hunting, most);
+    expectReaped();
 }
 
 }  // namespace

@@ -1,5 +1,9 @@
 // A receiver whose queue never runs dry: it must not miss what else happens, and not ask the kernel all the time.
 
+#include <fcntl.h>
+#include <poll.h>
+
+#include "host/system/scoped_descriptor.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 
@@ -12,20 +16,34 @@ namespace interposed = linxtest::interposed;
 
 constexpr uint32_t notice = 101;
 constexpr uint32_t timeout = 102;
+constexpr uint32_t later = 103;
+
+bool isReadable(int descriptor) {
+    pollfd asked = {descriptor, POLLIN, 0};
+    return poll(&asked, 1, 0) == 1;
+}
 
 class BusyTest : public linxtest::ArenaDomainTest {
 protected:
     void TearDown() override {
         interposed::reset();
-        sender_.reset();
+        sender.reset();
         receiver.reset();
         ArenaDomainTest::TearDown();
     }
 
     /// Has `signals` be there to be received from the queue.
     void keepBusy() {
-        for (uint32_t number = 1; number <= signals + 1; ++number) sendNumber(sender_, receiver.spid, number);
+        for (uint32_t number = 1; number <= signals + 1; ++number) sendNumber(sender, receiver.spid, number);
         ASSERT_EQ(receiveNumber(receiver), 1u);  // which takes all of them into the queue
+    }
+
+    /// Has the kernel's clock tick before the next receive.
+    static void passTick() { ++interposed::secondsAhead; }
+
+    void supervise() {
+        LinxSignal* signal = linx_alloc(receiver, 4, notice);
+        ASSERT_NE(linx_attach(receiver, &signal, supervised.spid), 0u);
     }
 
     /// How often the kernel is asked while they are received, in one tick, in which it was not asked before.
@@ -43,18 +61,33 @@ protected:
     Linx receiver{"receiver"};
     Linx supervised{"supervised"};
 
-private:
     static constexpr uint32_t signals = 20;
-    Linx sender_{"sender"};
+    Linx sender{"sender"};
 };
 
 TEST_F(BusyTest, WhoSupervisesAsksTheKernelOnceATick) {
-    LinxSignal* signal = linx_alloc(receiver, 4, notice);
-    ASSERT_NE(linx_attach(receiver, &signal, supervised.spid), 0u);
+    supervise();
     keepBusy();
     EXPECT_EQ(looksOfATick(), 1);
     supervised.reset();
     EXPECT_EQ(receiveNumber(receiver), notice);
+}
+
+TEST_F(BusyTest, WhoSupervisesIsToldOfAnEndOfWhichOnlyItsDoorbellTells) {
+    supervise();
+    const ScopedDescriptor descriptor(linx_get_descriptor(receiver));
+    const ScopedDescriptor copy(open(doorbellOf(supervised.spid).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    keepBusy();
+    supervised.reset();  // the copy, as a forked process has it, stays
+    passTick();
+    EXPECT_EQ(receiveNumber(receiver), 2u);
+    EXPECT_TRUE(isReadable(descriptor.get())) << "though signals wait";
+    sendNumber(sender, receiver.spid, later);
+    for (uint32_t number = 3; number <= signals + 1; ++number) EXPECT_EQ(receiveNumber(receiver), number);
+    EXPECT_EQ(receiveNumber(receiver), notice);
+    EXPECT_EQ(receiveNumber(receiver), later);
+    EXPECT_EQ(receiveNumber(receiver), 0u);
+    EXPECT_FALSE(isReadable(descriptor.get())) << "though nothing waits";
 }
 
 TEST_F(BusyTest, WhoHasOnlyRequestedATimeOutDoesNotAskTheKernel) {

@@ -409,13 +409,13 @@ TEST_F(ExhaustionTest, APeerIsSentToBeforeItHasToMakeRoomForAnother) {
         ASSERT_NE(linx_attach(scene.one, &notice, ended->spid), 0u);
     }
     LinxSignal* signal = linx_alloc(scene.one, 4, 1);
-    doorbell::tell(ScopedDescriptor(doorbell::open(joined->directory(), scene.one.spid)).get(), stranger.spid);
     ended.reset();
     LinxSignal* received = nullptr;
     newThatFails = 1;
-    EXPECT_EQ(linx_receive_w_tmo(scene.one, &received, 0, anySignal), -1);  // leaves the introduction in the doorbell
+    EXPECT_EQ(linx_receive_w_tmo(scene.one, &received, 0, anySignal), -1);
     EXPECT_EQ(errno, ENOMEM);
     newThatFails = 0;
+    doorbell::tell(ScopedDescriptor(doorbell::open(joined->directory(), scene.one.spid)).get(), stranger.spid);
     {
         const FewDescriptors one(1);
         EXPECT_EQ(linx_send(scene.one, &signal, scene.two.spid), 0);

@@ -12,6 +12,7 @@
 #include "host/pool/lease.h"
 #include "host/recovery/repair.h"
 #include "host/recovery/retire.h"
+#include "tests/host/interposed.h"
 #include "tests/support/deliver.h"
 
 namespace linx {
@@ -20,6 +21,28 @@ namespace {
 using linxtest::anySignal;
 using linxtest::Linx;
 using linxtest::nameOf;
+
+constexpr int patience = 20000;  ///< milliseconds
+
+TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPolls) {
+    const std::vector<Spid> dead = {layDead("first"), layDead("second")};
+    const ScopedDescriptor descriptor(linx_get_descriptor(live));
+    {
+        const linxtest::interposed::StandingClock standing;
+        for (const Spid spid : dead) {
+            LinxSignal* signal = linx_alloc(live, 4, 1);
+            EXPECT_EQ(linx_send(live, &signal, spid), -1);
+            EXPECT_EQ(errno, ECONNRESET);
+        }
+    }
+    EXPECT_FALSE(isOpen(arena, dead[0])) << "by the first send";
+    EXPECT_TRUE(isOpen(arena, dead[1])) << "not by the next as well: all of the arena is looked through each time";
+    pollfd readable = {descriptor.get(), POLLIN, 0};
+    EXPECT_EQ(poll(&readable, 1, patience), 1);
+    EXPECT_EQ(receiveNumber(live), 0u);
+    EXPECT_FALSE(isOpen(arena, dead[1]));
+    EXPECT_EQ(poll(&readable, 1, 0), 0);
+}
 
 TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
     const Spid dead = layDead("dead");

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "host/system/clock.h"
 #include "tests/processes/support/child.h"
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/signals.h"
@@ -206,6 +207,42 @@ TEST_F(Fork, AnOrderlyCloseInTheChildIsToldAtOnceThoughTheParentKeepsItsCopy) {
     parentProcess.tell();
     EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
     EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    parentProcess.tell();
+    EXPECT_EQ(0, parentProcess.exitStatus());
+}
+
+TEST_F(Fork, AnOrderlyCloseInTheChildIsToldToOneWhoseQueueNeverRunsDry) {
+    Child parentProcess([](Line& test) {
+        LINX* endpoint = linx_open("forked", 0, nullptr);
+        Child winner([&](Line& parent) {
+            parent.tell(spidOf(endpoint));
+            parent.hear();
+            EXPECT_EQ(0, linx_close(endpoint));
+        });
+        test.tell(winner.hear());
+        test.hear();
+        winner.tell();
+        EXPECT_EQ(0, winner.exitStatus());
+        test.tell();
+        test.hear();  // its copy untouched
+    });
+    const LinxSpid spid = parentProcess.hear();
+    Endpoint endpoint("test");
+    const LinxSpid own = spidOf(endpoint);
+    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    for (int i = 0; i < 4; ++i) ASSERT_EQ(0, send(endpoint, own, item));
+    parentProcess.tell();
+    parentProcess.hear();
+    const uint64_t deadline = linx::coarseMilliseconds() + patience;
+    std::optional<Received> received;
+    do {
+        received = receive(endpoint, 0);
+        ASSERT_TRUE(received);
+        if (received->number == notice) break;
+        ASSERT_EQ(0, send(endpoint, own, item));
+    } while (linx::coarseMilliseconds() < deadline);
+    EXPECT_EQ(notice, received->number);
+    EXPECT_EQ(spid, received->sender);
     parentProcess.tell();
     EXPECT_EQ(0, parentProcess.exitStatus());
 }
