@@ -100,7 +100,9 @@ private:
     std::thread thread_;
 };
 
-TEST_F(Forks, AChildThatNoHandlerWasToldOfOpensEndpointsThoughAThreadOfItsParentWasInsideAFork) {
+/// Whether a child that no handler was told of can do this though a thread of its parent was inside a fork.
+template <class Body>
+void expectOfChildMadeAmidAFork(Body body) {
     if (!canMutexesBeMadeAnew) GTEST_SKIP() << "the sanitizer does not believe it";
     const Fork unannounced = unannouncedFork();
     if (unannounced == nullptr) GTEST_SKIP() << "no such fork here";
@@ -109,24 +111,18 @@ TEST_F(Forks, AChildThatNoHandlerWasToldOfOpensEndpointsThoughAThreadOfItsParent
     {
         const ForkUnderWay underWay;
         ASSERT_EQ(forks::forking, forks::stamp());
-        child = makeChild(unannounced, opens);
+        child = makeChild(unannounced, body);
     }
     EXPECT_EQ(0, statusOf(child));
     EXPECT_EQ(0, linx_close(endpoint));
 }
 
+TEST_F(Forks, AChildThatNoHandlerWasToldOfOpensEndpointsThoughAThreadOfItsParentWasInsideAFork) {
+    expectOfChildMadeAmidAFork(opens);
+}
+
 TEST_F(Forks, AChildThatNoHandlerWasToldOfForksThoughAThreadOfItsParentWasInsideAFork) {
-    if (!canMutexesBeMadeAnew) GTEST_SKIP() << "the sanitizer does not believe it";
-    const Fork unannounced = unannouncedFork();
-    if (unannounced == nullptr) GTEST_SKIP() << "no such fork here";
-    LINX* endpoint = linx_open("forked", 0, nullptr);
-    pid_t child;
-    {
-        const ForkUnderWay underWay;
-        child = makeChild(unannounced, forksAndOpens);
-    }
-    EXPECT_EQ(0, statusOf(child));
-    EXPECT_EQ(0, linx_close(endpoint));
+    expectOfChildMadeAmidAFork(forksAndOpens);
 }
 
 TEST_F(Forks, AChildThatNoHandlerWasToldOfGetsTheLockThatAThreadOfItsParentHad) {
