@@ -43,7 +43,7 @@ test-release test-debug test-asan test-tsan test-clang: test-%:
 	@$(run) ctest --preset $*
 
 # $(call build-for,MACHINE,OPTION...,TARGET...): the same as `release` for what cmake/MACHINE.cmake describes.
-build-for = @cmake --preset release -B build/$1 --toolchain cmake/$1.cmake -DLINXIPC_BUILD_BENCH=OFF $2 >/dev/null && \
+build-for = @cmake --preset release -B build/$1 --toolchain $(CURDIR)/cmake/$1.cmake -DLINXIPC_BUILD_BENCH=OFF $2 >/dev/null && \
             cmake --build build/$1 $(if $3,--target $3)
 test-on = @ctest --test-dir build/$1 --output-on-failure --no-tests=error --parallel 4
 

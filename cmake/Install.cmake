@@ -1,9 +1,12 @@
 include(CMakePackageConfigHelpers)
 
-# linx_install_pc(NAME DESCRIPTION text FIELDS line...)
+# linx_install_pc(NAME DESCRIPTION text FIELDS line... [COMPONENT name])
 # Installs a pkg-config file with those fields.
 function(linx_install_pc name)
-  cmake_parse_arguments(arg "" "DESCRIPTION" "FIELDS" ${ARGN})
+  cmake_parse_arguments(arg "" "DESCRIPTION;COMPONENT" "FIELDS" ${ARGN})
+  if(NOT arg_COMPONENT)
+    set(arg_COMPONENT ${CMAKE_INSTALL_DEFAULT_COMPONENT_NAME})
+  endif()
   list(JOIN arg_FIELDS "\n" fields)
 
   # Paths relative to the file itself, so that the package may be moved as a whole.
@@ -19,7 +22,7 @@ function(linx_install_pc name)
     cmake_path(APPEND ${dir} ${CMAKE_INSTALL_${dir}DIR})
   endforeach()
   configure_file(${PROJECT_SOURCE_DIR}/cmake/pkg-config.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pcdir})
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${pcdir} COMPONENT ${arg_COMPONENT})
 endfunction()
 
 # linx_install(TARGET NAME pkg-config-name DESCRIPTION text [STATIC_NEEDS line...])
@@ -66,6 +69,12 @@ install(FILES directory/LinxServerNameList.h directory/e_Process.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/directory)
 install(FILES log/LogLevel.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/log)
 
+# The platform for tests is of use to those alone who have some: what tells CMake of it goes with it.
+install(TARGETS linxtesting EXPORT linxipc-testing COMPONENT testing)
+install(FILES testing/RecordingPlatform.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/testing COMPONENT testing)
+linx_install_pc(linxipc-testing DESCRIPTION "${PROJECT_DESCRIPTION}, on a platform for tests of a single process"
+                FIELDS "Requires: linxipc" "Libs: -L\${libdir} -llinxtesting" COMPONENT testing)
+
 foreach(section IN ITEMS 3 7)
   install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT doc
           FILES_MATCHING PATTERN "*.${section}")
@@ -85,6 +94,8 @@ endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/linxipc)
 install(EXPORT linxipc NAMESPACE linxipc:: DESTINATION ${package_dir} FILE linxipcTargets.cmake)
+install(EXPORT linxipc-testing NAMESPACE linxipc:: DESTINATION ${package_dir} FILE linxipcTestingTargets.cmake
+        COMPONENT testing)
 configure_file(cmake/linxipcConfig.cmake.in ${PROJECT_BINARY_DIR}/linxipcConfig.cmake @ONLY)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/linxipcConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/linxipcConfig.cmake ${PROJECT_BINARY_DIR}/linxipcConfigVersion.cmake

@@ -48,7 +48,7 @@ private:
     bool owesRings_ = false;
     bool owesAnswers_ = false;  ///< and rings
     uint64_t triedAt_ = 0;      ///< the tick in which an operation last tried to make that good
-    uint32_t pause_ = 0;  ///< milliseconds until what others wait for is tried again
+    uint32_t pause_ = 0;        ///< milliseconds until what others wait for is tried again
 };
 
 }  // namespace linx

@@ -20,8 +20,8 @@ public:
     /// Makes a signal of a free block and gives it to the user.
     LinxSignal* give(BlockRef block, uint32_t size, uint32_t number);
 
-    /// Whether a signal that has arrived has not become another's: the endpoint was reaped because somebody removed its
-    /// doorbell.
+    /// Whether a signal that has arrived has not become another's: the endpoint was reaped because somebody removed
+    /// its doorbell.
     bool isQueued(const BlockRef& block) const { return block->owner.loadRelaxed() == (self_.spid | ownerQueued); }
 
     /// Gives the user one that has arrived, and returns its size.

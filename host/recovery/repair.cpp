@@ -68,6 +68,19 @@ void finishAnswering(const Arena& arena) {
     trimHunts(arena);
 }
 
+/// An opening process died when others could push into the slot already, who knew an earlier user of it: the endpoint
+/// is opened, and what has been pushed is found when it is reaped.
+void finishOpening(const Arena& arena) {
+    const uint32_t used = arena.usedSlots();
+    for (uint32_t i = 1; i <= used; ++i) {
+        Slot& slot = arena.slot(i);
+        const uint32_t life = slot.life.loadRelaxed();
+        const bool isClosed = stack::refOf(slot.mailbox.loadRelaxed()) == stack::closed;
+        // Release: (K), as the store that the opener would have done.
+        if (life != 0 && !isClosed) slot.life.storeRelease(life | lifeOpen);
+    }
+}
+
 void rebuildNames(const Arena& arena) {
     // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
     for (uint32_t i = 0; i < slotCount; ++i) {
@@ -95,6 +108,7 @@ void repair(const DomainLock& lock) {
     clearHalfRuns(arena);
     central::rebuild(arena);
     finishAnswering(arena);
+    finishOpening(arena);
     rebuildNames(arena);
     rebuildQuarantine(arena);
     recountOpen(arena);

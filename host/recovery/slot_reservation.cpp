@@ -13,6 +13,12 @@
 namespace linx {
 namespace {
 
+/// A slot that was never used is closed like the others, so that an open mailbox says how far its opener has come.
+void closeFresh(Slot& slot) {
+    slot.mailbox.storeRelaxed(stack::closed);
+    slot.returned.storeRelaxed(stack::closed);
+}
+
 /// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
 /// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
 /// half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray in
@@ -44,6 +50,7 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : loc
     if (index == 0) return;
     before_ = lock.arena().slot(index).life.loadRelaxed();
     spid_ = makeSpid(index, generationOf(before_ & spidMask) + 1);
+    if (before_ == 0) closeFresh(slot());
     slot().life.storeRelease(spid_);  // before the doorbell, which nobody would find otherwise if this process dies
     // The one before may have ended without the right to remove its own.
     if (before_ != 0) doorbell::remove(lock.domain().directory(), before_ & spidMask);
@@ -67,9 +74,10 @@ SlotReservation::~SlotReservation() {
 void SlotReservation::commit() {
     const Arena& arena = lock_.arena();
     insertName(arena, indexOf(spid_));
-    // Only now, so that a slot that is not opened after all takes nothing.
-    slot().mailbox.storeRelaxed(stack::empty | introduction::tagAt(slot().partings.loadRelaxed()));
-    slot().returned.storeRelaxed(stack::empty);
+    // Only now, so that a slot that is not opened after all takes nothing. The mailbox first, and by releases: if this
+    // process dies before the endpoint is open, the repair opens it where it finds its mailbox open.
+    slot().mailbox.storeRelease(stack::empty | introduction::tagAt(slot().partings.loadRelaxed()));
+    slot().returned.storeRelease(stack::empty);
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     slot().life.storeRelease(spid_ | lifeOpen);
     countOpened(arena);
@@ -82,6 +90,7 @@ bool SlotReservation::makeWay(const Name& name) const {
     if (holder == 0) return true;
     errno = EADDRINUSE;
     if (!hasDied(lock_.domain(), holder)) return false;
+    reapAllDeadIfDue(lock_);  // others may have died with it, whose names are wanted next
     reap(lock_, &holder, 1);
     return true;
 }

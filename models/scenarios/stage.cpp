@@ -8,12 +8,10 @@
 #include "host/arena/runs.h"
 #include "host/handles.h"
 #include "host/mailbox/take_all_stack.h"
-#include "host/recovery/retire.h"
 #include "host/system/scoped_descriptor.h"
 #include "models/machine/heap.h"
 #include "models/machine/kernel.h"
 #include "models/machine/platform.h"
-#include "tests/support/broken_invariant.h"
 
 namespace model {
 namespace {
@@ -33,10 +31,6 @@ void joinDomain(uint32_t pages) {
     std::shared_ptr<linx::Domain>& domain = kept[pages];
     if (domain == nullptr) domain = linx::Domain::join();
     joinedDomain = domain;
-}
-
-linx::Domain& domain() {
-    return *joinedDomain;
 }
 
 /// Closing gives back a share of the domain that was taken before the execution began, and in every other execution
@@ -65,6 +59,10 @@ uint32_t letterContent(unsigned from, unsigned to, unsigned number) {
 }
 
 }  // namespace
+
+linx::Domain& domain() {
+    return *joinedDomain;
+}
 
 Stage::Stage(const std::vector<const char*>& names, const char* spinMicroseconds, uint32_t pages) : names_(names) {
     joinDomain(pages);
@@ -417,80 +415,6 @@ void Stage::dieAnswering(unsigned actor) {
 void Stage::begin() {
     const HostHeap heap;
     linx::forEachBlock(arena(), [](linx::BlockRef block) { memory.keep(block->signal.number); });
-}
-
-void Stage::check() {
-    scheduler.killStopped();
-    for (unsigned actor = 0; actor < names_.size(); ++actor) {
-        if (handles_[actor] == nullptr || isDead(actor)) continue;
-        linx::handles::find(handles_[actor])->exit();  // from the receive in which it may be asleep
-        drain(actor);
-    }
-    checkHunts();
-    checkLetters();
-    as(0);
-    {
-        const linx::DomainLock lock(domain());
-        linx::reapAllDead(lock);
-    }
-    checkArena(false);
-    closeAll();
-    checkArena(true);
-}
-
-/// Whoever still hunts is answered by the next who opens under the name: no death has lost the hunt.
-void Stage::checkHunts() {
-    for (unsigned whom = 0; whom < names_.size(); ++whom) {
-        if (answered_[whom] == hunted_[whom] || hasEnded(hunter_[whom])) continue;
-        bool isOpen = false;
-        for (unsigned actor = 0; actor < names_.size(); ++actor) {
-            const bool hasName = std::strcmp(names_[actor], names_[whom]) == 0;
-            isOpen = isOpen || (hasName && handles_[actor] != nullptr && !isDead(actor));
-        }
-        as(hunter_[whom]);
-        if (!isOpen) openExtra(names_[whom]);
-        drain(hunter_[whom]);
-        if (answered_[whom] != hunted_[whom]) scheduler.violate("a hunt is lost");
-    }
-}
-
-void Stage::checkLetters() {
-    for (unsigned from = 0; from < names_.size(); ++from) {
-        for (unsigned to = 0; to < names_.size(); ++to) {
-            const bool lost = received_[from][to] < sent_[from][to] && !hasEnded(to) && !hasEnded(via_[from][to]);
-            if (lost) {
-                scheduler.violate(std::string("a signal from ") + names_[from] + " to " + names_[to] + " is lost");
-            }
-            if (!hasEnded(from) && hasEnded(to) && noticed_[from][to] < supervised_[from][to]) {
-                scheduler.violate(std::string(names_[from]) + " is not told of the end of " + names_[to]);
-            }
-        }
-    }
-}
-
-void Stage::closeAll() {
-    for (unsigned actor = 0; actor < names_.size(); ++actor) {
-        if (handles_[actor] == nullptr || isDead(actor)) continue;
-        as(actor);
-        while (!kept_[actor].empty()) freeKept();
-        closeHandle(handles_[actor]);
-    }
-    for (const auto& [handle, process] : extras_) {
-        as(process);
-        closeHandle(handle);
-    }
-}
-
-/// Every word in order; and once all have ended, every block in the central lists.
-void Stage::checkArena(bool all) {
-    bool anyDied = scheduler.deaths() != 0;
-    for (const bool killed : killed_) anyDied = anyDied || killed;
-    const linx::debug::Findings seen = linxtest::lookInto(domain());
-    const uint32_t leaked = seen.census.blocks - seen.census.central;
-    if (all && leaked != 0) return scheduler.violate(std::to_string(leaked) + " blocks leak");
-    // A death between two stores may leave a home's count of its lines wrong by a block.
-    const bool isInOrder = seen.broken.empty() && (seen.smallerShares.empty() || anyDied);
-    if (!isInOrder) scheduler.violate("the arena: " + seen.first());
 }
 
 std::string nameOfWord(const uint32_t* word) {

@@ -15,6 +15,9 @@ namespace model {
 
 constexpr unsigned maxActors = maxThreads;
 
+/// The one in which the scenario plays.
+linx::Domain& domain();
+
 /*
  * The endpoints of a scenario, and the books on what they send and receive. The claims that hold in every execution:
  *

@@ -15,7 +15,7 @@ static_assert(e_LogLookup == 1 && e_LogError == 2 && e_LogSendFailure == 4 && e_
 
 class NumbersTest : public EndpointTest {
 protected:
-    NumbersTest() { platform.knows(7, "Peer"); }
+    NumbersTest() { platform.setName(7, "Peer"); }
 
     IpcMessage message;
 };

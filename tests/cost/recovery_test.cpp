@@ -165,6 +165,17 @@ TEST_F(ManyDead, WhoHadJustIntroducedThemselvesAreReapedInOneWalk) {
     expectReaped();
 }
 
+TEST_F(ManyDead, WhoseNamesAreOpenedAgainAreReapedInOneWalk) {
+    openAndKill();
+    const uint64_t most = oneWalk();
+    const linxtest::interposed::StandingClock standing;
+    std::vector<std::unique_ptr<Linx>> successors;
+    const uint64_t opening = looksOf([&] {
+        for (uint32_t i = 0; i < dead; ++i) successors.push_back(std::make_unique<Linx>(nameOf(i)));
+    });
+    EXPECT_LT(opening, most);
+}
+
 TEST_F(ManyDead, WhomAPeerSendsToAreReapedInTwoWalks) {
     openAndKill([](const Linx&) {}, [&](Spid spid) { sendNumber(other, spid, 1); });
     const uint64_t most = 2 * oneWalk();

@@ -2,10 +2,8 @@
 
 #include "host/system/forks.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,12 +15,16 @@
 #include "platform/linx.h"
 #include "tests/processes/support/shared.h"
 #include "tests/support/domain_fixture.h"
+#include "tests/support/unannounced_fork.h"
 
 namespace linx {
 namespace {
 
+using linxtest::Fork;
+using linxtest::reasonAgainstUnannouncedForks;
+using linxtest::statusOf;
+using linxtest::unannouncedFork;
 using Forks = linxtest::DomainTest;
-using Fork = pid_t (*)();
 
 constexpr unsigned patienceSeconds = 20;
 constexpr int isWrong = 1;
@@ -34,11 +36,6 @@ constexpr bool canMutexesBeMadeAnew = false;
 constexpr bool canMutexesBeMadeAnew = true;
 #endif
 
-/// A fork that calls no handlers; null where the C library has none.
-Fork unannouncedFork() {
-    return reinterpret_cast<Fork>(dlsym(RTLD_DEFAULT, "_Fork"));
-}
-
 /// A child in which `body` is to hold. It dies if that takes it too long.
 template <class Body>
 pid_t makeChild(Fork fork, Body body) {
@@ -46,12 +43,6 @@ pid_t makeChild(Fork fork, Body body) {
     if (child != 0) return child;
     alarm(patienceSeconds);
     _exit(body() ? 0 : isWrong);
-}
-
-int statusOf(pid_t child) {
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
 }
 
 bool opens() {
@@ -100,46 +91,40 @@ private:
     std::thread thread_;
 };
 
-TEST_F(Forks, AChildThatNoHandlerWasToldOfOpensEndpointsThoughAThreadOfItsParentWasInsideAFork) {
+/// Whether a child that no handler was told of can do this though a thread of its parent was inside a fork.
+template <class Body>
+void expectOfChildMadeAmidAFork(Body body) {
     if (!canMutexesBeMadeAnew) GTEST_SKIP() << "the sanitizer does not believe it";
-    const Fork unannounced = unannouncedFork();
-    if (unannounced == nullptr) GTEST_SKIP() << "no such fork here";
+    if (const char* reason = reasonAgainstUnannouncedForks()) GTEST_SKIP() << reason;
     LINX* endpoint = linx_open("forked", 0, nullptr);
     pid_t child;
     {
         const ForkUnderWay underWay;
         ASSERT_EQ(forks::forking, forks::stamp());
-        child = makeChild(unannounced, opens);
+        child = makeChild(unannouncedFork(), body);
     }
     EXPECT_EQ(0, statusOf(child));
     EXPECT_EQ(0, linx_close(endpoint));
+}
+
+TEST_F(Forks, AChildThatNoHandlerWasToldOfOpensEndpointsThoughAThreadOfItsParentWasInsideAFork) {
+    expectOfChildMadeAmidAFork(opens);
 }
 
 TEST_F(Forks, AChildThatNoHandlerWasToldOfForksThoughAThreadOfItsParentWasInsideAFork) {
-    if (!canMutexesBeMadeAnew) GTEST_SKIP() << "the sanitizer does not believe it";
-    const Fork unannounced = unannouncedFork();
-    if (unannounced == nullptr) GTEST_SKIP() << "no such fork here";
-    LINX* endpoint = linx_open("forked", 0, nullptr);
-    pid_t child;
-    {
-        const ForkUnderWay underWay;
-        child = makeChild(unannounced, forksAndOpens);
-    }
-    EXPECT_EQ(0, statusOf(child));
-    EXPECT_EQ(0, linx_close(endpoint));
+    expectOfChildMadeAmidAFork(forksAndOpens);
 }
 
 TEST_F(Forks, AChildThatNoHandlerWasToldOfGetsTheLockThatAThreadOfItsParentHad) {
-    const Fork unannounced = unannouncedFork();
-    if (unannounced == nullptr) GTEST_SKIP() << "no such fork here";
+    if (const char* reason = reasonAgainstUnannouncedForks()) GTEST_SKIP() << reason;
     LINX* endpoint = linx_open("forked", 0, nullptr);
     const std::shared_ptr<Domain> joined = Domain::join();
     pid_t opener;
     pid_t forker;
     {
         const DomainLock lock(*joined);
-        opener = makeChild(unannounced, opens);
-        forker = makeChild(unannounced, forksAndOpens);
+        opener = makeChild(unannouncedFork(), opens);
+        forker = makeChild(unannouncedFork(), forksAndOpens);
     }
     EXPECT_EQ(0, statusOf(opener));
     EXPECT_EQ(0, statusOf(forker));
@@ -154,11 +139,10 @@ struct Contest {
 };
 
 TEST_F(Forks, AChildThatNoHandlerWasToldOfDoesNotShareTheLockOfItsParentOnceItHasForked) {
-    const Fork unannounced = unannouncedFork();
-    if (unannounced == nullptr) GTEST_SKIP() << "no such fork here";
+    if (const char* reason = reasonAgainstUnannouncedForks()) GTEST_SKIP() << reason;
     const std::shared_ptr<Domain> joined = Domain::join();
     const Shared<Contest> contest;
-    const pid_t child = makeChild(unannounced, [&] {
+    const pid_t child = makeChild(unannouncedFork(), [&] {
         const bool forked = statusOf(makeChild(fork, [] { return true; })) == 0;
         contest->child = 1;
         if (!contest->parent.reaches(1)) return false;

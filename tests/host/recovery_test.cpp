@@ -354,6 +354,8 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
         const ScopedDescriptor ownDoorbell(doorbell::make(joined->directory(), makeSpid(index, 1), 0600));
     }
     Slot& slot = arena.slot(index);
+    slot.mailbox.storeRelaxed(stack::closed);
+    slot.returned.storeRelaxed(stack::closed);
     slot.life.storeRelaxed(makeSpid(index, 1));
     slot.nameHash.storeRelaxed(nameOf("never").hash());
     insertName(arena, index);
@@ -362,6 +364,24 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     EXPECT_EQ(findName(arena, nameOf("never")), 0u);
     EXPECT_EQ(domain.leftovers().size(), 1u) << "the doorbell of the live one only";
     EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), index);
+}
+
+TEST_F(RecoveryTest, WhatIsPushedIntoASlotWhoseOpenerDiedJustBeforeItWasOpenIsFound) {
+    const Spid earlier = layDead("earlier");
+    reapDead(earlier);
+    const Spid next = makeSpid(indexOf(earlier), generationOf(earlier) + 1);
+    Slot& slot = slotOf(next);
+    slot.life.storeRelaxed(next);
+    slot.mailbox.storeRelaxed(stack::empty);
+    slot.returned.storeRelaxed(stack::empty);
+    LinxSignal* signal = linx_alloc(live, 4, 1);
+    const Ref ref = refOf(signal);
+    post(ref, live.spid, earlier);
+    repairAfterDeath();
+    reapDead(next);
+    EXPECT_TRUE(isHomeless(ref));
+    EXPECT_EQ(stack::refOf(slot.mailbox.loadRelaxed()), stack::closed);
+    expectInOrder();
 }
 
 TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsThereAgain) {

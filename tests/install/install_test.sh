@@ -30,10 +30,15 @@ run() {
     [[ $output == "$2" ]] || fail "$1 wrote: $output"
 }
 
-# build_consumer PLACE option...: by CMake.
-build_consumer() {
+# configure_consumer PLACE option...
+configure_consumer() {
     rm -rf "$1"
     "$CMAKE" -G Ninja -S "$SOURCE/tests/install/consumer" -B "$1" "${@:2}"
+}
+
+# build_consumer PLACE option...: by CMake.
+build_consumer() {
+    configure_consumer "$@"
     "$CMAKE" --build "$1"
 }
 
@@ -46,6 +51,8 @@ compile_consumer() {
     "$CXX" -std=c++17 "$consumer/library_user.cpp" -o "$out/library_user" "${flags[@]}"
     read -ra flags < <(pkg-config "${@:3}" --cflags --libs linxhost)
     "$CC" "$consumer/platform_user.c" -o "$out/platform_user" "${flags[@]}"
+    read -ra flags < <(pkg-config "${@:3}" --cflags --libs linxipc-testing)
+    "$CXX" -std=c++17 "$SOURCE"/examples/stairlight/stair_light{,_test}.cpp -o "$out/server_test" "${flags[@]}"
 }
 
 # build_libraries PLACE option...: as users are told to, but there.
@@ -63,9 +70,14 @@ expect_libraries_alone() {
     [[ $built == "libLinxIpc.so.$VERSION liblinxhost.so.$VERSION" ]] || fail "built: $built"
 }
 
+# run_consumers PLACE [TEST...]: those that every place has, and further tests of the server.
 run_consumers() {
+    local test
     run "$1/library_user" "round trip, ConfigMgr"
     run "$1/platform_user" "round trip"
+    for test in server_test "${@:2}"; do
+        run "$1/$test" "the light works"
+    done
 }
 
 # The package is moved after it was installed: nothing in it may name the place it was installed to.
@@ -77,11 +89,13 @@ TheTreeInstallsAndMoves() {
 
 InstallsWhatAConsumerNeeds() {
     local file
-    for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so "$LIBDIR"/pkgconfig/{linxipc,linxhost,linxipc-host}.pc \
-        "$LIBDIR"/cmake/linxipc/linxipc{Config,ConfigVersion,Targets}.cmake share/doc/linxipc/LICENSE \
+    for file in "$LIBDIR"/lib{LinxIpc.so,linxhost.so,linxtesting.a} \
+        "$LIBDIR"/pkgconfig/{linxipc,linxhost,linxipc-host,linxipc-testing}.pc \
+        "$LIBDIR"/cmake/linxipc/linxipc{Config,ConfigVersion,Targets,TestingTargets}.cmake share/doc/linxipc/LICENSE \
         include/linxipc/ipc/{linxIpc,LogLevel,ReservedSignal}.h \
         include/linxipc/directory/{LinxServerNameList,e_Process}.h include/linxipc/log/LogLevel.h \
         include/linxipc/platform/{linx,LogClient,DiffTime,Watchdog,FileDescriptor,export}.h \
+        include/linxipc/testing/RecordingPlatform.h \
         lib/python3/dist-packages/{linx.py,pytest_linx/__init__.py}; do
         [[ -e $prefix/$file ]] || fail "missing: $file"
     done
@@ -89,7 +103,7 @@ InstallsWhatAConsumerNeeds() {
     (cd "$prefix/include/linxipc" && find . -name '*.h') | while read -r file; do
         "$CXX" -std=c++17 -fsyntax-only -x c++ -I"$prefix/include/linxipc" -include "$file" /dev/null
     done
-    [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 12 ]] || fail "other headers than the twelve public ones"
+    [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 13 ]] || fail "other headers than the thirteen public ones"
 }
 
 # expect_manual PLACE: there is every page, and nothing else.
@@ -111,6 +125,19 @@ TheManualIsAComponentOfItsOwn() {
     "$CMAKE" --install "$BUILD" --prefix "$place" --component doc
     [[ -z $(find "$place" -type f -not -path "$place/$MANDIR/*") ]] || fail "more than the manual was installed"
     expect_manual "$place/$MANDIR"
+}
+
+ThePlatformForTestsIsAComponentOfItsOwn() {
+    local place=$SCRATCH/testing-prefix without=$SCRATCH/prefix-without-testing file output
+    rm -rf "$place" "$without"
+    "$CMAKE" --install "$BUILD" --prefix "$place" --component testing
+    [[ $(find "$place" -type f | wc -l) -eq 5 ]] || fail "installed: $(find "$place" -type f)"
+    cp -a "$prefix" "$without"
+    (cd "$place" && find . -type f -print0) | (cd "$without" && xargs -0 rm)
+    configure_consumer "$SCRATCH/consumer-of-less" -DCMAKE_PREFIX_PATH="$without" -DLINXIPC_COMPONENTS=
+    output=$(configure_consumer "$SCRATCH/consumer-of-less" -DCMAKE_PREFIX_PATH="$without" 2>&1) &&
+        fail "the component was found"
+    [[ $output == *"its component 'testing' is not installed"* ]] || fail "$output"
 }
 
 PytestFindsThePluginAndTheLibrary() {
@@ -137,7 +164,7 @@ EveryHeaderTellsItsLicence() {
 
 ACMakeConsumerBuildsAndRuns() {
     build_consumer "$SCRATCH/consumer-cmake" -DCMAKE_PREFIX_PATH="$prefix"
-    run_consumers "$SCRATCH/consumer-cmake"
+    run_consumers "$SCRATCH/consumer-cmake" linked_server_test
 }
 
 APkgConfigConsumerBuildsAndRuns() {
@@ -151,7 +178,7 @@ AProjectThatBuildsItAlongGetsTheLibrariesAlone() {
     local build=$SCRATCH/consumer-along
     build_consumer "$build" -DLINXIPC_SOURCE="$SOURCE" -DLINXIPC_SYSTEMD="$SYSTEMD"
     expect_libraries_alone "$build/linxipc"
-    run_consumers "$build"
+    run_consumers "$build" linked_server_test
 }
 
 StaticLibrariesServeBothKindsOfConsumer() {
@@ -162,10 +189,10 @@ StaticLibrariesServeBothKindsOfConsumer() {
     [[ -z $(find "$place" -name '*.so*') ]] || fail "shared libraries were installed"
     build_consumer "$SCRATCH/static-cmake" -DCMAKE_PREFIX_PATH="$place"
     compile_consumer "$SCRATCH/static-pkgconfig" "$place" --static
-    for program in "$SCRATCH"/static-{cmake,pkgconfig}/{library,platform}_user; do
+    for program in "$SCRATCH"/static-{cmake,pkgconfig}/{library_user,platform_user,server_test}; do
         [[ $(readelf -d "$program") != *@(LinxIpc|linxhost)* ]] || fail "$program wants a shared library"
     done
-    run_consumers "$SCRATCH/static-cmake"
+    run_consumers "$SCRATCH/static-cmake" linked_server_test
     run_consumers "$SCRATCH/static-pkgconfig"
 }
 

@@ -8,10 +8,10 @@ namespace {
 class AsyncRequestTest : public EndpointTest {
 protected:
     AsyncRequestTest() {
-        platform.knows(7, "Peer");
+        platform.setName(7, "Peer");
         platform.arrive(7, 1);
         endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-        platform.calls();
+        platform.takeCalls();
         request.Allocate(300, 0, nullptr);
     }
 
@@ -23,7 +23,7 @@ protected:
 
 TEST_F(AsyncRequestTest, WithoutInitItIsRefused) {
     EXPECT_EQ(unopened.AsyncRequest("Peer", request, 400, 0, &reply), -1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("log 2 linxIpc:577 LinxIpc::AsyncRequest use of un-initialized object"));
 }
 
@@ -32,7 +32,7 @@ TEST_F(AsyncRequestTest, TheReplyIsDispatchedAndEndsTheWait) {
     platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 0);
     EXPECT_THAT(
-        platform.calls(),
+        platform.takeCalls(),
         ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
                     "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s2)",
                     "handler: 400 from Peer 'abcd'", "ReCalcTimeout(1002)", "linx_free_buf(s2)"));
@@ -41,7 +41,7 @@ TEST_F(AsyncRequestTest, TheReplyIsDispatchedAndEndsTheWait) {
 TEST_F(AsyncRequestTest, OtherMessagesAreDispatchedUntilTheReplyComes) {
     endpoint.RegisterDefault(
         [](LinxIpc*, void* userData) {
-            recording::Platform::instance().note("default: " + described(*static_cast<IpcMessage*>(userData)));
+            RecordingPlatform::instance().note("default: " + described(*static_cast<IpcMessage*>(userData)));
         },
         &reply);
     platform.arrive(7, 301, "one");
@@ -49,7 +49,7 @@ TEST_F(AsyncRequestTest, OtherMessagesAreDispatchedUntilTheReplyComes) {
     platform.arrive(7, 400, "abcd");
     platform.timesLeft = {450, 440, 390, 380, 330};
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, &reply), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = s5", "linx_send(s5, 7)",  //
                             "CalcInitialTimeout(500) = 1001", "CalcInitialTimeout(500) = 1002",
                             "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s2)",
@@ -75,7 +75,7 @@ TEST_F(AsyncRequestTest, ANegativeTimeOutMeansNoLimit) {
     platform.arrive(7, 301);
     platform.arrive(7, 400);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "CalcInitialTimeout(-1) = 1001",
                             "linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)", goesBack,
                             "ReCalcTimeout(1001)", "CalcInitialTimeout(-1) = 1002", "linx_receive({0, 0, 0, 0})",
@@ -85,26 +85,26 @@ TEST_F(AsyncRequestTest, ANegativeTimeOutMeansNoLimit) {
 TEST_F(AsyncRequestTest, ReplyType0AwaitsNothing) {
     platform.arrive(7, 400);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 0, 500, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)"));
 }
 
 TEST_F(AsyncRequestTest, AFailedSendIsReturnedWithoutALogLineOfItsOwn) {
     platform.fail("linx_alloc", {ENOMEM});
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 12);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12"));
 }
 
 TEST_F(AsyncRequestTest, AnAbsentDestinationIsLoggedByTheSend) {
     EXPECT_EQ(endpoint.AsyncRequest("Absent", request, 0, 500, nullptr), -1);
-    EXPECT_EQ(platform.calls().back(), "log 2 linxIpc:438 Notify: cannot resolve destination Absent");
+    EXPECT_EQ(platform.takeCalls().back(), "log 2 linxIpc:438 Notify: cannot resolve destination Absent");
 }
 
 TEST_F(AsyncRequestTest, LaterReceivesGetOnlyTheTimeLeft) {
     platform.arrive(7, 301);
     platform.timesLeft = {5, 3};
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 500, nullptr), 110);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
                             "CalcInitialTimeout(500) = 1002", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
                             "linx_sender(s2)", "ReCalcTimeout(1002)", "linx_free_buf(s2)", goesBack,
@@ -115,11 +115,11 @@ TEST_F(AsyncRequestTest, LaterReceivesGetOnlyTheTimeLeft) {
 TEST_F(AsyncRequestTest, AShutdownRequestEndsTheWaitWithoutALogLineOfItsOwn) {
     platform.arrive(7, 1280);
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 108);
-    EXPECT_EQ(platform.calls().back(), "log 512 linxIpc:802 Receive: Shutdown Requested");
+    EXPECT_EQ(platform.takeCalls().back(), "log 512 linxIpc:802 Receive: Shutdown Requested");
 }
 
 TEST_F(AsyncRequestTest, TheDeathOfTheDestinationDoesNotEndTheWait) {
-    platform.knows(9, "ConfigMgr");
+    platform.setName(9, "ConfigMgr");
     platform.arrive(9, 301);
     platform.arrive(7, 1281, word(3));
     platform.arrive(9, 400, "abcd");
@@ -132,7 +132,7 @@ TEST_F(AsyncRequestTest, AnyReceiveErrorEndsTheWait) {
     platform.arrive(7, 301);
     platform.fail("linx_receive", {0, EINVAL});
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, -1, nullptr), 22);
-    EXPECT_EQ(platform.calls().back(), "log 2 linxIpc:700 Receive: error 22");
+    EXPECT_EQ(platform.takeCalls().back(), "log 2 linxIpc:700 Receive: error 22");
 }
 
 TEST_F(AsyncRequestTest, AMessageThatAlreadyHasTheReplyTypeEndsTheWaitAtARelayedSignal) {
@@ -155,7 +155,7 @@ TEST_F(AsyncRequestTest, ARelayedReplyDoesNotEndTheWait) {
     endpoint.RegisterRelayHandler(400, noteRelay, named("relay"));
     platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.AsyncRequest("Peer", request, 400, 10, &reply), 110);
-    EXPECT_THAT(platform.calls(), ::testing::Contains("relay: 400 from Peer 'abcd'"));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Contains("relay: 400 from Peer 'abcd'"));
 }
 
 }  // namespace

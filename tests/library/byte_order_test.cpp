@@ -16,7 +16,7 @@ using linxtest::written;
 /// The bytes of the signals that the library writes, and what it reads from the bytes of others.
 class ByteOrderTest : public EndpointTest {
 protected:
-    ByteOrderTest() { platform.answers("Peer", {7}); }
+    ByteOrderTest() { platform.answerHunts("Peer", {7}); }
 
     std::string notified(unsigned type, std::string payload) {
         IpcMessage message;
@@ -40,7 +40,7 @@ TEST_F(ByteOrderTest, ANotificationIsItsTypeThenItsPayload) {
 }
 
 TEST_F(ByteOrderTest, ANotificationDoesNotRelyOnThePlatformForItsType) {
-    platform.leavesNumbersOut = true;
+    platform.allocWritesNumber = false;
     EXPECT_EQ(notified(0x12345678, "abc"), written("12 34 56 78 61 62 63", "78 56 34 12 61 62 63"));
 }
 
@@ -63,7 +63,7 @@ TEST_F(ByteOrderTest, AProcessDiedNoticeIsReadAsItIsWritten) {
 TEST_F(ByteOrderTest, ANegativeProcessIsReadAsItIsWritten) {
     arrive(written("00 00 05 01 FF FF FF FE", "01 05 00 00 FE FF FF FF"));
     EXPECT_EQ(endpoint.Receive(-1, 300, "UndefinedServer", nullptr), EHOSTUNREACH);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ::testing::Contains("log 16 linxIpc:813 Receive: Process died -2 - UndefinedServer"));
 }
 

@@ -11,13 +11,13 @@ class DestinationTest : public EndpointTest {
 protected:
     /// The spid that a message to `name` is sent to without a hunt; 0 when there is none.
     LinxSpid cachedSpid(const std::string& name) {
-        platform.calls();
+        platform.takeCalls();
         platform.sent.clear();
         IpcMessage message;
         const unsigned level = std::exchange(platform.level, 0);
         endpoint.Notify(name, message, false);
         platform.level = level;
-        const std::vector<std::string> calls = platform.calls();
+        const std::vector<std::string> calls = platform.takeCalls();
         const bool atOnce = !calls.empty() && calls.front().rfind("linx_alloc", 0) == 0;
         return atOnce ? platform.sent.front().to : 0;
     }
@@ -28,14 +28,14 @@ protected:
 TEST_F(DestinationTest, WithoutInitItIsRefusedAndAlwaysLogged) {
     EXPECT_EQ(unopened.ResolveDestination("Peer", true), -1);
     EXPECT_EQ(unopened.ResolveDestination("Peer", false), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object",
-                                              "log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object",
+                                                  "log 2 linxIpc:917 LinxIpc::Attach use of un-initialized object"));
 }
 
 TEST_F(DestinationTest, AnAnsweredHuntIsRemembered) {
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "linx_sender(s1)", "linx_free_buf(s1)"));
     EXPECT_EQ(cachedSpid("Peer"), 7u);
@@ -43,18 +43,19 @@ TEST_F(DestinationTest, AnAnsweredHuntIsRemembered) {
 }
 
 TEST_F(DestinationTest, AnAnsweredHuntNamesTheSender) {
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     endpoint.ResolveDestination("Peer", true);
-    platform.calls();
+    platform.takeCalls();
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(described(endpoint.rxMessage), "300 from Peer ''");
 }
 
 TEST_F(DestinationTest, AnAnsweredHuntKeepsTheNameThatASpidHas) {
-    platform.knows(7, "Peer");
-    platform.answers("Alias", {7});
+    platform.setName(7, "Peer");
+    platform.answerHunts("Alias", {7});
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     EXPECT_EQ(endpoint.ResolveDestination("Alias", true), 0);
@@ -69,13 +70,13 @@ TEST_F(DestinationTest, NamesThatDifferInOneLetterAreTwoDestinationsAndTwoSender
     LinxSpid spid = 10;
     for (std::size_t length = 1; length <= 20; ++length) {
         const std::string name(length, 'a');
-        platform.answers(name, {++spid});
+        platform.answerHunts(name, {++spid});
         ASSERT_EQ(endpoint.ResolveDestination(name, true), 0);
         const LinxSpid first = spid;
         for (std::size_t place = 0; place < length; ++place) {
             std::string other = name;
             other[place] = 'b';
-            platform.answers(other, {++spid});
+            platform.answerHunts(other, {++spid});
             ASSERT_EQ(endpoint.ResolveDestination(other, true), 0);
             EXPECT_EQ(cachedSpid(name), first) << name;
             EXPECT_EQ(cachedSpid(other), spid) << other;
@@ -90,68 +91,68 @@ TEST_F(DestinationTest, NamesThatDifferInOneLetterAreTwoDestinationsAndTwoSender
 
 TEST_F(DestinationTest, AnUnansweredHuntIsRememberedAndNotRepeated) {
     EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved"));
-    platform.answers("Absent", {7});
+    platform.answerHunts("Absent", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Absent", true), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:935 LinxIpc::ResolveDestination: unresolved"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:935 LinxIpc::ResolveDestination: unresolved"));
 }
 
 TEST_F(DestinationTest, AnUnansweredHuntIsRememberedEvenWithoutErrorLines) {
     EXPECT_EQ(endpoint.ResolveDestination("Absent", false), -1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre(calling + "Absent", "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})"));
     EXPECT_EQ(endpoint.ResolveDestination("Absent", false), -1);
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
 }
 
 TEST_F(DestinationTest, AKnownNameIsHuntedAgainButKeepsItsSpid) {
-    platform.answers("Peer", {7, 17});
+    platform.answerHunts("Peer", {7, 17});
     endpoint.ResolveDestination("Peer", true);
-    platform.calls();
+    platform.takeCalls();
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(cachedSpid("Peer"), 7u);
 }
 
 TEST_F(DestinationTest, AKnownNameWhoseHuntIsNotAnsweredKeepsItsSpid) {
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     endpoint.ResolveDestination("Peer", true);
-    platform.answers("Peer", {});
+    platform.answerHunts("Peer", {});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
     EXPECT_EQ(cachedSpid("Peer"), 7u);
 }
 
 TEST_F(DestinationTest, AFailedHuntIsLoggedAndNotRemembered) {
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     platform.fail("linx_hunt", {ENOSPC, ENOSPC});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)",
-                                              "log 2 linxIpc:946 LinxIpc::ResolveDestination: error 28"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)",
+                                                  "log 2 linxIpc:946 LinxIpc::ResolveDestination: error 28"));
     EXPECT_EQ(endpoint.ResolveDestination("Peer", false), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)"));
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
 }
 
 TEST_F(DestinationTest, AFailedReceiveIsLoggedAndNotRemembered) {
     platform.fail("linx_receive_w_tmo", {EINVAL, EINVAL});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), -1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "log 2 linxIpc:955 LinxIpc::ResolveDestination: error 22"));
     EXPECT_EQ(endpoint.ResolveDestination("Peer", false), -1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre(calling + "Peer", "linx_hunt(\"Peer\", null)", "linx_receive_w_tmo(100, {1, 251})"));
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
 }
 
 TEST_F(DestinationTest, TheFirstHuntSignalInTheQueueIsTakenAsTheAnswer) {
     platform.arrive(99, 251);
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
     EXPECT_EQ(cachedSpid("Peer"), 99u);
     EXPECT_EQ(endpoint.ResolveDestination("Next", true), 0) << "the answer for Peer is still queued";
@@ -161,7 +162,7 @@ TEST_F(DestinationTest, TheFirstHuntSignalInTheQueueIsTakenAsTheAnswer) {
 TEST_F(DestinationTest, OtherSignalsStayQueuedWhileHunting) {
     platform.arrive(8, 300, "abcd");
     platform.arrive(8, 1280);
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     EXPECT_EQ(endpoint.ResolveDestination("Peer", true), 0);
     EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(described(endpoint.rxMessage), "300 from unknown 'abcd'");
@@ -169,7 +170,7 @@ TEST_F(DestinationTest, OtherSignalsStayQueuedWhileHunting) {
 
 TEST_F(DestinationTest, ALateAnswerEndsUpInReceive) {
     endpoint.ResolveDestination("Late", true);
-    platform.knows(7, "Late");
+    platform.setName(7, "Late");
     platform.arrive(7, 251);
     EXPECT_EQ(endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(described(endpoint.rxMessage), "251 from Late ''");
@@ -177,9 +178,9 @@ TEST_F(DestinationTest, ALateAnswerEndsUpInReceive) {
 }
 
 TEST_F(DestinationTest, AnAbsentDestinationStaysAbsentUntilASignalFromItIsReceived) {
-    platform.knows(7, "Late");
+    platform.setName(7, "Late");
     EXPECT_EQ(endpoint.ResolveDestination("Late", false), -1);
-    platform.answers("Late", {7});
+    platform.answerHunts("Late", {7});
     platform.arrive(7, 300);
     EXPECT_EQ(cachedSpid("Late"), 0u) << "what is queued has not been received";
     EXPECT_EQ(endpoint.Attach("Late", 500), -1);
@@ -189,7 +190,7 @@ TEST_F(DestinationTest, AnAbsentDestinationStaysAbsentUntilASignalFromItIsReceiv
 }
 
 TEST_F(DestinationTest, TheNamePassedMayBeEmpty) {
-    platform.answers("", {7});
+    platform.answerHunts("", {7});
     EXPECT_EQ(endpoint.ResolveDestination("", true), 0);
     EXPECT_EQ(cachedSpid(""), 7u);
 }
@@ -212,7 +213,7 @@ TEST_F(MessageOriginatorTest, BeforeAnyMessageTheEmptyNameMayBeAKnownOne) {
 }
 
 TEST_F(MessageOriginatorTest, AKnownSenderIsReturnedFromTheCache) {
-    platform.knows(7, "Peer");
+    platform.setName(7, "Peer");
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     const std::string& originator = endpoint.MessageOriginator(notHunted);
@@ -240,7 +241,7 @@ TEST_F(MessageOriginatorTest, AnUnknownSenderIsReturnedFromTheMessage) {
 
 TEST_F(MessageOriginatorTest, ItIsOnlyAboutTheEndpointsOwnMessage) {
     IpcMessage message;
-    platform.knows(7, "Peer");
+    platform.setName(7, "Peer");
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, &message);
     EXPECT_EQ(endpoint.MessageOriginator(notHunted), "");
@@ -250,7 +251,7 @@ TEST_F(MessageOriginatorTest, ItIsOnlyAboutTheEndpointsOwnMessage) {
 TEST_F(MessageOriginatorTest, ItAsksNothingOfThePlatform) {
     unopened.MessageOriginator(notHunted);
     EXPECT_EQ(notHunted, 1);
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ TEST_P(ThrowerTest, HasItsSignalFreedOnceAndTheNextIsReceived) {
     GetParam().enlist(endpoint);
     const std::string signal = platform.arrive(7, GetParam().number, "abcd");
     EXPECT_THROW(GetParam().receive(endpoint, message), Refusal);
-    const std::vector<std::string> calls = platform.calls();
+    const std::vector<std::string> calls = platform.takeCalls();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "linx_free_buf(" + signal + ")"), 1);
     EXPECT_THAT(calls, ::testing::Not(::testing::Contains("PetWatchdog")));
     EXPECT_THAT(platform.signalsInHand(), IsEmpty());
@@ -111,7 +111,7 @@ TEST_F(ExceptionsTest, AHandlersExceptionPassesThroughTheHandlerThatReceived) {
     platform.arrive(7, 300);
     platform.arrive(8, 301);
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, nullptr), Refusal);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_receive({0, 0, 0, 0})",
                             "linx_sender(s4)", "linx_free_buf(s4)", "linx_free_buf(s3)"));
 }
@@ -120,18 +120,18 @@ TEST_F(ExceptionsTest, ARelayHandlersSignalStaysInTheRelayMessageAndIsFreedByThe
     endpoint.RegisterRelayHandler(300, throwFromHandler, nullptr);
     platform.arrive(7, 300, "abcd");
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, nullptr), Refusal);
-    EXPECT_EQ(platform.content(endpoint.relayMessage.Sig()), "300 'abcd'");
-    platform.calls();
+    EXPECT_EQ(platform.describe(endpoint.relayMessage.Sig()), "300 'abcd'");
+    platform.takeCalls();
 
     endpoint.RegisterRelayHandler(300, noteRelay, named("relay"));
     platform.arrive(8, 300, "efgh");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s3)",
-                                              "relay: 300 from Other 'efgh'"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s4)",
+                                                  "linx_free_buf(s3)", "relay: 300 from Other 'efgh'"));
 }
 
 TEST_F(ExceptionsTest, TheHeldSignalIsNotReplacedBeforeTheNewSendersNameIsCopied) {
-    platform.knows(9, "a name that does not fit into a string itself");
+    platform.setName(9, "a name that does not fit into a string itself");
     platform.arrive(9, 301);
     endpoint.Receive(-1, 0, nobody, &message);
     endpoint.RegisterRelayHandler(300, noteRelay, named("relay"));
@@ -152,7 +152,7 @@ public:
 TEST_F(ExceptionsTest, ASignalIsFreedWhenThePayloadForItThrows) {
     Withheld withheld;
     EXPECT_THROW(endpoint.Notify("Peer", withheld, true), Refusal);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 0) = s3", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 0) = s3", "linx_free_buf(s3)"));
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
 }
 
@@ -166,45 +166,46 @@ TEST_F(ExceptionsTest, ASignalIsFreedWhenTheMessageForItThrows) {
     Full full;
     platform.arrive(7, 300, "abcd");
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, &full), Refusal);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_free_buf(s3)"));
 }
 
 TEST_F(ExceptionsTest, AFailedSendForgetsTheDestinationEvenWhenItCannotBeLogged) {
-    platform.answers("Peer", {17});
+    platform.answerHunts("Peer", {17});
     platform.fail("linx_send", {ECONNRESET});
     newThatFails = 1;
     EXPECT_THROW(endpoint.Notify("Peer", message, true), std::bad_alloc);
-    platform.calls();
+    platform.takeCalls();
     platform.level = 0;
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.calls().front(), "linx_hunt(\"Peer\", null)");
+    EXPECT_EQ(platform.takeCalls().front(), "linx_hunt(\"Peer\", null)");
     EXPECT_EQ(platform.sent.back().to, 17u);
 }
 
 TEST_F(ExceptionsTest, AFailedRelayForgetsTheDestinationEvenWhenItCannotBeLogged) {
     RelayMessage relay(&endpoint);
     relay.Allocate(300, 4, nullptr);
-    platform.answers("Peer", {17});
+    platform.answerHunts("Peer", {17});
     platform.fail("linx_send", {ECONNRESET});
     newThatFails = 1;
     EXPECT_THROW(endpoint.Relay(relay, "Peer"), std::bad_alloc);
     EXPECT_EQ(relay.Sig(), nullptr);
-    platform.calls();
+    platform.takeCalls();
     platform.level = 0;
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.calls().front(), "linx_hunt(\"Peer\", null)");
+    EXPECT_EQ(platform.takeCalls().front(), "linx_hunt(\"Peer\", null)");
 }
 
 TEST_F(ExceptionsTest, AShutdownThatCannotBeLoggedHasReachedItsHandlerAndIsFreed) {
     platform.arrive(7, 1280);
     endpoint.RegisterShutdown(
         [](LinxIpc*, void*) {
-            recording::Platform::instance().note("shutdown");
+            RecordingPlatform::instance().note("shutdown");
             newThatFails = 1;
         },
         nullptr);
     EXPECT_THROW(endpoint.Receive(-1, 0, nobody, nullptr), std::bad_alloc);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "shutdown", "linx_free_buf(s3)"));
 }
 

@@ -8,8 +8,9 @@
 
 #include "interposed.h"
 #include "ipc/linxIpc.h"
-#include "recording_platform.h"
+#include "testing/RecordingPlatform.h"
 
+using linx::testing::RecordingPlatform;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -21,14 +22,14 @@ inline std::string described(IpcMessage& message) {
 
 /// A handler that notes its user data, which is a name, and the message in `rxMessage`.
 inline void noteMessage(LinxIpc* endpoint, void* userData) {
-    recording::Platform::instance().note(std::string(static_cast<const char*>(userData)) + ": " +
-                                         described(endpoint->rxMessage));
+    RecordingPlatform::instance().note(std::string(static_cast<const char*>(userData)) + ": " +
+                                       described(endpoint->rxMessage));
 }
 
 /// The same for `relayMessage`.
 inline void noteRelay(LinxIpc* endpoint, void* userData) {
-    recording::Platform::instance().note(std::string(static_cast<const char*>(userData)) + ": " +
-                                         described(endpoint->relayMessage));
+    RecordingPlatform::instance().note(std::string(static_cast<const char*>(userData)) + ": " +
+                                       described(endpoint->relayMessage));
 }
 
 /// A name as user data for handlers.
@@ -41,15 +42,29 @@ inline std::string word(std::int32_t value) {
     return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-/// Tests that begin with nothing recorded.
+/// Tests that begin with nothing recorded, and in which no receive waits for ever.
 class LibraryTest : public ::testing::Test {
 protected:
-    LibraryTest() {
+    LibraryTest() { resetPlatform(); }
+    ~LibraryTest() override { expectNoEndlessWait(); }
+
+    void resetPlatform() {
+        expectNoEndlessWait();
         platform.reset();
-        interposed::refusesArrays = false;
+        platform.wordsBehindZero = 3;  // the selections of an endpoint always have four words
+        interposed::reset();
+        exposeDescriptor(4711);
     }
 
-    recording::Platform& platform = recording::Platform::instance();
+    /// The next endpoint is given this descriptor, and its closing becomes one of the recorded calls.
+    void exposeDescriptor(int number) {
+        platform.descriptor = number;
+        interposed::recordClosing(number);
+    }
+
+    void expectNoEndlessWait() { EXPECT_EQ(platform.endlessWaits, 0u); }
+
+    RecordingPlatform& platform = RecordingPlatform::instance();
 };
 
 /// Tests of an open endpoint; the calls that opened it are not recorded.
@@ -57,7 +72,7 @@ class EndpointTest : public LibraryTest {
 protected:
     EndpointTest() {
         endpoint.Init();
-        platform.calls();
+        platform.takeCalls();
     }
 
     LinxIpc endpoint{"Self"};

@@ -7,18 +7,18 @@ namespace {
 class HandlerRegistryTest : public EndpointTest {
 protected:
     HandlerRegistryTest() {
-        platform.knows(7, "Peer");
+        platform.setName(7, "Peer");
         receive(1);  // so that the peer is known in all that follows
-        platform.calls();
+        platform.takeCalls();
     }
 
     /// Receives a signal of this number, and returns what the handlers noted.
     std::vector<std::string> receive(std::uint32_t number) {
-        platform.calls();
+        platform.takeCalls();
         platform.arrive(7, number, "data");
         endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
         std::vector<std::string> notes;
-        for (const std::string& call : platform.calls()) {
+        for (const std::string& call : platform.takeCalls()) {
             if (call.rfind("linx_", 0) != 0 && call.rfind("log ", 0) != 0) notes.push_back(call);
         }
         return notes;
@@ -41,9 +41,9 @@ TEST_F(HandlerRegistryTest, HandlersMayBeRegisteredBeforeInit) {
     platform.arrive(7, 300);
     platform.arrive(7, 301);
     platform.arrive(7, 302);
-    platform.calls();
+    platform.takeCalls();
     for (int i = 0; i < 3; ++i) unopened.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    const std::vector<std::string> calls = platform.calls();
+    const std::vector<std::string> calls = platform.takeCalls();
     EXPECT_THAT(calls,
                 ::testing::IsSupersetOf({"a: 300 from Peer ''", "r: 301 from Peer ''", "d: 302 from Peer ''"}));
 }
@@ -123,12 +123,12 @@ TEST_F(HandlerRegistryTest, TheProcessDiedHandlerIsThatOf1281) {
     platform.arrive(7, 1281, word(3));
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_THAT(platform.calls(), ::testing::Contains("died: 1281 from Peer '" + word(3) + "'"));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Contains("died: 1281 from Peer '" + word(3) + "'"));
     endpoint.DeregisterProcessDied();
     platform.arrive(7, 1281, word(3));
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-    EXPECT_THAT(platform.calls(), ::testing::Not(::testing::Contains(::testing::HasSubstr("died:"))));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Not(::testing::Contains(::testing::HasSubstr("died:"))));
 }
 
 TEST_F(HandlerRegistryTest, NumbersAreUnsigned) {

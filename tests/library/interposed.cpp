@@ -13,21 +13,26 @@
 #include <utility>
 
 #include "platform/export.h"
-#include "recording_platform.h"
+#include "testing/RecordingPlatform.h"
 #include "tests/support/failing_new.h"
+
+using linx::testing::RecordingPlatform;
 
 namespace interposed {
 
 bool refusesArrays = false;
+bool strerrorGivesNull = false;
+unsigned strerrorCalls = 0;
 
 namespace {
 
+std::array<int, 4> recordedDescriptors{-1, -1, -1, -1};
 std::array<void*, 64> arrays{};
 thread_local std::array<unsigned, 256> objectsBySize{};
 
 /// Null, with errno set, when there is no memory or when a test wants none to be found.
 void* find(std::size_t size) {
-    if (!linxtest::newFails()) return std::malloc(size != 0 ? size : 1);
+    if (RecordingPlatform::atWork() || !linxtest::newFails()) return std::malloc(size != 0 ? size : 1);
     errno = ENOMEM;
     return nullptr;
 }
@@ -44,6 +49,17 @@ void releaseArray(void* memory) {
 }
 
 }  // namespace
+
+void reset() {
+    refusesArrays = false;
+    strerrorGivesNull = false;
+    strerrorCalls = 0;
+    recordedDescriptors.fill(-1);
+}
+
+void recordClosing(int descriptor) {
+    *std::find(recordedDescriptors.begin(), recordedDescriptors.end(), -1) = descriptor;
+}
 
 unsigned liveArrays() {
     return static_cast<unsigned>(std::count_if(arrays.begin(), arrays.end(), [](void* a) { return a; }));
@@ -87,18 +103,19 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
 extern "C" {
 
 LINXIPC_API int close(int number) {
-    recording::Platform& platform = recording::Platform::instance();
+    const auto& recorded = interposed::recordedDescriptors;
+    if (number < 0 || std::find(recorded.begin(), recorded.end(), number) == recorded.end()) {
+        return static_cast<int>(syscall(SYS_close, number));
+    }
     const linxtest::UnfailingNew ours;
-    if (!platform.ownsDescriptor(number)) return static_cast<int>(syscall(SYS_close, number));
-    platform.note("close(" + std::to_string(number) + ")");
+    RecordingPlatform::instance().note("close(" + std::to_string(number) + ")");
     return 0;
 }
 
 LINXIPC_API char* strerror(int number) noexcept {
-    recording::Platform& platform = recording::Platform::instance();
-    ++platform.strerrorCalls;
+    ++interposed::strerrorCalls;
     const linxtest::UnfailingNew ours;
-    if (platform.strerrorGivesNull) return nullptr;
+    if (interposed::strerrorGivesNull) return nullptr;
     static std::string text;
     text = "error " + std::to_string(number);
     return text.data();

@@ -12,14 +12,13 @@
 
 namespace {
 
-using recording::LogRecord;
-using recording::Platform;
+using linx::testing::LogLine;
 
 /// Endpoint and messages for one provocation.
 struct Scene {
-    explicit Scene(Platform& used) : platform(used) {
-        platform.knows(7, "Peer");
-        platform.knows(8, "WatchdogMgr");
+    explicit Scene(RecordingPlatform& used) : platform(used) {
+        platform.setName(7, "Peer");
+        platform.setName(8, "WatchdogMgr");
         endpoint.Init();
     }
 
@@ -36,19 +35,19 @@ struct Scene {
     /// Sends to a known peer; these sends fail.
     int notifyWithFailures(std::initializer_list<int> errors) {
         meet(7);
-        platform.answers("Peer", {7});
+        platform.answerHunts("Peer", {7});
         platform.fail("linx_send", errors);
         return endpoint.Notify("Peer", message, true);
     }
 
     int notifyInVain() {
         meet(7);
-        platform.answers("Peer", {7});
+        platform.answerHunts("Peer", {7});
         platform.failAlways("linx_send", ECONNRESET);
         return endpoint.Notify("Peer", message, true);
     }
 
-    Platform& platform;
+    RecordingPlatform& platform;
     LinxIpc endpoint{"Self"};
     LinxIpc unopened{"Unopened"};
     IpcMessage message;
@@ -234,11 +233,11 @@ protected:
     }
 
     /// The records of the line, told by its number.
-    std::vector<LogRecord> records() const {
+    std::vector<LogLine> records() const {
         const std::string text = GetParam().text;
         const std::string prefix = text.substr(0, text.find(' ') + 1);
-        std::vector<LogRecord> found;
-        for (const LogRecord& record : platform.logs) {
+        std::vector<LogLine> found;
+        for (const LogLine& record : platform.logs) {
             if (record.text.rfind(prefix, 0) == 0) found.push_back(record);
         }
         return found;
@@ -247,10 +246,10 @@ protected:
 
 TEST_P(LogLinesTest, IsWrittenWhenAllBitsAreSet) {
     EXPECT_EQ(provoke(), GetParam().result);
-    const std::vector<LogRecord> written = records();
-    const auto same = [](const LogRecord& record) { return record.text == GetParam().text; };
+    const std::vector<LogLine> written = records();
+    const auto same = [](const LogLine& record) { return record.text == GetParam().text; };
     ASSERT_TRUE(std::any_of(written.begin(), written.end(), same));
-    for (const LogRecord& record : written) {
+    for (const LogLine& record : written) {
         EXPECT_EQ(record.level, GetParam().level);
         EXPECT_EQ(record.process, "TestProcess");
         EXPECT_FALSE(record.streamFailed);
@@ -261,7 +260,7 @@ TEST_P(LogLinesTest, IsWrittenWhenItsBitAloneIsSet) {
     platform.level = GetParam().level;
     EXPECT_EQ(provoke(), GetParam().result);
     EXPECT_FALSE(records().empty());
-    for (const LogRecord& record : platform.logs) EXPECT_EQ(record.level, GetParam().level) << record.text;
+    for (const LogLine& record : platform.logs) EXPECT_EQ(record.level, GetParam().level) << record.text;
     EXPECT_EQ(platform.logObjects, platform.logs.size());
 }
 
@@ -269,7 +268,7 @@ TEST_P(LogLinesTest, IsNotMadeWhenItsBitIsClear) {
     platform.level = ~GetParam().level;
     EXPECT_EQ(provoke(), GetParam().result);
     EXPECT_TRUE(records().empty());
-    for (const LogRecord& record : platform.logs) EXPECT_NE(record.level, GetParam().level) << record.text;
+    for (const LogLine& record : platform.logs) EXPECT_NE(record.level, GetParam().level) << record.text;
     EXPECT_EQ(platform.logObjects, platform.logs.size());
 }
 
@@ -277,13 +276,13 @@ TEST_P(LogLinesTest, NothingIsMadeWhenNoBitIsSet) {
     platform.level = 0;
     EXPECT_EQ(provoke(), GetParam().result);
     EXPECT_EQ(platform.logObjects, 0u);
-    EXPECT_EQ(platform.strerrorCalls, 0u);
+    EXPECT_EQ(interposed::strerrorCalls, 0u);
 }
 
 TEST_P(LogLinesTest, FailsItsStreamAndAppendsNothingWhenThereIsNoErrorText) {
-    platform.strerrorGivesNull = true;
+    interposed::strerrorGivesNull = true;
     EXPECT_EQ(provoke(), GetParam().result);
-    const std::vector<LogRecord> written = records();
+    const std::vector<LogLine> written = records();
     ASSERT_FALSE(written.empty());
     if (GetParam().textWithoutErrorText == nullptr) {
         EXPECT_FALSE(written.front().streamFailed);
@@ -302,22 +301,22 @@ INSTANTIATE_TEST_SUITE_P(Library, LogLinesTest, ::testing::ValuesIn(lines), [](c
 class LogLineTest : public EndpointTest {};
 
 TEST_F(LogLineTest, OneObjectMakesOneLineAndEndsWithIt) {
-    platform.tracesLogObjects = true;
+    platform.recordsLogObjects = true;
     endpoint.Init();
-    EXPECT_THAT(platform.calls(), ElementsAre("SysLogMsg", "Log(2, TestProcess)", "~SysLogMsg",
-                                              "log 2 linxIpc:334 LinxIpc::Init Linx Already initialized"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("SysLogMsg", "Log(2, TestProcess)", "~SysLogMsg",
+                                                  "log 2 linxIpc:334 LinxIpc::Init Linx Already initialized"));
 }
 
 TEST_F(LogLineTest, ThreeLinesAreThreeObjects) {
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     endpoint.ResolveDestination("Peer", false);
-    platform.tracesLogObjects = true;
+    platform.recordsLogObjects = true;
     platform.level = 4;
     platform.fail("linx_send", {ECONNRESET});
-    platform.calls();
+    platform.takeCalls();
     IpcMessage message;
     endpoint.Notify("Peer", message, true);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)",  //
                             "SysLogMsg", "Log(4, TestProcess)", "~SysLogMsg",
                             "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",  //
@@ -337,8 +336,8 @@ TEST_F(LogLineTest, TheLineIsWrittenOnBehalfOfTheProcess) {
 }
 
 TEST_F(LogLineTest, MissingErrorTextCutsTheLineShort) {
-    platform.strerrorGivesNull = true;
-    platform.answers("Peer", {7});
+    interposed::strerrorGivesNull = true;
+    platform.answerHunts("Peer", {7});
     platform.level = 4;
     platform.fail("linx_send", {ECONNRESET});
     IpcMessage message;

@@ -14,9 +14,9 @@ protected:
     static char* bytes(const char* text) { return const_cast<char*>(text); }
 
     void knowPeer() {
-        platform.answers("Peer", {7});
+        platform.answerHunts("Peer", {7});
         endpoint.ResolveDestination("Peer", true);
-        platform.calls();
+        platform.takeCalls();
     }
 
     /// The calls of a hunt for `name` that is answered by the signal `answer`.
@@ -45,14 +45,14 @@ protected:
 TEST_F(NotifyTest, WithoutInitItIsRefusedAndAlwaysLogged) {
     EXPECT_EQ(unopened.Notify("Peer", message, true), -1);
     EXPECT_EQ(unopened.Notify("Peer", message, false), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:416 Notify: use of un-initialized object",
-                                              "log 2 linxIpc:416 Notify: use of un-initialized object"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:416 Notify: use of un-initialized object",
+                                                  "log 2 linxIpc:416 Notify: use of un-initialized object"));
 }
 
 TEST_F(NotifyTest, AKnownPeerIsSentACopyAtOnce) {
     knowPeer();
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
     ASSERT_EQ(platform.sent.size(), 1u);
     EXPECT_EQ(platform.sent[0].number, 300u);
     EXPECT_EQ(platform.sent[0].payload, "abcd");
@@ -61,26 +61,26 @@ TEST_F(NotifyTest, AKnownPeerIsSentACopyAtOnce) {
 }
 
 TEST_F(NotifyTest, AnUnknownPeerIsHuntedFirst) {
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.calls(), joined({hunt("Peer", "s1"), {"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"}}));
+    EXPECT_EQ(platform.takeCalls(), joined({hunt("Peer", "s1"), {"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"}}));
 }
 
 TEST_F(NotifyTest, MessagesMayAlternateBetweenDestinations) {
-    platform.answers("Peer", {7});
-    platform.answers("Pier", {8});
+    platform.answerHunts("Peer", {7});
+    platform.answerHunts("Pier", {8});
     for (const char* destination : {"Peer", "Pier", "Peer", "Peer", "Absent", "Pier", "Absent"}) {
         endpoint.Notify(destination, message, false);
     }
     std::vector<LinxSpid> spids;
-    for (const recording::SentSignal& signal : platform.sent) spids.push_back(signal.to);
+    for (const linx::testing::SentSignal& signal : platform.sent) spids.push_back(signal.to);
     EXPECT_THAT(spids, ElementsAre(7u, 8u, 7u, 7u, 8u));
 }
 
 TEST_F(NotifyTest, TheNextMessageGoesToTheSpidLearnedMeanwhile) {
     knowPeer();
     endpoint.Notify("Peer", message, true);
-    platform.knows(17, "Peer");
+    platform.setName(17, "Peer");
     platform.arrive(17, 300);
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     endpoint.Notify("Peer", message, true);
@@ -92,14 +92,14 @@ TEST_F(NotifyTest, AnEmptyMessageConsistsOfItsNumber) {
     IpcMessage empty;
     empty.Allocate(301, 0, nullptr);
     EXPECT_EQ(endpoint.Notify("Peer", empty, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 301) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 301) = s2", "linx_send(s2, 7)"));
     EXPECT_EQ(platform.sent[0].number, 301u);
     EXPECT_EQ(platform.sent[0].payload, "");
 }
 
 TEST_F(NotifyTest, TheNumberIsWrittenWhateverTheSignalContains) {
     knowPeer();
-    platform.leavesNumbersOut = true;
+    platform.allocWritesNumber = false;
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
     EXPECT_EQ(platform.sent.at(0).number, 300u);
 }
@@ -108,14 +108,14 @@ TEST_F(NotifyTest, ANewMessageGoesOutAsType0) {
     knowPeer();
     IpcMessage fresh;
     EXPECT_EQ(endpoint.Notify("Peer", fresh, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(NotifyTest, TheLargestMessageFits) {
     knowPeer();
     message.Allocate(300, 65532, nullptr);
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(65536, 300) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(65536, 300) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(NotifyTest, ARelayMessageIsCopiedUnderItsMessageType) {
@@ -124,16 +124,16 @@ TEST_F(NotifyTest, ARelayMessageIsCopiedUnderItsMessageType) {
     relay.Allocate(300, 4, nullptr);
     relay.Fill("wxyz", 4);
     relay.SetType(400);
-    platform.calls();
+    platform.takeCalls();
     EXPECT_EQ(endpoint.Notify("Peer", relay, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s3", "linx_send(s3, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(8, 300) = s3", "linx_send(s3, 7)"));
     EXPECT_EQ(platform.sent[0].number, 300u);
     EXPECT_EQ(platform.sent[0].payload, "wxyz");
-    EXPECT_EQ(platform.content(relay.Sig()), "400 'wxyz'");
+    EXPECT_EQ(platform.describe(relay.Sig()), "400 'wxyz'");
 }
 
 TEST_F(NotifyTest, TheReceivedMessageMayBeSentBack) {
-    platform.knows(7, "Peer");
+    platform.setName(7, "Peer");
     platform.arrive(7, 300, "echo");
     endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
     EXPECT_EQ(endpoint.Notify(endpoint.rxMessage.GetSender(), endpoint.rxMessage, true), 0);
@@ -143,25 +143,25 @@ TEST_F(NotifyTest, TheReceivedMessageMayBeSentBack) {
 
 TEST_F(NotifyTest, AnAbsentPeerIsHuntedOnceAndThenRefused) {
     EXPECT_EQ(endpoint.Notify("Absent", message, true), -1);
-    EXPECT_EQ(platform.calls(), joined({vainHunt("Absent"),
-                                        {"log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
-                                         "log 2 linxIpc:438 Notify: cannot resolve destination Absent"}}));
+    EXPECT_EQ(platform.takeCalls(), joined({vainHunt("Absent"),
+                                            {"log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
+                                             "log 2 linxIpc:438 Notify: cannot resolve destination Absent"}}));
     EXPECT_EQ(endpoint.Notify("Absent", message, true), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
 }
 
 TEST_F(NotifyTest, AnAbsentPeerIsRefusedQuietlyWithoutErrorLines) {
     EXPECT_EQ(endpoint.Notify("Absent", message, false), -1);
-    EXPECT_EQ(platform.calls(), vainHunt("Absent"));
+    EXPECT_EQ(platform.takeCalls(), vainHunt("Absent"));
     EXPECT_EQ(endpoint.Notify("Absent", message, false), -1);
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
 }
 
 TEST_F(NotifyTest, AFailedHuntIsLoggedAndTriedAgainNextTime) {
-    platform.answers("Peer", {7});
+    platform.answerHunts("Peer", {7});
     platform.fail("linx_hunt", {ENOSPC});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), -1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = Peer",
                             "linx_hunt(\"Peer\", null)", "log 2 linxIpc:946 LinxIpc::ResolveDestination: error 28",
                             "log 2 linxIpc:438 Notify: cannot resolve destination Peer"));
@@ -173,19 +173,19 @@ TEST_F(NotifyTest, AFailedAllocationIsAlwaysLoggedAndReturned) {
     platform.fail("linx_alloc", {ENOMEM, EMSGSIZE});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 12);
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 90);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(8, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12",
                             "linx_alloc(8, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 90"));
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(NotifyTest, AFailedSendIsRepeatedToTheNewSpid) {
     knowPeer();
-    platform.answers("Peer", {17});
+    platform.answerHunts("Peer", {17});
     platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.calls(),
+    EXPECT_EQ(platform.takeCalls(),
               joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
                        "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",
                        "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
@@ -197,7 +197,7 @@ TEST_F(NotifyTest, AFailedSendIsRepeatedToTheNewSpid) {
     EXPECT_EQ(platform.sent[1].payload, "abcd");
 
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s5", "linx_send(s5, 17)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(8, 300) = s5", "linx_send(s5, 17)"));
 }
 
 /// A message that grows whenever its payload is asked for.
@@ -212,12 +212,12 @@ public:
 TEST_F(NotifyTest, EveryAttemptHasTheSizeThatTheMessageHadAtFirst) {
     knowPeer();
     platform.level = 4;
-    platform.answers("Peer", {17});
+    platform.answerHunts("Peer", {17});
     platform.fail("linx_send", {ECONNRESET});
     Growing growing;
     growing.Allocate(300, 4, nullptr);
     EXPECT_EQ(endpoint.Notify("Peer", growing, true), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
                             "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",
                             "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
@@ -229,21 +229,21 @@ TEST_F(NotifyTest, EveryAttemptHasTheSizeThatTheMessageHadAtFirst) {
 
 TEST_F(NotifyTest, WithoutErrorLinesARepeatedSendLogsOnlyItsSuccess) {
     knowPeer();
-    platform.answers("Peer", {17});
+    platform.answerHunts("Peer", {17});
     platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 0);
-    EXPECT_EQ(platform.calls(), joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"},
-                                        hunt("Peer", "s3"),
-                                        {"linx_alloc(8, 300) = s4", "linx_send(s4, 17)",
-                                         "log 16 linxIpc:500 Notify: send successful after 1 retries"}}));
+    EXPECT_EQ(platform.takeCalls(), joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"},
+                                            hunt("Peer", "s3"),
+                                            {"linx_alloc(8, 300) = s4", "linx_send(s4, 17)",
+                                             "log 16 linxIpc:500 Notify: send successful after 1 retries"}}));
 }
 
 TEST_F(NotifyTest, APeerThatIsGoneIsRefusedAfterAnUnansweredHunt) {
     knowPeer();
-    platform.answers("Peer", {});
+    platform.answerHunts("Peer", {});
     platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), -1);
-    EXPECT_EQ(platform.calls(),
+    EXPECT_EQ(platform.takeCalls(),
               joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)",
                        "log 4 linxIpc:477 Notify: send failed: error 104 retries left = 31",
                        "log 4 linxIpc:478 Notify: send failed: linx destination endpoint name = Peer",
@@ -252,21 +252,21 @@ TEST_F(NotifyTest, APeerThatIsGoneIsRefusedAfterAnUnansweredHunt) {
                       {"log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
                        "log 2 linxIpc:438 Notify: cannot resolve destination Peer"}}));
     EXPECT_EQ(endpoint.Notify("Peer", message, true), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
 }
 
 TEST_F(NotifyTest, AFailedAllocationOnARetryKeepsWhatTheHuntFound) {
     knowPeer();
-    platform.answers("Peer", {17});
+    platform.answerHunts("Peer", {17});
     platform.fail("linx_send", {ECONNRESET});
     platform.fail("linx_alloc", {0, ENOMEM});
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 12);
-    EXPECT_EQ(platform.calls(),
+    EXPECT_EQ(platform.takeCalls(),
               joined({{"linx_alloc(8, 300) = s2", "linx_send(s2, 7)"},
                       hunt("Peer", "s3"),
                       {"linx_alloc(8, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12"}}));
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(8, 300) = s4", "linx_send(s4, 17)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(8, 300) = s4", "linx_send(s4, 17)"));
 }
 
 TEST_F(NotifyTest, ASendThatFails32TimesIsGivenUpWithResultZero) {
@@ -294,14 +294,14 @@ TEST_F(NotifyTest, ASendThatFails32TimesIsGivenUpWithResultZero) {
                              "log 2 linxIpc:486 Notify: send failed: size of linx message = 8"}) {
         expected.push_back(call);
     }
-    EXPECT_EQ(platform.calls(), expected);
-    EXPECT_EQ(platform.buffersAllocated, 32u);
+    EXPECT_EQ(platform.takeCalls(), expected);
+    EXPECT_EQ(platform.signalsAllocated, 32u);
     EXPECT_EQ(platform.sent.size(), 32u);
-    EXPECT_EQ(platform.buffersFreed, 32u) << "hunt signals only: one beforehand, 31 between the attempts";
+    EXPECT_EQ(platform.signalsFreed, 32u) << "hunt signals only: one beforehand, 31 between the attempts";
 
     platform.failAlways("linx_send", 0);
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.calls(), joined({hunt("Peer", "s65"), {"linx_alloc(8, 300) = s66", "linx_send(s66, 7)"}}))
+    EXPECT_EQ(platform.takeCalls(), joined({hunt("Peer", "s65"), {"linx_alloc(8, 300) = s66", "linx_send(s66, 7)"}}))
         << "the name was forgotten";
 }
 
@@ -311,23 +311,23 @@ TEST_F(NotifyTest, WithoutErrorLinesGivingUpIsSilent) {
     platform.level = ~32u;
     EXPECT_EQ(endpoint.Notify("Peer", message, false), 0);
     EXPECT_EQ(platform.sent.size(), 32u);
-    EXPECT_THAT(platform.calls(), ::testing::Each(::testing::StartsWith("linx_")));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Each(::testing::StartsWith("linx_")));
 }
 
 TEST_F(NotifyTest, The32ndAttemptMaySucceed) {
     knowPeer();
     for (int i = 0; i < 31; ++i) platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_EQ(platform.calls().back(), "log 16 linxIpc:500 Notify: send successful after 31 retries");
+    EXPECT_EQ(platform.takeCalls().back(), "log 16 linxIpc:500 Notify: send successful after 31 retries");
     EXPECT_EQ(platform.sent.size(), 32u);
 }
 
 TEST_F(NotifyTest, ASpidOfZeroFromAHuntIsUsedAsItIs) {
-    platform.answers("Odd", {0});
+    platform.answerHunts("Odd", {0});
     EXPECT_EQ(endpoint.Notify("Odd", message, true), 0);
-    EXPECT_EQ(platform.calls().back(), "linx_send(s2, 0)");
+    EXPECT_EQ(platform.takeCalls().back(), "linx_send(s2, 0)");
     EXPECT_EQ(endpoint.Notify("Odd", message, true), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:449 Notify: cannot resolve destination"));
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 namespace {
 
 using linxtest::newThatFails;
-using recording::Platform;
 
 // Names too long for a string to hold without allocating.
 const std::string peer = "toVp0/tsAppReceiver";                  // spid 7; number 36 in the directory
@@ -26,10 +25,10 @@ const std::string nobody;
 
 struct Scene {
     Scene() {
-        platform.knows(7, peer);
-        platform.knows(8, other);
-        platform.answers(peer, {7});
-        platform.answers(other, {8});
+        platform.setName(7, peer);
+        platform.setName(8, other);
+        platform.answerHunts(peer, {7});
+        platform.answerHunts(other, {8});
         endpoint.Init();
         request.Allocate(300, 4, std::string("abcd").data());
     }
@@ -41,7 +40,7 @@ struct Scene {
 
     int receive(unsigned type, const std::string& from) { return endpoint.Receive(10, type, from, &message); }
 
-    Platform& platform = Platform::instance();
+    RecordingPlatform& platform = RecordingPlatform::instance();
     LinxIpc endpoint{"the endpoint that all this happens to"};
     LinxIpc unopened{"an endpoint that was not opened"};
     IpcMessage request;
@@ -105,7 +104,7 @@ const Call calls[] = {
      [](Scene& s) { return s.endpoint.Receive(10, 0, nobody, nullptr); }},
     {"ReceiveFromASenderHuntedInVain",
      [](Scene& s) {
-         s.platform.answers(peer, {});
+         s.platform.answerHunts(peer, {});
          s.endpoint.ResolveDestination(peer, false);
      },
      arriving(7, 300), [](Scene& s) { return s.receive(0, nobody); }},
@@ -178,7 +177,7 @@ const Call calls[] = {
     {"NotifyANameOfItsOwn", meetPeer,
      [](Scene& s) {
          s.meet(7);
-         s.platform.calls();
+         s.platform.takeCalls();
          s.platform.fail("linx_send", {ECONNRESET});
      },
      [](Scene& s) {
@@ -188,7 +187,7 @@ const Call calls[] = {
     {"NotifyAPeerThatIsGone",
      [](Scene& s) {
          s.meet(7);
-         s.platform.answers(peer, {});
+         s.platform.answerHunts(peer, {});
      },
      failing("linx_send", ECONNRESET), [](Scene& s) { return s.endpoint.Notify(peer, s.request, true); }},
     {"NotifyInVain", meetPeer, [](Scene& s) { s.platform.failAlways("linx_send", ECONNRESET); },
@@ -230,7 +229,7 @@ const Call calls[] = {
     {"RelayInVain", meetPeer,
      [](Scene& s) {
          s.meet(7);
-         s.platform.calls();
+         s.platform.takeCalls();
          fillRelay(s);
          s.platform.fail("linx_send", {ECONNRESET});
      },
@@ -277,8 +276,8 @@ protected:
     /// Uses the endpoint on, and returns what that shows of its tables: which peers it knows, sends to, hunts for,
     /// and asks LINX about.
     std::vector<std::string> useOn(Scene& scene) {
-        platform.forgetWhatWasToCome();
-        platform.calls();
+        platform.cancelArrangements();
+        platform.takeCalls();
         platform.level = 0;
         std::vector<std::string> seen;
         IpcMessage message;
@@ -295,7 +294,7 @@ protected:
             seen.push_back(described(scene.message));
         }
         static const std::regex runningNumbers("s[0-9]+|= [0-9]+|\\(1[0-9]{3}\\)");
-        for (const std::string& call : platform.calls())
+        for (const std::string& call : platform.takeCalls())
             seen.push_back(std::regex_replace(call, runningNumbers, "*"));
         return seen;
     }
@@ -304,11 +303,10 @@ protected:
     void expectNothingLost(Scene& scene) {
         std::set<std::string> held;
         for (const RelayMessage* message : {&scene.relay, &scene.endpoint.relayMessage}) {
-            LinxSignal* signal = message->Sig();
-            if (signal != nullptr) held.insert(platform.id(&signal));
+            if (message->Sig() != nullptr) held.insert(platform.nameOf(message->Sig()));
         }
         EXPECT_EQ(platform.signalsInHand(), held);
-        EXPECT_EQ(platform.namesReturned, platform.namesHandedOut);
+        EXPECT_EQ(platform.namesInHand(), 0u);
     }
 };
 
@@ -327,7 +325,7 @@ TEST_P(OutOfMemoryTest, LeavesNothingLostOrHalfDone) {
     }
     for (unsigned n = 1;; ++n) {
         SCOPED_TRACE(n);
-        platform.reset();
+        resetPlatform();
         Scene scene;
         call.arrange(scene);
         call.expect(scene);
@@ -351,7 +349,7 @@ TEST_P(OutOfMemoryTest, LeavesNothingLostOrHalfDone) {
             EXPECT_EQ(n > 1, call.needsMemory);
             return;
         }
-        platform.forgetWhatWasToCome();
+        platform.cancelArrangements();
         call.expect(scene);
         EXPECT_EQ(call.make(scene), expected);
         EXPECT_EQ(useOn(scene), expectedAfterwards);
@@ -376,7 +374,7 @@ TEST_F(OutOfMemory, AFailedConstructionLeavesNothingBehind) {
     EXPECT_TRUE(make(1));
     unsigned n = 1;
     while (make(n)) ++n;
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
     LinxIpc works("the endpoint that all this happens to");
     EXPECT_EQ(works.Init(), 0);
 }

@@ -10,11 +10,11 @@ class OwnNamesTest : public EndpointTest {
 protected:
     OwnNamesTest() {
         platform.level = 0;
-        platform.knows(7, "toVp0/tsAppReceiver");
-        platform.answers("toVp0/tsAppReceiver", {17});
+        platform.setName(7, "toVp0/tsAppReceiver");
+        platform.answerHunts("toVp0/tsAppReceiver", {17});
         platform.arrive(7, 300);
         endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
-        platform.calls();
+        platform.takeCalls();
     }
 
     /// The sender's name, by reference to the cache of hunted names.
@@ -32,16 +32,17 @@ TEST_F(OwnNamesTest, NotifyAcceptsANameThatItsFailedSendsRemove) {
     platform.level = 0xFFFFFFFF;
     platform.fail("linx_send", {ECONNRESET, ECONNRESET, ECONNRESET});
     EXPECT_EQ(endpoint.Notify(originator(), message, true), 0);
-    EXPECT_EQ(platform.calls().back(), "log 16 linxIpc:500 Notify: send successful after 3 retries");
+    EXPECT_EQ(platform.takeCalls().back(), "log 16 linxIpc:500 Notify: send successful after 3 retries");
     EXPECT_EQ(platform.sent.back().to, 17u);
 }
 
 TEST_F(OwnNamesTest, NotifyAcceptsANameThatIsAbsentAfterwards) {
     platform.level = 0xFFFFFFFF;
-    platform.answers("toVp0/tsAppReceiver", {});
+    platform.answerHunts("toVp0/tsAppReceiver", {});
     platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Notify(originator(), message, true), -1);
-    EXPECT_EQ(platform.calls().back(), "log 2 linxIpc:438 Notify: cannot resolve destination toVp0/tsAppReceiver");
+    EXPECT_EQ(platform.takeCalls().back(),
+              "log 2 linxIpc:438 Notify: cannot resolve destination toVp0/tsAppReceiver");
 }
 
 TEST_F(OwnNamesTest, NotifyMayGiveUpOnANameOfTheEndpointsOwn) {
@@ -54,9 +55,9 @@ TEST_F(OwnNamesTest, RelayAcceptsANameThatItsFailedSendRemoves) {
     endpoint.relayMessage.Allocate(300, 0, nullptr);
     platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Relay(endpoint.relayMessage, originator()), 0);
-    platform.calls();
+    platform.takeCalls();
     endpoint.Notify("toVp0/tsAppReceiver", message, true);
-    EXPECT_EQ(platform.calls().front(), "linx_hunt(\"toVp0/tsAppReceiver\", null)");
+    EXPECT_EQ(platform.takeCalls().front(), "linx_hunt(\"toVp0/tsAppReceiver\", null)");
 }
 
 TEST_F(OwnNamesTest, RequestAwaitsAPeerWhoseNameTheSendRemoved) {
@@ -67,14 +68,14 @@ TEST_F(OwnNamesTest, RequestAwaitsAPeerWhoseNameTheSendRemoved) {
 }
 
 TEST_F(OwnNamesTest, RequestAwaitsThePeerWhoseNameTheReceivedMessageHeld) {
-    platform.knows(8, "WatchdogMgr");
+    platform.setName(8, "WatchdogMgr");
     platform.arrive(8, 1281, word(36));
     EXPECT_EQ(endpoint.Request(endpoint.rxMessage.GetSender(), message, 400, -1, nullptr), 113)
         << "the notice has put its own sender into the message";
 }
 
 TEST_F(OwnNamesTest, RequestLogsAndSurvivesAnAbsentPeer) {
-    platform.answers("toVp0/tsAppReceiver", {});
+    platform.answerHunts("toVp0/tsAppReceiver", {});
     platform.fail("linx_send", {ECONNRESET});
     EXPECT_EQ(endpoint.Request(originator(), message, 400, -1, nullptr), -1);
 }
@@ -101,13 +102,13 @@ TEST_F(OwnNamesTest, ReceiveAwaitsAPeerWhoseNameAHandlerRemoved) {
 }
 
 TEST_F(OwnNamesTest, ReceiveAwaitsThePeerWhoseNameItsMessageHeld) {
-    platform.knows(8, "WatchdogMgr");
+    platform.setName(8, "WatchdogMgr");
     platform.arrive(8, 1281, word(36));
     EXPECT_EQ(endpoint.Receive(-1, 0, endpoint.rxMessage.GetSender(), nullptr), 113);
 }
 
 TEST_F(OwnNamesTest, ReceiveAwaitsNobodyEvenIfItsEmptyNameBecomesThatOfTheDead) {
-    platform.knows(8, "WatchdogMgr");
+    platform.setName(8, "WatchdogMgr");
     platform.arrive(8, 1281, word(18));
     IpcMessage fresh;
     EXPECT_EQ(endpoint.Receive(10, 0, fresh.GetSender(), &fresh), 110);
@@ -116,7 +117,7 @@ TEST_F(OwnNamesTest, ReceiveAwaitsNobodyEvenIfItsEmptyNameBecomesThatOfTheDead) 
 
 TEST_F(OwnNamesTest, AttachAcceptsTheCharactersOfANameOfTheEndpointsOwn) {
     EXPECT_EQ(endpoint.Attach(originator().c_str(), 500), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 500) = s2", "linx_attach(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 500) = s2", "linx_attach(s2, 7)"));
 }
 
 TEST_F(OwnNamesTest, ResolveDestinationAcceptsANameOfTheEndpointsOwn) {
@@ -128,7 +129,7 @@ TEST_F(OwnNamesTest, ResolveDestinationAcceptsANameOfTheEndpointsOwn) {
 TEST_F(OwnNamesTest, CommonInitAcceptsANameOfTheEndpointsOwn) {
     endpoint.CommonInit(originator());
     endpoint.Init();
-    EXPECT_EQ(platform.calls().front(), "linx_open(\"toVp0/tsAppReceiver\", 0, null)");
+    EXPECT_EQ(platform.takeCalls().front(), "linx_open(\"toVp0/tsAppReceiver\", 0, null)");
 }
 
 }  // namespace

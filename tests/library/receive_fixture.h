@@ -11,8 +11,8 @@ inline const std::string nobody;
 class ReceiveTest : public EndpointTest {
 protected:
     ReceiveTest() {
-        platform.knows(7, "Peer");
-        platform.knows(8, "Other");
+        platform.setName(7, "Peer");
+        platform.setName(8, "Other");
     }
 
     /// Has the endpoint learn the names of both peers.
@@ -21,7 +21,7 @@ protected:
             platform.arrive(spid, 1);
             endpoint.Receive(-1, 0, nobody, nullptr);
         }
-        platform.calls();
+        platform.takeCalls();
     }
 
     IpcMessage message;

@@ -9,17 +9,17 @@ namespace {
 
 TEST_F(ReceiveTest, WithoutInitItIsRefused) {
     EXPECT_EQ(unopened.Receive(0, 0, nobody, nullptr), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:653 Receive: use of un-initialized object"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:653 Receive: use of un-initialized object"));
 }
 
 TEST_F(ReceiveTest, AnUntimedReceiveNamesCopiesDispatchesAndFreesAnySignal) {
     endpoint.RegisterHandler(300, noteMessage, named("handler"));
     platform.arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s1)", "linx_get_name(7)",
                             "linx_free_name(\"Peer\")", "handler: 300 from Peer 'abcd'", "linx_free_buf(s1)"));
-    EXPECT_EQ(platform.namesReturned, platform.namesHandedOut);
+    EXPECT_EQ(platform.namesInHand(), 0u);
     EXPECT_EQ(described(endpoint.rxMessage), "300 from Peer 'abcd'");
 }
 
@@ -27,7 +27,7 @@ TEST_F(ReceiveTest, ATimedReceiveTakesAStampAndRecalculatesBeforeTheSignalIsFree
     endpoint.RegisterHandler(300, noteMessage, named("handler"));
     platform.arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
                             "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")",
                             "handler: 300 from Peer 'abcd'", "ReCalcTimeout(1001)", "linx_free_buf(s1)"));
@@ -45,7 +45,7 @@ TEST_F(ReceiveTest, AnySignalIsSelectedByFourZeros) {
         soilTheStack();
         endpoint.Receive(timeout, 0, nobody, nullptr);
     }
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ::testing::IsSupersetOf({"linx_receive({0, 0, 0, 0})", "linx_receive_w_tmo(0, {0, 0, 0, 0})"}));
 }
 
@@ -56,7 +56,7 @@ TEST_F(ReceiveTest, AnAwaitedTypeIsSelectedTogetherWithShutdownAndProcessDied) {
     platform.arrive(7, 301, "left");
     platform.arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 300, "Peer", &message), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s4)", "linx_free_buf(s4)"));
     EXPECT_EQ(described(message), "300 from Peer 'abcd'");
     EXPECT_EQ(described(endpoint.rxMessage), "1 from Other ''") << "the endpoint's own message is left alone";
@@ -66,7 +66,7 @@ TEST_F(ReceiveTest, AnAwaitedTypeIsSelectedInATimedReceiveToo) {
     meetPeers();
     platform.arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(250, 300, "Peer", nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("CalcInitialTimeout(250) = 1001", "linx_receive_w_tmo(250, {3, 1280, 1281, 300})",
                             "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)"));
     EXPECT_EQ(described(endpoint.rxMessage), "300 from Peer 'abcd'");
@@ -80,40 +80,44 @@ TEST_F(ReceiveTest, TheAwaitedPeerDoesNotHaveToBeTheSender) {
 
 TEST_F(ReceiveTest, AQuietTimeOutReturns110WithoutALogLine) {
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})"));
 }
 
 TEST_F(ReceiveTest, TimeOutZeroIsATimedReceive) {
     EXPECT_EQ(endpoint.Receive(0, 0, nobody, nullptr), 110);
-    EXPECT_THAT(platform.calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})"));
 }
 
 TEST_F(ReceiveTest, TimeOutZeroIsRecalculatedLikeAnyOther) {
     meetPeers();
     platform.arrive(7, 300);
     EXPECT_EQ(endpoint.Receive(0, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})",
-                                              "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("CalcInitialTimeout(0) = 1001", "linx_receive_w_tmo(0, {0, 0, 0, 0})", "linx_sender(s3)",
+                            "ReCalcTimeout(1001)", "linx_free_buf(s3)"));
 }
 
 TEST_F(ReceiveTest, AnyNegativeTimeOutMeansNoLimit) {
     platform.arrive(7, 300);
     EXPECT_EQ(endpoint.Receive(-2147483647 - 1, 0, nobody, nullptr), 0);
-    EXPECT_EQ(platform.calls().front(), "linx_receive({0, 0, 0, 0})");
+    EXPECT_EQ(platform.takeCalls().front(), "linx_receive({0, 0, 0, 0})");
 }
 
 TEST_F(ReceiveTest, AFailedReceiveIsLoggedAndReturned) {
     platform.fail("linx_receive", {EINVAL});
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 22);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "log 2 linxIpc:700 Receive: error 22"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "log 2 linxIpc:700 Receive: error 22"));
 }
 
 TEST_F(ReceiveTest, AFailedTimedReceiveIsLoggedAndReturned) {
     platform.fail("linx_receive_w_tmo", {ECHILD});
     EXPECT_EQ(endpoint.Receive(10, 0, nobody, nullptr), 10);
-    EXPECT_THAT(platform.calls(), ElementsAre("CalcInitialTimeout(10) = 1001", "linx_receive_w_tmo(10, {0, 0, 0, 0})",
-                                              "log 2 linxIpc:700 Receive: error 10"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("CalcInitialTimeout(10) = 1001", "linx_receive_w_tmo(10, {0, 0, 0, 0})",
+                            "log 2 linxIpc:700 Receive: error 10"));
 }
 
 TEST_F(ReceiveTest, ASignalWithoutPayloadGivesAnEmptyMessage) {
@@ -138,9 +142,9 @@ TEST_F(ReceiveTest, AMessageThatIsTooLongIsLoggedDispatchedAndFreed) {
     endpoint.RegisterHandler(300, noteMessage, named("handler"));
     platform.arrive(7, 300, std::string(65533, 'x'));
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 90);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
-                                              "log 2 linxIpc:770 Receive: error allocating message: 90",
-                                              "handler: 300 from Peer ''", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
+                                                  "log 2 linxIpc:770 Receive: error allocating message: 90",
+                                                  "handler: 300 from Peer ''", "linx_free_buf(s3)"));
 }
 
 TEST_F(ReceiveTest, TheLongestMessageIsTaken) {
@@ -154,7 +158,7 @@ TEST_F(ReceiveTest, RunningOutOfMemoryIsLoggedAndReturned) {
     platform.arrive(7, 300, "abcd");
     interposed::refusesArrays = true;
     EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &message), 12);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)",
                             "log 2 linxIpc:770 Receive: error allocating message: 12", "linx_free_buf(s3)"));
 }
@@ -164,11 +168,11 @@ TEST_F(ReceiveTest, AHandlerSeesTheCallersMessage) {
     endpoint.RegisterHandler(
         300,
         [](LinxIpc*, void* userData) {
-            recording::Platform::instance().note(described(*static_cast<IpcMessage*>(userData)));
+            RecordingPlatform::instance().note(described(*static_cast<IpcMessage*>(userData)));
         },
         &message);
     endpoint.Receive(-1, 0, nobody, &message);
-    EXPECT_THAT(platform.calls(), ::testing::Contains("300 from Peer 'abcd'"));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Contains("300 from Peer 'abcd'"));
     EXPECT_EQ(described(endpoint.rxMessage), "0 from  ''");
 }
 
@@ -180,13 +184,13 @@ TEST_F(ReceiveTest, AHandlerMayCallReceiveAndRequest) {
             IpcMessage request;
             IpcMessage reply;
             called->Request("Peer", request, 400, -1, &reply);
-            recording::Platform::instance().note("reply: " + described(reply));
+            RecordingPlatform::instance().note("reply: " + described(reply));
         },
         nullptr);
     platform.arrive(7, 300);
     platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_alloc(4, 0) = s5",
                             "linx_send(s5, 7)", "linx_receive({3, 1280, 1281, 400})", "linx_sender(s4)",
                             "linx_free_buf(s4)", "reply: 400 from Peer 'abcd'", "linx_free_buf(s3)"));
@@ -197,7 +201,7 @@ TEST_F(ReceiveTest, ARelayMessageOfTheCallerAdoptsThePayload) {
     RelayMessage relay(&unopened);
     platform.arrive(7, 300, "abcdefgh");
     EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &relay), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "linx_free_buf(s3)"));
     EXPECT_EQ(relay.MsgType(), 300u);
     EXPECT_EQ(relay.Length(), 8u);
@@ -211,23 +215,25 @@ TEST_F(ReceiveTest, LinxIsAskedForANameOncePerSpid) {
     platform.arrive(7, 300);
     platform.arrive(7, 301);
     endpoint.Receive(-1, 0, nobody, nullptr);
-    platform.calls();
+    platform.takeCalls();
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(described(endpoint.rxMessage), "301 from Peer ''");
 }
 
 TEST_F(ReceiveTest, ASenderThatLinxCannotNameStaysUnknown) {
     platform.arrive(9, 300);
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s1)", "linx_get_name(9)",
-                                              "linx_free_buf(s1)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s1)", "linx_get_name(9)",
+                                                  "linx_free_buf(s1)"));
     EXPECT_EQ(described(endpoint.rxMessage), "300 from unknown ''");
 
-    platform.knows(9, "Known");
+    platform.setName(9, "Known");
     platform.arrive(9, 301);
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
+    EXPECT_THAT(platform.takeCalls(),
+                ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s2)", "linx_free_buf(s2)"));
     EXPECT_EQ(described(endpoint.rxMessage), "301 from unknown ''");
 }
 
@@ -242,28 +248,28 @@ TEST_F(ReceiveTest, AnUnknownSenderIsNotADestination) {
 TEST_F(ReceiveTest, ASenderBecomesAKnownDestination) {
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
-    platform.calls();
+    platform.takeCalls();
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(ReceiveTest, ASenderUnderANewSpidReplacesTheOldOne) {
     meetPeers();
-    platform.knows(17, "Peer");
+    platform.setName(17, "Peer");
     platform.arrive(17, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
-    platform.calls();
+    platform.takeCalls();
     endpoint.Notify("Peer", message, true);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 0) = s4", "linx_send(s4, 17)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 0) = s4", "linx_send(s4, 17)"));
 }
 
 TEST_F(ReceiveTest, AnAbsentDestinationBecomesKnownWhenItSends) {
     endpoint.ResolveDestination("Peer", true);
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
-    platform.calls();
+    platform.takeCalls();
     EXPECT_EQ(endpoint.Notify("Peer", message, true), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 0) = s2", "linx_send(s2, 7)"));
 }
 
 TEST_F(ReceiveTest, ASignalFromAKnownSpidDoesNotRestoreItsDestination) {
@@ -272,9 +278,9 @@ TEST_F(ReceiveTest, ASignalFromAKnownSpidDoesNotRestoreItsDestination) {
     endpoint.Notify("Peer", message, false);  // forgets the spid; the hunt is not answered
     platform.arrive(7, 300);
     endpoint.Receive(-1, 0, nobody, nullptr);
-    platform.calls();
+    platform.takeCalls();
     EXPECT_EQ(endpoint.Notify("Peer", message, false), -1);
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
 }
 
 // Hunt signals
@@ -285,7 +291,7 @@ TEST_F(ReceiveTest, AHuntSignalEndsTheCallAndIsNotFreed) {
     endpoint.RegisterDefault(noteMessage, named("default"));
     platform.arrive(7, 251, "left out");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
                             "linx_sender(s1)", "linx_get_name(7)", "linx_free_name(\"Peer\")"));
     EXPECT_EQ(described(endpoint.rxMessage), "251 from Peer ''");
@@ -296,7 +302,7 @@ TEST_F(ReceiveTest, AnAwaitedHuntSignalIsNotFreedEither) {
     meetPeers();
     platform.arrive(7, 251);
     EXPECT_EQ(endpoint.Receive(-1, 251, nobody, &message), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({3, 1280, 1281, 251})", "linx_sender(s3)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({3, 1280, 1281, 251})", "linx_sender(s3)"));
     EXPECT_EQ(described(message), "251 from Peer ''");
 }
 
@@ -315,7 +321,7 @@ TEST_F(ReceiveTest, AHuntSignalReturnsTheResultOfTheMessagesAllocate) {
     platform.arrive(7, 251);
     platform.fail("linx_alloc", {ENOMEM});
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &relay), 1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "linx_alloc(4, 251) = null"));
 }
 
@@ -327,10 +333,10 @@ TEST_F(ReceiveTest, ARelayHandlerGetsTheSignalItself) {
     platform.arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
     EXPECT_THAT(
-        platform.calls(),
+        platform.takeCalls(),
         ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s1)",
                     "linx_get_name(7)", "linx_free_name(\"Peer\")", "relay: 300 from Peer 'abcd'"));
-    EXPECT_EQ(platform.content(endpoint.relayMessage.Sig()), "300 'abcd'");
+    EXPECT_EQ(platform.describe(endpoint.relayMessage.Sig()), "300 'abcd'");
     EXPECT_EQ(described(endpoint.rxMessage), "0 from Peer ''") << "only the sender is taken over";
 }
 
@@ -340,10 +346,10 @@ TEST_F(ReceiveTest, ASignalThatWasNotRelayedIsFreedByTheNextOne) {
     platform.arrive(7, 300, "abcd");
     platform.arrive(8, 300, "efgh");
     endpoint.Receive(-1, 0, nobody, nullptr);
-    platform.calls();
+    platform.takeCalls();
     endpoint.Receive(-1, 0, nobody, nullptr);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s3)",
-                                              "relay: 300 from Other 'efgh'"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s4)",
+                                                  "linx_free_buf(s3)", "relay: 300 from Other 'efgh'"));
 }
 
 TEST_F(ReceiveTest, ARelayHandlerRunsEvenForAnAwaitedType) {
@@ -351,7 +357,7 @@ TEST_F(ReceiveTest, ARelayHandlerRunsEvenForAnAwaitedType) {
     endpoint.RegisterRelayHandler(300, noteRelay, named("relay"));
     platform.arrive(7, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 300, nobody, &message), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "relay: 300 from Peer 'abcd'"));
     EXPECT_EQ(described(message), "0 from Peer ''");
 }
@@ -362,7 +368,7 @@ TEST_F(ReceiveTest, ARelayedShutdownRequestEndsTheCallWithZero) {
     endpoint.RegisterShutdown(noteMessage, named("shutdown"));
     platform.arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "relay: 1280 from Peer ''"));
 }
 
@@ -371,8 +377,8 @@ TEST_F(ReceiveTest, ARelayedProcessDiedNoticeEndsTheCallWithZero) {
     endpoint.RegisterRelayHandler(1281, noteRelay, named("relay"));
     platform.arrive(7, 1281, word(3));
     EXPECT_EQ(endpoint.Receive(-1, 300, "ConfigMgr", nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)",
-                                              "relay: 1281 from Peer '" + word(3) + "'"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)",
+                                                  "relay: 1281 from Peer '" + word(3) + "'"));
 }
 
 // Dispatch
@@ -383,8 +389,8 @@ TEST_F(ReceiveTest, TheDefaultHandlerGetsSignalsWithoutAHandler) {
     endpoint.RegisterDefault(noteMessage, named("default"));
     platform.arrive(7, 301, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
-                                              "default: 301 from Peer 'abcd'", "linx_free_buf(s3)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
+                                                  "default: 301 from Peer 'abcd'", "linx_free_buf(s3)"));
 }
 
 TEST_F(ReceiveTest, WithoutAnyHandlerTheMessageIsOnlyCopied) {
@@ -401,7 +407,7 @@ TEST_F(ReceiveTest, AShutdownRequestIsDispatchedAndEndsTheCallWith108) {
     endpoint.RegisterShutdown(noteMessage, named("shutdown"));
     platform.arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 108);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
                             "linx_sender(s3)", "shutdown: 1280 from Peer ''", "ReCalcTimeout(1001)",
                             "linx_free_buf(s3)", "log 512 linxIpc:802 Receive: Shutdown Requested"));
@@ -412,7 +418,7 @@ TEST_F(ReceiveTest, AShutdownRequestIsDispatchedWhileAnotherTypeIsAwaited) {
     endpoint.RegisterShutdown(noteMessage, named("shutdown"));
     platform.arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(-1, 300, "Peer", nullptr), 108);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "shutdown: 1280 from Peer ''",
                             "linx_free_buf(s3)", "log 512 linxIpc:802 Receive: Shutdown Requested"));
 }
@@ -422,7 +428,7 @@ TEST_F(ReceiveTest, AShutdownRequestWithoutAHandlerGoesToTheDefaultHandler) {
     endpoint.RegisterDefault(noteMessage, named("default"));
     platform.arrive(7, 1280);
     EXPECT_EQ(endpoint.Receive(-1, 300, "Peer", nullptr), 108);
-    EXPECT_THAT(platform.calls(), ::testing::Contains("default: 1280 from Peer ''"));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Contains("default: 1280 from Peer ''"));
 }
 
 TEST_F(ReceiveTest, AShutdownRequestThatCannotBeCopiedStillReturns108) {
@@ -430,7 +436,7 @@ TEST_F(ReceiveTest, AShutdownRequestThatCannotBeCopiedStillReturns108) {
     platform.arrive(7, 1280, "abcd");
     interposed::refusesArrays = true;
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 108);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
                             "log 2 linxIpc:770 Receive: error allocating message: 12", "linx_free_buf(s3)",
                             "log 512 linxIpc:802 Receive: Shutdown Requested"));
@@ -442,7 +448,7 @@ TEST_F(ReceiveTest, EverySignalExceptHuntAndRelayedOnesIsFreedOnce) {
     for (std::uint32_t number : {300u, 1281u, 13264u, 1280u}) platform.arrive(7, number, "abcd");
     endpoint.Receive(-1, 0, nobody, nullptr);
     endpoint.Receive(-1, 0, nobody, nullptr);
-    EXPECT_EQ(platform.buffersFreed, 4u);
+    EXPECT_EQ(platform.signalsFreed, 4u);
     EXPECT_THAT(platform.signalsInHand(), IsEmpty());
 }
 

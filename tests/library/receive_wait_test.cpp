@@ -16,7 +16,7 @@ TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsDispatchedAndTheWaitGoesOn) {
     platform.arrive(7, 1281, word(3));
     platform.arrive(8, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})",
                             "linx_sender(s3)", "died: 1281 from Peer '" + word(3) + "'", "ReCalcTimeout(1001)",
                             "linx_free_buf(s3)", "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr",
@@ -29,7 +29,7 @@ TEST_F(ReceiveTest, ANoticeWithoutAHandlerGoesToTheDefaultHandler) {
     endpoint.RegisterDefault(noteMessage, named("default"));
     platform.arrive(7, 1281, word(3));
     EXPECT_EQ(endpoint.Receive(10, 0, nobody, nullptr), 110);
-    EXPECT_THAT(platform.calls(), ::testing::Contains("default: 1281 from Peer '" + word(3) + "'"));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Contains("default: 1281 from Peer '" + word(3) + "'"));
 }
 
 TEST_F(ReceiveTest, TheRemainingTimeShrinksOverAllTurns) {
@@ -38,7 +38,7 @@ TEST_F(ReceiveTest, TheRemainingTimeShrinksOverAllTurns) {
     for (int i = 0; i < 3; ++i) platform.arrive(7, 13264);
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
     EXPECT_THAT(
-        platform.calls(),
+        platform.takeCalls(),
         ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {0, 0, 0, 0})", "linx_sender(s3)",
                     "ReCalcTimeout(1001)", "linx_free_buf(s3)", "CalcInitialTimeout(400) = 1002",
                     "linx_receive_w_tmo(400, {0, 0, 0, 0})", "linx_sender(s4)", "ReCalcTimeout(1002)",
@@ -52,7 +52,7 @@ TEST_F(ReceiveTest, ATimedCallStaysTimedWhateverTheTimeLeft) {
     platform.timesLeft = {-1};
     platform.arrive(7, 13264);
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
-    const std::vector<std::string> calls = platform.calls();
+    const std::vector<std::string> calls = platform.takeCalls();
     EXPECT_EQ(calls.at(calls.size() - 2), "CalcInitialTimeout(-1) = 1002");
     EXPECT_EQ(calls.back(), "linx_receive_w_tmo(4294967295, {0, 0, 0, 0})");
 }
@@ -63,7 +63,7 @@ TEST_F(ReceiveTest, ATimedCallIsRecalculatedWhateverTheTimeLeft) {
     platform.arrive(7, 13264);
     platform.arrive(7, 13264);
     EXPECT_EQ(endpoint.Receive(500, 0, nobody, nullptr), 110);
-    EXPECT_EQ(platform.calls().back(), "linx_receive_w_tmo(5, {0, 0, 0, 0})");
+    EXPECT_EQ(platform.takeCalls().back(), "linx_receive_w_tmo(5, {0, 0, 0, 0})");
 }
 
 TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerEndsTheCallWith113) {
@@ -72,7 +72,7 @@ TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerEndsTheCallWith113) {
     endpoint.RegisterDefault(noteMessage, named("default"));
     platform.arrive(7, 1281, word(3));
     EXPECT_EQ(endpoint.Receive(500, 300, "ConfigMgr", &message), 113);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("CalcInitialTimeout(500) = 1001", "linx_receive_w_tmo(500, {3, 1280, 1281, 300})",
                             "linx_sender(s3)", "ReCalcTimeout(1001)", "linx_free_buf(s3)",
                             "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr",
@@ -85,10 +85,10 @@ TEST_F(ReceiveTest, TheDeathOfTheAwaitedPeerAlsoEndsADispatchingCall) {
     endpoint.RegisterProcessDied(noteMessage, named("died"));
     platform.arrive(7, 1281, word(30));
     EXPECT_EQ(endpoint.Receive(-1, 0, "toVp0/EncodeCtrl", nullptr), 113);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
-                                              "died: 1281 from Peer '" + word(30) + "'", "linx_free_buf(s3)",
-                                              "log 16 linxIpc:813 Receive: Process died 30 - toVp0/EncodeCtrl",
-                                              "log 2 linxIpc:817 Receive: host unreachable"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
+                                                  "died: 1281 from Peer '" + word(30) + "'", "linx_free_buf(s3)",
+                                                  "log 16 linxIpc:813 Receive: Process died 30 - toVp0/EncodeCtrl",
+                                                  "log 2 linxIpc:817 Receive: host unreachable"));
 }
 
 TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsNotDispatchedWhileATypeIsAwaited) {
@@ -98,7 +98,7 @@ TEST_F(ReceiveTest, ANoticeAboutAnotherProcessIsNotDispatchedWhileATypeIsAwaited
     platform.arrive(7, 1281, word(2));
     platform.arrive(8, 300, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 300, "ConfigMgr", &message), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "linx_free_buf(s3)",
                             "log 16 linxIpc:813 Receive: Process died 2 - StateMgr",
                             "linx_receive({3, 1280, 1281, 300})", "linx_sender(s4)", "linx_free_buf(s4)"));
@@ -131,7 +131,7 @@ TEST_F(ReceiveTest, ANoticeAboutAnUnknownProcessIsAboutTheUndefinedServer) {
     meetPeers();
     platform.arrive(7, 1281, word(-5));
     EXPECT_EQ(endpoint.Receive(-1, 300, "UndefinedServer", nullptr), 113);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_receive({3, 1280, 1281, 300})", "linx_sender(s3)", "linx_free_buf(s3)",
                             "log 1 LinxServerNameList:128 LinxServerNameList::Name - ServerName not found for -5,"
                             "    size = 37",
@@ -145,7 +145,7 @@ TEST_P(ShortNoticeTest, CountsAsOneAboutProcessZero) {
     meetPeers();
     platform.arrive(7, 1281, std::string(GetParam(), '\1'));
     EXPECT_EQ(endpoint.Receive(-1, 300, "UndefinedServer", nullptr), 113);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ::testing::Contains("log 16 linxIpc:813 Receive: Process died 0 - UndefinedServer"));
 }
 
@@ -177,16 +177,17 @@ TEST_F(ReceiveTest, ASignal13264IsDispatchedAndTheWaitGoesOn) {
     platform.arrive(7, 13264, "abcd");
     platform.arrive(7, 300, "next");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, nullptr), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)",
-                                              "handler: 13264 from Peer 'abcd'", "linx_free_buf(s3)",
-                                              "linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s4)"));
+    EXPECT_THAT(
+        platform.takeCalls(),
+        ElementsAre("linx_receive({0, 0, 0, 0})", "linx_sender(s3)", "handler: 13264 from Peer 'abcd'",
+                    "linx_free_buf(s3)", "linx_receive({0, 0, 0, 0})", "linx_sender(s4)", "linx_free_buf(s4)"));
 }
 
 TEST_F(ReceiveTest, AnAwaited13264IsNotDispatchedAndDoesNotEndTheWait) {
     endpoint.RegisterHandler(13264, noteMessage, named("handler"));
     platform.arrive(7, 13264, "abcd");
     EXPECT_EQ(endpoint.Receive(10, 13264, nobody, &message), 110);
-    EXPECT_THAT(platform.calls(), ::testing::Not(::testing::Contains(::testing::HasSubstr("handler:"))));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Not(::testing::Contains(::testing::HasSubstr("handler:"))));
     EXPECT_EQ(described(message), "13264 from Peer 'abcd'");
 }
 
@@ -195,7 +196,7 @@ TEST_F(ReceiveTest, ARelayed13264EndsTheCallWithZero) {
     endpoint.RegisterRelayHandler(13264, noteRelay, named("relay"));
     platform.arrive(7, 13264, "abcd");
     EXPECT_EQ(endpoint.Receive(-1, 0, nobody, &message), 0);
-    EXPECT_THAT(platform.calls(), ::testing::Contains("relay: 13264 from Peer 'abcd'"));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Contains("relay: 13264 from Peer 'abcd'"));
     EXPECT_EQ(described(message), "0 from Peer ''");
 }
 

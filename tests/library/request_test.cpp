@@ -10,11 +10,11 @@ class RequestTest : public EndpointTest {
 protected:
     RequestTest() {
         for (const auto& [spid, name] : {std::pair<LinxSpid, const char*>{7, "ConfigMgr"}, {8, "Other"}}) {
-            platform.knows(spid, name);
+            platform.setName(spid, name);
             platform.arrive(spid, 1);
             endpoint.Receive(-1, 0, LinxIpc::emptyString, nullptr);
         }
-        platform.calls();
+        platform.takeCalls();
         request.Allocate(300, 0, nullptr);
     }
 
@@ -24,7 +24,7 @@ protected:
 
 TEST_F(RequestTest, WithoutInitItIsRefused) {
     EXPECT_EQ(unopened.Request("ConfigMgr", request, 400, 0, &reply), -1);
-    EXPECT_THAT(platform.calls(), ElementsAre("log 2 linxIpc:529 Request: use of un-initialized object"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("log 2 linxIpc:529 Request: use of un-initialized object"));
 }
 
 TEST_F(RequestTest, ItSendsAndAwaitsTheReply) {
@@ -32,7 +32,7 @@ TEST_F(RequestTest, ItSendsAndAwaitsTheReply) {
     platform.arrive(8, 301, "left");
     platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 0);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = s5", "linx_send(s5, 7)", "CalcInitialTimeout(500) = 1001",
                             "linx_receive_w_tmo(500, {3, 1280, 1281, 400})", "linx_sender(s4)", "ReCalcTimeout(1001)",
                             "linx_free_buf(s4)"));
@@ -55,7 +55,7 @@ TEST_F(RequestTest, TheMessageSentMayTakeTheReply) {
 TEST_F(RequestTest, ReplyType0AwaitsNothing) {
     platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 0, 500, &reply), 0);
-    EXPECT_THAT(platform.calls(), ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)"));
+    EXPECT_THAT(platform.takeCalls(), ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)"));
 }
 
 TEST_F(RequestTest, AReplyFromAnotherEndpointIsAccepted) {
@@ -80,7 +80,7 @@ TEST_F(RequestTest, AReplyWithARelayHandlerGoesToThatHandler) {
     reply.Allocate(299, 6, std::string("before").data());
     platform.arrive(7, 400, "abcd");
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 0);
-    EXPECT_THAT(platform.calls(), ::testing::Contains("relay: 400 from ConfigMgr 'abcd'"));
+    EXPECT_THAT(platform.takeCalls(), ::testing::Contains("relay: 400 from ConfigMgr 'abcd'"));
     EXPECT_EQ(described(reply), "299 from ConfigMgr 'before'") << "only the sender is taken over";
 }
 
@@ -106,7 +106,7 @@ TEST_F(RequestTest, NoNoticeReportsTheDeathOfADestinationOutsideTheDirectory) {
 
 TEST_F(RequestTest, AFailedSendIsLoggedAndReturned) {
     EXPECT_EQ(endpoint.Request("Absent", request, 400, 500, &reply), -1);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("log 32 linxIpc:941 LinxIpc::ResolveDestination: calling linx_hunt, destination = Absent",
                             "linx_hunt(\"Absent\", null)", "linx_receive_w_tmo(100, {1, 251})",
                             "log 2 linxIpc:973 LinxIpc::ResolveDestination: unresolved",
@@ -117,14 +117,14 @@ TEST_F(RequestTest, AFailedSendIsLoggedAndReturned) {
 TEST_F(RequestTest, AnErrorOfTheSendIsReturnedAsItIs) {
     platform.fail("linx_alloc", {ENOMEM});
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 0, 500, &reply), 12);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = null", "log 2 linxIpc:460 Notify: linx_alloc failed: error 12",
                             "log 2 linxIpc:550 Request: call to LinxIpc::Notify failed: 12"));
 }
 
 TEST_F(RequestTest, ATimeOutIsLoggedAndReturned) {
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, 500, &reply), 110);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = s3", "linx_send(s3, 7)", "CalcInitialTimeout(500) = 1001",
                             "linx_receive_w_tmo(500, {3, 1280, 1281, 400})",
                             "log 2 linxIpc:544 Request: call to LinxIpc::Receive failed: 110"));
@@ -134,7 +134,7 @@ TEST_F(RequestTest, TheDeathOfTheDestinationEndsTheWait) {
     platform.arrive(8, 1281, word(3));
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, &reply), 113);
     EXPECT_THAT(
-        platform.calls(),
+        platform.takeCalls(),
         ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "linx_receive({3, 1280, 1281, 400})",
                     "linx_sender(s3)", "linx_free_buf(s3)", "log 16 linxIpc:813 Receive: Process died 3 - ConfigMgr",
                     "log 2 linxIpc:817 Receive: host unreachable",
@@ -152,7 +152,7 @@ TEST_F(RequestTest, AShutdownRequestEndsTheWait) {
     endpoint.RegisterShutdown(noteMessage, named("shutdown"));
     platform.arrive(8, 1280);
     EXPECT_EQ(endpoint.Request("ConfigMgr", request, 400, -1, nullptr), 108);
-    EXPECT_THAT(platform.calls(),
+    EXPECT_THAT(platform.takeCalls(),
                 ElementsAre("linx_alloc(4, 300) = s4", "linx_send(s4, 7)", "linx_receive({3, 1280, 1281, 400})",
                             "linx_sender(s3)", "shutdown: 1280 from Other ''", "linx_free_buf(s3)",
                             "log 512 linxIpc:802 Receive: Shutdown Requested",
@@ -160,7 +160,7 @@ TEST_F(RequestTest, AShutdownRequestEndsTheWait) {
 }
 
 TEST_F(RequestTest, ASendGivenUpAfter32AttemptsStillAwaitsTheReply) {
-    platform.answers("ConfigMgr", {7});
+    platform.answerHunts("ConfigMgr", {7});
     platform.failAlways("linx_send", ECONNRESET);
     platform.level = 0;
     platform.arrive(8, 400, "abcd");

@@ -79,7 +79,7 @@ TEST_F(ServerNamesTest, EveryServerHasItsName) {
         names.insert(server.name);
     }
     EXPECT_EQ(names.size(), 37u);
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
 }
 
 TEST_F(ServerNamesTest, ANameIsReturnedByReference) {
@@ -102,13 +102,13 @@ TEST_P(UnknownProcessTest, IsLoggedAndYieldsTheUndefinedServer) {
                              std::to_string(GetParam()) + ",    size = 37";
     EXPECT_EQ(directory.Name(process), "UndefinedServer");
     EXPECT_EQ(directory.Name(process), "UndefinedServer");
-    EXPECT_THAT(platform.calls(), ElementsAre(line, line)) << "the directory has not grown either";
+    EXPECT_THAT(platform.takeCalls(), ElementsAre(line, line)) << "the directory has not grown either";
 }
 
 TEST_P(UnknownProcessTest, IsNotLoggedWhenItsBitIsClear) {
     platform.level = ~1u;
     EXPECT_EQ(directory.Name(static_cast<e_Process>(GetParam())), "UndefinedServer");
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
     EXPECT_EQ(platform.logObjects, 0u);
 }
 
@@ -120,7 +120,7 @@ class UnknownNameTest : public ServerNamesTest, public ::testing::WithParamInter
 
 TEST_P(UnknownNameTest, SilentlyYieldsTheUndefinedServer) {
     EXPECT_EQ(directory.Process(GetParam()), 0);
-    EXPECT_THAT(platform.calls(), IsEmpty());
+    EXPECT_THAT(platform.takeCalls(), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(ServerNames, UnknownNameTest,

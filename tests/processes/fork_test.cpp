@@ -187,45 +187,38 @@ TEST_F(Fork, TheWinnersDeathIsNoticedThoughTheLoserLives) {
     EXPECT_EQ(0, parentProcess.exitStatus());
 }
 
-TEST_F(Fork, AnOrderlyCloseInTheChildIsToldAtOnceThoughTheParentKeepsItsCopy) {
-    Child parentProcess([](Line& test) {
-        LINX* endpoint = linx_open("forked", 0, nullptr);
-        Child winner([&](Line& parent) {
-            parent.tell(spidOf(endpoint));
-            parent.hear();
-            EXPECT_EQ(0, linx_close(endpoint));
-        });
-        test.tell(winner.hear());
-        test.hear();
-        winner.tell();
-        EXPECT_EQ(0, winner.exitStatus());
-        test.hear();  // its copy untouched
+/// Has a child take an endpoint over, tells the spid, and has it closed there; says so, and keeps its own copy
+/// untouched.
+void closeInChild(Line& test) {
+    LINX* endpoint = linx_open("forked", 0, nullptr);
+    Child winner([&](Line& parent) {
+        parent.tell(spidOf(endpoint));
+        parent.hear();
+        EXPECT_EQ(0, linx_close(endpoint));
     });
+    test.tell(winner.hear());
+    test.hear();
+    winner.tell();
+    EXPECT_EQ(0, winner.exitStatus());
+    test.tell();
+    test.hear();
+}
+
+TEST_F(Fork, AnOrderlyCloseInTheChildIsToldAtOnceThoughTheParentKeepsItsCopy) {
+    Child parentProcess(closeInChild);
     const LinxSpid spid = parentProcess.hear();
     Endpoint endpoint("test");
     ASSERT_NE(0u, attach(endpoint, spid, notice));
     parentProcess.tell();
     EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
     EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    parentProcess.hear();
     parentProcess.tell();
     EXPECT_EQ(0, parentProcess.exitStatus());
 }
 
 TEST_F(Fork, AnOrderlyCloseInTheChildIsToldToOneWhoseQueueNeverRunsDry) {
-    Child parentProcess([](Line& test) {
-        LINX* endpoint = linx_open("forked", 0, nullptr);
-        Child winner([&](Line& parent) {
-            parent.tell(spidOf(endpoint));
-            parent.hear();
-            EXPECT_EQ(0, linx_close(endpoint));
-        });
-        test.tell(winner.hear());
-        test.hear();
-        winner.tell();
-        EXPECT_EQ(0, winner.exitStatus());
-        test.tell();
-        test.hear();  // its copy untouched
-    });
+    Child parentProcess(closeInChild);
     const LinxSpid spid = parentProcess.hear();
     Endpoint endpoint("test");
     const LinxSpid own = spidOf(endpoint);

@@ -1,9 +1,7 @@
 // Forks while other threads of the process are at work on its endpoints, and children that no fork handler is told
 // of.
 
-#include <dlfcn.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +14,7 @@
 #include "tests/processes/support/process_test.h"
 #include "tests/processes/support/shared.h"
 #include "tests/processes/support/signals.h"
+#include "tests/support/unannounced_fork.h"
 
 namespace {
 
@@ -152,44 +151,16 @@ TEST_F(ForkThreads, OnceRefusedItDoesNotHideTheEndOfItsParent) {
     EXPECT_EQ(0, kill(survivor, SIGKILL));
 }
 
-/// A fork that calls no handlers, where the C library has one.
-pid_t forkUnannounced() {
-    using Fork = pid_t (*)();
-    const auto fork = reinterpret_cast<Fork>(dlsym(RTLD_DEFAULT, "_Fork"));
-    return fork == nullptr ? -1 : fork();
-}
-
-/// Whether pages that are to be empty in a child are so. Not every emulator passes that wish on.
-bool areWipedPagesWiped() {
-    const auto bytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    void* page = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    char& value = *static_cast<char*>(page);
-    value = 1;
-    bool isWiped = false;
-    if (madvise(page, bytes, MADV_WIPEONFORK) == 0) {
-        const pid_t child = fork();
-        if (child == 0) _exit(value);
-        int status = -1;
-        waitpid(child, &status, 0);
-        isWiped = status == 0;
-    }
-    munmap(page, bytes);
-    return isWiped;
-}
-
 /// Whether `body` holds in such a child.
 template <class Body>
 void inUnannouncedChild(Body body) {
-    const pid_t child = forkUnannounced();
-    if (child == -1) GTEST_SKIP() << "no such fork here";
+    if (const char* reason = linxtest::reasonAgainstUnannouncedForks()) GTEST_SKIP() << reason;
+    const pid_t child = linxtest::unannouncedFork()();
     if (child == 0) _exit(body() ? 0 : 1);
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(0, linxtest::statusOf(child));
 }
 
 TEST_F(ForkThreads, AChildThatNoHandlerWasToldOfIsRefused) {
-    if (!areWipedPagesWiped()) GTEST_SKIP() << "such children cannot be told from their parents here";
     Endpoint endpoint("forked");
     LinxSignal* signal = linx_alloc(endpoint, 4, item);
     inUnannouncedChild([&] { return isRefused(endpoint) && linx_sender(endpoint, &signal) == 0 && errno == ECHILD; });
@@ -197,7 +168,6 @@ TEST_F(ForkThreads, AChildThatNoHandlerWasToldOfIsRefused) {
 }
 
 TEST_F(ForkThreads, SoIsOneThatWasMadeWhileAThreadWasInside) {
-    if (!areWipedPagesWiped()) GTEST_SKIP() << "such children cannot be told from their parents here";
     Endpoint endpoint("forked");
     const Receiving receiving(endpoint);
     inUnannouncedChild([&] {
@@ -207,16 +177,13 @@ TEST_F(ForkThreads, SoIsOneThatWasMadeWhileAThreadWasInside) {
 }
 
 TEST_F(ForkThreads, SoAreItAndItsOwnChildOnceItHasForked) {
-    if (!areWipedPagesWiped()) GTEST_SKIP() << "such children cannot be told from their parents here";
     Endpoint endpoint("forked");
     LinxSignal* signal = linx_alloc(endpoint, 4, item);
     inUnannouncedChild([&] {
         const pid_t grandchild = fork();
         const bool refused = isRefused(endpoint) && linx_sender(endpoint, &signal) == 0 && errno == ECHILD;
         if (grandchild == 0) _exit(refused ? 0 : 1);
-        int status = -1;
-        waitpid(grandchild, &status, 0);
-        return refused && status == 0;
+        return refused && linxtest::statusOf(grandchild) == 0;
     });
     EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
 }
