@@ -1,5 +1,7 @@
 #include "link/engine/zeromq/gatekeeper.h"
 
+#include "link/engine/key_text.h"
+
 namespace linx::link {
 namespace {
 
@@ -7,7 +9,6 @@ namespace {
 enum Part : size_t { version, request, domainAsked, address, routingId, mechanism, credentials, parts };
 
 constexpr size_t keyBytes = 32;
-constexpr size_t keyCharacters = 40;
 
 }  // namespace
 

@@ -2,12 +2,9 @@
 
 #include <zmq.h>
 
+#include "link/engine/key_text.h"
+
 namespace linx::link {
-namespace {
-
-constexpr size_t keyCharacters = 40;
-
-}  // namespace
 
 bool canEncrypt() {
     return zmq_has("curve") == 1;
@@ -22,7 +19,7 @@ KeyPair newKeyPair() {
 
 std::optional<KeyPair> keyPairOf(const std::string& secretKey) {
     char publicKey[keyCharacters + 1] = {};
-    if (secretKey.size() != keyCharacters || zmq_curve_public(publicKey, secretKey.c_str()) != 0) return std::nullopt;
+    if (!isKeyText(secretKey) || zmq_curve_public(publicKey, secretKey.c_str()) != 0) return std::nullopt;
     return KeyPair{publicKey, secretKey};
 }
 

@@ -14,6 +14,7 @@ struct KeyPair {
 
 /// Whether the ZeroMQ of this machine can encrypt. There is no other way to talk.
 bool canEncrypt();
+constexpr const char* noEncryption = "the ZeroMQ library of this machine was built without encryption (CURVE)";
 KeyPair newKeyPair();
 /// The pair of a secret key; nothing when it is none.
 std::optional<KeyPair> keyPairOf(const std::string& secretKey);

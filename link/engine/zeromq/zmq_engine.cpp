@@ -12,15 +12,20 @@ namespace {
 constexpr int mostAtOnce = 32;
 constexpr int mostRounds = 16;
 
+Trouble troubleNow(const std::string& what) {
+    const int error = zmq_errno();
+    return {error, what + ": " + zmq_strerror(error)};
+}
+
 }  // namespace
 
 ZmqEngine::ZmqEngine(const KeyPair& keys, std::vector<ZmqPeer> peers)
     : keys_(keys), peers_(std::move(peers)), epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
 
 std::unique_ptr<ZmqEngine> ZmqEngine::open(const KeyPair& keys, const std::string& listen, std::vector<ZmqPeer> peers,
-                                           std::string& trouble) {
+                                           Trouble& trouble) {
     if (!canEncrypt()) {
-        trouble = "the ZeroMQ library of this machine was built without encryption (CURVE)";
+        trouble = {ENOTSUP, noEncryption};
         return nullptr;
     }
     std::unique_ptr<ZmqEngine> engine(new ZmqEngine(keys, std::move(peers)));
@@ -33,13 +38,13 @@ std::unique_ptr<ZmqEngine> ZmqEngine::open(const KeyPair& keys, const std::strin
     }
     engine->gatekeeper_ = std::make_unique<Gatekeeper>(engine->context_, std::move(admitted));
     if (!engine->gatekeeper_->isOpen()) {
-        trouble = std::string("nobody could be turned away: ") + zmq_strerror(zmq_errno());
+        trouble = troubleNow("nobody could be turned away");
         return nullptr;
     }
     engine->watch(engine->gatekeeper_->descriptor(), true);
     engine->listener_ = std::make_unique<Listener>(engine->context_, keys, std::move(numbers));
     if (!engine->listener_->bind(listen)) {
-        trouble = "cannot listen at " + listen + ": " + zmq_strerror(zmq_errno());
+        trouble = troubleNow("cannot listen at " + listen);
         return nullptr;
     }
     engine->watch(engine->listener_->descriptor(), true);

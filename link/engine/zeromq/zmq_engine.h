@@ -17,12 +17,18 @@ struct ZmqPeer {
     std::string address;  ///< such as tcp://10.0.0.2:7400; empty: it is waited for
 };
 
+/// Why an engine could not be had.
+struct Trouble {
+    int error = 0;
+    std::string text;
+};
+
 /// Over TCP, encrypted by CURVE. Both ends have to know each other's public key; nothing else gets in.
 class ZmqEngine : public Engine {
 public:
     /// `listen` is an address, or empty. Null when it cannot be had; `trouble` says why.
     static std::unique_ptr<ZmqEngine> open(const KeyPair& keys, const std::string& listen, std::vector<ZmqPeer> peers,
-                                           std::string& trouble);
+                                           Trouble& trouble);
     ~ZmqEngine() override;
 
     void dial(PeerNumber peer, Time now) override;

@@ -13,7 +13,7 @@ using linx::link::ZmqPeer;
 class ZeromqMaker {
 public:
     std::unique_ptr<ZmqEngine> listener() {
-        std::string trouble;
+        linx::link::Trouble trouble;
         auto engine = ZmqEngine::open(listenerKeys, address, {{diallerKeys.publicKey, ""}}, trouble);
         if (engine) address = engine->address();
         return engine;
@@ -21,7 +21,7 @@ public:
     std::unique_ptr<ZmqEngine> dialler() const { return dialling(diallerKeys, listenerKeys.publicKey); }
     std::unique_ptr<ZmqEngine> stranger() const { return dialling(linx::link::newKeyPair(), listenerKeys.publicKey); }
     std::unique_ptr<ZmqEngine> dialling(const KeyPair& keys, const std::string& peer) const {
-        std::string trouble;
+        linx::link::Trouble trouble;
         return ZmqEngine::open(keys, "", {{peer, address}}, trouble);
     }
 

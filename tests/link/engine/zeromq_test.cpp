@@ -178,13 +178,13 @@ TEST_F(ZeromqTest, AConnectionThatOnlyOpensDoesNotKeepThePeerOut) {
 
 TEST(ZeromqNodesTest, WhereBothDialOneSessionStays) {
     const KeyPair keys[] = {linx::link::newKeyPair(), linx::link::newKeyPair()};
-    std::string trouble;
+    linx::link::Trouble trouble;
     std::string addresses[2];
     for (int i = 0; i < 2; ++i) addresses[i] = ZmqEngine::open(keys[i], "tcp://127.0.0.1:*", {}, trouble)->address();
     const auto first = ZmqEngine::open(keys[0], addresses[0], {{keys[1].publicKey, addresses[1]}}, trouble);
-    ASSERT_NE(first, nullptr) << trouble;
+    ASSERT_NE(first, nullptr) << trouble.text;
     const auto second = ZmqEngine::open(keys[1], addresses[1], {{keys[0].publicKey, addresses[0]}}, trouble);
-    ASSERT_NE(second, nullptr) << trouble;
+    ASSERT_NE(second, nullptr) << trouble.text;
     const bool isLower = keys[0].publicKey < keys[1].publicKey;
     Node a(*first, 1, isLower ? Peer::Side::lower : Peer::Side::higher, true);
     Node b(*second, 2, isLower ? Peer::Side::higher : Peer::Side::lower, true);
@@ -196,11 +196,11 @@ TEST(ZeromqNodesTest, WhereBothDialOneSessionStays) {
 
 TEST(ZeromqOpeningTest, AnAddressThatCannotBeHadIsNamed) {
     const KeyPair keys = linx::link::newKeyPair();
-    std::string trouble;
+    linx::link::Trouble trouble;
     const auto first = ZmqEngine::open(keys, "tcp://127.0.0.1:*", {}, trouble);
-    ASSERT_NE(first, nullptr) << trouble;
+    ASSERT_NE(first, nullptr) << trouble.text;
     EXPECT_EQ(ZmqEngine::open(keys, first->address(), {}, trouble), nullptr);
-    EXPECT_EQ(trouble, "cannot listen at " + first->address() + ": Address already in use");
+    EXPECT_EQ(trouble.text, "cannot listen at " + first->address() + ": Address already in use");
 }
 
 TEST(ZeromqKeyTest, ASecretKeyHasItsPublicKeyAndNonsenseHasNone) {

@@ -1,0 +1,50 @@
+#include "link/program/commands.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "link/configuration/key_file.h"
+#include "link/engine/zeromq/keys.h"
+#include "link/program/setup.h"
+
+namespace linx::link {
+namespace {
+
+int complain(const std::string& path, const std::string& trouble) {
+    std::fprintf(stderr, "%s: %s\n", path.c_str(), trouble.c_str());
+    return EXIT_FAILURE;
+}
+
+}  // namespace
+
+int makeKey(const std::string& path) {
+    if (!canEncrypt()) return complain("linx-link", noEncryption);
+    const KeyPair keys = newKeyPair();
+    std::string trouble;
+    if (!writeKeyFile(path, keys.secretKey, trouble)) return complain(path, trouble);
+    if (std::printf("%s\n", keys.publicKey.c_str()) > 0 && std::fflush(stdout) == 0) return EXIT_SUCCESS;
+    // Nobody has seen the public key, without which the other one is of no use.
+    unlink(path.c_str());
+    return complain("linx-link", "the public key could not be printed");
+}
+
+int check(const std::string& path) {
+    const std::optional<Setup> setup = readSetup(path);
+    if (!setup) return EXIT_FAILURE;
+    Trouble trouble;
+    const bool canListen = openEngine(*setup, trouble) != nullptr;
+    if (!canListen && trouble.error != EADDRINUSE) return complain(path, trouble.text);
+    std::printf("%s is in order.\n", path.c_str());
+    std::printf("public key    %s\n", setup->keys.publicKey.c_str());
+    const std::string& listen = setup->configuration.listen;
+    if (!listen.empty())
+        std::printf("listens at    %s%s\n", listen.c_str(), canListen ? "" : " (which is in use now)");
+    for (const LinkConfiguration& link : setup->configuration.links) {
+        const std::string way = link.connect.empty() ? "waits for its peer" : "dials " + link.connect;
+        std::printf("link          %s, %s\n", link.name.c_str(), way.c_str());
+    }
+    return std::fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+}  // namespace linx::link
