@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 
 #include "platform/FileDescriptor.h"
@@ -311,7 +310,7 @@ private:
     Destination FindOrHunt(const std::string& peer, bool logErrors);
     HuntCache::node_type Forget(const std::string& peer);
 
-    std::optional<int> TrySend(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors);
+    int TrySend(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors);
     int RetryNotify(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors);
 
     HuntCache huntCache;                          // 0 stands for a name that was hunted in vain
