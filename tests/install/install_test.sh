@@ -155,6 +155,49 @@ PytestFindsThePluginAndTheLibrary() {
     [[ $output == *"peer 'peer' got, and nobody expects it:"* ]] || fail "$output"
 }
 
+# installed PLACE: all that is there.
+installed() { (cd "$1" && find . -type f,l -printf '%P\n' | LC_ALL=C sort); }
+
+# What runs, what compiles and what is read can be installed apart, and together they are everything.
+TheComponentsAreTheWhole() {
+    local place=$SCRATCH/components-prefix component file
+    rm -rf "$place"
+    for component in runtime dev testing python doc; do
+        "$CMAKE" --install "$BUILD" --prefix "$place/$component" --component "$component"
+    done
+    diff <(installed "$prefix") <(for component in "$place"/*; do installed "$component"; done | LC_ALL=C sort) ||
+        fail "the components are not all, or more than that"
+    diff <(installed "$place/runtime") - <<-EOF || fail "what runs is not the libraries"
+	$LIBDIR/libLinxIpc.so.$SOVERSION
+	$LIBDIR/libLinxIpc.so.$VERSION
+	$LIBDIR/liblinxhost.so.$SOVERSION
+	$LIBDIR/liblinxhost.so.$VERSION
+	share/doc/linxipc/LICENSE
+	EOF
+    for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so include/linxipc/ipc/linxIpc.h; do
+        [[ -e $place/dev/$file || -L $place/dev/$file ]] || fail "missing in dev: $file"
+    done
+}
+
+# Also after use, and nobody else's files and directories.
+UninstallingLeavesNothing() {
+    local build=$SCRATCH/uninstalled place=$SCRATCH/uninstalled-prefix modules
+    modules=$place/lib/python3/dist-packages
+    build_libraries "$build"
+    rm -rf "$place"
+    mkdir -p "$place/include" "$modules/__pycache__"
+    touch "$place/include/other.h" "$modules/linx_other.py" "$modules/__pycache__/linx_other.cpython-311.pyc"
+    installed "$place" >"$build/before"
+    "$CMAKE" --install "$build" --prefix "$place" --component doc
+    "$CMAKE" --install "$build" --prefix "$place"
+    mkdir "$modules/pytest_linx/__pycache__"
+    touch "$modules"/{__pycache__/linx.cpython-311.pyc,pytest_linx/__pycache__/scene.cpython-311.opt-1.pyc}
+    "$CMAKE" --build "$build" --target uninstall
+    diff "$build/before" <(installed "$place") || fail "something is left, or too little"
+    [[ -z $(find "$place" -name 'linxipc*' -o -name 'pytest_linx') ]] || fail "a directory is left"
+    ! "$CMAKE" --build "$build" --target uninstall || fail "it was uninstalled twice"
+}
+
 EveryHeaderTellsItsLicence() {
     local silent
     silent=$(grep -rLE '^(//|/\*) SPDX-License-Identifier: MIT\b' "$prefix/include") || true
