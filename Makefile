@@ -116,6 +116,11 @@ instructions: bench-dependencies ## Counts the instructions of a Notify and of a
 abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
 	$(call build,release,abi-baseline)
 
+# Packages and documents
+
+docs: docs-dependencies ## Makes one site of the documents, the manual pages and the reference: build/docs/index.html
+	@docs/site/build build/docs
+
 # What all that needs on Debian
 
 dependencies:
@@ -139,3 +144,6 @@ bench-dependencies:
 
 powerpc-dependencies:
 	@scripts/install-dependencies g++-powerpc-linux-gnu qemu-user-static googletest
+
+docs-dependencies: dependencies
+	@scripts/install-dependencies doxygen python3-markdown
