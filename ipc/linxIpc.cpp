@@ -22,6 +22,7 @@ namespace {
 constexpr std::uint32_t maxPayload = 65536 - numberSize;
 constexpr std::uint32_t huntTimeout = 100;  // milliseconds
 constexpr unsigned maxAttempts = 32;
+constexpr int sendFailed = -2;  // of an attempt to notify: apart from what Notify returns, 0, -1 and errno values
 constexpr int noSignal = 1;
 constexpr int notSupported = 1;
 constexpr const char* unknownSender = "unknown";
@@ -389,13 +390,12 @@ int LinxIpc::Attach(const char* peer, unsigned type) {
 int LinxIpc::Notify(const std::string& destination, IpcMessage& msg, bool logErrors) {
     if (linx == nullptr) return refused(logText::notifyUninitialized);
     const std::uint32_t size = msg.Length() + numberSize;
-    const std::optional<int> result = TrySend(destination, msg, size, logErrors);
-    return result ? *result : RetryNotify(destination, msg, size, logErrors);
+    const int result = TrySend(destination, msg, size, logErrors);
+    return result != sendFailed ? result : RetryNotify(destination, msg, size, logErrors);
 }
 
-/// Makes one attempt. Returns the result for Notify, or none when the send itself failed, which may be repeated.
-inline std::optional<int> LinxIpc::TrySend(const std::string& destination, IpcMessage& msg, std::uint32_t size,
-                                           bool logErrors) {
+/// Makes one attempt. Returns the result for Notify, or sendFailed, which may be repeated.
+inline int LinxIpc::TrySend(const std::string& destination, IpcMessage& msg, std::uint32_t size, bool logErrors) {
     const Destination to = Find(destination, logErrors);
     if (to.lookup != Lookup::found) {
         if (logErrors && to.lookup == Lookup::notFound) logLine(logText::notifyUnresolved, destination);
@@ -407,8 +407,7 @@ inline std::optional<int> LinxIpc::TrySend(const std::string& destination, IpcMe
     signal->number = msg.MsgType();
     std::copy_n(msg.DataPtr(), size - numberSize, payload(signal.get()));
     LinxSignal* filled = signal.release();  // a send takes the signal, even one that fails
-    if (linx_send(linx, &filled, to.spid) == -1) return std::nullopt;
-    return 0;
+    return linx_send(linx, &filled, to.spid) == -1 ? sendFailed : 0;
 }
 
 /// Makes all attempts after the first, whose send has failed.
@@ -416,9 +415,9 @@ int LinxIpc::RetryNotify(const std::string& destination, IpcMessage& msg, std::u
     const HuntCache::node_type forgotten = Forget(destination);  // kept: `destination` may be the name in it
     for (unsigned attemptsLeft = maxAttempts - 1; attemptsLeft > 0; --attemptsLeft) {
         if (logErrors) logFailedSend(attemptsLeft, destination, size);
-        const std::optional<int> result = TrySend(destination, msg, size, logErrors);
+        const int result = TrySend(destination, msg, size, logErrors);
         if (result == 0) logLine(logText::notifySentAfterRetries, maxAttempts - attemptsLeft);
-        if (result) return *result;
+        if (result != sendFailed) return result;
         Forget(destination);
     }
     if (logErrors) logFailedSend(0, destination, size);
