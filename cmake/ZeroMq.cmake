@@ -1,8 +1,7 @@
-# Sets LINXIPC_HAS_ZEROMQ, and makes linxipc::zeromq where this machine has a libzmq to link with. One that is there may
+# Makes linxipc::zeromq where this machine has a libzmq to link with. One that is there may
 # be for another machine than that which is built for: only linking tells.
 include(CheckCXXSourceCompiles)
 
-set(LINXIPC_HAS_ZEROMQ FALSE)
 find_path(LINXIPC_ZEROMQ_INCLUDE_DIR zmq.h)
 find_library(LINXIPC_ZEROMQ_LIBRARY zmq)
 mark_as_advanced(LINXIPC_ZEROMQ_INCLUDE_DIR LINXIPC_ZEROMQ_LIBRARY)
@@ -18,7 +17,6 @@ unset(CMAKE_REQUIRED_LIBRARIES)
 if(NOT LINXIPC_ZEROMQ_LINKS)
   return()
 endif()
-set(LINXIPC_HAS_ZEROMQ TRUE)
 add_library(linxipc::zeromq UNKNOWN IMPORTED GLOBAL)
 set_target_properties(linxipc::zeromq PROPERTIES IMPORTED_LOCATION ${LINXIPC_ZEROMQ_LIBRARY}
                       INTERFACE_INCLUDE_DIRECTORIES ${LINXIPC_ZEROMQ_INCLUDE_DIR})

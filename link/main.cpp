@@ -4,18 +4,23 @@
 
 int main(int argc, char** argv) {
     CLI::App app{
-        "Links this node's endpoints with those of other machines. So far it makes keys and reads configurations."};
-    app.require_subcommand(1);
+        "Keeps up the links of this node to other machines. So far they are encrypted sessions that carry nothing: "
+        "no "
+        "endpoint over there can be reached yet."};
+    app.require_subcommand(0, 1);
 
     std::string path;
-    CLI::App* const keygen =
-        app.add_subcommand("keygen", "make a secret key, and print the public one that belongs to it");
-    keygen->add_option("FILE", path, "where the secret key goes; a new file, which only its owner can read")
+    app.add_option("CONFIG", path, "the configuration; runs until SIGTERM");
+    CLI::App* const keygen = app.add_subcommand("keygen", "make a secret key, and print its public one");
+    keygen->add_option("FILE", path, "where the secret key goes: a new file, which only its owner can read")
         ->required();
     CLI::App* const check =
         app.add_subcommand("check", "read a configuration and try what it says, without starting");
     check->add_option("CONFIG", path, "the configuration")->required();
 
     CLI11_PARSE(app, argc, argv);
-    return keygen->parsed() ? linx::link::makeKey(path) : linx::link::check(path);
+    if (keygen->parsed()) return linx::link::makeKey(path);
+    if (check->parsed()) return linx::link::check(path);
+    if (path.empty()) return app.exit(CLI::RequiredError("A configuration, or a subcommand,"));
+    return linx::link::run(path);
 }

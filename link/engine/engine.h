@@ -57,7 +57,7 @@ public:
     virtual void dial(PeerNumber peer, Time now) = 0;
     /// `later`: too much waits already; the same frame is to be offered again. `gone`: Disconnected will be told.
     virtual Carried send(Connection connection, const Bytes& frame) = 0;
-    /// When what it has taken is on its way. Nothing more is told of this connection.
+    /// Nothing more is told of this connection. What was taken of it still leaves, also when the engine ends then.
     virtual void close(Connection connection) = 0;
 
     virtual std::optional<News> next(Time now) = 0;

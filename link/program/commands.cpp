@@ -1,12 +1,16 @@
 #include "link/program/commands.h"
 
+#include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
+#include "host/system/scoped_descriptor.h"
 #include "link/configuration/key_file.h"
 #include "link/engine/zeromq/keys.h"
-#include "link/program/setup.h"
+#include "link/program/node.h"
 
 namespace linx::link {
 namespace {
@@ -14,6 +18,16 @@ namespace {
 int complain(const std::string& path, const std::string& trouble) {
     std::fprintf(stderr, "%s: %s\n", path.c_str(), trouble.c_str());
     return EXIT_FAILURE;
+}
+
+/// Readable from the first of the signals that end this process. They are blocked from now on, in all threads to
+/// come.
+int endingSignals() {
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int number : {SIGTERM, SIGINT}) sigaddset(&ending, number);
+    sigprocmask(SIG_BLOCK, &ending, nullptr);
+    return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
 }  // namespace
@@ -45,6 +59,17 @@ int check(const std::string& path) {
         std::printf("link          %s, %s\n", link.name.c_str(), way.c_str());
     }
     return std::fflush(stdout) == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+int run(const std::string& path) {
+    const std::optional<Setup> setup = readSetup(path);
+    if (!setup) return EXIT_FAILURE;
+    const ScopedDescriptor stop(endingSignals());
+    Trouble trouble;
+    const std::unique_ptr<ZmqEngine> engine = openEngine(*setup, trouble);
+    if (!engine) return complain(path, trouble.text);
+    Node(*setup, *engine).run(stop.get());
+    return EXIT_SUCCESS;
 }
 
 }  // namespace linx::link

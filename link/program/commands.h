@@ -9,6 +9,8 @@ namespace linx::link {
 
 int makeKey(const std::string& path);
 int check(const std::string& path);
+/// Until SIGTERM or SIGINT.
+int run(const std::string& path);
 
 }  // namespace linx::link
 

@@ -9,7 +9,9 @@ namespace {
 
 /// Longer than the time for a connection and that for its handshake: then something else is wrong.
 constexpr Time longestDial = std::chrono::milliseconds(5000);
-constexpr int lingerMilliseconds = 500;
+/// When it would connect again, long after this end of it is closed. Told not to, it would throw away what has
+/// arrived and was not read when the connection ends; told to wait for connections (IMMEDIATE), as well.
+constexpr int neverMilliseconds = 60 * 60 * 1000;
 constexpr int routingIdBytes = 16;
 
 std::string randomId() {
@@ -48,8 +50,8 @@ Dialled::Dialled(const ZmqContext& context, const KeyPair& keys, const std::stri
     const bool isReady =
         socket_.get() != nullptr && monitor_.get() != nullptr && socket_.set(ZMQ_CURVE_SERVERKEY, peerKey) &&
         socket_.set(ZMQ_CURVE_PUBLICKEY, keys.publicKey) && socket_.set(ZMQ_CURVE_SECRETKEY, keys.secretKey) &&
-        socket_.set(ZMQ_ROUTING_ID, randomId()) && socket_.set(ZMQ_IMMEDIATE, 1) && socket_.set(ZMQ_IPV6, 1) &&
-        socket_.set(ZMQ_RECONNECT_IVL, -1) && socket_.set(ZMQ_CONNECT_TIMEOUT, greetingMilliseconds) &&
+        socket_.set(ZMQ_ROUTING_ID, randomId()) && socket_.set(ZMQ_IPV6, 1) &&
+        socket_.set(ZMQ_RECONNECT_IVL, neverMilliseconds) && socket_.set(ZMQ_CONNECT_TIMEOUT, greetingMilliseconds) &&
         socket_.set(ZMQ_HANDSHAKE_IVL, greetingMilliseconds) && socket_.set(ZMQ_SNDHWM, mostWaiting) &&
         socket_.set(ZMQ_RCVHWM, mostWaiting) && socket_.setLargestMessage(largestMessage) &&
         zmq_socket_monitor(socket_.get(), monitor.c_str(), events) == 0 && monitor_.connect(monitor) &&

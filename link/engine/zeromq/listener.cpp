@@ -1,7 +1,6 @@
 #include "link/engine/zeromq/listener.h"
 
 #include "link/engine/zeromq/gatekeeper.h"
-#include "link/engine/zeromq/words.h"
 
 namespace linx::link {
 

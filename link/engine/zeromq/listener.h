@@ -6,6 +6,7 @@
 
 #include "link/engine/engine.h"
 #include "link/engine/zeromq/keys.h"
+#include "link/engine/zeromq/words.h"
 #include "link/engine/zeromq/zmq_socket.h"
 
 namespace linx::link {
@@ -18,6 +19,8 @@ public:
 
     /// Not before there is a gatekeeper in this context.
     Listener(const ZmqContext& context, const KeyPair& keys, Keys peers);
+    /// What it has taken has some time left.
+    ~Listener() { socket_.set(ZMQ_LINGER, lingerMilliseconds); }
 
     bool bind(const std::string& address) { return isReady_ && socket_.bind(address); }
     std::string address() const;

@@ -24,6 +24,8 @@ constexpr int mostWaiting = 1024;
 /// Larger than any frame under its encryption. Whoever sends more than that is cut off.
 constexpr int largestMessage = 64 * 1024;
 constexpr int greetingMilliseconds = 2000;
+/// How long what was taken may still leave when a connection is closed from here.
+constexpr int lingerMilliseconds = 500;
 
 }  // namespace linx::link
 

@@ -88,6 +88,16 @@ TYPED_TEST(EngineTest, TheOneThatWaitedMayCloseToo) {
     EXPECT_TRUE(this->there.disconnected.empty());
 }
 
+TYPED_TEST(EngineTest, WhatWasTakenBeforeACloseArrivesEvenIfTheEngineEndsThen) {
+    this->dial();
+    const Bytes lastWord = bytesOf(100);
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(this->send(this->there, this->here, this->yours, lastWord));
+    this->listener->close(this->yours);
+    this->listener.reset();
+    ASSERT_TRUE(listenUntil({&this->here}, [&] { return !this->here.disconnected.empty(); }));
+    EXPECT_EQ(this->here.frames.size(), 100u) << this->here.disconnected[0].reason;
+}
+
 TYPED_TEST(EngineTest, WhereNobodyIsTheDialFails) {
     this->listener.reset();
     this->diallingEngine->dial(onlyPeer, clockNow());

@@ -1,66 +1,11 @@
 // linx-link as its users call it.
 
-#include <arpa/inet.h>
-#include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "tests/link/program/program_fixture.h"
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
-namespace {
-
+using linktest::contentOf;
+using linktest::ProgramTest;
+using linktest::Transcript;
 using testing::HasSubstr;
-
-/// What a command has written and how it has ended.
-struct Transcript {
-    std::string output;
-    std::string errors;
-    int status = -1;
-};
-
-std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-class ProgramTest : public testing::Test {
-protected:
-    ProgramTest() {
-        std::string name = testing::TempDir() + "linx-link.XXXXXX";
-        directory = mkdtemp(name.data());
-        ownKey = keygen("link.key");
-        peerKey = keygen("peer.key");
-    }
-    ~ProgramTest() override { std::filesystem::remove_all(directory); }
-
-    /// Runs it in the test's directory, with what a shell makes of the arguments.
-    Transcript run(const std::string& arguments) {
-        const std::string command = "cd '" + directory + "' && '" LINX_LINK "' " + arguments;
-        const std::string all = "{ " + command + "; } >'" + directory + "/output' 2>'" + directory + "/errors'";
-        Transcript transcript;
-        const int status = std::system(all.c_str());
-        transcript.status = WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status);
-        transcript.output = contentOf(directory + "/output");
-        transcript.errors = contentOf(directory + "/errors");
-        return transcript;
-    }
-    std::string keygen(const std::string& file) {
-        const Transcript transcript = run("keygen " + file);
-        EXPECT_EQ(transcript.status, 0) << transcript.errors;
-        return transcript.output.substr(0, transcript.output.find('\n'));
-    }
-    void configure(const std::string& text) { std::ofstream(directory + "/link.conf") << text; }
-    std::string linkTo(const std::string& peer) { return "[[link]]\nname = \"toVp0\"\npeer = \"" + peer + "\"\n"; }
-
-    std::string directory;
-    std::string ownKey;
-    std::string peerKey;
-};
-
-}  // namespace
 
 TEST_F(ProgramTest, KeygenPrintsThePublicKeyAloneOnALineAndKeepsTheSecretOne) {
     const Transcript transcript = run("keygen new.key");
@@ -149,18 +94,10 @@ TEST_F(ProgramTest, CheckTriesTheAddressToListenAt) {
 }
 
 TEST_F(ProgramTest, AnAddressInUseIsNoMistake) {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
-    ASSERT_EQ(listen(listener, 1), 0);
-    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    const std::string place = "tcp://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    const linktest::TakenPort port;
+    const std::string& place = port.address();
     configure("key = \"link.key\"\nlisten = \"" + place + "\"\n" + linkTo(peerKey));
     const Transcript transcript = run("check link.conf");
-    close(listener);
     EXPECT_EQ(transcript.status, 0) << transcript.errors;
     EXPECT_THAT(transcript.output, HasSubstr("listens at    " + place + " (which is in use now)\n"));
     EXPECT_THAT(transcript.output, HasSubstr("link          toVp0, waits for its peer\n"));

@@ -1,0 +1,140 @@
+#include "link/program/node.h"
+
+#include <poll.h>
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "log/LogLevel.h"
+#include "platform/LogClient.h"
+
+namespace linx::link {
+namespace {
+
+constexpr Time longestLeave = std::chrono::milliseconds(200);
+constexpr Time longestSleep = std::chrono::seconds(60);
+
+Time now() {
+    return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
+uint64_t randomNumber() {
+    uint64_t number = 0;
+    // So few bytes are never given in parts; it is only waited for while the machine starts.
+    while (getrandom(&number, sizeof number, 0) == -1 && errno == EINTR) {
+    }
+    return number;
+}
+
+NodeId randomNode() {
+    Bytes bytes;
+    Writer(bytes).u64(randomNumber());
+    Writer(bytes).u64(randomNumber());
+    NodeId node = {};
+    std::copy(bytes.begin(), bytes.end(), node.begin());
+    return node;
+}
+
+Settings settingsOf(const LinkConfiguration& link, const NodeId& node) {
+    Settings settings;
+    settings.node = node;
+    settings.byteOrder = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? ByteOrder::bigEndian : ByteOrder::littleEndian;
+    settings.wordBytes = sizeof(void*);
+    settings.tolerance = link.tolerance;
+    return settings;
+}
+
+void note(const std::string& text) {
+    LogClient* const client = LogClient::Instance();
+    if ((client->Level() & e_LogEvent) != 0) SysLogMsg().Log(e_LogEvent, client->ProcessName()) << text;
+}
+
+std::string describe(const Hello& peer) {
+    const char* const order = peer.byteOrder == ByteOrder::bigEndian ? "highest" : "lowest";
+    return std::to_string(8 * peer.wordBytes) + " bits, " + order + " byte first";
+}
+
+bool isReadable(int descriptor) {
+    pollfd polled = {descriptor, POLLIN, 0};
+    return poll(&polled, 1, 0) == 1;
+}
+
+void sleepUntil(Time deadline, int engine, int stop) {
+    const Time left = std::clamp(deadline - now(), Time(0), longestSleep);
+    pollfd polled[] = {{engine, POLLIN, 0}, {stop, POLLIN, 0}};
+    poll(polled, 2, static_cast<int>((left.count() + 999) / 1000));
+}
+
+}  // namespace
+
+Node::Node(const Setup& setup, ZmqEngine& engine)
+    : engine_(engine), links_(setup.configuration.links), board_(engine, randomNumber), troubles_(links_.size()) {
+    const NodeId node = randomNode();
+    for (const LinkConfiguration& link : links_) {
+        // Both sides have to see it the same way.
+        const Peer::Side side = setup.keys.publicKey < link.peer ? Peer::Side::lower : Peer::Side::higher;
+        board_.add(settingsOf(link, node), side, !link.connect.empty());
+    }
+}
+
+void Node::run(int stop) {
+    while (!isReadable(stop)) sleepUntil(turn(), engine_.descriptor(), stop);
+    takeLeave();
+}
+
+Time Node::turn() {
+    const Time deadline = board_.turn(now());
+    for (size_t i = 0; i < links_.size(); ++i) tell(i);
+    tellOfStrangers();
+    return deadline;
+}
+
+void Node::tell(size_t link) {
+    Peer& peer = board_.peer(PeerNumber(link));
+    while (peer.event() != nullptr) tell(links_[link], peer.take());
+    tellOfTrouble(link);
+}
+
+void Node::tell(const LinkConfiguration& link, const Event& event) {
+    if (const Up* const up = std::get_if<Up>(&event)) {
+        note(link.name + " is up; over there: " + describe(up->peer));
+    } else if (const Down* const down = std::get_if<Down>(&event)) {
+        note(link.name + " is down: " + textOf(down->reason));
+    }
+}
+
+/// Once for each reason, however often it is dialled in vain.
+void Node::tellOfTrouble(size_t link) {
+    const std::string& trouble = board_.trouble(PeerNumber(link));
+    if (trouble == troubles_[link]) return;
+    troubles_[link] = trouble;
+    if (!trouble.empty()) note(links_[link].name + " cannot be dialled: " + trouble);
+}
+
+/// Less and less often, as strangers may come without end.
+void Node::tellOfStrangers() {
+    const uint64_t strangers = engine_.strangers();
+    if (strangers == strangersTold_ || strangers < 2 * strangersTold_) return;
+    strangersTold_ = strangers;
+    note("turned away for their keys so far: " + std::to_string(strangers));
+}
+
+bool Node::isUp() {
+    for (size_t i = 0; i < board_.size(); ++i) {
+        if (board_.peer(PeerNumber(i)).session() != nullptr) return true;
+    }
+    return false;
+}
+
+void Node::takeLeave() {
+    const Time latest = now() + longestLeave;
+    for (size_t i = 0; i < board_.size(); ++i) board_.peer(PeerNumber(i)).leave(latest);
+    Time deadline = turn();
+    while (isUp() && now() < 2 * longestLeave + latest) {
+        sleepUntil(deadline, engine_.descriptor(), -1);
+        deadline = turn();
+    }
+}
+
+}  // namespace linx::link

@@ -1,0 +1,35 @@
+#ifndef LINXIPC_LINK_PROGRAM_NODE_H
+#define LINXIPC_LINK_PROGRAM_NODE_H
+
+#include "link/engine/switchboard.h"
+#include "link/program/setup.h"
+
+namespace linx::link {
+
+/// The node at work: keeps the sessions with its peers up, and logs how they come and go.
+class Node {
+public:
+    Node(const Setup& setup, ZmqEngine& engine);
+
+    /// Until `stop` becomes readable; then it takes its leave of all peers.
+    void run(int stop);
+
+private:
+    Time turn();
+    void tell(size_t link);
+    void tell(const LinkConfiguration& link, const Event& event);
+    void tellOfTrouble(size_t link);
+    void tellOfStrangers();
+    bool isUp();
+    void takeLeave();
+
+    ZmqEngine& engine_;
+    const std::vector<LinkConfiguration>& links_;
+    Switchboard board_;
+    std::vector<std::string> troubles_;  ///< as they were told last
+    uint64_t strangersTold_ = 0;
+};
+
+}  // namespace linx::link
+
+#endif
