@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "host/arena/life_word.h"
+#include "host/arena/owner_word.h"
 #include "host/arena/size_classes.h"
 #include "host/arena/spid.h"
 #include "host/arena/word.h"
@@ -112,12 +114,10 @@ struct Counter {
     uint64_t value() const { return (uint64_t{high.loadRelaxed()} << 32) | low.loadRelaxed(); }
 };
 
-constexpr uint32_t lifeOpen = 1u << 31;  ///< set in a slot's life while the endpoint is open
-
 /*
  * Invariants of a slot that has been used:
  *
- *   indexOf(life) = its own, unless life = 0
+ *   indexOf(life) = its own, unless it was never used
  *   its stacks are empty unless it is open (*)
  *   mailboxClaim = none, returnedClaim = none (*)
  *
@@ -153,7 +153,7 @@ struct alignas(lineBytes) Slot {
     uint32_t pad2[8];
 
     // Everybody reads; changes when the endpoint opens, ends or forks.
-    Word life;       ///< spid, with lifeOpen while open; without once ended; 0 never used
+    WordOf<LifeWord> life;
     Word forkRound;  ///< who owns the endpoint after a fork, see Ownership::claim
     Word nameHash;
     Word nameLength;
@@ -185,32 +185,13 @@ struct Hunt {
 static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) == 16,
               "the hunt's layout is shared by every process of the domain");
 
-/*
- * A block holds one signal. `owner` says who may touch it:
- *
- *   0                     free: in a free list of `home`, or in the central lists when there is no home
- *   spid                  held: given out to the endpoint's user by an allocation or a receive
- *   spid + ownerQueued    kept for the endpoint: in its private queue, or parked for a hunt, an attach or a time-out
- *   spid + ownerInFlight  in flight: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,
- *                         in there, or being taken out
- *
- * Invariants (*): a block is in one place. Without owner and home it is in a central list; without owner, its home is
- * open; in flight, it is in a stack; held or queued, its owner is open. One that is in no such place is lost.
- *
- * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
- *
- * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then (Q), or
- * found the block in a chain of the past, and see it by (G) or (I). Before another's, `home` and `sender` are
- * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the exchange (F) or
- * the domain lock (P), and nobody but the owner touches it.
- */
-constexpr uint32_t ownerFree = 0;
-constexpr uint32_t ownerQueued = 1u << 30;
-constexpr uint32_t ownerInFlight = 1u << 31;
-
+/// A block holds one signal.
+///
+/// Invariants (*): a block is in one place. Without owner and home it is in a central list; without owner, its home
+/// is open; in flight, it is in a stack; held or queued, its owner is open. One that is in no such place is lost.
 struct Block {
     Word next;
-    Word owner;
+    WordOf<OwnerWord> owner;
     Word home;
     Word sender;
     Word size;  ///< of the signal, number word included

@@ -46,10 +46,10 @@ Spid findName(const Arena& arena, const Name& name) {
         const Slot& slot = arena.slot(index);
         // Acquire: (K), pairs with the release that opened the endpoint, its name written before. Hash and length are
         // relaxed: no name is empty, and equal words vouch for both, or are newer and betray themselves by (M).
-        const uint32_t life = slot.life.loadAcquire();
-        const Spid spid = life & spidMask;
+        const LifeWord life = slot.life.loadAcquire();
+        const Spid spid = spidOf(life);
         // As isOpen: one that it denies could be found and not be reaped, for ever.
-        const bool open = life == (spid | lifeOpen) && indexOf(spid) == index && wasUsed(arena, spid);
+        const bool open = life == openAs(spid) && indexOf(spid) == index && wasUsed(arena, spid);
         if (open && slot.nameHash.loadRelaxed() == name.hash() &&
             name.equals(slot.name, slot.nameLength.loadRelaxed()) && slot.life.loadRelaxed() == life) {
             return spid;
@@ -62,7 +62,7 @@ Spid findName(const Arena& arena, const Name& name) {
 bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     if (!wasUsed(arena, spid)) return false;
     const Slot& slot = arena.slot(indexOf(spid));
-    if ((slot.life.loadAcquire() & spidMask) != spid) return false;
+    if (spidOf(slot.life.loadAcquire()) != spid) return false;
     const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);  // (M), as each word below
     name.length_ = length;
     for (uint32_t i = 0; i < name.wordCount(); ++i) {
@@ -72,7 +72,7 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     name.text_[length] = '\0';
     name.hashText();
     // The slot's next user changes the life before the name, so an unchanged life vouches for what was read.
-    return (slot.life.loadRelaxed() & spidMask) == spid;
+    return spidOf(slot.life.loadRelaxed()) == spid;
 }
 
 void insertName(const Arena& arena, uint32_t index) {

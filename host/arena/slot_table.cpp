@@ -60,7 +60,7 @@ void rebuildQuarantine(const Arena& arena) {
     };
     for (uint32_t i = 1; i <= used; ++i) {
         const Slot& slot = arena.slot(i);
-        if ((slot.life.loadRelaxed() & lifeOpen) != 0) continue;
+        if (isOpen(slot.life.loadRelaxed())) continue;
         const Ended ended = {i, now - slot.quarantineStamp.loadRelaxed()};
         if (all != nullptr) {
             *last++ = ended;
@@ -81,7 +81,7 @@ void rebuildQuarantine(const Arena& arena) {
 void recountOpen(const Arena& arena) {
     const uint32_t used = arena.usedSlots();
     uint32_t open = 0;
-    for (uint32_t i = 1; i <= used; ++i) open += arena.slot(i).life.loadRelaxed() / lifeOpen;
+    for (uint32_t i = 1; i <= used; ++i) open += isOpen(arena.slot(i).life.loadRelaxed()) ? 1 : 0;
     arena.header().openEndpoints.storeRelaxed(open);
 }
 

@@ -19,13 +19,13 @@ inline bool isOpen(const Arena& arena, Spid spid) {
     // Acquire: (K), pairs with the release that opened the endpoint; its mailbox is ready. A no is (L): what it had
     // sent is seen. A stale yes is harmless: the push finds the mailbox closed, or lands with the slot's next owner,
     // which drops it.
-    return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == (spid | lifeOpen);
+    return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == openAs(spid);
 }
 
 /// Whether `spid` names an endpoint that is open or has ended.
 inline bool everExisted(const Arena& arena, Spid spid) {
     if (!wasUsed(arena, spid)) return false;
-    const Spid current = arena.slot(indexOf(spid)).life.loadAcquire() & spidMask;  // (K), (L)
+    const Spid current = spidOf(arena.slot(indexOf(spid)).life.loadAcquire());  // (K), (L)
     return current != 0 && (current == spid || isEarlier(spid, current));
 }
 

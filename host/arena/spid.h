@@ -14,7 +14,7 @@ namespace linx {
  *   +---+---+------------------------+-----------------+
  *
  * Index 0 is no slot, so a spid is never 0. The two upper bits are free for whoever stores a spid together with a
- * state: the life word of a slot (open) and the owner word of a block (in flight, queued).
+ * state: see LifeWord and OwnerWord.
  */
 using Spid = uint32_t;
 

@@ -41,8 +41,8 @@ private:
         for (uint32_t i = 1; i <= arena_.usedSlots(); ++i) visit(i, arena_.slot(i));
     }
 
-    static bool isOpenSlot(const Slot& slot) { return (slot.life.loadRelaxed() & lifeOpen) != 0; }
-    static Spid spidOf(const Slot& slot) { return slot.life.loadRelaxed() & spidMask; }
+    static bool isOpenSlot(const Slot& slot) { return isOpen(slot.life.loadRelaxed()); }
+    static Spid userOf(const Slot& slot) { return spidOf(slot.life.loadRelaxed()); }
 
     void checkUnusedPages() {
         for (uint32_t page = arena_.usedPages(); page < arena_.pageCount(); ++page) {
@@ -90,8 +90,7 @@ private:
             const BlockRef block = arena_.blockAt(ref);
             if (!block) return broken(self, "its links lead from block to block", std::to_string(ref));
             // Or in flight to an earlier user of the slot, from a sender that was held up.
-            const uint32_t owner = block->owner.loadRelaxed();
-            if ((owner & ownerInFlight) == 0 || indexOf(owner) != index) {
+            if (!isInFlightTo(block->owner.loadRelaxed(), index)) {
                 broken(Subject{"block", ref}, "the blocks of a stack are in flight to its slot", self.text());
             }
             if (!visit(ref, self)) return;
@@ -100,24 +99,23 @@ private:
     }
 
     void place(BlockRef block) {
-        const uint32_t owner = block->owner.loadRelaxed();
+        const OwnerWord owner = block->owner.loadRelaxed();
         const Spid home = block->home.loadRelaxed();
         const bool isListed = places_.count(block.ref) != 0;
         Census& census = findings_.census;
         ++census.blocks;
         linesAt_[home] += linesOfClass(block.sizeClass);
-        if (owner == ownerFree && home == noHome) {
+        if (owner == OwnerWord::free && home == noHome) {
             ++census.central;
             if (!isListed) broken(Subject{"block", block.ref}, "without owner and home it is in a central list");
         } else if (isListed) {
             ++census.inStacks;
-        } else if (owner == ownerFree) {
+        } else if (owner == OwnerWord::free) {
             keepOrLose(isOpen(arena_, home), census.atHome, block.ref, "without owner, its home is open");
-        } else if ((owner & ownerInFlight) != 0) {
+        } else if (isInFlight(owner)) {
             keepOrLose(false, census.inStacks, block.ref, "in flight, it is in a stack");
         } else {
-            keepOrLose(isOpen(arena_, owner & spidMask), census.owned, block.ref,
-                       "held or queued, its owner is open");
+            keepOrLose(isOpen(arena_, spidOf(owner)), census.owned, block.ref, "held or queued, its owner is open");
         }
     }
 
@@ -127,7 +125,7 @@ private:
     }
 
     void checkShare(uint32_t index, const Slot& slot) {
-        const Spid spid = spidOf(slot);
+        const Spid spid = userOf(slot);
         const uint32_t counted = share::linesOf(slot);
         const uint32_t lines = linesAt_[spid];
         if ((slot.leasedLines.loadRelaxed() & ~share::lineMask) != share::tagOf(spid)) {
@@ -143,7 +141,7 @@ private:
 
     void checkName(uint32_t index, const Slot& slot) {
         Name name;
-        const bool isFound = nameOfSpid(arena_, spidOf(slot), name) && findName(arena_, name) == spidOf(slot);
+        const bool isFound = nameOfSpid(arena_, userOf(slot), name) && findName(arena_, name) == userOf(slot);
         if (!isFound) broken(Subject{"slot", index}, "findName(its name) = its spid", name.text());
     }
 

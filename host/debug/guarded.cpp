@@ -35,7 +35,7 @@ private:
         note(findings_, where, invariant, details);
     }
 
-    bool isOpenSlot(uint32_t index) const { return (arena_.slot(index).life.loadRelaxed() & lifeOpen) != 0; }
+    bool isOpenSlot(uint32_t index) const { return isOpen(arena_.slot(index).life.loadRelaxed()); }
     bool isUsedSlot(uint32_t index) const { return index != 0 && index <= usedSlots_; }
 
     void checkBounds() {
@@ -96,10 +96,11 @@ private:
     void checkSlots() {
         for (uint32_t i = 1; i <= usedSlots_; ++i) {
             const Slot& slot = arena_.slot(i);
-            const uint32_t life = slot.life.loadRelaxed();
-            if (life == 0) continue;  // its first user has not come to open it
-            const Spid spid = life & ~lifeOpen;
-            if (!isSpid(spid) || indexOf(spid) != i) broken(Subject{"slot", i}, "indexOf(life) = its own");
+            const LifeWord life = slot.life.loadRelaxed();
+            if (life == LifeWord::neverUsed) continue;  // its first user has not come to open it
+            const Spid spid = spidOf(life);
+            const bool isLife = life == openAs(spid) || life == closedAs(spid);
+            if (!isLife || indexOf(spid) != i) broken(Subject{"slot", i}, "indexOf(life) = its own");
             if (!isOpenSlot(i)) continue;
             ++open_;
             const uint32_t wakeState = slot.wakeState.loadRelaxed();
@@ -153,7 +154,7 @@ private:
             const auto index = static_cast<uint32_t>(&hunt - &arena_.hunt(0));
             if (!isSpid(hunter) || !isOpen(arena_, hunter)) broken(Subject{"hunt", index}, "its hunter is open");
             const BlockRef signal = arena_.blockAt(hunt.signal.loadRelaxed());
-            if (!signal || signal->owner.loadRelaxed() != (hunter | ownerQueued)) {
+            if (!signal || signal->owner.loadRelaxed() != queuedFor(hunter)) {
                 broken(Subject{"hunt", index}, "its signal is queued for its hunter");
             }
         });

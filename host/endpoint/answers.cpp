@@ -20,11 +20,11 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
     const Spid hunter = hunt.hunter.loadRelaxed();
     const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     bool rung = true;
-    if (isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
+    if (isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == queuedFor(hunter)) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor doorbell(doorbell::open(lock.domain().directory(), hunter));
         if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
-        signal->owner.storeRelease(hunter | ownerInFlight);
+        signal->owner.storeRelease(inFlightTo(hunter));
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
         // its mailbox by the time that somebody asks.
         hunt.hunter.storeRelease(hunter | huntAnswering);
@@ -40,7 +40,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         } else {
             // A process died while it reaped the hunter: the next reaper takes what the hunter has, and not what a
             // living endpoint may be about to push.
-            signal->owner.storeRelease(hunter | ownerQueued);
+            signal->owner.storeRelease(queuedFor(hunter));
         }
     }
     clearHunt(hunt);

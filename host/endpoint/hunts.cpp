@@ -48,7 +48,7 @@ void Hunts::giveUp(const DomainLock& lock) {
         if (hunt.hunter.loadRelaxed() != self_.spid) return;
         clearHunt(hunt);
         const BlockRef block = arena.blockAt(hunt.signal.loadRelaxed());
-        if (!block || block->owner.loadRelaxed() != (self_.spid | ownerQueued)) return;
+        if (!block || block->owner.loadRelaxed() != queuedFor(self_.spid)) return;
         central::abandon(arena, block);
         central::push(arena, block);
     });

@@ -103,21 +103,21 @@ void Inbox::queueChain() {
     const Spid own = self_.spid;
     try {
         stack::walk(self_.arena(), claimedChain_, [&](BlockRef block) {
-            const uint32_t owner = block->owner.loadAcquire();  // the take would do (F), as for the number
-            if (owner == (own | ownerInFlight)) {
+            const OwnerWord owner = block->owner.loadAcquire();  // the take would do (F), as for the number
+            if (owner == inFlightTo(own)) {
                 queue_.append({block.ref, block.sizeClass}, block->signal.number);
-                block->owner.storeRelaxed(own | ownerQueued);
-            } else if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(own)) {
+                block->owner.storeRelaxed(queuedFor(own));
+            } else if (isInFlightTo(owner, indexOf(own))) {
                 // Sent to an earlier user of the slot: for the reaper it is this one's now.
-                block->owner.storeRelaxed(own);
+                block->owner.storeRelaxed(heldBy(own));
                 hasStrays_ = true;
             }
         });
     } catch (const std::bad_alloc&) {
         queue_.dropLast(queue_.size() - before);
         stack::walk(self_.arena(), claimedChain_, [&](BlockRef block) {
-            const uint32_t owner = block->owner.loadRelaxed();
-            if (owner == (own | ownerQueued)) block->owner.storeRelease(own | ownerInFlight);
+            const bool isQueued = block->owner.loadRelaxed() == queuedFor(own);
+            if (isQueued) block->owner.storeRelease(inFlightTo(own));
         });
         throw;
     }
@@ -128,7 +128,7 @@ void Inbox::queueChain() {
 /// the whole chain has its owners, since freeing a block breaks the chain.
 void Inbox::freeStrays(Ref chain) {
     stack::walk(self_.arena(), chain, [&](BlockRef block) {
-        if (block->owner.loadRelaxed() != self_.spid) return;
+        if (block->owner.loadRelaxed() != heldBy(self_.spid)) return;
         self_.slot.dropped.add(1);
         signals_.discard(block);
     });

@@ -51,7 +51,7 @@ int Outbox::ring(const BlockRef& block, Peer& peer) {
 int Outbox::fail(const BlockRef& block, const Peer& peer) {
     // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
     // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
-    const bool unread = block->owner.loadAcquire() == (peer.spid | ownerInFlight);
+    const bool unread = block->owner.loadAcquire() == inFlightTo(peer.spid);
     peers_.end(peer);
     peers_.reapDeadIfDue();
     if (!unread) return 0;

@@ -64,15 +64,15 @@ template <class Push>
     const Spid to = peer.spid;
     const Spid from = self_.spid;
     // Its mailbox may be another endpoint's by now, which would have to throw the signal away. Acquire: as in isOpen.
-    if (target.life.loadAcquire() != (to | lifeOpen)) return Posted::refused;
+    if (target.life.loadAcquire() != openAs(to)) return Posted::refused;
     self_.slot.sending.storeRelease(block.ref);  // (J), after the push before this one
     block->sender.storeRelaxed(from);
     // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
-    block->owner.storeRelease(to | ownerInFlight);
+    block->owner.storeRelease(inFlightTo(to));
     const uint32_t before = push(target);
     if (stack::isRefused(before)) {
-        block->owner.storeRelaxed(from);
+        block->owner.storeRelaxed(heldBy(from));
         return Posted::refused;
     }
     const uint32_t found = target.wakeState.loadSeqCst();  // (B), see wake_state.h

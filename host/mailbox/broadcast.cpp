@@ -37,7 +37,7 @@ bool ringSleepers(const Domain& domain, uint32_t ringer) {
     bool all = true;
     for (uint32_t i = 1; i <= used; ++i) {
         Slot& slot = arena.slot(i);
-        const Spid to = slot.life.loadAcquire() & spidMask;
+        const Spid to = spidOf(slot.life.loadAcquire());
         // This look and the one that follows stand in for those of whoever pushed: (B) after (A). An endpoint that
         // has ended has no mail.
         if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) continue;
@@ -51,8 +51,8 @@ void tellOfEnds(const Domain& domain) {
     const Arena& arena = domain.arena();
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
-        const uint32_t life = arena.slot(i).life.loadAcquire();
-        if ((life & lifeOpen) != 0) tellOfEnds(domain, life & spidMask);
+        const LifeWord life = arena.slot(i).life.loadAcquire();
+        if (isOpen(life)) tellOfEnds(domain, spidOf(life));
     }
 }
 

@@ -88,7 +88,7 @@ void carveRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClass, Spid h
         prepend(chain, block, ref);
         block.home.storeRelaxed(home);
         block.sender.storeRelaxed(0);
-        block.owner.storeRelease(ownerFree);
+        block.owner.storeRelease(OwnerWord::free);
     }
     // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.
     for (uint32_t back = c.pages; back-- > 0;)

@@ -123,7 +123,7 @@ void Pool::markFree(BlockRef block) {
     if (home != home_) adopt(*block, home, sizeClasses[block.sizeClass].lines);
     // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
-    block->owner.storeRelease(ownerFree);
+    block->owner.storeRelease(OwnerWord::free);
 }
 
 void Pool::free(BlockRef block) {
@@ -155,8 +155,7 @@ void Pool::takeReturned() {
     // The order turns round: the block that came home first is used first, which the other processor has had the most
     // time to let go of. With the last one first a stream of small signals takes half as long again.
     const Ref chain = stack::takeAll(arena(), own.returned, own.returnedClaim, stack::empty, [&](BlockRef block) {
-        const uint32_t owner = block->owner.loadAcquire();  // the take would do (F)
-        if ((owner & ownerInFlight) == 0 || indexOf(owner) != indexOf(home_)) return;
+        if (!isInFlightTo(block->owner.loadAcquire(), indexOf(home_))) return;  // the take would do (F)
         markFree(block);
         // The chain goes on behind it, should this process die once the link is another. (I)
         own.returnedClaim.storeRelease(block->next.loadRelaxed());

@@ -65,7 +65,7 @@ private:
     /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
     /// lost than given out twice.
     bool isFreeHere(const Block& block) const {
-        return block.owner.loadRelaxed() == ownerFree && block.home.loadRelaxed() == home_;
+        return block.owner.loadRelaxed() == OwnerWord::free && block.home.loadRelaxed() == home_;
     }
     BlockRef popLarger(uint32_t sizeClass);
     void keep(BlockRef block);
@@ -92,7 +92,7 @@ private:
 
     /// False once somebody has taken the endpoint for dead. Relaxed: true under the lock (P), and without it
     /// perhaps a moment ago.
-    bool isHomeOpen() const { return slot().life.loadRelaxed() == (home_ | lifeOpen); }
+    bool isHomeOpen() const { return slot().life.loadRelaxed() == openAs(home_); }
 
     const Arena& arena() const { return domain_.arena(); }
     Slot& slot() const { return slot_; }
@@ -132,15 +132,15 @@ private:
 [[gnu::always_inline]] inline bool Pool::giveBack(BlockRef block, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
-    if (there.life.loadAcquire() != (home | lifeOpen) || waiting > mostReturned_) return false;  // as in isOpen
+    if (there.life.loadAcquire() != openAs(home) || waiting > mostReturned_) return false;  // as in isOpen
     // Relaxed, and no exchange: about right will do.
     there.returnedLines.storeRelaxed(waiting + sizeClasses[block.sizeClass].lines);
     // See recoverLostInFlight: the reaper asks whether this one was pushed. Release: (J), after the push before it.
     slot().sending.storeRelease(block.ref);
     block->sender.storeRelaxed(home_);
-    block->owner.storeRelease(home | ownerInFlight);  // (E)
+    block->owner.storeRelease(inFlightTo(home));  // (E)
     if (!stack::isRefused(stack::push(there.returned, *block, block.ref))) return true;
-    block->owner.storeRelaxed(home_);
+    block->owner.storeRelaxed(heldBy(home_));
     return false;
 }
 

@@ -13,11 +13,11 @@ namespace {
 /// A block that one of the dead was to push, or has pushed.
 struct Sending {
     BlockRef block;
-    uint32_t owner;
+    OwnerWord owner;
     Spid sender;
     bool pushed;
 
-    uint32_t target() const { return indexOf(owner); }
+    uint32_t target() const { return indexOf(spidOf(owner)); }
 
     /// Whether it is still where it was. Acquire: (E), as when it was found; who took it since has written one of
     /// them, seen after a look at the stacks by (G) or (I), and one that has died cannot become either again.
@@ -32,8 +32,8 @@ bool isSending(const Arena& arena, Spid dead, Sending& found) {
     found.owner = found.block->owner.loadAcquire();
     found.sender = dead;
     found.pushed = false;
-    return (found.owner & ownerInFlight) != 0 && found.block->sender.loadRelaxed() == dead &&
-           wasUsed(arena, found.owner & spidMask);
+    return isInFlight(found.owner) && found.block->sender.loadRelaxed() == dead &&
+           wasUsed(arena, spidOf(found.owner));
 }
 
 /// Looks for blocks in the stacks that they were sent to. Sorted by target, so that each stack is walked once: a

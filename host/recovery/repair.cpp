@@ -37,8 +37,8 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
     const Spid hunter = word & spidMask;
     const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     if (!isOpen(arena, hunter) || !signal) return false;
-    const uint32_t owner = signal->owner.loadAcquire();
-    if (owner == (hunter | ownerInFlight)) {
+    const OwnerWord owner = signal->owner.loadAcquire();
+    if (owner == inFlightTo(hunter)) {
         const Spid poster = signal->sender.loadRelaxed() & spidMask;
         // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
         const bool comesBack = poster != hunter && wasUsed(arena, poster) &&
@@ -47,7 +47,7 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
         --searches;
         return isLostInFlight(arena, signal, poster);
     }
-    return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
+    return owner == queuedFor(hunter) && (word & huntAnswering) == 0;
 }
 
 /// An opening process died while it answered hunts.
@@ -63,7 +63,7 @@ void finishAnswering(const Arena& arena) {
         // In this order, so that a death in between leaves the hunt pending.
         hunt.hunter.storeRelease(hunter);
         signal->sender.storeRelaxed(hunter);
-        signal->owner.storeRelease(hunter | ownerQueued);
+        signal->owner.storeRelease(queuedFor(hunter));
     });
     trimHunts(arena);
 }
@@ -74,10 +74,10 @@ void finishOpening(const Arena& arena) {
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
         Slot& slot = arena.slot(i);
-        const uint32_t life = slot.life.loadRelaxed();
+        const LifeWord life = slot.life.loadRelaxed();
         const bool isClosed = stack::refOf(slot.mailbox.loadRelaxed()) == stack::closed;
         // Release: (K), as the store that the opener would have done.
-        if (life != 0 && !isClosed) slot.life.storeRelease(life | lifeOpen);
+        if (life != LifeWord::neverUsed && !isClosed) slot.life.storeRelease(openAs(spidOf(life)));
     }
 }
 
@@ -89,15 +89,15 @@ void rebuildNames(const Arena& arena) {
     }
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
-        if ((arena.slot(i).life.loadRelaxed() & lifeOpen) != 0) insertName(arena, i);
+        if (isOpen(arena.slot(i).life.loadRelaxed())) insertName(arena, i);
     }
 }
 
 void removeStaleDoorbells(const Arena& arena, int directory) {
     const uint32_t used = arena.usedSlots();
     for (uint32_t i = 1; i <= used; ++i) {
-        const uint32_t life = arena.slot(i).life.loadRelaxed();
-        if ((life & lifeOpen) == 0 && life != 0) doorbell::remove(directory, life & spidMask);
+        const LifeWord life = arena.slot(i).life.loadRelaxed();
+        if (!isOpen(life) && life != LifeWord::neverUsed) doorbell::remove(directory, spidOf(life));
     }
 }
 

@@ -49,11 +49,12 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : loc
     const uint32_t index = take();
     if (index == 0) return;
     before_ = lock.arena().slot(index).life.loadRelaxed();
-    spid_ = makeSpid(index, generationOf(before_ & spidMask) + 1);
-    if (before_ == 0) closeFresh(slot());
-    slot().life.storeRelease(spid_);  // before the doorbell, which nobody would find otherwise if this process dies
+    spid_ = makeSpid(index, generationOf(spidOf(before_)) + 1);
+    if (before_ == LifeWord::neverUsed) closeFresh(slot());
+    slot().life.storeRelease(
+        closedAs(spid_));  // before the doorbell, which nobody would find otherwise if this process dies
     // The one before may have ended without the right to remove its own.
-    if (before_ != 0) doorbell::remove(lock.domain().directory(), before_ & spidMask);
+    if (before_ != LifeWord::neverUsed) doorbell::remove(lock.domain().directory(), spidOf(before_));
     doorbell_.reset(doorbell::make(lock.domain().directory(), spid_, lock.domain().fileMode()));
     if (doorbell_.get() == -1) return;
     prepare(slot(), spid_, name);
@@ -74,12 +75,12 @@ SlotReservation::~SlotReservation() {
 void SlotReservation::commit() {
     const Arena& arena = lock_.arena();
     insertName(arena, indexOf(spid_));
-    // Only now, so that a slot that is not opened after all takes nothing. The mailbox first, and by releases: if this
-    // process dies before the endpoint is open, the repair opens it where it finds its mailbox open.
+    // Only now, so that a slot that is not opened after all takes nothing. The mailbox first, and by releases: if
+    // this process dies before the endpoint is open, the repair opens it where it finds its mailbox open.
     slot().mailbox.storeRelease(stack::empty | introduction::tagAt(slot().partings.loadRelaxed()));
     slot().returned.storeRelease(stack::empty);
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
-    slot().life.storeRelease(spid_ | lifeOpen);
+    slot().life.storeRelease(openAs(spid_));
     countOpened(arena);
     isOpened_ = true;
 }

@@ -18,7 +18,7 @@ public:
 
     bool contains(Spid spid) const {
         return (bits_[indexOf(spid) / 32] & bitOf(spid)) != 0 &&
-               arena_.slot(indexOf(spid)).life.loadRelaxed() == (spid | lifeOpen);
+               arena_.slot(indexOf(spid)).life.loadRelaxed() == openAs(spid);
     }
 
     bool empty() const {
@@ -31,7 +31,7 @@ public:
         for (uint32_t word = 0; word < bits_.size(); ++word) {
             for (uint32_t bits = bits_[word]; bits != 0; bits &= bits - 1) {
                 const uint32_t index = word * 32 + static_cast<uint32_t>(__builtin_ctz(bits));
-                visit(arena_.slot(index).life.loadRelaxed() & spidMask);
+                visit(spidOf(arena_.slot(index).life.loadRelaxed()));
             }
         }
     }

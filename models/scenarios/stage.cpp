@@ -293,7 +293,7 @@ bool Stage::hasFree(unsigned actor) const {
     bool any = false;
     linx::forEachBlock(arena(), [&](linx::BlockRef block) {
         const bool isOwn =
-            block->home.loadRelaxed() == spids_[actor] && block->owner.loadRelaxed() == linx::ownerFree;
+            block->home.loadRelaxed() == spids_[actor] && block->owner.loadRelaxed() == linx::OwnerWord::free;
         any = any || (isOwn && block.sizeClass == linx::classForLines(linx::linesForSignal(letterBytes)));
     });
     return any;
@@ -323,7 +323,7 @@ bool Stage::hasMail(unsigned actor) const {
     // Not what was meant for an earlier user of the slot.
     linx::stack::walk(
         arena(), linx::stack::refOf(arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed()),
-        [&](linx::BlockRef block) { any = any || block->owner.loadRelaxed() == (spid | linx::ownerInFlight); });
+        [&](linx::BlockRef block) { any = any || block->owner.loadRelaxed() == linx::inFlightTo(spid); });
     return any;
 }
 

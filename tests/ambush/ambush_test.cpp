@@ -43,8 +43,8 @@ protected:
     /// In the order in which endpoints end and open.
     void changeHands() {
         removeName(arena, index);
-        arena.slot(index).life.storeRelease(earlier);
-        arena.slot(index).life.storeRelease(later);
+        arena.slot(index).life.storeRelease(closedAs(earlier));
+        arena.slot(index).life.storeRelease(closedAs(later));
         layOpenSlot(arena, index, names[1], 2);
     }
 

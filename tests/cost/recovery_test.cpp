@@ -55,12 +55,12 @@ TEST_F(RecoveryCost, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach)
     std::vector<Ref> signals;
     for (uint32_t i = 0; i < huntsOfOne; ++i) {
         signals.push_back(arena.hunt(i).signal.loadRelaxed());
-        block(signals.back()).owner.storeRelaxed(live.spid | ownerInFlight);  // as if somebody answered it
+        block(signals.back()).owner.storeRelaxed(inFlightTo(live.spid));  // as if somebody answered it
         block(signals.back()).sender.storeRelaxed(other.spid);
     }
     EXPECT_LT(looksOf([&] { repairAfterDeath(); }), uint64_t{looksAtBlock} * (huntsOfOne + mail) + slotCount * 2);
     for (const Ref ref : signals) {
-        block(ref).owner.storeRelaxed(live.spid);
+        block(ref).owner.storeRelaxed(heldBy(live.spid));
         LinxSignal* signal = &block(ref).signal;
         EXPECT_EQ(linx_free_buf(live, &signal), 0);
     }
@@ -76,7 +76,7 @@ TEST_F(RecoveryCost, ManyDeadAreReapedInOneWalk) {
         all.push_back(layDead("dead" + std::to_string(i)));
         const std::vector<Ref> refs = leaseFor(all.back());
         address(refs[0], all.back(), live.spid);  // and died before it pushed
-        block(refs[1]).owner.storeRelaxed(all.back());
+        block(refs[1]).owner.storeRelaxed(heldBy(all.back()));
     }
     const uint32_t blocks = arena.usedPages() * linesPerPage;
     const DomainLock lock(*joined);

@@ -16,7 +16,7 @@ protected:
     }
 
     Hunt& hunt() const { return arena.hunt(0); }
-    void begin() const { block(signal).owner.storeRelaxed(live.spid | ownerInFlight); }
+    void begin() const { block(signal).owner.storeRelaxed(inFlightTo(live.spid)); }
     void tell() const {
         hunt().hunter.storeRelaxed(live.spid | huntAnswering);
         block(signal).sender.storeRelaxed(opener);
@@ -26,7 +26,7 @@ protected:
     void expectPendingAgain() const {
         repairAfterDeath();
         EXPECT_EQ(hunt().hunter.loadRelaxed(), live.spid);
-        EXPECT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+        EXPECT_EQ(block(signal).owner.loadRelaxed(), queuedFor(live.spid));
     }
     void expectStillPending() {
         expectPendingAgain();

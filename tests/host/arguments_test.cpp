@@ -52,7 +52,7 @@ protected:
     /// The same for a signal in the arena, of whose block nothing changes.
     void expectBlockRefusedByAll(LINX* user, LinxSignal* pointer) {
         const Block* block = blockOf(pointer);
-        const uint32_t owner = block->owner.loadRelaxed();
+        const OwnerWord owner = block->owner.loadRelaxed();
         const uint32_t sender = block->sender.loadRelaxed();
         expectRefusedByAll(user, pointer);
         EXPECT_EQ(block->owner.loadRelaxed(), owner);
@@ -211,10 +211,10 @@ TEST_F(ArgumentsTest, OnesOwnSignalIsAlwaysTakenAndItsMemoryComesBack) {
         {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, never) == -1; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, 0) == -1; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, ~0u) == -1; }},
-        {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, peer.spid | lifeOpen) == -1; }},
+        {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, peer.spid | 1u << 31) == -1; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, never) == 0; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, 0) == 0; }},
-        {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, peer.spid | lifeOpen) == 0; }},
+        {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, peer.spid | 1u << 31) == 0; }},
         {EINVAL, [&](LinxSignal** signal) { return linx_hunt(linx, "", signal) == -1; }},
         {EINVAL, [&](LinxSignal** signal) { return linx_hunt(linx, nullptr, signal) == -1; }},
         {ENAMETOOLONG,
@@ -302,7 +302,7 @@ TEST_F(ArgumentsTest, ANameIsHandedBackOnceAndToItsEndpoint) {
     EXPECT_EQ(linx_free_name(linx, &name), -1);
     name = nullptr;
     EXPECT_EQ(linx_free_name(linx, &name), -1);
-    for (const LinxSpid spid : {0u, ~0u, makeSpid(8000, 1), peer.spid | lifeOpen}) {
+    for (const LinxSpid spid : {0u, ~0u, makeSpid(8000, 1), peer.spid | 1u << 31}) {
         EXPECT_EQ(linx_get_name(linx, spid, &name), -1);
         EXPECT_EQ(errno, ESRCH);
         EXPECT_EQ(name, nullptr);

@@ -84,7 +84,7 @@ TEST_F(ExhaustionTest, WhatWasSentToAnEarlierUserOfTheSlotIsStillThrownAway) {
     const Spid earlier = makeSpid(indexOf(receiver.spid), generationOf(receiver.spid) - 1);
     LinxSignal* signal = linx_alloc(sender, 4, 2);
     Block& stray = *blockOf(signal);
-    stray.owner.storeRelease(earlier | ownerInFlight);
+    stray.owner.storeRelease(inFlightTo(earlier));
     linxtest::deliver(slotOf(receiver.spid), stray, refOf(signal));
 
     newThatFails = 1;

@@ -48,7 +48,7 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
         Block& block = *blockOf(linx_alloc(sender, 4, 2));
         const Ref ref = arena.refOf(&block);
         slotOf(block.sender.loadRelaxed()).sending.storeRelaxed(ref);
-        block.owner.storeRelease(receiver.spid | ownerInFlight);
+        block.owner.storeRelease(inFlightTo(receiver.spid));
         linxtest::deliver(slotOf(receiver.spid), block, ref);
         raise(SIGKILL);
     }
@@ -172,10 +172,10 @@ TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotLostForAnother) {
     // `dead` had sent the block once; now `alive` is about to.
     slotOf(dead.spid).sending.storeRelaxed(ref);
     slotOf(alive.spid).sending.storeRelaxed(ref);
-    block.owner.storeRelease(target.spid | ownerInFlight);
+    block.owner.storeRelease(inFlightTo(target.spid));
     EXPECT_FALSE(isLostInFlight(arena, arena.blockAt(ref), dead.spid));
     EXPECT_TRUE(isLostInFlight(arena, arena.blockAt(ref), alive.spid));
-    block.owner.storeRelease(alive.spid);
+    block.owner.storeRelease(heldBy(alive.spid));
     linx_free_buf(alive, &signal);
 }
 

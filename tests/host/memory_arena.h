@@ -81,7 +81,7 @@ inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const st
     name.writeTo(slot.name);
     const linx::Spid spid = linx::makeSpid(index, generation);
     linx::share::begin(slot, spid);
-    slot.life.storeRelaxed(spid | linx::lifeOpen);
+    slot.life.storeRelaxed(linx::openAs(spid));
     linx::Word& used = arena.header().slotsUsed;
     used.storeRelaxed(std::max(used.loadRelaxed(), index));
     linx::insertName(arena, index);

@@ -49,7 +49,7 @@ TEST_F(NameTableTest, NamesOfEveryLengthAreTold) {
 
 TEST_F(NameTableTest, AnEndedEndpointIsNotFound) {
     const Spid spid = layOpenSlot(arena, 7, "EncodeCtrl");
-    arena.slot(7).life.storeRelaxed(spid);
+    arena.slot(7).life.storeRelaxed(closedAs(spid));
     EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
 }
 
@@ -104,15 +104,15 @@ TEST_F(NameTableTest, LinksOutOfRangeEndTheSearch) {
 
 TEST_F(NameTableTest, ASlotWhoseLifeNamesAnotherIndexIsNotFound) {
     layOpenSlot(arena, 7, "EncodeCtrl");
-    arena.slot(7).life.storeRelaxed(makeSpid(8, 1) | lifeOpen);
+    arena.slot(7).life.storeRelaxed(openAs(makeSpid(8, 1)));
     EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
 }
 
 TEST_F(NameTableTest, ASlotWhoseLifeIsGarbledIsNotFoundForItCouldNotBeReaped) {
     const Spid spid = layOpenSlot(arena, 7, "EncodeCtrl");
-    arena.slot(7).life.storeRelaxed(spid | lifeOpen | 1u << 30);
+    arena.slot(7).life.storeRelaxed(LifeWord{spid | 3u << 30});
     EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
-    arena.slot(7).life.storeRelaxed(spid | lifeOpen);
+    arena.slot(7).life.storeRelaxed(openAs(spid));
     arena.header().slotsUsed.storeRelaxed(6);
     EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
 }
@@ -123,7 +123,7 @@ TEST_F(NameTableTest, TheNameOfASpidIsKnownUntilItsSlotIsUsedAgain) {
     ASSERT_TRUE(nameOfSpid(arena, spid, name));
     EXPECT_STREQ(name.text(), "EncodeCtrl");
     EXPECT_EQ(name.hash(), nameOf("EncodeCtrl").hash());
-    arena.slot(7).life.storeRelaxed(spid);
+    arena.slot(7).life.storeRelaxed(closedAs(spid));
     ASSERT_TRUE(nameOfSpid(arena, spid, name));
     EXPECT_EQ(name.length(), 10u);
     const Spid next = layOpenSlot(arena, 7, "Next", 2);

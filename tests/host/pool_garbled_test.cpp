@@ -71,7 +71,7 @@ TEST_F(PoolGarbledTest, ARingOfFreeBlocksIsGivenOutOnce) {
 TEST_F(PoolGarbledTest, ARingOfBlocksThatAreNotFreeIsLeft) {
     const std::vector<Block*> blocks = freeBlocks(one, 3);
     link(blocks[2], blocks[0]);
-    for (Block* block : blocks) block->owner.storeRelaxed(two.spid);
+    for (Block* block : blocks) block->owner.storeRelaxed(heldBy(two.spid));
     EXPECT_TRUE(canAllocate(one, size));
     for (Block* block : blocks) {
         LinxSignal* signal = &block->signal;
@@ -100,7 +100,7 @@ TEST_F(PoolGarbledTest, ABlockThatItsHomeCannotBeGivenBackStaysWithWhoeverFreesI
     const uint32_t before = returned.loadRelaxed();
     returned.storeRelaxed(before | 1u << refBits);  // bits in which no head has any
     EXPECT_EQ(linx_free_buf(two, &signal), 0);
-    EXPECT_EQ(block->owner.loadRelaxed(), ownerFree);
+    EXPECT_EQ(block->owner.loadRelaxed(), OwnerWord::free);
     returned.storeRelaxed(before);
 }
 
@@ -108,8 +108,8 @@ TEST_F(PoolGarbledTest, AnAllocationWhoseLeaseIsScribbledOverSaysWhyItFailed) {
     std::vector<Block*> garbled;
     linxtest::interposed::atLock = [&] {
         forEachBlock(arena, [&](BlockRef block) {
-            if (block->home.loadRelaxed() != one.spid || block->owner.loadRelaxed() != ownerFree) return;
-            block->owner.storeRelaxed(two.spid);
+            if (block->home.loadRelaxed() != one.spid || block->owner.loadRelaxed() != OwnerWord::free) return;
+            block->owner.storeRelaxed(heldBy(two.spid));
             garbled.push_back(&*block);
         });
         return 0;
@@ -120,7 +120,7 @@ TEST_F(PoolGarbledTest, AnAllocationWhoseLeaseIsScribbledOverSaysWhyItFailed) {
     EXPECT_EQ(signal, nullptr);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_FALSE(garbled.empty());
-    for (Block* block : garbled) block->owner.storeRelaxed(ownerFree);
+    for (Block* block : garbled) block->owner.storeRelaxed(OwnerWord::free);
 }
 
 }  // namespace

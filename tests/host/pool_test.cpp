@@ -55,7 +55,7 @@ TEST_F(PoolTest, ABlockThatSomebodyElseFreesGoesBackHome) {
     EXPECT_EQ(homeOf(signal), one.spid);
     ASSERT_EQ(linx_free_buf(two, &signal), 0);
     EXPECT_EQ(slotOf(one.spid).returned.loadRelaxed(), refOf(kept));
-    EXPECT_EQ(blockOf(kept)->owner.loadRelaxed(), one.spid | ownerInFlight);
+    EXPECT_EQ(blockOf(kept)->owner.loadRelaxed(), inFlightTo(one.spid));
     EXPECT_EQ(leasedLines(one.spid), linesOfOne);
     EXPECT_EQ(leasedLines(two.spid), linesOfTwo);
 }
@@ -160,8 +160,8 @@ TEST_F(PoolTest, ABlockThatSomebodyScribbledOverIsNotGivenOutTwice) {
     LinxSignal* signal = linx_alloc(one, 4, 1);
     LinxSignal* const kept = signal;
     linx_free_buf(one, &signal);
-    Word& owner = blockOf(kept)->owner;
-    owner.storeRelaxed(two.spid);
+    WordOf<OwnerWord>& owner = blockOf(kept)->owner;
+    owner.storeRelaxed(heldBy(two.spid));
     signal = linx_alloc(one, 4, 1);
     EXPECT_NE(signal, kept);
     linx_free_buf(one, &signal);

@@ -53,7 +53,7 @@ protected:
         block(ref).sender.storeRelaxed(from);
         block(ref).size.storeRelaxed(4);
         block(ref).signal.number = 77;
-        block(ref).owner.storeRelaxed(to | ownerInFlight);
+        block(ref).owner.storeRelaxed(inFlightTo(to));
     }
     void post(Ref ref, Spid from, Spid to) const {
         address(ref, from, to);

@@ -66,7 +66,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasQueuedIsAnswered) {
     LinxSignal* none = nullptr;
     const uint32_t another[] = {1, 12345};
     ASSERT_EQ(linx_receive_w_tmo(live, &none, 0, another), 0);
-    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), queuedFor(live.spid));
     expectAnswered();
 }
 
@@ -77,7 +77,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
     LinxSignal* received = nullptr;
     ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
     LinxRef reference = linx_request_tmo(live, 100000000, &received);
-    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), queuedFor(live.spid));
     repairAfterDeath();
     reapDead(opener);
     EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
@@ -89,10 +89,10 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
 TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
     const linxtest::DisorderAllowed allowed;
     const Spid dead = layDead("dead");
-    slotOf(dead).life.storeRelaxed(dead | lifeOpen | 1u << 30);  // no spid has this bit
+    slotOf(dead).life.storeRelaxed(LifeWord{dead | 3u << 30});  // no spid has this bit
     EXPECT_EQ(linx_hunt(live, "dead", nullptr), 0);
     EXPECT_EQ(receiveNumber(live), 0u);
-    slotOf(dead).life.storeRelaxed(dead | lifeOpen);
+    slotOf(dead).life.storeRelaxed(openAs(dead));
     reapDead(dead);
 }
 
@@ -101,7 +101,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
     const Linx sought("sought");
     EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
     EXPECT_EQ(receiveNumber(live), 0u);
-    block(signal).owner.storeRelaxed(live.spid);
+    block(signal).owner.storeRelaxed(heldBy(live.spid));
     LinxSignal* lost = &block(signal).signal;
     EXPECT_EQ(linx_free_buf(live, &lost), 0);
     reapDead(opener);
@@ -114,7 +114,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
     EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(linx_free_buf(live, &held), 0);
-    block(signal).owner.storeRelaxed(live.spid);
+    block(signal).owner.storeRelaxed(heldBy(live.spid));
     LinxSignal* lost = &block(signal).signal;
     EXPECT_EQ(linx_free_buf(live, &lost), 0);
     reapDead(opener);
@@ -123,13 +123,13 @@ TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
 TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
     hunt().hunter.storeRelaxed(earlier);
-    block(signal).owner.storeRelaxed(earlier | ownerQueued);
+    block(signal).owner.storeRelaxed(queuedFor(earlier));
     const Linx sought("sought");
     EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(dropped(live.spid), 0u);
-    EXPECT_EQ(block(signal).owner.loadRelaxed(), earlier | ownerQueued);
-    block(signal).owner.storeRelaxed(live.spid);
+    EXPECT_EQ(block(signal).owner.loadRelaxed(), queuedFor(earlier));
+    block(signal).owner.storeRelaxed(heldBy(live.spid));
     LinxSignal* lost = &block(signal).signal;
     EXPECT_EQ(linx_free_buf(live, &lost), 0);
     reapDead(opener);
@@ -138,7 +138,7 @@ TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
 TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
     const Spid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
-    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    block(blocks[0]).owner.storeRelaxed(queuedFor(hunter));
     {
         const DomainLock lock(*joined);
         ASSERT_EQ(addHunt(arena, hunter, nameOf("wanted"), blocks[0]), 0);
@@ -156,7 +156,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
 TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
     const Spid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
-    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    block(blocks[0]).owner.storeRelaxed(queuedFor(hunter));
     {
         const DomainLock lock(*joined);
         ASSERT_EQ(addHunt(arena, hunter, nameOf("sought"), blocks[0]), 0);

@@ -47,8 +47,8 @@ TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPoll
 TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
-    block(blocks[0]).owner.storeRelaxed(dead);
-    block(blocks[1]).owner.storeRelaxed(dead | ownerQueued);
+    block(blocks[0]).owner.storeRelaxed(heldBy(dead));
+    block(blocks[1]).owner.storeRelaxed(queuedFor(dead));
     reapDead(dead);
     for (const Ref ref : blocks) EXPECT_TRUE(isHomeless(ref));
     expectInOrder();
@@ -85,7 +85,7 @@ TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
     stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::empty);
-    block(blocks[4]).owner.storeRelaxed(dead | ownerQueued);  // the first one had been marked already
+    block(blocks[4]).owner.storeRelaxed(queuedFor(dead));  // the first one had been marked already
     post(blocks[5], sender, dead);
     reapDead(dead);
     for (size_t i = 0; i <= 5; ++i) EXPECT_TRUE(isHomeless(blocks[i])) << i;
@@ -118,7 +118,7 @@ TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
         stack::push(slot.returned, block(blocks[i]), blocks[i]);
         if (i == 2) stack::claimAll(slot.returned, slot.returnedClaim, stack::empty);
     }
-    block(blocks[2]).owner.storeRelaxed(ownerFree);
+    block(blocks[2]).owner.storeRelaxed(OwnerWord::free);
     reapDead(dead);
     for (const Ref ref : blocks) EXPECT_TRUE(isHomeless(ref));
     reapDead(freer);
@@ -243,9 +243,9 @@ TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
     slotOf(dead).returnedClaim.storeRelaxed(leaseFor(dead, 100)[0]);
     address(ref, live.spid, dead);
     reapDead(dead);
-    EXPECT_EQ(block(ref).owner.loadRelaxed(), dead | ownerInFlight);
+    EXPECT_EQ(block(ref).owner.loadRelaxed(), inFlightTo(dead));
     EXPECT_FALSE(linxtest::deliver(slotOf(dead), block(ref), ref)) << "the sender keeps it";
-    block(ref).owner.storeRelaxed(live.spid);
+    block(ref).owner.storeRelaxed(heldBy(live.spid));
     EXPECT_EQ(linx_free_buf(live, &sent), 0);
     expectInOrder();
 }
@@ -253,12 +253,12 @@ TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
 /// Somebody has removed its doorbell, and it counts as dead.
 TEST_F(RecoveryTest, AnEndpointThatWasEndedByMistakeSendsItselfNothing) {
     LinxSignal* signal = linx_alloc(live, 4, 1);
-    Word& life = slotOf(live.spid).life;
-    life.storeRelaxed(live.spid);
+    WordOf<LifeWord>& life = slotOf(live.spid).life;
+    life.storeRelaxed(closedAs(live.spid));
     EXPECT_EQ(linx_send(live, &signal, live.spid), -1);
     EXPECT_EQ(errno, ECONNRESET);
     EXPECT_EQ(signal, nullptr);
-    life.storeRelaxed(live.spid | lifeOpen);
+    life.storeRelaxed(openAs(live.spid));
     EXPECT_EQ(receiveNumber(live), 0u);
     expectInOrder();
 }
@@ -282,13 +282,13 @@ TEST_F(RecoveryTest, AGarbledCentralListIsNotFollowedEvenBeforeTheRepair) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
-    block(blocks[0]).owner.storeRelaxed(live.spid);
+    block(blocks[0]).owner.storeRelaxed(heldBy(live.spid));
     for (const Ref head : {blocks[0], blocks[0] + 1, 1u, ~0u}) {
         arena.header().central[anyClass].storeRelaxed(head);
         const DomainLock lock(*joined);
         EXPECT_FALSE(central::pop(arena, anyClass));
     }
-    block(blocks[0]).owner.storeRelaxed(ownerFree);
+    block(blocks[0]).owner.storeRelaxed(OwnerWord::free);
     repairAfterDeath();
 }
 
@@ -356,7 +356,7 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     Slot& slot = arena.slot(index);
     slot.mailbox.storeRelaxed(stack::closed);
     slot.returned.storeRelaxed(stack::closed);
-    slot.life.storeRelaxed(makeSpid(index, 1));
+    slot.life.storeRelaxed(closedAs(makeSpid(index, 1)));
     slot.nameHash.storeRelaxed(nameOf("never").hash());
     insertName(arena, index);
     repairAfterDeath();
@@ -371,7 +371,7 @@ TEST_F(RecoveryTest, WhatIsPushedIntoASlotWhoseOpenerDiedJustBeforeItWasOpenIsFo
     reapDead(earlier);
     const Spid next = makeSpid(indexOf(earlier), generationOf(earlier) + 1);
     Slot& slot = slotOf(next);
-    slot.life.storeRelaxed(next);
+    slot.life.storeRelaxed(closedAs(next));
     slot.mailbox.storeRelaxed(stack::empty);
     slot.returned.storeRelaxed(stack::empty);
     LinxSignal* signal = linx_alloc(live, 4, 1);
@@ -399,7 +399,7 @@ TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheQuarantineIsInItAgain) {
     {
         const DomainLock lock(*joined);
         removeName(arena, indexOf(dead));
-        slotOf(dead).life.storeRelaxed(dead);
+        slotOf(dead).life.storeRelaxed(closedAs(dead));
         slotOf(dead).mailbox.storeRelaxed(stack::closed);
         slotOf(dead).returned.storeRelaxed(stack::closed);
     }
@@ -436,7 +436,7 @@ TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
     stack::push(slotOf(live.spid).returned, block(stray), stray);
     const uint32_t before = leasedLines(live.spid);
     std::vector<LinxSignal*> signals;
-    while (block(stray).owner.loadRelaxed() != ownerFree) signals.push_back(linx_alloc(live, 4, 1));
+    while (block(stray).owner.loadRelaxed() != OwnerWord::free) signals.push_back(linx_alloc(live, 4, 1));
     EXPECT_EQ(block(stray).home.loadRelaxed(), live.spid);
     EXPECT_GE(leasedLines(live.spid), before + linesOfClass(anyClass));
     for (LinxSignal* signal : signals) linx_free_buf(live, &signal);

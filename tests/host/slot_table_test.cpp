@@ -18,11 +18,11 @@ protected:
     /// As if every slot had been opened once and were open still.
     void openAll() const {
         arena.header().slotsUsed.storeRelaxed(slotCount - 1);
-        for (uint32_t i = 1; i < slotCount; ++i) arena.slot(i).life.storeRelaxed(makeSpid(i, 1) | lifeOpen);
+        for (uint32_t i = 1; i < slotCount; ++i) arena.slot(i).life.storeRelaxed(openAs(makeSpid(i, 1)));
     }
 
     void end(uint32_t index) const {
-        arena.slot(index).life.storeRelaxed(makeSpid(index, 1));
+        arena.slot(index).life.storeRelaxed(closedAs(makeSpid(index, 1)));
         quarantine(arena, index);
     }
 
@@ -138,7 +138,7 @@ TEST_F(SlotTableTest, AGarbledCountDoesNotGiveOutSlotZero) {
 
 TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
     arena.header().slotsUsed.storeRelaxed(4);
-    arena.slot(3).life.storeRelaxed(makeSpid(3, 5) | lifeOpen);
+    arena.slot(3).life.storeRelaxed(openAs(makeSpid(3, 5)));
     EXPECT_TRUE(isOpen(arena, makeSpid(3, 5)));
     EXPECT_FALSE(isOpen(arena, makeSpid(3, 4)));
     EXPECT_TRUE(everExisted(arena, makeSpid(3, 5)));
@@ -147,8 +147,8 @@ TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
     EXPECT_FALSE(everExisted(arena, makeSpid(4, 0)));
     EXPECT_FALSE(everExisted(arena, makeSpid(4, generationMask)));  // just before a slot's first
     EXPECT_FALSE(everExisted(arena, 0));
-    EXPECT_FALSE(everExisted(arena, makeSpid(3, 5) | lifeOpen));
-    arena.slot(3).life.storeRelaxed(makeSpid(3, 5));
+    EXPECT_FALSE(everExisted(arena, makeSpid(3, 5) | 1u << 31));
+    arena.slot(3).life.storeRelaxed(closedAs(makeSpid(3, 5)));
     EXPECT_FALSE(isOpen(arena, makeSpid(3, 5)));
     EXPECT_TRUE(everExisted(arena, makeSpid(3, 5)));
 }

@@ -39,27 +39,31 @@ protected:
     }
 
     /// Says this with another value in the word, and nothing once it is back.
-    void expectSaid(Word& word, uint32_t wrong, const std::string& what, Grade from = Grade::quick) const {
+    template <class T, class Wrong>
+    void expectSaid(WordOf<T>& word, Wrong wrong, const std::string& what, Grade from = Grade::quick) const {
         SCOPED_TRACE(what);
-        const uint32_t right = word.loadRelaxed();
-        word.storeRelaxed(wrong);
+        const T right = word.loadRelaxed();
+        word.storeRelaxed(static_cast<T>(wrong));
         EXPECT_THAT(look(Grade::quick).broken, from == Grade::quick ? StartsWith(what) : StartsWith(""));
         EXPECT_THAT(look(Grade::full).broken, StartsWith(what));
         word.storeRelaxed(right);
         expectInOrder();
     }
-    void expectSaidAtRest(Word& word, uint32_t wrong, const std::string& what) const {
+    template <class T, class Wrong>
+    void expectSaidAtRest(WordOf<T>& word, Wrong wrong, const std::string& what) const {
         expectSaid(word, wrong, what, Grade::full);
     }
-    void expectSaidOfOneMore(Word& word, const std::string& what) const {
-        expectSaid(word, word.loadRelaxed() + 1, what);
+    template <class T>
+    void expectSaidOfOneMore(WordOf<T>& word, const std::string& what) const {
+        expectSaid(word, static_cast<uint32_t>(word.loadRelaxed()) + 1, what);
     }
 
     /// The same of a block that is lost.
-    void expectLost(Word& word, uint32_t wrong, const std::string& what) const {
+    template <class T, class Wrong>
+    void expectLost(WordOf<T>& word, Wrong wrong, const std::string& what) const {
         expectSaidAtRest(word, wrong, nameOf("block", refOf(kept)) + ": " + what);
-        const uint32_t right = word.loadRelaxed();
-        word.storeRelaxed(wrong);
+        const T right = word.loadRelaxed();
+        word.storeRelaxed(static_cast<T>(wrong));
         EXPECT_EQ(look(Grade::full).census.lost, 1u);
         word.storeRelaxed(right);
     }
@@ -189,19 +193,19 @@ TEST_F(ValidateTest, SeesAtRestThatABlockIsInTheWrongPlace) {
                      nameOf("mailbox", indexOf(other.spid)) + ": its links lead from block");
     expectSaidAtRest(own().returned, refOf(kept),
                      nameOf("block", refOf(kept)) + ": the blocks of a stack are in flight");
-    blockOf(kept)->owner.storeRelaxed(ownerFree);
+    blockOf(kept)->owner.storeRelaxed(OwnerWord::free);
     expectSaidAtRest(blockOf(kept)->home, noHome,
                      nameOf("block", refOf(kept)) + ": without owner and home it is in a");
-    blockOf(kept)->owner.storeRelaxed(live.spid);
+    blockOf(kept)->owner.storeRelaxed(heldBy(live.spid));
 }
 
 TEST_F(ValidateTest, TellsWhichBlockIsLost) {
-    Word& owner = blockOf(kept)->owner;
-    expectLost(owner, live.spid | ownerInFlight, "in flight, it is in a stack");
+    WordOf<OwnerWord>& owner = blockOf(kept)->owner;
+    expectLost(owner, inFlightTo(live.spid), "in flight, it is in a stack");
     expectLost(owner, live.spid + slotCount, "held or queued, its owner is open");
-    owner.storeRelaxed(ownerFree);
+    owner.storeRelaxed(OwnerWord::free);
     expectLost(blockOf(kept)->home, live.spid + slotCount, "without owner, its home is open");
-    owner.storeRelaxed(live.spid);
+    owner.storeRelaxed(heldBy(live.spid));
 }
 
 TEST_F(ValidateTest, ComparesTheSharesWithTheBlocks) {

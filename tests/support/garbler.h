@@ -107,7 +107,7 @@ private:
         const uint32_t used = slotsUsed();
         std::vector<uint32_t> open;
         for (uint32_t i = 1; i <= used; ++i) {
-            if ((read(slotOffset(i) + offsetof(linx::Slot, life)) & linx::lifeOpen) != 0) open.push_back(i);
+            if (isOpen(readLife(slotOffset(i)))) open.push_back(i);
         }
         if (open.empty() || draw(8) == 0) return slotOffset(draw(used + 2) % linx::slotCount);
         return slotOffset(open[draw(static_cast<uint32_t>(open.size()))]);
@@ -135,7 +135,6 @@ private:
 
     uint32_t chooseValue(size_t place) {
         const uint32_t before = read(place);
-        constexpr uint32_t flags[] = {0, linx::ownerQueued, linx::ownerInFlight, ~linx::spidMask};
         switch (draw(10)) {
             case 0:
                 return drawWord();
@@ -153,10 +152,20 @@ private:
             case 7:  // of a block's header: the block itself
                 return static_cast<uint32_t>(place / linx::lineBytes);
             case 8:
-                return (read(chooseSlot() + offsetof(linx::Slot, life)) & linx::spidMask) | flags[draw(4)];
+                return chooseOwner(spidOf(readLife(chooseSlot())));
             default:
                 return before ^ 1u << draw(32);
         }
+    }
+
+    linx::LifeWord readLife(size_t slot) const { return linx::LifeWord{read(slot + offsetof(linx::Slot, life))}; }
+
+    uint32_t chooseOwner(linx::Spid spid) {
+        constexpr uint32_t nobodysBits = ~linx::spidMask;
+        const uint32_t owners[] = {static_cast<uint32_t>(linx::heldBy(spid)),
+                                   static_cast<uint32_t>(linx::queuedFor(spid)),
+                                   static_cast<uint32_t>(linx::inFlightTo(spid)), spid | nobodysBits};
+        return owners[draw(4)];
     }
 
     char* base_;
