@@ -25,6 +25,8 @@ namespace linx {
  *   ...       pages           the signal pool, 4 KiB each; reserved as they are leased
  */
 
+enum class WakeWord : uint32_t;  ///< see mailbox/wake_state.h
+
 using Ref = uint32_t;  ///< a block, by the number of its first line; the first lines are the header, so 0 is none
 
 constexpr uint32_t refBits = 29;  ///< the arena has no more lines
@@ -132,9 +134,9 @@ struct Counter {
 /// An endpoint's entry. Its lines are grouped by who writes them, so that nobody's writes slow a reader of others'.
 struct alignas(lineBytes) Slot {
     // Senders write.
-    Word mailbox;    ///< last block pushed by a sender
-    Word wakeState;  ///< whether a push must ring, see mailbox/wake_state.h
-    Word partings;   ///< counts how often the endpoint has ceased to watch somebody, see mailbox/introduction.h
+    Word mailbox;                ///< last block pushed by a sender
+    WordOf<WakeWord> wakeState;  ///< whether a push must ring
+    Word partings;  ///< counts how often the endpoint has ceased to watch somebody, see mailbox/introduction.h
     uint32_t pad0[13];
 
     // Those who free this endpoint's blocks write.

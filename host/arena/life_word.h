@@ -31,10 +31,10 @@ constexpr LifeWord openAs(Spid spid) {
 
 /// 0 of one that was never used.
 constexpr Spid spidOf(LifeWord life) {
-    return static_cast<uint32_t>(life) & spidMask;
+    return numberOf(life) & spidMask;
 }
 constexpr bool isOpen(LifeWord life) {
-    return (static_cast<uint32_t>(life) & lifeOpen) != 0;
+    return (numberOf(life) & lifeOpen) != 0;
 }
 
 }  // namespace linx

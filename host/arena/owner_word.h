@@ -49,15 +49,15 @@ constexpr OwnerWord inFlightTo(Spid spid) {
 
 /// 0 of one that is free.
 constexpr Spid spidOf(OwnerWord owner) {
-    return static_cast<uint32_t>(owner) & spidMask;
+    return numberOf(owner) & spidMask;
 }
 constexpr bool isInFlight(OwnerWord owner) {
-    return (static_cast<uint32_t>(owner) & ownerInFlight) != 0;
+    return (numberOf(owner) & ownerInFlight) != 0;
 }
 
 /// Whether it is on its way to the slot: perhaps to an earlier user of it, from a sender that was held up.
 constexpr bool isInFlightTo(OwnerWord owner, uint32_t index) {
-    const uint32_t difference = static_cast<uint32_t>(owner) ^ (ownerInFlight | index);
+    const uint32_t difference = numberOf(owner) ^ (ownerInFlight | index);
     return (difference & (ownerInFlight | (slotCount - 1))) == 0;
 }
 

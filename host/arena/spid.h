@@ -1,7 +1,7 @@
 #ifndef LINXIPC_HOST_ARENA_SPID_H
 #define LINXIPC_HOST_ARENA_SPID_H
 
-#include <cstdint>
+#include "host/arena/number_of.h"
 
 namespace linx {
 

@@ -2,6 +2,7 @@
 #define LINXIPC_HOST_ARENA_WORD_H
 
 #include "host/arena/cell.h"
+#include "host/arena/number_of.h"
 
 namespace linx {
 
@@ -17,26 +18,23 @@ public:
     T loadAcquire() const { return static_cast<T>(value_.load(std::memory_order_acquire)); }
     T loadSeqCst() const { return static_cast<T>(value_.load(std::memory_order_seq_cst)); }
 
-    void storeRelaxed(T to) { value_.store(bits(to), std::memory_order_relaxed); }
-    void storeRelease(T to) { value_.store(bits(to), std::memory_order_release); }
-    void storeSeqCst(T to) { value_.store(bits(to), std::memory_order_seq_cst); }
+    void storeRelaxed(T to) { value_.store(numberOf(to), std::memory_order_relaxed); }
+    void storeRelease(T to) { value_.store(numberOf(to), std::memory_order_release); }
+    void storeSeqCst(T to) { value_.store(numberOf(to), std::memory_order_seq_cst); }
 
-    T exchangeSeqCst(T to) { return static_cast<T>(value_.exchange(bits(to), std::memory_order_seq_cst)); }
-    T addRelaxed(T n) { return static_cast<T>(value_.fetch_add(bits(n), std::memory_order_relaxed)); }
+    T exchangeSeqCst(T to) { return static_cast<T>(value_.exchange(numberOf(to), std::memory_order_seq_cst)); }
+    T addRelaxed(T n) { return static_cast<T>(value_.fetch_add(numberOf(n), std::memory_order_relaxed)); }
 
     /// On failure `expected` becomes the value found, and only that: what its writer wrote before need not show yet.
     bool casSeqCst(T& expected, T to) {
-        uint32_t found = bits(expected);
-        if (value_.compare_exchange_strong(found, bits(to), std::memory_order_seq_cst, std::memory_order_relaxed))
+        uint32_t found = numberOf(expected);
+        if (value_.compare_exchange_strong(found, numberOf(to), std::memory_order_seq_cst, std::memory_order_relaxed))
             return true;
         expected = static_cast<T>(found);
         return false;
     }
 
 private:
-    static_assert(sizeof(T) == sizeof(uint32_t), "every bit of the word is the T's");
-    static constexpr uint32_t bits(T value) { return static_cast<uint32_t>(value); }
-
     Cell value_;
 };
 

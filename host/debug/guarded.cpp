@@ -103,7 +103,7 @@ private:
             if (!isLife || indexOf(spid) != i) broken(Subject{"slot", i}, "indexOf(life) = its own");
             if (!isOpenSlot(i)) continue;
             ++open_;
-            const uint32_t wakeState = slot.wakeState.loadRelaxed();
+            const WakeWord wakeState = slot.wakeState.loadRelaxed();
             if (wakeState != wake_state::word(spid, wake_state::stateOf(wakeState))) {
                 broken(Subject{"slot", i}, "wakeState and life are of one generation");
             }

@@ -48,7 +48,7 @@ Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, Sc
 void Inbox::wake() {
     // An exchange, to learn whether a byte is in. One that a sender is about to write comes late, and is
     // found in the doorbell by the next sleep.
-    const uint32_t before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::awake));
+    const WakeWord before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::awake));
     if (wake_state::stateOf(before) == wake_state::notified) byteIn_ = true;
     awake_ = true;
 }
@@ -262,7 +262,7 @@ void Inbox::drainDoorbell() {
 }
 
 void Inbox::notifySelf() {
-    const uint32_t before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::notified));
+    const WakeWord before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::notified));
     awake_ = false;
     byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || doorbell::ring(doorbell_.get()) == 0;
     // Relaxed, unlike (C): no look at the mailbox follows.

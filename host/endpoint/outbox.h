@@ -75,7 +75,7 @@ template <class Push>
         block->owner.storeRelaxed(heldBy(from));
         return Posted::refused;
     }
-    const uint32_t found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
+    const WakeWord found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
     if (wake_state::wantsRing(found, to)) return Posted::wantsRing;
     unrung_ = to;
     return before == stack::empty || peer.sendsUntilCheck-- != 0 ? Posted::done : Posted::wantsReminder;

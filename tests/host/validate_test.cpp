@@ -55,7 +55,7 @@ protected:
     }
     template <class T>
     void expectSaidOfOneMore(WordOf<T>& word, const std::string& what) const {
-        expectSaid(word, static_cast<uint32_t>(word.loadRelaxed()) + 1, what);
+        expectSaid(word, numberOf(word.loadRelaxed()) + 1, what);
     }
 
     /// The same of a block that is lost.

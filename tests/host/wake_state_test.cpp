@@ -24,7 +24,7 @@ const Spid receiver = makeSpid(9, 4);
 
 class WakeStateTest : public ::testing::Test {
 protected:
-    int ring(uint32_t found, int answer = 0, uint32_t ownIndex = 3) {
+    int ring(WakeWord found, int answer = 0, uint32_t ownIndex = 3) {
         return wake_state::ring(word, found, receiver, ownIndex, [&] {
             ++rings;
             stateInBetween = wake_state::stateOf(word.loadRelaxed());
@@ -37,7 +37,7 @@ protected:
     }
     uint32_t state() const { return wake_state::stateOf(word.loadRelaxed()); }
 
-    Word word{};
+    WordOf<WakeWord> word{};
     int rings = 0;
     uint32_t stateInBetween = ~0u;
 };
@@ -57,7 +57,7 @@ TEST_F(WakeStateTest, AnotherGenerationIsNeverRung) {
         const Spid other = makeSpid(9, generation);
         for (const uint32_t state :
              {wake_state::parked, wake_state::awake, wake_state::notified, wake_state::notifying + 3}) {
-            const uint32_t found = wake_state::word(other, state);
+            const WakeWord found = wake_state::word(other, state);
             EXPECT_FALSE(wake_state::wantsRing(found, receiver));
             word.storeRelaxed(found);
             EXPECT_EQ(ring(found), 0);
@@ -116,7 +116,7 @@ TEST_F(WakeStateTest, WhereAnotherSenderIsNotifyingItRingsTooAndLeavesTheState) 
 }
 
 TEST_F(WakeStateTest, WhoFindsTheStateChangedDecidesByWhatIsThereNow) {
-    const uint32_t found = wake_state::word(receiver, wake_state::parked);
+    const WakeWord found = wake_state::word(receiver, wake_state::parked);
     word.storeRelaxed(wake_state::word(receiver, wake_state::notifying + 5));
     ring(found);
     EXPECT_EQ(rings, 1);
@@ -125,7 +125,7 @@ TEST_F(WakeStateTest, WhoFindsTheStateChangedDecidesByWhatIsThereNow) {
     ring(found);
     EXPECT_EQ(rings, 1);
     EXPECT_EQ(state(), wake_state::awake);
-    const uint32_t next = wake_state::word(makeSpid(9, 5), wake_state::parked);
+    const WakeWord next = wake_state::word(makeSpid(9, 5), wake_state::parked);
     word.storeRelaxed(next);
     ring(found);
     EXPECT_EQ(rings, 1);
@@ -133,7 +133,7 @@ TEST_F(WakeStateTest, WhoFindsTheStateChangedDecidesByWhatIsThereNow) {
 }
 
 TEST_F(WakeStateTest, AnEndpointThatBeginsToLookMeanwhileKeepsItsState) {
-    const uint32_t found = wake_state::word(receiver, wake_state::parked);
+    const WakeWord found = wake_state::word(receiver, wake_state::parked);
     word.storeRelaxed(found);
     wake_state::ring(word, found, receiver, 3, [&] {
         word.storeRelaxed(wake_state::word(receiver, wake_state::awake));

@@ -162,9 +162,8 @@ private:
 
     uint32_t chooseOwner(linx::Spid spid) {
         constexpr uint32_t nobodysBits = ~linx::spidMask;
-        const uint32_t owners[] = {static_cast<uint32_t>(linx::heldBy(spid)),
-                                   static_cast<uint32_t>(linx::queuedFor(spid)),
-                                   static_cast<uint32_t>(linx::inFlightTo(spid)), spid | nobodysBits};
+        const uint32_t owners[] = {numberOf(linx::heldBy(spid)), numberOf(linx::queuedFor(spid)),
+                                   numberOf(linx::inFlightTo(spid)), spid | nobodysBits};
         return owners[draw(4)];
     }
 
