@@ -11,7 +11,7 @@ namespace linx {
 /// A block as the arena finds it, with what was learnt of it on the way. None while `block` is null.
 struct BlockRef {
     Block* block = nullptr;
-    Ref ref = 0;
+    Ref ref = Ref::none;
     uint32_t sizeClass = 0;
 
     explicit operator bool() const { return block != nullptr; }
@@ -75,14 +75,14 @@ public:
     Ref refOf(const Block* block) const {
         return static_cast<Ref>(static_cast<size_t>(reinterpret_cast<const char*>(block) - base_) / lineBytes);
     }
-    bool isPoolRef(Ref ref) const { return ref / linesPerPage - firstPoolPage_ < pageCount_; }
-    Ref refOfPage(uint32_t page) const { return filePageOf(page) * linesPerPage; }
+    bool isPoolRef(Ref ref) const { return pageOf(ref) - firstPoolPage_ < pageCount_; }
+    Ref refOfPage(uint32_t page) const { return Ref{filePageOf(page) * linesPerPage}; }
 
     /// The block at `ref`; none when no leased block starts there.
     BlockRef blockAt(Ref ref) const;
 
     /// The bytes at `ref` as a block. REQUIRES a reference where one is being made, or was found.
-    Block* rawBlock(Ref ref) const { return at<Block>(size_t{ref} * lineBytes); }
+    Block* rawBlock(Ref ref) const { return at<Block>(size_t{numberOf(ref)} * lineBytes); }
 
     /// The block whose signal is at `signal`, an address of any origin; none when it is that of no signal.
     BlockRef blockOfSignal(const LinxSignal* signal) const;
@@ -125,21 +125,21 @@ public:
 
     /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
     bool knows(Ref ref, uint32_t sizeClass) const {
-        return ref / linesPerPage == page_ && sizeClass == sizeClass_ && (starts_ >> ref % linesPerPage & 1) != 0;
+        return pageOf(ref) == page_ && sizeClass == sizeClass_ && (starts_ >> lineInPage(ref) & 1) != 0;
     }
 
     BlockRef at(Ref ref) {
-        if (ref / linesPerPage != page_) return findFar(ref);
-        if ((starts_ >> ref % linesPerPage & 1) == 0) return {};
+        if (pageOf(ref) != page_) return findFar(ref);
+        if ((starts_ >> lineInPage(ref) & 1) == 0) return {};
         return {arena_.rawBlock(ref), ref, sizeClass_};
     }
 
 private:
     [[gnu::noinline]] BlockRef findFar(Ref ref) {
-        if (ref < linesPerPage) return {};  // in the header: the end of most chains
+        if (pageOf(ref) == 0) return {};  // in the header: the end of most chains
         const BlockRef block = arena_.blockAt(ref);
         if (!block || sizeClasses[block.sizeClass].pages != 1) return block;
-        page_ = ref / linesPerPage;
+        page_ = pageOf(ref);
         sizeClass_ = block.sizeClass;
         starts_ = sizeClasses[sizeClass_].starts;
         return block;
@@ -152,7 +152,7 @@ private:
 };
 
 inline BlockRef Arena::blockAt(Ref ref) const {
-    const uint32_t pageIndex = ref / linesPerPage - firstPoolPage_;
+    const uint32_t pageIndex = pageOf(ref) - firstPoolPage_;
     if (!isLeasable(pageIndex)) return {};
     // Acquire: (O), pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = pageEntry(pageIndex).loadAcquire();
@@ -161,8 +161,8 @@ inline BlockRef Arena::blockAt(Ref ref) const {
     const SizeClass& c = sizeClasses[sizeClass];
     if (!isLeasable(pageIndex - entryBack(entry) + c.pages - 1)) return {};
     const bool starts = entryBack(entry) == 0
-                            ? (c.starts >> ref % linesPerPage & 1) != 0
-                            : startsBlock(sizeClass, entryBack(entry) * linesPerPage + ref % linesPerPage);
+                            ? (c.starts >> lineInPage(ref) & 1) != 0
+                            : startsBlock(sizeClass, entryBack(entry) * linesPerPage + lineInPage(ref));
     if (!starts) return {};
     return {rawBlock(ref), ref, sizeClass};
 }

@@ -25,11 +25,23 @@ namespace linx {
  *   ...       pages           the signal pool, 4 KiB each; reserved as they are leased
  */
 
-enum class WakeWord : uint32_t;  ///< see mailbox/wake_state.h
+enum class WakeWord : uint32_t;   ///< see mailbox/wake_state.h
+enum class StackHead : uint32_t;  ///< see mailbox/take_all_stack.h
 
-using Ref = uint32_t;  ///< a block, by the number of its first line; the first lines are the header, so 0 is none
+/// A block, by the number of its first line in the file. The first lines are the header.
+enum class Ref : uint32_t { none = 0 };
 
 constexpr uint32_t refBits = 29;  ///< the arena has no more lines
+
+constexpr Ref operator+(Ref ref, uint32_t lines) {
+    return Ref{numberOf(ref) + lines};
+}
+constexpr uint32_t pageOf(Ref ref) {
+    return numberOf(ref) / linesPerPage;  // of the file
+}
+constexpr uint32_t lineInPage(Ref ref) {
+    return numberOf(ref) % linesPerPage;
+}
 
 constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine of the other byte order
 constexpr uint32_t arenaVersion = 2;
@@ -95,7 +107,7 @@ struct Header {
     Word pressureMet;     ///< the count when memory was reclaimed last
     Pace reclaiming;      ///< of memory
     Pace reaping;         ///< of whoever has died
-    Word central[sizeClassCount];  ///< lists of free blocks without a home, a class each
+    WordOf<Ref> central[sizeClassCount];  ///< lists of free blocks without a home, a class each
 };
 static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
                   offsetof(Header, central) == 140 && std::is_standard_layout<Header>::value,
@@ -134,20 +146,20 @@ struct Counter {
 /// An endpoint's entry. Its lines are grouped by who writes them, so that nobody's writes slow a reader of others'.
 struct alignas(lineBytes) Slot {
     // Senders write.
-    Word mailbox;                ///< last block pushed by a sender
+    WordOf<StackHead> mailbox;   ///< last block pushed by a sender
     WordOf<WakeWord> wakeState;  ///< whether a push must ring
     Word partings;  ///< counts how often the endpoint has ceased to watch somebody, see mailbox/introduction.h
     uint32_t pad0[13];
 
     // Those who free this endpoint's blocks write.
-    Word returned;       ///< last block given back
-    Word returnedLines;  ///< about how much is in there
+    WordOf<StackHead> returned;  ///< last block given back
+    Word returnedLines;          ///< about how much is in there
     uint32_t pad1[14];
 
     // Only the endpoint writes (and its reaper).
-    Word mailboxClaim;   ///< the chain being taken from `mailbox`
-    Word returnedClaim;  ///< the chain being taken from `returned`
-    Word sending;        ///< the block pushed last, or about to be
+    WordOf<Ref> mailboxClaim;   ///< the chain being taken from `mailbox`
+    WordOf<Ref> returnedClaim;  ///< the chain being taken from `returned`
+    WordOf<Ref> sending;        ///< the block pushed last, or about to be
     Word deepestQueue;
     Counter dropped;
     Word sleeps;
@@ -178,8 +190,8 @@ constexpr uint32_t huntAnswering = 1u << 31;  ///< set in a hunt's hunter while 
 /// A hunt for a name that nobody has opened yet. In use while `hunter` is not 0. Invariants: its hunter is open; its
 /// signal is queued for its hunter; the last of huntsUsed is in use.
 struct Hunt {
-    Word hunter;  ///< spid, with huntAnswering from before the signal is pushed until the entry is cleared
-    Word signal;  ///< owned by the hunter, queued
+    Word hunter;         ///< spid, with huntAnswering from before the signal is pushed until the entry is cleared
+    WordOf<Ref> signal;  ///< owned by the hunter, queued
     Word nameHash;
     Word nameLength;
     Word name[64];
@@ -192,7 +204,7 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
 /// Invariants (*): a block is in one place. Without owner and home it is in a central list; without owner, its home
 /// is open; in flight, it is in a stack; held or queued, its owner is open. One that is in no such place is lost.
 struct Block {
-    Word next;
+    WordOf<Ref> next;
     WordOf<OwnerWord> owner;
     Word home;
     Word sender;

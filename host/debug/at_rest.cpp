@@ -69,10 +69,10 @@ private:
 
     void checkStacks(uint32_t index, const Slot& slot) {
         const Subject self = {"slot", index};
-        const uint32_t mailbox = slot.mailbox.loadRelaxed();
-        const uint32_t returned = slot.returned.loadRelaxed();
-        expectEqual(findings_, self, "mailboxClaim = none", slot.mailboxClaim.loadRelaxed(), 0);
-        expectEqual(findings_, self, "returnedClaim = none", slot.returnedClaim.loadRelaxed(), 0);
+        const StackHead mailbox = slot.mailbox.loadRelaxed();
+        const StackHead returned = slot.returned.loadRelaxed();
+        expectEqual(findings_, self, "mailboxClaim = none", slot.mailboxClaim.loadRelaxed(), Ref::none);
+        expectEqual(findings_, self, "returnedClaim = none", slot.returnedClaim.loadRelaxed(), Ref::none);
         if (isOpenSlot(slot)) {
             expectEqual(findings_, self, "tag of mailbox = tag of partings", stack::tagOf(mailbox),
                         introduction::tagAt(slot.partings.loadRelaxed()));
@@ -83,12 +83,12 @@ private:
         }
     }
 
-    void checkStack(uint32_t index, uint32_t head, const char* kind) {
+    void checkStack(uint32_t index, StackHead head, const char* kind) {
         const Subject self = {kind, index};
         Ref ref = stack::refOf(head);
         while (ref != stack::empty) {
             const BlockRef block = arena_.blockAt(ref);
-            if (!block) return broken(self, "its links lead from block to block", std::to_string(ref));
+            if (!block) return broken(self, "its links lead from block to block", std::to_string(numberOf(ref)));
             // Or in flight to an earlier user of the slot, from a sender that was held up.
             if (!isInFlightTo(block->owner.loadRelaxed(), index)) {
                 broken(Subject{"block", ref}, "the blocks of a stack are in flight to its slot", self.text());

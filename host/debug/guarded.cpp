@@ -79,11 +79,11 @@ private:
         uint64_t lines = 0;
         for (uint32_t c = 0; c < sizeClassCount; ++c) {
             Ref ref = header_.central[c].loadRelaxed();
-            while (ref != 0 && lines <= counted) {
+            while (ref != Ref::none && lines <= counted) {
                 const BlockRef block = arena_.blockAt(ref);
                 if (!block || block.sizeClass != c || !central::isHomeless(*block)) {
                     return broken(Subject{"central list", c}, "its blocks are of its class, free and without a home",
-                                  "block " + std::to_string(ref));
+                                  "block " + std::to_string(numberOf(ref)));
                 }
                 lines += linesOfClass(c);
                 ref = block->next.loadRelaxed();

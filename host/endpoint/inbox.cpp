@@ -80,15 +80,15 @@ bool Inbox::collectIfRoom() {
 }
 
 void Inbox::takeMailbox() {
-    if (claimedChain_ != 0) queueClaimed();  // what there was no memory for comes before what has come since
+    if (claimedChain_ != Ref::none) queueClaimed();  // what there was no memory for comes before what has come since
     if (!hasMail() || !self_.isStillOpen()) return;
     claimedChain_ = stack::claimAll(self_.slot.mailbox, self_.slot.mailboxClaim, stack::empty);
-    if (claimedChain_ != 0) queueClaimed();
+    if (claimedChain_ != Ref::none) queueClaimed();
 }
 
 void Inbox::queueClaimed() {
     queueChain();
-    const Ref chain = std::exchange(claimedChain_, 0);
+    const Ref chain = std::exchange(claimedChain_, Ref::none);
     stack::release(self_.slot.mailboxClaim);
     if (std::exchange(hasStrays_, false)) freeStrays(chain);
     if (queue_.size() > self_.slot.deepestQueue.loadRelaxed()) {
@@ -150,7 +150,7 @@ void Inbox::discardAll() {
     if (!collectIfRoom()) signals_.keep();  // what is in the mailbox is looked for with what the user holds
     const uint32_t any[] = {0};
     while (const BlockRef block = take(any)) signals_.discard(block);
-    while (const Ref ref = timeouts_.takeAny()) signals_.discard(ref);
+    for (Ref ref; (ref = timeouts_.takeAny()) != Ref::none;) signals_.discard(ref);
 }
 
 /// Looks at the mailbox while the budget lasts. True when a signal came or a time-out fell due.

@@ -17,8 +17,7 @@ constexpr uint32_t longestCheckInterval = 7;
 
 int Outbox::sendToPeer(const BlockRef& block, Peer& peer) {
     return finish(block, peer, post(block, peer, [&](Slot& target) {
-                      return introduction::push(target, peer.doorbell.get(), self_.spid, *block, block.ref,
-                                                peer.introducedAt);
+                      return introduction::push(target, peer.doorbell.get(), self_.spid, block, peer.introducedAt);
                   }));
 }
 

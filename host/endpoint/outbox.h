@@ -70,7 +70,7 @@ template <class Push>
     // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
     block->owner.storeRelease(inFlightTo(to));
-    const uint32_t before = push(target);
+    const Ref before = push(target);
     if (stack::isRefused(before)) {
         block->owner.storeRelaxed(heldBy(from));
         return Posted::refused;
@@ -84,9 +84,8 @@ template <class Push>
 [[gnu::always_inline]] inline Outbox::Posted Outbox::postAtOnce(const BlockRef& block, Peer& peer) {
     const uint32_t introducedAt = peer.introducedAt;
     if (introducedAt != peer.slot.partings.loadRelaxed()) return Posted::refused;  // relaxed: the push by tag decides
-    return post(block, peer, [&](Slot& target) {
-        return stack::push(target.mailbox, *block, block.ref, introduction::tagAt(introducedAt));
-    });
+    return post(block, peer,
+                [&](Slot& target) { return stack::push(target.mailbox, block, introduction::tagAt(introducedAt)); });
 }
 
 [[gnu::always_inline]] inline int Outbox::finish(const BlockRef& block, Peer& peer, Posted posted) {

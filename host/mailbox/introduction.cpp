@@ -21,7 +21,7 @@ void revoke(Slot& own) {
     stack::retag(own.mailbox, tagAt(count));
 }
 
-uint32_t push(Slot& target, int doorbell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt) {
+Ref push(Slot& target, int doorbell, Spid sender, BlockRef block, uint32_t& introducedAt) {
     for (int attempt = 0; attempt < attempts; ++attempt) {
         // Before the introduction, which so was heard by whoever changes the tag from now on, or will be. And before
         // the count: beside a new tag an old count would stand for an introduction that has been revoked.
@@ -30,7 +30,7 @@ uint32_t push(Slot& target, int doorbell, Spid sender, Block& block, Ref ref, ui
         if (introducedAt != count && attempt < introductions) {
             introducedAt = doorbell != -1 && doorbell::tell(doorbell, sender) ? count : never;
         }
-        const uint32_t before = stack::push(target.mailbox, block, ref, tag);
+        const Ref before = stack::push(target.mailbox, block, tag);
         if (before != stack::retagged) return before;
     }
     return stack::closed;

@@ -70,10 +70,10 @@ uint32_t takePages(const Arena& arena, uint32_t count) {
 // Under the domain lock, and relaxed where no order is told: handed over with it (P).
 
 /// Puts a block that is free and at home in front.
-void prepend(Chain& chain, Block& block, Ref ref) {
-    block.next.storeRelaxed(chain.head);
-    if (chain.empty()) chain.last = &block;
-    chain.head = ref;
+void prepend(Chain& chain, BlockRef block) {
+    block->next.storeRelaxed(chain.head);
+    if (chain.empty()) chain.last = block.block;
+    chain.head = block.ref;
     ++chain.blocks;
 }
 
@@ -84,11 +84,11 @@ void carveRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClass, Spid h
     // them.
     for (uint32_t i = c.blocks; i-- > 0;) {
         const Ref ref = start + i * c.lines;
-        Block& block = *arena.rawBlock(ref);
-        prepend(chain, block, ref);
-        block.home.storeRelaxed(home);
-        block.sender.storeRelaxed(0);
-        block.owner.storeRelease(OwnerWord::free);
+        const BlockRef block = {arena.rawBlock(ref), ref, sizeClass};
+        prepend(chain, block);
+        block->home.storeRelaxed(home);
+        block->sender.storeRelaxed(0);
+        block->owner.storeRelease(OwnerWord::free);
     }
     // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.
     for (uint32_t back = c.pages; back-- > 0;)
@@ -122,7 +122,7 @@ Chain fromCentral(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_
         const BlockRef block = central::pop(arena, sizeClass);
         if (!block) break;
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
-        prepend(chain, *block, block.ref);
+        prepend(chain, block);
     }
     share::add(arena.slot(indexOf(home)), chain.blocks * sizeClasses[sizeClass].lines);
     return chain;

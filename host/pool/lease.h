@@ -10,7 +10,7 @@ namespace lease {
 
 /// Free blocks of one class and one home, linked through `next`.
 struct Chain {
-    Ref head = 0;
+    Ref head = Ref::none;
     Block* last = nullptr;
     uint32_t blocks = 0;
 

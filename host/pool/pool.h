@@ -139,7 +139,7 @@ private:
     slot().sending.storeRelease(block.ref);
     block->sender.storeRelaxed(home_);
     block->owner.storeRelease(inFlightTo(home));  // (E)
-    if (!stack::isRefused(stack::push(there.returned, *block, block.ref))) return true;
+    if (!stack::isRefused(stack::push(there.returned, block))) return true;
     block->owner.storeRelaxed(heldBy(home_));
     return false;
 }

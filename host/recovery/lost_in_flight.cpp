@@ -63,15 +63,20 @@ private:
     void lookInto(const Slot& slot, Sending* first, Sending* last) {
         // The heads before what is being taken: a chain taken after the look at a head was claimed before it left
         // the head (H).
-        for (const Word* head : {&slot.mailbox, &slot.mailboxClaim, &slot.returned, &slot.returnedClaim}) {
-            stack::walkWhile(arena_, stack::refOf(head->loadSeqCst()), [&](BlockRef block) {
-                const auto found = std::lower_bound(
-                    first, last, block.ref, [](const Sending& one, Ref wanted) { return one.block.ref < wanted; });
-                if (found != last && found->block.ref == block.ref) found->pushed = true;
-                return --steps_ != 0;
-            });
-            if (steps_ == 0) std::for_each(first, last, [](Sending& one) { one.pushed = true; });
-        }
+        walk(stack::refOf(slot.mailbox.loadSeqCst()), first, last);
+        walk(slot.mailboxClaim.loadSeqCst(), first, last);
+        walk(stack::refOf(slot.returned.loadSeqCst()), first, last);
+        walk(slot.returnedClaim.loadSeqCst(), first, last);
+    }
+
+    void walk(Ref chain, Sending* first, Sending* last) {
+        stack::walkWhile(arena_, chain, [&](BlockRef block) {
+            const auto found = std::lower_bound(
+                first, last, block.ref, [](const Sending& one, Ref wanted) { return one.block.ref < wanted; });
+            if (found != last && found->block.ref == block.ref) found->pushed = true;
+            return --steps_ != 0;
+        });
+        if (steps_ == 0) std::for_each(first, last, [](Sending& one) { one.pushed = true; });
     }
 
     const Arena& arena_;

@@ -17,7 +17,7 @@ namespace {
 
 /// Closes a stack of the endpoint and marks what was in it, or was being taken from it, as the endpoint's. Returns
 /// whether there was anything.
-bool closeStack(const Arena& arena, Word& head, Word& claim, Spid spid) {
+bool closeStack(const Arena& arena, WordOf<StackHead>& head, WordOf<Ref>& claim, Spid spid) {
     bool any = false;
     const auto keep = [&](BlockRef block) {
         any = true;

@@ -15,8 +15,8 @@ namespace {
 
 /// A slot that was never used is closed like the others, so that an open mailbox says how far its opener has come.
 void closeFresh(Slot& slot) {
-    slot.mailbox.storeRelaxed(stack::closed);
-    slot.returned.storeRelaxed(stack::closed);
+    slot.mailbox.storeRelaxed(stack::headOf(stack::closed));
+    slot.returned.storeRelaxed(stack::headOf(stack::closed));
 }
 
 /// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
@@ -26,9 +26,9 @@ void closeFresh(Slot& slot) {
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
     if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
-    slot.mailboxClaim.storeRelaxed(0);
-    slot.returnedClaim.storeRelaxed(0);
-    slot.sending.storeRelaxed(0);
+    slot.mailboxClaim.storeRelaxed(Ref::none);
+    slot.returnedClaim.storeRelaxed(Ref::none);
+    slot.sending.storeRelaxed(Ref::none);
     slot.deepestQueue.storeRelaxed(0);
     share::begin(slot, spid);
     slot.returnedLines.storeRelaxed(0);
@@ -77,8 +77,8 @@ void SlotReservation::commit() {
     insertName(arena, indexOf(spid_));
     // Only now, so that a slot that is not opened after all takes nothing. The mailbox first, and by releases: if
     // this process dies before the endpoint is open, the repair opens it where it finds its mailbox open.
-    slot().mailbox.storeRelease(stack::empty | introduction::tagAt(slot().partings.loadRelaxed()));
-    slot().returned.storeRelease(stack::empty);
+    slot().mailbox.storeRelease(stack::headOf(stack::empty, introduction::tagAt(slot().partings.loadRelaxed())));
+    slot().returned.storeRelease(stack::headOf(stack::empty));
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
     slot().life.storeRelease(openAs(spid_));
     countOpened(arena);

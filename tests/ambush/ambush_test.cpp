@@ -79,19 +79,19 @@ protected:
 
     void push(uint32_t number) {
         const Ref ref = arena.refOfPage(0) + number;
-        stack::push(head, *arena.rawBlock(ref), ref);
+        stack::push(head, arena.blockAt(ref));
     }
 
     void arrange() {
-        head.storeRelaxed(stack::empty);
-        claim.storeRelaxed(0);
+        head.storeRelaxed(stack::headOf(stack::empty));
+        claim.storeRelaxed(Ref::none);
         push(1);
     }
 
     const MemoryArena memory;
     const Arena arena = memory.arena();
-    Word head{};
-    Word claim{};
+    WordOf<StackHead> head{};
+    WordOf<Ref> claim{};
 };
 
 TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
@@ -105,12 +105,13 @@ TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
 }
 
 TEST_F(TakingTest, NothingStaysClaimedOfWhatSomebodyElseHasTaken) {
-    for (const uint32_t leave : {stack::empty, stack::closed}) {
-        const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { head.exchangeSeqCst(stack::closed); },
-                                                [&] {
-                                                    const Ref taken = stack::claimAll(head, claim, leave);
-                                                    EXPECT_EQ(taken, claim.loadRelaxed());
-                                                });
+    for (const Ref leave : {stack::empty, stack::closed}) {
+        const uint32_t looks =
+            comeBetweenLooks([&] { arrange(); }, [&] { head.exchangeSeqCst(stack::headOf(stack::closed)); },
+                             [&] {
+                                 const Ref taken = stack::claimAll(head, claim, leave);
+                                 EXPECT_EQ(taken, claim.loadRelaxed());
+                             });
         EXPECT_GT(looks, 1u);
     }
 }

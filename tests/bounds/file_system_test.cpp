@@ -136,7 +136,7 @@ TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
         fill();
         header.pagesUsed.storeRelaxed(pages);
         auto* slots = reinterpret_cast<linx::Slot*>(static_cast<char*>(tables) + linx::slotsOffset);
-        const linx::Ref missing = (linx::firstPoolPage(pages) + pages - 1) * linx::linesPerPage;
+        const linx::StackHead missing{(linx::firstPoolPage(pages) + pages - 1) * linx::linesPerPage};
         slots[linx::indexOf(own)].mailbox.storeRelaxed(missing);
         expectNothing(endpoint);
         EXPECT_EQ(0, send(endpoint, own, item));

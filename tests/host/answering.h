@@ -21,7 +21,7 @@ protected:
         hunt().hunter.storeRelaxed(live.spid | huntAnswering);
         block(signal).sender.storeRelaxed(opener);
     }
-    void push() const { linxtest::deliver(slotOf(live.spid), block(signal), signal); }
+    void push() const { linxtest::deliver(slotOf(live.spid), arena.blockAt(signal)); }
 
     void expectPendingAgain() const {
         repairAfterDeath();
@@ -53,7 +53,7 @@ protected:
         EXPECT_EQ(receiveNumber(live), 0u);
     }
 
-    Ref signal = 0;
+    Ref signal = Ref::none;
     Spid opener = 0;
 };
 

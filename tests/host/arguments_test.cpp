@@ -316,7 +316,7 @@ TEST_F(ArgumentsTest, AQueuedSignalIsGivenOutAlsoWhenSomebodyScribbledItOutOfThe
     LinxSignal* received = nullptr;
     const uint32_t selection[] = {1, 6};
     ASSERT_EQ(linx_receive_w_tmo(linx, &received, 0, selection), 4);
-    const uint32_t page = refOf(received) / linesPerPage - arena.filePageOf(0);
+    const uint32_t page = pageOf(refOf(received)) - arena.filePageOf(0);
     const uint32_t word = arena.pageEntry(page).loadRelaxed();
     arena.pageEntry(page).storeRelaxed(0);
     EXPECT_EQ(receiveNumber(linx), 5u);

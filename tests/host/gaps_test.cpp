@@ -49,7 +49,7 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
         const Ref ref = arena.refOf(&block);
         slotOf(block.sender.loadRelaxed()).sending.storeRelaxed(ref);
         block.owner.storeRelease(inFlightTo(receiver.spid));
-        linxtest::deliver(slotOf(receiver.spid), block, ref);
+        linxtest::deliver(slotOf(receiver.spid), arena.blockAt(ref));
         raise(SIGKILL);
     }
     LinxSignal* signal = nullptr;

@@ -44,7 +44,7 @@ protected:
         const DomainLock lock(*joined);
         const lease::Chain chain = lease::fromFreshPages(lock, one.spid, sizeClass, 1);
         share::remove(slotOf(one.spid), one.spid, chain.blocks * linesOfClass(sizeClass));
-        return chain.empty() ? none : (chain.head - arena.refOfPage(0)) / linesPerPage;
+        return chain.empty() ? none : pageOf(chain.head) - arena.filePageOf(0);
     }
 
     static constexpr uint32_t none = ~0u;

@@ -81,7 +81,7 @@ TEST_F(PoolGarbledTest, ARingOfBlocksThatAreNotFreeIsLeft) {
 
 TEST_F(PoolGarbledTest, AListThatIsCutOffIsFoundAgainWhenItsEndpointEnds) {
     const std::vector<Block*> blocks = freeBlocks(one, 3);
-    for (const uint32_t next : {0u, 1u, arena.refOf(blocks[1]) + 1}) {
+    for (const Ref next : {Ref::none, Ref{1}, arena.refOf(blocks[1]) + 1}) {
         blocks[0]->next.storeRelaxed(next);
         EXPECT_TRUE(canAllocate(one, size));
     }
@@ -96,9 +96,9 @@ TEST_F(PoolGarbledTest, AListThatIsCutOffIsFoundAgainWhenItsEndpointEnds) {
 TEST_F(PoolGarbledTest, ABlockThatItsHomeCannotBeGivenBackStaysWithWhoeverFreesIt) {
     LinxSignal* signal = pass(one, two, two.spid, size);
     const Block* block = blockOf(signal);
-    Word& returned = slotOf(one.spid).returned;
-    const uint32_t before = returned.loadRelaxed();
-    returned.storeRelaxed(before | 1u << refBits);  // bits in which no head has any
+    WordOf<StackHead>& returned = slotOf(one.spid).returned;
+    const StackHead before = returned.loadRelaxed();
+    returned.storeRelaxed(stack::headOf(stack::refOf(before), 1u << refBits));  // bits in which no head has any
     EXPECT_EQ(linx_free_buf(two, &signal), 0);
     EXPECT_EQ(block->owner.loadRelaxed(), OwnerWord::free);
     returned.storeRelaxed(before);

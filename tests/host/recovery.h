@@ -57,7 +57,7 @@ protected:
     }
     void post(Ref ref, Spid from, Spid to) const {
         address(ref, from, to);
-        ASSERT_TRUE(linxtest::deliver(slotOf(to), block(ref), ref));
+        ASSERT_TRUE(linxtest::deliver(slotOf(to), arena.blockAt(ref)));
     }
 
     void reapDead(Spid spid) const {

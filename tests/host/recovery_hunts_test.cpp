@@ -97,7 +97,7 @@ TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
 }
 
 TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
-    hunt().signal.storeRelaxed(arena.refOfPage(0) - 1);
+    hunt().signal.storeRelaxed(arena.refOfPage(0) + ~0u);
     const Linx sought("sought");
     EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
     EXPECT_EQ(receiveNumber(live), 0u);

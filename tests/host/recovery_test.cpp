@@ -75,7 +75,7 @@ TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenGoesToTheCentralListsAndIts
     EXPECT_TRUE(isHomeless(ref));
     EXPECT_EQ(leasedLines(live.spid), before - 1);
     EXPECT_EQ(stack::refOf(slotOf(dead).mailbox.loadRelaxed()), stack::closed);
-    EXPECT_EQ(slotOf(dead).returned.loadRelaxed(), stack::closed);
+    EXPECT_EQ(stack::refOf(slotOf(dead).returned.loadRelaxed()), stack::closed);
 }
 
 TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
@@ -89,7 +89,7 @@ TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
     post(blocks[5], sender, dead);
     reapDead(dead);
     for (size_t i = 0; i <= 5; ++i) EXPECT_TRUE(isHomeless(blocks[i])) << i;
-    EXPECT_EQ(slot.mailboxClaim.loadRelaxed(), 0u);
+    EXPECT_EQ(slot.mailboxClaim.loadRelaxed(), Ref::none);
     reapDead(sender);
     expectInOrder();
 }
@@ -115,7 +115,7 @@ TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
     Slot& slot = slotOf(dead);
     for (size_t i = 0; i < 4; ++i) {
         address(blocks[i], freer, dead);
-        stack::push(slot.returned, block(blocks[i]), blocks[i]);
+        stack::push(slot.returned, arena.blockAt(blocks[i]));
         if (i == 2) stack::claimAll(slot.returned, slot.returnedClaim, stack::empty);
     }
     block(blocks[2]).owner.storeRelaxed(OwnerWord::free);
@@ -244,7 +244,7 @@ TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
     address(ref, live.spid, dead);
     reapDead(dead);
     EXPECT_EQ(block(ref).owner.loadRelaxed(), inFlightTo(dead));
-    EXPECT_FALSE(linxtest::deliver(slotOf(dead), block(ref), ref)) << "the sender keeps it";
+    EXPECT_FALSE(linxtest::deliver(slotOf(dead), arena.blockAt(ref))) << "the sender keeps it";
     block(ref).owner.storeRelaxed(heldBy(live.spid));
     EXPECT_EQ(linx_free_buf(live, &sent), 0);
     expectInOrder();
@@ -268,11 +268,11 @@ TEST_F(RecoveryTest, GarbledCentralListsAreMadeAnew) {
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     Header& header = arena.header();
-    for (Word& head : header.central) head.storeRelaxed(blocks[5]);
+    for (WordOf<Ref>& head : header.central) head.storeRelaxed(blocks[5]);
     for (const Ref ref : blocks) block(ref).next.storeRelaxed(blocks[7]);
     repairAfterDeath();
     expectInOrder();
-    header.central[anyClass].storeRelaxed(~0u);
+    header.central[anyClass].storeRelaxed(Ref{~0u});
     repairAfterDeath();
     expectInOrder();
 }
@@ -283,7 +283,7 @@ TEST_F(RecoveryTest, AGarbledCentralListIsNotFollowedEvenBeforeTheRepair) {
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     block(blocks[0]).owner.storeRelaxed(heldBy(live.spid));
-    for (const Ref head : {blocks[0], blocks[0] + 1, 1u, ~0u}) {
+    for (const Ref head : {blocks[0], blocks[0] + 1, Ref{1}, Ref{~0u}}) {
         arena.header().central[anyClass].storeRelaxed(head);
         const DomainLock lock(*joined);
         EXPECT_FALSE(central::pop(arena, anyClass));
@@ -328,7 +328,7 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
         blocks = refsOf(lease::fromFreshPages(lock, dead, 20, 1));
     }
     reapDead(dead);
-    const uint32_t first = blocks[0] / linesPerPage - arena.filePageOf(0);
+    const uint32_t first = pageOf(blocks[0]) - arena.filePageOf(0);
     arena.pageEntry(first).storeRelaxed(0);
     repairAfterDeath();
     expectInOrder();
@@ -354,8 +354,8 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
         const ScopedDescriptor ownDoorbell(doorbell::make(joined->directory(), makeSpid(index, 1), 0600));
     }
     Slot& slot = arena.slot(index);
-    slot.mailbox.storeRelaxed(stack::closed);
-    slot.returned.storeRelaxed(stack::closed);
+    slot.mailbox.storeRelaxed(stack::headOf(stack::closed));
+    slot.returned.storeRelaxed(stack::headOf(stack::closed));
     slot.life.storeRelaxed(closedAs(makeSpid(index, 1)));
     slot.nameHash.storeRelaxed(nameOf("never").hash());
     insertName(arena, index);
@@ -372,8 +372,8 @@ TEST_F(RecoveryTest, WhatIsPushedIntoASlotWhoseOpenerDiedJustBeforeItWasOpenIsFo
     const Spid next = makeSpid(indexOf(earlier), generationOf(earlier) + 1);
     Slot& slot = slotOf(next);
     slot.life.storeRelaxed(closedAs(next));
-    slot.mailbox.storeRelaxed(stack::empty);
-    slot.returned.storeRelaxed(stack::empty);
+    slot.mailbox.storeRelaxed(stack::headOf(stack::empty));
+    slot.returned.storeRelaxed(stack::headOf(stack::empty));
     LinxSignal* signal = linx_alloc(live, 4, 1);
     const Ref ref = refOf(signal);
     post(ref, live.spid, earlier);
@@ -400,8 +400,8 @@ TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheQuarantineIsInItAgain) {
         const DomainLock lock(*joined);
         removeName(arena, indexOf(dead));
         slotOf(dead).life.storeRelaxed(closedAs(dead));
-        slotOf(dead).mailbox.storeRelaxed(stack::closed);
-        slotOf(dead).returned.storeRelaxed(stack::closed);
+        slotOf(dead).mailbox.storeRelaxed(stack::headOf(stack::closed));
+        slotOf(dead).returned.storeRelaxed(stack::headOf(stack::closed));
     }
     repairAfterDeath();
     EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), indexOf(dead));
@@ -433,7 +433,7 @@ TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
     block(stray).home.storeRelaxed(earlier);
     share::remove(slotOf(dead), dead, linesOfClass(anyClass));
     address(stray, dead, earlier);
-    stack::push(slotOf(live.spid).returned, block(stray), stray);
+    stack::push(slotOf(live.spid).returned, arena.blockAt(stray));
     const uint32_t before = leasedLines(live.spid);
     std::vector<LinxSignal*> signals;
     while (block(stray).owner.loadRelaxed() != OwnerWord::free) signals.push_back(linx_alloc(live, 4, 1));
@@ -448,7 +448,7 @@ TEST_F(RecoveryTest, MailMeantForAnEarlierUserOfTheSlotIsNotDelivered) {
     const Spid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     address(blocks[0], dead, earlier);
-    linxtest::deliver(slotOf(live.spid), block(blocks[0]), blocks[0]);
+    linxtest::deliver(slotOf(live.spid), arena.blockAt(blocks[0]));
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(dropped(live.spid), 1u);
     reapDead(dead);

@@ -61,7 +61,7 @@ protected:
     /// The same of a block that is lost.
     template <class T, class Wrong>
     void expectLost(WordOf<T>& word, Wrong wrong, const std::string& what) const {
-        expectSaidAtRest(word, wrong, nameOf("block", refOf(kept)) + ": " + what);
+        expectSaidAtRest(word, wrong, nameOf("block", numberOf(refOf(kept))) + ": " + what);
         const T right = word.loadRelaxed();
         word.storeRelaxed(static_cast<T>(wrong));
         EXPECT_EQ(look(Grade::full).census.lost, 1u);
@@ -76,7 +76,7 @@ protected:
     /// The list that has a block in it.
     uint32_t usedClass() const {
         uint32_t sizeClass = 0;
-        while (header().central[sizeClass].loadRelaxed() == 0) ++sizeClass;
+        while (header().central[sizeClass].loadRelaxed() == Ref::none) ++sizeClass;
         return sizeClass;
     }
     /// The first page that was never used.
@@ -119,14 +119,14 @@ TEST_F(ValidateTest, SeesThatAGapIsLongerThanIsSaid) {
 
 TEST_F(ValidateTest, SeesThatACentralListLeadsAstray) {
     const uint32_t sizeClass = usedClass();
-    Word& head = header().central[sizeClass];
+    WordOf<Ref>& head = header().central[sizeClass];
     const std::string itsBlocks = nameOf("central list", sizeClass) + ": its blocks are of its class";
     Block& first = block(head.loadRelaxed());
     const Ref second = first.next.loadRelaxed();
-    ASSERT_NE(second, 0u);
+    ASSERT_NE(second, Ref::none);
     expectSaid(head, second, "header: centralLines =");
     expectSaid(head, 0, "header: centralLines =");
-    expectSaid(head, arena.refOfPage(0) - 1, itsBlocks);
+    expectSaid(head, arena.refOfPage(0) + ~0u, itsBlocks);
     expectSaid(first.next, head.loadRelaxed(), "header: centralLines =");
     expectSaid(first.owner, live.spid, itsBlocks);
     expectSaid(first.home, live.spid, itsBlocks);
@@ -187,15 +187,15 @@ TEST_F(ValidateTest, SeesAtRestThatABlockIsInTheWrongPlace) {
     const Ref mail = stack::refOf(slotOf(other.spid).mailbox.loadRelaxed());
     ASSERT_NE(mail, stack::empty);
     expectSaidAtRest(slotOf(other.spid).returned, mail,
-                     nameOf("block", mail) + ": it is in one place (returned stack");
-    expectSaidAtRest(block(mail).next, mail, nameOf("block", mail) + ": it is in one place (mailbox");
-    expectSaidAtRest(block(mail).next, arena.refOfPage(0) - 1,
+                     nameOf("block", numberOf(mail)) + ": it is in one place (returned stack");
+    expectSaidAtRest(block(mail).next, mail, nameOf("block", numberOf(mail)) + ": it is in one place (mailbox");
+    expectSaidAtRest(block(mail).next, arena.refOfPage(0) + ~0u,
                      nameOf("mailbox", indexOf(other.spid)) + ": its links lead from block");
     expectSaidAtRest(own().returned, refOf(kept),
-                     nameOf("block", refOf(kept)) + ": the blocks of a stack are in flight");
+                     nameOf("block", numberOf(refOf(kept))) + ": the blocks of a stack are in flight");
     blockOf(kept)->owner.storeRelaxed(OwnerWord::free);
     expectSaidAtRest(blockOf(kept)->home, noHome,
-                     nameOf("block", refOf(kept)) + ": without owner and home it is in a");
+                     nameOf("block", numberOf(refOf(kept))) + ": without owner and home it is in a");
     blockOf(kept)->owner.storeRelaxed(heldBy(live.spid));
 }
 

@@ -167,7 +167,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
             for (uint32_t i = 0; i < each; ++i) {
                 const Ref ref = arena.refOfPage(0) + sender * each + i;
                 arena.blockAt(ref)->signal.number = i;
-                linxtest::deliver(slot, *arena.blockAt(ref), ref);
+                linxtest::deliver(slot, arena.blockAt(ref));
                 wake_state::ringIfAsked(slot, receiver, sender + 1, [&] { return doorbell::ring(peer.get()); });
             }
         });

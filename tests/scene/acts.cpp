@@ -160,7 +160,7 @@ void lend(Victim& victim) {
     }
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     const linx::Slot& slot = domain->arena().slot(linx::indexOf(spidOf(victim.linx)));
-    while (slot.returned.loadAcquire() == linx::stack::empty) sched_yield();
+    while (!linx::stack::holdsBlocks(slot.returned.loadAcquire())) sched_yield();
 }
 
 /// All of the arena cut into blocks of one size, all of them in the central lists: only reclaiming makes room for

@@ -125,13 +125,13 @@ private:
         const uint32_t entry = read(linx::pageMapOffset + size_t{page} * 4);
         const uint32_t sizeClass = linx::entryClass(entry);
         const uint32_t start = page - linx::entryBack(entry);
-        const auto refOf = [&](uint32_t of) { return (firstPoolPage() + of) * linx::linesPerPage; };
+        const auto refOf = [&](uint32_t of) { return linx::Ref{(firstPoolPage() + of) * linx::linesPerPage}; };
         if (sizeClass >= linx::sizeClassCount || start > page) return refOf(page) + draw(linx::linesPerPage);
         const linx::SizeClass& c = linx::sizeClasses[sizeClass];
         if (start + c.pages > pageCount_) return refOf(page) + draw(linx::linesPerPage);
         return refOf(start) + draw(c.blocks) * c.lines;
     }
-    static size_t blockOffset(linx::Ref ref) { return size_t{ref} * linx::lineBytes; }
+    static size_t blockOffset(linx::Ref ref) { return size_t{numberOf(ref)} * linx::lineBytes; }
 
     uint32_t chooseValue(size_t place) {
         const uint32_t before = read(place);
@@ -148,7 +148,7 @@ private:
                 return before - 1;
             case 5:
             case 6:
-                return chooseBlock();
+                return numberOf(chooseBlock());
             case 7:  // of a block's header: the block itself
                 return static_cast<uint32_t>(place / linx::lineBytes);
             case 8:
