@@ -37,19 +37,21 @@ public:
     Arena& operator=(const Arena&) = delete;
 
     Header& header() const { return *at<Header>(0); }
-    Word& bucket(uint32_t hash) const { return at<Word>(bucketsOffset)[hash & (slotCount - 1)]; }
+    WordOf<SlotIndex>& bucket(uint32_t hash) const {
+        return at<WordOf<SlotIndex>>(bucketsOffset)[hash & (slotCount - 1)];
+    }
     Word& pageEntry(uint32_t index) const { return at<Word>(pageMapOffset)[index]; }
 
     /// REQUIRES a slot or a hunt that has memory: one's own, one of those in use, or one that was asked for below.
-    Slot& slot(uint32_t index) const { return at<Slot>(slotsOffset)[index & (slotCount - 1)]; }
+    Slot& slot(SlotIndex index) const { return at<Slot>(slotsOffset)[numberOf(index) & (slotCount - 1)]; }
     Hunt& hunt(uint32_t index) const { return at<Hunt>(huntsOffset)[index & (huntCount - 1)]; }
 
     /// Whether the slot may be touched. The first is none.
-    bool hasSlot(uint32_t index) const { return index != 0 && slots_.has(index); }
+    bool hasSlot(SlotIndex index) const { return index != SlotIndex::none && slots_.has(numberOf(index)); }
 
     /// Give memory to what is to be put to use, and to all before it. False with errno, ENOMEM when the file system
     /// is full.
-    bool provideSlot(uint32_t index) const { return slots_.provide(index); }
+    bool provideSlot(SlotIndex index) const { return slots_.provide(numberOf(index)); }
     bool provideHunt(uint32_t index) const { return hunts_.provide(index); }
     bool providePage(uint32_t index) const { return pages_.provide(index); }
 
@@ -61,6 +63,13 @@ public:
         return entries == 0 ? 0 : entries - 1;
     }
     uint32_t usedHunts() const { return hunts_.clip(std::min(header().huntsUsed.loadRelaxed(), huntCount)); }
+
+    /// Calls `visit(index, slot)` for every slot that has been used.
+    template <class Visit>
+    void forEachUsedSlot(Visit visit) const {
+        const uint32_t used = usedSlots();
+        for (uint32_t i = 1; i <= used; ++i) visit(SlotIndex{i}, slot(SlotIndex{i}));
+    }
 
     /// Pages below have been leased at least once: all runs lie there. Under the domain lock, which orders it.
     uint32_t usedPages() const { return pages_.clip(std::min(header().pagesUsed.loadRelaxed(), pageCount_)); }

@@ -90,23 +90,23 @@ struct Header {
     Word reserved[6];
 
     // Guarded by the domain lock; but anybody may raise the pressure, and add to what reclaiming took.
-    Word dirty;           ///< 1 while the domain lock is held; found set, its holder died and repair() has work
-    Word slotsUsed;       ///< slots 1 to slotsUsed have been used at least once
-    Word openEndpoints;   ///< how many there are; decides what each may keep for itself
-    Word quarantineHead;  ///< first of the chain of ended slots, the oldest; 0 none
-    Word quarantineTail;  ///< its last
-    Word quarantined;     ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
-    Word huntsUsed;       ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word pagesUsed;       ///< pages below have been leased at least once
-    Word longestGap;      ///< of these no more adjoin that are free again; perhaps fewer
-    Word gapHint;         ///< where the search for such goes on
-    Word centralLines;    ///< in the lists below
-    Word centralLeast;    ///< the least of that since memory was reclaimed last
-    Word pressure;        ///< counts the times that memory ran out: each has endpoints give up what they keep
-    Word pressedAt;       ///< milliseconds: when it was raised last
-    Word pressureMet;     ///< the count when memory was reclaimed last
-    Pace reclaiming;      ///< of memory
-    Pace reaping;         ///< of whoever has died
+    Word dirty;          ///< 1 while the domain lock is held; found set, its holder died and repair() has work
+    Word slotsUsed;      ///< slots 1 to slotsUsed have been used at least once
+    Word openEndpoints;  ///< how many there are; decides what each may keep for itself
+    WordOf<SlotIndex> quarantineHead;  ///< first of the chain of ended slots, the oldest
+    WordOf<SlotIndex> quarantineTail;  ///< its last
+    Word quarantined;   ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
+    Word huntsUsed;     ///< hunt entries 0 to huntsUsed-1 may be in use
+    Word pagesUsed;     ///< pages below have been leased at least once
+    Word longestGap;    ///< of these no more adjoin that are free again; perhaps fewer
+    Word gapHint;       ///< where the search for such goes on
+    Word centralLines;  ///< in the lists below
+    Word centralLeast;  ///< the least of that since memory was reclaimed last
+    Word pressure;      ///< counts the times that memory ran out: each has endpoints give up what they keep
+    Word pressedAt;     ///< milliseconds: when it was raised last
+    Word pressureMet;   ///< the count when memory was reclaimed last
+    Pace reclaiming;    ///< of memory
+    Pace reaping;       ///< of whoever has died
     WordOf<Ref> central[sizeClassCount];  ///< lists of free blocks without a home, a class each
 };
 static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
@@ -171,8 +171,8 @@ struct alignas(lineBytes) Slot {
     Word forkRound;  ///< who owns the endpoint after a fork, see Ownership::claim
     Word nameHash;
     Word nameLength;
-    Word nextInBucket;
-    Word nextInQuarantine;
+    WordOf<SlotIndex> nextInBucket;
+    WordOf<SlotIndex> nextInQuarantine;
     Word quarantineStamp;
     Word leasedLines;  ///< lines of the pool whose home this endpoint is, see share.h
     uint32_t pad3[8];

@@ -41,7 +41,7 @@ bool Name::equals(const Word* words, uint32_t length) const {
 Spid findName(const Arena& arena, const Name& name) {
     // Acquire: (N), pairs with the releases in insertName and removeName; a slot's own link is as new as the link
     // that leads to it.
-    uint32_t index = arena.bucket(name.hash()).loadAcquire();
+    SlotIndex index = arena.bucket(name.hash()).loadAcquire();
     for (uint32_t left = slotCount; arena.hasSlot(index) && left != 0; --left) {
         const Slot& slot = arena.slot(index);
         // Acquire: (K), pairs with the release that opened the endpoint, its name written before. Hash and length are
@@ -75,18 +75,18 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     return spidOf(slot.life.loadRelaxed()) == spid;
 }
 
-void insertName(const Arena& arena, uint32_t index) {
+void insertName(const Arena& arena, SlotIndex index) {
     Slot& slot = arena.slot(index);
-    Word& bucket = arena.bucket(slot.nameHash.loadRelaxed());
+    WordOf<SlotIndex>& bucket = arena.bucket(slot.nameHash.loadRelaxed());
     slot.nextInBucket.storeRelaxed(bucket.loadRelaxed());
     bucket.storeRelease(index);  // (N), pairs with the acquires in findName
 }
 
-void removeName(const Arena& arena, uint32_t index) {
+void removeName(const Arena& arena, SlotIndex index) {
     const Slot& slot = arena.slot(index);
-    Word* link = &arena.bucket(slot.nameHash.loadRelaxed());
+    WordOf<SlotIndex>* link = &arena.bucket(slot.nameHash.loadRelaxed());
     for (uint32_t left = slotCount; left != 0; --left) {
-        const uint32_t here = link->loadRelaxed();
+        const SlotIndex here = link->loadRelaxed();
         if (!arena.hasSlot(here)) return;
         if (here == index) {
             // The removed slot keeps its own link, so a reader that stands on it goes on. Release: (N), the slot that

@@ -39,8 +39,8 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name);
 
 /// Under the domain lock: puts the slot, its name written, into the table, and takes it out. Each is one store that
 /// others may see before or after.
-void insertName(const Arena& arena, uint32_t index);
-void removeName(const Arena& arena, uint32_t index);
+void insertName(const Arena& arena, SlotIndex index);
+void removeName(const Arena& arena, SlotIndex index);
 
 }  // namespace linx
 

@@ -56,8 +56,8 @@ constexpr bool isInFlight(OwnerWord owner) {
 }
 
 /// Whether it is on its way to the slot: perhaps to an earlier user of it, from a sender that was held up.
-constexpr bool isInFlightTo(OwnerWord owner, uint32_t index) {
-    const uint32_t difference = numberOf(owner) ^ (ownerInFlight | index);
+constexpr bool isInFlightTo(OwnerWord owner, SlotIndex index) {
+    const uint32_t difference = numberOf(owner) ^ (ownerInFlight | numberOf(index));
     return (difference & (ownerInFlight | (slotCount - 1))) == 0;
 }
 

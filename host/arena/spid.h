@@ -18,23 +18,26 @@ namespace linx {
  */
 using Spid = uint32_t;
 
+/// A slot, by its number in the table.
+enum class SlotIndex : uint32_t { none = 0 };
+
 constexpr uint32_t spidIndexBits = 13;
 constexpr uint32_t spidGenerationBits = 17;
 constexpr uint32_t spidMask = (1u << (spidIndexBits + spidGenerationBits)) - 1;
 constexpr uint32_t slotCount = 1u << spidIndexBits;
 constexpr uint32_t generationMask = (1u << spidGenerationBits) - 1;
 
-constexpr uint32_t indexOf(Spid spid) {
-    return spid & (slotCount - 1);
+constexpr SlotIndex indexOf(Spid spid) {
+    return SlotIndex{spid & (slotCount - 1)};
 }
 constexpr uint32_t generationOf(Spid spid) {
     return (spid >> spidIndexBits) & generationMask;
 }
-constexpr Spid makeSpid(uint32_t index, uint32_t generation) {
-    return ((generation & generationMask) << spidIndexBits) | index;
+constexpr Spid makeSpid(SlotIndex index, uint32_t generation) {
+    return ((generation & generationMask) << spidIndexBits) | numberOf(index);
 }
 constexpr bool isSpid(uint32_t value) {
-    return (value & ~spidMask) == 0 && indexOf(value) != 0;
+    return (value & ~spidMask) == 0 && indexOf(value) != SlotIndex::none;
 }
 
 /// Whether `spid` is an earlier incarnation than `current` of the same slot; generations wrap, so "earlier" means

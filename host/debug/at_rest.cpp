@@ -21,9 +21,9 @@ public:
     void check() {
         checkUnusedPages();
         visitCentralLists();
-        forEachUsedSlot([this](uint32_t index, const Slot& slot) { checkStacks(index, slot); });
+        arena_.forEachUsedSlot([this](SlotIndex index, const Slot& slot) { checkStacks(index, slot); });
         forEachBlock(arena_, [this](BlockRef block) { place(block); });
-        forEachUsedSlot([this](uint32_t index, const Slot& slot) {
+        arena_.forEachUsedSlot([this](SlotIndex index, const Slot& slot) {
             if (!isOpenSlot(slot)) return;
             checkShare(index, slot);
             checkName(index, slot);
@@ -34,11 +34,6 @@ private:
     template <class Where>
     void broken(const Where& where, const char* invariant, const std::string& details = {}) {
         note(findings_, where, invariant, details);
-    }
-
-    template <class Visit>
-    void forEachUsedSlot(Visit visit) const {
-        for (uint32_t i = 1; i <= arena_.usedSlots(); ++i) visit(i, arena_.slot(i));
     }
 
     static bool isOpenSlot(const Slot& slot) { return isOpen(slot.life.loadRelaxed()); }
@@ -67,7 +62,7 @@ private:
         }
     }
 
-    void checkStacks(uint32_t index, const Slot& slot) {
+    void checkStacks(SlotIndex index, const Slot& slot) {
         const Subject self = {"slot", index};
         const StackHead mailbox = slot.mailbox.loadRelaxed();
         const StackHead returned = slot.returned.loadRelaxed();
@@ -83,7 +78,7 @@ private:
         }
     }
 
-    void checkStack(uint32_t index, StackHead head, const char* kind) {
+    void checkStack(SlotIndex index, StackHead head, const char* kind) {
         const Subject self = {kind, index};
         Ref ref = stack::refOf(head);
         while (ref != stack::empty) {
@@ -124,7 +119,7 @@ private:
         if (!isKept) broken(Subject{"block", ref}, invariant);
     }
 
-    void checkShare(uint32_t index, const Slot& slot) {
+    void checkShare(SlotIndex index, const Slot& slot) {
         const Spid spid = userOf(slot);
         const uint32_t counted = share::linesOf(slot);
         const uint32_t lines = linesAt_[spid];
@@ -139,7 +134,7 @@ private:
         }
     }
 
-    void checkName(uint32_t index, const Slot& slot) {
+    void checkName(SlotIndex index, const Slot& slot) {
         Name name;
         const bool isFound = nameOfSpid(arena_, userOf(slot), name) && findName(arena_, name) == userOf(slot);
         if (!isFound) broken(Subject{"slot", index}, "findName(its name) = its spid", name.text());

@@ -35,8 +35,8 @@ private:
         note(findings_, where, invariant, details);
     }
 
-    bool isOpenSlot(uint32_t index) const { return isOpen(arena_.slot(index).life.loadRelaxed()); }
-    bool isUsedSlot(uint32_t index) const { return index != 0 && index <= usedSlots_; }
+    bool isOpenSlot(SlotIndex index) const { return isOpen(arena_.slot(index).life.loadRelaxed()); }
+    bool isUsedSlot(SlotIndex index) const { return index != SlotIndex::none && numberOf(index) <= usedSlots_; }
 
     void checkBounds() {
         if (header_.slotsUsed.loadRelaxed() >= slotCount) broken("header", "slotsUsed < slots");
@@ -94,20 +94,19 @@ private:
     }
 
     void checkSlots() {
-        for (uint32_t i = 1; i <= usedSlots_; ++i) {
-            const Slot& slot = arena_.slot(i);
+        arena_.forEachUsedSlot([this](SlotIndex i, const Slot& slot) {
             const LifeWord life = slot.life.loadRelaxed();
-            if (life == LifeWord::neverUsed) continue;  // its first user has not come to open it
+            if (life == LifeWord::neverUsed) return;  // its first user has not come to open it
             const Spid spid = spidOf(life);
             const bool isLife = life == openAs(spid) || life == closedAs(spid);
             if (!isLife || indexOf(spid) != i) broken(Subject{"slot", i}, "indexOf(life) = its own");
-            if (!isOpenSlot(i)) continue;
+            if (!isOpen(life)) return;
             ++open_;
             const WakeWord wakeState = slot.wakeState.loadRelaxed();
             if (wakeState != wake_state::word(spid, wake_state::stateOf(wakeState))) {
                 broken(Subject{"slot", i}, "wakeState and life are of one generation");
             }
-        }
+        });
         expectEqual(findings_, "header", "openEndpoints = open slots", header_.openEndpoints.loadRelaxed(), open_);
     }
 
@@ -115,11 +114,11 @@ private:
         const uint32_t ended = usedSlots_ - open_;
         const uint32_t now = header_.quarantined.loadRelaxed();
         uint32_t listed = 0;
-        uint32_t last = 0;
+        SlotIndex last = SlotIndex::none;
         uint32_t ageBefore = ~0u;
-        for (uint32_t i = header_.quarantineHead.loadRelaxed(); i != 0 && listed <= ended; ++listed) {
+        for (SlotIndex i = header_.quarantineHead.loadRelaxed(); i != SlotIndex::none && listed <= ended; ++listed) {
             if (!isUsedSlot(i) || isOpenSlot(i)) {
-                return broken("quarantine", "its slots have been used and are not open", "slot " + std::to_string(i));
+                return broken("quarantine", "its slots have been used and are not open", Subject{"slot", i}.text());
             }
             const uint32_t age = now - arena_.slot(i).quarantineStamp.loadRelaxed();
             if (age > ageBefore) broken(Subject{"slot", i}, "the quarantine is in the order of its stamps");
@@ -135,9 +134,10 @@ private:
     void checkNames() {
         uint32_t listed = 0;
         for (uint32_t bucket = 0; bucket < slotCount; ++bucket) {
-            for (uint32_t i = arena_.bucket(bucket).loadRelaxed(); i != 0 && listed <= open_; ++listed) {
+            for (SlotIndex i = arena_.bucket(bucket).loadRelaxed(); i != SlotIndex::none && listed <= open_;
+                 ++listed) {
                 if (!isUsedSlot(i) || !isOpenSlot(i)) {
-                    return broken(Subject{"bucket", bucket}, "its slots are open", "slot " + std::to_string(i));
+                    return broken(Subject{"bucket", bucket}, "its slots are open", Subject{"slot", i}.text());
                 }
                 if (arena_.slot(i).nameHash.loadRelaxed() % slotCount != bucket) {
                     broken(Subject{"slot", i}, "its bucket is that of nameHash");

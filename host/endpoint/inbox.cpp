@@ -233,7 +233,7 @@ void Inbox::handleEvents(int milliseconds) {
             } else if (tag == event_tag::timer) {
                 fireTimeouts();
             } else {
-                peers_.check(tag);
+                peers_.check(SlotIndex{tag});
             }
         }
     } while (count == most);

@@ -64,7 +64,7 @@ public:
 
     /// The kernel has told of the peer in this slot, if there is one. It is asked again: the slot may be another
     /// endpoint's by now, which lives.
-    void check(uint32_t index);
+    void check(SlotIndex index);
 
     /// The peer has ended.
     void end(const Peer& peer) { end(indexOf(peer.spid)); }
@@ -132,14 +132,16 @@ private:
         supervisions_ -= peer.notices.size();
         peer.notices.clear();
     }
-    Peer* inSlot(uint32_t index) const { return index < peers_.size() ? peers_[index].get() : nullptr; }
+    Peer* inSlot(SlotIndex index) const {
+        return numberOf(index) < peers_.size() ? peers_[numberOf(index)].get() : nullptr;
+    }
     Peer* lookUp(Spid spid);
     Peer* open(Spid spid);
-    void end(uint32_t index);
+    void end(SlotIndex index);
     void findEnded();
     void watchSender(Spid sender);
     void rememberDead(Spid dead);
-    std::unique_ptr<Peer> disconnect(uint32_t index);
+    std::unique_ptr<Peer> disconnect(SlotIndex index);
     void forgetLatest();
     int openDoorbell(Spid spid);
     void leaveReserve(ScopedDescriptor& doorbell);

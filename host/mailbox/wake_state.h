@@ -59,8 +59,8 @@ static_assert(parked < awake && notified == awake + 1 && notifying > notified,
 /// and returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over
 /// that: the word goes on asking the next sender to ring, and the caller has to try again.
 template <class WriteDoorbell>
-int ring(WordOf<WakeWord>& wakeState, WakeWord found, Spid to, uint32_t ownIndex, WriteDoorbell writeDoorbell) {
-    const WakeWord claimed = word(to, notifying + ownIndex);
+int ring(WordOf<WakeWord>& wakeState, WakeWord found, Spid to, SlotIndex ownIndex, WriteDoorbell writeDoorbell) {
+    const WakeWord claimed = word(to, notifying + numberOf(ownIndex));
     // Dying or stopping between this and the ring: every later sender sees the state and rings, and the reaper of
     // this sender rings. When it fails, another sender is notifying, or the endpoint is awake; ring in the former
     // case too, for the other may have died.
@@ -76,7 +76,7 @@ int ring(WordOf<WakeWord>& wakeState, WakeWord found, Spid to, uint32_t ownIndex
 
 /// Looks whether the endpoint `to` in this slot asks to be rung, after a push, and does it as above.
 template <class WriteDoorbell>
-int ringIfAsked(Slot& slot, Spid to, uint32_t ownIndex, WriteDoorbell writeDoorbell) {
+int ringIfAsked(Slot& slot, Spid to, SlotIndex ownIndex, WriteDoorbell writeDoorbell) {
     return ring(slot.wakeState, slot.wakeState.loadSeqCst(), to, ownIndex, writeDoorbell);  // (B)
 }
 

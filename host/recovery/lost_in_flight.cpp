@@ -17,7 +17,7 @@ struct Sending {
     Spid sender;
     bool pushed;
 
-    uint32_t target() const { return indexOf(spidOf(owner)); }
+    SlotIndex target() const { return indexOf(spidOf(owner)); }
 
     /// Whether it is still where it was. Acquire: (E), as when it was found; who took it since has written one of
     /// them, seen after a look at the stacks by (G) or (I), and one that has died cannot become either again.

@@ -71,34 +71,31 @@ void finishAnswering(const Arena& arena) {
 /// An opening process died when others could push into the slot already, who knew an earlier user of it: the endpoint
 /// is opened, and what has been pushed is found when it is reaped.
 void finishOpening(const Arena& arena) {
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        Slot& slot = arena.slot(i);
+    arena.forEachUsedSlot([](SlotIndex, Slot& slot) {
         const LifeWord life = slot.life.loadRelaxed();
         const bool isClosed = stack::refOf(slot.mailbox.loadRelaxed()) == stack::closed;
         // Release: (K), as the store that the opener would have done.
         if (life != LifeWord::neverUsed && !isClosed) slot.life.storeRelease(openAs(spidOf(life)));
-    }
+    });
 }
 
 void rebuildNames(const Arena& arena) {
     // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
     for (uint32_t i = 0; i < slotCount; ++i) {
         // Most are empty, and hunters read them meanwhile: what need not change stays in their caches.
-        if (arena.bucket(i).loadRelaxed() != 0) arena.bucket(i).storeRelaxed(0);
+        WordOf<SlotIndex>& bucket = arena.bucket(i);
+        if (bucket.loadRelaxed() != SlotIndex::none) bucket.storeRelaxed(SlotIndex::none);
     }
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        if (isOpen(arena.slot(i).life.loadRelaxed())) insertName(arena, i);
-    }
+    arena.forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
+        if (isOpen(slot.life.loadRelaxed())) insertName(arena, index);
+    });
 }
 
 void removeStaleDoorbells(const Arena& arena, int directory) {
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        const LifeWord life = arena.slot(i).life.loadRelaxed();
+    arena.forEachUsedSlot([&](SlotIndex, const Slot& slot) {
+        const LifeWord life = slot.life.loadRelaxed();
         if (!isOpen(life) && life != LifeWord::neverUsed) doorbell::remove(directory, spidOf(life));
-    }
+    });
 }
 
 }  // namespace

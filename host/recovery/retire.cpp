@@ -111,12 +111,11 @@ void reap(const DomainLock& lock, const Spid* dead, size_t count) {
 void reapAllDead(const DomainLock& lock) {
     Throttle(lock.arena().header().reaping).run([&] {
         SlotSet ending(lock.arena());
-        const uint32_t used = lock.arena().usedSlots();
-        for (uint32_t i = 1; i <= used; ++i) {
-            const LifeWord life = lock.arena().slot(i).life.loadRelaxed();  // (P)
+        lock.arena().forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
+            const LifeWord life = slot.life.loadRelaxed();  // (P)
             const Spid spid = spidOf(life);
-            if (isOpen(life) && indexOf(spid) == i && hasDied(lock.domain(), spid)) ending.insert(spid);
-        }
+            if (isOpen(life) && indexOf(spid) == index && hasDied(lock.domain(), spid)) ending.insert(spid);
+        });
         retireAll(lock, ending, Leftovers::anything);
     });
 }

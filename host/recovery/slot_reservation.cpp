@@ -46,8 +46,8 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
 
 SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : lock_(lock) {
     if (!makeWay(name)) return;
-    const uint32_t index = take();
-    if (index == 0) return;
+    const SlotIndex index = take();
+    if (index == SlotIndex::none) return;
     before_ = lock.arena().slot(index).life.loadRelaxed();
     spid_ = makeSpid(index, generationOf(spidOf(before_)) + 1);
     if (before_ == LifeWord::neverUsed) closeFresh(slot());
@@ -96,9 +96,9 @@ bool SlotReservation::makeWay(const Name& name) const {
     return true;
 }
 
-uint32_t SlotReservation::take() const {
-    const uint32_t index = takeSlot(lock_.arena());
-    return index == 0 && reapAllDeadIfDue(lock_) ? takeSlot(lock_.arena()) : index;
+SlotIndex SlotReservation::take() const {
+    const SlotIndex index = takeSlot(lock_.arena());
+    return index == SlotIndex::none && reapAllDeadIfDue(lock_) ? takeSlot(lock_.arena()) : index;
 }
 
 }  // namespace linx

@@ -26,7 +26,7 @@ public:
 
 private:
     bool makeWay(const Name& name) const;
-    uint32_t take() const;
+    SlotIndex take() const;
     Slot& slot() const { return lock_.arena().slot(indexOf(spid_)); }
 
     const DomainLock& lock_;

@@ -31,12 +31,12 @@ uint32_t comeBetweenLooks(Arrange arrange, Change change, Look look) {
 /// A slot that goes from one endpoint to the next, whose names lie in one bucket.
 class ChangingHandsTest : public testing::Test {
 protected:
-    static constexpr uint32_t index = 5;
+    static constexpr SlotIndex index{5};
     static constexpr Spid earlier = makeSpid(index, 1);
     static constexpr Spid later = makeSpid(index, 2);
 
     void arrange() {
-        arena.bucket(nameOf(names[0]).hash()).storeRelaxed(0);
+        arena.bucket(nameOf(names[0]).hash()).storeRelaxed(SlotIndex::none);
         layOpenSlot(arena, index, names[0]);
     }
 

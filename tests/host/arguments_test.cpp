@@ -302,7 +302,7 @@ TEST_F(ArgumentsTest, ANameIsHandedBackOnceAndToItsEndpoint) {
     EXPECT_EQ(linx_free_name(linx, &name), -1);
     name = nullptr;
     EXPECT_EQ(linx_free_name(linx, &name), -1);
-    for (const LinxSpid spid : {0u, ~0u, makeSpid(8000, 1), peer.spid | 1u << 31}) {
+    for (const LinxSpid spid : {0u, ~0u, makeSpid(SlotIndex{8000}, 1), peer.spid | 1u << 31}) {
         EXPECT_EQ(linx_get_name(linx, spid, &name), -1);
         EXPECT_EQ(errno, ESRCH);
         EXPECT_EQ(name, nullptr);

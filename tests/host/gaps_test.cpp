@@ -67,10 +67,10 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
 }
 
 TEST_F(GapsTest, ADoorbellThatCouldNotBeRungIsRungByTheNextSender) {
-    constexpr Spid receiver = makeSpid(5, 1);
+    constexpr Spid receiver = makeSpid(SlotIndex{5}, 1);
     Slot slot{};
     slot.wakeState.storeRelaxed(wake_state::word(receiver, wake_state::parked));
-    EXPECT_EQ(wake_state::ringIfAsked(slot, receiver, 3, [] { return EMFILE; }), EMFILE);
+    EXPECT_EQ(wake_state::ringIfAsked(slot, receiver, SlotIndex{3}, [] { return EMFILE; }), EMFILE);
     EXPECT_TRUE(wake_state::wantsRing(slot.wakeState.loadRelaxed(), receiver));
 }
 
@@ -80,7 +80,7 @@ TEST_F(GapsTest, ASpidThatWasNeverUsedIsToldWithoutTouchingItsSlot) {
     struct stat before;
     struct stat after;
     ASSERT_EQ(stat(path.c_str(), &before), 0);
-    const Spid never = makeSpid(8000, 1);
+    const Spid never = makeSpid(SlotIndex{8000}, 1);
     char* name = nullptr;
     EXPECT_EQ(linx_get_name(endpoint, never, &name), -1);
     EXPECT_EQ(errno, ESRCH);

@@ -25,7 +25,7 @@ protected:
         return all;
     }
 
-    const Spid hunter = makeSpid(1, 1);
+    const Spid hunter = makeSpid(SlotIndex{1}, 1);
     MemoryArena memory;
     const Arena arena = memory.arena();
 };
@@ -64,10 +64,10 @@ TEST_F(HuntTableTest, TrimmingForgetsWhatIsUnusedAtTheEnd) {
 
 TEST_F(HuntTableTest, AFullTableTakesNothingMoreUntilOneIsCleared) {
     for (uint32_t signal = 1; signal <= huntCount; ++signal) {
-        const Spid oneOfFour = makeSpid(1 + signal % 4, 1);
+        const Spid oneOfFour = makeSpid(SlotIndex{1 + signal % 4}, 1);
         ASSERT_EQ(addHunt(arena, oneOfFour, nameOf("absent"), Ref{signal}), 0);
     }
-    const Spid another = makeSpid(5, 1);
+    const Spid another = makeSpid(SlotIndex{5}, 1);
     EXPECT_EQ(addHunt(arena, another, nameOf("absent"), Ref{5000}), ENOSPC);
     EXPECT_EQ(signals().size(), huntCount);
     clearHunt(arena.hunt(huntCount - 1));
@@ -79,7 +79,7 @@ TEST_F(HuntTableTest, AFullTableTakesNothingMoreUntilOneIsCleared) {
 TEST_F(HuntTableTest, NobodyTakesMoreThanAQuarterOfTheTable) {
     for (uint32_t signal = 1; signal <= huntsOfOne; ++signal) ASSERT_EQ(add("absent", signal), 0);
     EXPECT_EQ(add("absent", 5000), EDQUOT);
-    EXPECT_EQ(addHunt(arena, makeSpid(2, 1), nameOf("absent"), Ref{5001}), 0);
+    EXPECT_EQ(addHunt(arena, makeSpid(SlotIndex{2}, 1), nameOf("absent"), Ref{5001}), 0);
     // Also one that is being answered counts, until it is cleared.
     Hunt& answering = arena.hunt(7);
     answering.hunter.storeRelaxed(hunter | huntAnswering);

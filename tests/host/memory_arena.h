@@ -72,7 +72,7 @@ inline std::vector<std::string> namesOfOneBucket(size_t count) {
 }
 
 /// Writes an open endpoint into a slot, and into the name table.
-inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const std::string& text,
+inline linx::Spid layOpenSlot(const linx::Arena& arena, linx::SlotIndex index, const std::string& text,
                               uint32_t generation = 1) {
     const linx::Name name = nameOf(text);
     linx::Slot& slot = arena.slot(index);
@@ -83,7 +83,7 @@ inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const st
     linx::share::begin(slot, spid);
     slot.life.storeRelaxed(linx::openAs(spid));
     linx::Word& used = arena.header().slotsUsed;
-    used.storeRelaxed(std::max(used.loadRelaxed(), index));
+    used.storeRelaxed(std::max(used.loadRelaxed(), numberOf(index)));
     linx::insertName(arena, index);
     return spid;
 }

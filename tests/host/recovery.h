@@ -24,7 +24,7 @@ protected:
     /// An endpoint whose process has died: in the arena it is open, but nobody holds its doorbell.
     Spid layDead(const std::string& name) const {
         const DomainLock lock(*joined);
-        const uint32_t index = takeSlot(arena);
+        const SlotIndex index = takeSlot(arena);
         Slot& slot = arena.slot(index);
         slot.wakeState.storeRelaxed(wake_state::word(makeSpid(index, 1), wake_state::parked));
         countOpened(arena);

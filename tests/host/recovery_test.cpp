@@ -195,7 +195,7 @@ TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
         Slot& slot = slotOf(live.spid);
         ASSERT_EQ(slot.wakeState.loadRelaxed(), wake_state::word(live.spid, wake_state::parked));
         if (wasNotifying) {
-            slot.wakeState.storeRelaxed(wake_state::word(live.spid, wake_state::notifying + indexOf(dead)));
+            slot.wakeState.storeRelaxed(wake_state::word(live.spid, wake_state::notifying + numberOf(indexOf(dead))));
         }
         reapDead(dead);
         pollfd poll = {linx_get_descriptor(live), POLLIN, 0};
@@ -347,7 +347,7 @@ TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterGoesToTheCentralLists) {
 
 TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     const linxtest::DisorderAllowed allowed;
-    uint32_t index;
+    SlotIndex index;
     {
         const DomainLock lock(*joined);
         index = takeSlot(arena);

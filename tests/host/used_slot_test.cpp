@@ -75,7 +75,7 @@ TEST_F(UsedSlotTest, IsNotGivenAwayWhileItIsOpen) {
         all.clear();
         for (uint32_t i = 0; i < slots; ++i) all.emplace_back("endpoint" + std::to_string(i));
     }
-    const uint32_t index = indexOf(all[0].spid);
+    const SlotIndex index = indexOf(all[0].spid);
     all[0].reset();
     all[0] = Linx("again");
     EXPECT_EQ(indexOf(all[0].spid), index);

@@ -61,14 +61,17 @@ protected:
     /// The same of a block that is lost.
     template <class T, class Wrong>
     void expectLost(WordOf<T>& word, Wrong wrong, const std::string& what) const {
-        expectSaidAtRest(word, wrong, nameOf("block", numberOf(refOf(kept))) + ": " + what);
+        expectSaidAtRest(word, wrong, nameOf("block", refOf(kept)) + ": " + what);
         const T right = word.loadRelaxed();
         word.storeRelaxed(static_cast<T>(wrong));
         EXPECT_EQ(look(Grade::full).census.lost, 1u);
         word.storeRelaxed(right);
     }
 
-    static std::string nameOf(const char* kind, uint32_t number) { return kind + (' ' + std::to_string(number)); }
+    template <class Number>
+    static std::string nameOf(const char* kind, Number number) {
+        return debug::Subject{kind, number}.text();
+    }
     std::string ownName() const { return nameOf("slot", indexOf(live.spid)); }
     Header& header() const { return arena.header(); }
     Slot& own() const { return slotOf(live.spid); }
@@ -142,11 +145,11 @@ TEST_F(ValidateTest, SeesThatASlotIsNotItsUsers) {
 }
 
 TEST_F(ValidateTest, SeesThatTheQuarantineIsOutOfOrder) {
-    const uint32_t oldest = header().quarantineHead.loadRelaxed();
+    const SlotIndex oldest = header().quarantineHead.loadRelaxed();
     Slot& first = arena.slot(oldest);
-    const uint32_t next = first.nextInQuarantine.loadRelaxed();
+    const SlotIndex next = first.nextInQuarantine.loadRelaxed();
     Slot& last = arena.slot(header().quarantineTail.loadRelaxed());
-    ASSERT_NE(next, 0u);
+    ASSERT_NE(next, SlotIndex::none);
     const std::string theirCount = "quarantine: slots in it = used slots that are not open";
     expectSaid(header().quarantineHead, next, theirCount);
     expectSaid(last.nextInQuarantine, oldest, nameOf("slot", oldest) + ": the quarantine is in the order");
@@ -158,7 +161,7 @@ TEST_F(ValidateTest, SeesThatTheQuarantineIsOutOfOrder) {
 
 TEST_F(ValidateTest, SeesThatANameIsWrong) {
     const uint32_t bucket = own().nameHash.loadRelaxed() % slotCount;
-    const uint32_t ended = header().quarantineHead.loadRelaxed();
+    const SlotIndex ended = header().quarantineHead.loadRelaxed();
     expectSaid(arena.bucket(bucket), 0, "name table: slots in it = open slots");
     expectSaid(own().nextInBucket, indexOf(live.spid), "name table: slots in it = open slots");
     expectSaid(own().nextInBucket, ended, nameOf("bucket", bucket) + ": its slots are open");
@@ -177,7 +180,7 @@ TEST_F(ValidateTest, SeesAtRestThatAStackIsWrong) {
     expectSaidAtRest(own().returnedClaim, 5, ownName() + ": returnedClaim = none");
     expectSaidAtRest(own().partings, own().partings.loadRelaxed() + 1,
                      ownName() + ": tag of mailbox = tag of partings");
-    const uint32_t ended = header().quarantineHead.loadRelaxed();
+    const SlotIndex ended = header().quarantineHead.loadRelaxed();
     const std::string ofEnded = nameOf("slot", ended) + ": its stacks are empty unless it is open";
     expectSaidAtRest(arena.slot(ended).mailbox, refOf(kept), ofEnded);
     expectSaidAtRest(arena.slot(ended).returned, refOf(kept), ofEnded);
@@ -187,15 +190,15 @@ TEST_F(ValidateTest, SeesAtRestThatABlockIsInTheWrongPlace) {
     const Ref mail = stack::refOf(slotOf(other.spid).mailbox.loadRelaxed());
     ASSERT_NE(mail, stack::empty);
     expectSaidAtRest(slotOf(other.spid).returned, mail,
-                     nameOf("block", numberOf(mail)) + ": it is in one place (returned stack");
-    expectSaidAtRest(block(mail).next, mail, nameOf("block", numberOf(mail)) + ": it is in one place (mailbox");
+                     nameOf("block", mail) + ": it is in one place (returned stack");
+    expectSaidAtRest(block(mail).next, mail, nameOf("block", mail) + ": it is in one place (mailbox");
     expectSaidAtRest(block(mail).next, arena.refOfPage(0) + ~0u,
                      nameOf("mailbox", indexOf(other.spid)) + ": its links lead from block");
     expectSaidAtRest(own().returned, refOf(kept),
-                     nameOf("block", numberOf(refOf(kept))) + ": the blocks of a stack are in flight");
+                     nameOf("block", refOf(kept)) + ": the blocks of a stack are in flight");
     blockOf(kept)->owner.storeRelaxed(OwnerWord::free);
     expectSaidAtRest(blockOf(kept)->home, noHome,
-                     nameOf("block", numberOf(refOf(kept))) + ": without owner and home it is in a");
+                     nameOf("block", refOf(kept)) + ": without owner and home it is in a");
     blockOf(kept)->owner.storeRelaxed(heldBy(live.spid));
 }
 
