@@ -47,7 +47,7 @@ constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine o
 constexpr uint32_t arenaVersion = 2;
 constexpr uint32_t maxNameLength = 255;
 constexpr uint32_t huntCount = 4096;
-constexpr uint32_t noHome = 0;  ///< home of a block that lies in the central lists
+constexpr Spid noHome = Spid::none;  ///< home of a block that lies in the central lists
 
 /// How often something is done that takes long, see throttle.h.
 struct Pace {
@@ -185,12 +185,28 @@ static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(
                   alignof(Slot) == lineBytes && std::is_standard_layout<Slot>::value,
               "the slot's layout is shared by every process of the domain");
 
-constexpr uint32_t huntAnswering = 1u << 31;  ///< set in a hunt's hunter while its signal is being posted
+/// Who hunts, and whether that is being answered: from before the signal is pushed until the entry is cleared.
+enum class HunterWord : uint32_t { none = 0 };
 
-/// A hunt for a name that nobody has opened yet. In use while `hunter` is not 0. Invariants: its hunter is open; its
+constexpr uint32_t huntAnswering = 1u << 31;
+
+constexpr HunterWord huntedBy(Spid spid) {
+    return HunterWord{numberOf(spid)};
+}
+constexpr HunterWord answeredTo(Spid spid) {
+    return HunterWord{numberOf(spid) | huntAnswering};
+}
+constexpr Spid spidOf(HunterWord hunter) {
+    return Spid{numberOf(hunter) & spidMask};
+}
+constexpr bool isAnswering(HunterWord hunter) {
+    return (numberOf(hunter) & huntAnswering) != 0;
+}
+
+/// A hunt for a name that nobody has opened yet. In use while it has a hunter. Invariants: its hunter is open; its
 /// signal is queued for its hunter; the last of huntsUsed is in use.
 struct Hunt {
-    Word hunter;         ///< spid, with huntAnswering from before the signal is pushed until the entry is cleared
+    WordOf<HunterWord> hunter;
     WordOf<Ref> signal;  ///< owned by the hunter, queued
     Word nameHash;
     Word nameLength;
@@ -206,8 +222,8 @@ static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) 
 struct Block {
     WordOf<Ref> next;
     WordOf<OwnerWord> owner;
-    Word home;
-    Word sender;
+    WordOf<Spid> home;
+    WordOf<Spid> sender;
     Word size;  ///< of the signal, number word included
     uint32_t reserved[2];
     LinxSignal signal;  ///< number word, then the payload, 16-byte aligned
@@ -215,6 +231,11 @@ struct Block {
 static_assert(sizeof(Block) == 32 && alignof(Block) == 4 && offsetof(Block, size) == 16 &&
                   offsetof(Block, signal) == 28,
               "the block's layout is shared by every process of the domain, and the payload starts 16-byte aligned");
+
+/// The sender as a spid, whatever others have left in the word. Relaxed: it goes with the owner.
+inline Spid senderOf(const Block& block) {
+    return Spid{numberOf(block.sender.loadRelaxed()) & spidMask};
+}
 
 constexpr uint32_t maxSignalBytes = 1u << 20;
 constexpr bool isSignalSize(uint32_t bytes) {

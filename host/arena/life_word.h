@@ -23,15 +23,15 @@ enum class LifeWord : uint32_t { neverUsed = 0 };
 constexpr uint32_t lifeOpen = 1u << 31;
 
 constexpr LifeWord closedAs(Spid spid) {
-    return LifeWord{spid};
+    return LifeWord{numberOf(spid)};
 }
 constexpr LifeWord openAs(Spid spid) {
-    return LifeWord{spid | lifeOpen};
+    return LifeWord{numberOf(spid) | lifeOpen};
 }
 
-/// 0 of one that was never used.
+/// None of one that was never used.
 constexpr Spid spidOf(LifeWord life) {
-    return numberOf(life) & spidMask;
+    return Spid{numberOf(life) & spidMask};
 }
 constexpr bool isOpen(LifeWord life) {
     return (numberOf(life) & lifeOpen) != 0;

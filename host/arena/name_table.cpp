@@ -56,7 +56,7 @@ Spid findName(const Arena& arena, const Name& name) {
         }
         index = slot.nextInBucket.loadAcquire();  // (N); of a slot used again it leads astray, never to a wrong yes
     }
-    return 0;
+    return Spid::none;
 }
 
 bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {

@@ -30,8 +30,8 @@ private:
     uint32_t hash_ = 0;
 };
 
-/// The spid of the open endpoint called `name`; 0 when there is none. Takes no lock: while somebody opens or ends an
-/// endpoint it may miss one, so a no counts only under the domain lock.
+/// The spid of the open endpoint called `name`; none when there is none. Takes no lock: while somebody opens or ends
+/// an endpoint it may miss one, so a no counts only under the domain lock.
 Spid findName(const Arena& arena, const Name& name);
 
 /// Copies the name of `spid`, open or ended. False when its slot has gone to another. Takes no lock.

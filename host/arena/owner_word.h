@@ -38,18 +38,18 @@ constexpr uint32_t ownerQueued = 1u << 30;
 constexpr uint32_t ownerInFlight = 1u << 31;
 
 constexpr OwnerWord heldBy(Spid spid) {
-    return OwnerWord{spid};
+    return OwnerWord{numberOf(spid)};
 }
 constexpr OwnerWord queuedFor(Spid spid) {
-    return OwnerWord{spid | ownerQueued};
+    return OwnerWord{numberOf(spid) | ownerQueued};
 }
 constexpr OwnerWord inFlightTo(Spid spid) {
-    return OwnerWord{spid | ownerInFlight};
+    return OwnerWord{numberOf(spid) | ownerInFlight};
 }
 
-/// 0 of one that is free.
+/// None of one that is free.
 constexpr Spid spidOf(OwnerWord owner) {
-    return numberOf(owner) & spidMask;
+    return Spid{numberOf(owner) & spidMask};
 }
 constexpr bool isInFlight(OwnerWord owner) {
     return (numberOf(owner) & ownerInFlight) != 0;

@@ -27,7 +27,7 @@ inline bool isOpen(const Arena& arena, Spid spid) {
 inline bool everExisted(const Arena& arena, Spid spid) {
     if (!wasUsed(arena, spid)) return false;
     const Spid current = spidOf(arena.slot(indexOf(spid)).life.loadAcquire());  // (K), (L)
-    return current != 0 && (current == spid || isEarlier(spid, current));
+    return current != Spid::none && (current == spid || isEarlier(spid, current));
 }
 
 /// Takes the slot that is next in turn. Where there is no memory for a fresh one, the oldest in quarantine is next.

@@ -14,9 +14,9 @@ namespace linx {
  *   +---+---+------------------------+-----------------+
  *
  * Index 0 is no slot, so a spid is never 0. The two upper bits are free for whoever stores a spid together with a
- * state: see LifeWord and OwnerWord.
+ * state: see LifeWord, OwnerWord and HunterWord.
  */
-using Spid = uint32_t;
+enum class Spid : uint32_t { none = 0 };
 
 /// A slot, by its number in the table.
 enum class SlotIndex : uint32_t { none = 0 };
@@ -28,16 +28,16 @@ constexpr uint32_t slotCount = 1u << spidIndexBits;
 constexpr uint32_t generationMask = (1u << spidGenerationBits) - 1;
 
 constexpr SlotIndex indexOf(Spid spid) {
-    return SlotIndex{spid & (slotCount - 1)};
+    return SlotIndex{numberOf(spid) & (slotCount - 1)};
 }
 constexpr uint32_t generationOf(Spid spid) {
-    return (spid >> spidIndexBits) & generationMask;
+    return (numberOf(spid) >> spidIndexBits) & generationMask;
 }
 constexpr Spid makeSpid(SlotIndex index, uint32_t generation) {
-    return ((generation & generationMask) << spidIndexBits) | numberOf(index);
+    return Spid{((generation & generationMask) << spidIndexBits) | numberOf(index)};
 }
-constexpr bool isSpid(uint32_t value) {
-    return (value & ~spidMask) == 0 && indexOf(value) != SlotIndex::none;
+constexpr bool isSpid(Spid spid) {
+    return (numberOf(spid) & ~spidMask) == 0 && indexOf(spid) != SlotIndex::none;
 }
 
 /// Whether `spid` is an earlier incarnation than `current` of the same slot; generations wrap, so "earlier" means

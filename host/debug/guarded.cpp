@@ -150,16 +150,18 @@ private:
 
     void checkHunts() {
         forEachHunt(arena_, [&](const Hunt& hunt) {
-            const Spid hunter = hunt.hunter.loadRelaxed();
+            const HunterWord word = hunt.hunter.loadRelaxed();
+            const Spid hunter = spidOf(word);
             const auto index = static_cast<uint32_t>(&hunt - &arena_.hunt(0));
-            if (!isSpid(hunter) || !isOpen(arena_, hunter)) broken(Subject{"hunt", index}, "its hunter is open");
+            if (word != huntedBy(hunter) || !isOpen(arena_, hunter))
+                broken(Subject{"hunt", index}, "its hunter is open");
             const BlockRef signal = arena_.blockAt(hunt.signal.loadRelaxed());
             if (!signal || signal->owner.loadRelaxed() != queuedFor(hunter)) {
                 broken(Subject{"hunt", index}, "its signal is queued for its hunter");
             }
         });
         const uint32_t used = arena_.usedHunts();
-        if (used != 0 && arena_.hunt(used - 1).hunter.loadRelaxed() == 0) {
+        if (used != 0 && arena_.hunt(used - 1).hunter.loadRelaxed() == HunterWord::none) {
             broken(Subject{"hunt", used - 1}, "the last of huntsUsed is in use");
         }
     }

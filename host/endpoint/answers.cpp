@@ -17,7 +17,7 @@ namespace {
 /// rung; without a descriptor for that the hunt stays pending.
 bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
     const Arena& arena = lock.arena();
-    const Spid hunter = hunt.hunter.loadRelaxed();
+    const Spid hunter = spidOf(hunt.hunter.loadRelaxed());
     const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     bool rung = true;
     if (isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == queuedFor(hunter)) {
@@ -27,7 +27,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         signal->owner.storeRelease(inFlightTo(hunter));
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
         // its mailbox by the time that somebody asks.
-        hunt.hunter.storeRelease(hunter | huntAnswering);
+        hunt.hunter.storeRelease(answeredTo(hunter));
         signal->sender.storeRelease(found);
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
         // push is (A) and the look (B).

@@ -36,7 +36,7 @@ int Outbox::sendToStranger(const BlockRef& block, Spid to) {
 /// The peer has been sent a signal and asks to be rung. Result of the send.
 int Outbox::ring(const BlockRef& block, Peer& peer) {
     self_.slot.rings.storeRelaxed(self_.slot.rings.loadRelaxed() + 1);
-    unrung_ = 0;
+    unrung_ = Spid::none;
     const int doorbell = peer.doorbell.get();
     const int result =
         wake_state::ringIfAsked(peer.slot, peer.spid, indexOf(self_.spid), [&] { return doorbell::ring(doorbell); });
@@ -79,8 +79,8 @@ bool Outbox::remind(Peer& peer) {
 }
 
 void Outbox::remindUnrung() {
-    const Spid to = std::exchange(unrung_, 0);
-    const Peer* peer = to == 0 ? nullptr : peers_.find(to);
+    const Spid to = std::exchange(unrung_, Spid::none);
+    const Peer* peer = to == Spid::none ? nullptr : peers_.find(to);
     if (peer == nullptr) return;
     if (stack::holdsBlocks(peer->slot.mailbox.loadRelaxed())) doorbell::ring(peer->doorbell.get());
 }

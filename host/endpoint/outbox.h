@@ -54,7 +54,7 @@ private:
     Peers& peers_;
     Inbox& inbox_;
     Chores& chores_;
-    Spid unrung_ = 0;  ///< who was sent a signal last, if it did not ask to be rung for it
+    Spid unrung_ = Spid::none;  ///< who was sent a signal last, if it did not ask to be rung for it
 };
 
 /// Has `push` push the signal onto the mailbox in the peer's slot.

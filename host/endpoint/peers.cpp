@@ -124,7 +124,7 @@ Peer* Peers::lookUp(Spid spid) {
 }
 
 void Peers::forgetLatest() {
-    latestSpid_ = 0;
+    latestSpid_ = Spid::none;
     latest_ = nullptr;
 }
 
@@ -132,7 +132,8 @@ void Peers::hear(const uint32_t* records, uint32_t count) {
     bool someEnded = false;
     for (uint32_t i = 0; i < count; ++i) {
         if (records[i] == doorbell::ended) someEnded = true;
-        if (records[i] != self_.spid) watchSender(records[i]);
+        const Spid sender{records[i]};
+        if (sender != self_.spid) watchSender(sender);
     }
     if (someEnded) findEnded();
     reapDead(DomainLock::Patience::tryOnce);  // all whose introductions came too late, together

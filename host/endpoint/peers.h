@@ -157,7 +157,7 @@ private:
     uint64_t reapAgainAt_ = 0;  ///< nanoseconds of the monotonic clock: not before then by a send
     size_t supervisions_ = 0;
     bool mayHaveLeftMail_ = false;
-    Spid latestSpid_ = 0;  ///< most signals go where the one before went
+    Spid latestSpid_ = Spid::none;  ///< most signals go where the one before went
     Peer* latest_ = nullptr;
     uint64_t uses_ = 0;
 };

@@ -17,7 +17,7 @@ namespace doorbell {
 namespace {
 
 struct Name {
-    explicit Name(Spid spid) { std::snprintf(text, sizeof text, "bell.%08x", spid); }
+    explicit Name(Spid spid) { std::snprintf(text, sizeof text, "bell.%08x", numberOf(spid)); }
     char text[16];
 };
 

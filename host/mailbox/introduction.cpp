@@ -28,7 +28,7 @@ Ref push(Slot& target, int doorbell, Spid sender, BlockRef block, uint32_t& intr
         const uint32_t tag = stack::tagOf(target.mailbox.loadSeqCst());
         const uint32_t count = target.partings.loadAcquire();  // (T)
         if (introducedAt != count && attempt < introductions) {
-            introducedAt = doorbell != -1 && doorbell::tell(doorbell, sender) ? count : never;
+            introducedAt = doorbell != -1 && doorbell::tell(doorbell, numberOf(sender)) ? count : never;
         }
         const Ref before = stack::push(target.mailbox, block, tag);
         if (before != stack::retagged) return before;

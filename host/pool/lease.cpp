@@ -87,7 +87,7 @@ void carveRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClass, Spid h
         const BlockRef block = {arena.rawBlock(ref), ref, sizeClass};
         prepend(chain, block);
         block->home.storeRelaxed(home);
-        block->sender.storeRelaxed(0);
+        block->sender.storeRelaxed(Spid::none);
         block->owner.storeRelease(OwnerWord::free);
     }
     // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.

@@ -33,13 +33,13 @@ void clearHalfRuns(const Arena& arena) {
 /// Whether a hunt has not been answered. Its signal rests with the hunter, and nobody had begun to post it; or it was
 /// to be posted and lies in no mailbox, which is looked for if there are `searches` left.
 bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
-    const uint32_t word = hunt.hunter.loadRelaxed();
-    const Spid hunter = word & spidMask;
+    const HunterWord word = hunt.hunter.loadRelaxed();
+    const Spid hunter = spidOf(word);
     const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     if (!isOpen(arena, hunter) || !signal) return false;
     const OwnerWord owner = signal->owner.loadAcquire();
     if (owner == inFlightTo(hunter)) {
-        const Spid poster = signal->sender.loadRelaxed() & spidMask;
+        const Spid poster = senderOf(*signal);
         // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
         const bool comesBack = poster != hunter && wasUsed(arena, poster) &&
                                arena.slot(indexOf(poster)).sending.loadAcquire() == signal.ref;
@@ -47,7 +47,7 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
         --searches;
         return isLostInFlight(arena, signal, poster);
     }
-    return owner == queuedFor(hunter) && (word & huntAnswering) == 0;
+    return owner == queuedFor(hunter) && !isAnswering(word);
 }
 
 /// An opening process died while it answered hunts.
@@ -57,11 +57,11 @@ void finishAnswering(const Arena& arena) {
     uint32_t searches = 1;
     forEachHunt(arena, [&](Hunt& hunt) {
         if (!isPending(arena, hunt, searches)) return clearHunt(hunt);
-        const Spid hunter = hunt.hunter.loadRelaxed() & spidMask;
+        const Spid hunter = spidOf(hunt.hunter.loadRelaxed());
         const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
         if (!signal) return;
         // In this order, so that a death in between leaves the hunt pending.
-        hunt.hunter.storeRelease(hunter);
+        hunt.hunter.storeRelease(huntedBy(hunter));
         signal->sender.storeRelaxed(hunter);
         signal->owner.storeRelease(queuedFor(hunter));
     });

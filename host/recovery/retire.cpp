@@ -40,7 +40,7 @@ bool closeStacks(const Arena& arena, Spid spid) {
 
 void dropHunts(const Arena& arena, const SlotSet& ending) {
     forEachHunt(arena, [&](Hunt& hunt) {
-        if (ending.contains(hunt.hunter.loadRelaxed())) clearHunt(hunt);
+        if (ending.contains(spidOf(hunt.hunter.loadRelaxed()))) clearHunt(hunt);
     });
     trimHunts(arena);
 }
@@ -52,7 +52,7 @@ bool isLeftBy(const Arena& arena, const Block& block, const SlotSet& ending) {
     if (!ending.contains(spidOf(owner))) return false;
     // On its way to the endpoint but not in its mailbox: a sender that lives finds the mailbox closed and keeps it;
     // of one that has ended nobody else would find it.
-    return !isInFlight(owner) || !isOpen(arena, block.sender.loadRelaxed() & spidMask);
+    return !isInFlight(owner) || !isOpen(arena, senderOf(block));
 }
 
 void abandonBlocks(const Arena& arena, const SlotSet& ending) {

@@ -62,7 +62,7 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : loc
 }
 
 SlotReservation::~SlotReservation() {
-    if (spid_ == 0 || isOpened_) return;
+    if (spid_ == Spid::none || isOpened_) return;
     const int failure = errno;
     const bool isGone = doorbell::remove(lock_.domain().directory(), spid_);
     // The one before can still be asked for its name unless another has been written over it. A doorbell that cannot
@@ -88,7 +88,7 @@ void SlotReservation::commit() {
 /// Whether nobody has the name, or has it no longer: a dead endpoint of the name is reaped.
 bool SlotReservation::makeWay(const Name& name) const {
     const Spid holder = findName(lock_.arena(), name);
-    if (holder == 0) return true;
+    if (holder == Spid::none) return true;
     errno = EADDRINUSE;
     if (!hasDied(lock_.domain(), holder)) return false;
     reapAllDeadIfDue(lock_);  // others may have died with it, whose names are wanted next

@@ -30,7 +30,7 @@ private:
     Slot& slot() const { return lock_.arena().slot(indexOf(spid_)); }
 
     const DomainLock& lock_;
-    Spid spid_ = 0;                          ///< 0 when no slot was taken
+    Spid spid_ = Spid::none;                 ///< none when no slot was taken
     LifeWord before_ = LifeWord::neverUsed;  ///< the slot's life before
     bool isReady_ = false;                   ///< with doorbell and name
     bool isOpened_ = false;

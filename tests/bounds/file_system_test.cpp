@@ -137,7 +137,7 @@ TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
         header.pagesUsed.storeRelaxed(pages);
         auto* slots = reinterpret_cast<linx::Slot*>(static_cast<char*>(tables) + linx::slotsOffset);
         const linx::StackHead missing{(linx::firstPoolPage(pages) + pages - 1) * linx::linesPerPage};
-        slots[numberOf(linx::indexOf(own))].mailbox.storeRelaxed(missing);
+        slots[numberOf(linx::indexOf(linx::Spid{own}))].mailbox.storeRelaxed(missing);
         expectNothing(endpoint);
         EXPECT_EQ(0, send(endpoint, own, item));
         expectSignal(endpoint, item, 0);

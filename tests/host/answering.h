@@ -18,14 +18,14 @@ protected:
     Hunt& hunt() const { return arena.hunt(0); }
     void begin() const { block(signal).owner.storeRelaxed(inFlightTo(live.spid)); }
     void tell() const {
-        hunt().hunter.storeRelaxed(live.spid | huntAnswering);
+        hunt().hunter.storeRelaxed(answeredTo(live.spid));
         block(signal).sender.storeRelaxed(opener);
     }
     void push() const { linxtest::deliver(slotOf(live.spid), arena.blockAt(signal)); }
 
     void expectPendingAgain() const {
         repairAfterDeath();
-        EXPECT_EQ(hunt().hunter.loadRelaxed(), live.spid);
+        EXPECT_EQ(hunt().hunter.loadRelaxed(), huntedBy(live.spid));
         EXPECT_EQ(block(signal).owner.loadRelaxed(), queuedFor(live.spid));
     }
     void expectStillPending() {
@@ -44,7 +44,7 @@ protected:
         const linxtest::Linx sought("sought");
         EXPECT_EQ(receiveNumber(live), 0u);
     }
-    void expectReceivedOnceFrom(Spid spid) {
+    void expectReceivedOnceFrom(linxtest::AnySpid spid) {
         LinxSignal* received = nullptr;
         ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, linxtest::anySignal), 4);
         EXPECT_EQ(received->number, static_cast<uint32_t>(LINX_OS_HUNT_SIG));
@@ -54,7 +54,7 @@ protected:
     }
 
     Ref signal = Ref::none;
-    Spid opener = 0;
+    linxtest::AnySpid opener;
 };
 
 }  // namespace linx

@@ -80,7 +80,7 @@ TEST_F(GapsTest, ASpidThatWasNeverUsedIsToldWithoutTouchingItsSlot) {
     struct stat before;
     struct stat after;
     ASSERT_EQ(stat(path.c_str(), &before), 0);
-    const Spid never = makeSpid(SlotIndex{8000}, 1);
+    const LinxSpid never = numberOf(makeSpid(SlotIndex{8000}, 1));
     char* name = nullptr;
     EXPECT_EQ(linx_get_name(endpoint, never, &name), -1);
     EXPECT_EQ(errno, ESRCH);

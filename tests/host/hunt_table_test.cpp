@@ -33,7 +33,7 @@ protected:
 TEST_F(HuntTableTest, AHuntKeepsItsNameItsHunterAndItsSignal) {
     ASSERT_EQ(add("absent", 77), 0);
     const Hunt& hunt = arena.hunt(0);
-    EXPECT_EQ(hunt.hunter.loadRelaxed(), hunter);
+    EXPECT_EQ(hunt.hunter.loadRelaxed(), huntedBy(hunter));
     EXPECT_EQ(hunt.signal.loadRelaxed(), Ref{77});
     EXPECT_EQ(hunt.nameHash.loadRelaxed(), nameOf("absent").hash());
     EXPECT_TRUE(nameOf("absent").equals(hunt.name, hunt.nameLength.loadRelaxed()));
@@ -82,7 +82,7 @@ TEST_F(HuntTableTest, NobodyTakesMoreThanAQuarterOfTheTable) {
     EXPECT_EQ(addHunt(arena, makeSpid(SlotIndex{2}, 1), nameOf("absent"), Ref{5001}), 0);
     // Also one that is being answered counts, until it is cleared.
     Hunt& answering = arena.hunt(7);
-    answering.hunter.storeRelaxed(hunter | huntAnswering);
+    answering.hunter.storeRelaxed(answeredTo(hunter));
     EXPECT_EQ(add("absent", 5000), EDQUOT);
     clearHunt(answering);
     EXPECT_EQ(add("absent", 5000), 0);

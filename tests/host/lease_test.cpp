@@ -109,7 +109,7 @@ protected:
     /// Whoever looks for the dead asks everybody whether he lives.
     std::string doorbellOfOne() const {
         char doorbell[16];
-        std::snprintf(doorbell, sizeof doorbell, "bell.%08x", one.spid);
+        std::snprintf(doorbell, sizeof doorbell, "bell.%08x", LinxSpid{one.spid});
         return domain.pathOf(doorbell);
     }
 

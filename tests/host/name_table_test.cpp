@@ -33,9 +33,9 @@ protected:
 TEST_F(NameTableTest, AnOpenEndpointIsFoundByItsName) {
     const Spid spid = layOpenSlot(arena, SlotIndex{7}, "EncodeCtrl");
     EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), spid);
-    EXPECT_EQ(findName(arena, nameOf("EncodeCtr")), 0u);
-    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl1")), 0u);
-    EXPECT_EQ(findName(arena, nameOf("encodeCtrl")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtr")), Spid::none);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl1")), Spid::none);
+    EXPECT_EQ(findName(arena, nameOf("encodeCtrl")), Spid::none);
 }
 
 TEST_F(NameTableTest, NamesOfEveryLengthAreTold) {
@@ -50,7 +50,7 @@ TEST_F(NameTableTest, NamesOfEveryLengthAreTold) {
 TEST_F(NameTableTest, AnEndedEndpointIsNotFound) {
     const Spid spid = layOpenSlot(arena, SlotIndex{7}, "EncodeCtrl");
     arena.slot(SlotIndex{7}).life.storeRelaxed(closedAs(spid));
-    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), Spid::none);
 }
 
 TEST_F(NameTableTest, AnySlotOfAChainCanBeTakenOut) {
@@ -59,7 +59,7 @@ TEST_F(NameTableTest, AnySlotOfAChainCanBeTakenOut) {
         for (uint32_t i = 0; i < names.size(); ++i) layOpenSlot(arena, SlotIndex{i + 1}, names[i]);
         removeName(arena, SlotIndex{static_cast<uint32_t>(removed) + 1});
         for (uint32_t i = 0; i < names.size(); ++i) {
-            EXPECT_EQ(findName(arena, nameOf(names[i])), i == removed ? 0 : makeSpid(SlotIndex{i + 1}, 1));
+            EXPECT_EQ(findName(arena, nameOf(names[i])), i == removed ? Spid::none : makeSpid(SlotIndex{i + 1}, 1));
         }
         for (uint32_t i = 0; i < names.size(); ++i) removeName(arena, SlotIndex{i + 1});
         EXPECT_EQ(arena.bucket(nameOf(names[0]).hash()).loadRelaxed(), SlotIndex::none);
@@ -70,7 +70,7 @@ TEST_F(NameTableTest, NamesOfOneHashAreToldApart) {
     const auto [one, other] = namesOfOneHash();
     ASSERT_EQ(nameOf(one).hash(), nameOf(other).hash());
     const Spid first = layOpenSlot(arena, SlotIndex{1}, one);
-    EXPECT_EQ(findName(arena, nameOf(other)), 0u);
+    EXPECT_EQ(findName(arena, nameOf(other)), Spid::none);
     const Spid second = layOpenSlot(arena, SlotIndex{2}, other);
     EXPECT_EQ(findName(arena, nameOf(one)), first);
     EXPECT_EQ(findName(arena, nameOf(other)), second);
@@ -81,7 +81,7 @@ TEST_F(NameTableTest, CyclicLinksEndTheSearch) {
     layOpenSlot(arena, SlotIndex{1}, names[0]);
     layOpenSlot(arena, SlotIndex{2}, names[1]);
     arena.slot(SlotIndex{1}).nextInBucket.storeRelaxed(SlotIndex{2});
-    EXPECT_EQ(findName(arena, nameOf(names[2])), 0u);
+    EXPECT_EQ(findName(arena, nameOf(names[2])), Spid::none);
     EXPECT_EQ(findName(arena, nameOf(names[0])), makeSpid(SlotIndex{1}, 1));
     layOpenSlot(arena, SlotIndex{3}, names[2]);
     removeName(arena, SlotIndex{4});
@@ -95,7 +95,7 @@ TEST_F(NameTableTest, LinksOutOfRangeEndTheSearch) {
     layOpenSlot(arena, SlotIndex{1}, names[0]);
     for (const uint32_t link : {slotCount, slotCount + 1, 0x80000000u, ~0u}) {
         arena.slot(SlotIndex{1}).nextInBucket.storeRelaxed(SlotIndex{link});
-        EXPECT_EQ(findName(arena, nameOf(names[1])), 0u);
+        EXPECT_EQ(findName(arena, nameOf(names[1])), Spid::none);
         arena.slot(SlotIndex{2}).nameHash.storeRelaxed(nameOf(names[1]).hash());
         removeName(arena, SlotIndex{2});
         EXPECT_EQ(findName(arena, nameOf(names[0])), makeSpid(SlotIndex{1}, 1));
@@ -105,16 +105,16 @@ TEST_F(NameTableTest, LinksOutOfRangeEndTheSearch) {
 TEST_F(NameTableTest, ASlotWhoseLifeNamesAnotherIndexIsNotFound) {
     layOpenSlot(arena, SlotIndex{7}, "EncodeCtrl");
     arena.slot(SlotIndex{7}).life.storeRelaxed(openAs(makeSpid(SlotIndex{8}, 1)));
-    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), Spid::none);
 }
 
 TEST_F(NameTableTest, ASlotWhoseLifeIsGarbledIsNotFoundForItCouldNotBeReaped) {
     const Spid spid = layOpenSlot(arena, SlotIndex{7}, "EncodeCtrl");
-    arena.slot(SlotIndex{7}).life.storeRelaxed(LifeWord{spid | 3u << 30});
-    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+    arena.slot(SlotIndex{7}).life.storeRelaxed(LifeWord{numberOf(spid) | 3u << 30});
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), Spid::none);
     arena.slot(SlotIndex{7}).life.storeRelaxed(openAs(spid));
     arena.header().slotsUsed.storeRelaxed(6);
-    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("EncodeCtrl")), Spid::none);
 }
 
 TEST_F(NameTableTest, TheNameOfASpidIsKnownUntilItsSlotIsUsedAgain) {
@@ -135,9 +135,9 @@ TEST_F(NameTableTest, TheNameOfASpidIsKnownUntilItsSlotIsUsedAgain) {
 TEST_F(NameTableTest, WhatIsNoSpidHasNoName) {
     layOpenSlot(arena, SlotIndex{7}, "EncodeCtrl");
     Name name;
-    for (const uint32_t spid : {0u, makeSpid(SlotIndex{0}, 1), makeSpid(SlotIndex{7}, 0), makeSpid(SlotIndex{7}, 2),
-                                makeSpid(SlotIndex{8}, 0), ~0u}) {
-        EXPECT_FALSE(nameOfSpid(arena, spid, name)) << spid;
+    for (const Spid spid : {Spid::none, makeSpid(SlotIndex{0}, 1), makeSpid(SlotIndex{7}, 0),
+                            makeSpid(SlotIndex{7}, 2), makeSpid(SlotIndex{8}, 0), Spid{~0u}}) {
+        EXPECT_FALSE(nameOfSpid(arena, spid, name)) << numberOf(spid);
     }
 }
 
@@ -148,7 +148,7 @@ TEST_F(NameTableTest, AGarbledLengthDoesNotReachBeyondTheName) {
     ASSERT_TRUE(nameOfSpid(arena, spid, name));
     EXPECT_EQ(name.length(), maxNameLength);
     EXPECT_EQ(std::strlen(name.text()), maxNameLength);
-    EXPECT_EQ(findName(arena, nameOf(std::string(maxNameLength, 'n'))), 0u);
+    EXPECT_EQ(findName(arena, nameOf(std::string(maxNameLength, 'n'))), Spid::none);
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ TEST_F(PoolTest, ABlockWhoseHomeHasEndedStaysWithWhoFreesIt) {
     const uint32_t before = leasedLines(two.spid);
     LinxSignal* signal = pass(one, two, two.spid, 1000);
     LinxSignal* const kept = signal;
-    const LinxSpid ended = one.spid;
+    const Spid ended = one.spid;
     one.reset();
     EXPECT_EQ(homeOf(kept), ended);
     ASSERT_EQ(linx_free_buf(two, &signal), 0);
@@ -224,7 +224,7 @@ TEST_F(TightTest, AFullArenaIsNotLookedThroughForEveryRefusal) {
     std::vector<LinxSignal*> ofTwo = allocateAll(two, 60000);
     std::vector<LinxSignal*> ofThree = allocateAll(three, 60000);
     char doorbell[16];
-    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", one.spid);
+    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", LinxSpid{one.spid});
     // Whoever looks for memory asks everybody whether he lives.
     const linxtest::Witness witness(domain.pathOf(doorbell), IN_OPEN | IN_CLOSE);
     constexpr int times = 2000;

@@ -22,13 +22,13 @@ protected:
     }
 
     /// An endpoint whose process has died: in the arena it is open, but nobody holds its doorbell.
-    Spid layDead(const std::string& name) const {
+    linxtest::AnySpid layDead(const std::string& name) const {
         const DomainLock lock(*joined);
         const SlotIndex index = takeSlot(arena);
         Slot& slot = arena.slot(index);
         slot.wakeState.storeRelaxed(wake_state::word(makeSpid(index, 1), wake_state::parked));
         countOpened(arena);
-        return linxtest::layOpenSlot(arena, index, name);
+        return linxtest::AnySpid(linxtest::layOpenSlot(arena, index, name));
     }
 
     /// Free blocks at home at `home`.

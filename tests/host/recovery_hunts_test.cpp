@@ -48,7 +48,7 @@ TEST_F(AnsweringTest, AnAnswerThatComesBackAsAnotherSignalIsNoPendingHunt) {
 TEST_F(AnsweringTest, ARepairerThatDiesInBetweenLeavesTheHuntPending) {
     begin();
     tell();
-    hunt().hunter.storeRelaxed(live.spid);
+    hunt().hunter.storeRelaxed(huntedBy(live.spid));
     expectStillPending();
 }
 
@@ -88,8 +88,8 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
 
 TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
     const linxtest::DisorderAllowed allowed;
-    const Spid dead = layDead("dead");
-    slotOf(dead).life.storeRelaxed(LifeWord{dead | 3u << 30});  // no spid has this bit
+    const linxtest::AnySpid dead = layDead("dead");
+    slotOf(dead).life.storeRelaxed(LifeWord{LinxSpid{dead} | 3u << 30});  // no spid has this bit
     EXPECT_EQ(linx_hunt(live, "dead", nullptr), 0);
     EXPECT_EQ(receiveNumber(live), 0u);
     slotOf(dead).life.storeRelaxed(openAs(dead));
@@ -99,7 +99,7 @@ TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
 TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
     hunt().signal.storeRelaxed(arena.refOfPage(0) + ~0u);
     const Linx sought("sought");
-    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     block(signal).owner.storeRelaxed(heldBy(live.spid));
     LinxSignal* lost = &block(signal).signal;
@@ -111,7 +111,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
     LinxSignal* held = linx_alloc(live, 4, 1);
     hunt().signal.storeRelaxed(refOf(held));
     const Linx sought("sought");
-    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(linx_free_buf(live, &held), 0);
     block(signal).owner.storeRelaxed(heldBy(live.spid));
@@ -122,10 +122,10 @@ TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
 
 TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
-    hunt().hunter.storeRelaxed(earlier);
+    hunt().hunter.storeRelaxed(huntedBy(earlier));
     block(signal).owner.storeRelaxed(queuedFor(earlier));
     const Linx sought("sought");
-    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(dropped(live.spid), 0u);
     EXPECT_EQ(block(signal).owner.loadRelaxed(), queuedFor(earlier));
@@ -136,7 +136,7 @@ TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
 }
 
 TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
-    const Spid hunter = layDead("hunter");
+    const linxtest::AnySpid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
     block(blocks[0]).owner.storeRelaxed(queuedFor(hunter));
     {
@@ -154,7 +154,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
 }
 
 TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
-    const Spid hunter = layDead("hunter");
+    const linxtest::AnySpid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
     block(blocks[0]).owner.storeRelaxed(queuedFor(hunter));
     {

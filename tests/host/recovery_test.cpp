@@ -19,17 +19,18 @@ namespace linx {
 namespace {
 
 using linxtest::anySignal;
+using linxtest::AnySpid;
 using linxtest::Linx;
 using linxtest::nameOf;
 
 constexpr int patience = 20000;  ///< milliseconds
 
 TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPolls) {
-    const std::vector<Spid> dead = {layDead("first"), layDead("second")};
+    const std::vector<AnySpid> dead = {layDead("first"), layDead("second")};
     const ScopedDescriptor descriptor(linx_get_descriptor(live));
     {
         const linxtest::interposed::StandingClock standing;
-        for (const Spid spid : dead) {
+        for (const LinxSpid spid : dead) {
             LinxSignal* signal = linx_alloc(live, 4, 1);
             EXPECT_EQ(linx_send(live, &signal, spid), -1);
             EXPECT_EQ(errno, ECONNRESET);
@@ -45,7 +46,7 @@ TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPoll
 }
 
 TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     block(blocks[0]).owner.storeRelaxed(heldBy(dead));
     block(blocks[1]).owner.storeRelaxed(queuedFor(dead));
@@ -55,7 +56,7 @@ TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
 }
 
 TEST_F(RecoveryTest, TheNameOfADeadEndpointCanBeOpenedAndItsNameStillAskedFor) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const Linx next("dead");
     EXPECT_NE(next.spid, dead);
     EXPECT_FALSE(isOpen(arena, dead));
@@ -66,7 +67,7 @@ TEST_F(RecoveryTest, TheNameOfADeadEndpointCanBeOpenedAndItsNameStillAskedFor) {
 }
 
 TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenGoesToTheCentralListsAndItsMailboxStaysClosed) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     LinxSignal* signal = linx_alloc(live, 4, 1);
     const Ref ref = refOf(signal);
     const uint32_t before = leasedLines(live.spid);
@@ -79,8 +80,8 @@ TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenGoesToTheCentralListsAndIts
 }
 
 TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
-    const Spid dead = layDead("dead");
-    const Spid sender = layDead("sender");
+    const AnySpid dead = layDead("dead");
+    const AnySpid sender = layDead("sender");
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
@@ -95,8 +96,8 @@ TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
 }
 
 TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
-    const Spid dead = layDead("dead");
-    const Spid sender = layDead("sender");
+    const AnySpid dead = layDead("dead");
+    const AnySpid sender = layDead("sender");
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
@@ -109,8 +110,8 @@ TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
 }
 
 TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
-    const Spid dead = layDead("dead");
-    const Spid freer = layDead("freer");
+    const AnySpid dead = layDead("dead");
+    const AnySpid freer = layDead("freer");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     Slot& slot = slotOf(dead);
     for (size_t i = 0; i < 4; ++i) {
@@ -126,7 +127,7 @@ TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
 }
 
 TEST_F(RecoveryTest, ASignalThatWasAddressedButNeverPushedIsFoundByItsSendersSlot) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     address(blocks[0], dead, live.spid);
     reapDead(dead);
@@ -136,7 +137,7 @@ TEST_F(RecoveryTest, ASignalThatWasAddressedButNeverPushedIsFoundByItsSendersSlo
 }
 
 TEST_F(RecoveryTest, ASignalThatWasPushedIsDeliveredThoughItsSenderDiedRightAfter) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     post(blocks[0], dead, live.spid);
     reapDead(dead);
@@ -161,7 +162,7 @@ TEST_F(RecoveryTest, WhatManyWhoDieTogetherHadPushedIsDeliveredAndTheRestIsFreed
     ASSERT_GE(blocks.size(), dead.size());
     std::sort(blocks.begin(), blocks.end(), std::greater<Ref>());  // the slots rise, the blocks fall
     size_t next = 0;
-    for (const Spid to : {one.spid, live.spid, two.spid}) {
+    for (const AnySpid to : {one.spid, live.spid, two.spid}) {
         for (uint32_t i = 0; i < each; ++i, ++next) {
             if (i == unpushed) {
                 address(blocks[next], dead[next], to);
@@ -189,7 +190,7 @@ TEST_F(RecoveryTest, WhatManyWhoDieTogetherHadPushedIsDeliveredAndTheRestIsFreed
 
 TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
     for (const bool wasNotifying : {false, true}) {
-        const Spid dead = layDead("dead");
+        const AnySpid dead = layDead("dead");
         const std::vector<Ref> blocks = leaseFor(dead, 100);
         post(blocks[0], dead, live.spid);
         Slot& slot = slotOf(live.spid);
@@ -210,7 +211,7 @@ TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
 }
 
 TEST_F(RecoveryTest, ABlockOnItsWayHomeButNeverPushedIsFoundByItsFreersSlot) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     LinxSignal* signal = linx_alloc(live, 4, 1);
     const Ref ref = refOf(signal);
     const uint32_t before = leasedLines(live.spid);
@@ -223,8 +224,8 @@ TEST_F(RecoveryTest, ABlockOnItsWayHomeButNeverPushedIsFoundByItsFreersSlot) {
 
 TEST_F(RecoveryTest, ASignalThatWentAstrayBetweenTwoDeadEndpointsIsFoundInEitherOrder) {
     for (const bool senderFirst : {true, false}) {
-        const Spid sender = layDead("sender");
-        const Spid receiver = layDead("receiver");
+        const AnySpid sender = layDead("sender");
+        const AnySpid receiver = layDead("receiver");
         const std::vector<Ref> blocks = leaseFor(sender, 100);
         address(blocks[0], sender, receiver);
         reapDead(senderFirst ? sender : receiver);
@@ -235,7 +236,7 @@ TEST_F(RecoveryTest, ASignalThatWentAstrayBetweenTwoDeadEndpointsIsFoundInEither
 }
 
 TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     LinxSignal* sent = linx_alloc(live, 4, 1);
     const Ref ref = refOf(sent);
     // For its mailbox, or for its returned stack while that is being taken: where it lies does not matter.
@@ -264,7 +265,7 @@ TEST_F(RecoveryTest, AnEndpointThatWasEndedByMistakeSendsItselfNothing) {
 }
 
 TEST_F(RecoveryTest, GarbledCentralListsAreMadeAnew) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     Header& header = arena.header();
@@ -279,7 +280,7 @@ TEST_F(RecoveryTest, GarbledCentralListsAreMadeAnew) {
 
 TEST_F(RecoveryTest, AGarbledCentralListIsNotFollowedEvenBeforeTheRepair) {
     const linxtest::DisorderAllowed allowed;
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     block(blocks[0]).owner.storeRelaxed(heldBy(live.spid));
@@ -294,7 +295,7 @@ TEST_F(RecoveryTest, AGarbledCentralListIsNotFollowedEvenBeforeTheRepair) {
 
 /// Whoever got it as one of that size would write over its neighbour.
 TEST_F(RecoveryTest, ACentralListThatLeadsToASmallerBlockIsNotFollowed) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     {
@@ -307,7 +308,7 @@ TEST_F(RecoveryTest, ACentralListThatLeadsToASmallerBlockIsNotFollowed) {
 }
 
 TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const uint32_t used = arena.header().pagesUsed.loadRelaxed();
     const SizeClass& c = sizeClasses[20];
     arena.header().pagesUsed.storeRelaxed(used + c.pages);
@@ -321,7 +322,7 @@ TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
 }
 
 TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     std::vector<Ref> blocks;
     {
         const DomainLock lock(*joined);
@@ -336,7 +337,7 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
 }
 
 TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterGoesToTheCentralLists) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     for (const Ref ref : blocks) EXPECT_EQ(block(ref).home.loadRelaxed(), dead);
     repairAfterDeath();
@@ -361,13 +362,13 @@ TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     insertName(arena, index);
     repairAfterDeath();
     expectInOrder();
-    EXPECT_EQ(findName(arena, nameOf("never")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("never")), Spid::none);
     EXPECT_EQ(domain.leftovers().size(), 1u) << "the doorbell of the live one only";
     EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), index);
 }
 
 TEST_F(RecoveryTest, WhatIsPushedIntoASlotWhoseOpenerDiedJustBeforeItWasOpenIsFound) {
-    const Spid earlier = layDead("earlier");
+    const AnySpid earlier = layDead("earlier");
     reapDead(earlier);
     const Spid next = makeSpid(indexOf(earlier), generationOf(earlier) + 1);
     Slot& slot = slotOf(next);
@@ -385,7 +386,7 @@ TEST_F(RecoveryTest, WhatIsPushedIntoASlotWhoseOpenerDiedJustBeforeItWasOpenIsFo
 }
 
 TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsThereAgain) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     removeName(arena, indexOf(dead));
     repairAfterDeath();
     EXPECT_EQ(findName(arena, nameOf("dead")), dead);
@@ -395,7 +396,7 @@ TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsTher
 
 TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheQuarantineIsInItAgain) {
     const linxtest::DisorderAllowed allowed;
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     {
         const DomainLock lock(*joined);
         removeName(arena, indexOf(dead));
@@ -427,7 +428,7 @@ TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
 
 TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     const Ref stray = blocks[0];
     block(stray).home.storeRelaxed(earlier);
@@ -445,7 +446,7 @@ TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
 
 TEST_F(RecoveryTest, MailMeantForAnEarlierUserOfTheSlotIsNotDelivered) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     address(blocks[0], dead, earlier);
     linxtest::deliver(slotOf(live.spid), arena.blockAt(blocks[0]));

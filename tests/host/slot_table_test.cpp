@@ -151,8 +151,8 @@ TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
     EXPECT_FALSE(everExisted(arena, makeSpid(SlotIndex{3}, 6)));
     EXPECT_FALSE(everExisted(arena, makeSpid(SlotIndex{4}, 0)));
     EXPECT_FALSE(everExisted(arena, makeSpid(SlotIndex{4}, generationMask)));  // just before a slot's first
-    EXPECT_FALSE(everExisted(arena, 0));
-    EXPECT_FALSE(everExisted(arena, makeSpid(SlotIndex{3}, 5) | 1u << 31));
+    EXPECT_FALSE(everExisted(arena, Spid::none));
+    EXPECT_FALSE(everExisted(arena, Spid{numberOf(makeSpid(SlotIndex{3}, 5)) | 1u << 31}));
     arena.slot(SlotIndex{3}).life.storeRelaxed(closedAs(makeSpid(SlotIndex{3}, 5)));
     EXPECT_FALSE(isOpen(arena, makeSpid(SlotIndex{3}, 5)));
     EXPECT_TRUE(everExisted(arena, makeSpid(SlotIndex{3}, 5)));

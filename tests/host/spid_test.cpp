@@ -7,8 +7,8 @@ namespace {
 
 TEST(Spids, ASpidIsNeverZero) {
     for (uint32_t index = 1; index < slotCount; ++index) {
-        ASSERT_NE(makeSpid(SlotIndex{index}, 0), 0u);
-        ASSERT_NE(makeSpid(SlotIndex{index}, generationMask + 1), 0u);
+        ASSERT_NE(makeSpid(SlotIndex{index}, 0), Spid::none);
+        ASSERT_NE(makeSpid(SlotIndex{index}, generationMask + 1), Spid::none);
     }
 }
 
@@ -25,15 +25,15 @@ TEST(Spids, IndexAndGenerationComeBackAsTheyWentIn) {
 
 TEST(Spids, TheGenerationWrapsAndLeavesTheUpperBitsFree) {
     EXPECT_EQ(makeSpid(SlotIndex{7}, generationMask + 1), makeSpid(SlotIndex{7}, 0));
-    EXPECT_EQ(makeSpid(SlotIndex{slotCount - 1}, generationMask) & ~spidMask, 0u);
+    EXPECT_EQ(numberOf(makeSpid(SlotIndex{slotCount - 1}, generationMask)) & ~spidMask, 0u);
 }
 
 TEST(Spids, WhatHasNoIndexOrUpperBitsIsNoSpid) {
-    EXPECT_FALSE(isSpid(0));
+    EXPECT_FALSE(isSpid(Spid::none));
     EXPECT_FALSE(isSpid(makeSpid(SlotIndex{0}, 5)));
-    EXPECT_FALSE(isSpid(makeSpid(SlotIndex{1}, 1) | 1u << 30));
-    EXPECT_FALSE(isSpid(makeSpid(SlotIndex{1}, 1) | 1u << 31));
-    EXPECT_FALSE(isSpid(~0u));
+    EXPECT_FALSE(isSpid(Spid{numberOf(makeSpid(SlotIndex{1}, 1)) | 1u << 30}));
+    EXPECT_FALSE(isSpid(Spid{numberOf(makeSpid(SlotIndex{1}, 1)) | 1u << 31}));
+    EXPECT_FALSE(isSpid(Spid{~0u}));
 }
 
 TEST(Spids, AnEarlierIncarnationIsTheOneWithinTheHalfCircleBehind) {

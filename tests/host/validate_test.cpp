@@ -131,14 +131,14 @@ TEST_F(ValidateTest, SeesThatACentralListLeadsAstray) {
     expectSaid(head, 0, "header: centralLines =");
     expectSaid(head, arena.refOfPage(0) + ~0u, itsBlocks);
     expectSaid(first.next, head.loadRelaxed(), "header: centralLines =");
-    expectSaid(first.owner, live.spid, itsBlocks);
-    expectSaid(first.home, live.spid, itsBlocks);
+    expectSaid(first.owner, heldBy(live.spid), itsBlocks);
+    expectSaid(first.home, Spid{live.spid}, itsBlocks);
     expectSaid(header().central[sizeClass + 1], head.loadRelaxed(), nameOf("central list", sizeClass + 1));
 }
 
 TEST_F(ValidateTest, SeesThatASlotIsNotItsUsers) {
     expectSaidOfOneMore(own().life, ownName() + ": indexOf(life) = its own");
-    expectSaid(own().wakeState, wake_state::word(live.spid + slotCount, wake_state::parked),
+    expectSaid(own().wakeState, wake_state::word(Spid{live.spid + slotCount}, wake_state::parked),
                ownName() + ": wakeState and life are of one generation");
     expectSaidAtRest(own().leasedLines, own().leasedLines.loadRelaxed() ^ (1u << refBits),
                      ownName() + ": leasedLines and life are of one generation");
@@ -171,7 +171,7 @@ TEST_F(ValidateTest, SeesThatANameIsWrong) {
 
 TEST_F(ValidateTest, SeesThatAHuntIsWrong) {
     expectSaid(arena.hunt(0).hunter, live.spid + slotCount, "hunt 0: its hunter is open");
-    expectSaid(arena.hunt(0).hunter, live.spid | huntAnswering, "hunt 0: its hunter is open");
+    expectSaid(arena.hunt(0).hunter, answeredTo(live.spid), "hunt 0: its hunter is open");
     expectSaid(arena.hunt(0).signal, refOf(kept), "hunt 0: its signal is queued for its hunter");
 }
 

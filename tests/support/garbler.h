@@ -163,7 +163,7 @@ private:
     uint32_t chooseOwner(linx::Spid spid) {
         constexpr uint32_t nobodysBits = ~linx::spidMask;
         const uint32_t owners[] = {numberOf(linx::heldBy(spid)), numberOf(linx::queuedFor(spid)),
-                                   numberOf(linx::inFlightTo(spid)), spid | nobodysBits};
+                                   numberOf(linx::inFlightTo(spid)), numberOf(spid) | nobodysBits};
         return owners[draw(4)];
     }
 
