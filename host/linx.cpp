@@ -16,7 +16,7 @@ using linx::Spid;
 
 /// The endpoint behind a handle, if an operation on it may begin: it ends with an Exit. Null with errno.
 Endpoint* enter(LINX* handle) {
-    Endpoint* endpoint = linx::handles::find(handle);
+    Endpoint* endpoint = linx::handles::endpointOf(handle);
     if (endpoint != nullptr) return endpoint->enter() ? endpoint : nullptr;
     errno = EINVAL;
     return nullptr;
@@ -105,7 +105,7 @@ bool isName(const char* text, size_t& length) {
 }
 
 int receiveAtOnce(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     const bool canTry = endpoint != nullptr && signal != nullptr && selection != nullptr;
     return canTry ? endpoint->receiveAtOnce(signal, selection) : 0;
 }
@@ -133,7 +133,7 @@ int linx_get_descriptor(LINX* linx) {
 }
 
 int linx_close(LINX* linx) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     if (endpoint == nullptr) return refuse(-1);
     // Also without a claim to it: then only this process's copy goes.
     const Endpoint::Departure departure = endpoint->leave();
@@ -166,20 +166,20 @@ LinxRef linx_attach(LINX* linx, LinxSignal** notice, LinxSpid spid) {
 }
 
 LinxSignal* linx_alloc(LINX* linx, uint32_t size, uint32_t number) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     LinxSignal* signal = endpoint == nullptr ? nullptr : endpoint->allocateAtOnce(size, number);
     return signal != nullptr ? signal : allocateInFull(linx, size, number);
 }
 
 int linx_free_buf(LINX* linx, LinxSignal** signal) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     const bool isDone = endpoint != nullptr && signal != nullptr && endpoint->freeAtOnce(signal);
     return isDone ? 0 : freeInFull(linx, signal);
 }
 
 int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
     using Posted = Endpoint::Posted;
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     const bool canTry = endpoint != nullptr && signal != nullptr;
     const Posted posted = canTry ? endpoint->sendAtOnce(signal, Spid{to}) : Posted::refused;
     if (posted == Posted::done) return 0;
@@ -197,7 +197,7 @@ int linx_receive_w_tmo(LINX* linx, LinxSignal** signal, uint32_t milliseconds, c
 }
 
 LinxSpid linx_sender(LINX* linx, LinxSignal** signal) {
-    const Endpoint* endpoint = linx::handles::find(linx);
+    const Endpoint* endpoint = linx::handles::endpointOf(linx);
     Spid sender;
     const bool isKnown = endpoint != nullptr && signal != nullptr && endpoint->senderAtOnce(*signal, sender);
     return isKnown ? numberOf(sender) : senderInFull(linx, signal);

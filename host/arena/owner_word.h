@@ -18,19 +18,19 @@ namespace linx {
  *   held           queued      its owner, which parks it
  *   queued         held        its owner, which receives it, or had parked it in vain
  *   held, queued   in flight   its owner, which is about to send it, or to give it back
- *   queued         in flight   who answers its owner's hunt; or its owner, which has no memory to queue it after all
+ *   queued         in flight   who answers its owner's hunt; or its owner, out of memory to queue it after all
  *   in flight      queued      its owner, which takes its mailbox; who ends that one, or could not answer it
- *   in flight      held        its sender, which could not push it; or its owner, when it was meant for an earlier
- * one in flight      free        its owner, which takes what has come back held, queued   free        its owner,
- * which keeps it in its pool any            free        who has the domain lock: of one that has ended, or for the
- * central lists
+ *   in flight      held        its sender, which could not push it; or its owner, where it was an earlier one's
+ *   in flight      free        its owner, which takes what has come back
+ *   held, queued   free        its owner, which keeps it in its pool
+ *   any            free        who has the domain lock: of one that has ended, or for the central lists
  *
  * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
  *
  * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then (Q), or
  * found the block in a chain of the past, and see it by (G) or (I). Before another's, `home` and `sender` are
- * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the exchange (F) or
- * the domain lock (P), and nobody but the owner touches it.
+ * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the compare-and-swap
+ * (F) or the domain lock (P), and nobody but the owner touches it.
  */
 enum class OwnerWord : uint32_t { free = 0 };
 

@@ -31,7 +31,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         signal->sender.storeRelease(found);
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
         // push is (A) and the look (B).
-        uint32_t introducedAt = introduction::never;
+        uint32_t introducedAt = introduction::notYet;
         if (introduction::push(slot, doorbell.get(), found, signal, introducedAt) != stack::closed) {
             const int result = wake_state::ringIfAsked(slot, hunter, indexOf(found), [&] {
                 return doorbell.get() == -1 ? EPIPE : doorbell::ring(doorbell.get());

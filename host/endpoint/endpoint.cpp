@@ -200,7 +200,7 @@ int Endpoint::free(LinxSignal** signal) {
 }
 
 Spid Endpoint::sender(LinxSignal** signal) const {
-    const BlockRef block = signals_.find(*signal);
+    const BlockRef block = signals_.heldAt(*signal);
     if (block) return senderOf(*block);
     errno = EINVAL;
     return Spid::none;

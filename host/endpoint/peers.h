@@ -22,7 +22,7 @@ struct Peer {
     const Spid spid;
     Slot& slot;
     ScopedDescriptor doorbell;
-    uint32_t introducedAt = introduction::never;  ///< the count of its partings when it was told of this endpoint
+    uint32_t introducedAt = introduction::notYet;  ///< the count of its partings when it was told of this endpoint
     uint64_t checkedAt = 0;        ///< coarse milliseconds: when its doorbell was last asked whether it lives
     uint32_t checkInterval = 0;    ///< sends that pass between two that ask the clock whether it is time for that
     uint32_t sendsUntilCheck = 0;  ///< how many of these are still to pass

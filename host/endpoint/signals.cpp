@@ -6,7 +6,7 @@ namespace linx {
 
 Block Signals::noBlock;
 
-BlockRef Signals::find(const LinxSignal* signal) const {
+BlockRef Signals::heldAt(const LinxSignal* signal) const {
     const BlockRef block = self_.arena().blockOfSignal(signal);
     return block && block->owner.loadRelaxed() == heldBy(self_.spid) ? block : BlockRef{};
 }
@@ -21,7 +21,7 @@ LinxSignal* Signals::allocate(uint32_t size, uint32_t number) {
 }
 
 BlockRef Signals::takeOver(LinxSignal** signal) {
-    const BlockRef block = find(*signal);
+    const BlockRef block = heldAt(*signal);
     if (block) {
         letGo(signal);
     } else {

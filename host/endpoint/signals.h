@@ -28,7 +28,7 @@ public:
     int handOut(const BlockRef& block, LinxSignal** signal);
 
     /// The signal that the user holds at this address; no block when none is there.
-    BlockRef find(const LinxSignal* signal) const;
+    BlockRef heldAt(const LinxSignal* signal) const;
 
     /// Whether it is the signal that the user was given last, and still has.
     bool isRecent(const LinxSignal* signal) const;

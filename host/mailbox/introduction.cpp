@@ -14,7 +14,7 @@ constexpr int introductions = 3;  ///< one that watches nobody parts after each,
 
 void revoke(Slot& own) {
     uint32_t count = own.partings.loadRelaxed() + 1;
-    if (count == never) ++count;
+    if (count == notYet) ++count;
     // Before the tag (T): whoever fails for the tag finds the count. One who finds the count first introduces itself
     // through the doorbell, which this endpoint reads after it has ceased to watch.
     own.partings.storeRelease(count);
@@ -28,7 +28,7 @@ Ref push(Slot& target, int doorbell, Spid sender, BlockRef block, uint32_t& intr
         const uint32_t tag = stack::tagOf(target.mailbox.loadSeqCst());
         const uint32_t count = target.partings.loadAcquire();  // (T)
         if (introducedAt != count && attempt < introductions) {
-            introducedAt = doorbell != -1 && doorbell::tell(doorbell, numberOf(sender)) ? count : never;
+            introducedAt = doorbell != -1 && doorbell::tell(doorbell, numberOf(sender)) ? count : notYet;
         }
         const Ref before = stack::push(target.mailbox, block, tag);
         if (before != stack::retagged) return before;

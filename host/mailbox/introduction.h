@@ -20,7 +20,7 @@ namespace linx {
  */
 namespace introduction {
 
-constexpr uint32_t never = 0;  ///< no count of partings: a sender introduced at this one is not introduced
+constexpr uint32_t notYet = 0;  ///< no count of partings: a sender introduced at this one is not introduced
 
 /// The tag of the mailbox of an endpoint that has parted so often.
 constexpr uint32_t tagAt(uint32_t partings) {

@@ -133,7 +133,7 @@ private:
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
     if (there.life.loadAcquire() != openAs(home) || waiting > mostReturned_) return false;  // as in isOpen
-    // Relaxed, and no exchange: about right will do.
+    // Relaxed, and no compare-and-swap: about right will do.
     there.returnedLines.storeRelaxed(waiting + sizeClasses[block.sizeClass].lines);
     // See recoverLostInFlight: the reaper asks whether this one was pushed. Release: (J), after the push before it.
     slot().sending.storeRelease(block.ref);

@@ -25,7 +25,7 @@ void closeFresh(Slot& slot) {
 /// the mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
-    if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
+    if (slot.partings.loadRelaxed() == introduction::notYet) slot.partings.storeRelaxed(introduction::notYet + 1);
     slot.mailboxClaim.storeRelaxed(Ref::none);
     slot.returnedClaim.storeRelaxed(Ref::none);
     slot.sending.storeRelaxed(Ref::none);
@@ -46,7 +46,7 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
 
 SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : lock_(lock) {
     if (!makeWay(name)) return;
-    const SlotIndex index = take();
+    const SlotIndex index = reserveSlot();
     if (index == SlotIndex::none) return;
     before_ = lock.arena().slot(index).life.loadRelaxed();
     spid_ = makeSpid(index, generationOf(spidOf(before_)) + 1);
@@ -96,7 +96,7 @@ bool SlotReservation::makeWay(const Name& name) const {
     return true;
 }
 
-SlotIndex SlotReservation::take() const {
+SlotIndex SlotReservation::reserveSlot() const {
     const SlotIndex index = takeSlot(lock_.arena());
     return index == SlotIndex::none && reapAllDeadIfDue(lock_) ? takeSlot(lock_.arena()) : index;
 }

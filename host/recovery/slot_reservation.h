@@ -26,7 +26,7 @@ public:
 
 private:
     bool makeWay(const Name& name) const;
-    SlotIndex take() const;
+    SlotIndex reserveSlot() const;
     Slot& slot() const { return lock_.arena().slot(indexOf(spid_)); }
 
     const DomainLock& lock_;
