@@ -12,7 +12,7 @@ namespace linx {
 struct BlockRef {
     Block* block = nullptr;
     Ref ref = Ref::none;
-    uint32_t sizeClass = 0;
+    SizeClassId sizeClass{};
 
     explicit operator bool() const { return block != nullptr; }
     Block* operator->() const { return block; }
@@ -133,7 +133,7 @@ public:
     }
 
     /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
-    bool knows(Ref ref, uint32_t sizeClass) const {
+    bool knows(Ref ref, SizeClassId sizeClass) const {
         return pageOf(ref) == page_ && sizeClass == sizeClass_ && (starts_ >> lineInPage(ref) & 1) != 0;
     }
 
@@ -156,7 +156,7 @@ private:
 
     const Arena& arena_;
     uint32_t page_ = 0;  ///< of the file, whose first is the header's
-    uint32_t sizeClass_ = 0;
+    SizeClassId sizeClass_{};
     uint64_t starts_ = 0;  ///< as in SizeClass; none in the header
 };
 
@@ -165,7 +165,7 @@ inline BlockRef Arena::blockAt(Ref ref) const {
     if (!isLeasable(pageIndex)) return {};
     // Acquire: (O), pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = pageEntry(pageIndex).loadAcquire();
-    const uint32_t sizeClass = entryClass(entry);
+    const SizeClassId sizeClass = entryClass(entry);
     if (sizeClass >= sizeClassCount || entryBack(entry) > pageIndex) return {};
     const SizeClass& c = sizeClasses[sizeClass];
     if (!isLeasable(pageIndex - entryBack(entry) + c.pages - 1)) return {};

@@ -23,7 +23,7 @@ void push(const Arena& arena, BlockRef block) {
     lines.storeRelaxed(lines.loadRelaxed() + sizeClasses[block.sizeClass].lines);
 }
 
-BlockRef pop(const Arena& arena, uint32_t sizeClass) {
+BlockRef pop(const Arena& arena, SizeClassId sizeClass) {
     WordOf<Ref>& head = arena.header().central[sizeClass];
     const BlockRef block = arena.blockAt(head.loadRelaxed());
     if (!block || block.sizeClass != sizeClass || !isHomeless(*block)) {

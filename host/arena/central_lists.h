@@ -29,7 +29,7 @@ void abandon(const Arena& arena, BlockRef block);
 void push(const Arena& arena, BlockRef block);
 
 /// Pops a block of the class; none when there is none.
-BlockRef pop(const Arena& arena, uint32_t sizeClass);
+BlockRef pop(const Arena& arena, SizeClassId sizeClass);
 
 /// Forgets what is in the lists; the blocks stay without a home.
 void clear(const Arena& arena);

@@ -265,14 +265,14 @@ constexpr uint32_t firstPoolPage(uint32_t pageCount) {
 }
 
 // A word of the page map: 0 free, else size class + 1 in the upper byte, pages back to the start of the run below.
-constexpr uint32_t makePageEntry(uint32_t sizeClass, uint32_t back) {
+constexpr uint32_t makePageEntry(SizeClassId sizeClass, uint32_t back) {
     return ((sizeClass + 1) << 24) | back;
 }
 constexpr uint32_t entryBack(uint32_t entry) {
     return entry & 0xffffff;
 }
-constexpr uint32_t entryClass(uint32_t entry) {
-    return (entry >> 24) - 1;
+constexpr SizeClassId entryClass(uint32_t entry) {
+    return SizeClassId{(entry >> 24) - 1};
 }
 
 }  // namespace linx

@@ -49,7 +49,7 @@ private:
         uint32_t gap = 0;
         uint32_t longestGap = 0;
         for (uint32_t page = 0; page < used;) {
-            uint32_t sizeClass;
+            SizeClassId sizeClass;
             if (runStartsAt(arena_, page, sizeClass)) {
                 checkRun(page, sizeClass);
                 page += sizeClasses[sizeClass].pages;
@@ -64,7 +64,7 @@ private:
         }
     }
 
-    void checkRun(uint32_t first, uint32_t sizeClass) {
+    void checkRun(uint32_t first, SizeClassId sizeClass) {
         for (uint32_t back = 0; back < sizeClasses[sizeClass].pages; ++back) {
             const uint32_t entry = arena_.pageEntry(first + back).loadRelaxed();
             if (entry != makePageEntry(sizeClass, back)) broken(Subject{"page", first + back}, ofOneRun);
@@ -85,7 +85,7 @@ private:
                     return broken(Subject{"central list", c}, "its blocks are of its class, free and without a home",
                                   "block " + std::to_string(numberOf(ref)));
                 }
-                lines += linesOfClass(c);
+                lines += sizeClasses[c].lines;
                 ref = block->next.loadRelaxed();
             }
         }

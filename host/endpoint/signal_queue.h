@@ -34,7 +34,7 @@ class SignalQueue {
 public:
     struct Signal {
         Ref ref = Ref::none;
-        uint32_t sizeClass = 0;
+        SizeClassId sizeClass{};
     };
 
     bool empty() const { return size_ == 0; }

@@ -66,7 +66,7 @@ private:
     const Identity self_;
     Pool pool_;
     uint32_t held_ = 0;
-    BlockRef recent_ = {&noBlock, Ref::none, 0};  ///< given to the user last: most often the one that comes back next
+    BlockRef recent_{&noBlock};  ///< given to the user last: most often the one that comes back next
 };
 
 inline bool Signals::isRecent(const LinxSignal* signal) const {

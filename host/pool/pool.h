@@ -25,7 +25,7 @@ public:
     BlockRef allocate(uint32_t lines);
 
     /// A free block of exactly this class, if the endpoint has some and it shows at once.
-    BlockRef popAtOnce(uint32_t sizeClass);
+    BlockRef popAtOnce(SizeClassId sizeClass);
 
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
     void free(BlockRef block);
@@ -61,32 +61,32 @@ private:
         ifAsked
     };
 
-    BlockRef pop(uint32_t sizeClass);
+    BlockRef pop(SizeClassId sizeClass);
     /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
     /// lost than given out twice.
     bool isFreeHere(const Block& block) const {
         return block.owner.loadRelaxed() == OwnerWord::free && block.home.loadRelaxed() == home_;
     }
-    BlockRef popLarger(uint32_t sizeClass);
+    BlockRef popLarger(SizeClassId sizeClass);
     void keep(BlockRef block);
     [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t lines);
     void markFree(BlockRef block);
-    void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
-    bool add(const lease::Chain& chain, uint32_t sizeClass);
+    void prepend(Ref head, Block& last, uint32_t count, SizeClassId sizeClass);
+    bool add(const lease::Chain& chain, SizeClassId sizeClass);
     bool keepsTooMuch() { return mostLines_ > keptLines_ && countLines() > keptLines_; }
     uint32_t countLines();
     bool giveBack(BlockRef block, Spid home);
     bool learnHome(Spid home);
     uint32_t leasedLines() const;
-    uint32_t countToLease(uint32_t sizeClass);
-    int leaseMore(uint32_t sizeClass, Hope& hope);
-    bool fromCentral(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
-    bool fromFreshPages(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
-    bool afterReclaim(const DomainLock& lock, uint32_t sizeClass, lease::Reclaimed& looked);
-    bool fromLargerClass(const DomainLock& lock, uint32_t sizeClass);
-    bool leaseOne(const DomainLock& lock, uint32_t sizeClass);
+    uint32_t countToLease(SizeClassId sizeClass);
+    int leaseMore(SizeClassId sizeClass, Hope& hope);
+    bool fromCentral(const DomainLock& lock, SizeClassId sizeClass, uint32_t wanted);
+    bool fromFreshPages(const DomainLock& lock, SizeClassId sizeClass, uint32_t wanted);
+    bool afterReclaim(const DomainLock& lock, SizeClassId sizeClass, lease::Reclaimed& looked);
+    bool fromLargerClass(const DomainLock& lock, SizeClassId sizeClass);
+    bool leaseOne(const DomainLock& lock, SizeClassId sizeClass);
     Hope hopeAfter(lease::Reclaimed looked) const;
-    void awaitRelief(uint32_t sizeClass);
+    void awaitRelief(SizeClassId sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);
 
@@ -116,7 +116,7 @@ private:
     uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
 };
 
-[[gnu::always_inline]] inline BlockRef Pool::popAtOnce(uint32_t sizeClass) {
+[[gnu::always_inline]] inline BlockRef Pool::popAtOnce(SizeClassId sizeClass) {
     const uint32_t count = count_[sizeClass];
     if (count == 0) return {};
     const Ref ref = free_[sizeClass];

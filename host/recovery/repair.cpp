@@ -21,7 +21,7 @@ void clearHalfRuns(const Arena& arena) {
     const uint32_t used = arena.usedPages();
     forgetGaps(arena);
     for (uint32_t page = 0; page < used;) {
-        uint32_t sizeClass;
+        SizeClassId sizeClass;
         if (runStartsAt(arena, page, sizeClass)) {
             page += sizeClasses[sizeClass].pages;
         } else {

@@ -131,7 +131,7 @@ TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
         ASSERT_NE(MAP_FAILED, tables);
         auto& header = *static_cast<linx::Header*>(tables);
         const uint32_t pages = header.pageCount.loadRelaxed();
-        const uint32_t last = linx::makePageEntry(0, 0);
+        const uint32_t last = linx::makePageEntry(linx::SizeClassId{0}, 0);
         ASSERT_EQ(ssize_t{sizeof last}, pwrite(file, &last, sizeof last, linx::pageMapOffset + (pages - 1) * 4));
         fill();
         header.pagesUsed.storeRelaxed(pages);

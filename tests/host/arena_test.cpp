@@ -70,7 +70,7 @@ TEST_F(ArenaTest, NoReferenceOutsideThePoolIsABlock) {
 }
 
 TEST_F(ArenaTest, ReferencesAndBlocksTurnIntoEachOther) {
-    const Ref ref = memory.layRun(5, 2) + 2 * linesOfClass(2);
+    const Ref ref = memory.layRun(5, 2) + 2 * linesOfClass(SizeClassId{2});
     EXPECT_EQ(arena.refOf(arena.blockAt(ref).block), ref);
     EXPECT_EQ(arena.blockOfSignal(&arena.blockAt(ref)->signal).block, arena.blockAt(ref).block);
 }
@@ -78,7 +78,7 @@ TEST_F(ArenaTest, ReferencesAndBlocksTurnIntoEachOther) {
 TEST_F(ArenaTest, ASignalIsFoundAtItsVeryAddressOnly) {
     const Ref first = memory.layRun(5, 3);
     const size_t start = size_t{numberOf(first)} * lineBytes;
-    const size_t blockBytes = size_t{linesOfClass(3)} * lineBytes;
+    const size_t blockBytes = size_t{linesOfClass(SizeClassId{3})} * lineBytes;
     for (size_t offset = start; offset < start + pageBytes; ++offset) {
         const size_t within = offset - start;
         const bool isSignal =
@@ -121,7 +121,7 @@ TEST_F(ArenaTest, NoRandomPageMapLeadsOutside) {
             const auto word = static_cast<uint32_t>(random());
             // Words that are nearly right as well as wild ones.
             arena.pageEntry(page).storeRelaxed(
-                round % 2 == 0 ? word : makePageEntry(word % sizeClassCount, word % (page + 1)));
+                round % 2 == 0 ? word : makePageEntry(SizeClassId{word % sizeClassCount}, word % (page + 1)));
         }
         for (Ref ref = arena.refOfPage(0); ref < arena.refOfPage(MemoryArena::pages); ref = ref + 1) {
             ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(ref));

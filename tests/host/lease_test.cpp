@@ -20,7 +20,7 @@ using linxtest::Linx;
 
 class GapsOfPagesTest : public TightTest {
 protected:
-    static constexpr uint32_t sizeClass = 20;  // a run of several pages
+    static constexpr SizeClassId sizeClass{20};  // a run of several pages
     static constexpr uint32_t pages = sizeClasses[sizeClass].pages;
     static_assert(pages > 2, "so a gap may be too short");
 
@@ -58,7 +58,7 @@ TEST_F(GapsOfPagesTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
         const uint32_t length = pages - 1 + static_cast<uint32_t>(random() % 3);
         const uint32_t start = used + static_cast<uint32_t>(random() % (count - used - length + 1));
         const auto hint = static_cast<uint32_t>(round % 2 == 0 ? random() % (2 * count) : start + random() % length);
-        setPages(used, count, makePageEntry(0, 0));
+        setPages(used, count, makePageEntry(SizeClassId{0}, 0));
         setPages(start, start + length, 0);
         arena.header().longestGap.storeRelaxed(count);
         arena.header().gapHint.storeRelaxed(hint);
@@ -73,7 +73,7 @@ TEST_F(GapsOfPagesTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
 
 TEST_F(GapsOfPagesTest, AreNotLookedForAgainWhereNoneWasUntilSomeMayBe) {
     const linxtest::DisorderAllowed allowed;
-    setPages(used, arena.pageCount(), makePageEntry(0, 0));
+    setPages(used, arena.pageCount(), makePageEntry(SizeClassId{0}, 0));
     arena.header().longestGap.storeRelaxed(arena.pageCount());
     EXPECT_EQ(cut(), none);
     setPages(100, 100 + pages, 0);

@@ -44,7 +44,8 @@ public:
     static size_t bytes() { return size_t{linx::firstPoolPage(pages) + pages} * linx::pageBytes; }
 
     /// Cuts a run of the class at the page, as a lease would. Returns its first block.
-    linx::Ref layRun(uint32_t page, uint32_t sizeClass) const {
+    linx::Ref layRun(uint32_t page, uint32_t itsClass) const {
+        const linx::SizeClassId sizeClass{itsClass};
         for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].pages; ++i) {
             arena().pageEntry(page + i).storeRelaxed(linx::makePageEntry(sizeClass, i));
         }

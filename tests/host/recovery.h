@@ -10,7 +10,7 @@
 
 namespace linx {
 
-constexpr uint32_t anyClass = 3;
+constexpr SizeClassId anyClass{3};
 
 /// Lays down by hand what a process leaves that dies between two stores, and looks at what the next holder of the
 /// domain lock makes of it.

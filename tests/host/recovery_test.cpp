@@ -301,7 +301,7 @@ TEST_F(RecoveryTest, ACentralListThatLeadsToASmallerBlockIsNotFollowed) {
     {
         arena.header().central[anyClass + 1].storeRelaxed(blocks[0]);
         const DomainLock lock(*joined);
-        EXPECT_FALSE(central::pop(arena, anyClass + 1));
+        EXPECT_FALSE(central::pop(arena, SizeClassId{anyClass + 1}));
     }
     repairAfterDeath();
     expectInOrder();
@@ -310,11 +310,12 @@ TEST_F(RecoveryTest, ACentralListThatLeadsToASmallerBlockIsNotFollowed) {
 TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
     const AnySpid dead = layDead("dead");
     const uint32_t used = arena.header().pagesUsed.loadRelaxed();
-    const SizeClass& c = sizeClasses[20];
+    constexpr SizeClassId sizeClass{20};
+    const SizeClass& c = sizeClasses[sizeClass];
     arena.header().pagesUsed.storeRelaxed(used + c.pages);
     ASSERT_GT(c.pages, 1u);
     for (uint32_t back = 1; back < c.pages; ++back)
-        arena.pageEntry(used + back).storeRelaxed(makePageEntry(20, back));
+        arena.pageEntry(used + back).storeRelaxed(makePageEntry(sizeClass, back));
     repairAfterDeath();
     for (uint32_t back = 0; back < c.pages; ++back) EXPECT_EQ(arena.pageEntry(used + back).loadRelaxed(), 0u);
     reapDead(dead);
@@ -326,7 +327,7 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
     std::vector<Ref> blocks;
     {
         const DomainLock lock(*joined);
-        blocks = refsOf(lease::fromFreshPages(lock, dead, 20, 1));
+        blocks = refsOf(lease::fromFreshPages(lock, dead, SizeClassId{20}, 1));
     }
     reapDead(dead);
     const uint32_t first = pageOf(blocks[0]) - arena.filePageOf(0);

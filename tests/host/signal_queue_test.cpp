@@ -17,7 +17,7 @@ constexpr uint32_t any[] = {0};
 class SignalQueueTest : public ::testing::Test {
 protected:
     /// Each signal is given the size class that its number tells, so that it can be asked for when it is taken.
-    static SignalQueue::Signal signal(uint32_t ref) { return {Ref{ref}, ref % sizeClassCount}; }
+    static SignalQueue::Signal signal(uint32_t ref) { return {Ref{ref}, SizeClassId{ref % sizeClassCount}}; }
     static uint32_t refOf(SignalQueue::Signal taken) {
         EXPECT_EQ(taken.sizeClass, signal(numberOf(taken.ref)).sizeClass);
         return numberOf(taken.ref);

@@ -105,9 +105,9 @@ TEST_F(ValidateTest, SeesThatTheHeaderCountsWrong) {
 
 TEST_F(ValidateTest, SeesThatAPageIsOfNoRun) {
     const uint32_t page = freePage();
-    expectSaid(arena.pageEntry(page - 1), makePageEntry(0, 1),
+    expectSaid(arena.pageEntry(page - 1), makePageEntry(SizeClassId{0}, 1),
                nameOf("page", page - 1) + ": it is free, or of one run");
-    expectSaidAtRest(arena.pageEntry(page), makePageEntry(0, 0),
+    expectSaidAtRest(arena.pageEntry(page), makePageEntry(SizeClassId{0}, 0),
                      nameOf("page", page) + ": it is free from pagesUsed on");
 }
 

@@ -123,7 +123,7 @@ private:
     linx::Ref chooseBlock() {
         uint32_t page = choosePage();
         const uint32_t entry = read(linx::pageMapOffset + size_t{page} * 4);
-        const uint32_t sizeClass = linx::entryClass(entry);
+        const linx::SizeClassId sizeClass = linx::entryClass(entry);
         const uint32_t start = page - linx::entryBack(entry);
         const auto refOf = [&](uint32_t of) { return linx::Ref{(firstPoolPage() + of) * linx::linesPerPage}; };
         if (sizeClass >= linx::sizeClassCount || start > page) return refOf(page) + draw(linx::linesPerPage);
