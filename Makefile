@@ -116,6 +116,18 @@ instructions: bench-dependencies ## Counts the instructions of a Notify and of a
 abi-baseline: dependencies ## Renews what the binary interface is compared with, see docs/abi.md
 	$(call build,release,abi-baseline)
 
+# Packages and documents
+
+docs: docs-dependencies ## Makes one site of the documents, the manual pages and the reference: build/docs/index.html
+	@docs/site/build build/docs
+
+packages: packages-dependencies ## Builds the Debian packages into build/packages
+	@scripts/build-packages build/packages
+	@ls build/packages/*.deb
+
+packages-test: packages-test-dependencies ## Builds them twice, and installs, uses and removes them in a fresh Debian; needs root
+	@scripts/test-packages
+
 # What all that needs on Debian
 
 dependencies:
@@ -139,3 +151,12 @@ bench-dependencies:
 
 powerpc-dependencies:
 	@scripts/install-dependencies g++-powerpc-linux-gnu qemu-user-static googletest
+
+docs-dependencies: dependencies
+	@scripts/install-dependencies doxygen python3-markdown
+
+packages-dependencies: docs-dependencies
+	@scripts/install-dependencies dpkg-dev debhelper dh-python
+
+packages-test-dependencies: packages-dependencies
+	@scripts/install-dependencies lintian debootstrap

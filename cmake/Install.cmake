@@ -1,4 +1,7 @@
 include(CMakePackageConfigHelpers)
+# Components: runtime is what programs need that are there, dev what it takes to compile them; testing, python and doc
+# are of use without each other.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME dev)
 
 # linx_install_pc(NAME DESCRIPTION text FIELDS line... [COMPONENT name])
 # Installs a pkg-config file with those fields.
@@ -36,7 +39,7 @@ function(linx_install target)
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
     set(arg_STATIC_NEEDS)
   endif()
-  install(TARGETS ${target} EXPORT linxipc)
+  install(TARGETS ${target} EXPORT linxipc LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev)
   linx_install_pc(
     ${arg_NAME}
     DESCRIPTION ${arg_DESCRIPTION}
@@ -61,7 +64,7 @@ endif()
 
 set_target_properties(linxplatform PROPERTIES EXPORT_NAME platform)
 install(TARGETS linxplatform linxipc EXPORT linxipc)
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc FILES_MATCHING PATTERN "*.h")
 install(FILES ipc/linxIpc.h ipc/LogLevel.h ipc/ReservedSignal.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/ipc)
@@ -100,3 +103,8 @@ configure_file(cmake/linxipcConfig.cmake.in ${PROJECT_BINARY_DIR}/linxipcConfig.
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/linxipcConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/linxipcConfig.cmake ${PROJECT_BINARY_DIR}/linxipcConfigVersion.cmake
         DESTINATION ${package_dir})
+
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR}
+                                      -P ${PROJECT_SOURCE_DIR}/cmake/Uninstall.cmake USES_TERMINAL)
+endif()

@@ -54,12 +54,12 @@ public:
     void SetSender(const std::string& name) { sender = name; }
 
 protected:
-    std::uint32_t type = 0;
-    std::string sender;
-    char* data = nullptr;
-    std::uint32_t length = 0;
-    std::uint32_t capacity = 0;
-    std::uint32_t fillPos = 0;
+    std::uint32_t type = 0;      ///< what `MsgType` returns
+    std::string sender;          ///< what `GetSender` returns
+    char* data = nullptr;        ///< the payload, or null
+    std::uint32_t length = 0;    ///< what `Length` returns
+    std::uint32_t capacity = 0;  ///< the bytes that there is room for
+    std::uint32_t fillPos = 0;   ///< where the next `Fill` begins
 
 private:
     int Enlarge(unsigned size);
@@ -106,8 +106,8 @@ private:
 
 /// A handler and the user data that it is called with, which is not owned.
 struct Callback {
-    void (*function)(LinxIpc* endpoint, void* userData) = nullptr;
-    void* userData = nullptr;
+    void (*function)(LinxIpc* endpoint, void* userData) = nullptr;  ///< null where there is no handler
+    void* userData = nullptr;                                       ///< its second argument
 };
 
 /// A LINX endpoint: sends messages to endpoints by name, and receives and dispatches those that arrive.
@@ -166,9 +166,13 @@ public:
     /// The LINX handle, null before `Init`. It belongs to the endpoint.
     LINX* Linx() const { return linx; }
 
-    /// These three operations on plain descriptors are not supported: each logs that and returns 1.
+    /// Not supported, as the endpoint is no plain descriptor: logs that and returns 1.
     int Send(const void* bytes, unsigned size, unsigned& sent) override;
+
+    /// As `Send`.
     int Receive(void* bytes, unsigned size, unsigned& received) override;
+
+    /// As `Send`.
     int Blocking(bool on) override;
 
     /// Has `function` called with `userData` for every dispatched signal of the number `type`, in place of any
@@ -193,9 +197,9 @@ public:
 
     /// Removes the relay handler and the handler of `type`, where there are any.
     void DeregisterHandler(unsigned type);
-    void DeregisterShutdown();
-    void DeregisterProcessDied();
-    void DeregisterDefault();
+    void DeregisterShutdown();     ///< Removes the handler of shutdown requests.
+    void DeregisterProcessDied();  ///< Removes the handler of notices that a process died.
+    void DeregisterDefault();      ///< Removes the handler of signals that have none of their own.
 
     /// Receives one message. Waits for it up to `timeout` milliseconds, or without limit when that is negative.
     ///

@@ -23,7 +23,7 @@ public:
     int Descriptor() const { return descriptor; }
 
 protected:
-    int descriptor = -1;
+    int descriptor = -1;  ///< what `Descriptor` returns
 };
 
 #endif

@@ -45,7 +45,7 @@ protected:
     LogMsg& operator=(const LogMsg&) = delete;
 
     struct Line;
-    std::unique_ptr<Line> line;
+    std::unique_ptr<Line> line;  ///< the line that has begun, or null
 };
 
 /// A line of the system's log, one object for each line. The line is written when the object is destroyed, or dropped

@@ -50,7 +50,7 @@ typedef struct LINX LINX;
 
 /* The head of a signal; its payload bytes follow the number. */
 typedef struct LinxSignal {
-    uint32_t number;
+    uint32_t number; /* the type of the signal */
 } LinxSignal;
 
 /* Identifies one incarnation of an endpoint; 0 never names a live one. */

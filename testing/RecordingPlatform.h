@@ -28,8 +28,8 @@ struct SentSignal {
 struct LogLine {
     unsigned level;       // the one bit of the level mask
     std::string process;  // on whose behalf
-    std::string text;
-    bool streamFailed;  // whether the line was cut short because something in it could not be written
+    std::string text;     // what was written into it
+    bool streamFailed;    // whether the line was cut short because something in it could not be written
 };
 
 /// The platform for tests of a single process: a program links `linxipc::testing` in place of a platform, and its

@@ -12,9 +12,11 @@ skip() {
     exit 77
 }
 
-# The names that a library offers to others, mangled: of all machines' alike.
+# The names that a library offers to others, mangled, with their versions: of all machines' alike. The versions
+# themselves are among the symbols of some linkers.
 exports() {
-    "$READELF" --dyn-syms --wide "$1" | awk '$5 ~ /GLOBAL|WEAK|UNIQUE/ && $7 != "UND" { print $8 }' | LC_ALL=C sort
+    "$READELF" --dyn-syms --wide "$1" |
+        awk '$5 ~ /GLOBAL|WEAK|UNIQUE/ && $7 !~ /UND|ABS/ { print $8 }' | LC_ALL=C sort
 }
 
 # Goes on only where the baseline can be compared with.

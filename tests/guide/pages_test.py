@@ -1,4 +1,4 @@
-"""What the pages of the guide quote stands in the programs, and what they link to is there."""
+"""What the pages of the guide quote stands in the programs."""
 
 import re
 import textwrap
@@ -35,11 +35,6 @@ def runs_of(text, count):
 class Pages(unittest.TestCase):
     def test_there_are_pages(self):
         self.assertGreater(len(PAGES), 5)
-
-    def test_links_lead_somewhere(self):
-        for page in PAGES:
-            for path in links(page):
-                self.assertTrue(path.exists(), f'{page.name} links {path}')
 
     def test_every_chapter_is_in_the_list(self):
         listed = set(links(SOURCE / 'docs' / 'guide' / 'README.md'))

@@ -17,7 +17,7 @@ fail() {
 }
 
 # The demangled names of what the library offers to others; in the C++ ones the class comes first.
-exported() { nm -DC --defined-only "$1" | cut -d ' ' -f 3-; }
+exported() { nm -DC --without-symbol-versions --defined-only "$1" | grep -v ' A ' | cut -d ' ' -f 3-; }
 
 read -ra emulator <<<"${EMULATOR:-}"
 
@@ -155,6 +155,49 @@ PytestFindsThePluginAndTheLibrary() {
     [[ $output == *"peer 'peer' got, and nobody expects it:"* ]] || fail "$output"
 }
 
+# installed PLACE: all that is there.
+installed() { (cd "$1" && find . -type f,l -printf '%P\n' | LC_ALL=C sort); }
+
+# What runs, what compiles and what is read can be installed apart, and together they are everything.
+TheComponentsAreTheWhole() {
+    local place=$SCRATCH/components-prefix component file
+    rm -rf "$place"
+    for component in runtime dev testing python doc; do
+        "$CMAKE" --install "$BUILD" --prefix "$place/$component" --component "$component"
+    done
+    diff <(installed "$prefix") <(for component in "$place"/*; do installed "$component"; done | LC_ALL=C sort) ||
+        fail "the components are not all, or more than that"
+    diff <(installed "$place/runtime") - <<-EOF || fail "what runs is not the libraries"
+	$LIBDIR/libLinxIpc.so.$SOVERSION
+	$LIBDIR/libLinxIpc.so.$VERSION
+	$LIBDIR/liblinxhost.so.$SOVERSION
+	$LIBDIR/liblinxhost.so.$VERSION
+	share/doc/linxipc/LICENSE
+	EOF
+    for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so include/linxipc/ipc/linxIpc.h; do
+        [[ -e $place/dev/$file || -L $place/dev/$file ]] || fail "missing in dev: $file"
+    done
+}
+
+# Also after use, and nobody else's files and directories.
+UninstallingLeavesNothing() {
+    local build=$SCRATCH/uninstalled place=$SCRATCH/uninstalled-prefix modules
+    modules=$place/lib/python3/dist-packages
+    build_libraries "$build"
+    rm -rf "$place"
+    mkdir -p "$place/include" "$modules/__pycache__"
+    touch "$place/include/other.h" "$modules/linx_other.py" "$modules/__pycache__/linx_other.cpython-311.pyc"
+    installed "$place" >"$build/before"
+    "$CMAKE" --install "$build" --prefix "$place" --component doc
+    "$CMAKE" --install "$build" --prefix "$place"
+    mkdir "$modules/pytest_linx/__pycache__"
+    touch "$modules"/{__pycache__/linx.cpython-311.pyc,pytest_linx/__pycache__/scene.cpython-311.opt-1.pyc}
+    "$CMAKE" --build "$build" --target uninstall
+    diff "$build/before" <(installed "$place") || fail "something is left, or too little"
+    [[ -z $(find "$place" -name 'linxipc*' -o -name 'pytest_linx') ]] || fail "a directory is left"
+    ! "$CMAKE" --build "$build" --target uninstall || fail "it was uninstalled twice"
+}
+
 EveryHeaderTellsItsLicence() {
     local silent
     silent=$(grep -rLE '^(//|/\*) SPDX-License-Identifier: MIT\b' "$prefix/include") || true
@@ -220,6 +263,27 @@ TheLibrariesCarryTheirSonames() {
     done
 }
 
+# A program is linked with libraries that have one operation more than those it meets. Nothing calls it before the
+# loader has looked for its version.
+AProgramThatNeedsALaterVersionIsToldAtStart() {
+    local later=$SCRATCH/later name newest output
+    rm -rf "$later"
+    mkdir "$later"
+    printf 'int later(void);\nint later(void) { return 0; }\n' >"$later/library.c"
+    printf 'int later(void);\nint main(int count, char **arguments) { return arguments[count - 1][0] ? 0 : later(); }\n' \
+        >"$later/program.c"
+    for name in LinxIpc linxhost; do
+        newest=$(sed -n 's/^\(LINX[A-Z]*_[0-9.]*\) {$/\1/p' "$SOURCE/cmake/$name.map" | tail -n 1)
+        { cat "$SOURCE/cmake/$name.map"; echo "LATER { global: later; } $newest;"; } >"$later/$name.map"
+        "$CC" -shared -fPIC "$later/library.c" -o "$later/lib$name.so.$SOVERSION" \
+            -Wl,--version-script="$later/$name.map" -Wl,-soname,"lib$name.so.$SOVERSION"
+        "$CC" "$later/program.c" -o "$later/$name" "$later/lib$name.so.$SOVERSION"
+        LD_LIBRARY_PATH=$later run "$later/$name" ""
+        output=$(LD_LIBRARY_PATH=$prefix/$LIBDIR "${emulator[@]}" "$later/$name" 2>&1) && fail "$name: it started"
+        [[ $output == *"version \`LATER' not found (required by"* ]] || fail "$name: it was told: $output"
+    done
+}
+
 # lists LINES NAME...: each name begins a line.
 lists() {
     local names=$1 name
@@ -237,7 +301,7 @@ AnExternalBuildHasNothingOfTheHost() {
     names=$(exported "$place/$LIBDIR/libLinxIpc.so")
     shared=$(comm -12 <(sort -u <<<"$names") <(exported "$platform" | sort -u))
     [[ -z $shared ]] || fail "defines what the platform defines: $shared"
-    lists "$(nm -DC --undefined-only "$place/$LIBDIR/libLinxIpc.so" | sed 's/^ *U //')" linx_open LogClient::Instance
+    lists "$(nm -DC --without-symbol-versions --undefined-only "$place/$LIBDIR/libLinxIpc.so" | sed 's/^ *U //')" linx_open LogClient::Instance
 }
 
 # The machine's platform is ours here, but nobody told the library.
