@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -42,6 +43,19 @@ TEST_F(AnsweringTest, AnAnswerThatComesBackAsAnotherSignalIsNoPendingHunt) {
     push();
     EXPECT_EQ(receiveNumber(live), 77u);
     EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
+    reapDead(opener);
+}
+
+TEST_F(AnsweringTest, AGarbledSenderOfAnAnswerIsNotLookedForInASlotThatWasNeverUsed) {
+    begin();
+    block(signal).sender.storeRelaxed(makeSpid(8000, 1));
+    const std::string path = domain.pathOf("arena");
+    struct stat before;
+    struct stat after;
+    ASSERT_EQ(stat(path.c_str(), &before), 0);
+    expectPendingAgain();
+    ASSERT_EQ(stat(path.c_str(), &after), 0);
+    EXPECT_EQ(after.st_blocks, before.st_blocks) << "on a full file system there is no memory for a look";
     reapDead(opener);
 }
 
