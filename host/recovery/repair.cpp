@@ -68,8 +68,8 @@ void finishAnswering(const Arena& arena) {
     trimHunts(arena);
 }
 
-/// An opening process died when others could push into the slot already, who knew an earlier user of it: the endpoint
-/// is opened, and what has been pushed is found when it is reaped.
+/// An opening process died when a sender that knew an earlier user of the slot could already push into it: the
+/// endpoint is opened, so that what was pushed is found when it is reaped.
 void finishOpening(const Arena& arena) {
     arena.forEachUsedSlot([](SlotIndex, Slot& slot) {
         const LifeWord life = slot.life.loadRelaxed();

@@ -45,6 +45,15 @@ TEST_F(AnsweringTest, AnAnswerThatComesBackAsAnotherSignalIsNoPendingHunt) {
     reapDead(opener);
 }
 
+TEST_F(AnsweringTest, AGarbledSenderOfAnAnswerIsNotLookedForInASlotThatWasNeverUsed) {
+    begin();
+    block(signal).sender.storeRelaxed(makeSpid(8000, 1));
+    const uint64_t before = domain.arenaBytes();
+    expectPendingAgain();
+    EXPECT_EQ(domain.arenaBytes(), before) << "on a full file system there is no memory for a look";
+    reapDead(opener);
+}
+
 TEST_F(AnsweringTest, ARepairerThatDiesInBetweenLeavesTheHuntPending) {
     begin();
     tell();
