@@ -3,7 +3,6 @@
 #include <grp.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,15 +17,7 @@ namespace {
 constexpr uint32_t item = 100;
 constexpr uid_t user = 65534;
 
-class LockedMemory : public ProcessTest {
-protected:
-    /// Memory that the arena's file takes.
-    uint64_t arenaBytes() const {
-        struct stat status = {};
-        EXPECT_EQ(0, stat(domain.pathOf("arena").c_str(), &status));
-        return static_cast<uint64_t>(status.st_blocks) * 512;
-    }
-};
+using LockedMemory = ProcessTest;
 
 /// Has all that this process maps from now on locked. False where that is not allowed, or, as under sanitizers, does
 /// nothing.
@@ -62,10 +53,10 @@ TEST_F(LockedMemory, HoldsOfTheArenaNoMoreThanIsUsed) {
         parent.tell(locked && !isTold);
         if (!locked || isTold) return;
         ASSERT_NE(nullptr, linx);
-        EXPECT_LT(arenaBytes(), 8u << 20);
+        EXPECT_LT(domain.arenaBytes(), 8u << 20);
         ASSERT_EQ(0, sendBytes(linx, spidOf(linx), item, pattern(1000000, 1)));
         EXPECT_TRUE(pattern(1000000, 1) == expectSignal(linx, item, 0).payload);
-        EXPECT_LT(arenaBytes(), 8u << 20);
+        EXPECT_LT(domain.arenaBytes(), 8u << 20);
         EXPECT_EQ(0, linx_close(linx));
     });
     const bool couldLock = child.hear() != 0;

@@ -301,7 +301,8 @@ AnExternalBuildHasNothingOfTheHost() {
     names=$(exported "$place/$LIBDIR/libLinxIpc.so")
     shared=$(comm -12 <(sort -u <<<"$names") <(exported "$platform" | sort -u))
     [[ -z $shared ]] || fail "defines what the platform defines: $shared"
-    lists "$(nm -DC --without-symbol-versions --undefined-only "$place/$LIBDIR/libLinxIpc.so" | sed 's/^ *U //')" linx_open LogClient::Instance
+    names=$(nm -DC --without-symbol-versions --undefined-only "$place/$LIBDIR/libLinxIpc.so" | sed 's/^ *U //')
+    lists "$names" linx_open LogClient::Instance
 }
 
 # The machine's platform is ours here, but nobody told the library.

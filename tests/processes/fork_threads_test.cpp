@@ -194,9 +194,7 @@ TEST_F(ForkThreads, WhatItHasOpenedItSharesWithItsOwnChildAsAnyProcessDoes) {
         LINX* own = linx_open("own", 0, nullptr);
         const pid_t grandchild = fork();
         if (grandchild == 0) _exit(linx_alloc(own, 4, item) != nullptr ? 0 : 1);
-        int status = -1;
-        waitpid(grandchild, &status, 0);
-        return status == 0 && isRefused(own);
+        return linxtest::statusOf(grandchild) == 0 && isRefused(own);
     });
 }
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -80,6 +81,13 @@ public:
             if (name != "arena") left.push_back(name);
         }
         return left;
+    }
+
+    /// The memory that the arena's file takes.
+    uint64_t arenaBytes() const {
+        struct stat status = {};
+        EXPECT_EQ(stat(pathOf("arena").c_str(), &status), 0);
+        return static_cast<uint64_t>(status.st_blocks) * 512;
     }
 
     /// The descriptors that this process has open.

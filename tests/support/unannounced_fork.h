@@ -1,11 +1,14 @@
-/// Forks that no fork handler is told of, and whether their children can be told from their parents here.
-#pragma once
+#ifndef LINXIPC_TESTS_SUPPORT_UNANNOUNCED_FORK_H
+#define LINXIPC_TESTS_SUPPORT_UNANNOUNCED_FORK_H
 
 #include <dlfcn.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstddef>
+
+/// Forks that no fork handler is told of, and whether their children can be told from their parents here.
 namespace linxtest {
 
 using Fork = pid_t (*)();
@@ -46,3 +49,5 @@ inline const char* reasonAgainstUnannouncedForks() {
 }
 
 }  // namespace linxtest
+
+#endif
