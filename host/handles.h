@@ -32,7 +32,7 @@ constexpr uint32_t capacity = 2 * slotCount;
 extern LINX table[capacity];
 
 /// The endpoint behind the handle; null when it is none.
-inline Endpoint* find(const LINX* handle) {
+inline Endpoint* endpointOf(const LINX* handle) {
     constexpr unsigned entryShift = sizeof(LINX) == 8 ? 3 : 2;
     static_assert(sizeof(LINX) == 1u << entryShift, "an entry is one pointer");
     const uintptr_t offset = reinterpret_cast<uintptr_t>(handle) - reinterpret_cast<uintptr_t>(table);

@@ -12,10 +12,11 @@
 namespace {
 
 using linx::Endpoint;
+using linx::Spid;
 
 /// The endpoint behind a handle, if an operation on it may begin: it ends with an Exit. Null with errno.
 Endpoint* enter(LINX* handle) {
-    Endpoint* endpoint = linx::handles::find(handle);
+    Endpoint* endpoint = linx::handles::endpointOf(handle);
     if (endpoint != nullptr) return endpoint->enter() ? endpoint : nullptr;
     errno = EINVAL;
     return nullptr;
@@ -79,7 +80,7 @@ bool isName(const char* text, size_t& length) {
     if (endpoint == nullptr) return -1;
     const Exit exit(endpoint);
     if (signal == nullptr) return refuse(-1);
-    return guard(-1, [&] { return endpoint->send(signal, to); });
+    return guard(-1, [&] { return endpoint->send(signal, Spid{to}); });
 }
 
 [[gnu::noinline]] int receiveInFull(LINX* linx, LinxSignal** signal, const uint32_t* milliseconds,
@@ -100,11 +101,11 @@ bool isName(const char* text, size_t& length) {
     Endpoint* endpoint = enter(linx);
     if (endpoint == nullptr) return 0;
     const Exit exit(endpoint);
-    return signal == nullptr ? refuse<LinxSpid>(0) : endpoint->sender(signal);
+    return signal == nullptr ? refuse<LinxSpid>(0) : numberOf(endpoint->sender(signal));
 }
 
 int receiveAtOnce(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     const bool canTry = endpoint != nullptr && signal != nullptr && selection != nullptr;
     return canTry ? endpoint->receiveAtOnce(signal, selection) : 0;
 }
@@ -132,7 +133,7 @@ int linx_get_descriptor(LINX* linx) {
 }
 
 int linx_close(LINX* linx) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     if (endpoint == nullptr) return refuse(-1);
     // Also without a claim to it: then only this process's copy goes.
     const Endpoint::Departure departure = endpoint->leave();
@@ -161,26 +162,26 @@ LinxRef linx_attach(LINX* linx, LinxSignal** notice, LinxSpid spid) {
     if (endpoint == nullptr) return 0;
     const Exit exit(endpoint);
     if (notice == nullptr) return refuse<LinxRef>(0);
-    return guard<LinxRef>(0, [&] { return endpoint->attach(notice, spid); });
+    return guard<LinxRef>(0, [&] { return endpoint->attach(notice, Spid{spid}); });
 }
 
 LinxSignal* linx_alloc(LINX* linx, uint32_t size, uint32_t number) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     LinxSignal* signal = endpoint == nullptr ? nullptr : endpoint->allocateAtOnce(size, number);
     return signal != nullptr ? signal : allocateInFull(linx, size, number);
 }
 
 int linx_free_buf(LINX* linx, LinxSignal** signal) {
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     const bool isDone = endpoint != nullptr && signal != nullptr && endpoint->freeAtOnce(signal);
     return isDone ? 0 : freeInFull(linx, signal);
 }
 
 int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
     using Posted = Endpoint::Posted;
-    Endpoint* endpoint = linx::handles::find(linx);
+    Endpoint* endpoint = linx::handles::endpointOf(linx);
     const bool canTry = endpoint != nullptr && signal != nullptr;
-    const Posted posted = canTry ? endpoint->sendAtOnce(signal, to) : Posted::refused;
+    const Posted posted = canTry ? endpoint->sendAtOnce(signal, Spid{to}) : Posted::refused;
     if (posted == Posted::done) return 0;
     return posted == Posted::refused ? sendInFull(linx, signal, to) : endpoint->finishSend(posted);
 }
@@ -196,10 +197,10 @@ int linx_receive_w_tmo(LINX* linx, LinxSignal** signal, uint32_t milliseconds, c
 }
 
 LinxSpid linx_sender(LINX* linx, LinxSignal** signal) {
-    const Endpoint* endpoint = linx::handles::find(linx);
-    LinxSpid sender;
+    const Endpoint* endpoint = linx::handles::endpointOf(linx);
+    Spid sender;
     const bool isKnown = endpoint != nullptr && signal != nullptr && endpoint->senderAtOnce(*signal, sender);
-    return isKnown ? sender : senderInFull(linx, signal);
+    return isKnown ? numberOf(sender) : senderInFull(linx, signal);
 }
 
 int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
@@ -208,7 +209,7 @@ int linx_get_name(LINX* linx, LinxSpid spid, char** name) {
     const Exit exit(endpoint);
     if (name == nullptr) return refuse(-1);
     return guard(-1, [&] {
-        *name = endpoint->nameOf(spid);
+        *name = endpoint->nameOf(Spid{spid});
         return *name == nullptr ? -1 : 0;
     });
 }

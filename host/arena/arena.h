@@ -11,8 +11,8 @@ namespace linx {
 /// A block as the arena finds it, with what was learnt of it on the way. None while `block` is null.
 struct BlockRef {
     Block* block = nullptr;
-    Ref ref = 0;
-    uint32_t sizeClass = 0;
+    Ref ref = Ref::none;
+    SizeClassId sizeClass{};
 
     explicit operator bool() const { return block != nullptr; }
     Block* operator->() const { return block; }
@@ -37,19 +37,21 @@ public:
     Arena& operator=(const Arena&) = delete;
 
     Header& header() const { return *at<Header>(0); }
-    Word& bucket(uint32_t hash) const { return at<Word>(bucketsOffset)[hash & (slotCount - 1)]; }
+    WordOf<SlotIndex>& bucket(uint32_t hash) const {
+        return at<WordOf<SlotIndex>>(bucketsOffset)[hash & (slotCount - 1)];
+    }
     Word& pageEntry(uint32_t index) const { return at<Word>(pageMapOffset)[index]; }
 
     /// REQUIRES a slot or a hunt that has memory: one's own, one of those in use, or one that was asked for below.
-    Slot& slot(uint32_t index) const { return at<Slot>(slotsOffset)[index & (slotCount - 1)]; }
+    Slot& slot(SlotIndex index) const { return at<Slot>(slotsOffset)[numberOf(index) & (slotCount - 1)]; }
     Hunt& hunt(uint32_t index) const { return at<Hunt>(huntsOffset)[index & (huntCount - 1)]; }
 
     /// Whether the slot may be touched. The first is none.
-    bool hasSlot(uint32_t index) const { return index != 0 && slots_.has(index); }
+    bool hasSlot(SlotIndex index) const { return index != SlotIndex::none && slots_.has(numberOf(index)); }
 
     /// Give memory to what is to be put to use, and to all before it. False with errno, ENOMEM when the file system
     /// is full.
-    bool provideSlot(uint32_t index) const { return slots_.provide(index); }
+    bool provideSlot(SlotIndex index) const { return slots_.provide(numberOf(index)); }
     bool provideHunt(uint32_t index) const { return hunts_.provide(index); }
     bool providePage(uint32_t index) const { return pages_.provide(index); }
 
@@ -61,6 +63,13 @@ public:
         return entries == 0 ? 0 : entries - 1;
     }
     uint32_t usedHunts() const { return hunts_.clip(std::min(header().huntsUsed.loadRelaxed(), huntCount)); }
+
+    /// Calls `visit(index, slot)` for every slot that has been used.
+    template <class Visit>
+    void forEachUsedSlot(Visit visit) const {
+        const uint32_t used = usedSlots();
+        for (uint32_t i = 1; i <= used; ++i) visit(SlotIndex{i}, slot(SlotIndex{i}));
+    }
 
     /// Pages below have been leased at least once: all runs lie there. Under the domain lock, which orders it.
     uint32_t usedPages() const { return pages_.clip(std::min(header().pagesUsed.loadRelaxed(), pageCount_)); }
@@ -75,14 +84,14 @@ public:
     Ref refOf(const Block* block) const {
         return static_cast<Ref>(static_cast<size_t>(reinterpret_cast<const char*>(block) - base_) / lineBytes);
     }
-    bool isPoolRef(Ref ref) const { return ref / linesPerPage - firstPoolPage_ < pageCount_; }
-    Ref refOfPage(uint32_t page) const { return filePageOf(page) * linesPerPage; }
+    bool isPoolRef(Ref ref) const { return pageOf(ref) - firstPoolPage_ < pageCount_; }
+    Ref refOfPage(uint32_t page) const { return Ref{filePageOf(page) * linesPerPage}; }
 
     /// The block at `ref`; none when no leased block starts there.
     BlockRef blockAt(Ref ref) const;
 
     /// The bytes at `ref` as a block. REQUIRES a reference where one is being made, or was found.
-    Block* rawBlock(Ref ref) const { return at<Block>(size_t{ref} * lineBytes); }
+    Block* rawBlock(Ref ref) const { return at<Block>(size_t{numberOf(ref)} * lineBytes); }
 
     /// The block whose signal is at `signal`, an address of any origin; none when it is that of no signal.
     BlockRef blockOfSignal(const LinxSignal* signal) const;
@@ -124,22 +133,22 @@ public:
     }
 
     /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
-    bool knows(Ref ref, uint32_t sizeClass) const {
-        return ref / linesPerPage == page_ && sizeClass == sizeClass_ && (starts_ >> ref % linesPerPage & 1) != 0;
+    bool knows(Ref ref, SizeClassId sizeClass) const {
+        return pageOf(ref) == page_ && sizeClass == sizeClass_ && (starts_ >> lineInPage(ref) & 1) != 0;
     }
 
     BlockRef at(Ref ref) {
-        if (ref / linesPerPage != page_) return findFar(ref);
-        if ((starts_ >> ref % linesPerPage & 1) == 0) return {};
+        if (pageOf(ref) != page_) return findFar(ref);
+        if ((starts_ >> lineInPage(ref) & 1) == 0) return {};
         return {arena_.rawBlock(ref), ref, sizeClass_};
     }
 
 private:
     [[gnu::noinline]] BlockRef findFar(Ref ref) {
-        if (ref < linesPerPage) return {};  // in the header: the end of most chains
+        if (pageOf(ref) == 0) return {};  // in the header: the end of most chains
         const BlockRef block = arena_.blockAt(ref);
         if (!block || sizeClasses[block.sizeClass].pages != 1) return block;
-        page_ = ref / linesPerPage;
+        page_ = pageOf(ref);
         sizeClass_ = block.sizeClass;
         starts_ = sizeClasses[sizeClass_].starts;
         return block;
@@ -147,22 +156,22 @@ private:
 
     const Arena& arena_;
     uint32_t page_ = 0;  ///< of the file, whose first is the header's
-    uint32_t sizeClass_ = 0;
+    SizeClassId sizeClass_{};
     uint64_t starts_ = 0;  ///< as in SizeClass; none in the header
 };
 
 inline BlockRef Arena::blockAt(Ref ref) const {
-    const uint32_t pageIndex = ref / linesPerPage - firstPoolPage_;
+    const uint32_t pageIndex = pageOf(ref) - firstPoolPage_;
     if (!isLeasable(pageIndex)) return {};
     // Acquire: (O), pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = pageEntry(pageIndex).loadAcquire();
-    const uint32_t sizeClass = entryClass(entry);
+    const SizeClassId sizeClass = entryClass(entry);
     if (sizeClass >= sizeClassCount || entryBack(entry) > pageIndex) return {};
     const SizeClass& c = sizeClasses[sizeClass];
     if (!isLeasable(pageIndex - entryBack(entry) + c.pages - 1)) return {};
     const bool starts = entryBack(entry) == 0
-                            ? (c.starts >> ref % linesPerPage & 1) != 0
-                            : startsBlock(sizeClass, entryBack(entry) * linesPerPage + ref % linesPerPage);
+                            ? (c.starts >> lineInPage(ref) & 1) != 0
+                            : startsBlock(sizeClass, entryBack(entry) * linesPerPage + lineInPage(ref));
     if (!starts) return {};
     return {rawBlock(ref), ref, sizeClass};
 }

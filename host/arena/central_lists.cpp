@@ -16,18 +16,19 @@ void abandon(const Arena& arena, BlockRef block) {
 }
 
 void push(const Arena& arena, BlockRef block) {
-    Word& head = arena.header().central[block.sizeClass];
+    WordOf<Ref>& head = arena.header().central[block.sizeClass];
     block->next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders (P)
     head.storeRelaxed(block.ref);
     Word& lines = arena.header().centralLines;
     lines.storeRelaxed(lines.loadRelaxed() + sizeClasses[block.sizeClass].lines);
 }
 
-BlockRef pop(const Arena& arena, uint32_t sizeClass) {
-    Word& head = arena.header().central[sizeClass];
+BlockRef pop(const Arena& arena, SizeClassId sizeClass) {
+    WordOf<Ref>& head = arena.header().central[sizeClass];
     const BlockRef block = arena.blockAt(head.loadRelaxed());
     if (!block || block.sizeClass != sizeClass || !isHomeless(*block)) {
-        head.storeRelaxed(0);  // the end, or a list that somebody scribbled over: the next rebuild finds its blocks
+        // The end, or a list that somebody scribbled over: the next rebuild finds its blocks.
+        head.storeRelaxed(Ref::none);
         return {};
     }
     head.storeRelaxed(block->next.loadRelaxed());
@@ -39,7 +40,7 @@ BlockRef pop(const Arena& arena, uint32_t sizeClass) {
 }
 
 void clear(const Arena& arena) {
-    for (Word& head : arena.header().central) head.storeRelaxed(0);
+    for (WordOf<Ref>& head : arena.header().central) head.storeRelaxed(Ref::none);
     arena.header().centralLines.storeRelaxed(0);
 }
 

@@ -12,14 +12,14 @@ namespace central {
 
 inline bool isHomeless(const Block& block) {
     // Acquire: (E), pairs with the release of whoever freed the block; its home is as new as its owner.
-    return block.owner.loadAcquire() == ownerFree && block.home.loadRelaxed() == noHome;
+    return block.owner.loadAcquire() == OwnerWord::free && block.home.loadRelaxed() == noHome;
 }
 
 /// Marks a block that nobody else may touch as free and without a home.
 inline void disown(Block& block) {
     block.home.storeRelaxed(noHome);
     // Release: (E). Dying before this store leaves the block to its owner's next reaper.
-    block.owner.storeRelease(ownerFree);
+    block.owner.storeRelease(OwnerWord::free);
 }
 
 /// The same for a block that was left behind or not come for; it also comes off the books of its home.
@@ -29,7 +29,7 @@ void abandon(const Arena& arena, BlockRef block);
 void push(const Arena& arena, BlockRef block);
 
 /// Pops a block of the class; none when there is none.
-BlockRef pop(const Arena& arena, uint32_t sizeClass);
+BlockRef pop(const Arena& arena, SizeClassId sizeClass);
 
 /// Forgets what is in the lists; the blocks stay without a home.
 void clear(const Arena& arena);

@@ -12,9 +12,9 @@ int findEntry(const Arena& arena, Spid hunter, uint32_t& free) {
     uint32_t own = 0;
     free = used;
     for (uint32_t i = used; i-- > 0;) {
-        const uint32_t word = arena.hunt(i).hunter.loadRelaxed();
-        if (word == 0) free = i;
-        if ((word & spidMask) == hunter) ++own;
+        const HunterWord word = arena.hunt(i).hunter.loadRelaxed();
+        if (word == HunterWord::none) free = i;
+        if (spidOf(word) == hunter) ++own;
     }
     if (own >= huntsOfOne) return EDQUOT;
     return free == huntCount ? ENOSPC : 0;
@@ -33,7 +33,7 @@ int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal) {
     name.writeTo(hunt.name);
     Word& used = arena.header().huntsUsed;
     // In this order, since an entry that was used before still holds what it held.
-    hunt.hunter.storeRelease(hunter);
+    hunt.hunter.storeRelease(huntedBy(hunter));
     used.storeRelaxed(std::max(used.loadRelaxed(), index + 1));
     return 0;
 }
@@ -41,7 +41,7 @@ int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal) {
 void trimHunts(const Arena& arena) {
     Word& used = arena.header().huntsUsed;
     uint32_t count = arena.usedHunts();
-    while (count != 0 && arena.hunt(count - 1).hunter.loadRelaxed() == 0) --count;
+    while (count != 0 && arena.hunt(count - 1).hunter.loadRelaxed() == HunterWord::none) --count;
     used.storeRelaxed(count);
 }
 

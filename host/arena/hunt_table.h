@@ -16,7 +16,7 @@ constexpr uint32_t huntsOfOne = huntCount / 4;
 int addHunt(const Arena& arena, Spid hunter, const Name& name, Ref signal);
 
 inline void clearHunt(Hunt& hunt) {
-    hunt.hunter.storeRelaxed(0);
+    hunt.hunter.storeRelaxed(HunterWord::none);
 }
 
 /// Calls `visit(hunt)` for every hunt of a hunter that `visit` may clear.
@@ -25,7 +25,7 @@ void forEachHunt(const Arena& arena, Visit visit) {
     const uint32_t used = arena.usedHunts();
     for (uint32_t i = 0; i < used; ++i) {
         Hunt& hunt = arena.hunt(i);
-        if (hunt.hunter.loadRelaxed() != 0) visit(hunt);
+        if (hunt.hunter.loadRelaxed() != HunterWord::none) visit(hunt);
     }
 }
 

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <type_traits>
 
+#include "host/arena/life_word.h"
+#include "host/arena/owner_word.h"
 #include "host/arena/size_classes.h"
 #include "host/arena/spid.h"
 #include "host/arena/word.h"
@@ -23,15 +25,29 @@ namespace linx {
  *   ...       pages           the signal pool, 4 KiB each; reserved as they are leased
  */
 
-using Ref = uint32_t;  ///< a block, by the number of its first line; the first lines are the header, so 0 is none
+enum class WakeWord : uint32_t;   ///< see mailbox/wake_state.h
+enum class StackHead : uint32_t;  ///< see mailbox/take_all_stack.h
+
+/// A block, by the number of its first line in the file. The first lines are the header.
+enum class Ref : uint32_t { none = 0 };
 
 constexpr uint32_t refBits = 29;  ///< the arena has no more lines
+
+constexpr Ref operator+(Ref ref, uint32_t lines) {
+    return Ref{numberOf(ref) + lines};
+}
+constexpr uint32_t pageOf(Ref ref) {
+    return numberOf(ref) / linesPerPage;  // of the file
+}
+constexpr uint32_t lineInPage(Ref ref) {
+    return numberOf(ref) % linesPerPage;
+}
 
 constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine of the other byte order
 constexpr uint32_t arenaVersion = 2;
 constexpr uint32_t maxNameLength = 255;
 constexpr uint32_t huntCount = 4096;
-constexpr uint32_t noHome = 0;  ///< home of a block that lies in the central lists
+constexpr Spid noHome = Spid::none;  ///< home of a block that lies in the central lists
 
 /// How often something is done that takes long, see throttle.h.
 struct Pace {
@@ -74,24 +90,24 @@ struct Header {
     Word reserved[6];
 
     // Guarded by the domain lock; but anybody may raise the pressure, and add to what reclaiming took.
-    Word dirty;           ///< 1 while the domain lock is held; found set, its holder died and repair() has work
-    Word slotsUsed;       ///< slots 1 to slotsUsed have been used at least once
-    Word openEndpoints;   ///< how many there are; decides what each may keep for itself
-    Word quarantineHead;  ///< first of the chain of ended slots, the oldest; 0 none
-    Word quarantineTail;  ///< its last
-    Word quarantined;     ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
-    Word huntsUsed;       ///< hunt entries 0 to huntsUsed-1 may be in use
-    Word pagesUsed;       ///< pages below have been leased at least once
-    Word longestGap;      ///< of these no more adjoin that are free again; perhaps fewer
-    Word gapHint;         ///< where the search for such goes on
-    Word centralLines;    ///< in the lists below
-    Word centralLeast;    ///< the least of that since memory was reclaimed last
-    Word pressure;        ///< counts the times that memory ran out: each has endpoints give up what they keep
-    Word pressedAt;       ///< milliseconds: when it was raised last
-    Word pressureMet;     ///< the count when memory was reclaimed last
-    Pace reclaiming;      ///< of memory
-    Pace reaping;         ///< of whoever has died
-    Word central[sizeClassCount];  ///< lists of free blocks without a home, a class each
+    Word dirty;          ///< 1 while the domain lock is held; found set, its holder died and repair() has work
+    Word slotsUsed;      ///< slots 1 to slotsUsed have been used at least once
+    Word openEndpoints;  ///< how many there are; decides what each may keep for itself
+    WordOf<SlotIndex> quarantineHead;  ///< first of the chain of ended slots, the oldest
+    WordOf<SlotIndex> quarantineTail;  ///< its last
+    Word quarantined;   ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
+    Word huntsUsed;     ///< hunt entries 0 to huntsUsed-1 may be in use
+    Word pagesUsed;     ///< pages below have been leased at least once
+    Word longestGap;    ///< of these no more adjoin that are free again; perhaps fewer
+    Word gapHint;       ///< where the search for such goes on
+    Word centralLines;  ///< in the lists below
+    Word centralLeast;  ///< the least of that since memory was reclaimed last
+    Word pressure;      ///< counts the times that memory ran out: each has endpoints give up what they keep
+    Word pressedAt;     ///< milliseconds: when it was raised last
+    Word pressureMet;   ///< the count when memory was reclaimed last
+    Pace reclaiming;    ///< of memory
+    Pace reaping;       ///< of whoever has died
+    WordOf<Ref> central[sizeClassCount];  ///< lists of free blocks without a home, a class each
 };
 static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
                   offsetof(Header, central) == 140 && std::is_standard_layout<Header>::value,
@@ -112,12 +128,10 @@ struct Counter {
     uint64_t value() const { return (uint64_t{high.loadRelaxed()} << 32) | low.loadRelaxed(); }
 };
 
-constexpr uint32_t lifeOpen = 1u << 31;  ///< set in a slot's life while the endpoint is open
-
 /*
  * Invariants of a slot that has been used:
  *
- *   indexOf(life) = its own, unless life = 0
+ *   indexOf(life) = its own, unless it was never used
  *   its stacks are empty unless it is open (*)
  *   mailboxClaim = none, returnedClaim = none (*)
  *
@@ -132,20 +146,20 @@ constexpr uint32_t lifeOpen = 1u << 31;  ///< set in a slot's life while the end
 /// An endpoint's entry. Its lines are grouped by who writes them, so that nobody's writes slow a reader of others'.
 struct alignas(lineBytes) Slot {
     // Senders write.
-    Word mailbox;    ///< last block pushed by a sender
-    Word wakeState;  ///< whether a push must ring, see mailbox/wake_state.h
-    Word partings;   ///< counts how often the endpoint has ceased to watch somebody, see mailbox/introduction.h
+    WordOf<StackHead> mailbox;   ///< last block pushed by a sender
+    WordOf<WakeWord> wakeState;  ///< whether a push must ring
+    Word partings;  ///< counts how often the endpoint has ceased to watch somebody, see mailbox/introduction.h
     uint32_t pad0[13];
 
     // Those who free this endpoint's blocks write.
-    Word returned;       ///< last block given back
-    Word returnedLines;  ///< about how much is in there
+    WordOf<StackHead> returned;  ///< last block given back
+    Word returnedLines;          ///< about how much is in there
     uint32_t pad1[14];
 
     // Only the endpoint writes (and its reaper).
-    Word mailboxClaim;   ///< the chain being taken from `mailbox`
-    Word returnedClaim;  ///< the chain being taken from `returned`
-    Word sending;        ///< the block pushed last, or about to be
+    WordOf<Ref> mailboxClaim;   ///< the chain being taken from `mailbox`
+    WordOf<Ref> returnedClaim;  ///< the chain being taken from `returned`
+    WordOf<Ref> sending;        ///< the block pushed last, or about to be
     Word deepestQueue;
     Counter dropped;
     Word sleeps;
@@ -153,12 +167,12 @@ struct alignas(lineBytes) Slot {
     uint32_t pad2[8];
 
     // Everybody reads; changes when the endpoint opens, ends or forks.
-    Word life;       ///< spid, with lifeOpen while open; without once ended; 0 never used
+    WordOf<LifeWord> life;
     Word forkRound;  ///< who owns the endpoint after a fork, see Ownership::claim
     Word nameHash;
     Word nameLength;
-    Word nextInBucket;
-    Word nextInQuarantine;
+    WordOf<SlotIndex> nextInBucket;
+    WordOf<SlotIndex> nextInQuarantine;
     Word quarantineStamp;
     Word leasedLines;  ///< lines of the pool whose home this endpoint is, see share.h
     uint32_t pad3[8];
@@ -171,13 +185,29 @@ static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(
                   alignof(Slot) == lineBytes && std::is_standard_layout<Slot>::value,
               "the slot's layout is shared by every process of the domain");
 
-constexpr uint32_t huntAnswering = 1u << 31;  ///< set in a hunt's hunter while its signal is being posted
+/// Who hunts, and whether that is being answered: from before the signal is pushed until the entry is cleared.
+enum class HunterWord : uint32_t { none = 0 };
 
-/// A hunt for a name that nobody has opened yet. In use while `hunter` is not 0. Invariants: its hunter is open; its
+constexpr uint32_t huntAnswering = 1u << 31;
+
+constexpr HunterWord huntedBy(Spid spid) {
+    return HunterWord{numberOf(spid)};
+}
+constexpr HunterWord answeredTo(Spid spid) {
+    return HunterWord{numberOf(spid) | huntAnswering};
+}
+constexpr Spid spidOf(HunterWord hunter) {
+    return Spid{numberOf(hunter) & spidMask};
+}
+constexpr bool isAnswering(HunterWord hunter) {
+    return (numberOf(hunter) & huntAnswering) != 0;
+}
+
+/// A hunt for a name that nobody has opened yet. In use while it has a hunter. Invariants: its hunter is open; its
 /// signal is queued for its hunter; the last of huntsUsed is in use.
 struct Hunt {
-    Word hunter;  ///< spid, with huntAnswering from before the signal is pushed until the entry is cleared
-    Word signal;  ///< owned by the hunter, queued
+    WordOf<HunterWord> hunter;
+    WordOf<Ref> signal;  ///< owned by the hunter, queued
     Word nameHash;
     Word nameLength;
     Word name[64];
@@ -185,34 +215,15 @@ struct Hunt {
 static_assert(sizeof(Hunt) == 272 && alignof(Hunt) == 4 && offsetof(Hunt, name) == 16,
               "the hunt's layout is shared by every process of the domain");
 
-/*
- * A block holds one signal. `owner` says who may touch it:
- *
- *   0                     free: in a free list of `home`, or in the central lists when there is no home
- *   spid                  held: given out to the endpoint's user by an allocation or a receive
- *   spid + ownerQueued    kept for the endpoint: in its private queue, or parked for a hunt, an attach or a time-out
- *   spid + ownerInFlight  in flight: about to be pushed onto the endpoint's mailbox or returned stack by `sender`,
- *                         in there, or being taken out
- *
- * Invariants (*): a block is in one place. Without owner and home it is in a central list; without owner, its home is
- * open; in flight, it is in a stack; held or queued, its owner is open. One that is in no such place is lost.
- *
- * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
- *
- * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then (Q), or
- * found the block in a chain of the past, and see it by (G) or (I). Before another's, `home` and `sender` are
- * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the exchange (F) or
- * the domain lock (P), and nobody but the owner touches it.
- */
-constexpr uint32_t ownerFree = 0;
-constexpr uint32_t ownerQueued = 1u << 30;
-constexpr uint32_t ownerInFlight = 1u << 31;
-
+/// A block holds one signal.
+///
+/// Invariants (*): a block is in one place. Without owner and home it is in a central list; without owner, its home
+/// is open; in flight, it is in a stack; held or queued, its owner is open. One that is in no such place is lost.
 struct Block {
-    Word next;
-    Word owner;
-    Word home;
-    Word sender;
+    WordOf<Ref> next;
+    WordOf<OwnerWord> owner;
+    WordOf<Spid> home;
+    WordOf<Spid> sender;
     Word size;  ///< of the signal, number word included
     uint32_t reserved[2];
     LinxSignal signal;  ///< number word, then the payload, 16-byte aligned
@@ -220,6 +231,11 @@ struct Block {
 static_assert(sizeof(Block) == 32 && alignof(Block) == 4 && offsetof(Block, size) == 16 &&
                   offsetof(Block, signal) == 28,
               "the block's layout is shared by every process of the domain, and the payload starts 16-byte aligned");
+
+/// The sender as a spid, whatever others have left in the word. Relaxed: it goes with the owner.
+inline Spid senderOf(const Block& block) {
+    return Spid{numberOf(block.sender.loadRelaxed()) & spidMask};
+}
 
 constexpr uint32_t maxSignalBytes = 1u << 20;
 constexpr bool isSignalSize(uint32_t bytes) {
@@ -249,14 +265,14 @@ constexpr uint32_t firstPoolPage(uint32_t pageCount) {
 }
 
 // A word of the page map: 0 free, else size class + 1 in the upper byte, pages back to the start of the run below.
-constexpr uint32_t makePageEntry(uint32_t sizeClass, uint32_t back) {
+constexpr uint32_t makePageEntry(SizeClassId sizeClass, uint32_t back) {
     return ((sizeClass + 1) << 24) | back;
 }
 constexpr uint32_t entryBack(uint32_t entry) {
     return entry & 0xffffff;
 }
-constexpr uint32_t entryClass(uint32_t entry) {
-    return (entry >> 24) - 1;
+constexpr SizeClassId entryClass(uint32_t entry) {
+    return SizeClassId{(entry >> 24) - 1};
 }
 
 }  // namespace linx

@@ -41,28 +41,28 @@ bool Name::equals(const Word* words, uint32_t length) const {
 Spid findName(const Arena& arena, const Name& name) {
     // Acquire: (N), pairs with the releases in insertName and removeName; a slot's own link is as new as the link
     // that leads to it.
-    uint32_t index = arena.bucket(name.hash()).loadAcquire();
+    SlotIndex index = arena.bucket(name.hash()).loadAcquire();
     for (uint32_t left = slotCount; arena.hasSlot(index) && left != 0; --left) {
         const Slot& slot = arena.slot(index);
         // Acquire: (K), pairs with the release that opened the endpoint, its name written before. Hash and length are
         // relaxed: no name is empty, and equal words vouch for both, or are newer and betray themselves by (M).
-        const uint32_t life = slot.life.loadAcquire();
-        const Spid spid = life & spidMask;
+        const LifeWord life = slot.life.loadAcquire();
+        const Spid spid = spidOf(life);
         // As isOpen: one that it denies could be found and not be reaped, for ever.
-        const bool open = life == (spid | lifeOpen) && indexOf(spid) == index && wasUsed(arena, spid);
+        const bool open = life == openAs(spid) && indexOf(spid) == index && wasUsed(arena, spid);
         if (open && slot.nameHash.loadRelaxed() == name.hash() &&
             name.equals(slot.name, slot.nameLength.loadRelaxed()) && slot.life.loadRelaxed() == life) {
             return spid;
         }
         index = slot.nextInBucket.loadAcquire();  // (N); of a slot used again it leads astray, never to a wrong yes
     }
-    return 0;
+    return Spid::none;
 }
 
 bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     if (!wasUsed(arena, spid)) return false;
     const Slot& slot = arena.slot(indexOf(spid));
-    if ((slot.life.loadAcquire() & spidMask) != spid) return false;
+    if (spidOf(slot.life.loadAcquire()) != spid) return false;
     const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);  // (M), as each word below
     name.length_ = length;
     for (uint32_t i = 0; i < name.wordCount(); ++i) {
@@ -72,21 +72,21 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     name.text_[length] = '\0';
     name.hashText();
     // The slot's next user changes the life before the name, so an unchanged life vouches for what was read.
-    return (slot.life.loadRelaxed() & spidMask) == spid;
+    return spidOf(slot.life.loadRelaxed()) == spid;
 }
 
-void insertName(const Arena& arena, uint32_t index) {
+void insertName(const Arena& arena, SlotIndex index) {
     Slot& slot = arena.slot(index);
-    Word& bucket = arena.bucket(slot.nameHash.loadRelaxed());
+    WordOf<SlotIndex>& bucket = arena.bucket(slot.nameHash.loadRelaxed());
     slot.nextInBucket.storeRelaxed(bucket.loadRelaxed());
     bucket.storeRelease(index);  // (N), pairs with the acquires in findName
 }
 
-void removeName(const Arena& arena, uint32_t index) {
+void removeName(const Arena& arena, SlotIndex index) {
     const Slot& slot = arena.slot(index);
-    Word* link = &arena.bucket(slot.nameHash.loadRelaxed());
+    WordOf<SlotIndex>* link = &arena.bucket(slot.nameHash.loadRelaxed());
     for (uint32_t left = slotCount; left != 0; --left) {
-        const uint32_t here = link->loadRelaxed();
+        const SlotIndex here = link->loadRelaxed();
         if (!arena.hasSlot(here)) return;
         if (here == index) {
             // The removed slot keeps its own link, so a reader that stands on it goes on. Release: (N), the slot that

@@ -30,8 +30,8 @@ private:
     uint32_t hash_ = 0;
 };
 
-/// The spid of the open endpoint called `name`; 0 when there is none. Takes no lock: while somebody opens or ends an
-/// endpoint it may miss one, so a no counts only under the domain lock.
+/// The spid of the open endpoint called `name`; none when there is none. Takes no lock: while somebody opens or ends
+/// an endpoint it may miss one, so a no counts only under the domain lock.
 Spid findName(const Arena& arena, const Name& name);
 
 /// Copies the name of `spid`, open or ended. False when its slot has gone to another. Takes no lock.
@@ -39,8 +39,8 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name);
 
 /// Under the domain lock: puts the slot, its name written, into the table, and takes it out. Each is one store that
 /// others may see before or after.
-void insertName(const Arena& arena, uint32_t index);
-void removeName(const Arena& arena, uint32_t index);
+void insertName(const Arena& arena, SlotIndex index);
+void removeName(const Arena& arena, SlotIndex index);
 
 }  // namespace linx
 

@@ -6,7 +6,7 @@
 namespace linx {
 
 /// Whether a run starts at the page; its class goes to `sizeClass`. Under the domain lock.
-inline bool runStartsAt(const Arena& arena, uint32_t page, uint32_t& sizeClass) {
+inline bool runStartsAt(const Arena& arena, uint32_t page, SizeClassId& sizeClass) {
     const uint32_t entry = arena.pageEntry(page).loadRelaxed();
     sizeClass = entryClass(entry);
     return sizeClass < sizeClassCount && entryBack(entry) == 0 &&
@@ -24,7 +24,7 @@ template <class Visit>
 void forEachRun(const Arena& arena, Visit visit) {
     const uint32_t used = arena.usedPages();
     for (uint32_t page = 0; page < used;) {
-        uint32_t sizeClass;
+        SizeClassId sizeClass;
         if (runStartsAt(arena, page, sizeClass)) {
             visit(page, sizeClass);
             page += sizeClasses[sizeClass].pages;
@@ -36,7 +36,7 @@ void forEachRun(const Arena& arena, Visit visit) {
 
 /// Calls `visit(block)` for every block of the run.
 template <class Visit>
-void forEachBlockOfRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClass, Visit visit) {
+void forEachBlockOfRun(const Arena& arena, uint32_t firstPage, SizeClassId sizeClass, Visit visit) {
     const SizeClass& c = sizeClasses[sizeClass];
     for (uint32_t i = 0; i < c.blocks; ++i) {
         const BlockRef block = arena.blockAt(arena.refOfPage(firstPage) + i * c.lines);
@@ -48,7 +48,8 @@ void forEachBlockOfRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClas
 /// owners meanwhile, so `visit` may rely only on what nobody but the caller can change.
 template <class Visit>
 void forEachBlock(const Arena& arena, Visit visit) {
-    forEachRun(arena, [&](uint32_t page, uint32_t sizeClass) { forEachBlockOfRun(arena, page, sizeClass, visit); });
+    forEachRun(arena,
+               [&](uint32_t page, SizeClassId sizeClass) { forEachBlockOfRun(arena, page, sizeClass, visit); });
 }
 
 }  // namespace linx

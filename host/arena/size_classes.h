@@ -10,6 +10,9 @@ constexpr uint32_t lineBytes = 64;    ///< blocks start on a cache line; referen
 constexpr uint32_t pageBytes = 4096;  ///< the arena is leased in pages
 constexpr uint32_t linesPerPage = pageBytes / lineBytes;
 
+/// A size class, by its index in `sizeClasses`: it goes as a number where one is wanted, and no other number as it.
+enum SizeClassId : uint32_t {};
+
 /// A size class: blocks of `lines` cache lines, leased in runs of `pages` pages that hold `blocks` of them.
 struct alignas(32) SizeClass {
     uint32_t lines;
@@ -25,9 +28,10 @@ struct alignas(32) SizeClass {
  * each brings a header: 65,536 bytes lie in 1025 lines and not in 1280.
  */
 constexpr uint32_t sizeClassCount = 52;
+constexpr SizeClassId largestClass{sizeClassCount - 1};
 constexpr uint32_t firstQuarteredClass = 11;
 
-constexpr uint32_t linesOfClass(uint32_t sizeClass) {
+constexpr uint32_t linesOfClass(SizeClassId sizeClass) {
     constexpr uint32_t small[firstQuarteredClass] = {1, 2, 3, 4, 5, 6, 7, 8, 10, 12, 14};
     if (sizeClass < firstQuarteredClass) return small[sizeClass];
     const uint32_t step = sizeClass - firstQuarteredClass;
@@ -35,7 +39,7 @@ constexpr uint32_t linesOfClass(uint32_t sizeClass) {
     return base + base / 4 * (step % 4) + 1;
 }
 
-constexpr SizeClass makeSizeClass(uint32_t sizeClass) {
+constexpr SizeClass makeSizeClass(SizeClassId sizeClass) {
     const uint32_t lines = linesOfClass(sizeClass);
     uint32_t pages = (lines + linesPerPage - 1) / linesPerPage;
     // The shortest run that wastes at most an eighth at its end.
@@ -49,7 +53,7 @@ constexpr SizeClass makeSizeClass(uint32_t sizeClass) {
 
 constexpr std::array<SizeClass, sizeClassCount> makeSizeClasses() {
     std::array<SizeClass, sizeClassCount> classes{};
-    for (uint32_t c = 0; c < sizeClassCount; ++c) classes[c] = makeSizeClass(c);
+    for (uint32_t c = 0; c < sizeClassCount; ++c) classes[c] = makeSizeClass(SizeClassId{c});
     return classes;
 }
 
@@ -62,25 +66,25 @@ constexpr uint32_t floorLog2(uint32_t value) {
 inline constexpr uint8_t classForFewLines[15] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 9, 9, 10, 10};
 
 /// The smallest class whose blocks have at least `lines` lines; `lines` is 1 to those of the largest class.
-constexpr uint32_t classForLines(uint32_t lines) {
-    if (lines < 15) return classForFewLines[lines];
-    if (lines <= 17) return firstQuarteredClass;
+constexpr SizeClassId classForLines(uint32_t lines) {
+    if (lines < 15) return SizeClassId{classForFewLines[lines]};
+    if (lines <= 17) return SizeClassId{firstQuarteredClass};
     const uint32_t beyond = lines - 2;
     const uint32_t doubling = floorLog2(beyond);
     const uint32_t quarter = (beyond - (1u << doubling)) >> (doubling - 2);
-    return firstQuarteredClass + (doubling - 4) * 4 + quarter + 1;
+    return SizeClassId{firstQuarteredClass + (doubling - 4) * 4 + quarter + 1};
 }
 
-constexpr uint32_t largestClassLines = linesOfClass(sizeClassCount - 1);
+constexpr uint32_t largestClassLines = linesOfClass(largestClass);
 
 /// Which block of a run of `sizeClass` a line belongs to that lies `line` lines into the run.
-constexpr uint32_t blockIndexInRun(uint32_t sizeClass, uint32_t line) {
+constexpr uint32_t blockIndexInRun(SizeClassId sizeClass, uint32_t line) {
     const SizeClass& c = sizeClasses[sizeClass];
     return c.lines == 1 ? line : static_cast<uint32_t>((uint64_t{line} * c.reciprocal) >> 32);
 }
 
 /// Whether a block starts `line` lines into a run of `sizeClass`.
-constexpr bool startsBlock(uint32_t sizeClass, uint32_t line) {
+constexpr bool startsBlock(SizeClassId sizeClass, uint32_t line) {
     const uint32_t index = blockIndexInRun(sizeClass, line);
     return line == index * sizeClasses[sizeClass].lines && index < sizeClasses[sizeClass].blocks;
 }

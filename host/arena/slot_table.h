@@ -12,29 +12,30 @@ namespace linx {
 /// Whether the slot has been used: one that never was may not even have memory.
 inline bool wasUsed(const Arena& arena, Spid spid) {
     // Relaxed: the slot's own life says the rest. Who has the spid from its endpoint, reads a count that includes it.
-    return isSpid(spid) && indexOf(spid) <= arena.header().slotsUsed.loadRelaxed() && arena.hasSlot(indexOf(spid));
+    return isSpid(spid) && numberOf(indexOf(spid)) <= arena.header().slotsUsed.loadRelaxed() &&
+           arena.hasSlot(indexOf(spid));
 }
 
 inline bool isOpen(const Arena& arena, Spid spid) {
     // Acquire: (K), pairs with the release that opened the endpoint; its mailbox is ready. A no is (L): what it had
     // sent is seen. A stale yes is harmless: the push finds the mailbox closed, or lands with the slot's next owner,
     // which drops it.
-    return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == (spid | lifeOpen);
+    return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == openAs(spid);
 }
 
 /// Whether `spid` names an endpoint that is open or has ended.
 inline bool everExisted(const Arena& arena, Spid spid) {
     if (!wasUsed(arena, spid)) return false;
-    const Spid current = arena.slot(indexOf(spid)).life.loadAcquire() & spidMask;  // (K), (L)
-    return current != 0 && (current == spid || isEarlier(spid, current));
+    const Spid current = spidOf(arena.slot(indexOf(spid)).life.loadAcquire());  // (K), (L)
+    return current != Spid::none && (current == spid || isEarlier(spid, current));
 }
 
-/// Takes the slot that is next in turn. Where there is no memory for a fresh one, the oldest in quarantine is next. 0
-/// with errno ENOSPC when all are open, ENOMEM when there is no memory and none has ended.
-uint32_t takeSlot(const Arena& arena);
+/// Takes the slot that is next in turn. Where there is no memory for a fresh one, the oldest in quarantine is next.
+/// None with errno ENOSPC when all are open, ENOMEM when there is no memory and none has ended.
+SlotIndex takeSlot(const Arena& arena);
 
 /// Puts a slot whose endpoint has ended into quarantine.
-void quarantine(const Arena& arena, uint32_t index);
+void quarantine(const Arena& arena, SlotIndex index);
 
 /// Makes the quarantine anew from the slots themselves.
 void rebuildQuarantine(const Arena& arena);

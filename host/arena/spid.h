@@ -1,7 +1,7 @@
 #ifndef LINXIPC_HOST_ARENA_SPID_H
 #define LINXIPC_HOST_ARENA_SPID_H
 
-#include <cstdint>
+#include "host/arena/number_of.h"
 
 namespace linx {
 
@@ -14,9 +14,12 @@ namespace linx {
  *   +---+---+------------------------+-----------------+
  *
  * Index 0 is no slot, so a spid is never 0. The two upper bits are free for whoever stores a spid together with a
- * state: the life word of a slot (open) and the owner word of a block (in flight, queued).
+ * state: see LifeWord, OwnerWord and HunterWord.
  */
-using Spid = uint32_t;
+enum class Spid : uint32_t { none = 0 };
+
+/// A slot, by its number in the table.
+enum class SlotIndex : uint32_t { none = 0 };
 
 constexpr uint32_t spidIndexBits = 13;
 constexpr uint32_t spidGenerationBits = 17;
@@ -24,17 +27,17 @@ constexpr uint32_t spidMask = (1u << (spidIndexBits + spidGenerationBits)) - 1;
 constexpr uint32_t slotCount = 1u << spidIndexBits;
 constexpr uint32_t generationMask = (1u << spidGenerationBits) - 1;
 
-constexpr uint32_t indexOf(Spid spid) {
-    return spid & (slotCount - 1);
+constexpr SlotIndex indexOf(Spid spid) {
+    return SlotIndex{numberOf(spid) & (slotCount - 1)};
 }
 constexpr uint32_t generationOf(Spid spid) {
-    return (spid >> spidIndexBits) & generationMask;
+    return (numberOf(spid) >> spidIndexBits) & generationMask;
 }
-constexpr Spid makeSpid(uint32_t index, uint32_t generation) {
-    return ((generation & generationMask) << spidIndexBits) | index;
+constexpr Spid makeSpid(SlotIndex index, uint32_t generation) {
+    return Spid{((generation & generationMask) << spidIndexBits) | numberOf(index)};
 }
-constexpr bool isSpid(uint32_t value) {
-    return (value & ~spidMask) == 0 && indexOf(value) != 0;
+constexpr bool isSpid(Spid spid) {
+    return (numberOf(spid) & ~spidMask) == 0 && indexOf(spid) != SlotIndex::none;
 }
 
 /// Whether `spid` is an earlier incarnation than `current` of the same slot; generations wrap, so "earlier" means

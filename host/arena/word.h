@@ -2,32 +2,43 @@
 #define LINXIPC_HOST_ARENA_WORD_H
 
 #include "host/arena/cell.h"
+#include "host/arena/number_of.h"
 
 namespace linx {
 
 /// The one type through which processes share memory: 32 bits, because the smallest machine that shares a domain has
 /// no wider atomic. Each operation carries its memory order in its name, so that a search lists every order in use.
-class Word {
+///
+/// `T` says what the bits stand for, a number or an enum of that width: what is read from one kind of word does not
+/// get into another unnoticed. Whatever bits others may have left in it are a `T`.
+template <class T>
+class WordOf {
 public:
-    uint32_t loadRelaxed() const { return value_.load(std::memory_order_relaxed); }
-    uint32_t loadAcquire() const { return value_.load(std::memory_order_acquire); }
-    uint32_t loadSeqCst() const { return value_.load(std::memory_order_seq_cst); }
+    T loadRelaxed() const { return static_cast<T>(value_.load(std::memory_order_relaxed)); }
+    T loadAcquire() const { return static_cast<T>(value_.load(std::memory_order_acquire)); }
+    T loadSeqCst() const { return static_cast<T>(value_.load(std::memory_order_seq_cst)); }
 
-    void storeRelaxed(uint32_t to) { value_.store(to, std::memory_order_relaxed); }
-    void storeRelease(uint32_t to) { value_.store(to, std::memory_order_release); }
-    void storeSeqCst(uint32_t to) { value_.store(to, std::memory_order_seq_cst); }
+    void storeRelaxed(T to) { value_.store(numberOf(to), std::memory_order_relaxed); }
+    void storeRelease(T to) { value_.store(numberOf(to), std::memory_order_release); }
+    void storeSeqCst(T to) { value_.store(numberOf(to), std::memory_order_seq_cst); }
 
-    uint32_t exchangeSeqCst(uint32_t to) { return value_.exchange(to, std::memory_order_seq_cst); }
-    uint32_t addRelaxed(uint32_t n) { return value_.fetch_add(n, std::memory_order_relaxed); }
+    T exchangeSeqCst(T to) { return static_cast<T>(value_.exchange(numberOf(to), std::memory_order_seq_cst)); }
+    T addRelaxed(T n) { return static_cast<T>(value_.fetch_add(numberOf(n), std::memory_order_relaxed)); }
 
     /// On failure `expected` becomes the value found, and only that: what its writer wrote before need not show yet.
-    bool casSeqCst(uint32_t& expected, uint32_t to) {
-        return value_.compare_exchange_strong(expected, to, std::memory_order_seq_cst, std::memory_order_relaxed);
+    bool casSeqCst(T& expected, T to) {
+        uint32_t found = numberOf(expected);
+        if (value_.compare_exchange_strong(found, numberOf(to), std::memory_order_seq_cst, std::memory_order_relaxed))
+            return true;
+        expected = static_cast<T>(found);
+        return false;
     }
 
 private:
     Cell value_;
 };
+
+using Word = WordOf<uint32_t>;
 
 static_assert(sizeof(Word) == 4 && Cell::is_always_lock_free,
               "a word of the arena must be the same lock-free 32 bits in every process");

@@ -21,9 +21,9 @@ public:
     void check() {
         checkUnusedPages();
         visitCentralLists();
-        forEachUsedSlot([this](uint32_t index, const Slot& slot) { checkStacks(index, slot); });
+        arena_.forEachUsedSlot([this](SlotIndex index, const Slot& slot) { checkStacks(index, slot); });
         forEachBlock(arena_, [this](BlockRef block) { place(block); });
-        forEachUsedSlot([this](uint32_t index, const Slot& slot) {
+        arena_.forEachUsedSlot([this](SlotIndex index, const Slot& slot) {
             if (!isOpenSlot(slot)) return;
             checkShare(index, slot);
             checkName(index, slot);
@@ -36,13 +36,8 @@ private:
         note(findings_, where, invariant, details);
     }
 
-    template <class Visit>
-    void forEachUsedSlot(Visit visit) const {
-        for (uint32_t i = 1; i <= arena_.usedSlots(); ++i) visit(i, arena_.slot(i));
-    }
-
-    static bool isOpenSlot(const Slot& slot) { return (slot.life.loadRelaxed() & lifeOpen) != 0; }
-    static Spid spidOf(const Slot& slot) { return slot.life.loadRelaxed() & spidMask; }
+    static bool isOpenSlot(const Slot& slot) { return isOpen(slot.life.loadRelaxed()); }
+    static Spid userOf(const Slot& slot) { return spidOf(slot.life.loadRelaxed()); }
 
     void checkUnusedPages() {
         for (uint32_t page = arena_.usedPages(); page < arena_.pageCount(); ++page) {
@@ -67,12 +62,12 @@ private:
         }
     }
 
-    void checkStacks(uint32_t index, const Slot& slot) {
+    void checkStacks(SlotIndex index, const Slot& slot) {
         const Subject self = {"slot", index};
-        const uint32_t mailbox = slot.mailbox.loadRelaxed();
-        const uint32_t returned = slot.returned.loadRelaxed();
-        expectEqual(findings_, self, "mailboxClaim = none", slot.mailboxClaim.loadRelaxed(), 0);
-        expectEqual(findings_, self, "returnedClaim = none", slot.returnedClaim.loadRelaxed(), 0);
+        const StackHead mailbox = slot.mailbox.loadRelaxed();
+        const StackHead returned = slot.returned.loadRelaxed();
+        expectEqual(findings_, self, "mailboxClaim = none", slot.mailboxClaim.loadRelaxed(), Ref::none);
+        expectEqual(findings_, self, "returnedClaim = none", slot.returnedClaim.loadRelaxed(), Ref::none);
         if (isOpenSlot(slot)) {
             expectEqual(findings_, self, "tag of mailbox = tag of partings", stack::tagOf(mailbox),
                         introduction::tagAt(slot.partings.loadRelaxed()));
@@ -83,15 +78,14 @@ private:
         }
     }
 
-    void checkStack(uint32_t index, uint32_t head, const char* kind) {
+    void checkStack(SlotIndex index, StackHead head, const char* kind) {
         const Subject self = {kind, index};
         Ref ref = stack::refOf(head);
         while (ref != stack::empty) {
             const BlockRef block = arena_.blockAt(ref);
-            if (!block) return broken(self, "its links lead from block to block", std::to_string(ref));
+            if (!block) return broken(self, "its links lead from block to block", std::to_string(numberOf(ref)));
             // Or in flight to an earlier user of the slot, from a sender that was held up.
-            const uint32_t owner = block->owner.loadRelaxed();
-            if ((owner & ownerInFlight) == 0 || indexOf(owner) != index) {
+            if (!isInFlightTo(block->owner.loadRelaxed(), index)) {
                 broken(Subject{"block", ref}, "the blocks of a stack are in flight to its slot", self.text());
             }
             if (!visit(ref, self)) return;
@@ -100,24 +94,23 @@ private:
     }
 
     void place(BlockRef block) {
-        const uint32_t owner = block->owner.loadRelaxed();
+        const OwnerWord owner = block->owner.loadRelaxed();
         const Spid home = block->home.loadRelaxed();
         const bool isListed = places_.count(block.ref) != 0;
         Census& census = findings_.census;
         ++census.blocks;
         linesAt_[home] += linesOfClass(block.sizeClass);
-        if (owner == ownerFree && home == noHome) {
+        if (owner == OwnerWord::free && home == noHome) {
             ++census.central;
             if (!isListed) broken(Subject{"block", block.ref}, "without owner and home it is in a central list");
         } else if (isListed) {
             ++census.inStacks;
-        } else if (owner == ownerFree) {
+        } else if (owner == OwnerWord::free) {
             keepOrLose(isOpen(arena_, home), census.atHome, block.ref, "without owner, its home is open");
-        } else if ((owner & ownerInFlight) != 0) {
+        } else if (isInFlight(owner)) {
             keepOrLose(false, census.inStacks, block.ref, "in flight, it is in a stack");
         } else {
-            keepOrLose(isOpen(arena_, owner & spidMask), census.owned, block.ref,
-                       "held or queued, its owner is open");
+            keepOrLose(isOpen(arena_, spidOf(owner)), census.owned, block.ref, "held or queued, its owner is open");
         }
     }
 
@@ -126,8 +119,8 @@ private:
         if (!isKept) broken(Subject{"block", ref}, invariant);
     }
 
-    void checkShare(uint32_t index, const Slot& slot) {
-        const Spid spid = spidOf(slot);
+    void checkShare(SlotIndex index, const Slot& slot) {
+        const Spid spid = userOf(slot);
         const uint32_t counted = share::linesOf(slot);
         const uint32_t lines = linesAt_[spid];
         if ((slot.leasedLines.loadRelaxed() & ~share::lineMask) != share::tagOf(spid)) {
@@ -141,9 +134,9 @@ private:
         }
     }
 
-    void checkName(uint32_t index, const Slot& slot) {
+    void checkName(SlotIndex index, const Slot& slot) {
         Name name;
-        const bool isFound = nameOfSpid(arena_, spidOf(slot), name) && findName(arena_, name) == spidOf(slot);
+        const bool isFound = nameOfSpid(arena_, userOf(slot), name) && findName(arena_, name) == userOf(slot);
         if (!isFound) broken(Subject{"slot", index}, "findName(its name) = its spid", name.text());
     }
 

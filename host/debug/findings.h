@@ -1,9 +1,10 @@
 #ifndef LINXIPC_HOST_DEBUG_FINDINGS_H
 #define LINXIPC_HOST_DEBUG_FINDINGS_H
 
-#include <cstdint>
 #include <string>
 #include <vector>
+
+#include "host/arena/number_of.h"
 
 namespace linx {
 namespace debug {
@@ -33,6 +34,9 @@ struct Findings {
 
 /// A thing of which there are many, or the header.
 struct Subject {
+    template <class Number>
+    Subject(const char* itsKind, Number itsNumber) : kind(itsKind), number(numberOf(itsNumber)) {}
+
     const char* kind;
     uint32_t number;
 
@@ -50,10 +54,10 @@ inline void note(Findings& findings, const Subject& where, const char* invariant
 }
 
 /// Notes an equation that does not hold.
-template <class Where>
-void expectEqual(Findings& findings, const Where& where, const char* equation, uint32_t left, uint32_t right) {
+template <class Where, class Number>
+void expectEqual(Findings& findings, const Where& where, const char* equation, Number left, Number right) {
     if (left == right) return;
-    note(findings, where, equation, std::to_string(left) + " and " + std::to_string(right));
+    note(findings, where, equation, std::to_string(numberOf(left)) + " and " + std::to_string(numberOf(right)));
 }
 
 }  // namespace debug

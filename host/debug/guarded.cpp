@@ -35,8 +35,8 @@ private:
         note(findings_, where, invariant, details);
     }
 
-    bool isOpenSlot(uint32_t index) const { return (arena_.slot(index).life.loadRelaxed() & lifeOpen) != 0; }
-    bool isUsedSlot(uint32_t index) const { return index != 0 && index <= usedSlots_; }
+    bool isOpenSlot(SlotIndex index) const { return isOpen(arena_.slot(index).life.loadRelaxed()); }
+    bool isUsedSlot(SlotIndex index) const { return index != SlotIndex::none && numberOf(index) <= usedSlots_; }
 
     void checkBounds() {
         if (header_.slotsUsed.loadRelaxed() >= slotCount) broken("header", "slotsUsed < slots");
@@ -49,7 +49,7 @@ private:
         uint32_t gap = 0;
         uint32_t longestGap = 0;
         for (uint32_t page = 0; page < used;) {
-            uint32_t sizeClass;
+            SizeClassId sizeClass;
             if (runStartsAt(arena_, page, sizeClass)) {
                 checkRun(page, sizeClass);
                 page += sizeClasses[sizeClass].pages;
@@ -64,7 +64,7 @@ private:
         }
     }
 
-    void checkRun(uint32_t first, uint32_t sizeClass) {
+    void checkRun(uint32_t first, SizeClassId sizeClass) {
         for (uint32_t back = 0; back < sizeClasses[sizeClass].pages; ++back) {
             const uint32_t entry = arena_.pageEntry(first + back).loadRelaxed();
             if (entry != makePageEntry(sizeClass, back)) broken(Subject{"page", first + back}, ofOneRun);
@@ -79,13 +79,13 @@ private:
         uint64_t lines = 0;
         for (uint32_t c = 0; c < sizeClassCount; ++c) {
             Ref ref = header_.central[c].loadRelaxed();
-            while (ref != 0 && lines <= counted) {
+            while (ref != Ref::none && lines <= counted) {
                 const BlockRef block = arena_.blockAt(ref);
                 if (!block || block.sizeClass != c || !central::isHomeless(*block)) {
                     return broken(Subject{"central list", c}, "its blocks are of its class, free and without a home",
-                                  "block " + std::to_string(ref));
+                                  "block " + std::to_string(numberOf(ref)));
                 }
-                lines += linesOfClass(c);
+                lines += sizeClasses[c].lines;
                 ref = block->next.loadRelaxed();
             }
         }
@@ -94,19 +94,19 @@ private:
     }
 
     void checkSlots() {
-        for (uint32_t i = 1; i <= usedSlots_; ++i) {
-            const Slot& slot = arena_.slot(i);
-            const uint32_t life = slot.life.loadRelaxed();
-            if (life == 0) continue;  // its first user has not come to open it
-            const Spid spid = life & ~lifeOpen;
-            if (!isSpid(spid) || indexOf(spid) != i) broken(Subject{"slot", i}, "indexOf(life) = its own");
-            if (!isOpenSlot(i)) continue;
+        arena_.forEachUsedSlot([this](SlotIndex i, const Slot& slot) {
+            const LifeWord life = slot.life.loadRelaxed();
+            if (life == LifeWord::neverUsed) return;  // its first user has not come to open it
+            const Spid spid = spidOf(life);
+            const bool isLife = life == openAs(spid) || life == closedAs(spid);
+            if (!isLife || indexOf(spid) != i) broken(Subject{"slot", i}, "indexOf(life) = its own");
+            if (!isOpen(life)) return;
             ++open_;
-            const uint32_t wakeState = slot.wakeState.loadRelaxed();
+            const WakeWord wakeState = slot.wakeState.loadRelaxed();
             if (wakeState != wake_state::word(spid, wake_state::stateOf(wakeState))) {
                 broken(Subject{"slot", i}, "wakeState and life are of one generation");
             }
-        }
+        });
         expectEqual(findings_, "header", "openEndpoints = open slots", header_.openEndpoints.loadRelaxed(), open_);
     }
 
@@ -114,11 +114,11 @@ private:
         const uint32_t ended = usedSlots_ - open_;
         const uint32_t now = header_.quarantined.loadRelaxed();
         uint32_t listed = 0;
-        uint32_t last = 0;
+        SlotIndex last = SlotIndex::none;
         uint32_t ageBefore = ~0u;
-        for (uint32_t i = header_.quarantineHead.loadRelaxed(); i != 0 && listed <= ended; ++listed) {
+        for (SlotIndex i = header_.quarantineHead.loadRelaxed(); i != SlotIndex::none && listed <= ended; ++listed) {
             if (!isUsedSlot(i) || isOpenSlot(i)) {
-                return broken("quarantine", "its slots have been used and are not open", "slot " + std::to_string(i));
+                return broken("quarantine", "its slots have been used and are not open", Subject{"slot", i}.text());
             }
             const uint32_t age = now - arena_.slot(i).quarantineStamp.loadRelaxed();
             if (age > ageBefore) broken(Subject{"slot", i}, "the quarantine is in the order of its stamps");
@@ -134,9 +134,10 @@ private:
     void checkNames() {
         uint32_t listed = 0;
         for (uint32_t bucket = 0; bucket < slotCount; ++bucket) {
-            for (uint32_t i = arena_.bucket(bucket).loadRelaxed(); i != 0 && listed <= open_; ++listed) {
+            for (SlotIndex i = arena_.bucket(bucket).loadRelaxed(); i != SlotIndex::none && listed <= open_;
+                 ++listed) {
                 if (!isUsedSlot(i) || !isOpenSlot(i)) {
-                    return broken(Subject{"bucket", bucket}, "its slots are open", "slot " + std::to_string(i));
+                    return broken(Subject{"bucket", bucket}, "its slots are open", Subject{"slot", i}.text());
                 }
                 if (arena_.slot(i).nameHash.loadRelaxed() % slotCount != bucket) {
                     broken(Subject{"slot", i}, "its bucket is that of nameHash");
@@ -149,16 +150,18 @@ private:
 
     void checkHunts() {
         forEachHunt(arena_, [&](const Hunt& hunt) {
-            const Spid hunter = hunt.hunter.loadRelaxed();
+            const HunterWord word = hunt.hunter.loadRelaxed();
+            const Spid hunter = spidOf(word);
             const auto index = static_cast<uint32_t>(&hunt - &arena_.hunt(0));
-            if (!isSpid(hunter) || !isOpen(arena_, hunter)) broken(Subject{"hunt", index}, "its hunter is open");
+            if (word != huntedBy(hunter) || !isOpen(arena_, hunter))
+                broken(Subject{"hunt", index}, "its hunter is open");
             const BlockRef signal = arena_.blockAt(hunt.signal.loadRelaxed());
-            if (!signal || signal->owner.loadRelaxed() != (hunter | ownerQueued)) {
+            if (!signal || signal->owner.loadRelaxed() != queuedFor(hunter)) {
                 broken(Subject{"hunt", index}, "its signal is queued for its hunter");
             }
         });
         const uint32_t used = arena_.usedHunts();
-        if (used != 0 && arena_.hunt(used - 1).hunter.loadRelaxed() == 0) {
+        if (used != 0 && arena_.hunt(used - 1).hunter.loadRelaxed() == HunterWord::none) {
             broken(Subject{"hunt", used - 1}, "the last of huntsUsed is in use");
         }
     }

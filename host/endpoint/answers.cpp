@@ -17,22 +17,22 @@ namespace {
 /// rung; without a descriptor for that the hunt stays pending.
 bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
     const Arena& arena = lock.arena();
-    const Spid hunter = hunt.hunter.loadRelaxed();
+    const Spid hunter = spidOf(hunt.hunter.loadRelaxed());
     const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     bool rung = true;
-    if (isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == (hunter | ownerQueued)) {
+    if (isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == queuedFor(hunter)) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor doorbell(doorbell::open(lock.domain().directory(), hunter));
         if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
-        signal->owner.storeRelease(hunter | ownerInFlight);
+        signal->owner.storeRelease(inFlightTo(hunter));
         // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
         // its mailbox by the time that somebody asks.
-        hunt.hunter.storeRelease(hunter | huntAnswering);
+        hunt.hunter.storeRelease(answeredTo(hunter));
         signal->sender.storeRelease(found);
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
         // push is (A) and the look (B).
-        uint32_t introducedAt = introduction::never;
-        if (introduction::push(slot, doorbell.get(), found, *signal, signal.ref, introducedAt) != stack::closed) {
+        uint32_t introducedAt = introduction::notYet;
+        if (introduction::push(slot, doorbell.get(), found, signal, introducedAt) != stack::closed) {
             const int result = wake_state::ringIfAsked(slot, hunter, indexOf(found), [&] {
                 return doorbell.get() == -1 ? EPIPE : doorbell::ring(doorbell.get());
             });
@@ -40,7 +40,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         } else {
             // A process died while it reaped the hunter: the next reaper takes what the hunter has, and not what a
             // living endpoint may be about to push.
-            signal->owner.storeRelease(hunter | ownerQueued);
+            signal->owner.storeRelease(queuedFor(hunter));
         }
     }
     clearHunt(hunt);

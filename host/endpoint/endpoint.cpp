@@ -200,10 +200,10 @@ int Endpoint::free(LinxSignal** signal) {
 }
 
 Spid Endpoint::sender(LinxSignal** signal) const {
-    const BlockRef block = signals_.find(*signal);
-    if (block) return block->sender.loadRelaxed() & spidMask;
+    const BlockRef block = signals_.heldAt(*signal);
+    if (block) return senderOf(*block);
     errno = EINVAL;
-    return 0;
+    return Spid::none;
 }
 
 /// Takes a signal out of the user's hands, or makes one of `defaultNumber` when there is none. No block with errno.

@@ -12,7 +12,7 @@ namespace linx {
 /// What an event of an endpoint's epoll set is about: a peer's doorbell, by the index of its slot, or one of these.
 namespace event_tag {
 
-constexpr uint32_t doorbell = 0;
+constexpr uint32_t doorbell = numberOf(SlotIndex::none);
 constexpr uint32_t timer = slotCount;
 
 }  // namespace event_tag

@@ -30,7 +30,7 @@ inline bool Endpoint::freeAtOnce(LinxSignal** signal) {
 
 inline bool Endpoint::senderAtOnce(const LinxSignal* signal, Spid& sender) const {
     if (!ownership_.isIdle() || !signals_.isRecent(signal)) return false;
-    sender = signals_.recent()->sender.loadRelaxed() & spidMask;
+    sender = senderOf(*signals_.recent());
     return true;
 }
 

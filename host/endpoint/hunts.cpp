@@ -11,11 +11,12 @@ namespace linx {
 int Hunts::hunt(const Name& name, const BlockRef& signal) {
     for (;;) {
         const Spid found = findName(self_.arena(), name);
-        if (found != 0 && (found == self_.spid || peers_.connect(found) != nullptr))
+        if (found != Spid::none && (found == self_.spid || peers_.connect(found) != nullptr))
             return inbox_.append(signal, found);
         // One that has died still has its name until it is reaped; any other trouble with its doorbell is the
         // caller's.
-        if (found != 0 && (errno != ECONNRESET || !peers_.reap(found))) return signals_.refuse(signal, errno);
+        if (found != Spid::none && (errno != ECONNRESET || !peers_.reap(found)))
+            return signals_.refuse(signal, errno);
         bool opened = false;
         int failure;
         do {
@@ -32,7 +33,7 @@ int Hunts::keep(const Name& name, const BlockRef& signal, bool& opened) {
     const DomainLock lock(self_.domain);
     if (!lock.isHeld()) return errno;
     if (!self_.isStillOpen()) return ECONNABORTED;  // nobody would clear it up
-    opened = findName(self_.arena(), name) != 0;
+    opened = findName(self_.arena(), name) != Spid::none;
     if (opened) return 0;
     signals_.park(signal, self_.spid);
     const int failure = addHunt(self_.arena(), self_.spid, name, signal.ref);
@@ -45,10 +46,10 @@ int Hunts::keep(const Name& name, const BlockRef& signal, bool& opened) {
 void Hunts::giveUp(const DomainLock& lock) {
     const Arena& arena = lock.arena();
     forEachHunt(arena, [&](Hunt& hunt) {
-        if (hunt.hunter.loadRelaxed() != self_.spid) return;
+        if (hunt.hunter.loadRelaxed() != huntedBy(self_.spid)) return;
         clearHunt(hunt);
         const BlockRef block = arena.blockAt(hunt.signal.loadRelaxed());
-        if (!block || block->owner.loadRelaxed() != (self_.spid | ownerQueued)) return;
+        if (!block || block->owner.loadRelaxed() != queuedFor(self_.spid)) return;
         central::abandon(arena, block);
         central::push(arena, block);
     });

@@ -15,7 +15,7 @@ struct Identity {
 
     /// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its doorbell,
     /// must not touch what is another's by now.
-    bool isStillOpen() const { return slot.life.loadRelaxed() == (spid | lifeOpen); }
+    bool isStillOpen() const { return slot.life.loadRelaxed() == openAs(spid); }
 };
 
 }  // namespace linx

@@ -48,7 +48,7 @@ Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, Sc
 void Inbox::wake() {
     // An exchange, to learn whether a byte is in. One that a sender is about to write comes late, and is
     // found in the doorbell by the next sleep.
-    const uint32_t before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::awake));
+    const WakeWord before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::awake));
     if (wake_state::stateOf(before) == wake_state::notified) byteIn_ = true;
     awake_ = true;
 }
@@ -80,15 +80,15 @@ bool Inbox::collectIfRoom() {
 }
 
 void Inbox::takeMailbox() {
-    if (claimedChain_ != 0) queueClaimed();  // what there was no memory for comes before what has come since
+    if (claimedChain_ != Ref::none) queueClaimed();  // what there was no memory for comes before what has come since
     if (!hasMail() || !self_.isStillOpen()) return;
     claimedChain_ = stack::claimAll(self_.slot.mailbox, self_.slot.mailboxClaim, stack::empty);
-    if (claimedChain_ != 0) queueClaimed();
+    if (claimedChain_ != Ref::none) queueClaimed();
 }
 
 void Inbox::queueClaimed() {
     queueChain();
-    const Ref chain = std::exchange(claimedChain_, 0);
+    const Ref chain = std::exchange(claimedChain_, Ref::none);
     stack::release(self_.slot.mailboxClaim);
     if (std::exchange(hasStrays_, false)) freeStrays(chain);
     if (queue_.size() > self_.slot.deepestQueue.loadRelaxed()) {
@@ -103,21 +103,21 @@ void Inbox::queueChain() {
     const Spid own = self_.spid;
     try {
         stack::walk(self_.arena(), claimedChain_, [&](BlockRef block) {
-            const uint32_t owner = block->owner.loadAcquire();  // the take would do (F), as for the number
-            if (owner == (own | ownerInFlight)) {
+            const OwnerWord owner = block->owner.loadAcquire();  // the take would do (F), as for the number
+            if (owner == inFlightTo(own)) {
                 queue_.append({block.ref, block.sizeClass}, block->signal.number);
-                block->owner.storeRelaxed(own | ownerQueued);
-            } else if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(own)) {
+                block->owner.storeRelaxed(queuedFor(own));
+            } else if (isInFlightTo(owner, indexOf(own))) {
                 // Sent to an earlier user of the slot: for the reaper it is this one's now.
-                block->owner.storeRelaxed(own);
+                block->owner.storeRelaxed(heldBy(own));
                 hasStrays_ = true;
             }
         });
     } catch (const std::bad_alloc&) {
         queue_.dropLast(queue_.size() - before);
         stack::walk(self_.arena(), claimedChain_, [&](BlockRef block) {
-            const uint32_t owner = block->owner.loadRelaxed();
-            if (owner == (own | ownerQueued)) block->owner.storeRelease(own | ownerInFlight);
+            const bool isQueued = block->owner.loadRelaxed() == queuedFor(own);
+            if (isQueued) block->owner.storeRelease(inFlightTo(own));
         });
         throw;
     }
@@ -128,7 +128,7 @@ void Inbox::queueChain() {
 /// the whole chain has its owners, since freeing a block breaks the chain.
 void Inbox::freeStrays(Ref chain) {
     stack::walk(self_.arena(), chain, [&](BlockRef block) {
-        if (block->owner.loadRelaxed() != self_.spid) return;
+        if (block->owner.loadRelaxed() != heldBy(self_.spid)) return;
         self_.slot.dropped.add(1);
         signals_.discard(block);
     });
@@ -150,7 +150,7 @@ void Inbox::discardAll() {
     if (!collectIfRoom()) signals_.keep();  // what is in the mailbox is looked for with what the user holds
     const uint32_t any[] = {0};
     while (const BlockRef block = take(any)) signals_.discard(block);
-    while (const Ref ref = timeouts_.takeAny()) signals_.discard(ref);
+    for (Ref ref; (ref = timeouts_.takeAny()) != Ref::none;) signals_.discard(ref);
 }
 
 /// Looks at the mailbox while the budget lasts. True when a signal came or a time-out fell due.
@@ -233,7 +233,7 @@ void Inbox::handleEvents(int milliseconds) {
             } else if (tag == event_tag::timer) {
                 fireTimeouts();
             } else {
-                peers_.check(tag);
+                peers_.check(SlotIndex{tag});
             }
         }
     } while (count == most);
@@ -262,7 +262,7 @@ void Inbox::drainDoorbell() {
 }
 
 void Inbox::notifySelf() {
-    const uint32_t before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::notified));
+    const WakeWord before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::notified));
     awake_ = false;
     byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || doorbell::ring(doorbell_.get()) == 0;
     // Relaxed, unlike (C): no look at the mailbox follows.

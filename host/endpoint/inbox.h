@@ -48,7 +48,7 @@ public:
     BlockRef take(const uint32_t* selection) {
         for (;;) {
             const SignalQueue::Signal signal = queue_.take(selection);
-            if (signal.ref == 0) return {};
+            if (signal.ref == Ref::none) return {};
             const BlockRef block = blockOf(signal);
             if (signals_.isQueued(block)) return block;
         }
@@ -129,11 +129,11 @@ private:
     SpinBudget budget_;
     SignalQueue queue_;
     Timeouts timeouts_;
-    Ref claimedChain_ = 0;     ///< taken from the mailbox, not in the queue yet
-    bool hasStrays_ = false;   ///< it has blocks that were sent to an earlier user of the slot
-    bool awake_ = false;       ///< the wake state has been set to awake
-    bool byteIn_ = false;      ///< the doorbell is known to hold a byte
-    bool waitFailed_ = false;  ///< somebody has closed what this endpoint waits on
+    Ref claimedChain_ = Ref::none;  ///< taken from the mailbox, not in the queue yet
+    bool hasStrays_ = false;        ///< it has blocks that were sent to an earlier user of the slot
+    bool awake_ = false;            ///< the wake state has been set to awake
+    bool byteIn_ = false;           ///< the doorbell is known to hold a byte
+    bool waitFailed_ = false;       ///< somebody has closed what this endpoint waits on
     uint64_t eventsSeenAt_ = 0;
 };
 

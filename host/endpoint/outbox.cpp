@@ -17,8 +17,7 @@ constexpr uint32_t longestCheckInterval = 7;
 
 int Outbox::sendToPeer(const BlockRef& block, Peer& peer) {
     return finish(block, peer, post(block, peer, [&](Slot& target) {
-                      return introduction::push(target, peer.doorbell.get(), self_.spid, *block, block.ref,
-                                                peer.introducedAt);
+                      return introduction::push(target, peer.doorbell.get(), self_.spid, block, peer.introducedAt);
                   }));
 }
 
@@ -37,7 +36,7 @@ int Outbox::sendToStranger(const BlockRef& block, Spid to) {
 /// The peer has been sent a signal and asks to be rung. Result of the send.
 int Outbox::ring(const BlockRef& block, Peer& peer) {
     self_.slot.rings.storeRelaxed(self_.slot.rings.loadRelaxed() + 1);
-    unrung_ = 0;
+    unrung_ = Spid::none;
     const int doorbell = peer.doorbell.get();
     const int result =
         wake_state::ringIfAsked(peer.slot, peer.spid, indexOf(self_.spid), [&] { return doorbell::ring(doorbell); });
@@ -51,7 +50,7 @@ int Outbox::ring(const BlockRef& block, Peer& peer) {
 int Outbox::fail(const BlockRef& block, const Peer& peer) {
     // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
     // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
-    const bool unread = block->owner.loadAcquire() == (peer.spid | ownerInFlight);
+    const bool unread = block->owner.loadAcquire() == inFlightTo(peer.spid);
     peers_.end(peer);
     peers_.reapDeadIfDue();
     if (!unread) return 0;
@@ -80,8 +79,8 @@ bool Outbox::remind(Peer& peer) {
 }
 
 void Outbox::remindUnrung() {
-    const Spid to = std::exchange(unrung_, 0);
-    const Peer* peer = to == 0 ? nullptr : peers_.find(to);
+    const Spid to = std::exchange(unrung_, Spid::none);
+    const Peer* peer = to == Spid::none ? nullptr : peers_.find(to);
     if (peer == nullptr) return;
     if (stack::holdsBlocks(peer->slot.mailbox.loadRelaxed())) doorbell::ring(peer->doorbell.get());
 }

@@ -54,7 +54,7 @@ private:
     Peers& peers_;
     Inbox& inbox_;
     Chores& chores_;
-    Spid unrung_ = 0;  ///< who was sent a signal last, if it did not ask to be rung for it
+    Spid unrung_ = Spid::none;  ///< who was sent a signal last, if it did not ask to be rung for it
 };
 
 /// Has `push` push the signal onto the mailbox in the peer's slot.
@@ -64,18 +64,18 @@ template <class Push>
     const Spid to = peer.spid;
     const Spid from = self_.spid;
     // Its mailbox may be another endpoint's by now, which would have to throw the signal away. Acquire: as in isOpen.
-    if (target.life.loadAcquire() != (to | lifeOpen)) return Posted::refused;
+    if (target.life.loadAcquire() != openAs(to)) return Posted::refused;
     self_.slot.sending.storeRelease(block.ref);  // (J), after the push before this one
     block->sender.storeRelaxed(from);
     // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
     // beside an old sender.
-    block->owner.storeRelease(to | ownerInFlight);
-    const uint32_t before = push(target);
+    block->owner.storeRelease(inFlightTo(to));
+    const Ref before = push(target);
     if (stack::isRefused(before)) {
-        block->owner.storeRelaxed(from);
+        block->owner.storeRelaxed(heldBy(from));
         return Posted::refused;
     }
-    const uint32_t found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
+    const WakeWord found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
     if (wake_state::wantsRing(found, to)) return Posted::wantsRing;
     unrung_ = to;
     return before == stack::empty || peer.sendsUntilCheck-- != 0 ? Posted::done : Posted::wantsReminder;
@@ -84,9 +84,8 @@ template <class Push>
 [[gnu::always_inline]] inline Outbox::Posted Outbox::postAtOnce(const BlockRef& block, Peer& peer) {
     const uint32_t introducedAt = peer.introducedAt;
     if (introducedAt != peer.slot.partings.loadRelaxed()) return Posted::refused;  // relaxed: the push by tag decides
-    return post(block, peer, [&](Slot& target) {
-        return stack::push(target.mailbox, *block, block.ref, introduction::tagAt(introducedAt));
-    });
+    return post(block, peer,
+                [&](Slot& target) { return stack::push(target.mailbox, block, introduction::tagAt(introducedAt)); });
 }
 
 [[gnu::always_inline]] inline int Outbox::finish(const BlockRef& block, Peer& peer, Posted posted) {

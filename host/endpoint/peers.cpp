@@ -24,7 +24,7 @@ constexpr uint64_t pauseFactor = 8;  ///< it is so many times as long as what wa
 }  // namespace
 
 Peers::~Peers() {
-    for (uint32_t i = 0; i < peers_.size(); ++i) disconnect(i);
+    for (uint32_t i = 0; i < peers_.size(); ++i) disconnect(SlotIndex{i});
     takeNotices([](Ref) {});  // one by one: a long chain must not take itself down by recursion
 }
 
@@ -53,9 +53,9 @@ Peer* Peers::open(Spid spid) {
         return nullptr;
     }
     leaveReserve(doorbell);
-    const uint32_t index = indexOf(spid);
+    const uint32_t index = numberOf(indexOf(spid));
     if (index >= peers_.size()) peers_.resize(index + 1);
-    auto peer = std::make_unique<Peer>(spid, self_.arena().slot(index), doorbell);
+    auto peer = std::make_unique<Peer>(spid, self_.arena().slot(indexOf(spid)), doorbell);
     while (!watch(epoll_, peer->doorbell.get(), 0, index)) {  // no events: all that is waited for is the reader's end
         if (!makeRoom()) return nullptr;
     }
@@ -101,11 +101,11 @@ bool Peers::disconnectOldest() {
 }
 
 /// Takes a peer out of its slot; null if there is none.
-std::unique_ptr<Peer> Peers::disconnect(uint32_t index) {
+std::unique_ptr<Peer> Peers::disconnect(SlotIndex index) {
     if (inSlot(index) == nullptr) return nullptr;
     mayHaveLeftMail_ = true;
     forgetLatest();
-    std::unique_ptr<Peer> peer = std::move(peers_[index]);
+    std::unique_ptr<Peer> peer = std::move(peers_[numberOf(index)]);
     // Taken out by hand: closing is not enough where a forked child still has a copy of the descriptor.
     epoll_ctl(epoll_, EPOLL_CTL_DEL, peer->doorbell.get(), nullptr);
     peer->doorbell.reset();
@@ -124,7 +124,7 @@ Peer* Peers::lookUp(Spid spid) {
 }
 
 void Peers::forgetLatest() {
-    latestSpid_ = 0;
+    latestSpid_ = Spid::none;
     latest_ = nullptr;
 }
 
@@ -132,7 +132,8 @@ void Peers::hear(const uint32_t* records, uint32_t count) {
     bool someEnded = false;
     for (uint32_t i = 0; i < count; ++i) {
         if (records[i] == doorbell::ended) someEnded = true;
-        if (records[i] != self_.spid) watchSender(records[i]);
+        const Spid sender{records[i]};
+        if (sender != self_.spid) watchSender(sender);
     }
     if (someEnded) findEnded();
     reapDead(DomainLock::Patience::tryOnce);  // all whose introductions came too late, together
@@ -152,24 +153,24 @@ void Peers::watchSender(Spid sender) {
     if (connect(sender) == nullptr && isOpen(self_.arena(), sender)) introduction::revoke(self_.slot);
 }
 
-void Peers::check(uint32_t index) {
+void Peers::check(SlotIndex index) {
     const Peer* peer = inSlot(index);
     if (peer == nullptr) return;
     // Acquire: (L), as in isOpen.
-    const bool isOpen = peer->slot.life.loadAcquire() == (peer->spid | lifeOpen);
+    const bool isOpen = peer->slot.life.loadAcquire() == openAs(peer->spid);
     if (!isOpen || doorbell::isDead(peer->doorbell.get())) end(index);
 }
 
 /// Some peer has ended, of which its doorbell does not tell.
 void Peers::findEnded() {
-    for (uint32_t index = 1; index < peers_.size(); ++index) {
-        const Peer* peer = inSlot(index);
-        if (peer != nullptr && !isOpen(self_.arena(), peer->spid)) end(index);
+    for (uint32_t i = 1; i < peers_.size(); ++i) {
+        const Peer* peer = peers_[i].get();
+        if (peer != nullptr && !isOpen(self_.arena(), peer->spid)) end(*peer);
     }
 }
 
 /// Takes no lock: whoever has it may have been stopped. Needs no memory.
-void Peers::end(uint32_t index) {
+void Peers::end(SlotIndex index) {
     std::unique_ptr<Peer> peer = disconnect(index);
     if (peer == nullptr) return;
     rememberDead(peer->spid);
@@ -242,7 +243,7 @@ bool Peers::reapKnownDead() {
         known = dead_.size();
         count = epoll_wait(epoll_, events, most, 0);
         for (int i = 0; i < count; ++i) {
-            const Peer* peer = inSlot(events[i].data.u32);  // none is in the doorbell's or the timer's
+            const Peer* peer = inSlot(SlotIndex{events[i].data.u32});  // none is in the doorbell's or the timer's
             const bool mayBeDead = peer != nullptr && isOpen(self_.arena(), peer->spid);
             if (mayBeDead && doorbell::isDead(peer->doorbell.get())) rememberDead(peer->spid);
         }

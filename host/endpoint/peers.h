@@ -22,7 +22,7 @@ struct Peer {
     const Spid spid;
     Slot& slot;
     ScopedDescriptor doorbell;
-    uint32_t introducedAt = introduction::never;  ///< the count of its partings when it was told of this endpoint
+    uint32_t introducedAt = introduction::notYet;  ///< the count of its partings when it was told of this endpoint
     uint64_t checkedAt = 0;        ///< coarse milliseconds: when its doorbell was last asked whether it lives
     uint32_t checkInterval = 0;    ///< sends that pass between two that ask the clock whether it is time for that
     uint32_t sendsUntilCheck = 0;  ///< how many of these are still to pass
@@ -64,7 +64,7 @@ public:
 
     /// The kernel has told of the peer in this slot, if there is one. It is asked again: the slot may be another
     /// endpoint's by now, which lives.
-    void check(uint32_t index);
+    void check(SlotIndex index);
 
     /// The peer has ended.
     void end(const Peer& peer) { end(indexOf(peer.spid)); }
@@ -132,14 +132,16 @@ private:
         supervisions_ -= peer.notices.size();
         peer.notices.clear();
     }
-    Peer* inSlot(uint32_t index) const { return index < peers_.size() ? peers_[index].get() : nullptr; }
+    Peer* inSlot(SlotIndex index) const {
+        return numberOf(index) < peers_.size() ? peers_[numberOf(index)].get() : nullptr;
+    }
     Peer* lookUp(Spid spid);
     Peer* open(Spid spid);
-    void end(uint32_t index);
+    void end(SlotIndex index);
     void findEnded();
     void watchSender(Spid sender);
     void rememberDead(Spid dead);
-    std::unique_ptr<Peer> disconnect(uint32_t index);
+    std::unique_ptr<Peer> disconnect(SlotIndex index);
     void forgetLatest();
     int openDoorbell(Spid spid);
     void leaveReserve(ScopedDescriptor& doorbell);
@@ -155,7 +157,7 @@ private:
     uint64_t reapAgainAt_ = 0;  ///< nanoseconds of the monotonic clock: not before then by a send
     size_t supervisions_ = 0;
     bool mayHaveLeftMail_ = false;
-    Spid latestSpid_ = 0;  ///< most signals go where the one before went
+    Spid latestSpid_ = Spid::none;  ///< most signals go where the one before went
     Peer* latest_ = nullptr;
     uint64_t uses_ = 0;
 };

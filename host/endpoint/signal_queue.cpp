@@ -29,10 +29,10 @@ void SignalQueue::reverseLast(size_t count) {
 
 SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
     assert((size_ == 0) == (oldest_ == none && !hasArrivals()));
-    if (size_ == 0) return {0, 0};
+    if (size_ == 0) return {};
     if (oldest_ != none) {
         const Signal signal = takeFromNumberQueues(selection);
-        if (signal.ref != 0) return signal;
+        if (signal.ref != Ref::none) return signal;
     }
     while (hasArrivals()) {
         if (!selects(selection, arrivals_[nextArrival_].number)) {
@@ -43,7 +43,7 @@ SignalQueue::Signal SignalQueue::takeSelected(const uint32_t* selection) {
         --size_;
         return popArrival().signal;
     }
-    return {0, 0};
+    return {};
 }
 
 SignalQueue::Signal SignalQueue::takeFromNumberQueues(const uint32_t* selection) {
@@ -57,7 +57,7 @@ SignalQueue::Signal SignalQueue::takeFromNumberQueues(const uint32_t* selection)
             first = numberQueue;
         }
     }
-    return first == numberQueues_.end() ? Signal{0, 0} : unlink(first, first->second.oldest);
+    return first == numberQueues_.end() ? Signal{} : unlink(first, first->second.oldest);
 }
 
 SignalQueue::Place SignalQueue::appendRemovable(Signal signal, uint32_t number) {
@@ -71,7 +71,7 @@ SignalQueue::Place SignalQueue::appendRemovable(Signal signal, uint32_t number) 
 }
 
 bool SignalQueue::remove(Ref ref, Place place) {
-    if (place >= waiting_.size() || waiting_[place].signal.ref != ref || ref == 0) return false;
+    if (place >= waiting_.size() || waiting_[place].signal.ref != ref || ref == Ref::none) return false;
     unlink(numberQueues_.find(waiting_[place].number), place);
     return true;
 }
@@ -102,7 +102,7 @@ SignalQueue::Signal SignalQueue::unlink(std::unordered_map<uint32_t, NumberQueue
                                         uint32_t index) {
     Waiting& entry = waiting_[index];
     const Signal signal = entry.signal;
-    assert(signal.ref != 0 && numberQueue != numberQueues_.end() && numberQueue->first == entry.number);
+    assert(signal.ref != Ref::none && numberQueue != numberQueues_.end() && numberQueue->first == entry.number);
     (entry.older == none ? oldest_ : waiting_[entry.older].newer) = entry.newer;
     (entry.newer == none ? newest_ : waiting_[entry.newer].older) = entry.older;
     (entry.previousOfNumber == none ? numberQueue->second.oldest : waiting_[entry.previousOfNumber].nextOfNumber) =
@@ -110,7 +110,7 @@ SignalQueue::Signal SignalQueue::unlink(std::unordered_map<uint32_t, NumberQueue
     (entry.nextOfNumber == none ? numberQueue->second.newest : waiting_[entry.nextOfNumber].previousOfNumber) =
         entry.previousOfNumber;
     if (numberQueue->second.oldest == none) numberQueues_.erase(numberQueue);
-    entry.signal.ref = 0;
+    entry.signal.ref = Ref::none;
     entry.nextOfNumber = freeEntry_;
     freeEntry_ = index;
     --size_;

@@ -33,8 +33,8 @@ namespace linx {
 class SignalQueue {
 public:
     struct Signal {
-        Ref ref;  ///< 0 for none
-        uint32_t sizeClass;
+        Ref ref = Ref::none;
+        SizeClassId sizeClass{};
     };
 
     bool empty() const { return size_ == 0; }
@@ -83,7 +83,7 @@ public:
     /// is.
     Signal take(const uint32_t* selection) {
         if (selection[0] != 0 || oldest_ != none) return takeSelected(selection);
-        if (size_ == 0) return {0, 0};
+        if (size_ == 0) return {};
         const Signal oldest = takeArrival();
         if (size_ == 0) forgetArrivals();
         return oldest;

@@ -6,9 +6,9 @@ namespace linx {
 
 Block Signals::noBlock;
 
-BlockRef Signals::find(const LinxSignal* signal) const {
+BlockRef Signals::heldAt(const LinxSignal* signal) const {
     const BlockRef block = self_.arena().blockOfSignal(signal);
-    return block && block->owner.loadRelaxed() == self_.spid ? block : BlockRef{};
+    return block && block->owner.loadRelaxed() == heldBy(self_.spid) ? block : BlockRef{};
 }
 
 LinxSignal* Signals::allocate(uint32_t size, uint32_t number) {
@@ -21,7 +21,7 @@ LinxSignal* Signals::allocate(uint32_t size, uint32_t number) {
 }
 
 BlockRef Signals::takeOver(LinxSignal** signal) {
-    const BlockRef block = find(*signal);
+    const BlockRef block = heldAt(*signal);
     if (block) {
         letGo(signal);
     } else {
@@ -32,12 +32,12 @@ BlockRef Signals::takeOver(LinxSignal** signal) {
 
 void Signals::park(const BlockRef& block, Spid sender) {
     block->sender.storeRelaxed(sender);
-    block->owner.storeRelease(self_.spid | ownerQueued);  // (E); a hunt's goes on with the domain lock (P)
+    block->owner.storeRelease(queuedFor(self_.spid));  // (E); a hunt's goes on with the domain lock (P)
 }
 
 int Signals::refuse(const BlockRef& block, int reason) {
     self_.slot.dropped.add(1);
-    block->owner.storeRelaxed(self_.spid);
+    block->owner.storeRelaxed(heldBy(self_.spid));
     discard(block);
     errno = reason;
     return -1;

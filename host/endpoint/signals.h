@@ -22,13 +22,13 @@ public:
 
     /// Whether a signal that has arrived has not become another's: the endpoint was reaped because somebody removed
     /// its doorbell.
-    bool isQueued(const BlockRef& block) const { return block->owner.loadRelaxed() == (self_.spid | ownerQueued); }
+    bool isQueued(const BlockRef& block) const { return block->owner.loadRelaxed() == queuedFor(self_.spid); }
 
     /// Gives the user one that has arrived, and returns its size.
     int handOut(const BlockRef& block, LinxSignal** signal);
 
     /// The signal that the user holds at this address; no block when none is there.
-    BlockRef find(const LinxSignal* signal) const;
+    BlockRef heldAt(const LinxSignal* signal) const;
 
     /// Whether it is the signal that the user was given last, and still has.
     bool isRecent(const LinxSignal* signal) const;
@@ -66,7 +66,7 @@ private:
     const Identity self_;
     Pool pool_;
     uint32_t held_ = 0;
-    BlockRef recent_ = {&noBlock, 0, 0};  ///< given to the user last: most often the one that comes back next
+    BlockRef recent_{&noBlock};  ///< given to the user last: most often the one that comes back next
 };
 
 inline bool Signals::isRecent(const LinxSignal* signal) const {
@@ -74,11 +74,11 @@ inline bool Signals::isRecent(const LinxSignal* signal) const {
     // to do with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
     return reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) ==
                reinterpret_cast<uintptr_t>(recent_.block) &&
-           recent_.block->owner.loadRelaxed() == self_.spid;
+           recent_.block->owner.loadRelaxed() == heldBy(self_.spid);
 }
 
 inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number) {
-    block->owner.storeRelaxed(self_.spid);
+    block->owner.storeRelaxed(heldBy(self_.spid));
     block->sender.storeRelaxed(self_.spid);
     block->size.storeRelaxed(size);
     block->signal.number = number;
@@ -96,7 +96,7 @@ inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number)
         size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
         block->size.storeRelaxed(size);
     }
-    block->owner.storeRelaxed(self_.spid);
+    block->owner.storeRelaxed(heldBy(self_.spid));
     ++held_;
     recent_ = block;
     *signal = &block->signal;

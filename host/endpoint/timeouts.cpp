@@ -24,13 +24,14 @@ void Timeouts::request(LinxRef reference, uint32_t milliseconds, Ref signal) {
 BlockRef Timeouts::cancel(LinxRef reference, SignalQueue& queue) {
     const Timers::Cancelled timeout = timers_.cancel(reference);
     const BlockRef block = arena_.blockAt(timeout.signal);
-    const bool isKnown = timeout.signal != 0 && (!timeout.hadFired || queue.remove(timeout.signal, timeout.place));
+    const bool isKnown =
+        timeout.signal != Ref::none && (!timeout.hadFired || queue.remove(timeout.signal, timeout.place));
     return isKnown ? block : BlockRef{};
 }
 
 void Timeouts::fire(uint64_t time, SignalQueue& queue) {
     timers_.called(time);
-    while (const Ref ref = timers_.due(time)) {
+    for (Ref ref; (ref = timers_.due(time)) != Ref::none;) {
         const BlockRef block = arena_.blockAt(ref);
         if (!block) {
             timers_.takeAny();  // somebody has garbled what the block lies in

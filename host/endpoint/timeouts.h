@@ -39,7 +39,7 @@ public:
     /// The next reference for a new one, or for something else that shares their numbers.
     LinxRef referenceAfter(LinxRef last) const { return timers_.referenceAfter(last); }
 
-    /// Takes the signal of any time-out that has not fired; 0 when none is left.
+    /// Takes the signal of any time-out that has not fired; none where there is none left.
     Ref takeAny() { return timers_.takeAny(); }
 
     /// Has the timer ring at this time, too, unless it rings before. Where there is no timer to be had, it does not.

@@ -41,7 +41,7 @@ void Timers::forget(Ref signal) {
 
 Timers::Cancelled Timers::cancel(LinxRef reference) {
     const auto found = all_.find(reference);
-    if (found == all_.end()) return {0, false, 0};
+    if (found == all_.end()) return {Ref::none, false, 0};
     const Timeout timeout = found->second;
     erase(found);
     if (!timeout.hasFired) arm();
@@ -55,7 +55,7 @@ void Timers::erase(All::iterator timeout) {
 }
 
 Ref Timers::takeAny() {
-    if (waiting_.empty()) return 0;
+    if (waiting_.empty()) return Ref::none;
     const auto first = all_.find(waiting_.begin()->second);
     const Ref signal = first->second.signal;
     erase(first);

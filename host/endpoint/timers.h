@@ -32,8 +32,8 @@ public:
     /// Whether there is none, fired or not.
     bool idle() const { return all_.empty(); }
 
-    /// The signal of the earliest time-out, if its deadline is not after `now`; else 0.
-    Ref due(uint64_t now) const { return earliest() > now ? 0 : all_.at(waiting_.begin()->second).signal; }
+    /// The signal of the earliest time-out, if its deadline is not after `now`; else none.
+    Ref due(uint64_t now) const { return earliest() > now ? Ref::none : all_.at(waiting_.begin()->second).signal; }
 
     /// The earliest time-out has fired: its signal waits at the place, until `received` or `cancel` is told of it.
     void fire(Place place);
@@ -56,7 +56,7 @@ public:
     }
 
     struct Cancelled {
-        Ref signal;  ///< 0 when the reference is unknown
+        Ref signal;  ///< none when the reference is unknown
         bool hadFired;
         Place place;  ///< where the signal waits if so
     };
@@ -64,7 +64,7 @@ public:
     /// Takes a time-out back.
     Cancelled cancel(LinxRef reference);
 
-    /// Takes any time-out that has not fired; 0 when none is left.
+    /// Takes any time-out that has not fired; none where there is none left.
     Ref takeAny();
 
     /// Sets the descriptor for the earliest deadline, if that has changed.

@@ -31,29 +31,24 @@ void tellOfEnds(const Domain& domain, Spid spid) {
 
 }  // namespace
 
-bool ringSleepers(const Domain& domain, uint32_t ringer) {
-    const Arena& arena = domain.arena();
-    const uint32_t used = arena.usedSlots();
+bool ringSleepers(const Domain& domain, SlotIndex ringer) {
     bool all = true;
-    for (uint32_t i = 1; i <= used; ++i) {
-        Slot& slot = arena.slot(i);
-        const Spid to = slot.life.loadAcquire() & spidMask;
+    domain.arena().forEachUsedSlot([&](SlotIndex, Slot& slot) {
+        const Spid to = spidOf(slot.life.loadAcquire());
         // This look and the one that follows stand in for those of whoever pushed: (B) after (A). An endpoint that
         // has ended has no mail.
-        if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) continue;
+        if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) return;
         const int result = wake_state::ringIfAsked(slot, to, ringer, [&] { return ringByName(domain, to); });
         all = all && (result == 0 || result == EPIPE);
-    }
+    });
     return all;
 }
 
 void tellOfEnds(const Domain& domain) {
-    const Arena& arena = domain.arena();
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        const uint32_t life = arena.slot(i).life.loadAcquire();
-        if ((life & lifeOpen) != 0) tellOfEnds(domain, life & spidMask);
-    }
+    domain.arena().forEachUsedSlot([&](SlotIndex, const Slot& slot) {
+        const LifeWord life = slot.life.loadAcquire();
+        if (isOpen(life)) tellOfEnds(domain, spidOf(life));
+    });
 }
 
 }  // namespace linx

@@ -6,9 +6,9 @@
 namespace linx {
 
 /// Rings every open endpoint that has mail and asks to be rung: for a sender that died before it rang, or had no
-/// memory or descriptor for it. `ringer` is the index of the caller's slot, or 0 under the domain lock. False when
+/// memory or descriptor for it. `ringer` is the index of the caller's slot, or none under the domain lock. False when
 /// one of them could not be rung.
-bool ringSleepers(const Domain& domain, uint32_t ringer = 0);
+bool ringSleepers(const Domain& domain, SlotIndex ringer = SlotIndex::none);
 
 /// Tells every open endpoint that some have ended of whose ends the kernel does not tell: forked copies of their
 /// doorbells keep it from whoever holds these.

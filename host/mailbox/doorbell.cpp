@@ -16,8 +16,8 @@ namespace linx {
 namespace doorbell {
 namespace {
 
-struct Name {
-    explicit Name(Spid spid) { std::snprintf(text, sizeof text, "bell.%08x", spid); }
+struct FileName {
+    explicit FileName(Spid spid) { std::snprintf(text, sizeof text, "bell.%08x", numberOf(spid)); }
     char text[16];
 };
 
@@ -64,7 +64,7 @@ int openPipe(int directory, const char* name, int access) {
 }  // namespace
 
 int make(int directory, Spid spid, unsigned mode) {
-    const Name name(spid);
+    const FileName name(spid);
     if (mkfifoat(directory, name.text, mode) == -1) {
         if (errno != EEXIST) return -1;
         // Left by an endpoint that died while it opened; or a directory, which stays in the way.
@@ -76,11 +76,11 @@ int make(int directory, Spid spid, unsigned mode) {
 }
 
 int open(int directory, Spid spid) {
-    return openPipe(directory, Name(spid).text, O_WRONLY);
+    return openPipe(directory, FileName(spid).text, O_WRONLY);
 }
 
 bool remove(int directory, Spid spid) {
-    return unlinkat(directory, Name(spid).text, 0) == 0 || errno == ENOENT || errno == EISDIR;
+    return unlinkat(directory, FileName(spid).text, 0) == 0 || errno == ENOENT || errno == EISDIR;
 }
 
 int ring(int descriptor) {

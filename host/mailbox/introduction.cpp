@@ -14,23 +14,23 @@ constexpr int introductions = 3;  ///< one that watches nobody parts after each,
 
 void revoke(Slot& own) {
     uint32_t count = own.partings.loadRelaxed() + 1;
-    if (count == never) ++count;
+    if (count == notYet) ++count;
     // Before the tag (T): whoever fails for the tag finds the count. One who finds the count first introduces itself
     // through the doorbell, which this endpoint reads after it has ceased to watch.
     own.partings.storeRelease(count);
     stack::retag(own.mailbox, tagAt(count));
 }
 
-uint32_t push(Slot& target, int doorbell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt) {
+Ref push(Slot& target, int doorbell, Spid sender, BlockRef block, uint32_t& introducedAt) {
     for (int attempt = 0; attempt < attempts; ++attempt) {
         // Before the introduction, which so was heard by whoever changes the tag from now on, or will be. And before
         // the count: beside a new tag an old count would stand for an introduction that has been revoked.
         const uint32_t tag = stack::tagOf(target.mailbox.loadSeqCst());
         const uint32_t count = target.partings.loadAcquire();  // (T)
         if (introducedAt != count && attempt < introductions) {
-            introducedAt = doorbell != -1 && doorbell::tell(doorbell, sender) ? count : never;
+            introducedAt = doorbell != -1 && doorbell::tell(doorbell, numberOf(sender)) ? count : notYet;
         }
-        const uint32_t before = stack::push(target.mailbox, block, ref, tag);
+        const Ref before = stack::push(target.mailbox, block, tag);
         if (before != stack::retagged) return before;
     }
     return stack::closed;

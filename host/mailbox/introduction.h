@@ -1,7 +1,7 @@
 #ifndef LINXIPC_HOST_MAILBOX_INTRODUCTION_H
 #define LINXIPC_HOST_MAILBOX_INTRODUCTION_H
 
-#include "host/arena/layout.h"
+#include "host/arena/arena.h"
 
 namespace linx {
 
@@ -20,7 +20,7 @@ namespace linx {
  */
 namespace introduction {
 
-constexpr uint32_t never = 0;  ///< no count of partings: a sender introduced at this one is not introduced
+constexpr uint32_t notYet = 0;  ///< no count of partings: a sender introduced at this one is not introduced
 
 /// The tag of the mailbox of an endpoint that has parted so often.
 constexpr uint32_t tagAt(uint32_t partings) {
@@ -34,7 +34,7 @@ void revoke(Slot& own);
 /// Introduces `sender` to the endpoint of `target`, whose doorbell is open (-1: it has none any more), unless that
 /// was done at the present count, `introducedAt`; and pushes the block as stack::push does. Returns the same, but not
 /// `retagged`.
-uint32_t push(Slot& target, int doorbell, Spid sender, Block& block, Ref ref, uint32_t& introducedAt);
+Ref push(Slot& target, int doorbell, Spid sender, BlockRef block, uint32_t& introducedAt);
 
 }  // namespace introduction
 }  // namespace linx

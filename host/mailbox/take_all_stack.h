@@ -19,73 +19,79 @@ namespace linx {
  * The upper bits of a head carry a tag, which its owner may change and which a push has to know: so a push can depend
  * on what the owner has said before (T, see introduction.h). Where nothing is to be said the tag is 0.
  */
+enum class StackHead : uint32_t {};
+
 namespace stack {
 
-constexpr uint32_t empty = 0;
-constexpr uint32_t closed = 1;    // lines 1 and 2 lie in the header, so no block has these references
-constexpr uint32_t retagged = 2;  // the answer to a push; no head
+constexpr Ref empty = Ref::none;
+constexpr Ref closed{1};    // lines 1 and 2 lie in the header, so no block has these references
+constexpr Ref retagged{2};  // the answer to a push; no head
 
 constexpr uint32_t refMask = (1u << refBits) - 1;
 
-constexpr uint32_t tagOf(uint32_t head) {
-    return head & ~refMask;
+constexpr StackHead headOf(Ref ref, uint32_t tag = 0) {
+    return StackHead{numberOf(ref) | tag};
 }
-constexpr Ref refOf(uint32_t head) {
-    return head & refMask;
+constexpr uint32_t tagOf(StackHead head) {
+    return numberOf(head) & ~refMask;
+}
+constexpr Ref refOf(StackHead head) {
+    return Ref{numberOf(head) & refMask};
 }
 /// Whether a stack with this head holds blocks.
-constexpr bool holdsBlocks(uint32_t head) {
+constexpr bool holdsBlocks(StackHead head) {
     return refOf(head) > closed;
 }
 
 /// Whether a push that found `before` has not taken place.
-constexpr bool isRefused(uint32_t before) {
-    return before - closed <= retagged - closed;
+constexpr bool isRefused(Ref before) {
+    return numberOf(before) - numberOf(closed) <= numberOf(retagged) - numberOf(closed);
 }
 
 /// Pushes a block that belongs to the caller, with its next owner already written. Returns the head found, without
 /// its tag; or, the block being still the caller's, `closed` when the stack takes nothing any more, and `retagged`
 /// when its tag is another than `tag`.
-[[gnu::always_inline]] inline uint32_t push(Word& head, Block& block, Ref ref, uint32_t tag = 0) {
-    assert(ref > retagged && refOf(ref) == ref && refOf(tag) == 0);
-    uint32_t found = head.loadRelaxed();  // relaxed: only a guess, the compare-and-swap below checks it
-    uint32_t seen;
+[[gnu::always_inline]] inline Ref push(WordOf<StackHead>& head, BlockRef block, uint32_t tag = 0) {
+    const StackHead pushed = headOf(block.ref, tag);
+    assert(block.ref > retagged && refOf(pushed) == block.ref && tagOf(pushed) == tag);
+    StackHead found = head.loadRelaxed();  // relaxed: only a guess, the compare-and-swap below checks it
+    Ref seen;
     do {
-        seen = found ^ tag;
+        seen = Ref{numberOf(found) ^ tag};
         if (seen == closed) return closed;
-        if (seen > refMask) return retagged;
+        if (numberOf(seen) > refMask) return retagged;
         // Release: (G), pairs with walk(). The taker would be served by the compare-and-swap that follows.
-        block.next.storeRelease(seen);
+        block->next.storeRelease(seen);
         // Release: (F), pairs with claimAll; the taker reads the block's contents after the head, and those of the
         // blocks below, since all that changes the head is a read-modify-write. Sequentially consistent: the pusher's
         // next look at the wake state must not come before it, see wake_state.h (A). Dying before: the block stays
         // the caller's, named by its slot's `sending`. After: it has been sent.
-    } while (!head.casSeqCst(found, ref | tag));
+    } while (!head.casSeqCst(found, pushed));
     return seen;
 }
 
 /// Claims the whole chain and takes it off the stack, leaving `leave` (empty or closed) behind. Returns its last
 /// block, or `empty`. Once every block of the chain has its next owner, the claim is to be released.
-inline Ref claimAll(Word& head, Word& claim, uint32_t leave) {
+inline Ref claimAll(WordOf<StackHead>& head, WordOf<Ref>& claim, Ref leave) {
     assert(leave == empty || leave == closed);
-    uint32_t found = head.loadRelaxed();  // relaxed: as in push
+    StackHead found = head.loadRelaxed();  // relaxed: as in push
     for (Ref seen = refOf(found); seen != closed && (seen != empty || leave == closed); seen = refOf(found)) {
         // The compare-and-swap that follows is a release, so no one finds the stack emptied and this not said (H).
         // Release: (I), as the 0 that it may hide. Dying before it leaves the chain claimed and in the stack; the
         // reaper goes by the owner words and counts no block twice.
         claim.storeRelease(seen);
-        if (head.casSeqCst(found, leave | tagOf(found))) return seen;  // acquire: (F)
+        if (head.casSeqCst(found, headOf(leave, tagOf(found)))) return seen;  // acquire: (F)
     }
-    claim.storeRelease(0);  // somebody else emptied the stack: what was claimed is not this taker's; (I)
+    claim.storeRelease(Ref::none);  // somebody else emptied the stack: what was claimed is not this taker's; (I)
     return empty;
 }
 
 /// Gives the stack another tag, whatever is in it: from now on only those push who know it.
-inline void retag(Word& head, uint32_t tag) {
-    uint32_t found = head.loadRelaxed();  // relaxed: as in push
+inline void retag(WordOf<StackHead>& head, uint32_t tag) {
+    StackHead found = head.loadRelaxed();  // relaxed: as in push
     // Sequentially consistent, as every change of a head: what the owner looks for next in the stack was pushed
     // before, or with this tag (T).
-    while (!head.casSeqCst(found, refOf(found) | tag)) {
+    while (!head.casSeqCst(found, headOf(refOf(found), tag))) {
     }
 }
 
@@ -121,14 +127,14 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
 }
 
 /// Gives up a claim: every block of the chain has its next owner, as is seen by whoever finds the claim gone (I).
-inline void release(Word& claim) {
-    claim.storeRelease(0);
+inline void release(WordOf<Ref>& claim) {
+    claim.storeRelease(Ref::none);
 }
 
 /// Takes the whole chain, leaving `leave` behind: `visit(block)`, which must not throw, gives each its next owner.
 /// Returns the last block, or `empty`.
 template <class Visit>
-Ref takeAll(const Arena& arena, Word& head, Word& claim, uint32_t leave, Visit visit) {
+Ref takeAll(const Arena& arena, WordOf<StackHead>& head, WordOf<Ref>& claim, Ref leave, Visit visit) {
     const Ref chain = claimAll(head, claim, leave);
     walk(arena, chain, visit);
     release(claim);
@@ -138,7 +144,7 @@ Ref takeAll(const Arena& arena, Word& head, Word& claim, uint32_t leave, Visit v
 /// Whether `wanted` lies in the stack or in the chain being taken from it. REQUIRES that nobody pushes it any more. A
 /// taker may be at work; then the answer may be a wrong no, but the block has changed its owner by then: look at the
 /// owner after the answer.
-inline bool holds(const Arena& arena, const Word& head, const Word& claim, Ref wanted) {
+inline bool holds(const Arena& arena, const WordOf<StackHead>& head, const WordOf<Ref>& claim, Ref wanted) {
     bool found = false;
     const auto compare = [&](BlockRef block) { found = found || block.ref == wanted; };
     // The head first: a chain taken after this look was claimed before it left the head. Acquires would do, (H) and

@@ -26,6 +26,8 @@ namespace linx {
  * The upper bits carry the slot's generation: a sender that was held up until another endpoint has moved into the
  * slot must not change its wake state, because the doorbell that it would ring afterwards is the old one's.
  */
+enum class WakeWord : uint32_t {};
+
 namespace wake_state {
 
 constexpr uint32_t stateBits = 14;
@@ -37,16 +39,16 @@ constexpr uint32_t notified = 2;
 constexpr uint32_t notifying = 3;  ///< plus the index of the sender's slot
 static_assert(notifying + slotCount <= stateMask + 1 && stateBits + spidGenerationBits <= 32, "all states fit");
 
-constexpr uint32_t word(Spid spid, uint32_t state) {
-    return (generationOf(spid) << stateBits) | state;
+constexpr WakeWord word(Spid spid, uint32_t state) {
+    return WakeWord{(generationOf(spid) << stateBits) | state};
 }
-constexpr uint32_t stateOf(uint32_t word) {
-    return word & stateMask;
+constexpr uint32_t stateOf(WakeWord word) {
+    return numberOf(word) & stateMask;
 }
 
 /// Whether a push must ring that finds the word `found` at the endpoint `to`.
-constexpr bool wantsRing(uint32_t found, Spid to) {
-    const uint32_t state = found - word(to, 0);  // of another generation: no state at all
+constexpr bool wantsRing(WakeWord found, Spid to) {
+    const uint32_t state = numberOf(found) - numberOf(word(to, 0));  // of another generation: no state at all
     // The two that do not ask lie side by side; what comes before them wraps round.
     return state - awake > notified - awake && state <= stateMask;
 }
@@ -57,8 +59,8 @@ static_assert(parked < awake && notified == awake + 1 && notifying > notified,
 /// and returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over
 /// that: the word goes on asking the next sender to ring, and the caller has to try again.
 template <class WriteDoorbell>
-int ring(Word& wakeState, uint32_t found, Spid to, uint32_t ownIndex, WriteDoorbell writeDoorbell) {
-    const uint32_t claimed = word(to, notifying + ownIndex);
+int ring(WordOf<WakeWord>& wakeState, WakeWord found, Spid to, SlotIndex ownIndex, WriteDoorbell writeDoorbell) {
+    const WakeWord claimed = word(to, notifying + numberOf(ownIndex));
     // Dying or stopping between this and the ring: every later sender sees the state and rings, and the reaper of
     // this sender rings. When it fails, another sender is notifying, or the endpoint is awake; ring in the former
     // case too, for the other may have died.
@@ -66,7 +68,7 @@ int ring(Word& wakeState, uint32_t found, Spid to, uint32_t ownIndex, WriteDoorb
     if (!claiming && !wantsRing(found, to)) return 0;
     const int result = writeDoorbell();
     if (claiming && result == 0) {  // otherwise nothing is in the doorbell, and the next sender must ring
-        uint32_t expected = claimed;
+        WakeWord expected = claimed;
         wakeState.casSeqCst(expected, word(to, notified));  // fails when the endpoint has woken up: it decides then
     }
     return result;
@@ -74,7 +76,7 @@ int ring(Word& wakeState, uint32_t found, Spid to, uint32_t ownIndex, WriteDoorb
 
 /// Looks whether the endpoint `to` in this slot asks to be rung, after a push, and does it as above.
 template <class WriteDoorbell>
-int ringIfAsked(Slot& slot, Spid to, uint32_t ownIndex, WriteDoorbell writeDoorbell) {
+int ringIfAsked(Slot& slot, Spid to, SlotIndex ownIndex, WriteDoorbell writeDoorbell) {
     return ring(slot.wakeState, slot.wakeState.loadSeqCst(), to, ownIndex, writeDoorbell);  // (B)
 }
 

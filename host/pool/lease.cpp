@@ -70,32 +70,32 @@ uint32_t takePages(const Arena& arena, uint32_t count) {
 // Under the domain lock, and relaxed where no order is told: handed over with it (P).
 
 /// Puts a block that is free and at home in front.
-void prepend(Chain& chain, Block& block, Ref ref) {
-    block.next.storeRelaxed(chain.head);
-    if (chain.empty()) chain.last = &block;
-    chain.head = ref;
+void prepend(Chain& chain, BlockRef block) {
+    block->next.storeRelaxed(chain.head);
+    if (chain.empty()) chain.last = block.block;
+    chain.head = block.ref;
     ++chain.blocks;
 }
 
-void carveRun(const Arena& arena, uint32_t firstPage, uint32_t sizeClass, Spid home, Chain& chain) {
+void carveRun(const Arena& arena, uint32_t firstPage, SizeClassId sizeClass, Spid home, Chain& chain) {
     const SizeClass& c = sizeClasses[sizeClass];
     const Ref start = arena.refOfPage(firstPage);
     // Free blocks of `home` before they are blocks at all: should the process die from here on, its reaper finds
     // them.
     for (uint32_t i = c.blocks; i-- > 0;) {
         const Ref ref = start + i * c.lines;
-        Block& block = *arena.rawBlock(ref);
-        prepend(chain, block, ref);
-        block.home.storeRelaxed(home);
-        block.sender.storeRelaxed(0);
-        block.owner.storeRelease(ownerFree);
+        const BlockRef block = {arena.rawBlock(ref), ref, sizeClass};
+        prepend(chain, block);
+        block->home.storeRelaxed(home);
+        block->sender.storeRelaxed(Spid::none);
+        block->owner.storeRelease(OwnerWord::free);
     }
     // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.
     for (uint32_t back = c.pages; back-- > 0;)
         arena.pageEntry(firstPage + back).storeRelease(makePageEntry(sizeClass, back));
 }
 
-void giveUpRun(const Arena& arena, uint32_t page, uint32_t sizeClass) {
+void giveUpRun(const Arena& arena, uint32_t page, SizeClassId sizeClass) {
     // Release: none before the first, which unmakes the run.
     for (uint32_t i = 0; i < sizeClasses[sizeClass].pages; ++i) arena.pageEntry(page + i).storeRelease(0);
 }
@@ -104,7 +104,7 @@ void giveUpRun(const Arena& arena, uint32_t page, uint32_t sizeClass) {
 void compact(const Arena& arena) {
     forgetGaps(arena);
     central::clear(arena);  // the stacks may name blocks of runs that are given up now
-    forEachRun(arena, [&](uint32_t page, uint32_t sizeClass) {
+    forEachRun(arena, [&](uint32_t page, SizeClassId sizeClass) {
         bool idle = true;
         forEachBlockOfRun(arena, page, sizeClass,
                           [&](BlockRef block) { idle = idle && central::isHomeless(*block); });
@@ -115,20 +115,20 @@ void compact(const Arena& arena) {
 
 }  // namespace
 
-Chain fromCentral(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
+Chain fromCentral(const DomainLock& lock, Spid home, SizeClassId sizeClass, uint32_t wanted) {
     const Arena& arena = lock.arena();
     Chain chain;
     while (chain.blocks < wanted) {
         const BlockRef block = central::pop(arena, sizeClass);
         if (!block) break;
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
-        prepend(chain, *block, block.ref);
+        prepend(chain, block);
     }
     share::add(arena.slot(indexOf(home)), chain.blocks * sizeClasses[sizeClass].lines);
     return chain;
 }
 
-Chain fromFreshPages(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted) {
+Chain fromFreshPages(const DomainLock& lock, Spid home, SizeClassId sizeClass, uint32_t wanted) {
     const Arena& arena = lock.arena();
     const SizeClass& c = sizeClasses[sizeClass];
     uint32_t runs = std::max(1u, wanted / c.blocks);
@@ -169,7 +169,7 @@ Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
 }
 
 uint32_t shareOf(const Arena& arena) {
-    constexpr uint32_t smallest = 2 * sizeClasses[sizeClassCount - 1].pages * linesPerPage;
+    constexpr uint32_t smallest = 2 * sizeClasses[largestClass].pages * linesPerPage;
     return std::max(smallest, arena.pageCount() / 4 * linesPerPage);
 }
 

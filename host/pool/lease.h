@@ -10,7 +10,7 @@ namespace lease {
 
 /// Free blocks of one class and one home, linked through `next`.
 struct Chain {
-    Ref head = 0;
+    Ref head = Ref::none;
     Block* last = nullptr;
     uint32_t blocks = 0;
 
@@ -18,11 +18,11 @@ struct Chain {
 };
 
 /// Takes up to `wanted` blocks of the class out of the central lists for `home`.
-Chain fromCentral(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
+Chain fromCentral(const DomainLock& lock, Spid home, SizeClassId sizeClass, uint32_t wanted);
 
 /// Cuts runs of fresh pages into blocks for `home`, about `wanted` of them and at least one run. None when there are
 /// no pages or no memory.
-Chain fromFreshPages(const DomainLock& lock, Spid home, uint32_t sizeClass, uint32_t wanted);
+Chain fromFreshPages(const DomainLock& lock, Spid home, SizeClassId sizeClass, uint32_t wanted);
 
 /// What has been looked at for idle memory.
 enum class Reclaimed {

@@ -36,7 +36,7 @@ Pool::Pool(const Domain& domain, Spid home)
       latestHomesSlot_(&slot_) {}
 
 BlockRef Pool::allocate(uint32_t lines) {
-    const uint32_t sizeClass = classForLines(lines);
+    const SizeClassId sizeClass = classForLines(lines);
     if (const BlockRef block = pop(sizeClass)) return block;
     takeReturned();
     if (const BlockRef block = pop(sizeClass)) return block;
@@ -51,7 +51,7 @@ BlockRef Pool::allocate(uint32_t lines) {
 }
 
 /// A free block of exactly this class, if there is one. What others have garbled is lost until the endpoint ends.
-BlockRef Pool::pop(uint32_t sizeClass) {
+BlockRef Pool::pop(SizeClassId sizeClass) {
     uint32_t& count = count_[sizeClass];
     while (count != 0) {
         const Ref ref = free_[sizeClass];
@@ -73,15 +73,15 @@ BlockRef Pool::pop(uint32_t sizeClass) {
     return {};
 }
 
-BlockRef Pool::popLarger(uint32_t sizeClass) {
-    while (++sizeClass < sizeClassCount) {
-        if (const BlockRef block = pop(sizeClass)) return block;
+BlockRef Pool::popLarger(SizeClassId sizeClass) {
+    for (uint32_t larger = sizeClass + 1; larger < sizeClassCount; ++larger) {
+        if (const BlockRef block = pop(SizeClassId{larger})) return block;
     }
     return {};
 }
 
 /// Puts `count` linked blocks in front of the others.
-void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
+void Pool::prepend(Ref head, Block& last, uint32_t count, SizeClassId sizeClass) {
     assert(count != 0 && arena().isPoolRef(head));
     last.next.storeRelaxed(free_[sizeClass]);  // relaxed: nobody else follows it
     free_[sizeClass] = head;
@@ -90,7 +90,7 @@ void Pool::prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass) {
 }
 
 /// Whether there was anything in the chain.
-bool Pool::add(const lease::Chain& chain, uint32_t sizeClass) {
+bool Pool::add(const lease::Chain& chain, SizeClassId sizeClass) {
     assert(chain.empty() == (chain.last == nullptr));
     if (chain.empty()) return false;
     nearby_.forget();  // these pages may have been others'
@@ -123,7 +123,7 @@ void Pool::markFree(BlockRef block) {
     if (home != home_) adopt(*block, home, sizeClasses[block.sizeClass].lines);
     // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
-    block->owner.storeRelease(ownerFree);
+    block->owner.storeRelease(OwnerWord::free);
 }
 
 void Pool::free(BlockRef block) {
@@ -155,8 +155,7 @@ void Pool::takeReturned() {
     // The order turns round: the block that came home first is used first, which the other processor has had the most
     // time to let go of. With the last one first a stream of small signals takes half as long again.
     const Ref chain = stack::takeAll(arena(), own.returned, own.returnedClaim, stack::empty, [&](BlockRef block) {
-        const uint32_t owner = block->owner.loadAcquire();  // the take would do (F)
-        if ((owner & ownerInFlight) == 0 || indexOf(owner) != indexOf(home_)) return;
+        if (!isInFlightTo(block->owner.loadAcquire(), indexOf(home_))) return;  // the take would do (F)
         markFree(block);
         // The chain goes on behind it, should this process die once the link is another. (I)
         own.returnedClaim.storeRelease(block->next.loadRelaxed());
@@ -173,7 +172,7 @@ uint32_t Pool::leasedLines() const {
 
 /// How many blocks of the class to lease: twice as many with every lease, as far as the endpoint's share and what it
 /// may keep go. 0 when its share is used up.
-uint32_t Pool::countToLease(uint32_t sizeClass) {
+uint32_t Pool::countToLease(SizeClassId sizeClass) {
     const SizeClass& c = sizeClasses[sizeClass];
     const uint32_t share = lease::shareOf(arena());
     if (leasedLines() + c.lines > share) shrinkTo(0);
@@ -188,7 +187,7 @@ uint32_t Pool::countToLease(uint32_t sizeClass) {
 
 /// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
 /// have garbled the last by then. `hope` tells whether others may give up what is wanted.
-int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
+int Pool::leaseMore(SizeClassId sizeClass, Hope& hope) {
     const DomainLock lock(domain_);
     if (!lock.isHeld()) return errno;
     if (!isHomeOpen()) return ECONNABORTED;  // nobody would give back what it leases
@@ -201,33 +200,33 @@ int Pool::leaseMore(uint32_t sizeClass, Hope& hope) {
     return ENOMEM;
 }
 
-bool Pool::fromCentral(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
+bool Pool::fromCentral(const DomainLock& lock, SizeClassId sizeClass, uint32_t wanted) {
     return add(lease::fromCentral(lock, home_, sizeClass, wanted), sizeClass);
 }
 
-bool Pool::fromFreshPages(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted) {
+bool Pool::fromFreshPages(const DomainLock& lock, SizeClassId sizeClass, uint32_t wanted) {
     return add(lease::fromFreshPages(lock, home_, sizeClass, wanted), sizeClass);
 }
 
 /// One block of what others have left lying; `looked` tells how far that was looked for.
-bool Pool::afterReclaim(const DomainLock& lock, uint32_t sizeClass, lease::Reclaimed& looked) {
+bool Pool::afterReclaim(const DomainLock& lock, SizeClassId sizeClass, lease::Reclaimed& looked) {
     shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming pages again
     looked = lease::reclaim(lock, sizeClasses[sizeClass].lines);
     return fromCentral(lock, sizeClass, 1) || fromFreshPages(lock, sizeClass, 1);
 }
 
 /// One block of a larger class, as far as the endpoint's share goes.
-bool Pool::fromLargerClass(const DomainLock& lock, uint32_t sizeClass) {
+bool Pool::fromLargerClass(const DomainLock& lock, SizeClassId sizeClass) {
     const uint32_t share = lease::shareOf(arena());
     const uint32_t leased = leasedLines();
     const uint32_t room = share > leased ? share - leased : 0;
-    for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && linesOfClass(larger) <= room; ++larger) {
-        if (fromCentral(lock, larger, 1)) return true;
+    for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && sizeClasses[larger].lines <= room; ++larger) {
+        if (fromCentral(lock, SizeClassId{larger}, 1)) return true;
     }
     return false;
 }
 
-bool Pool::leaseOne(const DomainLock& lock, uint32_t sizeClass) {
+bool Pool::leaseOne(const DomainLock& lock, SizeClassId sizeClass) {
     return fromCentral(lock, sizeClass, 1) || fromFreshPages(lock, sizeClass, 1) || fromLargerClass(lock, sizeClass);
 }
 
@@ -239,7 +238,7 @@ Pool::Hope Pool::hopeAfter(lease::Reclaimed looked) const {
 }
 
 /// Others have been asked to give up what they keep. Waits a little for that, and leases of it what fits.
-void Pool::awaitRelief(uint32_t sizeClass) {
+void Pool::awaitRelief(SizeClassId sizeClass) {
     const uint32_t lines = sizeClasses[sizeClass].lines;
     long pause = shortestNap;
     uint32_t before = 0;
@@ -301,7 +300,8 @@ void Pool::yieldToPressure() {
 void Pool::shrinkTo(uint32_t lines) {
     uint32_t left = countLines();
     uint32_t given = 0;
-    for (uint32_t sizeClass = sizeClassCount; sizeClass-- > 0;) {
+    for (uint32_t c = sizeClassCount; c-- > 0;) {
+        const SizeClassId sizeClass{c};
         while (left > lines) {
             const BlockRef block = pop(sizeClass);
             if (!block) break;

@@ -25,7 +25,7 @@ public:
     BlockRef allocate(uint32_t lines);
 
     /// A free block of exactly this class, if the endpoint has some and it shows at once.
-    BlockRef popAtOnce(uint32_t sizeClass);
+    BlockRef popAtOnce(SizeClassId sizeClass);
 
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
     void free(BlockRef block);
@@ -61,38 +61,38 @@ private:
         ifAsked
     };
 
-    BlockRef pop(uint32_t sizeClass);
+    BlockRef pop(SizeClassId sizeClass);
     /// Relaxed: both are this endpoint's own stores. A block that is not free any more was scribbled over; better
     /// lost than given out twice.
     bool isFreeHere(const Block& block) const {
-        return block.owner.loadRelaxed() == ownerFree && block.home.loadRelaxed() == home_;
+        return block.owner.loadRelaxed() == OwnerWord::free && block.home.loadRelaxed() == home_;
     }
-    BlockRef popLarger(uint32_t sizeClass);
+    BlockRef popLarger(SizeClassId sizeClass);
     void keep(BlockRef block);
     [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t lines);
     void markFree(BlockRef block);
-    void prepend(Ref head, Block& last, uint32_t count, uint32_t sizeClass);
-    bool add(const lease::Chain& chain, uint32_t sizeClass);
+    void prepend(Ref head, Block& last, uint32_t count, SizeClassId sizeClass);
+    bool add(const lease::Chain& chain, SizeClassId sizeClass);
     bool keepsTooMuch() { return mostLines_ > keptLines_ && countLines() > keptLines_; }
     uint32_t countLines();
     bool giveBack(BlockRef block, Spid home);
     bool learnHome(Spid home);
     uint32_t leasedLines() const;
-    uint32_t countToLease(uint32_t sizeClass);
-    int leaseMore(uint32_t sizeClass, Hope& hope);
-    bool fromCentral(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
-    bool fromFreshPages(const DomainLock& lock, uint32_t sizeClass, uint32_t wanted);
-    bool afterReclaim(const DomainLock& lock, uint32_t sizeClass, lease::Reclaimed& looked);
-    bool fromLargerClass(const DomainLock& lock, uint32_t sizeClass);
-    bool leaseOne(const DomainLock& lock, uint32_t sizeClass);
+    uint32_t countToLease(SizeClassId sizeClass);
+    int leaseMore(SizeClassId sizeClass, Hope& hope);
+    bool fromCentral(const DomainLock& lock, SizeClassId sizeClass, uint32_t wanted);
+    bool fromFreshPages(const DomainLock& lock, SizeClassId sizeClass, uint32_t wanted);
+    bool afterReclaim(const DomainLock& lock, SizeClassId sizeClass, lease::Reclaimed& looked);
+    bool fromLargerClass(const DomainLock& lock, SizeClassId sizeClass);
+    bool leaseOne(const DomainLock& lock, SizeClassId sizeClass);
     Hope hopeAfter(lease::Reclaimed looked) const;
-    void awaitRelief(uint32_t sizeClass);
+    void awaitRelief(SizeClassId sizeClass);
     void trim();
     void shrinkTo(uint32_t lines);
 
     /// False once somebody has taken the endpoint for dead. Relaxed: true under the lock (P), and without it
     /// perhaps a moment ago.
-    bool isHomeOpen() const { return slot().life.loadRelaxed() == (home_ | lifeOpen); }
+    bool isHomeOpen() const { return slot().life.loadRelaxed() == openAs(home_); }
 
     const Arena& arena() const { return domain_.arena(); }
     Slot& slot() const { return slot_; }
@@ -116,7 +116,7 @@ private:
     uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
 };
 
-[[gnu::always_inline]] inline BlockRef Pool::popAtOnce(uint32_t sizeClass) {
+[[gnu::always_inline]] inline BlockRef Pool::popAtOnce(SizeClassId sizeClass) {
     const uint32_t count = count_[sizeClass];
     if (count == 0) return {};
     const Ref ref = free_[sizeClass];
@@ -132,15 +132,15 @@ private:
 [[gnu::always_inline]] inline bool Pool::giveBack(BlockRef block, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
-    if (there.life.loadAcquire() != (home | lifeOpen) || waiting > mostReturned_) return false;  // as in isOpen
-    // Relaxed, and no exchange: about right will do.
+    if (there.life.loadAcquire() != openAs(home) || waiting > mostReturned_) return false;  // as in isOpen
+    // Relaxed, and no compare-and-swap: about right will do.
     there.returnedLines.storeRelaxed(waiting + sizeClasses[block.sizeClass].lines);
     // See recoverLostInFlight: the reaper asks whether this one was pushed. Release: (J), after the push before it.
     slot().sending.storeRelease(block.ref);
     block->sender.storeRelaxed(home_);
-    block->owner.storeRelease(home | ownerInFlight);  // (E)
-    if (!stack::isRefused(stack::push(there.returned, *block, block.ref))) return true;
-    block->owner.storeRelaxed(home_);
+    block->owner.storeRelease(inFlightTo(home));  // (E)
+    if (!stack::isRefused(stack::push(there.returned, block))) return true;
+    block->owner.storeRelaxed(heldBy(home_));
     return false;
 }
 

@@ -10,18 +10,15 @@ namespace {
 
 /// Whether there is anybody to ask.
 bool ringAll(const Domain& domain, Spid self) {
-    const Arena& arena = domain.arena();
     bool any = false;
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        const Slot& slot = arena.slot(i);
-        const uint32_t life = slot.life.loadAcquire();
-        const Spid spid = life & spidMask;
+    domain.arena().forEachUsedSlot([&](SlotIndex, const Slot& slot) {
+        const LifeWord life = slot.life.loadAcquire();
+        const Spid spid = spidOf(life);
         // An endpoint that is leasing its first lines just now needs them.
-        if ((life & lifeOpen) == 0 || spid == self || share::linesOf(slot) == 0) continue;
+        if (!isOpen(life) || spid == self || share::linesOf(slot) == 0) return;
         const ScopedDescriptor doorbell(doorbell::open(domain.directory(), spid));
         any = (doorbell.get() != -1 && doorbell::ring(doorbell.get()) == 0) || any;
-    }
+    });
     return any;
 }
 

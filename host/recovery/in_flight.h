@@ -10,10 +10,9 @@ namespace linx {
 /// before. REQUIRES that `pusher` has died or is the caller's own process. May say no of one that is lost, if the
 /// slot's endpoint is at work meanwhile.
 inline bool isLostInFlight(const Arena& arena, BlockRef block, Spid pusher) {
-    const uint32_t owner = block->owner.loadAcquire();  // (E)
-    if ((owner & ownerInFlight) == 0) return false;
-    if (!wasUsed(arena, owner & spidMask)) return false;
-    const Slot& slot = arena.slot(indexOf(owner));
+    const OwnerWord owner = block->owner.loadAcquire();  // (E)
+    if (!isInFlight(owner) || !wasUsed(arena, spidOf(owner))) return false;
+    const Slot& slot = arena.slot(indexOf(spidOf(owner)));
     if (stack::holds(arena, slot.mailbox, slot.mailboxClaim, block.ref)) return false;
     if (stack::holds(arena, slot.returned, slot.returnedClaim, block.ref)) return false;
     // The slot's endpoint may have taken it during the search, and others may have sent it since; then it has another

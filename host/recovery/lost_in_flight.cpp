@@ -13,11 +13,11 @@ namespace {
 /// A block that one of the dead was to push, or has pushed.
 struct Sending {
     BlockRef block;
-    uint32_t owner;
+    OwnerWord owner;
     Spid sender;
     bool pushed;
 
-    uint32_t target() const { return indexOf(owner); }
+    SlotIndex target() const { return indexOf(spidOf(owner)); }
 
     /// Whether it is still where it was. Acquire: (E), as when it was found; who took it since has written one of
     /// them, seen after a look at the stacks by (G) or (I), and one that has died cannot become either again.
@@ -32,8 +32,8 @@ bool isSending(const Arena& arena, Spid dead, Sending& found) {
     found.owner = found.block->owner.loadAcquire();
     found.sender = dead;
     found.pushed = false;
-    return (found.owner & ownerInFlight) != 0 && found.block->sender.loadRelaxed() == dead &&
-           wasUsed(arena, found.owner & spidMask);
+    return isInFlight(found.owner) && found.block->sender.loadRelaxed() == dead &&
+           wasUsed(arena, spidOf(found.owner));
 }
 
 /// Looks for blocks in the stacks that they were sent to. Sorted by target, so that each stack is walked once: a
@@ -63,15 +63,20 @@ private:
     void lookInto(const Slot& slot, Sending* first, Sending* last) {
         // The heads before what is being taken: a chain taken after the look at a head was claimed before it left
         // the head (H).
-        for (const Word* head : {&slot.mailbox, &slot.mailboxClaim, &slot.returned, &slot.returnedClaim}) {
-            stack::walkWhile(arena_, stack::refOf(head->loadSeqCst()), [&](BlockRef block) {
-                const auto found = std::lower_bound(
-                    first, last, block.ref, [](const Sending& one, Ref wanted) { return one.block.ref < wanted; });
-                if (found != last && found->block.ref == block.ref) found->pushed = true;
-                return --steps_ != 0;
-            });
-            if (steps_ == 0) std::for_each(first, last, [](Sending& one) { one.pushed = true; });
-        }
+        walk(stack::refOf(slot.mailbox.loadSeqCst()), first, last);
+        walk(slot.mailboxClaim.loadSeqCst(), first, last);
+        walk(stack::refOf(slot.returned.loadSeqCst()), first, last);
+        walk(slot.returnedClaim.loadSeqCst(), first, last);
+    }
+
+    void walk(Ref chain, Sending* first, Sending* last) {
+        stack::walkWhile(arena_, chain, [&](BlockRef block) {
+            const auto found = std::lower_bound(
+                first, last, block.ref, [](const Sending& one, Ref wanted) { return one.block.ref < wanted; });
+            if (found != last && found->block.ref == block.ref) found->pushed = true;
+            return --steps_ != 0;
+        });
+        if (steps_ == 0) std::for_each(first, last, [](Sending& one) { one.pushed = true; });
     }
 
     const Arena& arena_;

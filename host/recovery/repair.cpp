@@ -21,7 +21,7 @@ void clearHalfRuns(const Arena& arena) {
     const uint32_t used = arena.usedPages();
     forgetGaps(arena);
     for (uint32_t page = 0; page < used;) {
-        uint32_t sizeClass;
+        SizeClassId sizeClass;
         if (runStartsAt(arena, page, sizeClass)) {
             page += sizeClasses[sizeClass].pages;
         } else {
@@ -33,13 +33,13 @@ void clearHalfRuns(const Arena& arena) {
 /// Whether a hunt has not been answered. Its signal rests with the hunter, and nobody had begun to post it; or it was
 /// to be posted and lies in no mailbox, which is looked for if there are `searches` left.
 bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
-    const uint32_t word = hunt.hunter.loadRelaxed();
-    const Spid hunter = word & spidMask;
+    const HunterWord word = hunt.hunter.loadRelaxed();
+    const Spid hunter = spidOf(word);
     const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     if (!isOpen(arena, hunter) || !signal) return false;
-    const uint32_t owner = signal->owner.loadAcquire();
-    if (owner == (hunter | ownerInFlight)) {
-        const Spid poster = signal->sender.loadRelaxed() & spidMask;
+    const OwnerWord owner = signal->owner.loadAcquire();
+    if (owner == inFlightTo(hunter)) {
+        const Spid poster = senderOf(*signal);
         // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
         const bool comesBack = poster != hunter && wasUsed(arena, poster) &&
                                arena.slot(indexOf(poster)).sending.loadAcquire() == signal.ref;
@@ -47,7 +47,7 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
         --searches;
         return isLostInFlight(arena, signal, poster);
     }
-    return owner == (hunter | ownerQueued) && (word & huntAnswering) == 0;
+    return owner == queuedFor(hunter) && !isAnswering(word);
 }
 
 /// An opening process died while it answered hunts.
@@ -57,13 +57,13 @@ void finishAnswering(const Arena& arena) {
     uint32_t searches = 1;
     forEachHunt(arena, [&](Hunt& hunt) {
         if (!isPending(arena, hunt, searches)) return clearHunt(hunt);
-        const Spid hunter = hunt.hunter.loadRelaxed() & spidMask;
+        const Spid hunter = spidOf(hunt.hunter.loadRelaxed());
         const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
         if (!signal) return;
         // In this order, so that a death in between leaves the hunt pending.
-        hunt.hunter.storeRelease(hunter);
+        hunt.hunter.storeRelease(huntedBy(hunter));
         signal->sender.storeRelaxed(hunter);
-        signal->owner.storeRelease(hunter | ownerQueued);
+        signal->owner.storeRelease(queuedFor(hunter));
     });
     trimHunts(arena);
 }
@@ -71,34 +71,31 @@ void finishAnswering(const Arena& arena) {
 /// An opening process died when a sender that knew an earlier user of the slot could already push into it: the
 /// endpoint is opened, so that what was pushed is found when it is reaped.
 void finishOpening(const Arena& arena) {
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        Slot& slot = arena.slot(i);
-        const uint32_t life = slot.life.loadRelaxed();
+    arena.forEachUsedSlot([](SlotIndex, Slot& slot) {
+        const LifeWord life = slot.life.loadRelaxed();
         const bool isClosed = stack::refOf(slot.mailbox.loadRelaxed()) == stack::closed;
         // Release: (K), as the store that the opener would have done.
-        if (life != 0 && !isClosed) slot.life.storeRelease(life | lifeOpen);
-    }
+        if (life != LifeWord::neverUsed && !isClosed) slot.life.storeRelease(openAs(spidOf(life)));
+    });
 }
 
 void rebuildNames(const Arena& arena) {
     // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
     for (uint32_t i = 0; i < slotCount; ++i) {
         // Most are empty, and hunters read them meanwhile: what need not change stays in their caches.
-        if (arena.bucket(i).loadRelaxed() != 0) arena.bucket(i).storeRelaxed(0);
+        WordOf<SlotIndex>& bucket = arena.bucket(i);
+        if (bucket.loadRelaxed() != SlotIndex::none) bucket.storeRelaxed(SlotIndex::none);
     }
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        if ((arena.slot(i).life.loadRelaxed() & lifeOpen) != 0) insertName(arena, i);
-    }
+    arena.forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
+        if (isOpen(slot.life.loadRelaxed())) insertName(arena, index);
+    });
 }
 
 void removeStaleDoorbells(const Arena& arena, int directory) {
-    const uint32_t used = arena.usedSlots();
-    for (uint32_t i = 1; i <= used; ++i) {
-        const uint32_t life = arena.slot(i).life.loadRelaxed();
-        if ((life & lifeOpen) == 0 && life != 0) doorbell::remove(directory, life & spidMask);
-    }
+    arena.forEachUsedSlot([&](SlotIndex, const Slot& slot) {
+        const LifeWord life = slot.life.loadRelaxed();
+        if (!isOpen(life) && life != LifeWord::neverUsed) doorbell::remove(directory, spidOf(life));
+    });
 }
 
 }  // namespace

@@ -17,15 +17,13 @@ namespace {
 
 /// Closes a stack of the endpoint and marks what was in it, or was being taken from it, as the endpoint's. Returns
 /// whether there was anything.
-bool closeStack(const Arena& arena, Word& head, Word& claim, Spid spid) {
+bool closeStack(const Arena& arena, WordOf<StackHead>& head, WordOf<Ref>& claim, Spid spid) {
     bool any = false;
     const auto keep = [&](BlockRef block) {
         any = true;
         // By index: a sender that was held up may have pushed what was meant for an earlier user of the slot.
-        const uint32_t owner = block->owner.loadAcquire();
-        if ((owner & ownerInFlight) != 0 && indexOf(owner) == indexOf(spid)) {
-            block->owner.storeRelease(spid | ownerQueued);
-        }
+        const bool isItsOwn = isInFlightTo(block->owner.loadAcquire(), indexOf(spid));
+        if (isItsOwn) block->owner.storeRelease(queuedFor(spid));
     };
     // The orders are no weaker than the endpoint's own, though it has died (Q) or is the caller.
     stack::walk(arena, claim.loadAcquire(), keep);
@@ -42,19 +40,19 @@ bool closeStacks(const Arena& arena, Spid spid) {
 
 void dropHunts(const Arena& arena, const SlotSet& ending) {
     forEachHunt(arena, [&](Hunt& hunt) {
-        if (ending.contains(hunt.hunter.loadRelaxed())) clearHunt(hunt);
+        if (ending.contains(spidOf(hunt.hunter.loadRelaxed()))) clearHunt(hunt);
     });
     trimHunts(arena);
 }
 
 bool isLeftBy(const Arena& arena, const Block& block, const SlotSet& ending) {
     // Acquire: (E). No owner or home that one of them has overwritten is read: it has died (Q) or is the caller.
-    const uint32_t owner = block.owner.loadAcquire();
-    if (owner == ownerFree) return ending.contains(block.home.loadRelaxed());
-    if (!ending.contains(owner & spidMask)) return false;
+    const OwnerWord owner = block.owner.loadAcquire();
+    if (owner == OwnerWord::free) return ending.contains(block.home.loadRelaxed());
+    if (!ending.contains(spidOf(owner))) return false;
     // On its way to the endpoint but not in its mailbox: a sender that lives finds the mailbox closed and keeps it;
     // of one that has ended nobody else would find it.
-    return (owner & ownerInFlight) == 0 || !isOpen(arena, block.sender.loadRelaxed() & spidMask);
+    return !isInFlight(owner) || !isOpen(arena, senderOf(block));
 }
 
 void abandonBlocks(const Arena& arena, const SlotSet& ending) {
@@ -80,7 +78,7 @@ void retireAll(const DomainLock& lock, const SlotSet& ending, Leftovers leftover
         doorbell::remove(lock.domain().directory(), spid);
         removeName(arena, indexOf(spid));
         // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release: (L).
-        arena.slot(indexOf(spid)).life.storeRelease(spid);
+        arena.slot(indexOf(spid)).life.storeRelease(closedAs(spid));
         quarantine(arena, indexOf(spid));
         countEnded(arena);
     });
@@ -113,12 +111,11 @@ void reap(const DomainLock& lock, const Spid* dead, size_t count) {
 void reapAllDead(const DomainLock& lock) {
     Throttle(lock.arena().header().reaping).run([&] {
         SlotSet ending(lock.arena());
-        const uint32_t used = lock.arena().usedSlots();
-        for (uint32_t i = 1; i <= used; ++i) {
-            const uint32_t life = lock.arena().slot(i).life.loadRelaxed();  // (P)
-            const Spid spid = life & spidMask;
-            if ((life & lifeOpen) != 0 && indexOf(spid) == i && hasDied(lock.domain(), spid)) ending.insert(spid);
-        }
+        lock.arena().forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
+            const LifeWord life = slot.life.loadRelaxed();  // (P)
+            const Spid spid = spidOf(life);
+            if (isOpen(life) && indexOf(spid) == index && hasDied(lock.domain(), spid)) ending.insert(spid);
+        });
         retireAll(lock, ending, Leftovers::anything);
     });
 }

@@ -15,8 +15,8 @@ namespace {
 
 /// A slot that was never used is closed like the others, so that an open mailbox says how far its opener has come.
 void closeFresh(Slot& slot) {
-    slot.mailbox.storeRelaxed(stack::closed);
-    slot.returned.storeRelaxed(stack::closed);
+    slot.mailbox.storeRelaxed(stack::headOf(stack::closed));
+    slot.returned.storeRelaxed(stack::headOf(stack::closed));
 }
 
 /// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
@@ -25,10 +25,10 @@ void closeFresh(Slot& slot) {
 /// the mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
-    if (slot.partings.loadRelaxed() == introduction::never) slot.partings.storeRelaxed(introduction::never + 1);
-    slot.mailboxClaim.storeRelaxed(0);
-    slot.returnedClaim.storeRelaxed(0);
-    slot.sending.storeRelaxed(0);
+    if (slot.partings.loadRelaxed() == introduction::notYet) slot.partings.storeRelaxed(introduction::notYet + 1);
+    slot.mailboxClaim.storeRelaxed(Ref::none);
+    slot.returnedClaim.storeRelaxed(Ref::none);
+    slot.sending.storeRelaxed(Ref::none);
     slot.deepestQueue.storeRelaxed(0);
     share::begin(slot, spid);
     slot.returnedLines.storeRelaxed(0);
@@ -46,14 +46,15 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
 
 SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : lock_(lock) {
     if (!makeWay(name)) return;
-    const uint32_t index = take();
-    if (index == 0) return;
+    const SlotIndex index = reserveSlot();
+    if (index == SlotIndex::none) return;
     before_ = lock.arena().slot(index).life.loadRelaxed();
-    spid_ = makeSpid(index, generationOf(before_ & spidMask) + 1);
-    if (before_ == 0) closeFresh(slot());
-    slot().life.storeRelease(spid_);  // before the doorbell, which nobody would find otherwise if this process dies
+    spid_ = makeSpid(index, generationOf(spidOf(before_)) + 1);
+    if (before_ == LifeWord::neverUsed) closeFresh(slot());
+    slot().life.storeRelease(
+        closedAs(spid_));  // before the doorbell, which nobody would find otherwise if this process dies
     // The one before may have ended without the right to remove its own.
-    if (before_ != 0) doorbell::remove(lock.domain().directory(), before_ & spidMask);
+    if (before_ != LifeWord::neverUsed) doorbell::remove(lock.domain().directory(), spidOf(before_));
     doorbell_.reset(doorbell::make(lock.domain().directory(), spid_, lock.domain().fileMode()));
     if (doorbell_.get() == -1) return;
     prepare(slot(), spid_, name);
@@ -61,7 +62,7 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : loc
 }
 
 SlotReservation::~SlotReservation() {
-    if (spid_ == 0 || isOpened_) return;
+    if (spid_ == Spid::none || isOpened_) return;
     const int failure = errno;
     const bool isGone = doorbell::remove(lock_.domain().directory(), spid_);
     // The one before can still be asked for its name unless another has been written over it. A doorbell that cannot
@@ -74,12 +75,12 @@ SlotReservation::~SlotReservation() {
 void SlotReservation::commit() {
     const Arena& arena = lock_.arena();
     insertName(arena, indexOf(spid_));
-    // Only now, so that a slot that is not opened after all takes nothing. The mailbox first, and by releases: if this
-    // process dies before the endpoint is open, the repair opens it where it finds its mailbox open.
-    slot().mailbox.storeRelease(stack::empty | introduction::tagAt(slot().partings.loadRelaxed()));
-    slot().returned.storeRelease(stack::empty);
+    // Only now, so that a slot that is not opened after all takes nothing. The mailbox first, and by releases: if
+    // this process dies before the endpoint is open, the repair opens it where it finds its mailbox open.
+    slot().mailbox.storeRelease(stack::headOf(stack::empty, introduction::tagAt(slot().partings.loadRelaxed())));
+    slot().returned.storeRelease(stack::headOf(stack::empty));
     // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
-    slot().life.storeRelease(spid_ | lifeOpen);
+    slot().life.storeRelease(openAs(spid_));
     countOpened(arena);
     isOpened_ = true;
 }
@@ -87,7 +88,7 @@ void SlotReservation::commit() {
 /// Whether nobody has the name, or has it no longer: a dead endpoint of the name is reaped.
 bool SlotReservation::makeWay(const Name& name) const {
     const Spid holder = findName(lock_.arena(), name);
-    if (holder == 0) return true;
+    if (holder == Spid::none) return true;
     errno = EADDRINUSE;
     if (!hasDied(lock_.domain(), holder)) return false;
     reapAllDeadIfDue(lock_);  // others may have died with it, whose names are wanted next
@@ -95,9 +96,9 @@ bool SlotReservation::makeWay(const Name& name) const {
     return true;
 }
 
-uint32_t SlotReservation::take() const {
-    const uint32_t index = takeSlot(lock_.arena());
-    return index == 0 && reapAllDeadIfDue(lock_) ? takeSlot(lock_.arena()) : index;
+SlotIndex SlotReservation::reserveSlot() const {
+    const SlotIndex index = takeSlot(lock_.arena());
+    return index == SlotIndex::none && reapAllDeadIfDue(lock_) ? takeSlot(lock_.arena()) : index;
 }
 
 }  // namespace linx

@@ -26,13 +26,13 @@ public:
 
 private:
     bool makeWay(const Name& name) const;
-    uint32_t take() const;
+    SlotIndex reserveSlot() const;
     Slot& slot() const { return lock_.arena().slot(indexOf(spid_)); }
 
     const DomainLock& lock_;
-    Spid spid_ = 0;         ///< 0 when no slot was taken
-    uint32_t before_ = 0;   ///< the slot's life before
-    bool isReady_ = false;  ///< with doorbell and name
+    Spid spid_ = Spid::none;                 ///< none when no slot was taken
+    LifeWord before_ = LifeWord::neverUsed;  ///< the slot's life before
+    bool isReady_ = false;                   ///< with doorbell and name
     bool isOpened_ = false;
     ScopedDescriptor doorbell_;
 };

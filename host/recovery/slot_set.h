@@ -14,11 +14,11 @@ public:
     explicit SlotSet(const Arena& arena) : arena_(arena) {}
 
     /// REQUIRES an open endpoint, which stays open while the set is asked.
-    void insert(Spid spid) { bitsOf(spid) |= bitOf(spid); }
+    void insert(Spid spid) { bits_[wordOf(spid)] |= bitOf(spid); }
 
     bool contains(Spid spid) const {
-        return (bits_[indexOf(spid) / 32] & bitOf(spid)) != 0 &&
-               arena_.slot(indexOf(spid)).life.loadRelaxed() == (spid | lifeOpen);
+        return (bits_[wordOf(spid)] & bitOf(spid)) != 0 &&
+               arena_.slot(indexOf(spid)).life.loadRelaxed() == openAs(spid);
     }
 
     bool empty() const {
@@ -30,15 +30,15 @@ public:
     void forEach(Visit visit) const {
         for (uint32_t word = 0; word < bits_.size(); ++word) {
             for (uint32_t bits = bits_[word]; bits != 0; bits &= bits - 1) {
-                const uint32_t index = word * 32 + static_cast<uint32_t>(__builtin_ctz(bits));
-                visit(arena_.slot(index).life.loadRelaxed() & spidMask);
+                const SlotIndex index{word * 32 + static_cast<uint32_t>(__builtin_ctz(bits))};
+                visit(spidOf(arena_.slot(index).life.loadRelaxed()));
             }
         }
     }
 
 private:
-    uint32_t& bitsOf(Spid spid) { return bits_[indexOf(spid) / 32]; }
-    static uint32_t bitOf(Spid spid) { return 1u << indexOf(spid) % 32; }
+    static uint32_t wordOf(Spid spid) { return numberOf(indexOf(spid)) / 32; }
+    static uint32_t bitOf(Spid spid) { return 1u << numberOf(indexOf(spid)) % 32; }
 
     const Arena& arena_;
     std::array<uint32_t, slotCount / 32> bits_{};

@@ -77,13 +77,13 @@ bool reservePages(int, uint32_t first, uint32_t count) {
 namespace doorbell {
 
 int make(int, Spid spid, unsigned) {
-    return model::kernel.makeDoorbell(spid);
+    return model::kernel.makeDoorbell(numberOf(spid));
 }
 int open(int, Spid spid) {
-    return model::kernel.openDoorbell(spid);
+    return model::kernel.openDoorbell(numberOf(spid));
 }
 bool remove(int, Spid spid) {
-    model::kernel.removeDoorbell(spid);
+    model::kernel.removeDoorbell(numberOf(spid));
     return true;
 }
 int ring(int descriptor) {

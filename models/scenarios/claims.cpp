@@ -14,7 +14,7 @@ void Stage::check() {
     scheduler.killStopped();
     for (unsigned actor = 0; actor < names_.size(); ++actor) {
         if (handles_[actor] == nullptr || isDead(actor)) continue;
-        linx::handles::find(handles_[actor])->exit();  // from the receive in which it may be asleep
+        linx::handles::endpointOf(handles_[actor])->exit();  // from the receive in which it may be asleep
         drain(actor);
     }
     checkHunts();

@@ -46,12 +46,12 @@ linx::Word& contentOf(LinxSignal* signal) {
 }
 
 /// As a look from outside, which is no step of anybody's.
-linx::Spid spidOf(const std::string& name) {
+LinxSpid spidOf(const std::string& name) {
     const bool before = exploring;
     exploring = false;
     const linx::Spid spid = linx::findName(domain().arena(), {name.data(), static_cast<uint32_t>(name.size())});
     exploring = before;
-    return spid;
+    return numberOf(spid);
 }
 
 uint32_t letterContent(unsigned from, unsigned to, unsigned number) {
@@ -187,7 +187,7 @@ void Stage::book(LinxSignal* signal, uint32_t size) {
     const unsigned about = number % 1000;
     const bool isNotice = number == notice + about;
     if (about >= maxActors || (!isNotice && number != found + about)) return scheduler.violate("a signal is garbled");
-    const linx::Spid sender = linx_sender(own(), &signal);
+    const LinxSpid sender = linx_sender(own(), &signal);
     char* name = nullptr;
     linx_get_name(own(), sender, &name);
     const bool isForgotten = name == nullptr && slotsAreUsedAgain_;  // another may be in the slot by now
@@ -292,8 +292,8 @@ void Stage::expectNotice(unsigned of) {
 bool Stage::hasFree(unsigned actor) const {
     bool any = false;
     linx::forEachBlock(arena(), [&](linx::BlockRef block) {
-        const bool isOwn =
-            block->home.loadRelaxed() == spids_[actor] && block->owner.loadRelaxed() == linx::ownerFree;
+        const bool isOwn = block->home.loadRelaxed() == linx::Spid{spids_[actor]} &&
+                           block->owner.loadRelaxed() == linx::OwnerWord::free;
         any = any || (isOwn && block.sizeClass == linx::classForLines(linx::linesForSignal(letterBytes)));
     });
     return any;
@@ -318,12 +318,12 @@ void Stage::lendKept(unsigned to) {
 }
 
 bool Stage::hasMail(unsigned actor) const {
-    const linx::Spid spid = spids_[actor];
+    const linx::Spid spid{spids_[actor]};
     bool any = false;
     // Not what was meant for an earlier user of the slot.
     linx::stack::walk(
         arena(), linx::stack::refOf(arena().slot(linx::indexOf(spid)).mailbox.loadRelaxed()),
-        [&](linx::BlockRef block) { any = any || block->owner.loadRelaxed() == (spid | linx::ownerInFlight); });
+        [&](linx::BlockRef block) { any = any || block->owner.loadRelaxed() == linx::inFlightTo(spid); });
     return any;
 }
 
@@ -406,7 +406,7 @@ void Stage::killNow(unsigned actor) {
 
 void Stage::dieAnswering(unsigned actor) {
     linx::Hunt& hunt = arena().hunt(0);
-    hunt.hunter.storeRelaxed(spids_[hunter_[actor]] | linx::huntAnswering);
+    hunt.hunter.storeRelaxed(linx::answeredTo(linx::Spid{spids_[hunter_[actor]]}));
     arena().header().huntsUsed.storeRelaxed(1);
     arena().header().dirty.storeRelaxed(1);
     killNow(actor);

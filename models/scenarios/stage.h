@@ -157,7 +157,7 @@ private:
 
     std::vector<const char*> names_;
     std::array<LINX*, maxActors> handles_{};
-    std::array<linx::Spid, maxActors> spids_{};
+    std::array<LinxSpid, maxActors> spids_{};
     std::array<bool, maxActors> killed_{};
     std::array<bool, maxActors> closed_{};            ///< or about to be
     std::vector<std::pair<LINX*, unsigned>> extras_;  ///< endpoints of nobody's act, and in whose process

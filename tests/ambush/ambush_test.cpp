@@ -31,20 +31,20 @@ uint32_t comeBetweenLooks(Arrange arrange, Change change, Look look) {
 /// A slot that goes from one endpoint to the next, whose names lie in one bucket.
 class ChangingHandsTest : public testing::Test {
 protected:
-    static constexpr uint32_t index = 5;
+    static constexpr SlotIndex index{5};
     static constexpr Spid earlier = makeSpid(index, 1);
     static constexpr Spid later = makeSpid(index, 2);
 
     void arrange() {
-        arena.bucket(nameOf(names[0]).hash()).storeRelaxed(0);
+        arena.bucket(nameOf(names[0]).hash()).storeRelaxed(SlotIndex::none);
         layOpenSlot(arena, index, names[0]);
     }
 
     /// In the order in which endpoints end and open.
     void changeHands() {
         removeName(arena, index);
-        arena.slot(index).life.storeRelease(earlier);
-        arena.slot(index).life.storeRelease(later);
+        arena.slot(index).life.storeRelease(closedAs(earlier));
+        arena.slot(index).life.storeRelease(closedAs(later));
         layOpenSlot(arena, index, names[1], 2);
     }
 
@@ -79,19 +79,19 @@ protected:
 
     void push(uint32_t number) {
         const Ref ref = arena.refOfPage(0) + number;
-        stack::push(head, *arena.rawBlock(ref), ref);
+        stack::push(head, arena.blockAt(ref));
     }
 
     void arrange() {
-        head.storeRelaxed(stack::empty);
-        claim.storeRelaxed(0);
+        head.storeRelaxed(stack::headOf(stack::empty));
+        claim.storeRelaxed(Ref::none);
         push(1);
     }
 
     const MemoryArena memory;
     const Arena arena = memory.arena();
-    Word head{};
-    Word claim{};
+    WordOf<StackHead> head{};
+    WordOf<Ref> claim{};
 };
 
 TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
@@ -105,12 +105,13 @@ TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
 }
 
 TEST_F(TakingTest, NothingStaysClaimedOfWhatSomebodyElseHasTaken) {
-    for (const uint32_t leave : {stack::empty, stack::closed}) {
-        const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { head.exchangeSeqCst(stack::closed); },
-                                                [&] {
-                                                    const Ref taken = stack::claimAll(head, claim, leave);
-                                                    EXPECT_EQ(taken, claim.loadRelaxed());
-                                                });
+    for (const Ref leave : {stack::empty, stack::closed}) {
+        const uint32_t looks =
+            comeBetweenLooks([&] { arrange(); }, [&] { head.exchangeSeqCst(stack::headOf(stack::closed)); },
+                             [&] {
+                                 const Ref taken = stack::claimAll(head, claim, leave);
+                                 EXPECT_EQ(taken, claim.loadRelaxed());
+                             });
         EXPECT_GT(looks, 1u);
     }
 }

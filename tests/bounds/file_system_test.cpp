@@ -131,13 +131,13 @@ TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
         ASSERT_NE(MAP_FAILED, tables);
         auto& header = *static_cast<linx::Header*>(tables);
         const uint32_t pages = header.pageCount.loadRelaxed();
-        const uint32_t last = linx::makePageEntry(0, 0);
+        const uint32_t last = linx::makePageEntry(linx::SizeClassId{0}, 0);
         ASSERT_EQ(ssize_t{sizeof last}, pwrite(file, &last, sizeof last, linx::pageMapOffset + (pages - 1) * 4));
         fill();
         header.pagesUsed.storeRelaxed(pages);
         auto* slots = reinterpret_cast<linx::Slot*>(static_cast<char*>(tables) + linx::slotsOffset);
-        const linx::Ref missing = (linx::firstPoolPage(pages) + pages - 1) * linx::linesPerPage;
-        slots[linx::indexOf(own)].mailbox.storeRelaxed(missing);
+        const linx::StackHead missing{(linx::firstPoolPage(pages) + pages - 1) * linx::linesPerPage};
+        slots[numberOf(linx::indexOf(linx::Spid{own}))].mailbox.storeRelaxed(missing);
         expectNothing(endpoint);
         EXPECT_EQ(0, send(endpoint, own, item));
         expectSignal(endpoint, item, 0);

@@ -29,7 +29,7 @@ std::optional<FewDescriptors> few;
 std::optional<linxtest::ScopedVariable> elsewhere;
 
 linx::Slot& slotOf(LINX* linx, const linx::Domain& domain) {
-    return domain.arena().slot(linx::indexOf(spidOf(linx)));
+    return domain.arena().slot(linx::indexOf(linx::Spid{spidOf(linx)}));
 }
 
 /// Receives something, waiting for it as long as it takes.

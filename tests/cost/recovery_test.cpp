@@ -55,12 +55,12 @@ TEST_F(RecoveryCost, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach)
     std::vector<Ref> signals;
     for (uint32_t i = 0; i < huntsOfOne; ++i) {
         signals.push_back(arena.hunt(i).signal.loadRelaxed());
-        block(signals.back()).owner.storeRelaxed(live.spid | ownerInFlight);  // as if somebody answered it
+        block(signals.back()).owner.storeRelaxed(inFlightTo(live.spid));  // as if somebody answered it
         block(signals.back()).sender.storeRelaxed(other.spid);
     }
     EXPECT_LT(looksOf([&] { repairAfterDeath(); }), uint64_t{looksAtBlock} * (huntsOfOne + mail) + slotCount * 2);
     for (const Ref ref : signals) {
-        block(ref).owner.storeRelaxed(live.spid);
+        block(ref).owner.storeRelaxed(heldBy(live.spid));
         LinxSignal* signal = &block(ref).signal;
         EXPECT_EQ(linx_free_buf(live, &signal), 0);
     }
@@ -76,7 +76,7 @@ TEST_F(RecoveryCost, ManyDeadAreReapedInOneWalk) {
         all.push_back(layDead("dead" + std::to_string(i)));
         const std::vector<Ref> refs = leaseFor(all.back());
         address(refs[0], all.back(), live.spid);  // and died before it pushed
-        block(refs[1]).owner.storeRelaxed(all.back());
+        block(refs[1]).owner.storeRelaxed(heldBy(all.back()));
     }
     const uint32_t blocks = arena.usedPages() * linesPerPage;
     const DomainLock lock(*joined);
@@ -112,13 +112,13 @@ protected:
             parent.hear();
         });
         for (uint32_t i = 0; i < dead; ++i) {
-            spids.push_back(child.hear());
+            spids.emplace_back(child.hear());
             meet(spids.back());
         }
         child.kill9();
     }
     void openAndKill() {
-        openAndKill([](const Linx&) {}, [](Spid) {});
+        openAndKill([](const Linx&) {}, [](LinxSpid) {});
     }
 
     /// As many looks as one walk takes.
@@ -128,7 +128,7 @@ protected:
 
     /// Sends to each of them, who have all died.
     void sendToAll() {
-        for (const Spid spid : spids) {
+        for (const linxtest::AnySpid spid : spids) {
             LinxSignal* signal = linx_alloc(other, 4, 1);
             EXPECT_EQ(linx_send(other, &signal, spid), -1);
             EXPECT_EQ(errno, ECONNRESET);
@@ -145,11 +145,11 @@ protected:
     void expectReaped() { EXPECT_EQ(arena.header().openEndpoints.loadRelaxed(), 2u); }
 
     Linx other{"other"};
-    std::vector<Spid> spids;
+    std::vector<linxtest::AnySpid> spids;
 };
 
 TEST_F(ManyDead, WhoAreSupervisedAreReapedInOneWalk) {
-    openAndKill([](const Linx&) {}, [&](Spid spid) { attach(other, spid, notice); });
+    openAndKill([](const Linx&) {}, [&](LinxSpid spid) { attach(other, spid, notice); });
     const uint64_t most = oneWalk();
     uint32_t first = 0;
     EXPECT_LT(looksOf([&] { first = receiveNumber(other); }), most);
@@ -159,7 +159,7 @@ TEST_F(ManyDead, WhoAreSupervisedAreReapedInOneWalk) {
 }
 
 TEST_F(ManyDead, WhoHadJustIntroducedThemselvesAreReapedInOneWalk) {
-    openAndKill([&](const Linx& sender) { sendNumber(sender, other.spid, notice); }, [](Spid) {});
+    openAndKill([&](const Linx& sender) { sendNumber(sender, other.spid, notice); }, [](LinxSpid) {});
     const uint64_t most = oneWalk();
     EXPECT_LT(looksOf([&] { receiveAll(); }), most);
     expectReaped();
@@ -177,7 +177,7 @@ TEST_F(ManyDead, WhoseNamesAreOpenedAgainAreReapedInOneWalk) {
 }
 
 TEST_F(ManyDead, WhomAPeerSendsToAreReapedInTwoWalks) {
-    openAndKill([](const Linx&) {}, [&](Spid spid) { sendNumber(other, spid, 1); });
+    openAndKill([](const Linx&) {}, [&](LinxSpid spid) { sendNumber(other, spid, 1); });
     const uint64_t most = 2 * oneWalk();
     const linxtest::interposed::StandingClock standing;
     const uint64_t sending = looksOf([&] { sendToAll(); });
@@ -199,7 +199,7 @@ TEST_F(ManyDead, WhomSomebodyAttachesToAreReapedInTwoWalks) {
     const uint64_t most = 2 * oneWalk();
     const linxtest::interposed::StandingClock standing;
     const uint64_t attaching = looksOf([&] {
-        for (const Spid spid : spids) attach(other, spid, notice);
+        for (const linxtest::AnySpid spid : spids) attach(other, spid, notice);
     });
     EXPECT_LT(attaching + looksOf([&] { receiveAll(); }), most);
     expectReaped();

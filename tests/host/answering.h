@@ -16,17 +16,17 @@ protected:
     }
 
     Hunt& hunt() const { return arena.hunt(0); }
-    void begin() const { block(signal).owner.storeRelaxed(live.spid | ownerInFlight); }
+    void begin() const { block(signal).owner.storeRelaxed(inFlightTo(live.spid)); }
     void tell() const {
-        hunt().hunter.storeRelaxed(live.spid | huntAnswering);
+        hunt().hunter.storeRelaxed(answeredTo(live.spid));
         block(signal).sender.storeRelaxed(opener);
     }
-    void push() const { linxtest::deliver(slotOf(live.spid), block(signal), signal); }
+    void push() const { linxtest::deliver(slotOf(live.spid), arena.blockAt(signal)); }
 
     void expectPendingAgain() const {
         repairAfterDeath();
-        EXPECT_EQ(hunt().hunter.loadRelaxed(), live.spid);
-        EXPECT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+        EXPECT_EQ(hunt().hunter.loadRelaxed(), huntedBy(live.spid));
+        EXPECT_EQ(block(signal).owner.loadRelaxed(), queuedFor(live.spid));
     }
     void expectStillPending() {
         expectPendingAgain();
@@ -44,7 +44,7 @@ protected:
         const linxtest::Linx sought("sought");
         EXPECT_EQ(receiveNumber(live), 0u);
     }
-    void expectReceivedOnceFrom(Spid spid) {
+    void expectReceivedOnceFrom(linxtest::AnySpid spid) {
         LinxSignal* received = nullptr;
         ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, linxtest::anySignal), 4);
         EXPECT_EQ(received->number, static_cast<uint32_t>(LINX_OS_HUNT_SIG));
@@ -53,8 +53,8 @@ protected:
         EXPECT_EQ(receiveNumber(live), 0u);
     }
 
-    Ref signal = 0;
-    Spid opener = 0;
+    Ref signal = Ref::none;
+    linxtest::AnySpid opener;
 };
 
 }  // namespace linx

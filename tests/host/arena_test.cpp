@@ -20,7 +20,7 @@ protected:
         ASSERT_EQ(block.ref, ref);
         ASSERT_LT(block.sizeClass, sizeClassCount);
         const auto* start = reinterpret_cast<const char*>(block.block);
-        ASSERT_EQ(start, memory.base() + size_t{ref} * lineBytes);
+        ASSERT_EQ(start, memory.base() + size_t{numberOf(ref)} * lineBytes);
         ASSERT_GE(start, memory.base() + size_t{firstPoolPage(MemoryArena::pages)} * pageBytes);
         ASSERT_LE(start + size_t{linesOfClass(block.sizeClass)} * lineBytes, memory.base() + MemoryArena::bytes());
     }
@@ -59,25 +59,26 @@ TEST_F(ArenaTest, PagesThatAreNotLeasedHoldNoBlock) {
 
 TEST_F(ArenaTest, NoReferenceOutsideThePoolIsABlock) {
     for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
-    const Ref first = arena.refOfPage(0);
-    const Ref end = arena.refOfPage(MemoryArena::pages);
-    for (Ref ref = 0; ref < first; ++ref) ASSERT_EQ(arena.blockAt(ref).block, nullptr);
-    for (Ref ref = end; ref < end + 100000; ++ref) ASSERT_EQ(arena.blockAt(ref).block, nullptr);
-    for (Ref ref = ~0u; ref > ~0u - 100000; --ref) ASSERT_EQ(arena.blockAt(ref).block, nullptr);
-    EXPECT_NE(arena.blockAt(first).block, nullptr);
-    EXPECT_NE(arena.blockAt(end - 1).block, nullptr);
+    const uint32_t first = numberOf(arena.refOfPage(0));
+    const uint32_t end = numberOf(arena.refOfPage(MemoryArena::pages));
+    const auto isBlock = [&](uint32_t ref) { return arena.blockAt(Ref{ref}).block != nullptr; };
+    for (uint32_t ref = 0; ref < first; ++ref) ASSERT_FALSE(isBlock(ref));
+    for (uint32_t ref = end; ref < end + 100000; ++ref) ASSERT_FALSE(isBlock(ref));
+    for (uint32_t ref = ~0u; ref > ~0u - 100000; --ref) ASSERT_FALSE(isBlock(ref));
+    EXPECT_TRUE(isBlock(first));
+    EXPECT_TRUE(isBlock(end - 1));
 }
 
 TEST_F(ArenaTest, ReferencesAndBlocksTurnIntoEachOther) {
-    const Ref ref = memory.layRun(5, 2) + 2 * linesOfClass(2);
+    const Ref ref = memory.layRun(5, 2) + 2 * linesOfClass(SizeClassId{2});
     EXPECT_EQ(arena.refOf(arena.blockAt(ref).block), ref);
     EXPECT_EQ(arena.blockOfSignal(&arena.blockAt(ref)->signal).block, arena.blockAt(ref).block);
 }
 
 TEST_F(ArenaTest, ASignalIsFoundAtItsVeryAddressOnly) {
     const Ref first = memory.layRun(5, 3);
-    const size_t start = size_t{first} * lineBytes;
-    const size_t blockBytes = size_t{linesOfClass(3)} * lineBytes;
+    const size_t start = size_t{numberOf(first)} * lineBytes;
+    const size_t blockBytes = size_t{linesOfClass(SizeClassId{3})} * lineBytes;
     for (size_t offset = start; offset < start + pageBytes; ++offset) {
         const size_t within = offset - start;
         const bool isSignal =
@@ -120,9 +121,9 @@ TEST_F(ArenaTest, NoRandomPageMapLeadsOutside) {
             const auto word = static_cast<uint32_t>(random());
             // Words that are nearly right as well as wild ones.
             arena.pageEntry(page).storeRelaxed(
-                round % 2 == 0 ? word : makePageEntry(word % sizeClassCount, word % (page + 1)));
+                round % 2 == 0 ? word : makePageEntry(SizeClassId{word % sizeClassCount}, word % (page + 1)));
         }
-        for (Ref ref = arena.refOfPage(0); ref < arena.refOfPage(MemoryArena::pages); ++ref) {
+        for (Ref ref = arena.refOfPage(0); ref < arena.refOfPage(MemoryArena::pages); ref = ref + 1) {
             ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(ref));
         }
     }

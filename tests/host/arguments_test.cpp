@@ -52,8 +52,8 @@ protected:
     /// The same for a signal in the arena, of whose block nothing changes.
     void expectBlockRefusedByAll(LINX* user, LinxSignal* pointer) {
         const Block* block = blockOf(pointer);
-        const uint32_t owner = block->owner.loadRelaxed();
-        const uint32_t sender = block->sender.loadRelaxed();
+        const OwnerWord owner = block->owner.loadRelaxed();
+        const Spid sender = block->sender.loadRelaxed();
         expectRefusedByAll(user, pointer);
         EXPECT_EQ(block->owner.loadRelaxed(), owner);
         EXPECT_EQ(block->sender.loadRelaxed(), sender);
@@ -205,16 +205,16 @@ TEST_F(ArgumentsTest, OnesOwnSignalIsAlwaysTakenAndItsMemoryComesBack) {
         ended = brief.spid;
     }
     const Linx other("other");
-    const LinxSpid never = makeSpid(indexOf(peer.spid), generationOf(peer.spid) + 1);
+    const LinxSpid never = numberOf(makeSpid(indexOf(peer.spid), generationOf(peer.spid) + 1));
     const std::vector<std::pair<int, std::function<bool(LinxSignal**)>>> failures = {
         {ECONNRESET, [&](LinxSignal** signal) { return linx_send(linx, signal, ended) == -1; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, never) == -1; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, 0) == -1; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, ~0u) == -1; }},
-        {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, peer.spid | lifeOpen) == -1; }},
+        {ESRCH, [&](LinxSignal** signal) { return linx_send(linx, signal, peer.spid | 1u << 31) == -1; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, never) == 0; }},
         {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, 0) == 0; }},
-        {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, peer.spid | lifeOpen) == 0; }},
+        {ESRCH, [&](LinxSignal** signal) { return linx_attach(linx, signal, peer.spid | 1u << 31) == 0; }},
         {EINVAL, [&](LinxSignal** signal) { return linx_hunt(linx, "", signal) == -1; }},
         {EINVAL, [&](LinxSignal** signal) { return linx_hunt(linx, nullptr, signal) == -1; }},
         {ENAMETOOLONG,
@@ -237,7 +237,7 @@ TEST_F(ArgumentsTest, AFullHuntTableTakesTheSignalHoweverLargeItIs) {
     const linxtest::DisorderAllowed allowed;
     arena.header().huntsUsed.storeRelaxed(huntCount);
     ASSERT_TRUE(arena.provideHunt(huntCount - 1));
-    for (uint32_t i = 0; i < huntCount; ++i) arena.hunt(i).hunter.storeRelaxed(linx.spid);
+    for (uint32_t i = 0; i < huntCount; ++i) arena.hunt(i).hunter.storeRelaxed(huntedBy(linx.spid));
     // More than an endpoint keeps for itself, so that freeing them gives some back to all.
     std::vector<LinxSignal*> signals;
     for (int i = 0; i < 8; ++i) signals.push_back(linx_alloc(linx, 1u << 20, 5));
@@ -248,7 +248,7 @@ TEST_F(ArgumentsTest, AFullHuntTableTakesTheSignalHoweverLargeItIs) {
         EXPECT_EQ(signal, nullptr);
     }
     EXPECT_EQ(ownedBlocks(), 0u);
-    for (uint32_t i = 0; i < huntCount; ++i) arena.hunt(i).hunter.storeRelaxed(0);
+    for (uint32_t i = 0; i < huntCount; ++i) arena.hunt(i).hunter.storeRelaxed(HunterWord::none);
     arena.header().huntsUsed.storeRelaxed(0);
 }
 
@@ -302,7 +302,7 @@ TEST_F(ArgumentsTest, ANameIsHandedBackOnceAndToItsEndpoint) {
     EXPECT_EQ(linx_free_name(linx, &name), -1);
     name = nullptr;
     EXPECT_EQ(linx_free_name(linx, &name), -1);
-    for (const LinxSpid spid : {0u, ~0u, makeSpid(8000, 1), peer.spid | lifeOpen}) {
+    for (const LinxSpid spid : {0u, ~0u, numberOf(makeSpid(SlotIndex{8000}, 1)), peer.spid | 1u << 31}) {
         EXPECT_EQ(linx_get_name(linx, spid, &name), -1);
         EXPECT_EQ(errno, ESRCH);
         EXPECT_EQ(name, nullptr);
@@ -316,7 +316,7 @@ TEST_F(ArgumentsTest, AQueuedSignalIsGivenOutAlsoWhenSomebodyScribbledItOutOfThe
     LinxSignal* received = nullptr;
     const uint32_t selection[] = {1, 6};
     ASSERT_EQ(linx_receive_w_tmo(linx, &received, 0, selection), 4);
-    const uint32_t page = refOf(received) / linesPerPage - arena.filePageOf(0);
+    const uint32_t page = pageOf(refOf(received)) - arena.filePageOf(0);
     const uint32_t word = arena.pageEntry(page).loadRelaxed();
     arena.pageEntry(page).storeRelaxed(0);
     EXPECT_EQ(receiveNumber(linx), 5u);

@@ -17,7 +17,7 @@
 namespace linx {
 namespace {
 
-const Spid spid = makeSpid(2, 1);
+const Spid spid = makeSpid(SlotIndex{2}, 1);
 
 class DoorbellTest : public linxtest::DomainTest {
 protected:

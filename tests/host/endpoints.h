@@ -24,18 +24,37 @@ struct CloseLinx {
     void operator()(LINX* linx) const { linx_close(linx); }
 };
 
+/// A spid of those who look into the arena, and of those who call operations.
+class AnySpid {
+public:
+    AnySpid() = default;
+    explicit AnySpid(linx::Spid spid) : spid_(spid) {}
+    explicit AnySpid(LinxSpid spid) : spid_(linx::Spid{spid}) {}
+    operator linx::Spid() const { return spid_; }
+    operator LinxSpid() const { return numberOf(spid_); }
+
+private:
+    linx::Spid spid_ = linx::Spid::none;
+};
+inline bool operator==(AnySpid a, AnySpid b) {
+    return LinxSpid{a} == LinxSpid{b};
+}
+inline bool operator!=(AnySpid a, AnySpid b) {
+    return !(a == b);
+}
+
 /// An open endpoint, closed with its scope.
 class Linx : public std::unique_ptr<LINX, CloseLinx> {
 public:
     explicit Linx(const std::string& name) : std::unique_ptr<LINX, CloseLinx>(linx_open(name.c_str(), 0, nullptr)) {
         EXPECT_NE(get(), nullptr) << name;
         LinxSignal* signal = linx_alloc(get(), 4, 0);
-        spid = linx_sender(get(), &signal);
+        spid = AnySpid(linx_sender(get(), &signal));
         linx_free_buf(get(), &signal);
     }
     operator LINX*() const { return get(); }
 
-    LinxSpid spid = 0;
+    AnySpid spid;
 };
 
 /// A test that sees the arena behind the endpoints, whose words are all in order at its end.
@@ -47,9 +66,9 @@ protected:
         DomainTest::TearDown();
     }
 
-    linx::Slot& slotOf(LinxSpid spid) const { return arena.slot(linx::indexOf(spid)); }
-    uint32_t leasedLines(LinxSpid spid) const { return linx::share::linesOf(slotOf(spid)); }
-    uint32_t dropped(LinxSpid spid) const { return static_cast<uint32_t>(slotOf(spid).dropped.value()); }
+    linx::Slot& slotOf(linx::Spid spid) const { return arena.slot(linx::indexOf(spid)); }
+    uint32_t leasedLines(linx::Spid spid) const { return linx::share::linesOf(slotOf(spid)); }
+    uint32_t dropped(linx::Spid spid) const { return static_cast<uint32_t>(slotOf(spid).dropped.value()); }
 
     /// Blocks that somebody owns: in users' hands, queued, parked or on their way.
     uint32_t ownedBlocks() const {

@@ -84,8 +84,8 @@ TEST_F(ExhaustionTest, WhatWasSentToAnEarlierUserOfTheSlotIsStillThrownAway) {
     const Spid earlier = makeSpid(indexOf(receiver.spid), generationOf(receiver.spid) - 1);
     LinxSignal* signal = linx_alloc(sender, 4, 2);
     Block& stray = *blockOf(signal);
-    stray.owner.storeRelease(earlier | ownerInFlight);
-    linxtest::deliver(slotOf(receiver.spid), stray, refOf(signal));
+    stray.owner.storeRelease(inFlightTo(earlier));
+    linxtest::deliver(slotOf(receiver.spid), arena.blockAt(refOf(signal)));
 
     newThatFails = 1;
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, 0, anySignal), -1);
@@ -186,7 +186,7 @@ TEST_F(ExhaustionTest, FetchingWhatOthersGaveBackNeedsNoPrivateMemory) {
         const unsigned failing = newThatFails;
         newThatFails = 0;  // what it has in its lists comes first
         size_t count = 0;
-        while (slotOf(scene.one.spid).returned.loadRelaxed() != stack::empty) {
+        while (slotOf(scene.one.spid).returned.loadRelaxed() != stack::headOf(stack::empty)) {
             newThatFails = failing;
             again[count] = linx_alloc(scene.one, 400, 1);
             if (again[count++] == nullptr) return answerOf(false);

@@ -47,8 +47,8 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
         Block& block = *blockOf(linx_alloc(sender, 4, 2));
         const Ref ref = arena.refOf(&block);
         slotOf(block.sender.loadRelaxed()).sending.storeRelaxed(ref);
-        block.owner.storeRelease(receiver.spid | ownerInFlight);
-        linxtest::deliver(slotOf(receiver.spid), block, ref);
+        block.owner.storeRelease(inFlightTo(receiver.spid));
+        linxtest::deliver(slotOf(receiver.spid), arena.blockAt(ref));
         raise(SIGKILL);
     }
     LinxSignal* signal = nullptr;
@@ -66,17 +66,17 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
 }
 
 TEST_F(GapsTest, ADoorbellThatCouldNotBeRungIsRungByTheNextSender) {
-    constexpr Spid receiver = makeSpid(5, 1);
+    constexpr Spid receiver = makeSpid(SlotIndex{5}, 1);
     Slot slot{};
     slot.wakeState.storeRelaxed(wake_state::word(receiver, wake_state::parked));
-    EXPECT_EQ(wake_state::ringIfAsked(slot, receiver, 3, [] { return EMFILE; }), EMFILE);
+    EXPECT_EQ(wake_state::ringIfAsked(slot, receiver, SlotIndex{3}, [] { return EMFILE; }), EMFILE);
     EXPECT_TRUE(wake_state::wantsRing(slot.wakeState.loadRelaxed(), receiver));
 }
 
 TEST_F(GapsTest, ASpidThatWasNeverUsedIsToldWithoutTouchingItsSlot) {
     Linx endpoint("endpoint");
     const uint64_t before = domain.arenaBytes();
-    const Spid never = makeSpid(8000, 1);
+    const LinxSpid never = numberOf(makeSpid(SlotIndex{8000}, 1));
     char* name = nullptr;
     EXPECT_EQ(linx_get_name(endpoint, never, &name), -1);
     EXPECT_EQ(errno, ESRCH);
@@ -167,10 +167,10 @@ TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotLostForAnother) {
     // `dead` had sent the block once; now `alive` is about to.
     slotOf(dead.spid).sending.storeRelaxed(ref);
     slotOf(alive.spid).sending.storeRelaxed(ref);
-    block.owner.storeRelease(target.spid | ownerInFlight);
+    block.owner.storeRelease(inFlightTo(target.spid));
     EXPECT_FALSE(isLostInFlight(arena, arena.blockAt(ref), dead.spid));
     EXPECT_TRUE(isLostInFlight(arena, arena.blockAt(ref), alive.spid));
-    block.owner.storeRelease(alive.spid);
+    block.owner.storeRelease(heldBy(alive.spid));
     linx_free_buf(alive, &signal);
 }
 

@@ -17,9 +17,9 @@ TEST_F(HandlesTest, AHandleLeadsToItsEndpointUntilItIsTakenBack) {
     std::unique_ptr<Endpoint> endpoint = Endpoint::open(nameOf("one"));
     Endpoint* address = endpoint.get();
     LINX* handle = handles::add(std::move(endpoint));
-    EXPECT_EQ(handles::find(handle), address);
+    EXPECT_EQ(handles::endpointOf(handle), address);
     EXPECT_EQ(handles::remove(handle).get(), address);
-    EXPECT_EQ(handles::find(handle), nullptr);
+    EXPECT_EQ(handles::endpointOf(handle), nullptr);
     EXPECT_EQ(handles::remove(handle), nullptr);
 }
 
@@ -29,11 +29,12 @@ TEST_F(HandlesTest, AnyOtherPointerIsNoHandle) {
         return reinterpret_cast<LINX*>(reinterpret_cast<uintptr_t>(linx.get()) + static_cast<uintptr_t>(by));
     };
     int onStack = 0;
-    EXPECT_EQ(handles::find(nullptr), nullptr);
-    EXPECT_EQ(handles::find(reinterpret_cast<LINX*>(&onStack)), nullptr);
-    EXPECT_EQ(handles::find(reinterpret_cast<LINX*>(~uintptr_t{0})), nullptr);
-    for (const std::ptrdiff_t by : {1, 2, 4, 7, -1, -4}) EXPECT_EQ(handles::find(off(by)), nullptr) << by;
-    for (const std::ptrdiff_t by : {1 << 20, -(1 << 20), 1 << 30}) EXPECT_EQ(handles::find(off(by)), nullptr) << by;
+    EXPECT_EQ(handles::endpointOf(nullptr), nullptr);
+    EXPECT_EQ(handles::endpointOf(reinterpret_cast<LINX*>(&onStack)), nullptr);
+    EXPECT_EQ(handles::endpointOf(reinterpret_cast<LINX*>(~uintptr_t{0})), nullptr);
+    for (const std::ptrdiff_t by : {1, 2, 4, 7, -1, -4}) EXPECT_EQ(handles::endpointOf(off(by)), nullptr) << by;
+    for (const std::ptrdiff_t by : {1 << 20, -(1 << 20), 1 << 30})
+        EXPECT_EQ(handles::endpointOf(off(by)), nullptr) << by;
 }
 
 /// The sanitizers watch that it is not followed either: what lies there may well be null.
@@ -41,8 +42,8 @@ TEST_F(HandlesTest, APointerJustOutsideTheTableIsNoHandle) {
     const auto at = [](uintptr_t offset) {
         return reinterpret_cast<LINX*>(reinterpret_cast<uintptr_t>(handles::table) + offset);
     };
-    EXPECT_EQ(handles::find(at(sizeof handles::table)), nullptr);
-    EXPECT_EQ(handles::find(at(-sizeof(LINX))), nullptr);
+    EXPECT_EQ(handles::endpointOf(at(sizeof handles::table)), nullptr);
+    EXPECT_EQ(handles::endpointOf(at(-sizeof(LINX))), nullptr);
 }
 
 TEST_F(HandlesTest, AHandleIsNotUsedAgainForLong) {
@@ -52,19 +53,19 @@ TEST_F(HandlesTest, AHandleIsNotUsedAgainForLong) {
         EXPECT_TRUE(seen.insert(handle).second);
         handles::remove(handle);
     }
-    for (LINX* handle : seen) EXPECT_EQ(handles::find(handle), nullptr);
+    for (LINX* handle : seen) EXPECT_EQ(handles::endpointOf(handle), nullptr);
 }
 
 TEST_F(HandlesTest, TheTableGoesRoundPastWhatIsInUse) {
     const linxtest::Linx stays("stays");
-    Endpoint* address = handles::find(stays);
+    Endpoint* address = handles::endpointOf(stays);
     // An entry that holds no endpoint is free again at once.
     const auto addNothing = [] { return handles::add(std::unique_ptr<Endpoint>()); };
     std::set<LINX*> seen;
     for (uint32_t i = 0; i < 4 * slotCount; ++i) seen.insert(addNothing());
     EXPECT_EQ(seen.count(stays.get()), 0u);
     EXPECT_EQ(seen.size(), 2 * slotCount - 1);
-    EXPECT_EQ(handles::find(stays), address);
+    EXPECT_EQ(handles::endpointOf(stays), address);
 }
 
 }  // namespace

@@ -99,7 +99,7 @@ TEST_F(HeldUpTest, AFreerTakesNothingOffTheBooksOfWhoHasComeIntoTheSlotSince) {
         ASSERT_GT(linx_receive_w_tmo(freer, &signal, 0, linxtest::anySignal), 0);
         slotOf(home.spid).returnedLines.storeRelaxed(arena.pageCount() * linesPerPage);  // has plenty
         const uint32_t before = leasedLines(freer.spid);
-        const LinxSpid earlier = home.spid;
+        const Spid earlier = home.spid;
         uint32_t counted = 0;
         {
             Stepper child([&] { linx_free_buf(freer, &signal); });
@@ -148,7 +148,8 @@ void beSecond(Newcomers& both) {
 
 bool isAsleep(pid_t process, pid_t thread) {
     std::string text;
-    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/stat"), text);
+    std::getline(std::ifstream("/proc/" + std::to_string(process) + "/task/" + std::to_string(thread) + "/stat"),
+                 text);
     const size_t behindName = text.rfind(')');
     return behindName != std::string::npos && text.compare(behindName, 3, ") S") == 0;
 }
@@ -165,7 +166,8 @@ TEST(HeldUp, AThreadThatAcknowledgesAForkDisownsNothingOfAnother) {
             std::thread([&] { beSecond(*both); }).detach();
             while (both->second == 0) std::this_thread::yield();
         };
-        Stepper child(startSecond, [] { forks::acknowledge(); }, forkUnannounced);
+        Stepper child(
+            startSecond, [] { forks::acknowledge(); }, forkUnannounced);
         if (!child.isPossible()) GTEST_SKIP() << "no process can be looked at here";
         for (int i = 0; i < later && !child.isDone(); ++i) child.step();
         wasHeldUp = !child.isDone();

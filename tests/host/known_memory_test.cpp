@@ -64,12 +64,12 @@ TEST_F(KnownMemoryTest, MailArrivesWhereverItLies) {
 TEST_F(KnownMemoryTest, NothingLiesBehindTheLast) {
     EXPECT_FALSE(arena.providePage(arena.pageCount()));
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_FALSE(arena.provideSlot(slotCount));
+    EXPECT_FALSE(arena.provideSlot(SlotIndex{slotCount}));
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_FALSE(arena.provideHunt(huntCount));
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_FALSE(arena.hasSlot(slotCount));
-    EXPECT_FALSE(arena.hasSlot(~0u));
+    EXPECT_FALSE(arena.hasSlot(SlotIndex{slotCount}));
+    EXPECT_FALSE(arena.hasSlot(SlotIndex{~0u}));
 }
 
 TEST_F(KnownMemoryTest, EndpointsAndHuntsAreSeen) {

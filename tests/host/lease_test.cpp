@@ -20,7 +20,7 @@ using linxtest::Linx;
 
 class GapsOfPagesTest : public TightTest {
 protected:
-    static constexpr uint32_t sizeClass = 20;  // a run of several pages
+    static constexpr SizeClassId sizeClass{20};  // a run of several pages
     static constexpr uint32_t pages = sizeClasses[sizeClass].pages;
     static_assert(pages > 2, "so a gap may be too short");
 
@@ -44,7 +44,7 @@ protected:
         const DomainLock lock(*joined);
         const lease::Chain chain = lease::fromFreshPages(lock, one.spid, sizeClass, 1);
         share::remove(slotOf(one.spid), one.spid, chain.blocks * linesOfClass(sizeClass));
-        return chain.empty() ? none : (chain.head - arena.refOfPage(0)) / linesPerPage;
+        return chain.empty() ? none : pageOf(chain.head) - arena.filePageOf(0);
     }
 
     static constexpr uint32_t none = ~0u;
@@ -58,7 +58,7 @@ TEST_F(GapsOfPagesTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
         const uint32_t length = pages - 1 + static_cast<uint32_t>(random() % 3);
         const uint32_t start = used + static_cast<uint32_t>(random() % (count - used - length + 1));
         const auto hint = static_cast<uint32_t>(round % 2 == 0 ? random() % (2 * count) : start + random() % length);
-        setPages(used, count, makePageEntry(0, 0));
+        setPages(used, count, makePageEntry(SizeClassId{0}, 0));
         setPages(start, start + length, 0);
         arena.header().longestGap.storeRelaxed(count);
         arena.header().gapHint.storeRelaxed(hint);
@@ -73,7 +73,7 @@ TEST_F(GapsOfPagesTest, AreFoundWhereverTheyLieAndWhereverTheSearchBegins) {
 
 TEST_F(GapsOfPagesTest, AreNotLookedForAgainWhereNoneWasUntilSomeMayBe) {
     const linxtest::DisorderAllowed allowed;
-    setPages(used, arena.pageCount(), makePageEntry(0, 0));
+    setPages(used, arena.pageCount(), makePageEntry(SizeClassId{0}, 0));
     arena.header().longestGap.storeRelaxed(arena.pageCount());
     EXPECT_EQ(cut(), none);
     setPages(100, 100 + pages, 0);
@@ -109,7 +109,7 @@ protected:
     /// Whoever looks for the dead asks everybody whether he lives.
     std::string doorbellOfOne() const {
         char doorbell[16];
-        std::snprintf(doorbell, sizeof doorbell, "bell.%08x", one.spid);
+        std::snprintf(doorbell, sizeof doorbell, "bell.%08x", LinxSpid{one.spid});
         return domain.pathOf(doorbell);
     }
 

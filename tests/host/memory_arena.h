@@ -44,7 +44,8 @@ public:
     static size_t bytes() { return size_t{linx::firstPoolPage(pages) + pages} * linx::pageBytes; }
 
     /// Cuts a run of the class at the page, as a lease would. Returns its first block.
-    linx::Ref layRun(uint32_t page, uint32_t sizeClass) const {
+    linx::Ref layRun(uint32_t page, uint32_t itsClass) const {
+        const linx::SizeClassId sizeClass{itsClass};
         for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].pages; ++i) {
             arena().pageEntry(page + i).storeRelaxed(linx::makePageEntry(sizeClass, i));
         }
@@ -72,7 +73,7 @@ inline std::vector<std::string> namesOfOneBucket(size_t count) {
 }
 
 /// Writes an open endpoint into a slot, and into the name table.
-inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const std::string& text,
+inline linx::Spid layOpenSlot(const linx::Arena& arena, linx::SlotIndex index, const std::string& text,
                               uint32_t generation = 1) {
     const linx::Name name = nameOf(text);
     linx::Slot& slot = arena.slot(index);
@@ -81,9 +82,9 @@ inline linx::Spid layOpenSlot(const linx::Arena& arena, uint32_t index, const st
     name.writeTo(slot.name);
     const linx::Spid spid = linx::makeSpid(index, generation);
     linx::share::begin(slot, spid);
-    slot.life.storeRelaxed(spid | linx::lifeOpen);
+    slot.life.storeRelaxed(linx::openAs(spid));
     linx::Word& used = arena.header().slotsUsed;
-    used.storeRelaxed(std::max(used.loadRelaxed(), index));
+    used.storeRelaxed(std::max(used.loadRelaxed(), numberOf(index)));
     linx::insertName(arena, index);
     return spid;
 }

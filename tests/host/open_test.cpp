@@ -328,7 +328,7 @@ TEST_F(OpenTest, TheDoorbellThatAnEarlierUserOfTheSlotCouldNotRemoveIsRemoved) {
     char leftBehind[16];
     {
         const Linx earlier("earlier");
-        std::snprintf(leftBehind, sizeof leftBehind, "bell.%08x", earlier.spid);
+        std::snprintf(leftBehind, sizeof leftBehind, "bell.%08x", LinxSpid{earlier.spid});
     }
     ASSERT_EQ(mkfifo(domain.pathOf(leftBehind).c_str(), 0600), 0);
     const std::shared_ptr<Domain> joined = Domain::join();

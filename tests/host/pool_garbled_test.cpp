@@ -71,7 +71,7 @@ TEST_F(PoolGarbledTest, ARingOfFreeBlocksIsGivenOutOnce) {
 TEST_F(PoolGarbledTest, ARingOfBlocksThatAreNotFreeIsLeft) {
     const std::vector<Block*> blocks = freeBlocks(one, 3);
     link(blocks[2], blocks[0]);
-    for (Block* block : blocks) block->owner.storeRelaxed(two.spid);
+    for (Block* block : blocks) block->owner.storeRelaxed(heldBy(two.spid));
     EXPECT_TRUE(canAllocate(one, size));
     for (Block* block : blocks) {
         LinxSignal* signal = &block->signal;
@@ -81,7 +81,7 @@ TEST_F(PoolGarbledTest, ARingOfBlocksThatAreNotFreeIsLeft) {
 
 TEST_F(PoolGarbledTest, AListThatIsCutOffIsFoundAgainWhenItsEndpointEnds) {
     const std::vector<Block*> blocks = freeBlocks(one, 3);
-    for (const uint32_t next : {0u, 1u, arena.refOf(blocks[1]) + 1}) {
+    for (const Ref next : {Ref::none, Ref{1}, arena.refOf(blocks[1]) + 1}) {
         blocks[0]->next.storeRelaxed(next);
         EXPECT_TRUE(canAllocate(one, size));
     }
@@ -96,11 +96,11 @@ TEST_F(PoolGarbledTest, AListThatIsCutOffIsFoundAgainWhenItsEndpointEnds) {
 TEST_F(PoolGarbledTest, ABlockThatItsHomeCannotBeGivenBackStaysWithWhoeverFreesIt) {
     LinxSignal* signal = pass(one, two, two.spid, size);
     const Block* block = blockOf(signal);
-    Word& returned = slotOf(one.spid).returned;
-    const uint32_t before = returned.loadRelaxed();
-    returned.storeRelaxed(before | 1u << refBits);  // bits in which no head has any
+    WordOf<StackHead>& returned = slotOf(one.spid).returned;
+    const StackHead before = returned.loadRelaxed();
+    returned.storeRelaxed(stack::headOf(stack::refOf(before), 1u << refBits));  // bits in which no head has any
     EXPECT_EQ(linx_free_buf(two, &signal), 0);
-    EXPECT_EQ(block->owner.loadRelaxed(), ownerFree);
+    EXPECT_EQ(block->owner.loadRelaxed(), OwnerWord::free);
     returned.storeRelaxed(before);
 }
 
@@ -108,8 +108,8 @@ TEST_F(PoolGarbledTest, AnAllocationWhoseLeaseIsScribbledOverSaysWhyItFailed) {
     std::vector<Block*> garbled;
     linxtest::interposed::atLock = [&] {
         forEachBlock(arena, [&](BlockRef block) {
-            if (block->home.loadRelaxed() != one.spid || block->owner.loadRelaxed() != ownerFree) return;
-            block->owner.storeRelaxed(two.spid);
+            if (block->home.loadRelaxed() != one.spid || block->owner.loadRelaxed() != OwnerWord::free) return;
+            block->owner.storeRelaxed(heldBy(two.spid));
             garbled.push_back(&*block);
         });
         return 0;
@@ -120,7 +120,7 @@ TEST_F(PoolGarbledTest, AnAllocationWhoseLeaseIsScribbledOverSaysWhyItFailed) {
     EXPECT_EQ(signal, nullptr);
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_FALSE(garbled.empty());
-    for (Block* block : garbled) block->owner.storeRelaxed(ownerFree);
+    for (Block* block : garbled) block->owner.storeRelaxed(OwnerWord::free);
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ protected:
         std::vector<LinxSignal*> signals;
         for (uint32_t i = 0; i < largerInPage; ++i) {
             signals.push_back(linx_alloc(linx, larger, 1));
-            EXPECT_EQ((refOf(signals.back()) - arena.refOfPage(0)) / linesPerPage, 0u) << i;
+            EXPECT_EQ(pageOf(refOf(signals.back())), arena.filePageOf(0)) << i;
         }
         return signals;
     }

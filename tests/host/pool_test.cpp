@@ -54,8 +54,8 @@ TEST_F(PoolTest, ABlockThatSomebodyElseFreesGoesBackHome) {
     LinxSignal* const kept = signal;
     EXPECT_EQ(homeOf(signal), one.spid);
     ASSERT_EQ(linx_free_buf(two, &signal), 0);
-    EXPECT_EQ(slotOf(one.spid).returned.loadRelaxed(), refOf(kept));
-    EXPECT_EQ(blockOf(kept)->owner.loadRelaxed(), one.spid | ownerInFlight);
+    EXPECT_EQ(slotOf(one.spid).returned.loadRelaxed(), stack::headOf(refOf(kept)));
+    EXPECT_EQ(blockOf(kept)->owner.loadRelaxed(), inFlightTo(one.spid));
     EXPECT_EQ(leasedLines(one.spid), linesOfOne);
     EXPECT_EQ(leasedLines(two.spid), linesOfTwo);
 }
@@ -73,7 +73,7 @@ TEST_F(PoolTest, ABlockWhoseHomeHasEndedStaysWithWhoFreesIt) {
     const uint32_t before = leasedLines(two.spid);
     LinxSignal* signal = pass(one, two, two.spid, 1000);
     LinxSignal* const kept = signal;
-    const LinxSpid ended = one.spid;
+    const Spid ended = one.spid;
     one.reset();
     EXPECT_EQ(homeOf(kept), ended);
     ASSERT_EQ(linx_free_buf(two, &signal), 0);
@@ -160,8 +160,8 @@ TEST_F(PoolTest, ABlockThatSomebodyScribbledOverIsNotGivenOutTwice) {
     LinxSignal* signal = linx_alloc(one, 4, 1);
     LinxSignal* const kept = signal;
     linx_free_buf(one, &signal);
-    Word& owner = blockOf(kept)->owner;
-    owner.storeRelaxed(two.spid);
+    WordOf<OwnerWord>& owner = blockOf(kept)->owner;
+    owner.storeRelaxed(heldBy(two.spid));
     signal = linx_alloc(one, 4, 1);
     EXPECT_NE(signal, kept);
     linx_free_buf(one, &signal);
@@ -212,7 +212,7 @@ TEST_F(TightTest, AnIdleEndpointIsGivenBackNoMoreThanItMayKeep) {
     }
     freeAll(two, passed);
     // All of one's share came back from two, and one does nothing.
-    EXPECT_NE(slotOf(one.spid).returned.loadRelaxed(), 0u);
+    EXPECT_TRUE(stack::holdsBlocks(slotOf(one.spid).returned.loadRelaxed()));
     EXPECT_LE(leasedLines(one.spid), lease::keptBy(arena) + linesForSignal(1000));
     const Linx third("third");
     EXPECT_TRUE(canAllocate(third, mebibyte));
@@ -224,7 +224,7 @@ TEST_F(TightTest, AFullArenaIsNotLookedThroughForEveryRefusal) {
     std::vector<LinxSignal*> ofTwo = allocateAll(two, 60000);
     std::vector<LinxSignal*> ofThree = allocateAll(three, 60000);
     char doorbell[16];
-    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", one.spid);
+    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", LinxSpid{one.spid});
     // Whoever looks for memory asks everybody whether he lives.
     const linxtest::Witness witness(domain.pathOf(doorbell), IN_OPEN | IN_CLOSE);
     constexpr int times = 2000;

@@ -84,7 +84,7 @@ TEST_F(PressureTest, WhatIsGivenUpWhileOthersAreStillBeingAskedIsFound) {
     const interposed::StandingClock standing;  // however long the test takes, others are still to be waited for
     const Linx last("last");
     char doorbell[16];
-    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", last.spid);
+    std::snprintf(doorbell, sizeof doorbell, "bell.%08x", LinxSpid{last.spid});
     interposed::atOpen = [&](const char* name) {
         if (std::string(name) == doorbell) look();
     };

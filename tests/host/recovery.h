@@ -10,7 +10,7 @@
 
 namespace linx {
 
-constexpr uint32_t anyClass = 3;
+constexpr SizeClassId anyClass{3};
 
 /// Lays down by hand what a process leaves that dies between two stores, and looks at what the next holder of the
 /// domain lock makes of it.
@@ -22,13 +22,13 @@ protected:
     }
 
     /// An endpoint whose process has died: in the arena it is open, but nobody holds its doorbell.
-    Spid layDead(const std::string& name) const {
+    linxtest::AnySpid layDead(const std::string& name) const {
         const DomainLock lock(*joined);
-        const uint32_t index = takeSlot(arena);
+        const SlotIndex index = takeSlot(arena);
         Slot& slot = arena.slot(index);
         slot.wakeState.storeRelaxed(wake_state::word(makeSpid(index, 1), wake_state::parked));
         countOpened(arena);
-        return linxtest::layOpenSlot(arena, index, name);
+        return linxtest::AnySpid(linxtest::layOpenSlot(arena, index, name));
     }
 
     /// Free blocks at home at `home`.
@@ -53,11 +53,11 @@ protected:
         block(ref).sender.storeRelaxed(from);
         block(ref).size.storeRelaxed(4);
         block(ref).signal.number = 77;
-        block(ref).owner.storeRelaxed(to | ownerInFlight);
+        block(ref).owner.storeRelaxed(inFlightTo(to));
     }
     void post(Ref ref, Spid from, Spid to) const {
         address(ref, from, to);
-        ASSERT_TRUE(linxtest::deliver(slotOf(to), block(ref), ref));
+        ASSERT_TRUE(linxtest::deliver(slotOf(to), arena.blockAt(ref)));
     }
 
     void reapDead(Spid spid) const {

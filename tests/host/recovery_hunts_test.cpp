@@ -47,7 +47,7 @@ TEST_F(AnsweringTest, AnAnswerThatComesBackAsAnotherSignalIsNoPendingHunt) {
 
 TEST_F(AnsweringTest, AGarbledSenderOfAnAnswerIsNotLookedForInASlotThatWasNeverUsed) {
     begin();
-    block(signal).sender.storeRelaxed(makeSpid(8000, 1));
+    block(signal).sender.storeRelaxed(makeSpid(SlotIndex{8000}, 1));
     const uint64_t before = domain.arenaBytes();
     expectPendingAgain();
     EXPECT_EQ(domain.arenaBytes(), before) << "on a full file system there is no memory for a look";
@@ -57,7 +57,7 @@ TEST_F(AnsweringTest, AGarbledSenderOfAnAnswerIsNotLookedForInASlotThatWasNeverU
 TEST_F(AnsweringTest, ARepairerThatDiesInBetweenLeavesTheHuntPending) {
     begin();
     tell();
-    hunt().hunter.storeRelaxed(live.spid);
+    hunt().hunter.storeRelaxed(huntedBy(live.spid));
     expectStillPending();
 }
 
@@ -75,7 +75,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasQueuedIsAnswered) {
     LinxSignal* none = nullptr;
     const uint32_t another[] = {1, 12345};
     ASSERT_EQ(linx_receive_w_tmo(live, &none, 0, another), 0);
-    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), queuedFor(live.spid));
     expectAnswered();
 }
 
@@ -86,7 +86,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
     LinxSignal* received = nullptr;
     ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
     LinxRef reference = linx_request_tmo(live, 100000000, &received);
-    ASSERT_EQ(block(signal).owner.loadRelaxed(), live.spid | ownerQueued);
+    ASSERT_EQ(block(signal).owner.loadRelaxed(), queuedFor(live.spid));
     repairAfterDeath();
     reapDead(opener);
     EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
@@ -97,20 +97,20 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
 
 TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
     const linxtest::DisorderAllowed allowed;
-    const Spid dead = layDead("dead");
-    slotOf(dead).life.storeRelaxed(dead | lifeOpen | 1u << 30);  // no spid has this bit
+    const linxtest::AnySpid dead = layDead("dead");
+    slotOf(dead).life.storeRelaxed(LifeWord{LinxSpid{dead} | 3u << 30});  // no spid has this bit
     EXPECT_EQ(linx_hunt(live, "dead", nullptr), 0);
     EXPECT_EQ(receiveNumber(live), 0u);
-    slotOf(dead).life.storeRelaxed(dead | lifeOpen);
+    slotOf(dead).life.storeRelaxed(openAs(dead));
     reapDead(dead);
 }
 
 TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
-    hunt().signal.storeRelaxed(arena.refOfPage(0) - 1);
+    hunt().signal.storeRelaxed(arena.refOfPage(0) + ~0u);
     const Linx sought("sought");
-    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
-    block(signal).owner.storeRelaxed(live.spid);
+    block(signal).owner.storeRelaxed(heldBy(live.spid));
     LinxSignal* lost = &block(signal).signal;
     EXPECT_EQ(linx_free_buf(live, &lost), 0);
     reapDead(opener);
@@ -120,10 +120,10 @@ TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
     LinxSignal* held = linx_alloc(live, 4, 1);
     hunt().signal.storeRelaxed(refOf(held));
     const Linx sought("sought");
-    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(linx_free_buf(live, &held), 0);
-    block(signal).owner.storeRelaxed(live.spid);
+    block(signal).owner.storeRelaxed(heldBy(live.spid));
     LinxSignal* lost = &block(signal).signal;
     EXPECT_EQ(linx_free_buf(live, &lost), 0);
     reapDead(opener);
@@ -131,23 +131,23 @@ TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
 
 TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
-    hunt().hunter.storeRelaxed(earlier);
-    block(signal).owner.storeRelaxed(earlier | ownerQueued);
+    hunt().hunter.storeRelaxed(huntedBy(earlier));
+    block(signal).owner.storeRelaxed(queuedFor(earlier));
     const Linx sought("sought");
-    EXPECT_EQ(hunt().hunter.loadRelaxed(), 0u);
+    EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(dropped(live.spid), 0u);
-    EXPECT_EQ(block(signal).owner.loadRelaxed(), earlier | ownerQueued);
-    block(signal).owner.storeRelaxed(live.spid);
+    EXPECT_EQ(block(signal).owner.loadRelaxed(), queuedFor(earlier));
+    block(signal).owner.storeRelaxed(heldBy(live.spid));
     LinxSignal* lost = &block(signal).signal;
     EXPECT_EQ(linx_free_buf(live, &lost), 0);
     reapDead(opener);
 }
 
 TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
-    const Spid hunter = layDead("hunter");
+    const linxtest::AnySpid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
-    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    block(blocks[0]).owner.storeRelaxed(queuedFor(hunter));
     {
         const DomainLock lock(*joined);
         ASSERT_EQ(addHunt(arena, hunter, nameOf("wanted"), blocks[0]), 0);
@@ -163,9 +163,9 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
 }
 
 TEST_F(AnsweringTest, AHuntOfOneWhoHasEndedIsDropped) {
-    const Spid hunter = layDead("hunter");
+    const linxtest::AnySpid hunter = layDead("hunter");
     const std::vector<Ref> blocks = leaseFor(hunter, 100);
-    block(blocks[0]).owner.storeRelaxed(hunter | ownerQueued);
+    block(blocks[0]).owner.storeRelaxed(queuedFor(hunter));
     {
         const DomainLock lock(*joined);
         ASSERT_EQ(addHunt(arena, hunter, nameOf("sought"), blocks[0]), 0);

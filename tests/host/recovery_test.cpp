@@ -19,17 +19,18 @@ namespace linx {
 namespace {
 
 using linxtest::anySignal;
+using linxtest::AnySpid;
 using linxtest::Linx;
 using linxtest::nameOf;
 
 constexpr int patience = 20000;  ///< milliseconds
 
 TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPolls) {
-    const std::vector<Spid> dead = {layDead("first"), layDead("second")};
+    const std::vector<AnySpid> dead = {layDead("first"), layDead("second")};
     const ScopedDescriptor descriptor(linx_get_descriptor(live));
     {
         const linxtest::interposed::StandingClock standing;
-        for (const Spid spid : dead) {
+        for (const LinxSpid spid : dead) {
             LinxSignal* signal = linx_alloc(live, 4, 1);
             EXPECT_EQ(linx_send(live, &signal, spid), -1);
             EXPECT_EQ(errno, ECONNRESET);
@@ -45,17 +46,17 @@ TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPoll
 }
 
 TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
-    block(blocks[0]).owner.storeRelaxed(dead);
-    block(blocks[1]).owner.storeRelaxed(dead | ownerQueued);
+    block(blocks[0]).owner.storeRelaxed(heldBy(dead));
+    block(blocks[1]).owner.storeRelaxed(queuedFor(dead));
     reapDead(dead);
     for (const Ref ref : blocks) EXPECT_TRUE(isHomeless(ref));
     expectInOrder();
 }
 
 TEST_F(RecoveryTest, TheNameOfADeadEndpointCanBeOpenedAndItsNameStillAskedFor) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const Linx next("dead");
     EXPECT_NE(next.spid, dead);
     EXPECT_FALSE(isOpen(arena, dead));
@@ -66,7 +67,7 @@ TEST_F(RecoveryTest, TheNameOfADeadEndpointCanBeOpenedAndItsNameStillAskedFor) {
 }
 
 TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenGoesToTheCentralListsAndItsMailboxStaysClosed) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     LinxSignal* signal = linx_alloc(live, 4, 1);
     const Ref ref = refOf(signal);
     const uint32_t before = leasedLines(live.spid);
@@ -75,28 +76,28 @@ TEST_F(RecoveryTest, MailThatADeadEndpointHadNotTakenGoesToTheCentralListsAndIts
     EXPECT_TRUE(isHomeless(ref));
     EXPECT_EQ(leasedLines(live.spid), before - 1);
     EXPECT_EQ(stack::refOf(slotOf(dead).mailbox.loadRelaxed()), stack::closed);
-    EXPECT_EQ(slotOf(dead).returned.loadRelaxed(), stack::closed);
+    EXPECT_EQ(stack::refOf(slotOf(dead).returned.loadRelaxed()), stack::closed);
 }
 
 TEST_F(RecoveryTest, AChainThatWasBeingTakenIsFoundByItsClaim) {
-    const Spid dead = layDead("dead");
-    const Spid sender = layDead("sender");
+    const AnySpid dead = layDead("dead");
+    const AnySpid sender = layDead("sender");
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
     stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::empty);
-    block(blocks[4]).owner.storeRelaxed(dead | ownerQueued);  // the first one had been marked already
+    block(blocks[4]).owner.storeRelaxed(queuedFor(dead));  // the first one had been marked already
     post(blocks[5], sender, dead);
     reapDead(dead);
     for (size_t i = 0; i <= 5; ++i) EXPECT_TRUE(isHomeless(blocks[i])) << i;
-    EXPECT_EQ(slot.mailboxClaim.loadRelaxed(), 0u);
+    EXPECT_EQ(slot.mailboxClaim.loadRelaxed(), Ref::none);
     reapDead(sender);
     expectInOrder();
 }
 
 TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
-    const Spid dead = layDead("dead");
-    const Spid sender = layDead("sender");
+    const AnySpid dead = layDead("dead");
+    const AnySpid sender = layDead("sender");
     const std::vector<Ref> blocks = leaseFor(sender, 100);
     for (size_t i = 0; i < 5; ++i) post(blocks[i], sender, dead);
     Slot& slot = slotOf(dead);
@@ -109,16 +110,16 @@ TEST_F(RecoveryTest, AMailboxClosedByAReaperThatDiedIsFinishedByTheNext) {
 }
 
 TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
-    const Spid dead = layDead("dead");
-    const Spid freer = layDead("freer");
+    const AnySpid dead = layDead("dead");
+    const AnySpid freer = layDead("freer");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     Slot& slot = slotOf(dead);
     for (size_t i = 0; i < 4; ++i) {
         address(blocks[i], freer, dead);
-        stack::push(slot.returned, block(blocks[i]), blocks[i]);
+        stack::push(slot.returned, arena.blockAt(blocks[i]));
         if (i == 2) stack::claimAll(slot.returned, slot.returnedClaim, stack::empty);
     }
-    block(blocks[2]).owner.storeRelaxed(ownerFree);
+    block(blocks[2]).owner.storeRelaxed(OwnerWord::free);
     reapDead(dead);
     for (const Ref ref : blocks) EXPECT_TRUE(isHomeless(ref));
     reapDead(freer);
@@ -126,7 +127,7 @@ TEST_F(RecoveryTest, AReturnedChainThatWasBeingTakenIsFoundByItsClaim) {
 }
 
 TEST_F(RecoveryTest, ASignalThatWasAddressedButNeverPushedIsFoundByItsSendersSlot) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     address(blocks[0], dead, live.spid);
     reapDead(dead);
@@ -136,7 +137,7 @@ TEST_F(RecoveryTest, ASignalThatWasAddressedButNeverPushedIsFoundByItsSendersSlo
 }
 
 TEST_F(RecoveryTest, ASignalThatWasPushedIsDeliveredThoughItsSenderDiedRightAfter) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     post(blocks[0], dead, live.spid);
     reapDead(dead);
@@ -161,7 +162,7 @@ TEST_F(RecoveryTest, WhatManyWhoDieTogetherHadPushedIsDeliveredAndTheRestIsFreed
     ASSERT_GE(blocks.size(), dead.size());
     std::sort(blocks.begin(), blocks.end(), std::greater<Ref>());  // the slots rise, the blocks fall
     size_t next = 0;
-    for (const Spid to : {one.spid, live.spid, two.spid}) {
+    for (const AnySpid to : {one.spid, live.spid, two.spid}) {
         for (uint32_t i = 0; i < each; ++i, ++next) {
             if (i == unpushed) {
                 address(blocks[next], dead[next], to);
@@ -189,13 +190,13 @@ TEST_F(RecoveryTest, WhatManyWhoDieTogetherHadPushedIsDeliveredAndTheRestIsFreed
 
 TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
     for (const bool wasNotifying : {false, true}) {
-        const Spid dead = layDead("dead");
+        const AnySpid dead = layDead("dead");
         const std::vector<Ref> blocks = leaseFor(dead, 100);
         post(blocks[0], dead, live.spid);
         Slot& slot = slotOf(live.spid);
         ASSERT_EQ(slot.wakeState.loadRelaxed(), wake_state::word(live.spid, wake_state::parked));
         if (wasNotifying) {
-            slot.wakeState.storeRelaxed(wake_state::word(live.spid, wake_state::notifying + indexOf(dead)));
+            slot.wakeState.storeRelaxed(wake_state::word(live.spid, wake_state::notifying + numberOf(indexOf(dead))));
         }
         reapDead(dead);
         pollfd poll = {linx_get_descriptor(live), POLLIN, 0};
@@ -210,7 +211,7 @@ TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
 }
 
 TEST_F(RecoveryTest, ABlockOnItsWayHomeButNeverPushedIsFoundByItsFreersSlot) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     LinxSignal* signal = linx_alloc(live, 4, 1);
     const Ref ref = refOf(signal);
     const uint32_t before = leasedLines(live.spid);
@@ -223,8 +224,8 @@ TEST_F(RecoveryTest, ABlockOnItsWayHomeButNeverPushedIsFoundByItsFreersSlot) {
 
 TEST_F(RecoveryTest, ASignalThatWentAstrayBetweenTwoDeadEndpointsIsFoundInEitherOrder) {
     for (const bool senderFirst : {true, false}) {
-        const Spid sender = layDead("sender");
-        const Spid receiver = layDead("receiver");
+        const AnySpid sender = layDead("sender");
+        const AnySpid receiver = layDead("receiver");
         const std::vector<Ref> blocks = leaseFor(sender, 100);
         address(blocks[0], sender, receiver);
         reapDead(senderFirst ? sender : receiver);
@@ -235,7 +236,7 @@ TEST_F(RecoveryTest, ASignalThatWentAstrayBetweenTwoDeadEndpointsIsFoundInEither
 }
 
 TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     LinxSignal* sent = linx_alloc(live, 4, 1);
     const Ref ref = refOf(sent);
     // For its mailbox, or for its returned stack while that is being taken: where it lies does not matter.
@@ -243,9 +244,9 @@ TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
     slotOf(dead).returnedClaim.storeRelaxed(leaseFor(dead, 100)[0]);
     address(ref, live.spid, dead);
     reapDead(dead);
-    EXPECT_EQ(block(ref).owner.loadRelaxed(), dead | ownerInFlight);
-    EXPECT_FALSE(linxtest::deliver(slotOf(dead), block(ref), ref)) << "the sender keeps it";
-    block(ref).owner.storeRelaxed(live.spid);
+    EXPECT_EQ(block(ref).owner.loadRelaxed(), inFlightTo(dead));
+    EXPECT_FALSE(linxtest::deliver(slotOf(dead), arena.blockAt(ref))) << "the sender keeps it";
+    block(ref).owner.storeRelaxed(heldBy(live.spid));
     EXPECT_EQ(linx_free_buf(live, &sent), 0);
     expectInOrder();
 }
@@ -253,67 +254,68 @@ TEST_F(RecoveryTest, WhatTheLivingAreAboutToPushIsNotSeizedWithTheDead) {
 /// Somebody has removed its doorbell, and it counts as dead.
 TEST_F(RecoveryTest, AnEndpointThatWasEndedByMistakeSendsItselfNothing) {
     LinxSignal* signal = linx_alloc(live, 4, 1);
-    Word& life = slotOf(live.spid).life;
-    life.storeRelaxed(live.spid);
+    WordOf<LifeWord>& life = slotOf(live.spid).life;
+    life.storeRelaxed(closedAs(live.spid));
     EXPECT_EQ(linx_send(live, &signal, live.spid), -1);
     EXPECT_EQ(errno, ECONNRESET);
     EXPECT_EQ(signal, nullptr);
-    life.storeRelaxed(live.spid | lifeOpen);
+    life.storeRelaxed(openAs(live.spid));
     EXPECT_EQ(receiveNumber(live), 0u);
     expectInOrder();
 }
 
 TEST_F(RecoveryTest, GarbledCentralListsAreMadeAnew) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     Header& header = arena.header();
-    for (Word& head : header.central) head.storeRelaxed(blocks[5]);
+    for (WordOf<Ref>& head : header.central) head.storeRelaxed(blocks[5]);
     for (const Ref ref : blocks) block(ref).next.storeRelaxed(blocks[7]);
     repairAfterDeath();
     expectInOrder();
-    header.central[anyClass].storeRelaxed(~0u);
+    header.central[anyClass].storeRelaxed(Ref{~0u});
     repairAfterDeath();
     expectInOrder();
 }
 
 TEST_F(RecoveryTest, AGarbledCentralListIsNotFollowedEvenBeforeTheRepair) {
     const linxtest::DisorderAllowed allowed;
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
-    block(blocks[0]).owner.storeRelaxed(live.spid);
-    for (const Ref head : {blocks[0], blocks[0] + 1, 1u, ~0u}) {
+    block(blocks[0]).owner.storeRelaxed(heldBy(live.spid));
+    for (const Ref head : {blocks[0], blocks[0] + 1, Ref{1}, Ref{~0u}}) {
         arena.header().central[anyClass].storeRelaxed(head);
         const DomainLock lock(*joined);
         EXPECT_FALSE(central::pop(arena, anyClass));
     }
-    block(blocks[0]).owner.storeRelaxed(ownerFree);
+    block(blocks[0]).owner.storeRelaxed(OwnerWord::free);
     repairAfterDeath();
 }
 
 /// Whoever got it as one of that size would write over its neighbour.
 TEST_F(RecoveryTest, ACentralListThatLeadsToASmallerBlockIsNotFollowed) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     reapDead(dead);
     {
         arena.header().central[anyClass + 1].storeRelaxed(blocks[0]);
         const DomainLock lock(*joined);
-        EXPECT_FALSE(central::pop(arena, anyClass + 1));
+        EXPECT_FALSE(central::pop(arena, SizeClassId{anyClass + 1}));
     }
     repairAfterDeath();
     expectInOrder();
 }
 
 TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const uint32_t used = arena.header().pagesUsed.loadRelaxed();
-    const SizeClass& c = sizeClasses[20];
+    constexpr SizeClassId sizeClass{20};
+    const SizeClass& c = sizeClasses[sizeClass];
     arena.header().pagesUsed.storeRelaxed(used + c.pages);
     ASSERT_GT(c.pages, 1u);
     for (uint32_t back = 1; back < c.pages; ++back)
-        arena.pageEntry(used + back).storeRelaxed(makePageEntry(20, back));
+        arena.pageEntry(used + back).storeRelaxed(makePageEntry(sizeClass, back));
     repairAfterDeath();
     for (uint32_t back = 0; back < c.pages; ++back) EXPECT_EQ(arena.pageEntry(used + back).loadRelaxed(), 0u);
     reapDead(dead);
@@ -321,14 +323,14 @@ TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
 }
 
 TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     std::vector<Ref> blocks;
     {
         const DomainLock lock(*joined);
-        blocks = refsOf(lease::fromFreshPages(lock, dead, 20, 1));
+        blocks = refsOf(lease::fromFreshPages(lock, dead, SizeClassId{20}, 1));
     }
     reapDead(dead);
-    const uint32_t first = blocks[0] / linesPerPage - arena.filePageOf(0);
+    const uint32_t first = pageOf(blocks[0]) - arena.filePageOf(0);
     arena.pageEntry(first).storeRelaxed(0);
     repairAfterDeath();
     expectInOrder();
@@ -336,7 +338,7 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
 }
 
 TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterGoesToTheCentralLists) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     for (const Ref ref : blocks) EXPECT_EQ(block(ref).home.loadRelaxed(), dead);
     repairAfterDeath();
@@ -347,33 +349,33 @@ TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterGoesToTheCentralLists) {
 
 TEST_F(RecoveryTest, ASlotThatWasTakenButNeverOpenedIsInTheOrderAgain) {
     const linxtest::DisorderAllowed allowed;
-    uint32_t index;
+    SlotIndex index;
     {
         const DomainLock lock(*joined);
         index = takeSlot(arena);
         const ScopedDescriptor ownDoorbell(doorbell::make(joined->directory(), makeSpid(index, 1), 0600));
     }
     Slot& slot = arena.slot(index);
-    slot.mailbox.storeRelaxed(stack::closed);
-    slot.returned.storeRelaxed(stack::closed);
-    slot.life.storeRelaxed(makeSpid(index, 1));
+    slot.mailbox.storeRelaxed(stack::headOf(stack::closed));
+    slot.returned.storeRelaxed(stack::headOf(stack::closed));
+    slot.life.storeRelaxed(closedAs(makeSpid(index, 1)));
     slot.nameHash.storeRelaxed(nameOf("never").hash());
     insertName(arena, index);
     repairAfterDeath();
     expectInOrder();
-    EXPECT_EQ(findName(arena, nameOf("never")), 0u);
+    EXPECT_EQ(findName(arena, nameOf("never")), Spid::none);
     EXPECT_EQ(domain.leftovers().size(), 1u) << "the doorbell of the live one only";
     EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), index);
 }
 
 TEST_F(RecoveryTest, WhatIsPushedIntoASlotWhoseOpenerDiedJustBeforeItWasOpenIsFound) {
-    const Spid earlier = layDead("earlier");
+    const AnySpid earlier = layDead("earlier");
     reapDead(earlier);
     const Spid next = makeSpid(indexOf(earlier), generationOf(earlier) + 1);
     Slot& slot = slotOf(next);
-    slot.life.storeRelaxed(next);
-    slot.mailbox.storeRelaxed(stack::empty);
-    slot.returned.storeRelaxed(stack::empty);
+    slot.life.storeRelaxed(closedAs(next));
+    slot.mailbox.storeRelaxed(stack::headOf(stack::empty));
+    slot.returned.storeRelaxed(stack::headOf(stack::empty));
     LinxSignal* signal = linx_alloc(live, 4, 1);
     const Ref ref = refOf(signal);
     post(ref, live.spid, earlier);
@@ -385,7 +387,7 @@ TEST_F(RecoveryTest, WhatIsPushedIntoASlotWhoseOpenerDiedJustBeforeItWasOpenIsFo
 }
 
 TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsThereAgain) {
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     removeName(arena, indexOf(dead));
     repairAfterDeath();
     EXPECT_EQ(findName(arena, nameOf("dead")), dead);
@@ -395,13 +397,13 @@ TEST_F(RecoveryTest, ANameThatWasTakenOutWhileItsEndpointStillCountsAsOpenIsTher
 
 TEST_F(RecoveryTest, AnEndpointThatEndedOutsideTheQuarantineIsInItAgain) {
     const linxtest::DisorderAllowed allowed;
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     {
         const DomainLock lock(*joined);
         removeName(arena, indexOf(dead));
-        slotOf(dead).life.storeRelaxed(dead);
-        slotOf(dead).mailbox.storeRelaxed(stack::closed);
-        slotOf(dead).returned.storeRelaxed(stack::closed);
+        slotOf(dead).life.storeRelaxed(closedAs(dead));
+        slotOf(dead).mailbox.storeRelaxed(stack::headOf(stack::closed));
+        slotOf(dead).returned.storeRelaxed(stack::headOf(stack::closed));
     }
     repairAfterDeath();
     EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), indexOf(dead));
@@ -427,16 +429,16 @@ TEST_F(RecoveryTest, RepairingAndReapingAreSafeToRepeat) {
 
 TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     const Ref stray = blocks[0];
     block(stray).home.storeRelaxed(earlier);
     share::remove(slotOf(dead), dead, linesOfClass(anyClass));
     address(stray, dead, earlier);
-    stack::push(slotOf(live.spid).returned, block(stray), stray);
+    stack::push(slotOf(live.spid).returned, arena.blockAt(stray));
     const uint32_t before = leasedLines(live.spid);
     std::vector<LinxSignal*> signals;
-    while (block(stray).owner.loadRelaxed() != ownerFree) signals.push_back(linx_alloc(live, 4, 1));
+    while (block(stray).owner.loadRelaxed() != OwnerWord::free) signals.push_back(linx_alloc(live, 4, 1));
     EXPECT_EQ(block(stray).home.loadRelaxed(), live.spid);
     EXPECT_GE(leasedLines(live.spid), before + linesOfClass(anyClass));
     for (LinxSignal* signal : signals) linx_free_buf(live, &signal);
@@ -445,10 +447,10 @@ TEST_F(RecoveryTest, AReturnMeantForAnEarlierUserOfTheSlotIsAdopted) {
 
 TEST_F(RecoveryTest, MailMeantForAnEarlierUserOfTheSlotIsNotDelivered) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
-    const Spid dead = layDead("dead");
+    const AnySpid dead = layDead("dead");
     const std::vector<Ref> blocks = leaseFor(dead, 100);
     address(blocks[0], dead, earlier);
-    linxtest::deliver(slotOf(live.spid), block(blocks[0]), blocks[0]);
+    linxtest::deliver(slotOf(live.spid), arena.blockAt(blocks[0]));
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(dropped(live.spid), 1u);
     reapDead(dead);

@@ -9,8 +9,8 @@ namespace {
 
 class ShareTest : public ::testing::Test {
 protected:
-    static constexpr Spid earlier = makeSpid(5, 7);
-    static constexpr Spid spid = makeSpid(5, 8);
+    static constexpr Spid earlier = makeSpid(SlotIndex{5}, 7);
+    static constexpr Spid spid = makeSpid(SlotIndex{5}, 8);
 
     ShareTest() { share::begin(slot, spid); }
 

@@ -17,19 +17,19 @@ constexpr uint32_t any[] = {0};
 class SignalQueueTest : public ::testing::Test {
 protected:
     /// Each signal is given the size class that its number tells, so that it can be asked for when it is taken.
-    static SignalQueue::Signal signal(Ref ref) { return {ref, ref % sizeClassCount}; }
-    static Ref refOf(SignalQueue::Signal taken) {
-        EXPECT_EQ(taken.sizeClass, signal(taken.ref).sizeClass);
-        return taken.ref;
+    static SignalQueue::Signal signal(uint32_t ref) { return {Ref{ref}, SizeClassId{ref % sizeClassCount}}; }
+    static uint32_t refOf(SignalQueue::Signal taken) {
+        EXPECT_EQ(taken.sizeClass, signal(numberOf(taken.ref)).sizeClass);
+        return numberOf(taken.ref);
     }
-    void append(Ref ref, uint32_t number) {
+    void append(uint32_t ref, uint32_t number) {
         queue.reserve(1);
         queue.append(signal(ref), number);
     }
-    SignalQueue::Place appendRemovable(Ref ref, uint32_t number) {
+    SignalQueue::Place appendRemovable(uint32_t ref, uint32_t number) {
         return queue.appendRemovable(signal(ref), number);
     }
-    Ref take(const std::vector<uint32_t>& numbers) {
+    uint32_t take(const std::vector<uint32_t>& numbers) {
         std::vector<uint32_t> selection = {static_cast<uint32_t>(numbers.size())};
         selection.insert(selection.end(), numbers.begin(), numbers.end());
         return refOf(queue.take(selection.data()));
@@ -42,13 +42,13 @@ TEST_F(SignalQueueTest, AnEmptyQueueGivesNothing) {
     EXPECT_TRUE(queue.empty());
     EXPECT_EQ(refOf(queue.take(any)), 0u);
     EXPECT_EQ(take({1, 2}), 0u);
-    EXPECT_FALSE(queue.remove(1, 0));
-    EXPECT_FALSE(queue.remove(0, 0));
+    EXPECT_FALSE(queue.remove(Ref{1}, 0));
+    EXPECT_FALSE(queue.remove(Ref{0}, 0));
 }
 
 TEST_F(SignalQueueTest, SignalsOfAnyNumberComeInTheOrderOfTheirArrival) {
-    for (Ref ref = 1; ref <= 100; ++ref) append(ref, ref % 7);
-    for (Ref ref = 1; ref <= 100; ++ref) EXPECT_EQ(refOf(queue.take(any)), ref);
+    for (uint32_t ref = 1; ref <= 100; ++ref) append(ref, ref % 7);
+    for (uint32_t ref = 1; ref <= 100; ++ref) EXPECT_EQ(refOf(queue.take(any)), ref);
     EXPECT_TRUE(queue.empty());
 }
 
@@ -94,37 +94,37 @@ TEST_F(SignalQueueTest, AMailboxGivesItsNewestFirst) {
     append(3, 1);
     append(2, 1);
     queue.reverseLast(3);
-    for (Ref ref = 1; ref <= 4; ++ref) EXPECT_EQ(refOf(queue.take(any)), ref);
+    for (uint32_t ref = 1; ref <= 4; ++ref) EXPECT_EQ(refOf(queue.take(any)), ref);
 }
 
 /// A queue that passed over the unrelated signals each time would need ten thousand million steps here.
 TEST_F(SignalQueueTest, AHundredThousandUnrelatedSignalsDoNotGetInTheWay) {
     constexpr uint32_t count = 100000;
-    for (Ref ref = 1; ref <= count; ++ref) append(ref, ref % 1000);
+    for (uint32_t ref = 1; ref <= count; ++ref) append(ref, ref % 1000);
     for (uint32_t i = 0; i < count; ++i) {
         append(count + 1 + i, 5000);
         ASSERT_EQ(take({5000}), count + 1 + i);
     }
-    for (Ref ref = 1; ref <= count; ++ref) ASSERT_EQ(refOf(queue.take(any)), ref);
+    for (uint32_t ref = 1; ref <= count; ++ref) ASSERT_EQ(refOf(queue.take(any)), ref);
 }
 
 TEST_F(SignalQueueTest, ASignalCanBeTakenOutOfAnyPlace) {
-    for (const Ref removed : {1u, 2u, 3u, 4u, 5u}) {
+    for (const uint32_t removed : {1u, 2u, 3u, 4u, 5u}) {
         SignalQueue::Place place = 0;
-        for (Ref ref = 1; ref <= 5; ++ref) {
+        for (uint32_t ref = 1; ref <= 5; ++ref) {
             if (ref == removed) {
                 place = appendRemovable(ref, ref % 2);
             } else {
                 append(ref, ref % 2);
             }
         }
-        EXPECT_FALSE(queue.remove(removed, place + 100));
-        EXPECT_FALSE(queue.remove(6, place));
-        EXPECT_TRUE(queue.remove(removed, place));
-        EXPECT_FALSE(queue.remove(removed, place));
+        EXPECT_FALSE(queue.remove(Ref{removed}, place + 100));
+        EXPECT_FALSE(queue.remove(Ref{6}, place));
+        EXPECT_TRUE(queue.remove(Ref{removed}, place));
+        EXPECT_FALSE(queue.remove(Ref{removed}, place));
         EXPECT_EQ(queue.size(), 4u);
         append(6, 1);
-        for (Ref ref = 1; ref <= 6; ++ref) {
+        for (uint32_t ref = 1; ref <= 6; ++ref) {
             if (ref != removed) {
                 EXPECT_EQ(refOf(queue.take(any)), ref);
             }
@@ -136,10 +136,10 @@ TEST_F(SignalQueueTest, ASignalCanBeTakenOutOfAnyPlace) {
 TEST_F(SignalQueueTest, WhatWasTakenIsNotTakenOutOfItsPlace) {
     const SignalQueue::Place place = appendRemovable(1, 10);
     EXPECT_EQ(refOf(queue.take(any)), 1u);
-    EXPECT_FALSE(queue.remove(1, place));
+    EXPECT_FALSE(queue.remove(Ref{1}, place));
     append(2, 10);
     EXPECT_EQ(take({20}), 0u);  // and goes into the same place
-    EXPECT_FALSE(queue.remove(1, place));
+    EXPECT_FALSE(queue.remove(Ref{1}, place));
     EXPECT_EQ(take({10}), 2u);
 }
 
@@ -147,10 +147,10 @@ TEST_F(SignalQueueTest, WhatWasTakenIsNotTakenOutOfItsPlace) {
 TEST_F(SignalQueueTest, AHundredThousandSignalsDoNotGetInTheWayOfWhatIsTakenOut) {
     constexpr uint32_t count = 100000;
     std::vector<SignalQueue::Place> places;
-    for (Ref ref = 1; ref <= count; ++ref) append(ref, 10);
-    for (Ref ref = count + 1; ref <= 2 * count; ++ref) places.push_back(appendRemovable(ref, 10));
-    for (Ref ref = 2 * count; ref > count; --ref) ASSERT_TRUE(queue.remove(ref, places[ref - count - 1]));
-    for (Ref ref = 1; ref <= count; ++ref) ASSERT_EQ(refOf(queue.take(any)), ref);
+    for (uint32_t ref = 1; ref <= count; ++ref) append(ref, 10);
+    for (uint32_t ref = count + 1; ref <= 2 * count; ++ref) places.push_back(appendRemovable(ref, 10));
+    for (uint32_t ref = 2 * count; ref > count; --ref) ASSERT_TRUE(queue.remove(Ref{ref}, places[ref - count - 1]));
+    for (uint32_t ref = 1; ref <= count; ++ref) ASSERT_EQ(refOf(queue.take(any)), ref);
     EXPECT_TRUE(queue.empty());
 }
 
@@ -165,7 +165,7 @@ TEST_F(SignalQueueTest, AQueueThatNeverRunsEmptyStaysSmall) {
     constexpr uint32_t mebibyte = 1u << 20;
     append(1, 10);
     const size_t before = residentBytes();
-    for (Ref ref = 2; ref < 4 * mebibyte; ++ref) {
+    for (uint32_t ref = 2; ref < 4 * mebibyte; ++ref) {
         append(ref, ref % 2 == 0 ? 10 : 20);
         if (ref % 65536 == 0) {
             EXPECT_EQ(take({99}), 0u);  // now and then something goes through the number queues
@@ -179,7 +179,7 @@ TEST_F(SignalQueueTest, AQueueThatNeverRunsEmptyStaysSmall) {
 /// Thousands of seeded operations beside a plain list that does the same in the simplest way.
 TEST_F(SignalQueueTest, WhateverTheInterleavingItBehavesLikeAPlainList) {
     struct Queued {
-        Ref ref;
+        uint32_t ref;
         uint32_t number;
         std::optional<SignalQueue::Place> place;
     };
@@ -188,7 +188,7 @@ TEST_F(SignalQueueTest, WhateverTheInterleavingItBehavesLikeAPlainList) {
         const auto upTo = [&](uint32_t most) { return static_cast<uint32_t>(random() % (most + 1)); };
         std::list<Queued> model;
         SignalQueue real;
-        Ref next = 1;
+        uint32_t next = 1;
         for (int step = 0; step < 3000; ++step) {
             switch (upTo(5)) {
                 case 0: {  // a mailbox is taken
@@ -213,15 +213,15 @@ TEST_F(SignalQueueTest, WhateverTheInterleavingItBehavesLikeAPlainList) {
                 case 2: {
                     const auto victim = std::next(model.begin(), upTo(static_cast<uint32_t>(model.size())));
                     if (victim == model.end() || !victim->place) {
-                        ASSERT_FALSE(real.remove(next, upTo(4)));
+                        ASSERT_FALSE(real.remove(Ref{next}, upTo(4)));
                     } else {
-                        ASSERT_TRUE(real.remove(victim->ref, *victim->place));
+                        ASSERT_TRUE(real.remove(Ref{victim->ref}, *victim->place));
                         model.erase(victim);
                     }
                     break;
                 }
                 case 3: {
-                    const Ref expected = model.empty() ? 0 : model.front().ref;
+                    const uint32_t expected = model.empty() ? 0 : model.front().ref;
                     const bool plain = real.hasSeveralArrivals();
                     ASSERT_EQ(refOf(plain && upTo(1) == 0 ? real.takeArrival() : real.take(any)), expected);
                     if (!model.empty()) model.pop_front();

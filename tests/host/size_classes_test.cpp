@@ -9,19 +9,19 @@ namespace {
 
 TEST(SizeClasses, EveryLineCountFallsIntoTheSmallestClassThatHoldsIt) {
     for (uint32_t lines = 1; lines <= largestClassLines; ++lines) {
-        const uint32_t sizeClass = classForLines(lines);
+        const SizeClassId sizeClass = classForLines(lines);
         ASSERT_LT(sizeClass, sizeClassCount) << lines;
         ASSERT_GE(linesOfClass(sizeClass), lines);
         if (sizeClass > 0) {
-            ASSERT_LT(linesOfClass(sizeClass - 1), lines);
+            ASSERT_LT(sizeClasses[sizeClass - 1].lines, lines);
         }
     }
 }
 
 TEST(SizeClasses, AClassIsAtMostAQuarterAndALineLargerThanTheOneBefore) {
     for (uint32_t c = 1; c < sizeClassCount; ++c) {
-        EXPECT_GT(linesOfClass(c), linesOfClass(c - 1));
-        EXPECT_LE(4 * (linesOfClass(c) - 1), 5 * linesOfClass(c - 1)) << c;
+        EXPECT_GT(sizeClasses[c].lines, sizeClasses[c - 1].lines);
+        EXPECT_LE(4 * (sizeClasses[c].lines - 1), 5 * sizeClasses[c - 1].lines) << c;
     }
 }
 
@@ -37,9 +37,9 @@ TEST(SizeClasses, TheLargestSignalFitsTheLargestClassAndOneByteMoreWouldStillBeC
 
 TEST(SizeClasses, TheBlockOfALineIsExactForEveryLineOfEveryRun) {
     for (uint32_t c = 0; c < sizeClassCount; ++c) {
-        const uint32_t lines = linesOfClass(c);
+        const uint32_t lines = sizeClasses[c].lines;
         for (uint32_t line = 0; line < sizeClasses[c].pages * linesPerPage; ++line) {
-            ASSERT_EQ(blockIndexInRun(c, line), line / lines) << "class " << c << " line " << line;
+            ASSERT_EQ(blockIndexInRun(SizeClassId{c}, line), line / lines) << "class " << c << " line " << line;
         }
     }
 }

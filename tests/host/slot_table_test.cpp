@@ -18,18 +18,23 @@ protected:
     /// As if every slot had been opened once and were open still.
     void openAll() const {
         arena.header().slotsUsed.storeRelaxed(slotCount - 1);
-        for (uint32_t i = 1; i < slotCount; ++i) arena.slot(i).life.storeRelaxed(makeSpid(i, 1) | lifeOpen);
+        for (uint32_t i = 1; i < slotCount; ++i) {
+            arena.slot(SlotIndex{i}).life.storeRelaxed(openAs(makeSpid(SlotIndex{i}, 1)));
+        }
     }
 
-    void end(uint32_t index) const {
-        arena.slot(index).life.storeRelaxed(makeSpid(index, 1));
+    void end(uint32_t number) const {
+        const SlotIndex index{number};
+        arena.slot(index).life.storeRelaxed(closedAs(makeSpid(index, 1)));
         quarantine(arena, index);
     }
+
+    uint32_t take() const { return numberOf(takeSlot(arena)); }
 
     /// Takes slots until there is none.
     std::vector<uint32_t> takeAll() const {
         std::vector<uint32_t> taken;
-        while (const uint32_t index = takeSlot(arena)) taken.push_back(index);
+        while (const uint32_t index = take()) taken.push_back(index);
         return taken;
     }
 
@@ -38,12 +43,12 @@ protected:
 };
 
 TEST_F(SlotTableTest, FreshSlotsComeFirstAndSlotZeroNever) {
-    EXPECT_EQ(takeSlot(arena), 1u);
+    EXPECT_EQ(take(), 1u);
     end(1);
-    EXPECT_EQ(takeSlot(arena), 2u);
-    EXPECT_EQ(takeSlot(arena), 3u);
+    EXPECT_EQ(take(), 2u);
+    EXPECT_EQ(take(), 3u);
     arena.header().slotsUsed.storeRelaxed(slotCount - 1);
-    EXPECT_EQ(takeSlot(arena), 1u);
+    EXPECT_EQ(take(), 1u);
 }
 
 TEST_F(SlotTableTest, SlotsComeBackFromQuarantineTheOldestFirst) {
@@ -58,7 +63,7 @@ TEST_F(SlotTableTest, SlotsComeBackFromQuarantineTheOldestFirst) {
 TEST_F(SlotTableTest, WhenAllAreOpenThereIsNoneLeft) {
     openAll();
     errno = 0;
-    EXPECT_EQ(takeSlot(arena), 0u);
+    EXPECT_EQ(take(), 0u);
     EXPECT_EQ(errno, ENOSPC);
 }
 
@@ -73,10 +78,10 @@ TEST_F(SlotTableTest, AFileWithoutMemoryIsAnError) {
     errno = 0;
     const Arena withoutFile = memory.arena(linxtest::noFile);
     memory.cutTo(slotsOffset);
-    EXPECT_EQ(takeSlot(withoutFile), 0u);
+    EXPECT_EQ(takeSlot(withoutFile), SlotIndex::none);
     EXPECT_EQ(errno, ENOMEM);
     memory.makeWhole();
-    EXPECT_EQ(takeSlot(arena), 1u);
+    EXPECT_EQ(take(), 1u);
 }
 
 TEST_F(SlotTableTest, TheOrderIsMadeAnewFromTheSlots) {
@@ -86,9 +91,9 @@ TEST_F(SlotTableTest, TheOrderIsMadeAnewFromTheSlots) {
     std::mt19937 random(7);
     for (int round = 0; round < 10; ++round) {
         for (const uint32_t index : order)
-            arena.slot(index).nextInQuarantine.storeRelaxed(static_cast<uint32_t>(random()));
-        arena.header().quarantineHead.storeRelaxed(static_cast<uint32_t>(random()));
-        arena.header().quarantineTail.storeRelaxed(static_cast<uint32_t>(random()));
+            arena.slot(SlotIndex{index}).nextInQuarantine.storeRelaxed(static_cast<SlotIndex>(random()));
+        arena.header().quarantineHead.storeRelaxed(static_cast<SlotIndex>(random()));
+        arena.header().quarantineTail.storeRelaxed(static_cast<SlotIndex>(random()));
         rebuildQuarantine(arena);
         ASSERT_EQ(takeAll(), order);
         rebuildQuarantine(arena);
@@ -110,11 +115,11 @@ TEST_F(SlotTableTest, TheOrderSurvivesTheStampsWrapping) {
 
 TEST_F(SlotTableTest, WithoutEndedSlotsTheQuarantineIsEmpty) {
     openAll();
-    arena.header().quarantineHead.storeRelaxed(4);
-    arena.header().quarantineTail.storeRelaxed(4);
+    arena.header().quarantineHead.storeRelaxed(SlotIndex{4});
+    arena.header().quarantineTail.storeRelaxed(SlotIndex{4});
     rebuildQuarantine(arena);
-    EXPECT_EQ(arena.header().quarantineHead.loadRelaxed(), 0u);
-    EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), 0u);
+    EXPECT_EQ(arena.header().quarantineHead.loadRelaxed(), SlotIndex::none);
+    EXPECT_EQ(arena.header().quarantineTail.loadRelaxed(), SlotIndex::none);
     EXPECT_TRUE(takeAll().empty());
 }
 
@@ -122,35 +127,35 @@ TEST_F(SlotTableTest, LinksOutOfRangeTakeNobodyOutside) {
     openAll();
     end(1);
     end(2);
-    arena.slot(1).nextInQuarantine.storeRelaxed(~0u);
-    EXPECT_EQ(takeSlot(arena), 1u);
-    EXPECT_EQ(takeSlot(arena), 0u);
-    arena.header().quarantineTail.storeRelaxed(~0u);
-    quarantine(arena, 2);
-    EXPECT_EQ(takeSlot(arena), 2u);
+    arena.slot(SlotIndex{1}).nextInQuarantine.storeRelaxed(SlotIndex{~0u});
+    EXPECT_EQ(take(), 1u);
+    EXPECT_EQ(take(), 0u);
+    arena.header().quarantineTail.storeRelaxed(SlotIndex{~0u});
+    quarantine(arena, SlotIndex{2});
+    EXPECT_EQ(take(), 2u);
 }
 
 TEST_F(SlotTableTest, AGarbledCountDoesNotGiveOutSlotZero) {
     arena.header().slotsUsed.storeRelaxed(~0u);
-    EXPECT_EQ(takeSlot(arena), 0u);
+    EXPECT_EQ(take(), 0u);
     EXPECT_EQ(errno, ENOSPC);
 }
 
 TEST_F(SlotTableTest, ASpidIsKnownOnceItExistedAndOpenWhileItIs) {
     arena.header().slotsUsed.storeRelaxed(4);
-    arena.slot(3).life.storeRelaxed(makeSpid(3, 5) | lifeOpen);
-    EXPECT_TRUE(isOpen(arena, makeSpid(3, 5)));
-    EXPECT_FALSE(isOpen(arena, makeSpid(3, 4)));
-    EXPECT_TRUE(everExisted(arena, makeSpid(3, 5)));
-    EXPECT_TRUE(everExisted(arena, makeSpid(3, 4)));
-    EXPECT_FALSE(everExisted(arena, makeSpid(3, 6)));
-    EXPECT_FALSE(everExisted(arena, makeSpid(4, 0)));
-    EXPECT_FALSE(everExisted(arena, makeSpid(4, generationMask)));  // just before a slot's first
-    EXPECT_FALSE(everExisted(arena, 0));
-    EXPECT_FALSE(everExisted(arena, makeSpid(3, 5) | lifeOpen));
-    arena.slot(3).life.storeRelaxed(makeSpid(3, 5));
-    EXPECT_FALSE(isOpen(arena, makeSpid(3, 5)));
-    EXPECT_TRUE(everExisted(arena, makeSpid(3, 5)));
+    arena.slot(SlotIndex{3}).life.storeRelaxed(openAs(makeSpid(SlotIndex{3}, 5)));
+    EXPECT_TRUE(isOpen(arena, makeSpid(SlotIndex{3}, 5)));
+    EXPECT_FALSE(isOpen(arena, makeSpid(SlotIndex{3}, 4)));
+    EXPECT_TRUE(everExisted(arena, makeSpid(SlotIndex{3}, 5)));
+    EXPECT_TRUE(everExisted(arena, makeSpid(SlotIndex{3}, 4)));
+    EXPECT_FALSE(everExisted(arena, makeSpid(SlotIndex{3}, 6)));
+    EXPECT_FALSE(everExisted(arena, makeSpid(SlotIndex{4}, 0)));
+    EXPECT_FALSE(everExisted(arena, makeSpid(SlotIndex{4}, generationMask)));  // just before a slot's first
+    EXPECT_FALSE(everExisted(arena, Spid::none));
+    EXPECT_FALSE(everExisted(arena, Spid{numberOf(makeSpid(SlotIndex{3}, 5)) | 1u << 31}));
+    arena.slot(SlotIndex{3}).life.storeRelaxed(closedAs(makeSpid(SlotIndex{3}, 5)));
+    EXPECT_FALSE(isOpen(arena, makeSpid(SlotIndex{3}, 5)));
+    EXPECT_TRUE(everExisted(arena, makeSpid(SlotIndex{3}, 5)));
 }
 
 }  // namespace

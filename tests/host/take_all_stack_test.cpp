@@ -20,17 +20,17 @@ protected:
     }
 
     Ref ref(uint32_t number) const { return arena.refOfPage(0) + number; }
-    uint32_t push(uint32_t number) { return stack::push(head, *arena.blockAt(ref(number)), ref(number)); }
+    Ref push(uint32_t number) { return stack::push(head, arena.blockAt(ref(number))); }
     std::vector<uint32_t> chain(Ref from) const {
         std::vector<uint32_t> numbers;
-        stack::walk(arena, from, [&](BlockRef block) { numbers.push_back(block.ref - ref(0)); });
+        stack::walk(arena, from, [&](BlockRef block) { numbers.push_back(numberOf(block.ref) - numberOf(ref(0))); });
         return numbers;
     }
 
     MemoryArena memory;
     Arena arena = memory.arena();
-    Word head{};
-    Word claim{};
+    WordOf<StackHead> head{};
+    WordOf<Ref> claim{};
 };
 
 TEST_F(TakeAllStackTest, WhatIsTakenIsAllThatWasPushedTheLastFirst) {
@@ -39,7 +39,7 @@ TEST_F(TakeAllStackTest, WhatIsTakenIsAllThatWasPushedTheLastFirst) {
     EXPECT_EQ(push(2), ref(1));
     const Ref taken = stack::claimAll(head, claim, stack::empty);
     EXPECT_EQ(chain(taken), (std::vector<uint32_t>{2, 1, 3}));
-    EXPECT_EQ(head.loadRelaxed(), stack::empty);
+    EXPECT_EQ(stack::refOf(head.loadRelaxed()), stack::empty);
 }
 
 TEST_F(TakeAllStackTest, WhatIsTakenIsClaimed) {
@@ -51,17 +51,17 @@ TEST_F(TakeAllStackTest, WhatIsTakenIsClaimed) {
 
 TEST_F(TakeAllStackTest, AnEmptyStackGivesNothingAndClaimsNothing) {
     EXPECT_EQ(stack::claimAll(head, claim, stack::empty), stack::empty);
-    EXPECT_EQ(claim.loadRelaxed(), 0u);
+    EXPECT_EQ(claim.loadRelaxed(), Ref::none);
 }
 
 TEST_F(TakeAllStackTest, AClosedStackRefusesAndStaysClosed) {
     push(1);
     EXPECT_EQ(chain(stack::claimAll(head, claim, stack::closed)), (std::vector<uint32_t>{1}));
     EXPECT_EQ(push(2), stack::closed);
-    EXPECT_EQ(head.loadRelaxed(), stack::closed);
+    EXPECT_EQ(stack::refOf(head.loadRelaxed()), stack::closed);
     EXPECT_EQ(stack::claimAll(head, claim, stack::empty), stack::empty);
     EXPECT_EQ(stack::claimAll(head, claim, stack::closed), stack::empty);
-    EXPECT_EQ(head.loadRelaxed(), stack::closed);
+    EXPECT_EQ(stack::refOf(head.loadRelaxed()), stack::closed);
 }
 
 TEST_F(TakeAllStackTest, AnEmptyStackCanBeClosed) {
@@ -73,11 +73,11 @@ TEST_F(TakeAllStackTest, AWalkGoesRoundACycleAFewTimesAtMost) {
     push(1);
     push(2);
     arena.blockAt(ref(1))->next.storeRelaxed(ref(2));
-    EXPECT_EQ(chain(head.loadRelaxed()), (std::vector<uint32_t>{2, 1}));
+    EXPECT_EQ(chain(stack::refOf(head.loadRelaxed())), (std::vector<uint32_t>{2, 1}));
     EXPECT_TRUE(stack::holds(arena, head, claim, ref(1)));
     EXPECT_FALSE(stack::holds(arena, head, claim, ref(3)));
     push(3);  // leads into the cycle
-    const std::vector<uint32_t> visited = chain(head.loadRelaxed());
+    const std::vector<uint32_t> visited = chain(stack::refOf(head.loadRelaxed()));
     EXPECT_LE(visited.size(), 66u);
     EXPECT_EQ(std::vector<uint32_t>(visited.begin(), visited.begin() + 3), (std::vector<uint32_t>{3, 2, 1}));
 }
@@ -85,9 +85,10 @@ TEST_F(TakeAllStackTest, AWalkGoesRoundACycleAFewTimesAtMost) {
 TEST_F(TakeAllStackTest, AWalkEndsAtWhatIsNoBlock) {
     push(1);
     push(2);
-    for (const Ref garbage : {1u, 5u, arena.refOfPage(0) - 1, arena.refOfPage(MemoryArena::pages), ~0u}) {
+    for (const Ref garbage :
+         {Ref{1}, Ref{5}, arena.refOfPage(0) + ~0u, arena.refOfPage(MemoryArena::pages), Ref{~0u}}) {
         arena.blockAt(ref(2))->next.storeRelaxed(garbage);
-        EXPECT_EQ(chain(head.loadRelaxed()), (std::vector<uint32_t>{2}));
+        EXPECT_EQ(chain(stack::refOf(head.loadRelaxed())), (std::vector<uint32_t>{2}));
     }
 }
 
@@ -100,7 +101,7 @@ TEST_F(TakeAllStackTest, ABlockIsHeldInTheHeadAndWhileItIsTakenAndNotAfterwards)
     stack::claimAll(head, claim, stack::closed);
     EXPECT_TRUE(stack::holds(arena, head, claim, ref(1)));
     EXPECT_TRUE(stack::holds(arena, head, claim, ref(2)));
-    claim.storeRelaxed(0);
+    claim.storeRelaxed(Ref::none);
     EXPECT_FALSE(stack::holds(arena, head, claim, ref(1)));
 }
 
@@ -123,7 +124,7 @@ TEST_F(TakeAllStackTest, NothingIsLostAndNothingIsDoubledAmongThreads) {
         std::reverse(arrived.begin() + before, arrived.end());
     }
     for (std::thread& pusher : pushers) pusher.join();
-    EXPECT_EQ(head.loadRelaxed(), stack::empty);
+    EXPECT_EQ(stack::refOf(head.loadRelaxed()), stack::empty);
     uint32_t nextOf[3] = {};
     for (const uint32_t number : arrived) EXPECT_EQ(number % each, nextOf[number / each]++);
 }

@@ -12,23 +12,26 @@ namespace {
 
 class TimersTest : public ::testing::Test {
 protected:
-    std::vector<Ref> fireAll(uint64_t now) {
-        std::vector<Ref> fired;
-        while (const Ref signal = timers.due(now)) {
-            fired.push_back(signal);
+    std::vector<uint32_t> fireAll(uint64_t now) {
+        std::vector<uint32_t> fired;
+        for (Ref signal; (signal = timers.due(now)) != Ref::none;) {
+            fired.push_back(numberOf(signal));
             timers.fire(placeOf(signal));
         }
         return fired;
     }
-    static SignalQueue::Place placeOf(Ref signal) { return signal + 1000; }
+    static SignalQueue::Place placeOf(Ref signal) { return numberOf(signal) + 1000; }
 
-    Ref cancel(LinxRef reference) {
+    void add(LinxRef reference, uint64_t deadline, uint32_t signal) { timers.add(reference, deadline, Ref{signal}); }
+    void received(uint32_t signal) { timers.received(Ref{signal}); }
+
+    uint32_t cancel(LinxRef reference) {
         const Timers::Cancelled cancelled = timers.cancel(reference);
         hadFired = cancelled.hadFired;
         if (hadFired) {
             EXPECT_EQ(cancelled.place, placeOf(cancelled.signal));
         }
-        return cancelled.signal;
+        return numberOf(cancelled.signal);
     }
 
     Timers timers;
@@ -36,88 +39,88 @@ protected:
 };
 
 TEST_F(TimersTest, TimeOutsFireInTheOrderOfTheirDeadlines) {
-    timers.add(1, 300, 11);
-    timers.add(2, 100, 12);
-    timers.add(3, 200, 13);
+    add(1, 300, 11);
+    add(2, 100, 12);
+    add(3, 200, 13);
     EXPECT_EQ(timers.earliest(), 100u);
-    EXPECT_EQ(fireAll(99), std::vector<Ref>());
-    EXPECT_EQ(fireAll(200), (std::vector<Ref>{12, 13}));
+    EXPECT_EQ(fireAll(99), std::vector<uint32_t>());
+    EXPECT_EQ(fireAll(200), (std::vector<uint32_t>{12, 13}));
     EXPECT_EQ(timers.earliest(), 300u);
-    EXPECT_EQ(fireAll(1000), std::vector<Ref>{11});
+    EXPECT_EQ(fireAll(1000), std::vector<uint32_t>{11});
     EXPECT_EQ(timers.earliest(), Timers::never);
 }
 
 TEST_F(TimersTest, EqualDeadlinesFireInTheOrderOfTheirRequests) {
-    for (LinxRef reference = 1; reference <= 5; ++reference) timers.add(reference, 100, reference + 10);
-    EXPECT_EQ(fireAll(100), (std::vector<Ref>{11, 12, 13, 14, 15}));
+    for (LinxRef reference = 1; reference <= 5; ++reference) add(reference, 100, reference + 10);
+    EXPECT_EQ(fireAll(100), (std::vector<uint32_t>{11, 12, 13, 14, 15}));
 }
 
 TEST_F(TimersTest, AWaitingTimeOutIsTakenBackOnce) {
-    timers.add(1, 100, 11);
-    timers.add(2, 100, 12);
-    timers.add(3, 100, 13);
+    add(1, 100, 11);
+    add(2, 100, 12);
+    add(3, 100, 13);
     EXPECT_EQ(cancel(2), 12u);
     EXPECT_FALSE(hadFired);
     EXPECT_EQ(cancel(2), 0u);
-    EXPECT_EQ(fireAll(100), (std::vector<Ref>{11, 13}));
+    EXPECT_EQ(fireAll(100), (std::vector<uint32_t>{11, 13}));
 }
 
 TEST_F(TimersTest, AFiredTimeOutIsTakenBackUntilItIsReceived) {
-    timers.add(1, 100, 11);
-    timers.add(2, 100, 12);
+    add(1, 100, 11);
+    add(2, 100, 12);
     fireAll(100);
     EXPECT_EQ(cancel(1), 11u);
     EXPECT_TRUE(hadFired);
     EXPECT_EQ(cancel(1), 0u);
-    timers.received(12);
+    received(12);
     EXPECT_EQ(cancel(2), 0u);
 }
 
 TEST_F(TimersTest, AnUnknownReferenceIsNone) {
-    timers.add(1, 100, 11);
+    add(1, 100, 11);
     EXPECT_EQ(cancel(7), 0u);
     EXPECT_EQ(cancel(0), 0u);
     EXPECT_EQ(timers.earliest(), 100u);
 }
 
 TEST_F(TimersTest, WhatHasNotFiredCanBeTakenAtTheEnd) {
-    timers.add(1, 100, 11);
-    timers.add(2, 200, 12);
-    timers.add(3, 300, 13);
-    EXPECT_EQ(fireAll(100), std::vector<Ref>{11});
-    EXPECT_EQ(timers.takeAny(), 12u);
-    EXPECT_EQ(timers.takeAny(), 13u);
-    EXPECT_EQ(timers.takeAny(), 0u);
+    add(1, 100, 11);
+    add(2, 200, 12);
+    add(3, 300, 13);
+    EXPECT_EQ(fireAll(100), std::vector<uint32_t>{11});
+    EXPECT_EQ(timers.takeAny(), Ref{12});
+    EXPECT_EQ(timers.takeAny(), Ref{13});
+    EXPECT_EQ(timers.takeAny(), Ref{0});
     EXPECT_EQ(cancel(2), 0u);
 }
 
 TEST_F(TimersTest, AReferenceIsKnownUntilItsSignalIsReceivedOrTakenBack) {
-    for (LinxRef reference = 1; reference <= 3; ++reference) timers.add(reference, 100, reference + 10);
-    timers.add(4, 200, 14);
-    timers.received(11);
+    for (LinxRef reference = 1; reference <= 3; ++reference) add(reference, 100, reference + 10);
+    add(4, 200, 14);
+    received(11);
     EXPECT_TRUE(timers.knows(1)) << "it has not fired";
     fireAll(100);
-    timers.received(14);
-    timers.received(11);
+    received(14);
+    received(11);
     cancel(2);
     cancel(4);
     for (const LinxRef gone : {1u, 2u, 4u}) EXPECT_FALSE(timers.knows(gone)) << gone;
     EXPECT_TRUE(timers.knows(3));
     EXPECT_FALSE(timers.idle());
-    timers.received(13);
+    received(13);
     EXPECT_TRUE(timers.idle());
 }
 
 TEST_F(TimersTest, ReferencesGoRoundPastZeroAndThoseInUse) {
     EXPECT_EQ(timers.referenceAfter(0), 1u);
     EXPECT_EQ(timers.referenceAfter(~0u), 1u);
-    timers.add(1, 100, 11);
-    timers.add(2, 200, 12);
-    timers.add(4, 200, 14);
-    EXPECT_EQ(fireAll(100), std::vector<Ref>{11});
+    add(1, 100, 11);
+    add(2, 200, 12);
+    add(4, 200, 14);
+    EXPECT_EQ(fireAll(100), std::vector<uint32_t>{11});
     EXPECT_EQ(timers.referenceAfter(~0u), 3u);
     EXPECT_EQ(timers.referenceAfter(3), 5u);
-    timers.received(11);
+    received(11);
     EXPECT_EQ(timers.referenceAfter(~0u), 1u);
     cancel(2);
     EXPECT_EQ(timers.referenceAfter(1), 2u);
@@ -127,11 +130,11 @@ TEST_F(TimersTest, ReferencesGoRoundPastZeroAndThoseInUse) {
 /// fired.
 TEST_F(TimersTest, AHundredThousandThatHaveFiredDoNotGetInTheWay) {
     constexpr uint32_t count = 100000;
-    for (LinxRef reference = 1; reference <= 2 * count; ++reference) timers.add(reference, 100, reference);
+    for (LinxRef reference = 1; reference <= 2 * count; ++reference) add(reference, 100, reference);
     ASSERT_EQ(fireAll(100).size(), 2 * count);
     for (LinxRef reference = 1; reference <= count; ++reference) ASSERT_TRUE(timers.knows(reference));
     for (LinxRef reference = 1; reference <= count; ++reference) ASSERT_EQ(cancel(reference), reference);
-    for (Ref signal = 2 * count; signal > count; --signal) timers.received(signal);
+    for (uint32_t signal = 2 * count; signal > count; --signal) received(signal);
     EXPECT_TRUE(timers.idle());
 }
 
@@ -141,14 +144,14 @@ TEST_F(TimersTest, TheDescriptorIsReadableOnceTheEarliestDeadlineHasPassed) {
         return ::poll(&poll, 1, milliseconds) == 1;
     };
     ASSERT_NE(timers.open(), -1);
-    timers.add(1, uint64_t{1} << 62, 11);
+    add(1, uint64_t{1} << 62, 11);
     EXPECT_FALSE(isReadable(0));
-    timers.add(2, 0, 12);
+    add(2, 0, 12);
     EXPECT_TRUE(isReadable(-1));
-    EXPECT_EQ(fireAll(0), std::vector<Ref>{12});
+    EXPECT_EQ(fireAll(0), std::vector<uint32_t>{12});
     timers.arm();
     EXPECT_FALSE(isReadable(0));
-    timers.add(3, 0, 13);
+    add(3, 0, 13);
     EXPECT_TRUE(isReadable(-1));
     EXPECT_EQ(cancel(3), 13u);
     EXPECT_FALSE(isReadable(0));
@@ -158,12 +161,12 @@ TEST_F(TimersTest, TheKernelIsAskedAgainOnlyForAnEarlierDeadline) {
     int asked = 0;
     linxtest::interposed::atArm = [&] { ++asked; };
     ASSERT_NE(timers.open(), -1);
-    timers.add(1, 500, 11);
+    add(1, 500, 11);
     EXPECT_EQ(asked, 1);
-    timers.add(2, 600, 12);
-    timers.add(3, 500, 13);
+    add(2, 600, 12);
+    add(3, 500, 13);
     EXPECT_EQ(asked, 1);
-    timers.add(4, 400, 14);
+    add(4, 400, 14);
     EXPECT_EQ(asked, 2);
     linxtest::interposed::reset();
 }

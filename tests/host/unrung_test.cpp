@@ -56,7 +56,7 @@ protected:
         return poll(&readable, 1, milliseconds) == 1;
     }
 
-    void garble(LinxSpid spid, uint32_t state) { slotOf(spid).wakeState.storeRelaxed(wake_state::word(spid, state)); }
+    void garble(Spid spid, uint32_t state) { slotOf(spid).wakeState.storeRelaxed(wake_state::word(spid, state)); }
 };
 
 TEST_F(UnrungTest, ASenderThatCouldNotRingDoesSoWithItsNextOperation) {
@@ -207,7 +207,7 @@ protected:
         ASSERT_EQ(linx_hunt(sender_, "sleeper", nullptr), 0);
         LinxSignal* found = nullptr;
         ASSERT_GT(linx_receive(sender_, &found, anySignal), 0);
-        sleeper_ = linx_sender(sender_, &found);
+        sleeper_ = linxtest::AnySpid(linx_sender(sender_, &found));
         linx_free_buf(sender_, &found);
         sendNumber(sender_, sleeper_, 1);
         const Slot& slot = slotOf(sleeper_);
@@ -224,7 +224,7 @@ protected:
 
     const linxtest::ScopedVariable spin_{"LINX_SPIN_US", "0"};
     Linx sender_{"sender"};
-    LinxSpid sleeper_ = 0;
+    linxtest::AnySpid sleeper_;
     pid_t child_ = -1;
 };
 

@@ -44,7 +44,7 @@ protected:
     }
 
     /// Opens endpoints until one is in the slot of an ended one.
-    static Linx openInSlotOf(Spid ended, const std::string& name = "next") {
+    static Linx openInSlotOf(linxtest::AnySpid ended, const std::string& name = "next") {
         for (uint32_t left = slots; left > 1; --left) {
             Linx opened(name);
             if (indexOf(opened.spid) == indexOf(ended)) return opened;
@@ -55,13 +55,13 @@ protected:
     }
 
     /// As one does who is about to send for the first time.
-    void introduce(Spid spid, Spid to) const {
+    void introduce(linxtest::AnySpid spid, linxtest::AnySpid to) const {
         const ScopedDescriptor doorbell(doorbell::open(joined->directory(), to));
         EXPECT_TRUE(doorbell::tell(doorbell.get(), spid));
     }
 
     /// Whoever sleeps is woken, and has missed something.
-    static void expectNoSleep(LINX* waker, Spid sleeper) {
+    static void expectNoSleep(LINX* waker, linxtest::AnySpid sleeper) {
         interposed::atSleep = [waker, sleeper] {
             ADD_FAILURE() << "it sleeps";
             sendNumber(waker, sleeper, awaited);
@@ -75,7 +75,7 @@ TEST_F(UsedSlotTest, IsNotGivenAwayWhileItIsOpen) {
         all.clear();
         for (uint32_t i = 0; i < slots; ++i) all.emplace_back("endpoint" + std::to_string(i));
     }
-    const uint32_t index = indexOf(all[0].spid);
+    const SlotIndex index = indexOf(all[0].spid);
     all[0].reset();
     all[0] = Linx("again");
     EXPECT_EQ(indexOf(all[0].spid), index);
@@ -89,7 +89,7 @@ TEST_F(UsedSlotTest, HasNoShareInWhatItsEarlierUserHasLent) {
     sendNumber(lender, borrower.spid, 1, 1000);
     LinxSignal* borrowed = nullptr;
     ASSERT_EQ(linx_receive_w_tmo(borrower, &borrowed, 0, anySignal), 1000);
-    const Spid ended = lender.spid;
+    const linxtest::AnySpid ended = lender.spid;
     lender.reset();
     EXPECT_NE(leasedLines(ended), 0u);
     const Linx next = openInSlotOf(ended);
@@ -100,7 +100,7 @@ TEST_F(UsedSlotTest, HasNoShareInWhatItsEarlierUserHasLent) {
 TEST_F(UsedSlotTest, CountsForksFromWhereItsEarlierUserEnded) {
     Linx first("first");
     const uint32_t round = slotOf(first.spid).forkRound.loadRelaxed();
-    const Spid ended = first.spid;
+    const linxtest::AnySpid ended = first.spid;
     first.reset();
     const Linx next = openInSlotOf(ended);
     EXPECT_NE(slotOf(next.spid).forkRound.loadRelaxed(), round);
@@ -109,7 +109,7 @@ TEST_F(UsedSlotTest, CountsForksFromWhereItsEarlierUserEnded) {
 TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
     for (const bool sameRound : {false, true}) {
         Linx first("first");
-        const Spid ended = first.spid;
+        const linxtest::AnySpid ended = first.spid;
         const uint32_t round = slotOf(ended).forkRound.loadRelaxed();
         int go[2];
         ASSERT_EQ(pipe(go), 0);
@@ -140,7 +140,7 @@ TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
 TEST_F(UsedSlotTest, GetsNothingThatIsSentToItsEarlierUser) {
     const Linx sender("sender");
     Linx peer("peer");
-    const Spid ended = peer.spid;
+    const linxtest::AnySpid ended = peer.spid;
     sendNumber(sender, ended, 1);
     EXPECT_EQ(receiveNumber(peer), 1u);
     peer.reset();
@@ -157,7 +157,7 @@ TEST_F(UsedSlotTest, GetsNothingThatIsSentToItsEarlierUser) {
 TEST_F(UsedSlotTest, TellsTheSupervisorOfItsEarlierUserWhoSendsToItsNext) {
     const Linx supervisor("supervisor");
     Linx supervised("supervised");
-    const Spid ended = supervised.spid;
+    const linxtest::AnySpid ended = supervised.spid;
     LinxSignal* notice = linx_alloc(supervisor, 4, 9);
     ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
     supervised.reset();
@@ -174,7 +174,7 @@ TEST_F(UsedSlotTest, LivesOnWhenItsEarlierUserIsIntroducedTooLate) {
     const Linx supervisor("supervisor");
     const ScopedDescriptor descriptor(linx_get_descriptor(supervisor));
     Linx before("before");
-    const Spid ended = before.spid;
+    const linxtest::AnySpid ended = before.spid;
     before.reset();
     Linx next = openInSlotOf(ended);
     LinxSignal* notice = linx_alloc(supervisor, 4, 9);
@@ -198,7 +198,7 @@ TEST_F(UsedSlotTest, IsNotSleptOverWhenItsNextUserBringsTheNewsOfTheEnd) {
     const Linx sender("sender");
     const Linx supervisor("supervisor");
     Linx supervised("supervised");
-    const Spid ended = supervised.spid;
+    const linxtest::AnySpid ended = supervised.spid;
     LinxSignal* notice = linx_alloc(supervisor, 4, awaited);
     ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
     sendNumber(sender, supervisor.spid, other);
@@ -256,10 +256,10 @@ TEST_F(UsedSlotTest, KeepsTheNameOfItsEarlierUserUntilTheNextIsOpen) {
     std::vector<Linx> others;
     for (uint32_t i = 2; i < slots; ++i) others.emplace_back("other" + std::to_string(i));
     Linx first("first");
-    const Spid ended = first.spid;
+    const linxtest::AnySpid ended = first.spid;
     first.reset();
     // Nobody can make a doorbell where there is a directory.
-    const std::string inTheWay = doorbellOf(makeSpid(indexOf(ended), generationOf(ended) + 1));
+    const std::string inTheWay = doorbellOf(numberOf(makeSpid(indexOf(ended), generationOf(ended) + 1)));
     ASSERT_EQ(mkdir(inTheWay.c_str(), 0700), 0);
     EXPECT_EQ(linx_open("next", 0, nullptr), nullptr);
     char* name = nullptr;
@@ -278,7 +278,7 @@ TEST_F(UsedSlotTest, TheEndThatAFailedAttachMeetsIsStillTold) {
     LinxRef attached = 0;
     for (unsigned n = 1; attached == 0; ++n) {
         ASSERT_LT(n, 100u);
-        Spid ended;
+        linxtest::AnySpid ended;
         {
             const Linx before("before");
             ended = before.spid;

@@ -39,32 +39,39 @@ protected:
     }
 
     /// Says this with another value in the word, and nothing once it is back.
-    void expectSaid(Word& word, uint32_t wrong, const std::string& what, Grade from = Grade::quick) const {
+    template <class T, class Wrong>
+    void expectSaid(WordOf<T>& word, Wrong wrong, const std::string& what, Grade from = Grade::quick) const {
         SCOPED_TRACE(what);
-        const uint32_t right = word.loadRelaxed();
-        word.storeRelaxed(wrong);
+        const T right = word.loadRelaxed();
+        word.storeRelaxed(static_cast<T>(wrong));
         EXPECT_THAT(look(Grade::quick).broken, from == Grade::quick ? StartsWith(what) : StartsWith(""));
         EXPECT_THAT(look(Grade::full).broken, StartsWith(what));
         word.storeRelaxed(right);
         expectInOrder();
     }
-    void expectSaidAtRest(Word& word, uint32_t wrong, const std::string& what) const {
+    template <class T, class Wrong>
+    void expectSaidAtRest(WordOf<T>& word, Wrong wrong, const std::string& what) const {
         expectSaid(word, wrong, what, Grade::full);
     }
-    void expectSaidOfOneMore(Word& word, const std::string& what) const {
-        expectSaid(word, word.loadRelaxed() + 1, what);
+    template <class T>
+    void expectSaidOfOneMore(WordOf<T>& word, const std::string& what) const {
+        expectSaid(word, numberOf(word.loadRelaxed()) + 1, what);
     }
 
     /// The same of a block that is lost.
-    void expectLost(Word& word, uint32_t wrong, const std::string& what) const {
+    template <class T, class Wrong>
+    void expectLost(WordOf<T>& word, Wrong wrong, const std::string& what) const {
         expectSaidAtRest(word, wrong, nameOf("block", refOf(kept)) + ": " + what);
-        const uint32_t right = word.loadRelaxed();
-        word.storeRelaxed(wrong);
+        const T right = word.loadRelaxed();
+        word.storeRelaxed(static_cast<T>(wrong));
         EXPECT_EQ(look(Grade::full).census.lost, 1u);
         word.storeRelaxed(right);
     }
 
-    static std::string nameOf(const char* kind, uint32_t number) { return kind + (' ' + std::to_string(number)); }
+    template <class Number>
+    static std::string nameOf(const char* kind, Number number) {
+        return debug::Subject{kind, number}.text();
+    }
     std::string ownName() const { return nameOf("slot", indexOf(live.spid)); }
     Header& header() const { return arena.header(); }
     Slot& own() const { return slotOf(live.spid); }
@@ -72,7 +79,7 @@ protected:
     /// The list that has a block in it.
     uint32_t usedClass() const {
         uint32_t sizeClass = 0;
-        while (header().central[sizeClass].loadRelaxed() == 0) ++sizeClass;
+        while (header().central[sizeClass].loadRelaxed() == Ref::none) ++sizeClass;
         return sizeClass;
     }
     /// The first page that was never used.
@@ -98,9 +105,9 @@ TEST_F(ValidateTest, SeesThatTheHeaderCountsWrong) {
 
 TEST_F(ValidateTest, SeesThatAPageIsOfNoRun) {
     const uint32_t page = freePage();
-    expectSaid(arena.pageEntry(page - 1), makePageEntry(0, 1),
+    expectSaid(arena.pageEntry(page - 1), makePageEntry(SizeClassId{0}, 1),
                nameOf("page", page - 1) + ": it is free, or of one run");
-    expectSaidAtRest(arena.pageEntry(page), makePageEntry(0, 0),
+    expectSaidAtRest(arena.pageEntry(page), makePageEntry(SizeClassId{0}, 0),
                      nameOf("page", page) + ": it is free from pagesUsed on");
 }
 
@@ -115,34 +122,34 @@ TEST_F(ValidateTest, SeesThatAGapIsLongerThanIsSaid) {
 
 TEST_F(ValidateTest, SeesThatACentralListLeadsAstray) {
     const uint32_t sizeClass = usedClass();
-    Word& head = header().central[sizeClass];
+    WordOf<Ref>& head = header().central[sizeClass];
     const std::string itsBlocks = nameOf("central list", sizeClass) + ": its blocks are of its class";
     Block& first = block(head.loadRelaxed());
     const Ref second = first.next.loadRelaxed();
-    ASSERT_NE(second, 0u);
+    ASSERT_NE(second, Ref::none);
     expectSaid(head, second, "header: centralLines =");
     expectSaid(head, 0, "header: centralLines =");
-    expectSaid(head, arena.refOfPage(0) - 1, itsBlocks);
+    expectSaid(head, arena.refOfPage(0) + ~0u, itsBlocks);
     expectSaid(first.next, head.loadRelaxed(), "header: centralLines =");
-    expectSaid(first.owner, live.spid, itsBlocks);
-    expectSaid(first.home, live.spid, itsBlocks);
+    expectSaid(first.owner, heldBy(live.spid), itsBlocks);
+    expectSaid(first.home, Spid{live.spid}, itsBlocks);
     expectSaid(header().central[sizeClass + 1], head.loadRelaxed(), nameOf("central list", sizeClass + 1));
 }
 
 TEST_F(ValidateTest, SeesThatASlotIsNotItsUsers) {
     expectSaidOfOneMore(own().life, ownName() + ": indexOf(life) = its own");
-    expectSaid(own().wakeState, wake_state::word(live.spid + slotCount, wake_state::parked),
+    expectSaid(own().wakeState, wake_state::word(Spid{live.spid + slotCount}, wake_state::parked),
                ownName() + ": wakeState and life are of one generation");
     expectSaidAtRest(own().leasedLines, own().leasedLines.loadRelaxed() ^ (1u << refBits),
                      ownName() + ": leasedLines and life are of one generation");
 }
 
 TEST_F(ValidateTest, SeesThatTheQuarantineIsOutOfOrder) {
-    const uint32_t oldest = header().quarantineHead.loadRelaxed();
+    const SlotIndex oldest = header().quarantineHead.loadRelaxed();
     Slot& first = arena.slot(oldest);
-    const uint32_t next = first.nextInQuarantine.loadRelaxed();
+    const SlotIndex next = first.nextInQuarantine.loadRelaxed();
     Slot& last = arena.slot(header().quarantineTail.loadRelaxed());
-    ASSERT_NE(next, 0u);
+    ASSERT_NE(next, SlotIndex::none);
     const std::string theirCount = "quarantine: slots in it = used slots that are not open";
     expectSaid(header().quarantineHead, next, theirCount);
     expectSaid(last.nextInQuarantine, oldest, nameOf("slot", oldest) + ": the quarantine is in the order");
@@ -154,7 +161,7 @@ TEST_F(ValidateTest, SeesThatTheQuarantineIsOutOfOrder) {
 
 TEST_F(ValidateTest, SeesThatANameIsWrong) {
     const uint32_t bucket = own().nameHash.loadRelaxed() % slotCount;
-    const uint32_t ended = header().quarantineHead.loadRelaxed();
+    const SlotIndex ended = header().quarantineHead.loadRelaxed();
     expectSaid(arena.bucket(bucket), 0, "name table: slots in it = open slots");
     expectSaid(own().nextInBucket, indexOf(live.spid), "name table: slots in it = open slots");
     expectSaid(own().nextInBucket, ended, nameOf("bucket", bucket) + ": its slots are open");
@@ -164,7 +171,7 @@ TEST_F(ValidateTest, SeesThatANameIsWrong) {
 
 TEST_F(ValidateTest, SeesThatAHuntIsWrong) {
     expectSaid(arena.hunt(0).hunter, live.spid + slotCount, "hunt 0: its hunter is open");
-    expectSaid(arena.hunt(0).hunter, live.spid | huntAnswering, "hunt 0: its hunter is open");
+    expectSaid(arena.hunt(0).hunter, answeredTo(live.spid), "hunt 0: its hunter is open");
     expectSaid(arena.hunt(0).signal, refOf(kept), "hunt 0: its signal is queued for its hunter");
 }
 
@@ -173,7 +180,7 @@ TEST_F(ValidateTest, SeesAtRestThatAStackIsWrong) {
     expectSaidAtRest(own().returnedClaim, 5, ownName() + ": returnedClaim = none");
     expectSaidAtRest(own().partings, own().partings.loadRelaxed() + 1,
                      ownName() + ": tag of mailbox = tag of partings");
-    const uint32_t ended = header().quarantineHead.loadRelaxed();
+    const SlotIndex ended = header().quarantineHead.loadRelaxed();
     const std::string ofEnded = nameOf("slot", ended) + ": its stacks are empty unless it is open";
     expectSaidAtRest(arena.slot(ended).mailbox, refOf(kept), ofEnded);
     expectSaidAtRest(arena.slot(ended).returned, refOf(kept), ofEnded);
@@ -185,23 +192,23 @@ TEST_F(ValidateTest, SeesAtRestThatABlockIsInTheWrongPlace) {
     expectSaidAtRest(slotOf(other.spid).returned, mail,
                      nameOf("block", mail) + ": it is in one place (returned stack");
     expectSaidAtRest(block(mail).next, mail, nameOf("block", mail) + ": it is in one place (mailbox");
-    expectSaidAtRest(block(mail).next, arena.refOfPage(0) - 1,
+    expectSaidAtRest(block(mail).next, arena.refOfPage(0) + ~0u,
                      nameOf("mailbox", indexOf(other.spid)) + ": its links lead from block");
     expectSaidAtRest(own().returned, refOf(kept),
                      nameOf("block", refOf(kept)) + ": the blocks of a stack are in flight");
-    blockOf(kept)->owner.storeRelaxed(ownerFree);
+    blockOf(kept)->owner.storeRelaxed(OwnerWord::free);
     expectSaidAtRest(blockOf(kept)->home, noHome,
                      nameOf("block", refOf(kept)) + ": without owner and home it is in a");
-    blockOf(kept)->owner.storeRelaxed(live.spid);
+    blockOf(kept)->owner.storeRelaxed(heldBy(live.spid));
 }
 
 TEST_F(ValidateTest, TellsWhichBlockIsLost) {
-    Word& owner = blockOf(kept)->owner;
-    expectLost(owner, live.spid | ownerInFlight, "in flight, it is in a stack");
+    WordOf<OwnerWord>& owner = blockOf(kept)->owner;
+    expectLost(owner, inFlightTo(live.spid), "in flight, it is in a stack");
     expectLost(owner, live.spid + slotCount, "held or queued, its owner is open");
-    owner.storeRelaxed(ownerFree);
+    owner.storeRelaxed(OwnerWord::free);
     expectLost(blockOf(kept)->home, live.spid + slotCount, "without owner, its home is open");
-    owner.storeRelaxed(live.spid);
+    owner.storeRelaxed(heldBy(live.spid));
 }
 
 TEST_F(ValidateTest, ComparesTheSharesWithTheBlocks) {

@@ -20,11 +20,11 @@ namespace {
 
 using linxtest::MemoryArena;
 
-const Spid receiver = makeSpid(9, 4);
+const Spid receiver = makeSpid(SlotIndex{9}, 4);
 
 class WakeStateTest : public ::testing::Test {
 protected:
-    int ring(uint32_t found, int answer = 0, uint32_t ownIndex = 3) {
+    int ring(WakeWord found, int answer = 0, SlotIndex ownIndex = SlotIndex{3}) {
         return wake_state::ring(word, found, receiver, ownIndex, [&] {
             ++rings;
             stateInBetween = wake_state::stateOf(word.loadRelaxed());
@@ -37,7 +37,7 @@ protected:
     }
     uint32_t state() const { return wake_state::stateOf(word.loadRelaxed()); }
 
-    Word word{};
+    WordOf<WakeWord> word{};
     int rings = 0;
     uint32_t stateInBetween = ~0u;
 };
@@ -54,10 +54,10 @@ TEST_F(WakeStateTest, APushRingsWhereTheEndpointMayBeAsleepOrARingerMayHaveDied)
 
 TEST_F(WakeStateTest, AnotherGenerationIsNeverRung) {
     for (const uint32_t generation : {0u, 3u, 5u, generationMask}) {
-        const Spid other = makeSpid(9, generation);
+        const Spid other = makeSpid(SlotIndex{9}, generation);
         for (const uint32_t state :
              {wake_state::parked, wake_state::awake, wake_state::notified, wake_state::notifying + 3}) {
-            const uint32_t found = wake_state::word(other, state);
+            const WakeWord found = wake_state::word(other, state);
             EXPECT_FALSE(wake_state::wantsRing(found, receiver));
             word.storeRelaxed(found);
             EXPECT_EQ(ring(found), 0);
@@ -69,7 +69,7 @@ TEST_F(WakeStateTest, AnotherGenerationIsNeverRung) {
 
 TEST_F(WakeStateTest, EveryStateAndGenerationComesBackAsItWentIn) {
     for (const uint32_t generation : {0u, 1u, generationMask}) {
-        const Spid spid = makeSpid(9, generation);
+        const Spid spid = makeSpid(SlotIndex{9}, generation);
         for (const uint32_t state :
              {wake_state::parked, wake_state::notified, wake_state::notifying + slotCount - 1}) {
             EXPECT_EQ(wake_state::stateOf(wake_state::word(spid, state)), state);
@@ -80,7 +80,7 @@ TEST_F(WakeStateTest, EveryStateAndGenerationComesBackAsItWentIn) {
 TEST_F(WakeStateTest, ParkedAndNotifyingWantARingInTheirOwnGenerationOnly) {
     const uint32_t last = wake_state::notifying + slotCount - 1;
     for (const uint32_t generation : {0u, 1u, 2u, generationMask}) {
-        const Spid spid = makeSpid(9, generation);
+        const Spid spid = makeSpid(SlotIndex{9}, generation);
         for (const uint32_t state : {wake_state::parked, wake_state::notifying, wake_state::notifying + 1, last}) {
             EXPECT_TRUE(wake_state::wantsRing(wake_state::word(spid, state), spid)) << generation << ' ' << state;
         }
@@ -88,7 +88,7 @@ TEST_F(WakeStateTest, ParkedAndNotifyingWantARingInTheirOwnGenerationOnly) {
             EXPECT_FALSE(wake_state::wantsRing(wake_state::word(spid, state), spid)) << generation << ' ' << state;
         }
         for (const uint32_t other : {generation + 1, generation - 1}) {
-            const Spid stranger = makeSpid(9, other & generationMask);
+            const Spid stranger = makeSpid(SlotIndex{9}, other & generationMask);
             for (const uint32_t state : {wake_state::parked, wake_state::awake, wake_state::notified, last}) {
                 EXPECT_FALSE(wake_state::wantsRing(wake_state::word(stranger, state), spid)) << other << ' ' << state;
             }
@@ -116,7 +116,7 @@ TEST_F(WakeStateTest, WhereAnotherSenderIsNotifyingItRingsTooAndLeavesTheState) 
 }
 
 TEST_F(WakeStateTest, WhoFindsTheStateChangedDecidesByWhatIsThereNow) {
-    const uint32_t found = wake_state::word(receiver, wake_state::parked);
+    const WakeWord found = wake_state::word(receiver, wake_state::parked);
     word.storeRelaxed(wake_state::word(receiver, wake_state::notifying + 5));
     ring(found);
     EXPECT_EQ(rings, 1);
@@ -125,7 +125,7 @@ TEST_F(WakeStateTest, WhoFindsTheStateChangedDecidesByWhatIsThereNow) {
     ring(found);
     EXPECT_EQ(rings, 1);
     EXPECT_EQ(state(), wake_state::awake);
-    const uint32_t next = wake_state::word(makeSpid(9, 5), wake_state::parked);
+    const WakeWord next = wake_state::word(makeSpid(SlotIndex{9}, 5), wake_state::parked);
     word.storeRelaxed(next);
     ring(found);
     EXPECT_EQ(rings, 1);
@@ -133,9 +133,9 @@ TEST_F(WakeStateTest, WhoFindsTheStateChangedDecidesByWhatIsThereNow) {
 }
 
 TEST_F(WakeStateTest, AnEndpointThatBeginsToLookMeanwhileKeepsItsState) {
-    const uint32_t found = wake_state::word(receiver, wake_state::parked);
+    const WakeWord found = wake_state::word(receiver, wake_state::parked);
     word.storeRelaxed(found);
-    wake_state::ring(word, found, receiver, 3, [&] {
+    wake_state::ring(word, found, receiver, SlotIndex{3}, [&] {
         word.storeRelaxed(wake_state::word(receiver, wake_state::awake));
         return 0;
     });
@@ -167,8 +167,9 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
             for (uint32_t i = 0; i < each; ++i) {
                 const Ref ref = arena.refOfPage(0) + sender * each + i;
                 arena.blockAt(ref)->signal.number = i;
-                linxtest::deliver(slot, *arena.blockAt(ref), ref);
-                wake_state::ringIfAsked(slot, receiver, sender + 1, [&] { return doorbell::ring(peer.get()); });
+                linxtest::deliver(slot, arena.blockAt(ref));
+                wake_state::ringIfAsked(slot, receiver, SlotIndex{sender + 1},
+                                        [&] { return doorbell::ring(peer.get()); });
             }
         });
     }

@@ -80,7 +80,7 @@ LinxSignal* take(Victim& victim, uint32_t milliseconds, int& failure) {
 
 void awaitWakeState(LinxSpid whom, uint32_t state) {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    const linx::Slot& slot = domain->arena().slot(linx::indexOf(whom));
+    const linx::Slot& slot = domain->arena().slot(linx::indexOf(linx::Spid{whom}));
     while (linx::wake_state::stateOf(slot.wakeState.loadAcquire()) != state) sched_yield();
 }
 
@@ -159,8 +159,8 @@ void lend(Victim& victim) {
         EXPECT_EQ(0, sendToConductor(victim));
     }
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    const linx::Slot& slot = domain->arena().slot(linx::indexOf(spidOf(victim.linx)));
-    while (slot.returned.loadAcquire() == linx::stack::empty) sched_yield();
+    const linx::Slot& slot = domain->arena().slot(linx::indexOf(linx::Spid{spidOf(victim.linx)}));
+    while (!linx::stack::holdsBlocks(slot.returned.loadAcquire())) sched_yield();
 }
 
 /// All of the arena cut into blocks of one size, all of them in the central lists: only reclaiming makes room for

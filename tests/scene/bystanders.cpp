@@ -126,7 +126,7 @@ private:
     /// Returns once the endpoint has slept more than `before` times, or is ended.
     void awaitSleep(LinxSpid whom, uint32_t before) {
         const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-        const linx::Slot& slot = domain->arena().slot(linx::indexOf(whom));
+        const linx::Slot& slot = domain->arena().slot(linx::indexOf(linx::Spid{whom}));
         while (slot.sleeps.loadRelaxed() == before && !progress_.victimEnded && !progress_.victimActed) sched_yield();
     }
 

@@ -37,14 +37,14 @@ bool comesTrue(Condition condition) {
 /// Whether somebody who does nothing but receive comes for what was sent to him.
 bool hasBeenWoken(LinxSpid spid) {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    const linx::Slot& slot = domain->arena().slot(linx::indexOf(spid));
+    const linx::Slot& slot = domain->arena().slot(linx::indexOf(linx::Spid{spid}));
     return comesTrue([&] { return !linx::stack::holdsBlocks(slot.mailbox.loadAcquire()); });
 }
 
 /// Whether he has come for all and sleeps, or is about to.
 bool isAsleep(LinxSpid spid) {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    const linx::Slot& slot = domain->arena().slot(linx::indexOf(spid));
+    const linx::Slot& slot = domain->arena().slot(linx::indexOf(linx::Spid{spid}));
     return hasBeenWoken(spid) && comesTrue([&] {
                return linx::wake_state::stateOf(slot.wakeState.loadAcquire()) == linx::wake_state::parked;
            });

@@ -103,9 +103,8 @@ Sample lookAtDomain(const std::string& directory) {
     sample.lostBlocks = found.census.lost;
     sample.usedBlocks = found.census.owned + found.census.lost;
     linx::forEachBlock(domain->arena(), [&](linx::BlockRef block) {
-        const uint32_t owner = block->owner.loadRelaxed();
-        const bool isOwned =
-            (owner & linx::ownerInFlight) == 0 && linx::isOpen(domain->arena(), owner & linx::spidMask);
+        const linx::OwnerWord owner = block->owner.loadRelaxed();
+        const bool isOwned = !linx::isInFlight(owner) && linx::isOpen(domain->arena(), linx::spidOf(owner));
         if (isOwned && block->signal.number == LINX_OS_HUNT_SIG) ++sample.lateAnswers;
     });
     return sample;

@@ -107,7 +107,7 @@ private:
         const uint32_t used = slotsUsed();
         std::vector<uint32_t> open;
         for (uint32_t i = 1; i <= used; ++i) {
-            if ((read(slotOffset(i) + offsetof(linx::Slot, life)) & linx::lifeOpen) != 0) open.push_back(i);
+            if (isOpen(readLife(slotOffset(i)))) open.push_back(i);
         }
         if (open.empty() || draw(8) == 0) return slotOffset(draw(used + 2) % linx::slotCount);
         return slotOffset(open[draw(static_cast<uint32_t>(open.size()))]);
@@ -123,19 +123,18 @@ private:
     linx::Ref chooseBlock() {
         uint32_t page = choosePage();
         const uint32_t entry = read(linx::pageMapOffset + size_t{page} * 4);
-        const uint32_t sizeClass = linx::entryClass(entry);
+        const linx::SizeClassId sizeClass = linx::entryClass(entry);
         const uint32_t start = page - linx::entryBack(entry);
-        const auto refOf = [&](uint32_t of) { return (firstPoolPage() + of) * linx::linesPerPage; };
+        const auto refOf = [&](uint32_t of) { return linx::Ref{(firstPoolPage() + of) * linx::linesPerPage}; };
         if (sizeClass >= linx::sizeClassCount || start > page) return refOf(page) + draw(linx::linesPerPage);
         const linx::SizeClass& c = linx::sizeClasses[sizeClass];
         if (start + c.pages > pageCount_) return refOf(page) + draw(linx::linesPerPage);
         return refOf(start) + draw(c.blocks) * c.lines;
     }
-    static size_t blockOffset(linx::Ref ref) { return size_t{ref} * linx::lineBytes; }
+    static size_t blockOffset(linx::Ref ref) { return size_t{numberOf(ref)} * linx::lineBytes; }
 
     uint32_t chooseValue(size_t place) {
         const uint32_t before = read(place);
-        constexpr uint32_t flags[] = {0, linx::ownerQueued, linx::ownerInFlight, ~linx::spidMask};
         switch (draw(10)) {
             case 0:
                 return drawWord();
@@ -149,14 +148,23 @@ private:
                 return before - 1;
             case 5:
             case 6:
-                return chooseBlock();
+                return numberOf(chooseBlock());
             case 7:  // of a block's header: the block itself
                 return static_cast<uint32_t>(place / linx::lineBytes);
             case 8:
-                return (read(chooseSlot() + offsetof(linx::Slot, life)) & linx::spidMask) | flags[draw(4)];
+                return chooseOwner(spidOf(readLife(chooseSlot())));
             default:
                 return before ^ 1u << draw(32);
         }
+    }
+
+    linx::LifeWord readLife(size_t slot) const { return linx::LifeWord{read(slot + offsetof(linx::Slot, life))}; }
+
+    uint32_t chooseOwner(linx::Spid spid) {
+        constexpr uint32_t nobodysBits = ~linx::spidMask;
+        const uint32_t owners[] = {numberOf(linx::heldBy(spid)), numberOf(linx::queuedFor(spid)),
+                                   numberOf(linx::inFlightTo(spid)), numberOf(spid) | nobodysBits};
+        return owners[draw(4)];
     }
 
     char* base_;

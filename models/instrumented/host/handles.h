@@ -16,7 +16,7 @@ namespace handles {
 inline LINX* add(std::unique_ptr<Endpoint> endpoint) {
     return new LINX{endpoint.release()};
 }
-inline Endpoint* find(const LINX* handle) {
+inline Endpoint* endpointOf(const LINX* handle) {
     return handle->endpoint;
 }
 inline std::unique_ptr<Endpoint> remove(LINX* handle) {

@@ -43,12 +43,12 @@ Seat* World::findOpen(LinxSpid spid) {
 
 const std::string* World::nameOf(LinxSpid spid) const {
     const auto found = known_.find(spid);
-    return found == known_.end() || latest_.at(linx::indexOf(spid)) != spid ? nullptr : &found->second;
+    return found == known_.end() || latest_.at(linx::indexOf(linx::Spid{spid})) != spid ? nullptr : &found->second;
 }
 
 void World::open(Seat& seat, LINX* linx, LinxSpid spid, const std::string& name) {
     claim(known_.insert({spid, name}).second, "no spid is given out twice");
-    latest_[linx::indexOf(spid)] = spid;
+    latest_[linx::indexOf(linx::Spid{spid})] = spid;
     seat.linx = linx;
     seat.spid = spid;
     seat.name = name;

@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "host/arena/spid.h"
 #include "tests/fuzz/operations/inbox.h"
 
 namespace fuzz {
@@ -82,7 +83,7 @@ private:
     std::vector<Hunt> hunts_;
     std::vector<Attach> attaches_;
     std::map<LinxSpid, std::string> known_;
-    std::map<uint32_t, LinxSpid> latest_;  ///< by slot
+    std::map<linx::SlotIndex, LinxSpid> latest_;  ///< by slot
 };
 
 }  // namespace fuzz
