@@ -47,7 +47,7 @@ TEST_F(AnsweringTest, AnAnswerThatComesBackAsAnotherSignalIsNoPendingHunt) {
 
 TEST_F(AnsweringTest, AGarbledSenderOfAnAnswerIsNotLookedForInASlotThatWasNeverUsed) {
     begin();
-    block(signal).sender.storeRelaxed(makeSpid(8000, 1));
+    block(signal).sender.storeRelaxed(makeSpid(SlotIndex{8000}, 1));
     const uint64_t before = domain.arenaBytes();
     expectPendingAgain();
     EXPECT_EQ(domain.arenaBytes(), before) << "on a full file system there is no memory for a look";
