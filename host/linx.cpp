@@ -8,6 +8,7 @@
 
 #include "host/endpoint/fast_path.h"
 #include "host/handles.h"
+#include "platform/linx_link.h"
 
 namespace {
 
@@ -114,10 +115,10 @@ int receiveAtOnce(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
 
 LINX* linx_open(const char* name, uint32_t options, void* argument) {
     size_t length;
-    if (options != 0 || argument != nullptr) return refuse<LINX*>(nullptr);
+    if ((options & ~linx::knownOptions) != 0 || argument != nullptr) return refuse<LINX*>(nullptr);
     if (!isName(name, length)) return nullptr;
     return guard<LINX*>(nullptr, [&]() -> LINX* {
-        std::unique_ptr<Endpoint> endpoint = Endpoint::open({name, static_cast<uint32_t>(length)});
+        std::unique_ptr<Endpoint> endpoint = Endpoint::open({name, static_cast<uint32_t>(length)}, options);
         if (endpoint == nullptr) return nullptr;
         LINX* handle = linx::handles::add(std::move(endpoint));
         if (handle == nullptr) errno = ENOSPC;
@@ -233,4 +234,12 @@ int linx_cancel_tmo(LINX* linx, LinxRef* reference) {
     if (endpoint == nullptr) return -1;
     const Exit exit(endpoint);
     return reference == nullptr ? refuse(-1) : guard(-1, [&] { return endpoint->cancelTimeout(reference); });
+}
+
+int linx_is_away(LINX* linx, const LinxSignal* signal, LinxSpid from) {
+    Endpoint* endpoint = enter(linx);
+    if (endpoint == nullptr) return -1;
+    const Exit exit(endpoint);
+    if (signal == nullptr) return refuse(-1);
+    return guard(-1, [&] { return endpoint->isAway(signal, Spid{from}) ? 1 : 0; });
 }

@@ -60,12 +60,20 @@ typedef uint32_t LinxSpid;
 typedef uint32_t LinxRef;
 
 enum {
-    LINX_OS_HUNT_SIG = 251,   /* the default answer to a hunt       */
-    LINX_OS_TIMEOUT_SIG = 252 /* the default signal of a time-out   */
+    LINX_OS_HUNT_SIG = 251,    /* the default answer to a hunt       */
+    LINX_OS_TIMEOUT_SIG = 252, /* the default signal of a time-out   */
+    LINX_OS_SOUGHT_SIG = 253   /* tells a link what is hunted for    */
+};
+
+enum {
+    LINX_OPEN_LINK = 1 /* an option of linx_open */
 };
 
 /*
- * Opens an endpoint under `name` (1 to 255 bytes, copied). `options` and `argument` are reserved: 0 and null.
+ * Opens an endpoint under `name` (1 to 255 bytes, copied). `argument` is reserved: null. `options` is 0, or
+ * LINX_OPEN_LINK: names that begin with `name` and a slash are those of endpoints elsewhere, which this one can make
+ * known here. For each hunt for such a name that nobody has, it is sent LINX_OS_SOUGHT_SIG by the hunter, with the rest
+ * of the name behind the slash and a NUL; at first for those that are pending already.
  * Returns the handle, to be given back with linx_close, or null:
  * EADDRINUSE a live endpoint has the name; ENAMETOOLONG; EACCES, EPERM this process may not join or make the domain;
  * EPROTO the domain's arena is damaged or of an incompatible version; ENOMEM, also when the process may not make a file
@@ -73,7 +81,8 @@ enum {
  * domain has no room for another endpoint (dead ones are looked for now and then, not each time), or no file can be made
  * where it lies; ENOENT, ENOTDIR, ELOOP, EROFS, EDQUOT, EMLINK the domain's directory, or a file in it, cannot be made
  * where LINX_DOMAIN says; EEXIST something else is there; EINVAL also when LINX_DOMAIN is neither a path nor a word. An
- * endpoint that could not be opened is never visible to others. The log tells which domain was meant.
+ * endpoint that could not be opened is never visible to others, but for a link without memory for the hunts that it is
+ * told of first: it ends at once. The log tells which domain was meant.
  */
 LINXIPC_API LINX *linx_open(const char *name, uint32_t options, void *argument);
 
@@ -95,7 +104,7 @@ LINXIPC_API int linx_close(LINX *linx);
  * or LINX_OS_HUNT_SIG when `huntSignal` or `*huntSignal` is null. A hunt for an absent name stays pending until an
  * endpoint opens under that name. 0, or -1: ENAMETOOLONG, ENOMEM no memory for the signal, ENOSPC too many pending
  * hunts, of this endpoint (1024) or of the domain (4096; those of dead endpoints are looked for now and then, not each
- * time).
+ * time). Where there is a link for the name, also what sending to it may fail for; the hunt is not pending then.
  */
 LINXIPC_API int linx_hunt(LINX *linx, const char *name, LinxSignal **huntSignal);
 

@@ -44,7 +44,7 @@ constexpr uint32_t lineInPage(Ref ref) {
 }
 
 constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine of the other byte order
-constexpr uint32_t arenaVersion = 2;
+constexpr uint32_t arenaVersion = 3;
 constexpr uint32_t maxNameLength = 255;
 constexpr uint32_t huntCount = 4096;
 constexpr Spid noHome = Spid::none;  ///< home of a block that lies in the central lists
@@ -142,7 +142,10 @@ struct Counter {
  *   the links of a stack lead from block to block, and the blocks of a stack are in flight to its slot (*)
  *   leasedLines = lines of the blocks whose home it is (*); more where somebody died between a block and this count
  *   findName(its name) = its spid (*)
+ *   options = those that there are
  */
+constexpr uint32_t knownOptions = LINX_OPEN_LINK;
+
 /// An endpoint's entry. Its lines are grouped by who writes them, so that nobody's writes slow a reader of others'.
 struct alignas(lineBytes) Slot {
     // Senders write.
@@ -175,14 +178,16 @@ struct alignas(lineBytes) Slot {
     WordOf<SlotIndex> nextInQuarantine;
     Word quarantineStamp;
     Word leasedLines;  ///< lines of the pool whose home this endpoint is, see share.h
-    uint32_t pad3[8];
+    Word options;      ///< with which it was opened
+    uint32_t pad3[7];
 
     Word name[64];
 };
 static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(Slot, mailboxClaim) == 128 &&
                   offsetof(Slot, sending) == 136 && offsetof(Slot, dropped) == 144 && offsetof(Slot, rings) == 156 &&
-                  offsetof(Slot, life) == 192 && offsetof(Slot, leasedLines) == 220 && offsetof(Slot, name) == 256 &&
-                  alignof(Slot) == lineBytes && std::is_standard_layout<Slot>::value,
+                  offsetof(Slot, life) == 192 && offsetof(Slot, leasedLines) == 220 &&
+                  offsetof(Slot, options) == 224 && offsetof(Slot, name) == 256 && alignof(Slot) == lineBytes &&
+                  std::is_standard_layout<Slot>::value,
               "the slot's layout is shared by every process of the domain");
 
 /// Who hunts, and whether that is being answered: from before the signal is pushed until the entry is cleared.

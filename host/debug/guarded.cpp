@@ -106,6 +106,9 @@ private:
             if (wakeState != wake_state::word(spid, wake_state::stateOf(wakeState))) {
                 broken(Subject{"slot", i}, "wakeState and life are of one generation");
             }
+            if ((slot.options.loadRelaxed() & ~knownOptions) != 0) {
+                broken(Subject{"slot", i}, "options = those that there are");
+            }
         });
         expectEqual(findings_, "header", "openEndpoints = open slots", header_.openEndpoints.loadRelaxed(), open_);
     }

@@ -29,10 +29,10 @@ bool duplicate(int descriptor, ScopedDescriptor& copy) {
 
 }  // namespace
 
-std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
+std::unique_ptr<Endpoint> Endpoint::open(const Name& name, uint32_t options) {
     forks::acknowledge();
     const std::shared_ptr<Domain> domain = Domain::join();
-    std::unique_ptr<Endpoint> endpoint = domain == nullptr ? nullptr : openIn(domain, name);
+    std::unique_ptr<Endpoint> endpoint = domain == nullptr ? nullptr : openIn(domain, name, options);
     if (endpoint == nullptr) {
         const int failure = errno;
         log(LogBit::notable, [&] {
@@ -44,15 +44,34 @@ std::unique_ptr<Endpoint> Endpoint::open(const Name& name) {
     return endpoint;
 }
 
-/// Null with errno. All that can fail comes before the commit: nobody sees an endpoint that fails.
-std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name) {
+/// Null with errno. All that can fail comes before the commit: nobody sees an endpoint that fails, unless it is a
+/// link, for which others are pending: to be told of these takes memory, which only an open endpoint has.
+std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain, const Name& name,
+                                           uint32_t options) {
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() == -1) return nullptr;
     // Before the lock, since a wrong value is logged, and whoever reads the log may not come.
     const SpinBudget budget = SpinBudget::fromEnvironment();
-    const DomainLock lock(*domain);
-    if (!lock.isHeld()) return nullptr;
-    SlotReservation reservation(lock, name);
+    std::vector<Sought> sought;
+    std::unique_ptr<Endpoint> endpoint;
+    {
+        const DomainLock lock(*domain);
+        if (!lock.isHeld()) return nullptr;
+        // Under the lock with which it opens: who hunts from now on finds the link.
+        if ((options & LINX_OPEN_LINK) != 0) sought = soughtBehind(domain->arena(), name);
+        endpoint = openLocked(lock, domain, epoll, budget, name, options);
+    }
+    if (endpoint == nullptr || endpoint->hunts_.tellSelf(sought)) return endpoint;
+    const int failure = errno;
+    endpoint.reset();
+    errno = failure;
+    return nullptr;
+}
+
+std::unique_ptr<Endpoint> Endpoint::openLocked(const DomainLock& lock, const std::shared_ptr<Domain>& domain,
+                                               ScopedDescriptor& epoll, const SpinBudget& budget, const Name& name,
+                                               uint32_t options) {
+    SlotReservation reservation(lock, name, options);
     if (!reservation) return nullptr;
     if (!watch(epoll.get(), reservation.doorbell().get(), EPOLLIN, event_tag::doorbell)) return nullptr;
     // Who hunts for the name is answered with a descriptor that is put aside before.
@@ -82,7 +101,7 @@ Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& 
       inbox_(self_, signals_, peers_, epoll_.get(), doorbell, budget),
       chores_(self_, ownership_, signals_.pool(), peers_),
       outbox_(self_, signals_, peers_, inbox_, chores_),
-      hunts_(self_, signals_, peers_, inbox_),
+      hunts_(self_, signals_, peers_, inbox_, outbox_),
       supervision_(self_, signals_, peers_, inbox_) {}
 
 Endpoint::~Endpoint() {
@@ -348,6 +367,15 @@ int Endpoint::freeName(char** name) {
     std::free(*name);
     *name = nullptr;
     return 0;
+}
+
+/// Whether a signal that `from` has sent is with somebody else. Who frees it sends it home or makes itself its home;
+/// until one of the two can be seen it counts as away.
+bool Endpoint::isAway(const LinxSignal* signal, Spid from) const {
+    const BlockRef block = self_.arena().blockOfSignal(signal);
+    if (!block) return false;
+    const OwnerWord owner = block->owner.loadAcquire();  // [owner]: its home is as new
+    return owner != OwnerWord::free && spidOf(owner) != from && block->home.loadRelaxed() == from;
 }
 
 LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {

@@ -22,7 +22,7 @@ namespace linx {
 class Endpoint {
 public:
     /// Opens an endpoint in the domain of the environment. Null with errno.
-    static std::unique_ptr<Endpoint> open(const Name& name);
+    static std::unique_ptr<Endpoint> open(const Name& name, uint32_t options = 0);
 
     ~Endpoint();
     Endpoint(const Endpoint&) = delete;
@@ -72,6 +72,8 @@ public:
     char* nameOf(Spid spid);
     int freeName(char** name);
 
+    bool isAway(const LinxSignal* signal, Spid from) const;
+
     LinxRef requestTimeout(uint32_t milliseconds, LinxSignal** signal);
     int cancelTimeout(LinxRef* reference);
 
@@ -80,7 +82,11 @@ private:
     Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell,
              const SpinBudget& budget);
 
-    static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name);
+    static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name,
+                                            uint32_t options);
+    static std::unique_ptr<Endpoint> openLocked(const DomainLock& lock, const std::shared_ptr<Domain>& domain,
+                                                ScopedDescriptor& epoll, const SpinBudget& budget, const Name& name,
+                                                uint32_t options);
 
     bool enterInDoubt();
     void letGo();

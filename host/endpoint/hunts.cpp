@@ -1,6 +1,7 @@
 #include "host/endpoint/hunts.h"
 
 #include <cerrno>
+#include <cstring>
 
 #include "host/arena/central_lists.h"
 #include "host/arena/hunt_table.h"
@@ -17,30 +18,75 @@ int Hunts::hunt(const Name& name, const BlockRef& signal) {
         // caller's.
         if (found != Spid::none && (errno != ECONNRESET || !peers_.reap(found)))
             return signals_.refuse(signal, errno);
-        bool opened = false;
-        int failure;
-        do {
-            failure = keep(name, signal, opened);
-            if (failure != 0) errno = failure;
-        } while (failure != 0 && peers_.makeRoom());
-        if (failure != 0) return signals_.refuse(signal, failure);
-        if (!opened) return 0;
+        Errand errand;
+        const Kept kept = prepare(name, errand) ? keep(name, signal, errand) : Kept::failed;
+        if (kept == Kept::pending) {
+            run(errand);
+            return 0;
+        }
+        const int failure = errno;
+        if (errand.signal) signals_.discard(errand.signal);
+        errno = failure;
+        if (kept == Kept::failed && !peers_.makeRoom()) return signals_.refuse(signal, failure);
     }
 }
 
-/// Leaves the hunt pending unless the name has been opened in the meantime. Returns 0 or an errno value.
-int Hunts::keep(const Name& name, const BlockRef& signal, bool& opened) {
+/// Finds the link for the name, if there is one, and makes what it is to be told. Before the hunt is pending: from
+/// then on nothing may fail but for the link's end, after which the next link is told. Should this process die before
+/// it has told the link, its hunts go with it. False with errno.
+bool Hunts::prepare(const Name& name, Errand& errand) {
+    const Spid link = findLink(self_.arena(), name);
+    if (link == Spid::none) return true;
+    if (link != self_.spid && peers_.connect(link) == nullptr) return errno == ECONNRESET && peers_.reap(link);
+    errand.link = link;
+    errand.signal = makeSought(restBehindLink(name));
+    return static_cast<bool>(errand.signal);
+}
+
+/// Leaves the hunt pending unless something has changed in the meantime.
+Hunts::Kept Hunts::keep(const Name& name, const BlockRef& signal, const Errand& errand) {
     const DomainLock lock(self_.domain);
-    if (!lock.isHeld()) return errno;
-    if (!self_.isStillOpen()) return ECONNABORTED;  // nobody would clear it up
-    opened = findName(self_.arena(), name) != Spid::none;
-    if (opened) return 0;
+    if (!lock.isHeld()) return Kept::failed;
+    errno = ECONNABORTED;
+    if (!self_.isStillOpen()) return Kept::failed;  // nobody would clear it up
+    if (findName(self_.arena(), name) != Spid::none) return Kept::outdated;
+    if (findLink(self_.arena(), name) != errand.link) return Kept::outdated;
     signals_.park(signal, self_.spid);
-    const int failure = addHunt(self_.arena(), self_.spid, name, signal.ref);
-    if (failure == EDQUOT) return ENOSPC;
+    int failure = addHunt(self_.arena(), self_.spid, name, signal.ref);
     // There may be hunts of the dead, whom nobody has missed yet.
-    const bool mayHaveRoom = failure == ENOSPC && reapAllDeadIfDue(lock);
-    return mayHaveRoom ? addHunt(self_.arena(), self_.spid, name, signal.ref) : failure;
+    if (failure == ENOSPC && reapAllDeadIfDue(lock)) {
+        failure = addHunt(self_.arena(), self_.spid, name, signal.ref);
+    }
+    if (failure == 0) return Kept::pending;
+    errno = failure == EDQUOT ? ENOSPC : failure;
+    return Kept::failed;
+}
+
+void Hunts::run(const Errand& errand) {
+    if (!errand.signal) return;
+    Peer* const link = peers_.find(errand.link);
+    if (link != nullptr) {
+        outbox_.sendToPeer(errand.signal, *link);
+    } else {
+        outbox_.sendToStranger(errand.signal, errand.link);
+    }
+}
+
+/// No block with errno.
+BlockRef Hunts::makeSought(const char* rest) {
+    const size_t length = std::strlen(rest) + 1;
+    LinxSignal* signal = signals_.allocate(static_cast<uint32_t>(sizeof(LinxSignal) + length), LINX_OS_SOUGHT_SIG);
+    if (signal == nullptr) return {};
+    std::memcpy(signal + 1, rest, length);
+    return signals_.takeOver(&signal);
+}
+
+bool Hunts::tellSelf(const std::vector<Sought>& sought) {
+    for (const Sought& one : sought) {
+        const BlockRef signal = makeSought(one.rest());
+        if (!signal || inbox_.append(signal, one.hunter) == -1) return false;
+    }
+    return true;
 }
 
 void Hunts::giveUp(const DomainLock& lock) {

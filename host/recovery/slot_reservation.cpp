@@ -23,7 +23,7 @@ void closeFresh(Slot& slot) {
 /// publishes it; the length is a release like the words of the name [name]. A sender that was held up may meet the
 /// slot half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray
 /// in the mailbox.
-void prepare(Slot& slot, Spid spid, const Name& name) {
+void prepare(Slot& slot, Spid spid, const Name& name, uint32_t options) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
     if (slot.partings.loadRelaxed() == introduction::notYet) slot.partings.storeRelaxed(introduction::notYet + 1);
     slot.mailboxClaim.storeRelaxed(Ref::none);
@@ -37,6 +37,7 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.dropped.high.storeRelaxed(0);
     slot.sleeps.storeRelaxed(0);
     slot.rings.storeRelaxed(0);
+    slot.options.storeRelaxed(options);
     slot.nameHash.storeRelaxed(name.hash());
     slot.nameLength.storeRelease(name.length());
     name.writeTo(slot.name);
@@ -44,7 +45,7 @@ void prepare(Slot& slot, Spid spid, const Name& name) {
 
 }  // namespace
 
-SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : lock_(lock) {
+SlotReservation::SlotReservation(const DomainLock& lock, const Name& name, uint32_t options) : lock_(lock) {
     if (!makeWay(name)) return;
     const SlotIndex index = reserveSlot();
     if (index == SlotIndex::none) return;
@@ -57,7 +58,7 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name) : loc
     if (before_ != LifeWord::neverUsed) doorbell::remove(lock.domain().directory(), spidOf(before_));
     doorbell_.reset(doorbell::make(lock.domain().directory(), spid_, lock.domain().fileMode()));
     if (doorbell_.get() == -1) return;
-    prepare(slot(), spid_, name);
+    prepare(slot(), spid_, name, options);
     isReady_ = true;
 }
 

@@ -12,7 +12,7 @@ class SlotReservation {
 public:
     /// Reserves a slot for the name. It is empty, with errno, when there is none: EADDRINUSE when an endpoint of the
     /// name lives, ENOSPC, ENOMEM, or why the doorbell cannot be made.
-    SlotReservation(const DomainLock& lock, const Name& name);
+    SlotReservation(const DomainLock& lock, const Name& name, uint32_t options);
     ~SlotReservation();
     SlotReservation(const SlotReservation&) = delete;
     SlotReservation& operator=(const SlotReservation&) = delete;

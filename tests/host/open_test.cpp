@@ -65,7 +65,7 @@ TEST_F(OpenTest, AnyOtherBytesAreFineInAName) {
 
 TEST_F(OpenTest, WhatIsReservedMustBeNothing) {
     int something = 0;
-    EXPECT_EQ(errorOfOpen("x", 1), EINVAL);
+    EXPECT_EQ(errorOfOpen("x", 2), EINVAL);
     EXPECT_EQ(errorOfOpen("x", 0, &something), EINVAL);
     EXPECT_TRUE(domain.files().empty());
 }

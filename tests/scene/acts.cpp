@@ -187,6 +187,11 @@ int openSelf(Victim& victim) {
     return resultOf(victim.linx != nullptr);
 }
 
+int openLink(Victim& victim) {
+    victim.linx = linx_open(victimName, LINX_OPEN_LINK, nullptr);
+    return resultOf(victim.linx != nullptr);
+}
+
 int openCorpse(Victim& victim) {
     return openOther(victim, "corpse");
 }
@@ -210,6 +215,10 @@ int huntMirror(Victim& victim) {
 
 int huntNobody(Victim& victim) {
     return resultOf(linx_hunt(victim.linx, "nobody", nullptr) == 0);
+}
+
+int huntBehindMirror(Victim& victim) {
+    return resultOf(linx_hunt(victim.linx, "mirror/nobody", nullptr) == 0);
 }
 
 int allocateSmall(Victim& victim) {

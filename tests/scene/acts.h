@@ -79,11 +79,13 @@ int attachTo(Victim& victim, LinxSpid spid);
 
 // Operations: 0 or an errno value.
 int openSelf(Victim& victim);
+int openLink(Victim& victim);
 int openCorpse(Victim& victim);
 int openOther(Victim& victim, const char* name);
 int close(Victim& victim);
 int huntMirror(Victim& victim);
 int huntNobody(Victim& victim);
+int huntBehindMirror(Victim& victim);
 int allocateSmall(Victim& victim);
 int allocateLarge(Victim& victim);
 int allocateMany(Victim& victim);

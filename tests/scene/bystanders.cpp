@@ -23,6 +23,7 @@ public:
         exchange();  // it leases memory now and not while the victim may hold the lock
         LinxSignal* signal = linx_alloc(endpoint_, sizeof(LinxSignal), found);
         EXPECT_EQ(0, linx_hunt(endpoint_, victimName, &signal));
+        EXPECT_EQ(0, linx_hunt(endpoint_, behindVictim, nullptr));
     }
 
     /// A burst to the second bystander and back.
@@ -158,7 +159,7 @@ void conduct(Progress& progress, Stance stance, bool victimIsOpen, Line& parent)
 }
 
 void mirror(Progress& progress, Line& parent) {
-    Endpoint endpoint("mirror");
+    Endpoint endpoint("mirror", LINX_OPEN_LINK);
     parent.tell(spidOf(endpoint));
     for (uint32_t number = 0; number != end;) {
         LinxSignal* signal = nullptr;

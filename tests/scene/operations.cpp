@@ -9,10 +9,13 @@ namespace scene {
 const std::vector<Operation> operations = {
     {"open", Stance::working, "1000", true, Corpse::none, nothing, openSelf},
     {"open, a hunter asleep", Stance::asleep, "0", true, Corpse::none, nothing, openSelf},
+    {"open, a link", Stance::working, "1000", true, Corpse::none, nothing, openLink},
     {"open after a dead one", Stance::working, "1000", false, Corpse::atRest, nothing, openCorpse},
     {"open, mending", Stance::working, "1000", false, Corpse::holdingLock, nothing, openCorpse},
     {"hunt, answered", Stance::working, "1000", false, Corpse::none, nothing, huntMirror},
     {"hunt, pending", Stance::working, "1000", false, Corpse::none, nothing, huntNobody},
+    {"hunt, told to a link", Stance::working, "1000", false, Corpse::none, nothing, huntBehindMirror},
+    {"hunt, told to a sleeper", Stance::asleep, "0", false, Corpse::none, nothing, huntBehindMirror},
     {"alloc", Stance::working, "1000", false, Corpse::none, nothing, allocateSmall},
     {"alloc, many", Stance::working, "1000", false, Corpse::none, lend, allocateMany},
     {"alloc, leasing", Stance::working, "1000", false, Corpse::none, nothing, allocateLarge},

@@ -22,7 +22,8 @@ constexpr uint32_t ask = 107;   ///< asks the first bystander for gifts
 constexpr uint32_t wake = 108;  ///< the same, to be given when the victim has slept more often than it says
 
 constexpr char victimName[] = "victim";
-constexpr uint32_t gifts = 3;  ///< that the victim gets at first, and each time that it asks
+constexpr char behindVictim[] = "victim/nobody";  ///< hunted for by the first bystander
+constexpr uint32_t gifts = 3;                     ///< that the victim gets at first, and each time that it asks
 
 /// What the first bystander does while the victim acts.
 enum class Stance {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-Endpoint::Endpoint(const std::string& name) : linx_(linx_open(name.c_str(), 0, nullptr)) {
+Endpoint::Endpoint(const std::string& name, uint32_t options) : linx_(linx_open(name.c_str(), options, nullptr)) {
     EXPECT_NE(nullptr, linx_) << name << ": " << std::strerror(errno);
 }
 

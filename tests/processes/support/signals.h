@@ -11,7 +11,7 @@
 /// An open endpoint, closed at the end of its scope.
 class Endpoint {
 public:
-    explicit Endpoint(const std::string& name);
+    explicit Endpoint(const std::string& name, uint32_t options = 0);
     ~Endpoint() { close(); }
     Endpoint(const Endpoint&) = delete;
     Endpoint& operator=(const Endpoint&) = delete;
