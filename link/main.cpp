@@ -4,9 +4,8 @@
 
 int main(int argc, char** argv) {
     CLI::App app{
-        "Keeps up the links of this node to other machines. So far they are encrypted sessions that carry nothing: "
-        "no "
-        "endpoint over there can be reached yet."};
+        "Makes endpoints on other machines reachable here, and some of here reachable there: one process a node, for all "
+        "of its links."};
     app.require_subcommand(0, 1);
 
     std::string path;

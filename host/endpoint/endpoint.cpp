@@ -61,7 +61,11 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
         if ((options & LINX_OPEN_LINK) != 0) sought = soughtBehind(domain->arena(), name);
         endpoint = openLocked(lock, domain, epoll, budget, name, options);
     }
-    if (endpoint == nullptr || endpoint->hunts_.tellSelf(sought)) return endpoint;
+    if (endpoint == nullptr || sought.empty()) return endpoint;
+    if (endpoint->hunts_.tellSelf(sought)) {
+        endpoint->updateReadiness();
+        return endpoint;
+    }
     const int failure = errno;
     endpoint.reset();
     errno = failure;

@@ -1,5 +1,6 @@
 #include "link/program/commands.h"
 
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -28,6 +29,14 @@ int endingSignals() {
     for (const int number : {SIGTERM, SIGINT}) sigaddset(&ending, number);
     sigprocmask(SIG_BLOCK, &ending, nullptr);
     return signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+/// Each proxy takes some descriptors.
+void raiseDescriptorLimit() {
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == -1) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace
@@ -64,11 +73,21 @@ int check(const std::string& path) {
 int run(const std::string& path) {
     const std::optional<Setup> setup = readSetup(path);
     if (!setup) return EXIT_FAILURE;
+    const std::string& domain = setup->configuration.domain;
+    if (!domain.empty()) setenv("LINX_DOMAIN", domain.c_str(), 1);
     const ScopedDescriptor stop(endingSignals());
     Trouble trouble;
     const std::unique_ptr<ZmqEngine> engine = openEngine(*setup, trouble);
     if (!engine) return complain(path, trouble.text);
-    Node(*setup, *engine).run(stop.get());
+    raiseDescriptorLimit();
+    Node node(*setup, *engine);
+    const std::string failure = node.open();
+    if (!failure.empty()) return complain(path, failure);
+    try {
+        node.run(stop.get());
+    } catch (const DomainLost&) {
+        return complain("linx-link", "the domain is of no use any more");
+    }
     return EXIT_SUCCESS;
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "log/LogLevel.h"
 #include "platform/LogClient.h"
@@ -13,6 +14,7 @@ namespace linx::link {
 namespace {
 
 constexpr Time longestLeave = std::chrono::milliseconds(200);
+constexpr int mostRounds = 8;  ///< before it is looked whether to stop
 constexpr Time longestSleep = std::chrono::seconds(60);
 
 Time now() {
@@ -60,17 +62,12 @@ bool isReadable(int descriptor) {
     return poll(&polled, 1, 0) == 1;
 }
 
-void sleepUntil(Time deadline, int engine, int stop) {
-    const Time left = std::clamp(deadline - now(), Time(0), longestSleep);
-    pollfd polled[] = {{engine, POLLIN, 0}, {stop, POLLIN, 0}};
-    poll(polled, 2, static_cast<int>((left.count() + 999) / 1000));
-}
-
 }  // namespace
 
 Node::Node(const Setup& setup, ZmqEngine& engine)
     : engine_(engine), links_(setup.configuration.links), board_(engine, randomNumber), troubles_(links_.size()) {
     const NodeId node = randomNode();
+    transit_.node = node;
     for (const LinkConfiguration& link : links_) {
         // Both sides have to see it the same way.
         const Peer::Side side = setup.keys.publicKey < link.peer ? Peer::Side::lower : Peer::Side::higher;
@@ -79,21 +76,47 @@ Node::Node(const Setup& setup, ZmqEngine& engine)
 }
 
 void Node::run(int stop) {
-    while (!isReadable(stop)) sleepUntil(turn(), engine_.descriptor(), stop);
+    while (!isReadable(stop)) rest(turn(), stop);
     takeLeave();
 }
 
+std::string Node::open() {
+    for (size_t i = 0; i < links_.size(); ++i) {
+        const LinkConfiguration& link = links_[i];
+        Gateway::Setup setup = {link.name, {link.exports, link.transit, link.allowControl}, link.imports};
+        gateways_.push_back(std::make_unique<Gateway>(board_.peer(PeerNumber(i)), std::move(setup), transit_, note));
+        if (!gateways_.back()->isOpen()) return "cannot open " + link.name + ": " + std::strerror(errno);
+    }
+    return {};
+}
+
+void Node::rest(Time deadline, int stop) {
+    const Time left = std::clamp(deadline - now(), Time(0), longestSleep);
+    std::vector<pollfd> polled = {{engine_.descriptor(), POLLIN, 0}, {stop, POLLIN, 0}};
+    for (const auto& gateway : gateways_) polled.push_back({gateway->descriptor(), POLLIN, 0});
+    poll(polled.data(), polled.size(), static_cast<int>((left.count() + 999) / 1000));
+}
+
 Time Node::turn() {
-    const Time deadline = board_.turn(now());
-    for (size_t i = 0; i < links_.size(); ++i) tell(i);
+    Time deadline = board_.turn(now());
+    // What the proxies have done gives the peers something to say, and the other way round.
+    for (int round = 0; serve(); ++round) {
+        if (round == mostRounds) return now();
+        deadline = board_.turn(now());
+    }
+    for (const auto& gateway : gateways_) deadline = std::min(deadline, gateway->deadline());
+    for (size_t i = 0; i < links_.size(); ++i) tellOfTrouble(i);
     tellOfStrangers();
     return deadline;
 }
 
-void Node::tell(size_t link) {
-    Peer& peer = board_.peer(PeerNumber(link));
-    while (peer.event() != nullptr) tell(links_[link], peer.take());
-    tellOfTrouble(link);
+/// Whether there was anything to do.
+bool Node::serve() {
+    bool hasDone = false;
+    for (size_t i = 0; i < gateways_.size(); ++i) {
+        hasDone = gateways_[i]->turn(now(), [&](const Event& event) { tell(links_[i], event); }) || hasDone;
+    }
+    return hasDone;
 }
 
 void Node::tell(const LinkConfiguration& link, const Event& event) {
@@ -132,7 +155,7 @@ void Node::takeLeave() {
     for (size_t i = 0; i < board_.size(); ++i) board_.peer(PeerNumber(i)).leave(latest);
     Time deadline = turn();
     while (isUp() && now() < 2 * longestLeave + latest) {
-        sleepUntil(deadline, engine_.descriptor(), -1);
+        rest(deadline, -1);
         deadline = turn();
     }
 }

@@ -3,20 +3,25 @@
 
 #include "link/engine/switchboard.h"
 #include "link/program/setup.h"
+#include "link/proxies/gateway.h"
 
 namespace linx::link {
 
-/// The node at work: keeps the sessions with its peers up, and logs how they come and go.
+/// The node at work: keeps the sessions with its peers up, logs how they come and go, and has the proxies served.
 class Node {
 public:
     Node(const Setup& setup, ZmqEngine& engine);
+
+    /// Opens the links' own endpoints. What is wrong; empty when nothing is.
+    std::string open();
 
     /// Until `stop` becomes readable; then it takes its leave of all peers.
     void run(int stop);
 
 private:
     Time turn();
-    void tell(size_t link);
+    bool serve();
+    void rest(Time deadline, int stop);
     void tell(const LinkConfiguration& link, const Event& event);
     void tellOfTrouble(size_t link);
     void tellOfStrangers();
@@ -26,6 +31,8 @@ private:
     ZmqEngine& engine_;
     const std::vector<LinkConfiguration>& links_;
     Switchboard board_;
+    Transit transit_;
+    std::vector<std::unique_ptr<Gateway>> gateways_;
     std::vector<std::string> troubles_;  ///< as they were told last
     uint64_t strangersTold_ = 0;
 };

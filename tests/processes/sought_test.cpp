@@ -44,6 +44,7 @@ TEST_F(Sought, AHuntOutlivesTheLinkAndIsToldToTheNext) {
         link.kill9();
     }
     Endpoint last("toVp0", LINX_OPEN_LINK);
+    EXPECT_TRUE(last.readable()) << "who waits in a poll loop is told too";
     EXPECT_EQ("X", textOf(expectSignal(last, LINX_OS_SOUGHT_SIG)));
     expectNothing(last);
     Endpoint proxy("toVp0/X");

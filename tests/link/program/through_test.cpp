@@ -1,0 +1,271 @@
+// Endpoints that reach each other through two links.
+
+#include "tests/link/program/through.h"
+
+#include <cerrno>
+
+namespace {
+
+using linktest::In;
+using linktest::openIn;
+using linktest::ThroughTest;
+
+constexpr uint32_t item = 100;
+constexpr uint32_t reply = 101;
+constexpr uint32_t notice = 102;
+constexpr uint32_t last = 103;
+
+TEST_F(ThroughTest, WhatIsSentAcrossArrivesUnchangedAndIsAnsweredByName) {
+    startBoth();
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    EXPECT_EQ("toFar/server", nameOf(*client, proxy));
+    for (const size_t size : {0u, 1u, 7u, 4096u, 16380u, 60000u, 1048572u}) {
+        const Bytes payload = pattern(size, 7);
+        ASSERT_EQ(0, sendBytes(*client, proxy, item, payload));
+        const Received received = expectSignal(*server, item);
+        EXPECT_TRUE(received.payload == payload) << size;
+        EXPECT_EQ("toNear/client", nameOf(*server, received.sender));
+        ASSERT_EQ(0, sendBytes(*server, received.sender, reply, payload));
+        const Received back = expectSignal(*client, reply);
+        EXPECT_TRUE(back.payload == payload) << size;
+        EXPECT_EQ(proxy, back.sender);
+    }
+}
+
+TEST_F(ThroughTest, AHuntWaitsForWhoeverOpensOverThere) {
+    configureBoth();
+    const auto client = openIn(near, "client");
+    ASSERT_EQ(0, linx_hunt(*client, "toFar/server", nullptr));  // before there is a link
+    startNear();
+    startFar();
+    awaitUp();
+    const auto server = openIn(far, "server");
+    EXPECT_EQ("toFar/server", nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender));
+    ASSERT_EQ(0, linx_hunt(*client, "toFar/other", nullptr));
+    const auto other = openIn(far, "other");
+    EXPECT_EQ("toFar/other", nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender));
+}
+
+TEST_F(ThroughTest, SignalsOfAllSizesKeepTheirOrder) {
+    startBoth();
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    constexpr uint32_t count = 600;
+    for (uint32_t i = 0; i < count; ++i) {
+        std::vector<uint32_t> words(1 + (i % 7 == 0 ? 9000 : i % 50));
+        words[0] = i;
+        ASSERT_EQ(0, send(*client, proxy, item, words));
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        const Received received = expectSignal(*server, item);
+        ASSERT_EQ(i, received.word());
+        ASSERT_EQ(4 * (1 + (i % 7 == 0 ? 9000 : i % 50)), received.payload.size());
+    }
+    expectNothing(*server);
+}
+
+TEST_F(ThroughTest, AFarEndIsToldBehindAllThatTheFarOneHadSent) {
+    startBoth();
+    auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    ASSERT_NE(0u, attach(*client, proxy, notice));
+    ASSERT_EQ(0, send(*client, proxy, item));
+    const LinxSpid way = expectSignal(*server, item).sender;
+    for (uint32_t i = 0; i < 200; ++i) ASSERT_EQ(0, send(*server, way, reply, {i}));
+    server.reset();
+    for (uint32_t i = 0; i < 200; ++i) ASSERT_EQ(i, expectSignal(*client, reply).word());
+    EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
+    EXPECT_EQ(ECONNRESET, send(*client, proxy, item));
+    server = openIn(far, "server");
+    const LinxSpid next = hunt(*client, "toFar/server");
+    EXPECT_NE(proxy, next);
+    ASSERT_EQ(0, send(*client, next, last));
+    expectSignal(*server, last);
+}
+
+TEST_F(ThroughTest, AnEndWaitsBehindWhatAFullDestinationHasNotTaken) {
+    startBoth();
+    const auto server = openIn(far, "server");
+    auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    constexpr uint32_t count = 300;
+    const std::vector<uint32_t> words(1000);
+    for (uint32_t i = 0; i < count; ++i) {  // far more than the destination has credit for
+        std::vector<uint32_t> numbered = words;
+        numbered[0] = i;
+        ASSERT_EQ(0, send(*client, proxy, item, numbered));
+    }
+    client.reset();
+    const Received first = expectSignal(*server, item);
+    ASSERT_NE(0u, attach(*server, first.sender, notice));
+    for (uint32_t i = 1; i < count; ++i) ASSERT_EQ(i, expectSignal(*server, item).word());
+    EXPECT_EQ(first.sender, expectSignal(*server, notice).sender);
+}
+
+TEST_F(ThroughTest, AKilledPeerIsTold) {
+    startBoth();
+    Child server([this](Line& parent) {
+        const auto endpoint = openIn(far, "server");
+        parent.tell();
+        sendBack(*endpoint, item);
+    });
+    server.hear();
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    ASSERT_NE(0u, attach(*client, proxy, notice));
+    ASSERT_EQ(0, send(*client, proxy, item, {5}));
+    EXPECT_EQ(5u, expectSignal(*client, item).word());
+    server.kill9();
+    EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
+}
+
+TEST_F(ThroughTest, TheEndOfASessionIsTheEndOfAllProxiesAndThenOfItsMark) {
+    startBoth();
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid mark = hunt(*client, "toFar/@link");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    ASSERT_NE(0u, attach(*client, mark, last));
+    ASSERT_NE(0u, attach(*client, proxy, notice));
+    ASSERT_EQ(0, linx_hunt(*client, "toFar/absent", nullptr));
+    farLink->end(SIGKILL);
+    EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
+    EXPECT_EQ(mark, expectSignal(*client, last).sender);
+    startFar();
+    EXPECT_NE(mark, hunt(*client, "toFar/@link"));
+    EXPECT_NE(proxy, hunt(*client, "toFar/server"));
+    const auto absent = openIn(far, "absent");
+    EXPECT_EQ("toFar/absent", nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender)) << "the hunt went on";
+}
+
+TEST_F(ThroughTest, AKilledLinkIsTheEndOfItsProxiesAndARestartedOneBeginsAnew) {
+    startBoth();
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    for (int i = 0; i < 3; ++i) {
+        const LinxSpid proxy = hunt(*client, "toFar/server");
+        ASSERT_NE(0u, attach(*client, proxy, notice));
+        ASSERT_EQ(0, send(*client, proxy, item, {1}));
+        const LinxSpid way = expectSignal(*server, item).sender;
+        ASSERT_NE(0u, attach(*server, way, notice));
+        nearLink->end(SIGKILL);
+        EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
+        EXPECT_EQ(way, expectSignal(*server, notice).sender);
+        startNear();
+    }
+}
+
+TEST_F(ThroughTest, NothingIsReachedThatIsNotExported) {
+    startBoth("", "export = [\"open\", \"ts*\"]\n");
+    const auto closed = openIn(far, "closed");
+    const auto server = openIn(far, "tsServer");
+    const auto client = openIn(near, "client");
+    ASSERT_EQ(0, linx_hunt(*client, "toFar/closed", nullptr));
+    EXPECT_TRUE(nearLink->hasLogged("toFar/closed is refused over there: not exported"));
+    const LinxSpid proxy = hunt(*client, "toFar/tsServer");
+    ASSERT_EQ(0, send(*client, proxy, item));
+    const LinxSpid way = expectSignal(*server, item).sender;
+    ASSERT_EQ(0, send(*server, way, reply));
+    EXPECT_EQ(proxy, expectSignal(*client, reply).sender);
+    // Somebody whom nobody here may hunt for uses the way that was opened for another.
+    ASSERT_EQ(0, send(*closed, way, reply, {1}));
+    ASSERT_EQ(0, send(*server, way, last));
+    expectSignal(*client, last);
+    expectNothing(*client);
+}
+
+TEST_F(ThroughTest, OrdersToShutDownAreNotCarriedUnlessAllowed) {
+    startBoth(all, std::string(all) + "allow-control = false\n");
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    ASSERT_EQ(0, send(*client, proxy, 1280));
+    ASSERT_EQ(0, send(*client, proxy, 1281, {3}));
+    ASSERT_EQ(0, send(*client, proxy, last));
+    expectSignal(*server, last);
+    expectNothing(*server);
+}
+
+TEST_F(ThroughTest, OrdersToShutDownAreCarriedWhereAllowed) {
+    startBoth(all, std::string(all) + "allow-control = true\n");
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    ASSERT_EQ(0, send(*client, hunt(*client, "toFar/server"), 1280));
+    expectSignal(*server, 1280);
+}
+
+TEST_F(ThroughTest, WhatIsImportedIsThereWithoutAHunt) {
+    startBoth("import = [\"server\"]\n");
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    ASSERT_EQ(0, linx_hunt(*client, "toFar/server", nullptr));
+    expectSignal(*client, LINX_OS_HUNT_SIG);
+}
+
+TEST_F(ThroughTest, ANameThatIsTakenHereIsRefused) {
+    startBoth();
+    const auto taken = openIn(near, "toFar/server");
+    const auto server = openIn(far, "server");
+    const auto witness = openIn(far, "witness");
+    // The far one reaches somebody here, and would have to become a proxy of a name that is taken.
+    const auto target = openIn(near, "target");
+    const LinxSpid way = hunt(*server, "toNear/target");
+    ASSERT_EQ(0, send(*server, way, item));
+    EXPECT_TRUE(nearLink->hasLogged("cannot open toFar/server: Address already in use"));
+    ASSERT_EQ(0, send(*witness, way, last));
+    expectSignal(*target, last);
+    expectNothing(*target);
+}
+
+TEST_F(ThroughTest, NamesNestWhereTransitIsAllowed) {
+    // near -> far -> third, whose link "toThird" is at the far node.
+    const linxtest::TestDomain third;
+    const std::string thirdKey = keygen("third.key");
+    const std::string thirdAddress = linktest::TakenPort().address();
+    configureBoth(all, std::string(all) + "transit = true\n[[link]]\nname = \"toThird\"\npeer = \"" + thirdKey +
+                           "\"\nconnect = \"" + thirdAddress + "\"\nexport = [\"*\"]\ntransit = true\n");
+    configure("key = \"third.key\"\nlisten = \"" + thirdAddress + "\"\ndomain = \"" + third.path() + "\"\n" +
+                  linkTo(peerKey, "toFar") + all,
+              "third.conf");
+    linktest::Running thirdLink(directory, "third.conf");
+    startNear();
+    startFar();
+    awaitUp();
+    const auto server = openIn(third, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/toThird/server");
+    ASSERT_NE(0u, attach(*client, proxy, notice));
+    ASSERT_EQ(0, send(*client, proxy, item, {9}));
+    const Received received = expectSignal(*server, item);
+    EXPECT_EQ(9u, received.word());
+    EXPECT_EQ("toFar/toNear/client", nameOf(*server, received.sender));
+    ASSERT_EQ(0, send(*server, received.sender, reply, {10}));
+    EXPECT_EQ(10u, expectSignal(*client, reply).word());
+    // In a circle it would come back to where it began.
+    ASSERT_EQ(0, linx_hunt(*client, "toFar/toNear/absent", nullptr));
+    EXPECT_TRUE(farLink->hasLogged("toNear/absent is refused over there: loop"));
+    thirdLink.end(SIGKILL);
+    EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
+}
+
+TEST_F(ThroughTest, ASlowDestinationDelaysNobodyElse) {
+    startBoth();
+    const auto slow = openIn(far, "slow");
+    const auto quick = openIn(far, "quick");
+    const auto client = openIn(near, "client");
+    const LinxSpid toSlow = hunt(*client, "toFar/slow");
+    const LinxSpid toQuick = hunt(*client, "toFar/quick");
+    const std::vector<uint32_t> words(1000);
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(0, send(*client, toSlow, item, words));
+    for (uint32_t i = 0; i < 200; ++i) {
+        ASSERT_EQ(0, send(*client, toQuick, item, {i}));
+        ASSERT_EQ(i, expectSignal(*quick, item).word());
+    }
+    for (int i = 0; i < 1000; ++i) expectSignal(*slow, item);
+}
+
+}  // namespace
