@@ -45,6 +45,15 @@ void provePendingCorpse(Victim& victim) {
     provePending(victim, "corpse");
 }
 
+void provePendingBehindMirror(Victim& victim) {
+    provePending(victim, "mirror/nobody");
+}
+
+/// The first bystander hunts for somebody behind it.
+void proveTold(Victim& victim) {
+    expectAnswer(victim, LINX_OS_SOUGHT_SIG);
+}
+
 void proveNotice(Victim& victim) {
     expectAnswer(victim, scene::parcel);
 }
@@ -75,6 +84,7 @@ void proveDescriptor(Victim& victim) {
 
 const std::vector<Promise> promises = {
     {scene::openSelf, open, nullptr},
+    {scene::openLink, open, proveTold},
     {scene::openCorpse, open, nullptr},
     {openElsewhere, open, nullptr},
     {openTaken, open, nullptr},
@@ -87,6 +97,7 @@ const std::vector<Promise> promises = {
     {scene::huntMirror, files, proveHunt},
     {huntStranger, files, proveHunt},
     {scene::huntNobody, files, provePendingNobody},
+    {scene::huntBehindMirror, files, provePendingBehindMirror},
     {huntCorpse, files, provePendingCorpse},
     {scene::attachMirror, files, nullptr},
     {attachStranger, files, proveSupervision},
