@@ -160,6 +160,8 @@ void Gateway::down(const Down& down) {
     }
     const std::string losses = tally_.takeLosses();
     if (!losses.empty()) note_(setup_.name + ": lost with the session: " + losses);
+    const std::string refusals = tally_.refusals();
+    if (!refusals.empty()) note_(setup_.name + ": refused so far: " + refusals);
 }
 
 void Gateway::announced(const Announced& announced) {

@@ -20,17 +20,24 @@ public:
 
     const std::map<std::string, uint64_t>& refused() const { return refused_; }
     uint64_t lost() const { return lost_; }
-    /// Since this was asked last: "X 5, Y 3"; empty when there was nothing.
+    /// In all: "control 2, loop 1"; empty when there was nothing.
+    std::string refusals() const { return textOf(refused_); }
+    /// The same of the losses of each destination since this was asked last.
     std::string takeLosses() {
-        std::string text;
-        for (const auto& [name, signals] : atEnd_) {
-            text += (text.empty() ? "" : ", ") + name + ' ' + std::to_string(signals);
-        }
+        std::string text = textOf(atEnd_);
         atEnd_.clear();
         return text;
     }
 
 private:
+    static std::string textOf(const std::map<std::string, uint64_t>& counts) {
+        std::string text;
+        for (const auto& [name, count] : counts) {
+            text += (text.empty() ? "" : ", ") + name + ' ' + std::to_string(count);
+        }
+        return text;
+    }
+
     static constexpr size_t mostNames = 32;
 
     std::map<std::string, uint64_t> refused_;

@@ -36,8 +36,10 @@ public:
     Running& operator=(const Running&) = delete;
 
     /// Reads on until a line is that text, behind the program's name. False when it ends before, or takes too long.
-    bool hasLogged(const std::string& line) {
-        const std::string text = "linx-link: " + line + "\n";
+    bool hasLogged(const std::string& line) { return hasLoggedPart(line + "\n"); }
+    /// The same, but the line may go on.
+    bool hasLoggedPart(const std::string& line) {
+        const std::string text = "linx-link: " + line;
         for (;;) {
             const size_t at = unread_.find(text);
             if (at != std::string::npos) {

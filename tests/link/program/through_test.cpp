@@ -188,6 +188,23 @@ TEST_F(ThroughTest, OrdersToShutDownAreNotCarriedUnlessAllowed) {
     ASSERT_EQ(0, send(*client, proxy, last));
     expectSignal(*server, last);
     expectNothing(*server);
+    nearLink->end(SIGKILL);
+    EXPECT_TRUE(farLink->hasLogged("toNear: refused so far: control 2"));
+}
+
+TEST_F(ThroughTest, WhatIsLostWithASessionIsCounted) {
+    startBoth();
+    const auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    const std::vector<uint32_t> words(25000);  // of 100,000 bytes each: credit for two
+    for (int i = 0; i < 10; ++i) ASSERT_EQ(0, send(*client, proxy, item, words));
+    expectSignal(*server, item);
+    ASSERT_NE(0u, attach(*client, proxy, notice));
+    farLink->end(SIGKILL);
+    EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
+    EXPECT_TRUE(nearLink->hasLogged("toFar is down: the connection was lost"));
+    EXPECT_TRUE(nearLink->hasLoggedPart("toFar: lost with the session: server "));
 }
 
 TEST_F(ThroughTest, OrdersToShutDownAreCarriedWhereAllowed) {
