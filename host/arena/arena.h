@@ -104,7 +104,7 @@ private:
 
     /// Whether the page may be touched, as one that has been leased.
     bool isLeasable(uint32_t pageIndex) const { return pages_.isKnown(pageIndex) || learnPage(pageIndex); }
-    [[gnu::cold, gnu::noinline]] bool learnPage(uint32_t pageIndex) const {
+    bool learnPage(uint32_t pageIndex) const {
         return pageIndex < header().pagesUsed.loadRelaxed() && pages_.has(pageIndex);
     }
 
@@ -144,7 +144,7 @@ public:
     }
 
 private:
-    [[gnu::noinline]] BlockRef findFar(Ref ref) {
+    BlockRef findFar(Ref ref) {
         if (pageOf(ref) == 0) return {};  // in the header: the end of most chains
         const BlockRef block = arena_.blockAt(ref);
         if (!block || sizeClasses[block.sizeClass].pages != 1) return block;
