@@ -22,7 +22,7 @@ public:
 
     /// A free block of at least `lines` lines for the caller to own. None with errno: ENOMEM when the pool or the
     /// endpoint's share of it is exhausted, or why the domain lock could not be had. `lines` <= largestClassLines.
-    BlockRef allocate(uint32_t lines);
+    BlockRef allocate(Lines lines);
 
     /// A free block of exactly this class, if the endpoint has some and it shows at once.
     BlockRef popAtOnce(SizeClassId sizeClass);
@@ -69,7 +69,7 @@ private:
     }
     BlockRef popLarger(SizeClassId sizeClass);
     void keep(BlockRef block);
-    void adopt(Block& block, Spid home, uint32_t lines);
+    void adopt(Block& block, Spid home, Lines lines);
     void markFree(BlockRef block);
     void prepend(Ref head, Block& last, uint32_t count, SizeClassId sizeClass);
     bool add(const lease::Chain& chain, SizeClassId sizeClass);
