@@ -63,7 +63,7 @@ test-mixed: mixed-dependencies ## Runs processes of 32 and of 64 bits in one dom
 run-mixed:
 	$(call build,release,linx-demo mixed_test)
 	$(call build-for,x86-32,-DLINXIPC_OTHER_SIZE=$(CURDIR)/build/release,linx-demo abi_test host_test mixed_test)
-	$(call test-on,x86-32) --tests-regex '^(abi|(abi|host|mixed)_test)\.'
+	$(call test-on,x86-32) --tests-regex '^(abi|(abi|host|mixed|processes)_test)\.'
 
 # Proofs that take longer than a test may
 

@@ -4,20 +4,20 @@
 
 #include <cerrno>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/role.h"
 #include "tests/processes/support/signals.h"
+#include "tests/processes/support/whole_arena_test.h"
 
 namespace {
 
-using Descriptor = ProcessTest;
+using Descriptor = WholeArenaTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t other = 101;
 constexpr uint32_t notice = 102;
 
 /// Sends signals of the numbers that it is told, to the endpoint "looker", and says when each is sent; 0 ends it.
-void obedientSender(Line& parent) {
+const Role obedientSender("Descriptor.obedientSender", [](Line& parent) {
     Endpoint endpoint("sender");
     const LinxSpid to = hunt(endpoint, "looker");
     parent.tell(spidOf(endpoint));
@@ -25,13 +25,13 @@ void obedientSender(Line& parent) {
         EXPECT_EQ(0, send(endpoint, to, number));
         parent.tell();
     }
-}
+});
 
 /// An endpoint "looker" and a process that sends to it what it is told to.
-class Looker : public ProcessTest {
+class Looker : public WholeArenaTest {
 protected:
     void SetUp() override {
-        ProcessTest::SetUp();
+        WholeArenaTest::SetUp();
         sender = std::make_unique<Child>(obedientSender);
         endpoint = std::make_unique<Endpoint>("looker");
         senderSpid = sender->hear();
@@ -39,7 +39,7 @@ protected:
     void TearDown() override {
         endpoint.reset();
         sender.reset();
-        ProcessTest::TearDown();
+        WholeArenaTest::TearDown();
     }
     void haveSent(uint32_t number) const {
         sender->tell(number);
@@ -61,6 +61,12 @@ TEST_F(Looker, IsTheSameDescriptorEachTime) {
     EXPECT_EQ(endpoint->descriptor(), linx_get_descriptor(*endpoint));
 }
 
+/// Sends a signal to the spid that it is told.
+const Role told("Descriptor.told", [](Line& parent) {
+    Endpoint endpoint("sender");
+    EXPECT_EQ(0, send(endpoint, parent.hear(), item));
+});
+
 TEST_F(Descriptor, ClosedTooEarlyIsMissedByNobodyWhoeverGetsItsNumber) {
     const uint32_t anySignal[] = {0};
     LINX* linx = linx_open("endpoint", 0, nullptr);
@@ -74,12 +80,8 @@ TEST_F(Descriptor, ClosedTooEarlyIsMissedByNobodyWhoeverGetsItsNumber) {
     ASSERT_EQ(1, write(ends[1], "x", 1));  // readable for ever, if anybody waited on it
     LinxSignal* signal = nullptr;
     EXPECT_EQ(0, linx_receive_w_tmo(linx, &signal, 1, anySignal));
-    Child sender([own](Line& parent) {
-        Endpoint endpoint("sender");
-        parent.hear();
-        EXPECT_EQ(0, send(endpoint, own, item));
-    });
-    sender.tell();
+    Child sender(told);
+    sender.tell(own);
     EXPECT_EQ(4, linx_receive(linx, &signal, anySignal));
     EXPECT_EQ(0, linx_free_buf(linx, &signal));
     EXPECT_EQ(0, sender.exitStatus());
@@ -133,14 +135,16 @@ TEST_F(Looker, IsReadableWhileAnAnswerToAHuntWaits) {
     EXPECT_FALSE(endpoint->readable());
 }
 
+const Role lateComer("Looker.lateComer", [](Line& parent) {
+    Endpoint own("late");
+    parent.tell();
+    parent.hear();
+});
+
 TEST_F(Looker, IsReadableOnceAnAbsentNameOpens) {
     ASSERT_EQ(0, linx_hunt(*endpoint, "late", nullptr));
     EXPECT_FALSE(endpoint->readable());
-    Child late([](Line& parent) {
-        Endpoint own("late");
-        parent.tell();
-        parent.hear();
-    });
+    Child late(lateComer);
     late.hear();
     EXPECT_TRUE(endpoint->readable());
     expectSignal(*endpoint, LINX_OS_HUNT_SIG, 0);
@@ -248,16 +252,19 @@ uint32_t pollLoop(Endpoint& endpoint, uint32_t signals) {
     return forNothing;
 }
 
+constexpr uint32_t rounds = 2000;
+
+const Role asker("Descriptor.asker", [](Line&) {
+    Endpoint endpoint("sender");
+    const LinxSpid to = hunt(endpoint, "looker");
+    for (uint32_t i = 0; i < rounds; ++i) {
+        ASSERT_EQ(0, send(endpoint, to, item, {i}));
+        expectSignal(endpoint, item);
+    }
+});
+
 TEST_F(Descriptor, WakesAPollLoopForEverySignal) {
-    constexpr uint32_t rounds = 2000;
-    Child sender([](Line&) {
-        Endpoint endpoint("sender");
-        const LinxSpid to = hunt(endpoint, "looker");
-        for (uint32_t i = 0; i < rounds; ++i) {
-            ASSERT_EQ(0, send(endpoint, to, item, {i}));
-            expectSignal(endpoint, item);
-        }
-    });
+    Child sender(asker);
     Endpoint endpoint("looker");
     const LinxSpid to = hunt(endpoint, "sender");
     uint32_t forNothing = 0;
@@ -277,31 +284,35 @@ TEST_F(Descriptor, WakesAPollLoopForEverySignal) {
     EXPECT_EQ(0, sender.exitStatus());
 }
 
+constexpr uint32_t streamed = 20000;
+
+const Role streamer("Descriptor.streamer", [](Line&) {
+    Endpoint endpoint("sender");
+    const LinxSpid to = hunt(endpoint, "looker");
+    for (uint32_t i = 0; i < streamed; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
+});
+
 TEST_F(Descriptor, WakesAPollLoopForSignalsInAStream) {
-    constexpr uint32_t count = 20000;
-    Child sender([](Line&) {
-        Endpoint endpoint("sender");
-        const LinxSpid to = hunt(endpoint, "looker");
-        for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
-    });
+    Child sender(streamer);
     Endpoint endpoint("looker");
     // A false wake-up belongs to a signal: there cannot be more of them.
-    EXPECT_LE(pollLoop(endpoint, count), count);
+    EXPECT_LE(pollLoop(endpoint, streamed), streamed);
     EXPECT_EQ(0, sender.exitStatus());
 }
 
+/// Events come as they like while the looker awaits replies; they must not be forgotten behind the descriptor.
+const Role talker("Descriptor.talker", [](Line&) {
+    Endpoint endpoint("talker");
+    const LinxSpid to = hunt(endpoint, "looker");
+    for (uint32_t i = 0; i < rounds; ++i) {
+        ASSERT_EQ(0, send(endpoint, to, item, {i}));
+        expectSignal(endpoint, other);
+        ASSERT_EQ(0, send(endpoint, to, other, {i}));
+    }
+});
+
 TEST_F(Descriptor, ALoopThatAwaitsRepliesInBetweenMissesNothing) {
-    constexpr uint32_t rounds = 1000;
-    // Events come as they like while the looker awaits replies; they must not be forgotten behind the descriptor.
-    Child talker([](Line&) {
-        Endpoint endpoint("talker");
-        const LinxSpid to = hunt(endpoint, "looker");
-        for (uint32_t i = 0; i < rounds; ++i) {
-            ASSERT_EQ(0, send(endpoint, to, item, {i}));
-            expectSignal(endpoint, other);
-            ASSERT_EQ(0, send(endpoint, to, other, {i}));
-        }
-    });
+    Child busy(talker);
     Endpoint endpoint("looker");
     const LinxSpid to = hunt(endpoint, "talker");
     for (uint32_t i = 0; i < rounds;) {
@@ -313,7 +324,7 @@ TEST_F(Descriptor, ALoopThatAwaitsRepliesInBetweenMissesNothing) {
         ASSERT_EQ(0, send(endpoint, to, other));
         ASSERT_EQ(i++, expectAmongOthers(endpoint, other).word());
     }
-    EXPECT_EQ(0, talker.exitStatus());
+    EXPECT_EQ(0, busy.exitStatus());
 }
 
 }  // namespace

@@ -9,9 +9,9 @@
 
 #include "directory/LinxServerNameList.h"
 #include "ipc/linxIpc.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/role.h"
 #include "tests/processes/support/signals.h"
+#include "tests/processes/support/whole_arena_test.h"
 
 namespace {
 
@@ -31,11 +31,11 @@ const std::string& stateName() {
     return LinxServerNameList::Instance().Name(e_StateMgr);
 }
 
-class Library : public ProcessTest {
+class Library : public WholeArenaTest {
 protected:
     void TearDown() override {
         closelog();
-        ProcessTest::TearDown();
+        WholeArenaTest::TearDown();
     }
 };
 
@@ -65,30 +65,33 @@ void answerInCapitals(LinxIpc* endpoint, void*) {
 }
 
 /// A server under the name of the state manager, which says when it is open.
-Child::Body server(unsigned type, void (*handler)(LinxIpc*, void*)) {
-    return [=](Line& parent) {
-        LinxIpc endpoint(stateName());
-        ASSERT_EQ(0, endpoint.Init());
-        endpoint.RegisterHandler(type, handler, nullptr);
-        parent.tell();
-        serve(endpoint);
-    };
+void run(Line& parent, unsigned type, void (*handler)(LinxIpc*, void*)) {
+    LinxIpc endpoint(stateName());
+    ASSERT_EQ(0, endpoint.Init());
+    endpoint.RegisterHandler(type, handler, nullptr);
+    parent.tell();
+    serve(endpoint);
 }
+
+const Role capitals("Library.capitals", [](Line& parent) { run(parent, question, answerInCapitals); });
+const Role silent("Library.silent", [](Line& parent) { run(parent, question, [](LinxIpc*, void*) {}); });
 
 void count(LinxIpc*, void* calls) {
     ++*static_cast<int*>(calls);
 }
 
+const Role notified("Library.notified", [](Line& parent) {
+    LinxIpc endpoint(stateName());
+    ASSERT_EQ(0, endpoint.Init());
+    parent.tell();
+    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ(news, endpoint.rxMessage.MsgType());
+    EXPECT_EQ(uiName(), endpoint.rxMessage.GetSender());
+    EXPECT_EQ("the sun shines", textOf(endpoint.rxMessage));
+});
+
 TEST_F(Library, ANotificationArrivesWithItsSendersName) {
-    Child receiver([](Line& parent) {
-        LinxIpc endpoint(stateName());
-        ASSERT_EQ(0, endpoint.Init());
-        parent.tell();
-        EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-        EXPECT_EQ(news, endpoint.rxMessage.MsgType());
-        EXPECT_EQ(uiName(), endpoint.rxMessage.GetSender());
-        EXPECT_EQ("the sun shines", textOf(endpoint.rxMessage));
-    });
+    Child receiver(notified);
     receiver.hear();
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
@@ -97,7 +100,7 @@ TEST_F(Library, ANotificationArrivesWithItsSendersName) {
 }
 
 TEST_F(Library, ARequestIsAnsweredByAHandler) {
-    Child asked(server(question, answerInCapitals));
+    Child asked(capitals);
     asked.hear();
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
@@ -114,8 +117,33 @@ TEST_F(Library, ARequestIsAnsweredByAHandler) {
     EXPECT_EQ(0, asked.exitStatus());
 }
 
+const Role reversing("Library.reversing", [](Line& parent) {
+    run(parent, question, [](LinxIpc* endpoint, void*) {
+        const std::string text = textOf(endpoint->rxMessage);
+        EXPECT_EQ(0, notify(*endpoint, endpoint->rxMessage.GetSender(), answer, {text.rbegin(), text.rend()}));
+    });
+});
+
+TEST_F(Library, RequestsOfEverySizeAreAnswered) {
+    Child asked(reversing);
+    asked.hear();
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(0, endpoint.Init());
+    for (const unsigned size : {1u, 4u, 5u, 100u, 4096u, 48u << 10, 65532u}) {
+        IpcMessage message;
+        IpcMessage reply;
+        Bytes bytes = pattern(size, size);
+        message.Allocate(question, size, reinterpret_cast<char*>(bytes.data()));
+        ASSERT_EQ(0, endpoint.Request(stateName(), message, answer, limit, &reply));
+        EXPECT_TRUE(std::string(bytes.rbegin(), bytes.rend()) == textOf(reply)) << size;
+        EXPECT_EQ(stateName(), reply.GetSender());
+    }
+    EXPECT_EQ(0, notify(endpoint, stateName(), shutdownRequest));
+    EXPECT_EQ(0, asked.exitStatus());
+}
+
 TEST_F(Library, ARequestThatNobodyAnswersRunsOut) {
-    Child asked(server(question, [](LinxIpc*, void*) {}));
+    Child asked(silent);
     asked.hear();
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
@@ -126,15 +154,19 @@ TEST_F(Library, ARequestThatNobodyAnswersRunsOut) {
     EXPECT_EQ(0, asked.exitStatus());
 }
 
-TEST_F(Library, ARequestEndsWithTheNewsOfItsPeersDeath) {
-    Child asked(server(question, [](LinxIpc* endpoint, void*) {
+const Role bearerOfNews("Library.bearerOfNews", [](Line& parent) {
+    run(parent, question, [](LinxIpc* endpoint, void*) {
         // As the supervisor of all would say it: first of somebody else, then of the peer itself.
         for (const e_Process process : {e_GpsHal, e_StateMgr}) {
             std::string payload(sizeof process, '\0');
             std::memcpy(payload.data(), &process, sizeof process);
             EXPECT_EQ(0, notify(*endpoint, uiName(), processDied, payload));
         }
-    }));
+    });
+});
+
+TEST_F(Library, ARequestEndsWithTheNewsOfItsPeersDeath) {
+    Child asked(bearerOfNews);
     asked.hear();
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
@@ -145,11 +177,15 @@ TEST_F(Library, ARequestEndsWithTheNewsOfItsPeersDeath) {
     EXPECT_EQ(0, asked.exitStatus());
 }
 
-TEST_F(Library, AnAsynchronousRequestDispatchesWhatComesMeanwhile) {
-    Child asked(server(question, [](LinxIpc* endpoint, void*) {
+const Role talkative("Library.talkative", [](Line& parent) {
+    run(parent, question, [](LinxIpc* endpoint, void*) {
         for (int i = 0; i < 3; ++i) EXPECT_EQ(0, notify(*endpoint, uiName(), news));
         EXPECT_EQ(0, notify(*endpoint, uiName(), answer, "done"));
-    }));
+    });
+});
+
+TEST_F(Library, AnAsynchronousRequestDispatchesWhatComesMeanwhile) {
+    Child asked(talkative);
     asked.hear();
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
@@ -167,37 +203,42 @@ TEST_F(Library, AnAsynchronousRequestDispatchesWhatComesMeanwhile) {
     EXPECT_EQ(0, asked.exitStatus());
 }
 
+constexpr unsigned relayedBytes = 48u << 10;
+
+const Role relaying("Library.relaying", [](Line& parent) {
+    LinxIpc endpoint(stateName());
+    ASSERT_EQ(0, endpoint.Init());
+    const auto pass = [](LinxIpc* own, void*) {
+        EXPECT_EQ("source", own->relayMessage.GetSender());
+        EXPECT_EQ(relayedBytes, own->relayMessage.Length());
+        EXPECT_EQ(0, own->Relay(own->relayMessage, uiName()));
+    };
+    endpoint.RegisterRelayHandler(news, pass, nullptr);
+    parent.tell();
+    serve(endpoint);
+});
+
+const Role sending("Library.sending", [](Line& parent) {
+    LinxIpc endpoint("source");
+    ASSERT_EQ(0, endpoint.Init());
+    parent.hear();
+    for (uint32_t i = 0; i < 10; ++i) {
+        const Bytes bytes = pattern(relayedBytes, i);
+        EXPECT_EQ(0, notify(endpoint, stateName(), news, std::string(bytes.begin(), bytes.end())));
+    }
+});
+
 TEST_F(Library, ALargeMessageIsRelayedWholeInTheRelayersName) {
-    static constexpr unsigned size = 48u << 10;
-    Child relayer([](Line& parent) {
-        LinxIpc endpoint(stateName());
-        ASSERT_EQ(0, endpoint.Init());
-        const auto pass = [](LinxIpc* own, void*) {
-            EXPECT_EQ("source", own->relayMessage.GetSender());
-            EXPECT_EQ(size, own->relayMessage.Length());
-            EXPECT_EQ(0, own->Relay(own->relayMessage, uiName()));
-        };
-        endpoint.RegisterRelayHandler(news, pass, nullptr);
-        parent.tell();
-        serve(endpoint);
-    });
+    Child relayer(relaying);
     relayer.hear();
-    Child source([](Line& parent) {
-        LinxIpc endpoint("source");
-        ASSERT_EQ(0, endpoint.Init());
-        parent.hear();
-        for (uint32_t i = 0; i < 10; ++i) {
-            const Bytes bytes = pattern(size, i);
-            EXPECT_EQ(0, notify(endpoint, stateName(), news, std::string(bytes.begin(), bytes.end())));
-        }
-    });
+    Child source(sending);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
     source.tell();
     for (uint32_t i = 0; i < 10; ++i) {
         ASSERT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
         EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
-        const Bytes bytes = pattern(size, i);
+        const Bytes bytes = pattern(relayedBytes, i);
         EXPECT_TRUE(textOf(endpoint.rxMessage) == std::string(bytes.begin(), bytes.end())) << i;
     }
     EXPECT_EQ(0, source.exitStatus());
@@ -206,7 +247,7 @@ TEST_F(Library, ALargeMessageIsRelayedWholeInTheRelayersName) {
 }
 
 TEST_F(Library, ASupervisedPeersEndCallsTheHandler) {
-    Child mortal(server(question, [](LinxIpc*, void*) {}));
+    Child mortal(silent);
     mortal.hear();
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
@@ -226,7 +267,7 @@ TEST_F(Library, ARestartedPeerIsSupervisedAsTheOneThatEndedUntilItIsSentTo) {
     int ends = 0;
     endpoint.RegisterHandler(ended, count, &ends);
     {
-        Child first(server(question, [](LinxIpc*, void*) {}));
+        Child first(silent);
         first.hear();
         ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
         first.kill9();
@@ -234,7 +275,7 @@ TEST_F(Library, ARestartedPeerIsSupervisedAsTheOneThatEndedUntilItIsSentTo) {
     EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
     EXPECT_EQ(1, ends);
 
-    Child second(server(question, [](LinxIpc*, void*) {}));
+    Child second(silent);
     second.hear();
     ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
     EXPECT_EQ(0, endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr)) << "of the first, at once";
@@ -286,14 +327,16 @@ TEST_F(Library, ATimerOfMinusOneIsNotDueSoon) {
     EXPECT_EQ(0, endpoint.DisableTimer());
 }
 
+const Role stopping("Library.stopping", [](Line&) {
+    LinxIpc own(stateName());
+    ASSERT_EQ(0, own.Init());
+    EXPECT_EQ(0, notify(own, uiName(), shutdownRequest));
+});
+
 TEST_F(Library, AShutdownRequestIsDispatchedAndEndsTheReceive) {
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
-    Child sender([](Line&) {
-        LinxIpc own(stateName());
-        ASSERT_EQ(0, own.Init());
-        EXPECT_EQ(0, notify(own, uiName(), shutdownRequest));
-    });
+    Child sender(stopping);
     int calls = 0;
     endpoint.RegisterShutdown(count, &calls);
     EXPECT_EQ(ESHUTDOWN, endpoint.Receive(limit, answer, LinxIpc::emptyString, nullptr));
@@ -301,16 +344,19 @@ TEST_F(Library, AShutdownRequestIsDispatchedAndEndsTheReceive) {
     EXPECT_EQ(0, sender.exitStatus());
 }
 
+constexpr int messages = 1000;
+
+const Role streaming("Library.streaming", [](Line&) {
+    LinxIpc own(stateName());
+    ASSERT_EQ(0, own.Init());
+    for (int i = 0; i < messages; ++i) ASSERT_EQ(0, notify(own, uiName(), news));
+    EXPECT_EQ(0, notify(own, uiName(), shutdownRequest));
+});
+
 TEST_F(Library, APollLoopHearsEveryMessage) {
-    constexpr int messages = 500;
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
-    Child sender([](Line&) {
-        LinxIpc own(stateName());
-        ASSERT_EQ(0, own.Init());
-        for (int i = 0; i < messages; ++i) ASSERT_EQ(0, notify(own, uiName(), news));
-        EXPECT_EQ(0, notify(own, uiName(), shutdownRequest));
-    });
+    Child sender(streaming);
     int heard = 0;
     endpoint.RegisterHandler(news, count, &heard);
     int result;
@@ -328,7 +374,7 @@ TEST_F(Library, ANotificationFindsTheNextIncarnationOfAPeer) {
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
     for (int i = 0; i < 5; ++i) {
-        Child incarnation(server(question, answerInCapitals));
+        Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
         incarnation.hear();
         IpcMessage message;
         IpcMessage reply;
@@ -340,19 +386,40 @@ TEST_F(Library, ANotificationFindsTheNextIncarnationOfAPeer) {
     }
 }
 
+TEST_F(Library, ASupervisedPeersEndIsHeardWithItsNameAndItsNextIncarnationFound) {
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(0, endpoint.Init());
+    for (int i = 0; i < 5; ++i) {
+        Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
+        incarnation.hear();
+        IpcMessage message;
+        IpcMessage reply;
+        char text[] = "again";
+        message.Allocate(question, 5, text);
+        ASSERT_EQ(0, endpoint.Request(stateName(), message, answer, limit, &reply)) << i;
+        EXPECT_EQ("AGAIN", textOf(reply));
+        ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
+        incarnation.kill9();
+        EXPECT_EQ(0, endpoint.Receive(limit, ended, LinxIpc::emptyString, nullptr));
+        EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
+    }
+}
+
+const Role lateComer("Library.lateComer", [](Line& parent) {
+    LinxIpc own(stateName());
+    ASSERT_EQ(0, own.Init());
+    parent.tell();
+    parent.hear();
+    EXPECT_EQ(0, notify(own, uiName(), news));
+    EXPECT_EQ(0, own.Receive(limit, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ("at last", textOf(own.rxMessage));
+});
+
 TEST_F(Library, APeerThatIsNotThereIsSoughtAgainOnlyAfterItSpoke) {
     LinxIpc endpoint(uiName());
     ASSERT_EQ(0, endpoint.Init());
     EXPECT_EQ(-1, notify(endpoint, stateName(), news));
-    Child late([](Line& parent) {
-        LinxIpc own(stateName());
-        ASSERT_EQ(0, own.Init());
-        parent.tell();
-        parent.hear();
-        EXPECT_EQ(0, notify(own, uiName(), news));
-        EXPECT_EQ(0, own.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-        EXPECT_EQ("at last", textOf(own.rxMessage));
-    });
+    Child late(lateComer);
     late.hear();
     EXPECT_EQ(-1, notify(endpoint, stateName(), news));
     late.tell();

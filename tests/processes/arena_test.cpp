@@ -1,20 +1,24 @@
-// One arena for both word sizes, whichever makes it, and one that is too large for the smaller.
+// One arena for processes of every word size, whichever makes it, and one that is too large for the smaller.
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 
 #include "host/arena/arena_file.h"
-#include "tests/mixed/support/mixed_test.h"
+#include "host/arena/layout.h"
+#include "host/system/scoped_descriptor.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/role.h"
+#include "tests/processes/support/signals.h"
 
 namespace {
 
 using linxtest::ScopedVariable;
 
 constexpr uint32_t item = 100;
-constexpr bool isSmall = sizeof(void*) == 4;
 
 class Arena : public ProcessTest {
 protected:
@@ -37,11 +41,21 @@ const Role opener("Arena.opener", [](Line& parent) {
     }
 });
 
-void expectAnswer(LINX* linx, const Child& other) {
+void expectAnswer(LINX* linx) {
     const Bytes sent = pattern(100000, 1);
     EXPECT_EQ(0, sendBytes(linx, hunt(linx, "opener"), item, sent));
     EXPECT_TRUE(sent == expectSignal(linx, item).payload);
-    other.tell();
+}
+
+const Role asker("Arena.asker", [](Line&) {
+    const Endpoint endpoint("asker");
+    expectAnswer(endpoint);
+});
+
+/// Lets the opener go on to its end.
+void endOpener(Child& child) {
+    child.tell();
+    EXPECT_EQ(0, child.exitStatus());
 }
 
 TEST_F(Arena, IsTheSameWhicheverSizeMakesIt) {
@@ -53,8 +67,8 @@ TEST_F(Arena, IsTheSameWhicheverSizeMakesIt) {
             const ScopedVariable without("LINX_ARENA_MB", nullptr);
             Child other(opener.in(Size::other));
             EXPECT_EQ(0u, other.hear()) << size;
-            expectAnswer(endpoint, other);
-            EXPECT_EQ(0, other.exitStatus());
+            expectAnswer(endpoint);
+            endOpener(other);
         }
         const uint64_t madeHere = megabytes();
         ASSERT_EQ(0, unlink(file.c_str()));
@@ -63,8 +77,8 @@ TEST_F(Arena, IsTheSameWhicheverSizeMakesIt) {
             EXPECT_EQ(0u, other.hear()) << size;
             const ScopedVariable without("LINX_ARENA_MB", nullptr);
             Endpoint endpoint("joiner");
-            expectAnswer(endpoint, other);
-            EXPECT_EQ(0, other.exitStatus());
+            expectAnswer(endpoint);
+            endOpener(other);
         }
         EXPECT_EQ(madeHere, megabytes());
         EXPECT_EQ(static_cast<uint64_t>(std::atoi(size)), madeHere);
@@ -73,21 +87,19 @@ TEST_F(Arena, IsTheSameWhicheverSizeMakesIt) {
 }
 
 TEST_F(Arena, ThatIsTooLargeForASmallProcessIsRefusedToItAlone) {
+    const std::optional<Size> small = sizeWithPointersOf(4);
+    const std::optional<Size> large = sizeWithPointersOf(8);
+    if (!small || !large) GTEST_SKIP() << "All processes of this run are of one size.";
     for (const char* const size : {"3072", "4092", "4096", "16384"}) {
         const ScopedVariable variable("LINX_ARENA_MB", size);
-        if (isSmall) {
-            Child maker(opener.in(Size::other));
-            EXPECT_EQ(0u, maker.hear()) << size;
-            EXPECT_EQ(nullptr, linx_open("small", 0, nullptr)) << size;
-            EXPECT_EQ(ENOMEM, errno) << size;
-        } else {
-            Endpoint endpoint("maker");
-            Child small(opener.in(Size::other));
-            EXPECT_EQ(static_cast<uint32_t>(ENOMEM), small.hear()) << size;
-            EXPECT_EQ(0, small.exitStatus());
-            EXPECT_EQ(0, send(endpoint, spidOf(endpoint), item));
-            expectSignal(endpoint, item, 0);
-        }
+        Child maker(opener.in(*large));
+        EXPECT_EQ(0u, maker.hear()) << size;
+        Child refused(opener.in(*small));
+        EXPECT_EQ(static_cast<uint32_t>(ENOMEM), refused.hear()) << size;
+        EXPECT_EQ(0, refused.exitStatus());
+        Child other(asker.in(*large));
+        EXPECT_EQ(0, other.exitStatus());
+        endOpener(maker);
         EXPECT_EQ(static_cast<uint64_t>(std::atoi(size)), megabytes());
         ASSERT_EQ(0, unlink(domain.pathOf("arena").c_str()));
     }
@@ -125,21 +137,22 @@ const Role joiner("Arena.joiner", [](Line&) {
 });
 
 TEST_F(Arena, ThatHasNoRoomBesideOthersIsRefusedUntilTheyAreLeft) {
+    const std::optional<Size> small = sizeWithPointersOf(4);
+    if (!small) GTEST_SKIP() << "No process of this run is small.";
     const ScopedVariable variable("LINX_ARENA_MB", "1024");
-    Child small(joiner.in(isSmall ? Size::own : Size::other));
-    EXPECT_EQ(0, small.exitStatus());
+    Child child(joiner.in(*small));
+    EXPECT_EQ(0, child.exitStatus());
 }
 
 TEST_F(Arena, OfASmallMakerIsOneThatItCanMap) {
+    const std::optional<Size> small = sizeWithPointersOf(4);
+    if (!small) GTEST_SKIP() << "No process of this run is small.";
     const ScopedVariable variable("LINX_ARENA_MB", "3072");
-    {
-        const std::unique_ptr<Endpoint> own = isSmall ? std::make_unique<Endpoint>("maker") : nullptr;
-        Child other(opener.in(Size::other));
-        EXPECT_EQ(0u, other.hear());
-        Endpoint endpoint("asker");
-        expectAnswer(endpoint, other);
-        EXPECT_EQ(0, other.exitStatus());
-    }
+    Child maker(opener.in(*small));
+    EXPECT_EQ(0u, maker.hear());
+    Child other(asker);
+    EXPECT_EQ(0, other.exitStatus());
+    endOpener(maker);
     EXPECT_EQ(1024u, megabytes());
 }
 

@@ -1,9 +1,11 @@
-// What the killed of one word size leave behind, the other puts back: all of the memory, every name.
+// What the killed leave behind is put back by those who notice: all of the memory, every name.
 
 #include <cerrno>
 #include <random>
 
-#include "tests/mixed/support/mixed_test.h"
+#include "tests/processes/support/role.h"
+#include "tests/processes/support/signals.h"
+#include "tests/processes/support/whole_arena_test.h"
 
 namespace {
 
@@ -14,28 +16,19 @@ constexpr uint32_t answer = 101;
 constexpr uint32_t item = 1000;  // and on: signals are numbered
 constexpr uint32_t anySignal[] = {0};
 
-struct Sizes {
-    Size killed;
-    Size reaper;
-};
-
-std::ostream& operator<<(std::ostream& out, const Sizes& sizes) {
-    return out << sizes.reaper << " reaps " << sizes.killed;
-}
-
 /// A small arena, so that what is not given back is soon missed.
-class Reaping : public MixedTest, public testing::WithParamInterface<Sizes> {
+class Reaping : public WholeArenaTest {
 protected:
     void SetUp() override;
     void TearDown() override {
         reaper_.reset();
-        MixedTest::TearDown();
+        WholeArenaTest::TearDown();
     }
 
     /// Kills a child that plays `role` when it has said `steps` words, and has the reaper notice and count what came.
     /// Returns the count.
     uint32_t killAfter(const Role& role, uint32_t steps) {
-        Child killed(role.in(GetParam().killed));
+        Child killed(role);
         reaper_->tell(killed.hear());
         reaper_->hear();
         killed.tell();
@@ -80,8 +73,8 @@ const Role reaper("Reaping.reaper", [](Line& parent) {
 });
 
 void Reaping::SetUp() {
-    MixedTest::SetUp();
-    reaper_ = std::make_unique<Child>(reaper.in(GetParam().reaper));
+    WholeArenaTest::SetUp();
+    reaper_ = std::make_unique<Child>(reaper.in(Size::own));
 }
 
 /// Opens "killed" for a child that is going to be, and waits until it is supervised.
@@ -110,7 +103,7 @@ const Role idle("Reaping.idle", [](Line& parent) {
     parent.hear();
 });
 
-TEST_P(Reaping, WhoWasIdleLeavesNothing) {
+TEST_F(Reaping, WhoWasIdleLeavesNothing) {
     for (int round = 0; round < 5; ++round) EXPECT_EQ(0u, killAfter(idle, 1));
     endReaper();
 }
@@ -123,7 +116,7 @@ const Role silent("Reaping.silent", [](Line& parent) {
     parent.hear();
 });
 
-TEST_P(Reaping, WhatWasInFlightArrivesOrComesBack) {
+TEST_F(Reaping, WhatWasInFlightArrivesOrComesBack) {
     for (int round = 0; round < 10; ++round) ASSERT_EQ(50u, killAfter(silent, 1)) << "round " << round;
     endReaper();
 }
@@ -146,7 +139,7 @@ const Role hoarder("Reaping.hoarder", [](Line& parent) {
     parent.hear();
 });
 
-TEST_P(Reaping, WhatWasHeldComesBack) {
+TEST_F(Reaping, WhatWasHeldComesBack) {
     for (int round = 0; round < 10; ++round) ASSERT_EQ(0u, killAfter(hoarder, 1)) << "round " << round;
     endReaper();
 }
@@ -163,7 +156,7 @@ const Role stormer("Reaping.stormer", [](Line& parent) {
     }
 });
 
-TEST_P(Reaping, AKillInAStormOfSendsLosesNothing) {
+TEST_F(Reaping, AKillInAStormOfSendsLosesNothing) {
     std::mt19937 random(3);
     for (int round = 0; round < 40; ++round) {
         const uint32_t steps = 1 + static_cast<uint32_t>(random() % 300);
@@ -172,10 +165,6 @@ TEST_P(Reaping, AKillInAStormOfSendsLosesNothing) {
     }
     endReaper();
 }
-
-INSTANTIATE_TEST_SUITE_P(Sizes, Reaping,
-                         testing::Values(Sizes{Size::other, Size::own}, Sizes{Size::own, Size::other},
-                                         Sizes{Size::other, Size::other}));
 
 constexpr uint32_t crowd = 6;
 
@@ -211,9 +200,9 @@ const Role breathless("Crowd.breathless", [](Line& parent) {
     }
 });
 
-class Crowd : public MixedTest {};
+class Crowd : public WholeArenaTest {};
 
-TEST_F(Crowd, GoesOnThoughItsMembersOfEitherSizeAreKilledWhileTheyOpenAndClose) {
+TEST_F(Crowd, GoesOnThoughItsMembersAreKilledWhileTheyOpenAndClose) {
     Endpoint anchor("anchor");
     std::vector<std::unique_ptr<Child>> members;
     for (uint32_t i = 0; i + 1 < crowd; ++i) {
