@@ -34,19 +34,19 @@ const Role otherMortal("Death.otherMortal", [](Line& parent) { live(parent, "oth
 
 /// Expects the notice of an end, and that the end is known from then on.
 void expectNoticeOf(LINX* endpoint, LinxSpid spid) {
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
-    EXPECT_EQ("mortal", nameOf(endpoint, spid));
+    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
+    EXPECT_EQ(nameOf(endpoint, spid), "mortal");
     expectNothing(endpoint);
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
-    ASSERT_NE(0u, attach(endpoint, spid, otherNotice));
-    EXPECT_EQ(spid, expectSignal(endpoint, otherNotice, 0).sender);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
+    ASSERT_NE(attach(endpoint, spid, otherNotice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, otherNotice, 0).sender, spid);
 }
 
 TEST_F(Death, ASupervisorIsToldOfAKill) {
     Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectNothing(endpoint);
     victim.kill9();
     expectNoticeOf(endpoint, spid);
@@ -57,14 +57,14 @@ TEST_F(Death, ASenderThatNeverReceivesNoticesAKillAlsoAfterItHasHurried) {
     Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
-    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(0, send(endpoint, spid, item));
+    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(send(endpoint, spid, item), 0);
     victim.kill9();
     unsigned unnoticed = 0;
     do {
         const uint64_t tick = linx::coarseMilliseconds();
         while (linx::coarseMilliseconds() == tick) sched_yield();
     } while (send(endpoint, spid, item) == 0 && ++unnoticed < 10);
-    EXPECT_EQ(ECONNRESET, errno);
+    EXPECT_EQ(errno, ECONNRESET);
     EXPECT_LE(unnoticed, 3u);
 }
 
@@ -79,7 +79,7 @@ TEST_F(Death, ASupervisorIsToldOfAnOrderlyEnd) {
     Child victim(orderly);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     victim.tell();
     victim.hear();
     expectNoticeOf(endpoint, spid);
@@ -95,10 +95,10 @@ TEST_F(Death, ASupervisorIsToldOfAnEndWithoutClosing) {
     Child victim(careless);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     victim.tell();
     expectNoticeOf(endpoint, spid);
-    EXPECT_EQ(0, victim.exitStatus());
+    EXPECT_EQ(victim.exitStatus(), 0);
 }
 
 constexpr uint32_t lastWords = 500;
@@ -109,7 +109,7 @@ const Role talkative("Death.talkative", [](Line& parent) {
     const LinxSpid to = hunt(endpoint, "supervisor");
     parent.tell(spidOf(endpoint));
     parent.hear();
-    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
+    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(send(endpoint, to, item, {i}), 0);
     parent.tell();
     parent.hear();
 });
@@ -118,12 +118,12 @@ TEST_F(Death, TheNoticeComesAfterAllThatTheDeadHadSent) {
     Child victim(talkative);
     Endpoint endpoint("supervisor");
     const LinxSpid spid = victim.hear();
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectNothing(endpoint);
     victim.tell();
     victim.hear();
     victim.kill9();
-    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(i, expectSignal(endpoint, item).word());
+    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(expectSignal(endpoint, item).word(), i);
     expectNoticeOf(endpoint, spid);
 }
 
@@ -133,9 +133,9 @@ TEST_F(Death, AttachingTwiceGivesTwoNotices) {
     Endpoint endpoint("supervisor");
     const LinxRef first = attach(endpoint, spid, notice);
     const LinxRef second = attach(endpoint, spid, otherNotice);
-    EXPECT_NE(0u, first);
-    EXPECT_NE(0u, second);
-    EXPECT_NE(first, second);
+    EXPECT_NE(first, 0u);
+    EXPECT_NE(second, 0u);
+    EXPECT_NE(second, first);
     victim.kill9();
     expectSignal(endpoint, notice);
     expectSignal(endpoint, otherNotice);
@@ -146,7 +146,7 @@ TEST_F(Death, AttachingTwiceGivesTwoNotices) {
 const Role supervisor("Death.supervisor", [](Line& parent) {
     const LinxSpid spid = parent.hear();
     Endpoint endpoint("supervisor of " + std::to_string(spid) + " in " + std::to_string(getpid()));
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectNothing(endpoint);
     parent.tell();
     expectNoticeOf(endpoint, spid);
@@ -156,7 +156,7 @@ TEST_F(Death, EverySupervisorIsTold) {
     Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     Child first(supervisor);
     Child second(supervisor.in(Size::own));
     for (const Child* child : {&first, &second}) {
@@ -165,15 +165,15 @@ TEST_F(Death, EverySupervisorIsTold) {
     }
     victim.kill9();
     expectNoticeOf(endpoint, spid);
-    EXPECT_EQ(0, first.exitStatus());
-    EXPECT_EQ(0, second.exitStatus());
+    EXPECT_EQ(first.exitStatus(), 0);
+    EXPECT_EQ(second.exitStatus(), 0);
 }
 
 TEST_F(Death, EndpointsOfOneProcessAreToldOfEachOther) {
     Endpoint endpoint("supervisor");
     Endpoint supervised("mortal");
     const LinxSpid spid = spidOf(supervised);
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     supervised.close();
     expectNoticeOf(endpoint, spid);
 }
@@ -183,10 +183,10 @@ TEST_F(Death, AttachingToTheDeadGivesTheNoticeAtOnce) {
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
     victim.kill9();
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
-    EXPECT_EQ(spid, expectSignal(endpoint, notice, 0).sender);
-    ASSERT_NE(0u, attach(endpoint, spid, otherNotice));
-    EXPECT_EQ(spid, expectSignal(endpoint, otherNotice, 0).sender);
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, notice, 0).sender, spid);
+    ASSERT_NE(attach(endpoint, spid, otherNotice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, otherNotice, 0).sender, spid);
 }
 
 TEST_F(Death, AttachingToAClosedOneGivesTheNoticeAtOnce) {
@@ -194,14 +194,14 @@ TEST_F(Death, AttachingToAClosedOneGivesTheNoticeAtOnce) {
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
     victim.tell();
-    ASSERT_EQ(0, victim.exitStatus());
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
-    EXPECT_EQ(spid, expectSignal(endpoint, notice, 0).sender);
+    ASSERT_EQ(victim.exitStatus(), 0);
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, notice, 0).sender, spid);
 }
 
 const Role terse("Death.terse", [](Line& parent) {
     Endpoint endpoint("mortal");
-    ASSERT_EQ(0, send(endpoint, hunt(endpoint, "supervisor"), item));
+    ASSERT_EQ(send(endpoint, hunt(endpoint, "supervisor"), item), 0);
     parent.tell(spidOf(endpoint));
     parent.hear();
 });
@@ -211,7 +211,7 @@ TEST_F(Death, WhatTheDeadHadSentComesBeforeANoticeAskedForLate) {
     Endpoint endpoint("supervisor");
     const LinxSpid spid = victim.hear();
     victim.kill9();
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectSignal(endpoint, item, 0);
     expectSignal(endpoint, notice, 0);
 }
@@ -219,9 +219,9 @@ TEST_F(Death, WhatTheDeadHadSentComesBeforeANoticeAskedForLate) {
 TEST_F(Death, NobodyCanBeAttachedToWhoNeverWas) {
     Endpoint endpoint("supervisor");
     for (const LinxSpid spid : {0u, spidOf(endpoint) + 1, ~0u}) {
-        EXPECT_EQ(0u, attach(endpoint, spid, notice)) << spid;
-        EXPECT_EQ(ESRCH, errno) << spid;
-        EXPECT_EQ(ESRCH, send(endpoint, spid, item)) << spid;
+        EXPECT_EQ(attach(endpoint, spid, notice), 0u) << spid;
+        EXPECT_EQ(errno, ESRCH) << spid;
+        EXPECT_EQ(send(endpoint, spid, item), ESRCH) << spid;
     }
     expectNothing(endpoint);
 }
@@ -233,12 +233,12 @@ TEST_F(Death, TheNameOfTheDeadIsStillKnown) {
     const LinxSpid closedSpid = closed.hear();
     killed.kill9();
     closed.tell();
-    EXPECT_EQ(0, closed.exitStatus());
+    EXPECT_EQ(closed.exitStatus(), 0);
     Endpoint endpoint("asker");
-    ASSERT_NE(0u, attach(endpoint, killedSpid, notice));
+    ASSERT_NE(attach(endpoint, killedSpid, notice), 0u);
     expectSignal(endpoint, notice);
-    EXPECT_EQ("mortal", nameOf(endpoint, killedSpid));
-    EXPECT_EQ("otherMortal", nameOf(endpoint, closedSpid));
+    EXPECT_EQ(nameOf(endpoint, killedSpid), "mortal");
+    EXPECT_EQ(nameOf(endpoint, closedSpid), "otherMortal");
 }
 
 TEST_F(Death, SendingToTheKilledSaysSo) {
@@ -246,34 +246,34 @@ TEST_F(Death, SendingToTheKilledSaysSo) {
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
     victim.kill9();
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, SendingToAKilledAcquaintanceSaysSo) {
     Child victim(mortal);
     Endpoint endpoint("sender");
     const LinxSpid spid = victim.hear();
-    ASSERT_EQ(spid, hunt(endpoint, "mortal"));
+    ASSERT_EQ(hunt(endpoint, "mortal"), spid);
     victim.kill9();
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, SendingToTheClosedSaysSo) {
     Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
-    ASSERT_EQ(0, send(endpoint, spid, item));
+    ASSERT_EQ(send(endpoint, spid, item), 0);
     victim.tell();
-    ASSERT_EQ(0, victim.exitStatus());
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    ASSERT_EQ(victim.exitStatus(), 0);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, ASenderThatNeverReceivesNoticesToo) {
     Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
-    ASSERT_EQ(0, send(endpoint, spid, item));  // nobody empties the mailbox, so nobody rings any more
+    ASSERT_EQ(send(endpoint, spid, item), 0);  // nobody empties the mailbox, so nobody rings any more
     victim.kill9();
     uint32_t sent = 0;
     int result = 0;
@@ -281,7 +281,7 @@ TEST_F(Death, ASenderThatNeverReceivesNoticesToo) {
         result = send(endpoint, spid, item);
         ++sent;
     }
-    EXPECT_EQ(ECONNRESET, result) << "after " << sent;
+    EXPECT_EQ(result, ECONNRESET) << "after " << sent;
 }
 
 void stumbleSoon() {
@@ -319,27 +319,27 @@ const Role stumbling("Death.stumbling", [](Line&) {
     stumble();
     Endpoint endpoint("sender");
     for (uint32_t round = 0; round < briefRounds; ++round) {
-        ASSERT_EQ(0, send(endpoint, hunt(endpoint, briefName(round)), item)) << "round " << round;
+        ASSERT_EQ(send(endpoint, hunt(endpoint, briefName(round)), item), 0) << "round " << round;
     }
 });
 
 TEST_F(Death, WhatWasReceivedCountsAsSentThoughTheReceiverEndsBeforeTheSenderKnows) {
     Child receiver(brief);
     Child sender(stumbling.in(Size::own));
-    EXPECT_EQ(0, sender.exitStatus());
-    EXPECT_EQ(0, receiver.exitStatus());
+    EXPECT_EQ(sender.exitStatus(), 0);
+    EXPECT_EQ(receiver.exitStatus(), 0);
 }
 
 TEST_F(Death, AStoppedPeerIsNotTakenForDead) {
     Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     victim.stop();
-    EXPECT_EQ(0, send(endpoint, spid, item));
+    EXPECT_EQ(send(endpoint, spid, item), 0);
     expectNothing(endpoint);
     victim.kill9();
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
+    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
 }
 
 TEST_F(Death, ANewIncarnationHasANewSpid) {
@@ -348,12 +348,12 @@ TEST_F(Death, ANewIncarnationHasANewSpid) {
     for (int i = 0; i < 20; ++i) {
         Child incarnation(mortal);
         const LinxSpid spid = incarnation.hear();
-        EXPECT_EQ(spid, hunt(endpoint, "mortal"));
+        EXPECT_EQ(hunt(endpoint, "mortal"), spid);
         for (const LinxSpid earlier : seen) {
-            EXPECT_NE(earlier, spid);
-            EXPECT_EQ(ECONNRESET, send(endpoint, earlier, item));
+            EXPECT_NE(spid, earlier);
+            EXPECT_EQ(send(endpoint, earlier, item), ECONNRESET);
         }
-        EXPECT_EQ(0, send(endpoint, spid, item));
+        EXPECT_EQ(send(endpoint, spid, item), 0);
         seen.push_back(spid);
         incarnation.kill9();
     }
@@ -364,19 +364,19 @@ TEST_F(Death, AHuntForAKilledAcquaintanceIsAnsweredByItsSuccessor) {
     for (int i = 0; i < 10; ++i) {
         Child peer(mortal);
         const LinxSpid killed = peer.hear();
-        ASSERT_EQ(killed, hunt(endpoint, "mortal"));
-        ASSERT_EQ(0, send(endpoint, killed, item));
+        ASSERT_EQ(hunt(endpoint, "mortal"), killed);
+        ASSERT_EQ(send(endpoint, killed, item), 0);
         peer.kill9();
-        ASSERT_EQ(0, linx_hunt(endpoint, "mortal", nullptr));
+        ASSERT_EQ(linx_hunt(endpoint, "mortal", nullptr), 0);
         expectNothing(endpoint);
         Endpoint successor("mortal");
-        EXPECT_EQ(spidOf(successor), expectSignal(endpoint, LINX_OS_HUNT_SIG).sender);
+        EXPECT_EQ(expectSignal(endpoint, LINX_OS_HUNT_SIG).sender, spidOf(successor));
     }
 }
 
 const Role hunter("Death.hunter", [](Line& parent) {
     Endpoint endpoint("hunter");
-    EXPECT_EQ(0, linx_hunt(endpoint, "late", nullptr));
+    EXPECT_EQ(linx_hunt(endpoint, "late", nullptr), 0);
     parent.tell();
     parent.hear();
 });
@@ -389,12 +389,12 @@ TEST_F(Death, TheHuntsOfTheDeadAreDropped) {
             hunting.kill9();
         } else {
             hunting.tell();
-            ASSERT_EQ(0, hunting.exitStatus());
+            ASSERT_EQ(hunting.exitStatus(), 0);
         }
         Endpoint next("hunter");
         Endpoint late("late");
         expectNothing(next);
-        EXPECT_EQ(spidOf(late), hunt(next, "late"));
+        EXPECT_EQ(hunt(next, "late"), spidOf(late));
     }
 }
 
@@ -404,12 +404,12 @@ TEST_F(Death, OpeningANameThatOnlyTheDeadHuntForWorks) {
     hunting.kill9();
     Endpoint late("late");  // nobody has noticed the hunter's end yet
     Endpoint endpoint("other");
-    EXPECT_EQ(spidOf(late), hunt(endpoint, "late"));
+    EXPECT_EQ(hunt(endpoint, "late"), spidOf(late));
 }
 
 const Role leaver("Death.leaver", [](Line& parent) {
     Endpoint endpoint("supervisor");
-    EXPECT_NE(0u, attach(endpoint, parent.hear(), notice));
+    EXPECT_NE(attach(endpoint, parent.hear(), notice), 0u);
     parent.tell();
     parent.hear();
 });
@@ -425,11 +425,11 @@ TEST_F(Death, ASupervisorMayEndBeforeTheSupervised) {
             watcher.kill9();
         } else {
             watcher.tell();
-            EXPECT_EQ(0, watcher.exitStatus());
+            EXPECT_EQ(watcher.exitStatus(), 0);
         }
     }
     expectNothing(endpoint);
-    EXPECT_EQ(0, send(endpoint, spid, item));
+    EXPECT_EQ(send(endpoint, spid, item), 0);
     expectSignal(endpoint, item);
 }
 

@@ -23,20 +23,20 @@ TEST_F(Meeting, TwoDomainsDoNotSeeEachOther) {
     elsewhere.hear();
     const linxtest::ScopedVariable back("LINX_DOMAIN", domain.path().c_str());
     Endpoint same("same");
-    ASSERT_EQ(0, linx_hunt(same, "only", nullptr));
+    ASSERT_EQ(linx_hunt(same, "only", nullptr), 0);
     expectNothing(same);
     elsewhere.tell();
-    EXPECT_EQ(0, elsewhere.exitStatus());
+    EXPECT_EQ(elsewhere.exitStatus(), 0);
 }
 
 TEST_F(Meeting, OneProcessMayBeInTwoDomains) {
     Endpoint here("here");
     const linxtest::TestDomain other;
     Endpoint there("there");
-    ASSERT_EQ(0, linx_hunt(here, "there", nullptr));
+    ASSERT_EQ(linx_hunt(here, "there", nullptr), 0);
     expectNothing(here);
     Endpoint neighbour("neighbour");
-    EXPECT_EQ(spidOf(neighbour), hunt(there, "neighbour"));
+    EXPECT_EQ(hunt(there, "neighbour"), spidOf(neighbour));
 }
 
 TEST_F(Meeting, ABareWordIsADomainBesideTheDefault) {
@@ -52,9 +52,9 @@ TEST_F(Meeting, ABareWordIsADomainBesideTheDefault) {
         const LinxSpid spid = server.hear();
         const linxtest::ScopedVariable absolute("LINX_DOMAIN", path.c_str());
         Endpoint client("client");
-        EXPECT_EQ(spid, hunt(client, "server"));
+        EXPECT_EQ(hunt(client, "server"), spid);
         server.tell();
-        EXPECT_EQ(0, server.exitStatus());
+        EXPECT_EQ(server.exitStatus(), 0);
     }
     EXPECT_GT(std::filesystem::remove_all(path), 0u);
 }

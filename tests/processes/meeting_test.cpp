@@ -30,37 +30,37 @@ TEST_F(Meeting, AHuntFindsAnEndpointThatIsOpen) {
     Child server(holder);
     const LinxSpid spid = openIn(server);
     Endpoint client("client");
-    EXPECT_EQ(spid, hunt(client, "name"));
-    EXPECT_EQ("name", nameOf(client, spid));
+    EXPECT_EQ(hunt(client, "name"), spid);
+    EXPECT_EQ(nameOf(client, spid), "name");
     server.tell();
-    EXPECT_EQ(0, server.exitStatus());
+    EXPECT_EQ(server.exitStatus(), 0);
 }
 
 TEST_F(Meeting, AHuntForALiveNameIsAnsweredWithoutWaiting) {
     Child server(holder);
     const LinxSpid spid = openIn(server);
     Endpoint client("client");
-    ASSERT_EQ(0, linx_hunt(client, "name", nullptr));
-    EXPECT_EQ(spid, expectSignal(client, LINX_OS_HUNT_SIG, 0).sender);
+    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
+    EXPECT_EQ(expectSignal(client, LINX_OS_HUNT_SIG, 0).sender, spid);
 }
 
 TEST_F(Meeting, AHuntForAnAbsentNameIsAnsweredWhenItOpens) {
     Child server(holder);
     Endpoint client("client");
-    ASSERT_EQ(0, linx_hunt(client, "name", nullptr));
+    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
     expectNothing(client);
     const LinxSpid spid = openIn(server);
-    EXPECT_EQ(spid, expectSignal(client, LINX_OS_HUNT_SIG).sender);
+    EXPECT_EQ(expectSignal(client, LINX_OS_HUNT_SIG).sender, spid);
     expectNothing(client);
 }
 
 const Role hunter("Meeting.hunter", [](Line& parent) {
     Endpoint endpoint("hunter" + std::to_string(parent.hear()));
-    EXPECT_EQ(0, linx_hunt(endpoint, "late", nullptr));
+    EXPECT_EQ(linx_hunt(endpoint, "late", nullptr), 0);
     parent.tell(spidOf(endpoint));
     const LinxSpid found = expectSignal(endpoint, LINX_OS_HUNT_SIG).sender;
-    EXPECT_EQ("late", nameOf(endpoint, found));
-    EXPECT_EQ(found, expectSignal(endpoint, ping).sender);
+    EXPECT_EQ(nameOf(endpoint, found), "late");
+    EXPECT_EQ(expectSignal(endpoint, ping).sender, found);
     expectNothing(endpoint);
     parent.tell(found);
 });
@@ -74,10 +74,10 @@ TEST_F(Meeting, EverybodyWhoHuntsForAnAbsentNameIsAnsweredOnce) {
         spids.push_back(child.hear());
     }
     Endpoint late("late");
-    for (const LinxSpid spid : spids) EXPECT_EQ(0, send(late, spid, ping));
+    for (const LinxSpid spid : spids) EXPECT_EQ(send(late, spid, ping), 0);
     for (Child& child : hunters) {
-        EXPECT_EQ(spidOf(late), child.hear());
-        EXPECT_EQ(0, child.exitStatus());
+        EXPECT_EQ(child.hear(), spidOf(late));
+        EXPECT_EQ(child.exitStatus(), 0);
     }
 }
 
@@ -87,20 +87,20 @@ TEST_F(Meeting, TheHuntersOwnSignalComesBackWithItsContents) {
     for (const bool before : {true, false}) {
         LinxSignal* signal = linx_alloc(client, sizeof(LinxSignal) + 1, 77);
         *payloadOf(signal) = 42;
-        ASSERT_EQ(0, linx_hunt(client, "name", &signal));
-        EXPECT_EQ(nullptr, signal);
+        ASSERT_EQ(linx_hunt(client, "name", &signal), 0);
+        EXPECT_EQ(signal, nullptr);
         const LinxSpid spid = before ? openIn(server) : hunt(client, "name");
         const Received answer = expectSignal(client, 77);
-        EXPECT_EQ(spid, answer.sender);
-        EXPECT_EQ(Bytes{42}, answer.payload);
+        EXPECT_EQ(answer.sender, spid);
+        EXPECT_EQ(answer.payload, Bytes{42});
     }
 }
 
 TEST_F(Meeting, TwoHuntsForOneAbsentNameAreTwoAnswers) {
     Child server(holder);
     Endpoint client("client");
-    ASSERT_EQ(0, linx_hunt(client, "name", nullptr));
-    ASSERT_EQ(0, linx_hunt(client, "name", nullptr));
+    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
+    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
     openIn(server);
     expectSignal(client, LINX_OS_HUNT_SIG);
     expectSignal(client, LINX_OS_HUNT_SIG);
@@ -109,10 +109,10 @@ TEST_F(Meeting, TwoHuntsForOneAbsentNameAreTwoAnswers) {
 
 void play(const char* own, const char* other) {
     Endpoint endpoint(own);
-    EXPECT_EQ(0, send(endpoint, hunt(endpoint, other), ping));
+    EXPECT_EQ(send(endpoint, hunt(endpoint, other), ping), 0);
     const Received greeting = expectAmongOthers(endpoint, ping);
-    EXPECT_EQ(other, nameOf(endpoint, greeting.sender));
-    EXPECT_EQ(0, send(endpoint, greeting.sender, pong));
+    EXPECT_EQ(nameOf(endpoint, greeting.sender), other);
+    EXPECT_EQ(send(endpoint, greeting.sender, pong), 0);
     expectAmongOthers(endpoint, pong);
 }
 
@@ -122,23 +122,23 @@ TEST_F(Meeting, TwoProcessesThatHuntForEachOtherBothFindTheOther) {
     for (int round = 0; round < 5; ++round) {
         Child left(player);
         play("right", "left");
-        EXPECT_EQ(0, left.exitStatus());
+        EXPECT_EQ(left.exitStatus(), 0);
     }
 }
 
 TEST_F(Meeting, ANameIsTakenOnceInAProcess) {
     Endpoint first("name");
-    EXPECT_EQ(nullptr, linx_open("name", 0, nullptr));
-    EXPECT_EQ(EADDRINUSE, errno);
+    EXPECT_EQ(linx_open("name", 0, nullptr), nullptr);
+    EXPECT_EQ(errno, EADDRINUSE);
 }
 
 TEST_F(Meeting, ANameIsTakenOnceAmongProcesses) {
     Child holding(holder);
     openIn(holding);
-    EXPECT_EQ(nullptr, linx_open("name", 0, nullptr));
-    EXPECT_EQ(EADDRINUSE, errno);
+    EXPECT_EQ(linx_open("name", 0, nullptr), nullptr);
+    EXPECT_EQ(errno, EADDRINUSE);
     holding.tell();
-    EXPECT_EQ(0, holding.exitStatus());
+    EXPECT_EQ(holding.exitStatus(), 0);
     Endpoint endpoint("name");
 }
 
@@ -146,9 +146,9 @@ TEST_F(Meeting, ANameIsFreeAgainAfterClosing) {
     Child holding(holder);
     const LinxSpid before = openIn(holding);
     holding.tell();
-    ASSERT_EQ(0, holding.exitStatus());
+    ASSERT_EQ(holding.exitStatus(), 0);
     Endpoint next("name");
-    EXPECT_NE(before, spidOf(next));
+    EXPECT_NE(spidOf(next), before);
 }
 
 TEST_F(Meeting, ANameIsFreeAgainAfterAKill) {
@@ -156,12 +156,12 @@ TEST_F(Meeting, ANameIsFreeAgainAfterAKill) {
     for (int round = 0; round < 6; ++round) {
         Child holding(holder.in(round % 2 == 0 ? Size::other : Size::own));
         const LinxSpid spid = openIn(holding);
-        EXPECT_NE(before, spid);
+        EXPECT_NE(spid, before);
         before = spid;
         holding.kill9();
     }
     Endpoint next("name");
-    EXPECT_NE(before, spidOf(next));
+    EXPECT_NE(spidOf(next), before);
 }
 
 TEST_F(Meeting, AHuntDoesNotFindTheDead) {
@@ -169,11 +169,11 @@ TEST_F(Meeting, AHuntDoesNotFindTheDead) {
     openIn(killed);
     killed.kill9();
     Endpoint client("client");
-    ASSERT_EQ(0, linx_hunt(client, "name", nullptr));
+    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
     expectNothing(client);
     Child next(holder);
     const LinxSpid spid = openIn(next);
-    EXPECT_EQ(spid, expectSignal(client, LINX_OS_HUNT_SIG).sender);
+    EXPECT_EQ(expectSignal(client, LINX_OS_HUNT_SIG).sender, spid);
 }
 
 constexpr uint32_t atOnce = 8;
@@ -202,7 +202,7 @@ TEST_F(Meeting, FirstEndpointsOfADomainAgreeOnIt) {
     for (const auto& child : children) child->tell();
     for (const auto& child : children) child->hear();
     for (const auto& child : children) child->tell();
-    for (const auto& child : children) EXPECT_EQ(0, child->exitStatus());
+    for (const auto& child : children) EXPECT_EQ(child->exitStatus(), 0);
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ protected:
 
     void endReaper() {
         reaper_->tell(0);
-        EXPECT_EQ(0, reaper_->exitStatus());
+        EXPECT_EQ(reaper_->exitStatus(), 0);
         expectWholePool();
     }
 
@@ -53,21 +53,21 @@ private:
 const Role reaper("Reaping.reaper", [](Line& parent) {
     Endpoint endpoint("reaper");
     while (const LinxSpid spid = parent.hear()) {
-        ASSERT_NE(0u, attach(endpoint, spid, notice));
-        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(0, sendBytes(endpoint, spid, answer, Bytes(1000)));
+        ASSERT_NE(attach(endpoint, spid, notice), 0u);
+        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(sendBytes(endpoint, spid, answer, Bytes(1000)), 0);
         parent.tell();
         uint32_t count = 0;
         for (;;) {
             const std::optional<Received> received = receive(endpoint, patience);
             ASSERT_TRUE(received);
-            ASSERT_EQ(spid, received->sender);
+            ASSERT_EQ(received->sender, spid);
             if (received->number == notice) break;
-            ASSERT_EQ(item + count, received->number);
+            ASSERT_EQ(received->number, item + count);
             ASSERT_TRUE(pattern(received->payload.size(), received->number) == received->payload);
             ++count;
             send(endpoint, spid, answer);  // to somebody who may be dead by now
         }
-        EXPECT_EQ("killed", nameOf(endpoint, spid));
+        EXPECT_EQ(nameOf(endpoint, spid), "killed");
         parent.tell(count);
     }
 });
@@ -104,20 +104,20 @@ const Role idle("Reaping.idle", [](Line& parent) {
 });
 
 TEST_F(Reaping, WhoWasIdleLeavesNothing) {
-    for (int round = 0; round < 5; ++round) EXPECT_EQ(0u, killAfter(idle, 1));
+    for (int round = 0; round < 5; ++round) EXPECT_EQ(killAfter(idle, 1), 0u);
     endReaper();
 }
 
 /// Sends without receiving, so that signals of both are on their way when it is killed.
 const Role silent("Reaping.silent", [](Line& parent) {
     Killed endpoint(parent);
-    for (int i = 0; i < 50; ++i) ASSERT_EQ(0, endpoint.sendNext(20000));
+    for (int i = 0; i < 50; ++i) ASSERT_EQ(endpoint.sendNext(20000), 0);
     parent.tell();
     parent.hear();
 });
 
 TEST_F(Reaping, WhatWasInFlightArrivesOrComesBack) {
-    for (int round = 0; round < 10; ++round) ASSERT_EQ(50u, killAfter(silent, 1)) << "round " << round;
+    for (int round = 0; round < 10; ++round) ASSERT_EQ(killAfter(silent, 1), 50u) << "round " << round;
     endReaper();
 }
 
@@ -125,22 +125,22 @@ TEST_F(Reaping, WhatWasInFlightArrivesOrComesBack) {
 const Role hoarder("Reaping.hoarder", [](Line& parent) {
     Killed endpoint(parent);
     for (uint32_t i = 0; i < 40; ++i) {
-        ASSERT_NE(nullptr, linx_alloc(endpoint, 30000, item));
+        ASSERT_NE(linx_alloc(endpoint, 30000, item), nullptr);
         LinxSignal* received = nullptr;
         ASSERT_LT(0, linx_receive_w_tmo(endpoint, &received, patience, anySignal));
-        ASSERT_EQ(0, sendBytes(endpoint, spidOf(endpoint), item, Bytes(30000)));
+        ASSERT_EQ(sendBytes(endpoint, spidOf(endpoint), item, Bytes(30000)), 0);
         LinxSignal* parked[3];
         for (LinxSignal*& signal : parked) signal = linx_alloc(endpoint, 5000, item);
-        ASSERT_EQ(0, linx_hunt(endpoint, "absent", &parked[0]));
-        ASSERT_NE(0u, linx_attach(endpoint, &parked[1], endpoint.peer));
-        ASSERT_NE(0u, linx_request_tmo(endpoint, 1000 * patience, &parked[2]));
+        ASSERT_EQ(linx_hunt(endpoint, "absent", &parked[0]), 0);
+        ASSERT_NE(linx_attach(endpoint, &parked[1], endpoint.peer), 0u);
+        ASSERT_NE(linx_request_tmo(endpoint, 1000 * patience, &parked[2]), 0u);
     }
     parent.tell();
     parent.hear();
 });
 
 TEST_F(Reaping, WhatWasHeldComesBack) {
-    for (int round = 0; round < 10; ++round) ASSERT_EQ(0u, killAfter(hoarder, 1)) << "round " << round;
+    for (int round = 0; round < 10; ++round) ASSERT_EQ(killAfter(hoarder, 1), 0u) << "round " << round;
     endReaper();
 }
 
@@ -150,7 +150,7 @@ const Role stormer("Reaping.stormer", [](Line& parent) {
     for (uint32_t i = 0;; ++i) {
         const int result = endpoint.sendNext(i % 64 == 0 ? 40000 : i * 37 % 3000);
         ASSERT_TRUE(result == 0 || result == ENOMEM) << result;
-        ASSERT_EQ(0, result);
+        ASSERT_EQ(result, 0);
         parent.tell();
         if (i % 3 == 0) receive(endpoint, patience, {answer});
     }
@@ -178,10 +178,10 @@ const Role restless("Crowd.restless", [](Line& parent) {
     for (;;) {
         for (int i = 0; i < 20; ++i) {
             Endpoint endpoint(nameOfMember(number));
-            ASSERT_EQ(spidOf(endpoint), hunt(endpoint, nameOfMember(number)));
-            ASSERT_NE(0u, hunt(endpoint, "anchor"));
-            ASSERT_EQ(0, linx_hunt(endpoint, nameOfMember(number + 1).c_str(), nullptr));
-            ASSERT_EQ(0, linx_hunt(endpoint, "nobody", nullptr));
+            ASSERT_EQ(hunt(endpoint, nameOfMember(number)), spidOf(endpoint));
+            ASSERT_NE(hunt(endpoint, "anchor"), 0u);
+            ASSERT_EQ(linx_hunt(endpoint, nameOfMember(number + 1).c_str(), nullptr), 0);
+            ASSERT_EQ(linx_hunt(endpoint, "nobody", nullptr), 0);
         }
         parent.tell();
         if (parent.hear() == 0) return;
@@ -221,9 +221,9 @@ TEST_F(Crowd, GoesOnThoughItsMembersAreKilledWhileTheyOpenAndClose) {
     }
     for (const auto& member : members) member->hear();
     for (const auto& member : members) member->tell(0);
-    for (const auto& member : members) EXPECT_EQ(0, member->exitStatus());
+    for (const auto& member : members) EXPECT_EQ(member->exitStatus(), 0);
     Endpoint last(nameOfMember(crowd - 1));
-    EXPECT_EQ(spidOf(last), hunt(anchor, nameOfMember(crowd - 1)));
+    EXPECT_EQ(hunt(anchor, nameOfMember(crowd - 1)), spidOf(last));
     last.close();
     anchor.close();
     expectWholePool();

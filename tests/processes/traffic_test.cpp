@@ -33,13 +33,13 @@ Bytes payloadOfSize(uint32_t size) {
 
 /// Sends a signal of every size, numbered by it.
 void sendEverySize(LINX* linx, LinxSpid to) {
-    for (const uint32_t size : edgesOfTheClasses()) ASSERT_EQ(0, sendBytes(linx, to, size, payloadOfSize(size)));
+    for (const uint32_t size : edgesOfTheClasses()) ASSERT_EQ(sendBytes(linx, to, size, payloadOfSize(size)), 0);
 }
 
 void expectEverySize(LINX* linx, LinxSpid from) {
     for (const uint32_t size : edgesOfTheClasses()) {
         const Received received = expectSignal(linx, size);
-        EXPECT_EQ(from, received.sender);
+        EXPECT_EQ(received.sender, from);
         EXPECT_TRUE(payloadOfSize(size) == received.payload) << size;
     }
 }
@@ -62,8 +62,8 @@ TEST_F(Traffic, SignalsOfEverySizeArriveWhole) {
         sendEverySize(endpoint, peer);
         expectEverySize(endpoint, peer);
     }
-    ASSERT_EQ(0, send(endpoint, peer, end));
-    EXPECT_EQ(0, other.exitStatus());
+    ASSERT_EQ(send(endpoint, peer, end), 0);
+    EXPECT_EQ(other.exitStatus(), 0);
 }
 
 constexpr uint32_t alignedSizes = 200;
@@ -71,7 +71,7 @@ constexpr uint32_t alignedSizes = 200;
 const Role sizeBySize("Traffic.sizeBySize", [](Line&) {
     Endpoint endpoint("sender");
     const LinxSpid other = hunt(endpoint, "receiver");
-    for (uint32_t size = 0; size < alignedSizes; ++size) ASSERT_EQ(0, sendBytes(endpoint, other, item, Bytes(size)));
+    for (uint32_t size = 0; size < alignedSizes; ++size) ASSERT_EQ(sendBytes(endpoint, other, item, Bytes(size)), 0);
 });
 
 TEST_F(Traffic, PayloadsAreAligned) {
@@ -79,18 +79,18 @@ TEST_F(Traffic, PayloadsAreAligned) {
     Endpoint endpoint("receiver");
     for (uint32_t size = 0; size < alignedSizes; ++size) {
         LinxSignal* signal = nullptr;
-        ASSERT_EQ(static_cast<int>(size + sizeof(LinxSignal)),
-                  linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
-        EXPECT_EQ(0u, reinterpret_cast<uintptr_t>(payloadOf(signal)) % 16);
-        ASSERT_EQ(0, linx_free_buf(endpoint, &signal));
+        ASSERT_EQ(linx_receive_w_tmo(endpoint, &signal, patience, anySignal),
+                  static_cast<int>(size + sizeof(LinxSignal)));
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(payloadOf(signal)) % 16, 0u);
+        ASSERT_EQ(linx_free_buf(endpoint, &signal), 0);
     }
-    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
 
 const Role manySender("Traffic.manySender", [](Line& parent) {
     Endpoint endpoint("sender" + std::to_string(parent.hear()));
     const LinxSpid to = hunt(endpoint, "receiver");
-    for (uint32_t i = 0; i < 3000; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
+    for (uint32_t i = 0; i < 3000; ++i) ASSERT_EQ(send(endpoint, to, item, {i}), 0);
 });
 
 TEST_F(Traffic, EachSendersSignalsKeepTheirOrder) {
@@ -103,11 +103,11 @@ TEST_F(Traffic, EachSendersSignalsKeepTheirOrder) {
     std::map<LinxSpid, uint32_t> next;
     for (uint32_t i = 0; i < 4 * 3000; ++i) {
         const Received received = expectSignal(endpoint, item);
-        ASSERT_EQ(next[received.sender]++, received.word());
+        ASSERT_EQ(received.word(), next[received.sender]++);
     }
-    EXPECT_EQ(4u, next.size());
+    EXPECT_EQ(next.size(), 4u);
     expectNothing(endpoint);
-    for (const auto& sender : senders) EXPECT_EQ(0, sender->exitStatus());
+    for (const auto& sender : senders) EXPECT_EQ(sender->exitStatus(), 0);
 }
 
 constexpr uint32_t turns = 400;
@@ -117,7 +117,7 @@ const Role inTurn("Traffic.inTurn", [](Line& parent) {
     const LinxSpid other = hunt(endpoint, "receiver");
     for (uint32_t i = 0; i < turns / 2; ++i) {
         const uint32_t turn = parent.hear();
-        ASSERT_EQ(0, send(endpoint, other, item, {turn}));
+        ASSERT_EQ(send(endpoint, other, item, {turn}), 0);
         parent.tell();
     }
 });
@@ -133,9 +133,9 @@ TEST_F(Traffic, WhatIsSentBeforeIsReceivedBefore) {
         next.tell(turn);
         next.hear();
     }
-    for (uint32_t turn = 0; turn < turns; ++turn) ASSERT_EQ(turn, expectSignal(endpoint, item).word());
-    EXPECT_EQ(0, first.exitStatus());
-    EXPECT_EQ(0, second.exitStatus());
+    for (uint32_t turn = 0; turn < turns; ++turn) ASSERT_EQ(expectSignal(endpoint, item).word(), turn);
+    EXPECT_EQ(first.exitStatus(), 0);
+    EXPECT_EQ(second.exitStatus(), 0);
 }
 
 const Role selector("Traffic.selector", [](Line& parent) {
@@ -152,7 +152,7 @@ TEST_F(Traffic, SelectionLeavesTheOthersQueuedInOrder) {
     sendForSelection(endpoint, hunt(endpoint, "selector"));
     takeBySelection(endpoint);
     other.tell();
-    EXPECT_EQ(0, other.exitStatus());
+    EXPECT_EQ(other.exitStatus(), 0);
 }
 
 constexpr uint32_t passedOver = 500;
@@ -161,8 +161,8 @@ const Role lateSender("Traffic.lateSender", [](Line& parent) {
     Endpoint endpoint("sender");
     const LinxSpid other = hunt(endpoint, "receiver");
     parent.hear();
-    for (uint32_t i = 0; i < passedOver; ++i) ASSERT_EQ(0, send(endpoint, other, item, {i}));
-    ASSERT_EQ(0, send(endpoint, other, end));
+    for (uint32_t i = 0; i < passedOver; ++i) ASSERT_EQ(send(endpoint, other, item, {i}), 0);
+    ASSERT_EQ(send(endpoint, other, end), 0);
 });
 
 TEST_F(Traffic, ASelectedSignalWakesAReceiverPastOthers) {
@@ -170,8 +170,8 @@ TEST_F(Traffic, ASelectedSignalWakesAReceiverPastOthers) {
     Endpoint endpoint("receiver");
     sender.tell();
     expectAmongOthers(endpoint, end);
-    for (uint32_t i = 0; i < passedOver; ++i) ASSERT_EQ(i, expectSignal(endpoint, item, 0).word());
-    EXPECT_EQ(0, sender.exitStatus());
+    for (uint32_t i = 0; i < passedOver; ++i) ASSERT_EQ(expectSignal(endpoint, item, 0).word(), i);
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
 
 constexpr uint32_t hops = 3;
@@ -190,7 +190,7 @@ const Role hop("Traffic.hop", [](Line& parent) {
         LinxSignal* signal = nullptr;
         ASSERT_LT(0, linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
         last = signal->number == end;
-        ASSERT_EQ(0, linx_send(endpoint, &signal, next));
+        ASSERT_EQ(linx_send(endpoint, &signal, next), 0);
     }
     parent.hear();
 });
@@ -207,33 +207,33 @@ TEST_F(Traffic, ASignalGoesThroughHopsWithoutBeingCopied) {
     const std::vector<uint32_t> sizes = {4, 5, 36, 37, 1000, 65536, linx::maxSignalBytes, 4};
     for (size_t i = 0; i < sizes.size(); ++i) {
         LinxSignal* signal = linx_alloc(endpoint, sizes[i], i + 1 == sizes.size() ? end : item);
-        ASSERT_NE(nullptr, signal);
+        ASSERT_NE(signal, nullptr);
         const LinxSignal* const sent = signal;
         const Bytes payload = payloadOfSize(sizes[i]);
         std::copy(payload.begin(), payload.end(), payloadOf(signal));
-        ASSERT_EQ(0, linx_send(endpoint, &signal, spids.front()));
-        ASSERT_EQ(static_cast<int>(sizes[i]), linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
-        EXPECT_EQ(sent, signal) << "the block that was sent comes back";
-        EXPECT_EQ(spids.back(), linx_sender(endpoint, &signal));
+        ASSERT_EQ(linx_send(endpoint, &signal, spids.front()), 0);
+        ASSERT_EQ(linx_receive_w_tmo(endpoint, &signal, patience, anySignal), static_cast<int>(sizes[i]));
+        EXPECT_EQ(signal, sent) << "the block that was sent comes back";
+        EXPECT_EQ(linx_sender(endpoint, &signal), spids.back());
         EXPECT_TRUE(std::equal(payload.begin(), payload.end(), payloadOf(signal))) << sizes[i];
-        ASSERT_EQ(0, linx_free_buf(endpoint, &signal));
+        ASSERT_EQ(linx_free_buf(endpoint, &signal), 0);
     }
     for (const auto& relayer : relayers) relayer->tell();
-    for (const auto& relayer : relayers) EXPECT_EQ(0, relayer->exitStatus());
+    for (const auto& relayer : relayers) EXPECT_EQ(relayer->exitStatus(), 0);
 }
 
 const Role relayer("Traffic.relayer", [](Line& parent) {
     Endpoint endpoint("relayer");
     const LinxSpid target = hunt(endpoint, "target");
     LinxSignal* signal = nullptr;
-    ASSERT_NE(-1, linx_receive_w_tmo(endpoint, &signal, patience, anySignal));
-    ASSERT_EQ(0, linx_send(endpoint, &signal, target));
+    ASSERT_NE(linx_receive_w_tmo(endpoint, &signal, patience, anySignal), -1);
+    ASSERT_EQ(linx_send(endpoint, &signal, target), 0);
     parent.hear();
 });
 
 const Role source("Traffic.source", [](Line&) {
     Endpoint endpoint("source");
-    ASSERT_EQ(0, sendBytes(endpoint, hunt(endpoint, "relayer"), item, pattern(48 << 10, 7)));
+    ASSERT_EQ(sendBytes(endpoint, hunt(endpoint, "relayer"), item, pattern(48 << 10, 7)), 0);
 });
 
 TEST_F(Traffic, ARelayedSignalIsTheSameBytesFromTheRelayer) {
@@ -242,16 +242,16 @@ TEST_F(Traffic, ARelayedSignalIsTheSameBytesFromTheRelayer) {
     Endpoint endpoint("target");
     const LinxSpid relaying = hunt(endpoint, "relayer");
     const Received received = expectSignal(endpoint, item);
-    EXPECT_EQ(relaying, received.sender);
+    EXPECT_EQ(received.sender, relaying);
     EXPECT_TRUE(pattern(48 << 10, 7) == received.payload);
     middle.tell();
-    EXPECT_EQ(0, middle.exitStatus());
-    EXPECT_EQ(0, first.exitStatus());
+    EXPECT_EQ(middle.exitStatus(), 0);
+    EXPECT_EQ(first.exitStatus(), 0);
 }
 
 const Role teller("Traffic.teller", [](Line& parent) {
     Endpoint endpoint("sender");
-    ASSERT_EQ(0, send(endpoint, hunt(endpoint, "receiver"), item));
+    ASSERT_EQ(send(endpoint, hunt(endpoint, "receiver"), item), 0);
     parent.tell(spidOf(endpoint));
     parent.hear();
 });
@@ -260,8 +260,8 @@ TEST_F(Traffic, AReceivedSignalTellsItsSender) {
     Child sender(teller);
     Endpoint endpoint("receiver");
     const LinxSpid spid = sender.hear();
-    EXPECT_EQ(spid, expectSignal(endpoint, item).sender);
-    EXPECT_EQ("sender", nameOf(endpoint, spid));
+    EXPECT_EQ(expectSignal(endpoint, item).sender, spid);
+    EXPECT_EQ(nameOf(endpoint, spid), "sender");
 }
 
 const Role waitedFor("Traffic.waitedFor", [](Line& parent) {
@@ -269,7 +269,7 @@ const Role waitedFor("Traffic.waitedFor", [](Line& parent) {
     const LinxSpid other = hunt(endpoint, "receiver");
     for (uint32_t i = 0; i < 100; ++i) {
         parent.hear();
-        ASSERT_EQ(0, send(endpoint, other, item, {i}));
+        ASSERT_EQ(send(endpoint, other, item, {i}), 0);
     }
 });
 
@@ -279,11 +279,11 @@ TEST_F(Traffic, AReceiveWithoutALimitWaitsForTheSignal) {
     for (uint32_t i = 0; i < 100; ++i) {
         sender.tell();
         LinxSignal* signal = nullptr;
-        ASSERT_EQ(8, linx_receive(endpoint, &signal, anySignal));
-        EXPECT_EQ(item, signal->number);
-        ASSERT_EQ(0, linx_free_buf(endpoint, &signal));
+        ASSERT_EQ(linx_receive(endpoint, &signal, anySignal), 8);
+        EXPECT_EQ(signal->number, item);
+        ASSERT_EQ(linx_free_buf(endpoint, &signal), 0);
     }
-    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
 
 TEST_F(Traffic, AReceiveThatRunsOutGivesNothing) {
@@ -291,8 +291,8 @@ TEST_F(Traffic, AReceiveThatRunsOutGivesNothing) {
     for (const uint32_t milliseconds : {0u, 1u, 50u}) {
         LinxSignal fake;
         LinxSignal* signal = &fake;
-        EXPECT_EQ(0, linx_receive_w_tmo(endpoint, &signal, milliseconds, anySignal));
-        EXPECT_EQ(nullptr, signal);
+        EXPECT_EQ(linx_receive_w_tmo(endpoint, &signal, milliseconds, anySignal), 0);
+        EXPECT_EQ(signal, nullptr);
     }
 }
 
@@ -305,18 +305,18 @@ void exchange(const char* own, const char* other) {
     const auto take = [&](uint32_t milliseconds) {
         const std::optional<Received> signal = receive(endpoint, milliseconds);
         if (!signal) return false;
-        EXPECT_EQ(received, signal->word());
-        EXPECT_EQ(peer, signal->sender);
+        EXPECT_EQ(signal->word(), received);
+        EXPECT_EQ(signal->sender, peer);
         ++received;
         return true;
     };
     for (uint32_t i = 0; i < count; ++i) {
-        ASSERT_EQ(0, send(endpoint, peer, item, std::vector<uint32_t>(1 + i % 50, i)));
+        ASSERT_EQ(send(endpoint, peer, item, std::vector<uint32_t>(1 + i % 50, i)), 0);
         take(0);
     }
     while (received < count) ASSERT_TRUE(take(patience)) << received;
     // Neither closes before the other has taken everything.
-    ASSERT_EQ(0, send(endpoint, peer, end));
+    ASSERT_EQ(send(endpoint, peer, end), 0);
     expectSignal(endpoint, end);
 }
 
@@ -325,7 +325,7 @@ const Role exchanger("Traffic.exchanger", [](Line&) { exchange("left", "right");
 TEST_F(Traffic, TwentyThousandSignalsGoEachWayAtOnce) {
     Child other(exchanger);
     exchange("right", "left");
-    EXPECT_EQ(0, other.exitStatus());
+    EXPECT_EQ(other.exitStatus(), 0);
 }
 
 /// Receives `item`s whose words count from 0, until `end`. Returns how many there were.
@@ -334,7 +334,7 @@ uint32_t countInOrder(LINX* linx) {
         const std::optional<Received> received = receive(linx, patience);
         EXPECT_TRUE(received) << "after " << expected;
         if (!received || received->number == end) return expected;
-        EXPECT_EQ(expected, received->word());
+        EXPECT_EQ(received->word(), expected);
         if (expected != received->word()) return expected;
     }
 }
@@ -344,15 +344,15 @@ constexpr uint32_t longQueue = 100000;
 const Role streamer("Traffic.streamer", [](Line&) {
     Endpoint own("sender");
     const LinxSpid other = hunt(own, "receiver");
-    for (uint32_t i = 0; i < longQueue; ++i) ASSERT_EQ(0, send(own, other, item, {i}));
-    ASSERT_EQ(0, send(own, other, end));
+    for (uint32_t i = 0; i < longQueue; ++i) ASSERT_EQ(send(own, other, item, {i}), 0);
+    ASSERT_EQ(send(own, other, end), 0);
 });
 
 TEST_F(Traffic, ALongQueueKeepsItsOrder) {
     Endpoint endpoint("receiver");
     Child sender(streamer);
-    EXPECT_EQ(0, sender.exitStatus());
-    EXPECT_EQ(longQueue, countInOrder(endpoint));
+    EXPECT_EQ(sender.exitStatus(), 0);
+    EXPECT_EQ(countInOrder(endpoint), longQueue);
 }
 
 }  // namespace

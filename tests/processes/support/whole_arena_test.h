@@ -26,7 +26,7 @@ protected:
         ASSERT_NE(joined, nullptr);
         const linx::debug::Census census = linxtest::lookInto(*joined).census;
         EXPECT_LT(0u, census.blocks);
-        EXPECT_EQ(census.central, census.blocks);
+        EXPECT_EQ(census.blocks, census.central);
     }
 };
 
