@@ -26,7 +26,7 @@ LINX* add(std::unique_ptr<Endpoint> endpoint) {
         LINX& entry = table[nextEntry++ % capacity];
         // Relaxed: the mutex orders adding and removing.
         if (entry.endpoint.load(std::memory_order_relaxed) != nullptr) continue;
-        // Release: (S), a thread that is given the handle finds the endpoint made.
+        // Release [handle]: a thread that is given the handle finds the endpoint made.
         entry.endpoint.store(endpoint.release(), std::memory_order_release);
         return &entry;
     }

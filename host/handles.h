@@ -40,7 +40,7 @@ inline Endpoint* endpointOf(const LINX* handle) {
     // saves every operation a second comparison and its branch.
     const uintptr_t index = offset >> entryShift | offset << (8 * sizeof offset - entryShift);
     if (index >= capacity) return nullptr;
-    return table[index].endpoint.load(std::memory_order_acquire);  // (S)
+    return table[index].endpoint.load(std::memory_order_acquire);  // [handle]
 }
 
 /// Takes the handle back.

@@ -163,7 +163,7 @@ private:
 inline BlockRef Arena::blockAt(Ref ref) const {
     const uint32_t pageIndex = pageOf(ref) - firstPoolPage_;
     if (!isLeasable(pageIndex)) return {};
-    // Acquire: (O), pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
+    // Acquire [page entry]: pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
     const uint32_t entry = pageEntry(pageIndex).loadAcquire();
     const SizeClassId sizeClass = entryClass(entry);
     if (sizeClass >= sizeClassCount || entryBack(entry) > pageIndex) return {};

@@ -17,7 +17,7 @@ void abandon(const Arena& arena, BlockRef block) {
 
 void push(const Arena& arena, BlockRef block) {
     WordOf<Ref>& head = arena.header().central[block.sizeClass];
-    block->next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders (P)
+    block->next.storeRelaxed(head.loadRelaxed());  // relaxed throughout: the lock orders its holders [lock]
     head.storeRelaxed(block.ref);
     Word& lines = arena.header().centralLines;
     lines.storeRelaxed(lines.loadRelaxed() + sizeClasses[block.sizeClass].lines);

@@ -11,14 +11,14 @@ namespace linx {
 namespace central {
 
 inline bool isHomeless(const Block& block) {
-    // Acquire: (E), pairs with the release of whoever freed the block; its home is as new as its owner.
+    // Acquire [owner]: pairs with the release of whoever freed the block; its home is as new as its owner.
     return block.owner.loadAcquire() == OwnerWord::free && block.home.loadRelaxed() == noHome;
 }
 
 /// Marks a block that nobody else may touch as free and without a home.
 inline void disown(Block& block) {
     block.home.storeRelaxed(noHome);
-    // Release: (E). Dying before this store leaves the block to its owner's next reaper.
+    // Release [owner]. Dying before this store leaves the block to its owner's next reaper.
     block.owner.storeRelease(OwnerWord::free);
 }
 

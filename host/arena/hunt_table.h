@@ -5,8 +5,8 @@
 
 namespace linx {
 
-/// The hunts that wait for their names. All of it needs the domain lock, which orders it (P); releases only keep the
-/// order in which one who dies has written.
+/// The hunts that wait for their names. All of it needs the domain lock, which orders it [lock]; releases only keep
+/// the order in which one who dies has written.
 
 /// The most hunts that one endpoint may have pending.
 constexpr uint32_t huntsOfOne = huntCount / 4;

@@ -15,8 +15,8 @@ namespace linx {
  *   from           to             by whom
  *   never used     closed as E    who opens E, which takes the slot; and back if it cannot be opened
  *   closed as D    closed as E    the same, D being the slot's last user
- *   closed as E    open as E      who opens E; or the repair, where that one has died in the middle (K)
- *   open as E      closed as E    E, which closes; or a reaper (L)
+ *   closed as E    open as E      who opens E; or the repair, where that one has died in the middle [opened]
+ *   open as E      closed as E    E, which closes; or a reaper [ended]
  */
 enum class LifeWord : uint32_t { neverUsed = 0 };
 

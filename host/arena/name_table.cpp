@@ -21,8 +21,8 @@ void Name::writeTo(Word* words) const {
     for (uint32_t i = 0; i < wordCount(); ++i) {
         uint32_t word;
         std::memcpy(&word, text_ + 4 * i, 4);
-        // Release: (M), pairs with the acquires in nameOfSpid and equals. Whoever reads a part of the new name reads
-        // the new life too.
+        // Release [name]: pairs with the acquires in nameOfSpid and equals. Whoever reads a part of the new name
+        // reads the new life too.
         words[i].storeRelease(word);
     }
 }
@@ -32,20 +32,21 @@ bool Name::equals(const Word* words, uint32_t length) const {
     for (uint32_t i = 0; i < wordCount(); ++i) {
         uint32_t word;
         std::memcpy(&word, text_ + 4 * i, 4);
-        // Acquire: (M). The caller reads the life word again after this and must see it as new as the name.
+        // Acquire [name]. The caller reads the life word again after this and must see it as new as the name.
         if (words[i].loadAcquire() != word) return false;
     }
     return true;
 }
 
 Spid findName(const Arena& arena, const Name& name) {
-    // Acquire: (N), pairs with the releases in insertName and removeName; a slot's own link is as new as the link
+    // Acquire [bucket]: pairs with the releases in insertName and removeName; a slot's own link is as new as the link
     // that leads to it.
     SlotIndex index = arena.bucket(name.hash()).loadAcquire();
     for (uint32_t left = slotCount; arena.hasSlot(index) && left != 0; --left) {
         const Slot& slot = arena.slot(index);
-        // Acquire: (K), pairs with the release that opened the endpoint, its name written before. Hash and length are
-        // relaxed: no name is empty, and equal words vouch for both, or are newer and betray themselves by (M).
+        // Acquire [opened]: pairs with the release that opened the endpoint, its name written before. Hash and length
+        // are relaxed: no name is empty, and equal words vouch for both, or are newer and betray themselves by
+        // [name].
         const LifeWord life = slot.life.loadAcquire();
         const Spid spid = spidOf(life);
         // As isOpen: one that it denies could be found and not be reaped, for ever.
@@ -54,7 +55,7 @@ Spid findName(const Arena& arena, const Name& name) {
             name.equals(slot.name, slot.nameLength.loadRelaxed()) && slot.life.loadRelaxed() == life) {
             return spid;
         }
-        index = slot.nextInBucket.loadAcquire();  // (N); of a slot used again it leads astray, never to a wrong yes
+        index = slot.nextInBucket.loadAcquire();  // [bucket]; of a reused slot it leads astray, never to a wrong yes
     }
     return Spid::none;
 }
@@ -63,7 +64,7 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     if (!wasUsed(arena, spid)) return false;
     const Slot& slot = arena.slot(indexOf(spid));
     if (spidOf(slot.life.loadAcquire()) != spid) return false;
-    const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);  // (M), as each word below
+    const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);  // [name], as each word below
     name.length_ = length;
     for (uint32_t i = 0; i < name.wordCount(); ++i) {
         const uint32_t word = slot.name[i].loadAcquire();
@@ -79,7 +80,7 @@ void insertName(const Arena& arena, SlotIndex index) {
     Slot& slot = arena.slot(index);
     WordOf<SlotIndex>& bucket = arena.bucket(slot.nameHash.loadRelaxed());
     slot.nextInBucket.storeRelaxed(bucket.loadRelaxed());
-    bucket.storeRelease(index);  // (N), pairs with the acquires in findName
+    bucket.storeRelease(index);  // [bucket], pairs with the acquires in findName
 }
 
 void removeName(const Arena& arena, SlotIndex index) {
@@ -89,8 +90,8 @@ void removeName(const Arena& arena, SlotIndex index) {
         const SlotIndex here = link->loadRelaxed();
         if (!arena.hasSlot(here)) return;
         if (here == index) {
-            // The removed slot keeps its own link, so a reader that stands on it goes on. Release: (N), the slot that
-            // is linked now was so far behind another's release.
+            // The removed slot keeps its own link, so a reader that stands on it goes on. Release [bucket]: the slot
+            // that is linked now was so far behind another's release.
             link->storeRelease(slot.nextInBucket.loadRelaxed());
             return;
         }

@@ -27,10 +27,10 @@ namespace linx {
  *
  * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
  *
- * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then (Q), or
- * found the block in a chain of the past, and see it by (G) or (I). Before another's, `home` and `sender` are
- * written, and the owner is a release (E). The payload is no atomic and needs none: it goes with the compare-and-swap
- * (F) or the domain lock (P), and nobody but the owner touches it.
+ * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then [death],
+ * or found the block in a chain of the past, and see it by [link] or [claim]. Before another's, `home` and `sender`
+ * are written, and the owner is a release [owner]. The payload is no atomic and needs none: it goes with the
+ * compare-and-swap [pushed] or the domain lock, and nobody but the owner touches it.
  */
 enum class OwnerWord : uint32_t { free = 0 };
 

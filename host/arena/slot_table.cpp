@@ -7,7 +7,7 @@
 
 namespace linx {
 
-// All under the domain lock: relaxed, handed over with it (P). Only slotsUsed is read without, see wasUsed.
+// All under the domain lock: relaxed, handed over with it [lock]. Only slotsUsed is read without, see wasUsed.
 
 SlotIndex takeSlot(const Arena& arena) {
     Header& header = arena.header();

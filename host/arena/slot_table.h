@@ -17,16 +17,16 @@ inline bool wasUsed(const Arena& arena, Spid spid) {
 }
 
 inline bool isOpen(const Arena& arena, Spid spid) {
-    // Acquire: (K), pairs with the release that opened the endpoint; its mailbox is ready. A no is (L): what it had
-    // sent is seen. A stale yes is harmless: the push finds the mailbox closed, or lands with the slot's next owner,
-    // which drops it.
+    // Acquire [opened]: pairs with the release that opened the endpoint; its mailbox is ready. A no is [ended]: what
+    // it had sent is seen. A stale yes is harmless: the push finds the mailbox closed, or lands with the slot's next
+    // owner, which drops it.
     return wasUsed(arena, spid) && arena.slot(indexOf(spid)).life.loadAcquire() == openAs(spid);
 }
 
 /// Whether `spid` names an endpoint that is open or has ended.
 inline bool everExisted(const Arena& arena, Spid spid) {
     if (!wasUsed(arena, spid)) return false;
-    const Spid current = spidOf(arena.slot(indexOf(spid)).life.loadAcquire());  // (K), (L)
+    const Spid current = spidOf(arena.slot(indexOf(spid)).life.loadAcquire());  // [opened], [ended]
     return current != Spid::none && (current == spid || isEarlier(spid, current));
 }
 

@@ -13,7 +13,7 @@ inline uint32_t milliseconds() {
 }
 
 /// Bounds what takes long, and holds up whoever needs the domain lock: all endpoints together do it for a ninth of
-/// the time at most, however many want it however often. Relaxed: the lock orders it (P), and about right will do.
+/// the time at most, however many want it however often. Relaxed: the lock orders it [lock], and about right will do.
 class Throttle {
 public:
     explicit Throttle(Pace& pace) : pace_(pace) {}

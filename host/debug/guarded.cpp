@@ -12,7 +12,7 @@ namespace linx {
 namespace debug {
 namespace {
 
-// Relaxed: the domain lock orders it (P).
+// Relaxed: the domain lock orders it [lock].
 
 class Guarded {
 public:

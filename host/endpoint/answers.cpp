@@ -13,8 +13,8 @@ namespace linx {
 namespace {
 
 /// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the order in which
-/// one who dies has written; others see it by the push (F) or the domain lock (P). False when the hunter could not be
-/// rung; without a descriptor for that the hunt stays pending.
+/// one who dies has written; others see it by the push [pushed] or the domain lock. False when the hunter could not
+/// be rung; without a descriptor for that the hunt stays pending.
 bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
     const Arena& arena = lock.arena();
     const Spid hunter = spidOf(hunt.hunter.loadRelaxed());
@@ -30,7 +30,7 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         hunt.hunter.storeRelease(answeredTo(hunter));
         signal->sender.storeRelease(found);
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
-        // push is (A) and the look (B).
+        // push and the look behind it are those of [wake-up].
         uint32_t introducedAt = introduction::notYet;
         if (introduction::push(slot, doorbell.get(), found, signal, introducedAt) != stack::closed) {
             const int result = wake_state::ringIfAsked(slot, hunter, indexOf(found), [&] {

@@ -55,9 +55,9 @@ void Inbox::wake() {
 
 /// Stores that senders have to ring again. False when something came just before.
 bool Inbox::park() {
-    self_.slot.wakeState.storeSeqCst(wake_state::word(self_.spid, wake_state::parked));  // (C), see wake_state.h
+    self_.slot.wakeState.storeSeqCst(wake_state::word(self_.spid, wake_state::parked));  // [wake-up]
     awake_ = false;
-    return !stack::holdsBlocks(self_.slot.mailbox.loadSeqCst());  // (D)
+    return !stack::holdsBlocks(self_.slot.mailbox.loadSeqCst());  // [wake-up]
 }
 
 bool Inbox::hasMail() const {
@@ -103,7 +103,7 @@ void Inbox::queueChain() {
     const Spid own = self_.spid;
     try {
         stack::walk(self_.arena(), claimedChain_, [&](BlockRef block) {
-            const OwnerWord owner = block->owner.loadAcquire();  // the take would do (F), as for the number
+            const OwnerWord owner = block->owner.loadAcquire();  // the take would do [pushed], as for the number
             if (owner == inFlightTo(own)) {
                 queue_.append({block.ref, block.sizeClass}, block->signal.number);
                 block->owner.storeRelaxed(queuedFor(own));
@@ -265,7 +265,7 @@ void Inbox::notifySelf() {
     const WakeWord before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::notified));
     awake_ = false;
     byteIn_ = byteIn_ || wake_state::stateOf(before) == wake_state::notified || doorbell::ring(doorbell_.get()) == 0;
-    // Relaxed, unlike (C): no look at the mailbox follows.
+    // Relaxed, unlike the store before a sleep [wake-up]: no look at the mailbox follows.
     if (!byteIn_) self_.slot.wakeState.storeRelaxed(wake_state::word(self_.spid, wake_state::parked));
 }
 

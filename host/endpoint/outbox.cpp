@@ -49,7 +49,7 @@ int Outbox::ring(const BlockRef& block, Peer& peer) {
 /// A signal was pushed onto the mailbox of a peer that has died.
 int Outbox::fail(const BlockRef& block, const Peer& peer) {
     // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
-    // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote (Q).
+    // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote [death].
     const bool unread = block->owner.loadAcquire() == inFlightTo(peer.spid);
     peers_.end(peer);
     peers_.reapDeadIfDue();

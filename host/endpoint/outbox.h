@@ -65,17 +65,17 @@ template <class Push>
     const Spid from = self_.spid;
     // Its mailbox may be another endpoint's by now, which would have to throw the signal away. Acquire: as in isOpen.
     if (target.life.loadAcquire() != openAs(to)) return Posted::refused;
-    self_.slot.sending.storeRelease(block.ref);  // (J), after the push before this one
+    self_.slot.sending.storeRelease(block.ref);  // [sending], after the push before this one
     block->sender.storeRelaxed(from);
-    // Release: (E), the target's reaper looks at blocks that are about to be pushed, and must not find the new owner
-    // beside an old sender.
+    // Release [owner]: the target's reaper looks at blocks that are about to be pushed, and must not find the new
+    // owner beside an old sender.
     block->owner.storeRelease(inFlightTo(to));
     const Ref before = push(target);
     if (stack::isRefused(before)) {
         block->owner.storeRelaxed(heldBy(from));
         return Posted::refused;
     }
-    const WakeWord found = target.wakeState.loadSeqCst();  // (B), see wake_state.h
+    const WakeWord found = target.wakeState.loadSeqCst();  // [wake-up], see wake_state.h
     if (wake_state::wantsRing(found, to)) return Posted::wantsRing;
     unrung_ = to;
     return before == stack::empty || peer.sendsUntilCheck-- != 0 ? Posted::done : Posted::wantsReminder;

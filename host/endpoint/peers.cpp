@@ -156,7 +156,7 @@ void Peers::watchSender(Spid sender) {
 void Peers::check(SlotIndex index) {
     const Peer* peer = inSlot(index);
     if (peer == nullptr) return;
-    // Acquire: (L), as in isOpen.
+    // Acquire [ended]: as in isOpen.
     const bool isOpen = peer->slot.life.loadAcquire() == openAs(peer->spid);
     if (!isOpen || doorbell::isDead(peer->doorbell.get())) end(index);
 }

@@ -32,7 +32,7 @@ BlockRef Signals::takeOver(LinxSignal** signal) {
 
 void Signals::park(const BlockRef& block, Spid sender) {
     block->sender.storeRelaxed(sender);
-    block->owner.storeRelease(queuedFor(self_.spid));  // (E); a hunt's goes on with the domain lock (P)
+    block->owner.storeRelease(queuedFor(self_.spid));  // [owner]; a hunt's goes on with the domain lock
 }
 
 int Signals::refuse(const BlockRef& block, int reason) {

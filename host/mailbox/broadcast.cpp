@@ -35,8 +35,8 @@ bool ringSleepers(const Domain& domain, SlotIndex ringer) {
     bool all = true;
     domain.arena().forEachUsedSlot([&](SlotIndex, Slot& slot) {
         const Spid to = spidOf(slot.life.loadAcquire());
-        // This look and the one that follows stand in for those of whoever pushed: (B) after (A). An endpoint that
-        // has ended has no mail.
+        // This look and the one that follows stand in for those of whoever pushed, the look after the push [wake-up].
+        // An endpoint that has ended has no mail.
         if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) return;
         const int result = wake_state::ringIfAsked(slot, to, ringer, [&] { return ringByName(domain, to); });
         all = all && (result == 0 || result == EPIPE);

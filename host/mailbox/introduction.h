@@ -9,7 +9,7 @@ namespace linx {
  * A sender may be killed after it has pushed a signal and before it has rung. So nobody pushes whom the receiver does
  * not watch: a sender introduces itself through the receiver's doorbell, and the receiver watches it from then on.
  * Should the receiver cease to watch somebody, for want of descriptors, it counts a parting in its slot and then tags
- * its mailbox with the count (T): a push with an older tag fails, and its sender introduces itself again.
+ * its mailbox with the count [introduced]: a push with an older tag fails, and its sender introduces itself again.
  *
  * One that can watch nobody at all revokes what it cannot keep as soon as it is told. Who is refused so a few times
  * pushes nevertheless, and introduces itself again with its next signal: should it be killed before it rings, its

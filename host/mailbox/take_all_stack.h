@@ -17,7 +17,7 @@ namespace linx {
  * chain.
  *
  * The upper bits of a head carry a tag, which its owner may change and which a push has to know: so a push can depend
- * on what the owner has said before (T, see introduction.h). Where nothing is to be said the tag is 0.
+ * on what the owner has said before ([introduced], see introduction.h). Where nothing is to be said the tag is 0.
  */
 enum class StackHead : uint32_t {};
 
@@ -60,12 +60,12 @@ constexpr bool isRefused(Ref before) {
         seen = Ref{numberOf(found) ^ tag};
         if (seen == closed) return closed;
         if (numberOf(seen) > refMask) return retagged;
-        // Release: (G), pairs with walk(). The taker would be served by the compare-and-swap that follows.
+        // Release [link]: pairs with walk(). The taker would be served by the compare-and-swap that follows.
         block->next.storeRelease(seen);
-        // Release: (F), pairs with claimAll; the taker reads the block's contents after the head, and those of the
-        // blocks below, since all that changes the head is a read-modify-write. Sequentially consistent: the pusher's
-        // next look at the wake state must not come before it, see wake_state.h (A). Dying before: the block stays
-        // the caller's, named by its slot's `sending`. After: it has been sent.
+        // Release [pushed]: pairs with claimAll; the taker reads the block's contents after the head, and those of
+        // the blocks below, since all that changes the head is a read-modify-write. Sequentially consistent: the
+        // pusher's next look at the wake state must not come before it, see wake_state.h [wake-up]. Dying before: the
+        // block stays the caller's, named by its slot's `sending`. After: it has been sent.
     } while (!head.casSeqCst(found, pushed));
     return seen;
 }
@@ -76,13 +76,13 @@ inline Ref claimAll(WordOf<StackHead>& head, WordOf<Ref>& claim, Ref leave) {
     assert(leave == empty || leave == closed);
     StackHead found = head.loadRelaxed();  // relaxed: as in push
     for (Ref seen = refOf(found); seen != closed && (seen != empty || leave == closed); seen = refOf(found)) {
-        // The compare-and-swap that follows is a release, so no one finds the stack emptied and this not said (H).
-        // Release: (I), as the 0 that it may hide. Dying before it leaves the chain claimed and in the stack; the
-        // reaper goes by the owner words and counts no block twice.
+        // The compare-and-swap that follows is a release, so no one finds the stack emptied and this not said
+        // [taken]. Release [claim]: as the 0 that it may hide. Dying before it leaves the chain claimed and in the
+        // stack; the reaper goes by the owner words and counts no block twice.
         claim.storeRelease(seen);
-        if (head.casSeqCst(found, headOf(leave, tagOf(found)))) return seen;  // acquire: (F)
+        if (head.casSeqCst(found, headOf(leave, tagOf(found)))) return seen;  // acquire: [pushed]
     }
-    claim.storeRelease(Ref::none);  // somebody else emptied the stack: what was claimed is not this taker's; (I)
+    claim.storeRelease(Ref::none);  // somebody else emptied the stack: what was claimed is not this taker's; [claim]
     return empty;
 }
 
@@ -90,7 +90,7 @@ inline Ref claimAll(WordOf<StackHead>& head, WordOf<Ref>& claim, Ref leave) {
 inline void retag(WordOf<StackHead>& head, uint32_t tag) {
     StackHead found = head.loadRelaxed();  // relaxed: as in push
     // Sequentially consistent, as every change of a head: what the owner looks for next in the stack was pushed
-    // before, or with this tag (T).
+    // before, or with this tag [introduced].
     while (!head.casSeqCst(found, headOf(refOf(found), tag))) {
     }
 }
@@ -108,8 +108,8 @@ void walkWhile(const Arena& arena, Ref ref, Visit visit) {
         for (uint32_t left = lap; left != 0; --left) {
             const BlockRef block = blocks.at(ref);
             if (!block) return;
-            // Before `visit` changes it. Acquire: (G), for holds(); a taker that walks its own chain has it from the
-            // head.
+            // Before `visit` changes it. Acquire [link]: for holds(); a taker that walks its own chain has it from
+            // the head.
             const Ref next = block->next.loadAcquire();
             if (!visit(block) || next == start) return;
             ref = next;
@@ -126,7 +126,7 @@ void walk(const Arena& arena, Ref ref, Visit visit) {
     });
 }
 
-/// Gives up a claim: every block of the chain has its next owner, as is seen by whoever finds the claim gone (I).
+/// Gives up a claim: every block of the chain has its next owner, as is seen by whoever finds the claim gone [claim].
 inline void release(WordOf<Ref>& claim) {
     claim.storeRelease(Ref::none);
 }
@@ -147,8 +147,8 @@ Ref takeAll(const Arena& arena, WordOf<StackHead>& head, WordOf<Ref>& claim, Ref
 inline bool holds(const Arena& arena, const WordOf<StackHead>& head, const WordOf<Ref>& claim, Ref wanted) {
     bool found = false;
     const auto compare = [&](BlockRef block) { found = found || block.ref == wanted; };
-    // The head first: a chain taken after this look was claimed before it left the head. Acquires would do, (H) and
-    // then (I); it is cold.
+    // The head first: a chain taken after this look was claimed before it left the head. Acquires would do, [taken]
+    // and then [claim]; it is cold.
     walk(arena, refOf(head.loadSeqCst()), compare);
     if (!found) walk(arena, claim.loadSeqCst(), compare);
     return found;

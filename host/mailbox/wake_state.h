@@ -19,9 +19,9 @@ namespace linx {
  *                                            notifying
  *                  the endpoint              any          it keeps its descriptor readable itself
  *
- * No wake-up is lost: a sender pushes (A) and then reads the wake state (B); the endpoint stores parked (C) and then
- * looks at the mailbox (D). All four are sequentially consistent, so B sees parked or D sees the push. The other
- * changes of the word are read-modify-writes, which see the last state; the byte goes with the pipe.
+ * No wake-up is lost: a sender pushes and then reads the wake state; the endpoint stores parked and then looks at the
+ * mailbox. All four are sequentially consistent, so the sender sees parked or the endpoint the push [wake-up]. The
+ * other changes of the word are read-modify-writes, which see the last state; the byte goes with the pipe.
  *
  * The upper bits carry the slot's generation: a sender that was held up until another endpoint has moved into the
  * slot must not change its wake state, because the doorbell that it would ring afterwards is the old one's.
@@ -77,7 +77,7 @@ int ring(WordOf<WakeWord>& wakeState, WakeWord found, Spid to, SlotIndex ownInde
 /// Looks whether the endpoint `to` in this slot asks to be rung, after a push, and does it as above.
 template <class WriteDoorbell>
 int ringIfAsked(Slot& slot, Spid to, SlotIndex ownIndex, WriteDoorbell writeDoorbell) {
-    return ring(slot.wakeState, slot.wakeState.loadSeqCst(), to, ownIndex, writeDoorbell);  // (B)
+    return ring(slot.wakeState, slot.wakeState.loadSeqCst(), to, ownIndex, writeDoorbell);  // [wake-up]
 }
 
 }  // namespace wake_state

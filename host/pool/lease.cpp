@@ -67,7 +67,7 @@ uint32_t takePages(const Arena& arena, uint32_t count) {
     return findGap(arena, count);  // what was leased before has its memory also where the file system is full
 }
 
-// Under the domain lock, and relaxed where no order is told: handed over with it (P).
+// Under the domain lock, and relaxed where no order is told: handed over with it [lock].
 
 /// Puts a block that is free and at home in front.
 void prepend(Chain& chain, BlockRef block) {
@@ -90,7 +90,8 @@ void carveRun(const Arena& arena, uint32_t firstPage, SizeClassId sizeClass, Spi
         block->sender.storeRelaxed(Spid::none);
         block->owner.storeRelease(OwnerWord::free);
     }
-    // The first entry last, since it makes the run. Release: (O), whoever sees an entry sees the blocks initialised.
+    // The first entry last, since it makes the run. Release [page entry]: whoever sees an entry sees the blocks
+    // initialised.
     for (uint32_t back = c.pages; back-- > 0;)
         arena.pageEntry(firstPage + back).storeRelease(makePageEntry(sizeClass, back));
 }
@@ -121,7 +122,7 @@ Chain fromCentral(const DomainLock& lock, Spid home, SizeClassId sizeClass, uint
     while (chain.blocks < wanted) {
         const BlockRef block = central::pop(arena, sizeClass);
         if (!block) break;
-        block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock (P)
+        block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock
         prepend(chain, block);
     }
     share::add(arena.slot(indexOf(home)), chain.blocks * sizeClasses[sizeClass].lines);

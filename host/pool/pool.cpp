@@ -121,7 +121,7 @@ void Pool::adopt(Block& block, Spid home, uint32_t lines) {
 void Pool::markFree(BlockRef block) {
     const Spid home = block->home.loadRelaxed();
     if (home != home_) adopt(*block, home, sizeClasses[block.sizeClass].lines);
-    // Release: (E), whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
+    // Release [owner]: whoever finds the block free, finds its home as new. Dying before it leaves the block owned,
     // after it free and at home: the reaper finds both.
     block->owner.storeRelease(OwnerWord::free);
 }
@@ -155,9 +155,9 @@ void Pool::takeReturned() {
     // The order turns round: the block that came home first is used first, which the other processor has had the most
     // time to let go of. With the last one first a stream of small signals takes half as long again.
     const Ref chain = stack::takeAll(arena(), own.returned, own.returnedClaim, stack::empty, [&](BlockRef block) {
-        if (!isInFlightTo(block->owner.loadAcquire(), indexOf(home_))) return;  // the take would do (F)
+        if (!isInFlightTo(block->owner.loadAcquire(), indexOf(home_))) return;  // the take would do [pushed]
         markFree(block);
-        // The chain goes on behind it, should this process die once the link is another. (I)
+        // The chain goes on behind it, should this process die once the link is another. [claim]
         own.returnedClaim.storeRelease(block->next.loadRelaxed());
         prepend(block.ref, *block, 1, block.sizeClass);
     });

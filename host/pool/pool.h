@@ -90,7 +90,7 @@ private:
     void trim();
     void shrinkTo(uint32_t lines);
 
-    /// False once somebody has taken the endpoint for dead. Relaxed: true under the lock (P), and without it
+    /// False once somebody has taken the endpoint for dead. Relaxed: true under the lock, and without it
     /// perhaps a moment ago.
     bool isHomeOpen() const { return slot().life.loadRelaxed() == openAs(home_); }
 
@@ -135,10 +135,11 @@ private:
     if (there.life.loadAcquire() != openAs(home) || waiting > mostReturned_) return false;  // as in isOpen
     // Relaxed, and no compare-and-swap: about right will do.
     there.returnedLines.storeRelaxed(waiting + sizeClasses[block.sizeClass].lines);
-    // See recoverLostInFlight: the reaper asks whether this one was pushed. Release: (J), after the push before it.
+    // See recoverLostInFlight: the reaper asks whether this one was pushed. Release [sending]: after the push before
+    // it.
     slot().sending.storeRelease(block.ref);
     block->sender.storeRelaxed(home_);
-    block->owner.storeRelease(inFlightTo(home));  // (E)
+    block->owner.storeRelease(inFlightTo(home));  // [owner]
     if (!stack::isRefused(stack::push(there.returned, block))) return true;
     block->owner.storeRelaxed(heldBy(home_));
     return false;

@@ -10,13 +10,13 @@ namespace linx {
 /// before. REQUIRES that `pusher` has died or is the caller's own process. May say no of one that is lost, if the
 /// slot's endpoint is at work meanwhile.
 inline bool isLostInFlight(const Arena& arena, BlockRef block, Spid pusher) {
-    const OwnerWord owner = block->owner.loadAcquire();  // (E)
+    const OwnerWord owner = block->owner.loadAcquire();  // [owner]
     if (!isInFlight(owner) || !wasUsed(arena, spidOf(owner))) return false;
     const Slot& slot = arena.slot(indexOf(spidOf(owner)));
     if (stack::holds(arena, slot.mailbox, slot.mailboxClaim, block.ref)) return false;
     if (stack::holds(arena, slot.returned, slot.returnedClaim, block.ref)) return false;
     // The slot's endpoint may have taken it during the search, and others may have sent it since; then it has another
-    // owner or sender, seen after holds() by (G) or (I), and one that has died cannot become either again.
+    // owner or sender, seen after holds() by [link] or [claim], and one that has died cannot become either again.
     return block->owner.loadAcquire() == owner && block->sender.loadRelaxed() == pusher;
 }
 

@@ -19,8 +19,8 @@ struct Sending {
 
     SlotIndex target() const { return indexOf(spidOf(owner)); }
 
-    /// Whether it is still where it was. Acquire: (E), as when it was found; who took it since has written one of
-    /// them, seen after a look at the stacks by (G) or (I), and one that has died cannot become either again.
+    /// Whether it is still where it was. Acquire [owner]: as when it was found; who took it since has written one of
+    /// them, seen after a look at the stacks by [link] or [claim], and one that has died cannot become either again.
     bool isUnchanged() const { return block->owner.loadAcquire() == owner && block->sender.loadRelaxed() == sender; }
 };
 
@@ -28,7 +28,7 @@ struct Sending {
 bool isSending(const Arena& arena, Spid dead, Sending& found) {
     found.block = arena.blockAt(arena.slot(indexOf(dead)).sending.loadAcquire());
     if (!found.block) return false;
-    // The owner first (E): whoever sends a block writes its sender before.
+    // The owner first [owner]: whoever sends a block writes its sender before.
     found.owner = found.block->owner.loadAcquire();
     found.sender = dead;
     found.pushed = false;
@@ -62,7 +62,7 @@ private:
 
     void lookInto(const Slot& slot, Sending* first, Sending* last) {
         // The heads before what is being taken: a chain taken after the look at a head was claimed before it left
-        // the head (H).
+        // the head [taken].
         walk(stack::refOf(slot.mailbox.loadSeqCst()), first, last);
         walk(slot.mailboxClaim.loadSeqCst(), first, last);
         walk(stack::refOf(slot.returned.loadSeqCst()), first, last);

@@ -12,7 +12,7 @@
 namespace linx {
 namespace {
 
-// From here on under the domain lock, left by one who died (Q): relaxed. Releases keep the order for the next who
+// From here on under the domain lock, left by one who died [death]: relaxed. Releases keep the order for the next who
 // dies.
 
 /// A lease writes a run's first entry last and giving a run up clears it first: entries without a first one are
@@ -40,7 +40,8 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
     const OwnerWord owner = signal->owner.loadAcquire();
     if (owner == inFlightTo(hunter)) {
         const Spid poster = senderOf(*signal);
-        // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back. (J)
+        // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back.
+        // [sending]
         const bool comesBack = poster != hunter && wasUsed(arena, poster) &&
                                arena.slot(indexOf(poster)).sending.loadAcquire() == signal.ref;
         if (comesBack || searches == 0) return false;
@@ -74,7 +75,7 @@ void finishOpening(const Arena& arena) {
     arena.forEachUsedSlot([](SlotIndex, Slot& slot) {
         const LifeWord life = slot.life.loadRelaxed();
         const bool isClosed = stack::refOf(slot.mailbox.loadRelaxed()) == stack::closed;
-        // Release: (K), as the store that the opener would have done.
+        // Release [opened]: as the store that the opener would have done.
         if (life != LifeWord::neverUsed && !isClosed) slot.life.storeRelease(openAs(spidOf(life)));
     });
 }

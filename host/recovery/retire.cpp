@@ -25,7 +25,7 @@ bool closeStack(const Arena& arena, WordOf<StackHead>& head, WordOf<Ref>& claim,
         const bool isItsOwn = isInFlightTo(block->owner.loadAcquire(), indexOf(spid));
         if (isItsOwn) block->owner.storeRelease(queuedFor(spid));
     };
-    // The orders are no weaker than the endpoint's own, though it has died (Q) or is the caller.
+    // The orders are no weaker than the endpoint's own, though it has died [death] or is the caller.
     stack::walk(arena, claim.loadAcquire(), keep);
     stack::takeAll(arena, head, claim, stack::closed, keep);
     return any;
@@ -46,7 +46,8 @@ void dropHunts(const Arena& arena, const SlotSet& ending) {
 }
 
 bool isLeftBy(const Arena& arena, const Block& block, const SlotSet& ending) {
-    // Acquire: (E). No owner or home that one of them has overwritten is read: it has died (Q) or is the caller.
+    // Acquire [owner]. No owner or home that one of them has overwritten is read: it has died [death] or is the
+    // caller.
     const OwnerWord owner = block.owner.loadAcquire();
     if (owner == OwnerWord::free) return ending.contains(block.home.loadRelaxed());
     if (!ending.contains(spidOf(owner))) return false;
@@ -72,12 +73,12 @@ void retireAll(const DomainLock& lock, const SlotSet& ending, Leftovers leftover
     dropHunts(arena, ending);
     if (leftovers == Leftovers::anything) recoverLostInFlight(lock, ending);
     if (leftSome) abandonBlocks(arena, ending);
-    // They may have died between pushing a signal and ringing. What they pushed is seen (Q).
+    // They may have died between pushing a signal and ringing. What they pushed is seen [death].
     if (leftovers == Leftovers::anything) ringSleepers(lock.domain());
     ending.forEach([&](Spid spid) {
         doorbell::remove(lock.domain().directory(), spid);
         removeName(arena, indexOf(spid));
-        // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release: (L).
+        // Last: until here the endpoint counts as open, and whoever meets it reaps it again. Release [ended].
         arena.slot(indexOf(spid)).life.storeRelease(closedAs(spid));
         quarantine(arena, indexOf(spid));
         countEnded(arena);
@@ -112,7 +113,7 @@ void reapAllDead(const DomainLock& lock) {
     Throttle(lock.arena().header().reaping).run([&] {
         SlotSet ending(lock.arena());
         lock.arena().forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
-            const LifeWord life = slot.life.loadRelaxed();  // (P)
+            const LifeWord life = slot.life.loadRelaxed();  // [lock]
             const Spid spid = spidOf(life);
             if (isOpen(life) && indexOf(spid) == index && hasDied(lock.domain(), spid)) ending.insert(spid);
         });

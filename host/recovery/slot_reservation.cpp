@@ -19,10 +19,10 @@ void closeFresh(Slot& slot) {
     slot.returned.storeRelaxed(stack::headOf(stack::closed));
 }
 
-/// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: (K)
-/// publishes it; the length is a release like the words of the name (M). A sender that was held up may meet the slot
-/// half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray in
-/// the mailbox.
+/// Readies a slot that nobody else looks at yet. Its life says the new spid already and open last. Relaxed: [opened]
+/// publishes it; the length is a release like the words of the name [name]. A sender that was held up may meet the
+/// slot half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray
+/// in the mailbox.
 void prepare(Slot& slot, Spid spid, const Name& name) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
     if (slot.partings.loadRelaxed() == introduction::notYet) slot.partings.storeRelaxed(introduction::notYet + 1);
@@ -79,7 +79,7 @@ void SlotReservation::commit() {
     // this process dies before the endpoint is open, the repair opens it where it finds its mailbox open.
     slot().mailbox.storeRelease(stack::headOf(stack::empty, introduction::tagAt(slot().partings.loadRelaxed())));
     slot().returned.storeRelease(stack::headOf(stack::empty));
-    // The one store that opens the endpoint. Release: (K), all that is in the slot is seen with it.
+    // The one store that opens the endpoint. Release [opened]: all that is in the slot is seen with it.
     slot().life.storeRelease(openAs(spid_));
     countOpened(arena);
     isOpened_ = true;
