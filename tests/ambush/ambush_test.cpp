@@ -98,7 +98,7 @@ TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
     const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { push(2); },
                                             [&] {
                                                 const Ref taken = stack::claimAll(head, claim, stack::empty);
-                                                EXPECT_NE(stack::empty, taken);
+                                                EXPECT_NE(taken, stack::empty);
                                                 EXPECT_EQ(taken, claim.loadRelaxed());
                                             });
     EXPECT_GT(looks, 1u);

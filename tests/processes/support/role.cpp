@@ -1,30 +1,24 @@
-#include "tests/mixed/support/role.h"
+#include "tests/processes/support/role.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 
 namespace {
 
-constexpr char ownProgram[] = "/proc/self/exe";
-constexpr char otherProgram[] = "LINX_TEST_OTHER_SIZE";  // the environment variable that says where it is
-
 std::map<std::string, void (*)(Line&)>& roles() {
     static std::map<std::string, void (*)(Line&)> all;
     return all;
 }
 
-const char* programOf(Size size) {
-    if (size == Size::own) return ownProgram;
-    const char* other = std::getenv(otherProgram);
-    return other == nullptr ? "" : other;
+/// The program of the other word size; null in a run whose processes are all of one.
+const char* otherProgram() {
+    return std::getenv("LINX_TEST_OTHER_SIZE");
 }
 
 /// Has the next program of this process get the descriptor. Its number, for the command line.
@@ -40,16 +34,23 @@ int keepToOneself(int descriptor) {
 
 }  // namespace
 
-Role::Role(const char* name, void (*body)(Line&)) : name_(name) {
+std::optional<Size> sizeWithPointersOf(size_t bytes) {
+    if (bytes == sizeof(void*)) return Size::own;
+    if (otherProgram() != nullptr) return Size::other;
+    return std::nullopt;
+}
+
+Role::Role(const char* name, void (*body)(Line&)) : name_(name), body_(body) {
     if (!roles().emplace(name, body).second) std::abort();
 }
 
 Child::Body Role::in(Size size) const {
-    return [this, size](Line& parent) {
+    if (size == Size::own || otherProgram() == nullptr) return body_;
+    return [this](Line& parent) {
         const std::string line = inherit(parent.descriptor());
         const std::string failures = inherit(Failures::ownDescriptor());
-        execl(programOf(size), "mixed_test", "--role", name_, line.c_str(), failures.c_str(), nullptr);
-        ADD_FAILURE() << "$" << otherProgram << " '" << programOf(size) << "': " << std::strerror(errno);
+        execl(otherProgram(), otherProgram(), "--role", name_, line.c_str(), failures.c_str(), nullptr);
+        ADD_FAILURE() << otherProgram() << ": " << std::strerror(errno);
     };
 }
 
@@ -63,14 +64,4 @@ int playRole(const std::string& name, int lineDescriptor, int failuresDescriptor
         role->second(parent);
     }
     return testing::Test::HasFailure() ? 1 : 0;
-}
-
-void continueInOtherSize(char** arguments) {
-    char own[PATH_MAX] = "";
-    if (readlink(ownProgram, own, sizeof own - 1) == -1) std::perror(ownProgram);
-    const std::string other = programOf(Size::other);
-    setenv(otherProgram, own, 1);
-    execv(other.c_str(), arguments);
-    std::perror(other.c_str());
-    std::exit(2);
 }

@@ -1,9 +1,11 @@
-// What the killed of one word size leave behind, the other puts back: all of the memory, every name.
+// What the killed leave behind is put back by those who notice: all of the memory, every name.
 
 #include <cerrno>
 #include <random>
 
-#include "tests/mixed/support/mixed_test.h"
+#include "tests/processes/support/role.h"
+#include "tests/processes/support/signals.h"
+#include "tests/processes/support/whole_arena_test.h"
 
 namespace {
 
@@ -14,28 +16,19 @@ constexpr uint32_t answer = 101;
 constexpr uint32_t item = 1000;  // and on: signals are numbered
 constexpr uint32_t anySignal[] = {0};
 
-struct Sizes {
-    Size killed;
-    Size reaper;
-};
-
-std::ostream& operator<<(std::ostream& out, const Sizes& sizes) {
-    return out << sizes.reaper << " reaps " << sizes.killed;
-}
-
 /// A small arena, so that what is not given back is soon missed.
-class Reaping : public MixedTest, public testing::WithParamInterface<Sizes> {
+class Reaping : public WholeArenaTest {
 protected:
     void SetUp() override;
     void TearDown() override {
         reaper_.reset();
-        MixedTest::TearDown();
+        WholeArenaTest::TearDown();
     }
 
     /// Kills a child that plays `role` when it has said `steps` words, and has the reaper notice and count what came.
     /// Returns the count.
     uint32_t killAfter(const Role& role, uint32_t steps) {
-        Child killed(role.in(GetParam().killed));
+        Child killed(role);
         reaper_->tell(killed.hear());
         reaper_->hear();
         killed.tell();
@@ -46,7 +39,7 @@ protected:
 
     void endReaper() {
         reaper_->tell(0);
-        EXPECT_EQ(0, reaper_->exitStatus());
+        EXPECT_EQ(reaper_->exitStatus(), 0);
         expectWholePool();
     }
 
@@ -60,28 +53,28 @@ private:
 const Role reaper("Reaping.reaper", [](Line& parent) {
     Endpoint endpoint("reaper");
     while (const LinxSpid spid = parent.hear()) {
-        ASSERT_NE(0u, attach(endpoint, spid, notice));
-        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(0, sendBytes(endpoint, spid, answer, Bytes(1000)));
+        ASSERT_NE(attach(endpoint, spid, notice), 0u);
+        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(sendBytes(endpoint, spid, answer, Bytes(1000)), 0);
         parent.tell();
         uint32_t count = 0;
         for (;;) {
             const std::optional<Received> received = receive(endpoint, patience);
             ASSERT_TRUE(received);
-            ASSERT_EQ(spid, received->sender);
+            ASSERT_EQ(received->sender, spid);
             if (received->number == notice) break;
-            ASSERT_EQ(item + count, received->number);
+            ASSERT_EQ(received->number, item + count);
             ASSERT_TRUE(pattern(received->payload.size(), received->number) == received->payload);
             ++count;
             send(endpoint, spid, answer);  // to somebody who may be dead by now
         }
-        EXPECT_EQ("killed", nameOf(endpoint, spid));
+        EXPECT_EQ(nameOf(endpoint, spid), "killed");
         parent.tell(count);
     }
 });
 
 void Reaping::SetUp() {
-    MixedTest::SetUp();
-    reaper_ = std::make_unique<Child>(reaper.in(GetParam().reaper));
+    WholeArenaTest::SetUp();
+    reaper_ = std::make_unique<Child>(reaper.in(Size::own));
 }
 
 /// Opens "killed" for a child that is going to be, and waits until it is supervised.
@@ -110,21 +103,21 @@ const Role idle("Reaping.idle", [](Line& parent) {
     parent.hear();
 });
 
-TEST_P(Reaping, WhoWasIdleLeavesNothing) {
-    for (int round = 0; round < 5; ++round) EXPECT_EQ(0u, killAfter(idle, 1));
+TEST_F(Reaping, WhoWasIdleLeavesNothing) {
+    for (int round = 0; round < 5; ++round) EXPECT_EQ(killAfter(idle, 1), 0u);
     endReaper();
 }
 
 /// Sends without receiving, so that signals of both are on their way when it is killed.
 const Role silent("Reaping.silent", [](Line& parent) {
     Killed endpoint(parent);
-    for (int i = 0; i < 50; ++i) ASSERT_EQ(0, endpoint.sendNext(20000));
+    for (int i = 0; i < 50; ++i) ASSERT_EQ(endpoint.sendNext(20000), 0);
     parent.tell();
     parent.hear();
 });
 
-TEST_P(Reaping, WhatWasInFlightArrivesOrComesBack) {
-    for (int round = 0; round < 10; ++round) ASSERT_EQ(50u, killAfter(silent, 1)) << "round " << round;
+TEST_F(Reaping, WhatWasInFlightArrivesOrComesBack) {
+    for (int round = 0; round < 10; ++round) ASSERT_EQ(killAfter(silent, 1), 50u) << "round " << round;
     endReaper();
 }
 
@@ -132,22 +125,22 @@ TEST_P(Reaping, WhatWasInFlightArrivesOrComesBack) {
 const Role hoarder("Reaping.hoarder", [](Line& parent) {
     Killed endpoint(parent);
     for (uint32_t i = 0; i < 40; ++i) {
-        ASSERT_NE(nullptr, linx_alloc(endpoint, 30000, item));
+        ASSERT_NE(linx_alloc(endpoint, 30000, item), nullptr);
         LinxSignal* received = nullptr;
         ASSERT_LT(0, linx_receive_w_tmo(endpoint, &received, patience, anySignal));
-        ASSERT_EQ(0, sendBytes(endpoint, spidOf(endpoint), item, Bytes(30000)));
+        ASSERT_EQ(sendBytes(endpoint, spidOf(endpoint), item, Bytes(30000)), 0);
         LinxSignal* parked[3];
         for (LinxSignal*& signal : parked) signal = linx_alloc(endpoint, 5000, item);
-        ASSERT_EQ(0, linx_hunt(endpoint, "absent", &parked[0]));
-        ASSERT_NE(0u, linx_attach(endpoint, &parked[1], endpoint.peer));
-        ASSERT_NE(0u, linx_request_tmo(endpoint, 1000 * patience, &parked[2]));
+        ASSERT_EQ(linx_hunt(endpoint, "absent", &parked[0]), 0);
+        ASSERT_NE(linx_attach(endpoint, &parked[1], endpoint.peer), 0u);
+        ASSERT_NE(linx_request_tmo(endpoint, 1000 * patience, &parked[2]), 0u);
     }
     parent.tell();
     parent.hear();
 });
 
-TEST_P(Reaping, WhatWasHeldComesBack) {
-    for (int round = 0; round < 10; ++round) ASSERT_EQ(0u, killAfter(hoarder, 1)) << "round " << round;
+TEST_F(Reaping, WhatWasHeldComesBack) {
+    for (int round = 0; round < 10; ++round) ASSERT_EQ(killAfter(hoarder, 1), 0u) << "round " << round;
     endReaper();
 }
 
@@ -157,13 +150,13 @@ const Role stormer("Reaping.stormer", [](Line& parent) {
     for (uint32_t i = 0;; ++i) {
         const int result = endpoint.sendNext(i % 64 == 0 ? 40000 : i * 37 % 3000);
         ASSERT_TRUE(result == 0 || result == ENOMEM) << result;
-        ASSERT_EQ(0, result);
+        ASSERT_EQ(result, 0);
         parent.tell();
         if (i % 3 == 0) receive(endpoint, patience, {answer});
     }
 });
 
-TEST_P(Reaping, AKillInAStormOfSendsLosesNothing) {
+TEST_F(Reaping, AKillInAStormOfSendsLosesNothing) {
     std::mt19937 random(3);
     for (int round = 0; round < 40; ++round) {
         const uint32_t steps = 1 + static_cast<uint32_t>(random() % 300);
@@ -172,10 +165,6 @@ TEST_P(Reaping, AKillInAStormOfSendsLosesNothing) {
     }
     endReaper();
 }
-
-INSTANTIATE_TEST_SUITE_P(Sizes, Reaping,
-                         testing::Values(Sizes{Size::other, Size::own}, Sizes{Size::own, Size::other},
-                                         Sizes{Size::other, Size::other}));
 
 constexpr uint32_t crowd = 6;
 
@@ -189,10 +178,10 @@ const Role restless("Crowd.restless", [](Line& parent) {
     for (;;) {
         for (int i = 0; i < 20; ++i) {
             Endpoint endpoint(nameOfMember(number));
-            ASSERT_EQ(spidOf(endpoint), hunt(endpoint, nameOfMember(number)));
-            ASSERT_NE(0u, hunt(endpoint, "anchor"));
-            ASSERT_EQ(0, linx_hunt(endpoint, nameOfMember(number + 1).c_str(), nullptr));
-            ASSERT_EQ(0, linx_hunt(endpoint, "nobody", nullptr));
+            ASSERT_EQ(hunt(endpoint, nameOfMember(number)), spidOf(endpoint));
+            ASSERT_NE(hunt(endpoint, "anchor"), 0u);
+            ASSERT_EQ(linx_hunt(endpoint, nameOfMember(number + 1).c_str(), nullptr), 0);
+            ASSERT_EQ(linx_hunt(endpoint, "nobody", nullptr), 0);
         }
         parent.tell();
         if (parent.hear() == 0) return;
@@ -211,9 +200,9 @@ const Role breathless("Crowd.breathless", [](Line& parent) {
     }
 });
 
-class Crowd : public MixedTest {};
+class Crowd : public WholeArenaTest {};
 
-TEST_F(Crowd, GoesOnThoughItsMembersOfEitherSizeAreKilledWhileTheyOpenAndClose) {
+TEST_F(Crowd, GoesOnThoughItsMembersAreKilledWhileTheyOpenAndClose) {
     Endpoint anchor("anchor");
     std::vector<std::unique_ptr<Child>> members;
     for (uint32_t i = 0; i + 1 < crowd; ++i) {
@@ -232,9 +221,9 @@ TEST_F(Crowd, GoesOnThoughItsMembersOfEitherSizeAreKilledWhileTheyOpenAndClose) 
     }
     for (const auto& member : members) member->hear();
     for (const auto& member : members) member->tell(0);
-    for (const auto& member : members) EXPECT_EQ(0, member->exitStatus());
+    for (const auto& member : members) EXPECT_EQ(member->exitStatus(), 0);
     Endpoint last(nameOfMember(crowd - 1));
-    EXPECT_EQ(spidOf(last), hunt(anchor, nameOfMember(crowd - 1)));
+    EXPECT_EQ(hunt(anchor, nameOfMember(crowd - 1)), spidOf(last));
     last.close();
     anchor.close();
     expectWholePool();

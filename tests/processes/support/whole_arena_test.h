@@ -1,18 +1,14 @@
-#ifndef LINXIPC_TESTS_MIXED_SUPPORT_MIXED_TEST_H
-#define LINXIPC_TESTS_MIXED_SUPPORT_MIXED_TEST_H
+#ifndef LINXIPC_TESTS_PROCESSES_SUPPORT_WHOLE_ARENA_TEST_H
+#define LINXIPC_TESTS_PROCESSES_SUPPORT_WHOLE_ARENA_TEST_H
 
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "host/arena/domain.h"
-#include "tests/mixed/support/role.h"
 #include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
 #include "tests/support/broken_invariant.h"
 
-/// A test whose processes are of both sizes. At its end all words of the arena must be in order for this size.
-class MixedTest : public ProcessTest {
+/// A test at whose end all words of the arena must be in order, as this process reads them.
+class WholeArenaTest : public ProcessTest {
 protected:
     void TearDown() override {
         if (const auto joined = linx::Domain::join()) {
@@ -27,7 +23,7 @@ protected:
     /// have been noticed.
     static void expectWholePool() {
         const std::shared_ptr<linx::Domain> joined = linx::Domain::join();
-        ASSERT_NE(nullptr, joined);
+        ASSERT_NE(joined, nullptr);
         const linx::debug::Census census = linxtest::lookInto(*joined).census;
         EXPECT_LT(0u, census.blocks);
         EXPECT_EQ(census.blocks, census.central);

@@ -1,20 +1,24 @@
-// One arena for both word sizes, whichever makes it, and one that is too large for the smaller.
+// One arena for processes of every word size, whichever makes it, and one that is too large for the smaller.
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 
 #include "host/arena/arena_file.h"
-#include "tests/mixed/support/mixed_test.h"
+#include "host/arena/layout.h"
+#include "host/system/scoped_descriptor.h"
+#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/role.h"
+#include "tests/processes/support/signals.h"
 
 namespace {
 
 using linxtest::ScopedVariable;
 
 constexpr uint32_t item = 100;
-constexpr bool isSmall = sizeof(void*) == 4;
 
 class Arena : public ProcessTest {
 protected:
@@ -31,17 +35,27 @@ const Role opener("Arena.opener", [](Line& parent) {
     parent.tell(linx == nullptr ? static_cast<uint32_t>(errno) : 0);
     if (linx != nullptr) {
         const Received received = expectSignal(linx, item);
-        EXPECT_EQ(0, sendBytes(linx, received.sender, item, received.payload));
+        EXPECT_EQ(sendBytes(linx, received.sender, item, received.payload), 0);
         parent.hear();
-        EXPECT_EQ(0, linx_close(linx));
+        EXPECT_EQ(linx_close(linx), 0);
     }
 });
 
-void expectAnswer(LINX* linx, const Child& other) {
+void expectAnswer(LINX* linx) {
     const Bytes sent = pattern(100000, 1);
-    EXPECT_EQ(0, sendBytes(linx, hunt(linx, "opener"), item, sent));
+    EXPECT_EQ(sendBytes(linx, hunt(linx, "opener"), item, sent), 0);
     EXPECT_TRUE(sent == expectSignal(linx, item).payload);
-    other.tell();
+}
+
+const Role asker("Arena.asker", [](Line&) {
+    const Endpoint endpoint("asker");
+    expectAnswer(endpoint);
+});
+
+/// Lets the opener go on to its end.
+void endOpener(Child& child) {
+    child.tell();
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(Arena, IsTheSameWhicheverSizeMakesIt) {
@@ -52,44 +66,42 @@ TEST_F(Arena, IsTheSameWhicheverSizeMakesIt) {
             Endpoint endpoint("maker");
             const ScopedVariable without("LINX_ARENA_MB", nullptr);
             Child other(opener.in(Size::other));
-            EXPECT_EQ(0u, other.hear()) << size;
-            expectAnswer(endpoint, other);
-            EXPECT_EQ(0, other.exitStatus());
+            EXPECT_EQ(other.hear(), 0u) << size;
+            expectAnswer(endpoint);
+            endOpener(other);
         }
         const uint64_t madeHere = megabytes();
-        ASSERT_EQ(0, unlink(file.c_str()));
+        ASSERT_EQ(unlink(file.c_str()), 0);
         {
             Child other(opener.in(Size::other));
-            EXPECT_EQ(0u, other.hear()) << size;
+            EXPECT_EQ(other.hear(), 0u) << size;
             const ScopedVariable without("LINX_ARENA_MB", nullptr);
             Endpoint endpoint("joiner");
-            expectAnswer(endpoint, other);
-            EXPECT_EQ(0, other.exitStatus());
+            expectAnswer(endpoint);
+            endOpener(other);
         }
-        EXPECT_EQ(madeHere, megabytes());
-        EXPECT_EQ(static_cast<uint64_t>(std::atoi(size)), madeHere);
-        ASSERT_EQ(0, unlink(file.c_str()));
+        EXPECT_EQ(megabytes(), madeHere);
+        EXPECT_EQ(madeHere, static_cast<uint64_t>(std::atoi(size)));
+        ASSERT_EQ(unlink(file.c_str()), 0);
     }
 }
 
 TEST_F(Arena, ThatIsTooLargeForASmallProcessIsRefusedToItAlone) {
+    const std::optional<Size> small = sizeWithPointersOf(4);
+    const std::optional<Size> large = sizeWithPointersOf(8);
+    if (!small || !large) GTEST_SKIP() << "All processes of this run are of one size.";
     for (const char* const size : {"3072", "4092", "4096", "16384"}) {
         const ScopedVariable variable("LINX_ARENA_MB", size);
-        if (isSmall) {
-            Child maker(opener.in(Size::other));
-            EXPECT_EQ(0u, maker.hear()) << size;
-            EXPECT_EQ(nullptr, linx_open("small", 0, nullptr)) << size;
-            EXPECT_EQ(ENOMEM, errno) << size;
-        } else {
-            Endpoint endpoint("maker");
-            Child small(opener.in(Size::other));
-            EXPECT_EQ(static_cast<uint32_t>(ENOMEM), small.hear()) << size;
-            EXPECT_EQ(0, small.exitStatus());
-            EXPECT_EQ(0, send(endpoint, spidOf(endpoint), item));
-            expectSignal(endpoint, item, 0);
-        }
-        EXPECT_EQ(static_cast<uint64_t>(std::atoi(size)), megabytes());
-        ASSERT_EQ(0, unlink(domain.pathOf("arena").c_str()));
+        Child maker(opener.in(*large));
+        EXPECT_EQ(maker.hear(), 0u) << size;
+        Child refused(opener.in(*small));
+        EXPECT_EQ(refused.hear(), static_cast<uint32_t>(ENOMEM)) << size;
+        EXPECT_EQ(refused.exitStatus(), 0);
+        Child other(asker.in(*large));
+        EXPECT_EQ(other.exitStatus(), 0);
+        endOpener(maker);
+        EXPECT_EQ(megabytes(), static_cast<uint64_t>(std::atoi(size)));
+        ASSERT_EQ(unlink(domain.pathOf("arena").c_str()), 0);
     }
 }
 
@@ -104,15 +116,15 @@ const Role joiner("Arena.joiner", [](Line&) {
             domains.push_back(std::make_unique<linxtest::TestDomain>());
             linx = linx_open("another", 0, nullptr);
             if (linx == nullptr) {
-                EXPECT_EQ(ENOMEM, errno);
+                EXPECT_EQ(errno, ENOMEM);
             } else {
-                EXPECT_EQ(0, linx_close(linx));
+                EXPECT_EQ(linx_close(linx), 0);
                 endpoints.push_back(std::make_unique<Endpoint>("stays"));
             }
         }
         EXPECT_LT(0u, endpoints.size());
         for (const auto& endpoint : endpoints) {
-            EXPECT_EQ(0, send(*endpoint, spidOf(*endpoint), item));
+            EXPECT_EQ(send(*endpoint, spidOf(*endpoint), item), 0);
             expectSignal(*endpoint, item, 0);
         }
         endpoints.clear();
@@ -120,27 +132,28 @@ const Role joiner("Arena.joiner", [](Line&) {
     }
     const linxtest::TestDomain after;
     Endpoint endpoint("after");
-    EXPECT_EQ(0, send(before, spidOf(before), item));
+    EXPECT_EQ(send(before, spidOf(before), item), 0);
     expectSignal(before, item, 0);
 });
 
 TEST_F(Arena, ThatHasNoRoomBesideOthersIsRefusedUntilTheyAreLeft) {
+    const std::optional<Size> small = sizeWithPointersOf(4);
+    if (!small) GTEST_SKIP() << "No process of this run is small.";
     const ScopedVariable variable("LINX_ARENA_MB", "1024");
-    Child small(joiner.in(isSmall ? Size::own : Size::other));
-    EXPECT_EQ(0, small.exitStatus());
+    Child child(joiner.in(*small));
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(Arena, OfASmallMakerIsOneThatItCanMap) {
+    const std::optional<Size> small = sizeWithPointersOf(4);
+    if (!small) GTEST_SKIP() << "No process of this run is small.";
     const ScopedVariable variable("LINX_ARENA_MB", "3072");
-    {
-        const std::unique_ptr<Endpoint> own = isSmall ? std::make_unique<Endpoint>("maker") : nullptr;
-        Child other(opener.in(Size::other));
-        EXPECT_EQ(0u, other.hear());
-        Endpoint endpoint("asker");
-        expectAnswer(endpoint, other);
-        EXPECT_EQ(0, other.exitStatus());
-    }
-    EXPECT_EQ(1024u, megabytes());
+    Child maker(opener.in(*small));
+    EXPECT_EQ(maker.hear(), 0u);
+    Child other(asker);
+    EXPECT_EQ(other.exitStatus(), 0);
+    endOpener(maker);
+    EXPECT_EQ(megabytes(), 1024u);
 }
 
 }  // namespace
