@@ -85,7 +85,7 @@ private:
     /// Small blocks whole, many at once; of large ones the heads.
     bool copyBlocks() {
         bool copied = true;
-        forEachRun(arena_, [&](uint32_t page, SizeClassId sizeClass) {
+        forEachRun(arena_, [&](PageIndex page, SizeClassId sizeClass) {
             const SizeClass& c = sizeClasses[sizeClass];
             const size_t start = size_t{arena_.filePageOf(page)} * pageBytes;
             if (c.lines < linesPerPage) {

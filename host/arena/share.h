@@ -35,17 +35,17 @@ inline void begin(Slot& slot, Spid spid) {
     slot.leasedLines.storeRelaxed(tagOf(spid));
 }
 
-inline uint32_t linesOf(const Slot& slot) {
-    return slot.leasedLines.loadRelaxed() & lineMask;
+inline Lines linesOf(const Slot& slot) {
+    return Lines{slot.leasedLines.loadRelaxed() & lineMask};
 }
 
 /// To be called by the endpoint itself.
-inline void add(Slot& slot, uint32_t lines) {
+inline void add(Slot& slot, Lines lines) {
     slot.leasedLines.addRelaxed(lines);
 }
 
 /// Takes lines off the books of `home`, whose slot it is or was.
-inline void remove(Slot& slot, Spid home, uint32_t lines) {
+inline void remove(Slot& slot, Spid home, Lines lines) {
     uint32_t found = slot.leasedLines.loadRelaxed();
     uint32_t left;
     do {

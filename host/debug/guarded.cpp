@@ -48,14 +48,15 @@ private:
         const uint32_t used = arena_.usedPages();
         uint32_t gap = 0;
         uint32_t longestGap = 0;
-        for (uint32_t page = 0; page < used;) {
+        for (PageIndex page{}; page < used;) {
             SizeClassId sizeClass;
             if (runStartsAt(arena_, page, sizeClass)) {
                 checkRun(page, sizeClass);
-                page += sizeClasses[sizeClass].pages;
+                page = PageIndex{page + sizeClasses[sizeClass].pages};
                 gap = 0;
             } else {
-                checkFree(page++);
+                checkFree(page);
+                page = PageIndex{page + 1};
                 longestGap = std::max(longestGap, ++gap);
             }
         }
@@ -64,13 +65,13 @@ private:
         }
     }
 
-    void checkRun(uint32_t first, SizeClassId sizeClass) {
+    void checkRun(PageIndex first, SizeClassId sizeClass) {
         for (uint32_t back = 0; back < sizeClasses[sizeClass].pages; ++back) {
-            const uint32_t entry = arena_.pageEntry(first + back).loadRelaxed();
+            const uint32_t entry = arena_.pageEntry(PageIndex{first + back}).loadRelaxed();
             if (entry != makePageEntry(sizeClass, back)) broken(Subject{"page", first + back}, ofOneRun);
         }
     }
-    void checkFree(uint32_t page) {
+    void checkFree(PageIndex page) {
         if (arena_.pageEntry(page).loadRelaxed() != 0) broken(Subject{"page", page}, ofOneRun);
     }
 

@@ -36,7 +36,7 @@ enum class Reclaimed {
 /// long, since every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done
 /// is bounded for all (see throttle.h); sooner only when so much has come to the central lists since the last time
 /// that the arena is worth another look, once when others have been asked for it.
-Reclaimed reclaim(const DomainLock& lock, uint32_t lines);
+Reclaimed reclaim(const DomainLock& lock, Lines lines);
 
 /// Lines that have come to the central lists, and were not taken since, after memory was reclaimed last. Also without
 /// the lock.

@@ -35,7 +35,7 @@ Pool::Pool(const Domain& domain, Spid home)
       latestHome_(noHome),
       latestHomesSlot_(&slot_) {}
 
-BlockRef Pool::allocate(uint32_t lines) {
+BlockRef Pool::allocate(Lines lines) {
     const SizeClassId sizeClass = classForLines(lines);
     if (const BlockRef block = pop(sizeClass)) return block;
     takeReturned();
@@ -109,7 +109,7 @@ uint32_t Pool::countLines() {
 
 /// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
 /// gave it back who was held up.
-void Pool::adopt(Block& block, Spid home, uint32_t lines) {
+void Pool::adopt(Block& block, Spid home, Lines lines) {
     nearby_.forget();  // as in add()
     // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
     // larger.
@@ -239,7 +239,7 @@ Pool::Hope Pool::hopeAfter(lease::Reclaimed looked) const {
 
 /// Others have been asked to give up what they keep. Waits a little for that, and leases of it what fits.
 void Pool::awaitRelief(SizeClassId sizeClass) {
-    const uint32_t lines = sizeClasses[sizeClass].lines;
+    const Lines lines = sizeClasses[sizeClass].lines;
     long pause = shortestNap;
     uint32_t before = 0;
     for (int naps = 0; naps == 0 || (naps < mostNaps && pressure::isRecent(arena())); ++naps, pause *= 2) {
@@ -311,7 +311,7 @@ void Pool::shrinkTo(uint32_t lines) {
             given += sizeClasses[sizeClass].lines;
         }
     }
-    share::remove(slot(), home_, given);
+    share::remove(slot(), home_, Lines{given});
 }
 
 }  // namespace linx

@@ -78,7 +78,7 @@ protected:
     TakingTest() { memory.layRun(0, 0); }
 
     void push(uint32_t number) {
-        const Ref ref = arena.refOfPage(0) + number;
+        const Ref ref = arena.refOfPage(PageIndex{0}) + number;
         stack::push(head, arena.blockAt(ref));
     }
 

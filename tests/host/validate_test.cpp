@@ -106,9 +106,9 @@ TEST_F(ValidateTest, SeesThatTheHeaderCountsWrong) {
 
 TEST_F(ValidateTest, SeesThatAPageIsOfNoRun) {
     const uint32_t page = freePage();
-    expectSaid(arena.pageEntry(page - 1), makePageEntry(SizeClassId{0}, 1),
+    expectSaid(arena.pageEntry(PageIndex{page - 1}), makePageEntry(SizeClassId{0}, 1),
                nameOf("page", page - 1) + ": it is free, or of one run");
-    expectSaidAtRest(arena.pageEntry(page), makePageEntry(SizeClassId{0}, 0),
+    expectSaidAtRest(arena.pageEntry(PageIndex{page}), makePageEntry(SizeClassId{0}, 0),
                      nameOf("page", page) + ": it is free from pagesUsed on");
 }
 
@@ -130,7 +130,7 @@ TEST_F(ValidateTest, SeesThatACentralListLeadsAstray) {
     ASSERT_NE(second, Ref::none);
     expectSaid(head, second, "header: centralLines =");
     expectSaid(head, 0, "header: centralLines =");
-    expectSaid(head, arena.refOfPage(0) + ~0u, itsBlocks);
+    expectSaid(head, arena.refOfPage(PageIndex{0}) + ~0u, itsBlocks);
     expectSaid(first.next, head.loadRelaxed(), "header: centralLines =");
     expectSaid(first.owner, heldBy(live.spid), itsBlocks);
     expectSaid(first.home, Spid{live.spid}, itsBlocks);
@@ -207,7 +207,7 @@ TEST_F(ValidateTest, SeesAtRestThatABlockIsInTheWrongPlace) {
     expectSaidAtRest(slotOf(other.spid).returned, mail,
                      nameOf("block", mail) + ": it is in one place (returned stack");
     expectSaidAtRest(block(mail).next, mail, nameOf("block", mail) + ": it is in one place (mailbox");
-    expectSaidAtRest(block(mail).next, arena.refOfPage(0) + ~0u,
+    expectSaidAtRest(block(mail).next, arena.refOfPage(PageIndex{0}) + ~0u,
                      nameOf("mailbox", indexOf(other.spid)) + ": its links lead from block");
     expectSaidAtRest(own().returned, refOf(kept),
                      nameOf("block", refOf(kept)) + ": the blocks of a stack are in flight");
