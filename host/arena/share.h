@@ -1,7 +1,9 @@
 #ifndef LINXIPC_HOST_ARENA_SHARE_H
 #define LINXIPC_HOST_ARENA_SHARE_H
 
-#include "host/arena/layout.h"
+#include <algorithm>
+
+#include "host/arena/arena.h"
 
 namespace linx {
 
@@ -20,6 +22,12 @@ constexpr uint32_t lineMask = (1u << refBits) - 1;
 
 constexpr uint32_t tagOf(Spid spid) {
     return generationOf(spid) << refBits;
+}
+
+/// The most lines of the pool that one endpoint may be home to.
+inline uint32_t limitOf(const Arena& arena) {
+    constexpr uint32_t smallest = 2 * sizeClasses[largestClass].pages * linesPerPage;
+    return std::max(smallest, arena.pageCount() / 4 * linesPerPage);
 }
 
 /// The slot is `spid`'s from now on, home to nothing.

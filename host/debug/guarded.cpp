@@ -77,10 +77,11 @@ private:
 
     void checkCentralLists() {
         const uint32_t counted = header_.centralLines.loadRelaxed();
+        const uint32_t most = std::min(counted, arena_.pageCount() * linesPerPage);  // or it is garbage
         uint64_t lines = 0;
         for (uint32_t c = 0; c < sizeClassCount; ++c) {
             Ref ref = header_.central[c].loadRelaxed();
-            while (ref != Ref::none && lines <= counted) {
+            while (ref != Ref::none && lines <= most) {
                 const BlockRef block = arena_.blockAt(ref);
                 if (!block || block.sizeClass != c || !central::isHomeless(*block)) {
                     return broken(Subject{"central list", c}, "its blocks are of its class, free and without a home",

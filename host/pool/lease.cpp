@@ -169,11 +169,6 @@ Reclaimed reclaim(const DomainLock& lock, Lines lines) {
     return isDue ? Reclaimed::everything : Reclaimed::some;
 }
 
-uint32_t shareOf(const Arena& arena) {
-    constexpr uint32_t smallest = 2 * sizeClasses[largestClass].pages * linesPerPage;
-    return std::max(smallest, arena.pageCount() / 4 * linesPerPage);
-}
-
 uint32_t keptBy(const Arena& arena) {
     constexpr uint32_t plenty = (64u << 10) / lineBytes;
     const uint32_t lines = arena.pageCount() * linesPerPage;

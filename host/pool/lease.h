@@ -42,9 +42,6 @@ Reclaimed reclaim(const DomainLock& lock, Lines lines);
 /// the lock.
 uint32_t relief(const Arena& arena);
 
-/// The most lines of the pool that one endpoint may be home to.
-uint32_t shareOf(const Arena& arena);
-
 /// The most free lines that one endpoint keeps for itself: the fewer, the more of them are open. All together keep no
 /// more than a part of the arena, so that there is something left for a newcomer.
 uint32_t keptBy(const Arena& arena);

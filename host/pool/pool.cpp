@@ -174,13 +174,13 @@ uint32_t Pool::leasedLines() const {
 /// may keep go. 0 when its share is used up.
 uint32_t Pool::countToLease(SizeClassId sizeClass) {
     const SizeClass& c = sizeClasses[sizeClass];
-    const uint32_t share = lease::shareOf(arena());
-    if (leasedLines() + c.lines > share) shrinkTo(0);
+    const uint32_t limit = share::limitOf(arena());
+    if (leasedLines() + c.lines > limit) shrinkTo(0);
     const uint32_t leased = leasedLines();
-    if (leased + c.lines > share) return 0;
+    if (leased + c.lines > limit) return 0;
     keptLines_ = lease::keptBy(arena());
     const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
-    const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
+    const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (limit - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
     return wanted;
 }
@@ -217,9 +217,9 @@ bool Pool::afterReclaim(const DomainLock& lock, SizeClassId sizeClass, lease::Re
 
 /// One block of a larger class, as far as the endpoint's share goes.
 bool Pool::fromLargerClass(const DomainLock& lock, SizeClassId sizeClass) {
-    const uint32_t share = lease::shareOf(arena());
+    const uint32_t limit = share::limitOf(arena());
     const uint32_t leased = leasedLines();
-    const uint32_t room = share > leased ? share - leased : 0;
+    const uint32_t room = limit > leased ? limit - leased : 0;
     for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && sizeClasses[larger].lines <= room; ++larger) {
         if (fromCentral(lock, SizeClassId{larger}, 1)) return true;
     }

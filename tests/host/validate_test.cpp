@@ -13,6 +13,7 @@ using debug::Findings;
 using debug::Grade;
 using linxtest::Linx;
 using linxtest::ScopedVariable;
+using testing::EndsWith;
 using testing::StartsWith;
 
 /// An arena with something of everything in it, of which one word is wrong.
@@ -134,6 +135,20 @@ TEST_F(ValidateTest, SeesThatACentralListLeadsAstray) {
     expectSaid(first.owner, heldBy(live.spid), itsBlocks);
     expectSaid(first.home, Spid{live.spid}, itsBlocks);
     expectSaid(header().central[sizeClass + 1], head.loadRelaxed(), nameOf("central list", sizeClass + 1));
+}
+
+TEST_F(ValidateTest, FollowsACentralListNoFurtherThanThereAreLines) {
+    const uint32_t sizeClass = usedClass();
+    const Ref ref = header().central[sizeClass].loadRelaxed();
+    const Ref next = block(ref).next.loadRelaxed();
+    const uint32_t lines = header().centralLines.loadRelaxed();
+    block(ref).next.storeRelaxed(ref);
+    header().centralLines.storeRelaxed(~0u);
+    const uint32_t step = linesOfClass(SizeClassId{sizeClass});
+    const uint32_t most = (arena.pageCount() * linesPerPage / step + 1) * step;
+    EXPECT_THAT(look(Grade::quick).broken, EndsWith("(4294967295 and " + std::to_string(most) + ")"));
+    block(ref).next.storeRelaxed(next);
+    header().centralLines.storeRelaxed(lines);
 }
 
 TEST_F(ValidateTest, SeesThatASlotIsNotItsUsers) {

@@ -1,0 +1,4 @@
+# nlohmann_json::nlohmann_json: headers alone, found as those of CLI11 are.
+find_path(NLOHMANN_JSON_INCLUDE_DIR nlohmann/json.hpp REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED)
+target_compile_options(nlohmann_json::nlohmann_json INTERFACE "SHELL:-idirafter ${NLOHMANN_JSON_INCLUDE_DIR}")
