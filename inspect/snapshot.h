@@ -16,7 +16,7 @@ namespace inspect {
  * It is read and not mapped. Whoever touches a mapped page that has no memory gives it some, and is ended where there
  * is none, or where the file is cut short; a read returns nothing, or fails. And nobody changes what has been
  * checked. No lock is taken, so its parts are of moments that lie a little apart: a signal on its way may be in two
- * places or in none. What stands in one entry of a table belongs together.
+ * places or in none. The name in an entry of a table is that of its owner; counts beside it may be a moment older.
  */
 class Snapshot {
 public:

@@ -37,8 +37,13 @@ unsigned char* payloadOf(LinxSignal* signal) {
 
 Correspondent::Correspondent(const Options& options) {
     requireDomain(options);
-    const std::string name = "linx." + std::to_string(getpid());
-    linx_ = linx_open(name.c_str(), 0, nullptr);
+    // Where containers share a domain, the number of this process may be that of another's, too.
+    constexpr int attempts = 100;
+    const std::string own = "linx." + std::to_string(getpid());
+    linx_ = linx_open(own.c_str(), 0, nullptr);
+    for (int i = 2; linx_ == nullptr && errno == EADDRINUSE && i <= attempts; ++i) {
+        linx_ = linx_open((own + "." + std::to_string(i)).c_str(), 0, nullptr);
+    }
     if (linx_ == nullptr) fail("the domain cannot be joined");
 }
 

@@ -43,7 +43,10 @@ struct Passing {
 Passing passingIn(const Place& place, const linx::Arena& arena) {
     Passing passing;
     passing.hunts = linx::inspect::pendingHunts(arena);
-    passing.disorder = linx::debug::validate(arena, linx::debug::Grade::quick).broken;
+    // Who has the lock may be in the middle of what it guards, for long if it is stopped.
+    if (!linx::inspect::lockHolderOf(place.file())) {
+        passing.disorder = linx::debug::validate(arena, linx::debug::Grade::quick).broken;
+    }
     for (const linx::Spid spid : linx::inspect::doorbellsIn(place.directory())) {
         if (!isOpen(arena, spid)) passing.doorbells.push_back(spid);
     }
@@ -79,7 +82,7 @@ public:
             if (errno == EPROTO)
                 foundForeignArena();
             else
-                snapshotOf(place_);  // fails again, and says why
+                failToRead(place_.path());
             return std::move(findings_);
         }
         lookAtEndpoints(snapshot->arena());
@@ -105,16 +108,16 @@ private:
         if (fstat(place_.directory(), &directory) == -1 || fstat(place_.file(), &file) == -1) return;
         if (!linx::keepsItsFiles(directory)) {
             found("permissions", place_.path(), "anybody may exchange the files of the domain, so nobody can join it",
-                  "chmod o-w " + place_.path());
+                  "chmod o-w " + shellWord(place_.path()));
         }
         if (!linx::isForMembers(file, directory, geteuid())) {
             found("permissions", place_.path() + "/arena", "others than members may have made it, or may write to it",
-                  "chmod o-w " + place_.path() + "/arena");
+                  "chmod o-w " + shellWord(place_.path() + "/arena"));
         }
         const bool forGroup = (directory.st_mode & S_IRWXG) == S_IRWXG && linx::keepsItsFiles(directory);
         if (forGroup && ((file.st_mode & S_IWGRP) == 0 || file.st_gid != directory.st_gid)) {
             found("permissions", place_.path() + "/arena", "the directory is for a group that cannot join",
-                  "end who uses it, chmod 2770 " + place_.path() + ", and remove the arena");
+                  "end who uses it, chmod 2770 " + shellWord(place_.path()) + ", and remove the arena");
         }
     }
 
@@ -149,7 +152,7 @@ private:
         for (const Endpoint& endpoint : linx::inspect::endpointsOf(arena, place_)) {
             if (endpoint.state == State::dead) {
                 found("dead", endpoint.name, "its process has ended, and nobody has cleared up after it yet",
-                      "linx wait --gone '" + endpoint.name + "'");
+                      "linx wait --gone " + shellWord(endpoint.name));
             }
             if (endpoint.state == State::stopped) {
                 found("stopped", describe(endpoint.name, endpoint.process), "its process is stopped",
@@ -174,7 +177,7 @@ private:
                   "keeps " + humanBytes(owned) + " in " + std::to_string(account.held.signals) +
                       " signals that it has not freed and " + std::to_string(account.queued.signals) +
                       " that it has not received",
-                  "linx status '" + endpoint.name + "' shows their numbers and senders");
+                  "linx status " + shellWord(endpoint.name) + " shows their numbers and senders");
         }
     }
 
@@ -182,9 +185,12 @@ private:
         Passing passing = passingIn(place_, snapshot->arena());
         for (int looks = 2; looks != 0 && !passing.isEmpty(); --looks) {
             std::this_thread::sleep_for(std::chrono::milliseconds(500));
-            std::unique_ptr<Snapshot> next = Snapshot::take(place_.file());
-            if (next == nullptr) return foundForeignArena();
-            snapshot = std::move(next);
+            snapshot.reset();  // first: each is as large as what is used of the arena
+            snapshot = Snapshot::take(place_.file());
+            if (snapshot == nullptr) {
+                if (errno != EPROTO) failToRead(place_.path());
+                return foundForeignArena();
+            }
             passing = lasting(passing, passingIn(place_, snapshot->arena()));
         }
         for (const PendingHunt& hunt : passing.hunts) {
@@ -194,7 +200,7 @@ private:
         }
         for (const linx::Spid spid : passing.doorbells) {
             const std::string file = place_.path() + "/bell." + hexadecimal(spid);
-            found("left-over", file, "is the doorbell of nobody", "rm " + file);
+            found("left-over", file, "is the doorbell of nobody", "rm " + shellWord(file));
         }
         if (!passing.disorder.empty()) {
             found("disorder", place_.path(), "the arena is not in order: " + passing.disorder,

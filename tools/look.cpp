@@ -16,9 +16,7 @@ using linx::inspect::Place;
 using linx::inspect::Snapshot;
 using linx::inspect::State;
 
-namespace {
-
-[[noreturn]] void failToRead(const std::string& path) {
+void failToRead(const std::string& path) {
     const std::string shown = printable(path);
     switch (errno) {
         case ENOENT:
@@ -39,8 +37,6 @@ namespace {
             throw Failure(refused, shown + " cannot be read: " + std::strerror(errno));
     }
 }
-
-}  // namespace
 
 void openPlace(const Options& options, Place& place) {
     if (!options.arena.empty()) {

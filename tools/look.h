@@ -15,6 +15,9 @@ namespace tools {
 /// Opens the domain that is meant, or the arena; throws a Failure that says why not.
 void openPlace(const Options& options, linx::inspect::Place& place);
 
+/// Throws a Failure that says why what lies at `path` could not be read, from errno.
+[[noreturn]] void failToRead(const std::string& path);
+
 /// A snapshot of it; throws likewise.
 std::unique_ptr<linx::inspect::Snapshot> snapshotOf(const linx::inspect::Place& place);
 

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdlib>
@@ -27,6 +30,11 @@ std::chrono::milliseconds toTime(const std::string& text) {
     return std::chrono::milliseconds(static_cast<int64_t>(number * factor));
 }
 
+/// What a script has left empty was not to mean the default.
+std::string namesSomething(const std::string& text) {
+    return text.empty() ? "an empty word names nothing" : "";
+}
+
 void addOptions(CLI::App& app, Options& options, std::string& domain) {
     app.add_flag("-j,--json", options.json, "print JSON");
     app.add_option("-N", options.count, "print so many rows at most")->option_text("COUNT");
@@ -34,8 +42,12 @@ void addOptions(CLI::App& app, Options& options, std::string& domain) {
            "--timeout", [&](const std::string& text) { options.timeout = toTime(text); },
            "how long to wait: 500ms, 2s; bare numbers are seconds")
         ->option_text("TIME");
-    app.add_option("--domain", domain, "the domain, as $LINX_DOMAIN names one")->option_text("PATH-OR-WORD");
-    app.add_option("--file", options.arena, "an arena by itself, such as a copy of one")->option_text("ARENA");
+    app.add_option("--domain", domain, "the domain, as $LINX_DOMAIN names one")
+        ->check(namesSomething)
+        ->option_text("PATH-OR-WORD");
+    app.add_option("--file", options.arena, "an arena by itself, such as a copy of one")
+        ->check(namesSomething)
+        ->option_text("ARENA");
 }
 
 void addPayload(CLI::App& verb, tools::PayloadOptions& payload) {
@@ -91,6 +103,9 @@ public:
         } catch (const std::bad_alloc&) {
             std::cerr << "linx: there is no memory for that\n";
             return tools::refused;
+        } catch (const std::exception& error) {
+            std::cerr << "linx: " << error.what() << "\n";
+            return tools::refused;
         }
     }
 
@@ -109,7 +124,7 @@ private:
         status->add_option("name", name_, "whose")->required()->option_text("NAME");
         CLI::App* holders =
             add("holders", "show who holds which memory", [this] { return tools::holders(options_, name_); });
-        holders->add_option("name", name_, "of this one alone")->option_text("NAME");
+        holders->add_option("name", name_, "of this one alone")->check(namesSomething)->option_text("NAME");
         add("doctor", "find what is wrong, and say what to do about it", [this] { return tools::doctor(options_); });
     }
 
@@ -139,9 +154,17 @@ private:
     std::function<int()> verb_ = [this] { return tools::list(options_, list_); };
 };
 
+/// Has the standard streams open, whoever started the program: files that it opens must not be taken for them.
+void openStandardStreams() {
+    int file = open("/dev/null", O_RDWR);
+    while (file != -1 && file <= STDERR_FILENO) file = open("/dev/null", O_RDWR);
+    if (file != -1) close(file);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    openStandardStreams();
     std::signal(SIGPIPE, SIG_IGN);  // who reads the output may have had enough
     return CommandLine().run(argc, argv);
 }

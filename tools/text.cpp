@@ -2,6 +2,7 @@
 
 #include <pwd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -59,6 +60,17 @@ std::string hexadecimal(const std::vector<unsigned char>& bytes) {
     std::string text;
     for (const unsigned char byte : bytes) text += {digits[byte >> 4], digits[byte & 15]};
     return text;
+}
+
+std::string shellWord(const std::string& text) {
+    const auto isPlain = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               (c != 0 && std::strchr("_./:@%+,=-", c) != nullptr);
+    };
+    if (!text.empty() && text.front() != '-' && std::all_of(text.begin(), text.end(), isPlain)) return text;
+    std::string word = "'";
+    for (const char c : text) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
 }
 
 std::string humanBytes(uint64_t bytes) {

@@ -18,6 +18,9 @@ std::string printable(const std::string& text);
 std::string hexadecimal(linx::Spid spid);
 std::string hexadecimal(const std::vector<unsigned char>& bytes);
 
+/// A word of a command for the shell, quoted where it has to be: what it names may be called whatever others like.
+std::string shellWord(const std::string& text);
+
 /// "17 B", "4.2 KiB".
 std::string humanBytes(uint64_t bytes);
 

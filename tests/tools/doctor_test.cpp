@@ -68,12 +68,20 @@ TEST_F(DoctorTest, NothingIsFoundWhereTwoTalk) {
     EXPECT_EQ(0, server.exitStatus());
 }
 
+TEST_F(DoctorTest, ANameCannotSmuggleACommandIntoARemedy) {
+    Child server([](Line& test) { linger("x'; touch y; '", test); });
+    server.hear();
+    server.kill9();
+    const Json finding = expectFound("dead", "x'; touch y; '");
+    EXPECT_EQ(finding["remedy"], R"(linx wait --gone 'x'\''; touch y; '\''')");
+}
+
 TEST_F(DoctorTest, TheDeadWhomNobodyHasClearedUpAfterAreFoundAndTheRemedyHelps) {
     Child server([](Line& test) { linger("server", test); });
     server.hear();
     server.kill9();
     const Json finding = expectFound("dead", "server");
-    EXPECT_EQ("linx wait --gone 'server'", finding["remedy"]);
+    EXPECT_EQ("linx wait --gone server", finding["remedy"]);
     EXPECT_EQ(0, runLinx({"wait", "--gone", "server"}).status);
     expectHealth();
 }

@@ -79,6 +79,9 @@ TEST_F(NoDomain, WhatIsNoUsageIsSaidAndNothingDone) {
                                                          {"wait", "name", "--timeout", "1h"},
                                                          {"list", "--domain", "a/b"},
                                                          {"send", "name", "1", "--domain", "a/b"},
+                                                         {"list", "--domain", ""},
+                                                         {"list", "--file", ""},
+                                                         {"holders", ""},
                                                          {"--file", "arena", "send", "name", "1"}};
     for (const auto& words : wrong) {
         const Outcome outcome = runLinx(words);

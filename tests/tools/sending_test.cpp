@@ -1,7 +1,11 @@
 // What joins as an endpoint: sending, calling, waiting, shutting down.
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "tests/tools/scene.h"
@@ -30,6 +34,29 @@ void answerAll(Line& test) {
         const Received request = expectSignal(endpoint, question);
         sendBytes(endpoint, request.sender, answer, request.payload);
     }
+}
+
+TEST_F(SendingTest, WhoHasNoStandardStreamsWritesIntoNoFileOfTheDomain) {
+    Child server(answerAll);
+    server.hear();
+    const std::string call = LINX_PROGRAM " call server 2000 --reply 2001 --text hello <&- >&- 2>&-";
+    EXPECT_EQ(std::system(call.c_str()), 0);
+    EXPECT_EQ(runLinx({"list"}).status, 0);
+}
+
+TEST_F(SendingTest, AProcessWhoseNumberAnotherHasInItsNameIsServedAllTheSame) {
+    Endpoint peer("peer");
+    const std::string gate = domain.pathOf("gate");
+    ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+    FILE* shell = popen(("echo $$; read line < " + gate + "; exec " LINX_PROGRAM " send peer 7").c_str(), "r");
+    ASSERT_NE(shell, nullptr);
+    int process = 0;
+    ASSERT_EQ(std::fscanf(shell, "%d", &process), 1);
+    Endpoint namesake("linx." + std::to_string(process));
+    std::ofstream(gate) << "go" << std::endl;
+    EXPECT_EQ(pclose(shell), 0);
+    expectSignal(peer, 7);
+    unlink(gate.c_str());
 }
 
 TEST_F(SendingTest, ASignalWithoutAPayloadArrives) {
