@@ -370,18 +370,23 @@ TEST_F(Library, APollLoopHearsEveryMessage) {
     EXPECT_EQ(sender.exitStatus(), 0);
 }
 
+/// That whoever is called so now answers a request.
+void expectServed(LinxIpc& endpoint) {
+    IpcMessage message;
+    IpcMessage reply;
+    char text[] = "again";
+    message.Allocate(question, 5, text);
+    ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0);
+    EXPECT_EQ(textOf(reply), "AGAIN");
+}
+
 TEST_F(Library, ANotificationFindsTheNextIncarnationOfAPeer) {
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 5; ++i) {
         Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
         incarnation.hear();
-        IpcMessage message;
-        IpcMessage reply;
-        char text[] = "again";
-        message.Allocate(question, 5, text);
-        ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0) << i;
-        EXPECT_EQ(textOf(reply), "AGAIN");
+        ASSERT_NO_FATAL_FAILURE(expectServed(endpoint)) << i;
         incarnation.kill9();
     }
 }
@@ -392,12 +397,7 @@ TEST_F(Library, ASupervisedPeersEndIsHeardWithItsNameAndItsNextIncarnationFound)
     for (int i = 0; i < 5; ++i) {
         Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
         incarnation.hear();
-        IpcMessage message;
-        IpcMessage reply;
-        char text[] = "again";
-        message.Allocate(question, 5, text);
-        ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0) << i;
-        EXPECT_EQ(textOf(reply), "AGAIN");
+        ASSERT_NO_FATAL_FAILURE(expectServed(endpoint)) << i;
         ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
         incarnation.kill9();
         EXPECT_EQ(endpoint.Receive(limit, ended, LinxIpc::emptyString, nullptr), 0);
