@@ -8,9 +8,9 @@
 #include "bench/harness/crew.h"
 #include "bench/peers/list.h"
 #include "bench/report/json.h"
-#include "bench/report/judgement.h"
 #include "bench/report/plots.h"
 #include "bench/report/table.h"
+#include "bench/report/targets.h"
 #include "bench/scenarios/list.h"
 
 namespace {
@@ -128,7 +128,7 @@ int run(const Options& options) {
         records.insert(records.end(), measured.begin(), measured.end());
         paper.write([&](std::ostream& out) { printTable(out, *scenario, measured); });
     }
-    if (!options.quick) paper.write([&](std::ostream& out) { printJudgement(out, records); });
+    if (!options.quick) paper.write([&](std::ostream& out) { printTargets(out, records); });
     if (!options.json.empty()) writeJson(options.json, machine, records);
     if (!options.plots.empty()) drawPlots(options.plots, records);
     if (!options.markdown.empty()) std::ofstream(options.markdown) << "# Figures\n\n" << paper.whole();

@@ -1,6 +1,6 @@
 include(CMakePackageConfigHelpers)
-# Components: runtime is what programs need that are there, dev what it takes to compile them; testing, python and doc
-# are of use without each other.
+# Components: runtime is what programs need that are there, dev what it takes to compile them; tools, testing, python and
+# doc are of use without each other.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME dev)
 
 # linx_install_pc(NAME DESCRIPTION text FIELDS line... [COMPONENT name])
@@ -82,6 +82,11 @@ foreach(section IN ITEMS 3 7)
   install(DIRECTORY man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT doc
           FILES_MATCHING PATTERN "*.${section}")
 endforeach()
+
+if(TARGET linx)
+  install(TARGETS linx COMPONENT tools)
+  install(FILES man/linx.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endif()
 
 # Beside the library that they load, with what tells pytest of its plugin.
 if(TARGET linxhost AND LINXIPC_LIBRARY_TYPE STREQUAL "SHARED")

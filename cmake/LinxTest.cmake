@@ -23,15 +23,31 @@ function(linx_run_in_shards name count)
   endforeach()
 endfunction()
 
-# linx_add_test(NAME SOURCES file... LIBRARIES target... [SHARDS count])
+# linx_runnable(TARGET VARIABLE [word...]): what other programs execute to run the program: its path, or that of a script
+# which brings the emulator along and these first arguments.
+function(linx_runnable target variable)
+  set(path $<TARGET_FILE:${target}>)
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    set(path ${CMAKE_CURRENT_BINARY_DIR}/${target}.emulated)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    list(JOIN ARGN " " arguments)
+    file(GENERATE OUTPUT ${path}
+         CONTENT "#!/bin/sh\nexec ${emulator} \"$<TARGET_FILE:${target}>\" ${arguments} \"$@\"\n"
+         FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+  endif()
+  set(${variable} ${path} PARENT_SCOPE)
+endfunction()
+
+# linx_add_test(NAME SOURCES file... LIBRARIES target... [SHARDS count] [PREFIX word])
 # A GoogleTest program whose cases CTest runs one by one, each with a time limit of its own. Parameters are not in the
 # names: those that are pointers would change them from build to build. Where a program takes longer to start than a case
-# to run, under sanitizers and in an emulator, those with SHARDS run in that many parts.
+# to run, under sanitizers and in an emulator, those with SHARDS run in that many parts. Cases are named after the program,
+# or the PREFIX.
 #
 # linx_add_test(NAME COMMAND word... [TIMEOUT seconds] [ENVIRONMENT VARIABLE=value...] [PROPERTIES name value...])
 # Any other test: a command that returns 0 when it has passed and 77 when this machine cannot run it.
 function(linx_add_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT;SHARDS" "SOURCES;LIBRARIES;COMMAND;ENVIRONMENT;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(arg "" "TIMEOUT;SHARDS;PREFIX" "SOURCES;LIBRARIES;COMMAND;ENVIRONMENT;PROPERTIES" ${ARGN})
   if(arg_COMMAND)
     add_test(NAME ${name} COMMAND ${arg_COMMAND})
     set_tests_properties(${name} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77 ENVIRONMENT "${arg_ENVIRONMENT}")
@@ -50,6 +66,9 @@ function(linx_add_test name)
   if(arg_SHARDS AND (LINXIPC_SANITIZE OR CMAKE_CROSSCOMPILING))
     linx_run_in_shards(${name} ${arg_SHARDS})
   else()
-    gtest_discover_tests(${name} TEST_PREFIX "${name}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 300 DISCOVERY_TIMEOUT 60)
+    if(NOT arg_PREFIX)
+      set(arg_PREFIX ${name})
+    endif()
+    gtest_discover_tests(${name} TEST_PREFIX "${arg_PREFIX}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 300 DISCOVERY_TIMEOUT 60)
   endif()
 endfunction()

@@ -1,7 +1,13 @@
-# Toolchain: 32-bit programs on and for a 64-bit x86 machine, which runs both.
-set(CMAKE_C_FLAGS_INIT "-m32 -idirafter /usr/include/x86_64-linux-gnu")
-set(CMAKE_CXX_FLAGS_INIT "${CMAKE_C_FLAGS_INIT}")
+# 32-bit x86 Linux, for machines of 64 bits. Some of those run such programs themselves; an emulator runs them on others.
+set(machine i686)
+include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)
+set(CMAKE_SYSTEM_PROCESSOR i686)
 
-# What there is of libraries is for 64 bits; GoogleTest is built along.
-set(LINXIPC_SYSTEMD OFF CACHE BOOL "")
-set(LINXIPC_GOOGLETEST /usr/src/googletest CACHE PATH "")
+# Named in the programs, so that no other libraries for 32 bits are taken that the machine has.
+set(libraries /usr/i686-linux-gnu/lib)
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=${libraries}/ld-linux.so.2 -Wl,-rpath,${libraries}")
+
+execute_process(COMMAND ${libraries}/ld-linux.so.2 --version RESULT_VARIABLE result OUTPUT_QUIET ERROR_QUIET)
+if(NOT result EQUAL 0)
+  set(CMAKE_CROSSCOMPILING_EMULATOR qemu-i386-static)
+endif()

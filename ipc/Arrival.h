@@ -41,7 +41,7 @@ struct LinxIpc::Arrival {
     }
 
     /// The result of a receive from `peer` that this reserved signal ends; none when it waits for another. Logs a
-    /// death in either case, and why the wait ends.
+    /// death in either case, and why the wait ends. Cold, as what a receive passes on its way to a message is not.
     [[gnu::cold]] std::optional<int> logAndConclude(const std::string& peer) const {
         if (number == e_WaitGoesOnSignal) return std::nullopt;
         if (number == e_ShutdownSignal) {

@@ -20,7 +20,7 @@ std::string text(double value) {
 Row titles(const Record& record) {
     Row titles = {"peer", "cores", "payload", "count"};
     for (const auto& [name, spread] : record.spreads) titles.push_back(name);
-    titles.push_back("least to most");
+    titles.push_back("range");
     return titles;
 }
 

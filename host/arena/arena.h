@@ -40,7 +40,7 @@ public:
     WordOf<SlotIndex>& bucket(uint32_t hash) const {
         return at<WordOf<SlotIndex>>(bucketsOffset)[hash & (slotCount - 1)];
     }
-    Word& pageEntry(uint32_t index) const { return at<Word>(pageMapOffset)[index]; }
+    Word& pageEntry(PageIndex index) const { return at<Word>(pageMapOffset)[index]; }
 
     /// REQUIRES a slot or a hunt that has memory: one's own, one of those in use, or one that was asked for below.
     Slot& slot(SlotIndex index) const { return at<Slot>(slotsOffset)[numberOf(index) & (slotCount - 1)]; }
@@ -53,7 +53,7 @@ public:
     /// is full.
     bool provideSlot(SlotIndex index) const { return slots_.provide(numberOf(index)); }
     bool provideHunt(uint32_t index) const { return hunts_.provide(index); }
-    bool providePage(uint32_t index) const { return pages_.provide(index); }
+    bool providePage(PageIndex index) const { return pages_.provide(index); }
 
     /// Slots 1 to `usedSlots()` and hunts 0 to `usedHunts() - 1` have been used. Relaxed: a slot's own life and a
     /// hunt's own hunter say the rest.
@@ -76,7 +76,7 @@ public:
 
     uint32_t pageCount() const { return pageCount_; }
     uint32_t filePages() const { return firstPoolPage_ + pageCount_; }
-    uint32_t filePageOf(uint32_t page) const { return firstPoolPage_ + page; }
+    uint32_t filePageOf(PageIndex page) const { return firstPoolPage_ + page; }
 
     /// An upper bound of the number of blocks: no chain of the arena is longer.
     uint32_t maxBlocks() const { return pageCount_ * linesPerPage; }
@@ -85,7 +85,7 @@ public:
         return static_cast<Ref>(static_cast<size_t>(reinterpret_cast<const char*>(block) - base_) / lineBytes);
     }
     bool isPoolRef(Ref ref) const { return pageOf(ref) - firstPoolPage_ < pageCount_; }
-    Ref refOfPage(uint32_t page) const { return Ref{filePageOf(page) * linesPerPage}; }
+    Ref refOfPage(PageIndex page) const { return Ref{filePageOf(page) * linesPerPage}; }
 
     /// The block at `ref`; none when no leased block starts there.
     BlockRef blockAt(Ref ref) const;
@@ -103,10 +103,8 @@ private:
     }
 
     /// Whether the page may be touched, as one that has been leased.
-    bool isLeasable(uint32_t pageIndex) const { return pages_.isKnown(pageIndex) || learnPage(pageIndex); }
-    [[gnu::cold, gnu::noinline]] bool learnPage(uint32_t pageIndex) const {
-        return pageIndex < header().pagesUsed.loadRelaxed() && pages_.has(pageIndex);
-    }
+    bool isLeasable(PageIndex page) const { return pages_.isKnown(page) || learnPage(page); }
+    bool learnPage(PageIndex page) const { return page < header().pagesUsed.loadRelaxed() && pages_.has(page); }
 
     char* const base_;
     const uint32_t pageCount_;
@@ -144,7 +142,7 @@ public:
     }
 
 private:
-    [[gnu::noinline]] BlockRef findFar(Ref ref) {
+    BlockRef findFar(Ref ref) {
         if (pageOf(ref) == 0) return {};  // in the header: the end of most chains
         const BlockRef block = arena_.blockAt(ref);
         if (!block || sizeClasses[block.sizeClass].pages != 1) return block;
@@ -161,14 +159,14 @@ private:
 };
 
 inline BlockRef Arena::blockAt(Ref ref) const {
-    const uint32_t pageIndex = pageOf(ref) - firstPoolPage_;
-    if (!isLeasable(pageIndex)) return {};
+    const PageIndex page{pageOf(ref) - firstPoolPage_};
+    if (!isLeasable(page)) return {};
     // Acquire [page entry]: pairs with carveRun in lease.cpp, so that a run that is seen leased is seen initialised.
-    const uint32_t entry = pageEntry(pageIndex).loadAcquire();
+    const uint32_t entry = pageEntry(page).loadAcquire();
     const SizeClassId sizeClass = entryClass(entry);
-    if (sizeClass >= sizeClassCount || entryBack(entry) > pageIndex) return {};
+    if (sizeClass >= sizeClassCount || entryBack(entry) > page) return {};
     const SizeClass& c = sizeClasses[sizeClass];
-    if (!isLeasable(pageIndex - entryBack(entry) + c.pages - 1)) return {};
+    if (!isLeasable(PageIndex{page - entryBack(entry) + c.pages - 1})) return {};
     const bool starts = entryBack(entry) == 0
                             ? (c.starts >> lineInPage(ref) & 1) != 0
                             : startsBlock(sizeClass, entryBack(entry) * linesPerPage + lineInPage(ref));

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <vector>
 
+#include "host/arena/admission.h"
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
 #include "host/system/forks.h"
@@ -41,13 +42,6 @@ void afterForkInChild() {
 }
 
 const int registered = forks::atFork(beforeFork, afterForkInParent, afterForkInChild);
-
-/// Whether the file is for the domain's members alone: others may neither write to it nor have put it there.
-bool isSafe(const struct stat& file, const struct stat& directory) {
-    if ((file.st_mode & S_IWOTH) != 0) return false;
-    const bool anybodyAdds = (directory.st_mode & S_IWOTH) != 0;
-    return !anybodyAdds || file.st_uid == geteuid() || file.st_uid == directory.st_uid;
-}
 
 /// The domain of this arena, if the process has joined it. By the file and not by the path: a domain that was removed
 /// and made again is another one. One whose descriptors the program has closed is left to the endpoints that it has.
@@ -118,7 +112,7 @@ bool Domain::openPlace(const std::string& path, Place& place) {
     place.fileMode = place.directoryStatus.st_mode & 0660u;
     place.file.reset(openOrMakeArenaFile(place.directory.get(), place.fileMode, place.isMade));
     if (place.file.get() == -1 || fstat(place.file.get(), &place.status) == -1) return false;
-    if (isSafe(place.status, place.directoryStatus)) return true;
+    if (isForMembers(place.status, place.directoryStatus, geteuid())) return true;
     errno = EACCES;
     return false;
 }

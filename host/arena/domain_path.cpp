@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "host/arena/admission.h"
 #include "host/system/scoped_descriptor.h"
 #include "host/system/uninterrupted.h"
 
@@ -23,10 +24,9 @@ bool isOursToChoose(const std::string& path) {
     return path == own || path.compare(0, own.size() + 1, own + ".") == 0;
 }
 
-/// Whether the directory can be trusted: others may not exchange its files.
+/// Whether the directory can be trusted, and is ours where it has to be.
 bool isSafe(const struct stat& status, const std::string& path) {
-    if ((status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0) return false;
-    return !isOursToChoose(path) || status.st_uid == geteuid();
+    return keepsItsFiles(status) && (!isOursToChoose(path) || status.st_uid == geteuid());
 }
 
 }  // namespace

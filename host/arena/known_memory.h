@@ -42,8 +42,8 @@ public:
     }
 
 private:
-    [[gnu::cold]] bool learn(uint32_t index) const;
-    [[gnu::cold]] bool reserve(uint32_t index) const;
+    bool learn(uint32_t index) const;
+    bool reserve(uint32_t index) const;
     void know(uint32_t pages) const;
     uint32_t pagesFor(uint32_t entries) const;
 

@@ -246,8 +246,8 @@ constexpr uint32_t maxSignalBytes = 1u << 20;
 constexpr bool isSignalSize(uint32_t bytes) {
     return bytes >= sizeof(LinxSignal) && bytes <= maxSignalBytes;
 }
-constexpr uint32_t linesForSignal(uint32_t bytes) {
-    return (static_cast<uint32_t>(offsetof(Block, signal)) + bytes + lineBytes - 1) / lineBytes;
+constexpr Lines linesForSignal(uint32_t bytes) {
+    return Lines{(static_cast<uint32_t>(offsetof(Block, signal)) + bytes + lineBytes - 1) / lineBytes};
 }
 static_assert(linesForSignal(maxSignalBytes) <= largestClassLines, "the largest signal has a class");
 

@@ -17,12 +17,24 @@ void Name::hashText() {
     for (uint32_t i = 0; i < length_; ++i) hash_ = (hash_ ^ static_cast<unsigned char>(text_[i])) * 16777619u;
 }
 
+Name Name::read(const Word* words, uint32_t length) {
+    Name name;
+    name.length_ = std::min(length, maxNameLength);
+    for (uint32_t i = 0; i < name.wordCount(); ++i) {
+        const uint32_t word = words[i].loadAcquire();  // [name]
+        std::memcpy(name.text_ + 4 * i, &word, 4);
+    }
+    name.text_[name.length_] = '\0';
+    name.hashText();
+    return name;
+}
+
 void Name::writeTo(Word* words) const {
     for (uint32_t i = 0; i < wordCount(); ++i) {
         uint32_t word;
         std::memcpy(&word, text_ + 4 * i, 4);
-        // Release [name]: pairs with the acquires in nameOfSpid and equals. Whoever reads a part of the new name
-        // reads the new life too.
+        // Release [name]: pairs with the acquires in read and equals. Whoever reads a part of the new name reads the
+        // new life too.
         words[i].storeRelease(word);
     }
 }
@@ -64,14 +76,7 @@ bool nameOfSpid(const Arena& arena, Spid spid, Name& name) {
     if (!wasUsed(arena, spid)) return false;
     const Slot& slot = arena.slot(indexOf(spid));
     if (spidOf(slot.life.loadAcquire()) != spid) return false;
-    const uint32_t length = std::min(slot.nameLength.loadAcquire(), maxNameLength);  // [name], as each word below
-    name.length_ = length;
-    for (uint32_t i = 0; i < name.wordCount(); ++i) {
-        const uint32_t word = slot.name[i].loadAcquire();
-        std::memcpy(name.text_ + 4 * i, &word, 4);
-    }
-    name.text_[length] = '\0';
-    name.hashText();
+    name = Name::read(slot.name, slot.nameLength.loadAcquire());  // [name]
     // The slot's next user changes the life before the name, so an unchanged life vouches for what was read.
     return spidOf(slot.life.loadRelaxed()) == spid;
 }

@@ -12,6 +12,9 @@ public:
     /// REQUIRES `length` <= maxNameLength.
     Name(const char* text, uint32_t length);
 
+    /// What stands in the arena, as far as a name goes.
+    static Name read(const Word* words, uint32_t length);
+
     const char* text() const { return text_; }
     uint32_t length() const { return length_; }
     uint32_t hash() const { return hash_; }
@@ -20,8 +23,6 @@ public:
     bool equals(const Word* words, uint32_t length) const;
 
 private:
-    friend bool nameOfSpid(const Arena& arena, Spid spid, Name& name);
-
     void hashText();
     uint32_t wordCount() const { return (length_ + 3) / 4; }
 

@@ -6,7 +6,7 @@
 namespace linx {
 
 /// Whether a run starts at the page; its class goes to `sizeClass`. Under the domain lock.
-inline bool runStartsAt(const Arena& arena, uint32_t page, SizeClassId& sizeClass) {
+inline bool runStartsAt(const Arena& arena, PageIndex page, SizeClassId& sizeClass) {
     const uint32_t entry = arena.pageEntry(page).loadRelaxed();
     sizeClass = entryClass(entry);
     return sizeClass < sizeClassCount && entryBack(entry) == 0 &&
@@ -23,20 +23,17 @@ inline void forgetGaps(const Arena& arena) {
 template <class Visit>
 void forEachRun(const Arena& arena, Visit visit) {
     const uint32_t used = arena.usedPages();
-    for (uint32_t page = 0; page < used;) {
+    for (PageIndex page{}; page < used;) {
         SizeClassId sizeClass;
-        if (runStartsAt(arena, page, sizeClass)) {
-            visit(page, sizeClass);
-            page += sizeClasses[sizeClass].pages;
-        } else {
-            ++page;
-        }
+        const bool isRun = runStartsAt(arena, page, sizeClass);
+        if (isRun) visit(page, sizeClass);
+        page = PageIndex{page + (isRun ? sizeClasses[sizeClass].pages : 1)};
     }
 }
 
 /// Calls `visit(block)` for every block of the run.
 template <class Visit>
-void forEachBlockOfRun(const Arena& arena, uint32_t firstPage, SizeClassId sizeClass, Visit visit) {
+void forEachBlockOfRun(const Arena& arena, PageIndex firstPage, SizeClassId sizeClass, Visit visit) {
     const SizeClass& c = sizeClasses[sizeClass];
     for (uint32_t i = 0; i < c.blocks; ++i) {
         const BlockRef block = arena.blockAt(arena.refOfPage(firstPage) + i * c.lines);
@@ -49,7 +46,7 @@ void forEachBlockOfRun(const Arena& arena, uint32_t firstPage, SizeClassId sizeC
 template <class Visit>
 void forEachBlock(const Arena& arena, Visit visit) {
     forEachRun(arena,
-               [&](uint32_t page, SizeClassId sizeClass) { forEachBlockOfRun(arena, page, sizeClass, visit); });
+               [&](PageIndex page, SizeClassId sizeClass) { forEachBlockOfRun(arena, page, sizeClass, visit); });
 }
 
 }  // namespace linx

@@ -1,7 +1,9 @@
 #ifndef LINXIPC_HOST_ARENA_SHARE_H
 #define LINXIPC_HOST_ARENA_SHARE_H
 
-#include "host/arena/layout.h"
+#include <algorithm>
+
+#include "host/arena/arena.h"
 
 namespace linx {
 
@@ -22,22 +24,28 @@ constexpr uint32_t tagOf(Spid spid) {
     return generationOf(spid) << refBits;
 }
 
+/// The most lines of the pool that one endpoint may be home to.
+inline uint32_t limitOf(const Arena& arena) {
+    constexpr uint32_t smallest = 2 * sizeClasses[largestClass].pages * linesPerPage;
+    return std::max(smallest, arena.pageCount() / 4 * linesPerPage);
+}
+
 /// The slot is `spid`'s from now on, home to nothing.
 inline void begin(Slot& slot, Spid spid) {
     slot.leasedLines.storeRelaxed(tagOf(spid));
 }
 
-inline uint32_t linesOf(const Slot& slot) {
-    return slot.leasedLines.loadRelaxed() & lineMask;
+inline Lines linesOf(const Slot& slot) {
+    return Lines{slot.leasedLines.loadRelaxed() & lineMask};
 }
 
 /// To be called by the endpoint itself.
-inline void add(Slot& slot, uint32_t lines) {
+inline void add(Slot& slot, Lines lines) {
     slot.leasedLines.addRelaxed(lines);
 }
 
 /// Takes lines off the books of `home`, whose slot it is or was.
-inline void remove(Slot& slot, Spid home, uint32_t lines) {
+inline void remove(Slot& slot, Spid home, Lines lines) {
     uint32_t found = slot.leasedLines.loadRelaxed();
     uint32_t left;
     do {

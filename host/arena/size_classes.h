@@ -10,12 +10,18 @@ constexpr uint32_t lineBytes = 64;    ///< blocks start on a cache line; referen
 constexpr uint32_t pageBytes = 4096;  ///< the arena is leased in pages
 constexpr uint32_t linesPerPage = pageBytes / lineBytes;
 
-/// A size class, by its index in `sizeClasses`: it goes as a number where one is wanted, and no other number as it.
+/// A page of the pool, by its number among them: it goes as a number where one is wanted, and no other number as it.
+enum PageIndex : uint32_t {};
+
+/// The size of something in lines; as a number as well.
+enum Lines : uint32_t {};
+
+/// A size class, by its index in `sizeClasses`; as a number as well.
 enum SizeClassId : uint32_t {};
 
 /// A size class: blocks of `lines` cache lines, leased in runs of `pages` pages that hold `blocks` of them.
 struct alignas(32) SizeClass {
-    uint32_t lines;
+    Lines lines;
     uint32_t pages;
     uint32_t blocks;
     uint32_t reciprocal;  ///< ceil(2^32 / lines): divides an offset within a run by a multiplication
@@ -31,16 +37,16 @@ constexpr uint32_t sizeClassCount = 52;
 constexpr SizeClassId largestClass{sizeClassCount - 1};
 constexpr uint32_t firstQuarteredClass = 11;
 
-constexpr uint32_t linesOfClass(SizeClassId sizeClass) {
+constexpr Lines linesOfClass(SizeClassId sizeClass) {
     constexpr uint32_t small[firstQuarteredClass] = {1, 2, 3, 4, 5, 6, 7, 8, 10, 12, 14};
-    if (sizeClass < firstQuarteredClass) return small[sizeClass];
+    if (sizeClass < firstQuarteredClass) return Lines{small[sizeClass]};
     const uint32_t step = sizeClass - firstQuarteredClass;
     const uint32_t base = 16u << (step / 4);
-    return base + base / 4 * (step % 4) + 1;
+    return Lines{base + base / 4 * (step % 4) + 1};
 }
 
 constexpr SizeClass makeSizeClass(SizeClassId sizeClass) {
-    const uint32_t lines = linesOfClass(sizeClass);
+    const Lines lines = linesOfClass(sizeClass);
     uint32_t pages = (lines + linesPerPage - 1) / linesPerPage;
     // The shortest run that wastes at most an eighth at its end.
     while (pages * linesPerPage % lines > pages * linesPerPage / 8) ++pages;
@@ -66,7 +72,7 @@ constexpr uint32_t floorLog2(uint32_t value) {
 inline constexpr uint8_t classForFewLines[15] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 9, 9, 10, 10};
 
 /// The smallest class whose blocks have at least `lines` lines; `lines` is 1 to those of the largest class.
-constexpr SizeClassId classForLines(uint32_t lines) {
+constexpr SizeClassId classForLines(Lines lines) {
     if (lines < 15) return SizeClassId{classForFewLines[lines]};
     if (lines <= 17) return SizeClassId{firstQuarteredClass};
     const uint32_t beyond = lines - 2;
@@ -75,7 +81,7 @@ constexpr SizeClassId classForLines(uint32_t lines) {
     return SizeClassId{firstQuarteredClass + (doubling - 4) * 4 + quarter + 1};
 }
 
-constexpr uint32_t largestClassLines = linesOfClass(largestClass);
+constexpr Lines largestClassLines = linesOfClass(largestClass);
 
 /// Which block of a run of `sizeClass` a line belongs to that lies `line` lines into the run.
 constexpr uint32_t blockIndexInRun(SizeClassId sizeClass, uint32_t line) {

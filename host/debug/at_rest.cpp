@@ -41,7 +41,7 @@ private:
 
     void checkUnusedPages() {
         for (uint32_t page = arena_.usedPages(); page < arena_.pageCount(); ++page) {
-            if (arena_.pageEntry(page).loadRelaxed() != 0)
+            if (arena_.pageEntry(PageIndex{page}).loadRelaxed() != 0)
                 broken(Subject{"page", page}, "it is free from pagesUsed on");
         }
     }

@@ -48,14 +48,15 @@ private:
         const uint32_t used = arena_.usedPages();
         uint32_t gap = 0;
         uint32_t longestGap = 0;
-        for (uint32_t page = 0; page < used;) {
+        for (PageIndex page{}; page < used;) {
             SizeClassId sizeClass;
             if (runStartsAt(arena_, page, sizeClass)) {
                 checkRun(page, sizeClass);
-                page += sizeClasses[sizeClass].pages;
+                page = PageIndex{page + sizeClasses[sizeClass].pages};
                 gap = 0;
             } else {
-                checkFree(page++);
+                checkFree(page);
+                page = PageIndex{page + 1};
                 longestGap = std::max(longestGap, ++gap);
             }
         }
@@ -64,22 +65,23 @@ private:
         }
     }
 
-    void checkRun(uint32_t first, SizeClassId sizeClass) {
+    void checkRun(PageIndex first, SizeClassId sizeClass) {
         for (uint32_t back = 0; back < sizeClasses[sizeClass].pages; ++back) {
-            const uint32_t entry = arena_.pageEntry(first + back).loadRelaxed();
+            const uint32_t entry = arena_.pageEntry(PageIndex{first + back}).loadRelaxed();
             if (entry != makePageEntry(sizeClass, back)) broken(Subject{"page", first + back}, ofOneRun);
         }
     }
-    void checkFree(uint32_t page) {
+    void checkFree(PageIndex page) {
         if (arena_.pageEntry(page).loadRelaxed() != 0) broken(Subject{"page", page}, ofOneRun);
     }
 
     void checkCentralLists() {
         const uint32_t counted = header_.centralLines.loadRelaxed();
+        const uint32_t most = std::min(counted, arena_.pageCount() * linesPerPage);  // or it is garbage
         uint64_t lines = 0;
         for (uint32_t c = 0; c < sizeClassCount; ++c) {
             Ref ref = header_.central[c].loadRelaxed();
-            while (ref != Ref::none && lines <= counted) {
+            while (ref != Ref::none && lines <= most) {
                 const BlockRef block = arena_.blockAt(ref);
                 if (!block || block.sizeClass != c || !central::isHomeless(*block)) {
                     return broken(Subject{"central list", c}, "its blocks are of its class, free and without a home",

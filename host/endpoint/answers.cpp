@@ -17,10 +17,11 @@ namespace {
 /// be rung; without a descriptor for that the hunt stays pending.
 bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
     const Arena& arena = lock.arena();
-    const Spid hunter = spidOf(hunt.hunter.loadRelaxed());
+    const HunterWord word = hunt.hunter.loadRelaxed();
+    const Spid hunter = spidOf(word);
     const BlockRef signal = arena.blockAt(hunt.signal.loadRelaxed());
     bool rung = true;
-    if (isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == queuedFor(hunter)) {
+    if (!isAnswering(word) && isOpen(arena, hunter) && signal && signal->owner.loadAcquire() == queuedFor(hunter)) {
         Slot& slot = arena.slot(indexOf(hunter));
         const ScopedDescriptor doorbell(doorbell::open(lock.domain().directory(), hunter));
         if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;

@@ -69,7 +69,7 @@ private:
     bool disowned_ = false;
 };
 
-[[gnu::always_inline]] inline bool Ownership::enterAtOnce() {
+inline bool Ownership::enterAtOnce() {
     const uint32_t entry = entry_.load(std::memory_order_relaxed);
     if (entry == inside) return false;
     entry_.store(inside, std::memory_order_relaxed);

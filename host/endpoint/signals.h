@@ -87,6 +87,7 @@ inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number)
     return &block->signal;
 }
 
+/// Inlined by order: a call would cost each message 21 instructions.
 [[gnu::always_inline]] inline int Signals::handOut(const BlockRef& block, LinxSignal** signal) {
     // Sizes come from other processes: none reaches beyond its block.
     const uint32_t room =

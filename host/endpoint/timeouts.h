@@ -15,7 +15,7 @@ public:
     Timeouts(const Arena& arena, int epoll) : arena_(arena), epoll_(epoll) {}
 
     /// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.
-    [[gnu::cold, gnu::noinline]] bool watch();
+    bool watch();
 
     /// Keeps `signal`, a block of the endpoint's, for so many milliseconds. REQUIRES that the timer is watched. Out
     /// of memory, all is as before.

@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
+#include <cstring>
 
 #include "host/system/scoped_descriptor.h"
 #include "host/system/signal_shield.h"
@@ -77,6 +79,14 @@ int make(int directory, Spid spid, unsigned mode) {
 
 int open(int directory, Spid spid) {
     return openPipe(directory, FileName(spid).text, O_WRONLY);
+}
+
+Spid spidOfFile(const char* name) {
+    uint32_t number = 0;
+    if (std::sscanf(name, "bell.%8" SCNx32, &number) != 1 || std::strcmp(FileName(Spid{number}).text, name) != 0) {
+        return Spid::none;
+    }
+    return isSpid(Spid{number}) ? Spid{number} : Spid::none;
 }
 
 bool remove(int directory, Spid spid) {

@@ -34,6 +34,9 @@ int make(int directory, Spid spid, unsigned mode);
 /// doorbell.
 int open(int directory, Spid spid);
 
+/// The spid whose doorbell a file of this name is; none when it is another file.
+Spid spidOfFile(const char* name);
+
 /// False when there may still be one.
 bool remove(int directory, Spid spid);
 

@@ -51,7 +51,7 @@ constexpr bool isRefused(Ref before) {
 /// Pushes a block that belongs to the caller, with its next owner already written. Returns the head found, without
 /// its tag; or, the block being still the caller's, `closed` when the stack takes nothing any more, and `retagged`
 /// when its tag is another than `tag`.
-[[gnu::always_inline]] inline Ref push(WordOf<StackHead>& head, BlockRef block, uint32_t tag = 0) {
+inline Ref push(WordOf<StackHead>& head, BlockRef block, uint32_t tag = 0) {
     const StackHead pushed = headOf(block.ref, tag);
     assert(block.ref > retagged && refOf(pushed) == block.ref && tagOf(pushed) == tag);
     StackHead found = head.loadRelaxed();  // relaxed: only a guess, the compare-and-swap below checks it

@@ -11,7 +11,7 @@ namespace linx {
 namespace lease {
 namespace {
 
-constexpr uint32_t none = ~0u;
+constexpr PageIndex none{~0u};
 
 /// Looks for gaps, where pages were leased once and are free again.
 class GapSearch {
@@ -22,7 +22,7 @@ public:
     bool lookInto(uint32_t first, uint32_t last) {
         uint32_t length = 0;
         for (uint32_t page = first; page < last; ++page) {
-            length = arena_.pageEntry(page).loadRelaxed() == 0 ? length + 1 : 0;
+            length = arena_.pageEntry(PageIndex{page}).loadRelaxed() == 0 ? length + 1 : 0;
             longest_ = std::max(longest_, length);
             end_ = page + 1;
             if (length == wanted_) return true;
@@ -43,7 +43,7 @@ private:
 /// The first of `count` adjoining pages that were leased once and are free again. The search goes on where the last
 /// one has ended, and is not made where it was in vain before: or the whole arena would be looked through for each
 /// run that is cut of it, and for each that is not.
-uint32_t findGap(const Arena& arena, uint32_t count) {
+PageIndex findGap(const Arena& arena, uint32_t count) {
     Header& header = arena.header();
     if (count > header.longestGap.loadRelaxed()) return none;
     const uint32_t used = arena.usedPages();
@@ -54,15 +54,15 @@ uint32_t findGap(const Arena& arena, uint32_t count) {
         return none;
     }
     header.gapHint.storeRelaxed(search.end());
-    return search.end() - count;
+    return PageIndex{search.end() - count};
 }
 
 /// The first of `count` free pages with memory; `none` when there are none.
-uint32_t takePages(const Arena& arena, uint32_t count) {
+PageIndex takePages(const Arena& arena, uint32_t count) {
     const uint32_t used = arena.usedPages();
-    if (arena.pageCount() - used >= count && arena.providePage(used + count - 1)) {
+    if (arena.pageCount() - used >= count && arena.providePage(PageIndex{used + count - 1})) {
         arena.header().pagesUsed.storeRelaxed(used + count);
-        return used;
+        return PageIndex{used};
     }
     return findGap(arena, count);  // what was leased before has its memory also where the file system is full
 }
@@ -77,7 +77,7 @@ void prepend(Chain& chain, BlockRef block) {
     ++chain.blocks;
 }
 
-void carveRun(const Arena& arena, uint32_t firstPage, SizeClassId sizeClass, Spid home, Chain& chain) {
+void carveRun(const Arena& arena, PageIndex firstPage, SizeClassId sizeClass, Spid home, Chain& chain) {
     const SizeClass& c = sizeClasses[sizeClass];
     const Ref start = arena.refOfPage(firstPage);
     // Free blocks of `home` before they are blocks at all: should the process die from here on, its reaper finds
@@ -93,19 +93,19 @@ void carveRun(const Arena& arena, uint32_t firstPage, SizeClassId sizeClass, Spi
     // The first entry last, since it makes the run. Release [page entry]: whoever sees an entry sees the blocks
     // initialised.
     for (uint32_t back = c.pages; back-- > 0;)
-        arena.pageEntry(firstPage + back).storeRelease(makePageEntry(sizeClass, back));
+        arena.pageEntry(PageIndex{firstPage + back}).storeRelease(makePageEntry(sizeClass, back));
 }
 
-void giveUpRun(const Arena& arena, uint32_t page, SizeClassId sizeClass) {
+void giveUpRun(const Arena& arena, PageIndex page, SizeClassId sizeClass) {
     // Release: none before the first, which unmakes the run.
-    for (uint32_t i = 0; i < sizeClasses[sizeClass].pages; ++i) arena.pageEntry(page + i).storeRelease(0);
+    for (uint32_t i = 0; i < sizeClasses[sizeClass].pages; ++i) arena.pageEntry(PageIndex{page + i}).storeRelease(0);
 }
 
 /// Makes the runs free pages again that nobody has a block of, and the central lists anew from the others.
 void compact(const Arena& arena) {
     forgetGaps(arena);
     central::clear(arena);  // the stacks may name blocks of runs that are given up now
-    forEachRun(arena, [&](uint32_t page, SizeClassId sizeClass) {
+    forEachRun(arena, [&](PageIndex page, SizeClassId sizeClass) {
         bool idle = true;
         forEachBlockOfRun(arena, page, sizeClass,
                           [&](BlockRef block) { idle = idle && central::isHomeless(*block); });
@@ -125,7 +125,7 @@ Chain fromCentral(const DomainLock& lock, Spid home, SizeClassId sizeClass, uint
         block->home.storeRelaxed(home);  // relaxed: whoever reads homes of free blocks has the lock
         prepend(chain, block);
     }
-    share::add(arena.slot(indexOf(home)), chain.blocks * sizeClasses[sizeClass].lines);
+    share::add(arena.slot(indexOf(home)), Lines{chain.blocks * sizeClasses[sizeClass].lines});
     return chain;
 }
 
@@ -133,15 +133,15 @@ Chain fromFreshPages(const DomainLock& lock, Spid home, SizeClassId sizeClass, u
     const Arena& arena = lock.arena();
     const SizeClass& c = sizeClasses[sizeClass];
     uint32_t runs = std::max(1u, wanted / c.blocks);
-    uint32_t first = takePages(arena, runs * c.pages);
+    PageIndex first = takePages(arena, runs * c.pages);
     if (first == none && runs > 1) {
         runs = 1;
         first = takePages(arena, c.pages);
     }
     Chain chain;
     if (first == none) return chain;
-    for (uint32_t run = runs; run-- > 0;) carveRun(arena, first + run * c.pages, sizeClass, home, chain);
-    share::add(arena.slot(indexOf(home)), chain.blocks * c.lines);
+    for (uint32_t run = runs; run-- > 0;) carveRun(arena, PageIndex{first + run * c.pages}, sizeClass, home, chain);
+    share::add(arena.slot(indexOf(home)), Lines{chain.blocks * c.lines});
     return chain;
 }
 
@@ -151,12 +151,12 @@ uint32_t relief(const Arena& arena) {
     return grown <= arena.pageCount() * linesPerPage ? grown : 0;  // or it is garbage
 }
 
-Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
+Reclaimed reclaim(const DomainLock& lock, Lines lines) {
     const Arena& arena = lock.arena();
     Header& header = arena.header();
     const uint32_t pressure = header.pressure.loadRelaxed();
     const bool wasPressed = pressure != header.pressureMet.loadRelaxed();
-    const uint32_t enough = wasPressed ? lines : std::max(lines, arena.usedPages() * linesPerPage / 64);
+    const uint32_t enough = wasPressed ? lines : std::max(uint32_t{lines}, arena.usedPages() * linesPerPage / 64);
     const Throttle throttle(header.reclaiming);
     const bool isDue = throttle.isDue();
     if (!isDue && relief(arena) < enough) return Reclaimed::nothing;
@@ -167,11 +167,6 @@ Reclaimed reclaim(const DomainLock& lock, uint32_t lines) {
     header.centralLeast.storeRelaxed(header.centralLines.loadRelaxed());
     header.pressureMet.storeRelaxed(pressure);
     return isDue ? Reclaimed::everything : Reclaimed::some;
-}
-
-uint32_t shareOf(const Arena& arena) {
-    constexpr uint32_t smallest = 2 * sizeClasses[largestClass].pages * linesPerPage;
-    return std::max(smallest, arena.pageCount() / 4 * linesPerPage);
 }
 
 uint32_t keptBy(const Arena& arena) {

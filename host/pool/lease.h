@@ -36,14 +36,11 @@ enum class Reclaimed {
 /// long, since every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done
 /// is bounded for all (see throttle.h); sooner only when so much has come to the central lists since the last time
 /// that the arena is worth another look, once when others have been asked for it.
-Reclaimed reclaim(const DomainLock& lock, uint32_t lines);
+Reclaimed reclaim(const DomainLock& lock, Lines lines);
 
 /// Lines that have come to the central lists, and were not taken since, after memory was reclaimed last. Also without
 /// the lock.
 uint32_t relief(const Arena& arena);
-
-/// The most lines of the pool that one endpoint may be home to.
-uint32_t shareOf(const Arena& arena);
 
 /// The most free lines that one endpoint keeps for itself: the fewer, the more of them are open. All together keep no
 /// more than a part of the arena, so that there is something left for a newcomer.

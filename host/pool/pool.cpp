@@ -35,7 +35,7 @@ Pool::Pool(const Domain& domain, Spid home)
       latestHome_(noHome),
       latestHomesSlot_(&slot_) {}
 
-BlockRef Pool::allocate(uint32_t lines) {
+BlockRef Pool::allocate(Lines lines) {
     const SizeClassId sizeClass = classForLines(lines);
     if (const BlockRef block = pop(sizeClass)) return block;
     takeReturned();
@@ -109,7 +109,7 @@ uint32_t Pool::countLines() {
 
 /// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
 /// gave it back who was held up.
-void Pool::adopt(Block& block, Spid home, uint32_t lines) {
+void Pool::adopt(Block& block, Spid home, Lines lines) {
     nearby_.forget();  // as in add()
     // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
     // larger.
@@ -174,13 +174,13 @@ uint32_t Pool::leasedLines() const {
 /// may keep go. 0 when its share is used up.
 uint32_t Pool::countToLease(SizeClassId sizeClass) {
     const SizeClass& c = sizeClasses[sizeClass];
-    const uint32_t share = lease::shareOf(arena());
-    if (leasedLines() + c.lines > share) shrinkTo(0);
+    const uint32_t limit = share::limitOf(arena());
+    if (leasedLines() + c.lines > limit) shrinkTo(0);
     const uint32_t leased = leasedLines();
-    if (leased + c.lines > share) return 0;
+    if (leased + c.lines > limit) return 0;
     keptLines_ = lease::keptBy(arena());
     const uint32_t most = std::max(1u, std::min(largestLeaseLines, keptLines_) / c.lines);
-    const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (share - leased) / c.lines});
+    const uint32_t wanted = std::min({std::max(nextLease_[sizeClass], 1u), most, (limit - leased) / c.lines});
     nextLease_[sizeClass] = std::min(most, std::max(wanted * 2, c.blocks));
     return wanted;
 }
@@ -217,9 +217,9 @@ bool Pool::afterReclaim(const DomainLock& lock, SizeClassId sizeClass, lease::Re
 
 /// One block of a larger class, as far as the endpoint's share goes.
 bool Pool::fromLargerClass(const DomainLock& lock, SizeClassId sizeClass) {
-    const uint32_t share = lease::shareOf(arena());
+    const uint32_t limit = share::limitOf(arena());
     const uint32_t leased = leasedLines();
-    const uint32_t room = share > leased ? share - leased : 0;
+    const uint32_t room = limit > leased ? limit - leased : 0;
     for (uint32_t larger = sizeClass + 1; larger < sizeClassCount && sizeClasses[larger].lines <= room; ++larger) {
         if (fromCentral(lock, SizeClassId{larger}, 1)) return true;
     }
@@ -239,7 +239,7 @@ Pool::Hope Pool::hopeAfter(lease::Reclaimed looked) const {
 
 /// Others have been asked to give up what they keep. Waits a little for that, and leases of it what fits.
 void Pool::awaitRelief(SizeClassId sizeClass) {
-    const uint32_t lines = sizeClasses[sizeClass].lines;
+    const Lines lines = sizeClasses[sizeClass].lines;
     long pause = shortestNap;
     uint32_t before = 0;
     for (int naps = 0; naps == 0 || (naps < mostNaps && pressure::isRecent(arena())); ++naps, pause *= 2) {
@@ -311,7 +311,7 @@ void Pool::shrinkTo(uint32_t lines) {
             given += sizeClasses[sizeClass].lines;
         }
     }
-    share::remove(slot(), home_, given);
+    share::remove(slot(), home_, Lines{given});
 }
 
 }  // namespace linx

@@ -22,7 +22,7 @@ public:
 
     /// A free block of at least `lines` lines for the caller to own. None with errno: ENOMEM when the pool or the
     /// endpoint's share of it is exhausted, or why the domain lock could not be had. `lines` <= largestClassLines.
-    BlockRef allocate(uint32_t lines);
+    BlockRef allocate(Lines lines);
 
     /// A free block of exactly this class, if the endpoint has some and it shows at once.
     BlockRef popAtOnce(SizeClassId sizeClass);
@@ -44,7 +44,7 @@ public:
 
     /// Then gives the central lists what has come back and lies free here, unless the lock is taken just now: then
     /// again, once a tick of the kernel. Not under the domain lock.
-    [[gnu::cold, gnu::noinline]] void yieldToPressure();
+    void yieldToPressure();
 
     /// Whether the lock was taken then.
     bool owesRelief() const { return owesRelief_; }
@@ -69,7 +69,7 @@ private:
     }
     BlockRef popLarger(SizeClassId sizeClass);
     void keep(BlockRef block);
-    [[gnu::cold, gnu::noinline]] void adopt(Block& block, Spid home, uint32_t lines);
+    void adopt(Block& block, Spid home, Lines lines);
     void markFree(BlockRef block);
     void prepend(Ref head, Block& last, uint32_t count, SizeClassId sizeClass);
     bool add(const lease::Chain& chain, SizeClassId sizeClass);
@@ -116,7 +116,7 @@ private:
     uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
 };
 
-[[gnu::always_inline]] inline BlockRef Pool::popAtOnce(SizeClassId sizeClass) {
+inline BlockRef Pool::popAtOnce(SizeClassId sizeClass) {
     const uint32_t count = count_[sizeClass];
     if (count == 0) return {};
     const Ref ref = free_[sizeClass];
@@ -129,7 +129,7 @@ private:
 }
 
 /// Returns a block to `home`, which is the latest, unless that has ended, or does not come for what it gets.
-[[gnu::always_inline]] inline bool Pool::giveBack(BlockRef block, Spid home) {
+inline bool Pool::giveBack(BlockRef block, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();
     if (there.life.loadAcquire() != openAs(home) || waiting > mostReturned_) return false;  // as in isOpen

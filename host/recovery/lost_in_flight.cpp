@@ -70,12 +70,13 @@ private:
     }
 
     void walk(Ref chain, Sending* first, Sending* last) {
-        stack::walkWhile(arena_, chain, [&](BlockRef block) {
-            const auto found = std::lower_bound(
-                first, last, block.ref, [](const Sending& one, Ref wanted) { return one.block.ref < wanted; });
-            if (found != last && found->block.ref == block.ref) found->pushed = true;
-            return --steps_ != 0;
-        });
+        if (steps_ != 0)
+            stack::walkWhile(arena_, chain, [&](BlockRef block) {
+                const auto found = std::lower_bound(
+                    first, last, block.ref, [](const Sending& one, Ref wanted) { return one.block.ref < wanted; });
+                if (found != last && found->block.ref == block.ref) found->pushed = true;
+                return --steps_ != 0;
+            });
         if (steps_ == 0) std::for_each(first, last, [](Sending& one) { one.pushed = true; });
     }
 

@@ -20,12 +20,13 @@ namespace {
 void clearHalfRuns(const Arena& arena) {
     const uint32_t used = arena.usedPages();
     forgetGaps(arena);
-    for (uint32_t page = 0; page < used;) {
+    for (PageIndex page{}; page < used;) {
         SizeClassId sizeClass;
         if (runStartsAt(arena, page, sizeClass)) {
-            page += sizeClasses[sizeClass].pages;
+            page = PageIndex{page + sizeClasses[sizeClass].pages};
         } else {
-            arena.pageEntry(page++).storeRelaxed(0);
+            arena.pageEntry(page).storeRelaxed(0);
+            page = PageIndex{page + 1};
         }
     }
 }

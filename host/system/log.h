@@ -15,7 +15,7 @@ enum class LogBit : unsigned { error = 2, notable = 16 };
 /// Logs the line that `text()` makes, if the bit is set in the mask. Leaves errno alone; without memory there is no
 /// line.
 template <class Text>
-[[gnu::cold]] void log(LogBit bit, Text text) {
+void log(LogBit bit, Text text) {
     const int keptErrno = errno;
     try {
         LogClient* client = LogClient::Instance();

@@ -78,7 +78,7 @@ protected:
     TakingTest() { memory.layRun(0, 0); }
 
     void push(uint32_t number) {
-        const Ref ref = arena.refOfPage(0) + number;
+        const Ref ref = arena.refOfPage(PageIndex{0}) + number;
         stack::push(head, arena.blockAt(ref));
     }
 
@@ -98,7 +98,7 @@ TEST_F(TakingTest, WhatIsClaimedIsWhatIsTaken) {
     const uint32_t looks = comeBetweenLooks([&] { arrange(); }, [&] { push(2); },
                                             [&] {
                                                 const Ref taken = stack::claimAll(head, claim, stack::empty);
-                                                EXPECT_NE(stack::empty, taken);
+                                                EXPECT_NE(taken, stack::empty);
                                                 EXPECT_EQ(taken, claim.loadRelaxed());
                                             });
     EXPECT_GT(looks, 1u);

@@ -43,8 +43,8 @@ TEST(Json, WhatWasWrittenIsReadAgain) {
                              {"ring", "bare memory", Placement::one, 0, 37, {{"hop_ns", spreadOf({4, 6})}}}};
     writeJson(file.path, {}, written);
     const Records read = readJson(file.path);
-    ASSERT_EQ(written.size(), read.size());
-    for (std::size_t i = 0; i < written.size(); ++i) EXPECT_EQ(text(written[i]), text(read[i]));
+    ASSERT_EQ(read.size(), written.size());
+    for (std::size_t i = 0; i < written.size(); ++i) EXPECT_EQ(text(read[i]), text(written[i]));
 }
 
 TEST(Json, AnythingElseIsRefused) {

@@ -61,15 +61,15 @@ Records ofEverybody() {
 TEST(Plots, EveryPeerHasAColourAndAShapeOfItsOwnTheSameInAllPlots) {
     const auto styles = found(ofEverybody(), "with linespoints (lc rgb '#[0-9A-F]{6}' pt [0-9]+)");
     const auto titles = found(ofEverybody(), "lw [0-9.]+ title '([^']*)'");
-    ASSERT_EQ(2 * everybody.size(), styles.size());
-    ASSERT_EQ(titles.size(), styles.size());
+    ASSERT_EQ(styles.size(), 2 * everybody.size());
+    ASSERT_EQ(styles.size(), titles.size());
     std::map<std::string, std::string> peerOfColour, peerOfShape;
     for (std::size_t i = 0; i < styles.size(); ++i) {
-        EXPECT_EQ(titles[i], peerOfColour.emplace(styles[i].substr(0, 16), titles[i]).first->second);
-        EXPECT_EQ(titles[i], peerOfShape.emplace(styles[i].substr(17), titles[i]).first->second);
+        EXPECT_EQ(peerOfColour.emplace(styles[i].substr(0, 16), titles[i]).first->second, titles[i]);
+        EXPECT_EQ(peerOfShape.emplace(styles[i].substr(17), titles[i]).first->second, titles[i]);
     }
-    EXPECT_EQ(everybody.size(), peerOfColour.size());
-    EXPECT_EQ(everybody.size(), peerOfShape.size());
+    EXPECT_EQ(peerOfColour.size(), everybody.size());
+    EXPECT_EQ(peerOfShape.size(), everybody.size());
 }
 
 TEST(Plots, APeerWithoutAColourIsRefused) {
@@ -90,14 +90,14 @@ TEST(Plots, ACurveThatEndsEarlierIsNamedBeforeTheFirstThatIsLowerThere) {
 
 TEST(Plots, TheAxesEndALittleBeyondWhatStandsOnThem) {
     const Records records = {taking(linxIpcName, 100, 2000), taking(linxIpcName, 1000, 40000)};
-    EXPECT_EQ("[80:1250]", found(records, "set xrange (.*)\n").front());
-    EXPECT_EQ("[1.6:50]", found(records, "set yrange (.*)\n").front());
+    EXPECT_EQ(found(records, "set xrange (.*)\n").front(), "[80:1250]");
+    EXPECT_EQ(found(records, "set yrange (.*)\n").front(), "[1.6:50]");
 }
 
 TEST(Plots, TicksStandAtTheMeasuredPlacesAndAtPowersOfTen) {
     const Records records = {taking(linxIpcName, 64, 700), taking(linxIpcName, 60000, 15000),
                              taking(nngName, 256, 900)};
-    EXPECT_EQ("(64, 256, 60000)", found(records, "set xtics (.*)\n").front());
+    EXPECT_EQ(found(records, "set xtics (.*)\n").front(), "(64, 256, 60000)");
     const std::string up = found(records, "set ytics (.*)\n").front();
     EXPECT_THAT(up, HasSubstr("\"1\" 1 0, \"\" 2 1, "));
     EXPECT_THAT(up, HasSubstr("\"10\" 10 0)"));
@@ -115,7 +115,7 @@ TEST(Plots, LargeNumbersAreToldInThousandsAndMillions) {
 }
 
 TEST(Plots, WhatWasNotMeasuredIsNotDrawn) {
-    EXPECT_EQ("", plotScript("somewhere", {}));
+    EXPECT_EQ(plotScript("somewhere", {}), "");
 }
 
 }  // namespace bench

@@ -37,7 +37,7 @@ TEST_F(Clocks, AreThoseOfThisProgram) {
     clocks::setTimeOfDayOff(day);
     EXPECT_GE(time(nullptr), today + day);
     EXPECT_GE(std::chrono::system_clock::to_time_t(std::chrono::system_clock::now()), today + day);
-    EXPECT_EQ(before + 3, clocks::timesOfDayAsked());
+    EXPECT_EQ(clocks::timesOfDayAsked(), before + 3);
 }
 
 TEST_F(Clocks, OfTheDayAreNeverAsked) {
@@ -46,12 +46,12 @@ TEST_F(Clocks, OfTheDayAreNeverAsked) {
         Endpoint endpoint("endpoint");
         const LinxSpid own = spidOf(endpoint);
         const uint64_t start = nanoseconds();
-        ASSERT_NE(0u, linx_request_tmo(endpoint, 20, nullptr));
-        ASSERT_NE(0u, linx_request_tmo(endpoint, hour, nullptr));
+        ASSERT_NE(linx_request_tmo(endpoint, 20, nullptr), 0u);
+        ASSERT_NE(linx_request_tmo(endpoint, hour, nullptr), 0u);
         const unsigned stamp = DiffTime::CalcInitialTimeout(static_cast<int>(hour));
         clocks::setTimeOfDayOff(off);
         EXPECT_FALSE(receive(endpoint, 5, {item}));
-        EXPECT_EQ(0, send(endpoint, own, item));
+        EXPECT_EQ(send(endpoint, own, item), 0);
         expectAmongOthers(endpoint, item);
         expectAmongOthers(endpoint, LINX_OS_TIMEOUT_SIG);
         EXPECT_GE(nanoseconds() - start, 20000000u);
@@ -60,27 +60,27 @@ TEST_F(Clocks, OfTheDayAreNeverAsked) {
         EXPECT_GT(left, 0);
         EXPECT_LE(left, static_cast<int>(hour));
     }
-    EXPECT_EQ(before, clocks::timesOfDayAsked());
+    EXPECT_EQ(clocks::timesOfDayAsked(), before);
 }
 
 TEST_F(Clocks, LeapingAheadMakeDueWhatTheyHavePassed) {
     Endpoint endpoint("endpoint");
     const LinxSpid own = spidOf(endpoint);
-    ASSERT_NE(0u, linx_request_tmo(endpoint, hour, nullptr));
-    ASSERT_NE(0u, linx_request_tmo(endpoint, 48 * hour, nullptr));
+    ASSERT_NE(linx_request_tmo(endpoint, hour, nullptr), 0u);
+    ASSERT_NE(linx_request_tmo(endpoint, 48 * hour, nullptr), 0u);
     const unsigned stamp = DiffTime::CalcInitialTimeout(static_cast<int>(hour));
     const unsigned never = DiffTime::CalcInitialTimeout(-1);
     expectNothing(endpoint);
     clocks::setMonotonicOff(day);
-    EXPECT_EQ(0, DiffTime::ReCalcTimeout(stamp));
-    EXPECT_EQ(-1, DiffTime::ReCalcTimeout(never));
+    EXPECT_EQ(DiffTime::ReCalcTimeout(stamp), 0);
+    EXPECT_EQ(DiffTime::ReCalcTimeout(never), -1);
     expectSignal(endpoint, LINX_OS_TIMEOUT_SIG, 0);
     expectNothing(endpoint);
     // From here on all goes as before.
-    EXPECT_EQ(0, send(endpoint, own, item));
+    EXPECT_EQ(send(endpoint, own, item), 0);
     expectSignal(endpoint, item, 0);
     EXPECT_FALSE(receive(endpoint, 5));
-    ASSERT_NE(0u, linx_request_tmo(endpoint, 1, nullptr));
+    ASSERT_NE(linx_request_tmo(endpoint, 1, nullptr), 0u);
     expectSignal(endpoint, LINX_OS_TIMEOUT_SIG);
     expectNothing(endpoint);
 }

@@ -35,7 +35,7 @@ protected:
                 result = attempt();
             }
             if (result == 0) return count;
-            EXPECT_EQ(EMFILE, result) << "with " << count << " descriptors";
+            EXPECT_EQ(result, EMFILE) << "with " << count << " descriptors";
             if (result != EMFILE) return 0;
         }
     }
@@ -51,7 +51,7 @@ protected:
         return descriptorsFor([&] {
             LinxSignal* signal = allocate(linx, number);
             const int result = resultOf(operation(&signal));
-            EXPECT_EQ(nullptr, signal);
+            EXPECT_EQ(signal, nullptr);
             return result;
         });
     }
@@ -68,15 +68,15 @@ protected:
     }
     static LinxSignal* allocate(LINX* linx, uint32_t number) {
         LinxSignal* signal = linx_alloc(linx, sizeof(LinxSignal), number);
-        EXPECT_NE(nullptr, signal);
+        EXPECT_NE(signal, nullptr);
         return signal;
     }
 };
 
 TEST_F(NoDescriptors, AnEndpointIsOpenedOrNothingIsLeftOfIt) {
-    EXPECT_EQ(0, open("makes the domain"));
+    EXPECT_EQ(open("makes the domain"), 0);
     EXPECT_GT(descriptorsFor([] { return open("endpoint"); }), 2u);
-    EXPECT_EQ(std::vector<std::string>(), domain.leftovers());
+    EXPECT_EQ(domain.leftovers(), std::vector<std::string>());
 }
 
 TEST_F(NoDescriptors, ATakenNameIsNotToldFromAFreeOne) {
@@ -87,7 +87,7 @@ TEST_F(NoDescriptors, ATakenNameIsNotToldFromAFreeOne) {
         const FewDescriptors few(count++);
         result = open("name");
     } while (result == EMFILE);
-    EXPECT_EQ(EADDRINUSE, result);
+    EXPECT_EQ(result, EADDRINUSE);
     EXPECT_GT(count, 2u);
 }
 
@@ -105,10 +105,10 @@ TEST_F(NoDescriptors, TheNameOfTheDeadCanBeTakenOnceThereAreSome) {
 TEST_F(NoDescriptors, WhoHuntsForANameIsAnsweredOrItIsNotOpened) {
     const auto hunter = [](Line& parent) {
         Endpoint endpoint("hunter" + std::to_string(getpid()));
-        ASSERT_EQ(0, linx_hunt(endpoint, "late", nullptr));
+        ASSERT_EQ(linx_hunt(endpoint, "late", nullptr), 0);
         parent.tell();
         const LinxSpid found = expectSignal(endpoint, LINX_OS_HUNT_SIG).sender;
-        EXPECT_EQ("late", nameOf(endpoint, found));
+        EXPECT_EQ(nameOf(endpoint, found), "late");
         expectNothing(endpoint);
         parent.tell(found);
     };
@@ -120,11 +120,11 @@ TEST_F(NoDescriptors, WhoHuntsForANameIsAnsweredOrItIsNotOpened) {
     other.awaitSleep();
     LINX* late = nullptr;
     descriptorsFor([&] { return resultOf((late = linx_open("late", 0, nullptr)) != nullptr); });
-    EXPECT_EQ(spidOf(late), one.hear());
-    EXPECT_EQ(spidOf(late), other.hear());
-    EXPECT_EQ(0, linx_close(late));
-    EXPECT_EQ(0, one.exitStatus());
-    EXPECT_EQ(0, other.exitStatus());
+    EXPECT_EQ(one.hear(), spidOf(late));
+    EXPECT_EQ(other.hear(), spidOf(late));
+    EXPECT_EQ(linx_close(late), 0);
+    EXPECT_EQ(one.exitStatus(), 0);
+    EXPECT_EQ(other.exitStatus(), 0);
 }
 
 TEST_F(NoDescriptors, AHuntForALiveNameIsAnsweredOnceThereIsOne) {
@@ -134,7 +134,7 @@ TEST_F(NoDescriptors, AHuntForALiveNameIsAnsweredOnceThereIsOne) {
     const unsigned count = descriptorsForSignal(
         endpoint, item, [&](LinxSignal** signal) { return linx_hunt(endpoint, "sought", signal) == 0; });
     EXPECT_GT(count, 0u);
-    EXPECT_EQ(spidOf(sought), expectSignal(endpoint, item, 0).sender);
+    EXPECT_EQ(expectSignal(endpoint, item, 0).sender, spidOf(sought));
     expectNothing(endpoint);
 }
 
@@ -145,7 +145,7 @@ TEST_F(NoDescriptors, AHuntForAnAbsentNameNeedsNone) {
         endpoint, item, [&](LinxSignal** signal) { return linx_hunt(endpoint, "absent", signal) == 0; });
     EXPECT_EQ(count, 0u);
     const Endpoint absent("absent");
-    EXPECT_EQ(spidOf(absent), expectSignal(endpoint, item, 0).sender);
+    EXPECT_EQ(expectSignal(endpoint, item, 0).sender, spidOf(absent));
     expectNothing(endpoint);
 }
 
@@ -187,8 +187,8 @@ TEST_F(NoDescriptors, MemoryIsGivenWithoutAny) {
     Endpoint endpoint("endpoint");
     LinxSignal* signal = nullptr;
     const FewDescriptors none(0);
-    EXPECT_NE(nullptr, signal = linx_alloc(endpoint, 100000, item));
-    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+    EXPECT_NE(signal = linx_alloc(endpoint, 100000, item), nullptr);
+    EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
 }
 
 TEST_F(NoDescriptors, StrangersAreHeardAllTheSame) {
@@ -196,8 +196,8 @@ TEST_F(NoDescriptors, StrangersAreHeardAllTheSame) {
     Child child([](Line& parent) {
         Endpoint stranger("stranger");
         const LinxSpid to = hunt(stranger, "endpoint");
-        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(0, send(stranger, to, item, {i}));
-        EXPECT_EQ(7u, expectSignal(stranger, item).word());
+        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(send(stranger, to, item, {i}), 0);
+        EXPECT_EQ(expectSignal(stranger, item).word(), 7u);
         parent.tell(spidOf(stranger));
         parent.hear();
     });
@@ -206,15 +206,15 @@ TEST_F(NoDescriptors, StrangersAreHeardAllTheSame) {
         const FewDescriptors none(0);
         for (uint32_t i = 0; i < 100; ++i) {
             const Received received = expectSignal(endpoint, item);
-            EXPECT_EQ(i, received.word());
+            EXPECT_EQ(received.word(), i);
             sender = received.sender;
         }
-        EXPECT_EQ(EMFILE, send(endpoint, sender, item, {6}));
+        EXPECT_EQ(send(endpoint, sender, item, {6}), EMFILE);
     }
-    EXPECT_EQ(0, send(endpoint, sender, item, {7}));
-    EXPECT_EQ(sender, child.hear());
+    EXPECT_EQ(send(endpoint, sender, item, {7}), 0);
+    EXPECT_EQ(child.hear(), sender);
     child.tell();
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(NoDescriptors, PeersMakeRoomForEachOther) {
@@ -225,7 +225,7 @@ TEST_F(NoDescriptors, PeersMakeRoomForEachOther) {
         for (uint32_t i = 0; i < count; ++i) peers.push_back(std::make_unique<Endpoint>("peer" + std::to_string(i)));
         parent.tell();
         for (uint32_t round = 0; round < rounds; ++round) {
-            for (const auto& peer : peers) EXPECT_EQ(round, expectSignal(*peer, item).word());
+            for (const auto& peer : peers) EXPECT_EQ(expectSignal(*peer, item).word(), round);
         }
         for (const auto& peer : peers) expectNothing(*peer);
     });
@@ -240,17 +240,17 @@ TEST_F(NoDescriptors, PeersMakeRoomForEachOther) {
     {
         const FewDescriptors few(2);
         for (uint32_t round = 0; round < rounds; ++round) {
-            for (const LinxSpid peer : peers) ASSERT_EQ(0, send(endpoint, peer, item, {round}));
+            for (const LinxSpid peer : peers) ASSERT_EQ(send(endpoint, peer, item, {round}), 0);
         }
     }
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(NoDescriptors, APeerMakesRoomForWhateverNeedsOne) {
     Endpoint endpoint("endpoint");
     Endpoint peer("peer");
     const auto expectRoom = [&](auto operation) {
-        ASSERT_EQ(0, send(endpoint, spidOf(peer), item));  // the doorbell of the peer is open from now on
+        ASSERT_EQ(send(endpoint, spidOf(peer), item), 0);  // the doorbell of the peer is open from now on
         expectSignal(peer, item, 0);
         const FewDescriptors none(0);
         EXPECT_TRUE(operation()) << std::strerror(errno);
@@ -268,17 +268,17 @@ TEST_F(NoDescriptors, ClosingWorksWithoutAny) {
     Endpoint supervisor("supervisor");
     for (const bool polled : {false, true}) {
         LINX* endpoint = linx_open("endpoint", 0, nullptr);
-        ASSERT_NE(0u, attach(supervisor, spidOf(endpoint), notice));
+        ASSERT_NE(attach(supervisor, spidOf(endpoint), notice), 0u);
         const int descriptor = polled ? linx_get_descriptor(endpoint) : -1;
         {
             const FewDescriptors none(0);
-            EXPECT_EQ(0, linx_close(endpoint));
+            EXPECT_EQ(linx_close(endpoint), 0);
             if (polled) {
-                EXPECT_EQ(0, close(descriptor));
+                EXPECT_EQ(close(descriptor), 0);
             }
         }
         expectSignal(supervisor, notice, 0);
-        EXPECT_EQ(0, open("endpoint"));
+        EXPECT_EQ(open("endpoint"), 0);
     }
 }
 

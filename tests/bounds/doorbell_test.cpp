@@ -47,16 +47,16 @@ TEST_F(FullDoorbell, WakesAllTheSame) {
         const int doorbell = open(domain.pathOf(name).c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
         while (write(doorbell, "\377\377\377\377", piece) > 0) {
         }
-        EXPECT_EQ(EAGAIN, errno);
-        EXPECT_EQ(0, close(doorbell));
-        for (int i = 0; i < 5; ++i) ASSERT_EQ(0, send(endpoint, to, item));
-        ASSERT_EQ(0, send(endpoint, to, end));
+        EXPECT_EQ(errno, EAGAIN);
+        EXPECT_EQ(close(doorbell), 0);
+        for (int i = 0; i < 5; ++i) ASSERT_EQ(send(endpoint, to, item), 0);
+        ASSERT_EQ(send(endpoint, to, end), 0);
         receiver.cont();
         receiver.tell(1);
-        EXPECT_EQ(5u, receiver.hear());
+        EXPECT_EQ(receiver.hear(), 5u);
     }
     receiver.tell(0);
-    EXPECT_EQ(0, receiver.exitStatus());
+    EXPECT_EQ(receiver.exitStatus(), 0);
 }
 
 TEST_F(FullDoorbell, OfMoreSendersThanCanIntroduceThemselvesHearsThemAll) {
@@ -71,15 +71,15 @@ TEST_F(FullDoorbell, OfMoreSendersThanCanIntroduceThemselvesHearsThemAll) {
         for (uint32_t i = 0; i < senders; ++i) endpoints.push_back(std::make_unique<Endpoint>(std::to_string(i)));
         for (int round = 0; round < 2; ++round) {
             receiver.stop();
-            for (const auto& endpoint : endpoints) ASSERT_EQ(0, send(*endpoint, to, item));
-            ASSERT_EQ(0, send(*endpoints.back(), to, end));
+            for (const auto& endpoint : endpoints) ASSERT_EQ(send(*endpoint, to, item), 0);
+            ASSERT_EQ(send(*endpoints.back(), to, end), 0);
             receiver.cont();
             receiver.tell(1);
-            EXPECT_EQ(senders, receiver.hear());
+            EXPECT_EQ(receiver.hear(), senders);
         }
     }
     receiver.tell(0);
-    EXPECT_EQ(0, receiver.exitStatus());
+    EXPECT_EQ(receiver.exitStatus(), 0);
     setrlimit(RLIMIT_NOFILE, &before);
 }
 

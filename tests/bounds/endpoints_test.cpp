@@ -31,7 +31,7 @@ Child::Body opener(uint32_t wanted) {
         parent.tell(last == nullptr ? static_cast<uint32_t>(errno) : 0);
         parent.tell(static_cast<uint32_t>(endpoints.size()));
         parent.hear();
-        EXPECT_EQ(0, linx_close(endpoints.back()));
+        EXPECT_EQ(linx_close(endpoints.back()), 0);
         parent.tell();
         parent.hear();
     };
@@ -50,7 +50,7 @@ bool isOpenedInTime(const std::string& name, std::vector<LINX*>& opened) {
         if (linx != nullptr)
             opened.push_back(linx);
         else
-            EXPECT_EQ(ENOSPC, errno);
+            EXPECT_EQ(errno, ENOSPC);
         return linx != nullptr;
     });
 }
@@ -60,31 +60,31 @@ TEST_F(FullDomain, TakesNoMoreUntilAnEndpointEndsOrDies) {
     uint32_t opened = 0;
     while (opened < mostEndpoints - few) {
         openers.push_back(std::make_unique<Child>(opener(mostEndpoints - few - opened)));
-        EXPECT_EQ(0u, openers.back()->hear());
+        EXPECT_EQ(openers.back()->hear(), 0u);
         const uint32_t more = openers.back()->hear();
         ASSERT_GT(more, 0u);
         opened += more;
     }
     Child last(opener(mostEndpoints));
-    EXPECT_EQ(static_cast<uint32_t>(ENOSPC), last.hear());
-    EXPECT_EQ(few, last.hear());
-    EXPECT_EQ(ENOSPC, errorOfOpen());
+    EXPECT_EQ(last.hear(), static_cast<uint32_t>(ENOSPC));
+    EXPECT_EQ(last.hear(), few);
+    EXPECT_EQ(errorOfOpen(), ENOSPC);
     last.tell();
     last.hear();
     {
         Endpoint endpoint("endpoint");
-        EXPECT_EQ(ENOSPC, errorOfOpen());
-        EXPECT_EQ(0, send(endpoint, spidOf(endpoint), item));
+        EXPECT_EQ(errorOfOpen(), ENOSPC);
+        EXPECT_EQ(send(endpoint, spidOf(endpoint), item), 0);
         expectSignal(endpoint, item, 0);
         const std::string other = std::to_string(openers.front()->pid()) + ".0";
-        EXPECT_EQ(other, nameOf(endpoint, hunt(endpoint, other)));
+        EXPECT_EQ(nameOf(endpoint, hunt(endpoint, other)), other);
         last.kill9();  // nobody has talked to its endpoints, nor sees them die
         std::vector<LINX*> instead;
         for (uint32_t i = 1; i < few; ++i) EXPECT_TRUE(isOpenedInTime(std::to_string(i), instead));
-        EXPECT_EQ(ENOSPC, errorOfOpen());
-        for (LINX* linx : instead) EXPECT_EQ(0, linx_close(linx));
+        EXPECT_EQ(errorOfOpen(), ENOSPC);
+        for (LINX* linx : instead) EXPECT_EQ(linx_close(linx), 0);
     }
-    EXPECT_EQ(0, errorOfOpen());
+    EXPECT_EQ(errorOfOpen(), 0);
 }
 
 }  // namespace

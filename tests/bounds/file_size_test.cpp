@@ -25,16 +25,16 @@ protected:
     static void within(rlim_t bytes, const std::function<void()>& body) {
         Child child([&](Line&) {
             const rlimit limit = {bytes, RLIM_INFINITY};
-            ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
             body();
         });
-        EXPECT_EQ(0, child.exitStatus());
+        EXPECT_EQ(child.exitStatus(), 0);
     }
 
     static void expectTooLarge() {
         for (int i = 0; i < 3; ++i) {
-            EXPECT_EQ(nullptr, linx_open("endpoint", 0, nullptr));
-            EXPECT_EQ(ENOMEM, errno);
+            EXPECT_EQ(linx_open("endpoint", 0, nullptr), nullptr);
+            EXPECT_EQ(errno, ENOMEM);
         }
     }
 
@@ -48,33 +48,33 @@ protected:
         sigset_t set;
         sigemptyset(&set);
         sigaddset(&set, signal);
-        ASSERT_EQ(0, sigprocmask(SIG_BLOCK, &set, nullptr));
+        ASSERT_EQ(sigprocmask(SIG_BLOCK, &set, nullptr), 0);
     }
 };
 
 TEST_F(FileSizeLimit, IsAnErrorWhereItWouldEndTheProcess) {
     for (const rlim_t bytes : {0u, 4096u, 1u << 20, 100u << 20}) {
         within(bytes, expectTooLarge);
-        EXPECT_EQ(std::vector<std::string>(), domain.files()) << bytes;
+        EXPECT_EQ(domain.files(), std::vector<std::string>()) << bytes;
     }
 }
 
 TEST_F(FileSizeLimit, IsAnErrorWhereTheSignalIsIgnored) {
     within(1 << 20, [] {
-        ASSERT_NE(SIG_ERR, std::signal(SIGXFSZ, SIG_IGN));
+        ASSERT_NE(std::signal(SIGXFSZ, SIG_IGN), SIG_ERR);
         expectTooLarge();
-        EXPECT_EQ(SIG_IGN, std::signal(SIGXFSZ, SIG_DFL));
+        EXPECT_EQ(std::signal(SIGXFSZ, SIG_DFL), SIG_IGN);
         EXPECT_FALSE(isPending(SIGXFSZ));
     });
 }
 
 TEST_F(FileSizeLimit, CallsNoHandler) {
     within(1 << 20, [] {
-        ASSERT_NE(SIG_ERR, std::signal(SIGXFSZ, deliver));
+        ASSERT_NE(std::signal(SIGXFSZ, deliver), SIG_ERR);
         expectTooLarge();
-        EXPECT_EQ(0, delivered);
+        EXPECT_EQ(delivered, 0);
         raise(SIGXFSZ);
-        EXPECT_EQ(1, delivered) << "the signal itself is left alone";
+        EXPECT_EQ(delivered, 1) << "the signal itself is left alone";
     });
 }
 
@@ -94,8 +94,8 @@ TEST_F(FileSizeLimit, HoldsUpNobodyWhoJoins) {
     within(1 << 20, [] {
         Endpoint endpoint("endpoint");
         const LinxSpid own = spidOf(endpoint);
-        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(0, send(endpoint, own, item, std::vector<uint32_t>(50000, i)));
-        for (uint32_t i = 0; i < 100; ++i) EXPECT_EQ(i, expectSignal(endpoint, item, 0).word(49999));
+        for (uint32_t i = 0; i < 100; ++i) ASSERT_EQ(send(endpoint, own, item, std::vector<uint32_t>(50000, i)), 0);
+        for (uint32_t i = 0; i < 100; ++i) EXPECT_EQ(expectSignal(endpoint, item, 0).word(49999), i);
     });
 }
 

@@ -27,7 +27,7 @@ protected:
             if (mounted) body();
         });
         const bool mounted = child.hear() != 0;
-        EXPECT_EQ(0, child.exitStatus());
+        EXPECT_EQ(child.exitStatus(), 0);
         if (!mounted) GTEST_SKIP() << "nothing may be mounted here";
     }
 
@@ -46,8 +46,8 @@ protected:
         const std::string page(4096, 'x');
         while (write(file, page.data(), page.size()) > 0) {
         }
-        EXPECT_EQ(ENOSPC, errno);
-        EXPECT_EQ(0, close(file));
+        EXPECT_EQ(errno, ENOSPC);
+        EXPECT_EQ(close(file), 0);
     }
 };
 
@@ -56,13 +56,13 @@ uint32_t sendUntilFull(LINX* linx, LinxSpid own, size_t words) {
     for (uint32_t sent = 0;; ++sent) {
         const int result = send(linx, own, item, std::vector<uint32_t>(words, sent));
         if (result == 0) continue;
-        EXPECT_EQ(ENOMEM, result);
+        EXPECT_EQ(result, ENOMEM);
         return sent;
     }
 }
 
 void expectAll(LINX* linx, uint32_t sent) {
-    for (uint32_t i = 0; i < sent; ++i) ASSERT_EQ(i, expectSignal(linx, item, 0).word());
+    for (uint32_t i = 0; i < sent; ++i) ASSERT_EQ(expectSignal(linx, item, 0).word(), i);
     expectNothing(linx);
 }
 
@@ -85,8 +85,8 @@ TEST_F(FullFileSystem, GivesMemoryOnceSomethingWasRemoved) {
         const LinxSpid own = spidOf(endpoint);
         fill();
         const uint32_t sent = sendUntilFull(endpoint, own, 20000);
-        EXPECT_EQ(0, unlink(filler().c_str()));
-        EXPECT_EQ(0, send(endpoint, own, item, std::vector<uint32_t>(20000, sent)));
+        EXPECT_EQ(unlink(filler().c_str()), 0);
+        EXPECT_EQ(send(endpoint, own, item, std::vector<uint32_t>(20000, sent)), 0);
         expectAll(endpoint, sent + 1);
     });
 }
@@ -95,28 +95,28 @@ TEST_F(FullFileSystem, TakesNoEndpointMoreAndKeepsTheOthers) {
     with("size=8m", [&] {
         Endpoint endpoint("endpoint");
         const LinxSpid own = spidOf(endpoint);
-        EXPECT_EQ(0, linx_hunt(endpoint, "absent", nullptr));
+        EXPECT_EQ(linx_hunt(endpoint, "absent", nullptr), 0);
         fill();
         std::vector<LINX*> more;
         while (LINX* linx = linx_open(std::to_string(more.size()).c_str(), 0, nullptr)) more.push_back(linx);
-        EXPECT_EQ(ENOMEM, errno);
+        EXPECT_EQ(errno, ENOMEM);
         EXPECT_LT(more.size(), 100u);
         int result;
         uint32_t hunts = 0;
         do {
             LinxSignal* signal = linx_alloc(endpoint, sizeof(LinxSignal), item);
             result = linx_hunt(endpoint, "rare", &signal) == 0 ? 0 : errno;
-            EXPECT_EQ(nullptr, signal);
+            EXPECT_EQ(signal, nullptr);
         } while (result == 0 && ++hunts < 1000);
-        EXPECT_EQ(ENOMEM, result);
-        EXPECT_EQ(0, send(endpoint, own, item));
+        EXPECT_EQ(result, ENOMEM);
+        EXPECT_EQ(send(endpoint, own, item), 0);
         expectSignal(endpoint, item, 0);
-        EXPECT_EQ(0, unlink(filler().c_str()));
-        for (LINX* linx : more) EXPECT_EQ(0, linx_close(linx));
+        EXPECT_EQ(unlink(filler().c_str()), 0);
+        for (LINX* linx : more) EXPECT_EQ(linx_close(linx), 0);
         const Endpoint absent("absent");
         const Endpoint rare("rare");
-        EXPECT_EQ(spidOf(absent), expectSignal(endpoint, LINX_OS_HUNT_SIG, 0).sender);
-        for (uint32_t i = 0; i < hunts; ++i) EXPECT_EQ(spidOf(rare), expectSignal(endpoint, item, 0).sender);
+        EXPECT_EQ(expectSignal(endpoint, LINX_OS_HUNT_SIG, 0).sender, spidOf(absent));
+        for (uint32_t i = 0; i < hunts; ++i) EXPECT_EQ(expectSignal(endpoint, item, 0).sender, spidOf(rare));
         expectNothing(endpoint);
     });
 }
@@ -128,21 +128,21 @@ TEST_F(FullFileSystem, IsNoFaultWhereAGarbledReferenceLeads) {
         const std::string path = domain.pathOf("arena");
         const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
         void* tables = mmap(nullptr, linx::pageMapOffset, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-        ASSERT_NE(MAP_FAILED, tables);
+        ASSERT_NE(tables, MAP_FAILED);
         auto& header = *static_cast<linx::Header*>(tables);
         const uint32_t pages = header.pageCount.loadRelaxed();
         const uint32_t last = linx::makePageEntry(linx::SizeClassId{0}, 0);
-        ASSERT_EQ(ssize_t{sizeof last}, pwrite(file, &last, sizeof last, linx::pageMapOffset + (pages - 1) * 4));
+        ASSERT_EQ(pwrite(file, &last, sizeof last, linx::pageMapOffset + (pages - 1) * 4), ssize_t{sizeof last});
         fill();
         header.pagesUsed.storeRelaxed(pages);
         auto* slots = reinterpret_cast<linx::Slot*>(static_cast<char*>(tables) + linx::slotsOffset);
         const linx::StackHead missing{(linx::firstPoolPage(pages) + pages - 1) * linx::linesPerPage};
         slots[numberOf(linx::indexOf(linx::Spid{own}))].mailbox.storeRelaxed(missing);
         expectNothing(endpoint);
-        EXPECT_EQ(0, send(endpoint, own, item));
+        EXPECT_EQ(send(endpoint, own, item), 0);
         expectSignal(endpoint, item, 0);
-        EXPECT_EQ(0, munmap(tables, linx::pageMapOffset));
-        EXPECT_EQ(0, close(file));
+        EXPECT_EQ(munmap(tables, linx::pageMapOffset), 0);
+        EXPECT_EQ(close(file), 0);
     });
 }
 
@@ -155,42 +155,42 @@ TEST_F(FullFileSystem, TakesANewEndpointWhereAnotherHasEnded) {
         for (int i = 0; i < 20; ++i) openMore();
         fill();
         while (LINX* linx = linx_open("last", 0, nullptr)) {  // what memory there is goes to fresh ones
-            EXPECT_EQ(0, linx_close(linx));
+            EXPECT_EQ(linx_close(linx), 0);
             openMore();
         }
-        EXPECT_EQ(ENOMEM, errno);
+        EXPECT_EQ(errno, ENOMEM);
         for (int round = 0; round < 3; ++round) {
             more[5].reset();
-            EXPECT_EQ(0, errorOfOpen("another"));
+            EXPECT_EQ(errorOfOpen("another"), 0);
             more[5] = std::make_unique<Endpoint>("instead");
-            EXPECT_EQ("instead", nameOf(endpoint, hunt(endpoint, "instead")));
-            EXPECT_EQ(ENOMEM, errorOfOpen("another"));
+            EXPECT_EQ(nameOf(endpoint, hunt(endpoint, "instead")), "instead");
+            EXPECT_EQ(errorOfOpen("another"), ENOMEM);
         }
-        EXPECT_EQ(0, send(endpoint, own, item));
+        EXPECT_EQ(send(endpoint, own, item), 0);
         expectSignal(endpoint, item, 0);
     });
 }
 
 TEST_F(FullFileSystem, HoldsNoArenaThatIsHalfMade) {
     with("size=64k", [&] {
-        EXPECT_EQ(ENOMEM, errorOfOpen("endpoint"));
-        EXPECT_EQ(std::vector<std::string>(), domain.files());
+        EXPECT_EQ(errorOfOpen("endpoint"), ENOMEM);
+        EXPECT_EQ(domain.files(), std::vector<std::string>());
     });
 }
 
 TEST_F(FullFileSystem, ThatIsOnlyForReadingTakesNoDomainAndNoEndpoint) {
     with("size=8m", [&] {
         const auto remount = [&](unsigned long flags) {
-            ASSERT_EQ(0, mount(nullptr, domain.path().c_str(), nullptr, MS_REMOUNT | flags, "size=8m"));
+            ASSERT_EQ(mount(nullptr, domain.path().c_str(), nullptr, MS_REMOUNT | flags, "size=8m"), 0);
         };
         remount(MS_RDONLY);
-        EXPECT_EQ(EROFS, errorOfOpen("endpoint"));
+        EXPECT_EQ(errorOfOpen("endpoint"), EROFS);
         remount(0);
-        EXPECT_EQ(0, errorOfOpen("endpoint"));
+        EXPECT_EQ(errorOfOpen("endpoint"), 0);
         remount(MS_RDONLY);
-        EXPECT_EQ(EROFS, errorOfOpen("endpoint"));
+        EXPECT_EQ(errorOfOpen("endpoint"), EROFS);
         const linxtest::ScopedVariable below("LINX_DOMAIN", domain.pathOf("below").c_str());
-        EXPECT_EQ(EROFS, errorOfOpen("endpoint"));
+        EXPECT_EQ(errorOfOpen("endpoint"), EROFS);
     });
 }
 
@@ -198,19 +198,19 @@ TEST_F(FullFileSystem, WithoutRoomForAnotherFileTakesNoEndpoint) {
     with("size=8m,nr_inodes=3", [&] {  // itself, the arena and a doorbell
         Endpoint endpoint("endpoint");
         const LinxSpid own = spidOf(endpoint);
-        for (int i = 0; i < 10; ++i) EXPECT_EQ(ENOSPC, errorOfOpen("other"));
-        EXPECT_EQ(0, send(endpoint, own, item));
+        for (int i = 0; i < 10; ++i) EXPECT_EQ(errorOfOpen("other"), ENOSPC);
+        EXPECT_EQ(send(endpoint, own, item), 0);
         expectSignal(endpoint, item, 0);
         endpoint.close();
-        EXPECT_EQ(0, errorOfOpen("other"));
+        EXPECT_EQ(errorOfOpen("other"), 0);
     });
 }
 
 TEST_F(FullFileSystem, OfProcessesIsNotNeeded) {
     with("size=8m", [&] {
         ASSERT_TRUE(mountMemory("/proc", "size=4k"));
-        EXPECT_EQ(0, errorOfOpen("endpoint"));
-        EXPECT_EQ(std::vector<std::string>{"arena"}, domain.files());
+        EXPECT_EQ(errorOfOpen("endpoint"), 0);
+        EXPECT_EQ(domain.files(), std::vector<std::string>{"arena"});
     });
 }
 

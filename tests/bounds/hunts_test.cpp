@@ -23,7 +23,7 @@ constexpr uint32_t item = 100;
 int errorOfHunt(LINX* linx, const std::string& name) {
     LinxSignal* signal = linx_alloc(linx, sizeof(LinxSignal), item);
     const int result = linx_hunt(linx, name.c_str(), &signal) == 0 ? 0 : errno;
-    EXPECT_EQ(nullptr, signal);
+    EXPECT_EQ(signal, nullptr);
     return result;
 }
 
@@ -32,7 +32,7 @@ void greedyHunter(Line& parent) {
     Endpoint endpoint("greedy" + std::to_string(getpid()));
     uint32_t count = 0;
     while (errorOfHunt(endpoint, "sought by many") == 0) ++count;
-    EXPECT_EQ(ENOSPC, errno);
+    EXPECT_EQ(errno, ENOSPC);
     parent.tell(count);
     parent.hear();
     for (uint32_t i = 0; i < count; ++i) expectSignal(endpoint, item);
@@ -44,12 +44,12 @@ class Hunter : public FullHunts {
 protected:
     void SetUp() override {
         endpoint = std::make_unique<Endpoint>("endpoint");
-        for (uint32_t i = 0; i < own; ++i) ASSERT_EQ(0, errorOfHunt(*endpoint, "sought by one"));
+        for (uint32_t i = 0; i < own; ++i) ASSERT_EQ(errorOfHunt(*endpoint, "sought by one"), 0);
         for (uint32_t left = mostHunts - own; left != 0; left -= std::min(left, mostOfOne)) {
             greedy.push_back(std::make_unique<Child>(greedyHunter));
-            EXPECT_EQ(std::min(left, mostOfOne), greedy.back()->hear());
+            EXPECT_EQ(greedy.back()->hear(), std::min(left, mostOfOne));
         }
-        EXPECT_EQ(ENOSPC, errorOfHunt(*endpoint, "absent"));
+        EXPECT_EQ(errorOfHunt(*endpoint, "absent"), ENOSPC);
     }
     void TearDown() override {
         {
@@ -67,20 +67,20 @@ protected:
 };
 
 TEST_F(Hunter, IsToldThatThereIsNoRoomAndAllOthersAreAnswered) {
-    EXPECT_EQ(spidOf(*endpoint), hunt(*endpoint, "endpoint"));  // who is there is found all the same
+    EXPECT_EQ(hunt(*endpoint, "endpoint"), spidOf(*endpoint));  // who is there is found all the same
     const Endpoint sought("sought by many");
     for (const auto& child : greedy) child->tell();
-    for (const auto& child : greedy) EXPECT_EQ(0, child->exitStatus());
-    EXPECT_EQ(0, errorOfHunt(*endpoint, "absent"));
+    for (const auto& child : greedy) EXPECT_EQ(child->exitStatus(), 0);
+    EXPECT_EQ(errorOfHunt(*endpoint, "absent"), 0);
     const Endpoint absent("absent");
-    EXPECT_EQ(spidOf(absent), expectSignal(*endpoint, item, 0).sender);
+    EXPECT_EQ(expectSignal(*endpoint, item, 0).sender, spidOf(absent));
 }
 
 TEST_F(Hunter, GetsTheRoomOfTheDead) {
     for (const auto& child : greedy) child->kill9();  // nobody has talked to them, nor sees them die
     EXPECT_TRUE(succeedsInTime([&] { return errorOfHunt(*endpoint, "absent") == 0; }));
     const Endpoint absent("absent");
-    EXPECT_EQ(spidOf(absent), expectSignal(*endpoint, item, 0).sender);
+    EXPECT_EQ(expectSignal(*endpoint, item, 0).sender, spidOf(absent));
 }
 
 }  // namespace

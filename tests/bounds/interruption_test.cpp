@@ -32,7 +32,7 @@ void beInterrupted(Count& count) {
     action.sa_handler = countOne;
     sigaction(SIGALRM, &action, nullptr);
     const itimerval often = {{0, 200}, {0, 200}};
-    EXPECT_EQ(0, setitimer(ITIMER_REAL, &often, nullptr));
+    EXPECT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
 }
 
 TEST_F(Interrupted, AReceiveKeepsItsDeadlineAndGivesNothingSpurious) {
@@ -50,19 +50,19 @@ TEST_F(Interrupted, AReceiveKeepsItsDeadlineAndGivesNothingSpurious) {
         LinxSignal* signal = nullptr;
         const uint32_t anySignal[] = {0};
         const Clock::time_point start = Clock::now();
-        EXPECT_NE(0u, linx_request_tmo(endpoint, 50, nullptr));
-        EXPECT_EQ(4, linx_receive(endpoint, &signal, anySignal));
-        EXPECT_EQ(static_cast<uint32_t>(LINX_OS_TIMEOUT_SIG), signal->number);
+        EXPECT_NE(linx_request_tmo(endpoint, 50, nullptr), 0u);
+        EXPECT_EQ(linx_receive(endpoint, &signal, anySignal), 4);
+        EXPECT_EQ(signal->number, static_cast<uint32_t>(LINX_OS_TIMEOUT_SIG));
         EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(50));
-        EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+        EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
     });
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(Interrupted, OpeningWaitsForItsTurn) {
     const Endpoint first("first");
     const int arena = open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(0, flock(arena, LOCK_EX));  // as who opens, closes or clears up
+    ASSERT_EQ(flock(arena, LOCK_EX), 0);  // as who opens, closes or clears up
     Child child([&](Line& parent) {
         close(arena);
         struct sigaction action = {};
@@ -78,8 +78,8 @@ TEST_F(Interrupted, OpeningWaitsForItsTurn) {
         kill(child.pid(), SIGUSR1);
     }
     close(arena);
-    EXPECT_NE(0u, child.hear());
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_NE(child.hear(), 0u);
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 /// Everything that an endpoint can do, with whom it meets.
@@ -88,12 +88,12 @@ void doEverything(uint32_t round) {
     const LinxSpid mirror = hunt(endpoint, "mirror");
     for (const size_t size : {1u, 1000u, 500000u}) {
         const Bytes bytes = pattern(size, round);
-        ASSERT_EQ(0, sendBytes(endpoint, mirror, item, bytes));
+        ASSERT_EQ(sendBytes(endpoint, mirror, item, bytes), 0);
         ASSERT_TRUE(bytes == expectSignal(endpoint, item).payload);
     }
     Endpoint brief("brief");
-    ASSERT_NE(0u, attach(endpoint, spidOf(brief), notice));
-    ASSERT_EQ(0, linx_hunt(endpoint, "absent", nullptr));
+    ASSERT_NE(attach(endpoint, spidOf(brief), notice), 0u);
+    ASSERT_EQ(linx_hunt(endpoint, "absent", nullptr), 0);
     brief.close();
     expectSignal(endpoint, notice);
     expectNothing(endpoint);
@@ -114,7 +114,7 @@ TEST_F(Interrupted, EveryOperationWorks) {
         for (uint32_t round = 0; round < 30; ++round) doEverything(round);
         EXPECT_TRUE(shared->steps.reaches(100));
     });
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
     EXPECT_TRUE(shared->progress.reaches(1));
 }
 

@@ -52,33 +52,33 @@ TEST_F(LockedMemory, HoldsOfTheArenaNoMoreThanIsUsed) {
         const bool isTold = linx == nullptr && errno == ENOMEM;
         parent.tell(locked && !isTold);
         if (!locked || isTold) return;
-        ASSERT_NE(nullptr, linx);
+        ASSERT_NE(linx, nullptr);
         EXPECT_LT(domain.arenaBytes(), 8u << 20);
-        ASSERT_EQ(0, sendBytes(linx, spidOf(linx), item, pattern(1000000, 1)));
+        ASSERT_EQ(sendBytes(linx, spidOf(linx), item, pattern(1000000, 1)), 0);
         EXPECT_TRUE(pattern(1000000, 1) == expectSignal(linx, item, 0).payload);
         EXPECT_LT(domain.arenaBytes(), 8u << 20);
-        EXPECT_EQ(0, linx_close(linx));
+        EXPECT_EQ(linx_close(linx), 0);
     });
     const bool couldLock = child.hear() != 0;
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
     if (!couldLock) GTEST_SKIP() << "not so much may be locked here";
 }
 
 TEST_F(LockedMemory, BeyondTheLimitIsAnErrorOfTheOpen) {
     if (geteuid() == 0) {
-        ASSERT_EQ(0, chown(domain.path().c_str(), user, user));
+        ASSERT_EQ(chown(domain.path().c_str(), user, user), 0);
     }
     Child child([](Line& parent) {
         const bool locked = limitLocking() && lockFuture();
         parent.tell(locked);
         if (!locked) return;
-        EXPECT_EQ(nullptr, linx_open("endpoint", 0, nullptr));
-        EXPECT_EQ(ENOMEM, errno);
+        EXPECT_EQ(linx_open("endpoint", 0, nullptr), nullptr);
+        EXPECT_EQ(errno, ENOMEM);
         munlockall();
         const Endpoint endpoint("endpoint");
     });
     const bool couldLock = child.hear() != 0;
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
     if (!couldLock) GTEST_SKIP() << "no limit can be set here, or nothing be locked";
 }
 

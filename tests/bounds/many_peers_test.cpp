@@ -47,17 +47,17 @@ void crowd(Line& parent) {
     for (uint32_t i = 0; i < clients; ++i) {
         parent.hear();
         endpoints.push_back(std::make_unique<Endpoint>("client" + std::to_string(i)));
-        EXPECT_EQ(0, send(*endpoints.back(), hunt(*endpoints.back(), "server"), item, {i}));
+        EXPECT_EQ(send(*endpoints.back(), hunt(*endpoints.back(), "server"), item, {i}), 0);
         parent.tell();
     }
-    for (uint32_t i = 0; i < clients; ++i) EXPECT_EQ(i, expectSignal(*endpoints[i], item).word());
+    for (uint32_t i = 0; i < clients; ++i) EXPECT_EQ(expectSignal(*endpoints[i], item).word(), i);
 }
 
 void allowDescriptors(rlim_t count) {
     rlimit limit = {};
-    ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     limit.rlim_cur = count;
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(ManyPeers, LeaveTheServerItsColleaguesAndDescriptorsForOtherThings) {
@@ -82,7 +82,7 @@ TEST_F(ManyPeers, LeaveTheServerItsColleaguesAndDescriptorsForOtherThings) {
             heard.push_back(expectSignal(endpoint, item).sender);
             const LinxSpid colleague = known[i % colleagues];
             EXPECT_TRUE(holdsDoorbell(domain.path(), colleague));
-            EXPECT_EQ(0, send(endpoint, colleague, item));
+            EXPECT_EQ(send(endpoint, colleague, item), 0);
             parent.tell();
         }
         // One that found the signal while it spun has the introduction still to read.
@@ -92,9 +92,9 @@ TEST_F(ManyPeers, LeaveTheServerItsColleaguesAndDescriptorsForOtherThings) {
         EXPECT_GE(descriptorsLeft(), mostDescriptors / 8);
         {
             Endpoint second("second");
-            EXPECT_EQ(spidOf(second), hunt(endpoint, "second"));
+            EXPECT_EQ(hunt(endpoint, "second"), spidOf(second));
         }
-        for (uint32_t i = 0; i < clients; ++i) EXPECT_EQ(0, send(endpoint, heard[i], item, {i}));
+        for (uint32_t i = 0; i < clients; ++i) EXPECT_EQ(send(endpoint, heard[i], item, {i}), 0);
         EXPECT_GE(descriptorsLeft(), mostDescriptors / 8);
     });
     server.hear();
@@ -104,9 +104,9 @@ TEST_F(ManyPeers, LeaveTheServerItsColleaguesAndDescriptorsForOtherThings) {
         child.hear();
         server.hear();  // one client at a time: a crowd that comes at once may rightly push a colleague out
     }
-    EXPECT_EQ(0, others.exitStatus());
-    EXPECT_EQ(0, child.exitStatus());
-    EXPECT_EQ(0, server.exitStatus());
+    EXPECT_EQ(others.exitStatus(), 0);
+    EXPECT_EQ(child.exitStatus(), 0);
+    EXPECT_EQ(server.exitStatus(), 0);
 }
 
 }  // namespace

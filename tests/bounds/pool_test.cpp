@@ -24,7 +24,7 @@ uint32_t sendUntilFull(LINX* endpoint, LinxSpid to) {
         std::vector<uint32_t> payload(words, sent);
         const int result = send(endpoint, to, item, payload);
         if (result == 0) continue;
-        EXPECT_EQ(ENOMEM, result);
+        EXPECT_EQ(result, ENOMEM);
         return sent;
     }
 }
@@ -63,7 +63,7 @@ TEST_F(FullArena, IsUsedUpByAFewAndAllThatTheySentArrives) {
                 if (received->number == end) {
                     ++ended;
                 } else {
-                    EXPECT_EQ(next[received->sender]++, received->word(words - 1));
+                    EXPECT_EQ(received->word(words - 1), next[received->sender]++);
                 }
             }
             uint32_t sum = 0;
@@ -84,16 +84,16 @@ TEST_F(FullArena, IsUsedUpByAFewAndAllThatTheySentArrives) {
     {
         Endpoint late("late");
         std::vector<uint32_t> payload(words);
-        EXPECT_EQ(ENOMEM, send(late, spidOf(late), item, payload));
+        EXPECT_EQ(send(late, spidOf(late), item, payload), ENOMEM);
         receiver.cont();
         for (const auto& sender : senders) sender->tell();
-        EXPECT_EQ(sent, receiver.hear());
-        EXPECT_EQ(0, send(late, spidOf(late), item, payload));
+        EXPECT_EQ(receiver.hear(), sent);
+        EXPECT_EQ(send(late, spidOf(late), item, payload), 0);
         expectSignal(late, item, 0);
     }
     for (const auto& sender : senders) {
         sender->tell();
-        EXPECT_EQ(0, sender->exitStatus());
+        EXPECT_EQ(sender->exitStatus(), 0);
     }
 }
 
@@ -117,14 +117,14 @@ TEST_F(FullArena, IsFreeAgainWhenWhoKeptEverythingEnds) {
         LinxSignal* last = linx_alloc(endpoint, sizeof(LinxSignal), end);
         const uint32_t sent = sendUntilFull(endpoint, to);
         EXPECT_GT(sent, 300u);
-        ASSERT_EQ(0, linx_send(endpoint, &last, to));
+        ASSERT_EQ(linx_send(endpoint, &last, to), 0);
         hoarder.hear();
-        EXPECT_EQ(0u, sendUntilFull(endpoint, own));  // what was received is still not freed
+        EXPECT_EQ(sendUntilFull(endpoint, own), 0u);  // what was received is still not freed
         if (killed) {
             hoarder.kill9();
         } else {
             hoarder.tell();
-            EXPECT_EQ(0, hoarder.exitStatus());
+            EXPECT_EQ(hoarder.exitStatus(), 0);
         }
         expectNothing(endpoint);  // the end of a peer is noticed in a receive
         EXPECT_NEAR(sent, sendUntilFull(endpoint, own), sent / 4);

@@ -53,7 +53,7 @@ void hoard(Line& parent) {
     parent.tell();
     parent.hear();
     EXPECT_FALSE(receive(endpoint, 0));  // which gives up what was asked for before
-    for (LinxSignal*& signal : signals) EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+    for (LinxSignal*& signal : signals) EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
     parent.tell();
     pollfd told = {parent.descriptor(), POLLIN, 0};
     while (poll(&told, 1, 0) == 0) EXPECT_FALSE(receive(endpoint, 10));
@@ -88,7 +88,7 @@ void standDown(Victim& victim) {
     elsewhere.reset();
     // As long as there is the endpoint, every call gives the same one.
     if (victim.linx == nullptr && victim.descriptor != -1) {
-        EXPECT_EQ(0, ::close(victim.descriptor));
+        EXPECT_EQ(::close(victim.descriptor), 0);
         victim.descriptor = -1;
     }
     if (victim.helper == nullptr) return;
@@ -96,7 +96,7 @@ void standDown(Victim& victim) {
     const bool ends = victim.helper->endsInTime();
     EXPECT_TRUE(ends) << "a helper does not end";
     if (ends) {
-        EXPECT_EQ(0, victim.helper->exitStatus()) << "a helper";
+        EXPECT_EQ(victim.helper->exitStatus(), 0) << "a helper";
     }
     victim.helper.reset();
 }
@@ -104,7 +104,7 @@ void standDown(Victim& victim) {
 /// Others have to be asked for a limit.
 void lockMemory(Victim&) {
     if (geteuid() != 0) return;
-    EXPECT_EQ(0, mlockall(MCL_FUTURE));
+    EXPECT_EQ(mlockall(MCL_FUTURE), 0);
 }
 
 void goElsewhere(Victim&) {
@@ -113,7 +113,7 @@ void goElsewhere(Victim&) {
 }
 
 void haveDescriptor(Victim& victim) {
-    EXPECT_EQ(0, getDescriptor(victim));
+    EXPECT_EQ(getDescriptor(victim), 0);
 }
 
 void awaitGifts(Victim& victim) {
@@ -125,14 +125,14 @@ void awaitGifts(Victim& victim) {
 void askToBeWoken(Victim& victim) {
     scene::emptyQueue(victim);
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
-    EXPECT_EQ(0,
-              send(victim.linx, victim.conductor, scene::wake, {slotOf(victim.linx, *domain).sleeps.loadRelaxed()}));
+    EXPECT_EQ(send(victim.linx, victim.conductor, scene::wake, {slotOf(victim.linx, *domain).sleeps.loadRelaxed()}),
+              0);
     victim.giftsDue += scene::gifts;
 }
 
 void haveSoonTimeout(Victim& victim) {
     scene::emptyQueue(victim);
-    EXPECT_NE(0u, linx_request_tmo(victim.linx, 5, nullptr));
+    EXPECT_NE(linx_request_tmo(victim.linx, 5, nullptr), 0u);
 }
 
 void superviseDead(Victim& victim) {
@@ -142,14 +142,14 @@ void superviseDead(Victim& victim) {
         parent.tell(spidOf(endpoint));
         parent.hear();
     });
-    EXPECT_NE(0u, attach(victim.linx, mortal.hear(), scene::notice));
+    EXPECT_NE(attach(victim.linx, mortal.hear(), scene::notice), 0u);
     mortal.kill9();
 }
 
 void beGreeted(Victim& victim) {
     scene::emptyQueue(victim);
-    EXPECT_EQ(0, scene::openOther(victim, "stranger"));
-    EXPECT_EQ(0, send(victim.others[0], spidOf(victim.linx), scene::notice));
+    EXPECT_EQ(scene::openOther(victim, "stranger"), 0);
+    EXPECT_EQ(send(victim.others[0], spidOf(victim.linx), scene::notice), 0);
 }
 
 void bePressed(Victim& victim) {
@@ -162,7 +162,7 @@ void bePressed(Victim& victim) {
 void pressOthers(Victim& victim) {
     victim.helper = std::make_shared<Child>(hoard);
     victim.helper->hear();
-    for (const char* name : {"full 0", "full 1", "full 2"}) EXPECT_EQ(0, scene::openOther(victim, name));
+    for (const char* name : {"full 0", "full 1", "full 2"}) EXPECT_EQ(scene::openOther(victim, name), 0);
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     bool found = true;
     while (found) {  // those who were asked for what they keep may not have given it at once
@@ -178,7 +178,7 @@ void pressOthers(Victim& victim) {
 }
 
 void lackDescriptors(Victim& victim) {
-    EXPECT_EQ(0, scene::openOther(victim, "stranger"));
+    EXPECT_EQ(scene::openOther(victim, "stranger"), 0);
     victim.stranger = spidOf(victim.others[0]);
     hunt(victim.linx, "mirror");  // one who can make room for others
     scene::holdOne(victim);
@@ -195,7 +195,7 @@ void loseEndpoint(Victim& victim) {
         scene::holdOne(victim);
         parent.tell();
         awaitWordOrEnd(parent);
-        EXPECT_EQ(0, linx_close(victim.linx));
+        EXPECT_EQ(linx_close(victim.linx), 0);
     });
     victim.helper->hear();
 }
@@ -217,7 +217,7 @@ int getName(Victim& victim) {
     char* name = nullptr;
     const int result = resultOf(linx_get_name(victim.linx, victim.mirror, &name) == 0);
     if (result != 0) return result;
-    EXPECT_STREQ("mirror", name);
+    EXPECT_STREQ(name, "mirror");
     return resultOf(linx_free_name(victim.linx, &name) == 0);
 }
 
@@ -252,7 +252,7 @@ int pollAndReceive(Victim& victim) {
     pollfd readable = {victim.descriptor, POLLIN, 0};
     int ready = -1;
     for (int left = 10; left != 0 && ready == -1; --left) ready = poll(&readable, 1, static_cast<int>(patience));
-    EXPECT_NE(0, ready) << "it is slept over what there is to receive";
+    EXPECT_NE(ready, 0) << "it is slept over what there is to receive";
     return scene::receiveAny(victim);
 }
 

@@ -26,10 +26,10 @@ protected:
         const std::vector<scene::Operation>& all = calls::operations();
         const auto operation =
             std::find_if(all.begin(), all.end(), [&](const auto& one) { return name == one.name; });
-        ASSERT_NE(all.end(), operation);
+        ASSERT_NE(operation, all.end());
         const calls::Outcome outcome = calls::attempt(*operation, {deed, {calls::lineNamed(call), nth}, error});
         EXPECT_TRUE(outcome.reached) << call << " " << nth << " of " << name;
-        EXPECT_EQ(std::vector<std::string>(), outcome.complaints);
+        EXPECT_EQ(outcome.complaints, std::vector<std::string>());
     }
 };
 

@@ -50,10 +50,10 @@ struct Possessions {
 void getReady(const scene::Operation& operation, Victim& victim) {
     standDown(victim);
     if (victim.linx != nullptr) scene::freeAll(victim);
-    for (LINX* other : victim.others) EXPECT_EQ(0, linx_close(other));
+    for (LINX* other : victim.others) EXPECT_EQ(linx_close(other), 0);
     victim.others.clear();
     if (operation.opens && victim.linx != nullptr) {
-        EXPECT_EQ(0, scene::close(victim));
+        EXPECT_EQ(scene::close(victim), 0);
     }
     if (!operation.opens && victim.linx == nullptr) scene::open(victim);
 }
@@ -74,10 +74,10 @@ std::optional<uint32_t> receiveNext(Victim& victim) {
         }
         int failure;
         LinxSignal* signal = scene::take(victim, 0, failure);
-        EXPECT_EQ(0, failure) << std::strerror(failure);
+        EXPECT_EQ(failure, 0) << std::strerror(failure);
         if (signal == nullptr) continue;
         const uint32_t number = signal->number;
-        EXPECT_EQ(0, linx_free_buf(victim.linx, &signal));
+        EXPECT_EQ(linx_free_buf(victim.linx, &signal), 0);
         return number;
     }
     ADD_FAILURE() << "the descriptor is readable though nothing is there";
@@ -86,8 +86,8 @@ std::optional<uint32_t> receiveNext(Victim& victim) {
 
 /// Talks to both bystanders. All that was due before comes, too.
 void exchange(Victim& victim) {
-    EXPECT_EQ(0, getDescriptor(victim));
-    EXPECT_EQ(0, send(victim.linx, victim.mirror, scene::echo));
+    EXPECT_EQ(getDescriptor(victim), 0);
+    EXPECT_EQ(send(victim.linx, victim.mirror, scene::echo), 0);
     scene::askForGifts(victim);
     bool hasEcho = false;
     while (!hasEcho || victim.giftsTaken < victim.giftsDue) {
@@ -95,10 +95,10 @@ void exchange(Victim& victim) {
         ASSERT_TRUE(number) << "waiting for " << (hasEcho ? "a gift" : "the echo");
         hasEcho = hasEcho || number == scene::echo;
     }
-    EXPECT_EQ(victim.giftsDue, victim.giftsTaken);
+    EXPECT_EQ(victim.giftsTaken, victim.giftsDue);
     scene::emptyQueue(victim);
     pollfd readable = {victim.descriptor, POLLIN, 0};
-    EXPECT_EQ(0, poll(&readable, 1, 0)) << "the descriptor is readable though nothing is there";
+    EXPECT_EQ(poll(&readable, 1, 0), 0) << "the descriptor is readable though nothing is there";
 }
 
 void expectResult(const scene::Operation& operation, const Promise& promise, int result) {
@@ -139,7 +139,7 @@ void perform(const scene::Operation& operation, scene::Progress& progress, Displ
     getReady(operation, victim);
     victim.again = true;
     operation.prepare(victim);
-    EXPECT_EQ(operation.result, operation.act(victim)) << "the second time";
+    EXPECT_EQ(operation.act(victim), operation.result) << "the second time";
     prove();
     standDown(victim);
     if (victim.linx == nullptr) scene::open(victim);
@@ -147,13 +147,13 @@ void perform(const scene::Operation& operation, scene::Progress& progress, Displ
     exchange(victim);
     getReady(operation, victim);
     if (victim.linx != nullptr) {
-        EXPECT_EQ(0, scene::close(victim));
+        EXPECT_EQ(scene::close(victim), 0);
     }
     standDown(victim);
     display.parcels = victim.parcels;
     const Possessions after;
-    EXPECT_EQ(before.descriptors, after.descriptors) << "descriptors are left";
-    EXPECT_EQ(before.arenas, after.arenas) << "the arena is left mapped";
+    EXPECT_EQ(after.descriptors, before.descriptors) << "descriptors are left";
+    EXPECT_EQ(after.arenas, before.arenas) << "the arena is left mapped";
 }
 
 }  // namespace calls

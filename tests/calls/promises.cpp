@@ -33,7 +33,7 @@ void proveHunt(Victim& victim) {
 
 /// Whoever opens under the name answers.
 void provePending(Victim& victim, const char* name) {
-    EXPECT_EQ(0, scene::openOther(victim, name));
+    EXPECT_EQ(scene::openOther(victim, name), 0);
     expectAnswer(victim, LINX_OS_HUNT_SIG);
 }
 
@@ -60,7 +60,7 @@ void proveNotice(Victim& victim) {
 
 /// The stranger ends, which is told.
 void proveSupervision(Victim& victim) {
-    EXPECT_EQ(0, linx_close(victim.others[0]));
+    EXPECT_EQ(linx_close(victim.others[0]), 0);
     victim.others.erase(victim.others.begin());
     expectAnswer(victim, scene::parcel);
 }
@@ -70,7 +70,7 @@ void proveArrival(Victim& victim) {
 }
 
 void proveTimeout(Victim& victim) {
-    EXPECT_EQ(0, linx_cancel_tmo(victim.linx, &victim.timeout));
+    EXPECT_EQ(linx_cancel_tmo(victim.linx, &victim.timeout), 0);
 }
 
 /// It is told though the end of the doorbell is not.
@@ -79,7 +79,7 @@ void proveEnd(Victim& victim) {
 }
 
 void proveDescriptor(Victim& victim) {
-    EXPECT_EQ(victim.descriptor, linx_get_descriptor(victim.linx));
+    EXPECT_EQ(linx_get_descriptor(victim.linx), victim.descriptor);
 }
 
 const std::vector<Promise> promises = {

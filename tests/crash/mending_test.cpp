@@ -62,8 +62,8 @@ TEST_F(LeasingTest, ADeathInItLosesNothingWhateverLiesInThePages) {
     bool died = true;
     for (uint32_t site = 1; died && !HasFailure(); ++site) {
         SCOPED_TRACE(site);
-        ASSERT_TRUE(arena.providePage(first + gap));
-        std::memset(static_cast<void*>(arena.rawBlock(arena.refOfPage(first))), 0x5a, gap * pageBytes);
+        ASSERT_TRUE(arena.providePage(PageIndex{first + gap}));
+        std::memset(static_cast<void*>(arena.rawBlock(arena.refOfPage(PageIndex{first}))), 0x5a, gap * pageBytes);
         const Spid dead = layDead("dead");
         died = dieAt(site, [&] {
             const DomainLock lock(*joined);
@@ -72,7 +72,7 @@ TEST_F(LeasingTest, ADeathInItLosesNothingWhateverLiesInThePages) {
         repairAfterDeath();
         reapDead(dead);
         expectInOrder();
-        for (uint32_t page = 0; page < c.pages; ++page) arena.pageEntry(first + page).storeRelaxed(0);
+        for (uint32_t page = 0; page < c.pages; ++page) arena.pageEntry(PageIndex{first + page}).storeRelaxed(0);
         repairAfterDeath();
     }
 }

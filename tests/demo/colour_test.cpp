@@ -12,7 +12,7 @@ bool hasColours(Demonstration::Output output, const char* noColor, std::vector<s
     unsetenv("NO_COLOR");
     if (noColor != nullptr) setenv("NO_COLOR", noColor, 1);
     Demonstration run(std::move(arguments), output);
-    EXPECT_EQ(0, run.finish()) << run.text();
+    EXPECT_EQ(run.finish(), 0) << run.text();
     return run.text().find("\033[") != std::string::npos;
 }
 

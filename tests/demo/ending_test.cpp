@@ -17,9 +17,9 @@ TEST_P(Interrupted, AtSomePointItEndsItsServersAndLeavesNothing) {
     const auto [number, moment] = GetParam();
     Demonstration run({"--seed", "3", "--rounds", "10"});
     ASSERT_TRUE(run.waitFor(moment)) << run.text();
-    EXPECT_EQ(0, kill(run.launcher(), number));
-    EXPECT_EQ(128 + number, run.finish()) << run.text();
-    EXPECT_NE(std::string::npos, run.text().find("linx-demo: interrupted by "));
+    EXPECT_EQ(kill(run.launcher(), number), 0);
+    EXPECT_EQ(run.finish(), 128 + number) << run.text();
+    EXPECT_NE(run.text().find("linx-demo: interrupted by "), std::string::npos);
     EXPECT_FALSE(run.domainExists()) << run.domain();
     EXPECT_FALSE(processesLeft());
 }
@@ -32,9 +32,9 @@ INSTANTIATE_TEST_SUITE_P(Moments, Interrupted,
 TEST(Ending, AnInterruptFromTheTerminalReachesTheServersTooAndIsLeftToTheLauncher) {
     Demonstration run({"--seed", "3", "--rounds", "10"});
     ASSERT_TRUE(run.waitFor("everybody is here")) << run.text();
-    EXPECT_EQ(0, kill(-run.launcher(), SIGINT));
-    EXPECT_EQ(128 + SIGINT, run.finish()) << run.text();
-    EXPECT_EQ(std::string::npos, run.text().find("has ended")) << run.text();
+    EXPECT_EQ(kill(-run.launcher(), SIGINT), 0);
+    EXPECT_EQ(run.finish(), 128 + SIGINT) << run.text();
+    EXPECT_EQ(run.text().find("has ended"), std::string::npos) << run.text();
     EXPECT_FALSE(run.domainExists()) << run.domain();
     EXPECT_FALSE(processesLeft());
 }
@@ -43,7 +43,7 @@ TEST(Ending, ServersDieWithALauncherThatIsKilled) {
     Demonstration run({"--seed", "4", "--rounds", "10"});
     ASSERT_TRUE(run.waitFor("everybody is here")) << run.text();
     kill(run.launcher(), SIGKILL);
-    EXPECT_EQ(256 + SIGKILL, run.finish());
+    EXPECT_EQ(run.finish(), 256 + SIGKILL);
     waitForAllProcesses();
 }
 
@@ -51,7 +51,7 @@ TEST(Ending, AReaderThatGoesAwayDoesNotMakeItLeaveAnythingBehind) {
     Demonstration run({"--seed", "4"});
     ASSERT_TRUE(run.waitFor(", seed ")) << run.text();
     run.stopReading();
-    EXPECT_EQ(0, run.finish());
+    EXPECT_EQ(run.finish(), 0);
     EXPECT_FALSE(run.domainExists()) << run.domain();
     EXPECT_FALSE(processesLeft());
 }
@@ -59,11 +59,11 @@ TEST(Ending, AReaderThatGoesAwayDoesNotMakeItLeaveAnythingBehind) {
 TEST(Ending, AServerThatStandsStillEndsTheRunAtItsTimeLimit) {
     Demonstration run({"--seed", "5", "--rounds", "10", "--limit", "2"});
     ASSERT_TRUE(run.waitFor("starts PlaybackMgr")) << run.text();
-    ASSERT_NE(0, run.server("StreamMgr")) << run.text();  // with this seed the first to be started
+    ASSERT_NE(run.server("StreamMgr"), 0) << run.text();  // with this seed the first to be started
     kill(run.server("StreamMgr"), SIGSTOP);
-    EXPECT_EQ(1, run.finish()) << run.text();
-    EXPECT_NE(std::string::npos, run.text().find("linx-demo: not finished within 2 s")) << run.text();
-    EXPECT_NE(std::string::npos, run.text().find("Not everything happened."));
+    EXPECT_EQ(run.finish(), 1) << run.text();
+    EXPECT_NE(run.text().find("linx-demo: not finished within 2 s"), std::string::npos) << run.text();
+    EXPECT_NE(run.text().find("Not everything happened."), std::string::npos);
     EXPECT_FALSE(run.domainExists()) << run.domain();
     EXPECT_FALSE(processesLeft());
 }
@@ -71,10 +71,10 @@ TEST(Ending, AServerThatStandsStillEndsTheRunAtItsTimeLimit) {
 TEST(Ending, AServerThatDiesUnaskedEndsTheRun) {
     Demonstration run({"--seed", "6", "--rounds", "10"});
     ASSERT_TRUE(run.waitFor("everybody is here")) << run.text();
-    ASSERT_NE(0, run.server("PlaybackMgr")) << run.text();
+    ASSERT_NE(run.server("PlaybackMgr"), 0) << run.text();
     kill(run.server("PlaybackMgr"), SIGKILL);
-    EXPECT_EQ(1, run.finish()) << run.text();
-    EXPECT_NE(std::string::npos, run.text().find("Not everything happened.")) << run.text();
+    EXPECT_EQ(run.finish(), 1) << run.text();
+    EXPECT_NE(run.text().find("Not everything happened."), std::string::npos) << run.text();
     EXPECT_FALSE(run.domainExists()) << run.domain();
     EXPECT_FALSE(processesLeft());
 }

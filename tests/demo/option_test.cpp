@@ -11,8 +11,8 @@ class RefusedOption : public testing::TestWithParam<std::vector<std::string>> {}
 
 TEST_P(RefusedOption, IsNamedAndNothingIsStarted) {
     Demonstration run(GetParam());
-    EXPECT_NE(0, run.finish());
-    EXPECT_NE(std::string::npos, run.text().find(GetParam().front())) << run.text();
+    EXPECT_NE(run.finish(), 0);
+    EXPECT_NE(run.text().find(GetParam().front()), std::string::npos) << run.text();
     EXPECT_TRUE(run.domain().empty()) << run.text();
 }
 
@@ -29,23 +29,23 @@ INSTANTIATE_TEST_SUITE_P(Values, RefusedOption,
 
 TEST(Option, HelpNamesTheOptionsAndNothingInternal) {
     Demonstration run({"--help"});
-    EXPECT_EQ(0, run.finish());
+    EXPECT_EQ(run.finish(), 0);
     for (const char* name :
          {"--rounds", "--payload", "--seed", "--limit", "--no-color", "--servers", "--list", "--help"}) {
-        EXPECT_NE(std::string::npos, run.text().find(name)) << name;
+        EXPECT_NE(run.text().find(name), std::string::npos) << name;
     }
-    EXPECT_EQ(std::string::npos, run.text().find("serve ")) << run.text();
-    EXPECT_EQ(std::string::npos, run.text().find("--front-panel")) << run.text();
+    EXPECT_EQ(run.text().find("serve "), std::string::npos) << run.text();
+    EXPECT_EQ(run.text().find("--front-panel"), std::string::npos) << run.text();
 }
 
 TEST(Option, ASlowMachineMayBeGivenAnHour) {
     Demonstration run({"--limit", "3600"});
-    EXPECT_EQ(0, run.finish()) << run.text();
+    EXPECT_EQ(run.finish(), 0) << run.text();
 }
 
 TEST(Option, ListStartsNothing) {
     Demonstration run({"--list"});
-    EXPECT_EQ(0, run.finish());
+    EXPECT_EQ(run.finish(), 0);
     EXPECT_TRUE(run.domain().empty()) << run.text();
 }
 

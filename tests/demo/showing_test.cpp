@@ -16,7 +16,7 @@ bool endsWith(const std::string& line, const std::string& end) {
 /// What the program says that it shows: the first column, up to the first run of blanks.
 std::vector<std::string> capabilitiesWith(const std::string& payload) {
     Demonstration list({"--list", "--payload", payload});
-    EXPECT_EQ(0, list.finish());
+    EXPECT_EQ(list.finish(), 0);
     std::vector<std::string> names;
     for (const std::string& line : list.lines()) names.push_back(line.substr(0, line.find("  ")));
     return names;
@@ -30,13 +30,13 @@ std::string verdictOn(const std::string& capability, const Demonstration& run) {
 }
 
 void expectEverythingShown(Demonstration& run, const std::string& payload) {
-    EXPECT_EQ(0, run.finish()) << run.text();
+    EXPECT_EQ(run.finish(), 0) << run.text();
     const auto capabilities = capabilitiesWith(payload);
-    EXPECT_EQ(13U, capabilities.size());
+    EXPECT_EQ(capabilities.size(), 13U);
     for (const std::string& capability : capabilities) {
         EXPECT_TRUE(endsWith(verdictOn(capability, run), "yes")) << verdictOn(capability, run);
     }
-    EXPECT_EQ("Everything happened that was to happen.", run.lines().back());
+    EXPECT_EQ(run.lines().back(), "Everything happened that was to happen.");
     EXPECT_FALSE(run.domain().empty());
     EXPECT_FALSE(run.domainExists()) << run.domain();
     EXPECT_FALSE(processesLeft());
@@ -44,7 +44,7 @@ void expectEverythingShown(Demonstration& run, const std::string& payload) {
 
 std::vector<std::string> startOrder(const std::string& seed) {
     Demonstration run({"--seed", seed});
-    EXPECT_EQ(0, run.finish()) << run.text();
+    EXPECT_EQ(run.finish(), 0) << run.text();
     std::vector<std::string> order;
     for (const std::string& line : run.lines()) {
         const auto at = line.find("starts ");
@@ -79,17 +79,17 @@ INSTANTIATE_TEST_SUITE_P(Payloads, ShowingAStreamOf, testing::Values<std::string
 
 TEST(Showing, TheSeedDecidesInWhichOrderTheServersStart) {
     const auto first = startOrder("5");
-    EXPECT_EQ(9U, std::set<std::string>(first.begin(), first.end()).size());
-    EXPECT_EQ(first, startOrder("5"));
-    EXPECT_NE(first, startOrder("6"));
+    EXPECT_EQ(std::set<std::string>(first.begin(), first.end()).size(), 9U);
+    EXPECT_EQ(startOrder("5"), first);
+    EXPECT_NE(startOrder("6"), first);
 }
 
 TEST(Showing, TheServersMeetInTheDomainOfTheirOwnRunOnly) {
     Demonstration one({"--seed", "1"});
     Demonstration other({"--seed", "1"});
-    EXPECT_EQ(0, one.finish()) << one.text();
-    EXPECT_EQ(0, other.finish()) << other.text();
-    EXPECT_NE(one.domain(), other.domain());
+    EXPECT_EQ(one.finish(), 0) << one.text();
+    EXPECT_EQ(other.finish(), 0) << other.text();
+    EXPECT_NE(other.domain(), one.domain());
 }
 
 }  // namespace

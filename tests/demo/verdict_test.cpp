@@ -80,13 +80,13 @@ TEST(Verdict, SaysNoToSomethingWhenAnyReportIsMissing) {
     for (std::size_t i = 0; i < all.size(); ++i) {
         std::vector<Entry> some = all;
         some.erase(some.begin() + static_cast<std::ptrdiff_t>(i));
-        EXPECT_NE(0U, refused(judgeThese(some)))
+        EXPECT_NE(refused(judgeThese(some)), 0U)
             << "without report " << i << ", fact " << static_cast<int>(all[i].fact);
     }
 }
 
 TEST(Verdict, SaysNoToEverythingWhenNothingWasReported) {
-    EXPECT_EQ(13U, refused(judgeThese({}, {9, false})));
+    EXPECT_EQ(refused(judgeThese({}, {9, false})), 13U);
 }
 
 class VerdictOnAWrongValue : public testing::TestWithParam<Entry> {};
@@ -97,9 +97,9 @@ TEST_P(VerdictOnAWrongValue, IsNo) {
     const auto right = std::find_if(entries.begin(), entries.end(), [&](const Entry& entry) {
         return entry.fact == wrong.fact && entry.server == wrong.server;
     });
-    ASSERT_NE(entries.end(), right);
+    ASSERT_NE(right, entries.end());
     right->value = wrong.value;
-    EXPECT_EQ(1U, refused(judgeThese(entries)));
+    EXPECT_EQ(refused(judgeThese(entries)), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -111,8 +111,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Entry{e_StateMgr, Fact::receiveEnded, ETIMEDOUT}, Entry{e_StateMgr, Fact::exited, 256}));
 
 TEST(Verdict, CountsWhatIsLeftBehind) {
-    EXPECT_EQ(1U, refused(judgeThese(completeRound(), {1, true})));
-    EXPECT_EQ(1U, refused(judgeThese(completeRound(), {0, false})));
+    EXPECT_EQ(refused(judgeThese(completeRound(), {1, true})), 1U);
+    EXPECT_EQ(refused(judgeThese(completeRound(), {0, false})), 1U);
 }
 
 }  // namespace

@@ -45,22 +45,22 @@ TEST_F(ArenaTest, OnlyTheFirstLineOfABlockIsABlock) {
                 ASSERT_EQ(found.sizeClass, c);
             }
         }
-        for (uint32_t i = 0; i < sizeClass.pages; ++i) arena.pageEntry(3 + i).storeRelaxed(0);
+        for (uint32_t i = 0; i < sizeClass.pages; ++i) arena.pageEntry(PageIndex{3 + i}).storeRelaxed(0);
     }
 }
 
 TEST_F(ArenaTest, PagesThatAreNotLeasedHoldNoBlock) {
     memory.layRun(3, 0);
     for (uint32_t line = 0; line < linesPerPage; ++line) {
-        EXPECT_EQ(arena.blockAt(arena.refOfPage(2) + line).block, nullptr);
-        EXPECT_EQ(arena.blockAt(arena.refOfPage(4) + line).block, nullptr);
+        EXPECT_EQ(arena.blockAt(arena.refOfPage(PageIndex{2}) + line).block, nullptr);
+        EXPECT_EQ(arena.blockAt(arena.refOfPage(PageIndex{4}) + line).block, nullptr);
     }
 }
 
 TEST_F(ArenaTest, NoReferenceOutsideThePoolIsABlock) {
     for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
-    const uint32_t first = numberOf(arena.refOfPage(0));
-    const uint32_t end = numberOf(arena.refOfPage(MemoryArena::pages));
+    const uint32_t first = numberOf(arena.refOfPage(PageIndex{0}));
+    const uint32_t end = numberOf(arena.refOfPage(PageIndex{MemoryArena::pages}));
     const auto isBlock = [&](uint32_t ref) { return arena.blockAt(Ref{ref}).block != nullptr; };
     for (uint32_t ref = 0; ref < first; ++ref) ASSERT_FALSE(isBlock(ref));
     for (uint32_t ref = end; ref < end + 100000; ++ref) ASSERT_FALSE(isBlock(ref));
@@ -105,9 +105,9 @@ TEST_F(ArenaTest, NoWordOfThePageMapLeadsOutside) {
     for (const uint32_t page : {0u, 1u, 500u, last - 1, last}) {
         for (uint32_t upper = 0; upper < 256; ++upper) {
             for (const uint32_t back : {0u, 1u, page, page + 1, 256u, 1023u, 1024u, 0x7fffffu, 0xffffffu}) {
-                arena.pageEntry(page).storeRelaxed(upper << 24 | back);
+                arena.pageEntry(PageIndex{page}).storeRelaxed(upper << 24 | back);
                 for (uint32_t line = 0; line < linesPerPage; ++line) {
-                    ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(arena.refOfPage(page) + line));
+                    ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(arena.refOfPage(PageIndex{page}) + line));
                 }
             }
         }
@@ -120,10 +120,12 @@ TEST_F(ArenaTest, NoRandomPageMapLeadsOutside) {
         for (uint32_t page = 0; page < MemoryArena::pages; ++page) {
             const auto word = static_cast<uint32_t>(random());
             // Words that are nearly right as well as wild ones.
-            arena.pageEntry(page).storeRelaxed(
-                round % 2 == 0 ? word : makePageEntry(SizeClassId{word % sizeClassCount}, word % (page + 1)));
+            arena.pageEntry(PageIndex{page})
+                .storeRelaxed(round % 2 == 0 ? word
+                                             : makePageEntry(SizeClassId{word % sizeClassCount}, word % (page + 1)));
         }
-        for (Ref ref = arena.refOfPage(0); ref < arena.refOfPage(MemoryArena::pages); ref = ref + 1) {
+        for (Ref ref = arena.refOfPage(PageIndex{0}); ref < arena.refOfPage(PageIndex{MemoryArena::pages});
+             ref = ref + 1) {
             ASSERT_NO_FATAL_FAILURE(expectInsideOrNull(ref));
         }
     }

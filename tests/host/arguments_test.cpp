@@ -316,12 +316,12 @@ TEST_F(ArgumentsTest, AQueuedSignalIsGivenOutAlsoWhenSomebodyScribbledItOutOfThe
     LinxSignal* received = nullptr;
     const uint32_t selection[] = {1, 6};
     ASSERT_EQ(linx_receive_w_tmo(linx, &received, 0, selection), 4);
-    const uint32_t page = pageOf(refOf(received)) - arena.filePageOf(0);
-    const uint32_t word = arena.pageEntry(page).loadRelaxed();
-    arena.pageEntry(page).storeRelaxed(0);
+    const uint32_t page = pageOf(refOf(received)) - arena.filePageOf(PageIndex{0});
+    const uint32_t word = arena.pageEntry(PageIndex{page}).loadRelaxed();
+    arena.pageEntry(PageIndex{page}).storeRelaxed(0);
     EXPECT_EQ(receiveNumber(linx), 5u);
     EXPECT_EQ(receiveNumber(linx), 7u);
-    arena.pageEntry(page).storeRelaxed(word);
+    arena.pageEntry(PageIndex{page}).storeRelaxed(word);
     EXPECT_EQ(linx_free_buf(linx, &received), 0);
 }
 

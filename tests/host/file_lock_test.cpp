@@ -46,22 +46,22 @@ using FileLockTest = linxtest::DomainTest;
 TEST_F(FileLockTest, GoesWithItsHolderThoughAChildOfThatOneLivesOn) {
     int tell[2];
     int release[2];
-    ASSERT_EQ(0, pipe(tell));
-    ASSERT_EQ(0, pipe(release));
+    ASSERT_EQ(pipe(tell), 0);
+    ASSERT_EQ(pipe(release), 0);
     const pid_t holder = fork();
     if (holder == 0) holdLock(tell, release);
     close(tell[1]);
     close(release[0]);
     pid_t heir = -1;
     for (int teller = 0; teller < 2; ++teller) {
-        EXPECT_EQ(ssize_t{sizeof heir}, read(tell[0], &heir, sizeof heir));
+        EXPECT_EQ(read(tell[0], &heir, sizeof heir), ssize_t{sizeof heir});
     }
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
     const std::shared_ptr<Domain> joined = Domain::join();
     EXPECT_TRUE(DomainLock(*joined, DomainLock::Patience::tryOnce).isHeld());
     close(release[1]);
-    EXPECT_EQ(0, read(tell[0], &heir, sizeof heir)) << "it has not ended";
+    EXPECT_EQ(read(tell[0], &heir, sizeof heir), 0) << "it has not ended";
     close(tell[0]);
     // What else the child had open, the kernel may close a moment later.
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);

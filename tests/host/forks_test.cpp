@@ -79,7 +79,7 @@ public:
     ForkUnderWay() {
         stopsForks = true;
         forkHasStopped = false;
-        thread_ = std::thread([] { EXPECT_EQ(0, statusOf(makeChild(fork, [] { return true; }))); });
+        thread_ = std::thread([] { EXPECT_EQ(statusOf(makeChild(fork, [] { return true; })), 0); });
         while (!forkHasStopped) std::this_thread::yield();
     }
     ~ForkUnderWay() {
@@ -100,11 +100,11 @@ void expectOfChildMadeAmidAFork(Body body) {
     pid_t child;
     {
         const ForkUnderWay underWay;
-        ASSERT_EQ(forks::forking, forks::stamp());
+        ASSERT_EQ(forks::stamp(), forks::forking);
         child = makeChild(unannouncedFork(), body);
     }
-    EXPECT_EQ(0, statusOf(child));
-    EXPECT_EQ(0, linx_close(endpoint));
+    EXPECT_EQ(statusOf(child), 0);
+    EXPECT_EQ(linx_close(endpoint), 0);
 }
 
 TEST_F(Forks, AChildThatNoHandlerWasToldOfOpensEndpointsThoughAThreadOfItsParentWasInsideAFork) {
@@ -126,9 +126,9 @@ TEST_F(Forks, AChildThatNoHandlerWasToldOfGetsTheLockThatAThreadOfItsParentHad) 
         opener = makeChild(unannouncedFork(), opens);
         forker = makeChild(unannouncedFork(), forksAndOpens);
     }
-    EXPECT_EQ(0, statusOf(opener));
-    EXPECT_EQ(0, statusOf(forker));
-    EXPECT_EQ(0, linx_close(endpoint));
+    EXPECT_EQ(statusOf(opener), 0);
+    EXPECT_EQ(statusOf(forker), 0);
+    EXPECT_EQ(linx_close(endpoint), 0);
 }
 
 /// How far parent and child have come, and whether the child has had the lock while its parent had it.
@@ -157,7 +157,7 @@ TEST_F(Forks, AChildThatNoHandlerWasToldOfDoesNotShareTheLockOfItsParentOnceItHa
         EXPECT_TRUE(contest->child.reaches(2));
     }
     EXPECT_FALSE(contest->childHadIt) << "both have had it";
-    EXPECT_EQ(0, statusOf(child));
+    EXPECT_EQ(statusOf(child), 0);
 }
 
 }  // namespace

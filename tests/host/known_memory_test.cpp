@@ -62,7 +62,7 @@ TEST_F(KnownMemoryTest, MailArrivesWhereverItLies) {
 }
 
 TEST_F(KnownMemoryTest, NothingLiesBehindTheLast) {
-    EXPECT_FALSE(arena.providePage(arena.pageCount()));
+    EXPECT_FALSE(arena.providePage(PageIndex{arena.pageCount()}));
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_FALSE(arena.provideSlot(SlotIndex{slotCount}));
     EXPECT_EQ(errno, ENOMEM);
@@ -101,11 +101,11 @@ TEST(MissingMemoryTest, NoBlockIsFoundWhereThereIsNone) {
     const Ref second = memory.layRun(1, 0);
     const Ref large = memory.layRun(2, sizeClassCount - 1);
     withoutFile.header().pagesUsed.storeRelaxed(linxtest::MemoryArena::pages);
-    memory.cutTo(size_t{withoutFile.filePageOf(1)} * pageBytes);
+    memory.cutTo(size_t{withoutFile.filePageOf(PageIndex{1})} * pageBytes);
     EXPECT_NE(withoutFile.blockAt(first).block, nullptr);
     EXPECT_EQ(withoutFile.blockAt(second).block, nullptr);
     EXPECT_EQ(withoutFile.usedPages(), 1u);
-    memory.cutTo(size_t{withoutFile.filePageOf(3)} * pageBytes);
+    memory.cutTo(size_t{withoutFile.filePageOf(PageIndex{3})} * pageBytes);
     EXPECT_NE(withoutFile.blockAt(second).block, nullptr);
     EXPECT_EQ(withoutFile.blockAt(large).block, nullptr) << "its end has none";
     memory.makeWhole();

@@ -36,15 +36,15 @@ protected:
     }
 
     void setPages(uint32_t first, uint32_t end, uint32_t entry) const {
-        for (uint32_t page = first; page < end; ++page) arena.pageEntry(page).storeRelaxed(entry);
+        for (uint32_t page = first; page < end; ++page) arena.pageEntry(PageIndex{page}).storeRelaxed(entry);
     }
 
     /// The page where a run was cut; none when there was no gap.
     uint32_t cut() const {
         const DomainLock lock(*joined);
         const lease::Chain chain = lease::fromFreshPages(lock, one.spid, sizeClass, 1);
-        share::remove(slotOf(one.spid), one.spid, chain.blocks * linesOfClass(sizeClass));
-        return chain.empty() ? none : pageOf(chain.head) - arena.filePageOf(0);
+        share::remove(slotOf(one.spid), one.spid, Lines{chain.blocks * linesOfClass(sizeClass)});
+        return chain.empty() ? none : pageOf(chain.head) - arena.filePageOf(PageIndex{0});
     }
 
     static constexpr uint32_t none = ~0u;

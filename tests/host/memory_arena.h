@@ -47,9 +47,9 @@ public:
     linx::Ref layRun(uint32_t page, uint32_t itsClass) const {
         const linx::SizeClassId sizeClass{itsClass};
         for (uint32_t i = 0; i < linx::sizeClasses[sizeClass].pages; ++i) {
-            arena().pageEntry(page + i).storeRelaxed(linx::makePageEntry(sizeClass, i));
+            arena().pageEntry(linx::PageIndex{page + i}).storeRelaxed(linx::makePageEntry(sizeClass, i));
         }
-        return arena().refOfPage(page);
+        return arena().refOfPage(linx::PageIndex{page});
     }
 
 private:

@@ -21,9 +21,9 @@ protected:
         for (uint32_t i = 0; i < smallInPage; ++i) ASSERT_NE(pass(one, two, two.spid, small), nullptr);
         two.reset();
         const DomainLock lock(*joined);
-        ASSERT_EQ(lease::reclaim(lock, 1), lease::Reclaimed::everything);
+        ASSERT_EQ(lease::reclaim(lock, Lines{1}), lease::Reclaimed::everything);
         ASSERT_EQ(leasedLines(one.spid), 0u);
-        ASSERT_EQ(arena.pageEntry(0).loadRelaxed(), 0u);
+        ASSERT_EQ(arena.pageEntry(PageIndex{0}).loadRelaxed(), 0u);
         // Nothing is fresh any more: what is leased next lies where the small ones lay.
         arena.header().pagesUsed.storeRelaxed(arena.pageCount());
     }
@@ -32,7 +32,7 @@ protected:
         std::vector<LinxSignal*> signals;
         for (uint32_t i = 0; i < largerInPage; ++i) {
             signals.push_back(linx_alloc(linx, larger, 1));
-            EXPECT_EQ(pageOf(refOf(signals.back())), arena.filePageOf(0)) << i;
+            EXPECT_EQ(pageOf(refOf(signals.back())), arena.filePageOf(PageIndex{0})) << i;
         }
         return signals;
     }

@@ -100,8 +100,8 @@ TEST_F(PoolTest, BlocksThatAnEndingEndpointHeldComeOffTheBooksOfTheirHome) {
 
 TEST_F(PoolTest, AnEndpointCannotHaveMoreThanItsShare) {
     std::vector<LinxSignal*> signals = allocateAll(one, mebibyte);
-    EXPECT_EQ(signals.size(), lease::shareOf(arena) / linesOf(mebibyte));
-    EXPECT_LE(leasedLines(one.spid), lease::shareOf(arena));
+    EXPECT_EQ(signals.size(), share::limitOf(arena) / linesOf(mebibyte));
+    EXPECT_LE(leasedLines(one.spid), share::limitOf(arena));
     EXPECT_TRUE(canAllocate(two, mebibyte));
     freeAll(one, signals);
     EXPECT_TRUE(canAllocate(one, mebibyte));
@@ -109,9 +109,9 @@ TEST_F(PoolTest, AnEndpointCannotHaveMoreThanItsShare) {
 
 TEST_F(PoolTest, TheSurplusOfAnEndpointIsEverybodys) {
     std::vector<LinxSignal*> signals = allocateAll(one, 30000);
-    EXPECT_GE(leasedLines(one.spid) + linesOf(30000), lease::shareOf(arena));
+    EXPECT_GE(leasedLines(one.spid) + linesOf(30000), share::limitOf(arena));
     freeAll(one, signals);
-    EXPECT_LT(leasedLines(one.spid), lease::shareOf(arena) / 4);
+    EXPECT_LT(leasedLines(one.spid), share::limitOf(arena) / 4);
 }
 
 TEST_F(PoolTest, TheMoreEndpointsThereAreTheLessEachMayKeep) {
@@ -138,7 +138,7 @@ TEST_F(PoolTest, WhatOneEndpointHasFreedAnotherCanUse) {
     const uint32_t used = arena.header().pagesUsed.loadRelaxed();
     freeAll(one, signals);
     signals = allocateAll(two, mebibyte);
-    EXPECT_EQ(signals.size(), lease::shareOf(arena) / linesOf(mebibyte));
+    EXPECT_EQ(signals.size(), share::limitOf(arena) / linesOf(mebibyte));
     const uint32_t keptByOne = leasedLines(one.spid) / linesPerPage;
     EXPECT_LE(arena.header().pagesUsed.loadRelaxed(), used + keptByOne + sizeClasses[sizeClassCount - 1].pages);
     freeAll(two, signals);

@@ -106,7 +106,7 @@ TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
 }
 
 TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
-    hunt().signal.storeRelaxed(arena.refOfPage(0) + ~0u);
+    hunt().signal.storeRelaxed(arena.refOfPage(PageIndex{0}) + ~0u);
     const Linx sought("sought");
     EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);

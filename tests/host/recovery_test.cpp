@@ -315,9 +315,10 @@ TEST_F(RecoveryTest, ARunWhoseFirstEntryWasNeverWrittenIsFreeAgain) {
     arena.header().pagesUsed.storeRelaxed(used + c.pages);
     ASSERT_GT(c.pages, 1u);
     for (uint32_t back = 1; back < c.pages; ++back)
-        arena.pageEntry(used + back).storeRelaxed(makePageEntry(sizeClass, back));
+        arena.pageEntry(PageIndex{used + back}).storeRelaxed(makePageEntry(sizeClass, back));
     repairAfterDeath();
-    for (uint32_t back = 0; back < c.pages; ++back) EXPECT_EQ(arena.pageEntry(used + back).loadRelaxed(), 0u);
+    for (uint32_t back = 0; back < c.pages; ++back)
+        EXPECT_EQ(arena.pageEntry(PageIndex{used + back}).loadRelaxed(), 0u);
     reapDead(dead);
     expectInOrder();
 }
@@ -330,11 +331,12 @@ TEST_F(RecoveryTest, ARunThatWasBeingGivenUpIsFreeAgainAndItsBlocksAreInNoStack)
         blocks = refsOf(lease::fromFreshPages(lock, dead, SizeClassId{20}, 1));
     }
     reapDead(dead);
-    const uint32_t first = pageOf(blocks[0]) - arena.filePageOf(0);
-    arena.pageEntry(first).storeRelaxed(0);
+    const uint32_t first = pageOf(blocks[0]) - arena.filePageOf(PageIndex{0});
+    arena.pageEntry(PageIndex{first}).storeRelaxed(0);
     repairAfterDeath();
     expectInOrder();
-    for (uint32_t i = 0; i < sizeClasses[20].pages; ++i) EXPECT_EQ(arena.pageEntry(first + i).loadRelaxed(), 0u);
+    for (uint32_t i = 0; i < sizeClasses[20].pages; ++i)
+        EXPECT_EQ(arena.pageEntry(PageIndex{first + i}).loadRelaxed(), 0u);
 }
 
 TEST_F(RecoveryTest, AFreshRunWhoseLeaserDiedRightAfterGoesToTheCentralLists) {

@@ -9,7 +9,7 @@ namespace {
 
 TEST(SizeClasses, EveryLineCountFallsIntoTheSmallestClassThatHoldsIt) {
     for (uint32_t lines = 1; lines <= largestClassLines; ++lines) {
-        const SizeClassId sizeClass = classForLines(lines);
+        const SizeClassId sizeClass = classForLines(Lines{lines});
         ASSERT_LT(sizeClass, sizeClassCount) << lines;
         ASSERT_GE(linesOfClass(sizeClass), lines);
         if (sizeClass > 0) {
@@ -26,7 +26,7 @@ TEST(SizeClasses, AClassIsAtMostAQuarterAndALineLargerThanTheOneBefore) {
 }
 
 TEST(SizeClasses, ASignalOf65536BytesWastesLessThanALine) {
-    const uint32_t lines = linesForSignal(65536);
+    const Lines lines = linesForSignal(65536);
     EXPECT_EQ(linesOfClass(classForLines(lines)), lines);
 }
 

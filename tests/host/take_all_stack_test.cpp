@@ -19,7 +19,7 @@ protected:
         for (uint32_t page = 0; page < MemoryArena::pages; ++page) memory.layRun(page, 0);
     }
 
-    Ref ref(uint32_t number) const { return arena.refOfPage(0) + number; }
+    Ref ref(uint32_t number) const { return arena.refOfPage(PageIndex{0}) + number; }
     Ref push(uint32_t number) { return stack::push(head, arena.blockAt(ref(number))); }
     std::vector<uint32_t> chain(Ref from) const {
         std::vector<uint32_t> numbers;
@@ -85,8 +85,8 @@ TEST_F(TakeAllStackTest, AWalkGoesRoundACycleAFewTimesAtMost) {
 TEST_F(TakeAllStackTest, AWalkEndsAtWhatIsNoBlock) {
     push(1);
     push(2);
-    for (const Ref garbage :
-         {Ref{1}, Ref{5}, arena.refOfPage(0) + ~0u, arena.refOfPage(MemoryArena::pages), Ref{~0u}}) {
+    for (const Ref garbage : {Ref{1}, Ref{5}, arena.refOfPage(PageIndex{0}) + ~0u,
+                              arena.refOfPage(PageIndex{MemoryArena::pages}), Ref{~0u}}) {
         arena.blockAt(ref(2))->next.storeRelaxed(garbage);
         EXPECT_EQ(chain(stack::refOf(head.loadRelaxed())), (std::vector<uint32_t>{2}));
     }

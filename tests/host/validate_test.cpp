@@ -13,6 +13,7 @@ using debug::Findings;
 using debug::Grade;
 using linxtest::Linx;
 using linxtest::ScopedVariable;
+using testing::EndsWith;
 using testing::StartsWith;
 
 /// An arena with something of everything in it, of which one word is wrong.
@@ -105,9 +106,9 @@ TEST_F(ValidateTest, SeesThatTheHeaderCountsWrong) {
 
 TEST_F(ValidateTest, SeesThatAPageIsOfNoRun) {
     const uint32_t page = freePage();
-    expectSaid(arena.pageEntry(page - 1), makePageEntry(SizeClassId{0}, 1),
+    expectSaid(arena.pageEntry(PageIndex{page - 1}), makePageEntry(SizeClassId{0}, 1),
                nameOf("page", page - 1) + ": it is free, or of one run");
-    expectSaidAtRest(arena.pageEntry(page), makePageEntry(SizeClassId{0}, 0),
+    expectSaidAtRest(arena.pageEntry(PageIndex{page}), makePageEntry(SizeClassId{0}, 0),
                      nameOf("page", page) + ": it is free from pagesUsed on");
 }
 
@@ -129,11 +130,25 @@ TEST_F(ValidateTest, SeesThatACentralListLeadsAstray) {
     ASSERT_NE(second, Ref::none);
     expectSaid(head, second, "header: centralLines =");
     expectSaid(head, 0, "header: centralLines =");
-    expectSaid(head, arena.refOfPage(0) + ~0u, itsBlocks);
+    expectSaid(head, arena.refOfPage(PageIndex{0}) + ~0u, itsBlocks);
     expectSaid(first.next, head.loadRelaxed(), "header: centralLines =");
     expectSaid(first.owner, heldBy(live.spid), itsBlocks);
     expectSaid(first.home, Spid{live.spid}, itsBlocks);
     expectSaid(header().central[sizeClass + 1], head.loadRelaxed(), nameOf("central list", sizeClass + 1));
+}
+
+TEST_F(ValidateTest, FollowsACentralListNoFurtherThanThereAreLines) {
+    const uint32_t sizeClass = usedClass();
+    const Ref ref = header().central[sizeClass].loadRelaxed();
+    const Ref next = block(ref).next.loadRelaxed();
+    const uint32_t lines = header().centralLines.loadRelaxed();
+    block(ref).next.storeRelaxed(ref);
+    header().centralLines.storeRelaxed(~0u);
+    const uint32_t step = linesOfClass(SizeClassId{sizeClass});
+    const uint32_t most = (arena.pageCount() * linesPerPage / step + 1) * step;
+    EXPECT_THAT(look(Grade::quick).broken, EndsWith("(4294967295 and " + std::to_string(most) + ")"));
+    block(ref).next.storeRelaxed(next);
+    header().centralLines.storeRelaxed(lines);
 }
 
 TEST_F(ValidateTest, SeesThatASlotIsNotItsUsers) {
@@ -192,7 +207,7 @@ TEST_F(ValidateTest, SeesAtRestThatABlockIsInTheWrongPlace) {
     expectSaidAtRest(slotOf(other.spid).returned, mail,
                      nameOf("block", mail) + ": it is in one place (returned stack");
     expectSaidAtRest(block(mail).next, mail, nameOf("block", mail) + ": it is in one place (mailbox");
-    expectSaidAtRest(block(mail).next, arena.refOfPage(0) + ~0u,
+    expectSaidAtRest(block(mail).next, arena.refOfPage(PageIndex{0}) + ~0u,
                      nameOf("mailbox", indexOf(other.spid)) + ": its links lead from block");
     expectSaidAtRest(own().returned, refOf(kept),
                      nameOf("block", refOf(kept)) + ": the blocks of a stack are in flight");

@@ -165,7 +165,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
         senders.emplace_back([&, sender] {
             const ScopedDescriptor peer(doorbell::open(directory.get(), receiver));
             for (uint32_t i = 0; i < each; ++i) {
-                const Ref ref = arena.refOfPage(0) + sender * each + i;
+                const Ref ref = arena.refOfPage(PageIndex{0}) + sender * each + i;
                 arena.blockAt(ref)->signal.number = i;
                 linxtest::deliver(slot, arena.blockAt(ref));
                 wake_state::ringIfAsked(slot, receiver, SlotIndex{sender + 1},

@@ -106,9 +106,9 @@ InstallsWhatAConsumerNeeds() {
     [[ $(find "$prefix/include" -name '*.h' | wc -l) -eq 13 ]] || fail "other headers than the thirteen public ones"
 }
 
-# expect_manual PLACE: there is every page, and nothing else.
+# expect_manual PLACE SECTIONS: there is every page of these, and nothing else.
 expect_manual() {
-    diff <(cd "$SOURCE/man" && printf '%s\n' * | sed -E 's|.*[.]([1-8])$|man\1/&|' | LC_ALL=C sort) \
+    diff <(cd "$SOURCE/man" && printf '%s\n' *.[$2] | sed -E 's|.*[.]([1-8])$|man\1/&|' | LC_ALL=C sort) \
         <(cd "$1" && find . -type f -printf '%P\n' | LC_ALL=C sort) || fail "other pages than those in man/"
     find "$1" -type f | while read -r page; do
         cmp "$SOURCE/man/${page##*/}" "$page"
@@ -116,7 +116,7 @@ expect_manual() {
 }
 
 ThePagesOfTheManualAreInTheirSections() {
-    expect_manual "$prefix/$MANDIR"
+    expect_manual "$prefix/$MANDIR" 137
 }
 
 TheManualIsAComponentOfItsOwn() {
@@ -124,7 +124,7 @@ TheManualIsAComponentOfItsOwn() {
     rm -rf "$place"
     "$CMAKE" --install "$BUILD" --prefix "$place" --component doc
     [[ -z $(find "$place" -type f -not -path "$place/$MANDIR/*") ]] || fail "more than the manual was installed"
-    expect_manual "$place/$MANDIR"
+    expect_manual "$place/$MANDIR" 37
 }
 
 ThePlatformForTestsIsAComponentOfItsOwn() {
@@ -162,7 +162,7 @@ installed() { (cd "$1" && find . -type f,l -printf '%P\n' | LC_ALL=C sort); }
 TheComponentsAreTheWhole() {
     local place=$SCRATCH/components-prefix component file
     rm -rf "$place"
-    for component in runtime dev testing python doc; do
+    for component in runtime dev tools testing python doc; do
         "$CMAKE" --install "$BUILD" --prefix "$place/$component" --component "$component"
     done
     diff <(installed "$prefix") <(for component in "$place"/*; do installed "$component"; done | LC_ALL=C sort) ||
@@ -177,6 +177,19 @@ TheComponentsAreTheWhole() {
     for file in "$LIBDIR"/lib{LinxIpc,linxhost}.so include/linxipc/ipc/linxIpc.h; do
         [[ -e $place/dev/$file || -L $place/dev/$file ]] || fail "missing in dev: $file"
     done
+}
+
+# In one piece: it wants no library of this package, and reads a domain that programs of the package have made.
+TheToolsAreAComponentOfTheirOwn() {
+    local place=$SCRATCH/tools-prefix
+    rm -rf "$place"
+    "$CMAKE" --install "$BUILD" --prefix "$place" --component tools
+    diff <(installed "$place") - <<-EOF || fail "other tools"
+	bin/linx
+	${MANDIR}/man1/linx.1
+	EOF
+    [[ $(readelf -d "$place/bin/linx") != *@(LinxIpc|linxhost)* ]] || fail "it wants a library of the package"
+    [[ $("${emulator[@]}" "$place/bin/linx" --version) == "linx $VERSION" ]] || fail "is not $VERSION"
 }
 
 # Also after use, and nobody else's files and directories.

@@ -53,6 +53,7 @@ _HOST = [
     Step('crash_test', 'tests/crash'),
     Step('bounds_test', 'tests/bounds', loads='host'),
     Step('processes_test', 'tests/processes', loads='host'),
+    Step('mixed_test', 'tests/processes'),
     Step('linx-storm', 'tests/storm', ('--kills', '300', '--seed', '1')),
     Step('linx-crash-sites', 'tests/crash', ('--most', '30')),
     Step('linx-models', 'models', ('--switches', '2', '--states', '8000', '--executions', '1000')),

@@ -32,10 +32,10 @@ uint32_t fill(LINX* endpoint, LinxSpid to, uint32_t bytes) {
     for (;;) {
         LinxSignal* signal = linx_alloc(endpoint, bytes, item);
         if (signal == nullptr) {
-            EXPECT_EQ(ENOMEM, errno);
+            EXPECT_EQ(errno, ENOMEM);
             return sent;
         }
-        EXPECT_EQ(0, linx_send(endpoint, &signal, to));
+        EXPECT_EQ(linx_send(endpoint, &signal, to), 0);
         ++sent;
     }
 }
@@ -51,13 +51,13 @@ TEST_F(Aftermath, TheMemoryOfTheKilledComesBack) {
             for (uint32_t i = 0; i < perChild / size; ++i) {
                 LINX* endpoint = *endpoints[i % 4];
                 LinxSignal* signal = linx_alloc(endpoint, size, item);
-                ASSERT_NE(nullptr, signal) << i;
+                ASSERT_NE(signal, nullptr) << i;
                 // Held, queued for oneself, queued for another.
                 if (i % 3 == 1) {
-                    ASSERT_EQ(0, linx_send(endpoint, &signal, spidOf(endpoint)));
+                    ASSERT_EQ(linx_send(endpoint, &signal, spidOf(endpoint)), 0);
                 }
                 if (i % 3 == 2) {
-                    ASSERT_EQ(0, linx_send(endpoint, &signal, spidOf(*endpoints[(i + 1) % 4])));
+                    ASSERT_EQ(linx_send(endpoint, &signal, spidOf(*endpoints[(i + 1) % 4])), 0);
                 }
             }
             parent.tell();
@@ -83,13 +83,13 @@ TEST_F(Aftermath, TheMemoryOfTheKilledComesToWhoeverRunsOutThoughHeNeverKnewThem
     });
     child.hear();
     Endpoint endpoint("endpoint");
-    EXPECT_EQ(nullptr, linx_alloc(endpoint, size, item));
+    EXPECT_EQ(linx_alloc(endpoint, size, item), nullptr);
     child.kill9();
     // The dead are looked for now and then, and not with every refusal.
     LinxSignal* signal = nullptr;
     const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
     while (signal == nullptr && std::chrono::steady_clock::now() < limit) signal = linx_alloc(endpoint, size, item);
-    EXPECT_NE(nullptr, signal);
+    EXPECT_NE(signal, nullptr);
 }
 
 TEST_F(Aftermath, TheMemoryOfAKilledReceiverComesBackToTheSender) {
@@ -105,7 +105,7 @@ TEST_F(Aftermath, TheMemoryOfAKilledReceiverComesBackToTheSender) {
         const uint32_t sent = fill(endpoint, hunt(endpoint, "receiver"), 10000);
         if (round <= 1) usual = sent;  // the very first time it may get more than its share, by the rest of a lease
         ASSERT_GT(sent, 100u) << "round " << round;
-        EXPECT_EQ(usual, sent) << "round " << round;
+        EXPECT_EQ(sent, usual) << "round " << round;
         receiver.kill9();
     }
 }
@@ -131,7 +131,7 @@ TEST_F(Aftermath, WhatAKilledSenderHadSentArrivesWholeAfterItsEnd) {
         Child sender([round](Line& parent) {
             Endpoint own("sender");
             const LinxSpid to = hunt(own, "receiver");
-            for (uint32_t i = 0; i < 50; ++i) ASSERT_EQ(0, sendBytes(own, to, item, pattern(20000, 50 * round + i)));
+            for (uint32_t i = 0; i < 50; ++i) ASSERT_EQ(sendBytes(own, to, item, pattern(20000, 50 * round + i)), 0);
             parent.tell();
             parent.hear();
         });
@@ -140,7 +140,7 @@ TEST_F(Aftermath, WhatAKilledSenderHadSentArrivesWholeAfterItsEnd) {
         // A new endpoint under the name takes over what the dead one left, but not what it gave away.
         Endpoint next("sender");
         for (uint32_t i = 0; i < 50; ++i) {
-            ASSERT_EQ(0, sendBytes(next, spidOf(next), noise, pattern(20000, i)));
+            ASSERT_EQ(sendBytes(next, spidOf(next), noise, pattern(20000, i)), 0);
         }
         for (uint32_t i = 0; i < 50; ++i) {
             ASSERT_TRUE(pattern(20000, 50 * round + i) == expectSignal(endpoint, item).payload);
@@ -155,7 +155,7 @@ void conductor(Counters& shared) {
     uint32_t sent = 0;
     uint32_t returned = 0;
     while (!shared.finish) {
-        for (int i = 0; i < 8; ++i) ASSERT_EQ(0, send(endpoint, mirror, item, {sent++}));
+        for (int i = 0; i < 8; ++i) ASSERT_EQ(send(endpoint, mirror, item, {sent++}), 0);
         while (returned < sent) {
             const std::optional<Received> received = receive(endpoint, patience);
             ASSERT_TRUE(received) << "lost after " << returned;
@@ -163,13 +163,13 @@ void conductor(Counters& shared) {
                 send(endpoint, received->sender, noise);  // its sender may be dead by now
                 continue;
             }
-            ASSERT_EQ(mirror, received->sender);
-            ASSERT_EQ(returned++, received->word());
+            ASSERT_EQ(received->sender, mirror);
+            ASSERT_EQ(received->word(), returned++);
         }
         shared.progress = returned;
     }
-    ASSERT_EQ(0, send(endpoint, mirror, end));
-    EXPECT_EQ(mirror, expectAmongOthers(endpoint, end).sender);
+    ASSERT_EQ(send(endpoint, mirror, end), 0);
+    EXPECT_EQ(expectAmongOthers(endpoint, end).sender, mirror);
 }
 
 /// Sends every signal on to where it came from, and checks the numbers.
@@ -183,16 +183,16 @@ void mirror() {
         const LinxSpid sender = linx_sender(endpoint, &signal);
         const uint32_t number = signal->number;
         if (number != noise) {
-            ASSERT_EQ(conductor, sender);
+            ASSERT_EQ(sender, conductor);
         }
         if (number == item) {
             uint32_t word;
             std::copy_n(payloadOf(signal), sizeof word, reinterpret_cast<unsigned char*>(&word));
-            ASSERT_EQ(expected++, word);
+            ASSERT_EQ(word, expected++);
         }
         const int result = linx_send(endpoint, &signal, sender);
         if (number != noise) {
-            ASSERT_EQ(0, result);
+            ASSERT_EQ(result, 0);
         }
         if (number == end) return;
     }
@@ -226,8 +226,8 @@ TEST_F(Aftermath, KillsAmidTrafficDisturbNobodyElse) {
         ASSERT_TRUE(shared->progress.reaches(shared->progress + 16)) << "round " << round;
     }
     shared->finish = true;
-    EXPECT_EQ(0, first.exitStatus());
-    EXPECT_EQ(0, second.exitStatus());
+    EXPECT_EQ(first.exitStatus(), 0);
+    EXPECT_EQ(second.exitStatus(), 0);
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ std::string nextSignal(LINX* linx) {
     const int size = linx_receive_w_tmo(linx, &signal, patience, &any);
     if (size <= 0) return "nothing came";
     const std::string bytes = bytesOf(signal, static_cast<size_t>(size));
-    EXPECT_EQ(0, linx_free_buf(linx, &signal));
+    EXPECT_EQ(linx_free_buf(linx, &signal), 0);
     return bytes;
 }
 
@@ -55,24 +55,24 @@ TEST_F(ByteOrder, ASignalIsItsNumberThenItsPayload) {
     Endpoint endpoint("reader");
     Child writer([](Line&) {
         Endpoint own("writer");
-        EXPECT_EQ(0, sendBytes(own, hunt(own, "reader"), 0x12345678, {'a', 'b', 'c'}));
+        EXPECT_EQ(sendBytes(own, hunt(own, "reader"), 0x12345678, {'a', 'b', 'c'}), 0);
     });
-    EXPECT_EQ(written("12 34 56 78 61 62 63", "78 56 34 12 61 62 63"), nextSignal(endpoint));
-    EXPECT_EQ(0, writer.exitStatus());
+    EXPECT_EQ(nextSignal(endpoint), written("12 34 56 78 61 62 63", "78 56 34 12 61 62 63"));
+    EXPECT_EQ(writer.exitStatus(), 0);
 }
 
 TEST_F(ByteOrder, TheAnswerToAHuntIsItsNumberAlone) {
     Child peer(silent("peer"));
     peer.hear();
     Endpoint endpoint("hunter");
-    ASSERT_EQ(0, linx_hunt(endpoint, "peer", nullptr));
-    EXPECT_EQ(written("00 00 00 FB", "FB 00 00 00"), nextSignal(endpoint));
+    ASSERT_EQ(linx_hunt(endpoint, "peer", nullptr), 0);
+    EXPECT_EQ(nextSignal(endpoint), written("00 00 00 FB", "FB 00 00 00"));
 }
 
 TEST_F(ByteOrder, ATimeOutIsItsNumberAlone) {
     Endpoint endpoint("waiter");
-    ASSERT_NE(0u, linx_request_tmo(endpoint, 1, nullptr));
-    EXPECT_EQ(written("00 00 00 FC", "FC 00 00 00"), nextSignal(endpoint));
+    ASSERT_NE(linx_request_tmo(endpoint, 1, nullptr), 0u);
+    EXPECT_EQ(nextSignal(endpoint), written("00 00 00 FC", "FC 00 00 00"));
 }
 
 TEST_F(ByteOrder, TheNoticeOfAnEndIsTheSignalThatWasHandedOver) {
@@ -80,42 +80,42 @@ TEST_F(ByteOrder, TheNoticeOfAnEndIsTheSignalThatWasHandedOver) {
     peer.hear();
     Endpoint endpoint("supervisor");
     LinxSignal* notice = noticeAboutGpsHal(endpoint);
-    ASSERT_NE(0u, linx_attach(endpoint, &notice, hunt(endpoint, "GpsHal")));
+    ASSERT_NE(linx_attach(endpoint, &notice, hunt(endpoint, "GpsHal")), 0u);
     peer.kill9();
-    EXPECT_EQ(written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"), nextSignal(endpoint));
+    EXPECT_EQ(nextSignal(endpoint), written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"));
 }
 
 TEST_F(ByteOrder, TheLibrarysNoticeOfAnEndIsItsNumberAlone) {
     Child peer(silent("GpsHal"));
     peer.hear();
     LinxIpc endpoint("supervisor");
-    ASSERT_EQ(0, endpoint.Init());
-    ASSERT_EQ(0, endpoint.Attach("GpsHal", processDied));
+    ASSERT_EQ(endpoint.Init(), 0);
+    ASSERT_EQ(endpoint.Attach("GpsHal", processDied), 0);
     peer.kill9();
-    EXPECT_EQ(written("00 00 05 01", "01 05 00 00"), nextSignal(endpoint.Linx()));
+    EXPECT_EQ(nextSignal(endpoint.Linx()), written("00 00 05 01", "01 05 00 00"));
 }
 
 TEST_F(ByteOrder, TheLibrarysProcessDiedNoticeIsItsNumberThenTheProcess) {
     Endpoint endpoint("reader");
     Child writer([](Line&) {
         LinxIpc own("writer");
-        ASSERT_EQ(0, own.Init());
+        ASSERT_EQ(own.Init(), 0);
         int32_t process = e_GpsHal;
         IpcMessage notice;
         notice.Allocate(processDied, sizeof process, reinterpret_cast<char*>(&process));
-        EXPECT_EQ(0, own.Notify("reader", notice, true));
+        EXPECT_EQ(own.Notify("reader", notice, true), 0);
     });
-    EXPECT_EQ(written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"), nextSignal(endpoint));
-    EXPECT_EQ(0, writer.exitStatus());
+    EXPECT_EQ(nextSignal(endpoint), written("00 00 05 01 00 00 00 0C", "01 05 00 00 0C 00 00 00"));
+    EXPECT_EQ(writer.exitStatus(), 0);
 }
 
 TEST_F(ByteOrder, ANoticeWrittenByteForByteEndsTheWaitForItsProcess) {
     Child awaiter([](Line& parent) {
         LinxIpc own("awaiter");
-        ASSERT_EQ(0, own.Init());
+        ASSERT_EQ(own.Init(), 0);
         parent.tell();
-        EXPECT_EQ(EHOSTUNREACH, own.Receive(static_cast<int>(patience), 300, "GpsHal", nullptr));
-        EXPECT_EQ(written("00 00 00 0C", "0C 00 00 00"), bytesOf(own.rxMessage.DataPtr(), own.rxMessage.Length()));
+        EXPECT_EQ(own.Receive(static_cast<int>(patience), 300, "GpsHal", nullptr), EHOSTUNREACH);
+        EXPECT_EQ(bytesOf(own.rxMessage.DataPtr(), own.rxMessage.Length()), written("00 00 00 0C", "0C 00 00 00"));
     });
     awaiter.hear();
     Endpoint endpoint("writer");
@@ -123,8 +123,8 @@ TEST_F(ByteOrder, ANoticeWrittenByteForByteEndsTheWaitForItsProcess) {
     const LinxSpid to = hunt(endpoint, "awaiter");
     LinxSignal* signal = linx_alloc(endpoint, 8, 0);
     std::memcpy(signal, bytes.data(), bytes.size());
-    ASSERT_EQ(0, linx_send(endpoint, &signal, to));
-    EXPECT_EQ(0, awaiter.exitStatus());
+    ASSERT_EQ(linx_send(endpoint, &signal, to), 0);
+    EXPECT_EQ(awaiter.exitStatus(), 0);
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ TEST_F(AChild, TellsItOnceThoughItIsTheChildOfAnother) {
     });
     int status = 0;
     EXPECT_NONFATAL_FAILURE(status = child.exitStatus(), "the only one");
-    EXPECT_EQ(1, status);
+    EXPECT_EQ(status, 1);
 }
 
 }  // namespace

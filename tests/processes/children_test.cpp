@@ -41,8 +41,8 @@ private:
     void comeAndGo() {
         while (!enough_) {
             LINX* linx = linx_open("thread", 0, nullptr);
-            EXPECT_NE(nullptr, linx);
-            EXPECT_EQ(0, linx_close(linx));
+            EXPECT_NE(linx, nullptr);
+            EXPECT_EQ(linx_close(linx), 0);
             ++rounds_;
         }
     }
@@ -57,7 +57,7 @@ protected:
     /// A named pipe beside the domain's files.
     std::string makePipe(const std::string& name) const {
         const std::string path = domain.pathOf(name);
-        EXPECT_EQ(0, mkfifo(path.c_str(), 0600));
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
         return path;
     }
 };
@@ -71,17 +71,17 @@ void spawn(const std::string& first, const std::string& second) {
     char program[] = "true";
     char* arguments[] = {program, nullptr};
     pid_t process = -1;
-    EXPECT_EQ(0, posix_spawnp(&process, program, &actions, nullptr, arguments, environ));
+    EXPECT_EQ(posix_spawnp(&process, program, &actions, nullptr, arguments, environ), 0);
     posix_spawn_file_actions_destroy(&actions);
     int status = -1;
     waitpid(process, &status, 0);
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(status, 0);
 }
 
 /// Opens a pipe for writing as soon as somebody else opens it for reading.
 void release(const std::string& pipe) {
     const int file = open(pipe.c_str(), O_WRONLY | O_CLOEXEC);
-    EXPECT_NE(-1, file);
+    EXPECT_NE(file, -1);
     close(file);
 }
 
@@ -106,10 +106,10 @@ TEST_F(Children, OneThatIsStartingAndStandsStillDoesNotKeepTheLockOfItsParent) {
         stranger.hear();
         release(second);
         starter.hear();
-        EXPECT_EQ(0, stranger.exitStatus());
+        EXPECT_EQ(stranger.exitStatus(), 0);
     }
     starter.tell(0);
-    EXPECT_EQ(0, starter.exitStatus());
+    EXPECT_EQ(starter.exitStatus(), 0);
 }
 
 /// Waits for the end of a child. False when it does not come: then the child is killed.
@@ -143,7 +143,7 @@ TEST_F(Children, ForkedWhileAThreadOpensAndClosesMayOpenToo) {
         const ComingAndGoing thread;
         for (int round = 0; round < 200; ++round) ASSERT_TRUE(canOpenInChild()) << "round " << round;
     });
-    EXPECT_EQ(0, parent.exitStatus());
+    EXPECT_EQ(parent.exitStatus(), 0);
 }
 
 /// Waits until a thread of this process waits for something.
@@ -161,10 +161,10 @@ TEST_F(Children, NorOtherDomainsWaitForADomainWhoseLockIsNotGivenBack) {
     const int stuck = open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC);
     const linxtest::TestDomain other;
     Child lockHolder([&](Line& parent) {
-        EXPECT_EQ(0, flock(stuck, LOCK_EX));
+        EXPECT_EQ(flock(stuck, LOCK_EX), 0);
         parent.tell();
         parent.hear();
-        EXPECT_EQ(0, flock(stuck, LOCK_UN));
+        EXPECT_EQ(flock(stuck, LOCK_UN), 0);
     });
     lockHolder.hear();
     Child process([&](Line& parent) {
@@ -184,8 +184,8 @@ TEST_F(Children, NorOtherDomainsWaitForADomainWhoseLockIsNotGivenBack) {
     });
     process.hear();
     lockHolder.tell();
-    EXPECT_EQ(0, lockHolder.exitStatus());
-    EXPECT_EQ(0, process.exitStatus());
+    EXPECT_EQ(lockHolder.exitStatus(), 0);
+    EXPECT_EQ(process.exitStatus(), 0);
     close(stuck);
 }
 

@@ -33,21 +33,21 @@ public:
         for (int count = 0; count != 12; ++count) {
             const std::string path = domain.pathOf("own" + std::to_string(count));
             const int descriptor = open(path.c_str(), O_CREAT | O_RDWR, 0600);
-            EXPECT_NE(-1, descriptor);
-            EXPECT_EQ(0, unlink(path.c_str()));
+            EXPECT_NE(descriptor, -1);
+            EXPECT_EQ(unlink(path.c_str()), 0);
             descriptors_.push_back(descriptor);
             inodes_.push_back(inodeOf(descriptor));
         }
     }
 
     void expectUntouched() const {
-        for (size_t i = 0; i != descriptors_.size(); ++i) EXPECT_EQ(inodes_[i], inodeOf(descriptors_[i]));
+        for (size_t i = 0; i != descriptors_.size(); ++i) EXPECT_EQ(inodeOf(descriptors_[i]), inodes_[i]);
     }
 
 private:
     static ino_t inodeOf(int descriptor) {
         struct stat status = {};
-        EXPECT_EQ(0, fstat(descriptor, &status));
+        EXPECT_EQ(fstat(descriptor, &status), 0);
         return status.st_ino;
     }
 
@@ -60,8 +60,8 @@ protected:
     /// Opens an endpoint, which sends to `to`.
     static void openAndSend(LinxSpid to, uint32_t word) {
         Endpoint worker("worker");
-        ASSERT_NE(nullptr, static_cast<LINX*>(worker));
-        EXPECT_EQ(0, send(worker, to, item, {word}));
+        ASSERT_NE(static_cast<LINX*>(worker), nullptr);
+        EXPECT_EQ(send(worker, to, item, {word}), 0);
     }
 };
 
@@ -73,9 +73,9 @@ TEST_F(ClosedDescriptors, AChildThatClosedThemAllOpensAnEndpointOfItsOwn) {
         openAndSend(spid, 1);
         openAndSend(spid, 2);
     });
-    EXPECT_EQ(0, child.exitStatus());
-    EXPECT_EQ(1u, expectSignal(parent, item).word());
-    EXPECT_EQ(2u, expectSignal(parent, item).word());
+    EXPECT_EQ(child.exitStatus(), 0);
+    EXPECT_EQ(expectSignal(parent, item).word(), 1u);
+    EXPECT_EQ(expectSignal(parent, item).word(), 2u);
 }
 
 TEST_F(ClosedDescriptors, AnEndpointOpensWhereOtherFilesHaveTakenTheirNumbers) {
@@ -88,9 +88,9 @@ TEST_F(ClosedDescriptors, AnEndpointOpensWhereOtherFilesHaveTakenTheirNumbers) {
         openAndSend(spid, 2);
         files.expectUntouched();
     });
-    EXPECT_EQ(0, child.exitStatus());
-    EXPECT_EQ(1u, expectSignal(parent, item).word());
-    EXPECT_EQ(2u, expectSignal(parent, item).word());
+    EXPECT_EQ(child.exitStatus(), 0);
+    EXPECT_EQ(expectSignal(parent, item).word(), 1u);
+    EXPECT_EQ(expectSignal(parent, item).word(), 2u);
 }
 
 TEST_F(ClosedDescriptors, AForkLeavesAloneWhatHasTakenTheirNumbers) {
@@ -99,9 +99,9 @@ TEST_F(ClosedDescriptors, AForkLeavesAloneWhatHasTakenTheirNumbers) {
         closeAll();
         const OwnFiles files(domain);
         Child grandchild([&](Line&) { files.expectUntouched(); });
-        EXPECT_EQ(0, grandchild.exitStatus());
+        EXPECT_EQ(grandchild.exitStatus(), 0);
     });
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 }  // namespace

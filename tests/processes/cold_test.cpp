@@ -20,11 +20,11 @@ std::string nameOfMember(uint32_t number) {
 /// Opens, hunts for everybody and closes once.
 void comeAndGo(uint32_t number) {
     Endpoint endpoint(nameOfMember(number));
-    ASSERT_NE(nullptr, static_cast<LINX*>(endpoint));
-    EXPECT_EQ(spidOf(endpoint), hunt(endpoint, nameOfMember(number)));
-    EXPECT_NE(0u, hunt(endpoint, "anchor"));
-    EXPECT_EQ(0, linx_hunt(endpoint, nameOfMember(number + 1).c_str(), nullptr));  // may be there or not
-    EXPECT_EQ(0, linx_hunt(endpoint, "nobody", nullptr));
+    ASSERT_NE(static_cast<LINX*>(endpoint), nullptr);
+    EXPECT_EQ(hunt(endpoint, nameOfMember(number)), spidOf(endpoint));
+    EXPECT_NE(hunt(endpoint, "anchor"), 0u);
+    EXPECT_EQ(linx_hunt(endpoint, nameOfMember(number + 1).c_str(), nullptr), 0);  // may be there or not
+    EXPECT_EQ(linx_hunt(endpoint, "nobody", nullptr), 0);
 }
 
 /// Stays open until told to go.
@@ -40,12 +40,12 @@ using Crowd = std::vector<std::unique_ptr<Child>>;
 void expectAllThere(LINX* anchor, const Crowd& members) {
     for (uint32_t i = 0; i < crowd; ++i) {
         const LinxSpid settled = members[i]->hear();
-        EXPECT_EQ(settled, hunt(anchor, nameOfMember(i)));
+        EXPECT_EQ(hunt(anchor, nameOfMember(i)), settled);
     }
-    ASSERT_EQ(0, linx_hunt(anchor, "nobody", nullptr));
+    ASSERT_EQ(linx_hunt(anchor, "nobody", nullptr), 0);
     expectNothing(anchor);
     for (const auto& member : members) member->tell();
-    for (const auto& member : members) EXPECT_EQ(0, member->exitStatus());
+    for (const auto& member : members) EXPECT_EQ(member->exitStatus(), 0);
 }
 
 TEST_F(Cold, ACrowdComesAndGoesAndAllAreFoundInTheEnd) {
@@ -99,7 +99,7 @@ TEST_F(Cold, AKilledCrowdLeavesItsNames) {
         for (uint32_t i = 0; i < crowd; ++i) {
             members.push_back(std::make_unique<Child>([i](Line& parent) { settleDown(i, parent); }));
         }
-        for (const auto& member : members) EXPECT_NE(0u, member->hear()) << "round " << round;
+        for (const auto& member : members) EXPECT_NE(member->hear(), 0u) << "round " << round;
         for (const auto& member : members) member->kill9();
     }
 }

@@ -4,187 +4,214 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <random>
 
 #include "host/system/clock.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/role.h"
 #include "tests/processes/support/signals.h"
+#include "tests/processes/support/whole_arena_test.h"
 
 namespace {
 
-using Death = ProcessTest;
+using Death = WholeArenaTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t notice = 101;
 constexpr uint32_t otherNotice = 102;
 
 /// Opens `name`, says its spid and stays until it is told to go.
-Child::Body mortal(const char* name) {
-    return [name](Line& parent) {
-        Endpoint endpoint(name);
-        parent.tell(spidOf(endpoint));
-        parent.hear();
-    };
+void live(Line& parent, const char* name) {
+    Endpoint endpoint(name);
+    parent.tell(spidOf(endpoint));
+    parent.hear();
+}
+
+const Role mortal("Death.mortal", [](Line& parent) { live(parent, "mortal"); });
+const Role otherMortal("Death.otherMortal", [](Line& parent) { live(parent, "otherMortal"); });
+
+/// Expects the notice of an end, and that the end is known from then on.
+void expectNoticeOf(LINX* endpoint, LinxSpid spid) {
+    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
+    EXPECT_EQ(nameOf(endpoint, spid), "mortal");
+    expectNothing(endpoint);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
+    ASSERT_NE(attach(endpoint, spid, otherNotice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, otherNotice, 0).sender, spid);
 }
 
 TEST_F(Death, ASupervisorIsToldOfAKill) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectNothing(endpoint);
     victim.kill9();
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
-    expectNothing(endpoint);
+    expectNoticeOf(endpoint, spid);
 }
 
 /// A sender that never receives asks of a peer that does not receive either whether it lives.
 TEST_F(Death, ASenderThatNeverReceivesNoticesAKillAlsoAfterItHasHurried) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
-    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(0, send(endpoint, spid, item));
+    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(send(endpoint, spid, item), 0);
     victim.kill9();
     unsigned unnoticed = 0;
     do {
         const uint64_t tick = linx::coarseMilliseconds();
         while (linx::coarseMilliseconds() == tick) sched_yield();
     } while (send(endpoint, spid, item) == 0 && ++unnoticed < 10);
-    EXPECT_EQ(ECONNRESET, errno);
+    EXPECT_EQ(errno, ECONNRESET);
     EXPECT_LE(unnoticed, 3u);
 }
 
+/// Closes when it is told to, and stays.
+const Role orderly("Death.orderly", [](Line& parent) {
+    live(parent, "mortal");
+    parent.tell();
+    parent.hear();
+});
+
 TEST_F(Death, ASupervisorIsToldOfAnOrderlyEnd) {
-    Child victim([](Line& parent) {
-        Endpoint endpoint("victim");
-        parent.tell(spidOf(endpoint));
-        parent.hear();
-        endpoint.close();
-        parent.tell();
-        parent.hear();
-    });
+    Child victim(orderly);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     victim.tell();
     victim.hear();
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
+    expectNoticeOf(endpoint, spid);
 }
+
+const Role careless("Death.careless", [](Line& parent) {
+    LINX* endpoint = linx_open("mortal", 0, nullptr);
+    parent.tell(spidOf(endpoint));
+    parent.hear();
+});
 
 TEST_F(Death, ASupervisorIsToldOfAnEndWithoutClosing) {
-    Child victim([](Line& parent) {
-        LINX* endpoint = linx_open("victim", 0, nullptr);
-        parent.tell(spidOf(endpoint));
-        parent.hear();
-    });
+    Child victim(careless);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     victim.tell();
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
-    EXPECT_EQ(0, victim.exitStatus());
+    expectNoticeOf(endpoint, spid);
+    EXPECT_EQ(victim.exitStatus(), 0);
 }
 
+constexpr uint32_t lastWords = 500;
+
+/// Sends much when told to, and then waits for its end.
+const Role talkative("Death.talkative", [](Line& parent) {
+    Endpoint endpoint("mortal");
+    const LinxSpid to = hunt(endpoint, "supervisor");
+    parent.tell(spidOf(endpoint));
+    parent.hear();
+    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(send(endpoint, to, item, {i}), 0);
+    parent.tell();
+    parent.hear();
+});
+
 TEST_F(Death, TheNoticeComesAfterAllThatTheDeadHadSent) {
-    constexpr uint32_t count = 500;
-    Child victim([](Line& parent) {
-        Endpoint endpoint("victim");
-        const LinxSpid to = hunt(endpoint, "supervisor");
-        parent.tell(spidOf(endpoint));
-        parent.hear();
-        for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
-        parent.tell();
-        parent.hear();
-    });
+    Child victim(talkative);
     Endpoint endpoint("supervisor");
     const LinxSpid spid = victim.hear();
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    expectNothing(endpoint);
     victim.tell();
     victim.hear();
     victim.kill9();
-    for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(i, expectSignal(endpoint, item).word());
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
+    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(expectSignal(endpoint, item).word(), i);
+    expectNoticeOf(endpoint, spid);
 }
 
 TEST_F(Death, AttachingTwiceGivesTwoNotices) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
     const LinxRef first = attach(endpoint, spid, notice);
     const LinxRef second = attach(endpoint, spid, otherNotice);
-    EXPECT_NE(0u, first);
-    EXPECT_NE(0u, second);
-    EXPECT_NE(first, second);
+    EXPECT_NE(first, 0u);
+    EXPECT_NE(second, 0u);
+    EXPECT_NE(second, first);
     victim.kill9();
     expectSignal(endpoint, notice);
     expectSignal(endpoint, otherNotice);
     expectNothing(endpoint);
 }
 
+/// Supervises the spid that it is told, and says when it begins.
+const Role supervisor("Death.supervisor", [](Line& parent) {
+    const LinxSpid spid = parent.hear();
+    Endpoint endpoint("supervisor of " + std::to_string(spid) + " in " + std::to_string(getpid()));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    expectNothing(endpoint);
+    parent.tell();
+    expectNoticeOf(endpoint, spid);
+});
+
 TEST_F(Death, EverySupervisorIsTold) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
-    const auto supervisor = [spid](const char* name) {
-        return [spid, name](Line& parent) {
-            Endpoint endpoint(name);
-            EXPECT_NE(0u, attach(endpoint, spid, notice));
-            parent.tell();
-            EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
-        };
-    };
-    Child first(supervisor("first"));
-    Child second(supervisor("second"));
-    first.hear();
-    second.hear();
+    Endpoint endpoint("supervisor");
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    Child first(supervisor);
+    Child second(supervisor.in(Size::own));
+    for (const Child* child : {&first, &second}) {
+        child->tell(spid);
+        child->hear();
+    }
     victim.kill9();
-    EXPECT_EQ(0, first.exitStatus());
-    EXPECT_EQ(0, second.exitStatus());
+    expectNoticeOf(endpoint, spid);
+    EXPECT_EQ(first.exitStatus(), 0);
+    EXPECT_EQ(second.exitStatus(), 0);
 }
 
 TEST_F(Death, EndpointsOfOneProcessAreToldOfEachOther) {
-    Endpoint supervisor("supervisor");
-    Endpoint mortalOne("mortal");
-    const LinxSpid spid = spidOf(mortalOne);
-    ASSERT_NE(0u, attach(supervisor, spid, notice));
-    mortalOne.close();
-    EXPECT_EQ(spid, expectSignal(supervisor, notice).sender);
+    Endpoint endpoint("supervisor");
+    Endpoint supervised("mortal");
+    const LinxSpid spid = spidOf(supervised);
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    supervised.close();
+    expectNoticeOf(endpoint, spid);
 }
 
 TEST_F(Death, AttachingToTheDeadGivesTheNoticeAtOnce) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
     victim.kill9();
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
-    EXPECT_EQ(spid, expectSignal(endpoint, notice, 0).sender);
-    ASSERT_NE(0u, attach(endpoint, spid, otherNotice));
-    EXPECT_EQ(spid, expectSignal(endpoint, otherNotice, 0).sender);
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, notice, 0).sender, spid);
+    ASSERT_NE(attach(endpoint, spid, otherNotice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, otherNotice, 0).sender, spid);
 }
 
 TEST_F(Death, AttachingToAClosedOneGivesTheNoticeAtOnce) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("supervisor");
     victim.tell();
-    ASSERT_EQ(0, victim.exitStatus());
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
-    EXPECT_EQ(spid, expectSignal(endpoint, notice, 0).sender);
+    ASSERT_EQ(victim.exitStatus(), 0);
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    EXPECT_EQ(expectSignal(endpoint, notice, 0).sender, spid);
 }
 
+const Role terse("Death.terse", [](Line& parent) {
+    Endpoint endpoint("mortal");
+    ASSERT_EQ(send(endpoint, hunt(endpoint, "supervisor"), item), 0);
+    parent.tell(spidOf(endpoint));
+    parent.hear();
+});
+
 TEST_F(Death, WhatTheDeadHadSentComesBeforeANoticeAskedForLate) {
-    Child victim([](Line& parent) {
-        Endpoint endpoint("victim");
-        ASSERT_EQ(0, send(endpoint, hunt(endpoint, "supervisor"), item));
-        parent.tell(spidOf(endpoint));
-        parent.hear();
-    });
+    Child victim(terse);
     Endpoint endpoint("supervisor");
     const LinxSpid spid = victim.hear();
     victim.kill9();
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectSignal(endpoint, item, 0);
     expectSignal(endpoint, notice, 0);
 }
@@ -192,61 +219,61 @@ TEST_F(Death, WhatTheDeadHadSentComesBeforeANoticeAskedForLate) {
 TEST_F(Death, NobodyCanBeAttachedToWhoNeverWas) {
     Endpoint endpoint("supervisor");
     for (const LinxSpid spid : {0u, spidOf(endpoint) + 1, ~0u}) {
-        EXPECT_EQ(0u, attach(endpoint, spid, notice)) << spid;
-        EXPECT_EQ(ESRCH, errno) << spid;
-        EXPECT_EQ(ESRCH, send(endpoint, spid, item)) << spid;
+        EXPECT_EQ(attach(endpoint, spid, notice), 0u) << spid;
+        EXPECT_EQ(errno, ESRCH) << spid;
+        EXPECT_EQ(send(endpoint, spid, item), ESRCH) << spid;
     }
     expectNothing(endpoint);
 }
 
 TEST_F(Death, TheNameOfTheDeadIsStillKnown) {
-    Child killed(mortal("killed"));
-    Child closed(mortal("closed"));
+    Child killed(mortal);
+    Child closed(otherMortal);
     const LinxSpid killedSpid = killed.hear();
     const LinxSpid closedSpid = closed.hear();
     killed.kill9();
     closed.tell();
-    EXPECT_EQ(0, closed.exitStatus());
+    EXPECT_EQ(closed.exitStatus(), 0);
     Endpoint endpoint("asker");
-    ASSERT_NE(0u, attach(endpoint, killedSpid, notice));
+    ASSERT_NE(attach(endpoint, killedSpid, notice), 0u);
     expectSignal(endpoint, notice);
-    EXPECT_EQ("killed", nameOf(endpoint, killedSpid));
-    EXPECT_EQ("closed", nameOf(endpoint, closedSpid));
+    EXPECT_EQ(nameOf(endpoint, killedSpid), "mortal");
+    EXPECT_EQ(nameOf(endpoint, closedSpid), "otherMortal");
 }
 
 TEST_F(Death, SendingToTheKilledSaysSo) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
     victim.kill9();
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, SendingToAKilledAcquaintanceSaysSo) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     Endpoint endpoint("sender");
     const LinxSpid spid = victim.hear();
-    ASSERT_EQ(spid, hunt(endpoint, "victim"));
+    ASSERT_EQ(hunt(endpoint, "mortal"), spid);
     victim.kill9();
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, SendingToTheClosedSaysSo) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
-    ASSERT_EQ(0, send(endpoint, spid, item));
+    ASSERT_EQ(send(endpoint, spid, item), 0);
     victim.tell();
-    ASSERT_EQ(0, victim.exitStatus());
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    ASSERT_EQ(victim.exitStatus(), 0);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, ASenderThatNeverReceivesNoticesToo) {
-    Child victim(mortal("victim"));
+    Child victim(mortal);
     const LinxSpid spid = victim.hear();
     Endpoint endpoint("sender");
-    ASSERT_EQ(0, send(endpoint, spid, item));  // nobody empties the mailbox, so nobody rings any more
+    ASSERT_EQ(send(endpoint, spid, item), 0);  // nobody empties the mailbox, so nobody rings any more
     victim.kill9();
     uint32_t sent = 0;
     int result = 0;
@@ -254,7 +281,7 @@ TEST_F(Death, ASenderThatNeverReceivesNoticesToo) {
         result = send(endpoint, spid, item);
         ++sent;
     }
-    EXPECT_EQ(ECONNRESET, result) << "after " << sent;
+    EXPECT_EQ(result, ECONNRESET) << "after " << sent;
 }
 
 void stumbleSoon() {
@@ -272,41 +299,61 @@ void stumble() {
     stumbleSoon();
 }
 
+constexpr uint32_t briefRounds = 500;
+
+std::string briefName(uint32_t round) {
+    return "brief" + std::to_string(round);
+}
+
+/// Does not wait to be woken, so that it may have received and ended before the sender rings.
+const Role brief("Death.brief", [](Line&) {
+    for (uint32_t round = 0; round < briefRounds && !testing::Test::HasFailure(); ++round) {
+        Endpoint endpoint(briefName(round));
+        std::optional<Received> received;
+        for (uint32_t tries = 0; !received && tries < 1000 * patience; ++tries) received = receive(endpoint, 0);
+        EXPECT_TRUE(received);
+    }
+});
+
+const Role stumbling("Death.stumbling", [](Line&) {
+    stumble();
+    Endpoint endpoint("sender");
+    for (uint32_t round = 0; round < briefRounds; ++round) {
+        ASSERT_EQ(send(endpoint, hunt(endpoint, briefName(round)), item), 0) << "round " << round;
+    }
+});
+
 TEST_F(Death, WhatWasReceivedCountsAsSentThoughTheReceiverEndsBeforeTheSenderKnows) {
-    constexpr uint32_t rounds = 500;
-    const auto name = [](uint32_t round) { return "brief" + std::to_string(round); };
-    Child brief([&](Line&) {
-        for (uint32_t round = 0; round < rounds && !HasFailure(); ++round) {
-            Endpoint endpoint(name(round));
-            // It does not wait to be woken, so that it may have received and ended before the sender rings.
-            std::optional<Received> received;
-            for (uint32_t tries = 0; !received && tries < 1000 * patience; ++tries) received = receive(endpoint, 0);
-            EXPECT_TRUE(received);
-        }
-    });
-    Child sender([&](Line&) {
-        stumble();
-        Endpoint endpoint("sender");
-        for (uint32_t round = 0; round < rounds; ++round) {
-            ASSERT_EQ(0, send(endpoint, hunt(endpoint, name(round)), item)) << "round " << round;
-        }
-    });
-    EXPECT_EQ(0, sender.exitStatus());
-    EXPECT_EQ(0, brief.exitStatus());
+    Child receiver(brief);
+    Child sender(stumbling.in(Size::own));
+    EXPECT_EQ(sender.exitStatus(), 0);
+    EXPECT_EQ(receiver.exitStatus(), 0);
+}
+
+TEST_F(Death, AStoppedPeerIsNotTakenForDead) {
+    Child victim(mortal);
+    const LinxSpid spid = victim.hear();
+    Endpoint endpoint("supervisor");
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    victim.stop();
+    EXPECT_EQ(send(endpoint, spid, item), 0);
+    expectNothing(endpoint);
+    victim.kill9();
+    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
 }
 
 TEST_F(Death, ANewIncarnationHasANewSpid) {
     Endpoint endpoint("asker");
     std::vector<LinxSpid> seen;
     for (int i = 0; i < 20; ++i) {
-        Child incarnation(mortal("again"));
+        Child incarnation(mortal);
         const LinxSpid spid = incarnation.hear();
-        EXPECT_EQ(spid, hunt(endpoint, "again"));
+        EXPECT_EQ(hunt(endpoint, "mortal"), spid);
         for (const LinxSpid earlier : seen) {
-            EXPECT_NE(earlier, spid);
-            EXPECT_EQ(ECONNRESET, send(endpoint, earlier, item));
+            EXPECT_NE(spid, earlier);
+            EXPECT_EQ(send(endpoint, earlier, item), ECONNRESET);
         }
-        EXPECT_EQ(0, send(endpoint, spid, item));
+        EXPECT_EQ(send(endpoint, spid, item), 0);
         seen.push_back(spid);
         incarnation.kill9();
     }
@@ -315,74 +362,74 @@ TEST_F(Death, ANewIncarnationHasANewSpid) {
 TEST_F(Death, AHuntForAKilledAcquaintanceIsAnsweredByItsSuccessor) {
     Endpoint endpoint("asker");
     for (int i = 0; i < 10; ++i) {
-        Child peer(mortal("again"));
+        Child peer(mortal);
         const LinxSpid killed = peer.hear();
-        ASSERT_EQ(killed, hunt(endpoint, "again"));
-        ASSERT_EQ(0, send(endpoint, killed, item));
+        ASSERT_EQ(hunt(endpoint, "mortal"), killed);
+        ASSERT_EQ(send(endpoint, killed, item), 0);
         peer.kill9();
-        ASSERT_EQ(0, linx_hunt(endpoint, "again", nullptr));
+        ASSERT_EQ(linx_hunt(endpoint, "mortal", nullptr), 0);
         expectNothing(endpoint);
-        Endpoint successor("again");
-        EXPECT_EQ(spidOf(successor), expectSignal(endpoint, LINX_OS_HUNT_SIG).sender);
+        Endpoint successor("mortal");
+        EXPECT_EQ(expectSignal(endpoint, LINX_OS_HUNT_SIG).sender, spidOf(successor));
     }
 }
 
+const Role hunter("Death.hunter", [](Line& parent) {
+    Endpoint endpoint("hunter");
+    EXPECT_EQ(linx_hunt(endpoint, "late", nullptr), 0);
+    parent.tell();
+    parent.hear();
+});
+
 TEST_F(Death, TheHuntsOfTheDeadAreDropped) {
     for (const bool killed : {true, false}) {
-        Child hunter([](Line& parent) {
-            Endpoint endpoint("hunter");
-            EXPECT_EQ(0, linx_hunt(endpoint, "late", nullptr));
-            parent.tell();
-            parent.hear();
-        });
-        hunter.hear();
+        Child hunting(hunter);
+        hunting.hear();
         if (killed) {
-            hunter.kill9();
+            hunting.kill9();
         } else {
-            hunter.tell();
-            ASSERT_EQ(0, hunter.exitStatus());
+            hunting.tell();
+            ASSERT_EQ(hunting.exitStatus(), 0);
         }
         Endpoint next("hunter");
         Endpoint late("late");
         expectNothing(next);
-        EXPECT_EQ(spidOf(late), hunt(next, "late"));
+        EXPECT_EQ(hunt(next, "late"), spidOf(late));
     }
 }
 
 TEST_F(Death, OpeningANameThatOnlyTheDeadHuntForWorks) {
-    Child hunter([](Line& parent) {
-        Endpoint endpoint("hunter");
-        EXPECT_EQ(0, linx_hunt(endpoint, "late", nullptr));
-        parent.tell();
-        parent.hear();
-    });
-    hunter.hear();
-    hunter.kill9();
+    Child hunting(hunter);
+    hunting.hear();
+    hunting.kill9();
     Endpoint late("late");  // nobody has noticed the hunter's end yet
     Endpoint endpoint("other");
-    EXPECT_EQ(spidOf(late), hunt(endpoint, "late"));
+    EXPECT_EQ(hunt(endpoint, "late"), spidOf(late));
 }
+
+const Role leaver("Death.leaver", [](Line& parent) {
+    Endpoint endpoint("supervisor");
+    EXPECT_NE(attach(endpoint, parent.hear(), notice), 0u);
+    parent.tell();
+    parent.hear();
+});
 
 TEST_F(Death, ASupervisorMayEndBeforeTheSupervised) {
     Endpoint endpoint("supervised");
     const LinxSpid spid = spidOf(endpoint);
     for (const bool killed : {true, false}) {
-        Child supervisor([&](Line& parent) {
-            Endpoint own("supervisor");
-            EXPECT_NE(0u, attach(own, spid, notice));
-            parent.tell();
-            parent.hear();
-        });
-        supervisor.hear();
+        Child watcher(leaver);
+        watcher.tell(spid);
+        watcher.hear();
         if (killed) {
-            supervisor.kill9();
+            watcher.kill9();
         } else {
-            supervisor.tell();
-            EXPECT_EQ(0, supervisor.exitStatus());
+            watcher.tell();
+            EXPECT_EQ(watcher.exitStatus(), 0);
         }
     }
     expectNothing(endpoint);
-    EXPECT_EQ(0, send(endpoint, spid, item));
+    EXPECT_EQ(send(endpoint, spid, item), 0);
     expectSignal(endpoint, item);
 }
 

@@ -4,34 +4,34 @@
 
 #include <cerrno>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/role.h"
 #include "tests/processes/support/signals.h"
+#include "tests/processes/support/whole_arena_test.h"
 
 namespace {
 
-using Descriptor = ProcessTest;
+using Descriptor = WholeArenaTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t other = 101;
 constexpr uint32_t notice = 102;
 
 /// Sends signals of the numbers that it is told, to the endpoint "looker", and says when each is sent; 0 ends it.
-void obedientSender(Line& parent) {
+const Role obedientSender("Descriptor.obedientSender", [](Line& parent) {
     Endpoint endpoint("sender");
     const LinxSpid to = hunt(endpoint, "looker");
     parent.tell(spidOf(endpoint));
     while (const uint32_t number = parent.hear()) {
-        EXPECT_EQ(0, send(endpoint, to, number));
+        EXPECT_EQ(send(endpoint, to, number), 0);
         parent.tell();
     }
-}
+});
 
 /// An endpoint "looker" and a process that sends to it what it is told to.
-class Looker : public ProcessTest {
+class Looker : public WholeArenaTest {
 protected:
     void SetUp() override {
-        ProcessTest::SetUp();
+        WholeArenaTest::SetUp();
         sender = std::make_unique<Child>(obedientSender);
         endpoint = std::make_unique<Endpoint>("looker");
         senderSpid = sender->hear();
@@ -39,7 +39,7 @@ protected:
     void TearDown() override {
         endpoint.reset();
         sender.reset();
-        ProcessTest::TearDown();
+        WholeArenaTest::TearDown();
     }
     void haveSent(uint32_t number) const {
         sender->tell(number);
@@ -58,34 +58,36 @@ TEST_F(Looker, IsNotReadableBeforeAnythingWasSent) {
 }
 
 TEST_F(Looker, IsTheSameDescriptorEachTime) {
-    EXPECT_EQ(endpoint->descriptor(), linx_get_descriptor(*endpoint));
+    EXPECT_EQ(linx_get_descriptor(*endpoint), endpoint->descriptor());
 }
+
+/// Sends a signal to the spid that it is told.
+const Role told("Descriptor.told", [](Line& parent) {
+    Endpoint endpoint("sender");
+    EXPECT_EQ(send(endpoint, parent.hear(), item), 0);
+});
 
 TEST_F(Descriptor, ClosedTooEarlyIsMissedByNobodyWhoeverGetsItsNumber) {
     const uint32_t anySignal[] = {0};
     LINX* linx = linx_open("endpoint", 0, nullptr);
     const LinxSpid own = spidOf(linx);
     const int descriptor = linx_get_descriptor(linx);
-    EXPECT_EQ(descriptor, linx_get_descriptor(linx));
-    ASSERT_EQ(0, close(descriptor));
+    EXPECT_EQ(linx_get_descriptor(linx), descriptor);
+    ASSERT_EQ(close(descriptor), 0);
     int ends[2];
-    ASSERT_EQ(0, pipe(ends));
-    ASSERT_EQ(descriptor, ends[0]);
-    ASSERT_EQ(1, write(ends[1], "x", 1));  // readable for ever, if anybody waited on it
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(ends[0], descriptor);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);  // readable for ever, if anybody waited on it
     LinxSignal* signal = nullptr;
-    EXPECT_EQ(0, linx_receive_w_tmo(linx, &signal, 1, anySignal));
-    Child sender([own](Line& parent) {
-        Endpoint endpoint("sender");
-        parent.hear();
-        EXPECT_EQ(0, send(endpoint, own, item));
-    });
-    sender.tell();
-    EXPECT_EQ(4, linx_receive(linx, &signal, anySignal));
-    EXPECT_EQ(0, linx_free_buf(linx, &signal));
-    EXPECT_EQ(0, sender.exitStatus());
-    EXPECT_EQ(0, linx_close(linx));
-    EXPECT_EQ(0, close(ends[0]));
-    EXPECT_EQ(0, close(ends[1]));
+    EXPECT_EQ(linx_receive_w_tmo(linx, &signal, 1, anySignal), 0);
+    Child sender(told);
+    sender.tell(own);
+    EXPECT_EQ(linx_receive(linx, &signal, anySignal), 4);
+    EXPECT_EQ(linx_free_buf(linx, &signal), 0);
+    EXPECT_EQ(sender.exitStatus(), 0);
+    EXPECT_EQ(linx_close(linx), 0);
+    EXPECT_EQ(close(ends[0]), 0);
+    EXPECT_EQ(close(ends[1]), 0);
 }
 
 TEST_F(Looker, IsReadableFromTheFirstSignalToTheLast) {
@@ -127,20 +129,22 @@ TEST_F(Looker, IsReadableAgainAfterItHadRunDry) {
 }
 
 TEST_F(Looker, IsReadableWhileAnAnswerToAHuntWaits) {
-    ASSERT_EQ(0, linx_hunt(*endpoint, "sender", nullptr));
+    ASSERT_EQ(linx_hunt(*endpoint, "sender", nullptr), 0);
     EXPECT_TRUE(endpoint->readable());
     expectSignal(*endpoint, LINX_OS_HUNT_SIG, 0);
     EXPECT_FALSE(endpoint->readable());
 }
 
+const Role lateComer("Looker.lateComer", [](Line& parent) {
+    Endpoint own("late");
+    parent.tell();
+    parent.hear();
+});
+
 TEST_F(Looker, IsReadableOnceAnAbsentNameOpens) {
-    ASSERT_EQ(0, linx_hunt(*endpoint, "late", nullptr));
+    ASSERT_EQ(linx_hunt(*endpoint, "late", nullptr), 0);
     EXPECT_FALSE(endpoint->readable());
-    Child late([](Line& parent) {
-        Endpoint own("late");
-        parent.tell();
-        parent.hear();
-    });
+    Child late(lateComer);
     late.hear();
     EXPECT_TRUE(endpoint->readable());
     expectSignal(*endpoint, LINX_OS_HUNT_SIG, 0);
@@ -148,22 +152,22 @@ TEST_F(Looker, IsReadableOnceAnAbsentNameOpens) {
 }
 
 TEST_F(Looker, IsReadableWhileASignalToOneselfWaits) {
-    ASSERT_EQ(0, send(*endpoint, spidOf(*endpoint), item));
+    ASSERT_EQ(send(*endpoint, spidOf(*endpoint), item), 0);
     EXPECT_TRUE(endpoint->readable());
     expectSignal(*endpoint, item, 0);
     EXPECT_FALSE(endpoint->readable());
 }
 
 TEST_F(Looker, IsReadableWhenATimeOutFires) {
-    ASSERT_NE(0u, linx_request_tmo(*endpoint, 5, nullptr));
+    ASSERT_NE(linx_request_tmo(*endpoint, 5, nullptr), 0u);
     EXPECT_TRUE(endpoint->awaitReadable());
     EXPECT_TRUE(endpoint->readable());
-    EXPECT_EQ(spidOf(*endpoint), expectSignal(*endpoint, LINX_OS_TIMEOUT_SIG, 0).sender);
+    EXPECT_EQ(expectSignal(*endpoint, LINX_OS_TIMEOUT_SIG, 0).sender, spidOf(*endpoint));
     EXPECT_FALSE(endpoint->readable());
 }
 
 TEST_F(Looker, StaysReadableWhenASelectiveReceivePassesOverATimeOut) {
-    ASSERT_NE(0u, linx_request_tmo(*endpoint, 1, nullptr));
+    ASSERT_NE(linx_request_tmo(*endpoint, 1, nullptr), 0u);
     ASSERT_TRUE(endpoint->awaitReadable());
     EXPECT_FALSE(receive(*endpoint, 0, {item}));
     EXPECT_TRUE(endpoint->readable());
@@ -174,8 +178,8 @@ TEST_F(Looker, StaysReadableWhenASelectiveReceivePassesOverATimeOut) {
 TEST_F(Looker, IsNotReadableAfterTheOnlyTimeOutIsTakenBack) {
     LinxRef fired = linx_request_tmo(*endpoint, 1, nullptr);
     ASSERT_TRUE(endpoint->awaitReadable());
-    EXPECT_EQ(0, linx_cancel_tmo(*endpoint, &fired));
-    EXPECT_EQ(0u, fired);
+    EXPECT_EQ(linx_cancel_tmo(*endpoint, &fired), 0);
+    EXPECT_EQ(fired, 0u);
     EXPECT_FALSE(endpoint->readable());
     expectNothing(*endpoint);
 }
@@ -184,7 +188,7 @@ TEST_F(Looker, IsNotReadableAfterAQueuedTimeOutIsTakenBack) {
     LinxRef fired = linx_request_tmo(*endpoint, 1, nullptr);
     ASSERT_TRUE(endpoint->awaitReadable());
     EXPECT_FALSE(receive(*endpoint, 0, {item}));  // brings it into the queue
-    EXPECT_EQ(0, linx_cancel_tmo(*endpoint, &fired));
+    EXPECT_EQ(linx_cancel_tmo(*endpoint, &fired), 0);
     EXPECT_FALSE(endpoint->readable());
     expectNothing(*endpoint);
 }
@@ -192,25 +196,25 @@ TEST_F(Looker, IsNotReadableAfterAQueuedTimeOutIsTakenBack) {
 TEST_F(Looker, TakingATimeOutBackLeavesTheOtherOnes) {
     LinxRef earlier = linx_request_tmo(*endpoint, 1, nullptr);
     LinxSignal* later = linx_alloc(*endpoint, sizeof(LinxSignal), other);
-    ASSERT_NE(0u, linx_request_tmo(*endpoint, 30, &later));
-    EXPECT_EQ(0, linx_cancel_tmo(*endpoint, &earlier));
+    ASSERT_NE(linx_request_tmo(*endpoint, 30, &later), 0u);
+    EXPECT_EQ(linx_cancel_tmo(*endpoint, &earlier), 0);
     EXPECT_TRUE(endpoint->awaitReadable());
     expectSignal(*endpoint, other, 0);
     EXPECT_FALSE(endpoint->readable());
 }
 
 TEST_F(Looker, IsReadableWhenASupervisedPeerIsKilled) {
-    ASSERT_NE(0u, attach(*endpoint, senderSpid, notice));
+    ASSERT_NE(attach(*endpoint, senderSpid, notice), 0u);
     EXPECT_FALSE(endpoint->readable());
     sender->kill9();
     EXPECT_TRUE(endpoint->awaitReadable());
-    EXPECT_EQ(senderSpid, expectSignal(*endpoint, notice, 0).sender);
+    EXPECT_EQ(expectSignal(*endpoint, notice, 0).sender, senderSpid);
     EXPECT_FALSE(endpoint->readable());
 }
 
 TEST_F(Looker, ASecondNoticeKeepsItReadable) {
-    ASSERT_NE(0u, attach(*endpoint, senderSpid, notice));
-    ASSERT_NE(0u, attach(*endpoint, senderSpid, notice));
+    ASSERT_NE(attach(*endpoint, senderSpid, notice), 0u);
+    ASSERT_NE(attach(*endpoint, senderSpid, notice), 0u);
     sender->kill9();
     EXPECT_TRUE(endpoint->awaitReadable());
     expectSignal(*endpoint, notice, 0);
@@ -222,7 +226,7 @@ TEST_F(Looker, ASecondNoticeKeepsItReadable) {
 TEST_F(Looker, OneReceiveSilencesTheEndOfAnUnsupervisedPeer) {
     haveSent(item);
     const LinxSpid known = expectSignal(*endpoint, item).sender;
-    ASSERT_EQ(0, send(*endpoint, known, item));
+    ASSERT_EQ(send(*endpoint, known, item), 0);
     sender->kill9();
     expectNothing(*endpoint);
     EXPECT_FALSE(endpoint->readable());
@@ -239,7 +243,7 @@ uint32_t pollLoop(Endpoint& endpoint, uint32_t signals) {
         }
         const std::optional<Received> signal = receive(endpoint, 0);
         if (signal) {
-            EXPECT_EQ(received, signal->word());
+            EXPECT_EQ(signal->word(), received);
             ++received;
         } else {
             ++forNothing;
@@ -248,16 +252,19 @@ uint32_t pollLoop(Endpoint& endpoint, uint32_t signals) {
     return forNothing;
 }
 
+constexpr uint32_t rounds = 2000;
+
+const Role asker("Descriptor.asker", [](Line&) {
+    Endpoint endpoint("sender");
+    const LinxSpid to = hunt(endpoint, "looker");
+    for (uint32_t i = 0; i < rounds; ++i) {
+        ASSERT_EQ(send(endpoint, to, item, {i}), 0);
+        expectSignal(endpoint, item);
+    }
+});
+
 TEST_F(Descriptor, WakesAPollLoopForEverySignal) {
-    constexpr uint32_t rounds = 2000;
-    Child sender([](Line&) {
-        Endpoint endpoint("sender");
-        const LinxSpid to = hunt(endpoint, "looker");
-        for (uint32_t i = 0; i < rounds; ++i) {
-            ASSERT_EQ(0, send(endpoint, to, item, {i}));
-            expectSignal(endpoint, item);
-        }
-    });
+    Child sender(asker);
     Endpoint endpoint("looker");
     const LinxSpid to = hunt(endpoint, "sender");
     uint32_t forNothing = 0;
@@ -271,49 +278,53 @@ TEST_F(Descriptor, WakesAPollLoopForEverySignal) {
         // A byte may come late for the last signal; and the sender introduces itself once, or twice if it answers a
         // hunt, before there is a signal at all.
         ASSERT_LE(forNothing, i + 3);
-        ASSERT_EQ(i, signal->word());
-        ASSERT_EQ(0, send(endpoint, to, item));
+        ASSERT_EQ(signal->word(), i);
+        ASSERT_EQ(send(endpoint, to, item), 0);
     }
-    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
+
+constexpr uint32_t streamed = 20000;
+
+const Role streamer("Descriptor.streamer", [](Line&) {
+    Endpoint endpoint("sender");
+    const LinxSpid to = hunt(endpoint, "looker");
+    for (uint32_t i = 0; i < streamed; ++i) ASSERT_EQ(send(endpoint, to, item, {i}), 0);
+});
 
 TEST_F(Descriptor, WakesAPollLoopForSignalsInAStream) {
-    constexpr uint32_t count = 20000;
-    Child sender([](Line&) {
-        Endpoint endpoint("sender");
-        const LinxSpid to = hunt(endpoint, "looker");
-        for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(0, send(endpoint, to, item, {i}));
-    });
+    Child sender(streamer);
     Endpoint endpoint("looker");
     // A false wake-up belongs to a signal: there cannot be more of them.
-    EXPECT_LE(pollLoop(endpoint, count), count);
-    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_LE(pollLoop(endpoint, streamed), streamed);
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
 
+/// Events come as they like while the looker awaits replies; they must not be forgotten behind the descriptor.
+const Role talker("Descriptor.talker", [](Line&) {
+    Endpoint endpoint("talker");
+    const LinxSpid to = hunt(endpoint, "looker");
+    for (uint32_t i = 0; i < rounds; ++i) {
+        ASSERT_EQ(send(endpoint, to, item, {i}), 0);
+        expectSignal(endpoint, other);
+        ASSERT_EQ(send(endpoint, to, other, {i}), 0);
+    }
+});
+
 TEST_F(Descriptor, ALoopThatAwaitsRepliesInBetweenMissesNothing) {
-    constexpr uint32_t rounds = 1000;
-    // Events come as they like while the looker awaits replies; they must not be forgotten behind the descriptor.
-    Child talker([](Line&) {
-        Endpoint endpoint("talker");
-        const LinxSpid to = hunt(endpoint, "looker");
-        for (uint32_t i = 0; i < rounds; ++i) {
-            ASSERT_EQ(0, send(endpoint, to, item, {i}));
-            expectSignal(endpoint, other);
-            ASSERT_EQ(0, send(endpoint, to, other, {i}));
-        }
-    });
+    Child busy(talker);
     Endpoint endpoint("looker");
     const LinxSpid to = hunt(endpoint, "talker");
     for (uint32_t i = 0; i < rounds;) {
         ASSERT_TRUE(endpoint.awaitReadable()) << i;
         const std::optional<Received> event = receive(endpoint, 0);
         if (!event) continue;
-        ASSERT_EQ(item, event->number);
-        ASSERT_EQ(i, event->word());
-        ASSERT_EQ(0, send(endpoint, to, other));
-        ASSERT_EQ(i++, expectAmongOthers(endpoint, other).word());
+        ASSERT_EQ(event->number, item);
+        ASSERT_EQ(event->word(), i);
+        ASSERT_EQ(send(endpoint, to, other), 0);
+        ASSERT_EQ(expectAmongOthers(endpoint, other).word(), i++);
     }
-    EXPECT_EQ(0, talker.exitStatus());
+    EXPECT_EQ(busy.exitStatus(), 0);
 }
 
 }  // namespace

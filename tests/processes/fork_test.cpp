@@ -23,22 +23,22 @@ void mirror(LINX* endpoint) {
     for (;;) {
         const std::optional<Received> received = receive(endpoint, patience);
         ASSERT_TRUE(received);
-        ASSERT_EQ(0, sendBytes(endpoint, received->sender, received->number, received->payload));
+        ASSERT_EQ(sendBytes(endpoint, received->sender, received->number, received->payload), 0);
         if (received->payload.empty()) return;
     }
 }
 
 void talkTo(LINX* endpoint, LinxSpid mirror) {
     for (uint32_t i = 0; i < 20; ++i) {
-        ASSERT_EQ(0, send(endpoint, mirror, item, {i}));
+        ASSERT_EQ(send(endpoint, mirror, item, {i}), 0);
         const Received received = expectSignal(endpoint, item);
-        EXPECT_EQ(mirror, received.sender);
-        EXPECT_EQ(i, received.word());
+        EXPECT_EQ(received.sender, mirror);
+        EXPECT_EQ(received.word(), i);
     }
 }
 
 void finish(LINX* endpoint, LinxSpid mirror) {
-    ASSERT_EQ(0, send(endpoint, mirror, item));
+    ASSERT_EQ(send(endpoint, mirror, item), 0);
     expectSignal(endpoint, item);
 }
 
@@ -63,13 +63,13 @@ void expectRefusals(LINX* endpoint, LinxSignal* signal, LinxRef timeout) {
     EXPECT_TRUE(refuses(linx_request_tmo(endpoint, 1, &signal) == 0));
     EXPECT_TRUE(refuses(linx_cancel_tmo(endpoint, &timeout) == -1));
     EXPECT_TRUE(refuses(linx_get_descriptor(endpoint) == -1));
-    EXPECT_EQ(before, signal);
-    EXPECT_EQ(timeoutBefore, timeout);
+    EXPECT_EQ(signal, before);
+    EXPECT_EQ(timeout, timeoutBefore);
 }
 
 void expectRefusedClose(LINX* endpoint) {
-    EXPECT_EQ(-1, linx_close(endpoint));
-    EXPECT_EQ(ECHILD, errno);
+    EXPECT_EQ(linx_close(endpoint), -1);
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST_F(Fork, TheChildThatIsFirstKeepsTheEndpoint) {
@@ -80,7 +80,7 @@ TEST_F(Fork, TheChildThatIsFirstKeepsTheEndpoint) {
         Child daemon([&](Line& parent) {
             parent.tell(spidOf(endpoint));
             mirror(endpoint);
-            EXPECT_EQ(0, linx_close(endpoint));
+            EXPECT_EQ(linx_close(endpoint), 0);
         });
         const LinxSpid spid = daemon.hear();
         expectRefusals(endpoint, signal, timeout);
@@ -88,18 +88,18 @@ TEST_F(Fork, TheChildThatIsFirstKeepsTheEndpoint) {
         test.hear();
         expectRefusedClose(endpoint);
         test.tell();
-        EXPECT_EQ(0, daemon.exitStatus());
+        EXPECT_EQ(daemon.exitStatus(), 0);
     });
     const LinxSpid spid = parentProcess.hear();
     Endpoint endpoint("test");
-    EXPECT_EQ(spid, hunt(endpoint, "forked"));
+    EXPECT_EQ(hunt(endpoint, "forked"), spid);
     talkTo(endpoint, spid);
     parentProcess.tell();
     parentProcess.hear();  // the parent has closed its copy
     talkTo(endpoint, spid);
-    EXPECT_EQ(spid, hunt(endpoint, "forked"));
+    EXPECT_EQ(hunt(endpoint, "forked"), spid);
     finish(endpoint, spid);
-    EXPECT_EQ(0, parentProcess.exitStatus());
+    EXPECT_EQ(parentProcess.exitStatus(), 0);
 }
 
 TEST_F(Fork, TheParentThatIsFirstKeepsTheEndpoint) {
@@ -114,47 +114,47 @@ TEST_F(Fork, TheParentThatIsFirstKeepsTheEndpoint) {
         });
         test.tell(spidOf(endpoint));
         late.tell();
-        EXPECT_EQ(0, late.exitStatus());
+        EXPECT_EQ(late.exitStatus(), 0);
         mirror(endpoint);
-        EXPECT_EQ(0, linx_close(endpoint));
+        EXPECT_EQ(linx_close(endpoint), 0);
     });
     const LinxSpid spid = parentProcess.hear();
     Endpoint endpoint("test");
-    EXPECT_EQ(spid, hunt(endpoint, "forked"));
+    EXPECT_EQ(hunt(endpoint, "forked"), spid);
     talkTo(endpoint, spid);
     finish(endpoint, spid);
-    EXPECT_EQ(0, parentProcess.exitStatus());
+    EXPECT_EQ(parentProcess.exitStatus(), 0);
 }
 
 TEST_F(Fork, TheWinnerKeepsWhatWasQueuedAndKnown) {
     Child parentProcess([](Line& test) {
         LINX* forked = linx_open("forked", 0, nullptr);
         const LinxSpid known = hunt(forked, "test");
-        EXPECT_NE(0u, attach(forked, known, notice));
-        EXPECT_NE(0u, linx_request_tmo(forked, 1, nullptr));
+        EXPECT_NE(attach(forked, known, notice), 0u);
+        EXPECT_NE(linx_request_tmo(forked, 1, nullptr), 0u);
         test.tell(spidOf(forked));
         test.hear();
         EXPECT_TRUE(receive(forked, patience, {item + 1}));  // brings the one before into the queue
         Child winner([&](Line& parent) {
-            EXPECT_EQ(7u, expectAmongOthers(forked, item).word());
+            EXPECT_EQ(expectAmongOthers(forked, item).word(), 7u);
             expectSignal(forked, LINX_OS_TIMEOUT_SIG);
-            EXPECT_EQ(0, send(forked, known, item));
+            EXPECT_EQ(send(forked, known, item), 0);
             parent.tell();
             expectSignal(forked, notice);
-            EXPECT_EQ(0, linx_close(forked));
+            EXPECT_EQ(linx_close(forked), 0);
         });
         winner.hear();
         expectRefusedClose(forked);
-        EXPECT_EQ(0, winner.exitStatus());
+        EXPECT_EQ(winner.exitStatus(), 0);
     });
     Endpoint endpoint("test");
     const LinxSpid spid = parentProcess.hear();
-    ASSERT_EQ(0, send(endpoint, spid, item, {7}));
-    ASSERT_EQ(0, send(endpoint, spid, item + 1));
+    ASSERT_EQ(send(endpoint, spid, item, {7}), 0);
+    ASSERT_EQ(send(endpoint, spid, item + 1), 0);
     parentProcess.tell();
-    EXPECT_EQ(spid, expectSignal(endpoint, item).sender);
+    EXPECT_EQ(expectSignal(endpoint, item).sender, spid);
     endpoint.close();
-    EXPECT_EQ(0, parentProcess.exitStatus());
+    EXPECT_EQ(parentProcess.exitStatus(), 0);
 }
 
 TEST_F(Fork, TheWinnersDeathIsNoticedThoughTheLoserLives) {
@@ -165,8 +165,8 @@ TEST_F(Fork, TheWinnersDeathIsNoticedThoughTheLoserLives) {
             parent.hear();
         });
         test.tell(winner.hear());
-        EXPECT_EQ(nullptr, linx_alloc(endpoint, 4, item));
-        EXPECT_EQ(ECHILD, errno);
+        EXPECT_EQ(linx_alloc(endpoint, 4, item), nullptr);
+        EXPECT_EQ(errno, ECHILD);
         test.tell();
         test.hear();
         winner.kill9();
@@ -177,14 +177,14 @@ TEST_F(Fork, TheWinnersDeathIsNoticedThoughTheLoserLives) {
     const LinxSpid spid = parentProcess.hear();
     parentProcess.hear();
     Endpoint endpoint("test");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     parentProcess.tell();
     parentProcess.hear();
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
     Endpoint next("forked");
     parentProcess.tell();
-    EXPECT_EQ(0, parentProcess.exitStatus());
+    EXPECT_EQ(parentProcess.exitStatus(), 0);
 }
 
 /// Has a child take an endpoint over, tells the spid, and has it closed there; says so, and keeps its own copy
@@ -194,12 +194,12 @@ void closeInChild(Line& test) {
     Child winner([&](Line& parent) {
         parent.tell(spidOf(endpoint));
         parent.hear();
-        EXPECT_EQ(0, linx_close(endpoint));
+        EXPECT_EQ(linx_close(endpoint), 0);
     });
     test.tell(winner.hear());
     test.hear();
     winner.tell();
-    EXPECT_EQ(0, winner.exitStatus());
+    EXPECT_EQ(winner.exitStatus(), 0);
     test.tell();
     test.hear();
 }
@@ -208,13 +208,13 @@ TEST_F(Fork, AnOrderlyCloseInTheChildIsToldAtOnceThoughTheParentKeepsItsCopy) {
     Child parentProcess(closeInChild);
     const LinxSpid spid = parentProcess.hear();
     Endpoint endpoint("test");
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     parentProcess.tell();
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
-    EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
+    EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
     parentProcess.hear();
     parentProcess.tell();
-    EXPECT_EQ(0, parentProcess.exitStatus());
+    EXPECT_EQ(parentProcess.exitStatus(), 0);
 }
 
 TEST_F(Fork, AnOrderlyCloseInTheChildIsToldToOneWhoseQueueNeverRunsDry) {
@@ -222,8 +222,8 @@ TEST_F(Fork, AnOrderlyCloseInTheChildIsToldToOneWhoseQueueNeverRunsDry) {
     const LinxSpid spid = parentProcess.hear();
     Endpoint endpoint("test");
     const LinxSpid own = spidOf(endpoint);
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
-    for (int i = 0; i < 4; ++i) ASSERT_EQ(0, send(endpoint, own, item));
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    for (int i = 0; i < 4; ++i) ASSERT_EQ(send(endpoint, own, item), 0);
     parentProcess.tell();
     parentProcess.hear();
     const uint64_t deadline = linx::coarseMilliseconds() + patience;
@@ -232,12 +232,12 @@ TEST_F(Fork, AnOrderlyCloseInTheChildIsToldToOneWhoseQueueNeverRunsDry) {
         received = receive(endpoint, 0);
         ASSERT_TRUE(received);
         if (received->number == notice) break;
-        ASSERT_EQ(0, send(endpoint, own, item));
+        ASSERT_EQ(send(endpoint, own, item), 0);
     } while (linx::coarseMilliseconds() < deadline);
-    EXPECT_EQ(notice, received->number);
-    EXPECT_EQ(spid, received->sender);
+    EXPECT_EQ(received->number, notice);
+    EXPECT_EQ(received->sender, spid);
     parentProcess.tell();
-    EXPECT_EQ(0, parentProcess.exitStatus());
+    EXPECT_EQ(parentProcess.exitStatus(), 0);
 }
 
 TEST_F(Fork, WhoTookItOverClosesItForAllAndLivesOn) {
@@ -245,7 +245,7 @@ TEST_F(Fork, WhoTookItOverClosesItForAllAndLivesOn) {
         LINX* endpoint = linx_open("forked", 0, nullptr);
         Child winner([&](Line& parent) {
             spidOf(endpoint);
-            EXPECT_EQ(0, linx_close(endpoint));
+            EXPECT_EQ(linx_close(endpoint), 0);
             const Endpoint next("forked");
             parent.tell(spidOf(next));
             parent.hear();
@@ -254,13 +254,13 @@ TEST_F(Fork, WhoTookItOverClosesItForAllAndLivesOn) {
         expectRefusedClose(endpoint);
         test.hear();
         winner.tell();
-        EXPECT_EQ(0, winner.exitStatus());
+        EXPECT_EQ(winner.exitStatus(), 0);
     });
     const LinxSpid next = parentProcess.hear();
     Endpoint endpoint("test");
-    EXPECT_EQ(next, hunt(endpoint, "forked"));
+    EXPECT_EQ(hunt(endpoint, "forked"), next);
     parentProcess.tell();
-    EXPECT_EQ(0, parentProcess.exitStatus());
+    EXPECT_EQ(parentProcess.exitStatus(), 0);
 }
 
 TEST_F(Fork, ALoserThatDoesNothingButCloseIsToldSo) {
@@ -271,8 +271,8 @@ TEST_F(Fork, ALoserThatDoesNothingButCloseIsToldSo) {
     });
     const LinxSpid spid = spidOf(endpoint);
     late.tell();
-    EXPECT_EQ(0, late.exitStatus());
-    EXPECT_EQ(spid, hunt(endpoint, "forked"));
+    EXPECT_EQ(late.exitStatus(), 0);
+    EXPECT_EQ(hunt(endpoint, "forked"), spid);
 }
 
 TEST_F(Fork, ACopyOfAPeersDoorbellDoesNotKeepTheDescriptorReadable) {
@@ -283,16 +283,16 @@ TEST_F(Fork, ACopyOfAPeersDoorbellDoesNotKeepTheDescriptorReadable) {
     });
     const LinxSpid known = peer.hear();
     Endpoint endpoint("forked");
-    ASSERT_NE(0u, attach(endpoint, known, notice));
+    ASSERT_NE(attach(endpoint, known, notice), 0u);
     Child copy([](Line& parent) { parent.hear(); });
     spidOf(endpoint);  // it stays the parent's
     peer.kill9();
     EXPECT_TRUE(endpoint.awaitReadable());
-    EXPECT_EQ(known, expectSignal(endpoint, notice, 0).sender);
+    EXPECT_EQ(expectSignal(endpoint, notice, 0).sender, known);
     expectNothing(endpoint);
     EXPECT_FALSE(endpoint.readable());
     copy.tell();
-    EXPECT_EQ(0, copy.exitStatus());
+    EXPECT_EQ(copy.exitStatus(), 0);
 }
 
 TEST_F(Fork, AnEndpointMayBeHandedOnThroughSeveralForks) {
@@ -301,26 +301,26 @@ TEST_F(Fork, AnEndpointMayBeHandedOnThroughSeveralForks) {
         Child second([&](Line& parent) {
             const LinxSpid spid = spidOf(endpoint);
             Child third([&](Line& secondProcess) {
-                EXPECT_EQ(spid, spidOf(endpoint));
+                EXPECT_EQ(spidOf(endpoint), spid);
                 secondProcess.tell(spid);
                 mirror(endpoint);
-                EXPECT_EQ(0, linx_close(endpoint));
+                EXPECT_EQ(linx_close(endpoint), 0);
             });
             const LinxSpid known = third.hear();
             expectRefusedClose(endpoint);
             parent.tell(known);
-            EXPECT_EQ(0, third.exitStatus());
+            EXPECT_EQ(third.exitStatus(), 0);
         });
         const LinxSpid spid = second.hear();
         expectRefusedClose(endpoint);
         test.tell(spid);
-        EXPECT_EQ(0, second.exitStatus());
+        EXPECT_EQ(second.exitStatus(), 0);
     });
     const LinxSpid spid = first.hear();
     Endpoint endpoint("test");
     talkTo(endpoint, spid);
     finish(endpoint, spid);
-    EXPECT_EQ(0, first.exitStatus());
+    EXPECT_EQ(first.exitStatus(), 0);
 }
 
 TEST_F(Fork, AChildMayOpenEndpointsOfItsOwn) {
@@ -333,14 +333,14 @@ TEST_F(Fork, AChildMayOpenEndpointsOfItsOwn) {
     const LinxSpid spid = child.hear();
     talkTo(inherited, spid);
     finish(inherited, spid);
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(Fork, AnExecInTheChildLeavesTheEndpointToTheParent) {
     Child parentProcess([](Line& test) {
         LINX* endpoint = linx_open("forked", 0, nullptr);
         int pipe[2];
-        ASSERT_EQ(0, ::pipe(pipe));
+        ASSERT_EQ(::pipe(pipe), 0);
         const pid_t other = fork();
         if (other == 0) {
             dieWithParent();
@@ -359,11 +359,11 @@ TEST_F(Fork, AnExecInTheChildLeavesTheEndpointToTheParent) {
     Endpoint endpoint("test");
     talkTo(endpoint, spid);
     finish(endpoint, spid);
-    EXPECT_NE(0u, parentProcess.hear());
-    ASSERT_NE(0u, attach(endpoint, spid, notice));
+    EXPECT_NE(parentProcess.hear(), 0u);
+    ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectNothing(endpoint);
     parentProcess.kill9();
-    EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
+    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
 }
 
 }  // namespace

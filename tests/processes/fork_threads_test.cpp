@@ -79,7 +79,7 @@ TEST_F(ForkThreads, AnEndpointThatIsInUseNeverGetsTwoOwners) {
             linx_close(endpoint);  // refused where it is the child's
         }
     });
-    EXPECT_EQ(0, parent.exitStatus());
+    EXPECT_EQ(parent.exitStatus(), 0);
 }
 
 /// A receive that another thread is in, for as long as this lives.
@@ -90,7 +90,7 @@ public:
     }
     ~Receiving() {
         Endpoint waker("waker");
-        EXPECT_EQ(0, send(waker, spid_, item));
+        EXPECT_EQ(send(waker, spid_, item), 0);
         thread_.join();
     }
 
@@ -102,7 +102,7 @@ private:
             size = linx_receive(endpoint_, &signal, anySignal);
         } while (size == -1 && errno == EINVAL);
         EXPECT_LT(0, size);
-        EXPECT_EQ(0, linx_free_buf(endpoint_, &signal));
+        EXPECT_EQ(linx_free_buf(endpoint_, &signal), 0);
     }
 
     Endpoint& endpoint_;
@@ -118,12 +118,12 @@ TEST_F(ForkThreads, AChildThatWasMadeWhileAThreadWasInsideIsRefused) {
             EXPECT_TRUE(isRefused(endpoint));
             EXPECT_TRUE(isRefused(endpoint));
             LinxSignal* signal = nullptr;
-            EXPECT_EQ(0u, linx_sender(endpoint, &signal));
-            EXPECT_EQ(ECHILD, errno);
+            EXPECT_EQ(linx_sender(endpoint, &signal), 0u);
+            EXPECT_EQ(errno, ECHILD);
         });
-        EXPECT_EQ(0, child.exitStatus());
+        EXPECT_EQ(child.exitStatus(), 0);
     });
-    EXPECT_EQ(0, parent.exitStatus());
+    EXPECT_EQ(parent.exitStatus(), 0);
 }
 
 TEST_F(ForkThreads, OnceRefusedItDoesNotHideTheEndOfItsParent) {
@@ -145,10 +145,10 @@ TEST_F(ForkThreads, OnceRefusedItDoesNotHideTheEndOfItsParent) {
     ASSERT_GT(survivor, 0);
     Endpoint supervisor("supervisor");
     const LinxSpid spid = hunt(supervisor, "forked");
-    ASSERT_NE(0u, attach(supervisor, spid, notice));
+    ASSERT_NE(attach(supervisor, spid, notice), 0u);
     parent.kill9();
-    EXPECT_EQ(spid, expectSignal(supervisor, notice).sender);
-    EXPECT_EQ(0, kill(survivor, SIGKILL));
+    EXPECT_EQ(expectSignal(supervisor, notice).sender, spid);
+    EXPECT_EQ(kill(survivor, SIGKILL), 0);
 }
 
 /// Whether `body` holds in such a child.
@@ -157,14 +157,14 @@ void inUnannouncedChild(Body body) {
     if (const char* reason = linxtest::reasonAgainstUnannouncedForks()) GTEST_SKIP() << reason;
     const pid_t child = linxtest::unannouncedFork()();
     if (child == 0) _exit(body() ? 0 : 1);
-    EXPECT_EQ(0, linxtest::statusOf(child));
+    EXPECT_EQ(linxtest::statusOf(child), 0);
 }
 
 TEST_F(ForkThreads, AChildThatNoHandlerWasToldOfIsRefused) {
     Endpoint endpoint("forked");
     LinxSignal* signal = linx_alloc(endpoint, 4, item);
     inUnannouncedChild([&] { return isRefused(endpoint) && linx_sender(endpoint, &signal) == 0 && errno == ECHILD; });
-    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+    EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
 }
 
 TEST_F(ForkThreads, SoIsOneThatWasMadeWhileAThreadWasInside) {
@@ -185,7 +185,7 @@ TEST_F(ForkThreads, SoAreItAndItsOwnChildOnceItHasForked) {
         if (grandchild == 0) _exit(refused ? 0 : 1);
         return refused && linxtest::statusOf(grandchild) == 0;
     });
-    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+    EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
 }
 
 TEST_F(ForkThreads, WhatItHasOpenedItSharesWithItsOwnChildAsAnyProcessDoes) {
@@ -206,7 +206,7 @@ TEST_F(ForkThreads, AChildThatNoHandlerWasToldOfMayOpenEndpointsOfItsOwn) {
         return linx_free_buf(own, &signal) == 0 && linx_close(own) == 0;
     });
     LinxSignal* signal = linx_alloc(endpoint, 4, item);
-    EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+    EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
 }
 
 }  // namespace

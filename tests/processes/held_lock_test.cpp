@@ -20,7 +20,7 @@ class Holder {
 public:
     explicit Holder(const linxtest::TestDomain& domain)
         : arena_(open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC)) {
-        EXPECT_EQ(0, flock(arena_, LOCK_EX));
+        EXPECT_EQ(flock(arena_, LOCK_EX), 0);
     }
     ~Holder() { close(arena_); }
     Holder(const Holder&) = delete;
@@ -42,14 +42,14 @@ TEST_F(HeldLock, ADeathIsToldAndASendToTheDeadRefused) {
     const LinxSpid spid = peer.hear();
     Child bystander([&](Line& test) {
         Endpoint endpoint("bystander");
-        ASSERT_EQ(0, send(endpoint, spid, item));
-        ASSERT_NE(0u, attach(endpoint, spid, notice));
+        ASSERT_EQ(send(endpoint, spid, item), 0);
+        ASSERT_NE(attach(endpoint, spid, notice), 0u);
         test.tell();
         test.hear();
-        EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
-        EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+        EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
+        EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
         EXPECT_FALSE(receive(endpoint, 50));
-        EXPECT_EQ(ECONNRESET, send(endpoint, spid, item));
+        EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
         test.tell();
         test.hear();
     });
@@ -61,7 +61,7 @@ TEST_F(HeldLock, ADeathIsToldAndASendToTheDeadRefused) {
         bystander.hear();  // or the test has failed
     }
     bystander.tell();
-    EXPECT_EQ(0, bystander.exitStatus());
+    EXPECT_EQ(bystander.exitStatus(), 0);
 }
 
 TEST_F(HeldLock, ASendIsRefusedThatFindsTheDeathItself) {
@@ -72,8 +72,8 @@ TEST_F(HeldLock, ASendIsRefusedThatFindsTheDeathItself) {
         LinxSignal* signal = linx_alloc(endpoint, 4, item);
         test.tell();
         test.hear();
-        EXPECT_EQ(-1, linx_send(endpoint, &signal, spid));
-        EXPECT_EQ(ECONNRESET, errno);
+        EXPECT_EQ(linx_send(endpoint, &signal, spid), -1);
+        EXPECT_EQ(errno, ECONNRESET);
         test.tell();
         test.hear();
     });
@@ -85,7 +85,7 @@ TEST_F(HeldLock, ASendIsRefusedThatFindsTheDeathItself) {
         bystander.hear();
     }
     bystander.tell();
-    EXPECT_EQ(0, bystander.exitStatus());
+    EXPECT_EQ(bystander.exitStatus(), 0);
 }
 
 TEST_F(HeldLock, StrangersMeetAndTalk) {
@@ -96,14 +96,14 @@ TEST_F(HeldLock, StrangersMeetAndTalk) {
     });
     const LinxSpid spid = server.hear();
     Endpoint client("client");
-    ASSERT_EQ(0, send(client, spid, item));  // leases what both need
+    ASSERT_EQ(send(client, spid, item), 0);  // leases what both need
     expectSignal(client, item);
     Endpoint stranger("stranger");
     LinxSignal* signal = linx_alloc(stranger, 4, item);
     const Holder holder(domain);
-    EXPECT_EQ(spid, hunt(client, "server"));
-    EXPECT_EQ(0, linx_send(stranger, &signal, spid));
-    EXPECT_EQ(spid, expectSignal(stranger, item).sender);
+    EXPECT_EQ(hunt(client, "server"), spid);
+    EXPECT_EQ(linx_send(stranger, &signal, spid), 0);
+    EXPECT_EQ(expectSignal(stranger, item).sender, spid);
     server.kill9();
 }
 
@@ -114,7 +114,7 @@ TEST_F(HeldLock, MoreThanMayBeKeptCanBeFreed) {
         for (int i = 0; i < 200; ++i) signals.push_back(linx_alloc(endpoint, 60000, item));
         test.tell();
         test.hear();
-        for (LinxSignal*& signal : signals) EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+        for (LinxSignal*& signal : signals) EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
         test.tell();
         test.hear();
     });
@@ -125,7 +125,7 @@ TEST_F(HeldLock, MoreThanMayBeKeptCanBeFreed) {
         bystander.hear();
     }
     bystander.tell();
-    EXPECT_EQ(0, bystander.exitStatus());
+    EXPECT_EQ(bystander.exitStatus(), 0);
 }
 
 }  // namespace

@@ -42,8 +42,8 @@ private:
 void sendBurst(LINX* linx, LinxSpid to) {
     for (uint32_t i = 1; i <= burst; ++i) {
         LinxSignal* signal = linx_alloc(linx, bytes, i == burst ? last : item);
-        ASSERT_NE(nullptr, signal);
-        ASSERT_EQ(0, linx_send(linx, &signal, to));
+        ASSERT_NE(signal, nullptr);
+        ASSERT_EQ(linx_send(linx, &signal, to), 0);
     }
 }
 
@@ -60,10 +60,10 @@ void takeBurst(LINX* linx, Handle handle) {
 }
 
 void sendBackBurst(LINX* linx) {
-    takeBurst(linx, [&](LinxSignal* signal) { EXPECT_EQ(0, linx_send(linx, &signal, linx_sender(linx, &signal))); });
+    takeBurst(linx, [&](LinxSignal* signal) { EXPECT_EQ(linx_send(linx, &signal, linx_sender(linx, &signal)), 0); });
 }
 void freeBurst(LINX* linx) {
-    takeBurst(linx, [&](LinxSignal* signal) { EXPECT_EQ(0, linx_free_buf(linx, &signal)); });
+    takeBurst(linx, [&](LinxSignal* signal) { EXPECT_EQ(linx_free_buf(linx, &signal), 0); });
 }
 
 void sleep(Endpoint& endpoint) {

@@ -9,9 +9,9 @@
 
 #include "directory/LinxServerNameList.h"
 #include "ipc/linxIpc.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
+#include "tests/processes/support/role.h"
 #include "tests/processes/support/signals.h"
+#include "tests/processes/support/whole_arena_test.h"
 
 namespace {
 
@@ -31,18 +31,18 @@ const std::string& stateName() {
     return LinxServerNameList::Instance().Name(e_StateMgr);
 }
 
-class Library : public ProcessTest {
+class Library : public WholeArenaTest {
 protected:
     void TearDown() override {
         closelog();
-        ProcessTest::TearDown();
+        WholeArenaTest::TearDown();
     }
 };
 
 int notify(LinxIpc& from, const std::string& to, unsigned type, const std::string& text = "") {
     IpcMessage message;
     std::string payload = text;
-    EXPECT_EQ(0, message.Allocate(type, static_cast<unsigned>(payload.size()), payload.data()));
+    EXPECT_EQ(message.Allocate(type, static_cast<unsigned>(payload.size()), payload.data()), 0);
     return from.Notify(to, message, true);
 }
 
@@ -55,312 +55,379 @@ void serve(LinxIpc& endpoint) {
     int result;
     while ((result = endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr)) == 0) {
     }
-    EXPECT_EQ(ESHUTDOWN, result);
+    EXPECT_EQ(result, ESHUTDOWN);
 }
 
 void answerInCapitals(LinxIpc* endpoint, void*) {
     std::string text = textOf(endpoint->rxMessage);
     for (char& letter : text) letter = static_cast<char>(letter - 'a' + 'A');
-    EXPECT_EQ(0, notify(*endpoint, endpoint->rxMessage.GetSender(), answer, text));
+    EXPECT_EQ(notify(*endpoint, endpoint->rxMessage.GetSender(), answer, text), 0);
 }
 
 /// A server under the name of the state manager, which says when it is open.
-Child::Body server(unsigned type, void (*handler)(LinxIpc*, void*)) {
-    return [=](Line& parent) {
-        LinxIpc endpoint(stateName());
-        ASSERT_EQ(0, endpoint.Init());
-        endpoint.RegisterHandler(type, handler, nullptr);
-        parent.tell();
-        serve(endpoint);
-    };
+void run(Line& parent, unsigned type, void (*handler)(LinxIpc*, void*)) {
+    LinxIpc endpoint(stateName());
+    ASSERT_EQ(endpoint.Init(), 0);
+    endpoint.RegisterHandler(type, handler, nullptr);
+    parent.tell();
+    serve(endpoint);
 }
+
+const Role capitals("Library.capitals", [](Line& parent) { run(parent, question, answerInCapitals); });
+const Role silent("Library.silent", [](Line& parent) { run(parent, question, [](LinxIpc*, void*) {}); });
 
 void count(LinxIpc*, void* calls) {
     ++*static_cast<int*>(calls);
 }
 
+const Role notified("Library.notified", [](Line& parent) {
+    LinxIpc endpoint(stateName());
+    ASSERT_EQ(endpoint.Init(), 0);
+    parent.tell();
+    EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(endpoint.rxMessage.MsgType(), news);
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), uiName());
+    EXPECT_EQ(textOf(endpoint.rxMessage), "the sun shines");
+});
+
 TEST_F(Library, ANotificationArrivesWithItsSendersName) {
-    Child receiver([](Line& parent) {
-        LinxIpc endpoint(stateName());
-        ASSERT_EQ(0, endpoint.Init());
-        parent.tell();
-        EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-        EXPECT_EQ(news, endpoint.rxMessage.MsgType());
-        EXPECT_EQ(uiName(), endpoint.rxMessage.GetSender());
-        EXPECT_EQ("the sun shines", textOf(endpoint.rxMessage));
-    });
+    Child receiver(notified);
     receiver.hear();
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
-    EXPECT_EQ(0, notify(endpoint, stateName(), news, "the sun shines"));
-    EXPECT_EQ(0, receiver.exitStatus());
+    ASSERT_EQ(endpoint.Init(), 0);
+    EXPECT_EQ(notify(endpoint, stateName(), news, "the sun shines"), 0);
+    EXPECT_EQ(receiver.exitStatus(), 0);
 }
 
 TEST_F(Library, ARequestIsAnsweredByAHandler) {
-    Child asked(server(question, answerInCapitals));
+    Child asked(capitals);
     asked.hear();
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 100; ++i) {
         IpcMessage message;
         IpcMessage reply;
         char text[] = "word";
         message.Allocate(question, 4, text);
-        ASSERT_EQ(0, endpoint.Request(stateName(), message, answer, limit, &reply));
-        EXPECT_EQ("WORD", textOf(reply));
-        EXPECT_EQ(stateName(), reply.GetSender());
+        ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0);
+        EXPECT_EQ(textOf(reply), "WORD");
+        EXPECT_EQ(reply.GetSender(), stateName());
     }
-    EXPECT_EQ(0, notify(endpoint, stateName(), shutdownRequest));
-    EXPECT_EQ(0, asked.exitStatus());
+    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(asked.exitStatus(), 0);
+}
+
+const Role reversing("Library.reversing", [](Line& parent) {
+    run(parent, question, [](LinxIpc* endpoint, void*) {
+        const std::string text = textOf(endpoint->rxMessage);
+        EXPECT_EQ(notify(*endpoint, endpoint->rxMessage.GetSender(), answer, {text.rbegin(), text.rend()}), 0);
+    });
+});
+
+TEST_F(Library, RequestsOfEverySizeAreAnswered) {
+    Child asked(reversing);
+    asked.hear();
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(endpoint.Init(), 0);
+    for (const unsigned size : {1u, 4u, 5u, 100u, 4096u, 48u << 10, 65532u}) {
+        IpcMessage message;
+        IpcMessage reply;
+        Bytes bytes = pattern(size, size);
+        message.Allocate(question, size, reinterpret_cast<char*>(bytes.data()));
+        ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0);
+        EXPECT_TRUE(std::string(bytes.rbegin(), bytes.rend()) == textOf(reply)) << size;
+        EXPECT_EQ(reply.GetSender(), stateName());
+    }
+    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(asked.exitStatus(), 0);
 }
 
 TEST_F(Library, ARequestThatNobodyAnswersRunsOut) {
-    Child asked(server(question, [](LinxIpc*, void*) {}));
+    Child asked(silent);
     asked.hear();
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     IpcMessage message;
     message.Allocate(question, 0, nullptr);
-    EXPECT_EQ(ETIMEDOUT, endpoint.Request(stateName(), message, answer, 20, nullptr));
-    EXPECT_EQ(0, notify(endpoint, stateName(), shutdownRequest));
-    EXPECT_EQ(0, asked.exitStatus());
+    EXPECT_EQ(endpoint.Request(stateName(), message, answer, 20, nullptr), ETIMEDOUT);
+    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(asked.exitStatus(), 0);
 }
 
-TEST_F(Library, ARequestEndsWithTheNewsOfItsPeersDeath) {
-    Child asked(server(question, [](LinxIpc* endpoint, void*) {
+const Role bearerOfNews("Library.bearerOfNews", [](Line& parent) {
+    run(parent, question, [](LinxIpc* endpoint, void*) {
         // As the supervisor of all would say it: first of somebody else, then of the peer itself.
         for (const e_Process process : {e_GpsHal, e_StateMgr}) {
             std::string payload(sizeof process, '\0');
             std::memcpy(payload.data(), &process, sizeof process);
-            EXPECT_EQ(0, notify(*endpoint, uiName(), processDied, payload));
+            EXPECT_EQ(notify(*endpoint, uiName(), processDied, payload), 0);
         }
-    }));
+    });
+});
+
+TEST_F(Library, ARequestEndsWithTheNewsOfItsPeersDeath) {
+    Child asked(bearerOfNews);
     asked.hear();
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     IpcMessage message;
     message.Allocate(question, 0, nullptr);
-    EXPECT_EQ(EHOSTUNREACH, endpoint.Request(stateName(), message, answer, limit, nullptr));
-    EXPECT_EQ(0, notify(endpoint, stateName(), shutdownRequest));
-    EXPECT_EQ(0, asked.exitStatus());
+    EXPECT_EQ(endpoint.Request(stateName(), message, answer, limit, nullptr), EHOSTUNREACH);
+    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(asked.exitStatus(), 0);
 }
 
+const Role talkative("Library.talkative", [](Line& parent) {
+    run(parent, question, [](LinxIpc* endpoint, void*) {
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(notify(*endpoint, uiName(), news), 0);
+        EXPECT_EQ(notify(*endpoint, uiName(), answer, "done"), 0);
+    });
+});
+
 TEST_F(Library, AnAsynchronousRequestDispatchesWhatComesMeanwhile) {
-    Child asked(server(question, [](LinxIpc* endpoint, void*) {
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(0, notify(*endpoint, uiName(), news));
-        EXPECT_EQ(0, notify(*endpoint, uiName(), answer, "done"));
-    }));
+    Child asked(talkative);
     asked.hear();
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     int newsHeard = 0;
     int answersHeard = 0;
     endpoint.RegisterHandler(news, count, &newsHeard);
     endpoint.RegisterHandler(answer, count, &answersHeard);
     IpcMessage message;
     message.Allocate(question, 0, nullptr);
-    EXPECT_EQ(0, endpoint.AsyncRequest(stateName(), message, answer, limit, nullptr));
-    EXPECT_EQ("done", textOf(endpoint.rxMessage));
-    EXPECT_EQ(3, newsHeard);
-    EXPECT_EQ(1, answersHeard);
-    EXPECT_EQ(0, notify(endpoint, stateName(), shutdownRequest));
-    EXPECT_EQ(0, asked.exitStatus());
+    EXPECT_EQ(endpoint.AsyncRequest(stateName(), message, answer, limit, nullptr), 0);
+    EXPECT_EQ(textOf(endpoint.rxMessage), "done");
+    EXPECT_EQ(newsHeard, 3);
+    EXPECT_EQ(answersHeard, 1);
+    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(asked.exitStatus(), 0);
 }
 
+constexpr unsigned relayedBytes = 48u << 10;
+
+const Role relaying("Library.relaying", [](Line& parent) {
+    LinxIpc endpoint(stateName());
+    ASSERT_EQ(endpoint.Init(), 0);
+    const auto pass = [](LinxIpc* own, void*) {
+        EXPECT_EQ(own->relayMessage.GetSender(), "source");
+        EXPECT_EQ(own->relayMessage.Length(), relayedBytes);
+        EXPECT_EQ(own->Relay(own->relayMessage, uiName()), 0);
+    };
+    endpoint.RegisterRelayHandler(news, pass, nullptr);
+    parent.tell();
+    serve(endpoint);
+});
+
+const Role sending("Library.sending", [](Line& parent) {
+    LinxIpc endpoint("source");
+    ASSERT_EQ(endpoint.Init(), 0);
+    parent.hear();
+    for (uint32_t i = 0; i < 10; ++i) {
+        const Bytes bytes = pattern(relayedBytes, i);
+        EXPECT_EQ(notify(endpoint, stateName(), news, std::string(bytes.begin(), bytes.end())), 0);
+    }
+});
+
 TEST_F(Library, ALargeMessageIsRelayedWholeInTheRelayersName) {
-    static constexpr unsigned size = 48u << 10;
-    Child relayer([](Line& parent) {
-        LinxIpc endpoint(stateName());
-        ASSERT_EQ(0, endpoint.Init());
-        const auto pass = [](LinxIpc* own, void*) {
-            EXPECT_EQ("source", own->relayMessage.GetSender());
-            EXPECT_EQ(size, own->relayMessage.Length());
-            EXPECT_EQ(0, own->Relay(own->relayMessage, uiName()));
-        };
-        endpoint.RegisterRelayHandler(news, pass, nullptr);
-        parent.tell();
-        serve(endpoint);
-    });
+    Child relayer(relaying);
     relayer.hear();
-    Child source([](Line& parent) {
-        LinxIpc endpoint("source");
-        ASSERT_EQ(0, endpoint.Init());
-        parent.hear();
-        for (uint32_t i = 0; i < 10; ++i) {
-            const Bytes bytes = pattern(size, i);
-            EXPECT_EQ(0, notify(endpoint, stateName(), news, std::string(bytes.begin(), bytes.end())));
-        }
-    });
+    Child source(sending);
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     source.tell();
     for (uint32_t i = 0; i < 10; ++i) {
-        ASSERT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-        EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
-        const Bytes bytes = pattern(size, i);
+        ASSERT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+        EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
+        const Bytes bytes = pattern(relayedBytes, i);
         EXPECT_TRUE(textOf(endpoint.rxMessage) == std::string(bytes.begin(), bytes.end())) << i;
     }
-    EXPECT_EQ(0, source.exitStatus());
-    EXPECT_EQ(0, notify(endpoint, stateName(), shutdownRequest));
-    EXPECT_EQ(0, relayer.exitStatus());
+    EXPECT_EQ(source.exitStatus(), 0);
+    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(relayer.exitStatus(), 0);
 }
 
 TEST_F(Library, ASupervisedPeersEndCallsTheHandler) {
-    Child mortal(server(question, [](LinxIpc*, void*) {}));
+    Child mortal(silent);
     mortal.hear();
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     int ends = 0;
     endpoint.RegisterHandler(ended, count, &ends);
-    ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
-    EXPECT_EQ(ETIMEDOUT, endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr));
+    ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+    EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), ETIMEDOUT);
     mortal.kill9();
-    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(1, ends);
-    EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
+    EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
 }
 
 TEST_F(Library, ARestartedPeerIsSupervisedAsTheOneThatEndedUntilItIsSentTo) {
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     int ends = 0;
     endpoint.RegisterHandler(ended, count, &ends);
     {
-        Child first(server(question, [](LinxIpc*, void*) {}));
+        Child first(silent);
         first.hear();
-        ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
+        ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
         first.kill9();
     }
-    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(1, ends);
+    EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(ends, 1);
 
-    Child second(server(question, [](LinxIpc*, void*) {}));
+    Child second(silent);
     second.hear();
-    ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
-    EXPECT_EQ(0, endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr)) << "of the first, at once";
-    EXPECT_EQ(2, ends);
+    ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+    EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), 0) << "of the first, at once";
+    EXPECT_EQ(ends, 2);
 
-    EXPECT_EQ(0, notify(endpoint, stateName(), news));
-    ASSERT_EQ(0, endpoint.Attach(stateName().c_str(), ended));
-    EXPECT_EQ(ETIMEDOUT, endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ(notify(endpoint, stateName(), news), 0);
+    ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+    EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), ETIMEDOUT);
     second.kill9();
-    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(3, ends);
-    EXPECT_EQ(stateName(), endpoint.rxMessage.GetSender());
+    EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(ends, 3);
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
 }
 
 TEST_F(Library, HandlersThatThrowCostNoMemoryOfTheDomain) {
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     endpoint.RegisterHandler(
         news, [](LinxIpc*, void*) { throw std::runtime_error("of the handler"); }, nullptr);
     const std::string large(60000, 'x');
     for (int i = 0; i < 2000; ++i) {  // 120 MB: an endpoint may hold 64
-        ASSERT_EQ(0, notify(endpoint, uiName(), news, large)) << i;
+        ASSERT_EQ(notify(endpoint, uiName(), news, large), 0) << i;
         ASSERT_THROW(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), std::runtime_error);
     }
 }
 
 TEST_F(Library, ATimerCallsItsHandler) {
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     int fired = 0;
     endpoint.RegisterHandler(news, count, &fired);
     endpoint.RegisterHandler(LINX_OS_TIMEOUT_SIG, count, &fired);
     for (const unsigned number : {news, 0u}) {
-        ASSERT_EQ(0, endpoint.EnableTimer(5, number));
-        EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-        EXPECT_EQ(uiName(), endpoint.rxMessage.GetSender());
+        ASSERT_EQ(endpoint.EnableTimer(5, number), 0);
+        EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+        EXPECT_EQ(endpoint.rxMessage.GetSender(), uiName());
     }
-    EXPECT_EQ(2, fired);
-    ASSERT_EQ(0, endpoint.EnableTimer(1, news));
-    EXPECT_EQ(0, endpoint.DisableTimer());
-    EXPECT_EQ(ETIMEDOUT, endpoint.Receive(20, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ(fired, 2);
+    ASSERT_EQ(endpoint.EnableTimer(1, news), 0);
+    EXPECT_EQ(endpoint.DisableTimer(), 0);
+    EXPECT_EQ(endpoint.Receive(20, 0, LinxIpc::emptyString, nullptr), ETIMEDOUT);
 }
 
 TEST_F(Library, ATimerOfMinusOneIsNotDueSoon) {
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
-    ASSERT_EQ(0, endpoint.EnableTimer(-1, news));
-    EXPECT_EQ(ETIMEDOUT, endpoint.Receive(20, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(0, endpoint.DisableTimer());
+    ASSERT_EQ(endpoint.Init(), 0);
+    ASSERT_EQ(endpoint.EnableTimer(-1, news), 0);
+    EXPECT_EQ(endpoint.Receive(20, 0, LinxIpc::emptyString, nullptr), ETIMEDOUT);
+    EXPECT_EQ(endpoint.DisableTimer(), 0);
 }
+
+const Role stopping("Library.stopping", [](Line&) {
+    LinxIpc own(stateName());
+    ASSERT_EQ(own.Init(), 0);
+    EXPECT_EQ(notify(own, uiName(), shutdownRequest), 0);
+});
 
 TEST_F(Library, AShutdownRequestIsDispatchedAndEndsTheReceive) {
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
-    Child sender([](Line&) {
-        LinxIpc own(stateName());
-        ASSERT_EQ(0, own.Init());
-        EXPECT_EQ(0, notify(own, uiName(), shutdownRequest));
-    });
+    ASSERT_EQ(endpoint.Init(), 0);
+    Child sender(stopping);
     int calls = 0;
     endpoint.RegisterShutdown(count, &calls);
-    EXPECT_EQ(ESHUTDOWN, endpoint.Receive(limit, answer, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(1, calls);
-    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_EQ(endpoint.Receive(limit, answer, LinxIpc::emptyString, nullptr), ESHUTDOWN);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
 
+constexpr int messages = 1000;
+
+const Role streaming("Library.streaming", [](Line&) {
+    LinxIpc own(stateName());
+    ASSERT_EQ(own.Init(), 0);
+    for (int i = 0; i < messages; ++i) ASSERT_EQ(notify(own, uiName(), news), 0);
+    EXPECT_EQ(notify(own, uiName(), shutdownRequest), 0);
+});
+
 TEST_F(Library, APollLoopHearsEveryMessage) {
-    constexpr int messages = 500;
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
-    Child sender([](Line&) {
-        LinxIpc own(stateName());
-        ASSERT_EQ(0, own.Init());
-        for (int i = 0; i < messages; ++i) ASSERT_EQ(0, notify(own, uiName(), news));
-        EXPECT_EQ(0, notify(own, uiName(), shutdownRequest));
-    });
+    ASSERT_EQ(endpoint.Init(), 0);
+    Child sender(streaming);
     int heard = 0;
     endpoint.RegisterHandler(news, count, &heard);
     int result;
     do {
         pollfd readable = {endpoint.Descriptor(), POLLIN, 0};
-        ASSERT_EQ(1, poll(&readable, 1, limit)) << "asleep after " << heard;
+        ASSERT_EQ(poll(&readable, 1, limit), 1) << "asleep after " << heard;
         result = endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr);
     } while (result == 0 || result == ETIMEDOUT);
-    EXPECT_EQ(ESHUTDOWN, result);
-    EXPECT_EQ(messages, heard);
-    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_EQ(result, ESHUTDOWN);
+    EXPECT_EQ(heard, messages);
+    EXPECT_EQ(sender.exitStatus(), 0);
+}
+
+/// That whoever is called so now answers a request.
+void expectServed(LinxIpc& endpoint) {
+    IpcMessage message;
+    IpcMessage reply;
+    char text[] = "again";
+    message.Allocate(question, 5, text);
+    ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0);
+    EXPECT_EQ(textOf(reply), "AGAIN");
 }
 
 TEST_F(Library, ANotificationFindsTheNextIncarnationOfAPeer) {
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 5; ++i) {
-        Child incarnation(server(question, answerInCapitals));
+        Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
         incarnation.hear();
-        IpcMessage message;
-        IpcMessage reply;
-        char text[] = "again";
-        message.Allocate(question, 5, text);
-        ASSERT_EQ(0, endpoint.Request(stateName(), message, answer, limit, &reply)) << i;
-        EXPECT_EQ("AGAIN", textOf(reply));
+        ASSERT_NO_FATAL_FAILURE(expectServed(endpoint)) << i;
         incarnation.kill9();
     }
 }
 
+TEST_F(Library, ASupervisedPeersEndIsHeardWithItsNameAndItsNextIncarnationFound) {
+    LinxIpc endpoint(uiName());
+    ASSERT_EQ(endpoint.Init(), 0);
+    for (int i = 0; i < 5; ++i) {
+        Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
+        incarnation.hear();
+        ASSERT_NO_FATAL_FAILURE(expectServed(endpoint)) << i;
+        ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+        incarnation.kill9();
+        EXPECT_EQ(endpoint.Receive(limit, ended, LinxIpc::emptyString, nullptr), 0);
+        EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
+    }
+}
+
+const Role lateComer("Library.lateComer", [](Line& parent) {
+    LinxIpc own(stateName());
+    ASSERT_EQ(own.Init(), 0);
+    parent.tell();
+    parent.hear();
+    EXPECT_EQ(notify(own, uiName(), news), 0);
+    EXPECT_EQ(own.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(textOf(own.rxMessage), "at last");
+});
+
 TEST_F(Library, APeerThatIsNotThereIsSoughtAgainOnlyAfterItSpoke) {
     LinxIpc endpoint(uiName());
-    ASSERT_EQ(0, endpoint.Init());
-    EXPECT_EQ(-1, notify(endpoint, stateName(), news));
-    Child late([](Line& parent) {
-        LinxIpc own(stateName());
-        ASSERT_EQ(0, own.Init());
-        parent.tell();
-        parent.hear();
-        EXPECT_EQ(0, notify(own, uiName(), news));
-        EXPECT_EQ(0, own.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-        EXPECT_EQ("at last", textOf(own.rxMessage));
-    });
+    ASSERT_EQ(endpoint.Init(), 0);
+    EXPECT_EQ(notify(endpoint, stateName(), news), -1);
+    Child late(lateComer);
     late.hear();
-    EXPECT_EQ(-1, notify(endpoint, stateName(), news));
+    EXPECT_EQ(notify(endpoint, stateName(), news), -1);
     late.tell();
     do {
-        ASSERT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
+        ASSERT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     } while (endpoint.rxMessage.MsgType() != news);  // the pending hunt was answered when the peer opened
-    EXPECT_EQ(0, notify(endpoint, stateName(), news, "at last"));
-    EXPECT_EQ(0, late.exitStatus());
+    EXPECT_EQ(notify(endpoint, stateName(), news, "at last"), 0);
+    EXPECT_EQ(late.exitStatus(), 0);
 }
 
 }  // namespace

@@ -39,13 +39,13 @@ void sendToTheKilled(Prepare prepare, Check check) {
         const LinxSpid to = hunt(endpoint, "victim");
         parent.tell();
         parent.hear();
-        EXPECT_EQ(ECONNRESET, send(endpoint, to, item));
+        EXPECT_EQ(send(endpoint, to, item), ECONNRESET);
         check();
     });
     sender.hear();
     victim.kill9();
     sender.tell();
-    EXPECT_EQ(0, sender.exitStatus());
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
 
 bool isPending(int number) {
@@ -67,7 +67,7 @@ TEST_F(Manners, SendingToTheKilledDoesNotKillTheSender) {
 
 TEST_F(Manners, SendingToTheKilledCallsNoHandler) {
     sendToTheKilled([] { signal(SIGPIPE, [](int) { brokenPipes = brokenPipes + 1; }); },
-                    [] { EXPECT_EQ(0, brokenPipes); });
+                    [] { EXPECT_EQ(brokenPipes, 0); });
 }
 
 TEST_F(Manners, SendingToTheKilledLeavesNoSignalPending) {
@@ -91,14 +91,14 @@ TEST_F(Manners, AnInterruptedReceiveGoesOn) {
         Endpoint endpoint("receiver");
         parent.tell(spidOf(endpoint));
         LinxSignal* signal = nullptr;
-        EXPECT_EQ(4, linx_receive(endpoint, &signal, anySignal));
-        EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+        EXPECT_EQ(linx_receive(endpoint, &signal, anySignal), 4);
+        EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
     });
     const LinxSpid to = receiver.hear();
     Endpoint endpoint("sender");
     for (int i = 0; i < 100; ++i) kill(receiver.pid(), SIGUSR1);
-    EXPECT_EQ(0, send(endpoint, to, item));
-    EXPECT_EQ(0, receiver.exitStatus());
+    EXPECT_EQ(send(endpoint, to, item), 0);
+    EXPECT_EQ(receiver.exitStatus(), 0);
 }
 
 int64_t usedMicroseconds(const rusage& usage) {
@@ -118,7 +118,7 @@ TEST_F(Manners, AQuietSecondInAReceiveCostsNothing) {
         EXPECT_LT(usedMicroseconds(after) - usedMicroseconds(before), 20000);
         EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 3);
     });
-    EXPECT_EQ(0, quiet.exitStatus());
+    EXPECT_EQ(quiet.exitStatus(), 0);
 }
 
 /// What the kernel knows of a process: whether it sleeps, and how often it went to sleep.
@@ -152,12 +152,12 @@ TEST_F(Manners, AnIdleEndpointDoesNotWakeUp) {
         const Sleep now(idle.pid());
         if (now.asleep && now.times == before) break;
     }
-    ASSERT_NE("", before);
+    ASSERT_NE(before, "");
     EXPECT_FALSE(receive(endpoint, 1000));
-    EXPECT_EQ(before, Sleep(idle.pid()).times);
+    EXPECT_EQ(Sleep(idle.pid()).times, before);
     EXPECT_TRUE(Sleep(idle.pid()).asleep);
-    ASSERT_EQ(0, send(endpoint, to, item));
-    EXPECT_EQ(0, idle.exitStatus());
+    ASSERT_EQ(send(endpoint, to, item), 0);
+    EXPECT_EQ(idle.exitStatus(), 0);
 }
 
 }  // namespace

@@ -25,14 +25,14 @@ class Planted : public ProcessTest {
 protected:
     void SetUp() override {
         ASSERT_TRUE(std::ofstream(file()) << "text");
-        ASSERT_EQ(0, mkdir(directory().c_str(), 0700));
+        ASSERT_EQ(mkdir(directory().c_str(), 0700), 0);
     }
     void TearDown() override {
         std::string text;
         std::ifstream(file()) >> text;
-        EXPECT_EQ("text", text);
-        EXPECT_EQ(0, unlink(file().c_str()));
-        EXPECT_EQ(0, rmdir(directory().c_str()));
+        EXPECT_EQ(text, "text");
+        EXPECT_EQ(unlink(file().c_str()), 0);
+        EXPECT_EQ(rmdir(directory().c_str()), 0);
         ProcessTest::TearDown();
     }
 
@@ -61,10 +61,10 @@ protected:
 
     /// A path by which everything in the domain is no longer what it was.
     static void link(const std::string& to, const std::string& from) {
-        ASSERT_EQ(0, symlink(to.c_str(), from.c_str()));
+        ASSERT_EQ(symlink(to.c_str(), from.c_str()), 0);
     }
     static void hardLink(const std::string& to, const std::string& from) {
-        ASSERT_EQ(0, ::link(to.c_str(), from.c_str()));
+        ASSERT_EQ(::link(to.c_str(), from.c_str()), 0);
     }
 
 private:
@@ -77,48 +77,48 @@ TEST_F(Planted, ALinkIsNoDomain) {
     for (const std::string& to : {directory(), file(), absent()}) {
         link(to, domain.pathOf("link"));
         const ScopedVariable variable("LINX_DOMAIN", domain.pathOf("link").c_str());
-        EXPECT_EQ(ENOTDIR, errorOfOpen()) << to;
-        EXPECT_EQ(0, unlink(domain.pathOf("link").c_str()));
+        EXPECT_EQ(errorOfOpen(), ENOTDIR) << to;
+        EXPECT_EQ(unlink(domain.pathOf("link").c_str()), 0);
     }
     EXPECT_FALSE(witness.sawSomething());
-    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
+    EXPECT_EQ(access(absent().c_str(), F_OK), -1);
 }
 
 TEST_F(Planted, ALinkInPlaceOfTheArenaIsNotFollowed) {
     const Witness witness(file(), anything);
     for (const std::string& to : {directory(), file(), absent()}) {
         link(to, arena());
-        EXPECT_EQ(EPROTO, errorOfOpen()) << to;
-        EXPECT_EQ(0, unlink(arena().c_str()));
+        EXPECT_EQ(errorOfOpen(), EPROTO) << to;
+        EXPECT_EQ(unlink(arena().c_str()), 0);
     }
     EXPECT_FALSE(witness.sawSomething());
-    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
-    EXPECT_EQ(0, errorOfOpen());
+    EXPECT_EQ(access(absent().c_str(), F_OK), -1);
+    EXPECT_EQ(errorOfOpen(), 0);
 }
 
 TEST_F(Planted, AFileOfOthersInPlaceOfTheArenaIsNotChanged) {
     hardLink(file(), arena());
     const Witness witness(file(), changes);
-    EXPECT_EQ(EPROTO, errorOfOpen());
+    EXPECT_EQ(errorOfOpen(), EPROTO);
     EXPECT_FALSE(witness.sawSomething());
-    EXPECT_EQ(0, unlink(arena().c_str()));
+    EXPECT_EQ(unlink(arena().c_str()), 0);
 }
 
 TEST_F(Planted, WhatIsNoFileInPlaceOfTheArenaIsNotOpened) {
-    ASSERT_EQ(0, mkdir(arena().c_str(), 0700));
-    EXPECT_EQ(EPROTO, errorOfOpen());
-    EXPECT_EQ(0, rmdir(arena().c_str()));
-    ASSERT_EQ(0, mkfifo(arena().c_str(), 0600));
+    ASSERT_EQ(mkdir(arena().c_str(), 0700), 0);
+    EXPECT_EQ(errorOfOpen(), EPROTO);
+    EXPECT_EQ(rmdir(arena().c_str()), 0);
+    ASSERT_EQ(mkfifo(arena().c_str(), 0600), 0);
     {
         const Witness witness(arena(), anything);
-        EXPECT_EQ(EPROTO, errorOfOpen());
+        EXPECT_EQ(errorOfOpen(), EPROTO);
         EXPECT_FALSE(witness.sawSomething());
     }
-    EXPECT_EQ(0, unlink(arena().c_str()));
+    EXPECT_EQ(unlink(arena().c_str()), 0);
     if (mknod(arena().c_str(), S_IFCHR | 0600, makedev(1, 3)) == -1)
         GTEST_SKIP() << "only the superuser makes devices";
     const Witness witness(arena(), anything);
-    EXPECT_EQ(EPROTO, errorOfOpen());
+    EXPECT_EQ(errorOfOpen(), EPROTO);
     EXPECT_FALSE(witness.sawSomething());
 }
 
@@ -126,15 +126,15 @@ TEST_F(Planted, NothingInPlaceOfAPeersDoorbellIsRung) {
     Endpoint endpoint("endpoint");
     Endpoint peer("peer");
     const std::string doorbell = doorbellOf(spidOf(peer));
-    ASSERT_EQ(0, rename(doorbell.c_str(), domain.pathOf("kept").c_str()));
+    ASSERT_EQ(rename(doorbell.c_str(), domain.pathOf("kept").c_str()), 0);
     const auto expectRefused = [&] {
-        EXPECT_EQ(EPROTO, errorOfHunt(endpoint, "peer"));
-        EXPECT_EQ(EPROTO, send(endpoint, spidOf(peer), item));
-        EXPECT_EQ(0u, attach(endpoint, spidOf(peer), item));
-        EXPECT_EQ(EPROTO, errno);
-        EXPECT_EQ(EPROTO, errorOfOpen("peer"));
-        EXPECT_EQ(0, errorOfOpen("other"));
-        EXPECT_EQ(0, unlink(doorbell.c_str()) == 0 ? 0 : rmdir(doorbell.c_str()));
+        EXPECT_EQ(errorOfHunt(endpoint, "peer"), EPROTO);
+        EXPECT_EQ(send(endpoint, spidOf(peer), item), EPROTO);
+        EXPECT_EQ(attach(endpoint, spidOf(peer), item), 0u);
+        EXPECT_EQ(errno, EPROTO);
+        EXPECT_EQ(errorOfOpen("peer"), EPROTO);
+        EXPECT_EQ(errorOfOpen("other"), 0);
+        EXPECT_EQ(unlink(doorbell.c_str()) == 0 ? 0 : rmdir(doorbell.c_str()), 0);
     };
     const Witness witness(file(), anything & ~uint32_t{IN_ATTRIB});  // linking it is a change, too
     for (const std::string& to : {directory(), file(), absent(), std::string("/dev/null")}) {
@@ -143,14 +143,14 @@ TEST_F(Planted, NothingInPlaceOfAPeersDoorbellIsRung) {
     }
     hardLink(file(), doorbell);
     expectRefused();
-    ASSERT_EQ(0, mkdir(doorbell.c_str(), 0700));
+    ASSERT_EQ(mkdir(doorbell.c_str(), 0700), 0);
     expectRefused();
     EXPECT_FALSE(witness.sawSomething());
-    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
+    EXPECT_EQ(access(absent().c_str(), F_OK), -1);
     // It was never taken for dead, and is found again.
-    ASSERT_EQ(0, rename(domain.pathOf("kept").c_str(), doorbell.c_str()));
-    EXPECT_EQ(spidOf(peer), hunt(endpoint, "peer"));
-    EXPECT_EQ(0, send(endpoint, spidOf(peer), item));
+    ASSERT_EQ(rename(domain.pathOf("kept").c_str(), doorbell.c_str()), 0);
+    EXPECT_EQ(hunt(endpoint, "peer"), spidOf(peer));
+    EXPECT_EQ(send(endpoint, spidOf(peer), item), 0);
     expectSignal(peer, item, 0);
 }
 
@@ -160,8 +160,8 @@ TEST_F(Planted, WhatLiesWhereADoorbellWillBeIsReplaced) {
     LinxSpid next = spidOf(first);
     const auto expectReplaced = [&] {
         Endpoint endpoint("endpoint");
-        EXPECT_EQ(next, spidOf(endpoint));
-        EXPECT_EQ(spidOf(endpoint), hunt(first, "endpoint"));
+        EXPECT_EQ(spidOf(endpoint), next);
+        EXPECT_EQ(hunt(first, "endpoint"), spidOf(endpoint));
     };
     for (const std::string& to : {directory(), file(), absent()}) {
         link(to, doorbellOf(++next));
@@ -169,16 +169,16 @@ TEST_F(Planted, WhatLiesWhereADoorbellWillBeIsReplaced) {
     }
     hardLink(file(), doorbellOf(++next));
     expectReplaced();
-    ASSERT_EQ(0, mkfifo(doorbellOf(++next).c_str(), 0600));
+    ASSERT_EQ(mkfifo(doorbellOf(++next).c_str(), 0600), 0);
     expectReplaced();
     EXPECT_FALSE(witness.sawSomething());
-    EXPECT_EQ(-1, access(absent().c_str(), F_OK));
+    EXPECT_EQ(access(absent().c_str(), F_OK), -1);
     // A directory stays, and the slot is left for later.
     const std::string directoryThere = doorbellOf(++next);
-    ASSERT_EQ(0, mkdir(directoryThere.c_str(), 0700));
-    EXPECT_EQ(EEXIST, errorOfOpen());
-    EXPECT_EQ(0, rmdir(directoryThere.c_str()));
-    EXPECT_EQ(0, errorOfOpen());
+    ASSERT_EQ(mkdir(directoryThere.c_str(), 0700), 0);
+    EXPECT_EQ(errorOfOpen(), EEXIST);
+    EXPECT_EQ(rmdir(directoryThere.c_str()), 0);
+    EXPECT_EQ(errorOfOpen(), 0);
 }
 
 }  // namespace

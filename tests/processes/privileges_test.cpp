@@ -25,9 +25,9 @@ protected:
 };
 
 void giveUpRights() {
-    ASSERT_EQ(0, setgroups(0, nullptr));
-    ASSERT_EQ(0, setresgid(nobody, nobody, nobody));
-    ASSERT_EQ(0, setresuid(nobody, nobody, nobody));
+    ASSERT_EQ(setgroups(0, nullptr), 0);
+    ASSERT_EQ(setresgid(nobody, nobody, nobody), 0);
+    ASSERT_EQ(setresuid(nobody, nobody, nobody), 0);
     dieWithParent();
 }
 
@@ -36,37 +36,37 @@ TEST_F(Privileges, OnceGivenUpAnEndpointGoesOnToTalkAndEndsInOrder) {
     Child child([](Line& parent) {
         LINX* endpoint = linx_open("endpoint", 0, nullptr);
         const LinxSpid known = hunt(endpoint, "peer");
-        ASSERT_EQ(0, send(endpoint, known, item));
+        ASSERT_EQ(send(endpoint, known, item), 0);
         giveUpRights();
         for (uint32_t size = 1; size < 1000000; size *= 7) {  // much of it is leased only now
-            ASSERT_EQ(0, sendBytes(endpoint, known, item, pattern(size, size)));
+            ASSERT_EQ(sendBytes(endpoint, known, item, pattern(size, size)), 0);
         }
         parent.tell();
         expectSignal(endpoint, item);  // also from one whom it does not know
-        EXPECT_NE(0u, linx_request_tmo(endpoint, 0, nullptr));
+        EXPECT_NE(linx_request_tmo(endpoint, 0, nullptr), 0u);
         expectSignal(endpoint, LINX_OS_TIMEOUT_SIG);
-        EXPECT_EQ(0, linx_hunt(endpoint, "late", nullptr));
+        EXPECT_EQ(linx_hunt(endpoint, "late", nullptr), 0);
         parent.tell();
         expectSignal(endpoint, LINX_OS_HUNT_SIG);
-        EXPECT_EQ(0, linx_close(endpoint));
+        EXPECT_EQ(linx_close(endpoint), 0);
         parent.tell();
         parent.hear();
     });
     const LinxSpid spid = expectSignal(peer, item).sender;
-    ASSERT_NE(0u, attach(peer, spid, notice));
+    ASSERT_NE(attach(peer, spid, notice), 0u);
     for (uint32_t size = 1; size < 1000000; size *= 7) {
         EXPECT_TRUE(pattern(size, size) == expectSignal(peer, item).payload);
     }
     child.hear();
     Endpoint stranger("stranger");
-    EXPECT_EQ(0, send(stranger, spid, item));
+    EXPECT_EQ(send(stranger, spid, item), 0);
     child.hear();
     const Endpoint late("late");
     child.hear();
-    EXPECT_EQ(spid, expectSignal(peer, notice).sender);  // though its process lives
+    EXPECT_EQ(expectSignal(peer, notice).sender, spid);  // though its process lives
     const Endpoint next("endpoint");
     child.tell();
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(Privileges, OnceGivenUpStrangersCannotBeMet) {
@@ -76,18 +76,18 @@ TEST_F(Privileges, OnceGivenUpStrangersCannotBeMet) {
         giveUpRights();
         parent.tell(spidOf(endpoint));
         const LinxSpid sender = expectSignal(endpoint, item).sender;
-        EXPECT_EQ(EACCES, send(endpoint, sender, item));
-        EXPECT_EQ(-1, linx_hunt(endpoint, "stranger", nullptr));
-        EXPECT_EQ(EACCES, errno);
+        EXPECT_EQ(send(endpoint, sender, item), EACCES);
+        EXPECT_EQ(linx_hunt(endpoint, "stranger", nullptr), -1);
+        EXPECT_EQ(errno, EACCES);
         LinxSignal* signal = linx_alloc(endpoint, sizeof(LinxSignal), notice);
-        EXPECT_EQ(0u, linx_attach(endpoint, &signal, sender));
-        EXPECT_EQ(EACCES, errno);
-        EXPECT_EQ(nullptr, signal);
-        EXPECT_EQ(nullptr, linx_open("other", 0, nullptr));
-        EXPECT_EQ(EACCES, errno);
+        EXPECT_EQ(linx_attach(endpoint, &signal, sender), 0u);
+        EXPECT_EQ(errno, EACCES);
+        EXPECT_EQ(signal, nullptr);
+        EXPECT_EQ(linx_open("other", 0, nullptr), nullptr);
+        EXPECT_EQ(errno, EACCES);
     });
-    EXPECT_EQ(0, send(stranger, child.hear(), item));
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(send(stranger, child.hear(), item), 0);
+    EXPECT_EQ(child.exitStatus(), 0);
     expectNothing(stranger);
 }
 
@@ -100,24 +100,24 @@ TEST_F(Privileges, ACloseThatCannotBeToldIsToldByTheEndOfTheProcess) {
             giver.tell(spidOf(endpoint));
             giver.hear();
             // The lock cannot be had here: the child of one without rights cannot open its file.
-            EXPECT_EQ(nullptr, linx_alloc(endpoint, 300000, item));
-            EXPECT_EQ(EACCES, errno);
-            EXPECT_EQ(0, linx_close(endpoint));
+            EXPECT_EQ(linx_alloc(endpoint, 300000, item), nullptr);
+            EXPECT_EQ(errno, EACCES);
+            EXPECT_EQ(linx_close(endpoint), 0);
         });
-        EXPECT_EQ(spid, heir.hear());
+        EXPECT_EQ(heir.hear(), spid);
         parent.tell(spid);
-        EXPECT_EQ(nullptr, linx_alloc(endpoint, sizeof(LinxSignal), item));
-        EXPECT_EQ(ECHILD, errno);
+        EXPECT_EQ(linx_alloc(endpoint, sizeof(LinxSignal), item), nullptr);
+        EXPECT_EQ(errno, ECHILD);
         parent.hear();
         heir.tell();
-        EXPECT_EQ(0, heir.exitStatus());
+        EXPECT_EQ(heir.exitStatus(), 0);
     });
     Endpoint supervisor("supervisor");
     const LinxSpid spid = child.hear();
-    ASSERT_NE(0u, attach(supervisor, spid, notice));
+    ASSERT_NE(attach(supervisor, spid, notice), 0u);
     child.tell();
-    EXPECT_EQ(spid, expectSignal(supervisor, notice).sender);
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(expectSignal(supervisor, notice).sender, spid);
+    EXPECT_EQ(child.exitStatus(), 0);
     const Endpoint next("endpoint");
 }
 

@@ -26,7 +26,7 @@ void sleepUntilLast(LINX* endpoint) {
         LinxSignal* signal = nullptr;
         ASSERT_LT(0, linx_receive(endpoint, &signal, anySignal));
         number = signal->number;
-        EXPECT_EQ(0, linx_free_buf(endpoint, &signal));
+        EXPECT_EQ(linx_free_buf(endpoint, &signal), 0);
     }
 }
 
@@ -50,7 +50,7 @@ void sendUnrung(LINX* endpoint, LinxSpid to) {
 void expectWoken(Child& sleeper) {
     sleeper.hear();
     if (testing::Test::HasFailure()) return;
-    EXPECT_EQ(0, sleeper.exitStatus());
+    EXPECT_EQ(sleeper.exitStatus(), 0);
 }
 
 TEST_F(Ringing, AKnownSendersEndWakesASleeper) {
@@ -65,14 +65,14 @@ TEST_F(Ringing, AKnownSendersEndWakesASleeper) {
     const LinxSpid spid = sleeper.hear();
     Child sender([&](Line& test) {
         Endpoint endpoint("sender");
-        EXPECT_EQ(0, send(endpoint, spid, item));
+        EXPECT_EQ(send(endpoint, spid, item), 0);
         test.hear();
         sendUnrung(endpoint, spid);
     });
     sleeper.hear();
     sleeper.awaitSleep();
     sender.tell();
-    EXPECT_EQ(-SIGKILL, sender.exitStatus());
+    EXPECT_EQ(sender.exitStatus(), -SIGKILL);
     expectWoken(sleeper);
 }
 
@@ -83,7 +83,7 @@ TEST_P(EarlyClient, IsWatchedFromItsFirstSignalOn) {
     Child client([](Line& test) {
         Endpoint endpoint("client");
         LinxSignal* none = nullptr;
-        EXPECT_EQ(0, linx_hunt(endpoint, "server", &none));
+        EXPECT_EQ(linx_hunt(endpoint, "server", &none), 0);
         test.tell();
         const LinxSpid server = expectSignal(endpoint, LINX_OS_HUNT_SIG).sender;
         test.hear();
@@ -99,7 +99,7 @@ TEST_P(EarlyClient, IsWatchedFromItsFirstSignalOn) {
     server.hear();
     server.awaitSleep();
     client.tell();
-    EXPECT_EQ(-SIGKILL, client.exitStatus());
+    EXPECT_EQ(client.exitStatus(), -SIGKILL);
     expectWoken(server);
 }
 
@@ -125,7 +125,7 @@ TEST_P(CrowdedServer, IsWokenByTheEndOfAClientThatItHadToPartWith) {
     const LinxSpid spid = server.hear();
     Child first([&](Line& test) {
         Endpoint endpoint("first");
-        EXPECT_EQ(0, send(endpoint, spid, item));
+        EXPECT_EQ(send(endpoint, spid, item), 0);
         test.tell();
         test.hear();
         sendUnrung(endpoint, spid);
@@ -134,12 +134,12 @@ TEST_P(CrowdedServer, IsWokenByTheEndOfAClientThatItHadToPartWith) {
     std::vector<std::unique_ptr<Endpoint>> others;
     for (int i = 0; i < crowd; ++i) {
         others.push_back(std::make_unique<Endpoint>("other" + std::to_string(i)));
-        EXPECT_EQ(0, send(*others.back(), spid, item));
+        EXPECT_EQ(send(*others.back(), spid, item), 0);
     }
     server.hear();
     server.awaitSleep();
     first.tell();
-    EXPECT_EQ(-SIGKILL, first.exitStatus());
+    EXPECT_EQ(first.exitStatus(), -SIGKILL);
     expectWoken(server);
 }
 

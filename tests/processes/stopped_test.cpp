@@ -27,7 +27,7 @@ void counter(Line& parent) {
         uint32_t expected = 0;
         for (std::optional<Received> received; (received = receive(endpoint, patience)); ++expected) {
             if (received->number == end) break;
-            EXPECT_EQ(expected, received->word());
+            EXPECT_EQ(received->word(), expected);
         }
         parent.tell(expected);
     }
@@ -40,7 +40,7 @@ uint32_t sendUntilFull(LINX* endpoint, LinxSpid to, size_t words) {
         payload[0] = sent;
         const int result = send(endpoint, to, item, payload);
         if (result == 0) continue;
-        EXPECT_EQ(ENOMEM, result);
+        EXPECT_EQ(result, ENOMEM);
         return sent;
     }
 }
@@ -51,7 +51,7 @@ void sendEnd(LINX* endpoint, LinxSpid to) {
     for (uint64_t i = 0; i < tries; ++i) {
         const int result = send(endpoint, to, end);
         if (result == 0) return;
-        ASSERT_EQ(ENOMEM, result);
+        ASSERT_EQ(result, ENOMEM);
     }
     FAIL() << "the memory did not come back";
 }
@@ -67,9 +67,9 @@ TEST_F(Stopped, AReceiverDoesNotBlockItsSender) {
     EXPECT_GT(sent, 1000u);
     child.cont();
     sendEnd(endpoint, to);
-    EXPECT_EQ(sent, child.hear());
+    EXPECT_EQ(child.hear(), sent);
     child.tell(0);
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(Stopped, AReceiverStoppedAnywhereGoesOnWhereItWas) {
@@ -81,13 +81,13 @@ TEST_F(Stopped, AReceiverStoppedAnywhereGoesOnWhereItWas) {
     child.tell(1);
     for (uint32_t i = 0; i < rounds * 20; ++i) {
         if (i % 20 == 10) child.stop();
-        ASSERT_EQ(0, send(endpoint, to, item, {i}));
+        ASSERT_EQ(send(endpoint, to, item, {i}), 0);
         if (i % 20 == 19) child.cont();
     }
-    ASSERT_EQ(0, send(endpoint, to, end));
-    EXPECT_EQ(rounds * 20, child.hear());
+    ASSERT_EQ(send(endpoint, to, end), 0);
+    EXPECT_EQ(child.hear(), rounds * 20);
     child.tell(0);
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(Stopped, OneProcessDoesNotKeepOthersFromTalking) {
@@ -102,20 +102,20 @@ TEST_F(Stopped, OneProcessDoesNotKeepOthersFromTalking) {
         Endpoint endpoint("mirror");
         for (uint32_t i = 0; i < 1000; ++i) {
             const Received received = expectSignal(endpoint, item);
-            ASSERT_EQ(0, send(endpoint, received.sender, item, {received.word()}));
+            ASSERT_EQ(send(endpoint, received.sender, item, {received.word()}), 0);
         }
     });
     Endpoint endpoint("sender");
     const LinxSpid other = hunt(endpoint, "mirror");
     const LinxSpid still = hunt(endpoint, "stopped");
     for (uint32_t i = 0; i < 1000; ++i) {
-        ASSERT_EQ(0, send(endpoint, other, item, {i}));
-        ASSERT_EQ(0, send(endpoint, still, item, {i}));
-        ASSERT_EQ(i, expectSignal(endpoint, item).word());
+        ASSERT_EQ(send(endpoint, other, item, {i}), 0);
+        ASSERT_EQ(send(endpoint, still, item, {i}), 0);
+        ASSERT_EQ(expectSignal(endpoint, item).word(), i);
     }
-    EXPECT_EQ(0, mirror.exitStatus());
+    EXPECT_EQ(mirror.exitStatus(), 0);
     Endpoint late("late");  // neither is opening, hunting and closing held up
-    EXPECT_EQ(spidOf(late), hunt(endpoint, "late"));
+    EXPECT_EQ(hunt(endpoint, "late"), spidOf(late));
 }
 
 TEST_F(FullPool, AllThatWasSentArrivesAndThenThereIsRoomAgain) {
@@ -131,10 +131,10 @@ TEST_F(FullPool, AllThatWasSentArrivesAndThenThereIsRoomAgain) {
         EXPECT_NEAR(usual, sent, 8) << "round " << round;
         child.tell(1);
         sendEnd(endpoint, to);
-        ASSERT_EQ(sent, child.hear());
+        ASSERT_EQ(child.hear(), sent);
     }
     child.tell(0);
-    EXPECT_EQ(0, child.exitStatus());
+    EXPECT_EQ(child.exitStatus(), 0);
 }
 
 TEST_F(FullPool, OneFullMailboxLeavesRoomForOthers) {
@@ -144,8 +144,8 @@ TEST_F(FullPool, OneFullMailboxLeavesRoomForOthers) {
     sendUntilFull(greedy, hunt(greedy, "counter"), 1000);
     Endpoint modest("modest");
     for (uint32_t i = 0; i < 100; ++i) {
-        ASSERT_EQ(0, send(modest, spidOf(modest), item, {i}));
-        ASSERT_EQ(i, expectSignal(modest, item).word());
+        ASSERT_EQ(send(modest, spidOf(modest), item, {i}), 0);
+        ASSERT_EQ(expectSignal(modest, item).word(), i);
     }
 }
 
@@ -155,7 +155,7 @@ TEST_F(FullPool, RoomOfOneSizeBecomesRoomOfAnother) {
     for (const size_t words : {1u, 16384u, 100u, 250000u, 10u}) {
         const uint32_t sent = sendUntilFull(endpoint, own, words);
         EXPECT_GT(sent * words * sizeof(uint32_t), 100u << 10) << words << " words";
-        for (uint32_t i = 0; i < sent; ++i) ASSERT_EQ(i, expectSignal(endpoint, item, 0).word());
+        for (uint32_t i = 0; i < sent; ++i) ASSERT_EQ(expectSignal(endpoint, item, 0).word(), i);
     }
 }
 

@@ -31,14 +31,14 @@ void ringMember(uint32_t place, uint32_t members, uint32_t steps) {
     const LinxSpid next = hunt(endpoint, numbered("ring", (place + 1) % members));
     constexpr uint32_t tokens = 4;
     if (place == 0) {
-        for (uint32_t i = 0; i < tokens; ++i) ASSERT_EQ(0, send(endpoint, next, token, {0}));
+        for (uint32_t i = 0; i < tokens; ++i) ASSERT_EQ(send(endpoint, next, token, {0}), 0);
     }
     const uint32_t mine = steps / members * tokens;
     for (uint32_t i = 0; i < mine; ++i) {
         const Received received = expectSignal(endpoint, token);
-        ASSERT_EQ((i / tokens) * members + (place + members - 1) % members, received.word());
+        ASSERT_EQ(received.word(), (i / tokens) * members + (place + members - 1) % members);
         if (received.word() + 1 == steps) continue;
-        ASSERT_EQ(0, send(endpoint, next, token, {received.word() + 1}));
+        ASSERT_EQ(send(endpoint, next, token, {received.word() + 1}), 0);
     }
     expectNothing(endpoint);
 }
@@ -54,8 +54,8 @@ TEST_F(Threads, ARingOfEndpointsPassesTokensWhileOthersComeAndGo) {
         for (int i = 0; i < 200; ++i) {
             Endpoint endpoint(numbered("guest", place));
             hunt(endpoint, numbered("guest", place));
-            ASSERT_EQ(0, linx_hunt(endpoint, numbered("ring", place % members).c_str(), nullptr));
-            ASSERT_EQ(0, linx_hunt(endpoint, "nobody", nullptr));
+            ASSERT_EQ(linx_hunt(endpoint, numbered("ring", place % members).c_str(), nullptr), 0);
+            ASSERT_EQ(linx_hunt(endpoint, "nobody", nullptr), 0);
         }
     });
 }
@@ -67,7 +67,7 @@ TEST_F(Threads, ManySendersFillOneMailbox) {
         if (place < senders) {
             Endpoint endpoint(numbered("sender", place));
             const LinxSpid to = hunt(endpoint, "receiver");
-            for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(0, send(endpoint, to, bulk, {place, i}));
+            for (uint32_t i = 0; i < count; ++i) ASSERT_EQ(send(endpoint, to, bulk, {place, i}), 0);
             expectSignal(endpoint, token);
             return;
         }
@@ -77,10 +77,10 @@ TEST_F(Threads, ManySendersFillOneMailbox) {
         for (uint32_t i = 0; i < senders * count; ++i) {
             const Received received = expectSignal(endpoint, bulk);
             ASSERT_LT(received.word(0), senders);
-            ASSERT_EQ(next[received.word(0)]++, received.word(1));
+            ASSERT_EQ(received.word(1), next[received.word(0)]++);
             from[received.word(0)] = received.sender;
         }
-        for (const LinxSpid sender : from) EXPECT_EQ(0, send(endpoint, sender, token));
+        for (const LinxSpid sender : from) EXPECT_EQ(send(endpoint, sender, token), 0);
     });
 }
 
@@ -97,10 +97,10 @@ TEST_F(Threads, EndpointsThatSuperviseEachOtherLearnOfEachEnd) {
             }
             Endpoint endpoint(numbered("supervisor", pair));
             const LinxSpid spid = hunt(endpoint, name);
-            ASSERT_NE(0u, attach(endpoint, spid, notice));
+            ASSERT_NE(attach(endpoint, spid, notice), 0u);
             // What the other received was sent, though it ends before this call is over.
-            ASSERT_EQ(0, send(endpoint, spid, token));
-            EXPECT_EQ(spid, expectSignal(endpoint, notice).sender);
+            ASSERT_EQ(send(endpoint, spid, token), 0);
+            EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
         }
     });
 }
@@ -111,11 +111,11 @@ TEST_F(Threads, LargeSignalsGoRoundAndRound) {
         Endpoint endpoint(numbered("member", place));
         const LinxSpid next = hunt(endpoint, numbered("member", (place + 1) % members));
         for (uint32_t i = 0; i < 300; ++i) {
-            ASSERT_EQ(0, sendBytes(endpoint, next, bulk, pattern(1 + i * 331, i)));
+            ASSERT_EQ(sendBytes(endpoint, next, bulk, pattern(1 + i * 331, i)), 0);
             ASSERT_TRUE(pattern(1 + i * 331, i) == expectSignal(endpoint, bulk).payload) << i;
         }
         // Nobody closes before all have what they wait for.
-        ASSERT_EQ(0, send(endpoint, next, token));
+        ASSERT_EQ(send(endpoint, next, token), 0);
         expectSignal(endpoint, token);
     });
 }

@@ -41,30 +41,30 @@ int resultOf(bool done) {
 
 void open(Victim& victim) {
     victim.linx = linx_open(victimName, 0, nullptr);
-    ASSERT_NE(nullptr, victim.linx) << std::strerror(errno);
+    ASSERT_NE(victim.linx, nullptr) << std::strerror(errno);
     victim.mirror = ::hunt(victim.linx, "mirror");
     victim.conductor = ::hunt(victim.linx, "conductor");
     victim.giftsDue = victim.giftsTaken = 0;
 }
 
 void askForGifts(Victim& victim) {
-    ASSERT_EQ(0, send(victim.linx, victim.conductor, ask));
+    ASSERT_EQ(send(victim.linx, victim.conductor, ask), 0);
     victim.giftsDue += gifts;
 }
 
 LinxSpid becomeCorpse() {
     LINX* linx = linx_open("corpse", 0, nullptr);
     const LinxSpid mirror = ::hunt(linx, "mirror");
-    for (int i = 0; i < 4; ++i) EXPECT_NE(nullptr, linx_alloc(linx, small, gift));
-    EXPECT_EQ(0, send(linx, spidOf(linx), gift));
-    EXPECT_NE(0u, attach(linx, mirror, notice));
-    EXPECT_EQ(0, linx_hunt(linx, "nobody", nullptr));
+    for (int i = 0; i < 4; ++i) EXPECT_NE(linx_alloc(linx, small, gift), nullptr);
+    EXPECT_EQ(send(linx, spidOf(linx), gift), 0);
+    EXPECT_NE(attach(linx, mirror, notice), 0u);
+    EXPECT_EQ(linx_hunt(linx, "nobody", nullptr), 0);
     return spidOf(linx);
 }
 
 LinxSignal* allocate(const Victim& victim, uint32_t bytes, uint32_t number) {
     LinxSignal* signal = linx_alloc(victim.linx, static_cast<uint32_t>(sizeof(LinxSignal)) + bytes, number);
-    EXPECT_NE(nullptr, signal) << std::strerror(errno);
+    EXPECT_NE(signal, nullptr) << std::strerror(errno);
     if (signal == nullptr) return nullptr;
     const Bytes content = pattern(bytes, parcel);
     std::memcpy(payloadOf(signal), content.data(), bytes);
@@ -86,14 +86,14 @@ void awaitWakeState(LinxSpid whom, uint32_t state) {
 
 int sendTo(Victim& victim, LinxSpid to) {
     const int result = resultOf(linx_send(victim.linx, &victim.signals[0], to) == 0);
-    EXPECT_EQ(nullptr, victim.signals[0]) << "a signal that was sent";
+    EXPECT_EQ(victim.signals[0], nullptr) << "a signal that was sent";
     victim.signals.erase(victim.signals.begin());
     return result;
 }
 
 int attachTo(Victim& victim, LinxSpid spid) {
     const int result = resultOf(linx_attach(victim.linx, &victim.signals[0], spid) != 0);
-    EXPECT_EQ(nullptr, victim.signals[0]) << "a notice";
+    EXPECT_EQ(victim.signals[0], nullptr) << "a notice";
     victim.signals.erase(victim.signals.begin());
     return result;
 }
@@ -113,7 +113,7 @@ void holdForeign(Victim& victim) {
     while (victim.giftsTaken < victim.giftsDue) {
         int failure;
         LinxSignal* signal = take(victim, patience, failure);
-        ASSERT_NE(nullptr, signal) << "a gift is lost: " << std::strerror(failure);
+        ASSERT_NE(signal, nullptr) << "a gift is lost: " << std::strerror(failure);
         victim.signals.push_back(signal);
     }
 }
@@ -121,7 +121,7 @@ void holdForeign(Victim& victim) {
 /// The mirror sleeps, and knows the victim from an earlier signal that it has taken.
 void holdOneForSleeper(Victim& victim) {
     holdOne(victim);
-    EXPECT_EQ(0, sendToMirror(victim));
+    EXPECT_EQ(sendToMirror(victim), 0);
     if (!victim.again) awaitWakeState(victim.mirror, linx::wake_state::parked);
     holdOne(victim);
 }
@@ -129,16 +129,16 @@ void holdOneForSleeper(Victim& victim) {
 void emptyQueue(Victim& victim) {
     int failure;
     while (LinxSignal* signal = take(victim, 1, failure)) linx_free_buf(victim.linx, &signal);
-    EXPECT_EQ(0, failure);
+    EXPECT_EQ(failure, 0);
 }
 
 void haveTimeout(Victim& victim) {
-    EXPECT_EQ(0, askTimeout(victim));
+    EXPECT_EQ(askTimeout(victim), 0);
 }
 
 void haveDueTimeout(Victim& victim) {
     emptyQueue(victim);
-    EXPECT_EQ(0, requestTimeout(victim, 0));
+    EXPECT_EQ(requestTimeout(victim, 0), 0);
 }
 
 /// One signal of each kind that an endpoint may have at its end.
@@ -156,7 +156,7 @@ void haveMuch(Victim& victim) {
 void lend(Victim& victim) {
     for (int i = 0; i < 3; ++i) {
         holdOne(victim);
-        EXPECT_EQ(0, sendToConductor(victim));
+        EXPECT_EQ(sendToConductor(victim), 0);
     }
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     const linx::Slot& slot = domain->arena().slot(linx::indexOf(linx::Spid{spidOf(victim.linx)}));
@@ -178,8 +178,8 @@ void cutArena(Victim& victim) {
 /// The same, and then the room made: the pages that are leased next hold what was in signals.
 void soilArena(Victim& victim) {
     cutArena(victim);
-    EXPECT_EQ(0, allocateLarge(victim));
-    EXPECT_EQ(0, freeAll(victim));
+    EXPECT_EQ(allocateLarge(victim), 0);
+    EXPECT_EQ(freeAll(victim), 0);
 }
 
 int openSelf(Victim& victim) {

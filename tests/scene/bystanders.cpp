@@ -22,13 +22,13 @@ public:
     Conductor(Progress& progress) : progress_(progress), mirror_(::hunt(endpoint_, "mirror")) {
         exchange();  // it leases memory now and not while the victim may hold the lock
         LinxSignal* signal = linx_alloc(endpoint_, sizeof(LinxSignal), found);
-        EXPECT_EQ(0, linx_hunt(endpoint_, victimName, &signal));
-        EXPECT_EQ(0, linx_hunt(endpoint_, behindVictim, nullptr));
+        EXPECT_EQ(linx_hunt(endpoint_, victimName, &signal), 0);
+        EXPECT_EQ(linx_hunt(endpoint_, behindVictim, nullptr), 0);
     }
 
     /// A burst to the second bystander and back.
     void exchange() {
-        for (int i = 0; i < 8; ++i) ASSERT_EQ(0, send(endpoint_, mirror_, item, {sent_++}));
+        for (int i = 0; i < 8; ++i) ASSERT_EQ(send(endpoint_, mirror_, item, {sent_++}), 0);
         while (returned_ < sent_) ASSERT_TRUE(take()) << "lost after " << returned_;
         progress_.exchanged = returned_;
     }
@@ -37,12 +37,12 @@ public:
 
     void awaitVictim() {
         while (founds_ == 0) ASSERT_TRUE(take()) << "the victim is not found";
-        for (uint32_t i = 0; i < gifts; ++i) ASSERT_EQ(0, send(endpoint_, victim_, gift, {i}));
+        for (uint32_t i = 0; i < gifts; ++i) ASSERT_EQ(send(endpoint_, victim_, gift, {i}), 0);
     }
 
     void pause(Stance stance) {
         if (stance == Stance::away) {
-            ASSERT_EQ(0, send(endpoint_, spidOf(endpoint_), gift));
+            ASSERT_EQ(send(endpoint_, spidOf(endpoint_), gift), 0);
         }
         while (stance == Stance::working && !progress_.victimEnded) exchange();
         while (stance == Stance::asleep && notices_ == 0) ASSERT_TRUE(take()) << "nobody wakes the sleeper";
@@ -57,7 +57,7 @@ public:
         const Endpoint hunted("nobody");  // whom the dead may still hunt for, while somebody clears up after them
         Endpoint("corpse").close();
         Endpoint successor(victimName);
-        EXPECT_EQ(spidOf(successor), ::hunt(successor, victimName));
+        EXPECT_EQ(::hunt(successor, victimName), spidOf(successor));
         while (founds_ == 0) ASSERT_TRUE(take()) << "the hunt for the victim is forgotten";
         for (int i = 0; i < 4; ++i) exchange();
         successor.close();
@@ -65,13 +65,13 @@ public:
     }
 
     void finish() {
-        ASSERT_EQ(0, send(endpoint_, mirror_, end));
+        ASSERT_EQ(send(endpoint_, mirror_, end), 0);
         while (!ended_) ASSERT_TRUE(take()) << "the last signal is lost";
         while (take(0)) {
         }
-        EXPECT_EQ(sent_, returned_);
-        EXPECT_EQ(1u, founds_);
-        EXPECT_EQ(1u, notices_);
+        EXPECT_EQ(returned_, sent_);
+        EXPECT_EQ(founds_, 1u);
+        EXPECT_EQ(notices_, 1u);
     }
 
 private:
@@ -84,26 +84,26 @@ private:
     void handle(const Received& received) {
         switch (received.number) {
             case item:
-                EXPECT_EQ(mirror_, received.sender);
-                EXPECT_EQ(returned_++, received.word());
+                EXPECT_EQ(received.sender, mirror_);
+                EXPECT_EQ(received.word(), returned_++);
                 break;
             case end:
-                EXPECT_EQ(mirror_, received.sender);
+                EXPECT_EQ(received.sender, mirror_);
                 ended_ = true;
                 break;
             case found:
                 ++founds_;
                 victim_ = received.sender;
-                EXPECT_NE(0u, attach(endpoint_, victim_, notice));
+                EXPECT_NE(attach(endpoint_, victim_, notice), 0u);
                 ++attaches_;
                 break;
             case notice:
-                EXPECT_EQ(victim_, received.sender);
+                EXPECT_EQ(received.sender, victim_);
                 progress_.notices = ++notices_;
                 break;
             case parcel:
                 if (received.sender == victim_) {
-                    EXPECT_EQ(0u, notices_) << "the end is told before the last signal";
+                    EXPECT_EQ(notices_, 0u) << "the end is told before the last signal";
                 }
                 EXPECT_TRUE(pattern(received.payload.size(), parcel) == received.payload);
                 ++progress_.parcels;
@@ -116,7 +116,7 @@ private:
                 give(received.sender);
                 break;
             default:
-                EXPECT_EQ(gift, received.number);
+                EXPECT_EQ(received.number, gift);
         }
     }
 
@@ -167,12 +167,12 @@ void mirror(Progress& progress, Line& parent) {
         const LinxSpid sender = linx_sender(endpoint, &signal);
         number = signal->number;
         if (number == item || number == end) {
-            ASSERT_EQ(0, linx_send(endpoint, &signal, sender));
+            ASSERT_EQ(linx_send(endpoint, &signal, sender), 0);
         } else if (number == echo) {
             EXPECT_TRUE(linx_send(endpoint, &signal, sender) == 0 || isSentOrTooLate(errno)) << std::strerror(errno);
         } else {
             if (number == parcel) ++progress.parcels;
-            ASSERT_EQ(0, linx_free_buf(endpoint, &signal));
+            ASSERT_EQ(linx_free_buf(endpoint, &signal), 0);
         }
     }
 }

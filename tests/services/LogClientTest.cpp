@@ -99,9 +99,13 @@ bool levelTextGives(const std::string& text, unsigned expected) {
 }
 
 TEST(LogClient, IsOneForTheProcess) {
-    EXPECT_EQ(0, runInChild({}, [] {
-                  return LogClient::Instance() != nullptr && LogClient::Instance() == LogClient::Instance() ? 0 : 1;
-              }));
+    EXPECT_EQ(runInChild({},
+                         [] {
+                             return LogClient::Instance() != nullptr && LogClient::Instance() == LogClient::Instance()
+                                        ? 0
+                                        : 1;
+                         }),
+              0);
 }
 
 TEST(LogClient, EnablesErrorsNotableEventsAndShutdownByDefault) {
@@ -155,114 +159,130 @@ TEST(LogClient, TellsNothingOfWhatIsRightOrUnsetOrMaskedOut) {
 
 TEST(LogClient, IsThereAlsoWhereThereIsNoMemoryToTell) {
     for (unsigned n = 2; n < 10; ++n) {
-        EXPECT_EQ(0, runInChild({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}}, [n] {
-                      close(STDERR_FILENO);
-                      linxtest::newThatFails = n;
-                      try {
-                          return LogClient::Instance()->Level() == defaultLevel ? 0 : 1;
-                      } catch (const std::bad_alloc&) {
-                      }
-                      linxtest::newThatFails = 0;
-                      return LogClient::Instance()->Level() == defaultLevel ? 0 : 1;
-                  }));
+        EXPECT_EQ(runInChild({{"LINX_LOG_LEVEL", "zz"}, {"LINX_LOG", "foo"}},
+                             [n] {
+                                 close(STDERR_FILENO);
+                                 linxtest::newThatFails = n;
+                                 try {
+                                     return LogClient::Instance()->Level() == defaultLevel ? 0 : 1;
+                                 } catch (const std::bad_alloc&) {
+                                 }
+                                 linxtest::newThatFails = 0;
+                                 return LogClient::Instance()->Level() == defaultLevel ? 0 : 1;
+                             }),
+                  0);
     }
 }
 
 TEST(LogClient, LogsUnderTheProgramsName) {
-    EXPECT_EQ(0, runInChild({}, [] {
-                  return LogClient::Instance()->ProcessName() == program_invocation_short_name ? 0 : 1;
-              }));
-    EXPECT_EQ(std::string::npos, std::string(program_invocation_short_name).find('/'));
+    EXPECT_EQ(
+        runInChild({}, [] { return LogClient::Instance()->ProcessName() == program_invocation_short_name ? 0 : 1; }),
+        0);
+    EXPECT_EQ(std::string(program_invocation_short_name).find('/'), std::string::npos);
 }
 
 TEST(LogClient, LeavesErrnoAloneWhereTheMaskCannotBeRead) {
-    EXPECT_EQ(0, runInChild({{"LINX_LOG_LEVEL", "99999999999999999999999"}}, [] {
-                  errno = ENOTTY;
-                  LogClient::Instance();
-                  return errno == ENOTTY ? 0 : 1;
-              }));
+    EXPECT_EQ(runInChild({{"LINX_LOG_LEVEL", "99999999999999999999999"}},
+                         [] {
+                             errno = ENOTTY;
+                             LogClient::Instance();
+                             return errno == ENOTTY ? 0 : 1;
+                         }),
+              0);
 }
 
 TEST(LogClient, IsMadeByTheNextUseWhereThereWasNoMemoryForTheFirst) {
-    EXPECT_EQ(0, runInChild({{"LINX_LOG_LEVEL", "7"}}, [] {
-                  linxtest::newThatFails = 1;
-                  try {
-                      LogClient::Instance();
-                      return 1;
-                  } catch (const std::bad_alloc&) {
-                  }
-                  return LogClient::Instance()->Level() == 7 ? 0 : 2;
-              }));
+    EXPECT_EQ(runInChild({{"LINX_LOG_LEVEL", "7"}},
+                         [] {
+                             linxtest::newThatFails = 1;
+                             try {
+                                 LogClient::Instance();
+                                 return 1;
+                             } catch (const std::bad_alloc&) {
+                             }
+                             return LogClient::Instance()->Level() == 7 ? 0 : 2;
+                         }),
+              0);
 }
 
 TEST(SysLogMsg, WritesOneLineToStandardErrorWhereAskedTo) {
-    EXPECT_EQ("configd: linxIpc:342 open failed\n", standardErrorOf("stderr", [] {
-                  SysLogMsg message;
-                  message.Log(2, "configd") << "linxIpc" << ':' << 342 << ' ' << "open failed";
-              }));
+    EXPECT_EQ(standardErrorOf("stderr",
+                              [] {
+                                  SysLogMsg message;
+                                  message.Log(2, "configd") << "linxIpc" << ':' << 342 << ' ' << "open failed";
+                              }),
+              "configd: linxIpc:342 open failed\n");
 }
 
 TEST(SysLogMsg, DoesNotEndAProcessWhoseStandardErrorNobodyReads) {
     int pipeEnds[2];
-    ASSERT_EQ(0, pipe(pipeEnds));
+    ASSERT_EQ(pipe(pipeEnds), 0);
     close(pipeEnds[0]);
-    EXPECT_EQ(0, runInChild({{"LINX_LOG", "stderr"}}, [&] {
-                  dup2(pipeEnds[1], STDERR_FILENO);
-                  logLine(2, "to nobody");
-                  sigset_t pending;
-                  return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 0 ? 0 : 1;
-              }));
+    EXPECT_EQ(runInChild({{"LINX_LOG", "stderr"}},
+                         [&] {
+                             dup2(pipeEnds[1], STDERR_FILENO);
+                             logLine(2, "to nobody");
+                             sigset_t pending;
+                             return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 0 ? 0 : 1;
+                         }),
+              0);
     close(pipeEnds[1]);
 }
 
 TEST(SysLogMsg, WritesNothingToAStandardErrorThatIsNoTerminal) {
-    EXPECT_EQ("", standardErrorOf(nullptr, [] { logLine(2, "quiet"); }));
-    EXPECT_EQ("", standardErrorOf("syslog", [] { logLine(2, "quiet"); }));
-    EXPECT_EQ("", standardErrorOf("something else", [] { logLine(2, "quiet"); }));
+    EXPECT_EQ(standardErrorOf(nullptr, [] { logLine(2, "quiet"); }), "");
+    EXPECT_EQ(standardErrorOf("syslog", [] { logLine(2, "quiet"); }), "");
+    EXPECT_EQ(standardErrorOf("something else", [] { logLine(2, "quiet"); }), "");
 }
 
 TEST(SysLogMsg, WritesToATerminalUnlessSyslogAloneIsAskedFor) {
-    EXPECT_EQ("configd: on a terminal\n", terminalOutputOf({}));
-    EXPECT_EQ("configd: on a terminal\n", terminalOutputOf({{"LINX_LOG", "stderr"}}));
-    EXPECT_EQ("", terminalOutputOf({{"LINX_LOG", "syslog"}}));
+    EXPECT_EQ(terminalOutputOf({}), "configd: on a terminal\n");
+    EXPECT_EQ(terminalOutputOf({{"LINX_LOG", "stderr"}}), "configd: on a terminal\n");
+    EXPECT_EQ(terminalOutputOf({{"LINX_LOG", "syslog"}}), "");
 }
 
 TEST(SysLogMsg, WritesTheLineWhenItIsDestroyedAndNotBefore) {
-    EXPECT_EQ("between\nconfigd: first half, second half\n", standardErrorOf("stderr", [] {
-                  SysLogMsg message;
-                  std::ostream& stream = message.Log(2, "configd");
-                  stream << "first half, ";
-                  EXPECT_EQ(8, write(STDERR_FILENO, "between\n", 8));
-                  stream << "second half";
-              }));
+    EXPECT_EQ(standardErrorOf("stderr",
+                              [] {
+                                  SysLogMsg message;
+                                  std::ostream& stream = message.Log(2, "configd");
+                                  stream << "first half, ";
+                                  EXPECT_EQ(write(STDERR_FILENO, "between\n", 8), 8);
+                                  stream << "second half";
+                              }),
+              "between\nconfigd: first half, second half\n");
 }
 
 TEST(SysLogMsg, WritesWhatAFailedStreamHadGotten) {
-    EXPECT_EQ("configd: Receive: \n", standardErrorOf("stderr", [] {
-                  SysLogMsg message;
-                  std::ostream& stream = message.Log(2, "configd");
-                  stream << "Receive: ";
-                  stream.setstate(std::ios::badbit);
-                  stream << "lost";
-              }));
+    EXPECT_EQ(standardErrorOf("stderr",
+                              [] {
+                                  SysLogMsg message;
+                                  std::ostream& stream = message.Log(2, "configd");
+                                  stream << "Receive: ";
+                                  stream.setstate(std::ios::badbit);
+                                  stream << "lost";
+                              }),
+              "configd: Receive: \n");
 }
 
 TEST(SysLogMsg, WritesNothingForALineThatWasNeverBegun) {
-    EXPECT_EQ("", standardErrorOf("stderr", [] { SysLogMsg message; }));
+    EXPECT_EQ(standardErrorOf("stderr", [] { SysLogMsg message; }), "");
 }
 
 TEST(SysLogMsg, KeepsALongLineWhole) {
     const std::string text(100000, 'x');
     int pipeEnds[2];
-    ASSERT_EQ(0, pipe(pipeEnds));
+    ASSERT_EQ(pipe(pipeEnds), 0);
     ASSERT_LE(static_cast<int>(text.size()), fcntl(pipeEnds[1], F_SETPIPE_SZ, 1 << 20));
-    EXPECT_EQ(0, runInChild({{"LINX_LOG", "stderr"}}, [&] {
-                  dup2(pipeEnds[1], STDERR_FILENO);
-                  logLine(2, text);
-                  return 0;
-              }));
+    EXPECT_EQ(runInChild({{"LINX_LOG", "stderr"}},
+                         [&] {
+                             dup2(pipeEnds[1], STDERR_FILENO);
+                             logLine(2, text);
+                             return 0;
+                         }),
+              0);
     close(pipeEnds[1]);
-    EXPECT_EQ("configd: " + text + "\n", readAll(pipeEnds[0]));
+    EXPECT_EQ(readAll(pipeEnds[0]), "configd: " + text + "\n");
     close(pipeEnds[0]);
 }
 
@@ -289,11 +309,12 @@ bool loggedAsFarAsMemoryGoes(const std::string& text) {
 TEST(SysLogMsg, IsDroppedWhereThereIsNoMemoryForIt) {
     const std::string text(500, 'x');
     for (const char* log : {"syslog", "stderr"}) {
-        EXPECT_EQ(0, runInChild({{"LINX_LOG", log}},
-                                [&] {
-                                    close(STDERR_FILENO);
-                                    return loggedAsFarAsMemoryGoes(text) ? 0 : 1;
-                                }))
+        EXPECT_EQ(runInChild({{"LINX_LOG", log}},
+                             [&] {
+                                 close(STDERR_FILENO);
+                                 return loggedAsFarAsMemoryGoes(text) ? 0 : 1;
+                             }),
+                  0)
             << log;
     }
 }
@@ -318,7 +339,7 @@ TEST(SysLogMsg, IsEchoedInWholeOrNotWrittenAtAll) {
     unsigned count = 0;
     for (std::string line, heard; std::getline(lines, line); ++count) {
         ASSERT_TRUE(std::getline(lines, heard));
-        EXPECT_EQ("(" + line.substr(line.find(' ') + 1) + ")", heard);
+        EXPECT_EQ(heard, "(" + line.substr(line.find(' ') + 1) + ")");
     }
     EXPECT_GT(count, 10u);
     EXPECT_LT(count, 20u);
@@ -330,21 +351,24 @@ TEST(SysLogMsg, ASecondBeginningKeepsTheTextAndChangesTheRest) {
         message.Log(32, "configd") << "one, ";
         message.Log(2, "connectd") << "two";
     };
-    EXPECT_EQ("connectd: one, two\n", standardErrorOf("stderr", begin));
-    EXPECT_EQ(0, runInChild({{"LINX_LOG", "syslog"}}, [&] {
-                  begin();
-                  return syslogLines.size() == 1 && syslogLines[0].priority == LOG_ERR ? 0 : 1;
-              }));
+    EXPECT_EQ(standardErrorOf("stderr", begin), "connectd: one, two\n");
+    EXPECT_EQ(runInChild({{"LINX_LOG", "syslog"}},
+                         [&] {
+                             begin();
+                             return syslogLines.size() == 1 && syslogLines[0].priority == LOG_ERR ? 0 : 1;
+                         }),
+              0);
 }
 
 TEST(SysLogMsg, AlwaysGoesToSyslogWithoutTheProcessNameThatSyslogAdds) {
     for (const char* log : {"stderr", "syslog", "neither"}) {
-        EXPECT_EQ(0, runInChild({{"LINX_LOG", log}},
-                                [] {
-                                    close(STDERR_FILENO);
-                                    logLine(2, "100% sure");
-                                    return syslogLines.size() == 1 && syslogLines[0].text == "100% sure" ? 0 : 1;
-                                }))
+        EXPECT_EQ(runInChild({{"LINX_LOG", log}},
+                             [] {
+                                 close(STDERR_FILENO);
+                                 logLine(2, "100% sure");
+                                 return syslogLines.size() == 1 && syslogLines[0].text == "100% sure" ? 0 : 1;
+                             }),
+                  0)
             << log;
     }
 }
@@ -353,28 +377,31 @@ TEST(SysLogMsg, TurnsTheLevelIntoAPriority) {
     const std::map<unsigned, int> expected = {{1, LOG_WARNING}, {2, LOG_ERR},     {4, LOG_WARNING}, {16, LOG_NOTICE},
                                               {32, LOG_DEBUG},  {128, LOG_DEBUG}, {512, LOG_NOTICE}};
     for (const auto& [level, priority] : expected) {
-        EXPECT_EQ(0, runInChild({{"LINX_LOG", "syslog"}},
-                                [bit = level, wanted = priority] {
-                                    logLine(bit, "text");
-                                    return syslogLines.size() == 1 && syslogLines[0].priority == wanted ? 0 : 1;
-                                }))
+        EXPECT_EQ(runInChild({{"LINX_LOG", "syslog"}},
+                             [bit = level, wanted = priority] {
+                                 logLine(bit, "text");
+                                 return syslogLines.size() == 1 && syslogLines[0].priority == wanted ? 0 : 1;
+                             }),
+                  0)
             << level;
     }
 }
 
 TEST(SysLogMsg, LeavesErrnoAlone) {
-    EXPECT_EQ(0, runInChild({{"LINX_LOG", "stderr"}}, [] {
-                  close(STDERR_FILENO);  // the write fails with EBADF
-                  errnoLeftBySyslog = ENOENT;
-                  errno = EHOSTUNREACH;
-                  {
-                      SysLogMsg message;
-                      std::ostream& stream = message.Log(2, LogClient::Instance()->ProcessName());
-                      if (errno != EHOSTUNREACH) return 1;
-                      stream << "text";
-                  }
-                  return errno == EHOSTUNREACH ? 0 : 2;
-              }));
+    EXPECT_EQ(runInChild({{"LINX_LOG", "stderr"}},
+                         [] {
+                             close(STDERR_FILENO);  // the write fails with EBADF
+                             errnoLeftBySyslog = ENOENT;
+                             errno = EHOSTUNREACH;
+                             {
+                                 SysLogMsg message;
+                                 std::ostream& stream = message.Log(2, LogClient::Instance()->ProcessName());
+                                 if (errno != EHOSTUNREACH) return 1;
+                                 stream << "text";
+                             }
+                             return errno == EHOSTUNREACH ? 0 : 2;
+                         }),
+              0);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ class WatchdogTest : public testing::Test {
 protected:
     WatchdogTest() : manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
         const sa_family_t family = AF_UNIX;  // an address of the family alone: the kernel picks a free name
-        EXPECT_EQ(0, bind(manager, reinterpret_cast<const sockaddr*>(&family), sizeof family));
+        EXPECT_EQ(bind(manager, reinterpret_cast<const sockaddr*>(&family), sizeof family), 0);
         unsetenv("NOTIFY_SOCKET");
         unsetenv("WATCHDOG_USEC");
         unsetenv("WATCHDOG_PID");
@@ -30,7 +30,7 @@ protected:
     void askForNotices() const {
         sockaddr_un address{};
         socklen_t size = sizeof address;
-        ASSERT_EQ(0, getsockname(manager, reinterpret_cast<sockaddr*>(&address), &size));
+        ASSERT_EQ(getsockname(manager, reinterpret_cast<sockaddr*>(&address), &size), 0);
         const std::string name(address.sun_path + 1, size - sizeof address.sun_family - 1);
         setenv("NOTIFY_SOCKET", ("@" + name).c_str(), 1);
     }
@@ -48,13 +48,13 @@ protected:
 };
 
 TEST_F(WatchdogTest, DoesNothingWhereNobodyAsks) {
-    EXPECT_EQ(0, watchdog.PetWatchdog());
+    EXPECT_EQ(watchdog.PetWatchdog(), 0);
 }
 
 TEST_F(WatchdogTest, DoesNothingWhereTheManagerWantsNoWatchdog) {
     askForNotices();
-    EXPECT_EQ(0, watchdog.PetWatchdog());
-    EXPECT_EQ("", received());
+    EXPECT_EQ(watchdog.PetWatchdog(), 0);
+    EXPECT_EQ(received(), "");
 }
 
 #ifdef LINXIPC_SYSTEMD
@@ -62,8 +62,8 @@ TEST_F(WatchdogTest, TellsTheManagerEachTime) {
     askForNotices();
     askForAWatchdog();
     for (int turn = 0; turn < 2; ++turn) {
-        EXPECT_EQ(0, watchdog.PetWatchdog());
-        EXPECT_EQ("WATCHDOG=1", received());
+        EXPECT_EQ(watchdog.PetWatchdog(), 0);
+        EXPECT_EQ(received(), "WATCHDOG=1");
     }
 }
 
@@ -71,28 +71,28 @@ TEST_F(WatchdogTest, DoesNothingWhereTheWatchdogIsAnotherProcesses) {
     askForNotices();
     askForAWatchdog();
     setenv("WATCHDOG_PID", std::to_string(getppid()).c_str(), 1);
-    EXPECT_EQ(0, watchdog.PetWatchdog());
-    EXPECT_EQ("", received());
+    EXPECT_EQ(watchdog.PetWatchdog(), 0);
+    EXPECT_EQ(received(), "");
 }
 
 TEST_F(WatchdogTest, GivesTheErrorAsAPositiveNumberWhereTheManagerIsGone) {
     askForNotices();
     askForAWatchdog();
     close(std::exchange(manager, -1));
-    EXPECT_EQ(ECONNREFUSED, watchdog.PetWatchdog());
+    EXPECT_EQ(watchdog.PetWatchdog(), ECONNREFUSED);
 }
 
 TEST_F(WatchdogTest, GivesAnErrorWhereTheIntervalCannotBeRead) {
     askForNotices();
     setenv("WATCHDOG_USEC", "soon", 1);
-    EXPECT_EQ(EINVAL, watchdog.PetWatchdog());
+    EXPECT_EQ(watchdog.PetWatchdog(), EINVAL);
 }
 #else
 TEST_F(WatchdogTest, DoesNothingInABuildWithoutTheServiceManager) {
     askForNotices();
     askForAWatchdog();
-    EXPECT_EQ(0, watchdog.PetWatchdog());
-    EXPECT_EQ("", received());
+    EXPECT_EQ(watchdog.PetWatchdog(), 0);
+    EXPECT_EQ(received(), "");
 }
 #endif
 

@@ -9,13 +9,13 @@
 class FewDescriptors {
 public:
     explicit FewDescriptors(unsigned count) {
-        EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &before_));
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &before_), 0);
         rlimit few = before_;
         few.rlim_cur = 0;
         for (unsigned unused = 0; few.rlim_cur < before_.rlim_cur; ++few.rlim_cur) {
             if (fcntl(static_cast<int>(few.rlim_cur), F_GETFD) == -1 && unused++ == count) break;
         }
-        EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     }
     ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
     FewDescriptors(const FewDescriptors&) = delete;

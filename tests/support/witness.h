@@ -13,7 +13,7 @@ namespace linxtest {
 class Witness {
 public:
     Witness(const std::string& path, uint32_t events) : descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
-        EXPECT_NE(-1, inotify_add_watch(descriptor_, path.c_str(), events)) << path;
+        EXPECT_NE(inotify_add_watch(descriptor_, path.c_str(), events), -1) << path;
     }
     ~Witness() { close(descriptor_); }
     Witness(const Witness&) = delete;

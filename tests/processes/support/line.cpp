@@ -12,7 +12,7 @@ Line::~Line() {
 }
 
 void Line::tell(uint32_t word) const {
-    EXPECT_EQ(ssize_t{sizeof word}, send(descriptor_, &word, sizeof word, MSG_NOSIGNAL)) << "nobody listens";
+    EXPECT_EQ(send(descriptor_, &word, sizeof word, MSG_NOSIGNAL), ssize_t{sizeof word}) << "nobody listens";
 }
 
 uint32_t Line::hear() const {

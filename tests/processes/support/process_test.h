@@ -10,8 +10,8 @@
 class ProcessTest : public testing::Test {
 protected:
     void TearDown() override {
-        EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a process was left behind";
-        EXPECT_EQ(openFilesBefore_, linxtest::TestDomain::openFileCount());
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process was left behind";
+        EXPECT_EQ(linxtest::TestDomain::openFileCount(), openFilesBefore_);
     }
 
     const linxtest::TestDomain domain;

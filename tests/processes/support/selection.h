@@ -12,8 +12,8 @@ constexpr uint32_t lastForSelection = 101;
 
 /// Sends twelve signals of four numbers in turn, and one that says that they have all been sent.
 inline void sendForSelection(LINX* linx, LinxSpid to) {
-    for (uint32_t i = 0; i < 12; ++i) ASSERT_EQ(0, send(linx, to, 200 + i % 4, {i}));
-    ASSERT_EQ(0, send(linx, to, lastForSelection));
+    for (uint32_t i = 0; i < 12; ++i) ASSERT_EQ(send(linx, to, 200 + i % 4, {i}), 0);
+    ASSERT_EQ(send(linx, to, lastForSelection), 0);
 }
 
 /// Takes them by selection: the others stay queued, in order.
@@ -24,11 +24,11 @@ inline void takeBySelection(LINX* linx) {
         const std::optional<Received> received = receive(linx, 0, numbers);
         return received ? static_cast<int>(received->word()) : -1;
     };
-    EXPECT_EQ(3, takeOneOf({203}));
-    EXPECT_EQ(2, takeOneOf({203, 202}));
-    EXPECT_EQ(6, takeOneOf({203, 202}));
-    EXPECT_EQ(7, takeOneOf({203}));
-    for (const int left : {0, 1, 4, 5, 8, 9, 10, 11, -1}) EXPECT_EQ(left, takeOneOf({}));
+    EXPECT_EQ(takeOneOf({203}), 3);
+    EXPECT_EQ(takeOneOf({203, 202}), 2);
+    EXPECT_EQ(takeOneOf({203, 202}), 6);
+    EXPECT_EQ(takeOneOf({203}), 7);
+    for (const int left : {0, 1, 4, 5, 8, 9, 10, 11, -1}) EXPECT_EQ(takeOneOf({}), left);
 }
 
 #endif

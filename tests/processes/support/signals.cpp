@@ -8,12 +8,12 @@
 #include <cstring>
 
 Endpoint::Endpoint(const std::string& name, uint32_t options) : linx_(linx_open(name.c_str(), options, nullptr)) {
-    EXPECT_NE(nullptr, linx_) << name << ": " << std::strerror(errno);
+    EXPECT_NE(linx_, nullptr) << name << ": " << std::strerror(errno);
 }
 
 void Endpoint::close() {
     if (linx_ != nullptr) {
-        EXPECT_EQ(0, linx_close(linx_));
+        EXPECT_EQ(linx_close(linx_), 0);
     }
     linx_ = nullptr;
     if (descriptor_ != -1) ::close(descriptor_);  // ours since we asked for it
@@ -59,7 +59,7 @@ Bytes pattern(size_t size, uint32_t seed) {
 LinxSpid spidOf(LINX* linx) {
     LinxSignal* fresh = linx_alloc(linx, sizeof(LinxSignal), 0);
     const LinxSpid own = linx_sender(linx, &fresh);
-    EXPECT_EQ(0, linx_free_buf(linx, &fresh));
+    EXPECT_EQ(linx_free_buf(linx, &fresh), 0);
     return own;
 }
 
@@ -75,7 +75,7 @@ int sendBytes(LINX* linx, LinxSpid to, uint32_t number, const Bytes& payload) {
     if (signal == nullptr) return errno;
     if (!payload.empty()) std::memcpy(payloadOf(signal), payload.data(), payload.size());
     const int result = linx_send(linx, &signal, to) == 0 ? 0 : errno;
-    EXPECT_EQ(nullptr, signal);
+    EXPECT_EQ(signal, nullptr);
     return result;
 }
 
@@ -85,14 +85,14 @@ std::optional<Received> receive(LINX* linx, uint32_t milliseconds, const std::ve
     LinxSignal* signal = nullptr;
     const int size = linx_receive_w_tmo(linx, &signal, milliseconds, selection.data());
     if (signal == nullptr) {
-        EXPECT_EQ(0, size) << std::strerror(errno);
+        EXPECT_EQ(size, 0) << std::strerror(errno);
         return std::nullopt;
     }
     Received received;
     received.number = signal->number;
     received.sender = linx_sender(linx, &signal);
     received.payload.assign(payloadOf(signal), reinterpret_cast<unsigned char*>(signal) + size);
-    EXPECT_EQ(0, linx_free_buf(linx, &signal));
+    EXPECT_EQ(linx_free_buf(linx, &signal), 0);
     return received;
 }
 
@@ -100,7 +100,7 @@ Received expectSignal(LINX* linx, uint32_t number, uint32_t milliseconds) {
     const std::optional<Received> received = receive(linx, milliseconds);
     EXPECT_TRUE(received) << "signal " << number << " did not come";
     if (!received) return {};
-    EXPECT_EQ(number, received->number);
+    EXPECT_EQ(received->number, number);
     return *received;
 }
 
@@ -118,19 +118,19 @@ void expectNothing(LINX* linx) {
 void sendBack(LINX* linx, uint32_t number) {
     for (;;) {
         const Received received = expectSignal(linx, number);
-        ASSERT_EQ(0, sendBytes(linx, received.sender, number, received.payload));
+        ASSERT_EQ(sendBytes(linx, received.sender, number, received.payload), 0);
     }
 }
 
 LinxSpid hunt(LINX* linx, const std::string& name) {
-    EXPECT_EQ(0, linx_hunt(linx, name.c_str(), nullptr)) << std::strerror(errno);
+    EXPECT_EQ(linx_hunt(linx, name.c_str(), nullptr), 0) << std::strerror(errno);
     return expectAmongOthers(linx, LINX_OS_HUNT_SIG).sender;
 }
 
 LinxRef attach(LINX* linx, LinxSpid spid, uint32_t number) {
     LinxSignal* notice = linx_alloc(linx, sizeof(LinxSignal), number);
     const LinxRef reference = linx_attach(linx, &notice, spid);
-    EXPECT_EQ(nullptr, notice);
+    EXPECT_EQ(notice, nullptr);
     return reference;
 }
 
@@ -138,6 +138,6 @@ std::string nameOf(LINX* linx, LinxSpid spid) {
     char* name = nullptr;
     if (linx_get_name(linx, spid, &name) != 0) return std::string();
     const std::string copy = name;
-    EXPECT_EQ(0, linx_free_name(linx, &name));
+    EXPECT_EQ(linx_free_name(linx, &name), 0);
     return copy;
 }

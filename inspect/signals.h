@@ -1,0 +1,49 @@
+#ifndef LINXIPC_INSPECT_SIGNALS_H
+#define LINXIPC_INSPECT_SIGNALS_H
+
+#include <unordered_set>
+
+#include "host/arena/hunt_table.h"
+#include "host/arena/runs.h"
+#include "host/arena/slot_table.h"
+#include "host/mailbox/take_all_stack.h"
+
+namespace linx {
+namespace inspect {
+
+enum class Where {
+    held,    ///< by its owner's user
+    queued,  ///< in its owner's mailbox or queue; or a notice or a time-out that it has asked for
+    parked   ///< with a hunt of its owner's
+};
+
+/// Calls `visit(where, owner, block)` for every signal of the arena, a snapshot, that an open endpoint owns.
+template <class Visit>
+void forEachSignal(const Arena& arena, Visit visit) {
+    std::unordered_set<Ref> met;
+    arena.forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
+        const Spid owner = spidOf(slot.life.loadRelaxed());
+        if (!isOpen(arena, owner)) return;
+        // Links that lead to where another walk has been, or round in a circle, are garbage: the walks together are
+        // no longer than there are blocks.
+        stack::walkWhile(arena, stack::refOf(slot.mailbox.loadRelaxed()), [&](BlockRef block) {
+            if (!isInFlightTo(block->owner.loadRelaxed(), index) || !met.insert(block.ref).second) return false;
+            visit(Where::queued, owner, block);
+            return true;
+        });
+    });
+    std::unordered_set<Ref> parked;
+    forEachHunt(arena, [&](const Hunt& hunt) { parked.insert(hunt.signal.loadRelaxed()); });
+    forEachBlock(arena, [&](BlockRef block) {
+        const OwnerWord word = block->owner.loadRelaxed();
+        const Spid owner = spidOf(word);
+        if (isInFlight(word) || !isOpen(arena, owner)) return;
+        if (word == heldBy(owner)) return visit(Where::held, owner, block);
+        visit(parked.count(block.ref) == 0 ? Where::queued : Where::parked, owner, block);
+    });
+}
+
+}  // namespace inspect
+}  // namespace linx
+
+#endif

@@ -1,0 +1,215 @@
+// What is shown of a domain: in text as a transcript, in JSON with keys on which scripts rely.
+
+#include <gmock/gmock.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/scene.h"
+
+namespace {
+
+using Json = nlohmann::json;
+
+std::string ownName() {
+    const passwd* entry = getpwuid(geteuid());
+    return entry == nullptr ? std::to_string(geteuid()) : entry->pw_name;
+}
+
+class ReadingTest : public SceneTest {
+protected:
+    /// What `linx` prints about the scene, squeezed.
+    static std::string textOf(const std::vector<std::string>& arguments) {
+        const Outcome outcome = runLinx(arguments);
+        EXPECT_EQ(0, outcome.status) << outcome;
+        EXPECT_EQ("", outcome.err);
+        return squeezed(outcome.out);
+    }
+    static Json jsonOf(std::vector<std::string> arguments) {
+        arguments.push_back("--json");
+        const Outcome outcome = runLinx(arguments);
+        EXPECT_EQ(0, outcome.status) << outcome;
+        return Json::parse(outcome.out, nullptr, false);
+    }
+
+    std::string expected(std::string text) const {
+        text = filled(text);
+        replace(text, "@comm", processName());
+        replace(text, "@user", ownName());
+        return text;
+    }
+};
+
+std::vector<std::string> keysOf(const Json& object) {
+    std::vector<std::string> keys;
+    for (const auto& item : object.items()) keys.push_back(item.key());
+    return keys;
+}
+
+TEST_F(ReadingTest, ListShowsWhoIsThere) {
+    const std::string transcript = expected(
+        "NAME SPID PID PROCESS USER STATE QUEUED DEEPEST HELD\n"
+        "client @client @comm @user sleeping 0 0 0 B\n"
+        "server @server @comm @user running 3 4 1.1 KiB\n");
+    EXPECT_EQ(transcript, textOf({"list"}));
+    EXPECT_EQ(transcript, textOf({}));
+}
+
+TEST_F(ReadingTest, ListInJsonHasTheKeysThatScriptsRelyOn) {
+    const Json all = jsonOf({"list"});
+    ASSERT_EQ(2u, all.size());
+    EXPECT_THAT(keysOf(all[1]), testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state",
+                                                              "queued", "deepest", "held"));
+    EXPECT_EQ("server", all[1]["name"]);
+    EXPECT_EQ(serverSpid, all[1]["spid"]);
+    EXPECT_EQ(server->pid(), all[1]["pid"]);
+    EXPECT_EQ(processName(), all[1]["process"]);
+    EXPECT_EQ(ownName(), all[1]["user"]);
+    EXPECT_EQ("running", all[1]["state"]);
+    EXPECT_EQ(3, all[1]["queued"]);
+    EXPECT_EQ(4, all[1]["deepest"]);
+    EXPECT_EQ(17 * 64, all[1]["held"]);
+}
+
+TEST_F(ReadingTest, OptionsStandBeforeTheVerbOrBehindIt) {
+    EXPECT_EQ(runLinx({"list", "-j", "-N", "1"}), runLinx({"-j", "-N", "1", "list"}));
+    EXPECT_EQ(1u, jsonOf({"-N", "1"}).size());
+    const linxtest::ScopedVariable elsewhere("LINX_DOMAIN", "/nowhere");
+    EXPECT_EQ(2u, jsonOf({"list", "--domain", domain.path()}).size());
+    EXPECT_EQ(2u, jsonOf({"--domain", domain.path(), "list"}).size());
+}
+
+TEST_F(ReadingTest, StatusShowsOneInFull) {
+    const std::string columns = filled("@server");
+    const std::string spid = columns.substr(0, columns.find(' '));
+    const std::string text = textOf({"status", "server"});
+    EXPECT_THAT(text, testing::StartsWith("name server\nspid " + spid + "\nprocess " + std::to_string(server->pid()) +
+                                          " " + processName() + ", user " + ownName() +
+                                          "\nstate running\nqueue 3 now, 4 at the deepest\ndropped 0\n"));
+    EXPECT_THAT(text, testing::HasSubstr("held 1.1 KiB in 1 signals\n"));
+    EXPECT_THAT(text, testing::HasSubstr("\nhunts absent\n"));
+    EXPECT_THAT(text, testing::HasSubstr("\nQUEUED NUMBER SIGNALS BYTES FROM\n"
+                                         "200 2 128 B client 2\n"
+                                         "300 1 5.1 KiB client 1\n"));
+}
+
+TEST_F(ReadingTest, StatusInJsonHasTheKeysThatScriptsRelyOn) {
+    const Json one = jsonOf({"status", "server"});
+    EXPECT_THAT(keysOf(one), testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state",
+                                                           "deepest", "dropped", "sleeps", "rings", "held", "lent",
+                                                           "leased", "share", "queued", "blocks", "hunts"));
+    ASSERT_EQ(2u, one["queued"].size());
+    EXPECT_EQ((Json{{"number", 200}, {"signals", 2}, {"bytes", 128}, {"senders", {{"client", 2}}}}),
+              one["queued"][0]);
+    EXPECT_EQ(Json{"absent"}, one["hunts"]);
+    EXPECT_THAT(keysOf(one["blocks"][0]), testing::UnorderedElementsAre("block_bytes", "signals", "bytes"));
+    EXPECT_EQ(0, one["dropped"]);
+}
+
+TEST_F(ReadingTest, HoldersShowsWhoHasWhichMemory) {
+    EXPECT_EQ(
+        "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
+        "server 4 6.2 KiB 5.2 KiB 64 B\n"
+        "client 0 0 B 0 B 6.2 KiB\n",
+        textOf({"holders"}));
+    EXPECT_EQ(
+        "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
+        "client 0 0 B 0 B 6.2 KiB\n",
+        textOf({"holders", "client"}));
+}
+
+TEST_F(ReadingTest, HoldersInJsonHasTheKeysThatScriptsRelyOn) {
+    const Json all = jsonOf({"holders"});
+    ASSERT_EQ(2u, all.size());
+    EXPECT_THAT(keysOf(all[0]), testing::UnorderedElementsAre("owner", "bytes", "signals", "queued_bytes",
+                                                              "queued_signals", "lent_bytes", "lent_signals"));
+    EXPECT_EQ("server", all[0]["owner"]);
+    EXPECT_EQ(4, all[0]["signals"]);
+    EXPECT_EQ(3, all[0]["queued_signals"]);
+}
+
+TEST_F(ReadingTest, AStoppedProcessIsShownAsOne) {
+    server->stop();
+    EXPECT_EQ("stopped", jsonOf({"list"})[1]["state"]);
+    server->cont();
+}
+
+TEST_F(ReadingTest, WhoHasReceivedAllSleepsAndWhoHasNotComeForAllDoesNot) {
+    client->tell();
+    EXPECT_EQ(0, client->exitStatus());
+    Endpoint self("self");
+    ASSERT_EQ(0, send(self, spidOf(self), 1));
+    EXPECT_EQ("running", jsonOf({"status", "self"})["state"]);
+    expectSignal(self, 1);
+    expectNothing(self);
+    EXPECT_EQ("sleeping", jsonOf({"status", "self"})["state"]);
+}
+
+TEST_F(ReadingTest, TheKilledAreShownAsDeadAndWhatTheyHadIsStillTold) {
+    const std::string spid = filled("@server").substr(0, 8);
+    server->kill9();
+    client->kill9();
+    EXPECT_THAT(textOf({"list"}), testing::HasSubstr("server " + spid + " - - - dead 3 4 1.1 KiB\n"));
+    const Json one = jsonOf({"status", "server"});
+    EXPECT_EQ("dead", one["state"]);
+    EXPECT_TRUE(one["pid"].is_null());
+    EXPECT_EQ(2u, one["queued"].size());
+    EXPECT_EQ(Json{"absent"}, one["hunts"]);
+}
+
+TEST_F(ReadingTest, WhoHasEndedIsShownOnRequest) {
+    client->tell();
+    EXPECT_EQ(0, client->exitStatus());
+    EXPECT_EQ(1u, jsonOf({"list"}).size());
+    const Json all = jsonOf({"list", "--all"});
+    ASSERT_EQ(2u, all.size());
+    EXPECT_EQ("client", all[1]["name"]);
+    EXPECT_EQ("ended", all[1]["state"]);
+    EXPECT_EQ("ended", jsonOf({"status", "client"})["state"]);
+    EXPECT_EQ(3, all[0]["queued"]) << "what it had sent is there";
+}
+
+TEST_F(ReadingTest, OfTheParentAndTheChildThatShareAnEndpointTheParentIsShown) {
+    Child parent([](Line& test) {
+        Endpoint endpoint("shared");
+        const pid_t child = fork();
+        if (child == 0) {
+            pause();
+            _exit(0);
+        }
+        test.tell(static_cast<uint32_t>(child));
+        test.hear();
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    });
+    parent.hear();
+    EXPECT_EQ(parent.pid(), jsonOf({"status", "shared"})["pid"]);
+    parent.tell();
+    EXPECT_EQ(0, parent.exitStatus());
+}
+
+TEST_F(ReadingTest, ACopyOfAnArenaIsReadByItself) {
+    const std::string copy = domain.pathOf("copy");
+    std::filesystem::copy_file(domain.pathOf("arena"), copy);
+    server->kill9();
+    client->kill9();
+    const Json all = jsonOf({"list", "--file", copy});
+    ASSERT_EQ(2u, all.size());
+    EXPECT_EQ("running", all[1]["state"]) << "when it was copied";
+    EXPECT_EQ(3, all[1]["queued"]);
+    EXPECT_EQ(2u, jsonOf({"status", "server", "--file", copy})["queued"].size());
+}
+
+TEST_F(ReadingTest, LookingChangesNothing) {
+    const std::string before = contentOf(domain.pathOf("arena"));
+    const uint64_t bytesBefore = domain.arenaBytes();
+    for (const std::string verb : {"list", "holders", "doctor"}) runLinx({verb});
+    runLinx({"status", "server"});
+    EXPECT_TRUE(before == contentOf(domain.pathOf("arena")));
+    EXPECT_EQ(bytesBefore, domain.arenaBytes());
+    EXPECT_EQ(3u, domain.files().size());
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+#include "tools/look.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "host/arena/domain_path.h"
+#include "host/arena/name_table.h"
+#include "tools/failure.h"
+#include "tools/text.h"
+
+namespace tools {
+
+using linx::inspect::Place;
+using linx::inspect::Snapshot;
+using linx::inspect::State;
+
+void failToRead(const std::string& path) {
+    const std::string shown = printable(path);
+    switch (errno) {
+        case ENOENT:
+        case ENOTDIR:
+            throw Failure(noDomain,
+                          "there is no domain at " + shown +
+                              ": nobody has opened an endpoint there; --domain or $LINX_DOMAIN names another");
+        case EPROTO:
+            throw Failure(noDomain, "what lies at " + shown +
+                                        " is no arena of this make: it was made by another version, by a machine of "
+                                        "another byte order, or is damaged; with nobody in it, it may be removed");
+        case EACCES:
+        case EPERM:
+            throw Failure(refused, "no permission to read " + shown +
+                                       ": be the user whose it is, or in its group (you are " + userName(geteuid()) +
+                                       ")");
+        default:
+            throw Failure(refused, shown + " cannot be read: " + std::strerror(errno));
+    }
+}
+
+void openPlace(const Options& options, Place& place) {
+    if (!options.arena.empty()) {
+        if (!place.openFile(options.arena)) failToRead(options.arena);
+        return;
+    }
+    const std::string path = linx::domainPath();
+    if (path.empty()) throw Failure(badUsage, "a domain is an absolute path or a word without slashes");
+    if (!place.openDirectory(path)) failToRead(path);
+}
+
+std::unique_ptr<Snapshot> snapshotOf(const Place& place) {
+    std::unique_ptr<Snapshot> snapshot = Snapshot::take(place.file());
+    if (snapshot == nullptr) failToRead(place.path());
+    return snapshot;
+}
+
+void requireDomain(const Options& options) {
+    if (!options.arena.empty()) throw Failure(badUsage, "an arena can be looked at alone: to send, name its domain");
+    Place place;
+    openPlace(options, place);
+}
+
+std::string nameIn(const linx::Arena& arena, linx::Spid spid) {
+    linx::Name name;
+    return nameOfSpid(arena, spid, name) ? name.text() : hexadecimal(spid);
+}
+
+std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options) {
+    Place place;
+    openPlace(options, place);
+    return linx::inspect::endpointsOf(snapshotOf(place)->arena(), place);
+}
+
+const char* wordFor(State state) {
+    switch (state) {
+        case State::running:
+            return "running";
+        case State::sleeping:
+            return "sleeping";
+        case State::stopped:
+            return "stopped";
+        case State::dead:
+            return "dead";
+        case State::ended:
+            break;
+    }
+    return "ended";
+}
+
+void failForName(const std::string& name) {
+    throw Failure(noSuchName, "no endpoint is called '" + printable(name) + "': `linx list` shows who is there");
+}
+
+}  // namespace tools

@@ -1,0 +1,47 @@
+#ifndef LINXIPC_TOOLS_LOOK_H
+#define LINXIPC_TOOLS_LOOK_H
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "inspect/endpoints.h"
+#include "inspect/place.h"
+#include "inspect/snapshot.h"
+#include "tools/options.h"
+
+namespace tools {
+
+/// Opens the domain that is meant, or the arena; throws a Failure that says why not.
+void openPlace(const Options& options, linx::inspect::Place& place);
+
+/// Throws a Failure that says why what lies at `path` could not be read, from errno.
+[[noreturn]] void failToRead(const std::string& path);
+
+/// A snapshot of it; throws likewise.
+std::unique_ptr<linx::inspect::Snapshot> snapshotOf(const linx::inspect::Place& place);
+
+/// For verbs that join: there is a domain, and it was not an arena that was meant. Throws otherwise.
+void requireDomain(const Options& options);
+
+/// The name of an endpoint in a snapshot, open or not; its spid where its slot has gone to another.
+std::string nameIn(const linx::Arena& arena, linx::Spid spid);
+
+/// The endpoints of the domain that is meant, whose arena is looked at now.
+std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options);
+
+/// "running", "sleeping" and so on: scripts rely on the words.
+const char* wordFor(linx::inspect::State state);
+
+/// Nobody is called that.
+[[noreturn]] void failForName(const std::string& name);
+
+/// Shortens rows to as many as are wanted.
+template <class Row>
+void limit(std::vector<Row>& rows, const Options& options) {
+    if (options.count && rows.size() > *options.count) rows.erase(rows.begin() + *options.count, rows.end());
+}
+
+}  // namespace tools
+
+#endif

@@ -1,0 +1,51 @@
+#ifndef LINXIPC_TOOLS_OPTIONS_H
+#define LINXIPC_TOOLS_OPTIONS_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tools {
+
+/// What every verb may be told.
+struct Options {
+    bool json = false;
+    std::optional<uint32_t> count;                     ///< rows at most
+    std::optional<std::chrono::milliseconds> timeout;  ///< none: as the verb thinks fit
+    std::string arena;                                 ///< a file to be read instead of a domain
+};
+
+struct ListOptions {
+    bool all = false;  ///< with those that have ended
+};
+
+/// At most one of these.
+struct PayloadOptions {
+    std::optional<std::string> text;
+    std::optional<std::string> hex;
+    std::vector<uint32_t> words;
+    std::optional<std::string> file;
+    bool standardInput = false;
+};
+
+struct SendOptions {
+    std::string name;
+    uint32_t number = 0;
+    PayloadOptions payload;
+};
+
+struct CallOptions {
+    SendOptions request;
+    uint32_t reply = 0;
+};
+
+struct WaitOptions {
+    std::string name;
+    bool gone = false;
+};
+
+}  // namespace tools
+
+#endif

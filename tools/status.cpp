@@ -1,0 +1,173 @@
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "host/arena/share.h"
+#include "inspect/hunts.h"
+#include "inspect/signals.h"
+#include "tools/failure.h"
+#include "tools/look.h"
+#include "tools/table.h"
+#include "tools/text.h"
+#include "tools/verbs.h"
+
+namespace tools {
+
+using linx::Arena;
+using linx::BlockRef;
+using linx::Spid;
+using linx::inspect::Amount;
+using linx::inspect::Endpoint;
+using linx::inspect::Where;
+
+namespace {
+
+/// Signals of one number that an endpoint owns.
+struct Pile {
+    Amount amount;
+    std::map<std::string, uint32_t> senders;
+};
+
+/// One endpoint in full.
+struct Report {
+    Endpoint endpoint;
+    std::map<uint32_t, Pile> queued;     ///< by number
+    std::map<uint32_t, Amount> classes;  ///< what it owns, by the bytes of a block
+    uint64_t leased = 0;                 ///< memory whose home it is, free or not
+    uint64_t share = 0;                  ///< that it may have
+    std::vector<std::string> hunts;
+};
+
+/// The open endpoint of that name; otherwise the one that ended last, as far as spids tell.
+const Endpoint& find(const std::vector<Endpoint>& endpoints, const std::string& name) {
+    const auto isIt = [&](const Endpoint& endpoint) { return endpoint.name == name; };
+    const auto found = std::find_if(endpoints.begin(), endpoints.end(), isIt);
+    if (found == endpoints.end()) failForName(name);
+    return *found;
+}
+
+Report reportOf(const Arena& arena, const Endpoint& endpoint) {
+    Report report;
+    report.endpoint = endpoint;
+    report.share = uint64_t{linx::share::limitOf(arena)} * linx::lineBytes;
+    if (!isOpen(arena, endpoint.spid)) return report;
+    report.leased = uint64_t{linx::share::linesOf(arena.slot(indexOf(endpoint.spid)))} * linx::lineBytes;
+    linx::inspect::forEachSignal(arena, [&](Where where, Spid owner, BlockRef block) {
+        if (owner != endpoint.spid) return;
+        report.classes[linx::linesOfClass(block.sizeClass) * linx::lineBytes].add(block);
+        if (where != Where::queued) return;
+        Pile& pile = report.queued[block->signal.number];
+        pile.amount.add(block);
+        ++pile.senders[nameIn(arena, senderOf(*block))];
+    });
+    for (const linx::inspect::PendingHunt& hunt : linx::inspect::pendingHunts(arena)) {
+        if (hunt.hunter == endpoint.spid) report.hunts.push_back(hunt.name);
+    }
+    return report;
+}
+
+nlohmann::ordered_json toJson(const Report& report) {
+    const Endpoint& endpoint = report.endpoint;
+    nlohmann::ordered_json json;
+    json["name"] = endpoint.name;
+    json["spid"] = linx::numberOf(endpoint.spid);
+    json["pid"] = endpoint.process ? nlohmann::ordered_json(endpoint.process->pid) : nullptr;
+    json["process"] = endpoint.process ? nlohmann::ordered_json(endpoint.process->name) : nullptr;
+    json["user"] = endpoint.process ? nlohmann::ordered_json(userName(endpoint.process->user)) : nullptr;
+    json["state"] = wordFor(endpoint.state);
+    json["deepest"] = endpoint.deepest;
+    json["dropped"] = endpoint.dropped;
+    json["sleeps"] = endpoint.sleeps;
+    json["rings"] = endpoint.rings;
+    json["held"] = endpoint.account.held.bytes;
+    json["lent"] = endpoint.account.lent.bytes;
+    json["leased"] = report.leased;
+    json["share"] = report.share;
+    json["queued"] = nlohmann::ordered_json::array();
+    for (const auto& [number, pile] : report.queued) {
+        json["queued"].push_back({{"number", number},
+                                  {"signals", pile.amount.signals},
+                                  {"bytes", pile.amount.bytes},
+                                  {"senders", pile.senders}});
+    }
+    json["blocks"] = nlohmann::ordered_json::array();
+    for (const auto& [bytes, amount] : report.classes) {
+        json["blocks"].push_back({{"block_bytes", bytes}, {"signals", amount.signals}, {"bytes", amount.bytes}});
+    }
+    json["hunts"] = report.hunts;
+    return json;
+}
+
+std::string sendersOf(const Pile& pile) {
+    constexpr size_t most = 4;
+    std::string text;
+    size_t named = 0;
+    for (const auto& [name, signals] : pile.senders) {
+        if (named++ == most) return text + " and " + std::to_string(pile.senders.size() - most) + " more";
+        text += (text.empty() ? "" : ", ") + printable(name) + " " + std::to_string(signals);
+    }
+    return text;
+}
+
+void printFact(const std::string& name, const std::string& value) {
+    constexpr size_t width = 12;
+    printLine(name + std::string(width - name.size(), ' ') + value);
+}
+
+void printText(const Report& report) {
+    const Endpoint& endpoint = report.endpoint;
+    printFact("name", printable(endpoint.name));
+    printFact("spid", hexadecimal(endpoint.spid));
+    if (endpoint.process) {
+        printFact("process", std::to_string(endpoint.process->pid) + " " + printable(endpoint.process->name) +
+                                 ", user " + userName(endpoint.process->user));
+    }
+    printFact("state", wordFor(endpoint.state));
+    printFact("queue", std::to_string(endpoint.account.queued.signals) + " now, " + std::to_string(endpoint.deepest) +
+                           " at the deepest");
+    printFact("dropped", std::to_string(endpoint.dropped));
+    printFact("sleeps", std::to_string(endpoint.sleeps));
+    printFact("rings", std::to_string(endpoint.rings));
+    printFact("held", humanBytes(endpoint.account.held.bytes) + " in " +
+                          std::to_string(endpoint.account.held.signals) + " signals");
+    printFact("account", humanBytes(endpoint.account.lent.bytes) + " in use, " + humanBytes(report.leased) +
+                             " leased, of at most " + humanBytes(report.share));
+    for (const std::string& name : report.hunts) printFact("hunts", printable(name));
+    constexpr Table::Align right = Table::Align::right;
+    if (!report.queued.empty()) {
+        printLine("");
+        Table table({{"QUEUED NUMBER", right}, {"SIGNALS", right}, {"BYTES", right}, {"FROM"}});
+        for (const auto& [number, pile] : report.queued) {
+            table.add({std::to_string(number), std::to_string(pile.amount.signals), humanBytes(pile.amount.bytes),
+                       sendersOf(pile)});
+        }
+        table.print();
+    }
+    if (!report.classes.empty()) {
+        printLine("");
+        Table table({{"BLOCKS OF", right}, {"SIGNALS", right}, {"BYTES", right}});
+        for (const auto& [bytes, amount] : report.classes) {
+            table.add({humanBytes(bytes), std::to_string(amount.signals), humanBytes(amount.bytes)});
+        }
+        table.print();
+    }
+}
+
+}  // namespace
+
+int status(const Options& options, const std::string& name) {
+    linx::inspect::Place place;
+    openPlace(options, place);
+    const auto snapshot = snapshotOf(place);
+    const Arena& arena = snapshot->arena();
+    const std::vector<Endpoint> endpoints = linx::inspect::endpointsOf(arena, place);
+    const Report report = reportOf(arena, find(endpoints, name));
+    if (options.json) {
+        printJson(toJson(report));
+    } else {
+        printText(report);
+    }
+    return done;
+}
+
+}  // namespace tools

@@ -1,0 +1,115 @@
+#include "tools/text.h"
+
+#include <pwd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "tools/failure.h"
+
+namespace tools {
+namespace {
+
+constexpr char digits[] = "0123456789abcdef";
+
+/// How many bytes the character at `at` has that a terminal may be shown; 0 when there is none.
+size_t characterLength(const std::string& text, size_t at) {
+    const auto byte = [&](size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
+    const unsigned first = byte(at);
+    if (first < 0x80) return first < 0x20 || first == 0x7f ? 0 : 1;
+    const size_t length = first >= 0xf5 ? 0 : first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc2 ? 2 : 0;
+    for (size_t i = 1; i < length; ++i) {
+        if ((byte(at + i) & 0xc0u) != 0x80) return 0;
+    }
+    const unsigned second = byte(at + 1);
+    // Of two bytes and below 0xa0: control characters. Overlong, surrogates, beyond the last: no characters.
+    const bool isNone = (first == 0xc2 && second < 0xa0) || (first == 0xe0 && second < 0xa0) ||
+                        (first == 0xed && second >= 0xa0) || (first == 0xf0 && second < 0x90) ||
+                        (first == 0xf4 && second >= 0x90);
+    return isNone ? 0 : length;
+}
+
+}  // namespace
+
+std::string printable(const std::string& text) {
+    std::string result;
+    for (size_t at = 0; at < text.size();) {
+        const size_t length = characterLength(text, at);
+        if (length != 0) {
+            result.append(text, at, length);
+        } else {
+            const auto byte = static_cast<unsigned char>(text[at]);
+            result += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
+        }
+        at += length == 0 ? 1 : length;
+    }
+    return result;
+}
+
+std::string hexadecimal(linx::Spid spid) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%08x", linx::numberOf(spid));
+    return text;
+}
+
+std::string hexadecimal(const std::vector<unsigned char>& bytes) {
+    std::string text;
+    for (const unsigned char byte : bytes) text += {digits[byte >> 4], digits[byte & 15]};
+    return text;
+}
+
+std::string shellWord(const std::string& text) {
+    const auto isPlain = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               (c != 0 && std::strchr("_./:@%+,=-", c) != nullptr);
+    };
+    if (!text.empty() && text.front() != '-' && std::all_of(text.begin(), text.end(), isPlain)) return text;
+    std::string word = "'";
+    for (const char c : text) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
+std::string humanBytes(uint64_t bytes) {
+    constexpr const char* units[] = {"B", "KiB", "MiB", "GiB"};
+    if (bytes < 1024) return std::to_string(bytes) + " B";
+    size_t unit = 0;
+    auto value = static_cast<double>(bytes);
+    for (; value >= 1024 && unit < 3; ++unit) value /= 1024;
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
+    return text;
+}
+
+std::string userName(uid_t user) {
+    static std::map<uid_t, std::string> known;  // asking takes the system longer than everything else here
+    const auto found = known.find(user);
+    if (found != known.end()) return found->second;
+    const passwd* entry = getpwuid(user);
+    return known[user] = entry == nullptr ? std::to_string(user) : entry->pw_name;
+}
+
+std::string describe(const std::string& name, const std::optional<linx::inspect::Process>& process) {
+    return printable(name) + (process ? ", process " + std::to_string(process->pid) : "");
+}
+
+void printLine(const std::string& line) {
+    std::fputs((line + "\n").c_str(), stdout);
+}
+
+void finishOutput() {
+    // Somebody may have had enough: a pipe into `head` is no failure worth a word.
+    const bool failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+    if (failed && errno != EPIPE) {
+        throw Failure(refused, std::string("the output cannot be written: ") + std::strerror(errno));
+    }
+}
+
+void printJson(const nlohmann::ordered_json& document) {
+    printLine(document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+}  // namespace tools

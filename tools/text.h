@@ -1,0 +1,44 @@
+#ifndef LINXIPC_TOOLS_TEXT_H
+#define LINXIPC_TOOLS_TEXT_H
+
+#include <cstdint>
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+#include "host/arena/spid.h"
+#include "inspect/processes.h"
+
+namespace tools {
+
+/// A name as it may go to a terminal: bytes that would steer it, or that are not UTF-8, as \xNN.
+std::string printable(const std::string& text);
+
+/// Spids as doorbells are named after them.
+std::string hexadecimal(linx::Spid spid);
+std::string hexadecimal(const std::vector<unsigned char>& bytes);
+
+/// A word of a command for the shell, quoted where it has to be: what it names may be called whatever others like.
+std::string shellWord(const std::string& text);
+
+/// "17 B", "4.2 KiB".
+std::string humanBytes(uint64_t bytes);
+
+/// The name of a user, or the number of one that has none.
+std::string userName(uid_t user);
+
+/// "ConfigMgr, process 4711", or without the latter where it is not known.
+std::string describe(const std::string& name, const std::optional<linx::inspect::Process>& process);
+
+/// To be called at the end: throws a Failure when the output could not be written.
+void finishOutput();
+
+/// Writes a line to standard output.
+void printLine(const std::string& line);
+
+/// Writes one document; what is not UTF-8 in it is replaced.
+void printJson(const nlohmann::ordered_json& document);
+
+}  // namespace tools
+
+#endif

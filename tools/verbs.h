@@ -1,0 +1,20 @@
+#ifndef LINXIPC_TOOLS_VERBS_H
+#define LINXIPC_TOOLS_VERBS_H
+
+#include "tools/options.h"
+
+namespace tools {
+
+/// The verbs. Each returns the exit status, or throws a Failure.
+int list(const Options& options, const ListOptions& what);
+int status(const Options& options, const std::string& name);
+int holders(const Options& options, const std::string& name);  ///< an empty name: all
+int doctor(const Options& options);
+int send(const Options& options, const SendOptions& what);
+int call(const Options& options, const CallOptions& what);
+int wait(const Options& options, const WaitOptions& what);
+int shutdown(const Options& options, const std::string& name);
+
+}  // namespace tools
+
+#endif
