@@ -6,7 +6,7 @@
 #include "host/recovery/retire.h"
 #include "models/machine/scheduler.h"
 #include "models/scenarios/stage.h"
-#include "tests/support/broken_invariant.h"
+#include "tests/kit/arena_order.h"
 
 namespace model {
 

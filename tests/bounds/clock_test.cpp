@@ -6,9 +6,9 @@
 #include <chrono>
 
 #include "platform/DiffTime.h"
-#include "tests/bounds/support/clocks.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/bounds/clocks.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

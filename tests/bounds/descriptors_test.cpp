@@ -4,10 +4,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
-#include "tests/support/few_descriptors.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/few_descriptors.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "tests/bounds/support/in_time.h"
-#include "tests/bounds/support/many_descriptors.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/bounds/many_descriptors.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/in_time.h"
+#include "tests/kit/signals.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ int errorOfOpen() {
 }
 
 bool isOpenedInTime(const std::string& name, std::vector<LINX*>& opened) {
-    return succeedsInTime([&] {
+    return comesTrue([&] {
         LINX* linx = linx_open(name.c_str(), 0, nullptr);
         if (linx != nullptr)
             opened.push_back(linx);

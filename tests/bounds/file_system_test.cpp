@@ -8,10 +8,10 @@
 #include <fstream>
 
 #include "host/arena/layout.h"
-#include "tests/bounds/support/mount.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/bounds/mount.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

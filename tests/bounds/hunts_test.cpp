@@ -6,10 +6,10 @@
 #include <cerrno>
 #include <vector>
 
-#include "tests/bounds/support/in_time.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/in_time.h"
+#include "tests/kit/signals.h"
 
 namespace {
 
@@ -78,7 +78,7 @@ TEST_F(Hunter, IsToldThatThereIsNoRoomAndAllOthersAreAnswered) {
 
 TEST_F(Hunter, GetsTheRoomOfTheDead) {
     for (const auto& child : greedy) child->kill9();  // nobody has talked to them, nor sees them die
-    EXPECT_TRUE(succeedsInTime([&] { return errorOfHunt(*endpoint, "absent") == 0; }));
+    EXPECT_TRUE(comesTrue([&] { return errorOfHunt(*endpoint, "absent") == 0; }));
     const Endpoint absent("absent");
     EXPECT_EQ(expectSignal(*endpoint, item, 0).sender, spidOf(absent));
 }

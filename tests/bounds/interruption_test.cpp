@@ -7,10 +7,10 @@
 
 #include <chrono>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/shared.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/shared.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include "host/arena/domain.h"
 #include "host/arena/throttle.h"
 #include "tests/calls/operations.h"
-#include "tests/support/domain_fixture.h"
-#include "tests/support/few_descriptors.h"
+#include "tests/kit/domain.h"
+#include "tests/kit/few_descriptors.h"
 
 namespace calls {
 namespace {

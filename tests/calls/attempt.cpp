@@ -5,8 +5,8 @@
 #include "host/recovery/repair.h"
 #include "tests/calls/director.h"
 #include "tests/calls/performance.h"
+#include "tests/kit/arena_order.h"
 #include "tests/scene/stage.h"
-#include "tests/support/aftermath.h"
 
 namespace calls {
 namespace {

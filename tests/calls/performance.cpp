@@ -13,7 +13,7 @@
 #include <fstream>
 
 #include "tests/calls/acts.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain.h"
 
 namespace calls {
 namespace {

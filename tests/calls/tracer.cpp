@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "tests/calls/registers.h"
-#include "tests/processes/support/line.h"
+#include "tests/kit/line.h"
 
 namespace calls {
 namespace {

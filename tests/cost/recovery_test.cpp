@@ -8,8 +8,8 @@
 #include "host/arena/hunt_table.h"
 #include "tests/cost/looks.h"
 #include "tests/host/interposed.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/signals.h"
 
 namespace linx {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/kit/file_memory.h"
 #include "tests/scene/stage.h"
-#include "tests/support/file_memory.h"
 
 namespace crash {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "tests/fuzz/claim.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain.h"
 
 namespace fuzz {
 namespace {

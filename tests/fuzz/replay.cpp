@@ -7,7 +7,7 @@
 #include <iostream>
 #include <iterator>
 
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -8,7 +8,7 @@
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/host/one_processor.h"
-#include "tests/support/failing_new.h"
+#include "tests/kit/failing_new.h"
 
 namespace linx {
 namespace {

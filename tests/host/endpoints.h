@@ -13,8 +13,8 @@
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
 #include "platform/linx.h"
-#include "tests/support/broken_invariant.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/arena_order.h"
+#include "tests/kit/domain_test.h"
 
 namespace linxtest {
 

@@ -10,9 +10,9 @@
 #include "host/system/clock.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
-#include "tests/support/deliver.h"
-#include "tests/support/failing_new.h"
-#include "tests/support/few_descriptors.h"
+#include "tests/kit/deliver.h"
+#include "tests/kit/failing_new.h"
+#include "tests/kit/few_descriptors.h"
 
 namespace linx {
 namespace {

@@ -16,7 +16,7 @@
 #include "host/arena/domain.h"
 #include "host/recovery/retire.h"
 #include "platform/linx.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain_test.h"
 
 namespace linx {
 namespace {

@@ -13,9 +13,9 @@
 #include "host/arena/domain.h"
 #include "host/recovery/domain_lock.h"
 #include "platform/linx.h"
-#include "tests/processes/support/shared.h"
-#include "tests/support/domain_fixture.h"
-#include "tests/support/unannounced_fork.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/shared.h"
+#include "tests/kit/unannounced_fork.h"
 
 namespace linx {
 namespace {

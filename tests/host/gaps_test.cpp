@@ -16,7 +16,7 @@
 #include "host/recovery/in_flight.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
-#include "tests/support/deliver.h"
+#include "tests/kit/deliver.h"
 
 namespace linx {
 namespace {

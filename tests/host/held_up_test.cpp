@@ -13,7 +13,7 @@
 #include "host/system/forks.h"
 #include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
-#include "tests/processes/support/shared.h"
+#include "tests/kit/shared.h"
 
 namespace linx {
 namespace {

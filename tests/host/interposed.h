@@ -5,7 +5,7 @@
 
 #include <functional>
 
-#include "tests/support/file_memory.h"
+#include "tests/kit/file_memory.h"
 
 /// What this program asks the kernel through the C library goes through here first: a test has something happen at
 /// such a moment, or has it fail.

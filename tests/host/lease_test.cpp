@@ -11,7 +11,7 @@
 #include "host/arena/runs.h"
 #include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
-#include "tests/support/witness.h"
+#include "tests/kit/witness.h"
 
 namespace linx {
 namespace {

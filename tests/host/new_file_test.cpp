@@ -11,7 +11,7 @@
 
 #include "host/system/scoped_descriptor.h"
 #include "tests/host/interposed.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain_test.h"
 
 namespace linx {
 namespace {

@@ -11,7 +11,7 @@
 #include "host/arena/arena_file.h"
 #include "host/arena/domain_path.h"
 #include "tests/host/endpoints.h"
-#include "tests/support/byte_order.h"
+#include "tests/kit/byte_order.h"
 
 namespace linx {
 namespace {

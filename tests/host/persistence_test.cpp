@@ -9,8 +9,8 @@
 #include "host/recovery/retire.h"
 #include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
-#include "tests/support/failing_new.h"
-#include "tests/support/few_descriptors.h"
+#include "tests/kit/failing_new.h"
+#include "tests/kit/few_descriptors.h"
 
 namespace linx {
 namespace {

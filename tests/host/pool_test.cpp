@@ -8,7 +8,7 @@
 
 #include "host/pool/lease.h"
 #include "tests/host/pool_fixture.h"
-#include "tests/support/witness.h"
+#include "tests/kit/witness.h"
 
 namespace linx {
 namespace {

@@ -6,7 +6,7 @@
 #include "host/recovery/retire.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/memory_arena.h"
-#include "tests/support/deliver.h"
+#include "tests/kit/deliver.h"
 
 namespace linx {
 

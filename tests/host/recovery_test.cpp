@@ -13,7 +13,7 @@
 #include "host/recovery/repair.h"
 #include "host/recovery/retire.h"
 #include "tests/host/interposed.h"
-#include "tests/support/deliver.h"
+#include "tests/kit/deliver.h"
 
 namespace linx {
 namespace {

@@ -4,7 +4,7 @@
 #include <sched.h>
 
 #include "tests/host/one_processor.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain.h"
 
 namespace linx {
 namespace {

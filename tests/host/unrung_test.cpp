@@ -16,7 +16,7 @@
 #include "host/system/clock.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
-#include "tests/support/failing_write.h"
+#include "tests/kit/failing_write.h"
 
 namespace linx {
 namespace {

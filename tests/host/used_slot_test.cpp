@@ -14,8 +14,8 @@
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/host/one_processor.h"
-#include "tests/support/failing_new.h"
-#include "tests/support/file_memory.h"
+#include "tests/kit/failing_new.h"
+#include "tests/kit/file_memory.h"
 
 namespace linx {
 namespace {

@@ -12,8 +12,8 @@
 #include "host/mailbox/take_all_stack.h"
 #include "host/system/scoped_descriptor.h"
 #include "tests/host/memory_arena.h"
-#include "tests/support/deliver.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/deliver.h"
+#include "tests/kit/domain_test.h"
 
 namespace linx {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/support/byte_order.h"
+#include "tests/kit/byte_order.h"
 
 #include <cerrno>
 #include <cstring>

@@ -10,7 +10,7 @@
 
 #include "platform/Watchdog.h"
 #include "receive_fixture.h"
-#include "tests/support/failing_new.h"
+#include "tests/kit/failing_new.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 
 #include "platform/export.h"
 #include "testing/RecordingPlatform.h"
-#include "tests/support/failing_new.h"
+#include "tests/kit/failing_new.h"
 
 using linx::testing::RecordingPlatform;
 

@@ -5,7 +5,7 @@
 
 /// The test program replaces `close`, `strerror` and the operators new and delete, in the library too. `close` is
 /// recorded by the recording platform, `strerror` here; memory is counted here, and runs out as told by
-/// tests/support/failing_new.h, though never for the platform.
+/// tests/kit/failing_new.h, though never for the platform.
 namespace interposed {
 
 extern bool refusesArrays;      // the next non-throwing new[] yields null

@@ -11,7 +11,7 @@
 
 #include "fixture.h"
 #include "platform/Watchdog.h"
-#include "tests/support/failing_new.h"
+#include "tests/kit/failing_new.h"
 
 namespace {
 

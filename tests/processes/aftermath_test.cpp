@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <random>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/shared.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/shared.h"
+#include "tests/kit/signals.h"
 
 namespace {
 
@@ -87,9 +87,7 @@ TEST_F(Aftermath, TheMemoryOfTheKilledComesToWhoeverRunsOutThoughHeNeverKnewThem
     child.kill9();
     // The dead are looked for now and then, and not with every refusal.
     LinxSignal* signal = nullptr;
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
-    while (signal == nullptr && std::chrono::steady_clock::now() < limit) signal = linx_alloc(endpoint, size, item);
-    EXPECT_NE(signal, nullptr);
+    EXPECT_TRUE(comesTrue([&] { return (signal = linx_alloc(endpoint, size, item)) != nullptr; }));
 }
 
 TEST_F(Aftermath, TheMemoryOfAKilledReceiverComesBackToTheSender) {

@@ -10,9 +10,9 @@
 #include "host/arena/arena_file.h"
 #include "host/arena/layout.h"
 #include "host/system/scoped_descriptor.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/role.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/role.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // What lies in the memory of a signal that another process sent.
 
-#include "tests/support/byte_order.h"
+#include "tests/kit/byte_order.h"
 
 #include <unistd.h>
 
@@ -9,9 +9,9 @@
 
 #include "directory/LinxServerNameList.h"
 #include "ipc/linxIpc.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

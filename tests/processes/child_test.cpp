@@ -1,10 +1,10 @@
 // The processes of these tests themselves: what fails in one must not be lost.
 
-#include "tests/processes/support/child.h"
+#include "tests/kit/child.h"
 
 #include <gtest/gtest-spi.h>
 
-#include "tests/processes/support/process_test.h"
+#include "tests/kit/domain_test.h"
 
 namespace {
 

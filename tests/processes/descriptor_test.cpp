@@ -4,9 +4,9 @@
 
 #include <cerrno>
 
-#include "tests/processes/support/role.h"
-#include "tests/processes/support/signals.h"
-#include "tests/processes/support/whole_arena_test.h"
+#include "tests/kit/role.h"
+#include "tests/kit/signals.h"
+#include "tests/kit/whole_arena_test.h"
 
 namespace {
 

@@ -10,11 +10,11 @@
 #include <cerrno>
 #include <thread>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/shared.h"
-#include "tests/processes/support/signals.h"
-#include "tests/support/unannounced_fork.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/shared.h"
+#include "tests/kit/signals.h"
+#include "tests/kit/unannounced_fork.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

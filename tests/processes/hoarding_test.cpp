@@ -2,9 +2,9 @@
 
 #include <chrono>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
 
 namespace {
 
@@ -105,12 +105,12 @@ void expectToHold(size_t count) {
     Endpoint two("two");
     Hoard ofOne(one);
     Hoard ofTwo(two);
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
-    while (ofOne.size() + ofTwo.size() < count && std::chrono::steady_clock::now() < limit) {
+    EXPECT_TRUE(comesTrue([&] {
         ofOne.grow();
         ofTwo.grow();
-    }
-    EXPECT_GE(ofOne.size() + ofTwo.size(), count);
+        return ofOne.size() + ofTwo.size() >= count;
+    })) << ofOne.size()
+        << " and " << ofTwo.size();
 }
 
 TEST_F(Hoarding, ManyWhoHaveTalkedAndFallenIdleLeaveRoomForANewcomer) {

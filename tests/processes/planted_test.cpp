@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <fstream>
 
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
-#include "tests/support/witness.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
+#include "tests/kit/witness.h"
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <signal.h>
 #include <sys/resource.h>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/last_ring.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
-#include "tests/support/few_descriptors.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/few_descriptors.h"
+#include "tests/kit/last_ring.h"
+#include "tests/kit/signals.h"
 
 namespace {
 

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <map>
 
-#include "tests/processes/support/role.h"
-#include "tests/processes/support/selection.h"
-#include "tests/processes/support/signals.h"
-#include "tests/processes/support/whole_arena_test.h"
+#include "tests/kit/role.h"
+#include "tests/kit/signals.h"
+#include "tests/kit/whole_arena_test.h"
 
 namespace {
 
@@ -136,6 +135,27 @@ TEST_F(Traffic, WhatIsSentBeforeIsReceivedBefore) {
     for (uint32_t turn = 0; turn < turns; ++turn) ASSERT_EQ(expectSignal(endpoint, item).word(), turn);
     EXPECT_EQ(first.exitStatus(), 0);
     EXPECT_EQ(second.exitStatus(), 0);
+}
+
+/// Sends twelve signals of four numbers in turn, and one that says that they have all been sent.
+void sendForSelection(LINX* linx, LinxSpid to) {
+    for (uint32_t i = 0; i < 12; ++i) ASSERT_EQ(send(linx, to, 200 + i % 4, {i}), 0);
+    ASSERT_EQ(send(linx, to, end), 0);
+}
+
+/// Takes them by selection: the others stay queued, in order.
+void takeBySelection(LINX* linx) {
+    expectAmongOthers(linx, end);
+    EXPECT_FALSE(receive(linx, 0, {300, 301}));
+    const auto takeOneOf = [&](const std::vector<uint32_t>& numbers) {
+        const std::optional<Received> received = receive(linx, 0, numbers);
+        return received ? static_cast<int>(received->word()) : -1;
+    };
+    EXPECT_EQ(takeOneOf({203}), 3);
+    EXPECT_EQ(takeOneOf({203, 202}), 2);
+    EXPECT_EQ(takeOneOf({203, 202}), 6);
+    EXPECT_EQ(takeOneOf({203}), 7);
+    for (const int left : {0, 1, 4, 5, 8, 9, 10, 11, -1}) EXPECT_EQ(takeOneOf({}), left);
 }
 
 const Role selector("Traffic.selector", [](Line& parent) {

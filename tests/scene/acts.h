@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "tests/processes/support/child.h"
+#include "tests/kit/child.h"
 #include "tests/scene/scene.h"
 
 namespace scene {

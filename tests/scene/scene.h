@@ -3,8 +3,8 @@
 
 #include <atomic>
 
-#include "tests/processes/support/shared.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/shared.h"
+#include "tests/kit/signals.h"
 
 /// What happens around an operation in which something befalls its process, the victim: two bystanders are at work,
 /// and say afterwards whether they took notice.

@@ -6,7 +6,7 @@
 
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
-#include "tests/support/aftermath.h"
+#include "tests/kit/arena_order.h"
 
 namespace scene {
 namespace {
@@ -22,16 +22,6 @@ LinxSpid leaveCorpse(Corpse kind, const std::function<void()>& dieInside) {
     corpse.tell();
     if (corpse.exitStatus() != -SIGKILL) std::abort();
     return spid;
-}
-
-template <class Condition>
-bool comesTrue(Condition condition) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > limit) return false;
-        sched_yield();
-    }
-    return true;
 }
 
 /// Whether somebody who does nothing but receive comes for what was sent to him.

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/processes/support/child.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain.h"
 #include "tests/scene/operations.h"
-#include "tests/support/domain_fixture.h"
 
 namespace scene {
 

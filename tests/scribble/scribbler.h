@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/shared.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain.h"
+#include "tests/kit/garbler.h"
+#include "tests/kit/shared.h"
 #include "tests/scribble/ledger.h"
-#include "tests/support/domain_fixture.h"
-#include "tests/support/garbler.h"
 
 namespace scribble {
 

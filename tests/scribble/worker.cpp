@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "tests/support/read_all.h"
+#include "tests/kit/read_all.h"
 
 namespace scribble {
 namespace {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "platform/LogClient.h"
+#include "tests/kit/failing_new.h"
 #include "tests/services/ChildProcess.h"
-#include "tests/support/failing_new.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <iostream>
 #include <random>
 
+#include "tests/kit/arena_order.h"
+#include "tests/kit/domain.h"
 #include "tests/soak/soak.h"
-#include "tests/support/aftermath.h"
-#include "tests/support/domain_fixture.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "host/arena/slot_table.h"
 #include "host/debug/validate.h"
 #include "host/recovery/domain_lock.h"
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain.h"
 
 namespace soak {
 namespace {

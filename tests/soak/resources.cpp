@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "tests/support/domain_fixture.h"
+#include "tests/kit/domain.h"
 
 namespace soak {
 namespace {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <random>
 
-#include "tests/processes/support/child.h"
+#include "tests/kit/child.h"
 #include "tests/soak/report.h"
 #include "tests/traffic/pulse.h"
 

@@ -5,11 +5,11 @@
 #include <random>
 
 #include "platform/linx.h"
-#include "tests/processes/support/shared.h"
+#include "tests/kit/arena_order.h"
+#include "tests/kit/domain.h"
+#include "tests/kit/file_memory.h"
+#include "tests/kit/shared.h"
 #include "tests/storm/storm.h"
-#include "tests/support/aftermath.h"
-#include "tests/support/domain_fixture.h"
-#include "tests/support/file_memory.h"
 
 namespace {
 

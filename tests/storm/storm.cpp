@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "tests/support/aftermath.h"
+#include "tests/kit/arena_order.h"
 #include "tests/traffic/worker.h"
 
 namespace storm {

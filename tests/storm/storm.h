@@ -5,7 +5,7 @@
 #include <memory>
 #include <random>
 
-#include "tests/processes/support/child.h"
+#include "tests/kit/child.h"
 #include "tests/traffic/ledger.h"
 #include "tests/traffic/pulse.h"
 

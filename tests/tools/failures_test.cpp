@@ -13,8 +13,8 @@
 #include "inspect/endpoints.h"
 #include "inspect/hunts.h"
 #include "inspect/snapshot.h"
-#include "tests/processes/support/shared.h"
-#include "tests/support/garbler.h"
+#include "tests/kit/garbler.h"
+#include "tests/kit/shared.h"
 #include "tests/tools/scene.h"
 
 namespace {

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "host/arena/spid.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/process_test.h"
-#include "tests/processes/support/signals.h"
+#include "tests/kit/child.h"
+#include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
 #include "tests/tools/program.h"
 
 /// What this program, and so every process of a test, is called.

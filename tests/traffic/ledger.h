@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/processes/support/shared.h"
+#include "tests/kit/shared.h"
 #include "tests/traffic/letter.h"
 
 namespace traffic {

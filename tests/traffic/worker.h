@@ -5,7 +5,7 @@
 #include <random>
 #include <set>
 
-#include "tests/processes/support/line.h"
+#include "tests/kit/line.h"
 #include "tests/traffic/ledger.h"
 
 namespace traffic {

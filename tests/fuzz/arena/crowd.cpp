@@ -10,7 +10,7 @@
 
 #include "tests/ambush/ambush.h"
 #include "tests/fuzz/claim.h"
-#include "tests/support/read_all.h"
+#include "tests/kit/read_all.h"
 
 namespace fuzz {
 namespace {

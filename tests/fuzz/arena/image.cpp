@@ -8,7 +8,7 @@
 #include <algorithm>
 
 #include "tests/fuzz/claim.h"
-#include "tests/support/garbler.h"
+#include "tests/kit/garbler.h"
 
 namespace fuzz {
 namespace {

@@ -3,9 +3,9 @@
 #include "tests/fuzz/claim.h"
 #include "tests/fuzz/operations/player.h"
 #include "tests/fuzz/playground.h"
-#include "tests/support/aftermath.h"
-#include "tests/support/domain_fixture.h"
-#include "tests/support/file_memory.h"
+#include "tests/kit/arena_order.h"
+#include "tests/kit/domain.h"
+#include "tests/kit/file_memory.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     constexpr uint32_t mostOperations = 256;

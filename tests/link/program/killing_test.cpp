@@ -2,8 +2,8 @@
 
 #include <random>
 
+#include "tests/kit/shared.h"
 #include "tests/link/program/through.h"
-#include "tests/processes/support/shared.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 #ifndef LINXIPC_TESTS_LINK_PROGRAM_THROUGH_H
 #define LINXIPC_TESTS_LINK_PROGRAM_THROUGH_H
 
+#include "tests/kit/child.h"
+#include "tests/kit/domain.h"
+#include "tests/kit/signals.h"
 #include "tests/link/program/running.h"
-#include "tests/processes/support/child.h"
-#include "tests/processes/support/signals.h"
-#include "tests/support/domain_fixture.h"
 
 namespace linktest {
 

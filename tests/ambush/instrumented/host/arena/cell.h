@@ -2,7 +2,7 @@
 #define LINXIPC_HOST_ARENA_CELL_H
 
 #include "tests/ambush/ambush.h"
-#include "tests/support/watched_cell.h"
+#include "tests/kit/watched_cell.h"
 
 namespace linx {
 
