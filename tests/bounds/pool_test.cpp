@@ -102,7 +102,6 @@ TEST_F(FullArena, IsFreeAgainWhenWhoKeptEverythingEnds) {
         Child hoarder([](Line& parent) {
             Endpoint endpoint("hoarder");
             parent.tell();
-            const uint32_t anySignal[] = {0};
             LinxSignal* signal = nullptr;
             do {
                 ASSERT_LT(0, linx_receive_w_tmo(endpoint, &signal, patience, anySignal));

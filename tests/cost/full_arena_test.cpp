@@ -10,7 +10,7 @@ namespace linx {
 namespace {
 
 using cost::looksOf;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 using linxtest::ScopedVariable;
 
 /// Set before the test opens anything, being a base that comes first.
@@ -30,14 +30,14 @@ TEST_F(FullArenaCost, ManyWhoTryAgainAndAgainLookThroughItNowAndThen) {
     constexpr uint32_t small = 4;
     constexpr uint32_t large = 10000;
     constexpr uint32_t rounds = 500;
-    std::vector<std::unique_ptr<Linx>> fillers;
+    std::vector<std::unique_ptr<KnownEndpoint>> fillers;
     for (int i = 0; i < 3; ++i) {
-        fillers.push_back(std::make_unique<Linx>("filler" + std::to_string(i)));
+        fillers.push_back(std::make_unique<KnownEndpoint>("filler" + std::to_string(i)));
         while (linx_alloc(*fillers.back(), small, 1) != nullptr) {
         }
     }
-    std::vector<std::unique_ptr<Linx>> retriers;
-    for (int i = 0; i < 4; ++i) retriers.push_back(std::make_unique<Linx>("retrier" + std::to_string(i)));
+    std::vector<std::unique_ptr<KnownEndpoint>> retriers;
+    for (int i = 0; i < 4; ++i) retriers.push_back(std::make_unique<KnownEndpoint>("retrier" + std::to_string(i)));
     uint64_t looks = 0;
     for (uint32_t round = 0; round < rounds; ++round) {
         for (const auto& retrier : retriers) {
@@ -51,17 +51,17 @@ TEST_F(FullArenaCost, ManyWhoTryAgainAndAgainLookThroughItNowAndThen) {
 
 TEST_F(FullArenaCost, WhoEndsWithWhatHasComeBackDoesNotHaveItLookedFor) {
     constexpr uint32_t small = 4;
-    const Linx filler("filler");
+    const KnownEndpoint filler("filler");
     while (linx_alloc(filler, small, 1) != nullptr) {
     }
-    Linx home("home");
-    const Linx other("other");
+    KnownEndpoint home("home");
+    const KnownEndpoint other("other");
     for (int i = 0; i < 10; ++i) {
         sendNumber(home, other.spid, 1);
         ASSERT_EQ(receiveNumber(other), 1u);  // and is freed, which gives it back
     }
     const uint64_t lines = arena.usedPages() * linesPerPage;
-    EXPECT_LT(looksOf([&] { home.reset(); }), lines / 4);
+    EXPECT_LT(looksOf([&] { home.close(); }), lines / 4);
 }
 
 }  // namespace

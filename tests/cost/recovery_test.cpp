@@ -15,8 +15,7 @@ namespace linx {
 namespace {
 
 using cost::looksOf;
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 constexpr uint32_t notice = 101;
 constexpr uint32_t looksAtBlock = 20;   ///< all that is done with one, in all the walks of a repair
@@ -41,7 +40,7 @@ protected:
 TEST_F(RecoveryCost, ARepairLooksAtEachBlockAFewTimes) {
     constexpr uint32_t returned = 10000;
     constexpr uint32_t mail = 20000;
-    const Linx other("other");
+    const KnownEndpoint other("other");
     giveBack(other, other.spid, returned);
     fillMailbox(other, mail);
     EXPECT_LT(looksOf([&] { repairAfterDeath(); }), uint64_t{looksAtBlock} * (returned + mail) + slotCount * 2);
@@ -49,7 +48,7 @@ TEST_F(RecoveryCost, ARepairLooksAtEachBlockAFewTimes) {
 
 TEST_F(RecoveryCost, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach) {
     constexpr uint32_t mail = 20000;
-    const Linx other("other");
+    const KnownEndpoint other("other");
     for (uint32_t i = 0; i < huntsOfOne; ++i) ASSERT_EQ(linx_hunt(live, "nobody", nullptr), 0);
     fillMailbox(other, mail);
     std::vector<Ref> signals;
@@ -69,7 +68,7 @@ TEST_F(RecoveryCost, HuntsThatSomebodyHasGarbledAreNotLookedForInTheMailboxEach)
 TEST_F(RecoveryCost, ManyDeadAreReapedInOneWalk) {
     constexpr uint32_t dead = 2000;
     constexpr uint32_t mail = 20000;
-    const Linx other("other");
+    const KnownEndpoint other("other");
     fillMailbox(other, mail);
     std::vector<Spid> all;
     for (uint32_t i = 0; i < dead; ++i) {
@@ -95,7 +94,7 @@ protected:
         fillMailbox(other, mail);
     }
     void TearDown() override {
-        other.reset();
+        other.close();
         RecoveryCost::TearDown();
     }
 
@@ -105,8 +104,8 @@ protected:
     template <class Act, class Meet>
     void openAndKill(Act act, Meet meet) {
         Child child([&](Line& parent) {
-            std::vector<std::unique_ptr<Linx>> endpoints;
-            for (uint32_t i = 0; i < dead; ++i) endpoints.push_back(std::make_unique<Linx>(nameOf(i)));
+            std::vector<std::unique_ptr<KnownEndpoint>> endpoints;
+            for (uint32_t i = 0; i < dead; ++i) endpoints.push_back(std::make_unique<KnownEndpoint>(nameOf(i)));
             for (const auto& endpoint : endpoints) act(*endpoint);
             for (const auto& endpoint : endpoints) parent.tell(endpoint->spid);
             parent.hear();
@@ -118,7 +117,7 @@ protected:
         child.kill9();
     }
     void openAndKill() {
-        openAndKill([](const Linx&) {}, [](LinxSpid) {});
+        openAndKill([](const KnownEndpoint&) {}, [](LinxSpid) {});
     }
 
     /// As many looks as one walk takes.
@@ -144,12 +143,12 @@ protected:
 
     void expectReaped() { EXPECT_EQ(arena.header().openEndpoints.loadRelaxed(), 2u); }
 
-    Linx other{"other"};
+    KnownEndpoint other{"other"};
     std::vector<linxtest::AnySpid> spids;
 };
 
 TEST_F(ManyDead, WhoAreSupervisedAreReapedInOneWalk) {
-    openAndKill([](const Linx&) {}, [&](LinxSpid spid) { attach(other, spid, notice); });
+    openAndKill([](const KnownEndpoint&) {}, [&](LinxSpid spid) { attach(other, spid, notice); });
     const uint64_t most = oneWalk();
     uint32_t first = 0;
     EXPECT_LT(looksOf([&] { first = receiveNumber(other); }), most);
@@ -159,7 +158,7 @@ TEST_F(ManyDead, WhoAreSupervisedAreReapedInOneWalk) {
 }
 
 TEST_F(ManyDead, WhoHadJustIntroducedThemselvesAreReapedInOneWalk) {
-    openAndKill([&](const Linx& sender) { sendNumber(sender, other.spid, notice); }, [](LinxSpid) {});
+    openAndKill([&](const KnownEndpoint& sender) { sendNumber(sender, other.spid, notice); }, [](LinxSpid) {});
     const uint64_t most = oneWalk();
     EXPECT_LT(looksOf([&] { receiveAll(); }), most);
     expectReaped();
@@ -169,15 +168,15 @@ TEST_F(ManyDead, WhoseNamesAreOpenedAgainAreReapedInOneWalk) {
     openAndKill();
     const uint64_t most = oneWalk();
     const linxtest::interposed::StandingClock standing;
-    std::vector<std::unique_ptr<Linx>> successors;
+    std::vector<std::unique_ptr<KnownEndpoint>> successors;
     const uint64_t opening = looksOf([&] {
-        for (uint32_t i = 0; i < dead; ++i) successors.push_back(std::make_unique<Linx>(nameOf(i)));
+        for (uint32_t i = 0; i < dead; ++i) successors.push_back(std::make_unique<KnownEndpoint>(nameOf(i)));
     });
     EXPECT_LT(opening, most);
 }
 
 TEST_F(ManyDead, WhomAPeerSendsToAreReapedInTwoWalks) {
-    openAndKill([](const Linx&) {}, [&](LinxSpid spid) { sendNumber(other, spid, 1); });
+    openAndKill([](const KnownEndpoint&) {}, [&](LinxSpid spid) { sendNumber(other, spid, 1); });
     const uint64_t most = 2 * oneWalk();
     const linxtest::interposed::StandingClock standing;
     const uint64_t sending = looksOf([&] { sendToAll(); });

@@ -33,7 +33,7 @@ protected:
         reapDead(opener);
         expectInOrder();
         EXPECT_EQ(receiveNumber(live), 0u);
-        const linxtest::Linx sought("sought");
+        const linxtest::KnownEndpoint sought("sought");
         expectReceivedOnceFrom(sought.spid);
     }
     void expectAnswered() {
@@ -41,12 +41,12 @@ protected:
         reapDead(opener);
         EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
         expectReceivedOnceFrom(opener);
-        const linxtest::Linx sought("sought");
+        const linxtest::KnownEndpoint sought("sought");
         EXPECT_EQ(receiveNumber(live), 0u);
     }
     void expectReceivedOnceFrom(linxtest::AnySpid spid) {
         LinxSignal* received = nullptr;
-        ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, linxtest::anySignal), 4);
+        ASSERT_EQ(linx_receive_w_tmo(live, &received, 0, anySignal), 4);
         EXPECT_EQ(received->number, static_cast<uint32_t>(LINX_OS_HUNT_SIG));
         EXPECT_EQ(linx_sender(live, &received), spid);
         EXPECT_EQ(linx_free_buf(live, &received), 0);

@@ -8,14 +8,13 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 class ArgumentsTest : public linxtest::ArenaDomainTest {
 protected:
     void TearDown() override {
-        linx.reset();
-        peer.reset();
+        linx.close();
+        peer.close();
         ArenaDomainTest::TearDown();
     }
 
@@ -60,15 +59,15 @@ protected:
     }
 
     LinxSignal* const madeUp = reinterpret_cast<LinxSignal*>(uintptr_t{64});
-    Linx peer{"peer"};
-    Linx linx{"linx"};
+    KnownEndpoint peer{"peer"};
+    KnownEndpoint linx{"linx"};
 };
 
 TEST_F(ArgumentsTest, NoOperationTakesAHandleThatIsNone) {
     LINX* closed = linx_open("closed", 0, nullptr);
     ASSERT_EQ(linx_close(closed), 0);
     uint64_t onStack[8] = {};
-    const auto inside = reinterpret_cast<LINX*>(reinterpret_cast<uintptr_t>(linx.get()) + 1);
+    const auto inside = reinterpret_cast<LINX*>(reinterpret_cast<uintptr_t>(static_cast<LINX*>(linx)) + 1);
     for (LINX* handle : {static_cast<LINX*>(nullptr), closed, reinterpret_cast<LINX*>(onStack),
                          reinterpret_cast<LINX*>(madeUp), inside}) {
         LinxSignal* own = linx_alloc(linx, 4, 1);
@@ -201,10 +200,10 @@ TEST_F(ArgumentsTest, AParkedSignalIsNotTheUsers) {
 TEST_F(ArgumentsTest, OnesOwnSignalIsAlwaysTakenAndItsMemoryComesBack) {
     LinxSpid ended;
     {
-        const Linx brief("brief");
+        const KnownEndpoint brief("brief");
         ended = brief.spid;
     }
-    const Linx other("other");
+    const KnownEndpoint other("other");
     const LinxSpid never = numberOf(makeSpid(indexOf(peer.spid), generationOf(peer.spid) + 1));
     const std::vector<std::pair<int, std::function<bool(LinxSignal**)>>> failures = {
         {ECONNRESET, [&](LinxSignal** signal) { return linx_send(linx, signal, ended) == -1; }},

@@ -13,7 +13,7 @@
 namespace linx {
 namespace {
 
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 namespace interposed = linxtest::interposed;
 
 constexpr uint32_t awaited = 1;
@@ -45,8 +45,8 @@ struct Meeting {
 
     const linxtest::OneProcessor processor;
     const linxtest::ScopedVariable patience{"LINX_SPIN_US", "1000"};
-    Linx receiver{"receiver"};
-    Linx sender{"sender"};
+    KnownEndpoint receiver{"receiver"};
+    KnownEndpoint sender{"sender"};
     uint32_t sent = 0;
 };
 
@@ -59,8 +59,8 @@ TEST_F(AwaitingTest, EndsAtItsDeadline) {
 }
 
 TEST_F(AwaitingTest, EndsAtItsDeadlineAlsoWhenASignalForestallsEverySleep) {
-    Linx receiver("receiver");
-    Linx sender("sender");
+    KnownEndpoint receiver("receiver");
+    KnownEndpoint sender("sender");
     constexpr uint32_t most = 10000;
     uint32_t sent = 0;
     interposed::atClock = [&] {
@@ -89,11 +89,11 @@ TEST_F(AwaitingTest, GetsATimeoutThatFallsDue) {
 TEST_F(AwaitingTest, IsToldOfAnEnd) {
     const interposed::StandingClock clock;  // yielding pays each time, so that it never sleeps
     Meeting meeting;
-    Linx supervised("supervised");
+    KnownEndpoint supervised("supervised");
     LinxSignal* notice = linx_alloc(meeting.receiver, 4, awaited);
     ASSERT_NE(linx_attach(meeting.receiver, &notice, supervised.spid), 0u);
     meeting.begin([&] {
-        supervised.reset();
+        supervised.close();
         interposed::coarseSecondsAhead = 1;  // ends are looked for once a tick
     });
     LinxSignal* signal = nullptr;
@@ -150,23 +150,23 @@ protected:
     }
 
     void TearDown() override {
-        receiver.reset();
-        sender.reset();
+        receiver.close();
+        sender.close();
         AwaitingTest::TearDown();
     }
 
     const interposed::StandingClock clock;
-    Linx receiver{"receiver"};
-    Linx sender{"sender"};
+    KnownEndpoint receiver{"receiver"};
+    KnownEndpoint sender{"sender"};
 };
 
 TEST_F(BatchTest, DoesNotKeepTheNoticeOfAnEndWaiting) {
     constexpr uint32_t end = 9;
-    Linx supervised("supervised");
+    KnownEndpoint supervised("supervised");
     LinxSignal* notice = linx_alloc(receiver, 4, end);
     ASSERT_NE(linx_attach(receiver, &notice, supervised.spid), 0u);
     takeFirstOfBatch();
-    supervised.reset();
+    supervised.close();
     interposed::coarseSecondsAhead = 1;
     expectBehindBatch(end);
 }

@@ -10,8 +10,7 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 namespace interposed = linxtest::interposed;
 
 constexpr uint32_t notice = 101;
@@ -27,8 +26,8 @@ class BusyTest : public linxtest::ArenaDomainTest {
 protected:
     void TearDown() override {
         interposed::reset();
-        sender.reset();
-        receiver.reset();
+        sender.close();
+        receiver.close();
         ArenaDomainTest::TearDown();
     }
 
@@ -58,18 +57,18 @@ protected:
         return looks;
     }
 
-    Linx receiver{"receiver"};
-    Linx supervised{"supervised"};
+    KnownEndpoint receiver{"receiver"};
+    KnownEndpoint supervised{"supervised"};
 
     static constexpr uint32_t signals = 20;
-    Linx sender{"sender"};
+    KnownEndpoint sender{"sender"};
 };
 
 TEST_F(BusyTest, WhoSupervisesAsksTheKernelOnceATick) {
     supervise();
     keepBusy();
     EXPECT_EQ(looksOfATick(), 1);
-    supervised.reset();
+    supervised.close();
     EXPECT_EQ(receiveNumber(receiver), notice);
 }
 
@@ -78,7 +77,7 @@ TEST_F(BusyTest, WhoSupervisesIsToldOfAnEndOfWhichOnlyItsDoorbellTells) {
     const ScopedDescriptor descriptor(linx_get_descriptor(receiver));
     const ScopedDescriptor copy(open(doorbellOf(supervised.spid).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     keepBusy();
-    supervised.reset();  // the copy, as a forked process has it, stays
+    supervised.close();  // the copy, as a forked process has it, stays
     passTick();
     EXPECT_EQ(receiveNumber(receiver), 2u);
     EXPECT_TRUE(isReadable(descriptor.get())) << "though signals wait";
@@ -97,7 +96,7 @@ TEST_F(BusyTest, WhoHasOnlyRequestedATimeOutDoesNotAskTheKernel) {
     keepBusy();
     EXPECT_EQ(looksOfATick(), 0);
     EXPECT_EQ(linx_cancel_tmo(receiver, &reference), 0);
-    supervised.reset();
+    supervised.close();
 }
 
 }  // namespace

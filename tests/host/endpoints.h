@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "host/arena/central_lists.h"
 #include "host/arena/domain.h"
@@ -12,17 +11,11 @@
 #include "host/arena/slot_table.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
-#include "platform/linx.h"
 #include "tests/kit/arena_order.h"
 #include "tests/kit/domain_test.h"
+#include "tests/kit/signals.h"
 
 namespace linxtest {
-
-constexpr uint32_t anySignal[] = {0};
-
-struct CloseLinx {
-    void operator()(LINX* linx) const { linx_close(linx); }
-};
 
 /// A spid of those who look into the arena, and of those who call operations.
 class AnySpid {
@@ -43,16 +36,14 @@ inline bool operator!=(AnySpid a, AnySpid b) {
     return !(a == b);
 }
 
-/// An open endpoint, closed with its scope.
-class Linx : public std::unique_ptr<LINX, CloseLinx> {
+/// One whose spid the test knows from the start, unless there is no memory at all to ask with.
+class KnownEndpoint : public Endpoint {
 public:
-    explicit Linx(const std::string& name) : std::unique_ptr<LINX, CloseLinx>(linx_open(name.c_str(), 0, nullptr)) {
-        EXPECT_NE(get(), nullptr) << name;
-        LinxSignal* signal = linx_alloc(get(), 4, 0);
-        spid = AnySpid(linx_sender(get(), &signal));
-        linx_free_buf(get(), &signal);
+    explicit KnownEndpoint(const std::string& name) : Endpoint(name) {
+        LinxSignal* fresh = linx_alloc(*this, sizeof(LinxSignal), 0);
+        spid = AnySpid(linx_sender(*this, &fresh));
+        linx_free_buf(*this, &fresh);
     }
-    operator LINX*() const { return get(); }
 
     AnySpid spid;
 };
@@ -84,22 +75,6 @@ protected:
     }
 
     linx::Ref refOf(LinxSignal* signal) const { return arena.refOf(linx::blockOf(signal)); }
-
-    /// Sends a fresh signal.
-    static void sendNumber(LINX* from, LinxSpid to, uint32_t number, uint32_t size = 4) {
-        LinxSignal* signal = linx_alloc(from, size, number);
-        ASSERT_NE(signal, nullptr);
-        ASSERT_EQ(linx_send(from, &signal, to), 0);
-    }
-
-    /// Receives the next signal without waiting and frees it. Its number; 0 when there was none.
-    static uint32_t receiveNumber(LINX* linx) {
-        LinxSignal* signal = nullptr;
-        if (linx_receive_w_tmo(linx, &signal, 0, anySignal) <= 0) return 0;
-        const uint32_t number = signal->number;
-        linx_free_buf(linx, &signal);
-        return number;
-    }
 
     std::shared_ptr<linx::Domain> joined = linx::Domain::join();
     const linx::Arena& arena = joined->arena();

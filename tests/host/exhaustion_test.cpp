@@ -17,8 +17,7 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 using linxtest::newThatFails;
 
 /// What an operation has said.
@@ -34,8 +33,8 @@ class ExhaustionTest : public linxtest::ArenaDomainTest {
 protected:
     /// The endpoints that an operation is tried with, made anew for each try.
     struct Scene {
-        Linx one{"one"};
-        Linx two{"two"};
+        KnownEndpoint one{"one"};
+        KnownEndpoint two{"two"};
     };
 
     /// Lets the first `new` of an operation fail, then the second, until it asks for none any more. `arrange(scene)`
@@ -77,8 +76,8 @@ protected:
 constexpr auto arrangeNothing = [](auto&) {};
 
 TEST_F(ExhaustionTest, WhatWasSentToAnEarlierUserOfTheSlotIsStillThrownAway) {
-    Linx receiver("receiver");
-    Linx sender("sender");
+    KnownEndpoint receiver("receiver");
+    KnownEndpoint sender("sender");
     sendNumber(sender, receiver.spid, 1);
     // As one who was held up since before the slot changed hands.
     const Spid earlier = makeSpid(indexOf(receiver.spid), generationOf(receiver.spid) - 1);
@@ -207,7 +206,7 @@ TEST_F(ExhaustionTest, FreeingNeedsNoPrivateMemory) {
     std::vector<LinxSignal*> held;
     const auto outliveTheHome = [&](Scene& scene) {
         held = passMany(scene.one, scene.two, scene.two.spid);
-        scene.one.reset();
+        scene.one.close();
     };
     const auto freeAll = [&](Scene& scene) {
         const unsigned failing = newThatFails;
@@ -265,13 +264,13 @@ TEST_F(ExhaustionTest, AHuntIsAnsweredOrItsSignalFreed) {
         const auto hunt = [&](Scene& scene) { return answerOf(linx_hunt(scene.one, name, &signal) == 0); };
         const auto check = [&](Scene& scene, Answer answer) {
             EXPECT_EQ(signal, nullptr);
-            const Linx absent("absent");
+            const KnownEndpoint absent("absent");
             EXPECT_EQ(sumOfAll(scene.one), answer.ok ? 107u : 100u);
         };
         EXPECT_GT(failEachNew(sendBefore, hunt, check), 0u) << name;
         const auto huntByDefault = [&](Scene& scene) { return answerOf(linx_hunt(scene.one, name, nullptr) == 0); };
         const auto checkDefault = [&](Scene& scene, Answer answer) {
-            const Linx absent("absent");
+            const KnownEndpoint absent("absent");
             EXPECT_EQ(sumOfAll(scene.one), answer.ok ? static_cast<uint32_t>(LINX_OS_HUNT_SIG) : 0u);
         };
         const bool mayWantMemory = name != std::string("absent");
@@ -285,7 +284,7 @@ TEST_F(ExhaustionTest, ANoticeIsKeptOrFreed) {
     const auto attach = [&](Scene& scene) { return answerOf(linx_attach(scene.one, &notice, scene.two.spid) != 0); };
     const auto check = [&](Scene& scene, Answer answer) {
         EXPECT_EQ(notice, nullptr);
-        scene.two.reset();
+        scene.two.close();
         EXPECT_EQ(sumOfAll(scene.one), answer.ok ? 7u : 0u);
     };
     EXPECT_GT(failEachNew(allocate, attach, check), 0u);
@@ -295,7 +294,7 @@ TEST_F(ExhaustionTest, ANoticeOfTheEndedIsDeliveredOrFreed) {
     LinxSignal* notice = nullptr;
     const auto endFirst = [&](Scene& scene) {
         sendNumber(scene.two, scene.one.spid, 100);
-        scene.two.reset();
+        scene.two.close();
         notice = linx_alloc(scene.one, 4, 7);
     };
     const auto attach = [&](Scene& scene) { return answerOf(linx_attach(scene.one, &notice, scene.two.spid) != 0); };
@@ -319,7 +318,7 @@ TEST_F(ExhaustionTest, ATimeoutIsKeptOrFreed) {
 
 /// The kernel bounds what one user may watch.
 TEST_F(ExhaustionTest, ATimeoutThatCouldNotBeWatchedDoesNotKeepTheNextFromIt) {
-    Linx endpoint("endpoint");
+    KnownEndpoint endpoint("endpoint");
     LinxSignal* signal = linx_alloc(endpoint, 4, 7);
     linxtest::interposed::atWatch = [] { return ENOSPC; };
     EXPECT_EQ(linx_request_tmo(endpoint, 0, &signal), 0u);
@@ -364,7 +363,7 @@ TEST_F(ExhaustionTest, WhatCannotBeReceivedNowIsReceivedLater) {
         ASSERT_NE(linx_attach(scene.two, &notice, scene.one.spid), 0u);
         ASSERT_NE(linx_request_tmo(scene.two, 0, nullptr), 0u);
         sendNumber(scene.one, scene.two.spid, 500);
-        scene.one.reset();
+        scene.one.close();
     };
     const auto receive = [&](Scene& scene) { return answerOf(linx_receive_w_tmo(scene.two, &signal, 0, last) >= 0); };
     const auto check = [&](Scene& scene, Answer answer) {
@@ -374,7 +373,7 @@ TEST_F(ExhaustionTest, WhatCannotBeReceivedNowIsReceivedLater) {
         EXPECT_EQ(poll(&readable, 1, 0), 1);
         EXPECT_EQ(sumOfAll(scene.two), 2007u + LINX_OS_TIMEOUT_SIG + (answer.ok ? 0u : 500u));
         EXPECT_EQ(poll(&readable, 1, 0), 0);
-        scene.two.reset();
+        scene.two.close();
         close(readable.fd);
     };
     EXPECT_GT(failEachNew(sendAndLetThingsHappen, receive, check), 0u);
@@ -391,7 +390,7 @@ TEST_F(ExhaustionTest, WhatCouldNotBeReceivedComesBeforeWhatHasComeSince) {
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(newThatFails, 0u);
     sendNumber(scene.two, scene.one.spid, 101);
-    scene.two.reset();
+    scene.two.close();
     const uint64_t tick = coarseMilliseconds();
     while (coarseMilliseconds() == tick) {
     }  // ends are looked for once a tick
@@ -402,8 +401,8 @@ TEST_F(ExhaustionTest, WhatCouldNotBeReceivedComesBeforeWhatHasComeSince) {
 /// The one descriptor that is left goes to the peer sent to, and then to the sender of an introduction.
 TEST_F(ExhaustionTest, APeerIsSentToBeforeItHasToMakeRoomForAnother) {
     Scene scene;
-    const Linx stranger("stranger");
-    auto ended = std::make_unique<Linx>("ended");
+    const KnownEndpoint stranger("stranger");
+    auto ended = std::make_unique<KnownEndpoint>("ended");
     for (uint32_t i = 0; i < 50; ++i) {
         LinxSignal* notice = linx_alloc(scene.one, 4, 9000 + i);
         ASSERT_NE(linx_attach(scene.one, &notice, ended->spid), 0u);

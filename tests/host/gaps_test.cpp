@@ -23,15 +23,14 @@ namespace {
 
 namespace interposed = linxtest::interposed;
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 constexpr uint32_t patience = 20000;
 
 using GapsTest = linxtest::ArenaDomainTest;
 
 TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
-    Linx receiver("receiver");
+    KnownEndpoint receiver("receiver");
     const Word& sleeps = slotOf(receiver.spid).sleeps;
     int go[2];
     ASSERT_EQ(pipe(go), 0);
@@ -74,7 +73,7 @@ TEST_F(GapsTest, ADoorbellThatCouldNotBeRungIsRungByTheNextSender) {
 }
 
 TEST_F(GapsTest, ASpidThatWasNeverUsedIsToldWithoutTouchingItsSlot) {
-    Linx endpoint("endpoint");
+    KnownEndpoint endpoint("endpoint");
     const uint64_t before = domain.arenaBytes();
     const LinxSpid never = numberOf(makeSpid(SlotIndex{8000}, 1));
     char* name = nullptr;
@@ -109,8 +108,8 @@ TEST_F(GapsTest, InterruptionsLeaveNoPageWithoutMemory) {
 }
 
 TEST_F(GapsTest, ATimeoutComesAfterWhatWasSentBeforeItFellDue) {
-    Linx receiver("receiver");
-    Linx sender("sender");
+    KnownEndpoint receiver("receiver");
+    KnownEndpoint sender("sender");
     sendNumber(sender, receiver.spid, 7);
     ASSERT_NE(linx_request_tmo(receiver, 0, nullptr), 0u);
     EXPECT_EQ(receiveNumber(receiver), 7u);
@@ -118,7 +117,7 @@ TEST_F(GapsTest, ATimeoutComesAfterWhatWasSentBeforeItFellDue) {
 }
 
 TEST_F(GapsTest, AChildThatClosesWhatItInheritedLeavesTheEndpointToItsParent) {
-    Linx endpoint("endpoint");
+    KnownEndpoint endpoint("endpoint");
     const pid_t child = fork();
     if (child == 0) _exit(linx_close(endpoint) == 0 && linx_close(endpoint) == -1 && errno == EINVAL ? 0 : 1);
     int status = -1;
@@ -130,7 +129,7 @@ TEST_F(GapsTest, AChildThatClosesWhatItInheritedLeavesTheEndpointToItsParent) {
 }
 
 TEST_F(GapsTest, WhereTheLocksFileCannotBeAskedForItsStateNothingIsDoneUnderTheLock) {
-    const Linx endpoint("endpoint");
+    const KnownEndpoint endpoint("endpoint");
     interposed::atStat = [] { return EIO; };
     EXPECT_EQ(linx_alloc(endpoint, 50000, 1), nullptr);
     EXPECT_EQ(errno, EIO);
@@ -139,7 +138,7 @@ TEST_F(GapsTest, WhereTheLocksFileCannotBeAskedForItsStateNothingIsDoneUnderTheL
 }
 
 TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
-    Linx endpoint("endpoint");
+    KnownEndpoint endpoint("endpoint");
     LinxSignal* signal = linx_alloc(endpoint, 4, 1);
     const BlockRef block = arena.blockAt(refOf(signal));
     linx_free_buf(endpoint, &signal);
@@ -148,7 +147,7 @@ TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
         central::abandon(arena, block);
         central::push(arena, block);
     }
-    const Linx another("another");
+    const KnownEndpoint another("another");
     LinxSignal* others = linx_alloc(another, 4, 3);
     EXPECT_EQ(blockOf(others), block.block);
     LinxSignal* own = linx_alloc(endpoint, 4, 2);
@@ -158,9 +157,9 @@ TEST_F(GapsTest, ABlockThatHasGoneToAnotherHomeIsNotAllocated) {
 }
 
 TEST_F(GapsTest, WhatAStoppedPusherMayYetPushIsNotLostForAnother) {
-    Linx dead("dead");
-    Linx target("target");
-    Linx alive("alive");
+    KnownEndpoint dead("dead");
+    KnownEndpoint target("target");
+    KnownEndpoint alive("alive");
     LinxSignal* signal = linx_alloc(alive, 4, 1);
     Block& block = *blockOf(signal);
     const Ref ref = arena.refOf(&block);

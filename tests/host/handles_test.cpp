@@ -24,9 +24,9 @@ TEST_F(HandlesTest, AHandleLeadsToItsEndpointUntilItIsTakenBack) {
 }
 
 TEST_F(HandlesTest, AnyOtherPointerIsNoHandle) {
-    const linxtest::Linx linx("one");
+    const linxtest::KnownEndpoint linx("one");
     const auto off = [&](std::ptrdiff_t by) {
-        return reinterpret_cast<LINX*>(reinterpret_cast<uintptr_t>(linx.get()) + static_cast<uintptr_t>(by));
+        return reinterpret_cast<LINX*>(reinterpret_cast<uintptr_t>(static_cast<LINX*>(linx)) + static_cast<uintptr_t>(by));
     };
     int onStack = 0;
     EXPECT_EQ(handles::endpointOf(nullptr), nullptr);
@@ -57,13 +57,13 @@ TEST_F(HandlesTest, AHandleIsNotUsedAgainForLong) {
 }
 
 TEST_F(HandlesTest, TheTableGoesRoundPastWhatIsInUse) {
-    const linxtest::Linx stays("stays");
+    const linxtest::KnownEndpoint stays("stays");
     Endpoint* address = handles::endpointOf(stays);
     // An entry that holds no endpoint is free again at once.
     const auto addNothing = [] { return handles::add(std::unique_ptr<Endpoint>()); };
     std::set<LINX*> seen;
     for (uint32_t i = 0; i < 4 * slotCount; ++i) seen.insert(addNothing());
-    EXPECT_EQ(seen.count(stays.get()), 0u);
+    EXPECT_EQ(seen.count(stays), 0u);
     EXPECT_EQ(seen.size(), 2 * slotCount - 1);
     EXPECT_EQ(handles::endpointOf(stays), address);
 }

@@ -20,7 +20,7 @@ namespace {
 
 namespace interposed = linxtest::interposed;
 
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 /// A child that does something one instruction at a time, and stops when it is done.
 class Stepper {
@@ -85,18 +85,18 @@ protected:
 };
 
 TEST_F(HeldUpTest, AFreerTakesNothingOffTheBooksOfWhoHasComeIntoTheSlotSince) {
-    std::vector<Linx> others;
+    std::vector<KnownEndpoint> others;
     for (const char* name : {"a", "b", "c", "d", "e"}) others.emplace_back(name);
     constexpr uint32_t size = 1000;
     int later = 0;  ///< instructions
     bool wasHeldUp = true;
     for (; wasHeldUp && !HasFailure(); ++later) {
         SCOPED_TRACE(later);
-        Linx home("home");
-        Linx freer("freer");
+        KnownEndpoint home("home");
+        KnownEndpoint freer("freer");
         sendNumber(home, freer.spid, 1, size);
         LinxSignal* signal = nullptr;
-        ASSERT_GT(linx_receive_w_tmo(freer, &signal, 0, linxtest::anySignal), 0);
+        ASSERT_GT(linx_receive_w_tmo(freer, &signal, 0, anySignal), 0);
         slotOf(home.spid).returnedLines.storeRelaxed(arena.pageCount() * linesPerPage);  // has plenty
         const uint32_t before = leasedLines(freer.spid);
         const Spid earlier = home.spid;
@@ -108,15 +108,15 @@ TEST_F(HeldUpTest, AFreerTakesNothingOffTheBooksOfWhoHasComeIntoTheSlotSince) {
             ASSERT_FALSE(child.isDone());
             for (int i = 0; i < later && !child.isDone(); ++i) child.step();
             wasHeldUp = !child.isDone();
-            home.reset();
-            home = Linx("next");
+            home.close();
+            home = KnownEndpoint("next");
             ASSERT_EQ(indexOf(home.spid), indexOf(earlier));
             counted = leasedLines(home.spid);
         }
         EXPECT_EQ(leasedLines(home.spid), counted);
-        freer.reset();  // is the child's, who has died
-        others[0] = Linx("freer");
-        others[0] = Linx("a");
+        EXPECT_EQ(linx_close(freer.release()), -1) << "it is the child's, who has died";
+        others[0] = KnownEndpoint("freer");
+        others[0] = KnownEndpoint("a");
     }
     EXPECT_GT(later, 5);
 }

@@ -14,7 +14,7 @@ namespace {
 
 namespace interposed = linxtest::interposed;
 
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 class KnownMemoryTest : public linxtest::ArenaDomainTest {
 protected:
@@ -44,12 +44,12 @@ protected:
 constexpr int refusals[] = {ENOMEM, ENOSPC, EIO, EBADF};
 
 TEST_F(KnownMemoryTest, MailArrivesWhereverItLies) {
-    const Linx receiver("receiver");
+    const KnownEndpoint receiver("receiver");
     uint32_t number = 0;
     for (const int error : refusals) {
         constexpr uint32_t count = 50;
         inProcess([&] {
-            const Linx sender("sender");
+            const KnownEndpoint sender("sender");
             // Larger than what was ever sent: none lies where this process has looked.
             const uint32_t size = 20000 + number * 1000;
             for (uint32_t i = 1; i <= count; ++i) sendNumber(sender, receiver.spid, number + i, size);

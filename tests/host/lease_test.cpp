@@ -16,7 +16,7 @@
 namespace linx {
 namespace {
 
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 class GapsOfPagesTest : public TightTest {
 protected:
@@ -102,7 +102,7 @@ protected:
 
     void TearDown() override {
         linxtest::interposed::reset();
-        one.reset();
+        one.close();
         ArenaDomainTest::TearDown();
     }
 
@@ -113,13 +113,13 @@ protected:
         return domain.pathOf(doorbell);
     }
 
-    Linx one{"one"};
+    KnownEndpoint one{"one"};
 };
 
 TEST_F(LookingForTheDeadTest, IsNotDoneForEveryHuntThatIsRefused) {
-    std::vector<std::unique_ptr<Linx>> hunters;
+    std::vector<std::unique_ptr<KnownEndpoint>> hunters;
     for (int i = 0; i < 4; ++i) {
-        hunters.push_back(std::make_unique<Linx>("hunter" + std::to_string(i)));
+        hunters.push_back(std::make_unique<KnownEndpoint>("hunter" + std::to_string(i)));
         for (uint32_t k = 0; k < huntsOfOne; ++k) ASSERT_EQ(linx_hunt(*hunters.back(), "absent", nullptr), 0);
     }
     {

@@ -16,7 +16,7 @@
 namespace linx {
 namespace {
 
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 using linxtest::ScopedVariable;
 using linxtest::TestDomain;
 
@@ -55,8 +55,8 @@ TEST_F(OpenTest, NamesHaveOneTo255Bytes) {
 }
 
 TEST_F(OpenTest, AnyOtherBytesAreFineInAName) {
-    const Linx one("toVp0/EncodeCtrl");
-    const Linx other("\xff\x01 \n%s");
+    const KnownEndpoint one("toVp0/EncodeCtrl");
+    const KnownEndpoint other("\xff\x01 \n%s");
     char* name = nullptr;
     ASSERT_EQ(linx_get_name(one, other.spid, &name), 0);
     EXPECT_STREQ(name, "\xff\x01 \n%s");
@@ -72,7 +72,7 @@ TEST_F(OpenTest, WhatIsReservedMustBeNothing) {
 
 TEST_F(OpenTest, ANameIsTakenOnceUntilItsEndpointEnds) {
     {
-        const Linx first("x");
+        const KnownEndpoint first("x");
         EXPECT_EQ(errorOfOpen("x"), EADDRINUSE);
         EXPECT_EQ(errorOfOpen("y"), 0);
     }
@@ -115,7 +115,7 @@ TEST_F(OpenTest, TheDirectoryIsMadeForItsUserAlone) {
 
 TEST_F(OpenTest, FilesTakeGroupAccessFromTheDirectory) {
     ASSERT_EQ(chmod(domain.path().c_str(), 02770), 0);
-    const Linx linx("x");
+    const KnownEndpoint linx("x");
     for (const std::string& name : domain.files()) {
         struct stat status;
         ASSERT_EQ(stat(domain.pathOf(name).c_str(), &status), 0);
@@ -269,7 +269,7 @@ TEST_F(OpenTest, FirstEndpointsAtTheSameInstantAgreeOnOneArena) {
             for (int i = 0; i < count; ++i) {
                 LinxSignal* found = nullptr;
                 ASSERT_EQ(linx_hunt(linx, ("first" + std::to_string(i)).c_str(), nullptr), 0);
-                ASSERT_EQ(linx_receive_w_tmo(linx, &found, 0, linxtest::anySignal), 4);
+                ASSERT_EQ(linx_receive_w_tmo(linx, &found, 0, anySignal), 4);
                 linx_free_buf(linx, &found);
             }
         }
@@ -302,22 +302,22 @@ TEST_F(OpenTest, TheArenasSizeIsChosenWithinBounds) {
 
 TEST_F(OpenTest, AnArenaThatIsThereKeepsItsSize) {
     const ScopedVariable variable("LINX_ARENA_MB", "8");
-    const Linx first("first");
+    const KnownEndpoint first("first");
     const ScopedVariable other("LINX_ARENA_MB", "64");
-    const Linx second("second");
+    const KnownEndpoint second("second");
     EXPECT_EQ(read(offsetof(Header, pageCount)), 8u * 256);
 }
 
 TEST_F(OpenTest, WithoutASlotThereIsNoEndpointUntilOneEnds) {
     const linxtest::DisorderAllowed allowed;
-    Linx last("last");
+    KnownEndpoint last("last");
     {
         const std::shared_ptr<Domain> joined = Domain::join();
         Header& header = joined->arena().header();
         const uint32_t used = header.slotsUsed.loadRelaxed();
         header.slotsUsed.storeRelaxed(slotCount - 1);
         EXPECT_EQ(errorOfOpen("more"), ENOSPC);
-        last.reset();
+        last.close();
         EXPECT_EQ(errorOfOpen("more"), 0);
         header.slotsUsed.storeRelaxed(used);
     }
@@ -327,7 +327,7 @@ TEST_F(OpenTest, TheDoorbellThatAnEarlierUserOfTheSlotCouldNotRemoveIsRemoved) {
     const linxtest::DisorderAllowed allowed;
     char leftBehind[16];
     {
-        const Linx earlier("earlier");
+        const KnownEndpoint earlier("earlier");
         std::snprintf(leftBehind, sizeof leftBehind, "bell.%08x", LinxSpid{earlier.spid});
     }
     ASSERT_EQ(mkfifo(domain.pathOf(leftBehind).c_str(), 0600), 0);
@@ -367,14 +367,14 @@ TEST_F(OpenTest, WithoutDescriptorsNothingIsOpenedAndNothingIsLeft) {
 }
 
 TEST_F(OpenTest, ADomainThatIsRemovedAndMadeAgainIsAnotherOne) {
-    Linx before("x");
+    KnownEndpoint before("x");
     for (const std::string& name : domain.files()) unlink(domain.pathOf(name).c_str());
-    const Linx after("x");
+    const KnownEndpoint after("x");
     EXPECT_EQ(linx_hunt(before, "absent", nullptr), -1);
     EXPECT_EQ(errno, ESTALE);
     EXPECT_EQ(linx_alloc(before, 5000, 1), nullptr);
     EXPECT_EQ(errno, ESTALE);
-    before.reset();
+    before.close();
     EXPECT_EQ(domain.leftovers().size(), 1u);
 }
 

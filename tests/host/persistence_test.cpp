@@ -15,9 +15,8 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
 using linxtest::everyNewFails;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 namespace interposed = linxtest::interposed;
 
 /// Endpoints of a process that is killed.
@@ -75,7 +74,7 @@ protected:
         if (result != 0) {
             EXPECT_EQ(failure, ENOMEM);
         }
-        const Linx next(name);
+        const KnownEndpoint next(name);
         EXPECT_EQ(receiveNumber(one), result == 0 ? 7u : 0u);
     }
 

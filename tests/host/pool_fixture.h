@@ -13,8 +13,8 @@ constexpr uint32_t mebibyte = 1u << 20;
 class PoolTest : public linxtest::ArenaDomainTest {
 protected:
     void TearDown() override {
-        two.reset();
-        one.reset();
+        two.close();
+        one.close();
         ArenaDomainTest::TearDown();
     }
 
@@ -38,13 +38,13 @@ protected:
     static LinxSignal* pass(LINX* from, LINX* to, LinxSpid spid, uint32_t size) {
         sendNumber(from, spid, 1, size);
         LinxSignal* signal = nullptr;
-        EXPECT_EQ(linx_receive_w_tmo(to, &signal, 0, linxtest::anySignal), static_cast<int>(size));
+        EXPECT_EQ(linx_receive_w_tmo(to, &signal, 0, anySignal), static_cast<int>(size));
         return signal;
     }
     static Spid homeOf(LinxSignal* signal) { return blockOf(signal)->home.loadRelaxed(); }
 
-    linxtest::Linx one{"one"};
-    linxtest::Linx two{"two"};
+    linxtest::KnownEndpoint one{"one"};
+    linxtest::KnownEndpoint two{"two"};
 };
 
 /// Set before PoolTest opens anything, being a base that comes first.

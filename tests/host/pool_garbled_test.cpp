@@ -88,7 +88,7 @@ TEST_F(PoolGarbledTest, AListThatIsCutOffIsFoundAgainWhenItsEndpointEnds) {
     std::vector<LinxSignal*> signals;
     for (int i = 0; i < 100; ++i) signals.push_back(linx_alloc(one, size, 1));
     freeAll(one, signals);
-    one.reset();
+    one.close();
     EXPECT_EQ(homeOf(&blocks[1]->signal), noHome);
     EXPECT_EQ(homeOf(&blocks[2]->signal), noHome);
 }

@@ -6,8 +6,7 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 constexpr uint32_t small = 4;
 constexpr uint32_t larger = 100;
@@ -19,7 +18,7 @@ protected:
     /// All small blocks that one had become pages again, without its doing.
     void loseSmallPage() {
         for (uint32_t i = 0; i < smallInPage; ++i) ASSERT_NE(pass(one, two, two.spid, small), nullptr);
-        two.reset();
+        two.close();
         const DomainLock lock(*joined);
         ASSERT_EQ(lease::reclaim(lock, Lines{1}), lease::Reclaimed::everything);
         ASSERT_EQ(leasedLines(one.spid), 0u);
@@ -46,10 +45,10 @@ TEST_F(PoolPagesTest, APageThatIsLeasedAnewForAnotherSizeIsUsedWhole) {
 }
 
 TEST_F(PoolPagesTest, APageWhoseBlocksCameFromAnEndpointThatHasEndedIsUsedWhole) {
-    Linx three("three");
+    KnownEndpoint three("three");
     loseSmallPage();
     for (LinxSignal* signal : allocatePage(three)) ASSERT_EQ(linx_send(three, &signal, one.spid), 0);
-    three.reset();
+    three.close();
     std::vector<LinxSignal*> signals;
     LinxSignal* signal = nullptr;
     while (linx_receive_w_tmo(one, &signal, 0, anySignal) > 0) signals.push_back(signal);

@@ -13,8 +13,7 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 TEST_F(PoolTest, TheBlockFreedLastIsTheOneUsedNext) {
     LinxSignal* first = linx_alloc(one, 100, 1);
@@ -74,7 +73,7 @@ TEST_F(PoolTest, ABlockWhoseHomeHasEndedStaysWithWhoFreesIt) {
     LinxSignal* signal = pass(one, two, two.spid, 1000);
     LinxSignal* const kept = signal;
     const Spid ended = one.spid;
-    one.reset();
+    one.close();
     EXPECT_EQ(homeOf(kept), ended);
     ASSERT_EQ(linx_free_buf(two, &signal), 0);
     EXPECT_EQ(homeOf(kept), two.spid);
@@ -91,7 +90,7 @@ TEST_F(PoolTest, BlocksThatAnEndingEndpointHeldComeOffTheBooksOfTheirHome) {
     sendNumber(one, two.spid, 2, 1000);
     LinxSignal* forHunt = pass(one, two, two.spid, 1000);
     ASSERT_EQ(linx_hunt(two, "absent", &forHunt), 0);
-    two.reset();
+    two.close();
     // What two held, or hunted with, is in the central lists now; what it had not received has come back.
     EXPECT_EQ(homeOf(held), noHome);
     EXPECT_GE(leasedLines(one.spid), before);
@@ -147,7 +146,7 @@ TEST_F(PoolTest, WhatOneEndpointHasFreedAnotherCanUse) {
 TEST_F(PoolTest, EndpointsThatComeAndGoUseTheSameMemory) {
     uint32_t used = 0;
     for (int round = 0; round < 50; ++round) {
-        const Linx brief("brief");
+        const KnownEndpoint brief("brief");
         std::vector<LinxSignal*> signals;
         for (int i = 0; i < 100; ++i) signals.push_back(linx_alloc(brief, 5000, 1));
         if (round == 1) used = arena.header().pagesUsed.loadRelaxed();
@@ -173,7 +172,7 @@ TEST_F(TightTest, AnExhaustedArenaIsAnErrorAndRecovers) {
     std::vector<LinxSignal*> ofOne = allocateAll(one, 4);
     std::vector<LinxSignal*> ofTwo = allocateAll(two, 4);
     {
-        const Linx third("third");
+        const KnownEndpoint third("third");
         EXPECT_FALSE(canAllocate(third, 65536));
         EXPECT_EQ(errno, ENOMEM);
     }
@@ -214,12 +213,12 @@ TEST_F(TightTest, AnIdleEndpointIsGivenBackNoMoreThanItMayKeep) {
     // All of one's share came back from two, and one does nothing.
     EXPECT_TRUE(stack::holdsBlocks(slotOf(one.spid).returned.loadRelaxed()));
     EXPECT_LE(leasedLines(one.spid), lease::keptBy(arena) + linesForSignal(1000));
-    const Linx third("third");
+    const KnownEndpoint third("third");
     EXPECT_TRUE(canAllocate(third, mebibyte));
 }
 
 TEST_F(TightTest, AFullArenaIsNotLookedThroughForEveryRefusal) {
-    const Linx three("three");
+    const KnownEndpoint three("three");
     std::vector<LinxSignal*> ofOne = allocateAll(one, 60000);
     std::vector<LinxSignal*> ofTwo = allocateAll(two, 60000);
     std::vector<LinxSignal*> ofThree = allocateAll(three, 60000);

@@ -14,8 +14,7 @@ namespace {
 
 namespace interposed = linxtest::interposed;
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 constexpr uint32_t keptSize = 1000;
 constexpr uint32_t largeSize = 55000;
@@ -48,8 +47,8 @@ protected:
         freeAll(one, ofOne);
         freeAll(two, ofTwo);
         freeAll(asker, ofAsker);
-        keeper.reset();
-        asker.reset();
+        keeper.close();
+        asker.close();
         TightTest::TearDown();
     }
 
@@ -72,9 +71,9 @@ protected:
         return poll(&readable, 1, milliseconds) == 1;
     }
 
-    Linx keeper{"keeper"};
+    KnownEndpoint keeper{"keeper"};
     ScopedDescriptor descriptor{linx_get_descriptor(keeper)};
-    Linx asker{"asker"};
+    KnownEndpoint asker{"asker"};
     std::vector<LinxSignal*> ofOne;
     std::vector<LinxSignal*> ofTwo;
     std::vector<LinxSignal*> ofAsker;
@@ -82,7 +81,7 @@ protected:
 
 TEST_F(PressureTest, WhatIsGivenUpWhileOthersAreStillBeingAskedIsFound) {
     const interposed::StandingClock standing;  // however long the test takes, others are still to be waited for
-    const Linx last("last");
+    const KnownEndpoint last("last");
     char doorbell[16];
     std::snprintf(doorbell, sizeof doorbell, "bell.%08x", LinxSpid{last.spid});
     interposed::atOpen = [&](const char* name) {
@@ -117,7 +116,7 @@ TEST_F(PressureTest, WhatIsGivenUpTooLateIsFoundByTheNext) {
 
 TEST_F(PressureTest, WhoAsksAfterAnotherWaitsForTheSame) {
     const interposed::StandingClock standing;
-    Linx other("other");
+    KnownEndpoint other("other");
     LinxSignal* ofOther = nullptr;
     int naps = 0;
     interposed::atNap = [&] {

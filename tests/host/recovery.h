@@ -17,7 +17,7 @@ constexpr SizeClassId anyClass{3};
 class RecoveryTest : public linxtest::ArenaDomainTest {
 protected:
     void TearDown() override {
-        live.reset();
+        live.close();
         ArenaDomainTest::TearDown();
     }
 
@@ -78,7 +78,7 @@ protected:
 
     void expectInOrder() const { EXPECT_EQ(linxtest::brokenInvariant(*joined), ""); }
 
-    linxtest::Linx live{"live"};
+    linxtest::KnownEndpoint live{"live"};
 };
 
 }  // namespace linx

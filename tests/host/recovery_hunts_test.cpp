@@ -11,8 +11,7 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 using linxtest::nameOf;
 
 TEST_F(AnsweringTest, AHuntThatNobodyBeganToAnswerStaysPending) {
@@ -32,7 +31,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalWasAboutToBePushedIsPendingAgain) {
 
 /// The hunter has received the answer, and sent the same block to somebody who is sending it back.
 TEST_F(AnsweringTest, AnAnswerThatComesBackAsAnotherSignalIsNoPendingHunt) {
-    const Linx other("other");
+    const KnownEndpoint other("other");
     tell();
     slotOf(other.spid).sending.storeRelaxed(signal);
     block(signal).sender.storeRelaxed(other.spid);
@@ -90,7 +89,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalTheHunterHasParkedForSomethingElseIsAnswer
     repairAfterDeath();
     reapDead(opener);
     EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
-    const Linx sought("sought");
+    const KnownEndpoint sought("sought");
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(linx_cancel_tmo(live, &reference), 0);
 }
@@ -107,7 +106,7 @@ TEST_F(RecoveryTest, AHuntForADeadOneThatCannotBeReapedIsKept) {
 
 TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
     hunt().signal.storeRelaxed(arena.refOfPage(PageIndex{0}) + ~0u);
-    const Linx sought("sought");
+    const KnownEndpoint sought("sought");
     EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     block(signal).owner.storeRelaxed(heldBy(live.spid));
@@ -119,7 +118,7 @@ TEST_F(AnsweringTest, AHuntWhoseSignalIsNoBlockIsCleared) {
 TEST_F(AnsweringTest, AHuntWhoseSignalSomebodyHoldsIsCleared) {
     LinxSignal* held = linx_alloc(live, 4, 1);
     hunt().signal.storeRelaxed(refOf(held));
-    const Linx sought("sought");
+    const KnownEndpoint sought("sought");
     EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(linx_free_buf(live, &held), 0);
@@ -133,7 +132,7 @@ TEST_F(AnsweringTest, AHuntOfAnEarlierUserOfTheSlotIsNotAnswered) {
     const Spid earlier = makeSpid(indexOf(live.spid), generationOf(live.spid) - 1);
     hunt().hunter.storeRelaxed(huntedBy(earlier));
     block(signal).owner.storeRelaxed(queuedFor(earlier));
-    const Linx sought("sought");
+    const KnownEndpoint sought("sought");
     EXPECT_EQ(hunt().hunter.loadRelaxed(), HunterWord::none);
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_EQ(dropped(live.spid), 0u);
@@ -155,7 +154,7 @@ TEST_F(AnsweringTest, AHuntOfOneWhoseReaperDiedIsNotAnsweredIntoNothing) {
     Slot& slot = slotOf(hunter);
     stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::closed);
     repairAfterDeath();
-    const Linx wanted("wanted");
+    const KnownEndpoint wanted("wanted");
     reapDead(hunter);
     EXPECT_TRUE(isHomeless(blocks[0]));
     reapDead(opener);
@@ -183,7 +182,7 @@ TEST_F(RecoveryTest, AnAnswerThatIsOwedCallsWhoeverOpenedTheName) {
     const std::string aside = doorbell + ".aside";
     ASSERT_EQ(rename(doorbell.c_str(), aside.c_str()), 0);
     ASSERT_EQ(close(creat(doorbell.c_str(), 0600)), 0);
-    const Linx sought("sought");
+    const KnownEndpoint sought("sought");
     ASSERT_EQ(rename(aside.c_str(), doorbell.c_str()), 0);
     EXPECT_EQ(receiveNumber(live), 0u);
     const ScopedDescriptor descriptor(linx_get_descriptor(sought));
@@ -211,24 +210,24 @@ TEST_F(RecoveryTest, AnAnswerThatIsOwedIsGivenWithAnyOperation) {
 
 /// Somebody has removed its doorbell, and it counts as ended though it lives.
 TEST_F(RecoveryTest, WhoCountsAsEndedReceivesNothingThatHasBecomeAnothers) {
-    Linx zombie("zombie");
+    KnownEndpoint zombie("zombie");
     for (uint32_t number = 1; number <= 8; ++number) sendNumber(zombie, zombie.spid, number);
     ASSERT_EQ(receiveNumber(zombie), 1u);
     ASSERT_EQ(unlink(doorbellOf(zombie.spid).c_str()), 0);
-    const Linx another("zombie");
+    const KnownEndpoint another("zombie");
     std::vector<LinxSignal*> signals(100);
     for (LinxSignal*& signal : signals) signal = linx_alloc(another, 4, 5);
     LinxSignal* received = nullptr;
-    EXPECT_EQ(linx_receive(zombie, &received, linxtest::anySignal), -1);
+    EXPECT_EQ(linx_receive(zombie, &received, anySignal), -1);
     EXPECT_EQ(errno, ECONNABORTED);
     for (LinxSignal*& signal : signals) EXPECT_EQ(linx_free_buf(another, &signal), 0);
-    zombie.reset();
+    zombie.close();
 }
 
 TEST_F(RecoveryTest, WhoCountsAsEndedLeasesAndHuntsNoMore) {
-    Linx zombie("zombie");
+    KnownEndpoint zombie("zombie");
     ASSERT_EQ(unlink(doorbellOf(zombie.spid).c_str()), 0);
-    const Linx another("zombie");
+    const KnownEndpoint another("zombie");
     errno = 0;
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(linx_alloc(zombie, 60000, 1), nullptr);
@@ -237,7 +236,7 @@ TEST_F(RecoveryTest, WhoCountsAsEndedLeasesAndHuntsNoMore) {
         EXPECT_EQ(errno, ECONNABORTED);
     }
     EXPECT_EQ(arena.header().huntsUsed.loadRelaxed(), 0u);
-    zombie.reset();
+    zombie.close();
     expectInOrder();
 }
 

@@ -18,9 +18,8 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
 using linxtest::AnySpid;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 using linxtest::nameOf;
 
 constexpr int patience = 20000;  ///< milliseconds
@@ -57,7 +56,7 @@ TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
 
 TEST_F(RecoveryTest, TheNameOfADeadEndpointCanBeOpenedAndItsNameStillAskedFor) {
     const AnySpid dead = layDead("dead");
-    const Linx next("dead");
+    const KnownEndpoint next("dead");
     EXPECT_NE(next.spid, dead);
     EXPECT_FALSE(isOpen(arena, dead));
     char* name = nullptr;
@@ -154,8 +153,8 @@ TEST_F(RecoveryTest, WhatManyWhoDieTogetherHadPushedIsDeliveredAndTheRestIsFreed
     constexpr uint32_t each = 8;      // signals for each receiver
     constexpr uint32_t unpushed = 3;  // of these the one that was not pushed
     constexpr uint32_t first = 100;
-    const Linx one("one");
-    const Linx two("two");
+    const KnownEndpoint one("one");
+    const KnownEndpoint two("two");
     std::vector<Spid> dead;
     for (uint32_t i = 0; i < 3 * each; ++i) dead.push_back(layDead("dead" + std::to_string(i)));
     std::vector<Ref> blocks = leaseFor(dead[0], 100);
@@ -178,7 +177,7 @@ TEST_F(RecoveryTest, WhatManyWhoDieTogetherHadPushedIsDeliveredAndTheRestIsFreed
     }
     expectInOrder();
     for (uint32_t receiver = 0; receiver < 3; ++receiver) EXPECT_TRUE(isHomeless(blocks[receiver * each + unpushed]));
-    for (LINX* receiver : {one.get(), live.get(), two.get()}) {
+    for (LINX* receiver : std::initializer_list<LINX*>{one, live, two}) {
         for (uint32_t i = 0; i < each; ++i) {
             if (i == unpushed) continue;
             EXPECT_EQ(receiveNumber(receiver), first + i);
@@ -206,7 +205,7 @@ TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
         EXPECT_EQ(::poll(&poll, 1, 0), 0);
     }
     const int descriptor = linx_get_descriptor(live);
-    live.reset();
+    live.close();
     close(descriptor);
 }
 

@@ -8,16 +8,12 @@
 
 namespace {
 
-using linxtest::anySignal;
 using linxtest::AnySpid;
 using linxtest::ArenaDomainTest;
-using linxtest::CloseLinx;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
-using Handle = std::unique_ptr<LINX, CloseLinx>;
-
-Handle openLink(const char* name) {
-    return Handle(linx_open(name, LINX_OPEN_LINK, nullptr));
+Endpoint openLink(const char* name) {
+    return Endpoint(name, LINX_OPEN_LINK);
 }
 
 class SoughtTest : public ArenaDomainTest {
@@ -37,23 +33,23 @@ protected:
 };
 
 TEST_F(SoughtTest, ALinkIsToldOfEachHuntForANameBehindItThatNobodyHas) {
-    const Handle link = openLink("toVp0");
-    const Linx hunter("hunter");
+    const Endpoint link = openLink("toVp0");
+    const KnownEndpoint hunter("hunter");
     ASSERT_EQ(linx_hunt(hunter, "toVp0/EncodeCtrl", nullptr), 0);
     ASSERT_EQ(linx_hunt(hunter, "toVp0/b/c", nullptr), 0);
     ASSERT_EQ(linx_hunt(hunter, "toVp0/EncodeCtrl", nullptr), 0);
-    EXPECT_EQ(nextSought(link.get(), hunter.spid), "EncodeCtrl");
-    EXPECT_EQ(nextSought(link.get(), hunter.spid), "b/c");
-    EXPECT_EQ(nextSought(link.get(), hunter.spid), "EncodeCtrl");
-    EXPECT_EQ(nextSought(link.get(), hunter.spid), "");
+    EXPECT_EQ(nextSought(link, hunter.spid), "EncodeCtrl");
+    EXPECT_EQ(nextSought(link, hunter.spid), "b/c");
+    EXPECT_EQ(nextSought(link, hunter.spid), "EncodeCtrl");
+    EXPECT_EQ(nextSought(link, hunter.spid), "");
 }
 
 TEST_F(SoughtTest, TheHuntStaysPendingAndIsAnsweredByWhoeverOpensUnderTheWholeName) {
-    const Handle link = openLink("toVp0");
-    const Linx hunter("hunter");
+    const Endpoint link = openLink("toVp0");
+    const KnownEndpoint hunter("hunter");
     ASSERT_EQ(linx_hunt(hunter, "toVp0/X", nullptr), 0);
     EXPECT_EQ(receiveNumber(hunter), 0u);
-    const Linx proxy("toVp0/X");
+    const KnownEndpoint proxy("toVp0/X");
     LinxSignal* signal = nullptr;
     ASSERT_EQ(linx_receive_w_tmo(hunter, &signal, 0, anySignal), 4);
     EXPECT_EQ(signal->number, uint32_t{LINX_OS_HUNT_SIG});
@@ -61,50 +57,50 @@ TEST_F(SoughtTest, TheHuntStaysPendingAndIsAnsweredByWhoeverOpensUnderTheWholeNa
     linx_free_buf(hunter, &signal);
     ASSERT_EQ(linx_hunt(hunter, "toVp0/X", nullptr), 0);
     EXPECT_EQ(receiveNumber(hunter), uint32_t{LINX_OS_HUNT_SIG});
-    EXPECT_EQ(nextSought(link.get(), hunter.spid), "X");
-    EXPECT_EQ(nextSought(link.get(), hunter.spid), "") << "what is there is not told";
+    EXPECT_EQ(nextSought(link, hunter.spid), "X");
+    EXPECT_EQ(nextSought(link, hunter.spid), "") << "what is there is not told";
 }
 
 TEST_F(SoughtTest, ALinkThatOpensLateIsToldOfWhatIsPending) {
-    const Linx one("one");
-    const Linx two("two");
+    const KnownEndpoint one("one");
+    const KnownEndpoint two("two");
     for (const char* name : {"toVp0/X", "toVp01/X", "toVp/X", "toVp0", "toVp0/", "/toVp0/X", "elsewhere"}) {
         ASSERT_EQ(linx_hunt(one, name, nullptr), 0);
     }
     ASSERT_EQ(linx_hunt(two, "toVp0/Y", nullptr), 0);
-    const Handle link = openLink("toVp0");
+    const Endpoint link = openLink("toVp0");
     EXPECT_EQ(receiveNumber(one), uint32_t{LINX_OS_HUNT_SIG});  // for the link itself
-    EXPECT_EQ(nextSought(link.get(), one.spid), "X");
-    EXPECT_EQ(nextSought(link.get(), two.spid), "Y");
-    EXPECT_EQ(nextSought(link.get(), 0), "");
+    EXPECT_EQ(nextSought(link, one.spid), "X");
+    EXPECT_EQ(nextSought(link, two.spid), "Y");
+    EXPECT_EQ(nextSought(link, 0), "");
 }
 
 TEST_F(SoughtTest, NobodyElseIsTold) {
-    const Linx plain("toVp0");
-    const Handle other = openLink("toVp1");
-    const Linx hunter("hunter");
+    const KnownEndpoint plain("toVp0");
+    const Endpoint other = openLink("toVp1");
+    const KnownEndpoint hunter("hunter");
     ASSERT_EQ(linx_hunt(hunter, "toVp0/X", nullptr), 0);
     ASSERT_EQ(linx_hunt(hunter, "toVp1", nullptr), 0);
     ASSERT_EQ(linx_hunt(hunter, "toVp1/", nullptr), 0);
     EXPECT_EQ(receiveNumber(plain), 0u);
-    EXPECT_EQ(receiveNumber(other.get()), 0u);
+    EXPECT_EQ(receiveNumber(other), 0u);
 }
 
 TEST_F(SoughtTest, ASlotThatWasALinkIsNoneForItsNextUser) {
     for (int i = 0; i < 3; ++i) openLink("toVp0");
-    const Linx plain("toVp0");
-    const Linx hunter("hunter");
+    const KnownEndpoint plain("toVp0");
+    const KnownEndpoint hunter("hunter");
     ASSERT_EQ(linx_hunt(hunter, "toVp0/X", nullptr), 0);
     EXPECT_EQ(receiveNumber(plain), 0u);
 }
 
 TEST_F(SoughtTest, ALinkIsToldOfWhatItHuntsForItself) {
-    const Handle link = openLink("toVp0");
-    LinxSignal* own = linx_alloc(link.get(), 4, 1);
-    const LinxSpid spid = linx_sender(link.get(), &own);
-    linx_free_buf(link.get(), &own);
-    ASSERT_EQ(linx_hunt(link.get(), "toVp0/X", nullptr), 0);
-    EXPECT_EQ(nextSought(link.get(), spid), "X");
+    const Endpoint link = openLink("toVp0");
+    LinxSignal* own = linx_alloc(link, 4, 1);
+    const LinxSpid spid = linx_sender(link, &own);
+    linx_free_buf(link, &own);
+    ASSERT_EQ(linx_hunt(link, "toVp0/X", nullptr), 0);
+    EXPECT_EQ(nextSought(link, spid), "X");
 }
 
 TEST_F(SoughtTest, NoOtherOptionIsKnown) {
@@ -117,8 +113,8 @@ TEST_F(SoughtTest, NoOtherOptionIsKnown) {
 
 TEST_F(SoughtTest, AHuntThatALinkCannotBeToldOfFailsAndIsNotPending) {
     const linxtest::ScopedVariable size("LINX_ARENA_MB", "4");
-    const Handle link = openLink("toVp0");
-    const Linx hunter("hunter");
+    const Endpoint link = openLink("toVp0");
+    const KnownEndpoint hunter("hunter");
     LinxSignal* wanted = linx_alloc(hunter, 4, 77);
     std::vector<LinxSignal*> all;
     for (uint32_t bytes : {60000u, 1000u, 4u}) {
@@ -129,9 +125,9 @@ TEST_F(SoughtTest, AHuntThatALinkCannotBeToldOfFailsAndIsNotPending) {
     EXPECT_EQ(errno, ENOMEM);
     EXPECT_EQ(wanted, nullptr);
     for (LinxSignal* signal : all) linx_free_buf(hunter, &signal);
-    const Linx sought("toVp0/X");
+    const KnownEndpoint sought("toVp0/X");
     EXPECT_EQ(receiveNumber(hunter), 0u);
-    EXPECT_EQ(receiveNumber(link.get()), 0u);
+    EXPECT_EQ(receiveNumber(link), 0u);
 }
 
 class AwayTest : public ArenaDomainTest {
@@ -150,14 +146,14 @@ protected:
         ArenaDomainTest::TearDown();
     }
 
-    std::unique_ptr<Linx> witness = std::make_unique<Linx>("witness");
-    std::unique_ptr<Linx> from = std::make_unique<Linx>("from");
+    std::unique_ptr<KnownEndpoint> witness = std::make_unique<KnownEndpoint>("witness");
+    std::unique_ptr<KnownEndpoint> from = std::make_unique<KnownEndpoint>("from");
     const LinxSpid spid = from->spid;
 };
 
 TEST_F(AwayTest, ASignalIsAwayUntilWhoeverHasItFreesIt) {
-    const Linx to("to");
-    const Linx third("third");
+    const KnownEndpoint to("to");
+    const KnownEndpoint third("third");
     LinxSignal* const sent = sendOne(to.spid);
     EXPECT_EQ(isAway(sent), 1);
     LinxSignal* received = nullptr;
@@ -179,7 +175,7 @@ TEST_F(AwayTest, WhatItsSenderHasIsNotAway) {
 }
 
 TEST_F(AwayTest, WhatASenderThatHasEndedLeftIsAwayUntilItIsFreed) {
-    const Linx to("to");
+    const KnownEndpoint to("to");
     LinxSignal* const sent = sendOne(to.spid);
     LinxSignal* const unread = sendOne(to.spid);
     from.reset();
@@ -190,7 +186,7 @@ TEST_F(AwayTest, WhatASenderThatHasEndedLeftIsAwayUntilItIsFreed) {
 }
 
 TEST_F(AwayTest, WhatGoesWithItsReceiverIsNotAway) {
-    auto to = std::make_unique<Linx>("to");
+    auto to = std::make_unique<KnownEndpoint>("to");
     LinxSignal* const sent = sendOne(to->spid);
     EXPECT_EQ(isAway(sent), 1);
     to.reset();

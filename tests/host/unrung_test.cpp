@@ -23,17 +23,16 @@ namespace {
 
 namespace interposed = linxtest::interposed;
 
-using linxtest::anySignal;
 using linxtest::FailingWrites;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 
 class UnrungTest : public linxtest::ArenaDomainTest {
 protected:
     /// An endpoint, and two that have talked to it.
     struct Scene {
-        Linx receiver{"receiver"};
-        Linx one{"one"};
-        Linx two{"two"};
+        KnownEndpoint receiver{"receiver"};
+        KnownEndpoint one{"one"};
+        KnownEndpoint two{"two"};
         ScopedDescriptor descriptor{linx_get_descriptor(receiver)};
 
         bool isReadable() const { return UnrungTest::isReadable(descriptor, 0); }
@@ -74,7 +73,7 @@ TEST_F(UnrungTest, ASenderThatCouldNotRingDoesSoWithItsNextOperation) {
 }
 
 TEST_F(UnrungTest, WhoCouldNotRingForAnAnswerDoesSoWithItsNextOperation) {
-    const Linx hunter("hunter");
+    const KnownEndpoint hunter("hunter");
     const ScopedDescriptor descriptor(linx_get_descriptor(hunter));
     ASSERT_EQ(linx_hunt(hunter, "late", nullptr), 0);
     std::optional<FailingWrites> failing;
@@ -218,12 +217,12 @@ protected:
         int status = -1;
         waitpid(child_, &status, 0);
         EXPECT_EQ(status, 0) << "slept over what it was sent";
-        sender_.reset();
+        sender_.close();
         UnrungTest::TearDown();
     }
 
     const linxtest::ScopedVariable spin_{"LINX_SPIN_US", "0"};
-    Linx sender_{"sender"};
+    KnownEndpoint sender_{"sender"};
     linxtest::AnySpid sleeper_;
     pid_t child_ = -1;
 };
@@ -248,7 +247,7 @@ INSTANTIATE_TEST_SUITE_P(Words, GarbledWakeStateTest, testing::Values(wake_state
 /// What the peer of the next test does, in a process of its own: answers once; and when it is told to, receives two
 /// more, sends a last signal without a ring, and dies.
 [[noreturn]] void answerAndDie(int ready, int go) {
-    Linx peer("peer");
+    KnownEndpoint peer("peer");
     char byte = 0;
     if (write(ready, &byte, 1) != 1) _exit(1);
     LinxSignal* signal = nullptr;
@@ -274,7 +273,7 @@ TEST_F(UnrungTest, WhoFindsItsReceiverDeadAfterASendLooksForWhatThatOneHadSent) 
     if (child == 0) answerAndDie(ready[1], go[0]);
     char byte = 0;
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    Linx one("one");
+    KnownEndpoint one("one");
     const ScopedDescriptor descriptor{linx_get_descriptor(one)};
     LinxSignal* signal = nullptr;
     ASSERT_EQ(linx_hunt(one, "peer", &signal), 0);

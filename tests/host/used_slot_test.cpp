@@ -20,8 +20,7 @@
 namespace linx {
 namespace {
 
-using linxtest::anySignal;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 namespace interposed = linxtest::interposed;
 
 constexpr uint32_t awaited = 1;
@@ -44,12 +43,12 @@ protected:
     }
 
     /// Opens endpoints until one is in the slot of an ended one.
-    static Linx openInSlotOf(linxtest::AnySpid ended, const std::string& name = "next") {
+    static KnownEndpoint openInSlotOf(linxtest::AnySpid ended, const std::string& name = "next") {
         for (uint32_t left = slots; left > 1; --left) {
-            Linx opened(name);
+            KnownEndpoint opened(name);
             if (indexOf(opened.spid) == indexOf(ended)) return opened;
         }
-        Linx opened(name);
+        KnownEndpoint opened(name);
         EXPECT_EQ(indexOf(opened.spid), indexOf(ended));
         return opened;
     }
@@ -70,45 +69,45 @@ protected:
 };
 
 TEST_F(UsedSlotTest, IsNotGivenAwayWhileItIsOpen) {
-    std::vector<Linx> all;
+    std::vector<KnownEndpoint> all;
     for (int round = 0; round < 2; ++round) {
         all.clear();
         for (uint32_t i = 0; i < slots; ++i) all.emplace_back("endpoint" + std::to_string(i));
     }
     const SlotIndex index = indexOf(all[0].spid);
-    all[0].reset();
-    all[0] = Linx("again");
+    all[0].close();
+    all[0] = KnownEndpoint("again");
     EXPECT_EQ(indexOf(all[0].spid), index);
     EXPECT_EQ(linx_open("one more", 0, nullptr), nullptr);
     EXPECT_EQ(errno, ENOMEM);
 }
 
 TEST_F(UsedSlotTest, HasNoShareInWhatItsEarlierUserHasLent) {
-    const Linx borrower("borrower");
-    Linx lender("lender");
+    const KnownEndpoint borrower("borrower");
+    KnownEndpoint lender("lender");
     sendNumber(lender, borrower.spid, 1, 1000);
     LinxSignal* borrowed = nullptr;
     ASSERT_EQ(linx_receive_w_tmo(borrower, &borrowed, 0, anySignal), 1000);
     const linxtest::AnySpid ended = lender.spid;
-    lender.reset();
+    lender.close();
     EXPECT_NE(leasedLines(ended), 0u);
-    const Linx next = openInSlotOf(ended);
+    const KnownEndpoint next = openInSlotOf(ended);
     EXPECT_EQ(linxtest::brokenInvariant(*joined), "");
     linx_free_buf(borrower, &borrowed);
 }
 
 TEST_F(UsedSlotTest, CountsForksFromWhereItsEarlierUserEnded) {
-    Linx first("first");
+    KnownEndpoint first("first");
     const uint32_t round = slotOf(first.spid).forkRound.loadRelaxed();
     const linxtest::AnySpid ended = first.spid;
-    first.reset();
-    const Linx next = openInSlotOf(ended);
+    first.close();
+    const KnownEndpoint next = openInSlotOf(ended);
     EXPECT_NE(slotOf(next.spid).forkRound.loadRelaxed(), round);
 }
 
 TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
     for (const bool sameRound : {false, true}) {
-        Linx first("first");
+        KnownEndpoint first("first");
         const linxtest::AnySpid ended = first.spid;
         const uint32_t round = slotOf(ended).forkRound.loadRelaxed();
         int go[2];
@@ -121,11 +120,11 @@ TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
             const bool refused = linx_receive_w_tmo(first, &signal, 0, anySignal) == -1 && errno == ECHILD;
             _exit(told && refused && linx_close(first) == -1 && errno == ECHILD ? 0 : 1);
         }
-        first.reset();
-        const Linx next = openInSlotOf(ended);
+        first.close();
+        const KnownEndpoint next = openInSlotOf(ended);
         if (sameRound) slotOf(next.spid).forkRound.storeRelaxed(round);  // as after very many users
         for (uint32_t number = 1; number <= 5; ++number) sendNumber(next, next.spid, number);
-        const Linx sender("sender");
+        const KnownEndpoint sender("sender");
         for (uint32_t number = 6; number <= 10; ++number) sendNumber(sender, next.spid, number);
         ASSERT_EQ(write(go[1], "", 1), 1);
         int status = -1;
@@ -138,13 +137,13 @@ TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
 }
 
 TEST_F(UsedSlotTest, GetsNothingThatIsSentToItsEarlierUser) {
-    const Linx sender("sender");
-    Linx peer("peer");
+    const KnownEndpoint sender("sender");
+    KnownEndpoint peer("peer");
     const linxtest::AnySpid ended = peer.spid;
     sendNumber(sender, ended, 1);
     EXPECT_EQ(receiveNumber(peer), 1u);
-    peer.reset();
-    const Linx next = openInSlotOf(ended);
+    peer.close();
+    const KnownEndpoint next = openInSlotOf(ended);
     for (int i = 0; i < 2; ++i) {
         LinxSignal* signal = linx_alloc(sender, 4, 2);
         EXPECT_EQ(linx_send(sender, &signal, ended), -1);
@@ -155,13 +154,13 @@ TEST_F(UsedSlotTest, GetsNothingThatIsSentToItsEarlierUser) {
 }
 
 TEST_F(UsedSlotTest, TellsTheSupervisorOfItsEarlierUserWhoSendsToItsNext) {
-    const Linx supervisor("supervisor");
-    Linx supervised("supervised");
+    const KnownEndpoint supervisor("supervisor");
+    KnownEndpoint supervised("supervised");
     const linxtest::AnySpid ended = supervised.spid;
     LinxSignal* notice = linx_alloc(supervisor, 4, 9);
     ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
-    supervised.reset();
-    const Linx next = openInSlotOf(ended);
+    supervised.close();
+    const KnownEndpoint next = openInSlotOf(ended);
     sendNumber(supervisor, next.spid, 1);
     EXPECT_EQ(receiveNumber(next), 1u);
     ASSERT_EQ(linx_receive_w_tmo(supervisor, &notice, 0, anySignal), 4);
@@ -171,12 +170,12 @@ TEST_F(UsedSlotTest, TellsTheSupervisorOfItsEarlierUserWhoSendsToItsNext) {
 }
 
 TEST_F(UsedSlotTest, LivesOnWhenItsEarlierUserIsIntroducedTooLate) {
-    const Linx supervisor("supervisor");
+    const KnownEndpoint supervisor("supervisor");
     const ScopedDescriptor descriptor(linx_get_descriptor(supervisor));
-    Linx before("before");
+    KnownEndpoint before("before");
     const linxtest::AnySpid ended = before.spid;
-    before.reset();
-    Linx next = openInSlotOf(ended);
+    before.close();
+    KnownEndpoint next = openInSlotOf(ended);
     LinxSignal* notice = linx_alloc(supervisor, 4, 9);
     ASSERT_NE(linx_attach(supervisor, &notice, next.spid), 0u);
     introduce(ended, supervisor.spid);
@@ -188,24 +187,24 @@ TEST_F(UsedSlotTest, LivesOnWhenItsEarlierUserIsIntroducedTooLate) {
     EXPECT_EQ(receiveNumber(next), 1u);
     sendNumber(next, supervisor.spid, 2);
     EXPECT_EQ(receiveNumber(supervisor), 2u);
-    next.reset();
+    next.close();
     EXPECT_EQ(receiveNumber(supervisor), 9u);
 }
 
 TEST_F(UsedSlotTest, IsNotSleptOverWhenItsNextUserBringsTheNewsOfTheEnd) {
     const interposed::StandingClock clock;  // so that ends are not looked for again in this tick
     const linxtest::ScopedVariable looking("LINX_SPIN_US", "0");
-    const Linx sender("sender");
-    const Linx supervisor("supervisor");
-    Linx supervised("supervised");
+    const KnownEndpoint sender("sender");
+    const KnownEndpoint supervisor("supervisor");
+    KnownEndpoint supervised("supervised");
     const linxtest::AnySpid ended = supervised.spid;
     LinxSignal* notice = linx_alloc(supervisor, 4, awaited);
     ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
     sendNumber(sender, supervisor.spid, other);
     ASSERT_EQ(linx_receive_w_tmo(supervisor, &notice, 0, onlyAwaited),
               0);  // the other one keeps its doorbell ringing
-    supervised.reset();
-    const Linx next = openInSlotOf(ended);
+    supervised.close();
+    const KnownEndpoint next = openInSlotOf(ended);
     introduce(next.spid, supervisor.spid);
 
     expectNoSleep(sender, supervisor.spid);
@@ -220,9 +219,9 @@ TEST_F(UsedSlotTest, IsNotSleptOverWhenMemoryRunsOutAmidTheIntroductionOfItsNext
     constexpr uint32_t many = 100;
     const linxtest::OneProcessor processor;
     const linxtest::ScopedVariable looking("LINX_SPIN_US", "1000");
-    const Linx sender("sender");
-    const Linx receiver("receiver");
-    const Linx peer("peer");
+    const KnownEndpoint sender("sender");
+    const KnownEndpoint receiver("receiver");
+    const KnownEndpoint peer("peer");
     sendNumber(receiver, peer.spid, other);
     EXPECT_EQ(receiveNumber(peer), other);
     sendNumber(sender, receiver.spid, other);
@@ -230,7 +229,7 @@ TEST_F(UsedSlotTest, IsNotSleptOverWhenMemoryRunsOutAmidTheIntroductionOfItsNext
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, 0, onlyAwaited), 0);  // the other one keeps its doorbell ringing
     // Somebody removes the peer's doorbell, so that it counts as dead though it holds the doorbell open.
     ASSERT_EQ(unlink(doorbellOf(peer.spid).c_str()), 0);
-    const Linx next = openInSlotOf(peer.spid, "peer");
+    const KnownEndpoint next = openInSlotOf(peer.spid, "peer");
     introduce(next.spid, receiver.spid);
 
     // Between its last look and its sleep.
@@ -252,12 +251,12 @@ TEST_F(UsedSlotTest, IsNotSleptOverWhenMemoryRunsOutAmidTheIntroductionOfItsNext
 }
 
 TEST_F(UsedSlotTest, KeepsTheNameOfItsEarlierUserUntilTheNextIsOpen) {
-    const Linx asker("asker");
-    std::vector<Linx> others;
+    const KnownEndpoint asker("asker");
+    std::vector<KnownEndpoint> others;
     for (uint32_t i = 2; i < slots; ++i) others.emplace_back("other" + std::to_string(i));
-    Linx first("first");
+    KnownEndpoint first("first");
     const linxtest::AnySpid ended = first.spid;
-    first.reset();
+    first.close();
     // Nobody can make a doorbell where there is a directory.
     const std::string inTheWay = doorbellOf(numberOf(makeSpid(indexOf(ended), generationOf(ended) + 1)));
     ASSERT_EQ(mkdir(inTheWay.c_str(), 0700), 0);
@@ -267,25 +266,25 @@ TEST_F(UsedSlotTest, KeepsTheNameOfItsEarlierUserUntilTheNextIsOpen) {
     EXPECT_STREQ(name, "first");
     linx_free_name(asker, &name);
     ASSERT_EQ(rmdir(inTheWay.c_str()), 0);
-    const Linx next("next");
+    const KnownEndpoint next("next");
     EXPECT_EQ(next.spid, makeSpid(indexOf(ended), generationOf(ended) + 1));
 }
 
 /// Attaching to the next user of a slot finds that the one before has ended.
 TEST_F(UsedSlotTest, TheEndThatAFailedAttachMeetsIsStillTold) {
-    const Linx supervisor("supervisor");
+    const KnownEndpoint supervisor("supervisor");
     const ScopedDescriptor descriptor(linx_get_descriptor(supervisor));
     LinxRef attached = 0;
     for (unsigned n = 1; attached == 0; ++n) {
         ASSERT_LT(n, 100u);
         linxtest::AnySpid ended;
         {
-            const Linx before("before");
+            const KnownEndpoint before("before");
             ended = before.spid;
             LinxSignal* notice = linx_alloc(supervisor, 4, awaited);
             ASSERT_NE(linx_attach(supervisor, &notice, ended), 0u);
         }
-        const Linx next = openInSlotOf(ended);
+        const KnownEndpoint next = openInSlotOf(ended);
         LinxSignal* notice = linx_alloc(supervisor, 4, other);
         linxtest::newThatFails = n;
         attached = linx_attach(supervisor, &notice, next.spid);

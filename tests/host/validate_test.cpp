@@ -11,7 +11,7 @@ namespace {
 
 using debug::Findings;
 using debug::Grade;
-using linxtest::Linx;
+using linxtest::KnownEndpoint;
 using linxtest::ScopedVariable;
 using testing::EndsWith;
 using testing::StartsWith;
@@ -21,16 +21,16 @@ class ValidateTest : public RecoveryTest {
 protected:
     ValidateTest() {
         sendNumber(live, other.spid, 1);
-        Linx("first").reset();
-        Linx("second").reset();
+        KnownEndpoint("first").close();
+        KnownEndpoint("second").close();
         EXPECT_EQ(linx_hunt(live, "nobody", nullptr), 0);
         kept = linx_alloc(live, 4, 1);
-        Linx("third").reset();
+        KnownEndpoint("third").close();
         expectInOrder();
     }
     void TearDown() override {
         linx_free_buf(live, &kept);
-        other.reset();
+        other.close();
         RecoveryTest::TearDown();
     }
 
@@ -86,7 +86,7 @@ protected:
     /// The first page that was never used.
     uint32_t freePage() const { return header().pagesUsed.loadRelaxed(); }
 
-    Linx other{"other"};
+    KnownEndpoint other{"other"};
     LinxSignal* kept = nullptr;
     const linxtest::DisorderAllowed allowed;
 };

@@ -1,38 +1,9 @@
 #include "tests/kit/signals.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-
-Endpoint::Endpoint(const std::string& name, uint32_t options) : linx_(linx_open(name.c_str(), options, nullptr)) {
-    EXPECT_NE(linx_, nullptr) << name << ": " << std::strerror(errno);
-}
-
-void Endpoint::close() {
-    if (linx_ != nullptr) {
-        EXPECT_EQ(linx_close(linx_), 0);
-    }
-    linx_ = nullptr;
-    if (descriptor_ != -1) ::close(descriptor_);  // ours since we asked for it
-    descriptor_ = -1;
-}
-
-int Endpoint::descriptor() {
-    if (descriptor_ == -1) descriptor_ = linx_get_descriptor(linx_);
-    return descriptor_;
-}
-
-bool Endpoint::pollFor(int milliseconds) {
-    pollfd readable = {descriptor(), POLLIN, 0};
-    int ready;
-    do {
-        ready = poll(&readable, 1, milliseconds);
-    } while (ready == -1 && errno == EINTR);
-    return ready == 1;
-}
 
 uint32_t Received::word(size_t index) const {
     uint32_t value = 0;
@@ -79,6 +50,12 @@ int sendBytes(LINX* linx, LinxSpid to, uint32_t number, const Bytes& payload) {
     return result;
 }
 
+void sendNumber(LINX* linx, LinxSpid to, uint32_t number, uint32_t size) {
+    LinxSignal* signal = linx_alloc(linx, size, number);
+    ASSERT_NE(signal, nullptr);
+    ASSERT_EQ(linx_send(linx, &signal, to), 0);
+}
+
 std::optional<Received> receive(LINX* linx, uint32_t milliseconds, const std::vector<uint32_t>& numbers) {
     std::vector<uint32_t> selection = {static_cast<uint32_t>(numbers.size())};
     selection.insert(selection.end(), numbers.begin(), numbers.end());
@@ -94,6 +71,14 @@ std::optional<Received> receive(LINX* linx, uint32_t milliseconds, const std::ve
     received.payload.assign(payloadOf(signal), reinterpret_cast<unsigned char*>(signal) + size);
     EXPECT_EQ(linx_free_buf(linx, &signal), 0);
     return received;
+}
+
+uint32_t receiveNumber(LINX* linx) {
+    LinxSignal* signal = nullptr;
+    if (linx_receive_w_tmo(linx, &signal, 0, anySignal) <= 0) return 0;
+    const uint32_t number = signal->number;
+    linx_free_buf(linx, &signal);
+    return number;
 }
 
 Received expectSignal(LINX* linx, uint32_t number, uint32_t milliseconds) {

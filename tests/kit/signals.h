@@ -5,32 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/linx.h"
-#include "tests/kit/line.h"
+#include "tests/kit/endpoint.h"
 
-/// An open endpoint, closed at the end of its scope.
-class Endpoint {
-public:
-    explicit Endpoint(const std::string& name, uint32_t options = 0);
-    ~Endpoint() { close(); }
-    Endpoint(const Endpoint&) = delete;
-    Endpoint& operator=(const Endpoint&) = delete;
-
-    operator LINX*() const { return linx_; }
-    void close();
-
-    int descriptor();
-    bool readable() { return pollFor(0); }
-
-    /// Waits in a poll of the descriptor until it is readable. False when that never happens.
-    bool awaitReadable() { return pollFor(static_cast<int>(patience)); }
-
-private:
-    bool pollFor(int milliseconds);
-
-    LINX* linx_;
-    int descriptor_ = -1;
-};
+/// A selection of all signals.
+constexpr uint32_t anySignal[] = {0};
 
 using Bytes = std::vector<unsigned char>;
 
@@ -55,8 +33,15 @@ LinxSpid spidOf(LINX* linx);
 int send(LINX* linx, LinxSpid to, uint32_t number, const std::vector<uint32_t>& words = {});
 int sendBytes(LINX* linx, LinxSpid to, uint32_t number, const Bytes& payload);
 
+/// Sends a signal of that size, whatever is in it. The test fails when that fails. It needs no memory of its own, nor
+/// does receiveNumber.
+void sendNumber(LINX* linx, LinxSpid to, uint32_t number, uint32_t size = sizeof(LinxSignal));
+
 /// Receives one of the given numbers, or any signal if there is none given. Nothing when the time runs out.
 std::optional<Received> receive(LINX* linx, uint32_t milliseconds, const std::vector<uint32_t>& numbers = {});
+
+/// Receives the next signal without waiting. Its number; 0 when there was none.
+uint32_t receiveNumber(LINX* linx);
 
 /// Receives any signal and expects it to be of this number.
 Received expectSignal(LINX* linx, uint32_t number, uint32_t milliseconds = patience);

@@ -174,7 +174,6 @@ void conductor(Counters& shared) {
 void mirror() {
     Endpoint endpoint("mirror");
     const LinxSpid conductor = hunt(endpoint, "conductor");
-    constexpr uint32_t anySignal[] = {0};
     for (uint32_t expected = 0;;) {
         LinxSignal* signal = nullptr;
         ASSERT_LT(0, linx_receive_w_tmo(endpoint, &signal, patience, anySignal)) << "lost after " << expected;

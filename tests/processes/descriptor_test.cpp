@@ -68,7 +68,6 @@ const Role told("Descriptor.told", [](Line& parent) {
 });
 
 TEST_F(Descriptor, ClosedTooEarlyIsMissedByNobodyWhoeverGetsItsNumber) {
-    const uint32_t anySignal[] = {0};
     LINX* linx = linx_open("endpoint", 0, nullptr);
     const LinxSpid own = spidOf(linx);
     const int descriptor = linx_get_descriptor(linx);

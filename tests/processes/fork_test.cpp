@@ -16,7 +16,6 @@ using Fork = ProcessTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t notice = 101;
-constexpr uint32_t anySignal[] = {0};
 
 /// Sends what it receives back to where it came from, until it receives a signal without a payload.
 void mirror(LINX* endpoint) {

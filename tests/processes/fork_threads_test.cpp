@@ -22,7 +22,6 @@ using ForkThreads = ProcessTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t notice = 101;
-constexpr uint32_t anySignal[] = {0};
 
 bool isRefused(LINX* endpoint, int reason = ECHILD) {
     return linx_alloc(endpoint, 4, item) == nullptr && errno == reason;

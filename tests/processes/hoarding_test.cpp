@@ -12,7 +12,6 @@ constexpr uint32_t item = 100;
 constexpr uint32_t last = 101;
 constexpr uint32_t bytes = 4000;
 constexpr uint32_t burst = 15;  ///< as much as an endpoint keeps where there are few
-constexpr uint32_t anySignal[] = {0};
 
 /// The smallest arena, of which an endpoint may have half.
 class Hoarding : public ProcessTest {

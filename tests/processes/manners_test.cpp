@@ -17,7 +17,6 @@ namespace {
 using Manners = ProcessTest;
 
 constexpr uint32_t item = 100;
-constexpr uint32_t anySignal[] = {0};
 
 void idleEndpoint(Line& parent) {
     Endpoint endpoint("victim");

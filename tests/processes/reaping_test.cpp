@@ -14,7 +14,6 @@ using linxtest::ScopedVariable;
 constexpr uint32_t notice = 100;
 constexpr uint32_t answer = 101;
 constexpr uint32_t item = 1000;  // and on: signals are numbered
-constexpr uint32_t anySignal[] = {0};
 
 /// A small arena, so that what is not given back is soon missed.
 class Reaping : public WholeArenaTest {

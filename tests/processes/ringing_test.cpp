@@ -13,7 +13,6 @@ namespace {
 
 constexpr uint32_t item = 100;
 constexpr uint32_t last = 101;
-constexpr uint32_t anySignal[] = {0};
 
 class Ringing : public ProcessTest {
     const linxtest::ScopedVariable spin_{"LINX_SPIN_US", "0"};

@@ -13,7 +13,6 @@ using Traffic = WholeArenaTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t end = 101;
-constexpr uint32_t anySignal[] = {0};
 
 /// For every size class the largest signal that it holds, and one byte more.
 std::vector<uint32_t> edgesOfTheClasses() {

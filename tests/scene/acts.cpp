@@ -13,8 +13,6 @@
 namespace scene {
 namespace {
 
-constexpr uint32_t anySignal[] = {0};
-
 int sendParcelTo(Victim& victim, LinxSpid to) {
     const bool isParcel = victim.signals[0]->number == parcel;
     const int result = sendTo(victim, to);

@@ -9,8 +9,6 @@
 namespace scene {
 namespace {
 
-constexpr uint32_t anySignal[] = {0};
-
 /// The victim may be gone by the time that it is answered.
 bool isSentOrTooLate(int failure) {
     return failure == 0 || failure == ECONNRESET;

@@ -3,6 +3,7 @@
 
 #include <atomic>
 
+#include "tests/kit/line.h"
 #include "tests/kit/shared.h"
 #include "tests/kit/signals.h"
 

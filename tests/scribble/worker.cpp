@@ -8,13 +8,13 @@
 #include <string>
 
 #include "tests/kit/read_all.h"
+#include "tests/kit/signals.h"
 
 namespace scribble {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t any[] = {0};
 constexpr uint32_t greeting = 1000;  ///< plus who sends it
 constexpr uint32_t found = 1100;     ///< plus who is hunted
 constexpr uint32_t ended = 1200;     ///< plus who is supervised
@@ -94,7 +94,7 @@ void Worker::act() {
         case 11:
             return current_[whom] == 0 ? hunt(whom) : send(current_[whom]);
         default:
-            return receive(draw(3), any);
+            return receive(draw(3), anySignal);
     }
 }
 
@@ -192,7 +192,7 @@ void Worker::poll() {
     if (descriptor_ == -1) descriptor_ = linx_get_descriptor(linx_);
     pollfd readable = {descriptor_, POLLIN, 0};
     ::poll(&readable, 1, static_cast<int>(draw(3)));
-    receive(0, any);
+    receive(0, anySignal);
 }
 
 }  // namespace scribble

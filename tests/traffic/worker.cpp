@@ -7,13 +7,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tests/kit/signals.h"
+
 namespace traffic {
 namespace {
 
 constexpr uint32_t foundNumber = 1010;
 constexpr uint32_t noticeNumber = 1011;
 constexpr uint32_t timeoutNumber = 1012;
-constexpr uint32_t anySignal[] = {0};
 constexpr uint32_t long_ = 60000;  ///< milliseconds
 
 uint32_t& wordIn(LinxSignal* signal) {
