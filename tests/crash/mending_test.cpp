@@ -1,12 +1,12 @@
 // Deaths of who mends or leases, at every place where it changes shared memory, and what the next makes of it.
 
-#include <sys/wait.h>
-
+#include <csignal>
 #include <cstring>
 
 #include "host/recovery/repair.h"
 #include "tests/crash/site.h"
 #include "tests/host/answering.h"
+#include "tests/kit/child.h"
 
 namespace linx {
 namespace {
@@ -14,16 +14,13 @@ namespace {
 /// Does it in a process that is killed at the place. False when it did not come so far.
 template <class Work>
 bool dieAt(uint32_t site, Work work) {
-    const pid_t child = fork();
-    if (child == 0) {
+    Child child([&](Line&) {
         std::atomic<uint32_t> ignored{0};
         crash::arm(site, crash::End::kill, ignored);
         work();
         _exit(0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFSIGNALED(status);
+    });
+    return child.exitStatus() == -SIGKILL;
 }
 
 using MendingTest = AnsweringTest;

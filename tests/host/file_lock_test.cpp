@@ -16,6 +16,7 @@
 #include "host/arena/domain.h"
 #include "host/recovery/retire.h"
 #include "platform/linx.h"
+#include "tests/kit/child.h"
 #include "tests/kit/domain_test.h"
 
 namespace linx {
@@ -122,15 +123,11 @@ TEST_F(FileLockTest, AChildCanHaveItThoughAThreadOfItsParentHadIt) {
         }
     });
     for (int i = 0; i < 50; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            const bool got = joined->lock().lock(FileLock::Patience::wait);
+        Child child([&](Line&) {
+            EXPECT_TRUE(joined->lock().lock(FileLock::Patience::wait));
             joined->lock().unlock();
-            _exit(got ? 0 : 1);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        });
+        EXPECT_EQ(child.exitStatus(), 0);
     }
     finish = true;
     busy.join();

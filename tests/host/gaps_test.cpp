@@ -1,8 +1,6 @@
 // What a death, a failure or a fork at the wrong instant once left behind.
 
 #include <sched.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -16,6 +14,7 @@
 #include "host/recovery/in_flight.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
+#include "tests/kit/child.h"
 #include "tests/kit/deliver.h"
 
 namespace linx {
@@ -25,22 +24,16 @@ namespace interposed = linxtest::interposed;
 
 using linxtest::KnownEndpoint;
 
-constexpr uint32_t patience = 20000;
-
 using GapsTest = linxtest::ArenaDomainTest;
 
 TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
     KnownEndpoint receiver("receiver");
     const Word& sleeps = slotOf(receiver.spid).sleeps;
-    int go[2];
-    ASSERT_EQ(pipe(go), 0);
-    const pid_t child = fork();
-    if (child == 0) {
+    Child child([&](Line& parent) {
         LINX* sender = linx_open("sender", 0, nullptr);
         LinxSignal* first = linx_alloc(sender, 4, 1);
         linx_send(sender, &first, receiver.spid);
-        uint32_t before = 0;
-        if (read(go[0], &before, sizeof before) != sizeof before) _exit(1);
+        const uint32_t before = parent.hear();
         while (sleeps.loadAcquire() == before) sched_yield();
         // As linx_send does, up to the push and no further.
         Block& block = *blockOf(linx_alloc(sender, 4, 2));
@@ -49,19 +42,16 @@ TEST_F(GapsTest, AReceiverIsWokenByTheEndOfASenderThatDiedBeforeItRang) {
         block.owner.storeRelease(inFlightTo(receiver.spid));
         linxtest::deliver(slotOf(receiver.spid), arena.blockAt(ref));
         raise(SIGKILL);
-    }
+    });
     LinxSignal* signal = nullptr;
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, patience, anySignal), 4);
     linx_free_buf(receiver, &signal);
-    const uint32_t before = sleeps.loadRelaxed();
-    ASSERT_EQ(write(go[1], &before, sizeof before), static_cast<ssize_t>(sizeof before));
+    child.tell(sleeps.loadRelaxed());
     ASSERT_EQ(linx_receive_w_tmo(receiver, &signal, patience, anySignal), 4);
     EXPECT_EQ(signal->number, 2u);
     linx_free_buf(receiver, &signal);
-    waitpid(child, nullptr, 0);
+    EXPECT_EQ(child.exitStatus(), -SIGKILL);
     EXPECT_EQ(receiveNumber(receiver), 0u);  // has noticed the end, if it had not before
-    close(go[0]);
-    close(go[1]);
 }
 
 TEST_F(GapsTest, ADoorbellThatCouldNotBeRungIsRungByTheNextSender) {
@@ -118,11 +108,12 @@ TEST_F(GapsTest, ATimeoutComesAfterWhatWasSentBeforeItFellDue) {
 
 TEST_F(GapsTest, AChildThatClosesWhatItInheritedLeavesTheEndpointToItsParent) {
     KnownEndpoint endpoint("endpoint");
-    const pid_t child = fork();
-    if (child == 0) _exit(linx_close(endpoint) == 0 && linx_close(endpoint) == -1 && errno == EINVAL ? 0 : 1);
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    Child child([&](Line&) {
+        EXPECT_EQ(linx_close(endpoint), 0);
+        EXPECT_EQ(linx_close(endpoint), -1);
+        EXPECT_EQ(errno, EINVAL);
+    });
+    EXPECT_EQ(child.exitStatus(), 0);
     EXPECT_TRUE(isOpen(arena, endpoint.spid));
     sendNumber(endpoint, endpoint.spid, 9);
     EXPECT_EQ(receiveNumber(endpoint), 9u);

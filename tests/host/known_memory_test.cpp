@@ -1,13 +1,12 @@
 // The kernel refuses to give memory to what has some: it is used all the same. What has none is not touched.
 
-#include <sys/wait.h>
-
 #include <cerrno>
 
 #include "host/recovery/retire.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/host/memory_arena.h"
+#include "tests/kit/child.h"
 
 namespace linx {
 namespace {
@@ -26,14 +25,7 @@ protected:
     /// Has a process put to use what this one does not know of yet.
     template <class Body>
     static void inProcess(Body body) {
-        const pid_t child = fork();
-        if (child == 0) {
-            body();
-            _exit(::testing::Test::HasFailure() ? 1 : 0);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        EXPECT_EQ(Child([&](Line&) { body(); }).exitStatus(), 0);
     }
 
     static void refuseMemory(int error) {

@@ -2,15 +2,16 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fstream>
+#include <optional>
 
 #include "host/system/scoped_descriptor.h"
 #include "tests/host/interposed.h"
+#include "tests/kit/child.h"
 #include "tests/kit/domain_test.h"
 
 namespace linx {
@@ -37,14 +38,8 @@ protected:
     /// `making` in a process that is killed before it has filled the file.
     template <class Making>
     void dieIn(Making making) const {
-        const pid_t child = fork();
-        if (child == 0) {
-            making([](int) { return raise(SIGKILL) == 0; });
-            _exit(0);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(WTERMSIG(status), SIGKILL);
+        const auto die = [](int) { return raise(SIGKILL) == 0; };
+        EXPECT_EQ(Child([&](Line&) { making(die); }).exitStatus(), -SIGKILL);
     }
 
     std::string text() const {
@@ -120,19 +115,13 @@ TEST_F(NewFileTest, OneThatSomebodyTookForALeftoverIsMadeAgain) {
 }
 
 TEST_F(NewFileTest, AChildForkedWhileItWasMadeDoesNotKeepItsLock) {
-    pid_t child = -1;
+    std::optional<Child> child;
     EXPECT_TRUE(makeUnderName([&](int) {
-        child = fork();
-        if (child == 0) {
-            pause();
-            _exit(0);
-        }
+        child.emplace([](Line&) { pause(); });
         return true;
     }));
     const ScopedDescriptor made(openat(directory.get(), "file", O_RDWR | O_CLOEXEC));
     EXPECT_EQ(flock(made.get(), LOCK_EX | LOCK_NB), 0);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
 }
 
 TEST_F(NewFileTest, WhatIsBeingMadeAndWhatOnlyLooksLikeItStays) {

@@ -2,7 +2,6 @@
 #include <grp.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 #include <fstream>
@@ -12,6 +11,7 @@
 #include "host/arena/domain_path.h"
 #include "tests/host/endpoints.h"
 #include "tests/kit/byte_order.h"
+#include "tests/kit/child.h"
 
 namespace linx {
 namespace {
@@ -217,14 +217,11 @@ TEST_F(OpenTest, WhatIsNoFileIsNoArena) {
 
 /// `open` run as a user who may do nothing here.
 int errorOfOpenAsNobody(const char* name) {
-    const pid_t child = fork();
-    if (child == 0) {
+    Child child([&](Line&) {
         if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(255);
         _exit(linx_open(name, 0, nullptr) == nullptr ? errno : 0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    });
+    return child.exitStatus();
 }
 
 TEST_F(OpenTest, AnotherUsersDomainIsNotOursToJoin) {

@@ -1,6 +1,5 @@
 // Where there is no private memory, or no descriptor, and none comes: what is tried again comes to an end.
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +8,7 @@
 #include "host/recovery/retire.h"
 #include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
+#include "tests/kit/child.h"
 #include "tests/kit/failing_new.h"
 #include "tests/kit/few_descriptors.h"
 
@@ -19,36 +19,17 @@ using linxtest::everyNewFails;
 using linxtest::KnownEndpoint;
 namespace interposed = linxtest::interposed;
 
-/// Endpoints of a process that is killed.
-class Doomed {
+/// A process with these endpoints, to be killed.
+class Doomed : public Child {
 public:
-    explicit Doomed(const std::vector<std::string>& names) {
-        int ready[2];
-        EXPECT_EQ(pipe(ready), 0);
-        process_ = fork();
-        if (process_ == 0) {
-            for (const std::string& name : names) linx_open(name.c_str(), 0, nullptr);
-            if (write(ready[1], "", 1) != 1) _exit(1);
-            for (;;) pause();
-        }
-        char byte;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1);
-        close(ready[0]);
-        close(ready[1]);
+    explicit Doomed(const std::vector<std::string>& names)
+        : Child([&](Line& parent) {
+              for (const std::string& name : names) linx_open(name.c_str(), 0, nullptr);
+              parent.tell();
+              pause();
+          }) {
+        hear();
     }
-    ~Doomed() { kill9(); }
-    Doomed(const Doomed&) = delete;
-    Doomed& operator=(const Doomed&) = delete;
-
-    void kill9() {
-        if (process_ == -1) return;
-        kill(process_, SIGKILL);
-        waitpid(process_, nullptr, 0);
-        process_ = -1;
-    }
-
-private:
-    pid_t process_ = -1;
 };
 
 class PersistenceTest : public TightTest {

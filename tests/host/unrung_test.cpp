@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,7 +15,8 @@
 #include "host/system/clock.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
-#include "tests/kit/failing_write.h"
+#include "tests/kit/child.h"
+#include "tests/kit/pipe_writes.h"
 
 namespace linx {
 namespace {
@@ -105,12 +105,13 @@ TEST_F(UnrungTest, SoDoesTheNextSender) {
 TEST_F(UnrungTest, ASenderThatSleepsPaysItsDebtFromThere) {
     Scene scene;
     acquaint(scene);
-    linxtest::writesThatFail = 16;  // more than are tried at once
-    linxtest::failureOfWrites = ENOMEM;
+    unsigned left = 16;  // more than are tried at once
+    linxtest::atPipeWrite = [&](const void*, size_t) { return left != 0 && left-- != 0 ? ENOMEM : 0; };
     sendNumber(scene.one, scene.receiver.spid, 2);
     LinxSignal* none = nullptr;
-    while (linxtest::writesThatFail != 0) EXPECT_EQ(linx_receive_w_tmo(scene.one, &none, 1, anySignal), 0);
+    while (left != 0) EXPECT_EQ(linx_receive_w_tmo(scene.one, &none, 1, anySignal), 0);
     EXPECT_EQ(linx_receive_w_tmo(scene.one, &none, 1, anySignal), 0);
+    linxtest::atPipeWrite = nullptr;
     EXPECT_TRUE(scene.isReadable());
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
 }
@@ -182,27 +183,22 @@ TEST_F(UnrungTest, AByteThatCouldNotBeWrittenIsNotTakenForWritten) {
     EXPECT_FALSE(scene.isReadable());
 }
 
-/// A process that sleeps without limit until a signal of this number comes.
-pid_t sleepUntil(LINX* (*open)(), uint32_t last) {
-    const pid_t child = fork();
-    if (child != 0) return child;
-    alarm(60);  // should the test fail
-    LINX* linx = open();
+/// Sleeps without limit until a signal of this number comes.
+void sleepUntil(uint32_t last) {
+    const ::Endpoint sleeper("sleeper");
     uint32_t number = 0;
     while (number != last) {
         LinxSignal* signal = nullptr;
-        if (linx_receive(linx, &signal, anySignal) <= 0) _exit(1);
+        ASSERT_GT(linx_receive(sleeper, &signal, anySignal), 0);
         number = signal->number;
-        linx_free_buf(linx, &signal);
+        linx_free_buf(sleeper, &signal);
     }
-    linx_close(linx);
-    _exit(0);
 }
 
 class GarbledWakeStateTest : public UnrungTest, public testing::WithParamInterface<uint32_t> {
 protected:
     void SetUp() override {
-        child_ = sleepUntil([] { return linx_open("sleeper", 0, nullptr); }, 9);
+        child_.emplace([](Line&) { sleepUntil(9); });
         ASSERT_EQ(linx_hunt(sender_, "sleeper", nullptr), 0);
         LinxSignal* found = nullptr;
         ASSERT_GT(linx_receive(sender_, &found, anySignal), 0);
@@ -214,9 +210,8 @@ protected:
         garble(sleeper_, GetParam());
     }
     void TearDown() override {
-        int status = -1;
-        waitpid(child_, &status, 0);
-        EXPECT_EQ(status, 0) << "slept over what it was sent";
+        EXPECT_TRUE(child_->endsInTime() && child_->exitStatus() == 0) << "slept over what it was sent";
+        child_.reset();
         sender_.close();
         UnrungTest::TearDown();
     }
@@ -224,7 +219,7 @@ protected:
     const linxtest::ScopedVariable spin_{"LINX_SPIN_US", "0"};
     KnownEndpoint sender_{"sender"};
     linxtest::AnySpid sleeper_;
-    pid_t child_ = -1;
+    std::optional<Child> child_;
 };
 
 TEST_P(GarbledWakeStateTest, ABacklogHealsItWithinATick) {
@@ -246,33 +241,26 @@ INSTANTIATE_TEST_SUITE_P(Words, GarbledWakeStateTest, testing::Values(wake_state
 
 /// What the peer of the next test does, in a process of its own: answers once; and when it is told to, receives two
 /// more, sends a last signal without a ring, and dies.
-[[noreturn]] void answerAndDie(int ready, int go) {
-    KnownEndpoint peer("peer");
-    char byte = 0;
-    if (write(ready, &byte, 1) != 1) _exit(1);
+void answerAndDie(Line& test) {
+    const ::Endpoint peer("peer");
+    test.tell();
     LinxSignal* signal = nullptr;
     linx_receive(peer, &signal, anySignal);
     const LinxSpid other = linx_sender(peer, &signal);
     linx_send(peer, &signal, other);
     LinxSignal* last = linx_alloc(peer, 4, 77);
-    if (write(ready, &byte, 1) != 1 || read(go, &byte, 1) != 1) _exit(1);
+    test.tell();
+    test.hear();
     linx_receive(peer, &signal, anySignal);
     linx_receive(peer, &signal, anySignal);
     const FailingWrites failing(ENOMEM);
     linx_send(peer, &last, other);
     raise(SIGKILL);
-    _exit(1);
 }
 
 TEST_F(UnrungTest, WhoFindsItsReceiverDeadAfterASendLooksForWhatThatOneHadSent) {
-    int ready[2];
-    int go[2];
-    ASSERT_EQ(pipe(ready), 0);
-    ASSERT_EQ(pipe(go), 0);
-    const pid_t child = fork();
-    if (child == 0) answerAndDie(ready[1], go[0]);
-    char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    Child child(answerAndDie);
+    child.hear();
     KnownEndpoint one("one");
     const ScopedDescriptor descriptor{linx_get_descriptor(one)};
     LinxSignal* signal = nullptr;
@@ -283,15 +271,15 @@ TEST_F(UnrungTest, WhoFindsItsReceiverDeadAfterASendLooksForWhatThatOneHadSent) 
     ASSERT_GT(linx_receive(one, &signal, anySignal), 0);
     linx_free_buf(one, &signal);
     ASSERT_EQ(receiveNumber(one), 0u);
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    child.hear();
     sendNumber(one, peer, 2);
     // The next finds a backlog, and asks the clock whether it is time to ring for it: by then the peer has died over
     // its own send, and somebody has the domain lock, so that it cannot be reaped.
     bool mayDie = true;
     interposed::atClock = [&] {
         if (!std::exchange(mayDie, false)) return;
-        EXPECT_EQ(write(go[1], &byte, 1), 1);
-        EXPECT_EQ(waitpid(child, nullptr, 0), child);
+        child.tell();
+        EXPECT_EQ(child.exitStatus(), -SIGKILL);
     };
     interposed::atLock = [] { return EWOULDBLOCK; };
     signal = linx_alloc(one, 4, 3);
@@ -300,7 +288,6 @@ TEST_F(UnrungTest, WhoFindsItsReceiverDeadAfterASendLooksForWhatThatOneHadSent) 
     EXPECT_TRUE(isReadable(descriptor, 0));
     interposed::reset();
     EXPECT_EQ(receiveNumber(one), 77u);
-    for (const int end : {ready[0], ready[1], go[0], go[1]}) close(end);
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <poll.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -14,6 +12,7 @@
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
 #include "tests/host/one_processor.h"
+#include "tests/kit/child.h"
 #include "tests/kit/failing_new.h"
 #include "tests/kit/file_memory.h"
 
@@ -110,29 +109,23 @@ TEST_F(UsedSlotTest, IsNotTakenOverByAForkedCopyOfItsEarlierUser) {
         KnownEndpoint first("first");
         const linxtest::AnySpid ended = first.spid;
         const uint32_t round = slotOf(ended).forkRound.loadRelaxed();
-        int go[2];
-        ASSERT_EQ(pipe(go), 0);
-        const pid_t child = fork();
-        if (child == 0) {
-            char byte;
+        Child child([&](Line& parent) {
             LinxSignal* signal = nullptr;
-            const bool told = read(go[0], &byte, 1) == 1;
-            const bool refused = linx_receive_w_tmo(first, &signal, 0, anySignal) == -1 && errno == ECHILD;
-            _exit(told && refused && linx_close(first) == -1 && errno == ECHILD ? 0 : 1);
-        }
+            parent.hear();
+            EXPECT_EQ(linx_receive_w_tmo(first, &signal, 0, anySignal), -1);
+            EXPECT_EQ(errno, ECHILD);
+            EXPECT_EQ(linx_close(first), -1);
+            EXPECT_EQ(errno, ECHILD);
+        });
         first.close();
         const KnownEndpoint next = openInSlotOf(ended);
         if (sameRound) slotOf(next.spid).forkRound.storeRelaxed(round);  // as after very many users
         for (uint32_t number = 1; number <= 5; ++number) sendNumber(next, next.spid, number);
         const KnownEndpoint sender("sender");
         for (uint32_t number = 6; number <= 10; ++number) sendNumber(sender, next.spid, number);
-        ASSERT_EQ(write(go[1], "", 1), 1);
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        child.tell();
+        EXPECT_EQ(child.exitStatus(), 0);
         for (uint32_t number = 1; number <= 10; ++number) EXPECT_EQ(receiveNumber(next), number);
-        close(go[0]);
-        close(go[1]);
     }
 }
 

@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <fstream>
 #include <thread>
 
@@ -112,30 +111,10 @@ TEST_F(Children, OneThatIsStartingAndStandsStillDoesNotKeepTheLockOfItsParent) {
     EXPECT_EQ(starter.exitStatus(), 0);
 }
 
-/// Waits for the end of a child. False when it does not come: then the child is killed.
-bool endsByItself(pid_t child) {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
-    int status = -1;
-    while (waitpid(child, &status, WNOHANG) == 0) {
-        if (std::chrono::steady_clock::now() > limit) {
-            kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            return false;
-        }
-        sched_yield();
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 /// Forks a child that opens an endpoint and closes it, and tells whether it has.
 bool canOpenInChild() {
-    const pid_t child = fork();
-    if (child == 0) {
-        dieWithParent();
-        LINX* linx = linx_open("child", 0, nullptr);
-        _exit(linx != nullptr && linx_close(linx) == 0 ? 0 : 1);
-    }
-    return endsByItself(child);
+    Child child([](Line&) { const Endpoint endpoint("child"); });
+    return child.endsInTime() && child.exitStatus() == 0;
 }
 
 TEST_F(Children, ForkedWhileAThreadOpensAndClosesMayOpenToo) {

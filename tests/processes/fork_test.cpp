@@ -1,9 +1,9 @@
 // After a fork an endpoint belongs to whichever of the two processes uses it first.
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "host/system/clock.h"
 #include "tests/kit/child.h"
@@ -338,20 +338,14 @@ TEST_F(Fork, AChildMayOpenEndpointsOfItsOwn) {
 TEST_F(Fork, AnExecInTheChildLeavesTheEndpointToTheParent) {
     Child parentProcess([](Line& test) {
         LINX* endpoint = linx_open("forked", 0, nullptr);
-        int pipe[2];
-        ASSERT_EQ(::pipe(pipe), 0);
-        const pid_t other = fork();
-        if (other == 0) {
-            dieWithParent();
-            dup2(pipe[0], STDIN_FILENO);
-            close(pipe[1]);
+        const Child other([](Line& parent) {
+            dup2(parent.descriptor(), STDIN_FILENO);
             execlp("cat", "cat", nullptr);
-            _exit(127);
-        }
-        close(pipe[0]);
+            ADD_FAILURE() << std::strerror(errno);
+        });
         test.tell(spidOf(endpoint));
         mirror(endpoint);
-        test.tell(static_cast<uint32_t>(other));
+        test.tell(static_cast<uint32_t>(other.pid()));
         test.hear();
     });
     const LinxSpid spid = parentProcess.hear();

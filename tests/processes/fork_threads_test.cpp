@@ -3,7 +3,6 @@
 
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -53,14 +52,11 @@ void contend(LINX* endpoint, uint32_t headStart) {
     std::atomic<bool> enough{false};
     std::thread worker(workUntilRefused, endpoint, std::ref(contest), std::cref(enough));
     while (contest.done < headStart) sched_yield();
-    const pid_t child = fork();
-    if (child == 0) {
-        dieWithParent();
+    Child child([&](Line&) {
         result->doneAtFork = contest.done;
         result->childHasIt = linx_alloc(endpoint, 4, item) != nullptr;
-        _exit(0);
-    }
-    waitpid(child, nullptr, 0);
+    });
+    EXPECT_EQ(child.exitStatus(), 0);
     // The thread has to show now whether it still has the endpoint.
     const uint32_t begun = contest.begun;
     while (!result->childHasIt && contest.begun < begun + 2) sched_yield();

@@ -2,15 +2,20 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "platform/LogClient.h"
+#include "tests/kit/child.h"
 #include "tests/kit/failing_new.h"
-#include "tests/services/ChildProcess.h"
 
 namespace {
 
@@ -37,6 +42,19 @@ extern "C" void syslog(int priority, const char* format, ...) {
 }
 
 namespace {
+
+/// The log client reads its environment once, so each case runs in a process of its own. Calls `body` in a child
+/// with exactly `environment` among $LINX_LOG and $LINX_LOG_LEVEL; returns what the child left as its exit status,
+/// a negative number if a signal ended it.
+int runInChild(const std::map<std::string, std::string>& environment, const std::function<int()>& body) {
+    Child child([&](Line&) {
+        unsetenv("LINX_LOG");
+        unsetenv("LINX_LOG_LEVEL");
+        for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
+        _exit(body());
+    });
+    return child.exitStatus();
+}
 
 constexpr unsigned defaultLevel = 2 | 16 | 512;
 
