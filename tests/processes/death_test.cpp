@@ -32,6 +32,15 @@ void live(Line& parent, const char* name) {
 const Role mortal("Death.mortal", [](Line& parent) { live(parent, "mortal"); });
 const Role otherMortal("Death.otherMortal", [](Line& parent) { live(parent, "otherMortal"); });
 
+/// A child in a role, supervised as soon as it has said its spid.
+class Supervised : public Child {
+public:
+    explicit Supervised(const Role& role) : Child(role) { EXPECT_NE(attach(supervisor, spid, notice), 0u); }
+
+    const Endpoint supervisor{"supervisor"};
+    const LinxSpid spid = hear();
+};
+
 /// Expects the notice of an end, and that the end is known from then on.
 void expectNoticeOf(LINX* endpoint, LinxSpid spid) {
     EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
@@ -43,13 +52,10 @@ void expectNoticeOf(LINX* endpoint, LinxSpid spid) {
 }
 
 TEST_F(Death, ASupervisorIsToldOfAKill) {
-    Child victim(mortal);
-    const LinxSpid spid = victim.hear();
-    Endpoint endpoint("supervisor");
-    ASSERT_NE(attach(endpoint, spid, notice), 0u);
-    expectNothing(endpoint);
+    Supervised victim(mortal);
+    expectNothing(victim.supervisor);
     victim.kill9();
-    expectNoticeOf(endpoint, spid);
+    expectNoticeOf(victim.supervisor, victim.spid);
 }
 
 /// A sender that never receives asks of a peer that does not receive either whether it lives.
@@ -76,13 +82,10 @@ const Role orderly("Death.orderly", [](Line& parent) {
 });
 
 TEST_F(Death, ASupervisorIsToldOfAnOrderlyEnd) {
-    Child victim(orderly);
-    const LinxSpid spid = victim.hear();
-    Endpoint endpoint("supervisor");
-    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    Supervised victim(orderly);
     victim.tell();
     victim.hear();
-    expectNoticeOf(endpoint, spid);
+    expectNoticeOf(victim.supervisor, victim.spid);
 }
 
 const Role careless("Death.careless", [](Line& parent) {
@@ -92,12 +95,9 @@ const Role careless("Death.careless", [](Line& parent) {
 });
 
 TEST_F(Death, ASupervisorIsToldOfAnEndWithoutClosing) {
-    Child victim(careless);
-    const LinxSpid spid = victim.hear();
-    Endpoint endpoint("supervisor");
-    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    Supervised victim(careless);
     victim.tell();
-    expectNoticeOf(endpoint, spid);
+    expectNoticeOf(victim.supervisor, victim.spid);
     EXPECT_EQ(victim.exitStatus(), 0);
 }
 
@@ -115,16 +115,13 @@ const Role talkative("Death.talkative", [](Line& parent) {
 });
 
 TEST_F(Death, TheNoticeComesAfterAllThatTheDeadHadSent) {
-    Child victim(talkative);
-    Endpoint endpoint("supervisor");
-    const LinxSpid spid = victim.hear();
-    ASSERT_NE(attach(endpoint, spid, notice), 0u);
-    expectNothing(endpoint);
+    Supervised victim(talkative);
+    expectNothing(victim.supervisor);
     victim.tell();
     victim.hear();
     victim.kill9();
-    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(expectSignal(endpoint, item).word(), i);
-    expectNoticeOf(endpoint, spid);
+    for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(expectSignal(victim.supervisor, item).word(), i);
+    expectNoticeOf(victim.supervisor, victim.spid);
 }
 
 TEST_F(Death, AttachingTwiceGivesTwoNotices) {
@@ -153,18 +150,15 @@ const Role supervisor("Death.supervisor", [](Line& parent) {
 });
 
 TEST_F(Death, EverySupervisorIsTold) {
-    Child victim(mortal);
-    const LinxSpid spid = victim.hear();
-    Endpoint endpoint("supervisor");
-    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    Supervised victim(mortal);
     Child first(supervisor);
     Child second(supervisor.in(Size::own));
     for (const Child* child : {&first, &second}) {
-        child->tell(spid);
+        child->tell(victim.spid);
         child->hear();
     }
     victim.kill9();
-    expectNoticeOf(endpoint, spid);
+    expectNoticeOf(victim.supervisor, victim.spid);
     EXPECT_EQ(first.exitStatus(), 0);
     EXPECT_EQ(second.exitStatus(), 0);
 }
@@ -331,15 +325,12 @@ TEST_F(Death, WhatWasReceivedCountsAsSentThoughTheReceiverEndsBeforeTheSenderKno
 }
 
 TEST_F(Death, AStoppedPeerIsNotTakenForDead) {
-    Child victim(mortal);
-    const LinxSpid spid = victim.hear();
-    Endpoint endpoint("supervisor");
-    ASSERT_NE(attach(endpoint, spid, notice), 0u);
+    Supervised victim(mortal);
     victim.stop();
-    EXPECT_EQ(send(endpoint, spid, item), 0);
-    expectNothing(endpoint);
+    EXPECT_EQ(send(victim.supervisor, victim.spid, item), 0);
+    expectNothing(victim.supervisor);
     victim.kill9();
-    EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
+    EXPECT_EQ(expectSignal(victim.supervisor, notice).sender, victim.spid);
 }
 
 TEST_F(Death, ANewIncarnationHasANewSpid) {
