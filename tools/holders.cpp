@@ -51,9 +51,7 @@ int holders(const Options& options, const std::string& name) {
     if (found.empty() && !name.empty()) failForName(name);
     limit(found, options);
     if (options.json) {
-        nlohmann::ordered_json all = nlohmann::ordered_json::array();
-        for (const Endpoint& endpoint : found) all.push_back(toJson(endpoint));
-        printJson(all);
+        printJson(found, toJson);
         return done;
     }
     constexpr Table::Align right = Table::Align::right;

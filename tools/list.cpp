@@ -56,9 +56,7 @@ int list(const Options& options, const ListOptions& what) {
     }
     limit(endpoints, options);
     if (options.json) {
-        nlohmann::ordered_json all = nlohmann::ordered_json::array();
-        for (const Endpoint& endpoint : endpoints) all.push_back(toJson(endpoint));
-        printJson(all);
+        printJson(endpoints, toJson);
         return done;
     }
     constexpr Table::Align right = Table::Align::right;

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 #include "host/arena/domain_path.h"
 #include "host/arena/name_table.h"
@@ -69,6 +70,13 @@ std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options) {
     Place place;
     openPlace(options, place);
     return linx::inspect::endpointsOf(snapshotOf(place)->arena(), place);
+}
+
+void printJson(const std::vector<linx::inspect::Endpoint>& endpoints,
+               nlohmann::ordered_json (*toJson)(const linx::inspect::Endpoint&)) {
+    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    for (const linx::inspect::Endpoint& endpoint : endpoints) all.push_back(toJson(endpoint));
+    printJson(all);
 }
 
 const char* wordFor(State state) {

@@ -2,6 +2,7 @@
 #define LINXIPC_TOOLS_LOOK_H
 
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,10 @@ std::string nameIn(const linx::Arena& arena, linx::Spid spid);
 
 /// The endpoints of the domain that is meant, whose arena is looked at now.
 std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options);
+
+/// Writes an array of what `toJson` makes of each.
+void printJson(const std::vector<linx::inspect::Endpoint>& endpoints,
+               nlohmann::ordered_json (*toJson)(const linx::inspect::Endpoint&));
 
 /// "running", "sleeping" and so on: scripts rely on the words.
 const char* wordFor(linx::inspect::State state);
