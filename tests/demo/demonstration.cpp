@@ -1,14 +1,11 @@
 #include "tests/demo/demonstration.h"
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -18,57 +15,6 @@ namespace {
 /// Seconds in which a run ends, however busy the machine; one that hangs tells so before CTest ends the test.
 constexpr const char* ample = "100";
 
-struct Ends {
-    int read = -1;
-    int write = -1;
-};
-
-Ends openPipe() {
-    int ends[2] = {-1, -1};
-    if (pipe2(ends, O_CLOEXEC) == -1) std::abort();
-    return {ends[0], ends[1]};
-}
-
-Ends openTerminal() {
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    if (master == -1 || grantpt(master) == -1 || unlockpt(master) == -1) std::abort();
-    return {master, open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC)};
-}
-
-/// Starts the program with its standard output and standard error at `output`, in a process group of its own and with
-/// the signals as a shell has them.
-pid_t spawn(const std::vector<std::string>& arguments, int output) {
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t ordinary;
-    sigemptyset(&ordinary);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&ordinary, number);
-    posix_spawnattr_setsigdefault(&attributes, &ordinary);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-
-    pid_t pid = -1;
-    if (posix_spawn(&pid, LINX_DEMO, &actions, &attributes, argv.data(), environ) != 0) std::abort();
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
-}
-
-int waitForExit(pid_t pid) {
-    int status = 0;
-    while (waitpid(pid, &status, 0) == -1 && errno == EINTR) {
-    }
-    return WIFSIGNALED(status) ? 256 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 }  // namespace
 
 Demonstration::Demonstration(std::vector<std::string> arguments, Output kind) {
@@ -76,19 +22,15 @@ Demonstration::Demonstration(std::vector<std::string> arguments, Output kind) {
     if (std::find(arguments.begin(), arguments.end(), "--limit") == arguments.end()) {
         arguments.insert(arguments.end(), {"--limit", ample});
     }
-    arguments.insert(arguments.begin(), "linx-demo");
     const Ends ends = kind == Output::terminal ? openTerminal() : openPipe();
     output_ = ends.read;
-    launcher_ = spawn(arguments, ends.write);
+    launcher_.emplace(LINX_DEMO, arguments, Program::Streams{-1, ends.write, ends.write}, Program::Group::own);
     close(ends.write);
 }
 
 Demonstration::~Demonstration() {
     if (output_ != -1) close(output_);
-    if (launcher_ > 0) {
-        kill(launcher_, SIGKILL);
-        waitForExit(launcher_);
-    }
+    launcher_.reset();
     waitForAllProcesses();
     std::error_code error;
     if (!domain().empty()) std::filesystem::remove_all(domain(), error);
@@ -109,9 +51,7 @@ void Demonstration::stopReading() {
 int Demonstration::finish() {
     while (readMore()) {
     }
-    const int status = waitForExit(launcher_);
-    launcher_ = -1;
-    return status;
+    return launcher_->awaitEnd();
 }
 
 std::vector<std::string> Demonstration::lines() const {

@@ -1,10 +1,11 @@
 #ifndef LINXIPC_TESTS_DEMO_DEMONSTRATION_H
 #define LINXIPC_TESTS_DEMO_DEMONSTRATION_H
 
-#include <sys/types.h>
-
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "tests/kit/program.h"
 
 /// One run of the demonstration as a process. The test process takes over what the launcher leaves orphaned, so that
 /// no server can hide. What is still there at the end of the test is killed.
@@ -34,7 +35,7 @@ public:
     /// The text of each line, as far as read.
     std::vector<std::string> lines() const;
 
-    pid_t launcher() const { return launcher_; }
+    pid_t launcher() const { return launcher_->pid(); }
 
     /// The pid that the output gives for a server; 0 when it gives none.
     pid_t server(const std::string& name) const;
@@ -48,7 +49,7 @@ public:
 private:
     bool readMore();
 
-    pid_t launcher_ = -1;
+    std::optional<Program> launcher_;
     int output_ = -1;
     std::string text_;
 };

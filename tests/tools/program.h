@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/kit/program.h"
+
 /// What a run of the program `linx` came to.
 struct Outcome {
     int status = -1;  ///< of its exit, or 256 and the number of the signal that ended it
@@ -29,19 +31,20 @@ int statusWithoutReader(const std::vector<std::string>& arguments);
 /// A run that goes on while the test does something else; killed if it still runs when this object goes.
 class LinxRun {
 public:
-    explicit LinxRun(const std::vector<std::string>& arguments);
+    explicit LinxRun(const std::vector<std::string>& arguments, const std::string& input = {});
     ~LinxRun();
     LinxRun(const LinxRun&) = delete;
     LinxRun& operator=(const LinxRun&) = delete;
 
     /// Waits for the end.
     Outcome finish();
-    pid_t pid() const { return pid_; }
+    pid_t pid() const { return program_.pid(); }
 
 private:
-    pid_t pid_;
+    int in_;
     int out_;
     int err_;
+    Program program_;
 };
 
 #endif

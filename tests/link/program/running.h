@@ -1,13 +1,12 @@
 #ifndef LINXIPC_TESTS_LINK_PROGRAM_RUNNING_H
 #define LINXIPC_TESTS_LINK_PROGRAM_RUNNING_H
 
-#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 
 #include <csignal>
 #include <optional>
 
+#include "tests/kit/program.h"
 #include "tests/link/program/program_fixture.h"
 
 namespace linktest {
@@ -16,20 +15,14 @@ namespace linktest {
 class Running {
 public:
     Running(const std::string& directory, const std::string& configuration) {
-        int ends[2];
-        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        const std::string path = directory + "/" + configuration;
-        const char* const arguments[] = {LINX_LINK, path.c_str(), nullptr};
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-        EXPECT_EQ(posix_spawn(&process_, LINX_LINK, &actions, nullptr, const_cast<char**>(arguments), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        close(ends[1]);
-        log_ = ends[0];
+        const Ends ends = openPipe();
+        program_.emplace(LINX_LINK, std::vector<std::string>{directory + "/" + configuration},
+                         Program::Streams{-1, -1, ends.write});
+        close(ends.write);
+        log_ = ends.read;
     }
     ~Running() {
-        if (process_ != -1) end(SIGKILL);
+        program_.reset();
         close(log_);
     }
     Running(const Running&) = delete;
@@ -52,14 +45,11 @@ public:
             }
         }
     }
-    void send(int signal) const { kill(process_, signal); }
+    void send(int signal) const { kill(program_->pid(), signal); }
     /// Its exit status, or 256 and the number of the signal that ended it.
     int end(int signal) {
         send(signal);
-        int status = 0;
-        waitpid(process_, &status, 0);
-        process_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status);
+        return program_->awaitEnd();
     }
 
 private:
@@ -72,7 +62,7 @@ private:
         return size > 0;
     }
 
-    pid_t process_ = -1;
+    std::optional<Program> program_;
     int log_ = -1;
     std::string unread_;
 };
