@@ -1,11 +1,11 @@
 // A receiver whose queue never runs dry: it must not miss what else happens, and not ask the kernel all the time.
 
 #include <fcntl.h>
-#include <poll.h>
 
 #include "host/system/scoped_descriptor.h"
 #include "tests/host/endpoints.h"
 #include "tests/host/interposed.h"
+#include "tests/kit/readable.h"
 
 namespace linx {
 namespace {
@@ -16,11 +16,6 @@ namespace interposed = linxtest::interposed;
 constexpr uint32_t notice = 101;
 constexpr uint32_t timeout = 102;
 constexpr uint32_t later = 103;
-
-bool isReadable(int descriptor) {
-    pollfd asked = {descriptor, POLLIN, 0};
-    return poll(&asked, 1, 0) == 1;
-}
 
 class BusyTest : public linxtest::ArenaDomainTest {
 protected:

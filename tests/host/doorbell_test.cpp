@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -13,6 +12,7 @@
 #include "host/system/scoped_descriptor.h"
 #include "tests/host/interposed.h"
 #include "tests/kit/domain_test.h"
+#include "tests/kit/readable.h"
 
 namespace linx {
 namespace {
@@ -29,11 +29,6 @@ protected:
 
     int make() const { return doorbell::make(directory.get(), spid, 0600); }
     int openForWriting() const { return doorbell::open(directory.get(), spid); }
-
-    static bool isReadable(int descriptor) {
-        pollfd poll = {descriptor, POLLIN, 0};
-        return ::poll(&poll, 1, 0) == 1;
-    }
 
     ScopedDescriptor directory{open(domain.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
 };

@@ -1,8 +1,6 @@
 // Private memory that runs out, at every place where an operation asks for some: the operation works nevertheless, or
 // says so and has freed its signal. Nothing else is lost.
 
-#include <poll.h>
-
 #include <cerrno>
 
 #include "host/mailbox/doorbell.h"
@@ -330,9 +328,7 @@ TEST_F(ExhaustionTest, ATimeoutThatCouldNotBeWatchedDoesNotKeepTheNextFromIt) {
     ASSERT_EQ(linx_receive_w_tmo(endpoint, &timeout, 20000, anySignal), 4);
     linx_free_buf(endpoint, &timeout);
     ASSERT_NE(linx_request_tmo(endpoint, 1, nullptr), 0u);
-    const ScopedDescriptor descriptor(linx_get_descriptor(endpoint));
-    pollfd readable = {descriptor.get(), POLLIN, 0};
-    EXPECT_EQ(poll(&readable, 1, 20000), 1);
+    EXPECT_TRUE(endpoint.awaitReadable());
     EXPECT_EQ(receiveNumber(endpoint), static_cast<uint32_t>(LINX_OS_TIMEOUT_SIG));
 }
 
@@ -369,12 +365,10 @@ TEST_F(ExhaustionTest, WhatCannotBeReceivedNowIsReceivedLater) {
     const auto check = [&](Scene& scene, Answer answer) {
         EXPECT_EQ(signal != nullptr, answer.ok);
         EXPECT_TRUE(signal == nullptr || linx_free_buf(scene.two, &signal) == 0);
-        pollfd readable = {linx_get_descriptor(scene.two), POLLIN, 0};
-        EXPECT_EQ(poll(&readable, 1, 0), 1);
+        EXPECT_TRUE(scene.two.readable());
         EXPECT_EQ(sumOfAll(scene.two), 2007u + LINX_OS_TIMEOUT_SIG + (answer.ok ? 0u : 500u));
-        EXPECT_EQ(poll(&readable, 1, 0), 0);
+        EXPECT_FALSE(scene.two.readable());
         scene.two.close();
-        close(readable.fd);
     };
     EXPECT_GT(failEachNew(sendAndLetThingsHappen, receive, check), 0u);
 }

@@ -1,13 +1,12 @@
 // Memory has run out that somebody keeps without need: it is given up, and found, whenever that comes.
 
-#include <poll.h>
-
 #include <cerrno>
 #include <cstdio>
 
 #include "host/pool/lease.h"
 #include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
+#include "tests/kit/readable.h"
 
 namespace linx {
 namespace {
@@ -66,10 +65,7 @@ protected:
         EXPECT_EQ(errno, ENOMEM);
     }
 
-    bool isReadable(int milliseconds) {
-        pollfd readable = {descriptor.get(), POLLIN, 0};
-        return poll(&readable, 1, milliseconds) == 1;
-    }
+    bool isReadable(int milliseconds) { return ::isReadable(descriptor.get(), milliseconds); }
 
     KnownEndpoint keeper{"keeper"};
     ScopedDescriptor descriptor{linx_get_descriptor(keeper)};

@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -182,12 +181,10 @@ TEST_F(RecoveryTest, AnAnswerThatIsOwedCallsWhoeverOpenedTheName) {
     const std::string aside = doorbell + ".aside";
     ASSERT_EQ(rename(doorbell.c_str(), aside.c_str()), 0);
     ASSERT_EQ(close(creat(doorbell.c_str(), 0600)), 0);
-    const KnownEndpoint sought("sought");
+    KnownEndpoint sought("sought");
     ASSERT_EQ(rename(aside.c_str(), doorbell.c_str()), 0);
     EXPECT_EQ(receiveNumber(live), 0u);
-    const ScopedDescriptor descriptor(linx_get_descriptor(sought));
-    pollfd readable = {descriptor.get(), POLLIN, 0};
-    EXPECT_EQ(poll(&readable, 1, 10000), 1) << "nothing else wakes it";
+    EXPECT_TRUE(sought.awaitReadable()) << "nothing else wakes it";
     EXPECT_EQ(receiveNumber(sought), 0u);
     EXPECT_EQ(receiveNumber(live), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
 }

@@ -1,7 +1,6 @@
 #include "tests/host/recovery.h"
 
 #include <fcntl.h>
-#include <poll.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,11 +21,9 @@ using linxtest::AnySpid;
 using linxtest::KnownEndpoint;
 using linxtest::nameOf;
 
-constexpr int patience = 20000;  ///< milliseconds
-
 TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPolls) {
     const std::vector<AnySpid> dead = {layDead("first"), layDead("second")};
-    const ScopedDescriptor descriptor(linx_get_descriptor(live));
+    live.descriptor();
     {
         const linxtest::interposed::StandingClock standing;
         for (const LinxSpid spid : dead) {
@@ -37,11 +34,10 @@ TEST_F(RecoveryTest, WhomManySendsFoundDeadTheSenderReapsSoonAlsoWhereItOnlyPoll
     }
     EXPECT_FALSE(isOpen(arena, dead[0])) << "by the first send";
     EXPECT_TRUE(isOpen(arena, dead[1])) << "not by the next as well: all of the arena is looked through each time";
-    pollfd readable = {descriptor.get(), POLLIN, 0};
-    EXPECT_EQ(poll(&readable, 1, patience), 1);
+    EXPECT_TRUE(live.awaitReadable());
     EXPECT_EQ(receiveNumber(live), 0u);
     EXPECT_FALSE(isOpen(arena, dead[1]));
-    EXPECT_EQ(poll(&readable, 1, 0), 0);
+    EXPECT_FALSE(live.readable());
 }
 
 TEST_F(RecoveryTest, AllThatADeadEndpointOwnedGoesToTheCentralLists) {
@@ -198,15 +194,11 @@ TEST_F(RecoveryTest, TheReaperRingsForASenderThatDiedBeforeItRang) {
             slot.wakeState.storeRelaxed(wake_state::word(live.spid, wake_state::notifying + numberOf(indexOf(dead))));
         }
         reapDead(dead);
-        pollfd poll = {linx_get_descriptor(live), POLLIN, 0};
-        EXPECT_EQ(::poll(&poll, 1, 0), 1);
+        EXPECT_TRUE(live.readable());
         EXPECT_EQ(receiveNumber(live), 77u);
         EXPECT_EQ(receiveNumber(live), 0u);  // takes out the byte of the reaper's ring
-        EXPECT_EQ(::poll(&poll, 1, 0), 0);
+        EXPECT_FALSE(live.readable());
     }
-    const int descriptor = linx_get_descriptor(live);
-    live.close();
-    close(descriptor);
 }
 
 TEST_F(RecoveryTest, ABlockOnItsWayHomeButNeverPushedIsFoundByItsFreersSlot) {

@@ -1,11 +1,11 @@
 #include "host/endpoint/timers.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <vector>
 
 #include "tests/host/interposed.h"
+#include "tests/kit/readable.h"
 
 namespace linx {
 namespace {
@@ -139,22 +139,18 @@ TEST_F(TimersTest, AHundredThousandThatHaveFiredDoNotGetInTheWay) {
 }
 
 TEST_F(TimersTest, TheDescriptorIsReadableOnceTheEarliestDeadlineHasPassed) {
-    const auto isReadable = [&](int milliseconds) {
-        pollfd poll = {timers.descriptor(), POLLIN, 0};
-        return ::poll(&poll, 1, milliseconds) == 1;
-    };
     ASSERT_NE(timers.open(), -1);
     add(1, uint64_t{1} << 62, 11);
-    EXPECT_FALSE(isReadable(0));
+    EXPECT_FALSE(isReadable(timers.descriptor()));
     add(2, 0, 12);
-    EXPECT_TRUE(isReadable(-1));
+    EXPECT_TRUE(isReadable(timers.descriptor(), -1));
     EXPECT_EQ(fireAll(0), std::vector<uint32_t>{12});
     timers.arm();
-    EXPECT_FALSE(isReadable(0));
+    EXPECT_FALSE(isReadable(timers.descriptor()));
     add(3, 0, 13);
-    EXPECT_TRUE(isReadable(-1));
+    EXPECT_TRUE(isReadable(timers.descriptor(), -1));
     EXPECT_EQ(cancel(3), 13u);
-    EXPECT_FALSE(isReadable(0));
+    EXPECT_FALSE(isReadable(timers.descriptor()));
 }
 
 TEST_F(TimersTest, TheKernelIsAskedAgainOnlyForAnEarlierDeadline) {

@@ -1,7 +1,6 @@
 // Doorbells that cannot be rung for want of kernel memory, and wake states that somebody has garbled.
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "tests/host/interposed.h"
 #include "tests/kit/child.h"
 #include "tests/kit/pipe_writes.h"
+#include "tests/kit/readable.h"
 
 namespace linx {
 namespace {
@@ -35,7 +35,7 @@ protected:
         KnownEndpoint two{"two"};
         ScopedDescriptor descriptor{linx_get_descriptor(receiver)};
 
-        bool isReadable() const { return UnrungTest::isReadable(descriptor, 0); }
+        bool isReadable() const { return ::isReadable(descriptor.get()); }
     };
 
     static void acquaint(Scene& scene) {
@@ -49,10 +49,6 @@ protected:
     static void sendWithoutRing(Scene& scene) {
         const FailingWrites failing(ENOMEM);
         sendNumber(scene.one, scene.receiver.spid, 2);
-    }
-    static bool isReadable(const ScopedDescriptor& descriptor, int milliseconds) {
-        pollfd readable = {descriptor.get(), POLLIN, 0};
-        return poll(&readable, 1, milliseconds) == 1;
     }
 
     void garble(Spid spid, uint32_t state) { slotOf(spid).wakeState.storeRelaxed(wake_state::word(spid, state)); }
@@ -84,9 +80,9 @@ TEST_F(UnrungTest, WhoCouldNotRingForAnAnswerDoesSoWithItsNextOperation) {
     LINX* late = linx_open("late", 0, nullptr);
     interposed::reset();
     failing.reset();
-    EXPECT_FALSE(isReadable(descriptor, 0));
+    EXPECT_FALSE(isReadable(descriptor.get()));
     LinxSignal* signal = linx_alloc(late, 4, 3);
-    EXPECT_TRUE(isReadable(descriptor, 0));
+    EXPECT_TRUE(isReadable(descriptor.get()));
     EXPECT_EQ(receiveNumber(hunter), static_cast<uint32_t>(LINX_OS_HUNT_SIG));
     EXPECT_EQ(linx_free_buf(late, &signal), 0);
     EXPECT_EQ(linx_close(late), 0);
@@ -122,7 +118,7 @@ TEST_F(UnrungTest, ASenderInAPollLoopIsCalledToPayItsDebt) {
     const ScopedDescriptor descriptor(linx_get_descriptor(scene.one));
     sendWithoutRing(scene);
     EXPECT_FALSE(scene.isReadable());
-    EXPECT_TRUE(isReadable(descriptor, 10000)) << "nothing else wakes it";
+    EXPECT_TRUE(isReadable(descriptor.get(), 10000)) << "nothing else wakes it";
     EXPECT_EQ(receiveNumber(scene.one), 0u);
     EXPECT_TRUE(scene.isReadable());
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
@@ -135,7 +131,7 @@ TEST_F(UnrungTest, WhoHasPaidItsDebtIsCalledNoMore) {
     sendWithoutRing(scene);
     EXPECT_EQ(receiveNumber(scene.one), 0u);
     EXPECT_TRUE(scene.isReadable());
-    EXPECT_FALSE(isReadable(descriptor, 30)) << "it was to be called after a millisecond";
+    EXPECT_FALSE(isReadable(descriptor.get(), 30)) << "it was to be called after a millisecond";
     EXPECT_EQ(receiveNumber(scene.receiver), 2u);
 }
 
@@ -285,7 +281,7 @@ TEST_F(UnrungTest, WhoFindsItsReceiverDeadAfterASendLooksForWhatThatOneHadSent) 
     signal = linx_alloc(one, 4, 3);
     EXPECT_EQ(linx_send(one, &signal, peer), 0) << "it was received before the peer died";
     EXPECT_FALSE(mayDie);
-    EXPECT_TRUE(isReadable(descriptor, 0));
+    EXPECT_TRUE(isReadable(descriptor.get()));
     interposed::reset();
     EXPECT_EQ(receiveNumber(one), 77u);
 }

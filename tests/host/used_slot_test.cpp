@@ -1,6 +1,5 @@
 // A slot that has had an endpoint before, of which somebody still knows.
 
-#include <poll.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -15,6 +14,7 @@
 #include "tests/kit/child.h"
 #include "tests/kit/failing_new.h"
 #include "tests/kit/file_memory.h"
+#include "tests/kit/readable.h"
 
 namespace linx {
 namespace {
@@ -172,10 +172,9 @@ TEST_F(UsedSlotTest, LivesOnWhenItsEarlierUserIsIntroducedTooLate) {
     LinxSignal* notice = linx_alloc(supervisor, 4, 9);
     ASSERT_NE(linx_attach(supervisor, &notice, next.spid), 0u);
     introduce(ended, supervisor.spid);
-    pollfd readable = {descriptor.get(), POLLIN, 0};
-    ASSERT_EQ(poll(&readable, 1, 0), 1);
+    ASSERT_TRUE(isReadable(descriptor.get()));
     EXPECT_EQ(receiveNumber(supervisor), 0u);
-    EXPECT_EQ(poll(&readable, 1, 0), 0) << "the introduction is to be read, and nothing to come of it";
+    EXPECT_FALSE(isReadable(descriptor.get())) << "the introduction is to be read, and nothing to come of it";
     sendNumber(supervisor, next.spid, 1);
     EXPECT_EQ(receiveNumber(next), 1u);
     sendNumber(next, supervisor.spid, 2);
@@ -282,8 +281,7 @@ TEST_F(UsedSlotTest, TheEndThatAFailedAttachMeetsIsStillTold) {
         linxtest::newThatFails = n;
         attached = linx_attach(supervisor, &notice, next.spid);
         linxtest::newThatFails = 0;
-        pollfd readable = {descriptor.get(), POLLIN, 0};
-        EXPECT_EQ(poll(&readable, 1, 0), 1) << "new " << n;
+        EXPECT_TRUE(isReadable(descriptor.get())) << "new " << n;
         EXPECT_EQ(receiveNumber(supervisor), awaited) << "new " << n;
     }
     EXPECT_EQ(receiveNumber(supervisor), other);

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <cerrno>
 #include <thread>
@@ -14,6 +13,7 @@
 #include "tests/host/memory_arena.h"
 #include "tests/kit/deliver.h"
 #include "tests/kit/domain_test.h"
+#include "tests/kit/readable.h"
 
 namespace linx {
 namespace {
@@ -178,8 +178,7 @@ TEST_F(WakeUpTest, NoWakeUpIsLostBetweenTwoSendersAndASleeper) {
         doorbell::drain(ownDoorbell.get(), records);
         slot.wakeState.storeSeqCst(wake_state::word(receiver, wake_state::parked));
         if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) {
-            pollfd poll = {ownDoorbell.get(), POLLIN, 0};
-            ASSERT_EQ(::poll(&poll, 1, -1), 1);
+            ASSERT_TRUE(isReadable(ownDoorbell.get(), -1));
         }
         slot.wakeState.exchangeSeqCst(wake_state::word(receiver, wake_state::awake));
         stack::walk(arena, stack::claimAll(slot.mailbox, slot.mailboxClaim, stack::empty), [&](BlockRef) { --left; });

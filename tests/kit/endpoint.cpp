@@ -1,12 +1,13 @@
 #include "tests/kit/endpoint.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <utility>
+
+#include "tests/kit/readable.h"
 
 Endpoint::Endpoint(const std::string& name, uint32_t options) : linx_(linx_open(name.c_str(), options, nullptr)) {
     EXPECT_NE(linx_, nullptr) << name << ": " << std::strerror(errno);
@@ -38,10 +39,5 @@ int Endpoint::descriptor() {
 }
 
 bool Endpoint::pollFor(int milliseconds) {
-    pollfd readable = {descriptor(), POLLIN, 0};
-    int ready;
-    do {
-        ready = poll(&readable, 1, milliseconds);
-    } while (ready == -1 && errno == EINTR);
-    return ready == 1;
+    return isReadable(descriptor(), milliseconds);
 }

@@ -1,6 +1,5 @@
 // The library's endpoints in processes of their own.
 
-#include <poll.h>
 #include <syslog.h>
 
 #include <cerrno>
@@ -9,6 +8,7 @@
 
 #include "directory/LinxServerNameList.h"
 #include "ipc/linxIpc.h"
+#include "tests/kit/readable.h"
 #include "tests/kit/role.h"
 #include "tests/kit/signals.h"
 #include "tests/kit/whole_arena_test.h"
@@ -361,8 +361,7 @@ TEST_F(Library, APollLoopHearsEveryMessage) {
     endpoint.RegisterHandler(news, count, &heard);
     int result;
     do {
-        pollfd readable = {endpoint.Descriptor(), POLLIN, 0};
-        ASSERT_EQ(poll(&readable, 1, limit), 1) << "asleep after " << heard;
+        ASSERT_TRUE(isReadable(endpoint.Descriptor(), limit)) << "asleep after " << heard;
         result = endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr);
     } while (result == 0 || result == ETIMEDOUT);
     EXPECT_EQ(result, ESHUTDOWN);

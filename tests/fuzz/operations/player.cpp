@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "tests/fuzz/claim.h"
+#include "tests/kit/readable.h"
 
 namespace fuzz {
 namespace {
@@ -23,15 +24,6 @@ constexpr uint32_t modestBytes = 256u << 10;
 void expectError(int expected, const char* operation) {
     claim(errno == expected,
           std::string(operation) + " fails with " + std::strerror(expected) + ", not: " + std::strerror(errno));
-}
-
-bool isReadable(int descriptor, int milliseconds) {
-    pollfd readable = {descriptor, POLLIN, 0};
-    int ready;
-    do {
-        ready = ::poll(&readable, 1, milliseconds);
-    } while (ready == -1 && errno == EINTR);
-    return ready == 1;
 }
 
 }  // namespace
