@@ -5,20 +5,15 @@
 
 #include "tests/cost/looks.h"
 #include "tests/host/endpoints.h"
+#include "tests/kit/small_arena.h"
 
 namespace linx {
 namespace {
 
 using cost::looksOf;
 using linxtest::KnownEndpoint;
-using linxtest::ScopedVariable;
 
-/// Set before the test opens anything, being a base that comes first.
-struct FourMegabytes {
-    ScopedVariable megabytes{"LINX_ARENA_MB", "4"};
-};
-
-class FullArenaCost : private FourMegabytes, public linxtest::ArenaDomainTest {
+class FullArenaCost : private linxtest::SmallArena, public linxtest::ArenaDomainTest {
 protected:
     static bool canAllocate(LINX* linx, uint32_t size) {
         LinxSignal* signal = linx_alloc(linx, size, 1);

@@ -7,6 +7,7 @@
 #include "tests/crash/site.h"
 #include "tests/host/answering.h"
 #include "tests/kit/child.h"
+#include "tests/kit/small_arena.h"
 
 namespace linx {
 namespace {
@@ -43,12 +44,7 @@ TEST_F(MendingTest, ADeathInItLeavesAHuntThatWasBeingAnsweredPending) {
     expectStillPending();
 }
 
-/// Set before anything is opened, being a base that comes first.
-struct FourMegabytes {
-    linxtest::ScopedVariable megabytes{"LINX_ARENA_MB", "4"};
-};
-
-class LeasingTest : private FourMegabytes, public RecoveryTest {};
+class LeasingTest : private linxtest::SmallArena, public RecoveryTest {};
 
 TEST_F(LeasingTest, ADeathInItLosesNothingWhateverLiesInThePages) {
     constexpr uint32_t gap = 2;

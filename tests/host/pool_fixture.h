@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tests/host/endpoints.h"
+#include "tests/kit/small_arena.h"
 
 namespace linx {
 
@@ -47,13 +48,7 @@ protected:
     linxtest::KnownEndpoint two{"two"};
 };
 
-/// Set before PoolTest opens anything, being a base that comes first.
-struct FourMegabytes {
-    linxtest::ScopedVariable megabytes{"LINX_ARENA_MB", "4"};
-};
-
-/// Four mebibytes, of which each of two endpoints may have two.
-class TightTest : private FourMegabytes, public PoolTest {};
+class TightTest : private linxtest::SmallArena, public PoolTest {};
 
 }  // namespace linx
 

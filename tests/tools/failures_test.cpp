@@ -234,7 +234,7 @@ TEST_F(Spoilt, RandomBytesEverywhereAreWithstood) {
     }
 }
 
-class Dying : private SmallArena, public ProcessTest {};
+class Dying : private linxtest::SmallArena, public ProcessTest {};
 
 /// Opens, sends to itself and closes for ever.
 void comeAndGo(Shared<Counters>& counters, uint32_t self) {

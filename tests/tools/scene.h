@@ -10,6 +10,7 @@
 #include "tests/kit/child.h"
 #include "tests/kit/domain_test.h"
 #include "tests/kit/signals.h"
+#include "tests/kit/small_arena.h"
 #include "tests/tools/program.h"
 
 /// What this program, and so every process of a test, is called.
@@ -29,14 +30,9 @@ inline std::string contentOf(const std::string& path) {
     return content;
 }
 
-/// As small as a domain may be: what reads all of it is done soon.
-struct SmallArena {
-    const linxtest::ScopedVariable size{"LINX_ARENA_MB", "4"};
-};
-
 /// Two processes. `server` has received a signal 100 and kept it; two signals 200 and one 300 wait for it. It hunts
 /// for a name that nobody opens. `client` has sent all of that.
-class SceneTest : private SmallArena, public ProcessTest {
+class SceneTest : private linxtest::SmallArena, public ProcessTest {
 protected:
     SceneTest() {
         server = std::make_unique<Child>([](Line& test) {
