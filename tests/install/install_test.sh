@@ -194,19 +194,18 @@ TheToolsAreAComponentOfTheirOwn() {
 
 # Also after use, and nobody else's files and directories.
 UninstallingLeavesNothing() {
-    local build=$SCRATCH/uninstalled place=$SCRATCH/uninstalled-prefix modules
+    local build=$SCRATCH/libraries place=$SCRATCH/uninstalled-prefix modules
     modules=$place/lib/python3/dist-packages
-    build_libraries "$build"
     rm -rf "$place"
     mkdir -p "$place/include" "$modules/__pycache__"
     touch "$place/include/other.h" "$modules/linx_other.py" "$modules/__pycache__/linx_other.cpython-311.pyc"
-    installed "$place" >"$build/before"
+    installed "$place" >"$SCRATCH/before"
     "$CMAKE" --install "$build" --prefix "$place" --component doc
     "$CMAKE" --install "$build" --prefix "$place"
     mkdir "$modules/pytest_linx/__pycache__"
     touch "$modules"/{__pycache__/linx.cpython-311.pyc,pytest_linx/__pycache__/scene.cpython-311.opt-1.pyc}
     "$CMAKE" --build "$build" --target uninstall
-    diff "$build/before" <(installed "$place") || fail "something is left, or too little"
+    diff "$SCRATCH/before" <(installed "$place") || fail "something is left, or too little"
     [[ -z $(find "$place" -name 'linxipc*' -o -name 'pytest_linx') ]] || fail "a directory is left"
     ! "$CMAKE" --build "$build" --target uninstall || fail "it was uninstalled twice"
 }
@@ -320,10 +319,7 @@ AnExternalBuildHasNothingOfTheHost() {
 
 # The machine's platform is ours here, but nobody told the library.
 AnExternalBuildRunsOnAPlatformThatTheMachineBrings() {
-    local build=$SCRATCH/brought place=$SCRATCH/brought-prefix program=$SCRATCH/brought/library_user flags
-    rm -rf "$place"
-    build_libraries "$build" -DLINXIPC_PLATFORM=external
-    "$CMAKE" --install "$build" --prefix "$place"
+    local place=$SCRATCH/external-prefix program=$SCRATCH/external/library_user flags
     read -ra flags < <(PKG_CONFIG_PATH=$place/$LIBDIR/pkgconfig pkg-config --cflags --libs linxipc)
     "$CXX" -std=c++17 "$SOURCE/tests/install/consumer/library_user.cpp" -o "$program" "${flags[@]}" "$platform"
     LD_LIBRARY_PATH=$place/$LIBDIR:$prefix/$LIBDIR run "$program" "round trip, ConfigMgr"
