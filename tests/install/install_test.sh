@@ -116,7 +116,9 @@ expect_manual() {
 }
 
 ThePagesOfTheManualAreInTheirSections() {
-    expect_manual "$prefix/$MANDIR" 137
+    local sections=137
+    [[ $LINKS != 1 ]] || sections=13578
+    expect_manual "$prefix/$MANDIR" "$sections"
 }
 
 TheManualIsAComponentOfItsOwn() {
@@ -162,7 +164,7 @@ installed() { (cd "$1" && find . -type f,l -printf '%P\n' | LC_ALL=C sort); }
 TheComponentsAreTheWhole() {
     local place=$SCRATCH/components-prefix component file
     rm -rf "$place"
-    for component in runtime dev tools testing python doc; do
+    for component in runtime dev tools link testing python doc; do
         "$CMAKE" --install "$BUILD" --prefix "$place/$component" --component "$component"
     done
     diff <(installed "$prefix") <(for component in "$place"/*; do installed "$component"; done | LC_ALL=C sort) ||
@@ -190,6 +192,23 @@ TheToolsAreAComponentOfTheirOwn() {
 	EOF
     [[ $(readelf -d "$place/bin/linx") != *@(LinxIpc|linxhost)* ]] || fail "it wants a library of the package"
     [[ $("${emulator[@]}" "$place/bin/linx" --version) == "linx $VERSION" ]] || fail "is not $VERSION"
+}
+
+TheLinksAreAComponentOfTheirOwn() {
+    local place=$SCRATCH/links-prefix
+    [[ $LINKS == 1 ]] || { echo "Skipped: linx-link was left out."; exit 77; }
+    rm -rf "$place"
+    "$CMAKE" --install "$BUILD" --prefix "$place" --component link
+    diff <(installed "$place") - <<-EOF || fail "other files of the links"
+	lib/systemd/system/linx-link.service
+	lib/sysusers.d/linx-link.conf
+	sbin/linx-link
+	${MANDIR}/man5/linx-link.conf.5
+	${MANDIR}/man8/linx-link.8
+	EOF
+    [[ $(readelf -d "$place/sbin/linx-link") != *RUNPATH* ]] || fail "it looks for libraries in a place of its own"
+    [[ $(LD_LIBRARY_PATH=$prefix/$LIBDIR "$place/sbin/linx-link" --version) == "linx-link $VERSION" ]] ||
+        fail "is not $VERSION"
 }
 
 # Also after use, and nobody else's files and directories.
