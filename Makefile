@@ -22,7 +22,7 @@ clean: ## Removes everything that was built
 
 # Tests
 
-test: ## Builds and runs all tests: release, then under the address and the thread sanitizer
+test: ## Builds and runs all tests: release, then under the address and, where there are threads, the thread sanitizer
 	@$(MAKE) test-release
 	@$(MAKE) test-asan
 	@$(MAKE) test-tsan
@@ -30,7 +30,7 @@ test: ## Builds and runs all tests: release, then under the address and the thre
 test-release: dependencies ## Builds and runs the tests as they ship
 test-debug: dependencies ## The same without optimisation
 test-asan: dependencies ## The same under the address and undefined-behaviour sanitizers
-test-tsan: dependencies ## The same under the thread sanitizer
+test-tsan: dependencies ## What has threads, under the thread sanitizer
 test-clang: clang-dependencies ## The same with clang++
 
 # Where addresses are shuffled further than the thread sanitizer can follow, its programs run unshuffled.

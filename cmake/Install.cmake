@@ -65,7 +65,8 @@ endif()
 set_target_properties(linxplatform PROPERTIES EXPORT_NAME platform)
 install(TARGETS linxplatform linxipc EXPORT linxipc)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY platform DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc FILES_MATCHING PATTERN "*.h"
+        PATTERN linx_link.h EXCLUDE)
 install(FILES ipc/linxIpc.h ipc/LogLevel.h ipc/ReservedSignal.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/linxipc/ipc)
 install(FILES directory/LinxServerNameList.h directory/e_Process.h
@@ -86,6 +87,16 @@ endforeach()
 if(TARGET linx)
   install(TARGETS linx COMPONENT tools)
   install(FILES man/linx.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+endif()
+
+if(TARGET linx-link)
+  set(LINXIPC_UNIT_DIR lib/systemd/system CACHE STRING "Where systemd's units are installed")
+  configure_file(link/systemd/linx-link.service.in ${PROJECT_BINARY_DIR}/link/linx-link.service @ONLY)
+  install(TARGETS linx-link RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT link)
+  install(FILES ${PROJECT_BINARY_DIR}/link/linx-link.service DESTINATION ${LINXIPC_UNIT_DIR} COMPONENT link)
+  install(FILES link/systemd/linx-link.sysusers DESTINATION lib/sysusers.d RENAME linx-link.conf COMPONENT link)
+  install(FILES man/linx-link.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT link)
+  install(FILES man/linx-link.conf.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT link)
 endif()
 
 # Beside the library that they load, with what tells pytest of its plugin.

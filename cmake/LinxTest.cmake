@@ -44,15 +44,19 @@ endfunction()
 # to run, under sanitizers and in an emulator, those with SHARDS run in that many parts. Cases are named after the program,
 # or the PREFIX.
 #
-# linx_add_test(NAME COMMAND word... [TIMEOUT seconds] [ENVIRONMENT VARIABLE=value...] [PROPERTIES name value...])
-# Any other test: a command that returns 0 when it has passed and 77 when this machine cannot run it.
+# linx_add_test(NAME COMMAND word... [LONG] [TIMEOUT seconds] [ENVIRONMENT VARIABLE=value...] [PROPERTIES name value...])
+# Any other test: a command that returns 0 when it has passed and 77 when this machine cannot run it. Those that are LONG
+# start first, or one of them would run on alone at the end.
 function(linx_add_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT;SHARDS;PREFIX" "SOURCES;LIBRARIES;COMMAND;ENVIRONMENT;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(arg "LONG" "TIMEOUT;SHARDS;PREFIX" "SOURCES;LIBRARIES;COMMAND;ENVIRONMENT;PROPERTIES" ${ARGN})
   if(arg_COMMAND)
     add_test(NAME ${name} COMMAND ${arg_COMMAND})
     set_tests_properties(${name} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77 ENVIRONMENT "${arg_ENVIRONMENT}")
     if(arg_TIMEOUT)
       set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
+    endif()
+    if(arg_LONG)
+      set_tests_properties(${name} PROPERTIES COST 100)
     endif()
     if(arg_PROPERTIES)
       set_tests_properties(${name} PROPERTIES ${arg_PROPERTIES})

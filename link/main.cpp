@@ -4,9 +4,10 @@
 
 int main(int argc, char** argv) {
     CLI::App app{
-        "Makes endpoints on other machines reachable here, and some of here reachable there: one process a node, for all "
-        "of its links."};
+        "Makes endpoints on other machines reachable here, and some of here reachable there: one process a node, "
+        "for all of its links."};
     app.require_subcommand(0, 1);
+    app.set_version_flag("--version", std::string("linx-link " LINXIPC_VERSION));
 
     std::string path;
     app.add_option("CONFIG", path, "the configuration; runs until SIGTERM");

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "link/program/service_manager.h"
 #include "log/LogLevel.h"
 #include "platform/LogClient.h"
 
@@ -76,7 +77,14 @@ Node::Node(const Setup& setup, ZmqEngine& engine)
 }
 
 void Node::run(int stop) {
-    while (!isReadable(stop)) rest(turn(), stop);
+    ServiceManager manager;
+    manager.ready();
+    while (!isReadable(stop)) {
+        const Time deadline = turn();
+        manager.tellStatus(std::to_string(upCount()) + " of " + std::to_string(links_.size()) + " links are up");
+        rest(std::min(deadline, manager.keepAlive(now())), stop);
+    }
+    manager.stopping();
     takeLeave();
 }
 
@@ -143,18 +151,19 @@ void Node::tellOfStrangers() {
     note("turned away for their keys so far: " + std::to_string(strangers));
 }
 
-bool Node::isUp() {
+size_t Node::upCount() {
+    size_t count = 0;
     for (size_t i = 0; i < board_.size(); ++i) {
-        if (board_.peer(PeerNumber(i)).session() != nullptr) return true;
+        if (board_.peer(PeerNumber(i)).session() != nullptr) ++count;
     }
-    return false;
+    return count;
 }
 
 void Node::takeLeave() {
     const Time latest = now() + longestLeave;
     for (size_t i = 0; i < board_.size(); ++i) board_.peer(PeerNumber(i)).leave(latest);
     Time deadline = turn();
-    while (isUp() && now() < 2 * longestLeave + latest) {
+    while (upCount() != 0 && now() < 2 * longestLeave + latest) {
         rest(deadline, -1);
         deadline = turn();
     }

@@ -25,7 +25,7 @@ private:
     void tell(const LinkConfiguration& link, const Event& event);
     void tellOfTrouble(size_t link);
     void tellOfStrangers();
-    bool isUp();
+    size_t upCount();
     void takeLeave();
 
     ZmqEngine& engine_;

@@ -116,7 +116,9 @@ expect_manual() {
 }
 
 ThePagesOfTheManualAreInTheirSections() {
-    expect_manual "$prefix/$MANDIR" 137
+    local sections=137
+    [[ $LINKS != 1 ]] || sections=13578
+    expect_manual "$prefix/$MANDIR" "$sections"
 }
 
 TheManualIsAComponentOfItsOwn() {
@@ -162,7 +164,7 @@ installed() { (cd "$1" && find . -type f,l -printf '%P\n' | LC_ALL=C sort); }
 TheComponentsAreTheWhole() {
     local place=$SCRATCH/components-prefix component file
     rm -rf "$place"
-    for component in runtime dev tools testing python doc; do
+    for component in runtime dev tools link testing python doc; do
         "$CMAKE" --install "$BUILD" --prefix "$place/$component" --component "$component"
     done
     diff <(installed "$prefix") <(for component in "$place"/*; do installed "$component"; done | LC_ALL=C sort) ||
@@ -192,21 +194,37 @@ TheToolsAreAComponentOfTheirOwn() {
     [[ $("${emulator[@]}" "$place/bin/linx" --version) == "linx $VERSION" ]] || fail "is not $VERSION"
 }
 
+TheLinksAreAComponentOfTheirOwn() {
+    local place=$SCRATCH/links-prefix
+    [[ $LINKS == 1 ]] || { echo "Skipped: linx-link was left out."; exit 77; }
+    rm -rf "$place"
+    "$CMAKE" --install "$BUILD" --prefix "$place" --component link
+    diff <(installed "$place") - <<-EOF || fail "other files of the links"
+	lib/systemd/system/linx-link.service
+	lib/sysusers.d/linx-link.conf
+	sbin/linx-link
+	${MANDIR}/man5/linx-link.conf.5
+	${MANDIR}/man8/linx-link.8
+	EOF
+    [[ $(readelf -d "$place/sbin/linx-link") != *RUNPATH* ]] || fail "it looks for libraries in a place of its own"
+    [[ $(LD_LIBRARY_PATH=$prefix/$LIBDIR "$place/sbin/linx-link" --version) == "linx-link $VERSION" ]] ||
+        fail "is not $VERSION"
+}
+
 # Also after use, and nobody else's files and directories.
 UninstallingLeavesNothing() {
-    local build=$SCRATCH/uninstalled place=$SCRATCH/uninstalled-prefix modules
+    local build=$SCRATCH/libraries place=$SCRATCH/uninstalled-prefix modules
     modules=$place/lib/python3/dist-packages
-    build_libraries "$build"
     rm -rf "$place"
     mkdir -p "$place/include" "$modules/__pycache__"
     touch "$place/include/other.h" "$modules/linx_other.py" "$modules/__pycache__/linx_other.cpython-311.pyc"
-    installed "$place" >"$build/before"
+    installed "$place" >"$SCRATCH/before"
     "$CMAKE" --install "$build" --prefix "$place" --component doc
     "$CMAKE" --install "$build" --prefix "$place"
     mkdir "$modules/pytest_linx/__pycache__"
     touch "$modules"/{__pycache__/linx.cpython-311.pyc,pytest_linx/__pycache__/scene.cpython-311.opt-1.pyc}
     "$CMAKE" --build "$build" --target uninstall
-    diff "$build/before" <(installed "$place") || fail "something is left, or too little"
+    diff "$SCRATCH/before" <(installed "$place") || fail "something is left, or too little"
     [[ -z $(find "$place" -name 'linxipc*' -o -name 'pytest_linx') ]] || fail "a directory is left"
     ! "$CMAKE" --build "$build" --target uninstall || fail "it was uninstalled twice"
 }
@@ -320,10 +338,7 @@ AnExternalBuildHasNothingOfTheHost() {
 
 # The machine's platform is ours here, but nobody told the library.
 AnExternalBuildRunsOnAPlatformThatTheMachineBrings() {
-    local build=$SCRATCH/brought place=$SCRATCH/brought-prefix program=$SCRATCH/brought/library_user flags
-    rm -rf "$place"
-    build_libraries "$build" -DLINXIPC_PLATFORM=external
-    "$CMAKE" --install "$build" --prefix "$place"
+    local place=$SCRATCH/external-prefix program=$SCRATCH/external/library_user flags
     read -ra flags < <(PKG_CONFIG_PATH=$place/$LIBDIR/pkgconfig pkg-config --cflags --libs linxipc)
     "$CXX" -std=c++17 "$SOURCE/tests/install/consumer/library_user.cpp" -o "$program" "${flags[@]}" "$platform"
     LD_LIBRARY_PATH=$place/$LIBDIR:$prefix/$LIBDIR run "$program" "round trip, ConfigMgr"

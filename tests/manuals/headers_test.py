@@ -55,7 +55,8 @@ def declared(name):
 
 class Everything(unittest.TestCase):
     def test_every_operation_and_class_has_a_page_and_nothing_else_has_one(self):
-        expected = {f'{name}.3' for name in [*OPERATIONS, *CLASSES]} | {'linx.1', 'linxipc.7'}
+        programs = {'linx.1', 'linx-link.8', 'linx-link.conf.5'}
+        expected = {f'{name}.3' for name in [*OPERATIONS, *CLASSES]} | programs | {'linxipc.7'}
         self.assertEqual(expected, set(PAGES))
         self.assertEqual(15, len(OPERATIONS))
 

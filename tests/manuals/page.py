@@ -65,5 +65,5 @@ class Page:
     def examples(self):
         """The displays of the examples, each with the language that the comment before it says; None without one."""
         for line, before, text in self.displays('EXAMPLES'):
-            mark = re.fullmatch(r'\.\\" example: (c|c\+\+|shell)', before)
+            mark = re.fullmatch(r'\.\\" example: (c|c\+\+|shell|toml)', before)
             yield Example(mark and mark[1], line, text)

@@ -38,7 +38,10 @@ def installed():
         for path in Path(place).rglob('*'):
             if path.is_symlink() or path.is_file():
                 name = str(path.relative_to(place))
-                if not name.startswith('lib/python3/'):
+                if name.startswith('lib/systemd/'):
+                    yield name  # debian/rules puts units where this Debian has them
+                    continue
+                if not name.startswith(('lib/python3/', 'lib/sysusers.d/')):
                     name = re.sub(f'^{re.escape(library)}/', 'lib/machine/', name)
                 yield 'usr/' + name
 

@@ -32,8 +32,9 @@ void talk(const linxtest::TestDomain& domain, const std::string& own, const std:
     uint32_t sent = 0;
     LinxSpid from = 0;
     uint32_t next = 0;
+    bool isHeldUp = false;
     while (!seen.finish) {
-        const std::optional<Received> received = receive(endpoint, to == 0 ? shortWait : 0);
+        const std::optional<Received> received = receive(endpoint, to == 0 || isHeldUp ? shortWait : 0);
         if (received && received->number == LINX_OS_HUNT_SIG) {
             to = received->sender;
             ASSERT_NE(0u, attach(endpoint, to, notice));
@@ -59,8 +60,10 @@ void talk(const linxtest::TestDomain& domain, const std::string& own, const std:
         payload.insert(payload.begin(), number, number + sizeof sent);
         if (!received || received->number != notice) {
             const int failure = sendBytes(endpoint, to, item, payload);
-            ASSERT_TRUE(failure == 0 || failure == ECONNRESET) << failure;
-            ++sent;
+            // The link falls behind where the machine is busy; then the memory for more comes back as it catches up.
+            isHeldUp = failure == ENOMEM;
+            ASSERT_TRUE(failure == 0 || failure == ECONNRESET || isHeldUp) << failure;
+            if (!isHeldUp) ++sent;
         }
         if (sent % 64 == 0) usleep(1000);
     }

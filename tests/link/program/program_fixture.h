@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "tests/kit/domain.h"
+
 namespace linktest {
 
 /// What a command has written and how it has ended.
@@ -25,18 +27,21 @@ inline std::string contentOf(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-/// A socket that listens on a port of its own.
+/// A socket that listens at an address of its own. It stays this process's when the socket has gone: the number of
+/// the process stands in it, so nobody else is given the port meanwhile.
 class TakenPort {
 public:
     TakenPort() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = htonl(host());
         socklen_t size = sizeof address;
         EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), size), 0);
         EXPECT_EQ(listen(socket_, 1), 0);
         EXPECT_EQ(getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-        address_ = "tcp://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+        char text[INET_ADDRSTRLEN] = {};
+        inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+        address_ = std::string("tcp://") + text + ":" + std::to_string(ntohs(address.sin_port));
     }
     ~TakenPort() { close(socket_); }
     TakenPort(const TakenPort&) = delete;
@@ -45,11 +50,14 @@ public:
     const std::string& address() const { return address_; }
 
 private:
+    /// In 127.0.0.0/8, whose upper half nobody but these tests listens in. Process numbers have 22 bits at most.
+    static uint32_t host() { return 0x7f800000u | (static_cast<uint32_t>(getpid()) & 0x3fffffu); }
+
     int socket_;
     std::string address_;
 };
 
-/// A directory with two keys, in which linx-link is run.
+/// A directory with two keys, in which linx-link is run, and a domain for what does not name another.
 class ProgramTest : public testing::Test {
 protected:
     ProgramTest() {
@@ -83,6 +91,7 @@ protected:
         return "[[link]]\nname = \"" + name + "\"\npeer = \"" + peer + "\"\n";
     }
 
+    const linxtest::TestDomain defaultDomain;
     std::string directory;
     std::string ownKey;
     std::string peerKey;

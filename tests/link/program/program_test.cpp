@@ -45,6 +45,15 @@ TEST_F(ProgramTest, CheckTellsWhatARightConfigurationMeans) {
                                      "\nlink          toVp0, dials tcp://10.0.0.2:7400\n");
 }
 
+TEST_F(ProgramTest, TheExamplesAreInOrder) {
+    for (const std::string name : {"main.conf", "vp0.conf"}) {
+        configure(linktest::contentOf(std::string(LINX_LINK_EXAMPLES "/") + name), name);
+        const Transcript transcript = run("check " + name);
+        EXPECT_EQ(transcript.status, 0) << transcript.errors;
+        EXPECT_THAT(transcript.output, HasSubstr(name + " is in order.\n"));
+    }
+}
+
 TEST_F(ProgramTest, TheKeyLiesBesideTheConfigurationWhereverItIsCalledFrom) {
     configure("key = \"link.key\"\n" + linkTo(peerKey) + "connect = \"tcp://10.0.0.2:7400\"\n");
     const Transcript transcript = run("--help && cd / && '" LINX_LINK "' check '" + directory + "/link.conf'");

@@ -15,15 +15,18 @@ protected:
         setenv("LINX_LOG", "stderr", 1);
         unsetenv("LINX_LOG_LEVEL");
         address = TakenPort().address();  // and free again
-        configure("key = \"link.key\"\nlisten = \"" + address + "\"\n" + linkTo(peerKey, "toPeer"), "own.conf");
+        configure("key = \"link.key\"\ndomain = \"" + ownDomain.path() + "\"\nlisten = \"" + address + "\"\n" +
+                      linkTo(peerKey, "toPeer"),
+                  "own.conf");
         dialFrom("peer.key");
     }
     void dialFrom(const std::string& key) {
-        configure(
-            "key = \"" + key + "\"\n" + linkTo(ownKey, "toOwn") + "connect = \"" + address + "\"\ntolerance = 500\n",
-            "peer.conf");
+        configure("key = \"" + key + "\"\ndomain = \"" + defaultDomain.path() + "\"\n" + linkTo(ownKey, "toOwn") +
+                      "connect = \"" + address + "\"\ntolerance = 500\n",
+                  "peer.conf");
     }
 
+    const linxtest::TestDomain ownDomain;
     std::string address;
 };
 
