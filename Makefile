@@ -2,7 +2,7 @@
 
 .DEFAULT_GOAL := help
 MAKEFLAGS += --no-print-directory
-.PHONY: $(shell sed -n 's/^\([a-z-]*\):.*/\1/p' $(firstword $(MAKEFILE_LIST)))
+.PHONY: $(shell sed -n 's/^\([a-z0-9-]*\):.*/\1/p' $(firstword $(MAKEFILE_LIST)))
 
 # $(call build,PRESET,TARGET...): configures quietly and builds; everything where no target is named.
 build = @cmake --preset $1 >/dev/null && cmake --build --preset $1 $(if $2,--target $2)
@@ -11,7 +11,7 @@ build = @cmake --preset $1 >/dev/null && cmake --build --preset $1 $(if $2,--tar
 option = $(if $2,$1 $2)
 
 help: ## Lists the targets
-	@awk -F ':.*## ' '/^[a-z-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
+	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
 demo: dependencies ## Builds and runs the demonstration device; ARGS='--help' tells its options
 	$(call build,release,linx-demo)
@@ -47,10 +47,13 @@ build-for = @cmake --preset release -B build/$1 --toolchain $(CURDIR)/cmake/$1.c
             cmake --build build/$1 $(if $3,--target $3)
 test-on = @ctest --test-dir build/$1 --output-on-failure --no-tests=error --parallel 4
 
-test-powerpc: powerpc-dependencies ## The same for 32-bit big-endian PowerPC Linux, run by an emulator
-	@echo "== powerpc"
-	$(call build-for,powerpc)
-	$(call test-on,powerpc)
+test-powerpc: ## The same for 32-bit big-endian PowerPC Linux, run by an emulator
+test-aarch64: ## The same for 64-bit ARM Linux
+test-armhf: ## The same for 32-bit ARM Linux
+test-powerpc test-aarch64 test-armhf: test-%: %-dependencies
+	@echo "== $*"
+	$(call build-for,$*)
+	$(call test-on,$*)
 
 test-mixed: mixed-dependencies ## Runs processes of 32 and of 64 bits in one domain
 	@echo "== mixed"
@@ -143,14 +146,15 @@ fuzz-dependencies: clang-dependencies
 mutants-dependencies: dependencies
 	@scripts/install-dependencies python3 git
 
-mixed-dependencies: dependencies
-	@scripts/install-dependencies g++-i686-linux-gnu qemu-user-static googletest
-
 bench-dependencies:
 	@scripts/install-dependencies libzmq3-dev libnng-dev libiceoryx-posh-dev iceoryx dbus-daemon gnuplot-nox valgrind
 
-powerpc-dependencies:
-	@scripts/install-dependencies g++-powerpc-linux-gnu qemu-user-static googletest
+powerpc-dependencies: packages = g++-powerpc-linux-gnu
+aarch64-dependencies: packages = g++-aarch64-linux-gnu
+armhf-dependencies: packages = g++-arm-linux-gnueabihf
+mixed-dependencies: packages = g++-i686-linux-gnu
+powerpc-dependencies aarch64-dependencies armhf-dependencies mixed-dependencies:
+	@scripts/install-dependencies $(packages) qemu-user-static googletest
 
 docs-dependencies: dependencies
 	@scripts/install-dependencies doxygen python3-markdown

@@ -1,9 +1,9 @@
-# What toolchain files for another machine have in common, which say `machine`, as Debian calls it: its cross compiler.
+# What toolchain files for another machine have in common, which say its `triplet`: Debian's cross compiler.
 set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_C_COMPILER ${machine}-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER ${machine}-linux-gnu-g++)
+set(CMAKE_C_COMPILER ${triplet}-gcc)
+set(CMAKE_CXX_COMPILER ${triplet}-g++)
 
-set(CMAKE_FIND_ROOT_PATH /usr/${machine}-linux-gnu)
+set(CMAKE_FIND_ROOT_PATH /usr/${triplet})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -1,5 +1,5 @@
 # 32-bit x86 Linux, for machines of 64 bits. Some of those run such programs themselves; an emulator runs them on others.
-set(machine i686)
+set(triplet i686-linux-gnu)
 include(${CMAKE_CURRENT_LIST_DIR}/debian-cross.cmake)
 set(CMAKE_SYSTEM_PROCESSOR i686)
 

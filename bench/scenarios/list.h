@@ -16,6 +16,8 @@ std::unique_ptr<Scenario> makeCrowdedSend();
 std::unique_ptr<Scenario> makeBacklog();
 std::unique_ptr<Scenario> makeIdle();
 std::unique_ptr<Scenario> makeMemory();
+std::unique_ptr<Scenario> makeFootprint();
+std::unique_ptr<Scenario> makeDomain();
 std::unique_ptr<Scenario> makeCopy();
 
 std::vector<std::unique_ptr<Scenario>> allScenarios();

@@ -1,10 +1,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 
 #include "bench/harness/crew.h"
+#include "bench/harness/footprint.h"
 #include "bench/harness/shared.h"
 #include "bench/harness/workspace.h"
 #include "bench/scenarios/burst_endpoint.h"
@@ -15,30 +14,19 @@ namespace bench {
 
 namespace {
 
-/// What this process takes, alone and of the domain's memory.
-struct Footprint {
-    double arena, own, descriptors;
-};
-
+/// What this process has to itself, and the whole of the domain's memory.
 Footprint look(const std::string& domain) {
-    Footprint now = {};
+    Footprint now = footprintOf("self");
     struct stat arena = {};
     check(stat((domain + "/arena").c_str(), &arena) == 0, "no arena");
-    now.arena = static_cast<double>(arena.st_blocks) * 512;
-    std::ifstream sums("/proc/self/smaps_rollup");
-    for (std::string line; std::getline(sums, line);) {
-        if (line.rfind("Anonymous:", 0) != 0) continue;
-        now.own = std::stod(line.substr(line.find(':') + 1)) * 1024;
-    }
-    const std::filesystem::directory_iterator open("/proc/self/fd");
-    now.descriptors = static_cast<double>(std::distance(begin(open), end(open)));
+    now.shared = static_cast<double>(arena.st_blocks) * 512;
     return now;
 }
 
 void putGrowth(FigureSheet& sheet, const std::string& what, const Footprint& before, const Footprint& after,
                std::size_t count) {
     const auto each = static_cast<double>(count);
-    sheet.put((what + "_shared_bytes").c_str(), (after.arena - before.arena) / each);
+    sheet.put((what + "_shared_bytes").c_str(), (after.shared - before.shared) / each);
     sheet.put((what + "_private_bytes").c_str(), (after.own - before.own) / each);
 }
 

@@ -12,12 +12,12 @@ wait "$harness" || { cat "$results.txt"; exit 1; }
 has() {
     grep -q "\"scenario\":\"$1\",\"peer\":\"$2\"" "$results" || { echo "no $1 of $2"; exit 1; }
 }
-for scenario in round-trip stream fan-in relay ring idle; do
+for scenario in round-trip stream fan-in relay ring idle footprint; do
     for peer in LinxIpc SEQPACKET; do
         has "$scenario" "$peer"
     done
 done
-for scenario in relay-hop endpoints crowded-send backlog memory; do
+for scenario in relay-hop endpoints crowded-send backlog memory domain; do
     has "$scenario" LinxIpc
 done
 for scenario in round-trip stream fan-in relay copy; do
