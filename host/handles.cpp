@@ -15,7 +15,7 @@ namespace {
 constexpr ProcessMutex& mutex = forks::handlesMutex();
 uint32_t nextEntry = 0;  ///< goes round, so that the entry used again is the one unused for longest
 
-// No thread of a child may have been between lock and unlock.
+// Held during forks, so that no child finds it locked.
 const int registered = forks::atFork([] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); });
 
 }  // namespace

@@ -20,9 +20,9 @@ struct LINX {
 
 namespace linx {
 
-/// The handles of this process. A handle is the address of an entry in a table, so that any pointer at all can be
-/// told from a handle without following it; entries are used again the oldest first, so that a closed handle is told
-/// for long. Any thread may use the table.
+/// The handles of this process. A handle is the address of a table entry, so that any pointer can be checked without
+/// dereferencing it; the entry free for longest is reused first, so that closed handles are recognised for long. Any
+/// thread may use the table.
 namespace handles {
 
 /// Gives out a handle for the endpoint; null when there are too many.

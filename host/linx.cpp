@@ -59,8 +59,8 @@ bool isName(const char* text, size_t& length) {
     return false;
 }
 
-// The operations that go at once most of the time, for the other times. Inlined, each would have every call save
-// registers that it alone needs: 2 to 8 instructions.
+// The full versions of the operations that have a fast path. Inlined, each would have every call save registers that
+// only it needs: 2 to 8 instructions.
 
 [[gnu::noinline]] LinxSignal* allocateInFull(LINX* linx, uint32_t size, uint32_t number) {
     Endpoint* endpoint = enter(linx);
@@ -136,7 +136,7 @@ int linx_get_descriptor(LINX* linx) {
 int linx_close(LINX* linx) {
     Endpoint* endpoint = linx::handles::endpointOf(linx);
     if (endpoint == nullptr) return refuse(-1);
-    // Also without a claim to it: then only this process's copy goes.
+    // If another process has it, only this copy is closed.
     const Endpoint::Departure departure = endpoint->leave();
     if (departure == Endpoint::Departure::refused) return -1;
     const int keptErrno = errno;

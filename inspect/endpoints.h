@@ -14,8 +14,8 @@ namespace linx {
 namespace inspect {
 
 enum class State {
-    running,   ///< inside a receive, or has been told of signals that it has not come for yet
-    sleeping,  ///< has nothing to come for: waits for that, or does something else
+    running,   ///< inside a receive, or rung for signals that it has not received yet
+    sleeping,  ///< has nothing to receive: waits, or does something else
     stopped,   ///< its process is
     dead,      ///< its process has ended, and nobody has cleared up after it yet
     ended

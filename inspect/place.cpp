@@ -12,7 +12,7 @@ namespace linx {
 namespace inspect {
 namespace {
 
-/// Asked by name first, since opening some files does something to them.
+/// Checked by name first, since opening some files has side effects.
 int openRegular(int directory, const char* name, int links) {
     struct stat status;
     if (fstatat(directory, name, &status, links == O_NOFOLLOW ? AT_SYMLINK_NOFOLLOW : 0) == -1) return -1;

@@ -100,7 +100,7 @@ private:
         return doorbells_.count(spid) == 0 || found_.count(spid) != 0 ? Spid::none : spid;
     }
 
-    /// What /proc calls a descriptor is readable by its owner where the descriptor is.
+    /// A descriptor's /proc link is owner-readable if the descriptor is readable.
     bool reads(int descriptors, const char* descriptor, Spid spid) const {
         struct stat access;
         struct stat file;
@@ -160,7 +160,7 @@ std::optional<pid_t> lockHolderOf(int file) {
         unsigned major = 0;
         unsigned minor = 0;
         uintmax_t inode = 0;
-        // Those who wait for it follow with an arrow.
+        // Lines of waiting processes have an arrow.
         const char* format = "%*[0-9]: FLOCK %*s %*s %d %x:%x:%ju";
         if (std::sscanf(line.c_str(), format, &pid, &major, &minor, &inode) != 4 || inode != status.st_ino) continue;
         if (makedev(major, minor) == status.st_dev && pid > 0) return pid;

@@ -24,7 +24,7 @@ struct Process {
 /// None when there is no such process, or it may not be seen.
 std::optional<Process> processOf(pid_t pid);
 
-/// Whose doorbells lie in the directory, of a domain; none in -1.
+/// Spids of the doorbells in a domain's directory; none for -1.
 std::vector<Spid> doorbellsIn(int directory);
 
 /// The processes that have endpoints in the domain whose directory this is, as far as they may be seen: those that

@@ -24,8 +24,8 @@ void forEachSignal(const Arena& arena, Visit visit) {
     arena.forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
         const Spid owner = spidOf(slot.life.loadRelaxed());
         if (!isOpen(arena, owner)) return;
-        // Links that lead to where another walk has been, or round in a circle, are garbage: the walks together are
-        // no longer than there are blocks.
+        // Links into another walk, or round in a circle, are garbage: so all walks together visit each block at most
+        // once.
         stack::walkWhile(arena, stack::refOf(slot.mailbox.loadRelaxed()), [&](BlockRef block) {
             if (!isInFlightTo(block->owner.loadRelaxed(), index) || !met.insert(block.ref).second) return false;
             visit(Where::queued, owner, block);

@@ -52,9 +52,9 @@ private:
         return true;
     }
 
-    /// Copies the table until two copies agree on whose each entry is: who takes a slot writes that first, so the
-    /// older of the two is of one owner, but for counts that say nothing of the name; who takes a hunt writes it
-    /// last, and the hash of the name decides. Entries that change hands all the time are left out.
+    /// Copies the table until two copies agree on the owner of each entry. A new user of a slot writes the owner
+    /// first, so the older copy is of one owner, but for counts unrelated to the name; a new user of a hunt writes it
+    /// last, and the hash of the name decides. Entries that keep changing owners are left out.
     bool copyTable(const Table& table) {
         constexpr int rounds = 8;
         const size_t bytes = table.count * table.entryBytes;

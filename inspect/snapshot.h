@@ -10,13 +10,13 @@ namespace linx {
 namespace inspect {
 
 /*
- * An arena as it was a moment ago: its tables and the heads of its blocks, in memory of one's own, where all that
- * reads an arena reads them.
+ * A recent copy of an arena: its tables and the heads of its blocks, in private memory, where any code that reads an
+ * arena can read them.
  *
- * It is read and not mapped. Whoever touches a mapped page that has no memory gives it some, and is ended where there
- * is none, or where the file is cut short; a read returns nothing, or fails. And nobody changes what has been
- * checked. No lock is taken, so its parts are of moments that lie a little apart: a signal on its way may be in two
- * places or in none. The name in an entry of a table is that of its owner; counts beside it may be a moment older.
+ * The file is read, not mapped. Touching a mapped page without memory allocates some, and ends the process if there
+ * is none or the file is cut short; a read returns nothing, or fails. And nobody changes what has been checked. No
+ * lock is taken, so its parts are of slightly different moments: a signal on its way may be in two places or in none.
+ * The name in an entry of a table is that of its owner; counts beside it may be a moment older.
  */
 class Snapshot {
 public:

@@ -40,8 +40,8 @@ struct LinxIpc::Arrival {
         return number == e_WaitGoesOnSignal || number == e_ShutdownSignal || number == e_ProcessDiedSignal;
     }
 
-    /// The result of a receive from `peer` that this reserved signal ends; none when it waits for another. Logs a
-    /// death in either case, and why the wait ends. Cold, as what a receive passes on its way to a message is not.
+    /// The result of a receive from `peer` that this reserved signal ends; none if the wait goes on. Logs a death in
+    /// either case, and why the wait ends. Cold: not on the path of ordinary messages.
     [[gnu::cold]] std::optional<int> logAndConclude(const std::string& peer) const {
         if (number == e_WaitGoesOnSignal) return std::nullopt;
         if (number == e_ShutdownSignal) {

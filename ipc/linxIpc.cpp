@@ -22,7 +22,7 @@ namespace {
 constexpr std::uint32_t maxPayload = 65536 - numberSize;
 constexpr std::uint32_t huntTimeout = 100;  // milliseconds
 constexpr unsigned maxAttempts = 32;
-constexpr int sendFailed = -2;  // of an attempt to notify: apart from what Notify returns, 0, -1 and errno values
+constexpr int sendFailed = -2;  // result of an attempt to notify, unlike those of Notify: 0, -1, errno values
 constexpr int noSignal = 1;
 constexpr int notSupported = 1;
 constexpr const char* unknownSender = "unknown";
@@ -211,7 +211,7 @@ int LinxIpc::Receive(int timeout, unsigned type, const std::string& from, IpcMes
                         : HandleArrivalsWithCopy(from, timeout, type, msg);
 }
 
-/// Takes signals until one ends the wait. `peer` is awaited, a name that nothing changes meanwhile.
+/// Takes signals until one ends the wait. `peer`, the awaited name, must not change meanwhile.
 int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type, IpcMessage* msg) {
     if (linx == nullptr) return refused(logText::receiveUninitialized);
     IpcMessage& message = msg != nullptr ? *msg : rxMessage;
@@ -232,8 +232,8 @@ int LinxIpc::HandleArrivals(const std::string& peer, int timeout, unsigned type,
     }
 }
 
-/// Does so with a copy of the awaited name, as `from` may be a name of the endpoint's own that changes meanwhile.
-/// Cold: inlined, it would cost every receive that awaits no peer 17 instructions.
+/// The same with a copy of the name, as `from` may be a name of the endpoint's own that changes meanwhile. Cold:
+/// inlined, it would cost every receive that awaits no peer 17 instructions.
 [[gnu::cold]] int LinxIpc::HandleArrivalsWithCopy(const std::string& from, int timeout, unsigned type,
                                                   IpcMessage* msg) {
     const std::string peer = from;

@@ -224,19 +224,18 @@ public:
     int Receive(int timeout, unsigned type, const std::string& from, IpcMessage* msg);
 
     /// One turn of a main loop: receives and dispatches any signal, and pets the watchdog after a message or a quiet
-    /// time-out. Returns the watchdog's result, or that of the receive when it had another end: then nothing is
-    /// petted.
+    /// time-out. Returns the watchdog's result, or the receive's if that ended otherwise and nothing was petted.
     int Receive(Watchdog& watchdog, int timeout);
 
     /// Searches for the endpoint `destination`, for up to 100 ms, and remembers what it finds. An endpoint that was
     /// not found is remembered as absent: no call searches for it again or sends to it until a signal from it has
-    /// been received, be it the late answer to the search. An endpoint that is known stays as it is remembered,
+    /// been received, which may be the late answer to the search. A known endpoint stays as it is remembered,
     /// whatever the search finds. Returns 0 when the search was answered, else -1. `logErrors` only switches the log
     /// lines about failures.
     int ResolveDestination(const std::string& destination, bool logErrors);
 
     /// The sender of the message last received into `rxMessage`. `notHunted` becomes 0 when that name is remembered,
-    /// be it as absent, and 1 when it is not. The reference is valid until the next call on this endpoint.
+    /// even as absent, and 1 when it is not. The reference is valid until the next call on this endpoint.
     const std::string& MessageOriginator(int& notHunted);
 
     /// Asks for a signal of the number `type`, without payload, from `peer` when it ends. Every call asks for one

@@ -8,7 +8,7 @@
 
 namespace linx {
 
-/// A block as the arena finds it, with what was learnt of it on the way. None while `block` is null.
+/// A block found in the arena, with its reference and size class. None if `block` is null.
 struct BlockRef {
     Block* block = nullptr;
     Ref ref = Ref::none;
@@ -20,8 +20,8 @@ struct BlockRef {
 };
 
 /// The mapped arena: finds slots, hunts and blocks in it. What it hands out lies inside the mapping and has memory,
-/// whatever the words of the arena say, so that nobody who scribbles over it can lead another process out of it, nor
-/// to a page that a full file system cannot give. Any thread may use it.
+/// whatever the arena contains: a process that scribbles over it cannot lead another outside the mapping, or to a
+/// page that a full file system cannot back. Any thread may use it.
 class Arena {
 public:
     /// `base` is the mapping of `file`, whose header has been checked; `pageCount` and the mapping's length agree.
@@ -114,10 +114,9 @@ private:
     const KnownMemory pages_;
 };
 
-/// Finds blocks as `Arena::blockAt` does, more cheaply where one lies in the same page as the one before: most blocks
-/// of a chain do. It remembers what that page holds, which stays true for as long as one of its blocks is in use.
-/// Whoever looks for blocks that came later has to have it forgotten: the page may have been leased anew, for blocks
-/// of another size.
+/// Finds blocks as `Arena::blockAt` does, but more cheaply if one is in the same page as the one before, as most
+/// blocks of a chain are. It caches that page's layout, which is valid as long as one of its blocks is in use. Call
+/// forget() before looking for blocks that came later: the page may have been leased anew with another block size.
 ///
 /// Callgrind counts 22 instructions for each block of a walk along neighbours of one line, and 64 without this; where
 /// no block lies beside the one before, 97. A pool that pops a block asks it, too, whether the next one is one.
@@ -130,7 +129,7 @@ public:
         starts_ = 0;
     }
 
-    /// Whether a block of the class lies at `ref`, as far as that can be told by the one before.
+    /// Whether a block of the class lies at `ref`, as far as the cached page tells.
     bool knows(Ref ref, SizeClassId sizeClass) const {
         return pageOf(ref) == page_ && sizeClass == sizeClass_ && (starts_ >> lineInPage(ref) & 1) != 0;
     }

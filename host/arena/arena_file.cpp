@@ -30,8 +30,7 @@ uint32_t chosenPages() {
     return std::min(megabytes, maxMadeMegabytes) * pagesPerMegabyte;
 }
 
-/// Whether the kernel brings in whatever is mapped, as after mlockall(MCL_FUTURE): told by a page that nobody has
-/// touched.
+/// Whether new mappings are populated at once, as after mlockall(MCL_FUTURE): tested with an untouched page.
 bool isMemoryLocked() {
     const auto kernelPageBytes = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void* page = mmap(nullptr, kernelPageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -74,8 +73,8 @@ bool hasIdentity(const Header& header) {
            header.filePages.loadRelaxed() == firstPoolPage(pageCount) + pageCount;
 }
 
-/// Whether a call has failed that makes a file larger, or gives memory to it. What cannot be had, for want of room or
-/// by a limit of the process, is memory that has run out; the kernel sends a signal about such a limit besides.
+/// Whether a call that enlarges a file or gives memory to it failed. Lack of space and limits of the process become
+/// ENOMEM; the signal that the kernel sends about such a limit is discarded.
 template <class Call>
 bool fails(Call call) {
     SignalShield shield(SIGXFSZ);
@@ -152,19 +151,19 @@ ArenaMapping mapArenaFile(int file, uint32_t pageCount) {
     const int access = PROT_READ | PROT_WRITE;
     void* base = mmap(nullptr, bytes, sparingly ? PROT_NONE : access, MAP_SHARED, file, 0);
     if (base == MAP_FAILED) {
-        if (errno == EAGAIN) errno = ENOMEM;  // all that is mapped is locked, and this is more than may be
+        if (errno == EAGAIN) errno = ENOMEM;  // mappings are locked, and this exceeds the limit
         return nullptr;
     }
     ArenaMapping mapping(base, {bytes});
     if (!sparingly) return mapping;
-    // Without access nothing was brought in. What cannot be locked otherwise is better not locked than brought in.
+    // Without access nothing was brought in. If locking on fault fails, rather lock nothing than all.
     if (mlock2(base, bytes, MLOCK_ONFAULT) == -1) munlock(base, bytes);
     return mprotect(base, bytes, access) == 0 ? std::move(mapping) : nullptr;
 }
 
 bool reservePages(int file, uint32_t first, uint32_t count) {
-    // A signal has the kernel undo what it has begun: where they come one on the heels of another, large pieces would
-    // never be done.
+    // A signal makes the kernel undo what it has begun: if they come in rapid succession, large pieces would never be
+    // done.
     constexpr uint32_t smallPiece = 16;
     constexpr uint32_t largestPiece = 4096;
     uint32_t piece = smallPiece;

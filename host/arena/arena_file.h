@@ -26,8 +26,8 @@ struct Unmap {
 };
 using ArenaMapping = std::unique_ptr<void, Unmap>;
 
-/// Maps the file whole; null with errno. Where all memory to come is to be locked (mlockall), what is mapped is
-/// locked page by page as it is touched, and not brought in as a whole.
+/// Maps the whole file; null with errno. If all future memory is to be locked (mlockall), pages are locked one by one
+/// when touched, instead of all at once.
 ArenaMapping mapArenaFile(int file, uint32_t pageCount);
 
 /// Gives memory to pages `first` to `first + count - 1` of the file, so that a full file system is an error here and

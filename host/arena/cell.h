@@ -6,9 +6,8 @@
 
 namespace linx {
 
-/// What a word of the arena is made of. Checks that watch every access to shared memory bring a cell of their own:
-/// they put a folder with a header of this path in front of the include search, and everything else stays the shipped
-/// source.
+/// The storage of a word of the arena. Checkers that watch every access to shared memory replace it: they put a
+/// folder with a header of this path first in the include path, and compile all other sources as shipped.
 using Cell = std::atomic<uint32_t>;
 
 }  // namespace linx

@@ -6,8 +6,8 @@
 namespace linx {
 
 /// The central free lists: the blocks that nobody owns and no endpoint keeps for itself, a list for each size class.
-/// Which blocks belong there stands in the blocks (no owner, no home); the lists only make them quick to find and can
-/// be made anew from that. Under the domain lock.
+/// The blocks themselves say whether they belong there (no owner, no home); the lists only speed up finding them and
+/// can be rebuilt. Under the domain lock.
 namespace central {
 
 inline bool isHomeless(const Block& block) {
@@ -22,7 +22,7 @@ inline void disown(Block& block) {
     block.owner.storeRelease(OwnerWord::free);
 }
 
-/// The same for a block that was left behind or not come for; it also comes off the books of its home.
+/// The same for a block left behind by its owner; also subtracts it from the share of its home.
 void abandon(const Arena& arena, BlockRef block);
 
 /// Pushes a disowned block.

@@ -27,7 +27,7 @@ Joined& joined() {
     return *all;
 }
 
-// A child gets the mutexes of this process as they are: no thread of it may be between lock and unlock.
+// A child copies this process's mutexes as they are: hold them during the fork.
 void beforeFork() {
     forks::domainsMutex().lock();
     FileLock::beforeFork();
@@ -43,9 +43,9 @@ void afterForkInChild() {
 
 const int registered = forks::atFork(beforeFork, afterForkInParent, afterForkInChild);
 
-/// The domain of this arena, if the process has joined it. By the file and not by the path: a domain that was removed
-/// and made again is another one. One whose descriptors the program has closed is left to the endpoints that it has.
-/// The numbers of `fresh` have been free until just now.
+/// The domain of this arena, if the process has joined it. Compared by file, not by path: a domain removed and made
+/// again is another one. One whose descriptors the program has closed is left to its endpoints. The numbers of
+/// `fresh` were free until just now.
 std::shared_ptr<Domain> findJoined(Joined& all, const struct stat& status, const std::array<int, 2>& fresh) {
     const auto isFresh = [&](int descriptor) {
         return std::find(fresh.begin(), fresh.end(), descriptor) != fresh.end();
@@ -57,7 +57,7 @@ std::shared_ptr<Domain> findJoined(Joined& all, const struct stat& status, const
         if (!domain->lock().identity().isOf(status)) return false;
         const bool wereClosed = isFresh(domain->directory()) || isFresh(domain->lock().file());
         if (wereClosed || !domain->lock().hasItsFiles()) {
-            // For good: numbers that this process is given again must not make two locks of one open file.
+            // For good: a reused descriptor number must not give two locks one open file.
             domain->lock().giveUp();
             return true;
         }
@@ -123,7 +123,7 @@ std::shared_ptr<Domain> Domain::mapPlace(Place& place) {
     if (pageCount == 0) return nullptr;
     ArenaMapping mapping = mapArenaFile(place.file.get(), pageCount);
     if (mapping == nullptr) return nullptr;
-    // What the lock belongs to must not be mapped. One after the other, so that no further descriptor is wanted.
+    // The lock's open file must not be the mapped one. Close before opening, to need no extra descriptor.
     place.file.reset();
     place.file.reset(FileLock::open(FileLock::Identity(place.status), place.directory.get(), arenaFileName));
     if (place.file.get() == -1) return nullptr;

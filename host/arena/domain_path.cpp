@@ -18,7 +18,7 @@ std::string defaultPath() {
     return "/dev/shm/linx." + std::to_string(geteuid());
 }
 
-/// In a place where anybody may make directories, one of our name may be somebody else's trap.
+/// Whether the path is a default of ours, which lie where any user could plant a directory.
 bool isOursToChoose(const std::string& path) {
     const std::string own = defaultPath();
     return path == own || path.compare(0, own.size() + 1, own + ".") == 0;

@@ -29,7 +29,7 @@ void forEachHunt(const Arena& arena, Visit visit) {
     }
 }
 
-/// Forgets that entries behind the last one in use ever were: the walks above stay short.
+/// Lowers huntsUsed to the last entry in use, which keeps the walks above short.
 void trimHunts(const Arena& arena);
 
 }  // namespace linx

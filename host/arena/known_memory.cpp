@@ -13,8 +13,8 @@ namespace linx {
 namespace {
 
 /// Whether a mapped page may be touched, without touching it: to wake sleepers on a word of it, of which there are
-/// none, the kernel has to look at the page, and where this process would be ended by a look the call fails. Whatever
-/// else it may say, it does not say that the page is missing.
+/// none, the kernel has to access the page, and fails with EFAULT where an access would end this process. No other
+/// error means that the page is missing.
 bool mayBeTouched(const char* page) {
     return syscall(SYS_futex, page, FUTEX_WAKE, 0, nullptr, nullptr, 0) != -1 || errno != EFAULT;
 }

@@ -25,15 +25,15 @@ public:
           entries_(entries),
           known_(file == -1 ? entries : 0) {}
 
-    /// Whether entry `index` may be touched. Also where it cannot be given memory it may, if it has some: others have
-    /// put it to use, and no refusal of the kernel may make theirs look like garbage. errno stays if so.
+    /// Whether entry `index` may be touched: it can be given memory, or has some already. An entry in use must not
+    /// look like garbage because the kernel refuses to reserve it. errno stays on true.
     bool has(uint32_t index) const { return isKnown(index) || learn(index); }
 
     /// Gives memory to the entries up to `index`, which are to be put to use. False with errno, ENOMEM when the file
     /// system is full.
     bool provide(uint32_t index) const { return isKnown(index) || reserve(index); }
 
-    // Relaxed: whoever reads the count has no other thread's word for anything else.
+    // Relaxed: the count publishes nothing else to other threads.
     bool isKnown(uint32_t index) const { return index < known_.load(std::memory_order_relaxed); }
 
     /// The first `used` entries that may be touched; fewer where that many have no memory.

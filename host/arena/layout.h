@@ -98,8 +98,8 @@ struct Header {
     Word quarantined;   ///< counts endings: the stamp that orders ended slots when the chain is rebuilt
     Word huntsUsed;     ///< hunt entries 0 to huntsUsed-1 may be in use
     Word pagesUsed;     ///< pages below have been leased at least once
-    Word longestGap;    ///< of these no more adjoin that are free again; perhaps fewer
-    Word gapHint;       ///< where the search for such goes on
+    Word longestGap;    ///< upper bound of adjoining free pages among these
+    Word gapHint;       ///< where the search for gaps resumes
     Word centralLines;  ///< in the lists below
     Word centralLeast;  ///< the least of that since memory was reclaimed last
     Word pressure;      ///< counts the times that memory ran out: each has endpoints give up what they keep
@@ -114,8 +114,8 @@ static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dir
               "the header's layout is shared by every process of the domain");
 static_assert(sizeof(Header) <= pageBytes, "the header fits its page");
 
-/// A 64-bit count of which only one process writes and anybody may read; a reader may catch the halves apart.
-/// Relaxed: it says nothing of anything else. Nor do `deepestQueue`, `sleeps` and `rings` of a slot.
+/// A 64-bit count that one process writes and any may read; a reader may see a torn value. Relaxed: it publishes
+/// nothing else. Nor do `deepestQueue`, `sleeps` and `rings` of a slot.
 struct Counter {
     Word low;
     Word high;

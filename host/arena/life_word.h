@@ -13,9 +13,9 @@ namespace linx {
  *   open as E     E is open
  *
  *   from           to             by whom
- *   never used     closed as E    who opens E, which takes the slot; and back if it cannot be opened
+ *   never used     closed as E    the opener of E, which takes the slot; and back if opening fails
  *   closed as D    closed as E    the same, D being the slot's last user
- *   closed as E    open as E      who opens E; or the repair, where that one has died in the middle [opened]
+ *   closed as E    open as E      the opener of E; or the repair, if that died half-way [opened]
  *   open as E      closed as E    E, which closes; or a reaper [ended]
  */
 enum class LifeWord : uint32_t { neverUsed = 0 };

@@ -61,7 +61,7 @@ Spid findName(const Arena& arena, const Name& name) {
         // [name].
         const LifeWord life = slot.life.loadAcquire();
         const Spid spid = spidOf(life);
-        // As isOpen: one that it denies could be found and not be reaped, for ever.
+        // As strict as isOpen: what that denies could never be reaped.
         const bool open = life == openAs(spid) && indexOf(spid) == index && wasUsed(arena, spid);
         if (open && slot.nameHash.loadRelaxed() == name.hash() &&
             name.equals(slot.name, slot.nameLength.loadRelaxed()) && slot.life.loadRelaxed() == life) {
@@ -95,8 +95,8 @@ void removeName(const Arena& arena, SlotIndex index) {
         const SlotIndex here = link->loadRelaxed();
         if (!arena.hasSlot(here)) return;
         if (here == index) {
-            // The removed slot keeps its own link, so a reader that stands on it goes on. Release [bucket]: the slot
-            // that is linked now was so far behind another's release.
+            // The removed slot keeps its link, so a reader that is at it goes on. Release [bucket]: until now another
+            // slot's release published the slot that is linked here.
             link->storeRelease(slot.nextInBucket.loadRelaxed());
             return;
         }

@@ -18,19 +18,19 @@ namespace linx {
  *   held           queued      its owner, which parks it
  *   queued         held        its owner, which receives it, or had parked it in vain
  *   held, queued   in flight   its owner, which is about to send it, or to give it back
- *   queued         in flight   who answers its owner's hunt; or its owner, out of memory to queue it after all
- *   in flight      queued      its owner, which takes its mailbox; who ends that one, or could not answer it
- *   in flight      held        its sender, which could not push it; or its owner, where it was an earlier one's
+ *   queued         in flight   the answerer of its owner's hunt; or its owner, to undo a failed queueing
+ *   in flight      queued      its owner, which takes its mailbox; the process that ends it, or fails to answer it
+ *   in flight      held        its sender, if the push failed; or its owner, if meant for an earlier user
  *   in flight      free        its owner, which takes what has come back
  *   held, queued   free        its owner, which keeps it in its pool
- *   any            free        who has the domain lock: of one that has ended, or for the central lists
+ *   any            free        the domain lock's holder: the owner has ended, or for the central lists
  *
  * An owner writes the next owner before it gives the block away; from then on the block is not its any more.
  *
- * An owner that one writes for oneself is relaxed: others ask for it only when one has died, and see it then [death],
- * or found the block in a chain of the past, and see it by [link] or [claim]. Before another's, `home` and `sender`
- * are written, and the owner is a release [owner]. The payload is no atomic and needs none: it goes with the
- * compare-and-swap [pushed] or the domain lock, and nobody but the owner touches it.
+ * An endpoint writes itself as owner relaxed: others read that only after its death, and see it then [death], or find
+ * the block in an old chain, and see it by [link] or [claim]. Before writing another owner, `home` and `sender` are
+ * written, and the owner is a release [owner]. The payload is not atomic and need not be: it is ordered by the
+ * compare-and-swap [pushed] or the domain lock, and only the owner touches it.
  */
 enum class OwnerWord : uint32_t { free = 0 };
 

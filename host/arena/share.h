@@ -11,10 +11,10 @@ namespace linx {
  * An endpoint's share of the pool: how many lines it is home to, as the slot counts them. Books, which publish
  * nothing: all of it is relaxed.
  *
- * Others take off the books what they make their own, and may be held up at it until the slot is another endpoint's.
- * So the word carries the lowest bits of the generation above the lines, and a process that finds other bits leaves
- * it alone. They could deceive a process that is held up between its look and its compare-and-swap while the slot is
- * used eight times, or a multiple of that, and comes back to the very same count; and no count falls below nothing.
+ * Others subtract the blocks that they make their own, perhaps only when the slot is another endpoint's. So the word
+ * carries the lowest bits of the generation above the lines, and a process that finds other bits leaves it alone.
+ * They would deceive only a process that is delayed between load and compare-and-swap while the slot is reused a
+ * multiple of eight times and returns to the very same count. No count falls below 0.
  */
 namespace share {
 

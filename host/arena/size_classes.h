@@ -10,7 +10,7 @@ constexpr uint32_t lineBytes = 64;    ///< blocks start on a cache line; referen
 constexpr uint32_t pageBytes = 4096;  ///< the arena is leased in pages
 constexpr uint32_t linesPerPage = pageBytes / lineBytes;
 
-/// A page of the pool, by its number among them: it goes as a number where one is wanted, and no other number as it.
+/// A page of the pool, by its number there. Converts to a number implicitly, but not from one.
 enum PageIndex : uint32_t {};
 
 /// The size of something in lines; as a number as well.

@@ -49,7 +49,7 @@ void rebuildQuarantine(const Arena& arena) {
     const uint32_t now = header.quarantined.loadRelaxed();
     struct Ended {
         SlotIndex index;
-        uint32_t age;  // and not the stamp: stamps wrap. Read once: an order that changes while it is sorted is none.
+        uint32_t age;  // not the stamp, as stamps wrap. Read once: keys must not change while they are sorted.
     };
     const std::unique_ptr<Ended[]> all(new (std::nothrow) Ended[slotCount]);
     Ended* last = all.get();

@@ -12,8 +12,8 @@ inline uint32_t milliseconds() {
     return static_cast<uint32_t>(now() / 1000000u);
 }
 
-/// Bounds what takes long, and holds up whoever needs the domain lock: all endpoints together do it for a ninth of
-/// the time at most, however many want it however often. Relaxed: the lock orders it [lock], and about right will do.
+/// Rate-limits slow work that delays others waiting for the domain lock: all endpoints together spend at most a ninth
+/// of the time on it. Relaxed: the lock orders it [lock], and approximate values will do.
 class Throttle {
 public:
     explicit Throttle(Pace& pace) : pace_(pace) {}
@@ -23,7 +23,7 @@ public:
         return milliseconds() - pace_.at.loadRelaxed() >= std::max(pauseFactor * (took / 1000u), shortestPause);
     }
 
-    /// Does `work`. What is done before it is due comes on top of what was done before.
+    /// Does `work`. If it was not due, its time is added to that of the run before.
     template <class Work>
     void run(Work work) const {
         const uint32_t before = isDue() ? 0 : pace_.took.loadRelaxed();
@@ -44,7 +44,7 @@ public:
 private:
     static constexpr uint32_t shortestPause = 10;     ///< milliseconds
     static constexpr uint32_t longestTime = 1000000;  ///< microseconds; what takes longer was stopped meanwhile
-    static constexpr uint32_t pauseFactor = 8;        ///< a pause is so many times as long as what was done before it
+    static constexpr uint32_t pauseFactor = 8;        ///< pause length as a multiple of the work before it
 
     static uint32_t microsecondsSince(uint64_t start) { return static_cast<uint32_t>((now() - start) / 1000u); }
 

@@ -9,8 +9,8 @@ namespace linx {
 /// The one type through which processes share memory: 32 bits, because the smallest machine that shares a domain has
 /// no wider atomic. Each operation carries its memory order in its name, so that a search lists every order in use.
 ///
-/// `T` says what the bits stand for, a number or an enum of that width: what is read from one kind of word does not
-/// get into another unnoticed. Whatever bits others may have left in it are a `T`.
+/// `T` is the type of the contents, a number or an enum of that width, so that values of different kinds of words
+/// cannot be mixed up. Any bits that others leave in it are a valid `T`.
 template <class T>
 class WordOf {
 public:
@@ -25,7 +25,7 @@ public:
     T exchangeSeqCst(T to) { return static_cast<T>(value_.exchange(numberOf(to), std::memory_order_seq_cst)); }
     T addRelaxed(T n) { return static_cast<T>(value_.fetch_add(numberOf(n), std::memory_order_relaxed)); }
 
-    /// On failure `expected` becomes the value found, and only that: what its writer wrote before need not show yet.
+    /// On failure `expected` becomes the value found, relaxed: its writer's earlier stores may not be visible yet.
     bool casSeqCst(T& expected, T to) {
         uint32_t found = numberOf(expected);
         if (value_.compare_exchange_strong(found, numberOf(to), std::memory_order_seq_cst, std::memory_order_relaxed))

@@ -32,7 +32,7 @@ struct Findings {
     std::string first() const { return broken.empty() && !smallerShares.empty() ? smallerShares.front() : broken; }
 };
 
-/// A thing of which there are many, or the header.
+/// What a finding is about: kind and number.
 struct Subject {
     template <class Number>
     Subject(const char* itsKind, Number itsNumber) : kind(itsKind), number(numberOf(itsNumber)) {}

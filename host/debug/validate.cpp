@@ -20,7 +20,7 @@ Findings validate(const Arena& arena, Grade grade) {
 }
 
 void requireOrder(const Arena& arena) {
-    // A look takes as long as the domain is large. Those who make it large leave the lock often.
+    // A check takes time in proportion to the domain, and large domains release the lock often.
     constexpr uint32_t everyTime = 64;
     static std::atomic<uint32_t> leavings{0};
     const uint32_t leaving = leavings.fetch_add(1, std::memory_order_relaxed);

@@ -13,13 +13,13 @@ enum class Grade {
     full    ///< each slot and block as well. REQUIRES that nobody is at work
 };
 
-/// Compares an arena with the invariants that stand in layout.h above what they speak of. REQUIRES the domain lock,
-/// and that it was not found dirty: repair() comes first.
+/// Checks an arena against the invariants in layout.h. REQUIRES the domain lock, and that it was not found dirty:
+/// repair() comes first.
 Findings validate(const Arena& arena, Grade grade);
 
-/// To be called by who is about to leave the domain lock: ends the process, and tells why, unless all that the lock
-/// guards is in order. Looks at first every time, then every now and then; and never where $LINX_VALIDATE is 0, which
-/// is for those who scribble over the arena.
+/// To be called before the domain lock is released: aborts with a message unless all that the lock guards is in
+/// order. Checks every time at first, then now and then; never if $LINX_VALIDATE is 0, which is for tests that
+/// scribble over the arena.
 void requireOrder(const Arena& arena);
 
 }  // namespace debug

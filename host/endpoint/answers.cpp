@@ -12,9 +12,9 @@
 namespace linx {
 namespace {
 
-/// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the order in which
-/// one who dies has written; others see it by the push [pushed] or the domain lock. False when the hunter could not
-/// be rung; without a descriptor for that the hunt stays pending.
+/// Posts a pending hunt's signal to its hunter, from the endpoint just opened. The releases keep the stores in order
+/// if this process dies; others are ordered by the push [pushed] or the domain lock. False when the hunter could not
+/// be rung; without a descriptor for it the hunt is pending.
 bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
     const Arena& arena = lock.arena();
     const HunterWord word = hunt.hunter.loadRelaxed();
@@ -26,8 +26,8 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
         const ScopedDescriptor doorbell(doorbell::open(lock.domain().directory(), hunter));
         if (doorbell.get() == -1 && errno != ENXIO && errno != ENOENT) return false;
         signal->owner.storeRelease(inFlightTo(hunter));
-        // From here on a signal that is back with the hunter has been answered: the hunter may have taken it out of
-        // its mailbox by the time that somebody asks.
+        // From here on, a signal that the hunter owns counts as answered: the hunter may have taken it out of its
+        // mailbox before a repair looks.
         hunt.hunter.storeRelease(answeredTo(hunter));
         signal->sender.storeRelease(found);
         // Dying before the push leaves the hunt pending, after it answered: see finishAnswering in repair.cpp. The
@@ -39,8 +39,8 @@ bool answer(const DomainLock& lock, Hunt& hunt, Spid found) {
             });
             rung = result == 0 || result == EPIPE;
         } else {
-            // A process died while it reaped the hunter: the next reaper takes what the hunter has, and not what a
-            // living endpoint may be about to push.
+            // A process died while reaping the hunter: the next reaper takes what the hunter owns, but not what is in
+            // flight from a live endpoint.
             signal->owner.storeRelease(queuedFor(hunter));
         }
     }

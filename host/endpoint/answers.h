@@ -9,8 +9,8 @@ namespace linx {
 /// Whether anybody hunts for `name`. Under the domain lock.
 bool isHunted(const Arena& arena, const Name& name);
 
-/// Answers all who hunt for `name`, under which `found` is open. False when somebody could not be answered: then
-/// it is to be tried again; or not be rung for it: then that is owed. Under the domain lock.
+/// Answers every hunt for `name`, which `found` has opened. False when a hunter could not be answered (to be retried)
+/// or could not be rung (the ring is owed). Under the domain lock.
 bool answerHunts(const DomainLock& lock, Spid found, const Name& name);
 
 }  // namespace linx

@@ -7,10 +7,10 @@
 
 namespace linx {
 
-/// What could not be done when it was due, and is tried again: rings and answers that others wait for, the dead to be
-/// reaped, memory that others want. While others wait for it, no receive sleeps for long. Nor before it has tried
-/// once to reap the dead, who may have left somebody asleep; after that they can wait: an endpoint that needs their
-/// names or their memory looks for them itself.
+/// Work that could not be done when it was due and is retried: rings and hunt answers, reaping dead peers, giving up
+/// memory. While others wait for any of it, no receive sleeps for long. Nor before it has tried once to reap the
+/// dead, which may have left a receiver asleep; after that they can wait: an endpoint that needs their names or their
+/// memory finds them itself.
 class Chores {
 public:
     Chores(const Identity& self, Ownership& ownership, Pool& pool, Peers& peers)
@@ -30,11 +30,11 @@ public:
         if (owesOthers() || !peers_.dead().empty() || pool_.isUnderPressure()) runAll();
     }
 
-    /// Tries the answers and the rings again before an operation, but once a tick of the kernel.
+    /// Retries the answers and the rings before an operation, at most once per kernel tick.
     void runBeforeOperation();
 
-    /// When what others wait for is to be tried again, in nanoseconds of the monotonic clock, less and less often;
-    /// Timers::never when there is no such thing.
+    /// When to retry what others wait for, in nanoseconds of the monotonic clock, at growing intervals; Timers::never
+    /// when nothing is owed to them.
     uint64_t due() const;
 
 private:
@@ -46,8 +46,8 @@ private:
     Pool& pool_;
     Peers& peers_;
     bool owesRings_ = false;
-    bool owesAnswers_ = false;  ///< and rings
-    uint64_t triedAt_ = 0;      ///< the tick in which an operation last tried to make that good
+    bool owesAnswers_ = false;  ///< only with owesRings_
+    uint64_t triedAt_ = 0;      ///< tick of the last retry by an operation
     uint32_t pause_ = 0;        ///< milliseconds until what others wait for is tried again
 };
 

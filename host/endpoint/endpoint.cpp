@@ -50,7 +50,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
                                            uint32_t options) {
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() == -1) return nullptr;
-    // Before the lock, since a wrong value is logged, and whoever reads the log may not come.
+    // Before the lock, since a bad value is logged, and writing the log may block.
     const SpinBudget budget = SpinBudget::fromEnvironment();
     std::vector<Sought> sought;
     std::unique_ptr<Endpoint> endpoint;
@@ -78,7 +78,7 @@ std::unique_ptr<Endpoint> Endpoint::openLocked(const DomainLock& lock, const std
     SlotReservation reservation(lock, name, options);
     if (!reservation) return nullptr;
     if (!watch(epoll.get(), reservation.doorbell().get(), EPOLLIN, event_tag::doorbell)) return nullptr;
-    // Who hunts for the name is answered with a descriptor that is put aside before.
+    // Answering hunts for the name takes a descriptor, which is set aside here.
     ScopedDescriptor spare;
     if (isHunted(domain->arena(), name) && !duplicate(epoll.get(), spare)) return nullptr;
     errno = ENOMEM;
@@ -124,7 +124,7 @@ void Endpoint::leaveDomain() {
     end();  // where somebody has removed the domain nobody can look for this endpoint any more
 }
 
-/// Nobody can be told that this has failed, and while a forked process has a copy nobody else sees to it.
+/// Retries: a failure cannot be reported, and while a forked copy lives, nobody reaps this endpoint.
 void Endpoint::end() {
     constexpr int attempts = 3;
     for (int left = attempts; left != 0 && !endInside(); --left) {
@@ -143,13 +143,13 @@ bool Endpoint::endInside() {
     reap(lock, peers_.dead().data(), peers_.dead().size());
     retire(lock, self_.spid, leavesNone ? Leftovers::none : Leftovers::held);
     inbox_.closeDoorbell();
-    // Whoever holds the doorbell has been told by that, unless a forked process still has a copy of it. Under the
-    // domain lock: should this process die meanwhile, the repair tells.
+    // Closing it tells all holders of the doorbell, unless a forked process still has a copy of it. Done under the
+    // domain lock: if this process dies here, the repair tells them.
     if (doorbell.get() == -1 || !doorbell::isDead(doorbell.get())) tellOfEnds(*domain_);
     return true;
 }
 
-/// Whether an operation may begin when it is not clear at once.
+/// The slow path of enter(): whether an operation may begin.
 bool Endpoint::enterInDoubt() {
     switch (ownership_.enter()) {
         case Ownership::Entry::entered:
@@ -170,7 +170,7 @@ bool Endpoint::enterInDoubt() {
     return false;
 }
 
-/// The endpoint is another process's: nothing of this copy may keep its end from being noticed.
+/// The endpoint is another process's: this copy must not hide its end from others.
 void Endpoint::letGo() {
     inbox_.closeDoorbell();
     peers_.abandon();
@@ -193,8 +193,8 @@ int Endpoint::descriptor() {
     return givenDescriptor_;
 }
 
-/// After a failure for want of descriptors: disconnects from a peer. True when there is one now. errno stays where
-/// there is none.
+/// After running out of descriptors: disconnects a peer to free one. False, with errno unchanged, if that was not
+/// possible.
 bool Endpoint::makeRoom() {
     if (!peers_.makeRoom()) return false;
     updateReadiness();  // nothing tells any more of what that peer had sent last
@@ -209,8 +209,8 @@ LinxSignal* Endpoint::allocate(uint32_t size, uint32_t number) {
     return signal;
 }
 
-/// After a failed allocation: whether it is worth trying again. Each time that it is, a peer or somebody dead has
-/// gone. errno stays where it is not.
+/// After a failed allocation: whether to try again. If so, a peer was disconnected or dead ones reaped, so retries
+/// end. If not, errno stays.
 bool Endpoint::makeRoomForSignal() {
     return makeRoom() || (errno == ENOMEM && peers_.reapKnownDead());
 }
@@ -280,7 +280,7 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
 Inbox::Wait Endpoint::await(const uint32_t* milliseconds, const uint32_t* selection, BlockRef& block) {
     using Wait = Inbox::Wait;
     if (!self_.isStillOpen()) return Wait::closed;
-    inbox_.wake();
+    inbox_.markAwake();
     inbox_.collect();
     block = inbox_.take(selection);
     if (block) return Wait::mail;
@@ -297,14 +297,14 @@ Inbox::Wait Endpoint::await(const uint32_t* milliseconds, const uint32_t* select
         block = inbox_.take(selection);
         if (block || ended == Wait::deadline || ended == Wait::closed) return ended;
         if (ended == Wait::event) continue;
-        noticeEvents();  // while others send without end what is not awaited, it never sleeps
+        noticeEvents();  // under a stream of unselected signals it never sleeps
         block = inbox_.take(selection);
         if (block) return ended;
     }
 }
 
-/// What a busy endpoint must not miss though its queue never runs dry. Out of memory it is put off while there is
-/// something in the queue, which needs none to be received.
+/// Handles what a busy endpoint whose queue never runs dry would miss. Out of memory, that waits while the queue
+/// holds signals, which take no memory to receive.
 void Endpoint::noticeEvents() {
     Pool& pool = signals_.pool();
     if (pool.isUnderPressure()) pool.yieldToPressure();
@@ -315,8 +315,8 @@ void Endpoint::noticeEvents() {
     }
 }
 
-/// Makes the descriptor true. It also becomes readable when what others wait for is to be tried again: the user may
-/// wait on nothing else.
+/// Updates the descriptor's readiness. A timer also makes it readable when owed chores are due: the user may wait on
+/// nothing else.
 void Endpoint::changeReadiness() {
     if (!self_.isStillOpen()) return;
     const int keptErrno = errno;
@@ -395,7 +395,7 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
         errno = ENOMEM;
     }
     if (reference != 0) {
-        signals_.park(block, self_.spid);
+        signals_.markQueued(block, self_.spid);
     } else {
         signals_.refuse(block, errno);
     }

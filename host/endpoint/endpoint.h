@@ -51,8 +51,8 @@ public:
 
     using Posted = Outbox::Posted;
 
-    // The same five as they go most of the time (fast_path.h). They enter by themselves, and exit, and leave
-    // everything as it was where it does not go at once: null, false, `refused` and 0 say so. Addresses are not null.
+    // The fast paths of these five (fast_path.h). They enter and exit by themselves. Where one does not apply it
+    // changes nothing and returns null, false, `refused` or 0. Addresses must not be null.
     LinxSignal* allocateAtOnce(uint32_t size, uint32_t number);
     bool freeAtOnce(LinxSignal** signal);
     Posted sendAtOnce(LinxSignal** signal, Spid to);

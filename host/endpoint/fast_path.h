@@ -4,10 +4,9 @@
 #include "host/endpoint/endpoint.h"
 
 /*
- * The operations as they go most of the time: no lock is wanted, nobody has to be woken, everybody is known. They lie
- * in a header, for linx.cpp, and call nothing, so that a signal passes through few instructions. One that finds
- * things otherwise leaves everything as it was; then the operation is done in full, from the start, by a function of
- * its own.
+ * The fast paths of the operations: no lock is needed, nobody has to be woken, all peers are known. They are in a
+ * header, for linx.cpp, and call no other functions, so that a signal costs few instructions. One that does not apply
+ * changes nothing; the operation is then done from the start by its full version.
  */
 namespace linx {
 

@@ -14,8 +14,7 @@ int Hunts::hunt(const Name& name, const BlockRef& signal) {
         const Spid found = findName(self_.arena(), name);
         if (found != Spid::none && (found == self_.spid || peers_.connect(found) != nullptr))
             return inbox_.append(signal, found);
-        // One that has died still has its name until it is reaped; any other trouble with its doorbell is the
-        // caller's.
+        // A dead endpoint keeps its name until it is reaped; any other doorbell failure is returned to the caller.
         if (found != Spid::none && (errno != ECONNRESET || !peers_.reap(found)))
             return signals_.refuse(signal, errno);
         Errand errand;
@@ -51,9 +50,9 @@ Hunts::Kept Hunts::keep(const Name& name, const BlockRef& signal, const Errand& 
     if (!self_.isStillOpen()) return Kept::failed;  // nobody would clear it up
     if (findName(self_.arena(), name) != Spid::none) return Kept::outdated;
     if (findLink(self_.arena(), name) != errand.link) return Kept::outdated;
-    signals_.park(signal, self_.spid);
+    signals_.markQueued(signal, self_.spid);
     int failure = addHunt(self_.arena(), self_.spid, name, signal.ref);
-    // There may be hunts of the dead, whom nobody has missed yet.
+    // Some entries may belong to dead endpoints not yet reaped.
     if (failure == ENOSPC && reapAllDeadIfDue(lock)) {
         failure = addHunt(self_.arena(), self_.spid, name, signal.ref);
     }

@@ -13,8 +13,8 @@ struct Identity {
 
     const Arena& arena() const { return domain.arena(); }
 
-    /// Whether the slot is still this endpoint's: one that was taken for dead, because somebody removed its doorbell,
-    /// must not touch what is another's by now.
+    /// Whether the slot is still this endpoint's. One reaped by mistake, because its doorbell file was removed, must
+    /// not touch what belongs to others by now.
     bool isStillOpen() const { return slot.life.loadRelaxed() == openAs(spid); }
 };
 

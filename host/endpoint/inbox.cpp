@@ -17,7 +17,7 @@
 namespace linx {
 namespace {
 
-constexpr uint64_t alone = 1000;  ///< nanoseconds of spinning after which an answer seems to want this processor
+constexpr uint64_t alone = 1000;  ///< nanoseconds of spinning before assuming that the peer needs this processor
 
 void relax() {
 #if defined(__x86_64__) || defined(__i386__)
@@ -45,9 +45,9 @@ Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, Sc
       budget_(budget),
       timeouts_(self_.arena(), epoll) {}
 
-void Inbox::wake() {
-    // An exchange, to learn whether a byte is in. One that a sender is about to write comes late, and is
-    // found in the doorbell by the next sleep.
+void Inbox::markAwake() {
+    // An exchange, to learn whether the doorbell holds a byte. One that a sender is still about to write is found by
+    // the next sleep.
     const WakeWord before = self_.slot.wakeState.exchangeSeqCst(wake_state::word(self_.spid, wake_state::awake));
     if (wake_state::stateOf(before) == wake_state::notified) byteIn_ = true;
     awake_ = true;
@@ -103,12 +103,12 @@ void Inbox::queueChain() {
     const Spid own = self_.spid;
     try {
         stack::walk(self_.arena(), claimedChain_, [&](BlockRef block) {
-            const OwnerWord owner = block->owner.loadAcquire();  // the take would do [pushed], as for the number
+            const OwnerWord owner = block->owner.loadAcquire();  // relaxed would do: ordered by [pushed]
             if (owner == inFlightTo(own)) {
                 queue_.append({block.ref, block.sizeClass}, block->signal.number);
                 block->owner.storeRelaxed(queuedFor(own));
             } else if (isInFlightTo(owner, indexOf(own))) {
-                // Sent to an earlier user of the slot: for the reaper it is this one's now.
+                // Sent to an earlier user of the slot: marked as this one's for a reaper.
                 block->owner.storeRelaxed(heldBy(own));
                 hasStrays_ = true;
             }
@@ -124,8 +124,8 @@ void Inbox::queueChain() {
     queue_.reverseLast(queue_.size() - before);
 }
 
-/// Frees what was sent to an earlier user of the slot by somebody who was held up: it ended with that one. Not before
-/// the whole chain has its owners, since freeing a block breaks the chain.
+/// Frees signals that a delayed sender meant for an earlier user of the slot, which has ended. Only after the whole
+/// chain has its owners, since freeing a block overwrites its link.
 void Inbox::freeStrays(Ref chain) {
     stack::walk(self_.arena(), chain, [&](BlockRef block) {
         if (block->owner.loadRelaxed() != heldBy(self_.spid)) return;
@@ -141,13 +141,13 @@ int Inbox::append(const BlockRef& block, Spid sender) {
     } catch (const std::bad_alloc&) {
         return signals_.refuse(block, ENOMEM);
     }
-    signals_.park(block, sender);
+    signals_.markQueued(block, sender);
     queue_.append({block.ref, block.sizeClass}, block->signal.number);
     return 0;
 }
 
 void Inbox::discardAll() {
-    if (!collectIfRoom()) signals_.keep();  // what is in the mailbox is looked for with what the user holds
+    if (!collectIfRoom()) signals_.keep();  // makes end() scan the arena for what is in the mailbox
     const uint32_t any[] = {0};
     while (const BlockRef block = take(any)) signals_.discard(block);
     for (Ref ref; (ref = timeouts_.takeAny()) != Ref::none;) signals_.discard(ref);
@@ -192,13 +192,13 @@ Inbox::Wait Inbox::sleep(uint64_t deadline, uint64_t latest) {
     const bool mayWait = deadline != 0;
     const bool sleeps = park() && mayWait;
     const uint64_t start = mayWait ? now() : 0;
-    // Also when a signal has forestalled the sleep: one may come each time, and time-outs and ends must not wait for
-    // the last.
+    // Also if a signal arrived just before the sleep: that may happen every time, and time-outs and ends must not
+    // starve.
     handleEvents(sleeps ? millisecondsUntil(std::min(deadline, latest), start) : 0);
     const uint64_t end = mayWait ? now() : 0;
     if (sleeps) budget_.sleptFor(end - start);
     if (waitFailed_ || !self_.isStillOpen()) return Wait::closed;
-    wake();
+    markAwake();
     return !mayWait || end >= deadline ? Wait::deadline : Wait::event;
 }
 
@@ -209,9 +209,9 @@ void Inbox::noticeEvents() {
     if (tick != eventsSeenAt_) {
         eventsSeenAt_ = tick;
         handleEvents(0);
-        // Of some ends only the doorbell tells. Awake before the bytes go, of which the wake state may say that one
-        // is in: then the end of the receive puts one back.
-        wake();
+        // Some ends are reported by the doorbell alone. Set awake before draining: the wake state may say notified,
+        // and the end of the receive then puts a byte back.
+        markAwake();
         drainDoorbell();
     }
     if (peers_.hasEnded()) collect();
@@ -258,7 +258,7 @@ void Inbox::drainDoorbell() {
         if (count == doorbell::capacity) peers_.missRecords();  // it was full
     } while (count == doorbell::capacity);
     Pool& pool = signals_.pool();
-    if (pool.isUnderPressure()) pool.yieldToPressure();  // the bytes may have told of that as well as of a signal
+    if (pool.isUnderPressure()) pool.yieldToPressure();  // a ring may also mean memory pressure
 }
 
 void Inbox::notifySelf() {
@@ -274,7 +274,7 @@ void Inbox::makeReadinessTrue() {
         const bool mayLack = queue_.empty() || peers_.mayHaveLeftMail() || peers_.hasEnded();
         if ((mayLack && !collectIfRoom()) || !queue_.empty()) break;
         if (!awake_ && !byteIn_) return;
-        // The byte first: one that a sender writes after it has seen parked must stay in.
+        // Drain before parking: a byte written by a sender that saw parked must stay.
         drainDoorbell();
         if (park() && !peers_.hasEnded()) return;
     }

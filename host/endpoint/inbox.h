@@ -18,7 +18,7 @@ namespace linx {
  * makeReadinessTrue(): the doorbell holds a byte while the queue or the mailbox holds a signal, and none once both
  * are empty.
  *
- * Out of memory functions throw std::bad_alloc unless they say otherwise; what could not be taken stays where it was,
+ * If memory runs out, functions throw std::bad_alloc unless they say otherwise; what could not be taken stays there,
  * and the next call tries again. Belongs to the endpoint's thread.
  */
 class Inbox {
@@ -36,9 +36,9 @@ public:
     };
 
     /// Begins to receive: from now on senders do not ring. Nothing has been taken yet.
-    void wake();
+    void markAwake();
 
-    /// Takes what has come into the queue: from the mailbox, then the notices of those who had ended before.
+    /// Moves new arrivals into the queue: the mailbox, then the notices of peers that ended before.
     void collect();
 
     /// The same. False when there was no memory for all of it.
@@ -69,7 +69,7 @@ public:
     /// Whether a busy endpoint, whose queue never runs dry, might miss something.
     bool mayMissEvents() const { return timeouts_.earliest() != Timers::never || peers_.supervising(); }
 
-    /// Takes notice of it: of time-outs, and once a tick of the kernel of the ends of peers.
+    /// Handles these: time-outs at once, ends of peers once per kernel tick.
     void noticeEvents();
 
     /// Whether a receive of any signal has nothing to do but to take an arrival: no time-out or end of a peer can be
@@ -91,7 +91,7 @@ public:
     /// Whether nothing waits in the queue.
     bool isEmpty() const { return queue_.empty(); }
 
-    /// Whether the descriptor may say something else than the queue.
+    /// Whether the descriptor may disagree with the queue.
     bool isReadinessInDoubt() const { return queue_.empty() || awake_ || !byteIn_ || peers_.mayHaveLeftMail(); }
     void makeReadinessTrue();
 
@@ -101,7 +101,7 @@ public:
     /// Discards all that has arrived, at the end of the endpoint.
     void discardAll();
 
-    /// Lets go of the doorbell, so that the end of the process that has the endpoint does not go unnoticed.
+    /// Closes this process's doorbell, which would hide the end of the endpoint from its holders.
     void closeDoorbell() { doorbell_.reset(); }
 
 private:

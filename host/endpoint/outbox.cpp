@@ -48,8 +48,8 @@ int Outbox::ring(const BlockRef& block, Peer& peer) {
 
 /// A signal was pushed onto the mailbox of a peer that has died.
 int Outbox::fail(const BlockRef& block, const Peer& peer) {
-    // The peer may have received the signal, and ended, since the push: then the signal has been sent. Otherwise it
-    // lies in the mailbox and goes with the peer. It is dead, so this is the last that it wrote [death].
+    // The peer may have received the signal before it died: then it counts as sent. Otherwise it is still in the
+    // mailbox and lost with the peer. The peer is dead, so its stores are final [death].
     const bool unread = block->owner.loadAcquire() == inFlightTo(peer.spid);
     peers_.end(peer);
     peers_.reapDeadIfDue();
@@ -59,16 +59,16 @@ int Outbox::fail(const BlockRef& block, const Peer& peer) {
     return -1;
 }
 
-/// A signal could not be pushed, since the peer has ended, or is about to: then it still has its name, and whoever is
-/// told of its end by now might find it again.
+/// A signal could not be pushed: the peer has ended or is being ended. In the latter case its end is not told yet, as
+/// its name could still be found.
 int Outbox::returnToSender(const BlockRef& block, const Peer& peer) {
     if (!isOpen(self_.arena(), peer.spid)) peers_.end(peer);
     return signals_.refuse(block, ECONNRESET);
 }
 
-/// There is a backlog in the peer's mailbox, and it did not ask to be rung. It is rung nevertheless, at most once a
-/// tick of the kernel (of many sends in one tick fewer and fewer ask the clock): it may have died, which its doorbell
-/// tells, or somebody has garbled its wake state and it sleeps. False when it has died.
+/// The peer's mailbox has a backlog, but it did not ask to be rung. Rings it anyway, at most once per kernel tick
+/// (within a tick, sends read the clock less and less often): it may have died, which its doorbell tells, or be
+/// asleep with a garbled wake state. False when it has died.
 bool Outbox::remind(Peer& peer) {
     const uint64_t now = coarseMilliseconds();
     const bool sameTick = peer.checkedAt == now;

@@ -18,7 +18,7 @@ public:
     /// What has become of a signal on its way to a peer.
     enum class Posted {
         done,
-        refused,       ///< still here: the peer has ended, or wants an introduction, or it did not go at once
+        refused,       ///< not sent: the peer has ended or wants an introduction, or no fast path applies
         wantsRing,     ///< the peer asks to be rung for it
         wantsReminder  ///< the peer is to be rung though it does not ask
     };
@@ -32,13 +32,12 @@ public:
     /// Sends to a peer, introducing this endpoint if it has to. Result as above.
     int sendToPeer(const BlockRef& block, Peer& peer);
 
-    /// Sends to whomever this endpoint has not talked to yet, or to itself. Result as above; ESRCH when there never
-    /// was such an endpoint.
+    /// Sends to an endpoint that is not a peer yet, or to itself. Result as above; ESRCH when there never was such an
+    /// endpoint.
     int sendToStranger(const BlockRef& block, Spid to);
 
-    /// The peer that was sent a signal last did not ask to be rung for it. Rings it if the signal still lies in its
-    /// mailbox: its wake state may have been garbled, and nothing would wake it while this endpoint waits for its
-    /// answer.
+    /// If the last signal was sent without a ring, rings the peer now unless its mailbox is empty: its wake state may
+    /// have been garbled, and nothing would wake it while this endpoint waits for its answer.
     void remindUnrung();
 
 private:
@@ -54,11 +53,11 @@ private:
     Peers& peers_;
     Inbox& inbox_;
     Chores& chores_;
-    Spid unrung_ = Spid::none;  ///< who was sent a signal last, if it did not ask to be rung for it
+    Spid unrung_ = Spid::none;  ///< the last receiver, if it did not ask to be rung
 };
 
-/// Has `push` push the signal onto the mailbox in the peer's slot. Inlined by order: a call would cost each message
-/// 35 instructions, for what it has to put together in memory.
+/// Pushes the signal onto the peer's mailbox by `push`. Forced inline: a call would cost each message 35
+/// instructions, for what it would have to build in memory.
 template <class Push>
 [[gnu::always_inline]] inline Outbox::Posted Outbox::post(const BlockRef& block, Peer& peer, Push push) {
     Slot& target = peer.slot;

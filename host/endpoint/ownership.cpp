@@ -16,8 +16,8 @@ Ownership::Entry Ownership::enter() {
     return forksSeen_ == stamp || claim(stamp) ? Entry::entered : Entry::lost;
 }
 
-/// Stores that a thread is inside, unless one is already; a child that is made from then on finds it so. `stamp` is
-/// that of the process.
+/// Marks the endpoint as entered unless it already is; a child forked from then on finds the mark. `stamp` becomes
+/// the process's stamp.
 bool Ownership::occupy(uint32_t& stamp) {
     for (;;) {
         forks::awaitFork();

@@ -42,7 +42,7 @@ public:
     enum class Departure {
         refused,   ///< another thread is inside
         stays,     ///< the endpoint is another process's; the object goes
-        leaves,    ///< the object's end is that of the endpoint; or of the copy alone, if it is disowned
+        leaves,    ///< the endpoint ends with the object; only the copy does if it is disowned
         forgotten  ///< as `copied`: nobody may touch the copy any more, not even to destroy it
     };
 

@@ -18,7 +18,7 @@ namespace linx {
 namespace {
 
 constexpr rlim_t largestReserve = 16;
-constexpr uint64_t shortestPause = 10 * nanosecondsPerMillisecond;  ///< between two times of reaping in sends
+constexpr uint64_t shortestPause = 10 * nanosecondsPerMillisecond;  ///< between two reapings by sends
 constexpr uint64_t pauseFactor = 8;  ///< it is so many times as long as what was done before it
 
 }  // namespace
@@ -77,8 +77,8 @@ bool Peers::makeRoom() {
     return false;
 }
 
-/// Descriptors are given out the lowest first: the number of a new one tells how many are in use. When it is one of
-/// the last, which the rest of the process is going to need, another peer goes for this one.
+/// The kernel gives out the lowest free descriptor, so its number tells how many are in use. If it is one of the
+/// last, which the rest of the process will need, another peer is disconnected for it.
 void Peers::leaveReserve(ScopedDescriptor& doorbell) {
     rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) == -1 || limit.rlim_cur == RLIM_INFINITY) return;
@@ -115,7 +115,7 @@ std::unique_ptr<Peer> Peers::disconnect(SlotIndex index) {
 Peer* Peers::lookUp(Spid spid) {
     Peer* peer = inSlot(indexOf(spid));
     if (peer == nullptr || peer->spid != spid) return nullptr;
-    // It is as old as the moment in which another becomes the latest.
+    // The fast path does not stamp the latest peer: stamp it now.
     if (latest_ != nullptr) latest_->usedAt = ++uses_;
     peer->usedAt = ++uses_;
     latestSpid_ = spid;
@@ -136,7 +136,7 @@ void Peers::hear(const uint32_t* records, uint32_t count) {
         if (sender != self_.spid) watchSender(sender);
     }
     if (someEnded) findEnded();
-    reapDead(DomainLock::Patience::tryOnce);  // all whose introductions came too late, together
+    reapDead(DomainLock::Patience::tryOnce);  // those found dead before they could be watched
 }
 
 /// That may have been an end, or an introduction.
@@ -145,10 +145,10 @@ void Peers::missRecords() {
     findEnded();
 }
 
-/// Watches a sender from now on, if it is one: most records are rings, and some introductions are old. One that
-/// cannot be watched for want of descriptors or memory may still talk, and has to introduce itself each time.
+/// Watches a sender if the record names one: most are rings, and introductions may be stale. A sender that cannot be
+/// watched for lack of descriptors or memory may still send, but must introduce itself each time.
 void Peers::watchSender(Spid sender) {
-    // An old spid must not be connected: whoever has its slot now would count as ended.
+    // Never connect a stale spid: the slot's present user would count as ended.
     if (!isOpen(self_.arena(), sender) || find(sender) != nullptr) return;
     if (connect(sender) == nullptr && isOpen(self_.arena(), sender)) introduction::revoke(self_.slot);
 }
@@ -161,7 +161,7 @@ void Peers::check(SlotIndex index) {
     if (!isOpen || doorbell::isDead(peer->doorbell.get())) end(index);
 }
 
-/// Some peer has ended, of which its doorbell does not tell.
+/// Finds ended peers whose doorbells do not tell.
 void Peers::findEnded() {
     for (uint32_t i = 1; i < peers_.size(); ++i) {
         const Peer* peer = peers_[i].get();
@@ -197,7 +197,7 @@ void Peers::deliverNotices(SignalQueue& queue) {
     }
 }
 
-/// Keeps in mind to reap an endpoint whose process has died. Without memory somebody else will have to.
+/// Notes a dead endpoint, to be reaped later. Out of memory, that is left to other endpoints.
 void Peers::rememberDead(Spid dead) {
     if (!isOpen(self_.arena(), dead) || std::find(dead_.begin(), dead_.end(), dead) != dead_.end()) return;
     try {
@@ -239,11 +239,11 @@ bool Peers::reapKnownDead() {
     epoll_event events[most];
     int count;
     size_t known;
-    do {  // each look tells of others, until all have been told of
+    do {  // each epoll_wait may report others
         known = dead_.size();
         count = epoll_wait(epoll_, events, most, 0);
         for (int i = 0; i < count; ++i) {
-            const Peer* peer = inSlot(SlotIndex{events[i].data.u32});  // none is in the doorbell's or the timer's
+            const Peer* peer = inSlot(SlotIndex{events[i].data.u32});  // null for the doorbell and the timer
             const bool mayBeDead = peer != nullptr && isOpen(self_.arena(), peer->spid);
             if (mayBeDead && doorbell::isDead(peer->doorbell.get())) rememberDead(peer->spid);
         }

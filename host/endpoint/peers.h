@@ -31,9 +31,9 @@ struct Peer {
     std::unique_ptr<Peer> nextEnded;
 };
 
-/// The peers of an endpoint, one a slot: whom it is connected to, whether they live, and what is to be done when they
-/// have ended. Those that have go out of their slots at once, for the next user of the slot to be connected; their
-/// notices wait for whoever delivers them, the dead among them for somebody to reap them.
+/// The peers of an endpoint, at most one per slot: which it is connected to, whether they live, and what to do once
+/// they have ended. Ended ones are removed at once, so that the slot's next user can be connected; their notices wait
+/// for delivery, and dead ones wait to be reaped.
 ///
 /// Belongs to the endpoint's thread.
 class Peers {
@@ -51,19 +51,19 @@ public:
     Peer* latest() const { return latest_; }
     Peer* latest(Spid spid) const { return spid == latestSpid_ ? latest_ : nullptr; }
 
-    /// The open endpoint as a peer. Null with errno: ECONNRESET when its process has died, which somebody then has to
-    /// reap, otherwise what opening its doorbell says. Where descriptors run out, another peer goes for it.
+    /// Connects to the open endpoint. Null with errno: ECONNRESET when its process has died, and it has yet to be
+    /// reaped; otherwise why its doorbell cannot be opened. If descriptors run out, another peer is dropped.
     Peer* connect(Spid spid);
 
-    /// What others have written into this endpoint's doorbell: senders that introduce themselves are watched from now
-    /// on, and ended peers are looked for if some have ended of which the kernel does not tell.
+    /// Handles records from this endpoint's doorbell: watches the senders that introduce themselves, and looks for
+    /// ended peers if a record says that some ended without the kernel telling.
     void hear(const uint32_t* records, uint32_t count);
 
     /// Records may have been dropped.
     void missRecords();
 
-    /// The kernel has told of the peer in this slot, if there is one. It is asked again: the slot may be another
-    /// endpoint's by now, which lives.
+    /// The kernel reported an event for the peer in this slot, if any. Checks it again: the slot may have a new user
+    /// by now, which is alive.
     void check(SlotIndex index);
 
     /// The peer has ended.
@@ -78,13 +78,13 @@ public:
     /// Whether some can be delivered now.
     bool hasEnded() const { return firstEnded_ != nullptr; }
 
-    /// Whether this endpoint has parted with a peer that may have sent something before, and have rung for none of
-    /// it: nothing tells of that any more, until somebody has looked at the mailbox.
+    /// Whether a peer was disconnected that may have sent signals without ringing: nothing announces those any more,
+    /// so somebody has to look at the mailbox.
     bool mayHaveLeftMail() const { return mayHaveLeftMail_; }
     void leftMailTaken() { mayHaveLeftMail_ = false; }
 
-    /// Delivers them. REQUIRES that what the ended ones had sent is in the queue already. Out of memory, those of
-    /// each peer have been delivered, or are kept.
+    /// Delivers the ended peers' notices. REQUIRES that all these had sent is in the queue. Out of memory, those of
+    /// each peer are all delivered or all kept.
     void deliverNotices(SignalQueue& queue);
 
     /// Takes all notices, of whomever, and calls `visit(notice)` for each.
@@ -96,30 +96,29 @@ public:
         for (; hasEnded(); firstEnded_ = std::move(firstEnded_->nextEnded)) takeNotices(*firstEnded_, visit);
     }
 
-    /// After a failure: whether it is worth trying again, since it was for want of descriptors and there is one now.
-    /// It comes from the peer that was used longest ago and is not supervised: it can be connected again. errno stays
-    /// where it is not.
+    /// After a failure: if it was for lack of descriptors, frees one by disconnecting the least recently used peer
+    /// that is not supervised (it can be reconnected). Whether to try again; if not, errno is unchanged.
     bool makeRoom();
 
     /// Those found dead that this endpoint has not reaped yet.
     const std::vector<Spid>& dead() const { return dead_; }
 
-    /// Whether there are some among them whom it has not tried to reap either.
+    /// Whether there are some that it has not tried to reap yet.
     bool owesReaping() const { return owesReaping_; }
 
     /// Reaps them, together. False with errno when the lock could not be had: then later.
     bool reapDead(DomainLock::Patience patience);
 
-    /// The same after an operation that has found one dead. Where many do so one after the other, those found soon
-    /// after a time of reaping wait for the next, or for the chores: all of the arena is looked through each time.
+    /// The same after an operation that found one dead, but rate-limited, since each reaping scans the whole arena:
+    /// those found soon after one wait for the next, or for the chores.
     void reapDeadIfDue();
 
     /// Reaps one that was found dead, waiting for the lock, and perhaps others. False with errno when the lock could
     /// not be had. Needs no memory.
     bool reap(Spid dead);
 
-    /// Reaps those of whose death the kernel can tell, without delivering anything: for an allocation, whose memory
-    /// they may have. Whether there were any. errno stays.
+    /// Reaps the peers that the kernel reports dead, without delivering notices: for an allocation that may need
+    /// their memory. Whether there were any. errno stays.
     bool reapKnownDead();
 
     /// Closes the doorbells without touching the epoll set, which belongs to another process by now.

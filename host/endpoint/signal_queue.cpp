@@ -76,7 +76,7 @@ bool SignalQueue::remove(Ref ref, Place place) {
     return true;
 }
 
-/// An entry of the number queues that is not in use. It stays the next one until it is.
+/// A free entry of the number queues; the same one until it is put to use.
 uint32_t SignalQueue::freeEntry() {
     if (freeEntry_ != none) return freeEntry_;
     waiting_.push_back({});

@@ -13,11 +13,10 @@ namespace linx {
  * The signals that an endpoint has taken from its mailbox and not handed out yet, in order of arrival. Lives in
  * private memory: nobody else can garble it.
  *
- * Arrivals wait in a plain list, which is all that a receive of any signal ever uses. A receive that awaits certain
- * numbers moves what it passes over into queues of their own, one for each number, so that it never passes over a
- * signal twice: awaiting a number costs the same however many others wait. All signals in those are older than all
- * arrivals. What may be taken out again before its turn goes into one at once, where it has a place for as long as it
- * waits: that costs the same, too, wherever it stands.
+ * Arrivals wait in a plain list, which suffices while every receive takes any signal. A receive that awaits certain
+ * numbers moves the signals it skips into queues, one per number, so that none is skipped twice: awaiting a number
+ * costs the same however many others wait. Signals in those are older than all arrivals. A signal that may be removed
+ * before its turn goes into one at once and keeps its place there: that costs the same, too, wherever it is.
  *
  *                            oldest_                         newest_
  *   waiting_, by age           a(5) <-> b(7) <-> c(5) <-> d(5)

@@ -30,7 +30,7 @@ BlockRef Signals::takeOver(LinxSignal** signal) {
     return block;
 }
 
-void Signals::park(const BlockRef& block, Spid sender) {
+void Signals::markQueued(const BlockRef& block, Spid sender) {
     block->sender.storeRelaxed(sender);
     block->owner.storeRelease(queuedFor(self_.spid));  // [owner]; a hunt's goes on with the domain lock
 }

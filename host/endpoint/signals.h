@@ -20,8 +20,7 @@ public:
     /// Makes a signal of a free block and gives it to the user.
     LinxSignal* give(BlockRef block, uint32_t size, uint32_t number);
 
-    /// Whether a signal that has arrived has not become another's: the endpoint was reaped because somebody removed
-    /// its doorbell.
+    /// Whether an arrived signal is still this endpoint's; not if this was reaped because its doorbell was removed.
     bool isQueued(const BlockRef& block) const { return block->owner.loadRelaxed() == queuedFor(self_.spid); }
 
     /// Gives the user one that has arrived, and returns its size.
@@ -33,7 +32,7 @@ public:
     /// Whether it is the signal that the user was given last, and still has.
     bool isRecent(const LinxSignal* signal) const;
 
-    /// That one. Member by member, which costs less than to take a copy apart again.
+    /// That signal, built member by member: cheaper than copying the struct.
     BlockRef recent() const { return {recent_.block, recent_.ref, recent_.sizeClass}; }
 
     /// The user does not hold it any more.
@@ -46,9 +45,9 @@ public:
     BlockRef takeOver(LinxSignal** signal);
 
     /// Keeps a signal that was taken over; it will arrive from `sender`.
-    void park(const BlockRef& block, Spid sender);
+    void markQueued(const BlockRef& block, Spid sender);
 
-    /// One that was taken over stays with those of the user, though nobody will see it again.
+    /// Counts a taken-over signal as held by the user, though it will not be seen again.
     void keep() { ++held_; }
 
     /// Whether the user holds none, nor any is kept.
@@ -70,8 +69,8 @@ private:
 };
 
 inline bool Signals::isRecent(const LinxSignal* signal) const {
-    // If the block is still this endpoint's, nobody has made another of it. As numbers: the address may have nothing
-    // to do with any block. Relaxed: it was this endpoint that wrote the owner, if it is its own.
+    // While the owner is this endpoint, the block has not been reused. Compared as numbers: the address may belong to
+    // no block. Relaxed: if the owner is this endpoint, it wrote that itself.
     return reinterpret_cast<uintptr_t>(signal) - offsetof(Block, signal) ==
                reinterpret_cast<uintptr_t>(recent_.block) &&
            recent_.block->owner.loadRelaxed() == heldBy(self_.spid);

@@ -11,7 +11,7 @@ bool Supervision::attach(const BlockRef& notice, Spid spid) {
     Peer* peer = nullptr;
     switch (look(spid, peer)) {
         case Target::self:
-            signals_.park(notice, spid);
+            signals_.markQueued(notice, spid);
             signals_.keep();  // nobody learns of one's own end
             return true;
         case Target::alive:
@@ -47,7 +47,7 @@ bool Supervision::keep(Peer& peer, const BlockRef& notice) {
         signals_.refuse(notice, ENOMEM);
         return false;
     }
-    signals_.park(notice, peer.spid);
+    signals_.markQueued(notice, peer.spid);
     return true;
 }
 

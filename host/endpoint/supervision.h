@@ -11,7 +11,7 @@ public:
     Supervision(const Identity& self, Signals& signals, Peers& peers, Inbox& inbox)
         : self_(self), signals_(signals), peers_(peers), inbox_(inbox) {}
 
-    /// Keeps a notice, a signal that was taken over, until `spid` ends; it then arrives behind all that this one had
+    /// Keeps a notice, a signal that was taken over, until `spid` ends; it then arrives after all that `spid` had
     /// sent. False with errno, the notice freed: ESRCH when there never was such an endpoint.
     bool attach(const BlockRef& notice, Spid spid);
 

@@ -21,7 +21,7 @@ public:
     /// of memory, all is as before.
     void request(LinxRef reference, uint32_t milliseconds, Ref signal);
 
-    /// Takes a time-out back, out of `queue` if it has fired, and returns its block; none where there is no such.
+    /// Cancels a time-out, removing it from `queue` if it has fired. Returns its block; none if unknown.
     BlockRef cancel(LinxRef reference, SignalQueue& queue);
 
     /// Puts the signals of those into the queue that are due at `time`. Out of memory, the rest has not fired.
@@ -42,7 +42,7 @@ public:
     /// Takes the signal of any time-out that has not fired; none where there is none left.
     Ref takeAny() { return timers_.takeAny(); }
 
-    /// Has the timer ring at this time, too, unless it rings before. Where there is no timer to be had, it does not.
+    /// Arms the timer for this time as well, unless it fires earlier. Does nothing if no timer can be made.
     void callAt(uint64_t time) {
         if (watch()) timers_.callAt(time);
     }

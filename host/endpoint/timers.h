@@ -70,8 +70,7 @@ public:
     /// Sets the descriptor for the earliest deadline, if that has changed.
     void arm();
 
-    /// Has the descriptor become readable at this time too, unless it will be so for an earlier one. No time-out
-    /// fires then.
+    /// Makes the descriptor readable at this time too, unless it will be earlier. No time-out fires then.
     void callAt(uint64_t time);
 
     /// The call has come, if it was for a time not after `now`.

@@ -20,7 +20,7 @@ int ringByName(const Domain& domain, Spid spid) {
     return hasEnded(errno) ? EPIPE : errno;
 }
 
-/// An endpoint that could not be told is not told later, so try a few times: what was missing may be there by then.
+/// Retries a few times: an endpoint not told now is not told later, and a shortage may be over by then.
 void tellOfEnds(const Domain& domain, Spid spid) {
     constexpr int attempts = 3;
     for (int left = attempts; left != 0; --left) {
@@ -35,8 +35,8 @@ bool ringSleepers(const Domain& domain, SlotIndex ringer) {
     bool all = true;
     domain.arena().forEachUsedSlot([&](SlotIndex, Slot& slot) {
         const Spid to = spidOf(slot.life.loadAcquire());
-        // This look and the one that follows stand in for those of whoever pushed, the look after the push [wake-up].
-        // An endpoint that has ended has no mail.
+        // This load and the next stand in for the pusher's load after its push [wake-up]. An endpoint that has ended
+        // has no mail.
         if (!stack::holdsBlocks(slot.mailbox.loadSeqCst())) return;
         const int result = wake_state::ringIfAsked(slot, to, ringer, [&] { return ringByName(domain, to); });
         all = all && (result == 0 || result == EPIPE);

@@ -10,8 +10,8 @@ namespace linx {
 /// one of them could not be rung.
 bool ringSleepers(const Domain& domain, SlotIndex ringer = SlotIndex::none);
 
-/// Tells every open endpoint that some have ended of whose ends the kernel does not tell: forked copies of their
-/// doorbells keep it from whoever holds these.
+/// Tells every open endpoint that some have ended without the kernel reporting it, because forked processes still
+/// hold copies of their doorbells.
 void tellOfEnds(const Domain& domain);
 
 }  // namespace linx

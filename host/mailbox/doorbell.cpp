@@ -23,8 +23,8 @@ struct FileName {
     char text[16];
 };
 
-/// Records are shorter than what a pipe takes in one piece, so none is torn. 0, EAGAIN when the doorbell is full,
-/// EPIPE, or what else a write says.
+/// Records are shorter than a pipe's atomic write, so none is torn. 0, EAGAIN when the doorbell is full, EPIPE, or
+/// another errno value.
 int writeRecord(int descriptor, uint32_t record) {
     SignalShield shield(SIGPIPE);
     const ssize_t written = uninterrupted([&] { return write(descriptor, &record, sizeof record); });
@@ -34,7 +34,7 @@ int writeRecord(int descriptor, uint32_t record) {
     return failure;
 }
 
-/// Has the pipe take the one page that it needs, and keep it: from now on no ring fails for want of memory. False
+/// Makes the pipe allocate the one page that it needs, and keep it: no later ring fails for lack of memory. False
 /// with errno.
 bool reservePage(int descriptor) {
     // One page is plenty, and lets a user without privileges have thousands of doorbells.
@@ -42,7 +42,7 @@ bool reservePage(int descriptor) {
     uint32_t record = 0;
     errno = writeRecord(descriptor, record);
     if (errno != 0) return false;
-    // EAGAIN: a process that has no business with it has been faster.
+    // EAGAIN: some other process has already read the record.
     return uninterrupted([&] { return read(descriptor, &record, sizeof record); }) != -1 || errno == EAGAIN;
 }
 
@@ -53,7 +53,7 @@ bool isPipe(const struct stat& status) {
     return false;
 }
 
-/// Asked by name first, since opening some files does something to them, and then of what was opened.
+/// Checked by name first, since opening some files has side effects, and again after opening.
 int openPipe(int directory, const char* name, int access) {
     struct stat status;
     if (fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == -1 || !isPipe(status)) return -1;

@@ -11,11 +11,9 @@ namespace linx {
  * the last reader is gone. What is written are records of four bytes:
  *
  *   0      a ring
- *   spid   its endpoint introduces itself, before its first signal: this endpoint then holds that one's doorbell in
- *          turn and learns of its end; should it die after it has pushed a signal and before it has rung, its end is
- *          what wakes
- *   ended  somebody has ended whose end the kernel does not tell, since copies of its doorbell live on in other
- *          processes
+ *   spid   an introduction: that endpoint is about to send its first signal. The reader opens its doorbell in turn
+ *          and learns of its end, which wakes the reader if the sender dies after a push and before the ring
+ *   ended  an endpoint has ended without the kernel reporting it, since other processes hold copies of its doorbell
  *
  * Functions that open return a descriptor, or -1 with errno.
  */
@@ -26,8 +24,8 @@ static_assert((spidMask & ended) == 0, "no spid is taken for it");
 
 constexpr uint32_t capacity = 1024;  ///< records that a doorbell holds
 
-/// Makes and opens the doorbell of the caller's own endpoint. A leftover of the same name is replaced; one may be
-/// left where it fails.
+/// Makes and opens the doorbell of the caller's own endpoint. A leftover of the same name is replaced; a failure may
+/// leave one.
 int make(int directory, Spid spid, unsigned mode);
 
 /// Opens another endpoint's doorbell. ENXIO or ENOENT: the endpoint has ended; EPROTO: what lies there is no
@@ -40,7 +38,7 @@ Spid spidOfFile(const char* name);
 /// False when there may still be one.
 bool remove(int directory, Spid spid);
 
-/// Rings; a full doorbell is as good. Returns 0, EPIPE when the endpoint has ended, or another errno value when it
+/// Rings; full counts as rung, too. Returns 0, EPIPE when the endpoint has ended, or another errno value when it
 /// could not be rung. Raises no SIGPIPE.
 int ring(int descriptor);
 
@@ -48,8 +46,8 @@ int ring(int descriptor);
 /// ended.
 bool tell(int descriptor, uint32_t record);
 
-/// Takes up to `capacity` records out of one's own doorbell. Returns how many; so many that there may have been more,
-/// or some that did not fit, only if it was full.
+/// Reads up to `capacity` records from one's own doorbell. Returns how many; `capacity` only if it was full, so that
+/// there may be more, or some did not fit.
 uint32_t drain(int descriptor, uint32_t (&records)[capacity]);
 
 /// Whether the endpoint behind a doorbell that is open for writing has ended.

@@ -6,21 +6,20 @@
 namespace linx {
 
 /*
- * A sender may be killed after it has pushed a signal and before it has rung. So nobody pushes whom the receiver does
- * not watch: a sender introduces itself through the receiver's doorbell, and the receiver watches it from then on.
- * Should the receiver cease to watch somebody, for want of descriptors, it counts a parting in its slot and then tags
- * its mailbox with the count [introduced]: a push with an older tag fails, and its sender introduces itself again.
+ * A sender may be killed after it has pushed a signal and before it has rung. So only senders that the receiver
+ * watches may push: a sender introduces itself through the receiver's doorbell, and is watched from then on. When the
+ * receiver stops watching a sender, for lack of descriptors, it counts a parting in its slot and then tags its
+ * mailbox with the count [introduced]: a push with an older tag fails, and its sender introduces itself again.
  *
- * One that can watch nobody at all revokes what it cannot keep as soon as it is told. Who is refused so a few times
- * pushes nevertheless, and introduces itself again with its next signal: should it be killed before it rings, its
- * reaper does.
+ * A receiver that can watch nobody revokes each introduction when it reads it. A sender refused a few times pushes
+ * anyway, and introduces itself again with its next signal: if it is killed before it rings, its reaper rings.
  *
- * The tag has three bits. A push could be taken in by it if its sender were held up between its look at the count and
- * its compare-and-swap while the receiver parts eight times, or a multiple of that, and were killed right behind it.
+ * The tag has three bits. A stale push passes if its sender is delayed between reading the count and its
+ * compare-and-swap while the count grows by a multiple of eight; it goes unnoticed if the sender dies then.
  */
 namespace introduction {
 
-constexpr uint32_t notYet = 0;  ///< no count of partings: a sender introduced at this one is not introduced
+constexpr uint32_t notYet = 0;  ///< never a count of partings: marks a sender as not introduced
 
 /// The tag of the mailbox of an endpoint that has parted so often.
 constexpr uint32_t tagAt(uint32_t partings) {

@@ -43,14 +43,14 @@ constexpr bool holdsBlocks(StackHead head) {
     return refOf(head) > closed;
 }
 
-/// Whether a push that found `before` has not taken place.
+/// Whether a push that returned `before` has failed.
 constexpr bool isRefused(Ref before) {
     return numberOf(before) - numberOf(closed) <= numberOf(retagged) - numberOf(closed);
 }
 
-/// Pushes a block that belongs to the caller, with its next owner already written. Returns the head found, without
-/// its tag; or, the block being still the caller's, `closed` when the stack takes nothing any more, and `retagged`
-/// when its tag is another than `tag`.
+/// Pushes a block that belongs to the caller, with its next owner already written. Returns the previous head without
+/// its tag. On failure the block stays the caller's: `closed` if the stack is closed, `retagged` if its tag is not
+/// `tag`.
 inline Ref push(WordOf<StackHead>& head, BlockRef block, uint32_t tag = 0) {
     const StackHead pushed = headOf(block.ref, tag);
     assert(block.ref > retagged && refOf(pushed) == block.ref && tagOf(pushed) == tag);
@@ -76,8 +76,8 @@ inline Ref claimAll(WordOf<StackHead>& head, WordOf<Ref>& claim, Ref leave) {
     assert(leave == empty || leave == closed);
     StackHead found = head.loadRelaxed();  // relaxed: as in push
     for (Ref seen = refOf(found); seen != closed && (seen != empty || leave == closed); seen = refOf(found)) {
-        // The compare-and-swap that follows is a release, so no one finds the stack emptied and this not said
-        // [taken]. Release [claim]: as the 0 that it may hide. Dying before it leaves the chain claimed and in the
+        // The compare-and-swap below is a release, so nobody sees the stack emptied without the claim [taken].
+        // Release [claim]: as the 0 it may overwrite. A death before the swap leaves the chain claimed and in the
         // stack; the reaper goes by the owner words and counts no block twice.
         claim.storeRelease(seen);
         if (head.casSeqCst(found, headOf(leave, tagOf(found)))) return seen;  // acquire: [pushed]
@@ -89,17 +89,16 @@ inline Ref claimAll(WordOf<StackHead>& head, WordOf<Ref>& claim, Ref leave) {
 /// Gives the stack another tag, whatever is in it: from now on only those push who know it.
 inline void retag(WordOf<StackHead>& head, uint32_t tag) {
     StackHead found = head.loadRelaxed();  // relaxed: as in push
-    // Sequentially consistent, as every change of a head: what the owner looks for next in the stack was pushed
-    // before, or with this tag [introduced].
+    // Sequentially consistent, as every change of a head: what the owner finds in the stack next was pushed before,
+    // or with this tag [introduced].
     while (!head.casSeqCst(found, headOf(refOf(found), tag))) {
     }
 }
 
-/// Calls `visit(block)` for every block of a chain, the last one pushed first, until it returns
-/// false. Stops at what is not a block, and soon after it has begun to go round: whoever scribbled over the links
-/// shortens the walk, or has it visit some blocks a few times, nothing more. It is told by laps, each twice as long
-/// as the one before, that end early where they began: a bound by the number of blocks alone is too wide for walks
-/// that are made for each block of another.
+/// Calls `visit(block)` for every block of a chain, newest first, until it returns false. Stops at what is not a
+/// block, and soon after entering a cycle: garbled links shorten the walk, or have it visit some blocks a few times,
+/// nothing more. Cycles are found by laps of doubling length that end where they began: the number of blocks alone is
+/// too loose a bound for walks made for each block of another.
 template <class Visit>
 void walkWhile(const Arena& arena, Ref ref, Visit visit) {
     NearbyBlocks blocks(arena);
@@ -141,14 +140,14 @@ Ref takeAll(const Arena& arena, WordOf<StackHead>& head, WordOf<Ref>& claim, Ref
     return chain;
 }
 
-/// Whether `wanted` lies in the stack or in the chain being taken from it. REQUIRES that nobody pushes it any more. A
-/// taker may be at work; then the answer may be a wrong no, but the block has changed its owner by then: look at the
-/// owner after the answer.
+/// Whether `wanted` lies in the stack or in the chain being taken from it. REQUIRES that no push of it is to come. If
+/// a taker is at work the answer may be a wrong no, but the block's owner has changed by then: check it after this
+/// call.
 inline bool holds(const Arena& arena, const WordOf<StackHead>& head, const WordOf<Ref>& claim, Ref wanted) {
     bool found = false;
     const auto compare = [&](BlockRef block) { found = found || block.ref == wanted; };
-    // The head first: a chain taken after this look was claimed before it left the head. Acquires would do, [taken]
-    // and then [claim]; it is cold.
+    // Head first: a chain taken after this load was claimed before it left the head. Acquires would do, [taken] and
+    // then [claim]; this is cold.
     walk(arena, refOf(head.loadSeqCst()), compare);
     if (!found) walk(arena, claim.loadSeqCst(), compare);
     return found;

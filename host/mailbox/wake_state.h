@@ -20,8 +20,8 @@ namespace linx {
  *                  the endpoint              any          it keeps its descriptor readable itself
  *
  * No wake-up is lost: a sender pushes and then reads the wake state; the endpoint stores parked and then looks at the
- * mailbox. All four are sequentially consistent, so the sender sees parked or the endpoint the push [wake-up]. The
- * other changes of the word are read-modify-writes, which see the last state; the byte goes with the pipe.
+ * mailbox. All four are sequentially consistent, so the sender sees parked or the endpoint sees the push [wake-up].
+ * Other changes of the word are read-modify-writes, which see the last state; the pipe orders the byte.
  *
  * The upper bits carry the slot's generation: a sender that was held up until another endpoint has moved into the
  * slot must not change its wake state, because the doorbell that it would ring afterwards is the old one's.
@@ -49,21 +49,21 @@ constexpr uint32_t stateOf(WakeWord word) {
 /// Whether a push must ring that finds the word `found` at the endpoint `to`.
 constexpr bool wantsRing(WakeWord found, Spid to) {
     const uint32_t state = numberOf(found) - numberOf(word(to, 0));  // of another generation: no state at all
-    // The two that do not ask lie side by side; what comes before them wraps round.
+    // The two states that do not ask are adjacent; smaller values wrap round.
     return state - awake > notified - awake && state <= stateMask;
 }
 static_assert(parked < awake && notified == awake + 1 && notifying > notified,
               "wantsRing counts on the order of states");
 
 /// Rings the doorbell of `to` if it asks for it, `found` being its wake state since a push. `writeDoorbell` rings it
-/// and returns 0 or an errno value, which is the result. If it fails and the endpoint lives, nobody may sleep over
-/// that: the word goes on asking the next sender to ring, and the caller has to try again.
+/// and returns 0 or an errno value, which is the result. If that fails and the endpoint lives, the word keeps asking
+/// the next sender to ring, and the caller has to try again.
 template <class WriteDoorbell>
 int ring(WordOf<WakeWord>& wakeState, WakeWord found, Spid to, SlotIndex ownIndex, WriteDoorbell writeDoorbell) {
     const WakeWord claimed = word(to, notifying + numberOf(ownIndex));
-    // Dying or stopping between this and the ring: every later sender sees the state and rings, and the reaper of
-    // this sender rings. When it fails, another sender is notifying, or the endpoint is awake; ring in the former
-    // case too, for the other may have died.
+    // If this process dies or stops before the ring, later senders see the state and ring, and so does this sender's
+    // reaper. If the swap fails, another sender is notifying, or the endpoint is awake; in the former case ring too,
+    // as the other may have died.
     const bool claiming = found == word(to, parked) && wakeState.casSeqCst(found, claimed);
     if (!claiming && !wantsRing(found, to)) return 0;
     const int result = writeDoorbell();
@@ -74,7 +74,7 @@ int ring(WordOf<WakeWord>& wakeState, WakeWord found, Spid to, SlotIndex ownInde
     return result;
 }
 
-/// Looks whether the endpoint `to` in this slot asks to be rung, after a push, and does it as above.
+/// After a push: rings the endpoint `to` of this slot if it asks for it, as above.
 template <class WriteDoorbell>
 int ringIfAsked(Slot& slot, Spid to, SlotIndex ownIndex, WriteDoorbell writeDoorbell) {
     return ring(slot.wakeState, slot.wakeState.loadSeqCst(), to, ownIndex, writeDoorbell);  // [wake-up]

@@ -18,7 +18,7 @@ class GapSearch {
 public:
     GapSearch(const Arena& arena, uint32_t wanted) : arena_(arena), wanted_(wanted) {}
 
-    /// Whether so many adjoin between the pages; then `end()` is behind them.
+    /// Whether `wanted` pages adjoin there; `end()` is then behind them.
     bool lookInto(uint32_t first, uint32_t last) {
         uint32_t length = 0;
         for (uint32_t page = first; page < last; ++page) {
@@ -40,9 +40,8 @@ private:
     uint32_t longest_ = 0;
 };
 
-/// The first of `count` adjoining pages that were leased once and are free again. The search goes on where the last
-/// one has ended, and is not made where it was in vain before: or the whole arena would be looked through for each
-/// run that is cut of it, and for each that is not.
+/// The first of `count` adjoining pages that were leased once and are free again. The search resumes where the last
+/// one ended and is skipped if known to be futile: otherwise every lease would scan the whole arena.
 PageIndex findGap(const Arena& arena, uint32_t count) {
     Header& header = arena.header();
     if (count > header.longestGap.loadRelaxed()) return none;
@@ -64,10 +63,10 @@ PageIndex takePages(const Arena& arena, uint32_t count) {
         arena.header().pagesUsed.storeRelaxed(used + count);
         return PageIndex{used};
     }
-    return findGap(arena, count);  // what was leased before has its memory also where the file system is full
+    return findGap(arena, count);  // pages leased before have memory even if the file system is full
 }
 
-// Under the domain lock, and relaxed where no order is told: handed over with it [lock].
+// Under the domain lock: relaxed unless noted, as the lock orders it [lock].
 
 /// Puts a block that is free and at home in front.
 void prepend(Chain& chain, BlockRef block) {
@@ -101,7 +100,7 @@ void giveUpRun(const Arena& arena, PageIndex page, SizeClassId sizeClass) {
     for (uint32_t i = 0; i < sizeClasses[sizeClass].pages; ++i) arena.pageEntry(PageIndex{page + i}).storeRelease(0);
 }
 
-/// Makes the runs free pages again that nobody has a block of, and the central lists anew from the others.
+/// Frees the runs whose blocks are all in the central lists, and rebuilds those lists from the others.
 void compact(const Arena& arena) {
     forgetGaps(arena);
     central::clear(arena);  // the stacks may name blocks of runs that are given up now

@@ -31,15 +31,13 @@ enum class Reclaimed {
     everything  ///< those of dead endpoints too
 };
 
-/// Gathers what lies idle, when an endpoint has found no memory for a block of `lines` lines: the blocks of dead
-/// endpoints; and runs of which every block is in the central lists become free pages again, for any class. It takes
-/// long, since every endpoint is asked whether it lives, and all of the arena looked through. So how often it is done
-/// is bounded for all (see throttle.h); sooner only when so much has come to the central lists since the last time
-/// that the arena is worth another look, once when others have been asked for it.
+/// Reclaims idle memory for a block of `lines` lines: reaps dead endpoints, and turns runs whose blocks are all in
+/// the central lists into free pages, for any class. It is slow, as it checks whether every endpoint lives and scans
+/// the whole arena, so its rate is bounded for all (see throttle.h). It is done sooner only if enough has come to the
+/// central lists since the last time; once after others were asked for memory, `lines` is enough.
 Reclaimed reclaim(const DomainLock& lock, Lines lines);
 
-/// Lines that have come to the central lists, and were not taken since, after memory was reclaimed last. Also without
-/// the lock.
+/// Lines that have come to the central lists since memory was last reclaimed and were not taken. Needs no lock.
 uint32_t relief(const Arena& arena);
 
 /// The most free lines that one endpoint keeps for itself: the fewer, the more of them are open. All together keep no

@@ -20,7 +20,7 @@ namespace {
 
 constexpr uint32_t largestLeaseLines = (64u << 10) / lineBytes;
 constexpr long shortestNap = 90000;  ///< nanoseconds
-constexpr int mostNaps = 5;          ///< each twice as long: those that begin while there is hope
+constexpr int mostNaps = 5;          ///< doubling; begun only while relief is expected
 constexpr int attemptsToYield = 20;
 
 }  // namespace
@@ -98,7 +98,7 @@ bool Pool::add(const lease::Chain& chain, SizeClassId sizeClass) {
     return true;
 }
 
-/// Counts the free lines, which is put off for as long as there can be no more than what is kept.
+/// Counts the free lines. keepsTooMuch() avoids that while an upper bound is low enough.
 uint32_t Pool::countLines() {
     uint32_t lines = 0;
     for (uint32_t c = 0; c < sizeClassCount; ++c) lines += count_[c] * sizeClasses[c].lines;
@@ -107,12 +107,11 @@ uint32_t Pool::countLines() {
     return lines;
 }
 
-/// A block comes to stay: its home has ended, or has plenty; or was an earlier user of the slot, to whom somebody
-/// gave it back who was held up.
+/// Becomes the block's home: the old one has ended or has plenty, or was an earlier user of the slot and got the
+/// block late.
 void Pool::adopt(Block& block, Spid home, Lines lines) {
     nearby_.forget();  // as in add()
-    // In this order: dying in between leaves an endpoint a share that is smaller by one block, and none that is
-    // larger.
+    // In this order: a death in between counts a block twice, which makes a share smaller, never larger.
     share::add(slot(), lines);
     block.home.storeRelease(home_);
     if (isOpen(arena(), home)) share::remove(arena().slot(indexOf(home)), home, lines);
@@ -138,7 +137,7 @@ void Pool::keep(BlockRef block) {
     if (keepsTooMuch()) trim();
 }
 
-/// Whether `home` is one whose slot can be looked at, from now on as that of the latest.
+/// Makes `home` the latest home. False if its slot was never used.
 bool Pool::learnHome(Spid home) {
     if (!wasUsed(arena(), home)) return false;
     latestHome_ = home;
@@ -150,21 +149,21 @@ bool Pool::learnHome(Spid home) {
 void Pool::takeReturned() {
     Slot& own = slot();
     if (!isHomeOpen()) return;  // what comes back there is another's by now
-    // Also where it is wrong: two endpoints that give back at once may overwrite each other.
+    // Only approximate: endpoints that give back at once may overwrite each other's.
     own.returnedLines.storeRelaxed(0);
-    // The order turns round: the block that came home first is used first, which the other processor has had the most
-    // time to let go of. With the last one first a stream of small signals takes half as long again.
+    // Reverses the order: the block returned first is reused first, as the other processor's cache has had the most
+    // time to release it. Otherwise a stream of small signals takes 50 % longer.
     const Ref chain = stack::takeAll(arena(), own.returned, own.returnedClaim, stack::empty, [&](BlockRef block) {
-        if (!isInFlightTo(block->owner.loadAcquire(), indexOf(home_))) return;  // the take would do [pushed]
+        if (!isInFlightTo(block->owner.loadAcquire(), indexOf(home_))) return;  // ordered by [pushed]
         markFree(block);
-        // The chain goes on behind it, should this process die once the link is another. [claim]
+        // Claim the rest, in case this process dies once the link is overwritten. [claim]
         own.returnedClaim.storeRelease(block->next.loadRelaxed());
         prepend(block.ref, *block, 1, block.sizeClass);
     });
     if (chain != stack::empty && keepsTooMuch()) trim();
 }
 
-/// Lines that the endpoint is home to. More than there are is what garbage leaves: none then.
+/// Lines that the endpoint is home to; 0 if that is garbage, more than there are.
 uint32_t Pool::leasedLines() const {
     const uint32_t leased = share::linesOf(slot());
     return leased > arena().pageCount() * linesPerPage ? 0 : leased;
@@ -185,8 +184,8 @@ uint32_t Pool::countToLease(SizeClassId sizeClass) {
     return wanted;
 }
 
-/// Returns the errno value that tells why, should there be no block nevertheless: also of what was leased others may
-/// have garbled the last by then. `hope` tells whether others may give up what is wanted.
+/// Returns the errno value to report if no block is found afterwards: others may have garbled even what was just
+/// leased. `hope` tells whether others may give up what is wanted.
 int Pool::leaseMore(SizeClassId sizeClass, Hope& hope) {
     const DomainLock lock(domain_);
     if (!lock.isHeld()) return errno;
@@ -208,7 +207,7 @@ bool Pool::fromFreshPages(const DomainLock& lock, SizeClassId sizeClass, uint32_
     return add(lease::fromFreshPages(lock, home_, sizeClass, wanted), sizeClass);
 }
 
-/// One block of what others have left lying; `looked` tells how far that was looked for.
+/// Leases one block after reclaiming memory; `looked` tells how much was searched.
 bool Pool::afterReclaim(const DomainLock& lock, SizeClassId sizeClass, lease::Reclaimed& looked) {
     shrinkTo(0);  // small blocks kept here may be all that keeps a run from becoming pages again
     looked = lease::reclaim(lock, sizeClasses[sizeClass].lines);
@@ -233,7 +232,7 @@ bool Pool::leaseOne(const DomainLock& lock, SizeClassId sizeClass) {
 /// Whether others may yet give up what could not be leased.
 Pool::Hope Pool::hopeAfter(lease::Reclaimed looked) const {
     if (looked == lease::Reclaimed::everything) return Hope::ifAsked;
-    // Where not everything has been looked at nobody is asked: how often that is done is bounded for all.
+    // After a partial search nobody is asked: how often that is done is bounded for all.
     return pressure::isRecent(arena()) ? Hope::soon : Hope::none;
 }
 
@@ -249,7 +248,7 @@ void Pool::awaitRelief(SizeClassId sizeClass) {
         if (relief < lines) continue;
         const DomainLock lock(domain_);
         if (!lock.isHeld() || leaseOne(lock, sizeClass)) return;
-        // What has come is of other sizes. The arena is looked through once for it: when no more is coming.
+        // The relief is of other sizes. The arena is searched for it once, when no more is coming.
         const bool isAll = relief == before || naps + 1 == mostNaps || !pressure::isRecent(arena());
         before = relief;
         if (isAll && lease::reclaim(lock, lines) != lease::Reclaimed::nothing && leaseOne(lock, sizeClass)) return;
@@ -268,7 +267,7 @@ void Pool::trim() {
     if (lock.isHeld()) {
         shrinkTo(keptLines_ / 2);
     } else {
-        // Not with every block that is freed while somebody has the lock; and rather back to its home than kept here.
+        // Do not retry with every block freed while the lock is busy; and rather give back than keep.
         keptLines_ = mostLines_ + keptLines_ / 2;
         mostReturned_ = std::max(mostReturned_, keptLines_);
     }

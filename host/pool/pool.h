@@ -12,10 +12,9 @@ namespace linx {
 /// An endpoint's own free blocks, a list for each size class, so that allocating and freeing at home write nothing
 /// shared but the block itself. Belongs to the endpoint's thread.
 ///
-/// The lists are linked through the blocks, where others may have garbled the links. So a block is checked when it
-/// comes to the head of its list, and a list ends after as many blocks as were put into it: a head can be followed
-/// while there are any, and whatever the links say, nobody follows them for ever. The books of the lists are private;
-/// assertions hold them, whatever lies in the arena.
+/// The lists are linked through the blocks, where other processes may garble the links. So a block is checked when it
+/// comes to the head of its list, and a list ends after as many blocks as were put into it, which bounds every walk,
+/// whatever the links say. Heads and counts are private, so assertions on them hold, whatever is in the arena.
 class Pool {
 public:
     Pool(const Domain& domain, Spid home);
@@ -30,7 +29,7 @@ public:
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
     void free(BlockRef block);
 
-    /// The same if it comes from where the last one did that was given back. False when it is still the caller's.
+    /// The same if its home is that of the last block given back. False when it is still the caller's.
     bool giveBackAtOnce(BlockRef block) {
         const Spid home = block->home.loadRelaxed();
         return home == latestHome_ && giveBack(block, home);
@@ -39,11 +38,11 @@ public:
     /// Takes back what others have freed of the endpoint's. Not under the domain lock.
     void takeReturned();
 
-    /// Whether somebody has found no memory since this endpoint last gave up what it keeps.
+    /// Whether an endpoint ran out of memory since this one last gave up what it keeps.
     bool isUnderPressure() const { return arena().header().pressure.loadRelaxed() != pressureSeen_; }
 
-    /// Then gives the central lists what has come back and lies free here, unless the lock is taken just now: then
-    /// again, once a tick of the kernel. Not under the domain lock.
+    /// Then gives returned and free blocks to the central lists. If the lock is busy, retries at most once per kernel
+    /// tick. Not under the domain lock.
     void yieldToPressure();
 
     /// Whether the lock was taken then.
@@ -104,16 +103,15 @@ private:
     std::array<uint32_t, sizeClassCount> count_{};      ///< of the blocks in them
     std::array<uint32_t, sizeClassCount> nextLease_{};  ///< blocks to ask for; doubles with every lease
     NearbyBlocks nearby_;
-    bool lostSome_ = false;  ///< blocks that were put into the lists have not been found there
-    uint32_t mostLines_ =
-        0;                ///< no more lines are free: what was, and all that have become so since they were counted
-    uint32_t keptLines_;  ///< beyond so many free lines some go to the central lists
+    bool lostSome_ = false;   ///< blocks that were put into the lists have not been found there
+    uint32_t mostLines_ = 0;  ///< upper bound of the free lines: the last count and all added since
+    uint32_t keptLines_;      ///< beyond so many free lines some go to the central lists
     bool owesRelief_ = false;
     uint64_t yieldTriedAt_ = 0;  ///< coarse milliseconds: when it was in vain last
     uint32_t pressureSeen_;      ///< the header's count when this endpoint last gave up what it keeps
-    Spid latestHome_;            ///< of a block that was given back: another endpoint's, never one's own
-    Slot* latestHomesSlot_;      ///< which has been used
-    uint32_t mostReturned_ = 0;  ///< nothing more is given back there while more lines than these wait to be come for
+    Spid latestHome_;            ///< home of the last block given back: never this endpoint
+    Slot* latestHomesSlot_;      ///< always a used slot
+    uint32_t mostReturned_ = 0;  ///< give nothing back there while more than so many lines wait to be collected
 };
 
 inline BlockRef Pool::popAtOnce(SizeClassId sizeClass) {
@@ -128,7 +126,7 @@ inline BlockRef Pool::popAtOnce(SizeClassId sizeClass) {
     return {block, ref, sizeClass};
 }
 
-/// Returns a block to `home`, which is the latest, unless that has ended, or does not come for what it gets.
+/// Returns a block to `home`, the latest home, unless it has ended or lets blocks pile up.
 inline bool Pool::giveBack(BlockRef block, Spid home) {
     Slot& there = *latestHomesSlot_;
     const uint32_t waiting = there.returnedLines.loadRelaxed();

@@ -28,8 +28,7 @@ void raise(const Domain& domain, Spid self) {
     Header& header = domain.arena().header();
     header.pressure.addRelaxed(1);  // relaxed: whoever is rung reads it after the byte
     Throttle(header.reclaiming).runOnTop([&] {
-        // Relaxed: whoever waits a little too long or too short for others does not find more or less of what they
-        // give up.
+        // Relaxed: waiting a little too long or too short does not change what others give up.
         if (ringAll(domain, self)) header.pressedAt.storeRelaxed(milliseconds());
     });
 }

@@ -5,8 +5,8 @@
 
 namespace linx {
 
-/// What happens when memory has run out though others keep some that they do not need: they are asked for it. The
-/// count in the header tells them from other wake-ups, see Pool::isUnderPressure.
+/// When memory runs out while others keep some that they do not need, they are asked for it. The count in the header
+/// tells that from other wake-ups, see Pool::isUnderPressure.
 namespace pressure {
 
 constexpr uint32_t patience = 3;  ///< milliseconds that others have to give up what they keep

@@ -7,8 +7,8 @@ namespace linx {
 
 DomainLock::DomainLock(const Domain& domain, FileLock::Patience patience)
     : domain_(domain), isHeld_(domain.lock().lock(patience)) {
-    // An exchange here and a release in the end [dirty]: no store made between them leaves, so whoever dies with one
-    // done dies with the word set. Between holders the lock orders [lock].
+    // An exchange here and a release at the end [dirty]: no store in between moves out, so a process that dies after
+    // one leaves the word set. Between holders the lock orders [lock].
     if (isHeld_ && arena().header().dirty.exchangeSeqCst(1) != 0) repair(*this);
 }
 

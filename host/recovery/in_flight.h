@@ -6,9 +6,9 @@
 
 namespace linx {
 
-/// Whether a block in flight lies in no stack of the slot that it was sent to: `pusher`, who was to push it, died
-/// before. REQUIRES that `pusher` has died or is the caller's own process. May say no of one that is lost, if the
-/// slot's endpoint is at work meanwhile.
+/// Whether a block in flight lies in no stack of its target slot, because `pusher` died before it pushed it. REQUIRES
+/// that `pusher` has died or is the caller's own process. May wrongly say no if the slot's endpoint is at work
+/// meanwhile.
 inline bool isLostInFlight(const Arena& arena, BlockRef block, Spid pusher) {
     const OwnerWord owner = block->owner.loadAcquire();  // [owner]
     if (!isInFlight(owner) || !wasUsed(arena, spidOf(owner))) return false;

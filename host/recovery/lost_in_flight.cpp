@@ -19,8 +19,8 @@ struct Sending {
 
     SlotIndex target() const { return indexOf(spidOf(owner)); }
 
-    /// Whether it is still where it was. Acquire [owner]: as when it was found; who took it since has written one of
-    /// them, seen after a look at the stacks by [link] or [claim], and one that has died cannot become either again.
+    /// Whether it has not been taken. Acquire [owner]: as when it was found; a taker has changed owner or sender,
+    /// seen after the search of the stacks by [link] or [claim], and a dead endpoint cannot become either again.
     bool isUnchanged() const { return block->owner.loadAcquire() == owner && block->sender.loadRelaxed() == sender; }
 };
 

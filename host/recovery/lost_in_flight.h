@@ -6,9 +6,9 @@
 
 namespace linx {
 
-/// An endpoint that dies between giving a block its next owner and pushing it leaves a block that lies in no stack:
-/// only its slot's `sending` names it. Gives the central lists what the dead have left so. Under the domain lock;
-/// their own stacks are closed.
+/// An endpoint that dies between giving a block its next owner and pushing it leaves the block in no stack: only its
+/// slot's `sending` names it. Gives such blocks of `dead` to the central lists. Under the domain lock; their own
+/// stacks are closed.
 void recoverLostInFlight(const DomainLock& lock, const SlotSet& dead);
 
 }  // namespace linx

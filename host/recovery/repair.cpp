@@ -12,7 +12,7 @@
 namespace linx {
 namespace {
 
-// From here on under the domain lock, left by one who died [death]: relaxed. Releases keep the order for the next who
+// All below is under the domain lock, left by a dead holder [death]: relaxed. Releases keep the order if this one
 // dies.
 
 /// A lease writes a run's first entry last and giving a run up clears it first: entries without a first one are
@@ -31,8 +31,8 @@ void clearHalfRuns(const Arena& arena) {
     }
 }
 
-/// Whether a hunt has not been answered. Its signal rests with the hunter, and nobody had begun to post it; or it was
-/// to be posted and lies in no mailbox, which is looked for if there are `searches` left.
+/// Whether a hunt is unanswered: its signal is queued for the hunter and posting had not begun, or it is in flight
+/// but in no mailbox, which is searched while `searches` are left.
 bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
     const HunterWord word = hunt.hunter.loadRelaxed();
     const Spid hunter = spidOf(word);
@@ -41,8 +41,7 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
     const OwnerWord owner = signal->owner.loadAcquire();
     if (owner == inFlightTo(hunter)) {
         const Spid poster = senderOf(*signal);
-        // Who answers leaves `sending` alone: this one had it from the hunter and is sending or giving it back.
-        // [sending]
+        // Answering leaves `sending` alone: this one got it from the hunter and is sending or returning it. [sending]
         const bool comesBack = poster != hunter && wasUsed(arena, poster) &&
                                arena.slot(indexOf(poster)).sending.loadAcquire() == signal.ref;
         if (comesBack || searches == 0) return false;
@@ -54,8 +53,8 @@ bool isPending(const Arena& arena, const Hunt& hunt, uint32_t& searches) {
 
 /// An opening process died while it answered hunts.
 void finishAnswering(const Arena& arena) {
-    // Hunts are answered one after the other: no death leaves more than one to be looked for, and garbage may not
-    // have long mailboxes searched for each.
+    // Hunts are answered one at a time: a death leaves at most one to search for, and garbage must not have long
+    // mailboxes searched for each.
     uint32_t searches = 1;
     forEachHunt(arena, [&](Hunt& hunt) {
         if (!isPending(arena, hunt, searches)) return clearHunt(hunt);
@@ -82,9 +81,9 @@ void finishOpening(const Arena& arena) {
 }
 
 void rebuildNames(const Arena& arena) {
-    // A hunt that looks meanwhile may miss a name; it looks again under the lock before it believes that.
+    // A concurrent hunt may miss a name; it looks again under the lock before it gives up.
     for (uint32_t i = 0; i < slotCount; ++i) {
-        // Most are empty, and hunters read them meanwhile: what need not change stays in their caches.
+        // Most are empty and read concurrently: no store, so that they stay in the readers' caches.
         WordOf<SlotIndex>& bucket = arena.bucket(i);
         if (bucket.loadRelaxed() != SlotIndex::none) bucket.storeRelaxed(SlotIndex::none);
     }

@@ -46,13 +46,12 @@ void dropHunts(const Arena& arena, const SlotSet& ending) {
 }
 
 bool isLeftBy(const Arena& arena, const Block& block, const SlotSet& ending) {
-    // Acquire [owner]. No owner or home that one of them has overwritten is read: it has died [death] or is the
-    // caller.
+    // Acquire [owner]. What an ending endpoint has overwritten is not read: it has died [death] or is the caller.
     const OwnerWord owner = block.owner.loadAcquire();
     if (owner == OwnerWord::free) return ending.contains(block.home.loadRelaxed());
     if (!ending.contains(spidOf(owner))) return false;
-    // On its way to the endpoint but not in its mailbox: a sender that lives finds the mailbox closed and keeps it;
-    // of one that has ended nobody else would find it.
+    // In flight to the endpoint but not in its mailbox: a live sender finds the mailbox closed and keeps it; if the
+    // sender has ended, nobody else would find it.
     return !isInFlight(owner) || !isOpen(arena, senderOf(block));
 }
 

@@ -8,7 +8,7 @@ namespace linx {
 /// What an endpoint may leave behind.
 enum class Leftovers {
     none,     ///< it has given back every block itself
-    held,     ///< there may be blocks that it has: all of the arena is looked through
+    held,     ///< it may still own blocks: the whole arena is scanned
     anything  ///< it died at any instruction: with blocks anywhere, with a signal pushed and not rung for
 };
 
@@ -25,8 +25,8 @@ void reap(const DomainLock& lock, const Spid* dead, size_t count);
 /// Ends every endpoint whose process has died. Each is asked for that, which takes long where there are many.
 void reapAllDead(const DomainLock& lock);
 
-/// The same unless it was done a moment ago: for what is wanted again and again by those who go without. How often
-/// all endpoints together do it is bounded, see throttle.h. Whether it was done.
+/// The same unless done a moment ago: for failing calls that are made again and again. How often all endpoints
+/// together do it is bounded, see throttle.h. Whether it was done.
 bool reapAllDeadIfDue(const DomainLock& lock);
 
 /// Whether the process of an open endpoint has died, asking its doorbell. False also when the doorbell cannot be

@@ -32,7 +32,7 @@ void prepare(Slot& slot, Spid spid, const Name& name, uint32_t options) {
     slot.deepestQueue.storeRelaxed(0);
     share::begin(slot, spid);
     slot.returnedLines.storeRelaxed(0);
-    slot.forkRound.addRelaxed(1);  // what a forked copy of an earlier user of the slot may expect never comes back
+    slot.forkRound.addRelaxed(1);  // so that no forked copy of an earlier user matches it again
     slot.dropped.low.storeRelaxed(0);
     slot.dropped.high.storeRelaxed(0);
     slot.sleeps.storeRelaxed(0);
@@ -54,7 +54,7 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name, uint3
     if (before_ == LifeWord::neverUsed) closeFresh(slot());
     slot().life.storeRelease(
         closedAs(spid_));  // before the doorbell, which nobody would find otherwise if this process dies
-    // The one before may have ended without the right to remove its own.
+    // The previous user may have lacked the right to remove its own.
     if (before_ != LifeWord::neverUsed) doorbell::remove(lock.domain().directory(), spidOf(before_));
     doorbell_.reset(doorbell::make(lock.domain().directory(), spid_, lock.domain().fileMode()));
     if (doorbell_.get() == -1) return;
@@ -66,8 +66,8 @@ SlotReservation::~SlotReservation() {
     if (spid_ == Spid::none || isOpened_) return;
     const int failure = errno;
     const bool isGone = doorbell::remove(lock_.domain().directory(), spid_);
-    // The one before can still be asked for its name unless another has been written over it. A doorbell that cannot
-    // be removed goes by the spid that the slot names, if only for the repair.
+    // The previous user's name stays available unless it was overwritten. If the doorbell cannot be removed, the slot
+    // keeps naming its spid, so that the repair finds it.
     if (isGone && !isReady_) slot().life.storeRelease(before_);
     quarantine(lock_.arena(), indexOf(spid_));
     errno = failure;

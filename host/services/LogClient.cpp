@@ -74,9 +74,8 @@ int priorityOf(unsigned level) {
     return LOG_DEBUG;
 }
 
-/// One write a line, so that the lines of processes that share a terminal or a pipe do not mix. What does not fit
-/// into a full, non-blocking pipe is left to syslog, which has it too.
-/// Nobody may read it any more: that is no reason to end.
+/// One write per line, so that lines of processes that share a terminal or a pipe do not mix. What does not fit into
+/// a full, non-blocking pipe is left to syslog, which has it too. A pipe without a reader must not end the process.
 void writeToStandardError(const std::string& line) {
     linx::SignalShield shield(SIGPIPE);
     const ssize_t written = linx::uninterrupted([&] { return write(STDERR_FILENO, line.data(), line.size()); });
@@ -96,7 +95,7 @@ LogClient::~LogClient() = default;
 
 namespace {
 
-/// Says that a variable is set to something that it cannot be. Without memory nothing is said.
+/// Logs that a variable has an invalid value. Out of memory, nothing is logged.
 void tellOf(const LogClient& client, const char* name, const char* insteadOf) {
     if ((client.Level() & errors) == 0) return;
     try {

@@ -5,8 +5,8 @@
 
 namespace linx {
 
-/// The number in the environment variable `name`; `otherwise` when it is unset or empty. What is no number from
-/// `least` to `most` is told in the log, and `otherwise` taken.
+/// The number in the environment variable `name`; `otherwise` when it is unset or empty. Anything but a number from
+/// `least` to `most` is logged, and `otherwise` used.
 uint32_t numberFromEnvironment(const char* name, uint32_t least, uint32_t most, uint32_t otherwise);
 
 }  // namespace linx

@@ -72,17 +72,17 @@ void FileLock::afterForkInParent() {
 void FileLock::afterForkInChild() {
     const int keptErrno = errno;
     for (FileLock* lock : all()) {
-        pthread_mutex_init(&lock->queue_, nullptr);  // a thread that stayed behind may have had it
+        pthread_mutex_init(&lock->queue_, nullptr);  // a thread of the parent may have had it
         lock->mutexesOf_.store(forks::generation(), std::memory_order_relaxed);
-        // The parent's must go in any case. The directory is one for which no descriptor is wanted.
+        // The parent's file must go in any case. Replacing it by the directory needs no descriptor.
         if (!lock->openAnew()) lock->exchangeFor(lock->directory_.descriptor);
     }
     errno = keptErrno;
     afterForkInParent();
 }
 
-/// Both mutexes may be those of threads that stayed behind, if no handler was told of the fork. Nobody has had them
-/// in this process: before anybody gets that far it has a generation of its own, and they are of another.
+/// After a fork without handlers, threads of the parent may hold both mutexes. None of this process can hold them
+/// yet: before that it gets its own generation, and renews them.
 void FileLock::renewMutexes() {
     if (mutexesOf_.load(std::memory_order_relaxed) == forks::generation()) return;
     pthread_mutex_init(&queue_, nullptr);
@@ -93,7 +93,7 @@ void FileLock::renewMutexes() {
 
 bool FileLock::lock(Patience patience) {
     forks::acknowledge();
-    // Acquire: who finds them renewed by another thread finds them so in whole.
+    // Acquire: sees them initialised if another thread has renewed them.
     if (mutexesOf_.load(std::memory_order_acquire) != forks::generation()) {
         const std::lock_guard<ProcessMutex> lock(allMutex);
         renewMutexes();
@@ -141,9 +141,9 @@ void FileLock::unlock() {
     pthread_mutex_unlock(&queue_);
 }
 
-/// errno stays. By hand: where a child or a program being started still has a copy of the descriptor, closing would
-/// not do. But it does where the kernel has no memory to let go of the lock otherwise, and without either nobody else
-/// would get the lock again while this process lives.
+/// errno stays. Explicit, since closing does not unlock while a child or a program being started has a copy of the
+/// descriptor. If the kernel has no memory to unlock, reopening does; without either, nobody else would get the lock
+/// while this process lives.
 void FileLock::unlockFile() {
     constexpr int attempts = 100;
     const int keptErrno = errno;
@@ -153,7 +153,7 @@ void FileLock::unlockFile() {
     errno = keptErrno;
 }
 
-/// Exchanges the open file, which the parent locks too, for one of this process. Its number stays. False with errno.
+/// Replaces the open file, shared with the parent, by one of this process under its number. False with errno.
 bool FileLock::openAnew() {
     const ScopedDescriptor fresh(open(identity_, directory_.descriptor, name_));
     if (fresh.get() == -1 || !exchangeFor(fresh.get())) return false;
@@ -175,8 +175,8 @@ bool FileLock::hasItsFiles() const {
     return isOwn(file_.get()) && isOwn(directory_.descriptor);
 }
 
-/// Whether the number stands for the file or the directory, which a child may have in the place of the file. What the
-/// kernel does not tell is believed to be so: the parent's file must not stay open for that.
+/// Whether the number is that of the file, or of the directory, which a child may have put in its place. If fstat
+/// fails but for EBADF it is assumed to be: the parent's file must not stay open for that.
 bool FileLock::isOwn(int descriptor) const {
     struct stat status;
     if (fstat(descriptor, &status) == -1) return errno != EBADF;

@@ -14,12 +14,12 @@ namespace linx {
 /// The lock of a file that several processes share, as one process has it: one holder at a time among its threads and
 /// among the processes. The kernel lets go of it when the holder dies. Any thread may use it.
 ///
-/// One descriptor serves for good. Such a lock belongs to the open file, which a child shares with its parent: should
-/// the parent be killed while it has the lock, nobody would get it before the child ends. So a child opens the file
-/// anew: at once after the fork, when nobody has dropped its privileges yet, or else before it first locks. And
-/// nobody may map it by this descriptor, since a mapping keeps the open file, too. A fork waits for a thread that has
-/// the lock, so that no child is made in the middle of what the lock guards, but not for one that only waits for it:
-/// whatever holds up this lock holds up neither forks nor other locks.
+/// One descriptor serves for good. Such a lock belongs to the open file, which a child shares with its parent: if the
+/// parent were killed while it held the lock, nobody would get it before the child ended. So a child opens the file
+/// anew: right after the fork, before it may drop privileges, or else before it first locks. And nobody may map it by
+/// this descriptor, since a mapping keeps the open file, too. A fork waits for a thread that holds the lock, so that
+/// no child is made in the middle of what the lock guards, but not for one that only waits for it: what delays this
+/// lock delays neither forks nor other locks.
 class FileLock {
 public:
     /// Which file it is, whatever its name.
@@ -59,11 +59,11 @@ public:
     int file() const { return file_.get(); }
     const Identity& identity() const { return identity_; }
 
-    /// Whether both descriptors still stand for what they were opened for. The program may have closed them, as those
-    /// do that close all that they have inherited, and may have others under their numbers.
+    /// Whether both descriptors still stand for what they were opened for. The program may have closed them, as
+    /// daemons close all that they inherit, and may have reused their numbers.
     bool hasItsFiles() const;
 
-    /// Says that they do not: nobody gets the lock by this object any more, whatever they will stand for.
+    /// Declares them lost: this object never gets the lock again, whatever the numbers stand for.
     void giveUp() { isLost_.store(true, std::memory_order_relaxed); }
     bool isLost() const { return isLost_.load(std::memory_order_relaxed); }
 

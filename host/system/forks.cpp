@@ -19,8 +19,7 @@ WipedPage wipedPage;
 
 namespace {
 
-// Relaxed but for what is said beside it: threads learn of a fork from their own next operation, and a child begins
-// with one thread.
+// Relaxed unless noted: threads learn of a fork from their own next operation, and a child begins with one thread.
 
 constexpr ProcessMutex& forkMutex = detail::wipedPage.forks;  ///< of the thread that forks
 
@@ -80,7 +79,7 @@ void afterForkInChild() {
 }
 
 int begin() {
-    // Where the kernel knows no such advice, or has larger pages, such children go unnoticed.
+    // Without MADV_WIPEONFORK, or with larger pages, forks without handlers go unnoticed.
     madvise(&detail::wipedPage, sizeof detail::wipedPage, MADV_WIPEONFORK);
     renewStamp();
     passBarriers(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED);

@@ -15,7 +15,7 @@ namespace detail {
 
 constexpr uint32_t kernelPageBytes = 4096;
 
-/// The kernel wipes this page in every child, also in one that was made behind the back of the fork handlers.
+/// The kernel wipes this page in every child, even in one forked without the fork handlers.
 struct alignas(kernelPageBytes) WipedPage {
     std::atomic<uint32_t> stamp;
     ProcessMutex forks;
@@ -28,8 +28,8 @@ extern WipedPage wipedPage;
 
 }  // namespace detail
 
-/// The mutexes of what a process has one of. A child that no handler is told of finds them free: the thread that had
-/// one, perhaps because it was inside a fork itself, has stayed behind and would never let go.
+/// The mutexes of per-process objects. A child forked without handlers finds them free: a thread that held one,
+/// perhaps inside a fork itself, exists only in the parent and would never unlock it.
 constexpr ProcessMutex& handlesMutex() {
     return detail::wipedPage.handles;
 }
@@ -53,13 +53,12 @@ inline uint32_t stamp() {
 }
 
 /*
- * What no fork may copy in the middle is entered so: store that somebody is inside, then look at the stamp, and go
- * back out if it is another than before. A fork changes the stamp for a while, has every other thread pass a memory
- * barrier, and then copies: a thread has either seen the stamp change, or the child's copy says that somebody was
- * inside.
+ * To keep a fork from copying a critical section in the middle: store that a thread is inside, then read the stamp,
+ * and go back out if it has changed. A fork changes the stamp for a while, has every other thread pass a memory
+ * barrier, and then copies: a thread has either seen the stamp change, or the child's copy says that one was inside.
  */
 
-/// Keeps the compiler from looking at the stamp before what was stored is stored; a fork does the same to the
+/// Keeps the compiler from reading the stamp before the store is done; a fork's barrier does the same to the
 /// processor.
 inline void afterEntering() {
     std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -71,8 +70,8 @@ void awaitFork();
 /// How many forks this process is away from the first one: differs between a process and its parent.
 uint32_t generation();
 
-/// Whether what was made in `generation` has come to this process by a fork that no handler was told of. Then nothing
-/// is known of who else uses it.
+/// Whether what was made in `generation` was copied to this process by a fork without handlers. Then it is unknown
+/// who else uses it.
 bool isSmuggled(uint32_t generation);
 
 /// Has `before` called before each fork, and one of the others on each side after it, the stamp and the generation
@@ -80,9 +79,8 @@ bool isSmuggled(uint32_t generation);
 /// or an errno value.
 int atFork(void (*before)(), void (*inParent)(), void (*inChild)());
 
-/// Gives a process that was made behind the handlers a stamp and a generation of its own. To be called before
-/// something is made that depends on either; a fork does so itself, or parent and child would pass for processes that
-/// every handler has been told of.
+/// Gives a process forked without handlers its own stamp and generation. To be called before making what depends on
+/// either; a fork does so itself, or parent and child would pass for processes forked with handlers.
 void acknowledge();
 
 }  // namespace forks

@@ -36,7 +36,7 @@ bool isUnfinishedName(const char* entry, const char* name) {
            std::strspn(entry + length + 1, "0123456789abcdef") == randomDigits;
 }
 
-/// Its maker holds the lock of an unfinished file: of a leftover anybody can have it.
+/// The maker of an unfinished file holds its lock; a leftover's lock is free.
 bool lock(int file) {
     return flock(file, LOCK_EX | LOCK_NB) == 0;
 }

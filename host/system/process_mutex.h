@@ -11,8 +11,8 @@
 
 namespace linx {
 
-/// Of one thread of the process at a time. Free while its memory is zero, which no mutex of the C library promises;
-/// and it may be let go of when it is free already, as a child finds it whose memory the kernel has wiped.
+/// A mutex for the threads of one process. Free while its memory is zero, which no mutex of the C library promises;
+/// it may be unlocked when already free, as happens in a child whose copy the kernel has wiped.
 class ProcessMutex {
 public:
     // Acquire and release: whoever gets it sees all that was done under it.

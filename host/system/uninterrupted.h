@@ -5,8 +5,8 @@
 
 namespace linx {
 
-/// What a system call answers when no signal handler interrupts it: it is made again where one did. `call()` returns
-/// -1 with errno when it fails; otherwise errno stays.
+/// Repeats a system call while signal handlers interrupt it, and returns its result. `call()` returns -1 with errno
+/// when it fails; otherwise errno stays.
 template <class Call>
 auto uninterrupted(Call call) {
     const int keptErrno = errno;
