@@ -131,7 +131,7 @@ void Player::openWrongly() {
             claim(linx_open(tooLong.c_str(), 0, nullptr) == nullptr, "no name is too long");
             return expectError(ENAMETOOLONG, "linx_open");
         case 3:
-            claim(linx_open("a", 1, nullptr) == nullptr, "there are no options");
+            claim(linx_open("a", ~LINX_OPEN_LINK, nullptr) == nullptr, "there are no other options");
             return expectError(EINVAL, "linx_open");
         default:
             claim(linx_open("a", 0, &argument) == nullptr, "there is no argument");
