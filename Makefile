@@ -14,7 +14,7 @@ help: ## Lists the targets
 	@awk -F ':.*## ' '/^[a-z0-9-]+:.*## / {printf "  make %-14s %s\n", $$1, $$2}' $(MAKEFILE_LIST)
 
 demo: dependencies ## Builds and runs the demonstration device; ARGS='--help' tells its options
-	$(call build,release,linx-demo)
+	$(call build,release,linx-demo $(if $(findstring --nodes,$(ARGS)),linx-link))
 	@build/release/demo/linx-demo $(ARGS)
 
 clean: ## Removes everything that was built

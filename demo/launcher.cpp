@@ -18,6 +18,7 @@
 #include "demo/descriptors.h"
 #include "demo/domain.h"
 #include "demo/ledger.h"
+#include "demo/nodes.h"
 #include "demo/processes.h"
 #include "demo/protocol.h"
 #include "demo/roster.h"
@@ -37,6 +38,9 @@ enum class Stage {
     locating,    // Locate was pressed; GpsHal must have somebody waiting for it, to be killed then
     recovering,  // GpsHal was killed; everybody must have noticed and reached the new one
     ticking,     // all rounds are done; enough ticks must have been seen
+    offloading,  // with --nodes: both encoders must have answered; then a link is killed
+    cutOff,      // its end must be told; then it is started again
+    relinking,   // the encoder behind it must have answered again
     ending,      // the shutdown request is out; all servers must have ended
     over
 };
@@ -50,6 +54,8 @@ private:
     bool open();
     void startInRandomOrder();
     void startServer(e_Process server);
+    void startLink(e_Process link);
+    bool startNodes();
     void loop();
     int millisecondsLeft() const;
 
@@ -65,6 +71,8 @@ private:
     void killGpsHal();
     bool recovered() const;
     bool enoughTicks() const;
+    void cutLink();
+    void dismissLinks();
     void requestShutdown();
     void press(Button button);
 
@@ -88,6 +96,7 @@ private:
     bool allReady_ = false;
     unsigned round_ = 0;
     pid_t victim_ = 0;
+    bool linksDismissed_ = false;
     std::string failure_;
     int interruptedBy_ = 0;
 };
@@ -107,7 +116,7 @@ Launcher::Launcher(const Options& chosen)
 }
 
 int Launcher::run() {
-    if (open()) {
+    if (open() && startNodes()) {
         startInRandomOrder();
         loop();
     }
@@ -148,6 +157,25 @@ void Launcher::startServer(e_Process server) {
     const pid_t pid = processes_.start(server);
     if (pid == -1) return giveUp("cannot start " + nameOf(server) + ": " + std::strerror(errno));
     say("starts " + nameOf(server) + ", process " + std::to_string(pid));
+}
+
+void Launcher::startLink(e_Process link) {
+    const pid_t pid = processes_.startLink(link);
+    if (pid == -1) return giveUp("cannot start the link " + nameOf(link) + ": " + std::strerror(errno));
+    say("starts the link " + nameOf(link) + ", process " + std::to_string(pid));
+}
+
+/// The other nodes, with all that runs there, and who of here has them work.
+bool Launcher::startNodes() {
+    if (!options_.nodes) return true;
+    if (const std::string trouble = layOutNodes(domain_.path(), options_.link); !trouble.empty()) {
+        giveUp(trouble);
+        return false;
+    }
+    startServer(encodersClient);
+    for (const e_Process encoder : encoders) startServer(encoder);
+    for (const e_Process link : links) startLink(link);
+    return failure_.empty();
 }
 
 void Launcher::loop() {
@@ -203,7 +231,7 @@ void Launcher::takeEnds() {
 
 void Launcher::judge(const Processes::End& end) {
     if (end.pid == victim_) return;  // as it was meant to
-    ledger_.note(end.server, Fact::exited, static_cast<unsigned>(end.status));
+    if (!isLink(end.server)) ledger_.note(end.server, Fact::exited, static_cast<unsigned>(end.status));
     const bool inOrder = end.status == 0;
     std::string how = "exit status " + std::to_string(WEXITSTATUS(end.status));
     if (WIFSIGNALED(end.status)) how = std::string("killed by ") + strsignal(WTERMSIG(end.status));
@@ -244,9 +272,23 @@ void Launcher::advance() {
             stage_ = Stage::ticking;
             return;
         case Stage::ticking:
-            if (enoughTicks()) requestShutdown();
+            if (!enoughTicks()) return;
+            if (!options_.nodes) return requestShutdown();
+            stage_ = Stage::offloading;
+            return advance();
+        case Stage::offloading:
+            if (ledger_.count(Fact::encoded) == encoders.size()) cutLink();
+            return;
+        case Stage::cutOff:
+            if (ledger_.count(Fact::encoderLost) == 0 || ledger_.count(Fact::linkLost) == 0) return;
+            startLink(e_VpHal0);
+            stage_ = Stage::relinking;
+            return;
+        case Stage::relinking:
+            if (ledger_.count(Fact::encoded) > encoders.size()) requestShutdown();
             return;
         case Stage::ending:
+            if (processes_.hasOnlyLinks()) dismissLinks();
             if (processes_.empty()) stage_ = Stage::over;
             return;
         case Stage::over:
@@ -262,7 +304,7 @@ void Launcher::beginRound() {
 }
 
 void Launcher::killGpsHal() {
-    victim_ = processes_.kill(e_GpsHal);
+    victim_ = processes_.signal(e_GpsHal, SIGKILL);
     if (victim_ == -1) return giveUp("there is no GpsHal to kill");
     ledger_.note(launcher, Fact::killed, static_cast<std::uint64_t>(victim_));
     say("kills GpsHal, process " + std::to_string(victim_) + ", with SIGKILL");
@@ -278,11 +320,33 @@ bool Launcher::enoughTicks() const {
     return ledger_.count(Fact::tickFired) >= ticksWanted && ledger_.count(Fact::tickSeen) >= ticksWanted;
 }
 
+void Launcher::cutLink() {
+    victim_ = processes_.signal(e_VpHal0, SIGKILL);
+    if (victim_ == -1) return giveUp("there is no link to kill");
+    ledger_.note(launcher, Fact::linkCut, static_cast<std::uint64_t>(victim_));
+    say("kills the link " + nameOf(e_VpHal0) + ", process " + std::to_string(victim_) + ", with SIGKILL");
+    stage_ = Stage::cutOff;
+}
+
+/// Once nobody is left whom they serve.
+void Launcher::dismissLinks() {
+    if (linksDismissed_) return;
+    linksDismissed_ = true;
+    for (const e_Process link : links) processes_.signal(link, SIGTERM);
+}
+
 void Launcher::requestShutdown() {
     say("asks WatchdogMgr to shut everything down");
-    IpcMessage message;
-    message.Allocate(m_Shutdown, 0, nullptr);
-    if (ipc_.Notify(nameOf(e_WatchdogMgr), message, true) != 0) return giveUp("cannot reach WatchdogMgr");
+    std::vector<e_Process> asked = {e_WatchdogMgr};
+    if (options_.nodes) {  // whom WatchdogMgr does not know
+        asked.push_back(encodersClient);
+        asked.insert(asked.end(), encoders.begin(), encoders.end());
+    }
+    for (const e_Process server : asked) {
+        IpcMessage message;
+        message.Allocate(m_Shutdown, 0, nullptr);
+        if (ipc_.Notify(nameOf(server), message, true) != 0) return giveUp("cannot reach " + nameOf(server));
+    }
     stage_ = Stage::ending;
 }
 

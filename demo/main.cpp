@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <random>
 
 #include "demo/launcher.h"
@@ -9,6 +10,11 @@ namespace {
 
 std::uint64_t randomSeed() {
     return std::random_device()() % 1000000U;
+}
+
+std::string usualLink() {
+    std::error_code error;
+    return (std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "../link/linx-link").string();
 }
 
 int demonstrate(const demo::Options& options, bool list) {
@@ -22,6 +28,7 @@ int demonstrate(const demo::Options& options, bool list) {
 int main(int argc, char** argv) {
     demo::Options options;
     options.seed = randomSeed();
+    options.link = usualLink();
     bool list = false;
     CLI::App app{"Nine servers of a device on one machine: shows what endpoints can do, and that it happened."};
     app.add_option("--rounds", options.rounds, "how often the stream runs and a server is killed, 1 to 10")
@@ -37,6 +44,9 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     app.add_flag("--no-color", options.noColor, "no colours, also on a terminal");
     app.add_option("--servers", options.servers, "another build of this program, for the servers")
+        ->check(CLI::ExistingFile);
+    app.add_flag("--nodes", options.nodes, "with two further nodes, each a domain of its own behind a link");
+    app.add_option("--link", options.link, "the program linx-link (default: that of this build)")
         ->check(CLI::ExistingFile);
     app.add_flag("--list", list, "say what would be shown, and end");
 

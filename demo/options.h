@@ -13,6 +13,8 @@ struct Options {
     std::uint64_t seed = 0;    ///< start order and content of the streams
     unsigned limit = 9;        ///< seconds until the demonstration gives up
     bool noColor = false;
+    bool nodes = false;                      ///< with two other nodes, behind links
+    std::string link;                        ///< the program of the links, for these
     std::string servers = "/proc/self/exe";  ///< the program that is executed for each server
 };
 

@@ -5,10 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <string>
+#include <cstdlib>
 
-#include "demo/roster.h"
+#include "demo/nodes.h"
 
 namespace demo {
 
@@ -24,39 +25,55 @@ Processes::Processes(const Options& chosen, int reportsEnd, int frontPanelEnd, c
     : options_(chosen), reports_(reportsEnd), frontPanel_(frontPanelEnd), mask_(startMask) {}
 
 pid_t Processes::start(e_Process server) {
+    return run(server, options_.servers,
+               {"linx-demo", "serve", nameOf(server), "--reports", std::to_string(reports_), "--front-panel",
+                std::to_string(frontPanel_), "--seed", std::to_string(options_.seed), "--payload",
+                std::to_string(options_.payload), "--limit", std::to_string(options_.limit)});
+}
+
+pid_t Processes::startLink(e_Process link) {
+    return run(link, options_.link, {"linx-link", configurationOf(link, std::getenv("LINX_DOMAIN"))});
+}
+
+pid_t Processes::run(e_Process process, const std::string& program, const std::vector<std::string>& arguments) {
+    std::vector<char*> pointers;
+    for (const std::string& argument : arguments) pointers.push_back(const_cast<char*>(argument.c_str()));
+    pointers.push_back(nullptr);
+    const std::string domain = domainOf(process, std::getenv("LINX_DOMAIN"));
     const pid_t parent = getpid();
     const pid_t pid = fork();
-    if (pid == 0) become(server, parent);
-    if (pid > 0) running_[pid] = server;
+    if (pid == 0) {
+        setenv("LINX_DOMAIN", domain.c_str(), 1);
+        become(program, pointers.data(), parent);
+    }
+    if (pid > 0) running_[pid] = process;
     return pid;
 }
 
-void Processes::become(e_Process server, pid_t parent) const {
+void Processes::become(const std::string& program, char* const* arguments, pid_t parent) const {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent) _exit(1);  // it died before it could be watched
-    signal(SIGINT, SIG_IGN);            // the terminal's signals are for the launcher, which ends its servers
-    signal(SIGHUP, SIG_IGN);
-    signal(SIGPIPE, SIG_DFL);
+    ::signal(SIGINT, SIG_IGN);          // the terminal's signals are for the launcher, which ends its servers
+    ::signal(SIGHUP, SIG_IGN);
+    ::signal(SIGPIPE, SIG_DFL);
     sigprocmask(SIG_SETMASK, &mask_, nullptr);
     inherit(reports_);
     inherit(frontPanel_);
-    const std::string reportsText = std::to_string(reports_);
-    const std::string frontPanelText = std::to_string(frontPanel_);
-    const std::string seed = std::to_string(options_.seed);
-    const std::string payload = std::to_string(options_.payload);
-    const std::string limit = std::to_string(options_.limit);
-    execl(options_.servers.c_str(), "linx-demo", "serve", nameOf(server).c_str(), "--reports", reportsText.c_str(),
-          "--front-panel", frontPanelText.c_str(), "--seed", seed.c_str(), "--payload", payload.c_str(), "--limit",
-          limit.c_str(), static_cast<char*>(nullptr));
+    execv(program.c_str(), arguments);
     _exit(127);
 }
 
-pid_t Processes::kill(e_Process server) {
+pid_t Processes::signal(e_Process server, int number) {
     for (auto process = running_.rbegin(); process != running_.rend(); ++process) {
         if (process->second != server) continue;
-        return ::kill(process->first, SIGKILL) == 0 ? process->first : -1;
+        return ::kill(process->first, number) == 0 ? process->first : -1;
     }
     return -1;
+}
+
+bool Processes::hasOnlyLinks() const {
+    return !running_.empty() &&
+           std::all_of(running_.begin(), running_.end(), [](const auto& one) { return isLink(one.second); });
 }
 
 std::size_t Processes::killAll() {

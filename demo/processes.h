@@ -6,6 +6,8 @@
 #include <csignal>
 #include <map>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "demo/options.h"
 #include "directory/e_Process.h"
@@ -27,8 +29,11 @@ public:
     /// Starts a server. Its pid, or -1 with errno.
     pid_t start(e_Process server);
 
-    /// Kills the process of a server with SIGKILL. Its pid, or -1 when it is not there.
-    pid_t kill(e_Process server);
+    /// Starts a link, as it is configured beneath the domain. Its pid, or -1 with errno.
+    pid_t startLink(e_Process link);
+
+    /// Sends a signal to the process of a server, or of a link. Its pid, or -1 when it is not there.
+    pid_t signal(e_Process server, int number);
 
     /// Kills and reaps all that run. How many there were.
     std::size_t killAll();
@@ -45,8 +50,12 @@ public:
 
     bool empty() const { return running_.empty(); }
 
+    /// Whether links are left, and nothing else.
+    bool hasOnlyLinks() const;
+
 private:
-    [[noreturn]] void become(e_Process server, pid_t parent) const;
+    pid_t run(e_Process process, const std::string& program, const std::vector<std::string>& arguments);
+    [[noreturn]] void become(const std::string& program, char* const* arguments, pid_t parent) const;
 
     const Options& options_;
     int reports_;

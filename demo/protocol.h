@@ -42,6 +42,11 @@ enum Message : std::uint32_t {
     m_PositionReply = 0x2402,    // Position
     m_FixRequest = 0x2403,       // empty: look for satellites, which takes its time
     m_FixReply = 0x2404,         // Position
+
+    // The encoders of other nodes, and Offloader.
+    m_Encode = 0x2500,     // empty, Offloader to EncodeCtrl
+    m_Encoded = 0x2501,    // Encoded, the answer
+    m_LinkEnded = 0x2502,  // empty, the notice that Offloader asked for of a session
 };
 
 struct Hello {
@@ -100,6 +105,10 @@ struct Position {
     std::int32_t pid;        // of the incarnation that answers
     std::int32_t latitude;   // millionths of a degree
     std::int32_t longitude;  // millionths of a degree
+};
+
+struct Encoded {
+    std::int32_t pid;
 };
 
 /// What the launcher writes to the front panel, one byte a press.

@@ -32,6 +32,10 @@ enum class Fact : std::uint32_t {
     restarted,        // a server had the launcher start another again; value: the new pid
     positionTaken,    // value: the pid of the GpsHal that answered, before it is killed
     reached,          // the same, after WatchdogMgr said that GpsHal was back
+    encoded,          // an encoder of another node has answered; value: its pid
+    linkCut,          // the launcher killed a link; value: its pid
+    encoderLost,      // the notice of an Attach to an encoder arrived
+    linkLost,         // that of an Attach to the session of its link
     receiveEnded,     // a server's last Receive; value: its result
     exited,           // value: the wait status
 };

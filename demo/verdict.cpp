@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "demo/nodes.h"
 #include "demo/protocol.h"
-#include "demo/roster.h"
 #include "demo/stream.h"
 
 namespace demo {
@@ -140,17 +140,37 @@ Row reached(const Ledger& ledger, const Options& options) {
         pids.size() == options.rounds && byState == pids && byUi == pids && before == ledger.values(Fact::killed)};
 }
 
-Row shutDown(const Ledger& ledger) {
+Row encoded(const Ledger& ledger) {
+    const Values pids = ledger.values(Fact::encoded);
+    const std::size_t wanted = encoders.size() + 1;
+    // The one behind the link that was cut is the same process before and after. Which of the two was the first to
+    // answer, nobody has promised.
+    return {"servers of other nodes reached by name", number(wanted, "answer") + ", one after a cut",
+            number(pids.size(), "answer"), ledger.witnesses(Fact::encoded),
+            pids.size() == wanted && pids[0] != pids[1] && (pids[2] == pids[0] || pids[2] == pids[1])};
+}
+
+Row cut(const Ledger& ledger) {
+    const std::size_t cuts = ledger.count(Fact::linkCut);
+    const std::size_t proxies = ledger.count(Fact::encoderLost);
+    const std::size_t sessions = ledger.count(Fact::linkLost);
+    return {"a link killed, its end told", "1 kill, 2 notices",
+            number(cuts, "kill") + ", " + number(proxies + sessions, "notice"), ledger.witnesses(Fact::linkLost),
+            cuts == 1 && proxies == 1 && sessions == 1};
+}
+
+Row shutDown(const Ledger& ledger, const Options& options) {
+    const std::size_t servers = roster.size() + (options.nodes ? encoders.size() + 1 : 0);
     const Values results = ledger.values(Fact::receiveEnded);
     const Values statuses = ledger.values(Fact::exited);
     const auto inOrder = std::count(statuses.begin(), statuses.end(), 0U);
-    const std::string all = std::to_string(roster.size());
-    return {"an orderly shutdown", all + " times 108, " + all + " exits with 0",
-            std::to_string(std::count(results.begin(), results.end(), std::uint64_t{ESHUTDOWN})) + " times 108, " +
-                std::to_string(inOrder) + " exits with 0",
-            ledger.witnesses(Fact::receiveEnded),
-            results.size() == roster.size() && allAre(results, ESHUTDOWN) && statuses.size() == roster.size() &&
-                allAre(statuses, 0)};
+    const std::string all = std::to_string(servers);
+    return {
+        "an orderly shutdown", all + " times 108, " + all + " exits with 0",
+        std::to_string(std::count(results.begin(), results.end(), std::uint64_t{ESHUTDOWN})) + " times 108, " +
+            std::to_string(inOrder) + " exits with 0",
+        ledger.witnesses(Fact::receiveEnded),
+        results.size() == servers && allAre(results, ESHUTDOWN) && statuses.size() == servers && allAre(statuses, 0)};
 }
 
 Row nothingLeft(const Remains& remains) {
@@ -163,19 +183,21 @@ Row nothingLeft(const Remains& remains) {
 }  // namespace
 
 std::vector<Row> judge(const Ledger& ledger, const Options& options, const Remains& remains) {
-    return {hunted(ledger),
-            notified(ledger, options),
-            requested(ledger, options),
-            requestedAsynchronously(ledger, options),
-            polled(ledger, options),
-            ticked(ledger),
-            streamed(ledger, options),
-            supervised(ledger, options),
-            cutShort(ledger, options),
-            restarted(ledger, options),
-            reached(ledger, options),
-            shutDown(ledger),
-            nothingLeft(remains)};
+    std::vector<Row> rows = {hunted(ledger),
+                             notified(ledger, options),
+                             requested(ledger, options),
+                             requestedAsynchronously(ledger, options),
+                             polled(ledger, options),
+                             ticked(ledger),
+                             streamed(ledger, options),
+                             supervised(ledger, options),
+                             cutShort(ledger, options),
+                             restarted(ledger, options),
+                             reached(ledger, options),
+                             shutDown(ledger, options),
+                             nothingLeft(remains)};
+    if (options.nodes) rows.insert(rows.end() - 2, {encoded(ledger), cut(ledger)});
+    return rows;
 }
 
 }  // namespace demo

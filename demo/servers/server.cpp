@@ -5,10 +5,12 @@
 #include <cerrno>
 #include <cstring>
 
+#include "demo/nodes.h"
+
 namespace demo {
 
 Server::Server(e_Process self, const Wiring& wiring)
-    : ipc(nameOf(self)), report(wiring.reports, self), patience(static_cast<int>(wiring.limit) * 900) {
+    : ipc(ownNameOf(self)), report(wiring.reports, self), patience(static_cast<int>(wiring.limit) * 900) {
     on<&Server::onStart>(m_Start, this);
     on<&Server::onPeerBack>(m_PeerBack, this);
     on<&Server::onProcessDied>(m_ProcessDied, this);

@@ -10,8 +10,13 @@ std::unique_ptr<Server> makeServer(e_Process server, const Wiring& wiring) {
             return makeConfigMgr(wiring);
         case e_ConnectionMgr:
             return makeConnectionMgr(wiring);
+        case e_Vp0EncodeCtrl:
+        case e_Vp1EncodeCtrl:
+            return makeEncodeCtrl(server, wiring);
         case e_GpsHal:
             return makeGpsHal(wiring);
+        case e_Offloader:
+            return makeOffloader(wiring);
         case e_PlaybackMgr:
             return makePlaybackMgr(wiring);
         case e_StateMgr:

@@ -9,7 +9,9 @@ namespace demo {
 
 std::unique_ptr<Server> makeConfigMgr(const Wiring& wiring);
 std::unique_ptr<Server> makeConnectionMgr(const Wiring& wiring);
+std::unique_ptr<Server> makeEncodeCtrl(e_Process self, const Wiring& wiring);
 std::unique_ptr<Server> makeGpsHal(const Wiring& wiring);
+std::unique_ptr<Server> makeOffloader(const Wiring& wiring);
 std::unique_ptr<Server> makePlaybackMgr(const Wiring& wiring);
 std::unique_ptr<Server> makeStateMgr(const Wiring& wiring);
 std::unique_ptr<Server> makeStreamMgr(const Wiring& wiring);

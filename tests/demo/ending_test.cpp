@@ -29,6 +29,16 @@ INSTANTIATE_TEST_SUITE_P(Moments, Interrupted,
                                  Values<std::string>("domain ", "hunted WatchdogMgr", "everybody is here",
                                                      "kills GpsHal")));
 
+TEST(Ending, InterruptedWhileALinkIsCutItEndsTheOtherNodesToo) {
+    if (!LINX_DEMO_NODES) GTEST_SKIP() << "linx-link was left out";
+    Demonstration run({"--seed", "3", "--nodes"});
+    ASSERT_TRUE(run.waitFor("kills the link")) << run.text();
+    EXPECT_EQ(kill(run.launcher(), SIGTERM), 0);
+    EXPECT_EQ(run.finish(), 128 + SIGTERM) << run.text();
+    EXPECT_FALSE(run.domainExists()) << run.domain();
+    EXPECT_FALSE(processesLeft());
+}
+
 TEST(Ending, AnInterruptFromTheTerminalReachesTheServersTooAndIsLeftToTheLauncher) {
     Demonstration run({"--seed", "3", "--rounds", "10"});
     ASSERT_TRUE(run.waitFor("everybody is here")) << run.text();

@@ -13,9 +13,12 @@ bool endsWith(const std::string& line, const std::string& end) {
     return line.size() >= end.size() && line.compare(line.size() - end.size(), end.size(), end) == 0;
 }
 
+using Arguments = std::vector<std::string>;
+
 /// What the program says that it shows: the first column, up to the first run of blanks.
-std::vector<std::string> capabilitiesWith(const std::string& payload) {
-    Demonstration list({"--list", "--payload", payload});
+std::vector<std::string> capabilitiesWith(Arguments arguments) {
+    arguments.push_back("--list");
+    Demonstration list(arguments);
     EXPECT_EQ(list.finish(), 0);
     std::vector<std::string> names;
     for (const std::string& line : list.lines()) names.push_back(line.substr(0, line.find("  ")));
@@ -29,10 +32,11 @@ std::string verdictOn(const std::string& capability, const Demonstration& run) {
     return "no line for " + capability;
 }
 
-void expectEverythingShown(Demonstration& run, const std::string& payload) {
+void expectEverythingShown(const Arguments& arguments, std::size_t count = 13) {
+    Demonstration run(arguments);
     EXPECT_EQ(run.finish(), 0) << run.text();
-    const auto capabilities = capabilitiesWith(payload);
-    EXPECT_EQ(capabilities.size(), 13U);
+    const auto capabilities = capabilitiesWith(arguments);
+    EXPECT_EQ(capabilities.size(), count);
     for (const std::string& capability : capabilities) {
         EXPECT_TRUE(endsWith(verdictOn(capability, run), "yes")) << verdictOn(capability, run);
     }
@@ -60,8 +64,7 @@ class ShowingWith : public testing::TestWithParam<std::tuple<std::string, std::s
 
 TEST_P(ShowingWith, ASeedAndANumberOfRoundsEverythingHappensAndNothingIsLeft) {
     const auto [seed, rounds] = GetParam();
-    Demonstration run({"--seed", seed, "--rounds", rounds});
-    expectEverythingShown(run, "49152");
+    expectEverythingShown({"--seed", seed, "--rounds", rounds});
 }
 
 INSTANTIATE_TEST_SUITE_P(Runs, ShowingWith,
@@ -71,11 +74,15 @@ INSTANTIATE_TEST_SUITE_P(Runs, ShowingWith,
 class ShowingAStreamOf : public testing::TestWithParam<std::string> {};
 
 TEST_P(ShowingAStreamOf, SomeBytesEverythingHappensAndNothingIsLeft) {
-    Demonstration run({"--seed", "7", "--payload", GetParam()});
-    expectEverythingShown(run, GetParam());
+    expectEverythingShown({"--seed", "7", "--payload", GetParam()});
 }
 
 INSTANTIATE_TEST_SUITE_P(Payloads, ShowingAStreamOf, testing::Values<std::string>("1", "8192", "8193", "1048576"));
+
+TEST(Showing, WithTwoNodesBehindLinksTheSameHappensAndTheLinksAreCutAndBack) {
+    if (!LINX_DEMO_NODES) GTEST_SKIP() << "linx-link was left out";
+    expectEverythingShown({"--nodes", "--seed", "4"}, 15);
+}
 
 TEST(Showing, TheSeedDecidesInWhichOrderTheServersStart) {
     const auto first = startOrder("5");

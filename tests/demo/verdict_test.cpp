@@ -115,4 +115,31 @@ TEST(Verdict, CountsWhatIsLeftBehind) {
     EXPECT_EQ(refused(judgeThese(completeRound(), {0, false})), 1U);
 }
 
+/// Whether all is well of a round with other nodes that has these besides; the shutdown is not among it.
+std::size_t refusedWithNodes(const std::vector<Entry>& besides) {
+    demo::Ledger ledger;
+    for (const Entry& entry : completeRound()) ledger.note(entry.server, entry.fact, entry.value);
+    for (const Entry& entry : besides) ledger.note(entry.server, entry.fact, entry.value);
+    for (int i = 0; i < 3; ++i) ledger.note(e_Offloader, Fact::receiveEnded, ESHUTDOWN);
+    for (int i = 0; i < 3; ++i) ledger.note(e_Offloader, Fact::exited, 0);
+    demo::Options options = oneRound();
+    options.nodes = true;
+    return refused(demo::judge(ledger, options, {0, true}));
+}
+
+TEST(Verdict, WantsTheEncodersOfBothNodesAndTheSameOneAfterTheCut) {
+    const Entry cut = {demo::launcher, Fact::linkCut, 1};
+    const Entry proxy = {e_Offloader, Fact::encoderLost, 0};
+    const Entry link = {e_Offloader, Fact::linkLost, 0};
+    const auto encoded = [](std::uint64_t pid) { return Entry{e_Offloader, Fact::encoded, pid}; };
+    EXPECT_EQ(refusedWithNodes({encoded(1), encoded(2), cut, proxy, link, encoded(1)}), 0U);
+    EXPECT_EQ(refusedWithNodes({encoded(2), encoded(1), cut, proxy, link, encoded(1)}), 0U);
+    EXPECT_EQ(refusedWithNodes({encoded(1), encoded(2), cut, proxy, link, encoded(3)}), 1U);
+    EXPECT_EQ(refusedWithNodes({encoded(1), encoded(1), cut, proxy, link, encoded(1)}), 1U);
+    EXPECT_EQ(refusedWithNodes({encoded(1), encoded(2), cut, proxy, link}), 1U);
+    EXPECT_EQ(refusedWithNodes({encoded(1), encoded(2), cut, proxy, encoded(1)}), 1U);
+    EXPECT_EQ(refusedWithNodes({encoded(1), encoded(2), cut, link, encoded(1)}), 1U);
+    EXPECT_EQ(refusedWithNodes({encoded(1), encoded(2), proxy, link, encoded(1)}), 1U);
+}
+
 }  // namespace
