@@ -92,12 +92,13 @@ private:
     bool serveSession();
     bool pump(FarId id, Far& far);
     Forwarded forward(FarId id, Far& far);
-    bool take(Far& far);
+    bool take(FarId id, Far& far);
     void seek(const std::string& name, LinxSpid hunter);
     void found(const std::string& name, LinxSpid spid);
     Local* introduce(LinxSpid spid);
     void localEnded(LinxSpid spid);
-    void marked(LinxSpid spid);
+    void passed(FarId id, LinxSpid spid);
+    bool passedPredecessor(FarId id, LinxSpid sender);
     void finishEnd(LinxSpid spid, const Local& local);
     void hunt(const std::string& name);
     bool lookForParcels(Time now);

@@ -176,6 +176,8 @@ void Gateway::ended(FarId id) {
     closeProxy(far->second);
     heldUp_.erase(id);
     far_.erase(far);
+    // The marks have gone with all that lay there.
+    for (const LinxSpid spid : locals_.markedIn(id)) passed(id, spid);
 }
 
 bool Gateway::openProxy(FarId id) {

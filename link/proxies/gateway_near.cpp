@@ -125,14 +125,31 @@ void Gateway::localEnded(LinxSpid spid) {
         LinxSignal* mark = linx_alloc(session_.get(), 2 * sizeof(LinxSignal), markNumber);
         if (mark == nullptr) continue;  // then what it had sent may come to be lost, and is counted
         std::memcpy(mark + 1, &spid, sizeof spid);
-        if (linx_send(session_.get(), &mark, far.proxy.spid()) == 0) ++local->marks;
+        if (linx_send(session_.get(), &mark, far.proxy.spid()) == 0) local->marks.insert(id);
     }
-    if (local->marks == 0) finishEnd(spid, *local);
+    if (local->marks.empty()) finishEnd(spid, *local);
 }
 
-void Gateway::marked(LinxSpid spid) {
+/// The proxy holds nothing any more of what that one had sent.
+void Gateway::passed(FarId id, LinxSpid spid) {
     Local* const local = locals_.find(spid);
-    if (local != nullptr && local->marks != 0 && --local->marks == 0) finishEnd(spid, *local);
+    if (local != nullptr && local->marks.erase(id) != 0 && local->marks.empty()) finishEnd(spid, *local);
+}
+
+/// Whoever takes the name of one that has ended may have sent before the link knew of that end, so the mark lies
+/// behind its signal, which in turn waits for the name. All that its predecessor, the one who is still announced by
+/// that name, had sent lay before it.
+bool Gateway::passedPredecessor(FarId id, LinxSpid sender) {
+    const Local* const next = locals_.find(sender);
+    if (next == nullptr || next->id) return false;
+    const std::string name = next->name;
+    for (const LinxSpid spid : locals_.markedIn(id)) {
+        const Local* const local = locals_.find(spid);
+        if (!local->id || local->name != name) continue;
+        passed(id, spid);
+        return true;
+    }
+    return false;
 }
 
 void Gateway::finishEnd(LinxSpid spid, const Local& local) {
@@ -148,7 +165,7 @@ bool Gateway::pump(FarId id, Far& far) {
     bool any = false;
     far.isDrained = false;
     for (int left = mostAtATime; left != 0; --left) {
-        if (!far.held && !take(far)) {
+        if (!far.held && !take(id, far)) {
             far.isDrained = true;
             break;
         }
@@ -157,6 +174,7 @@ bool Gateway::pump(FarId id, Far& far) {
             continue;
         }
         if (forward(id, far) == Forwarded::later) {
+            any = passedPredecessor(id, far.held->signal.sender()) || any;
             heldUp_.insert(id);
             if (far.isWatched) watch_.remove(far.proxy);
             far.isWatched = false;
@@ -171,13 +189,13 @@ bool Gateway::pump(FarId id, Far& far) {
 }
 
 /// Receives the proxy's next signal, unless it is a mark. Whether there was one.
-bool Gateway::take(Far& far) {
+bool Gateway::take(FarId id, Far& far) {
     std::optional<Received> signal = far.proxy.receive();
     if (!signal) return false;
     if (signal->number() == markNumber && signal->sender() == session_.spid()) {
         LinxSpid spid = 0;
         if (signal->size() == sizeof spid) std::memcpy(&spid, signal->payload(), sizeof spid);
-        marked(spid);
+        passed(id, spid);
         return true;
     }
     Bytes payload(signal->payload(), signal->payload() + signal->size());

@@ -2,7 +2,9 @@
 #define LINXIPC_LINK_PROXIES_LOCALS_H
 
 #include <map>
+#include <set>
 #include <unordered_map>
+#include <vector>
 
 #include "link/session/events.h"
 #include "platform/linx.h"
@@ -14,7 +16,7 @@ struct Local {
     std::string name;
     std::optional<OwnId> id;  ///< nothing before it could be announced
     bool hasEnded = false;
-    unsigned marks = 0;  ///< proxies that have still to come past the end of what it had sent
+    std::set<FarId> marks;  ///< whose proxies have still to come past the end of what it had sent
 };
 
 /// The table of them, by the spids that they have here and by the numbers that the far side knows them by.
@@ -37,6 +39,14 @@ public:
     LinxSpid spidOf(OwnId id) const {
         const auto found = spids_.find(id);
         return found == spids_.end() ? 0 : found->second;
+    }
+    /// Those whose end waits for that proxy.
+    std::vector<LinxSpid> markedIn(FarId id) const {
+        std::vector<LinxSpid> spids;
+        for (const auto& [spid, local] : all_) {
+            if (local.marks.count(id) != 0) spids.push_back(spid);
+        }
+        return spids;
     }
     void remove(LinxSpid spid) {
         const auto found = all_.find(spid);

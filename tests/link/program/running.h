@@ -45,7 +45,20 @@ public:
             }
         }
     }
+    /// What it has logged since then, for whoever wants to know why.
+    std::string log() {
+        pollfd polled = {log_, POLLIN, 0};
+        while (poll(&polled, 1, 0) == 1 && readMore()) {
+        }
+        return unread_;
+    }
     void send(int signal) const { kill(program_->pid(), signal); }
+    /// Stops it, and returns when it stands still.
+    void stop() const {
+        send(SIGSTOP);
+        siginfo_t stopped = {};
+        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(program_->pid()), &stopped, WSTOPPED), 0);
+    }
     /// Its exit status, or 256 and the number of the signal that ended it.
     int end(int signal) {
         send(signal);

@@ -269,6 +269,53 @@ TEST_F(ThroughTest, NamesNestWhereTransitIsAllowed) {
     EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
 }
 
+TEST_F(ThroughTest, WhoeverTakesTheNameOfOneThatHasEndedComesBehindItsEnd) {
+    const std::string patient = std::string(all) + "tolerance = 30000\n";
+    startBoth(patient, patient);
+    auto server = openIn(far, "server");
+    const auto client = openIn(near, "client");
+    const LinxSpid first = hunt(*client, "toFar/server");
+    ASSERT_NE(0u, attach(*client, first, notice));
+    ASSERT_EQ(0, send(*client, first, item, {1}));
+    const LinxSpid way = expectSignal(*server, item).sender;
+    // The link learns of all that follows at once.
+    farLink->stop();
+    ASSERT_EQ(0, send(*server, way, reply, {1}));
+    server.reset();
+    server = openIn(far, "server");
+    ASSERT_EQ(0, send(*server, hunt(*server, "toNear/client"), reply, {2}));
+    farLink->send(SIGCONT);
+    EXPECT_EQ(1u, expectSignal(*client, reply).word());
+    // Whoever reads late gets notices behind all that has come: which of the two is first is left open.
+    const std::optional<Received> end = receive(*client, patience, {notice});
+    ASSERT_TRUE(end.has_value());
+    EXPECT_EQ(first, end->sender);
+    const Received second = expectSignal(*client, reply);
+    EXPECT_EQ(2u, second.word());
+    EXPECT_NE(first, second.sender);
+    EXPECT_EQ("toFar/server", nameOf(*client, second.sender));
+}
+
+TEST_F(ThroughTest, TheEndOfASenderIsToldWhereItsDestinationEndedBefore) {
+    const std::string patient = std::string(all) + "tolerance = 30000\n";
+    startBoth(patient, patient);
+    auto server = openIn(far, "server");
+    auto slow = openIn(near, "slow");
+    const auto client = openIn(near, "client");
+    const LinxSpid proxy = hunt(*client, "toFar/server");
+    ASSERT_NE(0u, attach(*client, proxy, notice));
+    // More than the slow one has credit for, so the rest waits at its proxy, and behind it the mark of the end.
+    const LinxSpid toSlow = hunt(*server, "toNear/slow");
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(0, send(*server, toSlow, item, std::vector<uint32_t>(2500)));
+    server.reset();
+    const auto witness = openIn(far, "witness");
+    const LinxSpid toWitness = hunt(*client, "toFar/witness");
+    ASSERT_EQ(0, send(*client, toWitness, last, {}));
+    expectSignal(*witness, last);
+    slow.reset();
+    EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
+}
+
 TEST_F(ThroughTest, ASlowDestinationDelaysNobodyElse) {
     startBoth();
     const auto slow = openIn(far, "slow");
