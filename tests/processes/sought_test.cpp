@@ -17,7 +17,7 @@ void linkThatStays(Line& parent) {
     Endpoint link("toVp0", LINX_OPEN_LINK);
     parent.tell();
     for (;;) {
-        EXPECT_EQ("X", textOf(expectSignal(link, LINX_OS_SOUGHT_SIG)));
+        EXPECT_EQ(textOf(expectSignal(link, LINX_OS_SOUGHT_SIG)), "X");
         parent.tell();
     }
 }
@@ -27,7 +27,7 @@ TEST_F(Sought, ASleepingLinkIsWokenByAHunt) {
     link.hear();
     link.awaitSleep();
     Endpoint hunter("hunter");
-    ASSERT_EQ(0, linx_hunt(hunter, "toVp0/X", nullptr));
+    ASSERT_EQ(linx_hunt(hunter, "toVp0/X", nullptr), 0);
     link.hear();
     link.kill9();
 }
@@ -38,14 +38,14 @@ TEST_F(Sought, AHuntOutlivesTheLinkAndIsToldToTheNext) {
         Child link(linkThatStays);
         link.hear();
         if (i == 0) {
-            ASSERT_EQ(0, linx_hunt(hunter, "toVp0/X", nullptr));
+            ASSERT_EQ(linx_hunt(hunter, "toVp0/X", nullptr), 0);
         }
         link.hear();
         link.kill9();
     }
     Endpoint last("toVp0", LINX_OPEN_LINK);
     EXPECT_TRUE(last.readable()) << "who waits in a poll loop is told too";
-    EXPECT_EQ("X", textOf(expectSignal(last, LINX_OS_SOUGHT_SIG)));
+    EXPECT_EQ(textOf(expectSignal(last, LINX_OS_SOUGHT_SIG)), "X");
     expectNothing(last);
     Endpoint proxy("toVp0/X");
     EXPECT_EQ(spidOf(proxy), expectSignal(hunter, LINX_OS_HUNT_SIG).sender);
@@ -56,16 +56,16 @@ TEST_F(Sought, AHuntBehindADeadLinkSucceedsAndStaysPending) {
     link.hear();
     link.kill9();
     Endpoint hunter("hunter");
-    ASSERT_EQ(0, linx_hunt(hunter, "toVp0/X", nullptr));
+    ASSERT_EQ(linx_hunt(hunter, "toVp0/X", nullptr), 0);
     Endpoint next("toVp0", LINX_OPEN_LINK);
-    EXPECT_EQ("X", textOf(expectSignal(next, LINX_OS_SOUGHT_SIG)));
+    EXPECT_EQ(textOf(expectSignal(next, LINX_OS_SOUGHT_SIG)), "X");
     expectNothing(next);
 }
 
 TEST_F(Sought, WhatADeadHunterSoughtIsNotToldToALaterLink) {
     Child hunter([](Line& parent) {
         Endpoint endpoint("hunter");
-        EXPECT_EQ(0, linx_hunt(endpoint, "toVp0/X", nullptr));
+        EXPECT_EQ(linx_hunt(endpoint, "toVp0/X", nullptr), 0);
         parent.tell();
         parent.hear();
     });

@@ -23,7 +23,7 @@ protected:
         const Outcome outcome = runLinx(arguments);
         const Json all = Json::parse(outcome.out, nullptr, false);
         EXPECT_EQ(all.empty() ? 0 : 1, outcome.status) << outcome;
-        EXPECT_EQ("", outcome.err);
+        EXPECT_EQ(outcome.err, "");
         return all;
     }
 
@@ -37,17 +37,17 @@ protected:
             ADD_FAILURE() << all.dump(1);
             return {};
         }
-        EXPECT_EQ(4u, all[0].size());
+        EXPECT_EQ(all[0].size(), 4u);
         EXPECT_EQ(finding, all[0]["finding"]);
         EXPECT_EQ(subject, all[0]["subject"]);
-        EXPECT_NE("", all[0]["text"]);
-        EXPECT_NE("", all[0]["remedy"]);
+        EXPECT_NE(all[0]["text"], "");
+        EXPECT_NE(all[0]["remedy"], "");
         return all[0];
     }
 
     static void cure(const Json& finding) {
         const std::string remedy = finding["remedy"];
-        EXPECT_EQ(0, std::system(remedy.c_str())) << remedy;
+        EXPECT_EQ(std::system(remedy.c_str()), 0) << remedy;
     }
 };
 
@@ -62,10 +62,10 @@ TEST_F(DoctorTest, NothingIsFoundWhereTwoTalk) {
     Child server([](Line& test) { linger("server", test); });
     const LinxSpid spid = server.hear();
     Endpoint client("client");
-    ASSERT_EQ(0, send(client, spid, 1));
+    ASSERT_EQ(send(client, spid, 1), 0);
     expectHealth();
     server.tell();
-    EXPECT_EQ(0, server.exitStatus());
+    EXPECT_EQ(server.exitStatus(), 0);
 }
 
 TEST_F(DoctorTest, ANameCannotSmuggleACommandIntoARemedy) {
@@ -81,8 +81,8 @@ TEST_F(DoctorTest, TheDeadWhomNobodyHasClearedUpAfterAreFoundAndTheRemedyHelps) 
     server.hear();
     server.kill9();
     const Json finding = expectFound("dead", "server");
-    EXPECT_EQ("linx wait --gone server", finding["remedy"]);
-    EXPECT_EQ(0, runLinx({"wait", "--gone", "server"}).status);
+    EXPECT_EQ(finding["remedy"], "linx wait --gone server");
+    EXPECT_EQ(runLinx({"wait", "--gone", "server"}).status, 0);
     expectHealth();
 }
 
@@ -100,7 +100,7 @@ TEST_F(DoctorTest, AStoppedHolderOfTheLockIsFoundAndTheRemedyHelps) {
     Endpoint peer("peer");
     Child holder([&](Line& test) {
         const int arena = open(domain.pathOf("arena").c_str(), O_RDWR | O_CLOEXEC);
-        ASSERT_EQ(0, flock(arena, LOCK_EX));
+        ASSERT_EQ(flock(arena, LOCK_EX), 0);
         test.tell();
         test.hear();
         close(arena);
@@ -112,13 +112,13 @@ TEST_F(DoctorTest, AStoppedHolderOfTheLockIsFoundAndTheRemedyHelps) {
         expectFound("stopped-lock-holder", processName() + ", process " + std::to_string(holder.pid()));
     cure(finding);
     holder.tell();
-    EXPECT_EQ(0, holder.exitStatus());
+    EXPECT_EQ(holder.exitStatus(), 0);
     expectHealth();
 }
 
 TEST_F(DoctorTest, AHuntThatDoesNotEndIsFound) {
     Endpoint client("client");
-    ASSERT_EQ(0, linx_hunt(client, "nobody", nullptr));
+    ASSERT_EQ(linx_hunt(client, "nobody", nullptr), 0);
     EXPECT_THAT(expectFound("hunt-pending", "client")["text"], HasSubstr("'nobody'"));
     Endpoint nobody("nobody");
     expectHealth();
@@ -130,13 +130,13 @@ TEST_F(DoctorTest, AReceiverThatHoardsAndASenderWhoseShareIsFullAreFound) {
     Endpoint sender("sender");
     constexpr size_t bytes = 60000;
     while (LinxSignal* signal = linx_alloc(sender, bytes, 7))
-        ASSERT_EQ(0, linx_send(sender, &signal, spidOf(hoarder)));
+        ASSERT_EQ(linx_send(sender, &signal, spidOf(hoarder)), 0);
     const Json all = findings();
-    ASSERT_EQ(2u, all.size()) << all.dump(1);
-    EXPECT_EQ("hoard", all[0]["finding"]);
-    EXPECT_EQ("hoarder", all[0]["subject"]);
-    EXPECT_EQ("full-share", all[1]["finding"]);
-    EXPECT_EQ("sender", all[1]["subject"]);
+    ASSERT_EQ(all.size(), 2u) << all.dump(1);
+    EXPECT_EQ(all[0]["finding"], "hoard");
+    EXPECT_EQ(all[0]["subject"], "hoarder");
+    EXPECT_EQ(all[1]["finding"], "full-share");
+    EXPECT_EQ(all[1]["subject"], "sender");
     while (receive(hoarder, 0)) {
     }
     expectHealth();
@@ -144,29 +144,29 @@ TEST_F(DoctorTest, AReceiverThatHoardsAndASenderWhoseShareIsFullAreFound) {
 
 TEST_F(DoctorTest, ADoorbellOfNobodyIsFoundAndTheRemedyHelps) {
     Endpoint peer("peer");
-    ASSERT_EQ(0, mkfifo(domain.pathOf("bell.00002005").c_str(), 0600));
+    ASSERT_EQ(mkfifo(domain.pathOf("bell.00002005").c_str(), 0600), 0);
     cure(expectFound("left-over", domain.pathOf("bell.00002005")));
     expectHealth();
 }
 
 TEST_F(DoctorTest, FilesThatAnybodyMayWriteToAreFoundAndTheRemediesHelp) {
     Endpoint("passing").close();
-    ASSERT_EQ(0, chmod(domain.path().c_str(), 0777));
+    ASSERT_EQ(chmod(domain.path().c_str(), 0777), 0);
     cure(expectFound("permissions", domain.path()));
-    ASSERT_EQ(0, chmod(domain.pathOf("arena").c_str(), 0666));
+    ASSERT_EQ(chmod(domain.pathOf("arena").c_str(), 0666), 0);
     cure(expectFound("permissions", domain.pathOf("arena")));
     expectHealth();
 }
 
 TEST_F(DoctorTest, AGroupThatCannotJoinItsDomainIsFound) {
     Endpoint("passing").close();
-    ASSERT_EQ(0, chmod(domain.path().c_str(), 02770));
+    ASSERT_EQ(chmod(domain.path().c_str(), 02770), 0);
     expectFound("permissions", domain.pathOf("arena"));
 }
 
 TEST_F(DoctorTest, AnArenaOfAnotherMakeIsFound) {
     std::ofstream(domain.pathOf("arena")) << "something else";
-    ASSERT_EQ(0, chmod(domain.pathOf("arena").c_str(), 0600));
+    ASSERT_EQ(chmod(domain.pathOf("arena").c_str(), 0600), 0);
     expectFound("foreign-arena", domain.path());
 }
 

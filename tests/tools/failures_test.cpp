@@ -36,9 +36,9 @@ std::vector<std::vector<std::string>> allVerbs() {
 
 void expectFailure(const Outcome& outcome, int status, const std::string& begin, const std::string& verb) {
     EXPECT_EQ(status, outcome.status) << verb << outcome;
-    EXPECT_EQ("", outcome.out) << verb;
+    EXPECT_EQ(outcome.out, "") << verb;
     EXPECT_THAT(outcome.err, StartsWith("linx: " + begin)) << verb;
-    EXPECT_EQ(1, std::count(outcome.err.begin(), outcome.err.end(), '\n')) << verb << outcome;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << verb << outcome;
 }
 
 using NoDomain = ProcessTest;
@@ -58,7 +58,7 @@ TEST_F(NoDomain, IsSaidByEveryVerbAndNoneIsMade) {
 
 TEST_F(NoDomain, AnEmptyOneHasNobody) {
     Endpoint("passing").close();
-    EXPECT_EQ("NAME  SPID  PID  PROCESS  USER  STATE  QUEUED  DEEPEST  HELD\n", runLinx({"list"}).out);
+    EXPECT_EQ(runLinx({"list"}).out, "NAME  SPID  PID  PROCESS  USER  STATE  QUEUED  DEEPEST  HELD\n");
     EXPECT_EQ((Outcome{0, "[]\n", ""}), runLinx({"list", "-j"}));
     EXPECT_EQ((Outcome{0, "[]\n", ""}), runLinx({"holders", "-j"}));
     EXPECT_EQ((Outcome{0, "nothing found\n", ""}), runLinx({"doctor"}));
@@ -85,13 +85,13 @@ TEST_F(NoDomain, WhatIsNoUsageIsSaidAndNothingDone) {
                                                          {"--file", "arena", "send", "name", "1"}};
     for (const auto& words : wrong) {
         const Outcome outcome = runLinx(words);
-        EXPECT_EQ(2, outcome.status) << testing::PrintToString(words) << outcome;
-        EXPECT_EQ("", outcome.out);
-        EXPECT_NE("", outcome.err);
+        EXPECT_EQ(outcome.status, 2) << testing::PrintToString(words) << outcome;
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_NE(outcome.err, "");
     }
     Endpoint peer("peer");
-    EXPECT_EQ(2, runLinx({"send", "", "1"}).status);
-    EXPECT_EQ(2, runLinx({"send", std::string(256, 'x'), "1"}).status);
+    EXPECT_EQ(runLinx({"send", "", "1"}).status, 2);
+    EXPECT_EQ(runLinx({"send", std::string(256, 'x'), "1"}).status, 2);
 }
 
 TEST_F(NoDomain, WhoMayNotReadItIsTold) {
@@ -101,16 +101,16 @@ TEST_F(NoDomain, WhoMayNotReadItIsTold) {
     Child stranger([&](Line&) {
         constexpr uid_t nobody = 65534;
         if (isRoot) {
-            ASSERT_EQ(0, setgroups(0, nullptr));
-            ASSERT_EQ(0, setresgid(nobody, nobody, nobody));
-            ASSERT_EQ(0, setresuid(nobody, nobody, nobody));
+            ASSERT_EQ(setgroups(0, nullptr), 0);
+            ASSERT_EQ(setresgid(nobody, nobody, nobody), 0);
+            ASSERT_EQ(setresuid(nobody, nobody, nobody), 0);
         }
         if (access(LINX_PROGRAM, X_OK) == -1) return;  // in somebody's home
         for (const auto& verb : allVerbs()) {
             expectFailure(runLinx(verb), 1, "no permission to read " + domain.path(), verb[0]);
         }
     });
-    EXPECT_EQ(0, stranger.exitStatus());
+    EXPECT_EQ(stranger.exitStatus(), 0);
     if (!isRoot) chmod(domain.pathOf("arena").c_str(), 0600);
 }
 
@@ -129,12 +129,12 @@ TEST_F(Foreign, WhatIsNoArenaIsSaidToBeNone) {
 }
 
 TEST_F(Foreign, NothingButARegularFileIsOpened) {
-    ASSERT_EQ(0, mkfifo(domain.pathOf("arena").c_str(), 0600));
-    for (const auto& verb : allVerbs()) EXPECT_EQ(5, runLinx(verb).status) << verb[0];
+    ASSERT_EQ(mkfifo(domain.pathOf("arena").c_str(), 0600), 0);
+    for (const auto& verb : allVerbs()) EXPECT_EQ(runLinx(verb).status, 5) << verb[0];
     std::filesystem::remove(domain.pathOf("arena"));
     std::filesystem::create_symlink("/dev/zero", domain.pathOf("arena"));
-    for (const auto& verb : allVerbs()) EXPECT_EQ(5, runLinx(verb).status) << verb[0];
-    EXPECT_EQ(5, runLinx({"list", "--file", "/dev/zero"}).status);
+    for (const auto& verb : allVerbs()) EXPECT_EQ(runLinx(verb).status, 5) << verb[0];
+    EXPECT_EQ(runLinx({"list", "--file", "/dev/zero"}).status, 5);
 }
 
 TEST_F(Foreign, AnotherVersionAndAnotherByteOrderAreNoArenas) {
@@ -146,11 +146,11 @@ TEST_F(Foreign, AnotherVersionAndAnotherByteOrderAreNoArenas) {
         file.write(reinterpret_cast<const char*>(&word), sizeof word);
     };
     write(offsetof(linx::Header, version), linx::arenaVersion - 1);
-    EXPECT_EQ(5, runLinx({"list"}).status);
+    EXPECT_EQ(runLinx({"list"}).status, 5);
     write(offsetof(linx::Header, version), linx::arenaVersion);
-    EXPECT_EQ(0, runLinx({"list"}).status);
+    EXPECT_EQ(runLinx({"list"}).status, 0);
     write(offsetof(linx::Header, magic), __builtin_bswap32(linx::arenaMagic));
-    EXPECT_EQ(5, runLinx({"list"}).status);
+    EXPECT_EQ(runLinx({"list"}).status, 5);
 }
 
 /// A copy of the scene's arena, to be spoilt.
@@ -160,8 +160,8 @@ protected:
         std::filesystem::copy_file(domain.pathOf("arena"), copy);
         server->tell();
         client->tell();
-        EXPECT_EQ(0, server->exitStatus());
-        EXPECT_EQ(0, client->exitStatus());
+        EXPECT_EQ(server->exitStatus(), 0);
+        EXPECT_EQ(client->exitStatus(), 0);
     }
 
     const std::string copy = domain.pathOf("copy");
@@ -187,7 +187,7 @@ void readAll(const std::string& path) {
     ASSERT_TRUE(place.openFile(path));
     const std::unique_ptr<Snapshot> snapshot = Snapshot::take(place.file());
     if (snapshot == nullptr) {
-        EXPECT_EQ(EPROTO, errno);
+        EXPECT_EQ(errno, EPROTO);
         return;
     }
     EXPECT_GE(linx::slotCount, linx::inspect::endpointsOf(snapshot->arena(), place).size());
@@ -261,13 +261,13 @@ TEST_F(Dying, WhoReadsWhileAllComeAndGoAndAreKilledReadsOnlyWhatIs) {
         Place place;
         ASSERT_TRUE(place.openDirectory(domain.path()));
         const std::unique_ptr<Snapshot> snapshot = Snapshot::take(place.file());
-        ASSERT_NE(nullptr, snapshot);
+        ASSERT_NE(snapshot, nullptr);
         for (const auto& endpoint : linx::inspect::endpointsOf(snapshot->arena(), place)) {
             const bool isOurs = endpoint.name.size() == 9 && endpoint.name.compare(0, 8, "passing.") == 0;
             ASSERT_TRUE(isOurs && endpoint.name[8] >= '0' && endpoint.name[8] < '0' + char{crowd}) << endpoint.name;
             EXPECT_GE(20u, endpoint.account.queued.signals);
         }
-        for (const auto& hunt : linx::inspect::pendingHunts(snapshot->arena())) EXPECT_EQ("absent", hunt.name);
+        for (const auto& hunt : linx::inspect::pendingHunts(snapshot->arena())) EXPECT_EQ(hunt.name, "absent");
         std::unique_ptr<Child>& victim = children[round % crowd];
         victim->kill9();
         victim = start(round % crowd);

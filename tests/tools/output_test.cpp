@@ -44,7 +44,7 @@ TEST_F(OutputTest, ColumnsAlign) {
     const std::string out = runLinx({"list"}).out;
     const size_t column = out.find("SPID");
     for (size_t line = 0; line < out.size(); line = out.find('\n', line) + 1) {
-        EXPECT_EQ("  ", out.substr(line + column - 2, 2)) << out;
+        EXPECT_EQ(out.substr(line + column - 2, 2), "  ") << out;
         EXPECT_NE(' ', out[line + column]) << out;
     }
 }
@@ -63,21 +63,21 @@ TEST_F(OutputTest, NamesInUtf8AreShownAndOthersAreEscaped) {
     EXPECT_THAT(out, HasSubstr("T\\xfcr\\xc0\\xaf\\xed\\xa0\\x80 "));
     const nlohmann::json all = nlohmann::json::parse(runLinx({"list", "-j"}).out, nullptr, false);
     ASSERT_FALSE(all.is_discarded()) << "it is UTF-8 whatever the names are";
-    EXPECT_EQ(3u, all.size());
+    EXPECT_EQ(all.size(), 3u);
 }
 
 TEST_F(OutputTest, AFullDiskIsToldAndAReaderThatHasLeftIsNot) {
-    EXPECT_EQ(1, WEXITSTATUS(std::system(LINX_PROGRAM " list >/dev/full 2>/dev/null")));
-    EXPECT_EQ(0, statusWithoutReader({"list"}));
+    EXPECT_EQ(WEXITSTATUS(std::system(LINX_PROGRAM " list >/dev/full 2>/dev/null")), 1);
+    EXPECT_EQ(statusWithoutReader({"list"}), 0);
 }
 
 TEST_F(OutputTest, HelpIsShownAndNothingElse) {
     const Outcome help = runLinx({"--help"});
-    EXPECT_EQ(0, help.status);
-    EXPECT_EQ("", help.err);
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.err, "");
     for (const char* verb : {"list", "status", "holders", "doctor", "send", "call", "wait", "shutdown"}) {
         EXPECT_THAT(help.out, HasSubstr(std::string("\n  ") + verb + " "));
-        EXPECT_EQ(0, runLinx({verb, "--help"}).status) << verb;
+        EXPECT_EQ(runLinx({verb, "--help"}).status, 0) << verb;
     }
 }
 

@@ -23,14 +23,14 @@ protected:
     /// What `linx` prints about the scene, squeezed.
     static std::string textOf(const std::vector<std::string>& arguments) {
         const Outcome outcome = runLinx(arguments);
-        EXPECT_EQ(0, outcome.status) << outcome;
-        EXPECT_EQ("", outcome.err);
+        EXPECT_EQ(outcome.status, 0) << outcome;
+        EXPECT_EQ(outcome.err, "");
         return squeezed(outcome.out);
     }
     static Json jsonOf(std::vector<std::string> arguments) {
         arguments.push_back("--json");
         const Outcome outcome = runLinx(arguments);
-        EXPECT_EQ(0, outcome.status) << outcome;
+        EXPECT_EQ(outcome.status, 0) << outcome;
         return Json::parse(outcome.out, nullptr, false);
     }
 
@@ -59,26 +59,26 @@ TEST_F(ReadingTest, ListShowsWhoIsThere) {
 
 TEST_F(ReadingTest, ListInJsonHasTheKeysThatScriptsRelyOn) {
     const Json all = jsonOf({"list"});
-    ASSERT_EQ(2u, all.size());
+    ASSERT_EQ(all.size(), 2u);
     EXPECT_THAT(keysOf(all[1]), testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state",
                                                               "queued", "deepest", "held"));
-    EXPECT_EQ("server", all[1]["name"]);
+    EXPECT_EQ(all[1]["name"], "server");
     EXPECT_EQ(serverSpid, all[1]["spid"]);
     EXPECT_EQ(server->pid(), all[1]["pid"]);
     EXPECT_EQ(processName(), all[1]["process"]);
     EXPECT_EQ(ownName(), all[1]["user"]);
-    EXPECT_EQ("running", all[1]["state"]);
-    EXPECT_EQ(3, all[1]["queued"]);
-    EXPECT_EQ(4, all[1]["deepest"]);
+    EXPECT_EQ(all[1]["state"], "running");
+    EXPECT_EQ(all[1]["queued"], 3);
+    EXPECT_EQ(all[1]["deepest"], 4);
     EXPECT_EQ(17 * 64, all[1]["held"]);
 }
 
 TEST_F(ReadingTest, OptionsStandBeforeTheVerbOrBehindIt) {
     EXPECT_EQ(runLinx({"list", "-j", "-N", "1"}), runLinx({"-j", "-N", "1", "list"}));
-    EXPECT_EQ(1u, jsonOf({"-N", "1"}).size());
+    EXPECT_EQ(jsonOf({"-N", "1"}).size(), 1u);
     const linxtest::ScopedVariable elsewhere("LINX_DOMAIN", "/nowhere");
-    EXPECT_EQ(2u, jsonOf({"list", "--domain", domain.path()}).size());
-    EXPECT_EQ(2u, jsonOf({"--domain", domain.path(), "list"}).size());
+    EXPECT_EQ(jsonOf({"list", "--domain", domain.path()}).size(), 2u);
+    EXPECT_EQ(jsonOf({"--domain", domain.path(), "list"}).size(), 2u);
 }
 
 TEST_F(ReadingTest, StatusShowsOneInFull) {
@@ -100,51 +100,49 @@ TEST_F(ReadingTest, StatusInJsonHasTheKeysThatScriptsRelyOn) {
     EXPECT_THAT(keysOf(one), testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state",
                                                            "deepest", "dropped", "sleeps", "rings", "held", "lent",
                                                            "leased", "share", "queued", "blocks", "hunts"));
-    ASSERT_EQ(2u, one["queued"].size());
+    ASSERT_EQ(one["queued"].size(), 2u);
     EXPECT_EQ((Json{{"number", 200}, {"signals", 2}, {"bytes", 128}, {"senders", {{"client", 2}}}}),
               one["queued"][0]);
     EXPECT_EQ(Json{"absent"}, one["hunts"]);
     EXPECT_THAT(keysOf(one["blocks"][0]), testing::UnorderedElementsAre("block_bytes", "signals", "bytes"));
-    EXPECT_EQ(0, one["dropped"]);
+    EXPECT_EQ(one["dropped"], 0);
 }
 
 TEST_F(ReadingTest, HoldersShowsWhoHasWhichMemory) {
-    EXPECT_EQ(
-        "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
-        "server 4 6.2 KiB 5.2 KiB 64 B\n"
-        "client 0 0 B 0 B 6.2 KiB\n",
-        textOf({"holders"}));
-    EXPECT_EQ(
-        "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
-        "client 0 0 B 0 B 6.2 KiB\n",
-        textOf({"holders", "client"}));
+    EXPECT_EQ(textOf({"holders"}),
+              "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
+              "server 4 6.2 KiB 5.2 KiB 64 B\n"
+              "client 0 0 B 0 B 6.2 KiB\n");
+    EXPECT_EQ(textOf({"holders", "client"}),
+              "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
+              "client 0 0 B 0 B 6.2 KiB\n");
 }
 
 TEST_F(ReadingTest, HoldersInJsonHasTheKeysThatScriptsRelyOn) {
     const Json all = jsonOf({"holders"});
-    ASSERT_EQ(2u, all.size());
+    ASSERT_EQ(all.size(), 2u);
     EXPECT_THAT(keysOf(all[0]), testing::UnorderedElementsAre("owner", "bytes", "signals", "queued_bytes",
                                                               "queued_signals", "lent_bytes", "lent_signals"));
-    EXPECT_EQ("server", all[0]["owner"]);
-    EXPECT_EQ(4, all[0]["signals"]);
-    EXPECT_EQ(3, all[0]["queued_signals"]);
+    EXPECT_EQ(all[0]["owner"], "server");
+    EXPECT_EQ(all[0]["signals"], 4);
+    EXPECT_EQ(all[0]["queued_signals"], 3);
 }
 
 TEST_F(ReadingTest, AStoppedProcessIsShownAsOne) {
     server->stop();
-    EXPECT_EQ("stopped", jsonOf({"list"})[1]["state"]);
+    EXPECT_EQ(jsonOf({"list"})[1]["state"], "stopped");
     server->cont();
 }
 
 TEST_F(ReadingTest, WhoHasReceivedAllSleepsAndWhoHasNotComeForAllDoesNot) {
     client->tell();
-    EXPECT_EQ(0, client->exitStatus());
+    EXPECT_EQ(client->exitStatus(), 0);
     Endpoint self("self");
-    ASSERT_EQ(0, send(self, spidOf(self), 1));
-    EXPECT_EQ("running", jsonOf({"status", "self"})["state"]);
+    ASSERT_EQ(send(self, spidOf(self), 1), 0);
+    EXPECT_EQ(jsonOf({"status", "self"})["state"], "running");
     expectSignal(self, 1);
     expectNothing(self);
-    EXPECT_EQ("sleeping", jsonOf({"status", "self"})["state"]);
+    EXPECT_EQ(jsonOf({"status", "self"})["state"], "sleeping");
 }
 
 TEST_F(ReadingTest, TheKilledAreShownAsDeadAndWhatTheyHadIsStillTold) {
@@ -153,22 +151,22 @@ TEST_F(ReadingTest, TheKilledAreShownAsDeadAndWhatTheyHadIsStillTold) {
     client->kill9();
     EXPECT_THAT(textOf({"list"}), testing::HasSubstr("server " + spid + " - - - dead 3 4 1.1 KiB\n"));
     const Json one = jsonOf({"status", "server"});
-    EXPECT_EQ("dead", one["state"]);
+    EXPECT_EQ(one["state"], "dead");
     EXPECT_TRUE(one["pid"].is_null());
-    EXPECT_EQ(2u, one["queued"].size());
+    EXPECT_EQ(one["queued"].size(), 2u);
     EXPECT_EQ(Json{"absent"}, one["hunts"]);
 }
 
 TEST_F(ReadingTest, WhoHasEndedIsShownOnRequest) {
     client->tell();
-    EXPECT_EQ(0, client->exitStatus());
-    EXPECT_EQ(1u, jsonOf({"list"}).size());
+    EXPECT_EQ(client->exitStatus(), 0);
+    EXPECT_EQ(jsonOf({"list"}).size(), 1u);
     const Json all = jsonOf({"list", "--all"});
-    ASSERT_EQ(2u, all.size());
-    EXPECT_EQ("client", all[1]["name"]);
-    EXPECT_EQ("ended", all[1]["state"]);
-    EXPECT_EQ("ended", jsonOf({"status", "client"})["state"]);
-    EXPECT_EQ(3, all[0]["queued"]) << "what it had sent is there";
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all[1]["name"], "client");
+    EXPECT_EQ(all[1]["state"], "ended");
+    EXPECT_EQ(jsonOf({"status", "client"})["state"], "ended");
+    EXPECT_EQ(all[0]["queued"], 3) << "what it had sent is there";
 }
 
 TEST_F(ReadingTest, OfTheParentAndTheChildThatShareAnEndpointTheParentIsShown) {
@@ -187,7 +185,7 @@ TEST_F(ReadingTest, OfTheParentAndTheChildThatShareAnEndpointTheParentIsShown) {
     parent.hear();
     EXPECT_EQ(parent.pid(), jsonOf({"status", "shared"})["pid"]);
     parent.tell();
-    EXPECT_EQ(0, parent.exitStatus());
+    EXPECT_EQ(parent.exitStatus(), 0);
 }
 
 TEST_F(ReadingTest, ACopyOfAnArenaIsReadByItself) {
@@ -196,10 +194,10 @@ TEST_F(ReadingTest, ACopyOfAnArenaIsReadByItself) {
     server->kill9();
     client->kill9();
     const Json all = jsonOf({"list", "--file", copy});
-    ASSERT_EQ(2u, all.size());
-    EXPECT_EQ("running", all[1]["state"]) << "when it was copied";
-    EXPECT_EQ(3, all[1]["queued"]);
-    EXPECT_EQ(2u, jsonOf({"status", "server", "--file", copy})["queued"].size());
+    ASSERT_EQ(all.size(), 2u);
+    EXPECT_EQ(all[1]["state"], "running") << "when it was copied";
+    EXPECT_EQ(all[1]["queued"], 3);
+    EXPECT_EQ(jsonOf({"status", "server", "--file", copy})["queued"].size(), 2u);
 }
 
 TEST_F(ReadingTest, LookingChangesNothing) {
@@ -209,7 +207,7 @@ TEST_F(ReadingTest, LookingChangesNothing) {
     runLinx({"status", "server"});
     EXPECT_TRUE(before == contentOf(domain.pathOf("arena")));
     EXPECT_EQ(bytesBefore, domain.arenaBytes());
-    EXPECT_EQ(3u, domain.files().size());
+    EXPECT_EQ(domain.files().size(), 3u);
 }
 
 }  // namespace

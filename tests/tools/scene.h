@@ -42,7 +42,7 @@ protected:
             const uint32_t first[] = {1, 100};
             LinxSignal* kept = nullptr;
             ASSERT_EQ(4 + 1000, linx_receive(endpoint, &kept, first));
-            ASSERT_EQ(0, linx_hunt(endpoint, "absent", nullptr));
+            ASSERT_EQ(linx_hunt(endpoint, "absent", nullptr), 0);
             test.tell();
             test.hear();
             linx_free_buf(endpoint, &kept);
@@ -50,10 +50,10 @@ protected:
         serverSpid = server->hear();
         client = std::make_unique<Child>([this](Line& test) {
             Endpoint endpoint("client");
-            ASSERT_EQ(0, sendBytes(endpoint, serverSpid, 100, Bytes(1000)));
-            ASSERT_EQ(0, sendBytes(endpoint, serverSpid, 200, Bytes(8)));
-            ASSERT_EQ(0, sendBytes(endpoint, serverSpid, 200, Bytes(8)));
-            ASSERT_EQ(0, sendBytes(endpoint, serverSpid, 300, Bytes(5000)));
+            ASSERT_EQ(sendBytes(endpoint, serverSpid, 100, Bytes(1000)), 0);
+            ASSERT_EQ(sendBytes(endpoint, serverSpid, 200, Bytes(8)), 0);
+            ASSERT_EQ(sendBytes(endpoint, serverSpid, 200, Bytes(8)), 0);
+            ASSERT_EQ(sendBytes(endpoint, serverSpid, 300, Bytes(5000)), 0);
             test.tell(spidOf(endpoint));
             test.hear();
         });

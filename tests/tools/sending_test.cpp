@@ -73,8 +73,8 @@ TEST_F(SendingTest, EveryKindOfPayloadArrives) {
     EXPECT_EQ((Bytes{0x00, 0xff, 0x10, 0xab}), expectSignal(peer, 2).payload);
     expectDone(runLinx({"send", "peer", "0x3", "--u32", "1", "0xffffffff"}));
     const Received words = expectSignal(peer, 3);
-    EXPECT_EQ(8u, words.payload.size());
-    EXPECT_EQ(1u, words.word(0));
+    EXPECT_EQ(words.payload.size(), 8u);
+    EXPECT_EQ(words.word(0), 1u);
     EXPECT_EQ(0xffffffffu, words.word(1));
     expectDone(runLinx({"send", "peer", "4", "-"}, "from a pipe"));
     EXPECT_EQ(bytesOf("from a pipe"), expectSignal(peer, 4).payload);
@@ -96,12 +96,12 @@ TEST_F(SendingTest, TheLargestPayloadArrivesAndOneByteMoreIsRefused) {
 TEST_F(SendingTest, APayloadThatIsNoneIsRefusedBeforeAnythingIsSent) {
     Endpoint peer("peer");
     for (const std::string hex : {"0", "0g", "zz", "001"}) {
-        EXPECT_EQ(2, runLinx({"send", "peer", "1", "--hex", hex}).status) << hex;
+        EXPECT_EQ(runLinx({"send", "peer", "1", "--hex", hex}).status, 2) << hex;
     }
-    EXPECT_EQ(2, runLinx({"send", "peer", "1", "--hex", "00", "--text", "both"}).status);
-    EXPECT_EQ(2, runLinx({"send", "peer", "-1"}).status);
-    EXPECT_EQ(2, runLinx({"send", "peer", "4294967296"}).status);
-    EXPECT_EQ(1, runLinx({"send", "peer", "1", "--file", "/nowhere"}).status);
+    EXPECT_EQ(runLinx({"send", "peer", "1", "--hex", "00", "--text", "both"}).status, 2);
+    EXPECT_EQ(runLinx({"send", "peer", "-1"}).status, 2);
+    EXPECT_EQ(runLinx({"send", "peer", "4294967296"}).status, 2);
+    EXPECT_EQ(runLinx({"send", "peer", "1", "--file", "/nowhere"}).status, 1);
     expectNothing(peer);
 }
 
@@ -132,18 +132,18 @@ TEST_F(SendingTest, ACallPrintsTheAnswer) {
     server.hear();
     const Outcome outcome =
         runLinx({"call", "server", "2000", "--reply", "2001", "--text", "twelve bytes, or more\t"});
-    EXPECT_EQ(0, outcome.status) << outcome;
+    EXPECT_EQ(outcome.status, 0) << outcome;
     EXPECT_THAT(outcome.out,
                 testing::MatchesRegex("2001 from server, 22 bytes, after [0-9.]+ ms\n"
                                       "000000  74 77 65 6c 76 65 20 62 79 74 65 73 2c 20 6f 72  twelve bytes, or\n"
                                       "000010  20 6d 6f 72 65 09                                 more\\.\n"));
     const nlohmann::json json = nlohmann::json::parse(
         runLinx({"call", "server", "2000", "--reply", "2001", "--hex", "00ff", "-j"}).out, nullptr, false);
-    EXPECT_EQ(5u, json.size());
-    EXPECT_EQ("server", json["from"]);
-    EXPECT_EQ(2001, json["number"]);
-    EXPECT_EQ(2, json["size"]);
-    EXPECT_EQ("00ff", json["data"]);
+    EXPECT_EQ(json.size(), 5u);
+    EXPECT_EQ(json["from"], "server");
+    EXPECT_EQ(json["number"], 2001);
+    EXPECT_EQ(json["size"], 2);
+    EXPECT_EQ(json["data"], "00ff");
     EXPECT_TRUE(json["milliseconds"].is_number());
 }
 
@@ -174,7 +174,7 @@ TEST_F(SendingTest, AnAnswerThatWasSentBeforeTheEndIsPrinted) {
         kill(getpid(), SIGKILL);
     });
     server.hear();
-    EXPECT_EQ(0, runLinx({"call", "server", "2000", "--reply", "2001", "--timeout", "60"}).status);
+    EXPECT_EQ(runLinx({"call", "server", "2000", "--reply", "2001", "--timeout", "60"}).status, 0);
 }
 
 TEST_F(SendingTest, WaitEndsWhenTheNameIsOpened) {
@@ -215,7 +215,7 @@ TEST_F(SendingTest, ShutdownSendsTheRequestAndWaitsForTheEndIfItIsTold) {
     });
     server.hear();
     expectDone(runLinx({"shutdown", "server", "--timeout", "60"}));
-    EXPECT_EQ(0, server.exitStatus());
+    EXPECT_EQ(server.exitStatus(), 0);
 }
 
 TEST_F(SendingTest, NothingIsLeftOfTheProgram) {
@@ -231,7 +231,7 @@ TEST_F(SendingTest, NothingIsLeftOfTheProgram) {
     EXPECT_THAT(runLinx({"list"}).out, HasSubstr(name));
     expectDone(runLinx({"wait", "--gone", name}));
     EXPECT_THAT(runLinx({"list"}).out, testing::Not(HasSubstr("linx.")));
-    EXPECT_EQ(1u, domain.leftovers().size()) << "the doorbell of the peer";
+    EXPECT_EQ(domain.leftovers().size(), 1u) << "the doorbell of the peer";
 }
 
 }  // namespace

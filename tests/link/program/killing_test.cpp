@@ -27,7 +27,7 @@ struct Seen {
 void talk(const linxtest::TestDomain& domain, const std::string& own, const std::string& peer, Seen& seen) {
     const In in(domain);
     Endpoint endpoint(own);
-    ASSERT_EQ(0, linx_hunt(endpoint, peer.c_str(), nullptr));
+    ASSERT_EQ(linx_hunt(endpoint, peer.c_str(), nullptr), 0);
     LinxSpid to = 0;
     uint32_t sent = 0;
     LinxSpid from = 0;
@@ -37,13 +37,13 @@ void talk(const linxtest::TestDomain& domain, const std::string& own, const std:
         const std::optional<Received> received = receive(endpoint, to == 0 || isHeldUp ? shortWait : 0);
         if (received && received->number == LINX_OS_HUNT_SIG) {
             to = received->sender;
-            ASSERT_NE(0u, attach(endpoint, to, notice));
+            ASSERT_NE(attach(endpoint, to, notice), 0u);
             ++seen.meetings;
         } else if (received && received->number == notice) {
             EXPECT_EQ(to, received->sender);
             ++seen.notices;
             to = 0;
-            ASSERT_EQ(0, linx_hunt(endpoint, peer.c_str(), nullptr));
+            ASSERT_EQ(linx_hunt(endpoint, peer.c_str(), nullptr), 0);
         } else if (received) {
             // A proxy's first signal is the first that its session has carried: from there on none is missing.
             if (received->sender != from) next = received->word();
@@ -102,8 +102,8 @@ TEST_F(ThroughTest, WhateverIsKilledNothingIsDoubledOvertakenOrMissingFromASessi
             << round << ": the end is not told\nnear: " << nearLink->log() << "far: " << farLink->log();
     }
     atNear->finish = atFar->finish = true;
-    EXPECT_EQ(0, client->exitStatus());
-    EXPECT_EQ(0, server->exitStatus());
+    EXPECT_EQ(client->exitStatus(), 0);
+    EXPECT_EQ(server->exitStatus(), 0);
     EXPECT_GE(atNear->meetings, 24u);
 }
 

@@ -25,7 +25,7 @@ protected:
         auto child = std::make_unique<Child>([this, name, work](Line& parent) {
             const In in(far);
             LinxIpc endpoint(name);
-            ASSERT_EQ(0, endpoint.Init());
+            ASSERT_EQ(endpoint.Init(), 0);
             parent.tell();
             work(endpoint);
         });
@@ -37,7 +37,7 @@ protected:
 int notify(LinxIpc& from, const std::string& to, unsigned type, const std::string& text = "") {
     IpcMessage message;
     std::string payload = text;
-    EXPECT_EQ(0, message.Allocate(type, static_cast<unsigned>(payload.size()), payload.data()));
+    EXPECT_EQ(message.Allocate(type, static_cast<unsigned>(payload.size()), payload.data()), 0);
     return from.Notify(to, message, true);
 }
 
@@ -48,7 +48,7 @@ std::string textOf(IpcMessage& message) {
 void answerInCapitals(LinxIpc* endpoint, void*) {
     std::string text = textOf(endpoint->rxMessage);
     for (char& letter : text) letter = static_cast<char>(letter - 'a' + 'A');
-    EXPECT_EQ(0, notify(*endpoint, endpoint->rxMessage.GetSender(), answer, text));
+    EXPECT_EQ(notify(*endpoint, endpoint->rxMessage.GetSender(), answer, text), 0);
 }
 
 /// Until somebody kills it.
@@ -59,17 +59,17 @@ void answerAlways(LinxIpc& endpoint) {
 }
 
 void receiveNews(LinxIpc& endpoint) {
-    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(news, endpoint.rxMessage.MsgType());
-    EXPECT_EQ("the sun shines", textOf(endpoint.rxMessage));
-    EXPECT_EQ("toNear/UiMgr", endpoint.rxMessage.GetSender());
+    EXPECT_EQ(textOf(endpoint.rxMessage), "the sun shines");
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), "toNear/UiMgr");
 }
 
 int ask(LinxIpc& endpoint, const std::string& text, std::string& reply) {
     IpcMessage message;
     IpcMessage answered;
     std::string payload = text;
-    EXPECT_EQ(0, message.Allocate(question, static_cast<unsigned>(payload.size()), payload.data()));
+    EXPECT_EQ(message.Allocate(question, static_cast<unsigned>(payload.size()), payload.data()), 0);
     const int result = endpoint.Request("toFar/EncodeCtrl", message, answer, limit, &answered);
     if (result == 0) reply = textOf(answered);
     return result;
@@ -80,9 +80,9 @@ TEST_F(LibraryThrough, ANotificationArrivesWithItsSendersName) {
     const auto receiver = farProcess("EncodeCtrl", receiveNews);
     const In in(near);
     LinxIpc endpoint("UiMgr");
-    ASSERT_EQ(0, endpoint.Init());
-    EXPECT_EQ(0, notify(endpoint, "toFar/EncodeCtrl", news, "the sun shines"));
-    EXPECT_EQ(0, receiver->exitStatus());
+    ASSERT_EQ(endpoint.Init(), 0);
+    EXPECT_EQ(notify(endpoint, "toFar/EncodeCtrl", news, "the sun shines"), 0);
+    EXPECT_EQ(receiver->exitStatus(), 0);
 }
 
 TEST_F(LibraryThrough, ARequestIsAnsweredByAHandler) {
@@ -90,11 +90,11 @@ TEST_F(LibraryThrough, ARequestIsAnsweredByAHandler) {
     const auto server = farProcess("EncodeCtrl", answerAlways);
     const In in(near);
     LinxIpc endpoint("UiMgr");
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 100; ++i) {
         std::string reply;
-        ASSERT_EQ(0, ask(endpoint, "word", reply));
-        EXPECT_EQ("WORD", reply);
+        ASSERT_EQ(ask(endpoint, "word", reply), 0);
+        EXPECT_EQ(reply, "WORD");
     }
     server->kill9();
 }
@@ -103,7 +103,7 @@ TEST_F(LibraryThrough, AServerThatIsKilledAndBackAnswersAgain) {
     startBoth();
     const In in(near);
     LinxIpc endpoint("UiMgr");
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 3; ++i) {
         const auto server = farProcess("EncodeCtrl", answerAlways);
         std::string reply;
@@ -111,7 +111,7 @@ TEST_F(LibraryThrough, AServerThatIsKilledAndBackAnswersAgain) {
         // The end of the last one may be on its way still, or may meet the request.
         while (ask(endpoint, "word", reply) != 0 && std::chrono::steady_clock::now() < limitOfAll) {
         }
-        EXPECT_EQ("WORD", reply);
+        EXPECT_EQ(reply, "WORD");
         server->kill9();
     }
 }
@@ -119,45 +119,45 @@ TEST_F(LibraryThrough, AServerThatIsKilledAndBackAnswersAgain) {
 TEST_F(LibraryThrough, AMessageIsRelayedAcross) {
     startBoth();
     const auto receiver = farProcess("EncodeCtrl", [](LinxIpc& endpoint) {
-        EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-        EXPECT_EQ("passed on", textOf(endpoint.rxMessage));
+        EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+        EXPECT_EQ(textOf(endpoint.rxMessage), "passed on");
     });
     const In in(near);
     LinxIpc sender("sender");
     LinxIpc relay("relay");
-    ASSERT_EQ(0, sender.Init());
-    ASSERT_EQ(0, relay.Init());
-    ASSERT_EQ(0, notify(sender, "relay", news, "passed on"));
+    ASSERT_EQ(sender.Init(), 0);
+    ASSERT_EQ(relay.Init(), 0);
+    ASSERT_EQ(notify(sender, "relay", news, "passed on"), 0);
     relay.RegisterRelayHandler(
-        news, [](LinxIpc* own, void*) { EXPECT_EQ(0, own->Relay(own->relayMessage, "toFar/EncodeCtrl")); }, nullptr);
-    ASSERT_EQ(0, notify(sender, "relay", shutdownRequest));
+        news, [](LinxIpc* own, void*) { EXPECT_EQ(own->Relay(own->relayMessage, "toFar/EncodeCtrl"), 0); }, nullptr);
+    ASSERT_EQ(notify(sender, "relay", shutdownRequest), 0);
     int result;
     while ((result = relay.Receive(limit, 0, LinxIpc::emptyString, nullptr)) == 0) {
     }
-    EXPECT_EQ(ESHUTDOWN, result);
-    EXPECT_EQ(0, receiver->exitStatus());
+    EXPECT_EQ(result, ESHUTDOWN);
+    EXPECT_EQ(receiver->exitStatus(), 0);
 }
 
 TEST_F(LibraryThrough, AnAsynchronousRequestHandlesWhatComesBeforeItsAnswer) {
     startBoth();
     const auto server = farProcess("EncodeCtrl", [](LinxIpc& endpoint) {
-        EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
+        EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
         const std::string asker = endpoint.rxMessage.GetSender();
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(0, notify(endpoint, asker, news));
-        EXPECT_EQ(0, notify(endpoint, asker, answer, "done"));
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(notify(endpoint, asker, news), 0);
+        EXPECT_EQ(notify(endpoint, asker, answer, "done"), 0);
         endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr);
     });
     const In in(near);
     LinxIpc endpoint("UiMgr");
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     int heard = 0;
     const auto count = [](LinxIpc*, void* calls) { ++*static_cast<int*>(calls); };
     endpoint.RegisterHandler(news, count, &heard);
     IpcMessage message;
     message.Allocate(question, 0, nullptr);
-    EXPECT_EQ(0, endpoint.AsyncRequest("toFar/EncodeCtrl", message, answer, limit, nullptr));
-    EXPECT_EQ("done", textOf(endpoint.rxMessage));
-    EXPECT_EQ(3, heard);
+    EXPECT_EQ(endpoint.AsyncRequest("toFar/EncodeCtrl", message, answer, limit, nullptr), 0);
+    EXPECT_EQ(textOf(endpoint.rxMessage), "done");
+    EXPECT_EQ(heard, 3);
     server->kill9();
 }
 
@@ -166,17 +166,17 @@ TEST_F(LibraryThrough, ASupervisedPeersEndCallsTheHandler) {
     const auto mortal = farProcess("EncodeCtrl", answerAlways);
     const In in(near);
     LinxIpc endpoint("UiMgr");
-    ASSERT_EQ(0, endpoint.Init());
+    ASSERT_EQ(endpoint.Init(), 0);
     std::string reply;
-    ASSERT_EQ(0, ask(endpoint, "word", reply));
+    ASSERT_EQ(ask(endpoint, "word", reply), 0);
     int ends = 0;
     const auto count = [](LinxIpc*, void* calls) { ++*static_cast<int*>(calls); };
     endpoint.RegisterHandler(ended, count, &ends);
-    ASSERT_EQ(0, endpoint.Attach("toFar/EncodeCtrl", ended));
+    ASSERT_EQ(endpoint.Attach("toFar/EncodeCtrl", ended), 0);
     mortal->kill9();
-    EXPECT_EQ(0, endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(1, ends);
-    EXPECT_EQ("toFar/EncodeCtrl", endpoint.rxMessage.GetSender());
+    EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
+    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), "toFar/EncodeCtrl");
 }
 
 }  // namespace

@@ -28,7 +28,7 @@ protected:
     void TearDown() override {
         nearLink.reset();
         farLink.reset();
-        EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a process was left behind";
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process was left behind";
     }
 
     /// `near` and `far` are what else stands in the [[link]] of the two.

@@ -20,14 +20,14 @@ TEST_F(ThroughTest, WhatIsSentAcrossArrivesUnchangedAndIsAnsweredByName) {
     const auto server = openIn(far, "server");
     const auto client = openIn(near, "client");
     const LinxSpid proxy = hunt(*client, "toFar/server");
-    EXPECT_EQ("toFar/server", nameOf(*client, proxy));
+    EXPECT_EQ(nameOf(*client, proxy), "toFar/server");
     for (const size_t size : {0u, 1u, 7u, 4096u, 16380u, 60000u, 1048572u}) {
         const Bytes payload = pattern(size, 7);
-        ASSERT_EQ(0, sendBytes(*client, proxy, item, payload));
+        ASSERT_EQ(sendBytes(*client, proxy, item, payload), 0);
         const Received received = expectSignal(*server, item);
         EXPECT_TRUE(received.payload == payload) << size;
-        EXPECT_EQ("toNear/client", nameOf(*server, received.sender));
-        ASSERT_EQ(0, sendBytes(*server, received.sender, reply, payload));
+        EXPECT_EQ(nameOf(*server, received.sender), "toNear/client");
+        ASSERT_EQ(sendBytes(*server, received.sender, reply, payload), 0);
         const Received back = expectSignal(*client, reply);
         EXPECT_TRUE(back.payload == payload) << size;
         EXPECT_EQ(proxy, back.sender);
@@ -37,15 +37,15 @@ TEST_F(ThroughTest, WhatIsSentAcrossArrivesUnchangedAndIsAnsweredByName) {
 TEST_F(ThroughTest, AHuntWaitsForWhoeverOpensOverThere) {
     configureBoth();
     const auto client = openIn(near, "client");
-    ASSERT_EQ(0, linx_hunt(*client, "toFar/server", nullptr));  // before there is a link
+    ASSERT_EQ(linx_hunt(*client, "toFar/server", nullptr), 0);  // before there is a link
     startNear();
     startFar();
     awaitUp();
     const auto server = openIn(far, "server");
-    EXPECT_EQ("toFar/server", nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender));
-    ASSERT_EQ(0, linx_hunt(*client, "toFar/other", nullptr));
+    EXPECT_EQ(nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender), "toFar/server");
+    ASSERT_EQ(linx_hunt(*client, "toFar/other", nullptr), 0);
     const auto other = openIn(far, "other");
-    EXPECT_EQ("toFar/other", nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender));
+    EXPECT_EQ(nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender), "toFar/other");
 }
 
 TEST_F(ThroughTest, SignalsOfAllSizesKeepTheirOrder) {
@@ -57,7 +57,7 @@ TEST_F(ThroughTest, SignalsOfAllSizesKeepTheirOrder) {
     for (uint32_t i = 0; i < count; ++i) {
         std::vector<uint32_t> words(1 + (i % 7 == 0 ? 9000 : i % 50));
         words[0] = i;
-        ASSERT_EQ(0, send(*client, proxy, item, words));
+        ASSERT_EQ(send(*client, proxy, item, words), 0);
     }
     for (uint32_t i = 0; i < count; ++i) {
         const Received received = expectSignal(*server, item);
@@ -72,18 +72,18 @@ TEST_F(ThroughTest, AFarEndIsToldBehindAllThatTheFarOneHadSent) {
     auto server = openIn(far, "server");
     const auto client = openIn(near, "client");
     const LinxSpid proxy = hunt(*client, "toFar/server");
-    ASSERT_NE(0u, attach(*client, proxy, notice));
-    ASSERT_EQ(0, send(*client, proxy, item));
+    ASSERT_NE(attach(*client, proxy, notice), 0u);
+    ASSERT_EQ(send(*client, proxy, item), 0);
     const LinxSpid way = expectSignal(*server, item).sender;
-    for (uint32_t i = 0; i < 200; ++i) ASSERT_EQ(0, send(*server, way, reply, {i}));
+    for (uint32_t i = 0; i < 200; ++i) ASSERT_EQ(send(*server, way, reply, {i}), 0);
     server.reset();
     for (uint32_t i = 0; i < 200; ++i) ASSERT_EQ(i, expectSignal(*client, reply).word());
     EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
-    EXPECT_EQ(ECONNRESET, send(*client, proxy, item));
+    EXPECT_EQ(send(*client, proxy, item), ECONNRESET);
     server = openIn(far, "server");
     const LinxSpid next = hunt(*client, "toFar/server");
     EXPECT_NE(proxy, next);
-    ASSERT_EQ(0, send(*client, next, last));
+    ASSERT_EQ(send(*client, next, last), 0);
     expectSignal(*server, last);
 }
 
@@ -97,11 +97,11 @@ TEST_F(ThroughTest, AnEndWaitsBehindWhatAFullDestinationHasNotTaken) {
     for (uint32_t i = 0; i < count; ++i) {  // far more than the destination has credit for
         std::vector<uint32_t> numbered = words;
         numbered[0] = i;
-        ASSERT_EQ(0, send(*client, proxy, item, numbered));
+        ASSERT_EQ(send(*client, proxy, item, numbered), 0);
     }
     client.reset();
     const Received first = expectSignal(*server, item);
-    ASSERT_NE(0u, attach(*server, first.sender, notice));
+    ASSERT_NE(attach(*server, first.sender, notice), 0u);
     for (uint32_t i = 1; i < count; ++i) ASSERT_EQ(i, expectSignal(*server, item).word());
     EXPECT_EQ(first.sender, expectSignal(*server, notice).sender);
 }
@@ -116,9 +116,9 @@ TEST_F(ThroughTest, AKilledPeerIsTold) {
     server.hear();
     const auto client = openIn(near, "client");
     const LinxSpid proxy = hunt(*client, "toFar/server");
-    ASSERT_NE(0u, attach(*client, proxy, notice));
-    ASSERT_EQ(0, send(*client, proxy, item, {5}));
-    EXPECT_EQ(5u, expectSignal(*client, item).word());
+    ASSERT_NE(attach(*client, proxy, notice), 0u);
+    ASSERT_EQ(send(*client, proxy, item, {5}), 0);
+    EXPECT_EQ(expectSignal(*client, item).word(), 5u);
     server.kill9();
     EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
 }
@@ -129,9 +129,9 @@ TEST_F(ThroughTest, TheEndOfASessionIsTheEndOfAllProxiesAndThenOfItsMark) {
     const auto client = openIn(near, "client");
     const LinxSpid mark = hunt(*client, "toFar/@link");
     const LinxSpid proxy = hunt(*client, "toFar/server");
-    ASSERT_NE(0u, attach(*client, mark, last));
-    ASSERT_NE(0u, attach(*client, proxy, notice));
-    ASSERT_EQ(0, linx_hunt(*client, "toFar/absent", nullptr));
+    ASSERT_NE(attach(*client, mark, last), 0u);
+    ASSERT_NE(attach(*client, proxy, notice), 0u);
+    ASSERT_EQ(linx_hunt(*client, "toFar/absent", nullptr), 0);
     farLink->end(SIGKILL);
     EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
     EXPECT_EQ(mark, expectSignal(*client, last).sender);
@@ -139,7 +139,7 @@ TEST_F(ThroughTest, TheEndOfASessionIsTheEndOfAllProxiesAndThenOfItsMark) {
     EXPECT_NE(mark, hunt(*client, "toFar/@link"));
     EXPECT_NE(proxy, hunt(*client, "toFar/server"));
     const auto absent = openIn(far, "absent");
-    EXPECT_EQ("toFar/absent", nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender)) << "the hunt went on";
+    EXPECT_EQ(nameOf(*client, expectSignal(*client, LINX_OS_HUNT_SIG).sender), "toFar/absent") << "the hunt went on";
 }
 
 TEST_F(ThroughTest, AKilledLinkIsTheEndOfItsProxiesAndARestartedOneBeginsAnew) {
@@ -148,10 +148,10 @@ TEST_F(ThroughTest, AKilledLinkIsTheEndOfItsProxiesAndARestartedOneBeginsAnew) {
     const auto client = openIn(near, "client");
     for (int i = 0; i < 3; ++i) {
         const LinxSpid proxy = hunt(*client, "toFar/server");
-        ASSERT_NE(0u, attach(*client, proxy, notice));
-        ASSERT_EQ(0, send(*client, proxy, item, {1}));
+        ASSERT_NE(attach(*client, proxy, notice), 0u);
+        ASSERT_EQ(send(*client, proxy, item, {1}), 0);
         const LinxSpid way = expectSignal(*server, item).sender;
-        ASSERT_NE(0u, attach(*server, way, notice));
+        ASSERT_NE(attach(*server, way, notice), 0u);
         nearLink->end(SIGKILL);
         EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
         EXPECT_EQ(way, expectSignal(*server, notice).sender);
@@ -164,16 +164,16 @@ TEST_F(ThroughTest, NothingIsReachedThatIsNotExported) {
     const auto closed = openIn(far, "closed");
     const auto server = openIn(far, "tsServer");
     const auto client = openIn(near, "client");
-    ASSERT_EQ(0, linx_hunt(*client, "toFar/closed", nullptr));
+    ASSERT_EQ(linx_hunt(*client, "toFar/closed", nullptr), 0);
     EXPECT_TRUE(nearLink->hasLogged("toFar/closed is refused over there: not exported"));
     const LinxSpid proxy = hunt(*client, "toFar/tsServer");
-    ASSERT_EQ(0, send(*client, proxy, item));
+    ASSERT_EQ(send(*client, proxy, item), 0);
     const LinxSpid way = expectSignal(*server, item).sender;
-    ASSERT_EQ(0, send(*server, way, reply));
+    ASSERT_EQ(send(*server, way, reply), 0);
     EXPECT_EQ(proxy, expectSignal(*client, reply).sender);
     // Somebody whom nobody here may hunt for uses the way that was opened for another.
-    ASSERT_EQ(0, send(*closed, way, reply, {1}));
-    ASSERT_EQ(0, send(*server, way, last));
+    ASSERT_EQ(send(*closed, way, reply, {1}), 0);
+    ASSERT_EQ(send(*server, way, last), 0);
     expectSignal(*client, last);
     expectNothing(*client);
 }
@@ -183,9 +183,9 @@ TEST_F(ThroughTest, OrdersToShutDownAreNotCarriedUnlessAllowed) {
     const auto server = openIn(far, "server");
     const auto client = openIn(near, "client");
     const LinxSpid proxy = hunt(*client, "toFar/server");
-    ASSERT_EQ(0, send(*client, proxy, 1280));
-    ASSERT_EQ(0, send(*client, proxy, 1281, {3}));
-    ASSERT_EQ(0, send(*client, proxy, last));
+    ASSERT_EQ(send(*client, proxy, 1280), 0);
+    ASSERT_EQ(send(*client, proxy, 1281, {3}), 0);
+    ASSERT_EQ(send(*client, proxy, last), 0);
     expectSignal(*server, last);
     expectNothing(*server);
     nearLink->end(SIGKILL);
@@ -198,9 +198,9 @@ TEST_F(ThroughTest, WhatIsLostWithASessionIsCounted) {
     const auto client = openIn(near, "client");
     const LinxSpid proxy = hunt(*client, "toFar/server");
     const std::vector<uint32_t> words(25000);  // of 100,000 bytes each: credit for two
-    for (int i = 0; i < 10; ++i) ASSERT_EQ(0, send(*client, proxy, item, words));
+    for (int i = 0; i < 10; ++i) ASSERT_EQ(send(*client, proxy, item, words), 0);
     expectSignal(*server, item);
-    ASSERT_NE(0u, attach(*client, proxy, notice));
+    ASSERT_NE(attach(*client, proxy, notice), 0u);
     farLink->end(SIGKILL);
     EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
     EXPECT_TRUE(nearLink->hasLogged("toFar is down: the connection was lost"));
@@ -211,7 +211,7 @@ TEST_F(ThroughTest, OrdersToShutDownAreCarriedWhereAllowed) {
     startBoth(all, std::string(all) + "allow-control = true\n");
     const auto server = openIn(far, "server");
     const auto client = openIn(near, "client");
-    ASSERT_EQ(0, send(*client, hunt(*client, "toFar/server"), 1280));
+    ASSERT_EQ(send(*client, hunt(*client, "toFar/server"), 1280), 0);
     expectSignal(*server, 1280);
 }
 
@@ -219,7 +219,7 @@ TEST_F(ThroughTest, WhatIsImportedIsThereWithoutAHunt) {
     startBoth("import = [\"server\"]\n");
     const auto server = openIn(far, "server");
     const auto client = openIn(near, "client");
-    ASSERT_EQ(0, linx_hunt(*client, "toFar/server", nullptr));
+    ASSERT_EQ(linx_hunt(*client, "toFar/server", nullptr), 0);
     expectSignal(*client, LINX_OS_HUNT_SIG);
 }
 
@@ -231,9 +231,9 @@ TEST_F(ThroughTest, ANameThatIsTakenHereIsRefused) {
     // The far one reaches somebody here, and would have to become a proxy of a name that is taken.
     const auto target = openIn(near, "target");
     const LinxSpid way = hunt(*server, "toNear/target");
-    ASSERT_EQ(0, send(*server, way, item));
+    ASSERT_EQ(send(*server, way, item), 0);
     EXPECT_TRUE(nearLink->hasLogged("cannot open toFar/server: Address already in use"));
-    ASSERT_EQ(0, send(*witness, way, last));
+    ASSERT_EQ(send(*witness, way, last), 0);
     expectSignal(*target, last);
     expectNothing(*target);
 }
@@ -255,15 +255,15 @@ TEST_F(ThroughTest, NamesNestWhereTransitIsAllowed) {
     const auto server = openIn(third, "server");
     const auto client = openIn(near, "client");
     const LinxSpid proxy = hunt(*client, "toFar/toThird/server");
-    ASSERT_NE(0u, attach(*client, proxy, notice));
-    ASSERT_EQ(0, send(*client, proxy, item, {9}));
+    ASSERT_NE(attach(*client, proxy, notice), 0u);
+    ASSERT_EQ(send(*client, proxy, item, {9}), 0);
     const Received received = expectSignal(*server, item);
-    EXPECT_EQ(9u, received.word());
-    EXPECT_EQ("toFar/toNear/client", nameOf(*server, received.sender));
-    ASSERT_EQ(0, send(*server, received.sender, reply, {10}));
-    EXPECT_EQ(10u, expectSignal(*client, reply).word());
+    EXPECT_EQ(received.word(), 9u);
+    EXPECT_EQ(nameOf(*server, received.sender), "toFar/toNear/client");
+    ASSERT_EQ(send(*server, received.sender, reply, {10}), 0);
+    EXPECT_EQ(expectSignal(*client, reply).word(), 10u);
     // In a circle it would come back to where it began.
-    ASSERT_EQ(0, linx_hunt(*client, "toFar/toNear/absent", nullptr));
+    ASSERT_EQ(linx_hunt(*client, "toFar/toNear/absent", nullptr), 0);
     EXPECT_TRUE(farLink->hasLogged("toNear/absent is refused over there: loop"));
     thirdLink.end(SIGKILL);
     EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
@@ -275,25 +275,25 @@ TEST_F(ThroughTest, WhoeverTakesTheNameOfOneThatHasEndedComesBehindItsEnd) {
     auto server = openIn(far, "server");
     const auto client = openIn(near, "client");
     const LinxSpid first = hunt(*client, "toFar/server");
-    ASSERT_NE(0u, attach(*client, first, notice));
-    ASSERT_EQ(0, send(*client, first, item, {1}));
+    ASSERT_NE(attach(*client, first, notice), 0u);
+    ASSERT_EQ(send(*client, first, item, {1}), 0);
     const LinxSpid way = expectSignal(*server, item).sender;
     // The link learns of all that follows at once.
     farLink->stop();
-    ASSERT_EQ(0, send(*server, way, reply, {1}));
+    ASSERT_EQ(send(*server, way, reply, {1}), 0);
     server.reset();
     server = openIn(far, "server");
-    ASSERT_EQ(0, send(*server, hunt(*server, "toNear/client"), reply, {2}));
+    ASSERT_EQ(send(*server, hunt(*server, "toNear/client"), reply, {2}), 0);
     farLink->send(SIGCONT);
-    EXPECT_EQ(1u, expectSignal(*client, reply).word());
+    EXPECT_EQ(expectSignal(*client, reply).word(), 1u);
     // Whoever reads late gets notices behind all that has come: which of the two is first is left open.
     const std::optional<Received> end = receive(*client, patience, {notice});
     ASSERT_TRUE(end.has_value());
     EXPECT_EQ(first, end->sender);
     const Received second = expectSignal(*client, reply);
-    EXPECT_EQ(2u, second.word());
+    EXPECT_EQ(second.word(), 2u);
     EXPECT_NE(first, second.sender);
-    EXPECT_EQ("toFar/server", nameOf(*client, second.sender));
+    EXPECT_EQ(nameOf(*client, second.sender), "toFar/server");
 }
 
 TEST_F(ThroughTest, TheEndOfASenderIsToldWhereItsDestinationEndedBefore) {
@@ -303,14 +303,14 @@ TEST_F(ThroughTest, TheEndOfASenderIsToldWhereItsDestinationEndedBefore) {
     auto slow = openIn(near, "slow");
     const auto client = openIn(near, "client");
     const LinxSpid proxy = hunt(*client, "toFar/server");
-    ASSERT_NE(0u, attach(*client, proxy, notice));
+    ASSERT_NE(attach(*client, proxy, notice), 0u);
     // More than the slow one has credit for, so the rest waits at its proxy, and behind it the mark of the end.
     const LinxSpid toSlow = hunt(*server, "toNear/slow");
-    for (int i = 0; i < 100; ++i) ASSERT_EQ(0, send(*server, toSlow, item, std::vector<uint32_t>(2500)));
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(send(*server, toSlow, item, std::vector<uint32_t>(2500)), 0);
     server.reset();
     const auto witness = openIn(far, "witness");
     const LinxSpid toWitness = hunt(*client, "toFar/witness");
-    ASSERT_EQ(0, send(*client, toWitness, last, {}));
+    ASSERT_EQ(send(*client, toWitness, last, {}), 0);
     expectSignal(*witness, last);
     slow.reset();
     EXPECT_EQ(proxy, expectSignal(*client, notice).sender);
@@ -324,9 +324,9 @@ TEST_F(ThroughTest, ASlowDestinationDelaysNobodyElse) {
     const LinxSpid toSlow = hunt(*client, "toFar/slow");
     const LinxSpid toQuick = hunt(*client, "toFar/quick");
     const std::vector<uint32_t> words(1000);
-    for (int i = 0; i < 1000; ++i) ASSERT_EQ(0, send(*client, toSlow, item, words));
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(send(*client, toSlow, item, words), 0);
     for (uint32_t i = 0; i < 200; ++i) {
-        ASSERT_EQ(0, send(*client, toQuick, item, {i}));
+        ASSERT_EQ(send(*client, toQuick, item, {i}), 0);
         ASSERT_EQ(i, expectSignal(*quick, item).word());
     }
     // Nor does it take more of the memory over there than it has credit for: the rest waits here.
