@@ -88,7 +88,7 @@ void Network::spoil(Pipe& pipe, End& to, Time now) {
         fault(pipe);
         trace_.add("garbage to %d", to.node);
         Bytes garbage = to.coming.back().frame;
-        garbage.resize(random_.below(garbage.size() + 1));
+        garbage.resize(random_.indexOf(garbage.size() + 1));
         if (random_.below(2) == 0) {
             for (uint8_t& byte : garbage) byte = static_cast<uint8_t>(random_.next());
         }
@@ -110,7 +110,7 @@ void Network::injectLate(Pipe& pipe, End& to, Time now) {
     if (old.empty()) return;
     fault(pipe);
     trace_.add("an old frame comes to %d", to.node);
-    Bytes frame = old[random_.below(old.size())];
+    Bytes frame = old[random_.indexOf(old.size())];
     to.bytes += frame.size();
     put(to, {Transit::Kind::frame, {}, std::move(frame)}, {}, now);
 }
@@ -210,7 +210,7 @@ void Network::cut(Pipe& pipe, bool half, Time now) {
     fault(pipe);
     trace_.add("the connection between %d and %d is cut%s", pipe.ends[0].node, pipe.ends[1].node,
                half ? ", and one of them not told" : "");
-    const size_t spared = half ? random_.below(2) : 2;
+    const size_t spared = half ? random_.indexOf(2) : 2;
     for (size_t end = 0; end < 2; ++end) {
         End& to = pipe.ends[end];
         while (to.coming.size() > 1 && random_.below(4) != 0 && to.coming.back().kind == Transit::Kind::frame) {

@@ -150,7 +150,7 @@ void Node::arrivedSignal(Link& link, int peer, const Arrived& signal) {
     world_.trace.add("%d: %zu bytes from proxy %u of %d for %s", number_, signal.payload.size(),
                      numberOf(signal.from), peer, owner->second.first.c_str());
     world_.books.delivered(link.in, signal.from, life, signal.payload);
-    size_t& outstanding = link.outstanding[signal.to];
+    uint64_t& outstanding = link.outstanding[signal.to];
     outstanding += chargeOf(signal.payload.size(), owner->second.second);
     claim(outstanding <= owner->second.second, "a destination is sent more than it gave credit for");
     app->second.inbox.push_back({peer, link.in, signal.to, signal.payload.size()});

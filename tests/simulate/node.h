@@ -70,7 +70,7 @@ private:
         std::set<std::string> wanted;                              ///< what is hunted here; survives the link process
         std::map<std::string, OwnId> own;                          ///< what the far side knows of
         std::map<OwnId, std::pair<std::string, uint32_t>> owners;  ///< and with which credit
-        std::map<OwnId, size_t> outstanding;                       ///< charges of what came and was not consumed
+        std::map<OwnId, uint64_t> outstanding;                     ///< charges of what came and was not consumed
         std::map<std::string, FarId> proxies;
         std::map<FarId, std::string> names;
         Tag in = 0;

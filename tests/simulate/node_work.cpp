@@ -43,12 +43,13 @@ void Node::act() {
 
 size_t Node::someSize() {
     Random& random = world_.random;
-    if (world_.weather.isHeavy && random.below(4) == 0) return random.between(16300, 150000);
+    const auto between = [&](size_t least, size_t most) { return least + random.indexOf(most - least + 1); };
+    if (world_.weather.isHeavy && random.below(4) == 0) return between(16300, 150000);
     const uint64_t choice = random.below(200);
-    if (choice == 0) return random.between(100000, mostSignal - 4);
-    if (choice < 7) return random.between(16300, 60000);
-    if (choice < 25) return random.between(1000, 16380);
-    return random.between(32, 200);
+    if (choice == 0) return between(100000, mostSignal - 4);
+    if (choice < 7) return between(16300, 60000);
+    if (choice < 25) return between(1000, 16380);
+    return between(32, 200);
 }
 
 void Node::sendFrom(const std::string& name) {

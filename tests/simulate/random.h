@@ -1,6 +1,7 @@
 #ifndef LINXIPC_TESTS_SIMULATE_RANDOM_H
 #define LINXIPC_TESTS_SIMULATE_RANDOM_H
 
+#include <cstddef>
 #include <cstdint>
 
 namespace simulate {
@@ -17,6 +18,8 @@ public:
         return value ^ value >> 31;
     }
     uint64_t below(uint64_t bound) { return bound == 0 ? 0 : next() % bound; }
+    /// Of so many things, the number of one.
+    size_t indexOf(size_t count) { return static_cast<size_t>(below(count)); }
     uint64_t between(uint64_t least, uint64_t most) { return least + below(most - least + 1); }
     /// True `parts` times in a million.
     bool chance(uint64_t parts) { return parts != 0 && below(1000000) < parts; }
