@@ -105,10 +105,15 @@ int receiveInTimeInFull(LINX* linx, LinxSignal** signal, uint32_t milliseconds, 
     return signal == nullptr ? refuse<LinxSpid>(0) : numberOf(endpoint->sender(signal));
 }
 
+[[gnu::noinline]] int finishSend(Endpoint* endpoint, Endpoint::Posted posted) {
+    return endpoint->finishSend(posted);
+}
+
 int receiveAtOnce(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
+    if (signal == nullptr) return 0;
     Endpoint* endpoint = linx::handles::endpointOf(linx);
-    const bool canTry = endpoint != nullptr && signal != nullptr && selection != nullptr;
-    return canTry ? endpoint->receiveAtOnce(signal, selection) : 0;
+    if (endpoint == nullptr || selection == nullptr) return 0;
+    return endpoint->receiveAtOnce(signal, selection);
 }
 
 }  // namespace
@@ -184,7 +189,7 @@ int linx_send(LINX* linx, LinxSignal** signal, LinxSpid to) {
     const bool canTry = endpoint != nullptr && signal != nullptr;
     const Posted posted = canTry ? endpoint->sendAtOnce(signal, Spid{to}) : Posted::refused;
     if (posted == Posted::done) return 0;
-    return posted == Posted::refused ? sendInFull(linx, signal, to) : endpoint->finishSend(posted);
+    return posted == Posted::refused ? sendInFull(linx, signal, to) : finishSend(endpoint, posted);
 }
 
 int linx_receive(LINX* linx, LinxSignal** signal, const uint32_t* selection) {

@@ -7,6 +7,7 @@
 #include "host/arena/name_table.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/wake_state.h"
+#include "host/system/this_process.h"
 
 namespace linx {
 namespace inspect {
@@ -15,35 +16,55 @@ namespace {
 /// Asks for processes, each once.
 class Processes {
 public:
-    explicit Processes(int directory) : directory_(directory) {
-        if (directory != -1) pids_ = processesIn(directory);
+    explicit Processes(int directory) : directory_(directory) {}
+
+    /// The process that has the endpoint: the one that says so in its slot, if that one is still there; or the one
+    /// that holds its doorbell, where another namespace numbers it, or a forked copy has outlived it.
+    std::optional<Process> of(Spid spid, const Maker& maker) {
+        if (directory_ == -1) return std::nullopt;
+        if (maker.process != 0 && maker.processes == ownNamespace_) {
+            const std::optional<Process>& known = look(static_cast<pid_t>(maker.process));
+            if (known && known->started == maker.started) return known;
+        }
+        if (!holders_) holders_ = processesIn(directory_);
+        const auto holder = holders_->find(spid);
+        return holder == holders_->end() ? std::nullopt : look(holder->second);
     }
 
-    std::optional<Process> of(Spid spid) {
-        const auto pid = pids_.find(spid);
-        if (pid == pids_.end()) return std::nullopt;
-        const auto known = processes_.find(pid->second);
-        if (known != processes_.end()) return known->second;
-        return processes_[pid->second] = processOf(pid->second);
-    }
-
-    /// Whether the endpoint has no process any more. Only the certain is said: one that may not be asked lives.
+    /// Whether the endpoint, of which no process is known, has none any more. Only the certain is said: one that may
+    /// not be asked lives.
     bool isDead(Spid spid) const {
-        if (directory_ == -1 || pids_.count(spid) != 0) return false;
+        if (directory_ == -1) return false;
         const ScopedDescriptor asked(doorbell::open(directory_, spid));
         return asked.get() == -1 && (errno == ENXIO || errno == ENOENT);
     }
 
 private:
+    const std::optional<Process>& look(pid_t pid) {
+        const auto known = processes_.find(pid);
+        return known != processes_.end() ? known->second : processes_[pid] = processOf(pid);
+    }
+
     const int directory_;
-    std::unordered_map<Spid, pid_t> pids_;
+    const uint32_t ownNamespace_ = namespaceOfThisProcess();
+    std::optional<std::unordered_map<Spid, pid_t>> holders_;
     std::unordered_map<pid_t, std::optional<Process>> processes_;
 };
 
+std::optional<Wait> waitOf(const Slot& slot) {
+    const Waiting& waiting = slot.waiting;
+    const bool sleeps = wake_state::stateOf(slot.wakeState.loadRelaxed()) == wake_state::parked;
+    if (waiting.since == 0 || !sleeps) return std::nullopt;
+    Wait wait{waiting.since, waiting.count, {}, waiting.to, waiting.sent};
+    wait.numbers.assign(waiting.numbers, waiting.numbers + std::min(waiting.count, Waiting::mostNumbers));
+    return wait;
+}
+
 State stateOf(const Slot& slot, const Endpoint& endpoint, const Processes& processes) {
     if (!isOpen(slot.life.loadRelaxed())) return State::ended;
+    if (!endpoint.process && processes.isDead(endpoint.spid)) return State::dead;
     if (endpoint.process && endpoint.process->isStopped) return State::stopped;
-    if (processes.isDead(endpoint.spid)) return State::dead;
+    if (endpoint.wait && endpoint.wait->count != 0) return State::waiting;
     const uint32_t state = wake_state::stateOf(slot.wakeState.loadRelaxed());
     return state == wake_state::parked ? State::sleeping : State::running;
 }
@@ -64,10 +85,13 @@ std::vector<Endpoint> endpointsOf(const Arena& arena, const Place& place) {
         // Whoever is about to open it is still writing its name.
         if (!isOpened && (name.length() == 0 || name.hash() != slot.nameHash.loadRelaxed())) return;
         endpoint.name = name.text();
-        if (isOpened) endpoint.process = processes.of(endpoint.spid);
+        if (isOpened) endpoint.process = processes.of(endpoint.spid, slot.maker);
+        if (isOpened) endpoint.wait = waitOf(slot);
         endpoint.state = stateOf(slot, endpoint, processes);
         endpoint.deepest = slot.deepestQueue.loadRelaxed();
         endpoint.dropped = slot.dropped.value();
+        endpoint.refused = slot.refused;
+        endpoint.traffic = slot.traffic;
         endpoint.sleeps = slot.sleeps.loadRelaxed();
         endpoint.rings = slot.rings.loadRelaxed();
         endpoint.account = accounts[numberOf(index)];

@@ -15,10 +15,20 @@ namespace inspect {
 
 enum class State {
     running,   ///< inside a receive, or rung for signals that it has not received yet
-    sleeping,  ///< has nothing to receive: waits, or does something else
+    sleeping,  ///< has nothing to receive: waits for any signal, or does something else
+    waiting,   ///< sleeps in a receive that takes only signals of certain numbers
     stopped,   ///< its process is
     dead,      ///< its process has ended, and nobody has cleared up after it yet
     ended
+};
+
+/// What a sleeping endpoint waits for.
+struct Wait {
+    uint64_t since = 0;             ///< nanoseconds of the monotonic clock
+    uint32_t count = 0;             ///< of the numbers; 0: any signal
+    std::vector<uint32_t> numbers;  ///< the first four at most
+    Spid to = Spid::none;           ///< to whom it sent last, if to anybody
+    uint32_t sent = 0;              ///< which number
 };
 
 /// An endpoint, open or ended.
@@ -29,6 +39,9 @@ struct Endpoint {
     std::optional<Process> process;  ///< none when it may not be seen
     uint32_t deepest = 0;            ///< signals that its queue has held at a time
     uint64_t dropped = 0;            ///< signals that it could not send, or that were not for it
+    Refusals refused{};              ///< these by reason
+    Traffic traffic{};
+    std::optional<Wait> wait;
     uint32_t sleeps = 0;
     uint32_t rings = 0;  ///< by it, at others
     Account account;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/mailbox/doorbell.h"
+#include "host/system/this_process.h"
 
 namespace linx {
 namespace inspect {
@@ -133,7 +134,8 @@ std::optional<Process> processOf(pid_t pid) {
     const size_t end = line.rfind(')');
     if (begin == std::string::npos || end == std::string::npos || end + 2 >= line.size()) return std::nullopt;
     const char state = line[end + 2];
-    return Process{pid, line.substr(begin + 1, end - begin - 1), status.st_uid, state == 'T' || state == 't'};
+    return Process{pid, line.substr(begin + 1, end - begin - 1), status.st_uid, startIn(line.c_str()),
+                   state == 'T' || state == 't'};
 }
 
 std::vector<Spid> doorbellsIn(int directory) {

@@ -18,6 +18,7 @@ struct Process {
     pid_t pid = 0;
     std::string name;
     uid_t user = 0;
+    uint32_t started = 0;  ///< see host/system/this_process.h
     bool isStopped = false;
 };
 

@@ -29,13 +29,16 @@ public:
     Copier(int file, char* image, const Arena& arena) : file_(file), image_(image), arena_(arena) {}
 
     bool copyAll() {
-        return copy(0, slotsOffset) && copyTable(slots()) && copyTable(hunts()) && copyPageMap() && copyBlocks();
+        return copy(0, slotsOffset) && copyEvents() && copyTable(slots()) && copyTable(hunts()) && copyPageMap() &&
+               copyBlocks();
     }
 
 private:
     // How many entries there are is what the image says, once its header is there.
     Table slots() const { return {slotsOffset, sizeof(Slot), arena_.usedSlots() + 1, offsetof(Slot, life)}; }
     Table hunts() const { return {huntsOffset, sizeof(Hunt), arena_.usedHunts(), offsetof(Hunt, hunter)}; }
+    /// Before the slots, which say how far the events were overwritten meanwhile.
+    bool copyEvents() { return copy(eventsOffset, sizeof(EventRing) * (size_t{arena_.usedSlots()} + 1)); }
     bool copyPageMap() { return copy(pageMapOffset, size_t{arena_.usedPages()} * sizeof(Word)); }
 
     bool copy(size_t offset, size_t bytes) { return read(offset, bytes, image_ + offset); }

@@ -37,7 +37,8 @@ struct LinxIpc::Arrival {
 
     /// Whether its number says more about the wait than that a message has come.
     bool isReserved() const {
-        return number == e_WaitGoesOnSignal || number == e_ShutdownSignal || number == e_ProcessDiedSignal;
+        static_assert(e_ProcessDiedSignal == e_ShutdownSignal + 1, "one comparison finds both");
+        return number - e_ShutdownSignal <= 1 || number == e_WaitGoesOnSignal;
     }
 
     /// The result of a receive from `peer` that this reserved signal ends; none if the wait goes on. Logs a death in

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
 
+#include "inspect/waits.h"
 #include "tools/failure.h"
 #include "tools/look.h"
 #include "tools/table.h"
@@ -14,7 +16,17 @@ using linx::inspect::State;
 
 namespace {
 
-nlohmann::ordered_json toJson(const Endpoint& endpoint) {
+/// The name of the endpoint that it waits for; empty where it waits for none.
+using WaitsFor = std::unordered_map<linx::Spid, std::string>;
+
+WaitsFor waitsForOf(const linx::Arena& arena, const std::vector<Endpoint>& endpoints) {
+    WaitsFor names;
+    for (const linx::inspect::Edge& edge : linx::inspect::edgesOf(endpoints))
+        names[edge.from] = nameIn(arena, edge.to);
+    return names;
+}
+
+nlohmann::ordered_json toJson(const Endpoint& endpoint, const WaitsFor& waitsFor) {
     nlohmann::ordered_json json;
     json["name"] = endpoint.name;
     json["spid"] = linx::numberOf(endpoint.spid);
@@ -29,12 +41,18 @@ nlohmann::ordered_json toJson(const Endpoint& endpoint) {
     json["state"] = wordFor(endpoint.state);
     json["queued"] = endpoint.account.queued.signals;
     json["deepest"] = endpoint.deepest;
+    json["in"] = endpoint.traffic.signalsIn;
+    json["out"] = endpoint.traffic.signalsOut;
     json["held"] = endpoint.account.held.bytes;
+    const auto awaited = waitsFor.find(endpoint.spid);
+    json["waits_for"] = nullptr;
+    if (awaited != waitsFor.end()) json["waits_for"] = awaited->second;
     return json;
 }
 
-std::vector<std::string> toRow(const Endpoint& endpoint) {
+std::vector<std::string> toRow(const Endpoint& endpoint, const WaitsFor& waitsFor) {
     const auto& process = endpoint.process;
+    const auto awaited = waitsFor.find(endpoint.spid);
     return {printable(endpoint.name),
             hexadecimal(endpoint.spid),
             process ? std::to_string(process->pid) : "-",
@@ -43,20 +61,29 @@ std::vector<std::string> toRow(const Endpoint& endpoint) {
             wordFor(endpoint.state),
             std::to_string(endpoint.account.queued.signals),
             std::to_string(endpoint.deepest),
-            humanBytes(endpoint.account.held.bytes)};
+            std::to_string(endpoint.traffic.signalsIn),
+            std::to_string(endpoint.traffic.signalsOut),
+            humanBytes(endpoint.account.held.bytes),
+            awaited == waitsFor.end() ? "-" : printable(awaited->second)};
 }
 
 }  // namespace
 
 int list(const Options& options, const ListOptions& what) {
-    std::vector<Endpoint> endpoints = endpointsThere(options);
+    linx::inspect::Place place;
+    openPlace(options, place);
+    const auto snapshot = snapshotOf(place);
+    std::vector<Endpoint> endpoints = linx::inspect::endpointsOf(snapshot->arena(), place);
+    const WaitsFor waitsFor = waitsForOf(snapshot->arena(), endpoints);
     if (!what.all) {
         const auto hasEnded = [](const Endpoint& e) { return e.state == State::ended; };
         endpoints.erase(std::remove_if(endpoints.begin(), endpoints.end(), hasEnded), endpoints.end());
     }
     limit(endpoints, options);
     if (options.json) {
-        printJson(endpoints, toJson);
+        nlohmann::ordered_json all = nlohmann::ordered_json::array();
+        for (const Endpoint& endpoint : endpoints) all.push_back(toJson(endpoint, waitsFor));
+        printJson(all);
         return done;
     }
     constexpr Table::Align right = Table::Align::right;
@@ -68,8 +95,11 @@ int list(const Options& options, const ListOptions& what) {
                  {"STATE"},
                  {"QUEUED", right},
                  {"DEEPEST", right},
-                 {"HELD", right}});
-    for (const Endpoint& endpoint : endpoints) table.add(toRow(endpoint), endpoint.state == State::dead);
+                 {"IN", right},
+                 {"OUT", right},
+                 {"HELD", right},
+                 {"WAITS-FOR"}});
+    for (const Endpoint& endpoint : endpoints) table.add(toRow(endpoint, waitsFor), endpoint.state == State::dead);
     table.print();
     return done;
 }

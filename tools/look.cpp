@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -72,6 +73,17 @@ std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options) {
     return linx::inspect::endpointsOf(snapshotOf(place)->arena(), place);
 }
 
+bool isAmong(const std::string& name, const std::vector<std::string>& names) {
+    return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
+}
+
+void requireNames(const std::vector<linx::inspect::Endpoint>& endpoints, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        const auto isIt = [&](const linx::inspect::Endpoint& endpoint) { return endpoint.name == name; };
+        if (std::none_of(endpoints.begin(), endpoints.end(), isIt)) failForName(name);
+    }
+}
+
 void printJson(const std::vector<linx::inspect::Endpoint>& endpoints,
                nlohmann::ordered_json (*toJson)(const linx::inspect::Endpoint&)) {
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
@@ -85,6 +97,8 @@ const char* wordFor(State state) {
             return "running";
         case State::sleeping:
             return "sleeping";
+        case State::waiting:
+            return "waiting";
         case State::stopped:
             return "stopped";
         case State::dead:

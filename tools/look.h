@@ -31,6 +31,12 @@ std::string nameIn(const linx::Arena& arena, linx::Spid spid);
 /// The endpoints of the domain that is meant, whose arena is looked at now.
 std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options);
 
+/// Whether these names mean this one: none means all.
+bool isAmong(const std::string& name, const std::vector<std::string>& names);
+
+/// Throws a Failure unless somebody is called, or was, by each of the names.
+void requireNames(const std::vector<linx::inspect::Endpoint>& endpoints, const std::vector<std::string>& names);
+
 /// Writes an array of what `toJson` makes of each.
 void printJson(const std::vector<linx::inspect::Endpoint>& endpoints,
                nlohmann::ordered_json (*toJson)(const linx::inspect::Endpoint&));

@@ -119,6 +119,20 @@ private:
     void addReaders() {
         CLI::App* list = add("list", "show who is there", [this] { return tools::list(options_, list_); });
         list->add_flag("-a,--all", list_.all, "also those who have ended");
+        CLI::App* hz = add("hz", "measure how much goes through; --timeout says for how long",
+                           [this] { return tools::hz(options_, names_); });
+        hz->add_option("name", names_, "of these alone")->check(namesSomething)->option_text("NAME...");
+        CLI::App* top =
+            add("top", "watch who does how much, until q is pressed", [this] { return tools::top(options_, top_); });
+        top->add_option_function<std::string>(
+               "--interval", [this](const std::string& text) { top_.interval = toTime(text); },
+               "how often to look: 500ms, 2s; bare numbers are seconds")
+            ->option_text("TIME");
+        CLI::App* waits = add("waits", "show who waits for whom", [this] { return tools::waits(options_, waits_); });
+        waits->add_flag("--dot", waits_.dot, "as a graph for Graphviz");
+        CLI::App* record = add("record", "show what happened last, also at those who have ended",
+                               [this] { return tools::record(options_, names_); });
+        record->add_option("name", names_, "at these alone")->check(namesSomething)->option_text("NAME...");
         CLI::App* status =
             add("status", "show one endpoint in full", [this] { return tools::status(options_, name_); });
         status->add_option("name", name_, "whose")->required()->option_text("NAME");
@@ -148,7 +162,10 @@ private:
     Options options_;
     std::string domain_;
     std::string name_;
+    std::vector<std::string> names_;
     tools::ListOptions list_;
+    tools::TopOptions top_;
+    tools::WaitsOptions waits_;
     tools::CallOptions call_;
     tools::WaitOptions wait_;
     std::function<int()> verb_ = [this] { return tools::list(options_, list_); };

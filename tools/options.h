@@ -21,6 +21,14 @@ struct ListOptions {
     bool all = false;  ///< with those that have ended
 };
 
+struct TopOptions {
+    std::chrono::milliseconds interval{1000};
+};
+
+struct WaitsOptions {
+    bool dot = false;  ///< for Graphviz
+};
+
 /// At most one of these.
 struct PayloadOptions {
     std::optional<std::string> text;

@@ -36,6 +36,7 @@ struct Report {
     uint64_t leased = 0;                 ///< memory whose home it is, free or not
     uint64_t share = 0;                  ///< that it may have
     std::vector<std::string> hunts;
+    std::string waitsFor;  ///< to whom it sent before it slept
 };
 
 /// The open endpoint of that name; otherwise the one that ended last, as far as spids tell.
@@ -60,6 +61,7 @@ Report reportOf(const Arena& arena, const Endpoint& endpoint) {
         pile.amount.add(block);
         ++pile.senders[nameIn(arena, senderOf(*block))];
     });
+    if (endpoint.wait) report.waitsFor = nameIn(arena, endpoint.wait->to);
     for (const linx::inspect::PendingHunt& hunt : linx::inspect::pendingHunts(arena)) {
         if (hunt.hunter == endpoint.spid) report.hunts.push_back(hunt.name);
     }
@@ -76,7 +78,13 @@ nlohmann::ordered_json toJson(const Report& report) {
     json["user"] = endpoint.process ? nlohmann::ordered_json(userName(endpoint.process->user)) : nullptr;
     json["state"] = wordFor(endpoint.state);
     json["deepest"] = endpoint.deepest;
+    json["in"] = {{"signals", endpoint.traffic.signalsIn}, {"bytes", endpoint.traffic.bytesIn}};
+    json["out"] = {{"signals", endpoint.traffic.signalsOut}, {"bytes", endpoint.traffic.bytesOut}};
     json["dropped"] = endpoint.dropped;
+    json["refused"] = {{"ended", endpoint.refused.ended},
+                       {"never_there", endpoint.refused.neverThere},
+                       {"no_memory", endpoint.refused.noMemory},
+                       {"no_descriptors", endpoint.refused.noDescriptors}};
     json["sleeps"] = endpoint.sleeps;
     json["rings"] = endpoint.rings;
     json["held"] = endpoint.account.held.bytes;
@@ -114,6 +122,29 @@ void printFact(const std::string& name, const std::string& value) {
     printLine(name + std::string(width - name.size(), ' ') + value);
 }
 
+std::string reasonsOf(const linx::Refusals& refused) {
+    std::string text;
+    const auto add = [&](uint32_t count, const char* reason) {
+        if (count != 0) text += (text.empty() ? ": " : ", ") + std::to_string(count) + " " + reason;
+    };
+    add(refused.ended, "to those who had ended");
+    add(refused.neverThere, "to nobody");
+    add(refused.noMemory, "without memory");
+    add(refused.noDescriptors, "without descriptors");
+    return text;
+}
+
+std::string textOf(const linx::inspect::Wait& wait, const std::string& waitsFor) {
+    std::string text = "for " + humanSeconds(secondsSince(wait.since));
+    if (wait.count == 0) return text + ", for any signal";
+    for (size_t i = 0; i < wait.numbers.size(); ++i) {
+        text += (i == 0 ? ", for " : ", ") + std::to_string(wait.numbers[i]);
+    }
+    if (wait.count > wait.numbers.size()) text += ", ...";
+    if (wait.to == linx::Spid::none) return text;
+    return text + ", having sent " + std::to_string(wait.sent) + " to " + printable(waitsFor);
+}
+
 void printText(const Report& report) {
     const Endpoint& endpoint = report.endpoint;
     printFact("name", printable(endpoint.name));
@@ -125,7 +156,11 @@ void printText(const Report& report) {
     printFact("state", wordFor(endpoint.state));
     printFact("queue", std::to_string(endpoint.account.queued.signals) + " now, " + std::to_string(endpoint.deepest) +
                            " at the deepest");
-    printFact("dropped", std::to_string(endpoint.dropped));
+    const linx::Traffic& traffic = endpoint.traffic;
+    printFact("received", std::to_string(traffic.signalsIn) + " signals, " + humanBytes(traffic.bytesIn));
+    printFact("sent", std::to_string(traffic.signalsOut) + " signals, " + humanBytes(traffic.bytesOut));
+    printFact("dropped", std::to_string(endpoint.dropped) + reasonsOf(endpoint.refused));
+    if (endpoint.wait) printFact("waits", textOf(*endpoint.wait, report.waitsFor));
     printFact("sleeps", std::to_string(endpoint.sleeps));
     printFact("rings", std::to_string(endpoint.rings));
     printFact("held", humanBytes(endpoint.account.held.bytes) + " in " +

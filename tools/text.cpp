@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "host/system/clock.h"
 #include "tools/failure.h"
 
 namespace tools {
@@ -82,6 +84,30 @@ std::string humanBytes(uint64_t bytes) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
     return text;
+}
+
+std::string humanSeconds(double seconds) {
+    char text[32];
+    if (seconds < 60) {
+        std::snprintf(text, sizeof text, seconds < 9.995 ? "%.2f s" : "%.0f s", seconds);
+    } else {
+        const auto minutes = static_cast<uint64_t>(seconds / 60);
+        if (minutes < 60) return std::to_string(minutes) + " min";
+        std::snprintf(text, sizeof text, "%ju h %ju min", static_cast<uintmax_t>(minutes / 60),
+                      static_cast<uintmax_t>(minutes % 60));
+    }
+    return text;
+}
+
+double secondsSince(uint64_t nanoseconds) {
+    const uint64_t now = linx::now();
+    return now < nanoseconds ? 0 : static_cast<double>(now - nanoseconds) / 1e9;
+}
+
+std::string dotWord(const std::string& text) {
+    std::string word = "\"";
+    for (const char c : printable(text)) word += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    return word + "\"";
 }
 
 std::string userName(uid_t user) {

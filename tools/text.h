@@ -24,6 +24,15 @@ std::string shellWord(const std::string& text);
 /// "17 B", "4.2 KiB".
 std::string humanBytes(uint64_t bytes);
 
+/// "0.31 s", "42 s", "1 h 5 min".
+std::string humanSeconds(double seconds);
+
+/// Since then: nanoseconds of the monotonic clock.
+double secondsSince(uint64_t nanoseconds);
+
+/// A word for Graphviz, in quotes.
+std::string dotWord(const std::string& text);
+
 /// The name of a user, or the number of one that has none.
 std::string userName(uid_t user);
 
@@ -36,7 +45,7 @@ void finishOutput();
 /// Writes a line to standard output.
 void printLine(const std::string& line);
 
-/// Writes one document; what is not UTF-8 in it is replaced.
+/// Writes one document, or one object of many, as a line; what is not UTF-8 in it is replaced.
 void printJson(const nlohmann::ordered_json& document);
 
 }  // namespace tools

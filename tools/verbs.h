@@ -8,7 +8,11 @@ namespace tools {
 /// The verbs. Each returns the exit status, or throws a Failure.
 int list(const Options& options, const ListOptions& what);
 int status(const Options& options, const std::string& name);
-int holders(const Options& options, const std::string& name);  ///< an empty name: all
+int holders(const Options& options, const std::string& name);           ///< an empty name: all
+int hz(const Options& options, const std::vector<std::string>& names);  ///< here and below: no names mean all
+int record(const Options& options, const std::vector<std::string>& names);
+int top(const Options& options, const TopOptions& what);
+int waits(const Options& options, const WaitsOptions& what);
 int doctor(const Options& options);
 int send(const Options& options, const SendOptions& what);
 int call(const Options& options, const CallOptions& what);

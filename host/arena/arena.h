@@ -32,6 +32,7 @@ public:
           firstPoolPage_(firstPoolPage(pageCount)),
           slots_(base_, file, slotsOffset / pageBytes, sizeof(Slot), slotCount),
           hunts_(base_, file, huntsOffset / pageBytes, sizeof(Hunt), huntCount),
+          events_(base_, file, eventsOffset / pageBytes, sizeof(EventRing), slotCount),
           pages_(base_, file, firstPoolPage_, pageBytes, pageCount) {}
     Arena(const Arena&) = delete;
     Arena& operator=(const Arena&) = delete;
@@ -46,12 +47,19 @@ public:
     Slot& slot(SlotIndex index) const { return at<Slot>(slotsOffset)[numberOf(index) & (slotCount - 1)]; }
     Hunt& hunt(uint32_t index) const { return at<Hunt>(huntsOffset)[index & (huntCount - 1)]; }
 
+    /// What has happened at a slot. REQUIRES the slot that one has opened oneself, or a copy of the arena.
+    EventRing& events(SlotIndex index) const {
+        return at<EventRing>(eventsOffset)[numberOf(index) & (slotCount - 1)];
+    }
+
     /// Whether the slot may be touched. The first is none.
     bool hasSlot(SlotIndex index) const { return index != SlotIndex::none && slots_.has(numberOf(index)); }
 
     /// Give memory to what is to be put to use, and to all before it. False with errno, ENOMEM when the file system
     /// is full.
-    bool provideSlot(SlotIndex index) const { return slots_.provide(numberOf(index)); }
+    bool provideSlot(SlotIndex index) const {
+        return slots_.provide(numberOf(index)) && events_.provide(numberOf(index));
+    }
     bool provideHunt(uint32_t index) const { return hunts_.provide(index); }
     bool providePage(PageIndex index) const { return pages_.provide(index); }
 
@@ -111,6 +119,7 @@ private:
     const uint32_t firstPoolPage_;
     const KnownMemory slots_;
     const KnownMemory hunts_;
+    const KnownMemory events_;
     const KnownMemory pages_;
 };
 

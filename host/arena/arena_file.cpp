@@ -60,6 +60,7 @@ void writeIdentity(Header& header, uint32_t pageCount) {
     header.pageCount.storeRelaxed(pageCount);
     header.filePages.storeRelaxed(firstPoolPage(pageCount) + pageCount);
     header.sizeClasses.storeRelaxed(sizeClassCount);
+    header.eventBytes.storeRelaxed(sizeof(Event));
     header.magic.storeRelaxed(arenaMagic);
 }
 
@@ -69,6 +70,7 @@ bool hasIdentity(const Header& header) {
            header.headerBytes.loadRelaxed() == sizeof(Header) && header.slotBytes.loadRelaxed() == sizeof(Slot) &&
            header.slots.loadRelaxed() == slotCount && header.huntBytes.loadRelaxed() == sizeof(Hunt) &&
            header.hunts.loadRelaxed() == huntCount && header.sizeClasses.loadRelaxed() == sizeClassCount &&
+           header.eventBytes.loadRelaxed() == sizeof(Event) &&
            pageCount >= minMegabytes * pagesPerMegabyte && pageCount <= maxMegabytes * pagesPerMegabyte &&
            header.filePages.loadRelaxed() == firstPoolPage(pageCount) + pageCount;
 }
@@ -84,7 +86,7 @@ bool fails(Call call) {
     return failure != 0;
 }
 
-/// Header, buckets and page map get their memory at once; slots, hunts and pages when they are first used.
+/// Header, buckets and page map get their memory at once; slots, hunts, events and pages when they are first used.
 bool fill(int file, uint32_t pageCount, unsigned mode) {
     if (fchmod(file, mode) == -1) return false;
     const off_t bytes = fileBytes(pageCount);

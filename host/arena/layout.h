@@ -1,13 +1,17 @@
 #ifndef LINXIPC_HOST_ARENA_LAYOUT_H
 #define LINXIPC_HOST_ARENA_LAYOUT_H
 
+#include <array>
 #include <cstddef>
 #include <type_traits>
 
+#include "host/arena/event.h"
 #include "host/arena/life_word.h"
 #include "host/arena/owner_word.h"
 #include "host/arena/size_classes.h"
+#include "host/arena/ref.h"
 #include "host/arena/spid.h"
+#include "host/arena/told.h"
 #include "host/arena/word.h"
 #include "platform/linx.h"
 
@@ -19,8 +23,9 @@ namespace linx {
  *
  *   0         Header          identity, then what the domain lock guards
  *   4 KiB     name buckets    slotCount words: first slot of each hash chain
- *   36 KiB    slots           slotCount slots of 512 bytes; memory is reserved page by page as they are first used
- *   ~4 MiB    hunts           pending hunts; reserved in the same way
+ *   36 KiB    slots           slotCount slots of 576 bytes; memory is reserved page by page as they are first used
+ *   ~4.5 MiB  hunts           pending hunts; reserved in the same way
+ *   ~5.6 MiB  events          eventCount events for each slot, the last that happened there; reserved with the slot
  *   ...       page map      one word a page: which run it belongs to, of which size class
  *   ...       pages           the signal pool, 4 KiB each; reserved as they are leased
  */
@@ -28,23 +33,8 @@ namespace linx {
 enum class WakeWord : uint32_t;   ///< see mailbox/wake_state.h
 enum class StackHead : uint32_t;  ///< see mailbox/take_all_stack.h
 
-/// A block, by the number of its first line in the file. The first lines are the header.
-enum class Ref : uint32_t { none = 0 };
-
-constexpr uint32_t refBits = 29;  ///< the arena has no more lines
-
-constexpr Ref operator+(Ref ref, uint32_t lines) {
-    return Ref{numberOf(ref) + lines};
-}
-constexpr uint32_t pageOf(Ref ref) {
-    return numberOf(ref) / linesPerPage;  // of the file
-}
-constexpr uint32_t lineInPage(Ref ref) {
-    return numberOf(ref) % linesPerPage;
-}
-
 constexpr uint32_t arenaMagic = 0x4c6e7841;  // reads differently on a machine of the other byte order
-constexpr uint32_t arenaVersion = 3;
+constexpr uint32_t arenaVersion = 4;
 constexpr uint32_t maxNameLength = 255;
 constexpr uint32_t huntCount = 4096;
 constexpr Spid noHome = Spid::none;  ///< home of a block that lies in the central lists
@@ -87,7 +77,8 @@ struct Header {
     Word pageCount;
     Word filePages;
     Word sizeClasses;
-    Word reserved[6];
+    Word eventBytes;
+    Word reserved[5];
 
     // Guarded by the domain lock; but anybody may raise the pressure, and add to what reclaiming took.
     Word dirty;          ///< 1 while the domain lock is held; found set, its holder died and repair() has work
@@ -164,10 +155,11 @@ struct alignas(lineBytes) Slot {
     WordOf<Ref> returnedClaim;  ///< the chain being taken from `returned`
     WordOf<Ref> sending;        ///< the block pushed last, or about to be
     Word deepestQueue;
-    Counter dropped;
     Word sleeps;
     Word rings;
-    uint32_t pad2[8];
+    ToldWord recorded;  ///< the event recorded last, or about to be, see record/recorder.h
+    ToldWord logMask;   ///< wanted of the endpoint's process by whoever looks into it; 0: its own
+    Traffic traffic;    ///< sent; and received, its own time-outs and notices too
 
     // Everybody reads; changes when the endpoint opens, ends or forks.
     WordOf<LifeWord> life;
@@ -178,15 +170,22 @@ struct alignas(lineBytes) Slot {
     WordOf<SlotIndex> nextInQuarantine;
     Word quarantineStamp;
     Word leasedLines;  ///< lines of the pool whose home this endpoint is, see share.h
-    Word options;      ///< with which it was opened
-    uint32_t pad3[7];
+    Word options;  ///< with which it was opened
+    Maker maker;   ///< the process that has it
+    uint32_t pad2[3];
+
+    // Only the endpoint writes, when something is out of the ordinary.
+    Waiting waiting;
+    Counter dropped;  ///< signals that it could not send, or that were not for it
+    Refusals refused;
 
     Word name[64];
 };
-static_assert(sizeof(Slot) == 512 && offsetof(Slot, returned) == 64 && offsetof(Slot, mailboxClaim) == 128 &&
-                  offsetof(Slot, sending) == 136 && offsetof(Slot, dropped) == 144 && offsetof(Slot, rings) == 156 &&
+static_assert(sizeof(Slot) == 576 && offsetof(Slot, returned) == 64 && offsetof(Slot, mailboxClaim) == 128 &&
+                  offsetof(Slot, sending) == 136 && offsetof(Slot, recorded) == 152 && offsetof(Slot, traffic) == 160 &&
                   offsetof(Slot, life) == 192 && offsetof(Slot, leasedLines) == 220 &&
-                  offsetof(Slot, options) == 224 && offsetof(Slot, name) == 256 && alignof(Slot) == lineBytes &&
+                  offsetof(Slot, options) == 224 && offsetof(Slot, maker) == 228 && offsetof(Slot, waiting) == 256 &&
+                  offsetof(Slot, dropped) == 296 && offsetof(Slot, name) == 320 && alignof(Slot) == lineBytes &&
                   std::is_standard_layout<Slot>::value,
               "the slot's layout is shared by every process of the domain");
 
@@ -251,6 +250,17 @@ constexpr Lines linesForSignal(uint32_t bytes) {
 }
 static_assert(linesForSignal(maxSignalBytes) <= largestClassLines, "the largest signal has a class");
 
+/// The longest payload that a block of each class holds, in bytes.
+constexpr std::array<uint32_t, sizeClassCount> makePayloadRoom() {
+    std::array<uint32_t, sizeClassCount> room{};
+    for (uint32_t c = 0; c < sizeClassCount; ++c) {
+        room[c] = classLines[c] * lineBytes - static_cast<uint32_t>(offsetof(Block, signal) + sizeof(LinxSignal));
+    }
+    return room;
+}
+
+inline constexpr std::array<uint32_t, sizeClassCount> payloadRoom = makePayloadRoom();
+
 inline Block* blockOf(LinxSignal* signal) {
     return reinterpret_cast<Block*>(reinterpret_cast<char*>(signal) - offsetof(Block, signal));
 }
@@ -259,9 +269,12 @@ inline Block* blockOf(LinxSignal* signal) {
 constexpr uint32_t bucketsOffset = pageBytes;
 constexpr uint32_t slotsOffset = bucketsOffset + slotCount * 4;
 constexpr uint32_t huntsOffset = slotsOffset + slotCount * static_cast<uint32_t>(sizeof(Slot));
-constexpr uint32_t pageMapOffset = huntsOffset + huntCount * static_cast<uint32_t>(sizeof(Hunt));
-static_assert(huntsOffset % pageBytes == 0 && pageMapOffset % pageBytes == 0, "tables start on a page");
-static_assert(slotsOffset == 0x9000 && huntsOffset == 0x409000 && pageMapOffset == 0x519000,
+constexpr uint32_t eventsOffset = huntsOffset + huntCount * static_cast<uint32_t>(sizeof(Hunt));
+constexpr uint32_t pageMapOffset = eventsOffset + slotCount * static_cast<uint32_t>(sizeof(EventRing));
+static_assert(huntsOffset % pageBytes == 0 && eventsOffset % pageBytes == 0 && pageMapOffset % pageBytes == 0,
+              "tables start on a page");
+static_assert(slotsOffset == 0x9000 && huntsOffset == 0x489000 && eventsOffset == 0x599000 &&
+                  pageMapOffset == 0x1599000,
               "the tables lie in the same place for every process of the domain");
 
 /// The first page of the pool, by the number of its page in the file.

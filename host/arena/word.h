@@ -11,7 +11,7 @@ namespace linx {
 ///
 /// `T` is the type of the contents, a number or an enum of that width, so that values of different kinds of words
 /// cannot be mixed up. Any bits that others leave in it are a valid `T`.
-template <class T>
+template <class T, class Bits = Cell>
 class WordOf {
 public:
     T loadRelaxed() const { return static_cast<T>(value_.load(std::memory_order_relaxed)); }
@@ -35,10 +35,15 @@ public:
     }
 
 private:
-    Cell value_;
+    Bits value_;
 };
 
 using Word = WordOf<uint32_t>;
+
+/// The storage of a word that only tells whoever looks into the domain what its endpoint does: no operation depends on
+/// it, so those who check every order of accesses leave it out.
+using ToldBits = std::atomic<uint32_t>;
+using ToldWord = WordOf<uint32_t, ToldBits>;
 
 static_assert(sizeof(Word) == 4 && Cell::is_always_lock_free,
               "a word of the arena must be the same lock-free 32 bits in every process");

@@ -14,9 +14,11 @@
 #include "host/endpoint/fast_path.h"
 #include "host/mailbox/broadcast.h"
 #include "host/mailbox/doorbell.h"
+#include "host/record/maker.h"
 #include "host/recovery/retire.h"
 #include "host/recovery/slot_reservation.h"
 #include "host/system/clock.h"
+#include "host/system/environment.h"
 #include "host/system/log.h"
 
 namespace linx {
@@ -51,7 +53,8 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
     ScopedDescriptor epoll(epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() == -1) return nullptr;
     // Before the lock, since a bad value is logged, and writing the log may block.
-    const SpinBudget budget = SpinBudget::fromEnvironment();
+    const Opening opening{name, options, makerNow(), SpinBudget::fromEnvironment(),
+                          numberFromEnvironment("LINX_RECORD", 0, 1, 1) != 0};
     std::vector<Sought> sought;
     std::unique_ptr<Endpoint> endpoint;
     {
@@ -59,7 +62,7 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
         if (!lock.isHeld()) return nullptr;
         // Under the lock with which it opens: who hunts from now on finds the link.
         if ((options & LINX_OPEN_LINK) != 0) sought = soughtBehind(domain->arena(), name);
-        endpoint = openLocked(lock, domain, epoll, budget, name, options);
+        endpoint = openLocked(lock, domain, epoll, opening);
     }
     if (endpoint == nullptr || sought.empty()) return endpoint;
     if (endpoint->hunts_.tellSelf(sought)) {
@@ -73,9 +76,9 @@ std::unique_ptr<Endpoint> Endpoint::openIn(const std::shared_ptr<Domain>& domain
 }
 
 std::unique_ptr<Endpoint> Endpoint::openLocked(const DomainLock& lock, const std::shared_ptr<Domain>& domain,
-                                               ScopedDescriptor& epoll, const SpinBudget& budget, const Name& name,
-                                               uint32_t options) {
-    SlotReservation reservation(lock, name, options);
+                                               ScopedDescriptor& epoll, const Opening& opening) {
+    const Name& name = opening.name;
+    SlotReservation reservation(lock, name, opening.options, opening.maker);
     if (!reservation) return nullptr;
     if (!watch(epoll.get(), reservation.doorbell().get(), EPOLLIN, event_tag::doorbell)) return nullptr;
     // Answering hunts for the name takes a descriptor, which is set aside here.
@@ -83,7 +86,7 @@ std::unique_ptr<Endpoint> Endpoint::openLocked(const DomainLock& lock, const std
     if (isHunted(domain->arena(), name) && !duplicate(epoll.get(), spare)) return nullptr;
     errno = ENOMEM;
     std::unique_ptr<Endpoint> endpoint(
-        new (std::nothrow) Endpoint(domain, reservation.spid(), epoll, reservation.doorbell(), budget));
+        new (std::nothrow) Endpoint(domain, reservation.spid(), epoll, reservation.doorbell(), opening));
     if (endpoint == nullptr) return nullptr;
     spare.reset();
     reservation.commit();
@@ -95,14 +98,17 @@ std::unique_ptr<Endpoint> Endpoint::openLocked(const DomainLock& lock, const std
 }
 
 Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell,
-                   const SpinBudget& budget)
+                   const Opening& opening)
     : domain_(std::move(domain)),
-      self_{*domain_, spid, domain_->arena().slot(indexOf(spid))},
+      unrecorded_(opening.isRecorded ? nullptr : new EventRing{}),
+      self_{*domain_, spid, domain_->arena().slot(indexOf(spid)),
+            Recorder(domain_->arena().slot(indexOf(spid)),
+                     opening.isRecorded ? domain_->arena().events(indexOf(spid)) : *unrecorded_)},
       epoll_(epoll.release()),
       ownership_(self_),
       signals_(self_),
       peers_(self_, epoll_.get()),
-      inbox_(self_, signals_, peers_, epoll_.get(), doorbell, budget),
+      inbox_(self_, signals_, peers_, epoll_.get(), doorbell, opening.budget),
       chores_(self_, ownership_, signals_.pool(), peers_),
       outbox_(self_, signals_, peers_, inbox_, chores_),
       hunts_(self_, signals_, peers_, inbox_, outbox_),
@@ -136,6 +142,7 @@ bool Endpoint::endInside() {
     const DomainLock lock(*domain_);
     if (!lock.isHeld()) return false;
     if (!self_.isStillOpen()) return true;
+    self_.record.closed();
     if (chores_.owesRings()) ringSleepers(*domain_);
     const ScopedDescriptor doorbell(doorbell::open(domain_->directory(), self_.spid));
     hunts_.giveUp(lock);
@@ -288,7 +295,7 @@ Inbox::Wait Endpoint::await(const uint32_t* milliseconds, const uint32_t* select
     if (milliseconds != nullptr)
         deadline = *milliseconds == 0 ? 0 : now() + *milliseconds * nanosecondsPerMillisecond;
     for (;;) {
-        const Wait ended = inbox_.wait(deadline, [&] {
+        const Wait ended = inbox_.wait(deadline, selection, [&] {
             chores_.run();
             outbox_.remindUnrung();
             return chores_.due();

@@ -78,15 +78,23 @@ public:
     int cancelTimeout(LinxRef* reference);
 
 private:
+    /// What a new endpoint is to be.
+    struct Opening {
+        const Name& name;
+        uint32_t options;
+        Maker maker;
+        SpinBudget budget;
+        bool isRecorded;
+    };
+
     /// Takes over the two descriptors.
     Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& epoll, ScopedDescriptor& doorbell,
-             const SpinBudget& budget);
+             const Opening& opening);
 
     static std::unique_ptr<Endpoint> openIn(const std::shared_ptr<Domain>& domain, const Name& name,
                                             uint32_t options);
     static std::unique_ptr<Endpoint> openLocked(const DomainLock& lock, const std::shared_ptr<Domain>& domain,
-                                                ScopedDescriptor& epoll, const SpinBudget& budget, const Name& name,
-                                                uint32_t options);
+                                                ScopedDescriptor& epoll, const Opening& opening);
 
     bool enterInDoubt();
     void letGo();
@@ -110,6 +118,7 @@ private:
     void changeReadiness();
 
     const std::shared_ptr<Domain> domain_;
+    const std::unique_ptr<EventRing> unrecorded_;  ///< takes the events that nobody is to see
     const Identity self_;
     ScopedDescriptor epoll_;
     int givenDescriptor_ = -1;  ///< the user's duplicate of the epoll set

@@ -12,8 +12,9 @@ namespace linx {
 
 inline LinxSignal* Endpoint::allocateAtOnce(uint32_t size, uint32_t number) {
     if (!isSignalSize(size) || !ownership_.enterAtOnce()) return nullptr;
-    const BlockRef block = signals_.pool().popAtOnce(classForLines(linesForSignal(size)));
-    LinxSignal* signal = block ? signals_.give(block, size, number) : nullptr;
+    BlockRef block;
+    const bool isThere = signals_.pool().popAtOnce(classForLines(linesForSignal(size)), block);
+    LinxSignal* signal = isThere ? signals_.give(block, size, number) : nullptr;
     exit();
     return signal;
 }
@@ -37,8 +38,9 @@ inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
     Peer* peer = peers_.latest(to);
     if (peer == nullptr || !signals_.isRecent(*signal) || !ownership_.enterAtOnce()) return Posted::refused;
     const BlockRef block = signals_.recent();
-    const Posted posted = outbox_.postAtOnce(block, *peer);
-    if (posted != Posted::refused) signals_.letGo(signal);
+    signals_.letGo(signal);
+    const Posted posted = outbox_.postAtOnce(block, *peer, to);
+    if (posted == Posted::refused) signals_.handBack(block, signal);
     if (posted == Posted::done || posted == Posted::refused) exit();
     return posted;
 }
@@ -51,7 +53,7 @@ inline int Endpoint::finishSend(Posted posted) {
 }
 
 inline int Endpoint::receiveAtOnce(LinxSignal** signal, const uint32_t* selection) {
-    if (selection[0] != 0 || !inbox_.isBusy() || !ownership_.enterAtOnce()) return 0;
+    if (selection[0] != 0 || !inbox_.isBusy() || peers_.supervising() || !ownership_.enterAtOnce()) return 0;
     const BlockRef block = inbox_.takeArrival();
     const int size = signals_.isQueued(block) ? signals_.handOut(block, signal) : 0;
     exit();

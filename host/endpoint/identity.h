@@ -2,6 +2,7 @@
 #define LINXIPC_HOST_ENDPOINT_IDENTITY_H
 
 #include "host/arena/domain.h"
+#include "host/record/recorder.h"
 
 namespace linx {
 
@@ -10,6 +11,7 @@ struct Identity {
     const Domain& domain;
     const Spid spid;
     Slot& slot;
+    Recorder record;
 
     const Arena& arena() const { return domain.arena(); }
 

@@ -188,15 +188,17 @@ bool Inbox::yieldOnce(uint64_t wake) {
 }
 
 /// Sleeps until something happens, or only asks what has happened.
-Inbox::Wait Inbox::sleep(uint64_t deadline, uint64_t latest) {
+Inbox::Wait Inbox::sleep(uint64_t deadline, uint64_t latest, const uint32_t* selection) {
     const bool mayWait = deadline != 0;
     const bool sleeps = park() && mayWait;
     const uint64_t start = mayWait ? now() : 0;
+    if (sleeps) self_.record.slept(start, selection);
     // Also if a signal arrived just before the sleep: that may happen every time, and time-outs and ends must not
     // starve.
     handleEvents(sleeps ? millisecondsUntil(std::min(deadline, latest), start) : 0);
     const uint64_t end = mayWait ? now() : 0;
     if (sleeps) budget_.sleptFor(end - start);
+    if (sleeps) self_.record.woke(end);
     if (waitFailed_ || !self_.isStillOpen()) return Wait::closed;
     markAwake();
     return !mayWait || end >= deadline ? Wait::deadline : Wait::event;

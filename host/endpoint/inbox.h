@@ -56,14 +56,14 @@ public:
 
     /// Waits until the deadline (nanoseconds of the monotonic clock; Timers::never; 0: only asks what has happened).
     /// Before it sleeps, and when it knows all that its doorbell has told, it calls `beforeSleep()`, which returns
-    /// the time at which it has to wake at the latest.
+    /// the time at which it has to wake at the latest. What is waited for it only tells.
     template <class BeforeSleep>
-    Wait wait(uint64_t deadline, BeforeSleep beforeSleep) {
+    Wait wait(uint64_t deadline, const uint32_t* selection, BeforeSleep beforeSleep) {
         if (!self_.isStillOpen()) return Wait::closed;
         if (deadline != 0 && spin(deadline)) return Wait::mail;
         drainDoorbell();
         if (peers_.hasEnded()) return Wait::event;  // that came with the doorbell
-        return sleep(deadline, beforeSleep());
+        return sleep(deadline, beforeSleep(), selection);
     }
 
     /// Whether a busy endpoint, whose queue never runs dry, might miss something.
@@ -72,11 +72,9 @@ public:
     /// Handles these: time-outs at once, ends of peers once per kernel tick.
     void noticeEvents();
 
-    /// Whether a receive of any signal has nothing to do but to take an arrival: no time-out or end of a peer can be
-    /// due, another signal stays in the queue, and the descriptor says so.
-    bool isBusy() const {
-        return queue_.hasSeveralArrivals() && timeouts_.idle() && !peers_.supervising() && byteIn_ && !awake_;
-    }
+    /// Whether a receive of any signal has nothing to do but to take an arrival, unless the end of a peer is due: no
+    /// time-out can be, another signal stays in the queue, and the descriptor says so.
+    bool isBusy() const { return queue_.hasSeveralArrivals() && timeouts_.idle() && byteIn_ && !awake_; }
     BlockRef takeArrival() { return blockOf(queue_.takeArrival()); }
 
     /// Puts a signal that was taken over into the queue, as from `sender`, behind all that has arrived before.
@@ -115,7 +113,7 @@ private:
     bool hasMail() const;
     bool spin(uint64_t deadline);
     bool yieldOnce(uint64_t wake);
-    Wait sleep(uint64_t deadline, uint64_t latest);
+    Wait sleep(uint64_t deadline, uint64_t latest, const uint32_t* selection);
     bool park();
     void drainDoorbell();
     void handleEvents(int milliseconds);

@@ -16,21 +16,28 @@ constexpr uint32_t longestCheckInterval = 7;
 }  // namespace
 
 int Outbox::sendToPeer(const BlockRef& block, Peer& peer) {
-    return finish(block, peer, post(block, peer, [&](Slot& target) {
+    return finish(block, peer, post(block, peer, peer.spid, [&](Slot& target) {
                       return introduction::push(target, peer.doorbell.get(), self_.spid, block, peer.introducedAt);
                   }));
 }
 
 int Outbox::sendToStranger(const BlockRef& block, Spid to) {
     if (!isOpen(self_.arena(), to)) {
-        return signals_.refuse(block, everExisted(self_.arena(), to) ? ECONNRESET : ESRCH);
+        return signals_.refuse(block, everExisted(self_.arena(), to) ? ECONNRESET : ESRCH, to);
     }
-    if (to == self_.spid) return inbox_.append(block, to);
+    if (to == self_.spid) return sendToSelf(block);
     Peer* peer = peers_.connect(to);
     if (peer != nullptr) return sendToPeer(block, *peer);
     const int failure = errno;
     peers_.reapDeadIfDue();
-    return signals_.refuse(block, failure);
+    return signals_.refuse(block, failure, to);
+}
+
+int Outbox::sendToSelf(const BlockRef& block) {
+    const uint32_t size = block->size.loadRelaxed();
+    const int result = inbox_.append(block, self_.spid);
+    if (result == 0) self_.record.sent(block, size, self_.spid);
+    return result;
 }
 
 /// The peer has been sent a signal and asks to be rung. Result of the send.
@@ -54,7 +61,7 @@ int Outbox::fail(const BlockRef& block, const Peer& peer) {
     peers_.end(peer);
     peers_.reapDeadIfDue();
     if (!unread) return 0;
-    self_.slot.dropped.add(1);
+    self_.record.unsent(block, peer.spid, ECONNRESET);
     errno = ECONNRESET;
     return -1;
 }
@@ -63,7 +70,7 @@ int Outbox::fail(const BlockRef& block, const Peer& peer) {
 /// its name could still be found.
 int Outbox::returnToSender(const BlockRef& block, const Peer& peer) {
     if (!isOpen(self_.arena(), peer.spid)) peers_.end(peer);
-    return signals_.refuse(block, ECONNRESET);
+    return signals_.refuse(block, ECONNRESET, peer.spid);
 }
 
 /// The peer's mailbox has a backlog, but it did not ask to be rung. Rings it anyway, at most once per kernel tick

@@ -23,8 +23,9 @@ public:
         wantsReminder  ///< the peer is to be rung though it does not ask
     };
 
-    /// Posts a signal to a peer that knows this endpoint, as most do. `refused` leaves everything as it was.
-    Posted postAtOnce(const BlockRef& block, Peer& peer);
+    /// Posts a signal to a peer that knows this endpoint, as most do; `to` is its spid, which the caller has at hand.
+    /// `refused` leaves everything as it was.
+    Posted postAtOnce(const BlockRef& block, Peer& peer, Spid to);
 
     /// Does what is left to do of a send. Returns its result: 0, or -1 with errno, the signal freed.
     int finish(const BlockRef& block, Peer& peer, Posted posted);
@@ -42,7 +43,8 @@ public:
 
 private:
     template <class Push>
-    Posted post(const BlockRef& block, Peer& peer, Push push);
+    Posted post(const BlockRef& block, Peer& peer, Spid to, Push push);
+    int sendToSelf(const BlockRef& block);
     int ring(const BlockRef& block, Peer& peer);
     bool remind(Peer& peer);
     int fail(const BlockRef& block, const Peer& peer);
@@ -59,20 +61,21 @@ private:
 /// Pushes the signal onto the peer's mailbox by `push`. Forced inline: a call would cost each message 35
 /// instructions, for what it would have to build in memory.
 template <class Push>
-[[gnu::always_inline]] inline Outbox::Posted Outbox::post(const BlockRef& block, Peer& peer, Push push) {
+[[gnu::always_inline]] inline Outbox::Posted Outbox::post(const BlockRef& block, Peer& peer, Spid to, Push push) {
     Slot& target = peer.slot;
-    const Spid to = peer.spid;
-    const Spid from = self_.spid;
     // Its mailbox may be another endpoint's by now, which would have to throw the signal away. Acquire: as in isOpen.
     if (target.life.loadAcquire() != openAs(to)) return Posted::refused;
     self_.slot.sending.storeRelease(block.ref);  // [sending], after the push before this one
-    block->sender.storeRelaxed(from);
+    block->sender.storeRelaxed(self_.spid);
     // Release [owner]: the target's reaper looks at blocks that are about to be pushed, and must not find the new
     // owner beside an old sender.
     block->owner.storeRelease(inFlightTo(to));
+    // Before the push, after which the signal is another's.
+    self_.record.sent(block, block->size.loadRelaxed(), to);
     const Ref before = push(target);
     if (stack::isRefused(before)) {
-        block->owner.storeRelaxed(heldBy(from));
+        block->owner.storeRelaxed(heldBy(self_.spid));
+        self_.record.notSent(block->size.loadRelaxed());
         return Posted::refused;
     }
     const WakeWord found = target.wakeState.loadSeqCst();  // [wake-up], see wake_state.h
@@ -81,10 +84,10 @@ template <class Push>
     return before == stack::empty || peer.sendsUntilCheck-- != 0 ? Posted::done : Posted::wantsReminder;
 }
 
-inline Outbox::Posted Outbox::postAtOnce(const BlockRef& block, Peer& peer) {
+inline Outbox::Posted Outbox::postAtOnce(const BlockRef& block, Peer& peer, Spid to) {
     const uint32_t introducedAt = peer.introducedAt;
     if (introducedAt != peer.slot.partings.loadRelaxed()) return Posted::refused;  // relaxed: the push by tag decides
-    return post(block, peer,
+    return post(block, peer, to,
                 [&](Slot& target) { return stack::push(target.mailbox, block, introduction::tagAt(introducedAt)); });
 }
 

@@ -1,5 +1,7 @@
 #include "host/endpoint/ownership.h"
 
+#include "host/record/maker.h"
+
 namespace linx {
 
 Ownership::Ownership(const Identity& self)
@@ -50,6 +52,7 @@ bool Ownership::claim(uint32_t stamp) {
     forksSeen_ = stamp;
     setOverdue(isOverdue);
     generation_ = forks::generation();
+    self_.slot.maker = makerNow();
     return true;
 }
 

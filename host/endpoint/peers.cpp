@@ -173,6 +173,7 @@ void Peers::findEnded() {
 void Peers::end(SlotIndex index) {
     std::unique_ptr<Peer> peer = disconnect(index);
     if (peer == nullptr) return;
+    self_.record.peerDied(peer->spid);
     rememberDead(peer->spid);
     if (peer->notices.empty()) return;
     Peer* const last = peer.get();

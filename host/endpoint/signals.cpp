@@ -35,8 +35,8 @@ void Signals::markQueued(const BlockRef& block, Spid sender) {
     block->owner.storeRelease(queuedFor(self_.spid));  // [owner]; a hunt's goes on with the domain lock
 }
 
-int Signals::refuse(const BlockRef& block, int reason) {
-    self_.slot.dropped.add(1);
+int Signals::refuse(const BlockRef& block, int reason, Spid to) {
+    self_.record.refused(block, to, reason);
     block->owner.storeRelaxed(heldBy(self_.spid));
     discard(block);
     errno = reason;

@@ -41,6 +41,12 @@ public:
         --held_;
     }
 
+    /// The user holds it still.
+    void handBack(const BlockRef& block, LinxSignal** signal) {
+        *signal = &block->signal;
+        ++held_;
+    }
+
     /// Takes a signal out of the user's hands; no block with errno EINVAL when the user holds none there.
     BlockRef takeOver(LinxSignal** signal);
 
@@ -53,8 +59,9 @@ public:
     /// Whether the user holds none, nor any is kept.
     bool noneHeld() const { return held_ == 0; }
 
-    /// A signal that was taken over cannot be sent, kept or delivered, for `reason`: frees it. Returns -1 with errno.
-    int refuse(const BlockRef& block, int reason);
+    /// A signal that was taken over cannot be sent (to `to`), kept or delivered, for `reason`: frees it. Returns -1
+    /// with errno.
+    int refuse(const BlockRef& block, int reason, Spid to = Spid::none);
 
     void discard(const BlockRef& block) { pool_.free(block); }
     void discard(Ref ref);
@@ -77,8 +84,9 @@ inline bool Signals::isRecent(const LinxSignal* signal) const {
 }
 
 inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number) {
-    block->owner.storeRelaxed(heldBy(self_.spid));
-    block->sender.storeRelaxed(self_.spid);
+    const Spid own = self_.spid;
+    block->owner.storeRelaxed(heldBy(own));
+    block->sender.storeRelaxed(own);
     block->size.storeRelaxed(size);
     block->signal.number = number;
     ++held_;
@@ -89,14 +97,15 @@ inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number)
 /// Inlined by order: a call would cost each message 21 instructions.
 [[gnu::always_inline]] inline int Signals::handOut(const BlockRef& block, LinxSignal** signal) {
     // Sizes come from other processes: none reaches beyond its block.
-    const uint32_t room =
-        sizeClasses[block.sizeClass].lines * lineBytes - static_cast<uint32_t>(offsetof(Block, signal));
+    constexpr auto least = static_cast<uint32_t>(sizeof(LinxSignal));
+    const uint32_t room = payloadRoom[block.sizeClass];
     uint32_t size = block->size.loadRelaxed();
-    if (size < sizeof(LinxSignal) || size > room) {
-        size = size < sizeof(LinxSignal) ? static_cast<uint32_t>(sizeof(LinxSignal)) : room;
+    if (size - least > room) {
+        size = size < least ? least : least + room;
         block->size.storeRelaxed(size);
     }
     block->owner.storeRelaxed(heldBy(self_.spid));
+    self_.record.received(block, size);
     ++held_;
     recent_ = block;
     *signal = &block->signal;

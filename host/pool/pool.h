@@ -24,7 +24,7 @@ public:
     BlockRef allocate(Lines lines);
 
     /// A free block of exactly this class, if the endpoint has some and it shows at once.
-    BlockRef popAtOnce(SizeClassId sizeClass);
+    bool popAtOnce(SizeClassId sizeClass, BlockRef& block);
 
     /// Frees a block that belongs to the endpoint: into its own lists, or back to where it came from.
     void free(BlockRef block);
@@ -114,16 +114,17 @@ private:
     uint32_t mostReturned_ = 0;  ///< give nothing back there while more than so many lines wait to be collected
 };
 
-inline BlockRef Pool::popAtOnce(SizeClassId sizeClass) {
+inline bool Pool::popAtOnce(SizeClassId sizeClass, BlockRef& block) {
     const uint32_t count = count_[sizeClass];
-    if (count == 0) return {};
+    if (count == 0) return false;
     const Ref ref = free_[sizeClass];
-    Block* block = arena().rawBlock(ref);
-    const Ref next = block->next.loadRelaxed();
-    if ((count != 1 && !nearby_.knows(next, sizeClass)) || !isFreeHere(*block)) return {};
+    Block* const first = arena().rawBlock(ref);
+    const Ref next = first->next.loadRelaxed();
+    if ((count != 1 && !nearby_.knows(next, sizeClass)) || !isFreeHere(*first)) return false;
     free_[sizeClass] = next;
     count_[sizeClass] = count - 1;
-    return {block, ref, sizeClass};
+    block = {first, ref, sizeClass};
+    return true;
 }
 
 /// Returns a block to `home`, the latest home, unless it has ended or lets blocks pile up.
@@ -132,7 +133,7 @@ inline bool Pool::giveBack(BlockRef block, Spid home) {
     const uint32_t waiting = there.returnedLines.loadRelaxed();
     if (there.life.loadAcquire() != openAs(home) || waiting > mostReturned_) return false;  // as in isOpen
     // Relaxed, and no compare-and-swap: about right will do.
-    there.returnedLines.storeRelaxed(waiting + sizeClasses[block.sizeClass].lines);
+    there.returnedLines.storeRelaxed(waiting + classLines[block.sizeClass]);
     // See recoverLostInFlight: the reaper asks whether this one was pushed. Release [sending]: after the push before
     // it.
     slot().sending.storeRelease(block.ref);

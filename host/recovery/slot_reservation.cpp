@@ -8,6 +8,7 @@
 #include "host/mailbox/introduction.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
+#include "host/record/recorder.h"
 #include "host/recovery/retire.h"
 
 namespace linx {
@@ -23,7 +24,7 @@ void closeFresh(Slot& slot) {
 /// publishes it; the length is a release like the words of the name [name]. A sender that was held up may meet the
 /// slot half ready: it changes the wake state by compare-and-swaps that expect its own generation, and leaves a stray
 /// in the mailbox.
-void prepare(Slot& slot, Spid spid, const Name& name, uint32_t options) {
+void prepare(Slot& slot, Spid spid, const Name& name, uint32_t options, const Maker& maker) {
     slot.wakeState.storeRelaxed(wake_state::word(spid, wake_state::parked));
     if (slot.partings.loadRelaxed() == introduction::notYet) slot.partings.storeRelaxed(introduction::notYet + 1);
     slot.mailboxClaim.storeRelaxed(Ref::none);
@@ -33,10 +34,15 @@ void prepare(Slot& slot, Spid spid, const Name& name, uint32_t options) {
     share::begin(slot, spid);
     slot.returnedLines.storeRelaxed(0);
     slot.forkRound.addRelaxed(1);  // so that no forked copy of an earlier user matches it again
-    slot.dropped.low.storeRelaxed(0);
-    slot.dropped.high.storeRelaxed(0);
     slot.sleeps.storeRelaxed(0);
     slot.rings.storeRelaxed(0);
+    slot.dropped.low.storeRelaxed(0);
+    slot.dropped.high.storeRelaxed(0);
+    slot.refused = {};
+    slot.traffic = {};
+    slot.waiting = {};
+    slot.logMask.storeRelaxed(0);
+    slot.maker = maker;
     slot.options.storeRelaxed(options);
     slot.nameHash.storeRelaxed(name.hash());
     slot.nameLength.storeRelease(name.length());
@@ -45,7 +51,8 @@ void prepare(Slot& slot, Spid spid, const Name& name, uint32_t options) {
 
 }  // namespace
 
-SlotReservation::SlotReservation(const DomainLock& lock, const Name& name, uint32_t options) : lock_(lock) {
+SlotReservation::SlotReservation(const DomainLock& lock, const Name& name, uint32_t options, const Maker& maker)
+    : lock_(lock) {
     if (!makeWay(name)) return;
     const SlotIndex index = reserveSlot();
     if (index == SlotIndex::none) return;
@@ -58,7 +65,8 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name, uint3
     if (before_ != LifeWord::neverUsed) doorbell::remove(lock.domain().directory(), spidOf(before_));
     doorbell_.reset(doorbell::make(lock.domain().directory(), spid_, lock.domain().fileMode()));
     if (doorbell_.get() == -1) return;
-    prepare(slot(), spid_, name, options);
+    prepare(slot(), spid_, name, options, maker);
+    recordOpening(slot(), lock.arena().events(index));
     isReady_ = true;
 }
 

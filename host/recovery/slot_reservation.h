@@ -10,9 +10,9 @@ namespace linx {
 /// is opened in it, both are given back when the reservation goes. All of it happens under one domain lock.
 class SlotReservation {
 public:
-    /// Reserves a slot for the name. It is empty, with errno, when there is none: EADDRINUSE when an endpoint of the
+    /// Reserves a slot for the name, which the process `maker` opens. It is empty, with errno, when there is none: EADDRINUSE when an endpoint of the
     /// name lives, ENOSPC, ENOMEM, or why the doorbell cannot be made.
-    SlotReservation(const DomainLock& lock, const Name& name, uint32_t options);
+    SlotReservation(const DomainLock& lock, const Name& name, uint32_t options, const Maker& maker);
     ~SlotReservation();
     SlotReservation(const SlotReservation&) = delete;
     SlotReservation& operator=(const SlotReservation&) = delete;

@@ -11,14 +11,12 @@
 #include <thread>
 
 #include "host/system/forks.h"
-#include "tests/host/interposed.h"
 #include "tests/host/pool_fixture.h"
+#include "tests/kit/file_memory.h"
 #include "tests/kit/shared.h"
 
 namespace linx {
 namespace {
-
-namespace interposed = linxtest::interposed;
 
 using linxtest::KnownEndpoint;
 
@@ -70,19 +68,13 @@ private:
     bool stepped_ = false;
 };
 
-class HeldUpTest : public linxtest::ArenaDomainTest {
-protected:
-    void SetUp() override {
-        // No memory for more slots than are on the first page: one that has become free is used again at once.
-        interposed::atReserve = [](int64_t offset, int64_t) {
-            return offset >= slotsOffset + pageBytes && offset < huntsOffset ? ENOSPC : 0;
-        };
-    }
-    void TearDown() override {
-        interposed::reset();
-        ArenaDomainTest::TearDown();
-    }
+/// Few, so that one that has become free is used again at once. Set before anything is opened, being a base that
+/// comes first.
+struct OnlySevenSlots {
+    const linxtest::FewSlots few{7};
 };
+
+class HeldUpTest : private OnlySevenSlots, public linxtest::ArenaDomainTest {};
 
 TEST_F(HeldUpTest, AFreerTakesNothingOffTheBooksOfWhoHasComeIntoTheSlotSince) {
     std::vector<KnownEndpoint> others;

@@ -15,7 +15,7 @@ extern std::function<int(int64_t offset, int64_t bytes)> atReserve;
 /// ended endpoints are used again soon.
 class FewSlots {
 public:
-    /// Memory comes in pages, of which the first holds 7 slots and each of the others 8: the count is rounded up.
+    /// Memory comes in pages: the count is rounded up to an odd number.
     explicit FewSlots(uint32_t count);
     ~FewSlots();
     FewSlots(const FewSlots&) = delete;

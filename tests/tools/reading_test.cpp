@@ -50,9 +50,9 @@ std::vector<std::string> keysOf(const Json& object) {
 
 TEST_F(ReadingTest, ListShowsWhoIsThere) {
     const std::string transcript = expected(
-        "NAME SPID PID PROCESS USER STATE QUEUED DEEPEST HELD\n"
-        "client @client @comm @user sleeping 0 0 0 B\n"
-        "server @server @comm @user running 3 4 1.1 KiB\n");
+        "NAME SPID PID PROCESS USER STATE QUEUED DEEPEST IN OUT HELD WAITS-FOR\n"
+        "client @client @comm @user sleeping 0 0 0 4 0 B -\n"
+        "server @server @comm @user running 3 4 1 0 1.1 KiB -\n");
     EXPECT_EQ(transcript, textOf({"list"}));
     EXPECT_EQ(transcript, textOf({}));
 }
@@ -61,7 +61,7 @@ TEST_F(ReadingTest, ListInJsonHasTheKeysThatScriptsRelyOn) {
     const Json all = jsonOf({"list"});
     ASSERT_EQ(all.size(), 2u);
     EXPECT_THAT(keysOf(all[1]), testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state",
-                                                              "queued", "deepest", "held"));
+                                                              "queued", "deepest", "in", "out", "held", "waits_for"));
     EXPECT_EQ(all[1]["name"], "server");
     EXPECT_EQ(serverSpid, all[1]["spid"]);
     EXPECT_EQ(server->pid(), all[1]["pid"]);
@@ -70,7 +70,10 @@ TEST_F(ReadingTest, ListInJsonHasTheKeysThatScriptsRelyOn) {
     EXPECT_EQ(all[1]["state"], "running");
     EXPECT_EQ(all[1]["queued"], 3);
     EXPECT_EQ(all[1]["deepest"], 4);
+    EXPECT_EQ(all[1]["in"], 1);
+    EXPECT_EQ(all[0]["out"], 4);
     EXPECT_EQ(17 * 64, all[1]["held"]);
+    EXPECT_TRUE(all[1]["waits_for"].is_null());
 }
 
 TEST_F(ReadingTest, OptionsStandBeforeTheVerbOrBehindIt) {
@@ -87,7 +90,8 @@ TEST_F(ReadingTest, StatusShowsOneInFull) {
     const std::string text = textOf({"status", "server"});
     EXPECT_THAT(text, testing::StartsWith("name server\nspid " + spid + "\nprocess " + std::to_string(server->pid()) +
                                           " " + processName() + ", user " + ownName() +
-                                          "\nstate running\nqueue 3 now, 4 at the deepest\ndropped 0\n"));
+                                          "\nstate running\nqueue 3 now, 4 at the deepest\nreceived 1 signals, 1004 "
+                                          "B\nsent 0 signals, 0 B\ndropped 0\n"));
     EXPECT_THAT(text, testing::HasSubstr("held 1.1 KiB in 1 signals\n"));
     EXPECT_THAT(text, testing::HasSubstr("\nhunts absent\n"));
     EXPECT_THAT(text, testing::HasSubstr("\nQUEUED NUMBER SIGNALS BYTES FROM\n"
@@ -97,9 +101,10 @@ TEST_F(ReadingTest, StatusShowsOneInFull) {
 
 TEST_F(ReadingTest, StatusInJsonHasTheKeysThatScriptsRelyOn) {
     const Json one = jsonOf({"status", "server"});
-    EXPECT_THAT(keysOf(one), testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state",
-                                                           "deepest", "dropped", "sleeps", "rings", "held", "lent",
-                                                           "leased", "share", "queued", "blocks", "hunts"));
+    EXPECT_THAT(keysOf(one),
+                testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state", "deepest", "in",
+                                              "out", "dropped", "refused", "sleeps", "rings", "held", "lent",
+                                              "leased", "share", "queued", "blocks", "hunts"));
     ASSERT_EQ(one["queued"].size(), 2u);
     EXPECT_EQ((Json{{"number", 200}, {"signals", 2}, {"bytes", 128}, {"senders", {{"client", 2}}}}),
               one["queued"][0]);
@@ -149,7 +154,7 @@ TEST_F(ReadingTest, TheKilledAreShownAsDeadAndWhatTheyHadIsStillTold) {
     const std::string spid = filled("@server").substr(0, 8);
     server->kill9();
     client->kill9();
-    EXPECT_THAT(textOf({"list"}), testing::HasSubstr("server " + spid + " - - - dead 3 4 1.1 KiB\n"));
+    EXPECT_THAT(textOf({"list"}), testing::HasSubstr("server " + spid + " - - - dead 3 4 1 0 1.1 KiB -\n"));
     const Json one = jsonOf({"status", "server"});
     EXPECT_EQ(one["state"], "dead");
     EXPECT_TRUE(one["pid"].is_null());
