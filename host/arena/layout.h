@@ -78,7 +78,9 @@ struct Header {
     Word filePages;
     Word sizeClasses;
     Word eventBytes;
-    Word reserved[5];
+    Word reserved[4];
+
+    Word tap;  ///< the number of the tap into which signals are to be copied, see record/tap_file.h; 0: none
 
     // Guarded by the domain lock; but anybody may raise the pressure, and add to what reclaiming took.
     Word dirty;          ///< 1 while the domain lock is held; found set, its holder died and repair() has work
@@ -100,7 +102,7 @@ struct Header {
     Pace reaping;       ///< of whoever has died
     WordOf<Ref> central[sizeClassCount];  ///< lists of free blocks without a home, a class each
 };
-static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, dirty) == 64 &&
+static_assert(sizeof(Header) == 140 + 4 * sizeClassCount && offsetof(Header, tap) == 60 && offsetof(Header, dirty) == 64 &&
                   offsetof(Header, central) == 140 && std::is_standard_layout<Header>::value,
               "the header's layout is shared by every process of the domain");
 static_assert(sizeof(Header) <= pageBytes, "the header fits its page");

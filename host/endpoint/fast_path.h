@@ -36,7 +36,8 @@ inline bool Endpoint::senderAtOnce(const LinxSignal* signal, Spid& sender) const
 
 inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
     Peer* peer = peers_.latest(to);
-    if (peer == nullptr || !signals_.isRecent(*signal) || !ownership_.enterAtOnce()) return Posted::refused;
+    if (peer == nullptr || outbox_.isTapped() || !signals_.isRecent(*signal) || !ownership_.enterAtOnce())
+        return Posted::refused;
     const BlockRef block = signals_.recent();
     signals_.letGo(signal);
     const Posted posted = outbox_.postAtOnce(block, *peer, to);

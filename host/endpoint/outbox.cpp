@@ -16,9 +16,20 @@ constexpr uint32_t longestCheckInterval = 7;
 }  // namespace
 
 int Outbox::sendToPeer(const BlockRef& block, Peer& peer) {
-    return finish(block, peer, post(block, peer, peer.spid, [&](Slot& target) {
-                      return introduction::push(target, peer.doorbell.get(), self_.spid, block, peer.introducedAt);
-                  }));
+    copyToTap(block, peer.spid);
+    const Posted posted = post(block, peer, peer.spid, [&](Slot& target) {
+        return introduction::push(target, peer.doorbell.get(), self_.spid, block, peer.introducedAt);
+    });
+    if (posted != Posted::refused) tap_.show();
+    return finish(block, peer, posted);
+}
+
+void Outbox::copyToTap(const BlockRef& block, Spid to) {
+    if (tap_.isWanted()) {
+        tap_.copy(block, to);
+    } else {
+        tap_.letGo();
+    }
 }
 
 int Outbox::sendToStranger(const BlockRef& block, Spid to) {
@@ -35,8 +46,11 @@ int Outbox::sendToStranger(const BlockRef& block, Spid to) {
 
 int Outbox::sendToSelf(const BlockRef& block) {
     const uint32_t size = block->size.loadRelaxed();
+    copyToTap(block, self_.spid);
     const int result = inbox_.append(block, self_.spid);
-    if (result == 0) self_.record.sent(block, size, self_.spid);
+    if (result != 0) return result;
+    self_.record.sent(block, size, self_.spid);
+    tap_.show();
     return result;
 }
 

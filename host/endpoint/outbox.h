@@ -6,6 +6,7 @@
 #include "host/mailbox/introduction.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
+#include "host/record/tap_writer.h"
 
 namespace linx {
 
@@ -13,7 +14,12 @@ namespace linx {
 class Outbox {
 public:
     Outbox(const Identity& self, Signals& signals, Peers& peers, Inbox& inbox, Chores& chores)
-        : self_(self), signals_(signals), peers_(peers), inbox_(inbox), chores_(chores) {}
+        : self_(self),
+          signals_(signals),
+          peers_(peers),
+          inbox_(inbox),
+          chores_(chores),
+          tap_(self.domain, self.spid) {}
 
     /// What has become of a signal on its way to a peer.
     enum class Posted {
@@ -22,6 +28,9 @@ public:
         wantsRing,     ///< the peer asks to be rung for it
         wantsReminder  ///< the peer is to be rung though it does not ask
     };
+
+    /// Whether a send has to do more than to post the signal.
+    bool isTapped() const { return tap_.isWanted(); }
 
     /// Posts a signal to a peer that knows this endpoint, as most do; `to` is its spid, which the caller has at hand.
     /// `refused` leaves everything as it was.
@@ -45,6 +54,7 @@ private:
     template <class Push>
     Posted post(const BlockRef& block, Peer& peer, Spid to, Push push);
     int sendToSelf(const BlockRef& block);
+    void copyToTap(const BlockRef& block, Spid to);
     int ring(const BlockRef& block, Peer& peer);
     bool remind(Peer& peer);
     int fail(const BlockRef& block, const Peer& peer);
@@ -55,6 +65,7 @@ private:
     Peers& peers_;
     Inbox& inbox_;
     Chores& chores_;
+    TapWriter tap_;
     Spid unrung_ = Spid::none;  ///< the last receiver, if it did not ask to be rung
 };
 
