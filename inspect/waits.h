@@ -15,6 +15,10 @@ struct Edge {
     uint32_t sent = 0;    ///< what it sent last
     uint32_t number = 0;  ///< the first that it waits for
     uint64_t since = 0;   ///< nanoseconds of the monotonic clock
+
+    bool operator==(const Edge& other) const {
+        return from == other.from && to == other.to && since == other.since;
+    }
 };
 
 /// Who waits for whom. An endpoint waits for whoever it sent to last: an endpoint that serves by a receive of certain

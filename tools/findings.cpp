@@ -18,12 +18,14 @@
 #include "host/debug/validate.h"
 #include "host/mailbox/doorbell.h"
 #include "inspect/hunts.h"
+#include "inspect/waits.h"
 #include "tools/look.h"
 #include "tools/text.h"
 
 namespace tools {
 namespace {
 
+using linx::inspect::Edge;
 using linx::inspect::Endpoint;
 using linx::inspect::PendingHunt;
 using linx::inspect::Place;
@@ -35,14 +37,35 @@ using linx::inspect::State;
 struct Passing {
     std::vector<PendingHunt> hunts;
     std::vector<linx::Spid> doorbells;  ///< of endpoints that are not open
+    std::vector<Edge> waits;            ///< of endpoints that wait in circles, or for long
     std::string disorder;
 
-    bool isEmpty() const { return hunts.empty() && doorbells.empty() && disorder.empty(); }
+    bool isEmpty() const { return hunts.empty() && doorbells.empty() && waits.empty() && disorder.empty(); }
 };
+
+bool isLong(const Edge& edge) {
+    return secondsSince(edge.since) > 1;
+}
+
+bool isIn(const std::vector<std::vector<linx::Spid>>& cycles, linx::Spid spid) {
+    return std::any_of(cycles.begin(), cycles.end(), [&](const std::vector<linx::Spid>& cycle) {
+        return std::find(cycle.begin(), cycle.end(), spid) != cycle.end();
+    });
+}
+
+std::vector<Edge> doubtfulWaits(const std::vector<Endpoint>& endpoints) {
+    std::vector<Edge> edges = linx::inspect::edgesOf(endpoints);
+    const auto cycles = linx::inspect::cyclesOf(edges);
+    edges.erase(std::remove_if(edges.begin(), edges.end(),
+                               [&](const Edge& edge) { return !isLong(edge) && !isIn(cycles, edge.from); }),
+                edges.end());
+    return edges;
+}
 
 Passing passingIn(const Place& place, const linx::Arena& arena) {
     Passing passing;
     passing.hunts = linx::inspect::pendingHunts(arena);
+    passing.waits = doubtfulWaits(linx::inspect::endpointsOf(arena, place));
     // Who has the lock may be in the middle of what it guards, for long if it is stopped.
     if (!linx::inspect::lockHolderOf(place.file())) {
         passing.disorder = linx::debug::validate(arena, linx::debug::Grade::quick).broken;
@@ -63,7 +86,7 @@ std::vector<T> both(const std::vector<T>& first, const std::vector<T>& second) {
 }
 
 Passing lasting(const Passing& first, const Passing& second) {
-    return {both(first.hunts, second.hunts), both(first.doorbells, second.doorbells),
+    return {both(first.hunts, second.hunts), both(first.doorbells, second.doorbells), both(first.waits, second.waits),
             first.disorder == second.disorder ? first.disorder : std::string()};
 }
 
@@ -193,6 +216,7 @@ private:
             }
             passing = lasting(passing, passingIn(place_, snapshot->arena()));
         }
+        lookAtWaits(snapshot->arena(), passing.waits);
         for (const PendingHunt& hunt : passing.hunts) {
             found("hunt-pending", nameIn(snapshot->arena(), hunt.hunter),
                   "hunts for '" + hunt.name + "', which nobody has opened",
@@ -207,6 +231,25 @@ private:
                   "whoever takes the domain's lock next mends what a death has left; what was scribbled over stays: "
                   "end "
                   "all endpoints, and remove the domain");
+        }
+    }
+
+    void lookAtWaits(const linx::Arena& arena, const std::vector<Edge>& waits) {
+        const auto cycles = linx::inspect::cyclesOf(waits);
+        for (const auto& cycle : cycles) {
+            std::string way;
+            for (const linx::Spid spid : cycle) way += nameIn(arena, spid) + " waits for ";
+            const std::string first = nameIn(arena, cycle.front());
+            found("cycle", first, way + first + ": each has asked the next one, and none can answer",
+                  "have one of them ask without waiting; for now, linx shutdown " + shellWord(first));
+        }
+        for (const Edge& edge : waits) {
+            if (isIn(cycles, edge.from) || !isLong(edge)) continue;
+            const std::string to = nameIn(arena, edge.to);
+            found("long-wait", nameIn(arena, edge.from),
+                  "sent " + std::to_string(edge.sent) + " to " + to + " " + humanSeconds(secondsSince(edge.since)) +
+                      " ago and waits for " + std::to_string(edge.number),
+                  "linx status " + shellWord(to) + " shows what it does instead of answering");
         }
     }
 

@@ -39,8 +39,8 @@ constexpr uint32_t countOf(uint32_t event) {
 struct alignas(8) Event {
     ToldWord number;
     ToldWord size;
-    WordOf<Spid, ToldBits> peer;
-    WordOf<Ref, ToldBits> block;
+    WordOf<Spid, Told> peer;
+    WordOf<Ref, Told> block;
     uint64_t time;  ///< nanoseconds of the monotonic clock
     ToldWord reason;
     ToldWord event;  ///< count and kind; an event of another count is an older one, or half written

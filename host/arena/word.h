@@ -6,12 +6,21 @@
 
 namespace linx {
 
+/// A word of the arena is one on which operations depend, unless it only tells whoever looks into the domain what its
+/// endpoint does: those who check every order of accesses leave these out.
+struct Watched {
+    using Bits = Cell;
+};
+struct Told {
+    using Bits = std::atomic<uint32_t>;
+};
+
 /// The one type through which processes share memory: 32 bits, because the smallest machine that shares a domain has
 /// no wider atomic. Each operation carries its memory order in its name, so that a search lists every order in use.
 ///
 /// `T` is the type of the contents, a number or an enum of that width, so that values of different kinds of words
 /// cannot be mixed up. Any bits that others leave in it are a valid `T`.
-template <class T, class Bits = Cell>
+template <class T, class Kind = Watched>
 class WordOf {
 public:
     T loadRelaxed() const { return static_cast<T>(value_.load(std::memory_order_relaxed)); }
@@ -35,15 +44,12 @@ public:
     }
 
 private:
-    Bits value_;
+    typename Kind::Bits value_;
 };
 
 using Word = WordOf<uint32_t>;
 
-/// The storage of a word that only tells whoever looks into the domain what its endpoint does: no operation depends on
-/// it, so those who check every order of accesses leave it out.
-using ToldBits = std::atomic<uint32_t>;
-using ToldWord = WordOf<uint32_t, ToldBits>;
+using ToldWord = WordOf<uint32_t, Told>;
 
 static_assert(sizeof(Word) == 4 && Cell::is_always_lock_free,
               "a word of the arena must be the same lock-free 32 bits in every process");

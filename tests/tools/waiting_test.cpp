@@ -1,0 +1,121 @@
+// Who waits for whom, as its slot tells: in scenes that were built by hand.
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/tools/scene.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using Names = std::vector<std::string>;
+
+Json jsonOf(std::vector<std::string> arguments) {
+    arguments.push_back("--json");
+    return Json::parse(runLinx(arguments).out, nullptr, false);
+}
+
+/// An endpoint that sends the number to `peer` when it is told whom, and then waits for the next number alone.
+std::unique_ptr<Child> asker(const std::string& name, uint32_t number) {
+    return std::make_unique<Child>([=](Line& test) {
+        Endpoint endpoint(name);
+        test.tell(spidOf(endpoint));
+        const LinxSpid peer = test.hear();
+        ASSERT_EQ(send(endpoint, peer, number), 0);
+        const uint32_t answer[] = {1, number + 1};
+        LinxSignal* signal = nullptr;
+        ASSERT_EQ(4, linx_receive(endpoint, &signal, answer));
+        linx_free_buf(endpoint, &signal);
+        test.hear();
+    });
+}
+
+class WaitingTest : public ProcessTest {};
+
+TEST_F(WaitingTest, AnAskerIsToldWithWhomItAsked) {
+    const auto client = asker("client", 2000);
+    const LinxSpid spid = client->hear();
+    Endpoint server("server");
+    client->tell(spidOf(server));
+    expectSignal(server, 2000);
+    client->awaitSleep();
+    const Json waits = jsonOf({"waits"});
+    ASSERT_EQ(waits["edges"].size(), 1u) << waits;
+    const Json& edge = waits["edges"][0];
+    EXPECT_EQ(edge.size(), 5u);
+    EXPECT_EQ(edge["from"], "client");
+    EXPECT_EQ(edge["to"], "server");
+    EXPECT_EQ(edge["sent"], 2000);
+    EXPECT_EQ(edge["number"], 2001);
+    EXPECT_GE(edge["seconds"], 0.0);
+    EXPECT_LT(edge["seconds"], 3600.0);
+    EXPECT_EQ(waits["cycles"], Json::array());
+    const Json list = jsonOf({"list"});
+    EXPECT_EQ(list[0]["state"], "waiting");
+    EXPECT_EQ(list[0]["waits_for"], "server");
+    EXPECT_THAT(runLinx({"status", "client"}).out, testing::HasSubstr("for 2001, having sent 2000 to server\n"));
+    EXPECT_THAT(runLinx({"waits", "--dot"}).out, testing::HasSubstr("\"client\" -> \"server\" [label=\"2000 -> 2001"));
+    ASSERT_EQ(send(server, spid, 2001), 0);
+    client->awaitSleep();
+    EXPECT_EQ(jsonOf({"waits"})["edges"], Json::array());
+    EXPECT_EQ(jsonOf({"list"})[0]["state"], "sleeping");
+    client->tell();
+    EXPECT_EQ(client->exitStatus(), 0);
+}
+
+TEST_F(WaitingTest, ThreeThatAskEachOtherInACircleAreACycle) {
+    const auto a = asker("a", 100), b = asker("b", 200), c = asker("c", 300);
+    const LinxSpid spidA = a->hear(), spidB = b->hear(), spidC = c->hear();
+    a->tell(spidB);
+    b->tell(spidC);
+    c->tell(spidA);
+    for (const auto* one : {&a, &b, &c}) (*one)->awaitSleep();
+    const Json waits = jsonOf({"waits"});
+    EXPECT_EQ(waits["edges"].size(), 3u);
+    EXPECT_EQ((Json{{"a", "b", "c"}}), waits["cycles"]);
+    EXPECT_THAT(runLinx({"waits"}).out, testing::HasSubstr("cycle: a -> b -> c -> a\n"));
+    const Outcome doctor = runLinx({"doctor", "-j"});
+    EXPECT_EQ(doctor.status, 1);
+    const Json findings = Json::parse(doctor.out, nullptr, false);
+    ASSERT_EQ(findings.size(), 1u) << findings;
+    EXPECT_EQ(findings[0]["finding"], "cycle");
+    EXPECT_EQ(findings[0]["subject"], "a");
+    for (const auto* one : {&a, &b, &c}) (*one)->kill9();
+}
+
+TEST_F(WaitingTest, WhoIsNotAnsweredForLongIsFound) {
+    const auto client = asker("client", 2000);
+    client->hear();
+    Endpoint server("server");
+    client->tell(spidOf(server));
+    client->awaitSleep();
+    Json findings;
+    // The time itself is what is waited for.
+    while (findings.empty()) findings = jsonOf({"doctor"});
+    ASSERT_EQ(findings.size(), 1u) << findings;
+    EXPECT_EQ(findings[0]["finding"], "long-wait");
+    EXPECT_EQ(findings[0]["subject"], "client");
+    EXPECT_THAT(findings[0]["text"], testing::HasSubstr("sent 2000 to server"));
+    client->kill9();
+    expectSignal(server, 2000);
+}
+
+TEST_F(WaitingTest, WhoWaitsForAnySignalWaitsForNobody) {
+    Child server([](Line& test) {
+        Endpoint endpoint("server");
+        test.tell(spidOf(endpoint));
+        LinxSignal* signal = nullptr;
+        ASSERT_EQ(4, linx_receive(endpoint, &signal, anySignal));
+        linx_free_buf(endpoint, &signal);
+    });
+    const LinxSpid spid = server.hear();
+    server.awaitSleep();
+    EXPECT_EQ(jsonOf({"waits"})["edges"], Json::array());
+    EXPECT_THAT(runLinx({"status", "server"}).out, testing::HasSubstr(", for any signal\n"));
+    Endpoint client("client");
+    ASSERT_EQ(send(client, spid, 1), 0);
+    EXPECT_EQ(server.exitStatus(), 0);
+}
+
+}  // namespace
