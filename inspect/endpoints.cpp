@@ -92,6 +92,7 @@ std::vector<Endpoint> endpointsOf(const Arena& arena, const Place& place) {
         endpoint.dropped = slot.dropped.value();
         endpoint.refused = slot.refused;
         endpoint.traffic = slot.traffic;
+        endpoint.logMask = slot.logMask.loadRelaxed();
         endpoint.sleeps = slot.sleeps.loadRelaxed();
         endpoint.rings = slot.rings.loadRelaxed();
         endpoint.account = accounts[numberOf(index)];

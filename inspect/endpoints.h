@@ -42,6 +42,7 @@ struct Endpoint {
     Refusals refused{};              ///< these by reason
     Traffic traffic{};
     std::optional<Wait> wait;
+    uint32_t logMask = 0;
     uint32_t sleeps = 0;
     uint32_t rings = 0;  ///< by it, at others
     Account account;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace linx {
 namespace inspect {
@@ -37,10 +38,12 @@ std::vector<std::vector<Spid>> cyclesOf(const std::vector<Edge>& edges) {
     std::unordered_map<Spid, Spid> waitsFor;
     for (const Edge& edge : edges) waitsFor[edge.from] = edge.to;
     std::vector<std::vector<Spid>> cycles;
+    std::unordered_set<Spid> met;
     for (const Edge& edge : edges) {
         const std::vector<Spid> cycle = cycleFrom(edge.from, waitsFor);
-        const bool isItsStart = !cycle.empty() && *std::min_element(cycle.begin(), cycle.end()) == edge.from;
-        if (isItsStart) cycles.push_back(cycle);
+        if (cycle.empty() || cycle.front() != edge.from || met.count(edge.from) != 0) continue;
+        met.insert(cycle.begin(), cycle.end());
+        cycles.push_back(cycle);
     }
     return cycles;
 }

@@ -16,17 +16,15 @@ struct Edge {
     uint32_t number = 0;  ///< the first that it waits for
     uint64_t since = 0;   ///< nanoseconds of the monotonic clock
 
-    bool operator==(const Edge& other) const {
-        return from == other.from && to == other.to && since == other.since;
-    }
+    bool operator==(const Edge& other) const { return from == other.from && to == other.to && since == other.since; }
 };
 
 /// Who waits for whom. An endpoint waits for whoever it sent to last: an endpoint that serves by a receive of certain
 /// numbers looks as if it waited for whom it answered last.
 std::vector<Edge> edgesOf(const std::vector<Endpoint>& endpoints);
 
-/// Endpoints that wait for each other in a circle, in the order of waiting; each circle once, beginning at the least
-/// spid.
+/// Endpoints that wait for each other in a circle, in the order of waiting; each circle once, beginning with
+/// whoever comes first among the edges.
 std::vector<std::vector<Spid>> cyclesOf(const std::vector<Edge>& edges);
 
 }  // namespace inspect

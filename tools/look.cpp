@@ -73,6 +73,15 @@ std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options) {
     return linx::inspect::endpointsOf(snapshotOf(place)->arena(), place);
 }
 
+const linx::inspect::Endpoint& openEndpoint(const std::vector<linx::inspect::Endpoint>& endpoints,
+                                            const std::string& name) {
+    const auto found = std::find_if(endpoints.begin(), endpoints.end(), [&](const linx::inspect::Endpoint& one) {
+        return one.name == name && one.state != State::ended;
+    });
+    if (found == endpoints.end()) failForName(name);
+    return *found;
+}
+
 bool isAmong(const std::string& name, const std::vector<std::string>& names) {
     return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
 }

@@ -31,6 +31,10 @@ std::string nameIn(const linx::Arena& arena, linx::Spid spid);
 /// The endpoints of the domain that is meant, whose arena is looked at now.
 std::vector<linx::inspect::Endpoint> endpointsThere(const Options& options);
 
+/// The open endpoint of that name; throws a Failure where there is none.
+const linx::inspect::Endpoint& openEndpoint(const std::vector<linx::inspect::Endpoint>& endpoints,
+                                            const std::string& name);
+
 /// Whether these names mean this one: none means all.
 bool isAmong(const std::string& name, const std::vector<std::string>& names);
 

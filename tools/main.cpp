@@ -143,6 +143,10 @@ private:
     }
 
     void addSenders() {
+        CLI::App* log = add("log", "show the log mask of a process, or set it: it takes effect when it next receives",
+                            [this] { return tools::log(options_, log_); });
+        log->add_option("name", log_.name, "an endpoint of it")->required()->option_text("NAME");
+        log->add_option("level", log_.level, "the mask: a sum of bits, as in $LINX_LOG_LEVEL")->option_text("LEVEL");
         CLI::App* send = add("send", "send a signal", [this] { return tools::send(options_, call_.request); });
         addRequest(*send, call_.request);
         CLI::App* call =
@@ -164,6 +168,7 @@ private:
     std::string name_;
     std::vector<std::string> names_;
     tools::ListOptions list_;
+    tools::LogOptions log_;
     tools::TopOptions top_;
     tools::WaitsOptions waits_;
     tools::CallOptions call_;

@@ -21,6 +21,11 @@ struct ListOptions {
     bool all = false;  ///< with those that have ended
 };
 
+struct LogOptions {
+    std::string name;
+    std::optional<uint32_t> level;  ///< none: it is only shown
+};
+
 struct TopOptions {
     std::chrono::milliseconds interval{1000};
 };

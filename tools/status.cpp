@@ -85,6 +85,7 @@ nlohmann::ordered_json toJson(const Report& report) {
                        {"never_there", endpoint.refused.neverThere},
                        {"no_memory", endpoint.refused.noMemory},
                        {"no_descriptors", endpoint.refused.noDescriptors}};
+    json["log"] = endpoint.logMask;
     json["sleeps"] = endpoint.sleeps;
     json["rings"] = endpoint.rings;
     json["held"] = endpoint.account.held.bytes;
@@ -161,6 +162,7 @@ void printText(const Report& report) {
     printFact("sent", std::to_string(traffic.signalsOut) + " signals, " + humanBytes(traffic.bytesOut));
     printFact("dropped", std::to_string(endpoint.dropped) + reasonsOf(endpoint.refused));
     if (endpoint.wait) printFact("waits", textOf(*endpoint.wait, report.waitsFor));
+    printFact("log", std::to_string(endpoint.logMask));
     printFact("sleeps", std::to_string(endpoint.sleeps));
     printFact("rings", std::to_string(endpoint.rings));
     printFact("held", humanBytes(endpoint.account.held.bytes) + " in " +

@@ -11,6 +11,7 @@ int status(const Options& options, const std::string& name);
 int holders(const Options& options, const std::string& name);           ///< an empty name: all
 int hz(const Options& options, const std::vector<std::string>& names);  ///< here and below: no names mean all
 int record(const Options& options, const std::vector<std::string>& names);
+int log(const Options& options, const LogOptions& what);
 int top(const Options& options, const TopOptions& what);
 int waits(const Options& options, const WaitsOptions& what);
 int doctor(const Options& options);

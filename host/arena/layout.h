@@ -160,7 +160,7 @@ struct alignas(lineBytes) Slot {
     Word sleeps;
     Word rings;
     ToldWord recorded;  ///< the event recorded last, or about to be, see record/recorder.h
-    ToldWord logMask;   ///< wanted of the endpoint's process by whoever looks into it; 0: its own
+    ToldWord logMask;   ///< of its process; who changes it has the process log by another from its next receive on
     Traffic traffic;    ///< sent; and received, its own time-outs and notices too
 
     // Everybody reads; changes when the endpoint opens, ends or forks.

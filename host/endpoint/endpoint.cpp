@@ -20,6 +20,7 @@
 #include "host/system/clock.h"
 #include "host/system/environment.h"
 #include "host/system/log.h"
+#include "host/system/log_mask.h"
 
 namespace linx {
 namespace {
@@ -112,7 +113,10 @@ Endpoint::Endpoint(std::shared_ptr<Domain> domain, Spid spid, ScopedDescriptor& 
       chores_(self_, ownership_, signals_.pool(), peers_),
       outbox_(self_, signals_, peers_, inbox_, chores_),
       hunts_(self_, signals_, peers_, inbox_, outbox_),
-      supervision_(self_, signals_, peers_, inbox_) {}
+      supervision_(self_, signals_, peers_, inbox_),
+      logMask_(LogClient::Instance()->Level() & log_mask::bits) {
+    self_.slot.logMask.storeRelaxed(logMask_);
+}
 
 Endpoint::~Endpoint() {
     if (ownership_.isDisowned()) {
@@ -274,6 +278,7 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
         inbox_.notifySelf();
         if (!block) throw;
     }
+    if (self_.slot.logMask.loadRelaxed() != logMask_) adoptLogMask();
     if (block) {
         inbox_.timeouts().received(block.ref);
         return signals_.handOut(block, signal);
@@ -281,6 +286,13 @@ int Endpoint::receive(LinxSignal** signal, const uint32_t* milliseconds, const u
     if (ended != Inbox::Wait::closed && self_.isStillOpen()) return 0;
     errno = ECONNABORTED;
     return -1;
+}
+
+/// Somebody who looks into the domain wants the process to log more, or less.
+void Endpoint::adoptLogMask() {
+    if (!self_.isStillOpen()) return;
+    logMask_ = self_.slot.logMask.loadRelaxed();
+    log_mask::choose(logMask_);
 }
 
 /// Waits for a signal that the selection allows, and takes it. Tells what ended the wait where there is none.

@@ -109,6 +109,7 @@ private:
 
     Inbox::Wait await(const uint32_t* milliseconds, const uint32_t* selection, BlockRef& block);
     void noticeEvents();
+    void adoptLogMask();
     /// After a send to a peer: it may have been found dead, having sent something, or could not be rung, and then a
     /// poll loop has to come back to try again.
     bool isReadinessInDoubtAfterSend() const { return peers_.mayHaveLeftMail() || chores_.owesRings(); }
@@ -133,6 +134,7 @@ private:
     Supervision supervision_;
 
     LinxRef lastReference_ = 0;
+    uint32_t logMask_;  ///< as the slot says it, as far as this process knows
     std::unordered_set<char*> names_;
 };
 

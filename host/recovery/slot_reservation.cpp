@@ -41,7 +41,6 @@ void prepare(Slot& slot, Spid spid, const Name& name, uint32_t options, const Ma
     slot.refused = {};
     slot.traffic = {};
     slot.waiting = {};
-    slot.logMask.storeRelaxed(0);
     slot.maker = maker;
     slot.options.storeRelaxed(options);
     slot.nameHash.storeRelaxed(name.hash());

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "host/system/log_mask.h"
 #include "host/system/signal_shield.h"
 #include "host/system/uninterrupted.h"
 
@@ -129,7 +130,8 @@ LogClient* LogClient::Instance() {
 }
 
 unsigned LogClient::Level() const {
-    return settings->level;
+    std::uint32_t chosen = 0;
+    return linx::log_mask::get(chosen) ? chosen : settings->level;
 }
 
 const std::string& LogClient::ProcessName() const {

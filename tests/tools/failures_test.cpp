@@ -58,7 +58,8 @@ TEST_F(NoDomain, IsSaidByEveryVerbAndNoneIsMade) {
 
 TEST_F(NoDomain, AnEmptyOneHasNobody) {
     Endpoint("passing").close();
-    EXPECT_EQ(runLinx({"list"}).out, "NAME  SPID  PID  PROCESS  USER  STATE  QUEUED  DEEPEST  IN  OUT  HELD  WAITS-FOR\n");
+    EXPECT_EQ(runLinx({"list"}).out,
+              "NAME  SPID  PID  PROCESS  USER  STATE  QUEUED  DEEPEST  IN  OUT  HELD  WAITS-FOR\n");
     EXPECT_EQ((Outcome{0, "[]\n", ""}), runLinx({"list", "-j"}));
     EXPECT_EQ((Outcome{0, "[]\n", ""}), runLinx({"holders", "-j"}));
     EXPECT_EQ((Outcome{0, "nothing found\n", ""}), runLinx({"doctor"}));

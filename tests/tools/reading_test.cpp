@@ -103,7 +103,7 @@ TEST_F(ReadingTest, StatusInJsonHasTheKeysThatScriptsRelyOn) {
     const Json one = jsonOf({"status", "server"});
     EXPECT_THAT(keysOf(one),
                 testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state", "deepest", "in",
-                                              "out", "dropped", "refused", "sleeps", "rings", "held", "lent",
+                                              "out", "dropped", "refused", "log", "sleeps", "rings", "held", "lent",
                                               "leased", "share", "queued", "blocks", "hunts"));
     ASSERT_EQ(one["queued"].size(), 2u);
     EXPECT_EQ((Json{{"number", 200}, {"signals", 2}, {"bytes", 128}, {"senders", {{"client", 2}}}}),

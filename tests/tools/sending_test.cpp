@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "platform/LogClient.h"
 #include "tests/tools/scene.h"
 
 namespace {
@@ -232,6 +233,27 @@ TEST_F(SendingTest, NothingIsLeftOfTheProgram) {
     expectDone(runLinx({"wait", "--gone", name}));
     EXPECT_THAT(runLinx({"list"}).out, testing::Not(HasSubstr("linx.")));
     EXPECT_EQ(domain.leftovers().size(), 1u) << "the doorbell of the peer";
+}
+
+TEST_F(SendingTest, TheLogMaskOfAProcessIsSetFromItsNextReceiveOn) {
+    Child server([](Line& test) {
+        Endpoint endpoint("server"), other("other");
+        test.tell(spidOf(endpoint));
+        const Received order = expectSignal(endpoint, 1);
+        ASSERT_EQ(send(endpoint, order.sender, 2, {LogClient::Instance()->Level()}), 0);
+        test.hear();
+    });
+    const LinxSpid spid = server.hear();
+    EXPECT_EQ((Outcome{0, "530\n", ""}), runLinx({"log", "server"}));
+    EXPECT_EQ((Outcome{0, "1234\n", ""}), runLinx({"log", "server", "1234"}));
+    EXPECT_EQ((Outcome{0, "{\"name\":\"server\",\"level\":1234}\n", ""}), runLinx({"log", "server", "-j"}));
+    Endpoint client("client");
+    ASSERT_EQ(send(client, spid, 1), 0);
+    EXPECT_EQ(expectSignal(client, 2).word(), 1234u);
+    EXPECT_EQ(runLinx({"log", "nobody", "1"}).status, 3);
+    EXPECT_EQ(runLinx({"log", "server", "much"}).status, 2);
+    server.tell();
+    EXPECT_EQ(server.exitStatus(), 0);
 }
 
 }  // namespace

@@ -55,7 +55,8 @@ TEST_F(WaitingTest, AnAskerIsToldWithWhomItAsked) {
     EXPECT_EQ(list[0]["state"], "waiting");
     EXPECT_EQ(list[0]["waits_for"], "server");
     EXPECT_THAT(runLinx({"status", "client"}).out, testing::HasSubstr("for 2001, having sent 2000 to server\n"));
-    EXPECT_THAT(runLinx({"waits", "--dot"}).out, testing::HasSubstr("\"client\" -> \"server\" [label=\"2000 -> 2001"));
+    EXPECT_THAT(runLinx({"waits", "--dot"}).out,
+                testing::HasSubstr("\"client\" -> \"server\" [label=\"2000 -> 2001"));
     ASSERT_EQ(send(server, spid, 2001), 0);
     client->awaitSleep();
     EXPECT_EQ(jsonOf({"waits"})["edges"], Json::array());
