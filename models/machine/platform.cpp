@@ -18,6 +18,7 @@
 #include "host/arena/domain_path.h"
 #include "host/arena/layout.h"
 #include "host/mailbox/doorbell.h"
+#include "host/system/this_process.h"
 #include "models/machine/kernel.h"
 #include "models/machine/scheduler.h"
 
@@ -27,7 +28,9 @@ namespace {
 constexpr time_t secondsAtStart = 1000;  ///< of the clocks
 
 constexpr size_t mostBytes = size_t{linx::firstPoolPage(plentyOfPages) + plentyOfPages} * linx::pageBytes;
-static_assert(slotsWithMemory == linx::pageBytes / sizeof(linx::Slot) - 1, "the first page of slots has memory");
+/// From here on events have no memory, and so no slots to which they belong.
+constexpr uint32_t eventsEnd = linx::eventsOffset + (slotsWithMemory + 1) * uint32_t{sizeof(linx::EventRing)};
+static_assert(eventsEnd % linx::pageBytes == 0, "memory comes in pages");
 
 void* arenaMemory = nullptr;
 uint32_t arenaPages = 0;
@@ -67,9 +70,15 @@ void Unmap::operator()(void*) const {}
 ArenaMapping mapArenaFile(int, uint32_t) {
     return ArenaMapping(model::arenaMemory, {0});
 }
+uint32_t startOfThisProcess() {
+    return 0;
+}
+uint32_t namespaceOfThisProcess() {
+    return 0;
+}
 bool reservePages(int, uint32_t first, uint32_t count) {
-    constexpr uint32_t firstWithout = slotsOffset / pageBytes + 1;
-    if (first + count <= firstWithout || first >= huntsOffset / pageBytes) return true;
+    const bool isOfEvents = first >= eventsOffset / pageBytes && first < pageMapOffset / pageBytes;
+    if (!isOfEvents || first + count <= model::eventsEnd / pageBytes) return true;
     errno = ENOMEM;
     return false;
 }
