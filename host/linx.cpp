@@ -109,7 +109,7 @@ int receiveInTimeInFull(LINX* linx, LinxSignal** signal, uint32_t milliseconds, 
     return endpoint->finishSend(posted);
 }
 
-int receiveAtOnce(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
+[[gnu::always_inline]] inline int receiveAtOnce(LINX* linx, LinxSignal** signal, const uint32_t* selection) {
     if (signal == nullptr) return 0;
     Endpoint* endpoint = linx::handles::endpointOf(linx);
     if (endpoint == nullptr || selection == nullptr) return 0;

@@ -14,7 +14,6 @@ public:
     /// Waits up to `milliseconds`, without limit when that is negative, for signals of the number `type`, shutdown
     /// requests and notices of deaths; for any signal when `type` is 0.
     SignalWait(int milliseconds, std::uint32_t type) : limit_(milliseconds), remaining_(milliseconds) {
-        selection_[0] = 0;
         if (type == 0) return;
         selection_[0] = 3;
         selection_[1] = e_ShutdownSignal;
@@ -38,7 +37,7 @@ private:
     const int limit_;  // its sign decides whether there is a limit; what remains may well be negative
     int remaining_;
     unsigned start_ = 0;
-    std::uint32_t selection_[4];  // a count, and as many numbers
+    std::uint32_t selection_[4] = {};
 };
 
 #endif

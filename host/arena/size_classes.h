@@ -82,7 +82,7 @@ inline constexpr uint8_t classForFewLines[15] = {0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 8
 
 /// The smallest class whose blocks have at least `lines` lines; `lines` is 1 to those of the largest class.
 constexpr SizeClassId classForLines(Lines lines) {
-    if (lines < 15) return SizeClassId{classForFewLines[lines]};
+    if (__builtin_expect(lines < 15, true)) return SizeClassId{classForFewLines[lines]};  // as most have
     if (lines <= 17) return SizeClassId{firstQuarteredClass};
     const uint32_t beyond = lines - 2;
     const uint32_t doubling = floorLog2(beyond);

@@ -34,7 +34,7 @@ inline bool Endpoint::senderAtOnce(const LinxSignal* signal, Spid& sender) const
     return true;
 }
 
-inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
+[[gnu::always_inline]] inline Endpoint::Posted Endpoint::sendAtOnce(LinxSignal** signal, Spid to) {
     Peer* peer = peers_.latest(to);
     if (peer == nullptr || outbox_.isTapped() || !signals_.isRecent(*signal) || !ownership_.enterAtOnce())
         return Posted::refused;
@@ -53,7 +53,7 @@ inline int Endpoint::finishSend(Posted posted) {
     return result;
 }
 
-inline int Endpoint::receiveAtOnce(LinxSignal** signal, const uint32_t* selection) {
+[[gnu::always_inline]] inline int Endpoint::receiveAtOnce(LinxSignal** signal, const uint32_t* selection) {
     if (selection[0] != 0 || !inbox_.isBusy() || peers_.supervising() || !ownership_.enterAtOnce()) return 0;
     const BlockRef block = inbox_.takeArrival();
     const int size = signals_.isQueued(block) ? signals_.handOut(block, signal) : 0;

@@ -12,6 +12,7 @@
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
+#include "host/record/probes.h"
 #include "host/system/clock.h"
 
 namespace linx {
@@ -192,7 +193,10 @@ Inbox::Wait Inbox::sleep(uint64_t deadline, uint64_t latest, const uint32_t* sel
     const bool mayWait = deadline != 0;
     const bool sleeps = park() && mayWait;
     const uint64_t start = mayWait ? now() : 0;
-    if (sleeps) self_.record.slept(start, selection);
+    if (sleeps) {
+        probes::sleep(self_.spid, selection[0] == 0 ? 0 : selection[1]);
+        self_.record.slept(start, selection);
+    }
     // Also if a signal arrived just before the sleep: that may happen every time, and time-outs and ends must not
     // starve.
     handleEvents(sleeps ? millisecondsUntil(std::min(deadline, latest), start) : 0);

@@ -56,6 +56,7 @@ int Outbox::sendToSelf(const BlockRef& block) {
 
 /// The peer has been sent a signal and asks to be rung. Result of the send.
 int Outbox::ring(const BlockRef& block, Peer& peer) {
+    probes::ring(self_.spid, peer.spid);
     self_.slot.rings.storeRelaxed(self_.slot.rings.loadRelaxed() + 1);
     unrung_ = Spid::none;
     const int doorbell = peer.doorbell.get();

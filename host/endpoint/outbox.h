@@ -6,6 +6,7 @@
 #include "host/mailbox/introduction.h"
 #include "host/mailbox/take_all_stack.h"
 #include "host/mailbox/wake_state.h"
+#include "host/record/probes.h"
 #include "host/record/tap_writer.h"
 
 namespace linx {
@@ -82,7 +83,9 @@ template <class Push>
     // owner beside an old sender.
     block->owner.storeRelease(inFlightTo(to));
     // Before the push, after which the signal is another's.
-    self_.record.sent(block, block->size.loadRelaxed(), to);
+    const uint32_t size = block->size.loadRelaxed();
+    probes::send(self_.spid, to, block->signal.number, size);
+    self_.record.sent(block, size, to);
     const Ref before = push(target);
     if (stack::isRefused(before)) {
         block->owner.storeRelaxed(heldBy(self_.spid));
@@ -95,7 +98,7 @@ template <class Push>
     return before == stack::empty || peer.sendsUntilCheck-- != 0 ? Posted::done : Posted::wantsReminder;
 }
 
-inline Outbox::Posted Outbox::postAtOnce(const BlockRef& block, Peer& peer, Spid to) {
+[[gnu::always_inline]] inline Outbox::Posted Outbox::postAtOnce(const BlockRef& block, Peer& peer, Spid to) {
     const uint32_t introducedAt = peer.introducedAt;
     if (introducedAt != peer.slot.partings.loadRelaxed()) return Posted::refused;  // relaxed: the push by tag decides
     return post(block, peer, to,

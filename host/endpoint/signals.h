@@ -3,6 +3,7 @@
 
 #include "host/endpoint/identity.h"
 #include "host/pool/pool.h"
+#include "host/record/probes.h"
 
 namespace linx {
 
@@ -105,6 +106,7 @@ inline LinxSignal* Signals::give(BlockRef block, uint32_t size, uint32_t number)
         block->size.storeRelaxed(size);
     }
     block->owner.storeRelaxed(heldBy(self_.spid));
+    probes::receive(self_.spid, block->signal.number, size);
     self_.record.received(block, size);
     ++held_;
     recent_ = block;

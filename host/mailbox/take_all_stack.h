@@ -51,7 +51,7 @@ constexpr bool isRefused(Ref before) {
 /// Pushes a block that belongs to the caller, with its next owner already written. Returns the previous head without
 /// its tag. On failure the block stays the caller's: `closed` if the stack is closed, `retagged` if its tag is not
 /// `tag`.
-inline Ref push(WordOf<StackHead>& head, BlockRef block, uint32_t tag = 0) {
+[[gnu::always_inline]] inline Ref push(WordOf<StackHead>& head, BlockRef block, uint32_t tag = 0) {
     const StackHead pushed = headOf(block.ref, tag);
     assert(block.ref > retagged && refOf(pushed) == block.ref && tagOf(pushed) == tag);
     StackHead found = head.loadRelaxed();  // relaxed: only a guess, the compare-and-swap below checks it

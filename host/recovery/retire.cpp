@@ -10,6 +10,7 @@
 #include "host/mailbox/broadcast.h"
 #include "host/mailbox/doorbell.h"
 #include "host/mailbox/take_all_stack.h"
+#include "host/record/probes.h"
 #include "host/recovery/lost_in_flight.h"
 
 namespace linx {
@@ -103,7 +104,9 @@ bool hasDied(const Domain& domain, Spid spid) {
 void reap(const DomainLock& lock, const Spid* dead, size_t count) {
     SlotSet ending(lock.arena());
     std::for_each(dead, dead + count, [&](Spid spid) {
-        if (isOpen(lock.arena(), spid)) ending.insert(spid);
+        if (!isOpen(lock.arena(), spid)) return;
+        probes::reap(spid);
+        ending.insert(spid);
     });
     retireAll(lock, ending, Leftovers::anything);
 }
@@ -114,7 +117,10 @@ void reapAllDead(const DomainLock& lock) {
         lock.arena().forEachUsedSlot([&](SlotIndex index, const Slot& slot) {
             const LifeWord life = slot.life.loadRelaxed();  // [lock]
             const Spid spid = spidOf(life);
-            if (isOpen(life) && indexOf(spid) == index && hasDied(lock.domain(), spid)) ending.insert(spid);
+            if (isOpen(life) && indexOf(spid) == index && hasDied(lock.domain(), spid)) {
+                probes::reap(spid);
+                ending.insert(spid);
+            }
         });
         retireAll(lock, ending, Leftovers::anything);
     });
