@@ -10,6 +10,9 @@ int list(const Options& options, const ListOptions& what);
 int status(const Options& options, const std::string& name);
 int holders(const Options& options, const std::string& name);  ///< an empty name: all
 int doctor(const Options& options);
+int monitor(const Options& options, const WatchOptions& what);
+int capture(const Options& options, const CaptureOptions& what);
+int replay(const Options& options, const ReplayOptions& what);
 int send(const Options& options, const SendOptions& what);
 int call(const Options& options, const CallOptions& what);
 int wait(const Options& options, const WaitOptions& what);
