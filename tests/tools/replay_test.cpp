@@ -114,7 +114,7 @@ TEST_F(ReplayTest, WhoComesLaterGetsItsOwn) {
 
 TEST_F(ReplayTest, TheAnswerOfOneWhomNobodyWaitsForAnyMoreIsNotTakenForThatOfAnother) {
     // A signal to whom nobody is called, then a pause in which it is opened.
-    write({to("late", 1), to("server", 2), to("late", 3)}, 300000);
+    write({to("late", 1), to("server", 2), to("late", 3)}, 1500000);
     LinxRun run({"replay", capture});
     while (runLinx({"status", "linx." + std::to_string(run.pid())}).out.find("hunts       late") ==
            std::string::npos) {

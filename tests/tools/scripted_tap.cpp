@@ -1,10 +1,11 @@
 // A tap that plays what a test has written into the file $LINX_TEST_TAP, line by line and also what is added later:
-// `NANOSECONDS FROM TO NUMBER SIZE [PAYLOAD]`, the last in hexadecimal; or `lost COUNT`. Where the file says
-// `error NUMBER` at first, there is no tap, for that reason.
+// `NANOSECONDS FROM TO NUMBER SIZE [PAYLOAD]`, the last in hexadecimal; `lost COUNT`; or `end`, at which the program is
+// asked to end. Where the file says `error NUMBER` at first, there is no tap, for that reason.
 
 #include <poll.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -56,6 +57,10 @@ bool Tap::next(Sent& sent, int milliseconds) {
         if (line.rfind("lost ", 0) == 0) {
             words.ignore(5) >> ring_->lost;
             continue;
+        }
+        if (line == "end") {
+            std::raise(SIGTERM);
+            return false;
         }
         uint32_t from = 0;
         uint32_t to = 0;
