@@ -87,6 +87,9 @@ endforeach()
 if(TARGET linx)
   install(TARGETS linx COMPONENT tools)
   install(FILES man/linx.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  # Where the system's Wireshark looks, if this is the system's prefix.
+  install(FILES tools/wireshark/linx.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT tools)
+  install(PROGRAMS tools/wireshark/linx-extcap DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/extcap COMPONENT tools)
 endif()
 
 if(TARGET linx-link)

@@ -6,13 +6,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
+#include <deque>
 #include <random>
 #include <string>
-#include <thread>
 
 #include "host/arena/arena_file.h"
+#include "host/record/tap_file.h"
 #include "host/system/clock.h"
 #include "host/system/uninterrupted.h"
 
@@ -20,7 +20,7 @@ namespace linx {
 namespace inspect {
 namespace {
 
-constexpr std::chrono::milliseconds pause{2};  ///< between two looks at the rings
+constexpr timespec pause = {0, 2 * nanosecondsPerMillisecond};  ///< between two looks at the rings
 
 uint32_t ringBytesFor(uint32_t snapBytes) {
     uint32_t bytes = tap::leastRingBytes;
@@ -63,164 +63,198 @@ void readFrom(const char* data, uint32_t ringBytes, uint32_t at, void* to, uint3
     std::memcpy(static_cast<char*>(to) + first, data, count - first);
 }
 
-}  // namespace
+struct Unmap {
+    size_t bytes;
+    void operator()(void* base) const { munmap(base, bytes); }
+};
+using Mapping = std::unique_ptr<void, Unmap>;
 
-void Tap::Unmap::operator()(void* base) const {
-    munmap(base, bytes);
-}
-
-Tap::Mapping Tap::map(int file, uint64_t offset, size_t bytes) {
+Mapping map(int file, uint64_t offset, size_t bytes) {
     void* base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file, static_cast<off_t>(offset));
     return Mapping(base == MAP_FAILED ? nullptr : base, {bytes});
 }
 
-std::unique_ptr<Tap> Tap::take(const Place& place, uint32_t snapBytes) {
-    std::unique_ptr<Tap> tap(new Tap);
+/// What one sender copies, and how far it has been read.
+struct Lane {
+    Mapping mapping;
+    uint32_t read = 0;
+};
+
+}  // namespace
+
+/// The rings of all senders.
+struct Tap::Ring {
+    ~Ring();
+    bool make(const Place& place, uint32_t snapBytes);
+    bool fill(uint32_t snapBytes);
+    bool claimName();
+    bool announce(const Place& place);
+    const tap::Lane& lane(SlotIndex index) const;
+    void findLanes();
+    void openLane(SlotIndex index);
+    void collect();
+    void drain(Lane& lane);
+
+    ScopedDescriptor directory;
+    ScopedDescriptor file;
+    Mapping head;         ///< header and lanes of the tap
+    Mapping arenaHeader;  ///< of the domain
+    uint32_t id = 0;
+    uint32_t ringBytes = 0;
+    bool isNamed = false;
+    std::vector<bool> isOpen = std::vector<bool>(slotCount);  ///< by slot
+    std::vector<Lane> lanes;
+    std::deque<Sent> taken;
+};
+
+Tap::Tap(std::unique_ptr<Ring> ring) : ring_(std::move(ring)) {}
+
+Tap::~Tap() = default;
+
+std::unique_ptr<Tap> Tap::take(const Place& place, uint32_t snaplen) {
     if (place.directory() == -1) {
-        errno = EINVAL;
+        errno = ENOTSUP;
         return nullptr;
     }
-    if (tap->make(place, snapBytes)) return tap;
+    auto ring = std::make_unique<Ring>();
+    if (ring->make(place, snaplen)) return std::unique_ptr<Tap>(new Tap(std::move(ring)));
     const int failure = errno;
-    tap.reset();
+    ring.reset();
     errno = failure;
     return nullptr;
 }
 
-bool Tap::make(const Place& place, uint32_t snapBytes) {
-    directory_.reset(fcntl(place.directory(), F_DUPFD_CLOEXEC, 0));
-    isOpen_.resize(slotCount);
-    return directory_.get() != -1 && fill(directory_.get(), snapBytes) && claimName(directory_.get()) &&
-           announce(place);
+bool Tap::Ring::make(const Place& place, uint32_t snapBytes) {
+    directory.reset(fcntl(place.directory(), F_DUPFD_CLOEXEC, 0));
+    return directory.get() != -1 && fill(snapBytes) && claimName() && announce(place);
 }
 
 /// Makes the file, locked, without a name.
-bool Tap::fill(int directory, uint32_t snapBytes) {
+bool Tap::Ring::fill(uint32_t snapBytes) {
     struct stat arena;
-    if (fstatat(directory, arenaFileName, &arena, AT_SYMLINK_NOFOLLOW) == -1) return false;
-    file_.reset(openat(directory, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, arena.st_mode & 0777));
-    if (file_.get() == -1 || fchmod(file_.get(), arena.st_mode & 0777) == -1 || !lock(file_.get())) return false;
-    ringBytes_ = ringBytesFor(snapBytes);
-    if (ftruncate(file_.get(), static_cast<off_t>(tap::fileBytes(ringBytes_))) == -1) return false;
-    if (!reservePages(file_.get(), 0, tap::ringsOffset / pageBytes)) return false;
-    lanes_ = map(file_.get(), 0, tap::ringsOffset);
-    if (lanes_ == nullptr) return false;
+    if (fstatat(directory.get(), arenaFileName, &arena, AT_SYMLINK_NOFOLLOW) == -1) return false;
+    file.reset(openat(directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, arena.st_mode & 0777));
+    if (file.get() == -1 || fchmod(file.get(), arena.st_mode & 0777) == -1 || !lock(file.get())) return false;
+    ringBytes = ringBytesFor(snapBytes);
+    if (ftruncate(file.get(), static_cast<off_t>(tap::fileBytes(ringBytes))) == -1) return false;
+    if (!reservePages(file.get(), 0, tap::ringsOffset / pageBytes)) return false;
+    head = map(file.get(), 0, tap::ringsOffset);
+    if (head == nullptr) return false;
     std::random_device random;
-    while (id_ == 0) id_ = random();
-    auto& header = *static_cast<tap::Header*>(lanes_.get());
+    while (id == 0) id = random();
+    auto& header = *static_cast<tap::Header*>(head.get());
     header.magic.storeRelaxed(tap::magic);
-    header.id.storeRelaxed(id_);
-    header.ringBytes.storeRelaxed(ringBytes_);
-    header.snapBytes.storeRelaxed(std::min(snapBytes, ringBytes_ / 4));
+    header.id.storeRelaxed(id);
+    header.ringBytes.storeRelaxed(ringBytes);
+    header.snapBytes.storeRelaxed(std::min(snapBytes, ringBytes / 4));
     return true;
 }
 
-bool Tap::claimName(int directory) {
-    const std::string self = "/proc/self/fd/" + std::to_string(file_.get());
+bool Tap::Ring::claimName() {
+    const std::string self = "/proc/self/fd/" + std::to_string(file.get());
     constexpr int attempts = 8;  // others may try at the same time
     for (int left = attempts; left != 0; --left) {
-        isNamed_ = linkat(AT_FDCWD, self.c_str(), directory, tap::fileName, AT_SYMLINK_FOLLOW) == 0;
-        if (isNamed_) return true;
-        if (errno != EEXIST || !removeLeftover(directory)) return false;
+        isNamed = linkat(AT_FDCWD, self.c_str(), directory.get(), tap::fileName, AT_SYMLINK_FOLLOW) == 0;
+        if (isNamed) return true;
+        if (errno != EEXIST || !removeLeftover(directory.get())) return false;
     }
     errno = EBUSY;
     return false;
 }
 
 /// Tells the senders.
-bool Tap::announce(const Place& place) {
+bool Tap::Ring::announce(const Place& place) {
     const ScopedDescriptor arena(openArenaFile(place.directory()));
     if (arena.get() == -1 || checkArenaFile(arena.get()) == 0) return false;
-    arenaHeader_ = map(arena.get(), 0, pageBytes);
-    if (arenaHeader_ == nullptr) return false;
-    static_cast<Header*>(arenaHeader_.get())->tap.storeSeqCst(id_);
+    arenaHeader = map(arena.get(), 0, pageBytes);
+    if (arenaHeader == nullptr) return false;
+    static_cast<Header*>(arenaHeader.get())->tap.storeSeqCst(id);
     return true;
 }
 
-Tap::~Tap() {
-    uint32_t id = id_;
-    if (arenaHeader_ != nullptr) static_cast<Header*>(arenaHeader_.get())->tap.casSeqCst(id, 0);
-    if (isNamed_ && isSameFile(file_.get(), directory_.get(), tap::fileName))
-        unlinkat(directory_.get(), tap::fileName, 0);
+Tap::Ring::~Ring() {
+    uint32_t own = id;
+    if (arenaHeader != nullptr) static_cast<Header*>(arenaHeader.get())->tap.casSeqCst(own, 0);
+    if (isNamed && isSameFile(file.get(), directory.get(), tap::fileName))
+        unlinkat(directory.get(), tap::fileName, 0);
     // Senders have it mapped until they send again: what lies in it is of no use to them.
-    if (lanes_ != nullptr) {
-        fallocate(file_.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, tap::ringsOffset,
-                  static_cast<off_t>(tap::fileBytes(ringBytes_) - tap::ringsOffset));
+    if (head != nullptr) {
+        fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, tap::ringsOffset,
+                  static_cast<off_t>(tap::fileBytes(ringBytes) - tap::ringsOffset));
     }
 }
 
 bool Tap::next(Sent& sent, int milliseconds) {
     const uint64_t end = now() + static_cast<uint64_t>(milliseconds) * nanosecondsPerMillisecond;
     for (;;) {
-        if (taken_.empty()) collect();
-        if (!taken_.empty()) {
-            sent = std::move(taken_.front());
-            taken_.pop_front();
+        if (ring_->taken.empty()) ring_->collect();
+        if (!ring_->taken.empty()) {
+            sent = std::move(ring_->taken.front());
+            ring_->taken.pop_front();
             return true;
         }
-        if (now() >= end) return false;
-        std::this_thread::sleep_for(pause);
+        if (now() >= end || nanosleep(&pause, nullptr) == -1) return false;
     }
 }
 
 uint64_t Tap::lost() const {
     uint64_t lost = 0;
-    for (uint32_t i = 0; i < slotCount; ++i) lost += lane(SlotIndex{i}).lost.loadRelaxed();
+    for (uint32_t i = 0; i < slotCount; ++i) lost += ring_->lane(SlotIndex{i}).lost.loadRelaxed();
     return lost;
 }
 
-const tap::Lane& Tap::lane(SlotIndex index) const {
-    const auto* const lanes =
-        reinterpret_cast<const tap::Lane*>(static_cast<const char*>(lanes_.get()) + tap::lanesOffset);
-    return lanes[numberOf(index)];
+const tap::Lane& Tap::Ring::lane(SlotIndex index) const {
+    const auto* const all =
+        reinterpret_cast<const tap::Lane*>(static_cast<const char*>(head.get()) + tap::lanesOffset);
+    return all[numberOf(index)];
 }
 
 /// Takes all that is in the rings, and puts it in order.
-void Tap::collect() {
-    findRings();
-    for (Ring& ring : rings_) drain(ring);
-    std::stable_sort(taken_.begin(), taken_.end(),
+void Tap::Ring::collect() {
+    findLanes();
+    for (Lane& one : lanes) drain(one);
+    std::stable_sort(taken.begin(), taken.end(),
                      [](const Sent& a, const Sent& b) { return a.nanoseconds < b.nanoseconds; });
 }
 
-void Tap::findRings() {
+void Tap::Ring::findLanes() {
     for (uint32_t i = 0; i < slotCount; ++i) {
-        if (!isOpen_[i] && lane(SlotIndex{i}).isOpen.loadAcquire() != 0) openRing(SlotIndex{i});
+        if (!isOpen[i] && lane(SlotIndex{i}).isOpen.loadAcquire() != 0) openLane(SlotIndex{i});
     }
 }
 
 /// A ring that others only claim to have made is not touched: it has no memory.
-void Tap::openRing(SlotIndex index) {
-    const uint64_t offset = tap::ringOffset(ringBytes_, index);
-    const auto pages = (pageBytes + ringBytes_) / pageBytes;
-    if (!reservePages(file_.get(), static_cast<uint32_t>(offset / pageBytes), pages)) return;
-    Mapping mapping = map(file_.get(), offset, size_t{pageBytes} + ringBytes_);
+void Tap::Ring::openLane(SlotIndex index) {
+    const uint64_t offset = tap::ringOffset(ringBytes, index);
+    const auto pages = (pageBytes + ringBytes) / pageBytes;
+    if (!reservePages(file.get(), static_cast<uint32_t>(offset / pageBytes), pages)) return;
+    Mapping mapping = map(file.get(), offset, size_t{pageBytes} + ringBytes);
     if (mapping == nullptr) return;
-    isOpen_[numberOf(index)] = true;
-    rings_.push_back({index, std::move(mapping), 0});
+    isOpen[numberOf(index)] = true;
+    lanes.push_back({std::move(mapping), 0});
 }
 
-void Tap::drain(Ring& ring) {
-    auto& counts = *static_cast<tap::Counts*>(ring.mapping.get());
-    const char* const data = static_cast<const char*>(ring.mapping.get()) + pageBytes;
+void Tap::Ring::drain(Lane& lane) {
+    auto& counts = *static_cast<tap::Counts*>(lane.mapping.get());
+    const char* const data = static_cast<const char*>(lane.mapping.get()) + pageBytes;
     const uint32_t written = counts.written.loadAcquire();
-    while (written != ring.read) {
+    while (written != lane.read) {
         tap::Entry entry;
-        const uint32_t waiting = written - ring.read;
-        if (waiting >= sizeof entry) readFrom(data, ringBytes_, ring.read, &entry, sizeof entry);
-        const bool isWhole = waiting >= sizeof entry && waiting <= ringBytes_ && entry.dataBytes <= ringBytes_ &&
+        const uint32_t waiting = written - lane.read;
+        if (waiting >= sizeof entry) readFrom(data, ringBytes, lane.read, &entry, sizeof entry);
+        const bool isWhole = waiting >= sizeof entry && waiting <= ringBytes && entry.dataBytes <= ringBytes &&
                              tap::entryBytes(entry.dataBytes) <= waiting;
         if (!isWhole) {
-            ring.read = written;  // garbage: what follows it cannot be found
+            lane.read = written;  // garbage: what follows it cannot be found
             break;
         }
         Sent sent{entry.nanoseconds, entry.from, entry.to, entry.number, entry.size, {}};
         sent.data.resize(entry.dataBytes);
-        readFrom(data, ringBytes_, ring.read + uint32_t{sizeof entry}, sent.data.data(), entry.dataBytes);
-        taken_.push_back(std::move(sent));
-        ring.read += tap::entryBytes(entry.dataBytes);
+        readFrom(data, ringBytes, lane.read + uint32_t{sizeof entry}, sent.data.data(), entry.dataBytes);
+        taken.push_back(std::move(sent));
+        lane.read += tap::entryBytes(entry.dataBytes);
     }
-    counts.read.storeRelease(ring.read);  // what was read may be overwritten
+    counts.read.storeRelease(lane.read);  // what was read may be overwritten
 }
 
 }  // namespace inspect

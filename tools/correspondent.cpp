@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #include "tools/failure.h"
 #include "tools/look.h"
@@ -52,12 +53,36 @@ Correspondent::~Correspondent() {
 }
 
 std::optional<LinxSpid> Correspondent::find(const std::string& name, Patience patience) {
-    if (linx_hunt(linx_, name.c_str(), nullptr) != 0) {
+    if (hunts_.count(name) == 0) hunt(name, ++lastHunt_);
+    const uint32_t wanted = hunts_[name];
+    // One for whom another has been sought in vain may be there by now, and answers as well.
+    while (const std::optional<Letter> answer = receive(LINX_OS_HUNT_SIG, LINX_OS_HUNT_SIG, patience)) {
+        if (takeAnswer(*answer) == wanted) return answer->sender;
+    }
+    return std::nullopt;
+}
+
+void Correspondent::hunt(const std::string& name, uint32_t hunt) {
+    LinxSignal* signal = linx_alloc(linx_, sizeof *signal + sizeof hunt, LINX_OS_HUNT_SIG);
+    if (signal == nullptr) fail("there is no room for the signal");
+    std::memcpy(payloadOf(signal), &hunt, sizeof hunt);
+    if (linx_hunt(linx_, name.c_str(), &signal) != 0) {
         if (errno == EINVAL || errno == ENAMETOOLONG) throw Failure(badUsage, "a name has 1 to 255 bytes");
         fail("'" + printable(name) + "' cannot be looked for");
     }
-    const std::optional<Letter> answer = receive(LINX_OS_HUNT_SIG, LINX_OS_HUNT_SIG, patience);
-    return answer ? std::optional(answer->sender) : std::nullopt;
+    hunts_[name] = hunt;
+}
+
+/// The number of the hunt that is answered; 0 where that was none of its own.
+uint32_t Correspondent::takeAnswer(const Letter& answer) {
+    uint32_t number = 0;
+    if (answer.payload.size() != sizeof number) return 0;
+    std::memcpy(&number, answer.payload.data(), sizeof number);
+    const auto is = [&](const auto& hunt) { return hunt.second == number; };
+    const auto found = std::find_if(hunts_.begin(), hunts_.end(), is);
+    if (found == hunts_.end()) return 0;
+    hunts_.erase(found);
+    return number;
 }
 
 LinxSpid Correspondent::require(const std::string& name, const Options& options) {
@@ -84,6 +109,10 @@ void Correspondent::supervise(LinxSpid spid, uint32_t ended) {
 
 std::optional<Letter> Correspondent::receive(uint32_t number, uint32_t otherNumber, Patience patience) {
     const uint32_t selection[] = {2, number, otherNumber};
+    return receive(selection, patience);
+}
+
+std::optional<Letter> Correspondent::receive(const uint32_t* selection, Patience patience) {
     // A time limit too far off to be counted in milliseconds is none.
     const bool isForEver = !patience || patience->count() >= 0xffffffff;
     const Clock::time_point end = isForEver ? Clock::time_point() : Clock::now() + *patience;
@@ -99,6 +128,17 @@ std::optional<Letter> Correspondent::receive(uint32_t number, uint32_t otherNumb
     Letter letter = {signal->number, linx_sender(linx_, &signal), Bytes(payload, payload + size - sizeof *signal)};
     linx_free_buf(linx_, &signal);
     return letter;
+}
+
+void Correspondent::discardUntil(Clock::time_point end) {
+    constexpr uint32_t anything[] = {0};
+    using Milliseconds = std::chrono::milliseconds;
+    // A receive waits for whole milliseconds: the rest is slept.
+    const auto left = [&] { return std::max(std::chrono::floor<Milliseconds>(end - Clock::now()), Milliseconds(0)); };
+    while (const std::optional<Letter> letter = receive(anything, left())) {
+        if (letter->number == LINX_OS_HUNT_SIG) takeAnswer(*letter);
+    }
+    std::this_thread::sleep_until(end);
 }
 
 std::string Correspondent::nameOf(LinxSpid spid) {

@@ -2,6 +2,7 @@
 #define LINXIPC_TOOLS_CORRESPONDENT_H
 
 #include <chrono>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -44,10 +45,19 @@ public:
     /// The next signal of one of two numbers; none when time runs out.
     std::optional<Letter> receive(uint32_t number, uint32_t otherNumber, Patience patience);
 
+    /// Waits, and lets go of whatever arrives meanwhile.
+    void discardUntil(std::chrono::steady_clock::time_point end);
+
     std::string nameOf(LinxSpid spid);
 
 private:
+    void hunt(const std::string& name, uint32_t hunt);
+    std::optional<Letter> receive(const uint32_t* selection, Patience patience);
+    uint32_t takeAnswer(const Letter& answer);
+
     LINX* linx_;
+    std::map<std::string, uint32_t> hunts_;  ///< those that are not answered yet, each with its number in its signal
+    uint32_t lastHunt_ = 0;
 };
 
 /// Tells of an end in a signal that is none of `number`.

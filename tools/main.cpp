@@ -2,11 +2,13 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
 
+#include "host/arena/layout.h"
 #include "tools/failure.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
@@ -33,6 +35,13 @@ std::chrono::milliseconds toTime(const std::string& text) {
 /// What a script has left empty was not to mean the default.
 std::string namesSomething(const std::string& text) {
     return text.empty() ? "an empty word names nothing" : "";
+}
+
+std::string isPace(const std::string& text) {
+    double pace = -1;
+    return CLI::detail::lexical_cast(text, pace) && pace >= 0 && std::isfinite(pace)
+               ? ""
+               : "'" + text + "' is no pace such as 0, 1 or 2.5";
 }
 
 void addOptions(CLI::App& app, Options& options, std::string& domain) {
@@ -71,6 +80,21 @@ void addRequest(CLI::App& verb, tools::SendOptions& request) {
     addPayload(verb, request.payload);
 }
 
+void addFilters(CLI::App& verb, tools::WatchOptions& watch, uint32_t usualSnaplen) {
+    watch.snaplen = usualSnaplen;
+    verb.add_option("names", watch.names, "from or to one of these alone")
+        ->check(namesSomething)
+        ->option_text("NAME...");
+    verb.add_option("--number", watch.numbers, "of this number alone; may be given more than once")
+        ->allow_extra_args(false)
+        ->option_text("NUMBER");
+    verb.add_option("--from", watch.from, "sent by this one alone")->check(namesSomething)->option_text("NAME");
+    verb.add_option("--to", watch.to, "sent to this one alone")->check(namesSomething)->option_text("NAME");
+    verb.add_option("--snaplen", watch.snaplen, "so many bytes of each payload at most")
+        ->check(CLI::Range(0u, linx::maxSignalBytes))
+        ->option_text("BYTES");
+}
+
 /// The command line, and the verb that it asks for.
 class CommandLine {
 public:
@@ -83,6 +107,7 @@ public:
             "Without a verb it lists. Exit status: 0; 1 refused, or findings; 2 usage; 3 no such name; 4 timed "
             "out; 5 no domain.");
         addReaders();
+        addWatchers();
         addSenders();
     }
 
@@ -142,6 +167,20 @@ private:
         add("doctor", "find what is wrong, and say what to do about it", [this] { return tools::doctor(options_); });
     }
 
+    void addWatchers() {
+        CLI::App* monitor =
+            add("monitor", "show signals as they are sent", [this] { return tools::monitor(options_, monitor_); });
+        addFilters(*monitor, monitor_, 16);
+        CLI::App* capture = add("capture", "write signals for Wireshark as they are sent",
+                                [this] { return tools::capture(options_, capture_); });
+        capture->add_option("-w,--write", capture_.output, "into this file; - for standard output")
+            ->required()
+            ->check(namesSomething)
+            ->option_text("FILE");
+        capture->add_flag("-q,--quiet", capture_.quiet, "say only what has gone wrong");
+        addFilters(*capture, capture_.watch, 1024);
+    }
+
     void addSenders() {
         CLI::App* log = add("log", "show the log mask of a process, or set it: it takes effect when it next receives",
                             [this] { return tools::log(options_, log_); });
@@ -153,6 +192,16 @@ private:
             add("call", "send a signal, and print the answer", [this] { return tools::call(options_, call_); });
         addRequest(*call, call_.request);
         call->add_option("--reply", call_.reply, "the number of the answer")->required()->option_text("NUMBER");
+        CLI::App* replay =
+            add("replay", "send again what was captured", [this] { return tools::replay(options_, replay_); });
+        replay->add_option("capture", replay_.capture, "a file that capture has written")
+            ->required()
+            ->check(namesSomething)
+            ->option_text("FILE");
+        replay->add_option("--to", replay_.to, "all of it to this one")->check(namesSomething)->option_text("NAME");
+        replay->add_option("--pace", replay_.pace, "so many times as fast as it was; 0: as fast as possible")
+            ->check(isPace)
+            ->option_text("FACTOR");
         CLI::App* wait =
             add("wait", "wait until somebody opens under a name", [this] { return tools::wait(options_, wait_); });
         wait->add_option("name", wait_.name, "which")->required()->option_text("NAME");
@@ -171,6 +220,9 @@ private:
     tools::LogOptions log_;
     tools::TopOptions top_;
     tools::WaitsOptions waits_;
+    tools::WatchOptions monitor_;
+    tools::CaptureOptions capture_;
+    tools::ReplayOptions replay_;
     tools::CallOptions call_;
     tools::WaitOptions wait_;
     std::function<int()> verb_ = [this] { return tools::list(options_, list_); };

@@ -59,6 +59,27 @@ struct WaitOptions {
     bool gone = false;
 };
 
+/// Which signals; all that is said holds together.
+struct WatchOptions {
+    std::vector<std::string> names;  ///< either end is one of these; none: all
+    std::vector<uint32_t> numbers;   ///< likewise
+    std::optional<std::string> from;
+    std::optional<std::string> to;
+    uint32_t snaplen = 0;  ///< bytes of each payload, at most
+};
+
+struct CaptureOptions {
+    WatchOptions watch;
+    std::string output;  ///< a file, or - for standard output
+    bool quiet = false;  ///< what it came to is said in the file alone
+};
+
+struct ReplayOptions {
+    std::string capture;
+    std::optional<std::string> to;  ///< none: to whom it was sent
+    double pace = 1;                ///< so many times as fast as it was captured; 0: as fast as possible
+};
+
 }  // namespace tools
 
 #endif

@@ -5,10 +5,10 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "host/arena/layout.h"
 #include "tools/failure.h"
+#include "tools/file.h"
 #include "tools/text.h"
 
 namespace tools {
@@ -41,22 +41,14 @@ Bytes fromWords(const std::vector<uint32_t>& words) {
 Bytes fromStream(std::FILE* stream, const std::string& name) {
     Bytes bytes(largest + 1);  // one more tells that there is more
     bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream));
-    if (std::ferror(stream) != 0)
-        throw Failure(refused, printable(name) + " cannot be read: " + std::strerror(errno));
+    if (std::ferror(stream) != 0) failToRead(name, errno);
     return bytes;
-}
-
-Bytes fromFile(const std::string& name) {
-    const auto close = [](std::FILE* file) { std::fclose(file); };
-    const std::unique_ptr<std::FILE, decltype(close)> file(std::fopen(name.c_str(), "re"), close);
-    if (file == nullptr) throw Failure(refused, printable(name) + " cannot be read: " + std::strerror(errno));
-    return fromStream(file.get(), name);
 }
 
 Bytes read(const PayloadOptions& options) {
     if (options.text) return Bytes(options.text->begin(), options.text->end());
     if (options.hex) return fromHex(*options.hex);
-    if (options.file) return fromFile(*options.file);
+    if (options.file) return fromStream(openToRead(*options.file).get(), *options.file);
     if (options.standardInput) return fromStream(stdin, "standard input");
     return fromWords(options.words);
 }

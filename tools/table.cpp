@@ -10,12 +10,6 @@
 namespace tools {
 namespace {
 
-/// The characters of a printable text, all of which take one place as far as this program is concerned.
-size_t widthOf(const std::string& text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(),
-                                             [](char c) { return (static_cast<unsigned char>(c) & 0xc0u) != 0x80; }));
-}
-
 bool hasColours() {
     const char* forbidden = std::getenv("NO_COLOR");
     return isatty(STDOUT_FILENO) == 1 && (forbidden == nullptr || *forbidden == '\0');

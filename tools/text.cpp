@@ -52,6 +52,11 @@ std::string printable(const std::string& text) {
     return result;
 }
 
+size_t widthOf(const std::string& text) {
+    return static_cast<size_t>(std::count_if(text.begin(), text.end(),
+                                             [](char c) { return (static_cast<unsigned char>(c) & 0xc0u) != 0x80; }));
+}
+
 std::string hexadecimal(linx::Spid spid) {
     char text[16];
     std::snprintf(text, sizeof text, "%08x", linx::numberOf(spid));
@@ -134,8 +139,12 @@ void finishOutput() {
     }
 }
 
+std::string textOf(const nlohmann::ordered_json& document) {
+    return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 void printJson(const nlohmann::ordered_json& document) {
-    printLine(document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    printLine(textOf(document));
 }
 
 }  // namespace tools

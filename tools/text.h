@@ -14,6 +14,9 @@ namespace tools {
 /// A name as it may go to a terminal: bytes that would steer it, or that are not UTF-8, as \xNN.
 std::string printable(const std::string& text);
 
+/// The characters of a printable text, all of which take one place as far as this program is concerned.
+size_t widthOf(const std::string& text);
+
 /// Spids as doorbells are named after them.
 std::string hexadecimal(linx::Spid spid);
 std::string hexadecimal(const std::vector<unsigned char>& bytes);
@@ -45,7 +48,10 @@ void finishOutput();
 /// Writes a line to standard output.
 void printLine(const std::string& line);
 
-/// Writes one document, or one object of many, as a line; what is not UTF-8 in it is replaced.
+/// A document, or one object of many, on one line; what is not UTF-8 in it is replaced.
+std::string textOf(const nlohmann::ordered_json& document);
+
+/// Writes it to standard output.
 void printJson(const nlohmann::ordered_json& document);
 
 }  // namespace tools

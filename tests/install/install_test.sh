@@ -188,8 +188,11 @@ TheToolsAreAComponentOfTheirOwn() {
     "$CMAKE" --install "$BUILD" --prefix "$place" --component tools
     diff <(installed "$place") - <<-EOF || fail "other tools"
 	bin/linx
+	$LIBDIR/wireshark/extcap/linx-extcap
+	$LIBDIR/wireshark/plugins/linx.lua
 	${MANDIR}/man1/linx.1
 	EOF
+    [[ -x $place/$LIBDIR/wireshark/extcap/linx-extcap ]] || fail "Wireshark cannot capture"
     [[ $(readelf -d "$place/bin/linx") != *@(LinxIpc|linxhost)* ]] || fail "it wants a library of the package"
     [[ $("${emulator[@]}" "$place/bin/linx" --version) == "linx $VERSION" ]] || fail "is not $VERSION"
 }

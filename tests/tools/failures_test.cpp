@@ -27,9 +27,11 @@ using testing::StartsWith;
 const std::vector<std::vector<std::string>> readers = {{"list"}, {"status", "server"}, {"holders"}, {"doctor"}};
 const std::vector<std::vector<std::string>> senders = {
     {"send", "server", "1"}, {"call", "server", "1", "--reply", "2"}, {"wait", "server"}, {"shutdown", "server"}};
+const std::vector<std::vector<std::string>> watchers = {{"monitor"}, {"capture", "-w", "-"}};
 
 std::vector<std::vector<std::string>> allVerbs() {
     std::vector<std::vector<std::string>> all = readers;
+    all.insert(all.end(), watchers.begin(), watchers.end());
     all.insert(all.end(), senders.begin(), senders.end());
     return all;
 }
@@ -83,7 +85,26 @@ TEST_F(NoDomain, WhatIsNoUsageIsSaidAndNothingDone) {
                                                          {"list", "--domain", ""},
                                                          {"list", "--file", ""},
                                                          {"holders", ""},
-                                                         {"--file", "arena", "send", "name", "1"}};
+                                                         {"--file", "arena", "send", "name", "1"},
+                                                         {"--file", "arena", "monitor"},
+                                                         {"--file", "arena", "capture", "-w", "-"},
+                                                         {"monitor", ""},
+                                                         {"monitor", "--number", "many"},
+                                                         {"monitor", "--number"},
+                                                         {"monitor", "--from", ""},
+                                                         {"monitor", "--snaplen", "-1"},
+                                                         {"monitor", "--snaplen", "1048577"},
+                                                         {"monitor", "-w", "-"},
+                                                         {"capture"},
+                                                         {"capture", "-w"},
+                                                         {"capture", "-w", ""},
+                                                         {"capture", "-w", "-", "--domain", "a/b"},
+                                                         {"replay"},
+                                                         {"replay", "one", "two"},
+                                                         {"replay", "file", "--to", ""},
+                                                         {"replay", "file", "--pace", "slow"},
+                                                         {"replay", "file", "--pace", "-1"},
+                                                         {"replay", "file", "--pace", "inf"}};
     for (const auto& words : wrong) {
         const Outcome outcome = runLinx(words);
         EXPECT_EQ(outcome.status, 2) << testing::PrintToString(words) << outcome;
@@ -119,8 +140,9 @@ using Foreign = ProcessTest;
 
 TEST_F(Foreign, WhatIsNoArenaIsSaidToBeNone) {
     std::ofstream(domain.pathOf("arena")) << "something else";
-    for (const auto& verb : readers) {
-        if (verb[0] != "doctor") {
+    for (const auto& verb : allVerbs()) {
+        const bool isReader = std::find(senders.begin(), senders.end(), verb) == senders.end();
+        if (isReader && verb[0] != "doctor") {
             expectFailure(runLinx(verb), 5, "what lies at " + domain.path() + " is no arena of this make", verb[0]);
         }
     }

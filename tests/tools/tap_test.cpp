@@ -1,5 +1,6 @@
 // The tap: what it shows, and that it holds nobody up, whatever becomes of its owner or is written into it.
 
+#include "host/record/tap_file.h"
 #include "inspect/tap.h"
 
 #include <fcntl.h>
