@@ -56,12 +56,11 @@ SlotReservation::SlotReservation(const DomainLock& lock, const Name& name, uint3
     const SlotIndex index = reserveSlot();
     if (index == SlotIndex::none) return;
     before_ = lock.arena().slot(index).life.loadRelaxed();
+    if (!removeLeftover(index)) return;
     spid_ = makeSpid(index, generationOf(spidOf(before_)) + 1);
     if (before_ == LifeWord::neverUsed) closeFresh(slot());
     slot().life.storeRelease(
         closedAs(spid_));  // before the doorbell, which nobody would find otherwise if this process dies
-    // The previous user may have lacked the right to remove its own.
-    if (before_ != LifeWord::neverUsed) doorbell::remove(lock.domain().directory(), spidOf(before_));
     doorbell_.reset(doorbell::make(lock.domain().directory(), spid_, lock.domain().fileMode()));
     if (doorbell_.get() == -1) return;
     prepare(slot(), spid_, name, options, maker);
@@ -102,6 +101,16 @@ bool SlotReservation::makeWay(const Name& name) const {
     reapAllDeadIfDue(lock_);  // others may have died with it, whose names are wanted next
     reap(lock_, &holder, 1);
     return true;
+}
+
+/// Removes the doorbell of the slot's previous user, who may have lacked the right to. Once the slot names another,
+/// nobody would find it any more: so the slot is not used while it cannot be removed. False with errno.
+bool SlotReservation::removeLeftover(SlotIndex index) const {
+    if (before_ == LifeWord::neverUsed || doorbell::remove(lock_.domain().directory(), spidOf(before_))) return true;
+    const int failure = errno;
+    quarantine(lock_.arena(), index);
+    errno = failure;
+    return false;
 }
 
 SlotIndex SlotReservation::reserveSlot() const {

@@ -26,6 +26,7 @@ public:
 
 private:
     bool makeWay(const Name& name) const;
+    bool removeLeftover(SlotIndex index) const;
     SlotIndex reserveSlot() const;
     Slot& slot() const { return lock_.arena().slot(indexOf(spid_)); }
 
