@@ -73,10 +73,10 @@ int Outbox::fail(const BlockRef& block, const Peer& peer) {
     // The peer may have received the signal before it died: then it counts as sent. Otherwise it is still in the
     // mailbox and lost with the peer. The peer is dead, so its stores are final [death].
     const bool unread = block->owner.loadAcquire() == inFlightTo(peer.spid);
+    if (unread) self_.record.unsent(block, peer.spid, ECONNRESET);  // while the block is still what was sent
     peers_.end(peer);
     peers_.reapDeadIfDue();
     if (!unread) return 0;
-    self_.record.unsent(block, peer.spid, ECONNRESET);
     errno = ECONNRESET;
     return -1;
 }
@@ -84,8 +84,9 @@ int Outbox::fail(const BlockRef& block, const Peer& peer) {
 /// A signal could not be pushed: the peer has ended or is being ended. In the latter case its end is not told yet, as
 /// its name could still be found.
 int Outbox::returnToSender(const BlockRef& block, const Peer& peer) {
-    if (!isOpen(self_.arena(), peer.spid)) peers_.end(peer);
-    return signals_.refuse(block, ECONNRESET, peer.spid);
+    const Spid to = peer.spid;  // the peer may go
+    if (!isOpen(self_.arena(), to)) peers_.end(peer);
+    return signals_.refuse(block, ECONNRESET, to);
 }
 
 /// The peer's mailbox has a backlog, but it did not ask to be rung. Rings it anyway, at most once per kernel tick
