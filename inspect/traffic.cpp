@@ -6,6 +6,10 @@ namespace linx {
 namespace inspect {
 namespace {
 
+/// A rate is one where the record spans this long, or has so many signals of the flow: two in a millisecond are none.
+constexpr double enoughSeconds = 1;
+constexpr uint64_t enoughSignals = 10;
+
 /// What one record says about the signals between its endpoint and another.
 struct Share {
     std::map<uint32_t, Volume> numbers;
@@ -55,7 +59,7 @@ void improve(Flow& flow, uint64_t& known, const Share& share, double seconds) {
     if (share.total <= known) return;
     known = share.total;
     flow.perSecond.reset();
-    if (seconds > 0 && share.timed != 0) flow.perSecond = static_cast<double>(share.timed) / seconds;
+    if (seconds >= enoughSeconds || (seconds > 0 && share.timed >= enoughSignals)) flow.perSecond = static_cast<double>(share.timed) / seconds;
 }
 
 }  // namespace

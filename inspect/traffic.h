@@ -27,7 +27,7 @@ struct Flow {
     Spid from = Spid::none;
     Spid to = Spid::none;
     std::map<uint32_t, Volume> numbers;  ///< by the signal's number
-    std::optional<double> perSecond;     ///< signals; none where the record tells too few times
+    std::optional<double> perSecond;     ///< signals; none where the record is too short to tell
 };
 
 /// Who sent to whom, from the records of endpoints, by sender and receiver. What both have recorded counts once;

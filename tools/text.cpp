@@ -28,10 +28,12 @@ size_t characterLength(const std::string& text, size_t at) {
         if ((byte(at + i) & 0xc0u) != 0x80) return 0;
     }
     const unsigned second = byte(at + 1);
-    // Of two bytes and below 0xa0: control characters. Overlong, surrogates, beyond the last: no characters.
+    // Of two bytes and below 0xa0: control characters. Overlong, surrogates, beyond the last, U+FFFE and U+FFFF:
+    // none.
     const bool isNone = (first == 0xc2 && second < 0xa0) || (first == 0xe0 && second < 0xa0) ||
                         (first == 0xed && second >= 0xa0) || (first == 0xf0 && second < 0x90) ||
-                        (first == 0xf4 && second >= 0x90);
+                        (first == 0xf4 && second >= 0x90) ||
+                        (first == 0xef && second == 0xbf && byte(at + 2) >= 0xbe);
     return isNone ? 0 : length;
 }
 
@@ -111,7 +113,11 @@ double secondsSince(uint64_t nanoseconds) {
 
 std::string dotWord(const std::string& text) {
     std::string word = "\"";
-    for (const char c : printable(text)) word += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    for (const char c : printable(text)) {
+        if (c == '"' || c == '\\') word += '\\';
+        word += c;
+        if (c == '&') word += "amp;";  // or what follows may be read as a character's name
+    }
     return word + "\"";
 }
 
