@@ -12,10 +12,9 @@ namespace tools {
 namespace {
 
 constexpr double pi = 3.14159265358979323846;
-constexpr double leastRadius = 110;
-constexpr double roomForNode = 22;  ///< on the circle
+constexpr double leastRadius = 150;
+constexpr double roomForNode = 26;  ///< on the circle
 constexpr double widthOfCharacter = 7.5;
-constexpr size_t mostCharacters = 32;
 
 struct Point {
     double x;
@@ -28,16 +27,8 @@ std::string textOf(Point point) {
     return text;
 }
 
-/// As much of a name as is shown: a character is not cut in two.
 std::string labelOf(const std::string& name) {
-    const std::string text = printable(name);
-    if (widthOf(text) <= mostCharacters) return text;
-    size_t end = 0;
-    for (size_t shown = 0; shown < mostCharacters; ++shown) {
-        do ++end;
-        while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xc0u) == 0x80);
-    }
-    return text.substr(0, end) + "\xe2\x80\xa6";
+    return shortened(printable(name), longestLabel);
 }
 
 class Circle {

@@ -24,8 +24,8 @@ std::string tooltipOf(const Edge& edge) {
 
 std::string lineOf(const Graph::Traffic& edge) {
     const std::string rate = edge.perSecond ? "\\n" + rateOf(edge) + " a second" : "";
-    return "label=\"" + numbersOf(edge) + rate + "\", penwidth=" + widthFor(edge.all.signals) + ", class=\"sent\"" +
-           tooltipOf(edge);
+    return "label=\"" + numbersOf(edge, "\\n") + rate + "\", penwidth=" + widthFor(edge.all.signals) +
+           ", class=\"sent\"" + tooltipOf(edge);
 }
 
 std::string lineOf(const NamedWait& edge) {
@@ -37,7 +37,8 @@ std::string lineOf(const NamedWait& edge) {
 
 std::string lineOf(const Graph::Node& node) {
     const bool isThere = node.state != "dead" && node.state != "ended" && node.state != "gone";
-    return "label=" + dotWord(node.name) + ", tooltip=" + dotWord(node.state) + ", class=\"" + node.state + "\"" +
+    return "label=" + dotWord(shortened(printable(node.name), longestLabel)) +
+           ", tooltip=" + dotWord(node.name + ": " + node.state) + ", class=\"" + node.state + "\"" +
            (isThere ? "" : ", style=\"rounded,dashed\", color=gray, fontcolor=gray");
 }
 

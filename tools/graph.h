@@ -10,6 +10,9 @@
 
 namespace tools {
 
+/// As much of a name as a drawing has room for.
+constexpr size_t longestLabel = 32;
+
 /// Who sends to whom and waits for whom, by name: one that was opened again under its name is the same.
 struct Graph {
     struct Node {
@@ -41,8 +44,8 @@ std::string dotOf(const Graph& graph);
 
 Table trafficTable(const Graph& graph);
 
-/// "2000 (12), 2001 (3)", the most frequent first, and how many more there are.
-std::string numbersOf(const Graph::Traffic& traffic);
+/// "2000 (12), 2001 (3)", the most frequent first, and how many more there are: "2 more".
+std::string numbersOf(const Graph::Traffic& traffic, const std::string& separator = ", ");
 
 /// Signals a second, "-" where that is not known.
 std::string rateOf(const Graph::Traffic& traffic);

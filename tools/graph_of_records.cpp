@@ -82,17 +82,17 @@ Graph busiestOf(const Graph& graph, size_t most) {
     return busiest;
 }
 
-std::string numbersOf(const Graph::Traffic& traffic) {
+std::string numbersOf(const Graph::Traffic& traffic, const std::string& separator) {
     constexpr size_t most = 3;
     std::vector<std::pair<uint64_t, uint32_t>> numbers;
     for (const auto& [number, volume] : traffic.numbers) numbers.push_back({volume.signals, number});
     std::stable_sort(numbers.begin(), numbers.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
     std::string text;
     for (size_t i = 0; i < std::min(most, numbers.size()); ++i) {
-        text +=
-            (i == 0 ? "" : ", ") + std::to_string(numbers[i].second) + " (" + std::to_string(numbers[i].first) + ")";
+        text += (i == 0 ? "" : separator) + std::to_string(numbers[i].second) + " (" +
+                std::to_string(numbers[i].first) + ")";
     }
-    return numbers.size() > most ? text + " and " + std::to_string(numbers.size() - most) + " more" : text;
+    return numbers.size() > most ? text + separator + std::to_string(numbers.size() - most) + " more" : text;
 }
 
 std::string rateOf(const Graph::Traffic& traffic) {

@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "host/arena/layout.h"
+#include "tools/complete.h"
 #include "tools/failure.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
@@ -113,6 +114,9 @@ public:
     }
 
     int run(int argc, char** argv) {
+        // Adaptors of shells ask by this verb, with words that are no command line yet.
+        if (argc > 1 && std::string("__complete") == argv[1])
+            return tools::complete(app_, std::vector<std::string>(argv + 2, argv + argc));
         try {
             app_.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
@@ -181,6 +185,12 @@ private:
             ->required()
             ->check(namesSomething)
             ->option_text("FILE");
+        CLI::App* completion = add("completion", "print what has a shell complete linx's verbs, names and numbers",
+                                   [this] { return tools::completion(name_); });
+        completion->add_option("shell", name_, "which shell")
+            ->required()
+            ->check(CLI::IsMember({"bash", "zsh", "fish"}))
+            ->option_text("bash|zsh|fish");
     }
 
     void addWatchers() {

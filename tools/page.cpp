@@ -105,11 +105,19 @@ void Page::addFinding(const std::string& finding, const std::string& subject, co
              "</p>\n</article>\n";
 }
 
+void Page::open(const std::string& title, size_t count, bool atFirst) {
+    text_ += atFirst ? "<details open=\"open\">" : "<details>";
+    text_ += "<summary>" + escaped(title) + " <span class=\"count\">" + std::to_string(count) + "</span></summary>\n";
+}
+
+void Page::close() {
+    text_ += "</details>\n";
+}
+
 void Page::add(const std::string& title, const Table& table, size_t most, const std::string& more) {
     const size_t count = table.rows().size();
     const size_t shown = std::min(most, count);
-    text_ += shown <= shortTable ? "<details open=\"open\">" : "<details>";
-    text_ += "<summary>" + escaped(title) + " <span class=\"count\">" + std::to_string(count) + "</span></summary>\n";
+    open(title, count, shown <= shortTable);
     if (shown < count) add("The first " + std::to_string(shown) + " of " + std::to_string(count) + ": " + more);
     text_ += "<div class=\"wide\"><table>\n<thead><tr>";
     for (const Table::Column& column : table.columns()) text_ += cell("th", column, column.title);
@@ -120,7 +128,8 @@ void Page::add(const std::string& title, const Table& table, size_t most, const 
         for (size_t j = 0; j < row.cells.size(); ++j) text_ += cell("td", table.columns()[j], row.cells[j]);
         text_ += "</tr>\n";
     }
-    text_ += "</tbody>\n</table></div>\n</details>\n";
+    text_ += "</tbody>\n</table></div>\n";
+    close();
 }
 
 void Page::addDrawing(const std::string& svg) {

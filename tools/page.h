@@ -37,6 +37,9 @@ public:
     /// Something that is wrong: what and whose, how so, and the remedy.
     void addFinding(const std::string& finding, const std::string& subject, const std::string& text,
                     const std::string& remedy);
+    /// What is added in between stands behind a line that opens and closes it.
+    void open(const std::string& title, size_t count, bool atFirst);
+    void close();
     /// A table behind a line that opens and closes it; open at first where it is short. `more` tells where to find
     /// the rows beyond the first `most`.
     void add(const std::string& title, const Table& table, size_t most, const std::string& more);

@@ -20,11 +20,12 @@ using linx::inspect::State;
 namespace {
 
 constexpr size_t usualRows = 1000;
+constexpr size_t findingsAtOnce = 10;
 constexpr size_t mostDrawn = 80;  ///< more ways than these nobody can tell apart, and to draw them takes long
 constexpr std::chrono::milliseconds timeToDraw{800};
 
-std::string counted(size_t count, const std::string& one, const std::string& several) {
-    return std::to_string(count) + " " + (count == 1 ? one : several);
+const char* word(size_t count, const char* one, const char* several) {
+    return count == 1 ? one : several;
 }
 
 /// What Graphviz calls its nodes, and shows where the pointer rests, says nothing to anybody.
@@ -78,33 +79,39 @@ public:
 private:
     void addTiles() {
         const size_t ended = countOf(report_, State::ended), dead = countOf(report_, State::dead);
-        uint64_t queued = 0, held = 0;
+        size_t queued = 0;
+        uint64_t held = 0;
         for (const Endpoint& endpoint : report_.endpoints) {
             queued += endpoint.account.queued.signals;
             held += endpoint.account.held.bytes + endpoint.account.queued.bytes;
         }
         const size_t cycles = report_.graph.waits.cycles.size();
+        const size_t findings = report_.findings.size(), open = report_.endpoints.size() - ended;
+        const size_t waits = report_.graph.waits.edges.size(), hunts = report_.hunts.size();
         page_.add(std::vector<Page::Tile>{
-            {"findings", std::to_string(report_.findings.size()), "findings", !report_.findings.empty()},
-            {"list", std::to_string(report_.endpoints.size() - ended), "endpoints"},
+            {"findings", std::to_string(findings), word(findings, "finding", "findings"), findings != 0},
+            {"list", std::to_string(open), word(open, "endpoint", "endpoints")},
             {"list", std::to_string(dead), "of them dead", dead != 0},
-            {"waits", std::to_string(report_.graph.waits.edges.size()), "wait for another"},
-            {"waits", std::to_string(cycles), "cycles", cycles != 0},
-            {"queues", std::to_string(queued), "signals queued"},
-            {"hunts", std::to_string(report_.hunts.size()), "pending hunts"},
+            {"waits", std::to_string(waits), word(waits, "waits for another", "wait for another")},
+            {"waits", std::to_string(cycles), word(cycles, "cycle", "cycles"), cycles != 0},
+            {"queues", std::to_string(queued), word(queued, "signal queued", "signals queued")},
+            {"hunts", std::to_string(hunts), word(hunts, "pending hunt", "pending hunts")},
             {"holders", humanBytes(held), "owned"},
         });
     }
 
     void addFindings() {
         page_.begin("findings", "Findings");
-        if (report_.findings.empty()) page_.add("Nothing found.");
-        for (size_t i = 0; i < std::min(rows_, report_.findings.size()); ++i) {
-            const Finding& one = report_.findings[i];
-            page_.addFinding(one.finding, printable(one.subject), printable(one.text), printable(one.remedy));
+        const std::vector<Finding>& all = report_.findings;
+        if (all.empty()) page_.add("Nothing found.");
+        const size_t shown = std::min(rows_, all.size());
+        for (size_t i = 0; i < shown; ++i) {
+            if (i == findingsAtOnce) page_.open("More", shown - i, false);
+            page_.addFinding(all[i].finding, printable(all[i].subject), printable(all[i].text),
+                             printable(all[i].remedy));
         }
-        if (rows_ < report_.findings.size())
-            page_.add("And " + std::to_string(report_.findings.size() - rows_) + " more, which `linx doctor` shows.");
+        if (shown > findingsAtOnce) page_.close();
+        if (shown < all.size()) page_.add("`linx doctor` shows " + std::to_string(all.size() - shown) + " more.");
     }
 
     void addWaits() {
@@ -122,7 +129,7 @@ private:
         page_.add("Numbers, and how often each was sent; dashed: waits; red: in a cycle.");
         if (graph.traffic.size() > mostDrawn) {
             page_.add("Drawn are the busiest " + std::to_string(mostDrawn) + " of " +
-                      counted(graph.traffic.size(), "way", "ways") + ".");
+                      std::to_string(graph.traffic.size()) + " ways.");
         }
         page_.addDrawing(drawn(busiestOf(graph, mostDrawn)));
         page_.add("As the records tell", trafficTable(graph), rows_, "`linx graph -j` has all.");
@@ -155,8 +162,8 @@ private:
         page_.begin("record", "Recorder");
         const size_t shown = report_.record.rows().size();
         if (shown < report_.recorded) {
-            page_.add("The last " + std::to_string(shown) + " of " + counted(report_.recorded, "event", "events") +
-                      ": `linx record` shows all.");
+            page_.add("The last " + std::to_string(shown) + " of " + std::to_string(report_.recorded) +
+                      " events: `linx record` shows all.");
         }
         page_.add("What happened last", report_.record, shown, "");
     }

@@ -20,6 +20,7 @@ int monitor(const Options& options, const WatchOptions& what);
 int capture(const Options& options, const CaptureOptions& what);
 int replay(const Options& options, const ReplayOptions& what);
 int report(const Options& options, const std::string& file);  ///< - for standard output
+int completion(const std::string& shell);                     ///< bash, zsh or fish
 int send(const Options& options, const SendOptions& what);
 int call(const Options& options, const CallOptions& what);
 int wait(const Options& options, const WaitOptions& what);
