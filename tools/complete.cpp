@@ -143,7 +143,7 @@ int complete(const CLI::App& app, std::vector<std::string> words) {
     } else if (isOption) {
         printLine("words");
         print(optionsAt(line), "", last);
-    } else if (!line.hasVerb()) {
+    } else if (!line.hasVerb() && line.firstArgument().empty()) {
         printLine("words");
         print(verbsOf(app), "", last);
     } else {
