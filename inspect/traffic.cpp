@@ -59,7 +59,8 @@ void improve(Flow& flow, uint64_t& known, const Share& share, double seconds) {
     if (share.total <= known) return;
     known = share.total;
     flow.perSecond.reset();
-    if (seconds >= enoughSeconds || (seconds > 0 && share.timed >= enoughSignals)) flow.perSecond = static_cast<double>(share.timed) / seconds;
+    if (seconds >= enoughSeconds || (seconds > 0 && share.timed >= enoughSignals))
+        flow.perSecond = static_cast<double>(share.timed) / seconds;
 }
 
 }  // namespace
