@@ -90,6 +90,11 @@ if(TARGET linx)
   # Where the system's Wireshark looks, if this is the system's prefix.
   install(FILES tools/wireshark/linx.lua DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT tools)
   install(PROGRAMS tools/wireshark/linx-extcap DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/extcap COMPONENT tools)
+  set(LINXIPC_ZSH_DIR ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING "Where zsh's completions are installed")
+  install(FILES tools/completion/linx.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME linx
+          COMPONENT tools)
+  install(FILES tools/completion/linx.zsh DESTINATION ${LINXIPC_ZSH_DIR} RENAME _linx COMPONENT tools)
+  install(FILES tools/completion/linx.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tools)
 endif()
 
 if(TARGET linx-link)

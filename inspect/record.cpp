@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <tuple>
+#include <unordered_map>
+#include <utility>
 
 namespace linx {
 namespace inspect {
@@ -35,6 +38,9 @@ struct Track {
 
     bool isDone() const { return next == events->size(); }
     const Recorded& first() const { return (*events)[next]; }
+    void takeTime() {
+        if (!isDone() && first().time != 0) time = first().time;
+    }
 };
 
 /// A signal's way: the same block can be under way between the same two only once at a time.
@@ -79,59 +85,90 @@ private:
         }
     }
 
-    std::map<const Recorded*, const Recorded*> sendings_;
+    std::unordered_map<const Recorded*, const Recorded*> sendings_;
 };
 
 class Merger {
 public:
     explicit Merger(const std::vector<std::vector<Recorded>>& records) : pairs_(records) {
-        for (const auto& record : records) tracks_.push_back({&record, 0, 0});
-        for (Track& track : tracks_) advance(track);
+        for (const auto& record : records) tracks_.push_back({&record});
+        for (size_t i = 0; i < tracks_.size(); ++i) enqueue(i);
     }
 
     std::vector<Recorded> run() {
         std::vector<Recorded> merged;
-        while (Track* track = choose()) {
-            merged.push_back(track->first());
-            done_[track->first().endpoint] = track->first().count + 1;
-            ++track->next;
-            advance(*track);
+        while (!free_.empty() || !held_.empty()) {
+            const size_t chosen = choose();
+            Track& track = tracks_[chosen];
+            const Recorded event = track.first();
+            merged.push_back(event);
+            ++track.next;
+            enqueue(chosen);
+            done_[event.endpoint] = event.count + 1;
+            release(event.endpoint);
         }
         return merged;
     }
 
 private:
-    static void advance(Track& track) {
-        if (!track.isDone() && track.first().time != 0) track.time = track.first().time;
+    /// The time of a track's next event, and which track it is: the one that comes first stands first.
+    using Turn = std::pair<uint64_t, size_t>;
+
+    /// The next event waits for its turn, or for the sending of what it receives.
+    void enqueue(size_t index) {
+        Track& track = tracks_[index];
+        track.takeTime();
+        if (track.isDone()) return;
+        const Recorded* const sending = awaitedBy(track.first());
+        (sending == nullptr ? free_ : held_).insert({track.time, index});
+        if (sending != nullptr) waiting_.insert({sending->endpoint, index});
     }
 
-    /// The one whose next event is the earliest of those that wait for no other; of all where each waits, as garbage
-    /// may have it.
-    Track* choose() {
-        Track* best = nullptr;
-        bool isBestFree = false;
-        for (Track& track : tracks_) {
-            if (track.isDone()) continue;
-            const bool isFree = !waitsForSending(track.first());
-            const bool isBetter =
-                best == nullptr || (isFree && !isBestFree) || (isFree == isBestFree && track.time < best->time);
-            if (!isBetter) continue;
-            best = &track;
-            isBestFree = isFree;
+    /// The earliest that waits for no other; of all where each waits, as garbage may have it.
+    size_t choose() {
+        std::set<Turn>& from = free_.empty() ? held_ : free_;
+        const size_t index = from.begin()->second;
+        from.erase(from.begin());
+        if (&from == &held_) forget(index);
+        return index;
+    }
+
+    void forget(size_t index) {
+        const auto among = waiting_.equal_range(awaitedBy(tracks_[index].first())->endpoint);
+        const auto its =
+            std::find_if(among.first, among.second, [&](const auto& one) { return one.second == index; });
+        waiting_.erase(its);
+    }
+
+    /// Those who waited for an event of this endpoint may have waited for the one that was just merged.
+    void release(Spid endpoint) {
+        const auto among = waiting_.equal_range(endpoint);
+        for (auto its = among.first; its != among.second;) {
+            const Track& track = tracks_[its->second];
+            if (awaitedBy(track.first()) != nullptr) {
+                ++its;
+                continue;
+            }
+            held_.erase({track.time, its->second});
+            free_.insert({track.time, its->second});
+            its = waiting_.erase(its);
         }
-        return best;
     }
 
-    bool waitsForSending(const Recorded& event) const {
+    /// The sending that has to come before this event; null when there is none, or it has come.
+    const Recorded* awaitedBy(const Recorded& event) const {
         const Recorded* const sending = event.kind == EventKind::received ? pairs_.sendingOf(event) : nullptr;
-        if (sending == nullptr || sending->endpoint == event.endpoint) return false;
+        if (sending == nullptr || sending->endpoint == event.endpoint) return nullptr;
         const auto done = done_.find(sending->endpoint);
-        return done == done_.end() || done->second <= sending->count;
+        return done == done_.end() || done->second <= sending->count ? sending : nullptr;
     }
 
     const Pairs pairs_;
     std::vector<Track> tracks_;
-    std::map<Spid, uint32_t> done_;  ///< the count from which on nothing has been merged yet
+    std::set<Turn> free_;                      ///< tracks whose next event may come
+    std::set<Turn> held_;                      ///< the others
+    std::multimap<Spid, size_t> waiting_;      ///< of these, for whose events they wait
+    std::unordered_map<Spid, uint32_t> done_;  ///< the count from which on nothing has been merged yet
 };
 
 }  // namespace

@@ -3,7 +3,7 @@
 
 #include "tools/failure.h"
 #include "tools/look.h"
-#include "tools/table.h"
+#include "tools/tables.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
 
@@ -19,20 +19,6 @@ uint64_t bytesOf(const Account& account) {
     return account.held.bytes + account.queued.bytes;
 }
 
-/// Those who hold something, or have lent something out, the largest first.
-std::vector<Endpoint> holdersAmong(const std::vector<Endpoint>& endpoints, const std::string& name) {
-    std::vector<Endpoint> holders;
-    for (const Endpoint& endpoint : endpoints) {
-        if (endpoint.state == State::ended || (!name.empty() && endpoint.name != name)) continue;
-        if (!name.empty() || bytesOf(endpoint.account) != 0 || endpoint.account.lent.bytes != 0) {
-            holders.push_back(endpoint);
-        }
-    }
-    std::stable_sort(holders.begin(), holders.end(),
-                     [](const Endpoint& a, const Endpoint& b) { return bytesOf(a.account) > bytesOf(b.account); });
-    return holders;
-}
-
 nlohmann::ordered_json toJson(const Endpoint& endpoint) {
     const Account& account = endpoint.account;
     return {{"owner", endpoint.name},
@@ -46,6 +32,31 @@ nlohmann::ordered_json toJson(const Endpoint& endpoint) {
 
 }  // namespace
 
+std::vector<Endpoint> holdersAmong(const std::vector<Endpoint>& endpoints, const std::string& name) {
+    std::vector<Endpoint> holders;
+    for (const Endpoint& endpoint : endpoints) {
+        if (endpoint.state == State::ended || (!name.empty() && endpoint.name != name)) continue;
+        if (!name.empty() || bytesOf(endpoint.account) != 0 || endpoint.account.lent.bytes != 0) {
+            holders.push_back(endpoint);
+        }
+    }
+    std::stable_sort(holders.begin(), holders.end(),
+                     [](const Endpoint& a, const Endpoint& b) { return bytesOf(a.account) > bytesOf(b.account); });
+    return holders;
+}
+
+Table holdersTable(const std::vector<Endpoint>& holders) {
+    constexpr Table::Align right = Table::Align::right;
+    Table table(
+        {{"OWNER"}, {"SIGNALS", right}, {"BYTES", right}, {"OF WHICH QUEUED", right}, {"ON ITS ACCOUNT", right}});
+    for (const Endpoint& endpoint : holders) {
+        const Account& account = endpoint.account;
+        table.add({printable(endpoint.name), std::to_string(account.held.signals + account.queued.signals),
+                   humanBytes(bytesOf(account)), humanBytes(account.queued.bytes), humanBytes(account.lent.bytes)});
+    }
+    return table;
+}
+
 int holders(const Options& options, const std::string& name) {
     std::vector<Endpoint> found = holdersAmong(endpointsThere(options), name);
     if (found.empty() && !name.empty()) failForName(name);
@@ -54,15 +65,7 @@ int holders(const Options& options, const std::string& name) {
         printJson(found, toJson);
         return done;
     }
-    constexpr Table::Align right = Table::Align::right;
-    Table table(
-        {{"OWNER"}, {"SIGNALS", right}, {"BYTES", right}, {"OF WHICH QUEUED", right}, {"ON ITS ACCOUNT", right}});
-    for (const Endpoint& endpoint : found) {
-        const Account& account = endpoint.account;
-        table.add({printable(endpoint.name), std::to_string(account.held.signals + account.queued.signals),
-                   humanBytes(bytesOf(account)), humanBytes(account.queued.bytes), humanBytes(account.lent.bytes)});
-    }
-    table.print();
+    holdersTable(found).print();
     return done;
 }
 

@@ -5,7 +5,7 @@
 #include "inspect/waits.h"
 #include "tools/failure.h"
 #include "tools/look.h"
-#include "tools/table.h"
+#include "tools/tables.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
 
@@ -69,23 +69,8 @@ std::vector<std::string> toRow(const Endpoint& endpoint, const WaitsFor& waitsFo
 
 }  // namespace
 
-int list(const Options& options, const ListOptions& what) {
-    linx::inspect::Place place;
-    openPlace(options, place);
-    const auto snapshot = snapshotOf(place);
-    std::vector<Endpoint> endpoints = linx::inspect::endpointsOf(snapshot->arena(), place);
-    const WaitsFor waitsFor = waitsForOf(snapshot->arena(), endpoints);
-    if (!what.all) {
-        const auto hasEnded = [](const Endpoint& e) { return e.state == State::ended; };
-        endpoints.erase(std::remove_if(endpoints.begin(), endpoints.end(), hasEnded), endpoints.end());
-    }
-    limit(endpoints, options);
-    if (options.json) {
-        nlohmann::ordered_json all = nlohmann::ordered_json::array();
-        for (const Endpoint& endpoint : endpoints) all.push_back(toJson(endpoint, waitsFor));
-        printJson(all);
-        return done;
-    }
+Table listTable(const linx::Arena& arena, const std::vector<Endpoint>& endpoints) {
+    const WaitsFor waitsFor = waitsForOf(arena, endpoints);
     constexpr Table::Align right = Table::Align::right;
     Table table({{"NAME"},
                  {"SPID"},
@@ -100,7 +85,27 @@ int list(const Options& options, const ListOptions& what) {
                  {"HELD", right},
                  {"WAITS-FOR"}});
     for (const Endpoint& endpoint : endpoints) table.add(toRow(endpoint, waitsFor), endpoint.state == State::dead);
-    table.print();
+    return table;
+}
+
+int list(const Options& options, const ListOptions& what) {
+    linx::inspect::Place place;
+    openPlace(options, place);
+    const auto snapshot = snapshotOf(place);
+    std::vector<Endpoint> endpoints = linx::inspect::endpointsOf(snapshot->arena(), place);
+    if (!what.all) {
+        const auto hasEnded = [](const Endpoint& e) { return e.state == State::ended; };
+        endpoints.erase(std::remove_if(endpoints.begin(), endpoints.end(), hasEnded), endpoints.end());
+    }
+    limit(endpoints, options);
+    if (!options.json) {
+        listTable(snapshot->arena(), endpoints).print();
+        return done;
+    }
+    const WaitsFor waitsFor = waitsForOf(snapshot->arena(), endpoints);
+    nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    for (const Endpoint& endpoint : endpoints) all.push_back(toJson(endpoint, waitsFor));
+    printJson(all);
     return done;
 }
 

@@ -86,6 +86,16 @@ bool isAmong(const std::string& name, const std::vector<std::string>& names) {
     return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
 }
 
+std::vector<std::vector<linx::inspect::Recorded>> recordsOf(const linx::Arena& arena,
+                                                            const std::vector<linx::inspect::Endpoint>& endpoints,
+                                                            const std::vector<std::string>& names) {
+    std::vector<std::vector<linx::inspect::Recorded>> records;
+    for (const auto& endpoint : endpoints) {
+        if (isAmong(endpoint.name, names)) records.push_back(linx::inspect::recordOf(arena, indexOf(endpoint.spid)));
+    }
+    return records;
+}
+
 void requireNames(const std::vector<linx::inspect::Endpoint>& endpoints, const std::vector<std::string>& names) {
     for (const std::string& name : names) {
         const auto isIt = [&](const linx::inspect::Endpoint& endpoint) { return endpoint.name == name; };

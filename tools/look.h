@@ -8,6 +8,7 @@
 
 #include "inspect/endpoints.h"
 #include "inspect/place.h"
+#include "inspect/record.h"
 #include "inspect/snapshot.h"
 #include "tools/options.h"
 
@@ -37,6 +38,11 @@ const linx::inspect::Endpoint& openEndpoint(const std::vector<linx::inspect::End
 
 /// Whether these names mean this one: none means all.
 bool isAmong(const std::string& name, const std::vector<std::string>& names);
+
+/// The records of those who are called that.
+std::vector<std::vector<linx::inspect::Recorded>> recordsOf(const linx::Arena& arena,
+                                                            const std::vector<linx::inspect::Endpoint>& endpoints,
+                                                            const std::vector<std::string>& names);
 
 /// Throws a Failure unless somebody is called, or was, by each of the names.
 void requireNames(const std::vector<linx::inspect::Endpoint>& endpoints, const std::vector<std::string>& names);

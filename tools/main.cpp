@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "host/arena/layout.h"
+#include "tools/complete.h"
 #include "tools/failure.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
@@ -107,11 +108,15 @@ public:
             "Without a verb it lists. Exit status: 0; 1 refused, or findings; 2 usage; 3 no such name; 4 timed "
             "out; 5 no domain.");
         addReaders();
+        addPapers();
         addWatchers();
         addSenders();
     }
 
     int run(int argc, char** argv) {
+        // Adaptors of shells ask by this verb, with words that are no command line yet.
+        if (argc > 1 && std::string("__complete") == argv[1])
+            return tools::complete(app_, std::vector<std::string>(argv + 2, argv + argc));
         try {
             app_.parse(argc, argv);
         } catch (const CLI::ParseError& error) {
@@ -158,6 +163,12 @@ private:
         CLI::App* record = add("record", "show what happened last, also at those who have ended",
                                [this] { return tools::record(options_, names_); });
         record->add_option("name", names_, "at these alone")->check(namesSomething)->option_text("NAME...");
+        CLI::App* graph = add("graph", "draw who has sent to whom, and who waits",
+                              [this] { return tools::graph(options_, graph_); });
+        graph->add_option("name", graph_.names, "from or to one of these alone")
+            ->check(namesSomething)
+            ->option_text("NAME...");
+        graph->add_flag("--dot", graph_.dot, "as a graph for Graphviz");
         CLI::App* status =
             add("status", "show one endpoint in full", [this] { return tools::status(options_, name_); });
         status->add_option("name", name_, "whose")->required()->option_text("NAME");
@@ -165,6 +176,21 @@ private:
             add("holders", "show who holds which memory", [this] { return tools::holders(options_, name_); });
         holders->add_option("name", name_, "of this one alone")->check(namesSomething)->option_text("NAME");
         add("doctor", "find what is wrong, and say what to do about it", [this] { return tools::doctor(options_); });
+    }
+
+    void addPapers() {
+        CLI::App* report = add("report", "write all of this as one page for a bug report",
+                               [this] { return tools::report(options_, file_); });
+        report->add_option("-o,--output", file_, "the file of HTML; - for standard output")
+            ->required()
+            ->check(namesSomething)
+            ->option_text("FILE");
+        CLI::App* completion = add("completion", "print what has a shell complete linx's verbs, names and numbers",
+                                   [this] { return tools::completion(name_); });
+        completion->add_option("shell", name_, "which shell")
+            ->required()
+            ->check(CLI::IsMember({"bash", "zsh", "fish"}))
+            ->option_text("bash|zsh|fish");
     }
 
     void addWatchers() {
@@ -215,11 +241,13 @@ private:
     Options options_;
     std::string domain_;
     std::string name_;
+    std::string file_;
     std::vector<std::string> names_;
     tools::ListOptions list_;
     tools::LogOptions log_;
     tools::TopOptions top_;
     tools::WaitsOptions waits_;
+    tools::GraphOptions graph_;
     tools::WatchOptions monitor_;
     tools::CaptureOptions capture_;
     tools::ReplayOptions replay_;

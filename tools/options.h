@@ -34,6 +34,11 @@ struct WaitsOptions {
     bool dot = false;  ///< for Graphviz
 };
 
+struct GraphOptions {
+    std::vector<std::string> names;
+    bool dot = false;  ///< for Graphviz
+};
+
 /// At most one of these.
 struct PayloadOptions {
     std::optional<std::string> text;

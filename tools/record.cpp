@@ -6,7 +6,7 @@
 #include "host/system/clock.h"
 #include "tools/failure.h"
 #include "tools/look.h"
-#include "tools/table.h"
+#include "tools/tables.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
 
@@ -63,30 +63,9 @@ std::vector<std::string> toRow(const Recorded& event, const linx::Arena& arena) 
             detailOf(event)};
 }
 
-std::vector<Recorded> eventsOf(const linx::Arena& arena, const linx::inspect::Place& place,
-                               const std::vector<std::string>& names) {
-    const auto endpoints = linx::inspect::endpointsOf(arena, place);
-    requireNames(endpoints, names);
-    std::vector<std::vector<Recorded>> records;
-    for (const auto& endpoint : endpoints) {
-        if (isAmong(endpoint.name, names)) records.push_back(linx::inspect::recordOf(arena, indexOf(endpoint.spid)));
-    }
-    return merge(records);
-}
-
 }  // namespace
 
-int record(const Options& options, const std::vector<std::string>& names) {
-    linx::inspect::Place place;
-    openPlace(options, place);
-    const auto snapshot = snapshotOf(place);
-    const linx::Arena& arena = snapshot->arena();
-    std::vector<Recorded> events = eventsOf(arena, place, names);
-    if (options.count && events.size() > *options.count) events.erase(events.begin(), events.end() - *options.count);
-    if (options.json) {
-        for (const Recorded& event : events) printJson(toJson(event, arena));
-        return done;
-    }
+Table recordTable(const linx::Arena& arena, const std::vector<Recorded>& events) {
     constexpr Table::Align right = Table::Align::right;
     Table table({{"TIME", right},
                  {"ENDPOINT"},
@@ -99,7 +78,23 @@ int record(const Options& options, const std::vector<std::string>& names) {
     for (const Recorded& event : events) {
         table.add(toRow(event, arena), event.kind == EventKind::refused || event.kind == EventKind::peerDied);
     }
-    table.print();
+    return table;
+}
+
+int record(const Options& options, const std::vector<std::string>& names) {
+    linx::inspect::Place place;
+    openPlace(options, place);
+    const auto snapshot = snapshotOf(place);
+    const linx::Arena& arena = snapshot->arena();
+    const auto endpoints = linx::inspect::endpointsOf(arena, place);
+    requireNames(endpoints, names);
+    std::vector<Recorded> events = linx::inspect::merge(recordsOf(arena, endpoints, names));
+    if (options.count && events.size() > *options.count) events.erase(events.begin(), events.end() - *options.count);
+    if (options.json) {
+        for (const Recorded& event : events) printJson(toJson(event, arena));
+        return done;
+    }
+    recordTable(arena, events).print();
     return done;
 }
 

@@ -7,6 +7,7 @@
 #include "inspect/signals.h"
 #include "tools/failure.h"
 #include "tools/look.h"
+#include "tools/queues.h"
 #include "tools/table.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
@@ -22,16 +23,10 @@ using linx::inspect::Where;
 
 namespace {
 
-/// Signals of one number that an endpoint owns.
-struct Pile {
-    Amount amount;
-    std::map<std::string, uint32_t> senders;
-};
-
 /// One endpoint in full.
 struct Report {
     Endpoint endpoint;
-    std::map<uint32_t, Pile> queued;     ///< by number
+    Piles queued;
     std::map<uint32_t, Amount> classes;  ///< what it owns, by the bytes of a block
     uint64_t leased = 0;                 ///< memory whose home it is, free or not
     uint64_t share = 0;                  ///< that it may have
@@ -53,14 +48,12 @@ Report reportOf(const Arena& arena, const Endpoint& endpoint) {
     report.share = uint64_t{linx::share::limitOf(arena)} * linx::lineBytes;
     if (!isOpen(arena, endpoint.spid)) return report;
     report.leased = uint64_t{linx::share::linesOf(arena.slot(indexOf(endpoint.spid)))} * linx::lineBytes;
-    linx::inspect::forEachSignal(arena, [&](Where where, Spid owner, BlockRef block) {
+    linx::inspect::forEachSignal(arena, [&](Where, Spid owner, BlockRef block) {
         if (owner != endpoint.spid) return;
         report.classes[linx::linesOfClass(block.sizeClass) * linx::lineBytes].add(block);
-        if (where != Where::queued) return;
-        Pile& pile = report.queued[block->signal.number];
-        pile.amount.add(block);
-        ++pile.senders[nameIn(arena, senderOf(*block))];
     });
+    auto queued = queuesOf(arena);
+    report.queued = std::move(queued[endpoint.spid]);
     if (endpoint.wait) report.waitsFor = nameIn(arena, endpoint.wait->to);
     for (const linx::inspect::PendingHunt& hunt : linx::inspect::pendingHunts(arena)) {
         if (hunt.hunter == endpoint.spid) report.hunts.push_back(hunt.name);
@@ -105,17 +98,6 @@ nlohmann::ordered_json toJson(const Report& report) {
     }
     json["hunts"] = report.hunts;
     return json;
-}
-
-std::string sendersOf(const Pile& pile) {
-    constexpr size_t most = 4;
-    std::string text;
-    size_t named = 0;
-    for (const auto& [name, signals] : pile.senders) {
-        if (named++ == most) return text + " and " + std::to_string(pile.senders.size() - most) + " more";
-        text += (text.empty() ? "" : ", ") + printable(name) + " " + std::to_string(signals);
-    }
-    return text;
 }
 
 void printFact(const std::string& name, const std::string& value) {

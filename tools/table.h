@@ -6,8 +6,8 @@
 
 namespace tools {
 
-/// A table on standard output: columns that align, as wide as what is in them. On a terminal the title stands out,
-/// and so do marked rows, unless $NO_COLOR forbids it.
+/// A table. On standard output its columns align, as wide as what is in them; on a terminal the title stands out, and
+/// so do marked rows, unless $NO_COLOR forbids it.
 class Table {
 public:
     enum class Align { left, right };
@@ -16,17 +16,21 @@ public:
         Align align = Align::left;
     };
 
-    explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
-
-    void add(std::vector<std::string> cells, bool isMarked = false) { rows_.push_back({std::move(cells), isMarked}); }
-    void print() const;
-
-private:
     struct Row {
         std::vector<std::string> cells;
         bool isMarked;
     };
 
+    explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+
+    void add(std::vector<std::string> cells, bool isMarked = false) { rows_.push_back({std::move(cells), isMarked}); }
+    void print() const;
+
+    /// For those who write it elsewhere.
+    const std::vector<Column>& columns() const { return columns_; }
+    const std::vector<Row>& rows() const { return rows_; }
+
+private:
     std::vector<size_t> widths() const;
     std::string lineOf(const std::vector<std::string>& cells, const std::vector<size_t>& widths) const;
 

@@ -28,10 +28,16 @@ size_t characterLength(const std::string& text, size_t at) {
         if ((byte(at + i) & 0xc0u) != 0x80) return 0;
     }
     const unsigned second = byte(at + 1);
-    // Of two bytes and below 0xa0: control characters. Overlong, surrogates, beyond the last: no characters.
+    const unsigned third = byte(at + 2);
+    // Of two bytes and below 0xa0: control characters. Overlong, surrogates, beyond the last, U+FFFE and U+FFFF:
+    // none.
     const bool isNone = (first == 0xc2 && second < 0xa0) || (first == 0xe0 && second < 0xa0) ||
                         (first == 0xed && second >= 0xa0) || (first == 0xf0 && second < 0x90) ||
-                        (first == 0xf4 && second >= 0x90);
+                        (first == 0xf4 && second >= 0x90) || (first == 0xef && second == 0xbf && third >= 0xbe);
+    // Those that turn round the direction of all that follows, up to U+202E and up to U+2069.
+    const bool turns = first == 0xe2 && ((second == 0x80 && third >= 0xaa && third <= 0xae) ||
+                                         (second == 0x81 && third >= 0xa6 && third <= 0xa9));
+    if (turns) return 0;
     return isNone ? 0 : length;
 }
 
@@ -50,6 +56,13 @@ std::string printable(const std::string& text) {
         at += length == 0 ? 1 : length;
     }
     return result;
+}
+
+std::string shortened(const std::string& text, size_t most) {
+    if (widthOf(text) <= most) return text;
+    size_t end = 0;
+    for (size_t shown = 0; shown < most; ++shown) end += characterLength(text, end);
+    return text.substr(0, end) + "\xe2\x80\xa6";
 }
 
 size_t widthOf(const std::string& text) {
@@ -111,7 +124,11 @@ double secondsSince(uint64_t nanoseconds) {
 
 std::string dotWord(const std::string& text) {
     std::string word = "\"";
-    for (const char c : printable(text)) word += c == '"' || c == '\\' ? std::string("\\") + c : std::string(1, c);
+    for (const char c : printable(text)) {
+        if (c == '"' || c == '\\') word += '\\';
+        word += c;
+        if (c == '&') word += "amp;";  // or what follows may be read as a character's name
+    }
     return word + "\"";
 }
 

@@ -17,6 +17,9 @@ std::string printable(const std::string& text);
 /// The characters of a printable text, all of which take one place as far as this program is concerned.
 size_t widthOf(const std::string& text);
 
+/// The first of these characters, and an ellipsis, where there are more.
+std::string shortened(const std::string& text, size_t most);
+
 /// Spids as doorbells are named after them.
 std::string hexadecimal(linx::Spid spid);
 std::string hexadecimal(const std::vector<unsigned char>& bytes);

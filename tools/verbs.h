@@ -13,11 +13,14 @@ int hz(const Options& options, const std::vector<std::string>& names);  ///< her
 int record(const Options& options, const std::vector<std::string>& names);
 int log(const Options& options, const LogOptions& what);
 int top(const Options& options, const TopOptions& what);
+int graph(const Options& options, const GraphOptions& what);
 int waits(const Options& options, const WaitsOptions& what);
 int doctor(const Options& options);
 int monitor(const Options& options, const WatchOptions& what);
 int capture(const Options& options, const CaptureOptions& what);
 int replay(const Options& options, const ReplayOptions& what);
+int report(const Options& options, const std::string& file);  ///< - for standard output
+int completion(const std::string& shell);                     ///< bash, zsh or fish
 int send(const Options& options, const SendOptions& what);
 int call(const Options& options, const CallOptions& what);
 int wait(const Options& options, const WaitOptions& what);

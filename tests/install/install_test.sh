@@ -190,7 +190,10 @@ TheToolsAreAComponentOfTheirOwn() {
 	bin/linx
 	$LIBDIR/wireshark/extcap/linx-extcap
 	$LIBDIR/wireshark/plugins/linx.lua
+	share/bash-completion/completions/linx
+	share/fish/vendor_completions.d/linx.fish
 	${MANDIR}/man1/linx.1
+	share/zsh/site-functions/_linx
 	EOF
     [[ -x $place/$LIBDIR/wireshark/extcap/linx-extcap ]] || fail "Wireshark cannot capture"
     [[ $(readelf -d "$place/bin/linx") != *@(LinxIpc|linxhost)* ]] || fail "it wants a library of the package"

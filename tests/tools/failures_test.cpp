@@ -24,7 +24,8 @@ using linx::inspect::Snapshot;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-const std::vector<std::vector<std::string>> readers = {{"list"}, {"status", "server"}, {"holders"}, {"doctor"}};
+const std::vector<std::vector<std::string>> readers = {{"list"},   {"status", "server"}, {"holders"},
+                                                       {"doctor"}, {"graph", "--dot"},   {"report", "-o", "-"}};
 const std::vector<std::vector<std::string>> senders = {
     {"send", "server", "1"}, {"call", "server", "1", "--reply", "2"}, {"wait", "server"}, {"shutdown", "server"}};
 const std::vector<std::vector<std::string>> watchers = {{"monitor"}, {"capture", "-w", "-"}};
@@ -66,6 +67,9 @@ TEST_F(NoDomain, AnEmptyOneHasNobody) {
     EXPECT_EQ((Outcome{0, "[]\n", ""}), runLinx({"holders", "-j"}));
     EXPECT_EQ((Outcome{0, "nothing found\n", ""}), runLinx({"doctor"}));
     EXPECT_EQ((Outcome{0, "[]\n", ""}), runLinx({"doctor", "-j"}));
+    EXPECT_EQ((Outcome{0, "{\"nodes\":[],\"edges\":[]}\n", ""}), runLinx({"graph", "-j"}));
+    EXPECT_EQ(runLinx({"graph", "--dot"}).status, 0);
+    EXPECT_THAT(runLinx({"report", "-o", "-"}).out, HasSubstr("Nothing is recorded of anybody."));
     expectFailure(runLinx({"status", "server"}), 3, "no endpoint is called 'server'", "status");
     expectFailure(runLinx({"holders", "server"}), 3, "no endpoint is called 'server'", "holders");
 }
@@ -88,6 +92,11 @@ TEST_F(NoDomain, WhatIsNoUsageIsSaidAndNothingDone) {
                                                          {"--file", "arena", "send", "name", "1"},
                                                          {"--file", "arena", "monitor"},
                                                          {"--file", "arena", "capture", "-w", "-"},
+                                                         {"graph", ""},
+                                                         {"report"},
+                                                         {"report", "-o", ""},
+                                                         {"completion"},
+                                                         {"completion", "csh"},
                                                          {"monitor", ""},
                                                          {"monitor", "--number", "many"},
                                                          {"monitor", "--number"},
@@ -112,6 +121,7 @@ TEST_F(NoDomain, WhatIsNoUsageIsSaidAndNothingDone) {
         EXPECT_NE(outcome.err, "");
     }
     Endpoint peer("peer");
+    EXPECT_EQ(runLinx({"report", "-o", "-", "--json"}).status, 2);
     EXPECT_EQ(runLinx({"send", "", "1"}).status, 2);
     EXPECT_EQ(runLinx({"send", std::string(256, 'x'), "1"}).status, 2);
 }

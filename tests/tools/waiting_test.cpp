@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tests/tools/asker.h"
 #include "tests/tools/scene.h"
 
 namespace {
@@ -14,21 +15,6 @@ using Names = std::vector<std::string>;
 Json jsonOf(std::vector<std::string> arguments) {
     arguments.push_back("--json");
     return Json::parse(runLinx(arguments).out, nullptr, false);
-}
-
-/// An endpoint that sends the number to `peer` when it is told whom, and then waits for the next number alone.
-std::unique_ptr<Child> asker(const std::string& name, uint32_t number) {
-    return std::make_unique<Child>([=](Line& test) {
-        Endpoint endpoint(name);
-        test.tell(spidOf(endpoint));
-        const LinxSpid peer = test.hear();
-        ASSERT_EQ(send(endpoint, peer, number), 0);
-        const uint32_t answer[] = {1, number + 1};
-        LinxSignal* signal = nullptr;
-        ASSERT_EQ(4, linx_receive(endpoint, &signal, answer));
-        linx_free_buf(endpoint, &signal);
-        test.hear();
-    });
 }
 
 class WaitingTest : public ProcessTest {};
