@@ -178,10 +178,7 @@ Tap::Ring::~Ring() {
     if (isNamed && isSameFile(file.get(), directory.get(), tap::fileName))
         unlinkat(directory.get(), tap::fileName, 0);
     // Senders have it mapped until they send again: what lies in it is of no use to them.
-    if (head != nullptr) {
-        fallocate(file.get(), FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, tap::ringsOffset,
-                  static_cast<off_t>(tap::fileBytes(ringBytes) - tap::ringsOffset));
-    }
+    if (head != nullptr) tap::giveBackRings(file.get());
 }
 
 bool Tap::next(Sent& sent, int milliseconds) {

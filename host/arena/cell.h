@@ -10,6 +10,9 @@ namespace linx {
 /// folder with a header of this path first in the include path, and compile all other sources as shipped.
 using Cell = std::atomic<uint32_t>;
 
+/// The same, of a word on which no operation depends: those who check every order of accesses leave it out.
+using ToldCell = std::atomic<uint32_t>;
+
 }  // namespace linx
 
 #endif

@@ -51,7 +51,12 @@ static_assert(sizeof(Event) == 32 && offsetof(Event, time) == 16 && offsetof(Eve
 
 constexpr uint32_t eventCount = 64;
 
-/// The last events of a slot, each in the place that its count says.
+/*
+ * The last events of a slot, each in the place that its count says. While nobody is at work:
+ *
+ *   the kinds of its events are known
+ *   its events since it was opened are whole, but for the last      which its endpoint may have died amid
+ */
 struct EventRing {
     Event events[eventCount];
 

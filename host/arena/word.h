@@ -7,12 +7,12 @@
 namespace linx {
 
 /// A word of the arena is one on which operations depend, unless it only tells whoever looks into the domain what its
-/// endpoint does: those who check every order of accesses leave these out.
+/// endpoint does.
 struct Watched {
     using Bits = Cell;
 };
 struct Told {
-    using Bits = std::atomic<uint32_t>;
+    using Bits = ToldCell;
 };
 
 /// The one type through which processes share memory: 32 bits, because the smallest machine that shares a domain has

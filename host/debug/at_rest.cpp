@@ -21,7 +21,10 @@ public:
     void check() {
         checkUnusedPages();
         visitCentralLists();
-        arena_.forEachUsedSlot([this](SlotIndex index, const Slot& slot) { checkStacks(index, slot); });
+        arena_.forEachUsedSlot([this](SlotIndex index, const Slot& slot) {
+            checkStacks(index, slot);
+            checkEvents(index, slot);
+        });
         forEachBlock(arena_, [this](BlockRef block) { place(block); });
         arena_.forEachUsedSlot([this](SlotIndex index, const Slot& slot) {
             if (!isOpenSlot(slot)) return;
@@ -90,6 +93,27 @@ private:
             }
             if (!visit(ref, self)) return;
             ref = block->next.loadRelaxed();
+        }
+    }
+
+    /// A slot's user whom none of its events is recorded of has asked for that.
+    void checkEvents(SlotIndex index, const Slot& slot) {
+        const EventRing& ring = arena_.events(index);
+        const uint32_t last = slot.recorded.loadRelaxed();
+        uint32_t whole = 0;
+        uint32_t missing = 0;
+        for (uint32_t back = 0; back < eventCount; ++back) {
+            const uint32_t event = last - back * eventStep;
+            const uint32_t found = ring.at(event).event.loadRelaxed();
+            if (kindOf(found) > EventKind::closed) broken(Subject{"slot", index}, "the kinds of its events are known");
+            const bool isWhole = countOf(found) == countOf(event) && kindOf(found) != EventKind::none;
+            if (isWhole && kindOf(found) == EventKind::opened) break;
+            if (isWhole) ++whole;
+            if (!isWhole && back != 0) ++missing;
+        }
+        if (whole != 0 && missing != 0) {
+            broken(Subject{"slot", index}, "its events since it was opened are whole, but for the last",
+                   std::to_string(missing) + " are not");
         }
     }
 

@@ -78,6 +78,9 @@ int open(int directory);
 /// Whether the process that made the tap still has it. A file of which that cannot be asked counts as one.
 bool hasOwner(int file);
 
+/// Gives the memory of all rings back. Who still has one mapped may go on writing into it.
+void giveBackRings(int file);
+
 }  // namespace tap
 }  // namespace linx
 

@@ -78,7 +78,7 @@ bool TapWriter::open(uint32_t id) {
         return false;
     }
     if (!tap::hasOwner(file.get())) {
-        wanted_.casSeqCst(id, 0);  // whoever took it died: nobody is to copy in vain
+        abandon(file.get(), id);
         return false;
     }
     id_ = id;
@@ -134,10 +134,16 @@ bool TapWriter::isOrphaned() {
     askedAt_ = now;
     const ScopedDescriptor file(tap::open(domain_.directory()));
     if (file.get() == -1 ? errno != ENOENT : tap::hasOwner(file.get())) return false;
-    uint32_t id = id_;
-    wanted_.casSeqCst(id, 0);
+    abandon(file.get(), id_);
     close();
     return true;
+}
+
+/// Ends the capture of a process that has died: nobody is to copy in vain, nor memory to be taken for it. The file
+/// stays until the next capture: one that has begun meanwhile would have the same name.
+void TapWriter::abandon(int file, uint32_t id) const {
+    wanted_.casSeqCst(id, 0);
+    if (file != -1) tap::giveBackRings(file);
 }
 
 }  // namespace linx

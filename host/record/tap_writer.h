@@ -38,6 +38,7 @@ private:
     void close();
     void lose() const;
     bool isOrphaned();
+    void abandon(int file, uint32_t id) const;
     void write(uint32_t at, const void* bytes, uint32_t count) const;
 
     const Domain& domain_;

@@ -40,8 +40,8 @@ protected:
     }
 
     /// Says this with another value in the word, and nothing once it is back.
-    template <class T, class Wrong>
-    void expectSaid(WordOf<T>& word, Wrong wrong, const std::string& what, Grade from = Grade::quick) const {
+    template <class T, class Kind, class Wrong>
+    void expectSaid(WordOf<T, Kind>& word, Wrong wrong, const std::string& what, Grade from = Grade::quick) const {
         SCOPED_TRACE(what);
         const T right = word.loadRelaxed();
         word.storeRelaxed(static_cast<T>(wrong));
@@ -50,8 +50,8 @@ protected:
         word.storeRelaxed(right);
         expectInOrder();
     }
-    template <class T, class Wrong>
-    void expectSaidAtRest(WordOf<T>& word, Wrong wrong, const std::string& what) const {
+    template <class T, class Kind, class Wrong>
+    void expectSaidAtRest(WordOf<T, Kind>& word, Wrong wrong, const std::string& what) const {
         expectSaid(word, wrong, what, Grade::full);
     }
     template <class T>
@@ -235,6 +235,20 @@ TEST_F(ValidateTest, ComparesTheSharesWithTheBlocks) {
     EXPECT_EQ(findings.broken, "");
     EXPECT_THAT(findings.smallerShares, testing::ElementsAre(StartsWith(equation)));
     own().leasedLines.storeRelaxed(lines);
+}
+
+TEST_F(ValidateTest, LooksWhetherWhatIsRecordedIsWhole) {
+    for (uint32_t number = 2; number < 5; ++number) sendNumber(live, other.spid, number);
+    EventRing& ring = arena.events(indexOf(Spid{live.spid}));
+    const uint32_t last = own().recorded.loadRelaxed();
+    ToldWord& before = ring.at(last - eventStep).event;
+    const std::string invariant = ownName() + ": its events since it was opened are whole, but for the last";
+    expectSaidAtRest(before, 0u, invariant);
+    expectSaidAtRest(before, before.loadRelaxed() + eventStep, invariant);
+    expectSaidAtRest(before, last - eventStep + 15, ownName() + ": the kinds of its events are known");
+    own().recorded.storeRelaxed(last + eventStep);  // as one leaves it that dies amid the next
+    expectInOrder();
+    own().recorded.storeRelaxed(last);
 }
 
 TEST_F(ValidateTest, CountsEveryBlockOnce) {

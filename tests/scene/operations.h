@@ -14,6 +14,13 @@ enum class Corpse {
     holdingLock  ///< the same, and was opening another
 };
 
+/// Who captures what is sent.
+enum class Capture {
+    none,
+    running,   ///< somebody who reads it once the victim has ended
+    abandoned  ///< somebody did who has died
+};
+
 /// One thing that an endpoint does.
 struct Operation {
     const char* name;
@@ -24,6 +31,7 @@ struct Operation {
     void (*prepare)(Victim& victim);
     int (*act)(Victim& victim);
     int result = 0;  ///< of `act`, when nothing befalls it
+    Capture capture = Capture::none;
 };
 
 extern const std::vector<Operation> operations;

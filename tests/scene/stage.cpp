@@ -49,7 +49,8 @@ Stage::Stage(const Operation& operation)
       second_([this](Line& parent) { mirror(progress(), parent); }),
       mirror_(second_.hear()),
       first_([this](Line& parent) { conduct(progress(), operation_.stance, !operation_.opens, parent); }),
-      conductor_(first_.hear()) {}
+      conductor_(first_.hear()),
+      capturer_(operation.capture, domain_.path()) {}
 
 LinxSpid Stage::enter(const Child& victim, const std::function<void()>& dieInside) {
     victim.hear();
@@ -84,6 +85,8 @@ Outcome Stage::end() {
     first_.tell();
     complainUnless(first_.endsInTime() && first_.exitStatus() == 0, "the first bystander fails");
     complainUnless(second_.endsInTime() && second_.exitStatus() == 0, "the second bystander fails");
+    const std::vector<std::string> captured = capturer_.end();
+    outcome.complaints.insert(outcome.complaints.end(), captured.begin(), captured.end());
     const linxtest::Findings left = linxtest::lookAtAftermath();
     outcome.leakedBlocks = left.census.lost;
     if (!left.broken.empty()) outcome.complaints.push_back(left.broken);

@@ -7,7 +7,7 @@
 
 #include "tests/kit/child.h"
 #include "tests/kit/domain.h"
-#include "tests/scene/operations.h"
+#include "tests/scene/capture.h"
 
 namespace scene {
 
@@ -45,6 +45,7 @@ private:
     const LinxSpid mirror_;
     Child first_;
     const LinxSpid conductor_;
+    Capturer capturer_;
 };
 
 }  // namespace scene

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -142,6 +143,9 @@ TEST_F(TapTest, OfAKilledReaderIsEndedByTheNextSenderAndTakenByTheNextReader) {
     EXPECT_NE(wordOfTap(), 0u);
     ASSERT_EQ(send(b, spidOf(a), 2), 0) << "one who has no ring yet";
     EXPECT_EQ(wordOfTap(), 0u);
+    struct stat left;
+    ASSERT_EQ(stat(domain.pathOf("tap").c_str(), &left), 0);
+    EXPECT_LE(left.st_blocks * 512, off_t{linx::tap::ringsOffset}) << "no ring takes memory";
     const auto tap = take();
     ASSERT_NE(tap, nullptr) << std::strerror(errno);
     ASSERT_EQ(send(a, spidOf(b), 3), 0);

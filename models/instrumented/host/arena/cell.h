@@ -1,6 +1,7 @@
 #ifndef LINXIPC_HOST_ARENA_CELL_H
 #define LINXIPC_HOST_ARENA_CELL_H
 
+#include <atomic>
 #include <cstdint>
 
 #include "models/machine/memory.h"
@@ -25,6 +26,9 @@ public:
 private:
     uint32_t value_;
 };
+
+/// No operation reads it: its order is not explored.
+using ToldCell = std::atomic<uint32_t>;
 
 }  // namespace linx
 

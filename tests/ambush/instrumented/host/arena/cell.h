@@ -14,6 +14,9 @@ struct Ambushed {
 /// path.
 using Cell = linxtest::WatchedCell<Ambushed, linxtest::Unwatched, Ambushed>;
 
+/// Nobody who works in the arena looks at these.
+using ToldCell = std::atomic<uint32_t>;
+
 }  // namespace linx
 
 #endif

@@ -9,6 +9,9 @@ namespace linx {
 /// A word of the arena whose every change is a place to die at. Stands in for the shipped header of the same path.
 using Cell = linxtest::WatchedCell<linxtest::Unwatched, crash::Sites, crash::Sites>;
 
+/// What an endpoint only tells must be whole as well when it dies.
+using ToldCell = Cell;
+
 }  // namespace linx
 
 #endif
