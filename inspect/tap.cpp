@@ -57,6 +57,7 @@ bool removeLeftover(int directory) {
 
 /// Copies bytes out of a ring, round its end.
 void readFrom(const char* data, uint32_t ringBytes, uint32_t at, void* to, uint32_t count) {
+    if (count == 0) return;  // `to` may be null
     const uint32_t start = at & (ringBytes - 1);
     const uint32_t first = std::min(count, ringBytes - start);
     std::memcpy(to, data + start, first);

@@ -2,6 +2,7 @@
 #define LINXIPC_TESTS_KIT_GARBLER_H
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "host/arena/layout.h"
@@ -17,6 +18,8 @@ enum class Region : uint32_t {
     stacks,
     names,
     hunts,
+    told,
+    events,
     pages,
     blocks,
     payloads,
@@ -26,7 +29,8 @@ constexpr uint32_t regionCount = static_cast<uint32_t>(Region::anywhere) + 1;
 
 inline const char* nameOf(Region region) {
     constexpr const char* names[regionCount] = {"header", "buckets", "slots",  "wake state", "stacks",  "names",
-                                                "hunts",  "pages",   "blocks", "payloads",   "anywhere"};
+                                                "hunts",  "told",    "events", "pages",      "blocks",
+                                                "payloads", "anywhere"};
     return names[static_cast<uint32_t>(region)];
 }
 
@@ -77,6 +81,11 @@ private:
                 return chooseSlot() + offsetof(linx::Slot, name) + drawWordOf(16);
             case Region::hunts:
                 return linx::huntsOffset + draw(8) * sizeof(linx::Hunt) + drawWordOf(24);
+            case Region::told:
+                return chooseSlot() + chooseToldWord();
+            case Region::events:
+                return linx::eventsOffset + chooseSlotIndex() * sizeof(linx::EventRing) +
+                       drawWordOf(sizeof(linx::EventRing));
             case Region::pages:
                 return linx::pageMapOffset + size_t{choosePage()} * 4;
             case Region::blocks:
@@ -100,17 +109,31 @@ private:
         return words[draw(5)];
     }
 
+    size_t chooseToldWord() {
+        constexpr std::pair<size_t, size_t> parts[] = {
+            {offsetof(linx::Slot, recorded), sizeof(linx::Slot::recorded)},
+            {offsetof(linx::Slot, logMask), sizeof(linx::Slot::logMask)},
+            {offsetof(linx::Slot, traffic), sizeof(linx::Slot::traffic)},
+            {offsetof(linx::Slot, maker), sizeof(linx::Slot::maker)},
+            {offsetof(linx::Slot, waiting), sizeof(linx::Slot::waiting)},
+            {offsetof(linx::Slot, refused), sizeof(linx::Slot::refused)}};
+        const auto& [offset, bytes] = parts[draw(6)];
+        return offset + drawWordOf(bytes);
+    }
+
     uint32_t slotsUsed() const { return std::min(read(offsetof(linx::Header, slotsUsed)), linx::slotCount - 1); }
 
-    /// Mostly an open one.
-    size_t chooseSlot() {
+    size_t chooseSlot() { return slotOffset(chooseSlotIndex()); }
+
+    /// Mostly of an open one.
+    uint32_t chooseSlotIndex() {
         const uint32_t used = slotsUsed();
         std::vector<uint32_t> open;
         for (uint32_t i = 1; i <= used; ++i) {
             if (isOpen(readLife(slotOffset(i)))) open.push_back(i);
         }
-        if (open.empty() || draw(8) == 0) return slotOffset(draw(used + 2) % linx::slotCount);
-        return slotOffset(open[draw(static_cast<uint32_t>(open.size()))]);
+        if (open.empty() || draw(8) == 0) return draw(used + 2) % linx::slotCount;
+        return open[draw(static_cast<uint32_t>(open.size()))];
     }
     static size_t slotOffset(uint32_t index) { return linx::slotsOffset + index * sizeof(linx::Slot); }
 

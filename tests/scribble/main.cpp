@@ -24,6 +24,7 @@ void printFigures(const scribble::Scribbler& scribbler, double seconds) {
     std::cout << '\n'
               << ledger.operations << " operations, " << ledger.failed << " of them failed, " << ledger.received
               << " signals received, " << ledger.refusedOpens << " opens refused\n"
+              << ledger.looks << " looks, " << ledger.captured << " signals captured\n"
               << "longest operation " << ledger.longestMilliseconds << " ms beyond its time-out\n"
               << scribbler.crashes() << " crashes, " << scribbler.hangs() << " hangs\n";
 }

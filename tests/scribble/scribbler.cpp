@@ -9,6 +9,7 @@
 
 #include "host/arena/arena_file.h"
 #include "host/system/scoped_descriptor.h"
+#include "tests/scribble/onlooker.h"
 #include "tests/scribble/worker.h"
 
 namespace scribble {
@@ -42,6 +43,7 @@ private:
 };
 
 void work(Ledger& ledger, uint32_t worker, uint32_t seed) {
+    if (worker == onlooker) return lookOn(ledger);
     while (!ledger.leave) Worker(ledger, worker, seed++).live();
 }
 
@@ -71,14 +73,14 @@ void Scribbler::scribbleDomain(uint32_t domain, uint32_t firstRound, uint32_t en
 /// Fresh workers in a fresh domain have all to hear of each other.
 bool Scribbler::startWorkers(const std::string& where) {
     ledger_->leave = false;
-    for (uint32_t i = 0; i < workerCount; ++i) {
-        ledger_->met[i] = 0;
+    for (uint32_t i = 0; i < workerCount; ++i) ledger_->met[i] = 0;
+    for (uint32_t i = 0; i < processCount; ++i) {
         const uint32_t seed = draw(~0u);
         workers_[i] = std::make_unique<Child>([this, i, seed](Line&) { work(*ledger_, i, seed); });
     }
     return await(where, [&](uint32_t worker) {
         const uint32_t others = ((1u << workerCount) - 1) & ~(1u << worker);
-        return (ledger_->met[worker] & others) == others;
+        return worker == onlooker || (ledger_->met[worker] & others) == others;
     });
 }
 
@@ -105,7 +107,7 @@ void Scribbler::garble(char* base, uint32_t pageCount, linxtest::Region region) 
 template <class IsDone>
 bool Scribbler::await(const std::string& where, IsDone isDone) {
     const Clock::time_point limit = Clock::now() + longestPatience;
-    for (uint32_t worker = 0; worker < workerCount;) {
+    for (uint32_t worker = 0; worker < processCount;) {
         const bool ended = hasEnded(worker);
         if (isDone(worker)) {
             ++worker;
@@ -124,10 +126,11 @@ bool Scribbler::await(const std::string& where, IsDone isDone) {
 
 /// Every worker goes on from now on.
 bool Scribbler::awaitBeats(const std::string& where) {
-    std::array<uint32_t, workerCount> before;
-    for (uint32_t i = 0; i < workerCount; ++i) before[i] = ledger_->beats[i];
-    return await(where,
-                 [&](uint32_t worker) { return ledger_->beats[worker] - before[worker] >= operationsOfRound; });
+    std::array<uint32_t, processCount> before;
+    for (uint32_t i = 0; i < processCount; ++i) before[i] = ledger_->beats[i];
+    return await(where, [&](uint32_t worker) {
+        return ledger_->beats[worker] - before[worker] >= (worker == onlooker ? 1 : operationsOfRound);
+    });
 }
 
 bool Scribbler::hasEnded(uint32_t worker) const {
@@ -154,7 +157,7 @@ void Scribbler::complainOfHang(uint32_t worker, const std::string& where) {
 void Scribbler::endWorkers(const std::string& where) {
     ledger_->leave = true;
     if (complaints_.empty()) await(where, [&](uint32_t worker) { return hasEnded(worker); });
-    for (uint32_t worker = 0; worker < workerCount && complaints_.empty(); ++worker) {
+    for (uint32_t worker = 0; worker < processCount && complaints_.empty(); ++worker) {
         const int status = workers_[worker]->exitStatus();
         if (status == 0) continue;
         ++crashes_;

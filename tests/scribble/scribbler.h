@@ -56,7 +56,7 @@ private:
     std::mt19937 random_;
     const linxtest::TestDomain domain_;
     const Shared<Ledger> ledger_;
-    std::array<std::unique_ptr<Child>, workerCount> workers_;
+    std::array<std::unique_ptr<Child>, processCount> workers_;  ///< and the onlooker
     std::array<uint64_t, linxtest::regionCount> bytes_{};
     std::vector<std::string> complaints_;
     uint32_t rounds_ = 0;

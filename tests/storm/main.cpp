@@ -32,6 +32,8 @@ void printFigures(const traffic::Ledger& ledger, const storm::Storm& storm, size
               << " ends told, " << ledger.hunts << " hunts answered, " << ledger.timeouts << " time-outs\n"
               << ledger.refused << " sends refused by the dead, " << ledger.interrupted
               << " sends cut short by their sender's death, " << ledger.noMemory << " allocations without memory\n"
+              << ledger.captured << " signals verified as captured, in " << ledger.captures << " captures, and "
+              << ledger.looks << " looks; " << storm.killedOnlookers() << " onlookers killed\n"
               << ledger.losses << " losses, longest stall " << stall.count() << " ms\n"
               << leaked << " blocks leaked by " << storm.kills() << " kills\n";
 }

@@ -5,12 +5,14 @@
 #include <algorithm>
 
 #include "tests/kit/arena_order.h"
+#include "tests/storm/onlooker.h"
 #include "tests/traffic/worker.h"
 
 namespace storm {
 namespace {
 
 constexpr uint32_t killsBetweenRests = 16;
+constexpr uint32_t killsOfAnOnlooker = 4;  ///< of workers, for each
 
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
@@ -25,10 +27,12 @@ void pause() {
 void Storm::rage(uint32_t kills) {
     ledger_.seats = seats;
     for (uint32_t worker = 0; worker < seats; ++worker) spawn(worker);
+    replaceOnlooker();
     while (kills_ < kills && ledger_.complaintCount == 0) {
         // Mostly at once, so that the dead are found while others still clear up after those before.
         watch(microseconds(draw(4) == 0 ? draw(20000) : draw(1500)));
         strike(draw(seats));
+        if (draw(killsOfAnOnlooker) == 0) replaceOnlooker();
     }
     calm();
 }
@@ -56,8 +60,21 @@ void Storm::strike(uint32_t worker) {
 void Storm::kill(uint32_t worker) {
     Place& place = places_[worker];
     ledger_.doomed[worker] = place.process;
+    const uint32_t life = ledger_.latest[worker];
     place.child->kill9();
     ++kills_;
+    const std::string disagreement = compareBooksOfKilled(ledger_, life);
+    if (!disagreement.empty()) ledger_.complain("killed, " + disagreement);
+}
+
+/// Kills who looks on, wherever it is, and has another do it.
+void Storm::replaceOnlooker() {
+    if (onlooker_ != nullptr) {
+        onlooker_->kill9();
+        ++killedOnlookers_;
+    }
+    const uint32_t seed = draw(~0u);
+    onlooker_ = std::make_unique<Child>([this, seed](Line&) { lookOn(ledger_, seed); });
 }
 
 void Storm::stop(uint32_t worker) {
@@ -121,6 +138,7 @@ void Storm::rest() {
 void Storm::calm() {
     if (!settle()) return;
     ledger_.leave = true;
+    if (onlooker_->exitStatus() != 0) ledger_.complain("the onlooker does not end");
     for (const Place& place : places_) place.child->tell();
     if (ledger_.checked.reaches(seats)) inspect();
     ledger_.dismissed = 1;
@@ -135,6 +153,8 @@ void Storm::calm() {
 void Storm::inspect() {
     const std::string broken = linxtest::brokenAtRest(kills_);
     if (!broken.empty()) ledger_.complain("the arena at rest: " + broken);
+    const std::string disagreement = compareBooks(ledger_);
+    if (!disagreement.empty()) ledger_.complain("at rest, " + disagreement);
 }
 
 }  // namespace storm

@@ -16,7 +16,7 @@ using traffic::Ledger;
 
 constexpr uint32_t seats = 8;
 
-/// Workers in processes of their own, and who kills, stops and replaces them.
+/// Workers in processes of their own, one who looks on, and who kills, stops and replaces them all.
 class Storm {
 public:
     Storm(Ledger& ledger, uint32_t seed) : ledger_(ledger), random_(seed) {}
@@ -28,6 +28,7 @@ public:
     uint32_t kills() const { return kills_; }
     uint32_t stops() const { return stops_; }
     uint32_t rests() const { return rests_; }
+    uint32_t killedOnlookers() const { return killedOnlookers_; }
     Clock::duration longestStall() const { return longestStall_; }
 
 private:
@@ -50,6 +51,7 @@ private:
     void rest();
     void calm();
     void inspect();
+    void replaceOnlooker();
     uint32_t draw(uint32_t below) { return static_cast<uint32_t>(random_() % below); }
 
     Ledger& ledger_;
@@ -59,6 +61,8 @@ private:
     uint32_t kills_ = 0;
     uint32_t stops_ = 0;
     uint32_t rests_ = 0;
+    std::unique_ptr<Child> onlooker_;
+    uint32_t killedOnlookers_ = 0;
     Clock::duration longestStall_{};
 };
 

@@ -10,22 +10,21 @@
 
 #include "host/arena/layout.h"
 #include "host/debug/validate.h"
-#include "inspect/endpoints.h"
-#include "inspect/hunts.h"
-#include "inspect/snapshot.h"
 #include "tests/kit/garbler.h"
+#include "tests/kit/look_around.h"
 #include "tests/kit/shared.h"
 #include "tests/tools/scene.h"
 
 namespace {
 
 using linx::inspect::Place;
-using linx::inspect::Snapshot;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-const std::vector<std::vector<std::string>> readers = {{"list"},   {"status", "server"}, {"holders"},
-                                                       {"doctor"}, {"graph", "--dot"},   {"report", "-o", "-"}};
+const std::vector<std::vector<std::string>> readers = {
+    {"list"},   {"status", "server"},       {"holders"},       {"hz", "--timeout", "5ms"}, {"waits"},
+    {"record"}, {"top", "--timeout", "5ms", "--interval", "5ms"}, {"log", "server"}, {"doctor"},                 {"graph", "--dot"},
+    {"report", "-o", "-"}};
 const std::vector<std::vector<std::string>> senders = {
     {"send", "server", "1"}, {"call", "server", "1", "--reply", "2"}, {"wait", "server"}, {"shutdown", "server"}};
 const std::vector<std::vector<std::string>> watchers = {{"monitor"}, {"capture", "-w", "-"}};
@@ -214,17 +213,17 @@ TEST_F(Spoilt, AnArenaThatWasCutShortIsToldWhereverItWasCut) {
     }
 }
 
-/// All that there is to be read. Where the arena is garbage it may say anything, but in time and within bounds.
 void readAll(const std::string& path) {
     Place place;
     ASSERT_TRUE(place.openFile(path));
-    const std::unique_ptr<Snapshot> snapshot = Snapshot::take(place.file());
-    if (snapshot == nullptr) {
+    const std::unique_ptr<linxtest::Sight> sight = linxtest::lookAround(place);
+    if (sight == nullptr) {
         EXPECT_EQ(errno, EPROTO);
         return;
     }
-    EXPECT_GE(linx::slotCount, linx::inspect::endpointsOf(snapshot->arena(), place).size());
-    EXPECT_GE(linx::huntCount, linx::inspect::pendingHunts(snapshot->arena()).size());
+    EXPECT_GE(linx::slotCount, sight->endpoints.size());
+    EXPECT_GE(linx::huntCount, sight->hunts.size());
+    for (const auto& record : sight->records) EXPECT_GE(linx::eventCount, record.size());
 }
 
 TEST_F(Spoilt, WordsThatDoNotBelongThereMisleadNobodyOutOfTheArena) {
@@ -260,10 +259,10 @@ TEST_F(Spoilt, RandomBytesEverywhereAreWithstood) {
         file.write(reinterpret_cast<const char*>(words.data()), static_cast<std::streamsize>(words.size() * 4));
         file.flush();
         readAll(copy);
-        for (auto verb : readers) {
-            verb.insert(verb.end(), {"--file", copy});
-            EXPECT_GE(3, runLinx(verb).status) << verb[0];
-        }
+    }
+    for (auto verb : readers) {
+        verb.insert(verb.end(), {"--file", copy});
+        EXPECT_GE(3, runLinx(verb).status) << verb[0];
     }
 }
 
@@ -293,14 +292,15 @@ TEST_F(Dying, WhoReadsWhileAllComeAndGoAndAreKilledReadsOnlyWhatIs) {
     for (uint32_t round = 0; round < 12; ++round) {
         Place place;
         ASSERT_TRUE(place.openDirectory(domain.path()));
-        const std::unique_ptr<Snapshot> snapshot = Snapshot::take(place.file());
-        ASSERT_NE(snapshot, nullptr);
-        for (const auto& endpoint : linx::inspect::endpointsOf(snapshot->arena(), place)) {
+        const std::unique_ptr<linxtest::Sight> sight = linxtest::lookAround(place);
+        ASSERT_NE(sight, nullptr);
+        for (const auto& endpoint : sight->endpoints) {
             const bool isOurs = endpoint.name.size() == 9 && endpoint.name.compare(0, 8, "passing.") == 0;
             ASSERT_TRUE(isOurs && endpoint.name[8] >= '0' && endpoint.name[8] < '0' + char{crowd}) << endpoint.name;
             EXPECT_GE(20u, endpoint.account.queued.signals);
         }
-        for (const auto& hunt : linx::inspect::pendingHunts(snapshot->arena())) EXPECT_EQ(hunt.name, "absent");
+        for (const auto& hunt : sight->hunts) EXPECT_EQ(hunt.name, "absent");
+        for (const auto& event : sight->history) EXPECT_GE(linx::EventKind::closed, event.kind);
         std::unique_ptr<Child>& victim = children[round % crowd];
         victim->kill9();
         victim = start(round % crowd);

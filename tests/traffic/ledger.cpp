@@ -13,6 +13,7 @@ uint32_t Ledger::beginLife(uint32_t seat, uint32_t process) {
     Life& own = life(number);
     own.spid = 0;
     own.closing = false;
+    own.sent.signals = own.sent.bytes = own.received.signals = own.received.bytes = 0;
     own.seat = seat;
     own.process = process;
     own.previous = latest[seat].load();

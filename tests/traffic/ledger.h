@@ -21,6 +21,17 @@ struct Outgoing {
     std::atomic<uint32_t> sent[kinds];
 };
 
+/// Signals, and their bytes modulo 2^32.
+struct Volume {
+    std::atomic<uint32_t> signals;
+    std::atomic<uint32_t> bytes;
+
+    void add(uint32_t size) {
+        ++signals;
+        bytes += size;
+    }
+};
+
 /// One incarnation of the endpoint in a seat. Lives are numbered from 1; life 0 is nobody's.
 struct Life {
     std::atomic<uint32_t> seat;
@@ -28,6 +39,8 @@ struct Life {
     std::atomic<uint32_t> previous;  ///< of the same seat
     std::atomic<uint32_t> spid;      ///< 0 while it opens
     std::atomic<bool> closing;
+    Volume sent;      ///< all that it has sent
+    Volume received;  ///< all that it has received
     Outgoing to[mostSeats];
 };
 
@@ -57,6 +70,9 @@ struct Ledger {
     std::atomic<uint32_t> interrupted;  ///< sends amid which their sender was killed
     std::atomic<uint32_t> losses;
     std::atomic<uint32_t> kibibytes;  ///< in signals that were verified
+    std::atomic<uint32_t> captured;   ///< signals that somebody who captures them has verified
+    std::atomic<uint32_t> captures;   ///< that were begun
+    std::atomic<uint32_t> looks;      ///< at all that can be seen of the domain
 
     std::atomic<uint32_t> complaintCount;
     char complaints[32][256];

@@ -141,11 +141,13 @@ bool Worker::post(LinxSignal* signal, uint32_t to, Kind kind) {
     letter.to = current_[to];
     letter.sequence = ++outgoing.begun[kind];
     seal(letter, kind);
+    const uint32_t size = signalBytes(letter.bytes);
     if (linx_send(linx_, &signal, current_[to]) != 0) {
         wasRefused(to, errno);
         return false;
     }
     ++outgoing.sent[kind];
+    life_.sent.add(size);
     return true;
 }
 
@@ -295,6 +297,7 @@ bool Worker::take(uint32_t milliseconds, const uint32_t* selection) {
 void Worker::handle(LinxSignal* signal, uint32_t size) {
     ++ledger_.beats[index_];
     ledger_.settled[index_] = false;
+    life_.received.add(size);
     if (signal->number - firstNumber < kinds) {
         return handleLetter(signal, size, static_cast<Kind>(signal->number - firstNumber));
     }
