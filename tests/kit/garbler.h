@@ -28,9 +28,9 @@ enum class Region : uint32_t {
 constexpr uint32_t regionCount = static_cast<uint32_t>(Region::anywhere) + 1;
 
 inline const char* nameOf(Region region) {
-    constexpr const char* names[regionCount] = {"header", "buckets", "slots",  "wake state", "stacks",  "names",
-                                                "hunts",  "told",    "events", "pages",      "blocks",
-                                                "payloads", "anywhere"};
+    constexpr const char* names[regionCount] = {"header", "buckets",  "slots",   "wake state", "stacks",
+                                                "names",  "hunts",    "told",    "events",     "pages",
+                                                "blocks", "payloads", "anywhere"};
     return names[static_cast<uint32_t>(region)];
 }
 
@@ -110,13 +110,12 @@ private:
     }
 
     size_t chooseToldWord() {
-        constexpr std::pair<size_t, size_t> parts[] = {
-            {offsetof(linx::Slot, recorded), sizeof(linx::Slot::recorded)},
-            {offsetof(linx::Slot, logMask), sizeof(linx::Slot::logMask)},
-            {offsetof(linx::Slot, traffic), sizeof(linx::Slot::traffic)},
-            {offsetof(linx::Slot, maker), sizeof(linx::Slot::maker)},
-            {offsetof(linx::Slot, waiting), sizeof(linx::Slot::waiting)},
-            {offsetof(linx::Slot, refused), sizeof(linx::Slot::refused)}};
+        constexpr std::pair<size_t, size_t> parts[] = {{offsetof(linx::Slot, recorded), sizeof(linx::Slot::recorded)},
+                                                       {offsetof(linx::Slot, logMask), sizeof(linx::Slot::logMask)},
+                                                       {offsetof(linx::Slot, traffic), sizeof(linx::Slot::traffic)},
+                                                       {offsetof(linx::Slot, maker), sizeof(linx::Slot::maker)},
+                                                       {offsetof(linx::Slot, waiting), sizeof(linx::Slot::waiting)},
+                                                       {offsetof(linx::Slot, refused), sizeof(linx::Slot::refused)}};
         const auto& [offset, bytes] = parts[draw(6)];
         return offset + drawWordOf(bytes);
     }

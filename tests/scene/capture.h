@@ -15,7 +15,8 @@ class Capturer {
 public:
     Capturer(Capture kind, const std::string& domain);
 
-    /// What is wrong: each signal that was captured must be whole, and who has died in no one's way. Ends the capture.
+    /// What is wrong: each signal that was captured must be whole, and who has died in no one's way. Ends the
+    /// capture.
     std::vector<std::string> end();
 
 private:

@@ -116,13 +116,15 @@ void lookOn(traffic::Ledger& ledger, uint32_t seed) {
 std::string compareBooks(const traffic::Ledger& ledger) {
     const std::shared_ptr<linx::Domain> domain = linx::Domain::join();
     std::string fault;
-    const bool agree = comesTrue([&] {  // whoever has just received writes it down in a moment
-        fault.clear();
-        for (uint32_t seat = 0; seat < ledger.seats && fault.empty(); ++seat) {
-            fault = compareLife(domain->arena(), ledger, ledger.latest[seat], 0);
-        }
-        return fault.empty();
-    }, 5000);
+    const bool agree = comesTrue(
+        [&] {  // whoever has just received writes it down in a moment
+            fault.clear();
+            for (uint32_t seat = 0; seat < ledger.seats && fault.empty(); ++seat) {
+                fault = compareLife(domain->arena(), ledger, ledger.latest[seat], 0);
+            }
+            return fault.empty();
+        },
+        5000);
     return agree ? std::string() : fault;
 }
 

@@ -21,10 +21,17 @@ using linx::inspect::Place;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-const std::vector<std::vector<std::string>> readers = {
-    {"list"},   {"status", "server"},       {"holders"},       {"hz", "--timeout", "5ms"}, {"waits"},
-    {"record"}, {"top", "--timeout", "5ms", "--interval", "5ms"}, {"log", "server"}, {"doctor"},                 {"graph", "--dot"},
-    {"report", "-o", "-"}};
+const std::vector<std::vector<std::string>> readers = {{"list"},
+                                                       {"status", "server"},
+                                                       {"holders"},
+                                                       {"hz", "--timeout", "5ms"},
+                                                       {"waits"},
+                                                       {"record"},
+                                                       {"top", "--timeout", "5ms", "--interval", "5ms"},
+                                                       {"log", "server"},
+                                                       {"doctor"},
+                                                       {"graph", "--dot"},
+                                                       {"report", "-o", "-"}};
 const std::vector<std::vector<std::string>> senders = {
     {"send", "server", "1"}, {"call", "server", "1", "--reply", "2"}, {"wait", "server"}, {"shutdown", "server"}};
 const std::vector<std::vector<std::string>> watchers = {{"monitor"}, {"capture", "-w", "-"}};

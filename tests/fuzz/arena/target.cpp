@@ -11,6 +11,7 @@
 #include "tests/fuzz/arena/image.h"
 #include "tests/fuzz/claim.h"
 #include "tests/fuzz/playground.h"
+#include "tests/kit/look_around.h"
 
 namespace fuzz {
 namespace {
@@ -45,15 +46,27 @@ void replace(Image& image, Input& input) {
     image.replace(choice % 2 == 0 ? image.length() - std::min(image.length(), change) : image.length() + change);
 }
 
-void step(Crowd& crowd, Image& image, Input& input) {
+/// As the program linx does.
+void look(const Playground& playground) {
+    ambush::begin();
+    linx::inspect::Place place;
+    if (!place.openDirectory(playground.path())) return;
+    const std::unique_ptr<linxtest::Sight> sight = linxtest::lookAround(place);
+    if (sight != nullptr)
+        claim(sight->endpoints.size() < linx::slotCount, "no more endpoints are seen than there may be");
+}
+
+void step(const Playground& playground, Crowd& crowd, Image& image, Input& input) {
     switch (input.below(8)) {
         case 0:
             return layAmbush(image, input);
         case 1:
         case 2:
             return image.garble(input);
-        case 3:
-            return input.below(8) == 0 ? replace(image, input) : crowd.act();
+        case 3: {
+            const uint32_t choice = input.below(8);
+            return choice == 0 ? replace(image, input) : choice == 1 ? look(playground) : crowd.act();
+        }
         default:
             return crowd.act();
     }
@@ -69,7 +82,7 @@ void play(Input& input) {
     Image image(playground.path());
     if (beginning == 1) crowd.closeAll();
     if (beginning >= 2) image.replace(image.length());
-    for (uint32_t left = mostSteps; left != 0 && !input.empty(); --left) step(crowd, image, input);
+    for (uint32_t left = mostSteps; left != 0 && !input.empty(); --left) step(playground, crowd, image, input);
     ambush::lift();
     crowd.closeAll();
     claim(image.isOfItsLength(), "the arena stays as long as it was");
