@@ -91,7 +91,7 @@ DomainReport reportOn(const Place& place, size_t mostEvents) {
         for (const auto& hunt : linx::inspect::pendingHunts(arena))
             report.hunts.push_back({nameIn(arena, hunt.hunter), hunt.name});
         report.list = listTable(arena, report.endpoints);
-        report.holders = holdersTable(holdersAmong(report.endpoints, ""));
+        report.holders = holdersTable(holdersAmong(arena, report.endpoints, ""));
         auto events = linx::inspect::merge(recordsOf(arena, report.endpoints, {}));
         report.recorded = events.size();
         if (events.size() > mostEvents)

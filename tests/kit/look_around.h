@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "inspect/endpoints.h"
+#include "inspect/holdings.h"
 #include "inspect/hunts.h"
 #include "inspect/place.h"
 #include "inspect/record.h"
@@ -18,6 +19,7 @@ namespace linxtest {
 struct Sight {
     std::vector<linx::inspect::Endpoint> endpoints;
     std::vector<linx::inspect::PendingHunt> hunts;
+    std::unordered_map<linx::Spid, linx::inspect::Holding> holdings;
     std::vector<std::vector<linx::Spid>> cycles;
     std::vector<std::vector<linx::inspect::Recorded>> records;
     std::vector<linx::inspect::Recorded> history;  ///< the records in one order
@@ -34,6 +36,7 @@ inline std::unique_ptr<Sight> lookAround(const linx::inspect::Place& place) {
     auto sight = std::make_unique<Sight>();
     sight->endpoints = endpointsOf(arena, place);
     sight->hunts = pendingHunts(arena);
+    sight->holdings = holdingsOf(arena);
     sight->cycles = cyclesOf(edgesOf(sight->endpoints));
     arena.forEachUsedSlot(
         [&](linx::SlotIndex index, const linx::Slot&) { sight->records.push_back(recordOf(arena, index)); });

@@ -115,19 +115,23 @@ TEST_F(ReadingTest, StatusInJsonHasTheKeysThatScriptsRelyOn) {
 
 TEST_F(ReadingTest, HoldersShowsWhoHasWhichMemory) {
     EXPECT_EQ(textOf({"holders"}),
-              "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
-              "server 4 6.2 KiB 5.2 KiB 64 B\n"
-              "client 0 0 B 0 B 6.2 KiB\n");
+              "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT OLDEST SIZES\n"
+              "server 4 6.2 KiB 5.2 KiB 64 B - 1 of 5.1 KiB, 1 of 1.1 KiB, 2 of 64 B\n"
+              "client 0 0 B 0 B 6.2 KiB - -\n");
     EXPECT_EQ(textOf({"holders", "client"}),
-              "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT\n"
-              "client 0 0 B 0 B 6.2 KiB\n");
+              "OWNER SIGNALS BYTES OF WHICH QUEUED ON ITS ACCOUNT OLDEST SIZES\n"
+              "client 0 0 B 0 B 6.2 KiB - -\n");
 }
 
 TEST_F(ReadingTest, HoldersInJsonHasTheKeysThatScriptsRelyOn) {
     const Json all = jsonOf({"holders"});
     ASSERT_EQ(all.size(), 2u);
-    EXPECT_THAT(keysOf(all[0]), testing::UnorderedElementsAre("owner", "bytes", "signals", "queued_bytes",
-                                                              "queued_signals", "lent_bytes", "lent_signals"));
+    EXPECT_THAT(keysOf(all[0]),
+                testing::UnorderedElementsAre("owner", "bytes", "signals", "oldest_seconds", "queued_bytes",
+                                              "queued_signals", "lent_bytes", "lent_signals", "blocks"));
+    EXPECT_TRUE(all[0]["oldest_seconds"].is_null()) << "neither has slept since";
+    ASSERT_EQ(all[0]["blocks"].size(), 3u);
+    EXPECT_EQ((Json{{"block_bytes", 64}, {"signals", 2}}), all[0]["blocks"][0]);
     EXPECT_EQ(all[0]["owner"], "server");
     EXPECT_EQ(all[0]["signals"], 4);
     EXPECT_EQ(all[0]["queued_signals"], 3);

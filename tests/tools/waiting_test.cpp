@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <nlohmann/json.hpp>
 
 #include "tests/tools/asker.h"
@@ -15,6 +16,10 @@ using Names = std::vector<std::string>;
 Json jsonOf(std::vector<std::string> arguments) {
     arguments.push_back("--json");
     return Json::parse(runLinx(arguments).out, nullptr, false);
+}
+
+double secondsNow() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 class WaitingTest : public ProcessTest {};
@@ -86,6 +91,38 @@ TEST_F(WaitingTest, WhoIsNotAnsweredForLongIsFound) {
     EXPECT_THAT(findings[0]["text"], testing::HasSubstr("sent 2000 to server"));
     client->kill9();
     expectSignal(server, 2000);
+}
+
+/// A signal has no time of its own: it is known from when its owner or its sender sleeps for the next time.
+TEST_F(WaitingTest, WhoHasASignalIsToldSinceWhen) {
+    Child hoarder([](Line& test) {
+        Endpoint endpoint("hoarder");
+        test.tell(spidOf(endpoint));
+        LinxSignal* kept = nullptr;
+        ASSERT_EQ(4, linx_receive(endpoint, &kept, anySignal));
+        test.tell();
+        expectSignal(endpoint, 9);
+        linx_free_buf(endpoint, &kept);
+    });
+    const LinxSpid spid = hoarder.hear();
+    const double sent = secondsNow();
+    Endpoint client("client"), idler("idler");
+    ASSERT_EQ(send(client, spid, 1), 0);
+    ASSERT_EQ(send(client, spidOf(idler), 1), 0);
+    hoarder.hear();
+    hoarder.awaitSleep();
+    EXPECT_TRUE(jsonOf({"holders", "idler"})[0]["oldest_seconds"].is_null()) << "the sender has not slept";
+    EXPECT_FALSE(receive(client, 1));
+    const double known = secondsNow();
+    for (const char* name : {"hoarder", "idler"}) {
+        const double asked = secondsNow();
+        const Json age = jsonOf({"holders", name})[0]["oldest_seconds"];
+        ASSERT_TRUE(age.is_number()) << name;
+        EXPECT_GE(age, asked - known) << name;
+        EXPECT_LE(age, secondsNow() - sent) << name;
+    }
+    ASSERT_EQ(send(client, spid, 9), 0);
+    EXPECT_EQ(hoarder.exitStatus(), 0);
 }
 
 TEST_F(WaitingTest, WhoWaitsForAnySignalWaitsForNobody) {
