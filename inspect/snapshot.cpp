@@ -28,9 +28,9 @@ class Copier {
 public:
     Copier(int file, char* image, const Arena& arena) : file_(file), image_(image), arena_(arena) {}
 
-    bool copyAll() {
-        return copy(0, slotsOffset) && copyEvents() && copyTable(slots()) && copyTable(hunts()) && copyPageMap() &&
-               copyBlocks();
+    bool copyAll(Snapshot::Events events) {
+        return copy(0, slotsOffset) && (events == Snapshot::Events::leftOut || copyEvents()) && copyTable(slots()) &&
+               copyTable(hunts()) && copyPageMap() && copyBlocks();
     }
 
 private:
@@ -140,14 +140,14 @@ ArenaMapping makeImage(uint32_t pageCount) {
 
 }  // namespace
 
-std::unique_ptr<Snapshot> Snapshot::take(int file) {
+std::unique_ptr<Snapshot> Snapshot::take(int file, Events events) {
     const uint32_t pageCount = checkArenaFile(file);
     if (pageCount == 0) return nullptr;
     ArenaMapping image = makeImage(pageCount);
     if (image == nullptr) return nullptr;
     auto* const bytes = static_cast<char*>(image.get());
     std::unique_ptr<Snapshot> snapshot(new Snapshot(std::move(image), pageCount));
-    return Copier(file, bytes, snapshot->arena()).copyAll() ? std::move(snapshot) : nullptr;
+    return Copier(file, bytes, snapshot->arena()).copyAll(events) ? std::move(snapshot) : nullptr;
 }
 
 }  // namespace inspect

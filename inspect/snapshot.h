@@ -20,8 +20,11 @@ namespace inspect {
  */
 class Snapshot {
 public:
+    /// What endpoints have recorded is as much again as everything else: those who look often leave it out.
+    enum class Events { copied, leftOut };
+
     /// Null with errno: EPROTO when the file is no arena of this make, or is being cut short; ENOMEM.
-    static std::unique_ptr<Snapshot> take(int file);
+    static std::unique_ptr<Snapshot> take(int file, Events events = Events::copied);
 
     const Arena& arena() const { return arena_; }
 

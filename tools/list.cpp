@@ -91,7 +91,7 @@ Table listTable(const linx::Arena& arena, const std::vector<Endpoint>& endpoints
 int list(const Options& options, const ListOptions& what) {
     linx::inspect::Place place;
     openPlace(options, place);
-    const auto snapshot = snapshotOf(place);
+    const auto snapshot = snapshotOf(place, linx::inspect::Snapshot::Events::leftOut);
     std::vector<Endpoint> endpoints = linx::inspect::endpointsOf(snapshot->arena(), place);
     if (!what.all) {
         const auto hasEnded = [](const Endpoint& e) { return e.state == State::ended; };

@@ -50,8 +50,8 @@ void openPlace(const Options& options, Place& place) {
     if (!place.openDirectory(path)) failToRead(path);
 }
 
-std::unique_ptr<Snapshot> snapshotOf(const Place& place) {
-    std::unique_ptr<Snapshot> snapshot = Snapshot::take(place.file());
+std::unique_ptr<Snapshot> snapshotOf(const Place& place, Snapshot::Events events) {
+    std::unique_ptr<Snapshot> snapshot = Snapshot::take(place.file(), events);
     if (snapshot == nullptr) failToRead(place.path());
     return snapshot;
 }

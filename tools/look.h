@@ -21,7 +21,9 @@ void openPlace(const Options& options, linx::inspect::Place& place);
 [[noreturn]] void failToRead(const std::string& path);
 
 /// A snapshot of it; throws likewise.
-std::unique_ptr<linx::inspect::Snapshot> snapshotOf(const linx::inspect::Place& place);
+std::unique_ptr<linx::inspect::Snapshot> snapshotOf(
+    const linx::inspect::Place& place,
+    linx::inspect::Snapshot::Events events = linx::inspect::Snapshot::Events::copied);
 
 /// For verbs that join: there is a domain, and it was not an arena that was meant. Throws otherwise.
 void requireDomain(const Options& options);

@@ -12,7 +12,7 @@ using linx::inspect::Endpoint;
 using linx::inspect::State;
 
 Sample sampleOf(const linx::inspect::Place& place) {
-    const auto snapshot = snapshotOf(place);
+    const auto snapshot = snapshotOf(place, linx::inspect::Snapshot::Events::leftOut);
     const uint64_t time = linx::now();
     return {time, linx::inspect::endpointsOf(snapshot->arena(), place)};
 }
