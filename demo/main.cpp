@@ -1,3 +1,5 @@
+#include <sys/prctl.h>
+
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <random>
@@ -31,7 +33,7 @@ int main(int argc, char** argv) {
     options.link = usualLink();
     bool list = false;
     CLI::App app{"Nine servers of a device on one machine: shows what endpoints can do, and that it happened."};
-    app.add_option("--rounds", options.rounds, "how often the stream runs and a server is killed, 1 to 10")
+    app.add_option("--rounds", options.rounds, "how often the stream runs and a server is killed, 1 to 1000")
         ->check(CLI::Range(1U, demo::maxRounds))
         ->capture_default_str();
     app.add_option("--payload", options.payload, "bytes of one stream, 1 to 1048576")
@@ -62,5 +64,7 @@ int main(int argc, char** argv) {
     serve->add_option("--limit", wiring.limit)->required();
 
     CLI11_PARSE(app, argc, argv);
-    return serve->parsed() ? demo::runServer(name, wiring) : demonstrate(options, list);
+    if (!serve->parsed()) return demonstrate(options, list);
+    prctl(PR_SET_NAME, name.c_str());  // of the process, which was started as /proc/self/exe
+    return demo::runServer(name, wiring);
 }

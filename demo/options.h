@@ -18,7 +18,7 @@ struct Options {
     std::string servers = "/proc/self/exe";  ///< the program that is executed for each server
 };
 
-constexpr unsigned maxRounds = 10;
+constexpr unsigned maxRounds = 1000;
 constexpr unsigned maxPayload = 1U << 20U;
 constexpr unsigned maxLimit = 3600;
 

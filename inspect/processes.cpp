@@ -134,6 +134,7 @@ std::optional<Process> processOf(pid_t pid) {
     const size_t end = line.rfind(')');
     if (begin == std::string::npos || end == std::string::npos || end + 2 >= line.size()) return std::nullopt;
     const char state = line[end + 2];
+    if (state == 'Z' || state == 'X') return std::nullopt;  // only its parent has not asked yet how it ended
     return Process{pid, line.substr(begin + 1, end - begin - 1), status.st_uid, startIn(line.c_str()),
                    state == 'T' || state == 't'};
 }

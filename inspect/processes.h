@@ -22,7 +22,7 @@ struct Process {
     bool isStopped = false;
 };
 
-/// None when there is no such process, or it may not be seen.
+/// None when there is no such process, it has ended, or it may not be seen.
 std::optional<Process> processOf(pid_t pid);
 
 /// Spids of the doorbells in a domain's directory; none for -1.

@@ -19,7 +19,7 @@ TEST_P(RefusedOption, IsNamedAndNothingIsStarted) {
 using Arguments = std::vector<std::string>;
 
 INSTANTIATE_TEST_SUITE_P(Values, RefusedOption,
-                         testing::Values(Arguments{"--rounds", "0"}, Arguments{"--rounds", "11"},
+                         testing::Values(Arguments{"--rounds", "0"}, Arguments{"--rounds", "1001"},
                                          Arguments{"--rounds", "-1"}, Arguments{"--rounds", "two"},
                                          Arguments{"--rounds"}, Arguments{"--payload", "0"},
                                          Arguments{"--payload", "1048577"}, Arguments{"--payload", "4294967297"},

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <pwd.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -164,6 +165,15 @@ TEST_F(ReadingTest, TheKilledAreShownAsDeadAndWhatTheyHadIsStillTold) {
     EXPECT_TRUE(one["pid"].is_null());
     EXPECT_EQ(one["queued"].size(), 2u);
     EXPECT_EQ(Json{"absent"}, one["hunts"]);
+}
+
+TEST_F(ReadingTest, TheKilledForWhomNobodyHasWaitedAreShownAsDeadToo) {
+    ASSERT_EQ(kill(server->pid(), SIGKILL), 0);
+    ASSERT_TRUE(comesTrue([this] { return server->hasEnded(); }));
+    const Json dead = jsonOf({"list"})[1];
+    EXPECT_EQ(dead["state"], "dead");
+    EXPECT_TRUE(dead["pid"].is_null());
+    EXPECT_EQ(jsonOf({"list"})[0]["state"], "sleeping");
 }
 
 TEST_F(ReadingTest, WhoHasEndedIsShownOnRequest) {
