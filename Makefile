@@ -60,8 +60,8 @@ test-mixed: mixed-dependencies ## Runs processes of 32 and of 64 bits in one dom
 	@$(MAKE) run-mixed
 
 run-mixed:
-	$(call build,release,linx-demo mixed_test)
-	$(call build-for,x86-32,-DLINXIPC_OTHER_SIZE=$(CURDIR)/build/release,linx-demo abi_test mixed_test)
+	$(call build,release,linx linx-demo mixed_test)
+	$(call build-for,x86-32,-DLINXIPC_OTHER_SIZE=$(CURDIR)/build/release,linx linx-demo abi_test mixed_test)
 	$(call test-on,x86-32) --tests-regex '^(abi|(abi|mixed|processes)_test)\.'
 
 # Proofs that take longer than a test may

@@ -10,12 +10,8 @@ import struct
 import pytest
 
 import linx
+from device import DEMO, PATIENCE, SERVERS, domain_of, process_of, start_device
 
-DEMO = os.environ["LINX_DEMO"]
-PATIENCE = 100  # seconds, as an option of the demonstration
-SERVERS = [
-    "WatchdogMgr", "ConfigMgr", "StateMgr", "ConnectionMgr", "StreamMgr", "PlaybackMgr", "UiMgr", "SysTickHal", "GpsHal"
-]  # fmt: skip
 
 
 class Number(enum.IntEnum):
@@ -47,7 +43,7 @@ GPS_HAL = 12  # as in directory/e_Process.h
 
 @pytest.fixture
 def device(domain):
-    return domain.start([DEMO, "--seed", "6", "--rounds", "10", "--limit", str(PATIENCE)])
+    return start_device(domain)
 
 
 @pytest.fixture
@@ -58,14 +54,6 @@ def observer(device, monkeypatch):
     monkeypatch.setenv("LINX_DOMAIN", path)
     with linx.Endpoint("observer") as endpoint:
         yield endpoint
-
-
-def process_of(device, name):
-    return int(device.wait_for_output(re.compile(rf"starts {name}, process (\d+)\n")).group(1))
-
-
-def domain_of(device):
-    return device.wait_for_output(re.compile(r"domain (/\S+),")).group(1)
 
 
 def test_everything_happens_that_is_to_happen(domain):
