@@ -174,11 +174,11 @@ private:
         const uint64_t share = uint64_t{linx::share::limitOf(arena)} * linx::lineBytes;
         for (const Endpoint& endpoint : linx::inspect::endpointsOf(arena, place_)) {
             if (endpoint.state == State::dead) {
-                found("dead", endpoint.name, "its process has ended, and nobody has cleared up after it yet",
+                found("dead", endpoint.name, "has ended with its process, and nobody has cleared up after it yet",
                       "linx wait --gone " + shellWord(endpoint.name));
             }
             if (endpoint.state == State::stopped) {
-                found("stopped", describe(endpoint.name, endpoint.process), "its process is stopped",
+                found("stopped", describe(endpoint.name, endpoint.process), "stands still: its process is stopped",
                       "kill -CONT " + std::to_string(endpoint.process->pid));
             }
             if (endpoint.state != State::ended) lookAtMemory(endpoint, share);
