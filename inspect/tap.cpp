@@ -90,6 +90,7 @@ struct Tap::Ring {
     bool fill(uint32_t snapBytes);
     bool claimName();
     bool announce(const Place& place);
+    void withdraw() const;
     const tap::Lane& lane(SlotIndex index) const;
     void findLanes();
     void openLane(SlotIndex index);
@@ -173,9 +174,13 @@ bool Tap::Ring::announce(const Place& place) {
     return true;
 }
 
-Tap::Ring::~Ring() {
+void Tap::Ring::withdraw() const {
     uint32_t own = id;
     if (arenaHeader != nullptr) static_cast<Header*>(arenaHeader.get())->tap.casSeqCst(own, 0);
+}
+
+Tap::Ring::~Ring() {
+    withdraw();
     if (isNamed && isSameFile(file.get(), directory.get(), tap::fileName))
         unlinkat(directory.get(), tap::fileName, 0);
     // Senders have it mapped until they send again: what lies in it is of no use to them.
@@ -193,6 +198,10 @@ bool Tap::next(Sent& sent, int milliseconds) {
         }
         if (now() >= end || nanosleep(&pause, nullptr) == -1) return false;
     }
+}
+
+void Tap::stop() {
+    ring_->withdraw();
 }
 
 uint64_t Tap::lost() const {

@@ -37,6 +37,9 @@ public:
     /// many milliseconds, or a POSIX signal interrupts the wait.
     bool next(Sent& sent, int milliseconds);
 
+    /// Has nobody tell any more. What was sent before, `next` still returns.
+    void stop();
+
     /// Signals that were sent while the tap was there, and that `next` will never return.
     uint64_t lost() const;
 

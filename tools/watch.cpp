@@ -110,15 +110,21 @@ Tally Watch::run(std::FILE* output, const std::string& outputName, Sink& sink) {
             const auto pause = std::clamp(left, std::chrono::milliseconds(0), glance);
             if (!tap_->next(sent, static_cast<int>(pause.count()))) continue;
         }
-        const Captured signal = withNames(std::move(sent));
-        if (!isWanted(signal)) continue;
-        sink.put(signal);
-        ++tally.captured;
+        put(std::move(sent), sink, tally);
     }
+    tap_->stop();
+    while (isWatched && !isEnough(tally) && tap_->next(sent, 0)) put(std::move(sent), sink, tally);
     tally.lost = tap_->lost();
     sink.finish(tally);
     if (isWatched) flush(output, outputName);
     return tally;
+}
+
+void Watch::put(Sent&& sent, Sink& sink, Tally& tally) {
+    const Captured signal = withNames(std::move(sent));
+    if (!isWanted(signal)) return;
+    sink.put(signal);
+    ++tally.captured;
 }
 
 void Watch::requireEnough(const Tally& tally) const {

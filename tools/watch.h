@@ -61,6 +61,7 @@ private:
     bool isWanted(const Captured& signal) const;
     Captured withNames(linx::inspect::Sent&& sent);
     const std::string& nameOf(linx::Spid spid);
+    void put(linx::inspect::Sent&& sent, Sink& sink, Tally& tally);
 
     const std::optional<uint32_t> count_;
     const WatchOptions& what_;

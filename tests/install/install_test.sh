@@ -300,6 +300,16 @@ TheLibrariesCarryTheirSonames() {
     done
 }
 
+TracersFindTheProbes() {
+    local probe notes
+    "$CXX" -E -x c++ - <<<'#include <sys/sdt.h>' >/dev/null 2>&1 ||
+        { echo "Skipped: <sys/sdt.h> is not there."; exit 77; }
+    notes=$(readelf -n "$platform")
+    for probe in send receive sleep ring reap; do
+        [[ $notes == *"Provider: linx"$'\n'"    Name: $probe"$'\n'* ]] || fail "there is no probe linx:$probe"
+    done
+}
+
 # A program is linked with libraries that have one operation more than those it meets. Nothing calls it before the
 # loader has looked for its version.
 AProgramThatNeedsALaterVersionIsToldAtStart() {

@@ -6,6 +6,7 @@ import pathlib
 import shutil
 import signal
 import subprocess
+import time
 
 import pytest
 
@@ -13,6 +14,9 @@ from device import PATIENCE, SERVERS, domain_of, process_of, start_device
 
 LINX = os.environ["LINX_PROGRAM"]
 EVENTS = 64  # that an endpoint's record keeps
+DISSECTOR = pathlib.Path(__file__).resolve().parents[2] / "tools" / "wireshark" / "linx.lua"
+FIELDS = [word for name in ("from", "to", "number", "size", "latency") for word in ("-e", f"linx.{name}")]
+needs_tshark = pytest.mark.skipif(shutil.which("tshark") is None, reason="tshark is not installed")
 
 
 class View:
@@ -148,3 +152,69 @@ def test_the_killed_still_tell_who_held_what(dead):
     assert all(holder["signals"] >= 0 and holder["owner"] in set(SERVERS) | {"TestCycle"} for holder in held)
     assert "UiMgr" in dead.run("status", "UiMgr").decode()
     dead.run("report", "-o", "-")
+
+
+class Conversation:
+    """Two who ask and answer, in the domain of the test."""
+
+    ROUNDS = 20
+
+    def __init__(self, domain):
+        domain.peer("server").always(2000).answer(2001, lambda request: bytes(2 * len(request.data)))
+        self.client = domain.open("client")
+        self.ask(0)  # they know each other now
+        self.seconds = []
+
+    def ask(self, size):
+        begin = time.monotonic()
+        self.client.call("server", 2000, bytes(size), reply=2001)
+        return time.monotonic() - begin
+
+    def hold(self):
+        self.seconds = [self.ask(size) for size in range(self.ROUNDS)]
+
+    def is_told_by(self, lines):
+        told = [line.split("\t") for line in lines.splitlines()]
+        sent = []
+        for size in range(self.ROUNDS):
+            sent += [["client", "server", "2000", str(4 + size)], ["server", "client", "2001", str(4 + 2 * size)]]
+        assert [line[:4] for line in told] == sent
+        assert {line[4] for line in told[::2]} == {""}
+        for line, took in zip(told[1::2], self.seconds):
+            assert 0 < float(line[4]) < took
+
+
+def tshark(tmp_path, *words):
+    # A home of its own: what the user has configured, or installed there, is none of the test's business.
+    environment = dict(os.environ, HOME=str(tmp_path), XDG_CONFIG_HOME=str(tmp_path))
+    command = ["tshark", "-n", "-l", "-X", f"lua_script:{DISSECTOR}", "-T", "fields", *FIELDS, *words]
+    return subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=environment, text=True)
+
+
+@needs_tshark
+def test_a_capture_of_what_is_sent_is_shown_by_tshark(domain, tmp_path):
+    conversation = Conversation(domain)
+    file = tmp_path / "capture.pcapng"
+    capture = subprocess.Popen([LINX, "capture", "-w", str(file)])
+    while not file.exists() or file.stat().st_size == 0:
+        os.sched_yield()
+    conversation.hold()
+    capture.send_signal(signal.SIGINT)
+    assert capture.wait(PATIENCE) == 0
+    conversation.is_told_by(tshark(tmp_path, "-r", str(file)).communicate(timeout=PATIENCE)[0])
+
+
+@needs_tshark
+def test_tshark_shows_what_is_sent_meanwhile(domain, tmp_path):
+    conversation = Conversation(domain)
+    shown = tshark(tmp_path, "-i", "-", "-c", str(2 * Conversation.ROUNDS))
+    capture = subprocess.Popen([LINX, "capture", "-w", "-"], stdout=shown.stdin)
+    shown.stdin.close()
+    while not os.path.exists(os.path.join(os.environ["LINX_DOMAIN"], "tap")):
+        os.sched_yield()
+    conversation.hold()
+    lines = shown.stdout.read()
+    assert shown.wait(PATIENCE) == 0
+    capture.send_signal(signal.SIGINT)
+    capture.wait(PATIENCE)
+    conversation.is_told_by(lines)

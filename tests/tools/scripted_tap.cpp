@@ -20,6 +20,7 @@ struct Tap::Ring {
     std::ifstream script;
     uint32_t snaplen = 0;
     uint64_t lost = 0;
+    bool isStopped = false;
 };
 
 std::unique_ptr<Tap> Tap::take(const Place&, uint32_t snaplen) {
@@ -45,7 +46,7 @@ Tap::~Tap() = default;
 
 bool Tap::next(Sent& sent, int milliseconds) {
     std::string line;
-    while (true) {
+    while (!ring_->isStopped) {
         const auto start = ring_->script.tellg();
         if (!std::getline(ring_->script, line) || ring_->script.eof()) {
             ring_->script.clear();
@@ -76,6 +77,11 @@ bool Tap::next(Sent& sent, int milliseconds) {
         }
         return true;
     }
+    return false;
+}
+
+void Tap::stop() {
+    ring_->isStopped = true;
 }
 
 uint64_t Tap::lost() const {

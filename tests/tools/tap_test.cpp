@@ -77,6 +77,23 @@ TEST_F(TapTest, ShowsWhatIsSentWithItsFirstBytes) {
     EXPECT_FALSE(tap->next(none, 0));
 }
 
+TEST_F(TapTest, ThatIsStoppedStillShowsWhatWasSentBefore) {
+    Endpoint a("a"), b("b");
+    const auto tap = take();
+    ASSERT_NE(tap, nullptr) << std::strerror(errno);
+    for (uint32_t number = 1; number <= 3; ++number) ASSERT_EQ(send(a, spidOf(b), number), 0);
+    tap->stop();
+    EXPECT_EQ(wordOfTap(), 0u);
+    ASSERT_EQ(send(a, spidOf(b), 4), 0);
+    Sent sent;
+    for (uint32_t number = 1; number <= 3; ++number) {
+        ASSERT_TRUE(tap->next(sent, 0));
+        EXPECT_EQ(sent.number, number);
+    }
+    EXPECT_FALSE(tap->next(sent, 0));
+    EXPECT_EQ(tap->lost(), 0u);
+}
+
 TEST_F(TapTest, LeavesNothingBehindAndIsTakenAgain) {
     Endpoint a("a"), b("b");
     for (uint32_t round = 0; round < 3; ++round) {
