@@ -68,7 +68,8 @@ private:
     Point at(double angle, double radius) const { return {radius * std::cos(angle), radius * std::sin(angle)}; }
 
     std::string drawn(const Graph::Traffic& edge) const {
-        const auto width = 1 + std::min(3.0, std::log10(static_cast<double>(edge.all.signals)));
+        const size_t digits = std::to_string(edge.all.signals).size();
+        const auto width = static_cast<double>(std::min<size_t>(digits, 4));
         return drawn(edge.from, edge.to, "sent", width, numbersOf(edge));
     }
     std::string drawn(const NamedWait& edge) const {

@@ -68,19 +68,27 @@ public:
     ~Child() {
         if (pid_ == -1) return;
         kill(pid_, SIGKILL);
-        awaitEnd();
+        reap();
     }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
     bool awaitEnd() {
-        int status = 0;
-        uninterrupted([&] { return waitpid(pid_, &status, 0); });
-        pid_ = -1;
+        // What a child says that could not become the program, where the C library cannot tell its parent.
+        constexpr int notFound = 127;
+        const int status = reap();
+        if (WIFEXITED(status) && WEXITSTATUS(status) == notFound) failFor(ENOENT);
         return WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
 
 private:
+    int reap() {
+        int status = 0;
+        uninterrupted([&] { return waitpid(pid_, &status, 0); });
+        pid_ = -1;
+        return status;
+    }
+
     pid_t pid_ = -1;
 };
 
