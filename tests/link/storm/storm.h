@@ -77,6 +77,7 @@ private:
     void rest();
     bool isDelivered() const;
     void compareDescriptors();
+    void auditCounts();
     void calm();
     void readLogs();
     bool await(const std::string& what, const std::function<bool()>& condition);
