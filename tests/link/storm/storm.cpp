@@ -331,7 +331,7 @@ void Storm::compareDescriptors() {
 /// What is sent while a proxy closes, behind the link's last look into its mailbox, is lost without being counted.
 /// That is seldom more than one letter of all that a session loses.
 void Storm::auditCounts() {
-    const uint64_t tolerable = 20 + figures_.lostWithSessions / 20;
+    const uint64_t tolerable = 20 + figures_.lostWithSessions / 100;
     if (figures_.uncounted <= tolerable) return;
     books_.complain("the links have lost " + std::to_string(figures_.lostWithSessions) +
                     ", of which they do not count " + std::to_string(figures_.uncounted));
