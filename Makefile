@@ -75,6 +75,10 @@ storm: dependencies ## Kills processes amid their traffic and checks what others
 	$(call build,release,linx-storm)
 	@build/release/tests/storm/linx-storm --kills $(or $(KILLS),10000) $(call option,--seed,$(SEED))
 
+link-storm: dependencies ## Kills and stops links and the servers that talk through them, and keeps their books; KILLS=1000, SEED=
+	$(call build,release,linx-link-storm)
+	@build/release/tests/link/storm/linx-link-storm --kills $(or $(KILLS),1000) $(call option,--seed,$(SEED))
+
 # Without what malloc keeps at hand for a thread, which counts as in use and hides small leaks.
 soak: dependencies ## Has endpoints live long among others that come and go, and counts what they hold; MINUTES=10, SEED=
 	$(call build,release,linx-soak)

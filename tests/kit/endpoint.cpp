@@ -38,6 +38,6 @@ int Endpoint::descriptor() {
     return descriptor_;
 }
 
-bool Endpoint::pollFor(int milliseconds) {
-    return isReadable(descriptor(), milliseconds);
+bool Endpoint::pollFor(uint32_t milliseconds) {
+    return isReadable(descriptor(), static_cast<int>(milliseconds));
 }

@@ -23,16 +23,15 @@ public:
 
     int descriptor();
     bool readable() { return pollFor(0); }
+    bool pollFor(uint32_t milliseconds);
 
     /// Waits in a poll of the descriptor until it is readable. False when that never happens.
-    bool awaitReadable() { return pollFor(static_cast<int>(patience)); }
+    bool awaitReadable() { return pollFor(patience); }
 
 private:
     struct Close {
         void operator()(LINX* linx) const;
     };
-
-    bool pollFor(int milliseconds);
 
     std::unique_ptr<LINX, Close> linx_;
     int descriptor_ = -1;

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <map>
 
+#include "tests/kit/side.h"
+
 namespace {
 
 std::map<std::string, void (*)(Line&)>& roles() {
@@ -45,8 +47,10 @@ Role::Role(const char* name, void (*body)(Line&)) : name_(name), body_(body) {
 }
 
 Child::Body Role::in(Size size) const {
-    if (size == Size::own || otherProgram() == nullptr) return body_;
+    if (size == Size::own) return body_;
     return [this](Line& parent) {
+        OtherSide::enter();
+        if (otherProgram() == nullptr) return body_(parent);
         const std::string line = inherit(parent.descriptor());
         const std::string failures = inherit(Failures::ownDescriptor());
         execl(otherProgram(), otherProgram(), "--role", name_, line.c_str(), failures.c_str(), nullptr);

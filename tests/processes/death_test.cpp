@@ -10,13 +10,12 @@
 #include <random>
 
 #include "host/system/clock.h"
-#include "tests/kit/role.h"
+#include "tests/kit/role_test.h"
 #include "tests/kit/signals.h"
-#include "tests/kit/whole_arena_test.h"
 
 namespace {
 
-using Death = WholeArenaTest;
+using Death = RoleTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t notice = 101;
@@ -38,13 +37,13 @@ public:
     explicit Supervised(const Role& role) : Child(role) { EXPECT_NE(attach(supervisor, spid, notice), 0u); }
 
     const Endpoint supervisor{"supervisor"};
-    const LinxSpid spid = hear();
+    const LinxSpid spid = met(hear(), there("mortal"));
 };
 
 /// Expects the notice of an end, and that the end is known from then on.
-void expectNoticeOf(LINX* endpoint, LinxSpid spid) {
+void expectNoticeOf(LINX* endpoint, LinxSpid spid, const std::string& name = there("mortal")) {
     EXPECT_EQ(expectSignal(endpoint, notice).sender, spid);
-    EXPECT_EQ(nameOf(endpoint, spid), "mortal");
+    EXPECT_EQ(nameOf(endpoint, spid), name);
     expectNothing(endpoint);
     EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
     ASSERT_NE(attach(endpoint, spid, otherNotice), 0u);
@@ -61,7 +60,7 @@ TEST_F(Death, ASupervisorIsToldOfAKill) {
 /// A sender that never receives asks of a peer that does not receive either whether it lives.
 TEST_F(Death, ASenderThatNeverReceivesNoticesAKillAlsoAfterItHasHurried) {
     Child victim(mortal);
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     Endpoint endpoint("sender");
     for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(send(endpoint, spid, item), 0);
     victim.kill9();
@@ -106,7 +105,7 @@ constexpr uint32_t lastWords = 500;
 /// Sends much when told to, and then waits for its end.
 const Role talkative("Death.talkative", [](Line& parent) {
     Endpoint endpoint("mortal");
-    const LinxSpid to = hunt(endpoint, "supervisor");
+    const LinxSpid to = hunt(endpoint, here("supervisor"));
     parent.tell(spidOf(endpoint));
     parent.hear();
     for (uint32_t i = 0; i < lastWords; ++i) ASSERT_EQ(send(endpoint, to, item, {i}), 0);
@@ -126,7 +125,7 @@ TEST_F(Death, TheNoticeComesAfterAllThatTheDeadHadSent) {
 
 TEST_F(Death, AttachingTwiceGivesTwoNotices) {
     Child victim(mortal);
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     Endpoint endpoint("supervisor");
     const LinxRef first = attach(endpoint, spid, notice);
     const LinxRef second = attach(endpoint, spid, otherNotice);
@@ -141,7 +140,7 @@ TEST_F(Death, AttachingTwiceGivesTwoNotices) {
 
 /// Supervises the spid that it is told, and says when it begins.
 const Role supervisor("Death.supervisor", [](Line& parent) {
-    const LinxSpid spid = parent.hear();
+    const LinxSpid spid = met(parent.hear(), there("mortal"));
     Endpoint endpoint("supervisor of " + std::to_string(spid) + " in " + std::to_string(getpid()));
     ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectNothing(endpoint);
@@ -169,14 +168,15 @@ TEST_F(Death, EndpointsOfOneProcessAreToldOfEachOther) {
     const LinxSpid spid = spidOf(supervised);
     ASSERT_NE(attach(endpoint, spid, notice), 0u);
     supervised.close();
-    expectNoticeOf(endpoint, spid);
+    expectNoticeOf(endpoint, spid, "mortal");
 }
 
 TEST_F(Death, AttachingToTheDeadGivesTheNoticeAtOnce) {
     Child victim(mortal);
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     Endpoint endpoint("supervisor");
     victim.kill9();
+    learnEndOf(spid);
     ASSERT_NE(attach(endpoint, spid, notice), 0u);
     EXPECT_EQ(expectSignal(endpoint, notice, 0).sender, spid);
     ASSERT_NE(attach(endpoint, spid, otherNotice), 0u);
@@ -185,17 +185,18 @@ TEST_F(Death, AttachingToTheDeadGivesTheNoticeAtOnce) {
 
 TEST_F(Death, AttachingToAClosedOneGivesTheNoticeAtOnce) {
     Child victim(mortal);
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     Endpoint endpoint("supervisor");
     victim.tell();
     ASSERT_EQ(victim.exitStatus(), 0);
+    learnEndOf(spid);
     ASSERT_NE(attach(endpoint, spid, notice), 0u);
     EXPECT_EQ(expectSignal(endpoint, notice, 0).sender, spid);
 }
 
 const Role terse("Death.terse", [](Line& parent) {
     Endpoint endpoint("mortal");
-    ASSERT_EQ(send(endpoint, hunt(endpoint, "supervisor"), item), 0);
+    ASSERT_EQ(send(endpoint, hunt(endpoint, here("supervisor")), item), 0);
     parent.tell(spidOf(endpoint));
     parent.hear();
 });
@@ -203,8 +204,9 @@ const Role terse("Death.terse", [](Line& parent) {
 TEST_F(Death, WhatTheDeadHadSentComesBeforeANoticeAskedForLate) {
     Child victim(terse);
     Endpoint endpoint("supervisor");
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     victim.kill9();
+    learnEndOf(spid);
     ASSERT_NE(attach(endpoint, spid, notice), 0u);
     expectSignal(endpoint, item, 0);
     expectSignal(endpoint, notice, 0);
@@ -223,23 +225,24 @@ TEST_F(Death, NobodyCanBeAttachedToWhoNeverWas) {
 TEST_F(Death, TheNameOfTheDeadIsStillKnown) {
     Child killed(mortal);
     Child closed(otherMortal);
-    const LinxSpid killedSpid = killed.hear();
-    const LinxSpid closedSpid = closed.hear();
+    const LinxSpid killedSpid = met(killed.hear(), there("mortal"));
+    const LinxSpid closedSpid = met(closed.hear(), there("otherMortal"));
     killed.kill9();
     closed.tell();
     EXPECT_EQ(closed.exitStatus(), 0);
     Endpoint endpoint("asker");
     ASSERT_NE(attach(endpoint, killedSpid, notice), 0u);
     expectSignal(endpoint, notice);
-    EXPECT_EQ(nameOf(endpoint, killedSpid), "mortal");
-    EXPECT_EQ(nameOf(endpoint, closedSpid), "otherMortal");
+    EXPECT_EQ(nameOf(endpoint, killedSpid), there("mortal"));
+    EXPECT_EQ(nameOf(endpoint, closedSpid), there("otherMortal"));
 }
 
 TEST_F(Death, SendingToTheKilledSaysSo) {
     Child victim(mortal);
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     Endpoint endpoint("sender");
     victim.kill9();
+    learnEndOf(spid);
     EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
     EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
@@ -247,25 +250,27 @@ TEST_F(Death, SendingToTheKilledSaysSo) {
 TEST_F(Death, SendingToAKilledAcquaintanceSaysSo) {
     Child victim(mortal);
     Endpoint endpoint("sender");
-    const LinxSpid spid = victim.hear();
-    ASSERT_EQ(hunt(endpoint, "mortal"), spid);
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
+    ASSERT_EQ(hunt(endpoint, there("mortal")), spid);
     victim.kill9();
+    learnEndOf(spid);
     EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, SendingToTheClosedSaysSo) {
     Child victim(mortal);
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     Endpoint endpoint("sender");
     ASSERT_EQ(send(endpoint, spid, item), 0);
     victim.tell();
     ASSERT_EQ(victim.exitStatus(), 0);
+    learnEndOf(spid);
     EXPECT_EQ(send(endpoint, spid, item), ECONNRESET);
 }
 
 TEST_F(Death, ASenderThatNeverReceivesNoticesToo) {
     Child victim(mortal);
-    const LinxSpid spid = victim.hear();
+    const LinxSpid spid = met(victim.hear(), there("mortal"));
     Endpoint endpoint("sender");
     ASSERT_EQ(send(endpoint, spid, item), 0);  // nobody empties the mailbox, so nobody rings any more
     victim.kill9();
@@ -313,7 +318,7 @@ const Role stumbling("Death.stumbling", [](Line&) {
     stumble();
     Endpoint endpoint("sender");
     for (uint32_t round = 0; round < briefRounds; ++round) {
-        ASSERT_EQ(send(endpoint, hunt(endpoint, briefName(round)), item), 0) << "round " << round;
+        ASSERT_EQ(send(endpoint, hunt(endpoint, there(briefName(round))), item), 0) << "round " << round;
     }
 });
 
@@ -338,8 +343,8 @@ TEST_F(Death, ANewIncarnationHasANewSpid) {
     std::vector<LinxSpid> seen;
     for (int i = 0; i < 20; ++i) {
         Child incarnation(mortal);
-        const LinxSpid spid = incarnation.hear();
-        EXPECT_EQ(hunt(endpoint, "mortal"), spid);
+        const LinxSpid spid = met(incarnation.hear(), there("mortal"));
+        EXPECT_EQ(hunt(endpoint, there("mortal")), spid);
         for (const LinxSpid earlier : seen) {
             EXPECT_NE(spid, earlier);
             EXPECT_EQ(send(endpoint, earlier, item), ECONNRESET);
@@ -347,6 +352,7 @@ TEST_F(Death, ANewIncarnationHasANewSpid) {
         EXPECT_EQ(send(endpoint, spid, item), 0);
         seen.push_back(spid);
         incarnation.kill9();
+        learnEndOf(spid);
     }
 }
 
@@ -367,7 +373,7 @@ TEST_F(Death, AHuntForAKilledAcquaintanceIsAnsweredByItsSuccessor) {
 
 const Role hunter("Death.hunter", [](Line& parent) {
     Endpoint endpoint("hunter");
-    EXPECT_EQ(linx_hunt(endpoint, "late", nullptr), 0);
+    EXPECT_EQ(linx_hunt(endpoint, here("late").c_str(), nullptr), 0);
     parent.tell();
     parent.hear();
 });
@@ -400,7 +406,7 @@ TEST_F(Death, OpeningANameThatOnlyTheDeadHuntForWorks) {
 
 const Role leaver("Death.leaver", [](Line& parent) {
     Endpoint endpoint("supervisor");
-    EXPECT_NE(attach(endpoint, parent.hear(), notice), 0u);
+    EXPECT_NE(attach(endpoint, met(parent.hear(), here("supervised")), notice), 0u);
     parent.tell();
     parent.hear();
 });

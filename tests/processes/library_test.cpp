@@ -9,9 +9,8 @@
 #include "directory/LinxServerNameList.h"
 #include "ipc/linxIpc.h"
 #include "tests/kit/readable.h"
-#include "tests/kit/role.h"
+#include "tests/kit/role_test.h"
 #include "tests/kit/signals.h"
-#include "tests/kit/whole_arena_test.h"
 
 namespace {
 
@@ -31,11 +30,24 @@ const std::string& stateName() {
     return LinxServerNameList::Instance().Name(e_StateMgr);
 }
 
-class Library : public WholeArenaTest {
+/// Where they are found: the tests are the one, and have the other played.
+std::string ui() {
+    return here(uiName());
+}
+std::string state() {
+    return there(stateName());
+}
+
+/// Returns when the process has opened the state manager's endpoint, and this side knows of it.
+LinxSpid awaitOpen(const Child& child) {
+    return met(child.hear(), state());
+}
+
+class Library : public RoleTest {
 protected:
     void TearDown() override {
         closelog();
-        WholeArenaTest::TearDown();
+        RoleTest::TearDown();
     }
 };
 
@@ -86,22 +98,22 @@ const Role notified("Library.notified", [](Line& parent) {
     parent.tell();
     EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(endpoint.rxMessage.MsgType(), news);
-    EXPECT_EQ(endpoint.rxMessage.GetSender(), uiName());
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), ui());
     EXPECT_EQ(textOf(endpoint.rxMessage), "the sun shines");
 });
 
 TEST_F(Library, ANotificationArrivesWithItsSendersName) {
     Child receiver(notified);
-    receiver.hear();
+    awaitOpen(receiver);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
-    EXPECT_EQ(notify(endpoint, stateName(), news, "the sun shines"), 0);
+    EXPECT_EQ(notify(endpoint, state(), news, "the sun shines"), 0);
     EXPECT_EQ(receiver.exitStatus(), 0);
 }
 
 TEST_F(Library, ARequestIsAnsweredByAHandler) {
     Child asked(capitals);
-    asked.hear();
+    awaitOpen(asked);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 100; ++i) {
@@ -109,11 +121,11 @@ TEST_F(Library, ARequestIsAnsweredByAHandler) {
         IpcMessage reply;
         char text[] = "word";
         message.Allocate(question, 4, text);
-        ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0);
+        ASSERT_EQ(endpoint.Request(state(), message, answer, limit, &reply), 0);
         EXPECT_EQ(textOf(reply), "WORD");
-        EXPECT_EQ(reply.GetSender(), stateName());
+        EXPECT_EQ(reply.GetSender(), state());
     }
-    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(notify(endpoint, state(), shutdownRequest), 0);
     EXPECT_EQ(asked.exitStatus(), 0);
 }
 
@@ -126,7 +138,7 @@ const Role reversing("Library.reversing", [](Line& parent) {
 
 TEST_F(Library, RequestsOfEverySizeAreAnswered) {
     Child asked(reversing);
-    asked.hear();
+    awaitOpen(asked);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     for (const unsigned size : {1u, 4u, 5u, 100u, 4096u, 48u << 10, 65532u}) {
@@ -134,23 +146,23 @@ TEST_F(Library, RequestsOfEverySizeAreAnswered) {
         IpcMessage reply;
         Bytes bytes = pattern(size, size);
         message.Allocate(question, size, reinterpret_cast<char*>(bytes.data()));
-        ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0);
+        ASSERT_EQ(endpoint.Request(state(), message, answer, limit, &reply), 0);
         EXPECT_TRUE(std::string(bytes.rbegin(), bytes.rend()) == textOf(reply)) << size;
-        EXPECT_EQ(reply.GetSender(), stateName());
+        EXPECT_EQ(reply.GetSender(), state());
     }
-    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(notify(endpoint, state(), shutdownRequest), 0);
     EXPECT_EQ(asked.exitStatus(), 0);
 }
 
 TEST_F(Library, ARequestThatNobodyAnswersRunsOut) {
     Child asked(silent);
-    asked.hear();
+    awaitOpen(asked);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     IpcMessage message;
     message.Allocate(question, 0, nullptr);
-    EXPECT_EQ(endpoint.Request(stateName(), message, answer, 20, nullptr), ETIMEDOUT);
-    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(endpoint.Request(state(), message, answer, 20, nullptr), ETIMEDOUT);
+    EXPECT_EQ(notify(endpoint, state(), shutdownRequest), 0);
     EXPECT_EQ(asked.exitStatus(), 0);
 }
 
@@ -160,33 +172,33 @@ const Role bearerOfNews("Library.bearerOfNews", [](Line& parent) {
         for (const e_Process process : {e_GpsHal, e_StateMgr}) {
             std::string payload(sizeof process, '\0');
             std::memcpy(payload.data(), &process, sizeof process);
-            EXPECT_EQ(notify(*endpoint, uiName(), processDied, payload), 0);
+            EXPECT_EQ(notify(*endpoint, ui(), processDied, payload), 0);
         }
     });
 });
 
 TEST_F(Library, ARequestEndsWithTheNewsOfItsPeersDeath) {
     Child asked(bearerOfNews);
-    asked.hear();
+    awaitOpen(asked);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     IpcMessage message;
     message.Allocate(question, 0, nullptr);
-    EXPECT_EQ(endpoint.Request(stateName(), message, answer, limit, nullptr), EHOSTUNREACH);
-    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(endpoint.Request(state(), message, answer, limit, nullptr), EHOSTUNREACH);
+    EXPECT_EQ(notify(endpoint, state(), shutdownRequest), 0);
     EXPECT_EQ(asked.exitStatus(), 0);
 }
 
 const Role talkative("Library.talkative", [](Line& parent) {
     run(parent, question, [](LinxIpc* endpoint, void*) {
-        for (int i = 0; i < 3; ++i) EXPECT_EQ(notify(*endpoint, uiName(), news), 0);
-        EXPECT_EQ(notify(*endpoint, uiName(), answer, "done"), 0);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(notify(*endpoint, ui(), news), 0);
+        EXPECT_EQ(notify(*endpoint, ui(), answer, "done"), 0);
     });
 });
 
 TEST_F(Library, AnAsynchronousRequestDispatchesWhatComesMeanwhile) {
     Child asked(talkative);
-    asked.hear();
+    awaitOpen(asked);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     int newsHeard = 0;
@@ -195,11 +207,11 @@ TEST_F(Library, AnAsynchronousRequestDispatchesWhatComesMeanwhile) {
     endpoint.RegisterHandler(answer, count, &answersHeard);
     IpcMessage message;
     message.Allocate(question, 0, nullptr);
-    EXPECT_EQ(endpoint.AsyncRequest(stateName(), message, answer, limit, nullptr), 0);
+    EXPECT_EQ(endpoint.AsyncRequest(state(), message, answer, limit, nullptr), 0);
     EXPECT_EQ(textOf(endpoint.rxMessage), "done");
     EXPECT_EQ(newsHeard, 3);
     EXPECT_EQ(answersHeard, 1);
-    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(notify(endpoint, state(), shutdownRequest), 0);
     EXPECT_EQ(asked.exitStatus(), 0);
 }
 
@@ -209,9 +221,9 @@ const Role relaying("Library.relaying", [](Line& parent) {
     LinxIpc endpoint(stateName());
     ASSERT_EQ(endpoint.Init(), 0);
     const auto pass = [](LinxIpc* own, void*) {
-        EXPECT_EQ(own->relayMessage.GetSender(), "source");
+        EXPECT_EQ(own->relayMessage.GetSender(), there("source"));
         EXPECT_EQ(own->relayMessage.Length(), relayedBytes);
-        EXPECT_EQ(own->Relay(own->relayMessage, uiName()), 0);
+        EXPECT_EQ(own->Relay(own->relayMessage, ui()), 0);
     };
     endpoint.RegisterRelayHandler(news, pass, nullptr);
     parent.tell();
@@ -224,41 +236,41 @@ const Role sending("Library.sending", [](Line& parent) {
     parent.hear();
     for (uint32_t i = 0; i < 10; ++i) {
         const Bytes bytes = pattern(relayedBytes, i);
-        EXPECT_EQ(notify(endpoint, stateName(), news, std::string(bytes.begin(), bytes.end())), 0);
+        EXPECT_EQ(notify(endpoint, state(), news, std::string(bytes.begin(), bytes.end())), 0);
     }
 });
 
 TEST_F(Library, ALargeMessageIsRelayedWholeInTheRelayersName) {
     Child relayer(relaying);
-    relayer.hear();
+    awaitOpen(relayer);
     Child source(sending);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     source.tell();
     for (uint32_t i = 0; i < 10; ++i) {
         ASSERT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
-        EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
+        EXPECT_EQ(endpoint.rxMessage.GetSender(), state());
         const Bytes bytes = pattern(relayedBytes, i);
         EXPECT_TRUE(textOf(endpoint.rxMessage) == std::string(bytes.begin(), bytes.end())) << i;
     }
     EXPECT_EQ(source.exitStatus(), 0);
-    EXPECT_EQ(notify(endpoint, stateName(), shutdownRequest), 0);
+    EXPECT_EQ(notify(endpoint, state(), shutdownRequest), 0);
     EXPECT_EQ(relayer.exitStatus(), 0);
 }
 
 TEST_F(Library, ASupervisedPeersEndCallsTheHandler) {
     Child mortal(silent);
-    mortal.hear();
+    awaitOpen(mortal);
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     int ends = 0;
     endpoint.RegisterHandler(ended, count, &ends);
-    ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+    ASSERT_EQ(endpoint.Attach(state().c_str(), ended), 0);
     EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), ETIMEDOUT);
     mortal.kill9();
     EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(ends, 1);
-    EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), state());
 }
 
 TEST_F(Library, ARestartedPeerIsSupervisedAsTheOneThatEndedUntilItIsSentTo) {
@@ -268,26 +280,26 @@ TEST_F(Library, ARestartedPeerIsSupervisedAsTheOneThatEndedUntilItIsSentTo) {
     endpoint.RegisterHandler(ended, count, &ends);
     {
         Child first(silent);
-        first.hear();
-        ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+        awaitOpen(first);
+        ASSERT_EQ(endpoint.Attach(state().c_str(), ended), 0);
         first.kill9();
     }
     EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(ends, 1);
 
     Child second(silent);
-    second.hear();
-    ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+    awaitOpen(second);
+    ASSERT_EQ(endpoint.Attach(state().c_str(), ended), 0);
     EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), 0) << "of the first, at once";
     EXPECT_EQ(ends, 2);
 
-    EXPECT_EQ(notify(endpoint, stateName(), news), 0);
-    ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+    EXPECT_EQ(notify(endpoint, state(), news), 0);
+    ASSERT_EQ(endpoint.Attach(state().c_str(), ended), 0);
     EXPECT_EQ(endpoint.Receive(0, 0, LinxIpc::emptyString, nullptr), ETIMEDOUT);
     second.kill9();
     EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(ends, 3);
-    EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
+    EXPECT_EQ(endpoint.rxMessage.GetSender(), state());
 }
 
 TEST_F(Library, HandlersThatThrowCostNoMemoryOfTheDomain) {
@@ -311,7 +323,7 @@ TEST_F(Library, ATimerCallsItsHandler) {
     for (const unsigned number : {news, 0u}) {
         ASSERT_EQ(endpoint.EnableTimer(5, number), 0);
         EXPECT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
-        EXPECT_EQ(endpoint.rxMessage.GetSender(), uiName());
+        EXPECT_EQ(endpoint.rxMessage.GetSender(), ui());
     }
     EXPECT_EQ(fired, 2);
     ASSERT_EQ(endpoint.EnableTimer(1, news), 0);
@@ -330,7 +342,8 @@ TEST_F(Library, ATimerOfMinusOneIsNotDueSoon) {
 const Role stopping("Library.stopping", [](Line&) {
     LinxIpc own(stateName());
     ASSERT_EQ(own.Init(), 0);
-    EXPECT_EQ(notify(own, uiName(), shutdownRequest), 0);
+    met(0, ui());
+    EXPECT_EQ(notify(own, ui(), shutdownRequest), 0);
 });
 
 TEST_F(Library, AShutdownRequestIsDispatchedAndEndsTheReceive) {
@@ -349,8 +362,9 @@ constexpr int messages = 1000;
 const Role streaming("Library.streaming", [](Line&) {
     LinxIpc own(stateName());
     ASSERT_EQ(own.Init(), 0);
-    for (int i = 0; i < messages; ++i) ASSERT_EQ(notify(own, uiName(), news), 0);
-    EXPECT_EQ(notify(own, uiName(), shutdownRequest), 0);
+    met(0, ui());
+    for (int i = 0; i < messages; ++i) ASSERT_EQ(notify(own, ui(), news), 0);
+    EXPECT_EQ(notify(own, ui(), shutdownRequest), 0);
 });
 
 TEST_F(Library, APollLoopHearsEveryMessage) {
@@ -369,13 +383,18 @@ TEST_F(Library, APollLoopHearsEveryMessage) {
     EXPECT_EQ(sender.exitStatus(), 0);
 }
 
+/// One size after the other; those behind a link are of one.
+Size sizeInTurn(int incarnation) {
+    return incarnation % 2 == 0 || areApart() ? Size::other : Size::own;
+}
+
 /// That whoever is called so now answers a request.
 void expectServed(LinxIpc& endpoint) {
     IpcMessage message;
     IpcMessage reply;
     char text[] = "again";
     message.Allocate(question, 5, text);
-    ASSERT_EQ(endpoint.Request(stateName(), message, answer, limit, &reply), 0);
+    ASSERT_EQ(endpoint.Request(state(), message, answer, limit, &reply), 0);
     EXPECT_EQ(textOf(reply), "AGAIN");
 }
 
@@ -383,10 +402,11 @@ TEST_F(Library, ANotificationFindsTheNextIncarnationOfAPeer) {
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 5; ++i) {
-        Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
-        incarnation.hear();
+        Child incarnation(capitals.in(sizeInTurn(i)));
+        const LinxSpid spid = awaitOpen(incarnation);
         ASSERT_NO_FATAL_FAILURE(expectServed(endpoint)) << i;
         incarnation.kill9();
+        learnEndOf(spid);
     }
 }
 
@@ -394,22 +414,23 @@ TEST_F(Library, ASupervisedPeersEndIsHeardWithItsNameAndItsNextIncarnationFound)
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
     for (int i = 0; i < 5; ++i) {
-        Child incarnation(capitals.in(i % 2 == 0 ? Size::other : Size::own));
-        incarnation.hear();
+        Child incarnation(capitals.in(sizeInTurn(i)));
+        awaitOpen(incarnation);
         ASSERT_NO_FATAL_FAILURE(expectServed(endpoint)) << i;
-        ASSERT_EQ(endpoint.Attach(stateName().c_str(), ended), 0);
+        ASSERT_EQ(endpoint.Attach(state().c_str(), ended), 0);
         incarnation.kill9();
         EXPECT_EQ(endpoint.Receive(limit, ended, LinxIpc::emptyString, nullptr), 0);
-        EXPECT_EQ(endpoint.rxMessage.GetSender(), stateName());
+        EXPECT_EQ(endpoint.rxMessage.GetSender(), state());
     }
 }
 
 const Role lateComer("Library.lateComer", [](Line& parent) {
     LinxIpc own(stateName());
     ASSERT_EQ(own.Init(), 0);
+    met(0, ui());
     parent.tell();
     parent.hear();
-    EXPECT_EQ(notify(own, uiName(), news), 0);
+    EXPECT_EQ(notify(own, ui(), news), 0);
     EXPECT_EQ(own.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     EXPECT_EQ(textOf(own.rxMessage), "at last");
 });
@@ -417,15 +438,15 @@ const Role lateComer("Library.lateComer", [](Line& parent) {
 TEST_F(Library, APeerThatIsNotThereIsSoughtAgainOnlyAfterItSpoke) {
     LinxIpc endpoint(uiName());
     ASSERT_EQ(endpoint.Init(), 0);
-    EXPECT_EQ(notify(endpoint, stateName(), news), -1);
+    EXPECT_EQ(notify(endpoint, state(), news), -1);
     Child late(lateComer);
     late.hear();
-    EXPECT_EQ(notify(endpoint, stateName(), news), -1);
+    EXPECT_EQ(notify(endpoint, state(), news), -1);
     late.tell();
     do {
         ASSERT_EQ(endpoint.Receive(limit, 0, LinxIpc::emptyString, nullptr), 0);
     } while (endpoint.rxMessage.MsgType() != news);  // the pending hunt was answered when the peer opened
-    EXPECT_EQ(notify(endpoint, stateName(), news, "at last"), 0);
+    EXPECT_EQ(notify(endpoint, state(), news, "at last"), 0);
     EXPECT_EQ(late.exitStatus(), 0);
 }
 

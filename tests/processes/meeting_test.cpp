@@ -2,13 +2,12 @@
 
 #include <cerrno>
 
-#include "tests/kit/role.h"
+#include "tests/kit/role_test.h"
 #include "tests/kit/signals.h"
-#include "tests/kit/whole_arena_test.h"
 
 namespace {
 
-using Meeting = WholeArenaTest;
+using Meeting = RoleTest;
 
 constexpr uint32_t ping = 100;
 constexpr uint32_t pong = 101;
@@ -23,15 +22,15 @@ const Role holder("Meeting.holder", [](Line& parent) {
 
 LinxSpid openIn(const Child& child) {
     child.tell();
-    return child.hear();
+    return met(child.hear(), there("name"));
 }
 
 TEST_F(Meeting, AHuntFindsAnEndpointThatIsOpen) {
     Child server(holder);
     const LinxSpid spid = openIn(server);
     Endpoint client("client");
-    EXPECT_EQ(hunt(client, "name"), spid);
-    EXPECT_EQ(nameOf(client, spid), "name");
+    EXPECT_EQ(hunt(client, there("name")), spid);
+    EXPECT_EQ(nameOf(client, spid), there("name"));
     server.tell();
     EXPECT_EQ(server.exitStatus(), 0);
 }
@@ -40,14 +39,14 @@ TEST_F(Meeting, AHuntForALiveNameIsAnsweredWithoutWaiting) {
     Child server(holder);
     const LinxSpid spid = openIn(server);
     Endpoint client("client");
-    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
+    ASSERT_EQ(linx_hunt(client, there("name").c_str(), nullptr), 0);
     EXPECT_EQ(expectSignal(client, LINX_OS_HUNT_SIG, 0).sender, spid);
 }
 
 TEST_F(Meeting, AHuntForAnAbsentNameIsAnsweredWhenItOpens) {
     Child server(holder);
     Endpoint client("client");
-    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
+    ASSERT_EQ(linx_hunt(client, there("name").c_str(), nullptr), 0);
     expectNothing(client);
     const LinxSpid spid = openIn(server);
     EXPECT_EQ(expectSignal(client, LINX_OS_HUNT_SIG).sender, spid);
@@ -56,10 +55,10 @@ TEST_F(Meeting, AHuntForAnAbsentNameIsAnsweredWhenItOpens) {
 
 const Role hunter("Meeting.hunter", [](Line& parent) {
     Endpoint endpoint("hunter" + std::to_string(parent.hear()));
-    EXPECT_EQ(linx_hunt(endpoint, "late", nullptr), 0);
+    EXPECT_EQ(linx_hunt(endpoint, here("late").c_str(), nullptr), 0);
     parent.tell(spidOf(endpoint));
     const LinxSpid found = expectSignal(endpoint, LINX_OS_HUNT_SIG).sender;
-    EXPECT_EQ(nameOf(endpoint, found), "late");
+    EXPECT_EQ(nameOf(endpoint, found), here("late"));
     EXPECT_EQ(expectSignal(endpoint, ping).sender, found);
     expectNothing(endpoint);
     parent.tell(found);
@@ -70,13 +69,15 @@ TEST_F(Meeting, EverybodyWhoHuntsForAnAbsentNameIsAnsweredOnce) {
     std::vector<LinxSpid> spids;
     uint32_t number = 0;
     for (const Child& child : hunters) {
-        child.tell(number++);
-        spids.push_back(child.hear());
+        child.tell(number);
+        const std::string name = "hunter" + std::to_string(number);
+        spids.push_back(met(child.hear(), number == 1 ? here(name) : there(name)));
+        ++number;
     }
     Endpoint late("late");
     for (const LinxSpid spid : spids) EXPECT_EQ(send(late, spid, ping), 0);
     for (Child& child : hunters) {
-        EXPECT_EQ(child.hear(), spidOf(late));
+        EXPECT_EQ(met(child.hear(), "late"), spidOf(late));
         EXPECT_EQ(child.exitStatus(), 0);
     }
 }
@@ -87,9 +88,9 @@ TEST_F(Meeting, TheHuntersOwnSignalComesBackWithItsContents) {
     for (const bool before : {true, false}) {
         LinxSignal* signal = linx_alloc(client, sizeof(LinxSignal) + 1, 77);
         *payloadOf(signal) = 42;
-        ASSERT_EQ(linx_hunt(client, "name", &signal), 0);
+        ASSERT_EQ(linx_hunt(client, there("name").c_str(), &signal), 0);
         EXPECT_EQ(signal, nullptr);
-        const LinxSpid spid = before ? openIn(server) : hunt(client, "name");
+        const LinxSpid spid = before ? openIn(server) : hunt(client, there("name"));
         const Received answer = expectSignal(client, 77);
         EXPECT_EQ(answer.sender, spid);
         EXPECT_EQ(answer.payload, Bytes{42});
@@ -99,15 +100,15 @@ TEST_F(Meeting, TheHuntersOwnSignalComesBackWithItsContents) {
 TEST_F(Meeting, TwoHuntsForOneAbsentNameAreTwoAnswers) {
     Child server(holder);
     Endpoint client("client");
-    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
-    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
+    ASSERT_EQ(linx_hunt(client, there("name").c_str(), nullptr), 0);
+    ASSERT_EQ(linx_hunt(client, there("name").c_str(), nullptr), 0);
     openIn(server);
     expectSignal(client, LINX_OS_HUNT_SIG);
     expectSignal(client, LINX_OS_HUNT_SIG);
     expectNothing(client);
 }
 
-void play(const char* own, const char* other) {
+void play(const std::string& own, const std::string& other) {
     Endpoint endpoint(own);
     EXPECT_EQ(send(endpoint, hunt(endpoint, other), ping), 0);
     const Received greeting = expectAmongOthers(endpoint, ping);
@@ -116,12 +117,21 @@ void play(const char* own, const char* other) {
     expectAmongOthers(endpoint, pong);
 }
 
-const Role player("Meeting.player", [](Line&) { play("left", "right"); });
+/// By names of their own in each round: a link may still know those of the last one.
+std::string nameIn(uint32_t round, const char* name) {
+    return name + std::to_string(round);
+}
+
+const Role player("Meeting.player", [](Line& parent) {
+    const uint32_t round = parent.hear();
+    play(nameIn(round, "left"), here(nameIn(round, "right")));
+});
 
 TEST_F(Meeting, TwoProcessesThatHuntForEachOtherBothFindTheOther) {
-    for (int round = 0; round < 5; ++round) {
+    for (uint32_t round = 0; round < 5; ++round) {
         Child left(player);
-        play("right", "left");
+        left.tell(round);
+        play(nameIn(round, "right"), there(nameIn(round, "left")));
         EXPECT_EQ(left.exitStatus(), 0);
     }
 }
@@ -166,10 +176,11 @@ TEST_F(Meeting, ANameIsFreeAgainAfterAKill) {
 
 TEST_F(Meeting, AHuntDoesNotFindTheDead) {
     Child killed(holder);
-    openIn(killed);
+    const LinxSpid ended = openIn(killed);
     killed.kill9();
+    learnEndOf(ended);
     Endpoint client("client");
-    ASSERT_EQ(linx_hunt(client, "name", nullptr), 0);
+    ASSERT_EQ(linx_hunt(client, there("name").c_str(), nullptr), 0);
     expectNothing(client);
     Child next(holder);
     const LinxSpid spid = openIn(next);
@@ -187,7 +198,8 @@ const Role first("Meeting.first", [](Line& parent) {
     parent.tell();
     parent.hear();
     Endpoint endpoint(nameOfFirst(number));
-    for (uint32_t other = 0; other < atOnce; ++other) hunt(endpoint, nameOfFirst(other));
+    for (uint32_t other = 0; other < atOnce; ++other)
+        hunt(endpoint, other % 2 == 0 ? here(nameOfFirst(other)) : there(nameOfFirst(other)));
     parent.tell();
     parent.hear();
 });

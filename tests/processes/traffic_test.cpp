@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <map>
 
-#include "tests/kit/role.h"
+#include "tests/kit/role_test.h"
 #include "tests/kit/signals.h"
-#include "tests/kit/whole_arena_test.h"
 
 namespace {
 
-using Traffic = WholeArenaTest;
+using Traffic = RoleTest;
 
 constexpr uint32_t item = 100;
 constexpr uint32_t end = 101;
@@ -44,7 +43,7 @@ void expectEverySize(LINX* linx, LinxSpid from) {
 
 const Role everySize("Traffic.everySize", [](Line&) {
     Endpoint endpoint("other");
-    const LinxSpid peer = hunt(endpoint, "own");
+    const LinxSpid peer = hunt(endpoint, here("own"));
     for (int round = 0; round < 2; ++round) {
         expectEverySize(endpoint, peer);
         sendEverySize(endpoint, peer);
@@ -55,7 +54,7 @@ const Role everySize("Traffic.everySize", [](Line&) {
 TEST_F(Traffic, SignalsOfEverySizeArriveWhole) {
     Child other(everySize);
     Endpoint endpoint("own");
-    const LinxSpid peer = hunt(endpoint, "other");
+    const LinxSpid peer = hunt(endpoint, there("other"));
     for (int round = 0; round < 2; ++round) {  // the second in the blocks of the first
         sendEverySize(endpoint, peer);
         expectEverySize(endpoint, peer);
@@ -68,7 +67,7 @@ constexpr uint32_t alignedSizes = 200;
 
 const Role sizeBySize("Traffic.sizeBySize", [](Line&) {
     Endpoint endpoint("sender");
-    const LinxSpid other = hunt(endpoint, "receiver");
+    const LinxSpid other = hunt(endpoint, here("receiver"));
     for (uint32_t size = 0; size < alignedSizes; ++size) ASSERT_EQ(sendBytes(endpoint, other, item, Bytes(size)), 0);
 });
 
@@ -87,7 +86,7 @@ TEST_F(Traffic, PayloadsAreAligned) {
 
 const Role manySender("Traffic.manySender", [](Line& parent) {
     Endpoint endpoint("sender" + std::to_string(parent.hear()));
-    const LinxSpid to = hunt(endpoint, "receiver");
+    const LinxSpid to = hunt(endpoint, here("receiver"));
     for (uint32_t i = 0; i < 3000; ++i) ASSERT_EQ(send(endpoint, to, item, {i}), 0);
 });
 
@@ -112,7 +111,7 @@ constexpr uint32_t turns = 400;
 
 const Role inTurn("Traffic.inTurn", [](Line& parent) {
     Endpoint endpoint("sender" + std::to_string(parent.hear()));
-    const LinxSpid other = hunt(endpoint, "receiver");
+    const LinxSpid other = hunt(endpoint, here("receiver"));
     for (uint32_t i = 0; i < turns / 2; ++i) {
         const uint32_t turn = parent.hear();
         ASSERT_EQ(send(endpoint, other, item, {turn}), 0);
@@ -159,7 +158,7 @@ void takeBySelection(LINX* linx) {
 
 const Role selector("Traffic.selector", [](Line& parent) {
     Endpoint endpoint("selector");
-    const LinxSpid peer = hunt(endpoint, "own");
+    const LinxSpid peer = hunt(endpoint, here("own"));
     takeBySelection(endpoint);
     sendForSelection(endpoint, peer);
     parent.hear();
@@ -168,7 +167,7 @@ const Role selector("Traffic.selector", [](Line& parent) {
 TEST_F(Traffic, SelectionLeavesTheOthersQueuedInOrder) {
     Child other(selector);
     Endpoint endpoint("own");
-    sendForSelection(endpoint, hunt(endpoint, "selector"));
+    sendForSelection(endpoint, hunt(endpoint, there("selector")));
     takeBySelection(endpoint);
     other.tell();
     EXPECT_EQ(other.exitStatus(), 0);
@@ -178,7 +177,7 @@ constexpr uint32_t passedOver = 500;
 
 const Role lateSender("Traffic.lateSender", [](Line& parent) {
     Endpoint endpoint("sender");
-    const LinxSpid other = hunt(endpoint, "receiver");
+    const LinxSpid other = hunt(endpoint, here("receiver"));
     parent.hear();
     for (uint32_t i = 0; i < passedOver; ++i) ASSERT_EQ(send(endpoint, other, item, {i}), 0);
     ASSERT_EQ(send(endpoint, other, end), 0);
@@ -243,7 +242,7 @@ TEST_F(Traffic, ASignalGoesThroughHopsWithoutBeingCopied) {
 
 const Role relayer("Traffic.relayer", [](Line& parent) {
     Endpoint endpoint("relayer");
-    const LinxSpid target = hunt(endpoint, "target");
+    const LinxSpid target = hunt(endpoint, here("target"));
     LinxSignal* signal = nullptr;
     ASSERT_NE(linx_receive_w_tmo(endpoint, &signal, patience, anySignal), -1);
     ASSERT_EQ(linx_send(endpoint, &signal, target), 0);
@@ -252,14 +251,14 @@ const Role relayer("Traffic.relayer", [](Line& parent) {
 
 const Role source("Traffic.source", [](Line&) {
     Endpoint endpoint("source");
-    ASSERT_EQ(sendBytes(endpoint, hunt(endpoint, "relayer"), item, pattern(48 << 10, 7)), 0);
+    ASSERT_EQ(sendBytes(endpoint, hunt(endpoint, there("relayer")), item, pattern(48 << 10, 7)), 0);
 });
 
 TEST_F(Traffic, ARelayedSignalIsTheSameBytesFromTheRelayer) {
     Child middle(relayer);
     Child first(source.in(Size::own));
     Endpoint endpoint("target");
-    const LinxSpid relaying = hunt(endpoint, "relayer");
+    const LinxSpid relaying = hunt(endpoint, there("relayer"));
     const Received received = expectSignal(endpoint, item);
     EXPECT_EQ(received.sender, relaying);
     EXPECT_TRUE(pattern(48 << 10, 7) == received.payload);
@@ -270,7 +269,7 @@ TEST_F(Traffic, ARelayedSignalIsTheSameBytesFromTheRelayer) {
 
 const Role teller("Traffic.teller", [](Line& parent) {
     Endpoint endpoint("sender");
-    ASSERT_EQ(send(endpoint, hunt(endpoint, "receiver"), item), 0);
+    ASSERT_EQ(send(endpoint, hunt(endpoint, here("receiver")), item), 0);
     parent.tell(spidOf(endpoint));
     parent.hear();
 });
@@ -278,14 +277,14 @@ const Role teller("Traffic.teller", [](Line& parent) {
 TEST_F(Traffic, AReceivedSignalTellsItsSender) {
     Child sender(teller);
     Endpoint endpoint("receiver");
-    const LinxSpid spid = sender.hear();
+    const LinxSpid spid = met(sender.hear(), there("sender"));
     EXPECT_EQ(expectSignal(endpoint, item).sender, spid);
-    EXPECT_EQ(nameOf(endpoint, spid), "sender");
+    EXPECT_EQ(nameOf(endpoint, spid), there("sender"));
 }
 
 const Role waitedFor("Traffic.waitedFor", [](Line& parent) {
     Endpoint endpoint("sender");
-    const LinxSpid other = hunt(endpoint, "receiver");
+    const LinxSpid other = hunt(endpoint, here("receiver"));
     for (uint32_t i = 0; i < 100; ++i) {
         parent.hear();
         ASSERT_EQ(send(endpoint, other, item, {i}), 0);
@@ -316,7 +315,7 @@ TEST_F(Traffic, AReceiveThatRunsOutGivesNothing) {
 }
 
 /// Sends and receives numbered signals at the same time, until both sides have all.
-void exchange(const char* own, const char* other) {
+void exchange(const std::string& own, const std::string& other) {
     constexpr uint32_t count = 20000;
     Endpoint endpoint(own);
     const LinxSpid peer = hunt(endpoint, other);
@@ -339,11 +338,11 @@ void exchange(const char* own, const char* other) {
     expectSignal(endpoint, end);
 }
 
-const Role exchanger("Traffic.exchanger", [](Line&) { exchange("left", "right"); });
+const Role exchanger("Traffic.exchanger", [](Line&) { exchange("left", here("right")); });
 
 TEST_F(Traffic, TwentyThousandSignalsGoEachWayAtOnce) {
     Child other(exchanger);
-    exchange("right", "left");
+    exchange("right", there("left"));
     EXPECT_EQ(other.exitStatus(), 0);
 }
 
@@ -362,7 +361,7 @@ constexpr uint32_t longQueue = 100000;
 
 const Role streamer("Traffic.streamer", [](Line&) {
     Endpoint own("sender");
-    const LinxSpid other = hunt(own, "receiver");
+    const LinxSpid other = hunt(own, here("receiver"));
     for (uint32_t i = 0; i < longQueue; ++i) ASSERT_EQ(send(own, other, item, {i}), 0);
     ASSERT_EQ(send(own, other, end), 0);
 });

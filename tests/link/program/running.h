@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <optional>
+#include <utility>
 
 #include "tests/kit/program.h"
 #include "tests/link/program/program_fixture.h"
@@ -52,6 +53,12 @@ public:
         }
         return unread_;
     }
+    /// The same, once.
+    std::string takeLog() {
+        log();
+        return std::exchange(unread_, std::string());
+    }
+    pid_t pid() const { return program_->pid(); }
     void send(int signal) const { kill(program_->pid(), signal); }
     /// Stops it, and returns when it stands still.
     void stop() const {
