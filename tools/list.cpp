@@ -71,15 +71,15 @@ std::vector<std::string> toRow(const Endpoint& endpoint, const WaitsFor& waitsFo
 
 Table listTable(const linx::Arena& arena, const std::vector<Endpoint>& endpoints) {
     const WaitsFor waitsFor = waitsForOf(arena, endpoints);
-    constexpr Table::Align right = Table::Align::right;
+    constexpr Table::Align left = Table::Align::left, right = Table::Align::right;
     Table table({{"NAME"},
-                 {"SPID"},
+                 {"SPID", left, false},
                  {"PID", right},
-                 {"PROCESS"},
-                 {"USER"},
+                 {"PROCESS", left, false},
+                 {"USER", left, false},
                  {"STATE"},
                  {"QUEUED", right},
-                 {"DEEPEST", right},
+                 {"DEEPEST", right, false},
                  {"IN", right},
                  {"OUT", right},
                  {"HELD", right},

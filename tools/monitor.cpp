@@ -23,15 +23,27 @@ public:
     void put(const Captured& signal) override {
         char counts[32];
         std::snprintf(counts, sizeof counts, "  %10u  %7u", signal.number, signal.size);
+        const std::string line = localTime(signal.nanoseconds) + "  " +
+                                 inColumn(printable(signal.fromName), fromWidth_) + "  " +
+                                 inColumn(printable(signal.toName), toWidth_) + counts;
         const std::string data = signal.data.empty() && !signal.isCut() ? "" : "  " + wordsOf(signal);
-        printLine(localTime(signal.nanoseconds) + "  " + inColumn(printable(signal.fromName), fromWidth_) + "  " +
-                  inColumn(printable(signal.toName), toWidth_) + counts + data);
+        printLine(line + beside(line, data));
     }
 
 private:
     static std::string inColumn(const std::string& text, size_t& width) {
         width = std::max(width, widthOf(text));
         return text + std::string(width - widthOf(text), ' ');
+    }
+
+    /// As much of it as is left of a terminal's line.
+    static std::string beside(const std::string& line, const std::string& data) {
+        constexpr char cut[] = "...";
+        const size_t columns = columnsOfTerminal();
+        const size_t used = widthOf(line);
+        if (columns == 0 || used + data.size() <= columns) return data;
+        if (used + sizeof cut - 1 >= columns) return {};
+        return data.substr(0, columns - used - (sizeof cut - 1)) + cut;
     }
 
     static std::string localTime(uint64_t nanoseconds) {

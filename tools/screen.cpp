@@ -10,14 +10,9 @@
 namespace tools {
 namespace {
 
-constexpr char enter[] = "\033[?1049h\033[?25l";
-constexpr char leave[] = "\033[?25h\033[?1049l";
-
-winsize sizeOfTerminal() {
-    winsize size{};
-    ioctl(STDOUT_FILENO, TIOCGWINSZ, &size);
-    return size;
-}
+// Lines that are too long are cut: they would push others off the screen.
+constexpr char enter[] = "\033[?1049h\033[?25l\033[?7l";
+constexpr char leave[] = "\033[?7h\033[?25h\033[?1049l";
 
 }  // namespace
 
@@ -37,11 +32,8 @@ Screen::~Screen() {
 }
 
 size_t Screen::rows() const {
-    return isTerminal_ ? sizeOfTerminal().ws_row : 0;
-}
-
-size_t Screen::columns() const {
-    return isTerminal_ ? sizeOfTerminal().ws_col : 0;
+    winsize size{};
+    return isTerminal_ && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_row : 0;
 }
 
 void Screen::clear() {

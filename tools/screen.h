@@ -21,7 +21,6 @@ public:
 
     /// Rows of text that fit; 0 where there is no end to them.
     size_t rows() const;
-    size_t columns() const;
 
     /// What is printed next comes in the place of all that was.
     void clear();

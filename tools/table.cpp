@@ -1,5 +1,6 @@
 #include "tools/table.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +10,8 @@
 
 namespace tools {
 namespace {
+
+constexpr size_t gap = 2;  ///< between columns
 
 bool hasColours() {
     const char* forbidden = std::getenv("NO_COLOR");
@@ -28,29 +31,44 @@ std::string red(const std::string& text) {
     return painted("31", text);
 }
 
-std::vector<size_t> Table::widths() const {
-    std::vector<size_t> widths;
+size_t columnsOfTerminal() {
+    winsize size{};
+    return isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+std::vector<Table::Shown> Table::shown() const {
+    std::vector<Shown> shown;
+    size_t total = 0;
     for (size_t i = 0; i < columns_.size(); ++i) {
         size_t width = widthOf(columns_[i].title);
         for (const Row& row : rows_) width = std::max(width, widthOf(row.cells[i]));
-        widths.push_back(width);
+        shown.push_back({i, width});
+        total += width + gap;
     }
-    return widths;
+    const size_t room = columnsOfTerminal();
+    if (room == 0) return shown;
+    for (size_t i = shown.size(); i-- != 0 && total > room + gap;) {
+        if (columns_[shown[i].index].isEssential) continue;
+        total -= shown[i].width + gap;
+        shown.erase(shown.begin() + static_cast<std::ptrdiff_t>(i));
+    }
+    return shown;
 }
 
-std::string Table::lineOf(const std::vector<std::string>& cells, const std::vector<size_t>& widths) const {
+std::string Table::lineOf(const std::vector<std::string>& cells, const std::vector<Shown>& shown) const {
     std::string line;
-    for (size_t i = 0; i < cells.size(); ++i) {
-        const std::string space(widths[i] - widthOf(cells[i]), ' ');
-        if (i != 0) line += "  ";
-        line += columns_[i].align == Align::right ? space + cells[i] : cells[i] + space;
+    for (const Shown& column : shown) {
+        const std::string& cell = cells[column.index];
+        const std::string space(column.width - widthOf(cell), ' ');
+        if (&column != &shown.front()) line.append(gap, ' ');
+        line += columns_[column.index].align == Align::right ? space + cell : cell + space;
     }
     line.erase(line.find_last_not_of(' ') + 1);
     return line;
 }
 
 void Table::print() const {
-    const std::vector<size_t> all = widths();
+    const std::vector<Shown> all = shown();
     std::vector<std::string> titles;
     for (const Column& column : columns_) titles.push_back(column.title);
     printLine(bold(lineOf(titles, all)));

@@ -7,13 +7,15 @@
 namespace tools {
 
 /// A table. On standard output its columns align, as wide as what is in them; on a terminal the title stands out, and
-/// so do marked rows, unless $NO_COLOR forbids it.
+/// so do marked rows, unless $NO_COLOR forbids it, and what does not fit beside the rest is left out, as far as it is
+/// not essential.
 class Table {
 public:
     enum class Align { left, right };
     struct Column {
         std::string title;
         Align align = Align::left;
+        bool isEssential = true;
     };
 
     struct Row {
@@ -31,12 +33,20 @@ public:
     const std::vector<Row>& rows() const { return rows_; }
 
 private:
-    std::vector<size_t> widths() const;
-    std::string lineOf(const std::vector<std::string>& cells, const std::vector<size_t>& widths) const;
+    /// A column that is shown, and how wide it is.
+    struct Shown {
+        size_t index;
+        size_t width;
+    };
+    std::vector<Shown> shown() const;
+    std::string lineOf(const std::vector<std::string>& cells, const std::vector<Shown>& shown) const;
 
     std::vector<Column> columns_;
     std::vector<Row> rows_;
 };
+
+/// Columns of the terminal that standard output is; 0 where it is none, or does not say.
+size_t columnsOfTerminal();
 
 /// The text in bold, or in red, where standard output shows that.
 std::string bold(const std::string& text);

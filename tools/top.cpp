@@ -69,7 +69,7 @@ void show(const std::vector<Rated>& rates, size_t rows) {
                  {"IN/S", right},
                  {"BYTES/S", right},
                  {"QUEUED", right},
-                 {"DEEPEST", right},
+                 {"DEEPEST", right, false},
                  {"HELD", right},
                  {"WAITS-FOR"}});
     for (size_t i = 0; i < rates.size() && (rows == 0 || i < rows); ++i) {
@@ -119,10 +119,11 @@ private:
         const size_t there = rates.size();
         limit(rates, options_);
         screen.clear();
-        constexpr size_t otherRows = 3;
+        constexpr size_t otherRows = 5;  // above the rows, and where the cursor stands
         if (screen.isTerminal()) {
             printLine(bold(printable(place_.path())) + ": " + std::to_string(there) + " endpoints, by " +
-                      sorting_->name + "; q quits, r b u m n sort by rate, bytes, queue, memory, name");
+                      sorting_->name);
+            printLine("q quits; r b u m n sort by rate, bytes, queue, memory, name");
             printLine("");
         }
         const size_t rows = screen.rows();

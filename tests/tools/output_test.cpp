@@ -8,6 +8,7 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -47,6 +48,19 @@ TEST_F(OutputTest, ColumnsAlign) {
         EXPECT_EQ(out.substr(line + column - 2, 2), "  ") << out;
         EXPECT_NE(' ', out[line + column]) << out;
     }
+}
+
+TEST_F(OutputTest, ATerminalGetsTheColumnsForWhichItHasRoom) {
+    const linxtest::ScopedVariable plain("NO_COLOR", "1");
+    const auto titlesAt = [](uint16_t columns) {
+        const std::string out = runLinxOnTerminal({"list"}, columns).out;
+        return squeezed(out.substr(0, out.find('\n')));
+    };
+    const std::string all = "NAME SPID PID PROCESS USER STATE QUEUED DEEPEST IN OUT HELD WAITS-FOR";
+    EXPECT_EQ(all, titlesAt(0));
+    EXPECT_EQ(all, titlesAt(200));
+    EXPECT_THAT(titlesAt(80), AllOf(testing::StartsWith("NAME "), Not(HasSubstr("DEEPEST")), HasSubstr("WAITS-FOR")));
+    EXPECT_EQ(titlesAt(20), "NAME PID STATE QUEUED IN OUT HELD WAITS-FOR") << "no less than that";
 }
 
 TEST_F(OutputTest, NamesCannotSteerTheTerminal) {

@@ -1,5 +1,6 @@
 #include "tests/tools/program.h"
 
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -40,8 +41,10 @@ Outcome runLinx(const std::vector<std::string>& arguments, const std::string& in
     return LinxRun(arguments, input).finish();
 }
 
-Outcome runLinxOnTerminal(const std::vector<std::string>& arguments) {
+Outcome runLinxOnTerminal(const std::vector<std::string>& arguments, uint16_t columns) {
     const Ends terminal = openTerminal();
+    const winsize size{24, columns, 0, 0};
+    ioctl(terminal.write, TIOCSWINSZ, &size);
     const int in = memoryFile();
     const int err = memoryFile();
     Program program(LINX_PROGRAM, arguments, {in, terminal.write, err});

@@ -22,8 +22,9 @@ std::ostream& operator<<(std::ostream& stream, const Outcome& outcome);
 /// Runs `linx` with these arguments to its end.
 Outcome runLinx(const std::vector<std::string>& arguments, const std::string& input = {});
 
-/// The same with a terminal as standard output; its line ends are as in a file.
-Outcome runLinxOnTerminal(const std::vector<std::string>& arguments);
+/// The same with a terminal as standard output, of so many columns, or that does not say; its line ends are as in a
+/// file.
+Outcome runLinxOnTerminal(const std::vector<std::string>& arguments, uint16_t columns = 0);
 
 /// The status of a run whose output nobody reads any more.
 int statusWithoutReader(const std::vector<std::string>& arguments);

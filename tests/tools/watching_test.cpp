@@ -105,6 +105,15 @@ TEST_F(WatchingTest, MonitorShowsTheBeginningOfAPayloadAndAsMuchAsItIsTold) {
     EXPECT_THAT(runLinx({"monitor", "-N", "1", "--snaplen", "0"}).out, HasSubstr("  122  ...\n"));
 }
 
+TEST_F(WatchingTest, ATerminalGetsAsMuchOfAPayloadAsFitsIntoTheLine) {
+    const linxtest::ScopedVariable plain("NO_COLOR", "1");
+    sent(clientSpid, serverSpid, 1, "000102030405060708090a0b0c0d0e0f1011", 100);
+    EXPECT_THAT(runLinxOnTerminal({"monitor", "-N", "1"}, 0).out,
+                HasSubstr("  122  00010203 04050607 08090a0b 0c0d"));
+    EXPECT_THAT(runLinxOnTerminal({"monitor", "-N", "1"}, 80).out, HasSubstr("  122  0001020...\n"));
+    EXPECT_THAT(runLinxOnTerminal({"monitor", "-N", "1"}, 70).out, HasSubstr("  122\n"));
+}
+
 TEST_F(WatchingTest, MonitorInJsonHasALineForEachSignal) {
     play();
     const Outcome outcome = runLinx({"monitor", "-j", "-N", "2"});
