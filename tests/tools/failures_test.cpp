@@ -132,17 +132,41 @@ TEST_F(NoDomain, WhatIsNoUsageIsSaidAndNothingDone) {
     EXPECT_EQ(runLinx({"send", std::string(256, 'x'), "1"}).status, 2);
 }
 
+/// Has this process be nobody, as far as it can choose.
+void becomeNobody() {
+    constexpr uid_t nobody = 65534;
+    if (geteuid() != 0) return;
+    ASSERT_EQ(setgroups(0, nullptr), 0);
+    ASSERT_EQ(setresgid(nobody, nobody, nobody), 0);
+    ASSERT_EQ(setresuid(nobody, nobody, nobody), 0);
+}
+
+TEST_F(NoDomain, WhoMayReadItAloneSeesItAndSteersNobody) {
+    Endpoint server("server");
+    const std::string arena = domain.pathOf("arena");
+    chmod(domain.path().c_str(), 0755);
+    chmod(arena.c_str(), 0444);
+    Child stranger([&](Line&) {
+        becomeNobody();
+        if (access(LINX_PROGRAM, X_OK) == -1) return;  // in somebody's home
+        EXPECT_EQ(runLinx({"list"}).status, 0);
+        EXPECT_EQ(runLinx({"log", "server"}).out, "530\n");
+        expectFailure(runLinx({"log", "server", "1234"}), 1, "", "log");
+        for (const auto& verb : watchers) expectFailure(runLinx(verb), 1, "", verb[0]);
+        for (const auto& verb : senders) expectFailure(runLinx(verb), 1, "the domain cannot be joined: ", verb[0]);
+    });
+    EXPECT_EQ(stranger.exitStatus(), 0);
+    chmod(arena.c_str(), 0600);
+    EXPECT_EQ(runLinx({"log", "server"}).out, "530\n");
+    EXPECT_EQ(domain.files().size(), 2u) << "the arena and a doorbell";
+}
+
 TEST_F(NoDomain, WhoMayNotReadItIsTold) {
     Endpoint server("server");
     const bool isRoot = geteuid() == 0;
     if (!isRoot) chmod(domain.pathOf("arena").c_str(), 0);
     Child stranger([&](Line&) {
-        constexpr uid_t nobody = 65534;
-        if (isRoot) {
-            ASSERT_EQ(setgroups(0, nullptr), 0);
-            ASSERT_EQ(setresgid(nobody, nobody, nobody), 0);
-            ASSERT_EQ(setresuid(nobody, nobody, nobody), 0);
-        }
+        becomeNobody();
         if (access(LINX_PROGRAM, X_OK) == -1) return;  // in somebody's home
         for (const auto& verb : allVerbs()) {
             expectFailure(runLinx(verb), 1, "no permission to read " + domain.path(), verb[0]);
