@@ -56,6 +56,7 @@ constexpr uint32_t eventCount = 64;
  *
  *   the kinds of its events are known
  *   its events since it was opened are whole, but for the last      which its endpoint may have died amid
+ *   and the oldest                                                  whose place one had that was taken back
  */
 struct EventRing {
     Event events[eventCount];

@@ -102,7 +102,7 @@ private:
         const uint32_t last = slot.recorded.loadRelaxed();
         uint32_t whole = 0;
         uint32_t missing = 0;
-        for (uint32_t back = 0; back < eventCount; ++back) {
+        for (uint32_t back = 0; back < eventCount - 1; ++back) {
             const uint32_t event = last - back * eventStep;
             const uint32_t found = ring.at(event).event.loadRelaxed();
             if (kindOf(found) > EventKind::closed) broken(Subject{"slot", index}, "the kinds of its events are known");
@@ -112,7 +112,7 @@ private:
             if (!isWhole && back != 0) ++missing;
         }
         if (whole != 0 && missing != 0) {
-            broken(Subject{"slot", index}, "its events since it was opened are whole, but for the last",
+            broken(Subject{"slot", index}, "its events since it was opened are whole, but for the last and the oldest",
                    std::to_string(missing) + " are not");
         }
     }

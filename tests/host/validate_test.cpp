@@ -242,7 +242,8 @@ TEST_F(ValidateTest, LooksWhetherWhatIsRecordedIsWhole) {
     EventRing& ring = arena.events(indexOf(Spid{live.spid}));
     const uint32_t last = own().recorded.loadRelaxed();
     ToldWord& before = ring.at(last - eventStep).event;
-    const std::string invariant = ownName() + ": its events since it was opened are whole, but for the last";
+    const std::string invariant =
+        ownName() + ": its events since it was opened are whole, but for the last and the oldest";
     expectSaidAtRest(before, 0u, invariant);
     expectSaidAtRest(before, before.loadRelaxed() + eventStep, invariant);
     expectSaidAtRest(before, last - eventStep + 15, ownName() + ": the kinds of its events are known");
