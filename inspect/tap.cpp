@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -33,6 +34,12 @@ bool lock(int file) {
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     return fcntl(file, F_OFD_SETLK, &lock) == 0;
+}
+
+/// Has all who may join the domain open the file, also where the superuser makes it in somebody's domain. Those who
+/// may not give a file away are the owner of the domain, or share its group.
+void giveToMembers(int file, const struct stat& arena) {
+    if (fchown(file, arena.st_uid, arena.st_gid) == -1) (void)!fchown(file, static_cast<uid_t>(-1), arena.st_gid);
 }
 
 bool isSameFile(int file, int directory, const char* name) {
@@ -136,7 +143,9 @@ bool Tap::Ring::fill(uint32_t snapBytes) {
     struct stat arena;
     if (fstatat(directory.get(), arenaFileName, &arena, AT_SYMLINK_NOFOLLOW) == -1) return false;
     file.reset(openat(directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, arena.st_mode & 0777));
-    if (file.get() == -1 || fchmod(file.get(), arena.st_mode & 0777) == -1 || !lock(file.get())) return false;
+    if (file.get() == -1) return false;
+    giveToMembers(file.get(), arena);
+    if (fchmod(file.get(), arena.st_mode & 0777) == -1 || !lock(file.get())) return false;
     ringBytes = ringBytesFor(snapBytes);
     if (ftruncate(file.get(), static_cast<off_t>(tap::fileBytes(ringBytes))) == -1) return false;
     if (!reservePages(file.get(), 0, tap::ringsOffset / pageBytes)) return false;

@@ -1,12 +1,13 @@
 // The tap: what it shows, and that it holds nobody up, whatever becomes of its owner or is written into it.
 
-#include "host/record/tap_file.h"
 #include "inspect/tap.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +15,7 @@
 #include <random>
 
 #include "host/arena/layout.h"
+#include "host/record/tap_file.h"
 #include "tests/kit/child.h"
 #include "tests/kit/domain_test.h"
 #include "tests/kit/signals.h"
@@ -141,6 +143,42 @@ TEST_F(TapTest, IsOnlyOnes) {
     ASSERT_NE(tap, nullptr) << std::strerror(errno);
     EXPECT_EQ(take(), nullptr);
     EXPECT_EQ(errno, EBUSY);
+}
+
+TEST_F(TapTest, OfTheSuperuserShowsWhatIsSentInSomebodysDomain) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can become others";
+    constexpr uid_t user = 65534;
+    constexpr gid_t group = 65531;
+    ASSERT_EQ(chown(domain.path().c_str(), user, group), 0);
+    Child sender([this](Line& test) {
+        ASSERT_EQ(setgroups(0, nullptr), 0);
+        ASSERT_EQ(setresgid(group, group, group), 0);
+        ASSERT_EQ(setresuid(user, user, user), 0);
+        dieWithParent();
+        Endpoint a("a"), b("b");
+        test.tell();
+        test.hear();
+        ASSERT_EQ(send(a, spidOf(b), 1), 0);
+        test.tell();
+        test.hear();
+        EXPECT_NE(take(), nullptr) << "what the superuser has left is in nobody's way";
+    });
+    sender.hear();
+    Child reader([this](Line& test) {
+        const auto tap = take();
+        ASSERT_NE(tap, nullptr) << std::strerror(errno);
+        test.tell();
+        ASSERT_EQ(nextOf(*tap).number, 1u);
+        test.tell();
+        test.hear();
+    });
+    reader.hear();
+    sender.tell();
+    sender.hear();
+    reader.hear();
+    reader.kill9();
+    sender.tell();
+    EXPECT_EQ(sender.exitStatus(), 0);
 }
 
 TEST_F(TapTest, OfAKilledReaderIsEndedByTheNextSenderAndTakenByTheNextReader) {
