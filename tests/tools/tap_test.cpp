@@ -231,6 +231,28 @@ TEST_F(TapTest, ShowsSignalsOfSeveralProcessesInTheirOrder) {
     EXPECT_EQ(echo.exitStatus(), 0);
 }
 
+TEST_F(TapTest, ShowsWhatWasSentWhileItLookedBehindWhatItFindsNext) {
+    Endpoint a("a"), b("b");
+    const auto tap = take();
+    ASSERT_NE(tap, nullptr) << std::strerror(errno);
+    ASSERT_EQ(send(b, spidOf(a), 2), 0);
+    // An hour ahead: for a look that begins now, it was sent amid the look.
+    const int file = open(domain.pathOf("tap").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_NE(file, -1);
+    const uint64_t ring = linx::tap::ringOffset(linx::tap::leastRingBytes, indexOf(linx::Spid{spidOf(b)}));
+    const auto at = static_cast<off_t>(ring + linx::pageBytes + offsetof(linx::tap::Entry, nanoseconds));
+    uint64_t time = 0;
+    ASSERT_EQ(pread(file, &time, sizeof time, at), static_cast<ssize_t>(sizeof time));
+    time += uint64_t{3600} * 1000000000;
+    ASSERT_EQ(pwrite(file, &time, sizeof time, at), static_cast<ssize_t>(sizeof time));
+    close(file);
+    Sent sent;
+    EXPECT_FALSE(tap->next(sent, 0));
+    ASSERT_EQ(send(a, spidOf(b), 1), 0);
+    EXPECT_EQ(nextOf(*tap).number, 1u);
+    EXPECT_EQ(nextOf(*tap).number, 2u) << "whatever the clock says, it waits once";
+}
+
 TEST_F(TapTest, SurvivesWhateverIsWrittenIntoIt) {
     Endpoint a("a"), b("b");
     const auto tap = take();
