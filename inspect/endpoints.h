@@ -36,6 +36,7 @@ struct Endpoint {
     std::string name;
     Spid spid = Spid::none;
     State state = State::ended;
+    uint32_t ending = 0;             ///< when it has ended: the how manieth to end in the domain, modulo 2^32
     std::optional<Process> process;  ///< none when it may not be seen
     uint32_t deepest = 0;            ///< signals that its queue has held at a time
     uint64_t dropped = 0;            ///< signals that it could not send, or that were not for it

@@ -3,11 +3,15 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <deque>
+#include <iterator>
+#include <limits>
 #include <random>
 #include <string>
 
@@ -33,6 +37,12 @@ bool lock(int file) {
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
     return fcntl(file, F_OFD_SETLK, &lock) == 0;
+}
+
+/// Has all who may join the domain open the file, also where the superuser makes it in somebody's domain. Those who
+/// may not give a file away are the owner of the domain, or share its group.
+void giveToMembers(int file, const struct stat& arena) {
+    if (fchown(file, arena.st_uid, arena.st_gid) == -1) (void)!fchown(file, static_cast<uid_t>(-1), arena.st_gid);
 }
 
 bool isSameFile(int file, int directory, const char* name) {
@@ -75,6 +85,12 @@ Mapping map(int file, uint64_t offset, size_t bytes) {
     return Mapping(base == MAP_FAILED ? nullptr : base, {bytes});
 }
 
+uint64_t realTime() {
+    timespec time;
+    clock_gettime(CLOCK_REALTIME, &time);
+    return toNanoseconds(time);
+}
+
 /// What one sender copies, and how far it has been read.
 struct Lane {
     Mapping mapping;
@@ -95,7 +111,7 @@ struct Tap::Ring {
     void findLanes();
     void openLane(SlotIndex index);
     void collect();
-    void drain(Lane& lane);
+    void drain(Lane& lane, std::vector<Sent>& all);
 
     ScopedDescriptor directory;
     ScopedDescriptor file;
@@ -106,7 +122,9 @@ struct Tap::Ring {
     bool isNamed = false;
     std::vector<bool> isOpen = std::vector<bool>(slotCount);  ///< by slot
     std::vector<Lane> lanes;
-    std::deque<Sent> taken;
+    bool isStopped = false;
+    std::deque<Sent> taken;  ///< in order
+    std::vector<Sent> held;  ///< may have to stand behind what the next look finds
 };
 
 Tap::Tap(std::unique_ptr<Ring> ring) : ring_(std::move(ring)) {}
@@ -136,7 +154,9 @@ bool Tap::Ring::fill(uint32_t snapBytes) {
     struct stat arena;
     if (fstatat(directory.get(), arenaFileName, &arena, AT_SYMLINK_NOFOLLOW) == -1) return false;
     file.reset(openat(directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, arena.st_mode & 0777));
-    if (file.get() == -1 || fchmod(file.get(), arena.st_mode & 0777) == -1 || !lock(file.get())) return false;
+    if (file.get() == -1) return false;
+    giveToMembers(file.get(), arena);
+    if (fchmod(file.get(), arena.st_mode & 0777) == -1 || !lock(file.get())) return false;
     ringBytes = ringBytesFor(snapBytes);
     if (ftruncate(file.get(), static_cast<off_t>(tap::fileBytes(ringBytes))) == -1) return false;
     if (!reservePages(file.get(), 0, tap::ringsOffset / pageBytes)) return false;
@@ -202,6 +222,7 @@ bool Tap::next(Sent& sent, int milliseconds) {
 
 void Tap::stop() {
     ring_->withdraw();
+    ring_->isStopped = true;
 }
 
 uint64_t Tap::lost() const {
@@ -216,12 +237,20 @@ const tap::Lane& Tap::Ring::lane(SlotIndex index) const {
     return all[numberOf(index)];
 }
 
-/// Takes all that is in the rings, and puts it in order.
+/// Takes all that is in the rings, and puts it in order. What was sent after the look began waits for the next one: a
+/// question may lie in a ring that was looked at already, and its answer in another. It waits once, whatever the
+/// clock does.
 void Tap::Ring::collect() {
+    uint64_t end = isStopped ? std::numeric_limits<uint64_t>::max() : realTime();
+    for (const Sent& sent : held) end = std::max(end, sent.nanoseconds);
+    std::vector<Sent> all = std::move(held);
     findLanes();
-    for (Lane& one : lanes) drain(one);
-    std::stable_sort(taken.begin(), taken.end(),
+    for (Lane& one : lanes) drain(one, all);
+    std::stable_sort(all.begin(), all.end(),
                      [](const Sent& a, const Sent& b) { return a.nanoseconds < b.nanoseconds; });
+    const auto later = std::find_if(all.begin(), all.end(), [&](const Sent& sent) { return sent.nanoseconds > end; });
+    taken.insert(taken.end(), std::make_move_iterator(all.begin()), std::make_move_iterator(later));
+    held.assign(std::make_move_iterator(later), std::make_move_iterator(all.end()));
 }
 
 void Tap::Ring::findLanes() {
@@ -241,7 +270,7 @@ void Tap::Ring::openLane(SlotIndex index) {
     lanes.push_back({std::move(mapping), 0});
 }
 
-void Tap::Ring::drain(Lane& lane) {
+void Tap::Ring::drain(Lane& lane, std::vector<Sent>& all) {
     auto& counts = *static_cast<tap::Counts*>(lane.mapping.get());
     const char* const data = static_cast<const char*>(lane.mapping.get()) + pageBytes;
     const uint32_t written = counts.written.loadAcquire();
@@ -258,7 +287,7 @@ void Tap::Ring::drain(Lane& lane) {
         Sent sent{entry.nanoseconds, entry.from, entry.to, entry.number, entry.size, {}};
         sent.data.resize(entry.dataBytes);
         readFrom(data, ringBytes, lane.read + uint32_t{sizeof entry}, sent.data.data(), entry.dataBytes);
-        taken.push_back(std::move(sent));
+        all.push_back(std::move(sent));
         lane.read += tap::entryBytes(entry.dataBytes);
     }
     counts.read.storeRelease(lane.read);  // what was read may be overwritten

@@ -1,6 +1,5 @@
 #include "inspect/waits.h"
 
-#include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -8,17 +7,23 @@ namespace linx {
 namespace inspect {
 namespace {
 
-/// Follows the edges from `start`; the cycle that this leads into, from where it is entered.
-std::vector<Spid> cycleFrom(Spid start, const std::unordered_map<Spid, Spid>& waitsFor) {
-    std::vector<Spid> way;
-    for (Spid at = start;;) {
-        const auto seen = std::find(way.begin(), way.end(), at);
-        if (seen != way.end()) return {seen, way.end()};
-        way.push_back(at);
-        const auto next = waitsFor.find(at);
-        if (next == waitsFor.end()) return {};
-        at = next->second;
+using WaitsFor = std::unordered_map<Spid, Spid>;
+
+/// Those who wait in a circle. Nobody is passed by twice, however long the ways there are.
+std::unordered_set<Spid> allInCycles(const std::vector<Edge>& edges, const WaitsFor& waitsFor) {
+    std::unordered_set<Spid> all;
+    std::unordered_map<Spid, Spid> passedFrom;  // where the walk began that came by first
+    for (const Edge& edge : edges) {
+        Spid at = edge.from;
+        auto next = waitsFor.find(at);
+        while (next != waitsFor.end() && passedFrom.insert({at, edge.from}).second) {
+            at = next->second;
+            next = waitsFor.find(at);
+        }
+        if (next == waitsFor.end() || passedFrom[at] != edge.from) continue;
+        while (all.insert(at).second) at = waitsFor.at(at);
     }
+    return all;
 }
 
 }  // namespace
@@ -35,15 +40,14 @@ std::vector<Edge> edgesOf(const std::vector<Endpoint>& endpoints) {
 }
 
 std::vector<std::vector<Spid>> cyclesOf(const std::vector<Edge>& edges) {
-    std::unordered_map<Spid, Spid> waitsFor;
+    WaitsFor waitsFor;
     for (const Edge& edge : edges) waitsFor[edge.from] = edge.to;
+    std::unordered_set<Spid> left = allInCycles(edges, waitsFor);
     std::vector<std::vector<Spid>> cycles;
-    std::unordered_set<Spid> met;
     for (const Edge& edge : edges) {
-        const std::vector<Spid> cycle = cycleFrom(edge.from, waitsFor);
-        if (cycle.empty() || cycle.front() != edge.from || met.count(edge.from) != 0) continue;
-        met.insert(cycle.begin(), cycle.end());
-        cycles.push_back(cycle);
+        if (left.count(edge.from) == 0) continue;
+        std::vector<Spid>& cycle = cycles.emplace_back();
+        for (Spid at = edge.from; left.erase(at) != 0; at = waitsFor.at(at)) cycle.push_back(at);
     }
     return cycles;
 }

@@ -4,7 +4,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <thread>
 
 namespace tools {
@@ -41,11 +43,13 @@ void Screen::clear() {
 }
 
 char Screen::key(std::chrono::milliseconds time) {
-    pollfd input{STDIN_FILENO, POLLIN, 0};
+    constexpr std::chrono::milliseconds longest(std::numeric_limits<int>::max());
+    // Without a keyboard too: unlike a sleep, it ends when a POSIX signal asks for the end.
+    pollfd input{isTerminal_ ? STDIN_FILENO : -1, POLLIN, 0};
     char key = 0;
-    const bool isPressed = isTerminal_ && poll(&input, 1, static_cast<int>(time.count())) == 1;
+    const bool isPressed = poll(&input, 1, static_cast<int>(std::min(time, longest).count())) == 1;
     if (isPressed && read(STDIN_FILENO, &key, 1) == 1) return key;
-    if (!isTerminal_ || isPressed) std::this_thread::sleep_for(time);
+    if (isPressed) std::this_thread::sleep_for(time);
     return 0;
 }
 

@@ -19,6 +19,7 @@ using linx::BlockRef;
 using linx::Spid;
 using linx::inspect::Amount;
 using linx::inspect::Endpoint;
+using linx::inspect::State;
 using linx::inspect::Where;
 
 namespace {
@@ -34,11 +35,20 @@ struct Report {
     std::string waitsFor;  ///< to whom it sent before it slept
 };
 
-/// The open endpoint of that name; otherwise the one that ended last, as far as spids tell.
+/// Whether the user of a name says more of it than another one: who is open does, or who ended later.
+bool isLater(const Endpoint& one, const Endpoint& other) {
+    const bool hasEnded = one.state == State::ended;
+    if (hasEnded != (other.state == State::ended)) return !hasEnded;
+    return static_cast<int32_t>(one.ending - other.ending) > 0;
+}
+
+/// The open endpoint of that name; otherwise the one that ended last.
 const Endpoint& find(const std::vector<Endpoint>& endpoints, const std::string& name) {
-    const auto isIt = [&](const Endpoint& endpoint) { return endpoint.name == name; };
-    const auto found = std::find_if(endpoints.begin(), endpoints.end(), isIt);
-    if (found == endpoints.end()) failForName(name);
+    const Endpoint* found = nullptr;
+    for (const Endpoint& endpoint : endpoints) {
+        if (endpoint.name == name && (found == nullptr || isLater(endpoint, *found))) found = &endpoint;
+    }
+    if (found == nullptr) failForName(name);
     return *found;
 }
 

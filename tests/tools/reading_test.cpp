@@ -188,6 +188,16 @@ TEST_F(ReadingTest, WhoHasEndedIsShownOnRequest) {
     EXPECT_EQ(all[0]["queued"], 3) << "what it had sent is there";
 }
 
+TEST_F(ReadingTest, OfThoseOfOneNameWhoHaveEndedTheLastIsShown) {
+    Endpoint other("other");
+    for (uint64_t signals = 1; signals <= 3; ++signals) {
+        Endpoint one("restarted");
+        for (uint64_t i = 0; i < signals; ++i) ASSERT_EQ(send(one, spidOf(other), 1), 0);
+        one.close();
+        EXPECT_EQ(jsonOf({"status", "restarted"})["out"]["signals"], signals);
+    }
+}
+
 TEST_F(ReadingTest, OfTheParentAndTheChildThatShareAnEndpointTheParentIsShown) {
     Child parent([](Line& test) {
         Endpoint endpoint("shared");

@@ -1,11 +1,15 @@
 // What endpoints record of themselves, read while they live and after they were killed.
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
 
+#include <csignal>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "tests/kit/in_time.h"
 #include "tests/kit/readable.h"
 #include "tests/tools/scene.h"
 
@@ -192,6 +196,32 @@ TEST_F(RecorderTest, TopShowsATableAsOftenAsItLooks) {
     EXPECT_THAT(outcome.out, testing::HasSubstr("endpoint"));
     EXPECT_THAT(outcome.out, testing::Not(testing::HasSubstr("\033")));
     EXPECT_EQ(runLinx({"top", "-j"}).status, 2);
+}
+
+/// Whether the process has a handler for the POSIX signal.
+bool catches(pid_t pid, int signal) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string word; status >> word;) {
+        uint64_t caught = 0;
+        if (word == "SigCgt:" && status >> std::hex >> caught) return (caught >> (signal - 1) & 1) != 0;
+    }
+    return false;
+}
+
+TEST_F(RecorderTest, TopEndsWhenItIsAskedToHoweverSeldomItLooks) {
+    Endpoint endpoint("endpoint");
+    LinxRun top({"top", "--interval", "3600"});
+    ASSERT_TRUE(comesTrue([&] { return catches(top.pid(), SIGTERM); }));
+    // Again and again: the first may come before it waits.
+    EXPECT_TRUE(comesTrue([&] {
+        kill(top.pid(), SIGTERM);
+        siginfo_t ended{};
+        const auto pid = static_cast<id_t>(top.pid());
+        return waitid(P_PID, pid, &ended, WEXITED | WNOWAIT | WNOHANG) == 0 && ended.si_pid == top.pid();
+    }));
+    kill(top.pid(), SIGKILL);
+    const Outcome outcome = top.finish();
+    EXPECT_EQ(outcome.status, 0) << outcome;
 }
 
 }  // namespace

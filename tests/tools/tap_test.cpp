@@ -1,12 +1,13 @@
 // The tap: what it shows, and that it holds nobody up, whatever becomes of its owner or is written into it.
 
-#include "host/record/tap_file.h"
 #include "inspect/tap.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +15,7 @@
 #include <random>
 
 #include "host/arena/layout.h"
+#include "host/record/tap_file.h"
 #include "tests/kit/child.h"
 #include "tests/kit/domain_test.h"
 #include "tests/kit/signals.h"
@@ -143,6 +145,42 @@ TEST_F(TapTest, IsOnlyOnes) {
     EXPECT_EQ(errno, EBUSY);
 }
 
+TEST_F(TapTest, OfTheSuperuserShowsWhatIsSentInSomebodysDomain) {
+    if (geteuid() != 0) GTEST_SKIP() << "only the superuser can become others";
+    constexpr uid_t user = 65534;
+    constexpr gid_t group = 65531;
+    ASSERT_EQ(chown(domain.path().c_str(), user, group), 0);
+    Child sender([this](Line& test) {
+        ASSERT_EQ(setgroups(0, nullptr), 0);
+        ASSERT_EQ(setresgid(group, group, group), 0);
+        ASSERT_EQ(setresuid(user, user, user), 0);
+        dieWithParent();
+        Endpoint a("a"), b("b");
+        test.tell();
+        test.hear();
+        ASSERT_EQ(send(a, spidOf(b), 1), 0);
+        test.tell();
+        test.hear();
+        EXPECT_NE(take(), nullptr) << "what the superuser has left is in nobody's way";
+    });
+    sender.hear();
+    Child reader([this](Line& test) {
+        const auto tap = take();
+        ASSERT_NE(tap, nullptr) << std::strerror(errno);
+        test.tell();
+        ASSERT_EQ(nextOf(*tap).number, 1u);
+        test.tell();
+        test.hear();
+    });
+    reader.hear();
+    sender.tell();
+    sender.hear();
+    reader.hear();
+    reader.kill9();
+    sender.tell();
+    EXPECT_EQ(sender.exitStatus(), 0);
+}
+
 TEST_F(TapTest, OfAKilledReaderIsEndedByTheNextSenderAndTakenByTheNextReader) {
     Endpoint a("a"), b("b");
     Child reader([this](Line& test) {
@@ -191,6 +229,28 @@ TEST_F(TapTest, ShowsSignalsOfSeveralProcessesInTheirOrder) {
     for (Sent sent; expected < 2 * rounds && tap->next(sent, soon); ++expected) ASSERT_EQ(sent.number, expected);
     EXPECT_EQ(2 * rounds, expected);
     EXPECT_EQ(echo.exitStatus(), 0);
+}
+
+TEST_F(TapTest, ShowsWhatWasSentWhileItLookedBehindWhatItFindsNext) {
+    Endpoint a("a"), b("b");
+    const auto tap = take();
+    ASSERT_NE(tap, nullptr) << std::strerror(errno);
+    ASSERT_EQ(send(b, spidOf(a), 2), 0);
+    // An hour ahead: for a look that begins now, it was sent amid the look.
+    const int file = open(domain.pathOf("tap").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_NE(file, -1);
+    const uint64_t ring = linx::tap::ringOffset(linx::tap::leastRingBytes, indexOf(linx::Spid{spidOf(b)}));
+    const auto at = static_cast<off_t>(ring + linx::pageBytes + offsetof(linx::tap::Entry, nanoseconds));
+    uint64_t time = 0;
+    ASSERT_EQ(pread(file, &time, sizeof time, at), static_cast<ssize_t>(sizeof time));
+    time += uint64_t{3600} * 1000000000;
+    ASSERT_EQ(pwrite(file, &time, sizeof time, at), static_cast<ssize_t>(sizeof time));
+    close(file);
+    Sent sent;
+    EXPECT_FALSE(tap->next(sent, 0));
+    ASSERT_EQ(send(a, spidOf(b), 1), 0);
+    EXPECT_EQ(nextOf(*tap).number, 1u);
+    EXPECT_EQ(nextOf(*tap).number, 2u) << "whatever the clock says, it waits once";
 }
 
 TEST_F(TapTest, SurvivesWhateverIsWrittenIntoIt) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <nlohmann/json.hpp>
 
+#include "inspect/waits.h"
 #include "tests/tools/asker.h"
 #include "tests/tools/scene.h"
 
@@ -74,6 +75,15 @@ TEST_F(WaitingTest, ThreeThatAskEachOtherInACircleAreACycle) {
     EXPECT_EQ(findings[0]["finding"], "cycle");
     EXPECT_EQ(findings[0]["subject"], "a");
     for (const auto* one : {&a, &b, &c}) (*one)->kill9();
+}
+
+TEST_F(WaitingTest, CirclesBeginWithWhoeverComesFirstWhateverLeadsIntoThem) {
+    using linx::Spid;
+    const auto edge = [](uint32_t from, uint32_t to) { return linx::inspect::Edge{Spid{from}, Spid{to}, 0, 0, 0}; };
+    const auto cycles = linx::inspect::cyclesOf({edge(1, 2), edge(2, 5), edge(3, 4), edge(4, 9), edge(6, 5),
+                                                 edge(5, 6), edge(8, 7), edge(7, 8), edge(10, 10)});
+    const std::vector<std::vector<Spid>> expected = {{Spid{6}, Spid{5}}, {Spid{8}, Spid{7}}, {Spid{10}}};
+    EXPECT_EQ(cycles, expected);
 }
 
 TEST_F(WaitingTest, WhoIsNotAnsweredForLongIsFound) {
