@@ -32,37 +32,21 @@ uint32_t ringBytesFor(uint32_t snapBytes) {
     return bytes;
 }
 
-bool lock(int file) {
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    return fcntl(file, F_OFD_SETLK, &lock) == 0;
-}
-
 /// Has all who may join the domain open the file, also where the superuser makes it in somebody's domain. Those who
 /// may not give a file away are the owner of the domain, or share its group.
 void giveToMembers(int file, const struct stat& arena) {
     if (fchown(file, arena.st_uid, arena.st_gid) == -1) (void)!fchown(file, static_cast<uid_t>(-1), arena.st_gid);
 }
 
-bool isSameFile(int file, int directory, const char* name) {
-    struct stat there;
-    struct stat here;
-    return fstat(file, &here) == 0 && fstatat(directory, name, &there, AT_SYMLINK_NOFOLLOW) == 0 &&
-           here.st_dev == there.st_dev && here.st_ino == there.st_ino;
-}
-
 /// Removes the tap that a dead process has left. False with errno: EBUSY when it lives.
 bool removeLeftover(int directory) {
     const ScopedDescriptor file(tap::open(directory));
     if (file.get() == -1) return errno == ENOENT;
-    if (!lock(file.get())) {
+    if (!tap::own(file.get())) {
         errno = EBUSY;
         return false;
     }
-    // With the lock nobody else removes this file; but one that had it before may have.
-    if (!isSameFile(file.get(), directory, tap::fileName)) return true;
-    return unlinkat(directory, tap::fileName, 0) == 0 || errno == ENOENT;
+    return tap::remove(directory, file.get());
 }
 
 /// Copies bytes out of a ring, round its end.
@@ -156,7 +140,7 @@ bool Tap::Ring::fill(uint32_t snapBytes) {
     file.reset(openat(directory.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, arena.st_mode & 0777));
     if (file.get() == -1) return false;
     giveToMembers(file.get(), arena);
-    if (fchmod(file.get(), arena.st_mode & 0777) == -1 || !lock(file.get())) return false;
+    if (fchmod(file.get(), arena.st_mode & 0777) == -1 || !tap::own(file.get())) return false;
     ringBytes = ringBytesFor(snapBytes);
     if (ftruncate(file.get(), static_cast<off_t>(tap::fileBytes(ringBytes))) == -1) return false;
     if (!reservePages(file.get(), 0, tap::ringsOffset / pageBytes)) return false;
@@ -174,11 +158,14 @@ bool Tap::Ring::fill(uint32_t snapBytes) {
 
 bool Tap::Ring::claimName() {
     const std::string self = "/proc/self/fd/" + std::to_string(file.get());
-    constexpr int attempts = 8;  // others may try at the same time
+    constexpr int attempts = 8;  // others may try at the same time, and senders remove what the dead have left
     for (int left = attempts; left != 0; --left) {
         isNamed = linkat(AT_FDCWD, self.c_str(), directory.get(), tap::fileName, AT_SYMLINK_FOLLOW) == 0;
         if (isNamed) return true;
-        if (errno != EEXIST || !removeLeftover(directory.get())) return false;
+        if (errno != EEXIST) return false;
+        if (removeLeftover(directory.get())) continue;
+        if (errno != EBUSY) return false;
+        nanosleep(&pause, nullptr);
     }
     errno = EBUSY;
     return false;
@@ -201,10 +188,7 @@ void Tap::Ring::withdraw() const {
 
 Tap::Ring::~Ring() {
     withdraw();
-    if (isNamed && isSameFile(file.get(), directory.get(), tap::fileName))
-        unlinkat(directory.get(), tap::fileName, 0);
-    // Senders have it mapped until they send again: what lies in it is of no use to them.
-    if (head != nullptr) tap::giveBackRings(file.get());
+    if (isNamed) tap::remove(directory.get(), file.get());
 }
 
 bool Tap::next(Sent& sent, int milliseconds) {

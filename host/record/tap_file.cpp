@@ -2,6 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "host/system/uninterrupted.h"
 
@@ -19,10 +22,20 @@ bool hasOwner(int file) {
     return fcntl(file, F_OFD_GETLK, &lock) == -1 || lock.l_type != F_UNLCK;
 }
 
-void giveBackRings(int file) {
-    struct stat status;
-    if (fstat(file, &status) == -1 || status.st_size <= off_t{ringsOffset}) return;
-    fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, ringsOffset, status.st_size - off_t{ringsOffset});
+bool own(int file) {
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return fcntl(file, F_OFD_SETLK, &lock) == 0;
+}
+
+bool remove(int directory, int file) {
+    struct stat named;
+    struct stat its;
+    if (fstat(file, &its) == -1) return false;
+    if (fstatat(directory, fileName, &named, AT_SYMLINK_NOFOLLOW) == -1) return errno == ENOENT;
+    if (named.st_dev != its.st_dev || named.st_ino != its.st_ino) return true;
+    return unlinkat(directory, fileName, 0) == 0 || errno == ENOENT;
 }
 
 }  // namespace tap

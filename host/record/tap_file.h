@@ -78,8 +78,13 @@ int open(int directory);
 /// Whether the process that made the tap still has it. A file of which that cannot be asked counts as one.
 bool hasOwner(int file);
 
-/// Gives the memory of all rings back. Who still has one mapped may go on writing into it.
-void giveBackRings(int file);
+/// Has the tap belong to this process, until it closes the file. False when another one that lives has it.
+bool own(int file);
+
+/// Removes the name of this tap, which is one's own, unless another has it by now. Its memory goes when the last sender
+/// that has a ring of it has sent again or ended: taken away before, a full file system would kill who writes there.
+/// False with errno.
+bool remove(int directory, int file);
 
 }  // namespace tap
 }  // namespace linx

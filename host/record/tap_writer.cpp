@@ -139,11 +139,11 @@ bool TapWriter::isOrphaned() {
     return true;
 }
 
-/// Ends the capture of a process that has died: nobody is to copy in vain, nor memory to be taken for it. The file
-/// stays until the next capture: one that has begun meanwhile would have the same name.
+/// Ends the capture of a process that has died: nobody is to copy in vain, and its file has no use any more.
 void TapWriter::abandon(int file, uint32_t id) const {
     wanted_.casSeqCst(id, 0);
-    if (file != -1) tap::giveBackRings(file);
+    // Nobody else removes it meanwhile, so that the name is not that of a capture which has just begun.
+    if (file != -1 && tap::own(file)) tap::remove(domain_.directory(), file);
 }
 
 }  // namespace linx

@@ -26,15 +26,15 @@ bool isWhole(const linx::inspect::Sent& sent) {
 
 }  // namespace
 
-Capturer::Capturer(Capture kind, const std::string& domain) : kind_(kind), domain_(domain) {
-    if (kind == Capture::none) return;
-    if (kind == Capture::running) {
-        tap_ = take(domain);
+void Capturer::begin() {
+    if (kind_ == Capture::none) return;
+    if (kind_ == Capture::running) {
+        tap_ = take(domain_);
         if (tap_ == nullptr) std::abort();
         return;
     }
     Child reader([&](Line& parent) {
-        const auto tap = take(domain);
+        const auto tap = take(domain_);
         if (tap == nullptr) std::abort();
         parent.tell();
         parent.hear();

@@ -13,7 +13,9 @@ namespace scene {
 /// Whoever captures what is sent in a domain, as an operation wants it.
 class Capturer {
 public:
-    Capturer(Capture kind, const std::string& domain);
+    Capturer(Capture kind, const std::string& domain) : kind_(kind), domain_(domain) {}
+
+    void begin();
 
     /// What is wrong: each signal that was captured must be whole, and who has died in no one's way. Ends the
     /// capture.

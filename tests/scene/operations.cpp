@@ -30,7 +30,7 @@ const std::vector<Operation> operations = {
      sendToConductor},
     {"send to a dead one", Stance::working, "1000", false, Corpse::atRest, holdOne, sendToCorpse, ECONNRESET},
     {"send, captured", Stance::working, "1000", false, Corpse::none, holdOne, sendToMirror, 0, Capture::running},
-    {"send, captured by a dead one", Stance::working, "1000", false, Corpse::none, holdOne, sendToMirror, 0,
+    {"send, captured by a dead one", Stance::asleep, "0", false, Corpse::none, holdOne, sendToMirror, 0,
      Capture::abandoned},
     {"receive", Stance::working, "1000", false, Corpse::none, nothing, receiveAny},
     {"receive, in vain", Stance::working, "0", false, Corpse::none, emptyQueue, receiveAny},

@@ -56,6 +56,7 @@ LinxSpid Stage::enter(const Child& victim, const std::function<void()>& dieInsid
     victim.hear();
     first_.tell();
     first_.hear();
+    capturer_.begin();
     return operation_.corpse == Corpse::none ? 0 : leaveCorpse(operation_.corpse, dieInside);
 }
 
