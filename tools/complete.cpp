@@ -74,7 +74,7 @@ public:
 
     /// Of what was sent lately: to the endpoint or by it, or at all where nothing is known of it.
     Candidates numbers(const std::string& name, bool byIt) const {
-        const Graph graph = graphOf(snapshot_->arena(), endpoints_, {});
+        const Graph graph = graphOf(snapshot_->arena(), endpoints_, {}, 0);
         std::map<uint32_t, uint64_t> its, all;
         for (const Graph::Traffic& edge : graph.traffic) {
             for (const auto& [number, volume] : edge.numbers) {

@@ -75,7 +75,7 @@ std::vector<DomainReport::Queue> queuesIn(const Arena& arena, const std::vector<
 
 }  // namespace
 
-DomainReport reportOn(const Place& place, size_t mostEvents) {
+DomainReport reportOn(const Place& place, size_t mostEvents, uint64_t firstTime) {
     DomainReport report;
     utsname machine{};
     uname(&machine);
@@ -86,13 +86,13 @@ DomainReport reportOn(const Place& place, size_t mostEvents) {
         const auto snapshot = snapshotOf(place);
         const Arena& arena = snapshot->arena();
         report.endpoints = linx::inspect::endpointsOf(arena, place);
-        report.graph = graphOf(arena, report.endpoints, {});
+        report.graph = graphOf(arena, report.endpoints, {}, firstTime);
         report.queues = queuesIn(arena, report.endpoints);
         for (const auto& hunt : linx::inspect::pendingHunts(arena))
             report.hunts.push_back({nameIn(arena, hunt.hunter), hunt.name});
         report.list = listTable(arena, report.endpoints);
         report.holders = holdersTable(holdersAmong(arena, report.endpoints, ""));
-        auto events = linx::inspect::merge(recordsOf(arena, report.endpoints, {}));
+        auto events = linx::inspect::merge(recordsOf(arena, report.endpoints, {}, firstTime));
         report.recorded = events.size();
         if (events.size() > mostEvents)
             events.erase(events.begin(), events.end() - static_cast<std::ptrdiff_t>(mostEvents));

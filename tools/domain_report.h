@@ -39,7 +39,8 @@ struct DomainReport {
 };
 
 /// Looks at the domain, or the arena. Where something may be on its way this takes up to a second.
-DomainReport reportOn(const linx::inspect::Place& place, size_t mostEvents);
+/// Events are those since a time, see recordsOf, and the last of them.
+DomainReport reportOn(const linx::inspect::Place& place, size_t mostEvents, uint64_t firstTime);
 
 }  // namespace tools
 

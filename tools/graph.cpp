@@ -46,7 +46,7 @@ int graph(const Options& options, const GraphOptions& what) {
     const auto snapshot = snapshotOf(place);
     const auto endpoints = linx::inspect::endpointsOf(snapshot->arena(), place);
     requireNames(endpoints, what.names);
-    Graph found = graphOf(snapshot->arena(), endpoints, what.names);
+    Graph found = graphOf(snapshot->arena(), endpoints, what.names, firstTimeFor(options));
     if (options.count) found = busiestOf(found, *options.count);
     if (options.json) {
         printJson(toJson(found));

@@ -32,9 +32,9 @@ struct Graph {
     NamedWaits waits;
 };
 
-/// From the records of these endpoints; with names, only what goes from or to one of them.
+/// From the records of these endpoints since a time, see recordsOf; with names, only what goes from or to one of them.
 Graph graphOf(const linx::Arena& arena, const std::vector<linx::inspect::Endpoint>& endpoints,
-              const std::vector<std::string>& names);
+              const std::vector<std::string>& names, uint64_t firstTime);
 
 /// The same with so many ways of traffic at most, and with the nodes that are left.
 Graph busiestOf(const Graph& graph, size_t most);

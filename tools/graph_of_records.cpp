@@ -50,12 +50,13 @@ std::set<std::string> endsOf(const Graph& graph) {
 
 }  // namespace
 
-Graph graphOf(const linx::Arena& arena, const std::vector<Endpoint>& endpoints,
-              const std::vector<std::string>& names) {
+Graph graphOf(const linx::Arena& arena, const std::vector<Endpoint>& endpoints, const std::vector<std::string>& names,
+              uint64_t firstTime) {
     Graph graph;
     graph.waits = namedWaits(arena, endpoints);
     // Of all records: what goes to those names is recorded by others.
-    for (auto& [ends, edge] : trafficByName(arena, linx::inspect::flowsOf(recordsOf(arena, endpoints, {}))))
+    for (auto& [ends, edge] :
+         trafficByName(arena, linx::inspect::flowsOf(recordsOf(arena, endpoints, {}, firstTime))))
         graph.traffic.push_back(std::move(edge));
     keepThoseOf(names, graph.traffic);
     keepThoseOf(names, graph.waits.edges);

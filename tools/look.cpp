@@ -9,12 +9,14 @@
 
 #include "host/arena/domain_path.h"
 #include "host/arena/name_table.h"
+#include "host/system/clock.h"
 #include "tools/failure.h"
 #include "tools/text.h"
 
 namespace tools {
 
 using linx::inspect::Place;
+using linx::inspect::Recorded;
 using linx::inspect::Snapshot;
 using linx::inspect::State;
 
@@ -86,12 +88,25 @@ bool isAmong(const std::string& name, const std::vector<std::string>& names) {
     return names.empty() || std::find(names.begin(), names.end(), name) != names.end();
 }
 
-std::vector<std::vector<linx::inspect::Recorded>> recordsOf(const linx::Arena& arena,
-                                                            const std::vector<linx::inspect::Endpoint>& endpoints,
-                                                            const std::vector<std::string>& names) {
-    std::vector<std::vector<linx::inspect::Recorded>> records;
+uint64_t firstTimeFor(const Options& options) {
+    if (!options.since) return 0;
+    const auto before = static_cast<uint64_t>(std::chrono::nanoseconds(*options.since).count());
+    const uint64_t now = linx::now();
+    return before < now ? now - before : 0;
+}
+
+std::vector<std::vector<Recorded>> recordsOf(const linx::Arena& arena,
+                                             const std::vector<linx::inspect::Endpoint>& endpoints,
+                                             const std::vector<std::string>& names, uint64_t firstTime) {
+    std::vector<std::vector<Recorded>> records;
     for (const auto& endpoint : endpoints) {
-        if (isAmong(endpoint.name, names)) records.push_back(linx::inspect::recordOf(arena, indexOf(endpoint.spid)));
+        if (!isAmong(endpoint.name, names)) continue;
+        std::vector<Recorded> events = linx::inspect::recordOf(arena, indexOf(endpoint.spid));
+        const auto lastBefore = std::find_if(events.rbegin(), events.rend(), [&](const Recorded& event) {
+            return event.time != 0 && event.time < firstTime;
+        });
+        events.erase(events.begin(), lastBefore.base());
+        records.push_back(std::move(events));
     }
     return records;
 }

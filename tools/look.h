@@ -41,10 +41,15 @@ const linx::inspect::Endpoint& openEndpoint(const std::vector<linx::inspect::End
 /// Whether these names mean this one: none means all.
 bool isAmong(const std::string& name, const std::vector<std::string>& names);
 
-/// The records of those who are called that.
+/// The time of the first events that are wanted, in nanoseconds of the monotonic clock; 0 for all.
+uint64_t firstTimeFor(const Options& options);
+
+/// The records of those who are called that, without what is known to have been before that time: most events have
+/// none of their own.
 std::vector<std::vector<linx::inspect::Recorded>> recordsOf(const linx::Arena& arena,
                                                             const std::vector<linx::inspect::Endpoint>& endpoints,
-                                                            const std::vector<std::string>& names);
+                                                            const std::vector<std::string>& names,
+                                                            uint64_t firstTime);
 
 /// Throws a Failure unless somebody is called, or was, by each of the names.
 void requireNames(const std::vector<linx::inspect::Endpoint>& endpoints, const std::vector<std::string>& names);

@@ -52,6 +52,10 @@ void addOptions(CLI::App& app, Options& options, std::string& domain) {
            "--timeout", [&](const std::string& text) { options.timeout = toTime(text); },
            "how long to wait: 500ms, 2s; bare numbers are seconds")
         ->option_text("TIME");
+    app.add_option_function<std::string>(
+           "--since", [&](const std::string& text) { options.since = toTime(text); },
+           "leave out what is recorded of longer ago: 500ms, 2s")
+        ->option_text("TIME");
     app.add_option("--domain", domain, "the domain, as $LINX_DOMAIN names one")
         ->check(namesSomething)
         ->option_text("PATH-OR-WORD");

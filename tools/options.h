@@ -14,6 +14,7 @@ struct Options {
     bool json = false;
     std::optional<uint32_t> count;                     ///< rows at most
     std::optional<std::chrono::milliseconds> timeout;  ///< none: as the verb thinks fit
+    std::optional<std::chrono::milliseconds> since;    ///< how long ago events were, at most; none: all
     std::string arena;                                 ///< a file to be read instead of a domain
 };
 

@@ -88,7 +88,7 @@ int record(const Options& options, const std::vector<std::string>& names) {
     const linx::Arena& arena = snapshot->arena();
     const auto endpoints = linx::inspect::endpointsOf(arena, place);
     requireNames(endpoints, names);
-    std::vector<Recorded> events = linx::inspect::merge(recordsOf(arena, endpoints, names));
+    std::vector<Recorded> events = linx::inspect::merge(recordsOf(arena, endpoints, names, firstTimeFor(options)));
     if (options.count && events.size() > *options.count) events.erase(events.begin(), events.end() - *options.count);
     if (options.json) {
         for (const Recorded& event : events) printJson(toJson(event, arena));

@@ -190,7 +190,7 @@ int report(const Options& options, const std::string& file) {
     linx::inspect::Place place;
     openPlace(options, place);
     const size_t rows = options.count.value_or(usualRows);
-    writeTo(file, Writer(reportOn(place, rows), rows).write());
+    writeTo(file, Writer(reportOn(place, rows, firstTimeFor(options)), rows).write());
     return done;
 }
 

@@ -152,6 +152,21 @@ TEST_F(RecorderTest, TheRecordOfAnEndedOneBeginsWithItsOpeningAndEndsWithItsEnd)
     EXPECT_TRUE(own[0]["peer"].is_null());
 }
 
+TEST_F(RecorderTest, WhatIsRecordedOfLongerAgoIsLeftOut) {
+    Endpoint endpoint("endpoint");
+    ASSERT_EQ(send(endpoint, spidOf(endpoint), 1), 0);
+    expectSignal(endpoint, 1);
+    EXPECT_EQ(recorded({"--since", "1000s"}).size(), 3u);
+    EXPECT_FALSE(receive(endpoint, 20)) << "it sleeps, and so has the time";
+    ASSERT_EQ(send(endpoint, spidOf(endpoint), 2), 0);
+    const std::vector<Json> last = recorded({"--since", "1ms"});
+    ASSERT_FALSE(last.empty());
+    EXPECT_EQ(last.back()["number"], 2);
+    for (const Json& event : last) EXPECT_NE(event["kind"], "slept") << "that was 20 ms ago";
+    EXPECT_EQ(recorded({"--since", "0"}).size(), 1u) << "what may have been since the last time that is known";
+    EXPECT_EQ(runLinx({"record", "--since", "soon"}).status, 2);
+}
+
 TEST_F(RecorderTest, NothingIsRecordedWhereThatIsTurnedOff) {
     const linxtest::ScopedVariable off("LINX_RECORD", "0");
     Endpoint silent("silent");
