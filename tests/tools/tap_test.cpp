@@ -38,6 +38,18 @@ protected:
         return Tap::take(place, bytes);
     }
 
+    /// A process that captures, and says so, and has seen a signal of the number 1 when it says so again.
+    std::unique_ptr<Child> reader() {
+        return std::make_unique<Child>([this](Line& test) {
+            const auto tap = take();
+            ASSERT_NE(tap, nullptr) << std::strerror(errno);
+            test.tell();
+            ASSERT_EQ(nextOf(*tap).number, 1u);
+            test.tell();
+            test.hear();
+        });
+    }
+
     Sent nextOf(Tap& tap) {
         Sent sent;
         EXPECT_TRUE(tap.next(sent, soon));
@@ -164,37 +176,23 @@ TEST_F(TapTest, OfTheSuperuserShowsWhatIsSentInSomebodysDomain) {
         EXPECT_NE(take(), nullptr) << "what the superuser has left is in nobody's way";
     });
     sender.hear();
-    Child reader([this](Line& test) {
-        const auto tap = take();
-        ASSERT_NE(tap, nullptr) << std::strerror(errno);
-        test.tell();
-        ASSERT_EQ(nextOf(*tap).number, 1u);
-        test.tell();
-        test.hear();
-    });
-    reader.hear();
+    const auto superuser = reader();
+    superuser->hear();
     sender.tell();
     sender.hear();
-    reader.hear();
-    reader.kill9();
+    superuser->hear();
+    superuser->kill9();
     sender.tell();
     EXPECT_EQ(sender.exitStatus(), 0);
 }
 
 TEST_F(TapTest, OfAKilledReaderIsEndedByTheNextSenderAndTakenByTheNextReader) {
     Endpoint a("a"), b("b");
-    Child reader([this](Line& test) {
-        const auto tap = take();
-        ASSERT_NE(tap, nullptr) << std::strerror(errno);
-        test.tell();
-        ASSERT_EQ(nextOf(*tap).number, 1u);
-        test.tell();
-        test.hear();
-    });
-    reader.hear();
+    const auto killed = reader();
+    killed->hear();
     ASSERT_EQ(send(a, spidOf(b), 1), 0);
-    reader.hear();
-    reader.kill9();
+    killed->hear();
+    killed->kill9();
     EXPECT_NE(wordOfTap(), 0u);
     ASSERT_EQ(send(b, spidOf(a), 2), 0) << "one who has no ring yet";
     EXPECT_EQ(wordOfTap(), 0u);

@@ -1,7 +1,6 @@
 #include "tests/traffic/ledger.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace traffic {
 
@@ -53,17 +52,6 @@ void Ledger::goOn() {
     finish = leave = false;
     standing = checked = dismissed = 0;
     for (uint32_t seat = 0; seat < seats; ++seat) settled[seat] = false;
-}
-
-void Ledger::complain(const std::string& text) {
-    const uint32_t place = complaintCount++;
-    if (place >= std::size(complaints)) return;
-    std::strncpy(complaints[place], text.c_str(), sizeof complaints[place] - 1);
-}
-
-std::vector<std::string> Ledger::allComplaints() const {
-    const size_t count = std::min<size_t>(complaintCount, std::size(complaints));
-    return std::vector<std::string>(complaints, complaints + count);
 }
 
 }  // namespace traffic

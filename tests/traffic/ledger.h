@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/kit/complaints.h"
 #include "tests/kit/shared.h"
 #include "tests/traffic/letter.h"
 
@@ -46,7 +47,7 @@ struct Life {
 
 /// What processes that talk know of each other besides what they send: memory that they share, and that keeps what
 /// the killed have written. Each seat is a name, under which one endpoint at a time is open.
-struct Ledger {
+struct Ledger : linxtest::Complaints {
     uint32_t seats;                           ///< set before the processes begin
     std::atomic<uint32_t> latest[mostSeats];  ///< life
     std::atomic<uint32_t> beats[mostSeats];   ///< counts each seat's progress
@@ -74,9 +75,6 @@ struct Ledger {
     std::atomic<uint32_t> captures;   ///< that were begun
     std::atomic<uint32_t> looks;      ///< at all that can be seen of the domain
 
-    std::atomic<uint32_t> complaintCount;
-    char complaints[32][256];
-
     std::atomic<uint32_t> livesUsed;
 
     Life& life(uint32_t number) { return lives_[number % maxLives]; }
@@ -96,10 +94,6 @@ struct Ledger {
 
     /// Has the seats talk again, after all have drawn the balance.
     void goOn();
-
-    /// Notes something that must not be.
-    void complain(const std::string& text);
-    std::vector<std::string> allComplaints() const;
 
 private:
     bool isTaken(uint32_t number) const;

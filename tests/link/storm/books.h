@@ -3,8 +3,8 @@
 
 #include <atomic>
 #include <cstdint>
-#include <string>
-#include <vector>
+
+#include "tests/kit/complaints.h"
 
 namespace linkstorm {
 
@@ -28,7 +28,7 @@ struct Stream {
 };
 
 /// What the servers and the storm know of each other besides what they send, in memory that they share.
-struct Books {
+struct Books : linxtest::Complaints {
     std::atomic<uint32_t> life[seats];        ///< counts those that have held the seat
     std::atomic<uint32_t> doomed[seats];      ///< the last life of the seat that was killed
     std::atomic<bool> struck[seats];          ///< its end may be told
@@ -59,16 +59,12 @@ struct Books {
     std::atomic<uint32_t> changed;
     std::atomic<uint32_t> early;
     std::atomic<uint32_t> missing;
-    std::atomic<uint32_t> complaintCount;
-    char complaints[20][200];
 
     Stream& latest(uint32_t from, uint32_t to) { return at(from, to, streams[from][to]); }
     Stream& at(uint32_t from, uint32_t to, uint32_t number) { return stream[from][to][number % streamsKept]; }
 
     /// Whether the end of a proxy between the two may be told now.
     bool mayEnd(uint32_t seat, uint32_t other) const { return struck[other] || stormy[nodeOf(seat)][nodeOf(other)]; }
-    void complain(const std::string& text);
-    std::vector<std::string> allComplaints() const;
 };
 
 }  // namespace linkstorm
