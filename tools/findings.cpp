@@ -25,6 +25,11 @@
 namespace tools {
 namespace {
 
+/// A name as a verb of this program takes it, on a shell's line: also one that looks like an option.
+std::string nameWord(const std::string& name) {
+    return (name.rfind('-', 0) == 0 ? "-- " : "") + shellWord(name);
+}
+
 using linx::inspect::Edge;
 using linx::inspect::Endpoint;
 using linx::inspect::PendingHunt;
@@ -175,7 +180,7 @@ private:
         for (const Endpoint& endpoint : linx::inspect::endpointsOf(arena, place_)) {
             if (endpoint.state == State::dead) {
                 found("dead", endpoint.name, "has ended with its process, and nobody has cleared up after it yet",
-                      "linx wait --gone " + shellWord(endpoint.name));
+                      "linx wait --gone " + nameWord(endpoint.name));
             }
             if (endpoint.state == State::stopped) {
                 found("stopped", describe(endpoint.name, endpoint.process), "stands still: its process is stopped",
@@ -200,7 +205,7 @@ private:
                   "keeps " + humanBytes(owned) + " in " + std::to_string(account.held.signals) +
                       " signals that it has not freed and " + std::to_string(account.queued.signals) +
                       " that it has not received",
-                  "linx status " + shellWord(endpoint.name) + " shows their numbers and senders");
+                  "linx status " + nameWord(endpoint.name) + " shows their numbers and senders");
         }
     }
 
@@ -241,7 +246,7 @@ private:
             for (const linx::Spid spid : cycle) way += nameIn(arena, spid) + " waits for ";
             const std::string first = nameIn(arena, cycle.front());
             found("cycle", first, way + first + ": each has asked the next one, and none can answer",
-                  "have one of them ask without waiting; for now, linx shutdown " + shellWord(first));
+                  "have one of them ask without waiting; for now, linx shutdown " + nameWord(first));
         }
         for (const Edge& edge : waits) {
             if (isIn(cycles, edge.from) || !isLong(edge)) continue;
@@ -249,7 +254,7 @@ private:
             found("long-wait", nameIn(arena, edge.from),
                   "sent " + std::to_string(edge.sent) + " to " + to + " " + humanSeconds(secondsSince(edge.since)) +
                       " ago and waits for " + std::to_string(edge.number),
-                  "linx status " + shellWord(to) + " shows what it does instead of answering");
+                  "linx status " + nameWord(to) + " shows what it does instead of answering");
         }
     }
 

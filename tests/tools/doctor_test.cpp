@@ -76,6 +76,14 @@ TEST_F(DoctorTest, ANameCannotSmuggleACommandIntoARemedy) {
     EXPECT_EQ(finding["remedy"], R"(linx wait --gone 'x'\''; touch y; '\''')");
 }
 
+TEST_F(DoctorTest, ANameThatLooksLikeAnOptionIsTakenForANameByTheRemedy) {
+    Child server([](Line& test) { linger("-server", test); });
+    server.hear();
+    server.kill9();
+    EXPECT_EQ(expectFound("dead", "-server")["remedy"], "linx wait --gone -- '-server'");
+    EXPECT_EQ(runLinx({"wait", "--gone", "--", "-server"}).status, 0);
+}
+
 TEST_F(DoctorTest, TheDeadWhomNobodyHasClearedUpAfterAreFoundAndTheRemedyHelps) {
     Child server([](Line& test) { linger("server", test); });
     server.hear();
