@@ -3,6 +3,7 @@ import os
 import re
 
 DEMO = os.environ.get("LINX_DEMO", "")
+SERVERS_OF = os.environ.get("LINX_DEMO_SERVERS")  # another build of it, for the servers
 PATIENCE = 100  # seconds, as an option of the demonstration
 SERVERS = [
     "WatchdogMgr", "ConfigMgr", "StateMgr", "ConnectionMgr", "StreamMgr", "PlaybackMgr", "UiMgr", "SysTickHal", "GpsHal"
@@ -11,7 +12,8 @@ SERVERS = [
 
 def start_device(domain, rounds=10):
     """The whole device, which makes a domain of its own."""
-    return domain.start([DEMO, "--seed", "6", "--rounds", str(rounds), "--limit", str(PATIENCE)])
+    others = ["--servers", SERVERS_OF] if SERVERS_OF else []
+    return domain.start([DEMO, "--seed", "6", "--rounds", str(rounds), "--limit", str(PATIENCE), *others])
 
 
 def process_of(device, name):
