@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 
 #include <csignal>
-#include <fstream>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -213,20 +213,20 @@ TEST_F(RecorderTest, TopShowsATableAsOftenAsItLooks) {
     EXPECT_EQ(runLinx({"top", "-j"}).status, 2);
 }
 
-/// Whether the process has a handler for the POSIX signal.
-bool catches(pid_t pid, int signal) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; status >> word;) {
-        uint64_t caught = 0;
-        if (word == "SigCgt:" && status >> std::hex >> caught) return (caught >> (signal - 1) & 1) != 0;
-    }
-    return false;
+/// Whether the process has the file open.
+bool hasOpen(pid_t pid, const std::string& path) {
+    const std::string descriptors = "/proc/" + std::to_string(pid) + "/fd/";
+    const auto names = linxtest::namesIn(descriptors);
+    return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+        std::error_code isGone;
+        return std::filesystem::read_symlink(descriptors + name, isGone) == path;
+    });
 }
 
 TEST_F(RecorderTest, TopEndsWhenItIsAskedToHoweverSeldomItLooks) {
     Endpoint endpoint("endpoint");
     LinxRun top({"top", "--interval", "3600"});
-    ASSERT_TRUE(comesTrue([&] { return catches(top.pid(), SIGTERM); }));
+    ASSERT_TRUE(comesTrue([&] { return hasOpen(top.pid(), domain.pathOf("arena")); }));
     // Again and again: the first may come before it waits.
     EXPECT_TRUE(comesTrue([&] {
         kill(top.pid(), SIGTERM);
