@@ -22,7 +22,7 @@ struct Amount {
 /// What an endpoint has of the domain's memory.
 struct Account {
     Amount held;    ///< what its user has received or made and not let go of
-    Amount queued;  ///< see Where
+    Amount queued;  ///< what waits to be received
     Amount lent;    ///< what is on its account, whoever has it: all that it has made and that is not free again
 };
 

@@ -17,6 +17,7 @@ public:
 
     /// When the signal came to its owner, at the latest; 0 where nothing tells.
     uint64_t timeOf(Where where, Spid owner, const BlockRef& block) {
+        if (where != Where::held && where != Where::queued) return 0;  // it came from nobody
         const Spid sender = block->sender.loadRelaxed();
         if (where == Where::held) {
             return sender == owner ? 0 : timeOf(of(owner), EventKind::received, sender, block.ref);

@@ -7,14 +7,17 @@
 #include "host/arena/runs.h"
 #include "host/arena/slot_table.h"
 #include "host/mailbox/take_all_stack.h"
+#include "host/record/kept.h"
 
 namespace linx {
 namespace inspect {
 
 enum class Where {
     held,    ///< by its owner's user
-    queued,  ///< in its owner's mailbox or queue; or a notice or a time-out that it has asked for
-    parked   ///< with a hunt of its owner's
+    queued,  ///< in its owner's mailbox or queue
+    parked,  ///< with a hunt of its owner's
+    notice,  ///< kept by its owner until its sender ends
+    timeout  ///< kept by its owner until it is due
 };
 
 /// Calls `visit(where, owner, block)` for every signal of the arena, a snapshot, that an open endpoint owns.
@@ -39,7 +42,10 @@ void forEachSignal(const Arena& arena, Visit visit) {
         const Spid owner = spidOf(word);
         if (isInFlight(word) || !isOpen(arena, owner)) return;
         if (word == heldBy(owner)) return visit(Where::held, owner, block);
-        visit(parked.count(block.ref) == 0 ? Where::queued : Where::parked, owner, block);
+        if (parked.count(block.ref) != 0) return visit(Where::parked, owner, block);
+        if (!isKept(*block, owner)) return visit(Where::queued, owner, block);
+        const bool isNotice = block->due.loadRelaxed() == onItsSendersEnd;
+        visit(isNotice ? Where::notice : Where::timeout, owner, block);
     });
 }
 

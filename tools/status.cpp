@@ -1,77 +1,19 @@
-#include <algorithm>
-#include <map>
 #include <nlohmann/json.hpp>
 
-#include "host/arena/share.h"
-#include "inspect/hunts.h"
-#include "inspect/signals.h"
+#include "tools/endpoint_report.h"
 #include "tools/failure.h"
 #include "tools/look.h"
-#include "tools/queues.h"
 #include "tools/table.h"
 #include "tools/text.h"
 #include "tools/verbs.h"
 
 namespace tools {
 
-using linx::Arena;
-using linx::BlockRef;
-using linx::Spid;
-using linx::inspect::Amount;
 using linx::inspect::Endpoint;
-using linx::inspect::State;
-using linx::inspect::Where;
 
 namespace {
 
-/// One endpoint in full.
-struct Report {
-    Endpoint endpoint;
-    Piles queued;
-    std::map<uint32_t, Amount> classes;  ///< what it owns, by the bytes of a block
-    uint64_t leased = 0;                 ///< memory whose home it is, free or not
-    uint64_t share = 0;                  ///< that it may have
-    std::vector<std::string> hunts;
-    std::string waitsFor;  ///< to whom it sent before it slept
-};
-
-/// Whether the user of a name says more of it than another one: who is open does, or who ended later.
-bool isLater(const Endpoint& one, const Endpoint& other) {
-    const bool hasEnded = one.state == State::ended;
-    if (hasEnded != (other.state == State::ended)) return !hasEnded;
-    return static_cast<int32_t>(one.ending - other.ending) > 0;
-}
-
-/// The open endpoint of that name; otherwise the one that ended last.
-const Endpoint& find(const std::vector<Endpoint>& endpoints, const std::string& name) {
-    const Endpoint* found = nullptr;
-    for (const Endpoint& endpoint : endpoints) {
-        if (endpoint.name == name && (found == nullptr || isLater(endpoint, *found))) found = &endpoint;
-    }
-    if (found == nullptr) failForName(name);
-    return *found;
-}
-
-Report reportOf(const Arena& arena, const Endpoint& endpoint) {
-    Report report;
-    report.endpoint = endpoint;
-    report.share = uint64_t{linx::share::limitOf(arena)} * linx::lineBytes;
-    if (!isOpen(arena, endpoint.spid)) return report;
-    report.leased = uint64_t{linx::share::linesOf(arena.slot(indexOf(endpoint.spid)))} * linx::lineBytes;
-    linx::inspect::forEachSignal(arena, [&](Where, Spid owner, BlockRef block) {
-        if (owner != endpoint.spid) return;
-        report.classes[linx::linesOfClass(block.sizeClass) * linx::lineBytes].add(block);
-    });
-    auto queued = queuesOf(arena);
-    report.queued = std::move(queued[endpoint.spid]);
-    if (endpoint.wait) report.waitsFor = nameIn(arena, endpoint.wait->to);
-    for (const linx::inspect::PendingHunt& hunt : linx::inspect::pendingHunts(arena)) {
-        if (hunt.hunter == endpoint.spid) report.hunts.push_back(hunt.name);
-    }
-    return report;
-}
-
-nlohmann::ordered_json toJson(const Report& report) {
+nlohmann::ordered_json toJson(const EndpointReport& report) {
     const Endpoint& endpoint = report.endpoint;
     nlohmann::ordered_json json;
     json["name"] = endpoint.name;
@@ -107,6 +49,18 @@ nlohmann::ordered_json toJson(const Report& report) {
         json["blocks"].push_back({{"block_bytes", bytes}, {"signals", amount.signals}, {"bytes", amount.bytes}});
     }
     json["hunts"] = report.hunts;
+    json["supervisors"] = report.supervisors;
+    json["supervised"] = report.supervised;
+    json["timeouts"] = nlohmann::ordered_json::array();
+    for (const EndpointReport::Timeout& timeout : report.timeouts) {
+        json["timeouts"].push_back({{"number", timeout.number}, {"seconds", timeout.seconds}});
+    }
+    json["errors"] = nlohmann::ordered_json::array();
+    for (const EndpointReport::Error& error : report.errors) {
+        json["errors"].push_back(
+            {{"number", error.number}, {"size", error.size}, {"to", nullptr}, {"error", error.reason}});
+        if (error.to) json["errors"].back()["to"] = *error.to;
+    }
     return json;
 }
 
@@ -138,7 +92,20 @@ std::string textOf(const linx::inspect::Wait& wait, const std::string& waitsFor)
     return text + ", having sent " + std::to_string(wait.sent) + " to " + printable(waitsFor);
 }
 
-void printText(const Report& report) {
+std::string listOf(const std::map<std::string, uint32_t>& notices) {
+    std::string text;
+    for (const auto& [name, count] : notices) {
+        text +=
+            (text.empty() ? "" : ", ") + printable(name) + (count == 1 ? "" : " " + std::to_string(count) + " times");
+    }
+    return text;
+}
+
+std::string textOf(const EndpointReport::Error& error) {
+    return std::to_string(error.number) + (error.to ? " to " + printable(*error.to) : "") + ": " + error.reason;
+}
+
+void printText(const EndpointReport& report) {
     const Endpoint& endpoint = report.endpoint;
     printFact("name", printable(endpoint.name));
     printFact("spid", hexadecimal(endpoint.spid));
@@ -162,6 +129,12 @@ void printText(const Report& report) {
     printFact("account", humanBytes(endpoint.account.lent.bytes) + " in use, " + humanBytes(report.leased) +
                              " leased, of at most " + humanBytes(report.share));
     for (const std::string& name : report.hunts) printFact("hunts", printable(name));
+    if (!report.supervised.empty()) printFact("supervises", listOf(report.supervised));
+    if (!report.supervisors.empty()) printFact("supervised", "by " + listOf(report.supervisors));
+    for (const EndpointReport::Timeout& timeout : report.timeouts) {
+        printFact("time-out", std::to_string(timeout.number) + " in " + humanSeconds(timeout.seconds));
+    }
+    for (const EndpointReport::Error& error : report.errors) printFact("not sent", textOf(error));
     constexpr Table::Align right = Table::Align::right;
     if (!report.queued.empty()) {
         printLine("");
@@ -188,9 +161,7 @@ int status(const Options& options, const std::string& name) {
     linx::inspect::Place place;
     openPlace(options, place);
     const auto snapshot = snapshotOf(place);
-    const Arena& arena = snapshot->arena();
-    const std::vector<Endpoint> endpoints = linx::inspect::endpointsOf(arena, place);
-    const Report report = reportOf(arena, find(endpoints, name));
+    const EndpointReport report = reportOf(snapshot->arena(), place, name);
     if (options.json) {
         printJson(toJson(report));
     } else {

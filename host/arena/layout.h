@@ -231,7 +231,8 @@ struct Block {
     WordOf<Spid> home;
     WordOf<Spid> sender;
     Word size;  ///< of the signal, number word included
-    uint32_t reserved[2];
+    WordOf<Spid, Told> keptBy;  ///< with `due`: see record/kept.h
+    ToldWord due;
     LinxSignal signal;  ///< number word, then the payload, 16-byte aligned
 };
 static_assert(sizeof(Block) == 32 && alignof(Block) == 4 && offsetof(Block, size) == 16 &&

@@ -408,7 +408,7 @@ LinxRef Endpoint::requestTimeout(uint32_t milliseconds, LinxSignal** signal) {
     while (!isWatched && peers_.makeRoom()) isWatched = inbox_.timeouts().watch();
     LinxRef reference = isWatched ? nextReference() : 0;
     try {
-        if (isWatched) inbox_.timeouts().request(reference, milliseconds, block.ref);
+        if (isWatched) inbox_.timeouts().request(reference, milliseconds, block);
     } catch (const std::bad_alloc&) {
         reference = 0;
         errno = ENOMEM;

@@ -44,7 +44,7 @@ Inbox::Inbox(const Identity& self, Signals& signals, Peers& peers, int epoll, Sc
       epoll_(epoll),
       doorbell_(doorbell.release()),
       budget_(budget),
-      timeouts_(self_.arena(), epoll) {}
+      timeouts_(self_, epoll) {}
 
 void Inbox::markAwake() {
     // An exchange, to learn whether the doorbell holds a byte. One that a sender is still about to write is found by

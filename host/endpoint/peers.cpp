@@ -11,6 +11,7 @@
 #include "host/arena/slot_table.h"
 #include "host/endpoint/event_tags.h"
 #include "host/mailbox/doorbell.h"
+#include "host/record/kept.h"
 #include "host/recovery/retire.h"
 #include "host/system/clock.h"
 
@@ -181,8 +182,9 @@ void Peers::end(SlotIndex index) {
     lastEnded_ = last;
 }
 
-void Peers::supervise(Peer& peer, Ref notice) {
-    peer.notices.push_back(notice);
+void Peers::supervise(Peer& peer, const BlockRef& notice) {
+    peer.notices.push_back(notice.ref);
+    tellKept(*notice, self_.spid, onItsSendersEnd);
     ++supervisions_;
 }
 
@@ -191,7 +193,9 @@ void Peers::deliverNotices(SignalQueue& queue) {
         queue.reserve(firstEnded_->notices.size());  // all or none: a notice must not be delivered twice
         for (const Ref notice : firstEnded_->notices) {
             const BlockRef block = self_.arena().blockAt(notice);
-            if (block) queue.append({notice, block.sizeClass}, block->signal.number);
+            if (!block) continue;
+            queue.append({notice, block.sizeClass}, block->signal.number);
+            tellNotKept(*block);
         }
         supervisions_ -= firstEnded_->notices.size();
         firstEnded_ = std::move(firstEnded_->nextEnded);

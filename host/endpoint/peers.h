@@ -70,7 +70,7 @@ public:
     void end(const Peer& peer) { end(indexOf(peer.spid)); }
 
     /// Keeps a notice for the peer's end.
-    void supervise(Peer& peer, Ref notice);
+    void supervise(Peer& peer, const BlockRef& notice);
 
     /// Whether any notice is still to be delivered.
     bool supervising() const { return supervisions_ != 0; }

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "host/arena/slot_table.h"
+#include "host/record/kept.h"
 
 namespace linx {
 
@@ -11,6 +12,7 @@ bool Supervision::attach(const BlockRef& notice, Spid spid) {
     Peer* peer = nullptr;
     switch (look(spid, peer)) {
         case Target::self:
+            tellKept(*notice, self_.spid, onItsSendersEnd);
             signals_.markQueued(notice, spid);
             signals_.keep();  // nobody learns of one's own end
             return true;
@@ -42,7 +44,7 @@ Supervision::Target Supervision::look(Spid spid, Peer*& peer) {
 /// False with errno ENOMEM, the notice freed.
 bool Supervision::keep(Peer& peer, const BlockRef& notice) {
     try {
-        peers_.supervise(peer, notice.ref);
+        peers_.supervise(peer, notice);
     } catch (const std::bad_alloc&) {
         signals_.refuse(notice, ENOMEM);
         return false;

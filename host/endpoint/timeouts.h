@@ -1,7 +1,7 @@
 #ifndef LINXIPC_HOST_ENDPOINT_TIMEOUTS_H
 #define LINXIPC_HOST_ENDPOINT_TIMEOUTS_H
 
-#include "host/arena/arena.h"
+#include "host/endpoint/identity.h"
 #include "host/endpoint/signal_queue.h"
 #include "host/endpoint/timers.h"
 
@@ -12,14 +12,14 @@ namespace linx {
 class Timeouts {
 public:
     /// The timer is watched in the set `epoll`.
-    Timeouts(const Arena& arena, int epoll) : arena_(arena), epoll_(epoll) {}
+    Timeouts(const Identity& self, int epoll) : self_(self), epoll_(epoll) {}
 
     /// Makes the timer's descriptor and watches it, if that is still to be done. False with errno.
     bool watch();
 
     /// Keeps `signal`, a block of the endpoint's, for so many milliseconds. REQUIRES that the timer is watched. Out
     /// of memory, all is as before.
-    void request(LinxRef reference, uint32_t milliseconds, Ref signal);
+    void request(LinxRef reference, uint32_t milliseconds, const BlockRef& signal);
 
     /// Cancels a time-out, removing it from `queue` if it has fired. Returns its block; none if unknown.
     BlockRef cancel(LinxRef reference, SignalQueue& queue);
@@ -49,7 +49,7 @@ public:
     void callOff() { timers_.callOff(); }
 
 private:
-    const Arena& arena_;
+    const Identity self_;
     const int epoll_;
     Timers timers_;
 };

@@ -5,14 +5,17 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/tools/scene.h"
 
 namespace {
 
 using Json = nlohmann::json;
+using Strings = std::vector<std::string>;
 
 std::string ownName() {
     const passwd* entry = getpwuid(geteuid());
@@ -102,16 +105,87 @@ TEST_F(ReadingTest, StatusShowsOneInFull) {
 
 TEST_F(ReadingTest, StatusInJsonHasTheKeysThatScriptsRelyOn) {
     const Json one = jsonOf({"status", "server"});
-    EXPECT_THAT(keysOf(one),
-                testing::UnorderedElementsAre("name", "spid", "pid", "process", "user", "state", "deepest", "in",
-                                              "out", "dropped", "refused", "log", "sleeps", "rings", "held", "lent",
-                                              "leased", "share", "queued", "blocks", "hunts"));
+    EXPECT_THAT(keysOf(one), testing::UnorderedElementsAre(
+                                 "name", "spid", "pid", "process", "user", "state", "deepest", "in", "out", "dropped",
+                                 "refused", "log", "sleeps", "rings", "held", "lent", "leased", "share", "queued",
+                                 "blocks", "hunts", "supervised", "supervisors", "timeouts", "errors"));
     ASSERT_EQ(one["queued"].size(), 2u);
     EXPECT_EQ((Json{{"number", 200}, {"signals", 2}, {"bytes", 128}, {"senders", {{"client", 2}}}}),
               one["queued"][0]);
     EXPECT_EQ(Json{"absent"}, one["hunts"]);
     EXPECT_THAT(keysOf(one["blocks"][0]), testing::UnorderedElementsAre("block_bytes", "signals", "bytes"));
     EXPECT_EQ(one["dropped"], 0);
+}
+
+/// What the status says of `key`, a line each.
+Strings factsOf(const std::string& text, const std::string& key) {
+    Strings facts;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, key.size() + 1, key + " ") == 0) facts.push_back(line.substr(key.size() + 1));
+    }
+    return facts;
+}
+
+TEST_F(ReadingTest, StatusShowsWhoSupervisesWhomUntilTheNoticeIsThere) {
+    constexpr uint32_t notice = 105;
+    Endpoint watchdog("watchdog");
+    for (const LinxSpid supervised : {serverSpid, clientSpid, clientSpid, spidOf(watchdog)}) {
+        ASSERT_NE(attach(watchdog, supervised, notice), 0u);
+    }
+    const Json one = jsonOf({"status", "watchdog"});
+    EXPECT_EQ((Json{{"server", 1}, {"client", 2}, {"watchdog", 1}}), one["supervised"]);
+    EXPECT_EQ((Json{{"watchdog", 1}}), one["supervisors"]);
+    EXPECT_EQ(Json::array(), one["queued"]);
+    EXPECT_EQ(jsonOf({"list"})[2]["queued"], 0);
+    EXPECT_EQ((Json{{"watchdog", 2}}), jsonOf({"status", "client"})["supervisors"]);
+    EXPECT_EQ(factsOf(textOf({"status", "watchdog"}), "supervises"), Strings{"client 2 times, server, watchdog"});
+    EXPECT_EQ(factsOf(textOf({"status", "server"}), "supervised"), Strings{"by watchdog"});
+
+    client->tell();
+    EXPECT_EQ(client->exitStatus(), 0);
+    ASSERT_TRUE(watchdog.awaitReadable());
+    expectSignal(watchdog, notice);
+    const Json later = jsonOf({"status", "watchdog"});
+    EXPECT_EQ((Json{{"server", 1}, {"watchdog", 1}}), later["supervised"]);
+    EXPECT_EQ(later["queued"][0]["signals"], 1) << "the other one";
+}
+
+TEST_F(ReadingTest, StatusShowsTimeoutsUntilTheyFire) {
+    Endpoint endpoint("endpoint");
+    LinxRef hour = linx_request_tmo(endpoint, 3600 * 1000, nullptr);
+    ASSERT_NE(hour, 0u);
+    ASSERT_NE(linx_request_tmo(endpoint, UINT32_MAX, nullptr), 0u);
+    ASSERT_NE(linx_request_tmo(endpoint, 0, nullptr), 0u);
+    const Json three = jsonOf({"status", "endpoint"})["timeouts"];
+    ASSERT_EQ(three.size(), 3u);
+    EXPECT_EQ((Json{{"number", LINX_OS_TIMEOUT_SIG}, {"seconds", 0.0}}), three[0]) << "nobody has looked yet";
+    EXPECT_THAT(three[1]["seconds"].get<double>(), testing::AllOf(testing::Gt(3500), testing::Le(3600.01)));
+    EXPECT_NEAR(three[2]["seconds"].get<double>(), UINT32_MAX / 1e3, 100);
+    EXPECT_EQ(factsOf(textOf({"status", "endpoint"}), "time-out").size(), 3u);
+
+    expectSignal(endpoint, LINX_OS_TIMEOUT_SIG);
+    EXPECT_EQ(jsonOf({"status", "endpoint"})["timeouts"].size(), 2u);
+    EXPECT_EQ(linx_cancel_tmo(endpoint, &hour), 0);
+    EXPECT_EQ(jsonOf({"status", "endpoint"})["timeouts"].size(), 1u);
+}
+
+TEST_F(ReadingTest, StatusShowsTheLastSignalsThatWereNotSent) {
+    client->tell();
+    EXPECT_EQ(client->exitStatus(), 0);
+    Endpoint endpoint("endpoint");
+    constexpr uint32_t most = 8;
+    EXPECT_EQ(send(endpoint, 0x7f00beef, 1), ESRCH);
+    for (uint32_t number = 2; number <= 1 + most; ++number) {
+        EXPECT_EQ(send(endpoint, clientSpid, number), ECONNRESET);
+        const Json errors = jsonOf({"status", "endpoint"})["errors"];
+        EXPECT_EQ(errors.size(), std::min(number, most));
+        EXPECT_EQ((Json{{"number", number}, {"size", 4}, {"to", "client"}, {"error", std::strerror(ECONNRESET)}}),
+                  errors.back());
+    }
+    const Strings shown = factsOf(textOf({"status", "endpoint"}), "not");
+    ASSERT_EQ(shown.size(), size_t{most});
+    EXPECT_EQ(shown[0], "sent 2 to client: " + std::string(std::strerror(ECONNRESET)));
 }
 
 TEST_F(ReadingTest, HoldersShowsWhoHasWhichMemory) {
