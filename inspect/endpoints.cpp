@@ -89,7 +89,6 @@ std::vector<Endpoint> endpointsOf(const Arena& arena, const Place& place) {
         if (isOpened) endpoint.wait = waitOf(slot);
         endpoint.state = stateOf(slot, endpoint, processes);
         endpoint.ending = slot.quarantineStamp.loadRelaxed();
-        endpoint.deepest = slot.deepestQueue.loadRelaxed();
         endpoint.dropped = slot.dropped.value();
         endpoint.refused = slot.refused;
         endpoint.traffic = slot.traffic;
@@ -97,6 +96,8 @@ std::vector<Endpoint> endpointsOf(const Arena& arena, const Place& place) {
         endpoint.sleeps = slot.sleeps.loadRelaxed();
         endpoint.rings = slot.rings.loadRelaxed();
         endpoint.account = accounts[numberOf(index)];
+        // It is counted when the mailbox is taken: neither what waits there nor notices and time-outs are in it.
+        endpoint.deepest = std::max(slot.deepestQueue.loadRelaxed(), endpoint.account.queued.signals);
         endpoints.push_back(std::move(endpoint));
     });
     std::sort(endpoints.begin(), endpoints.end(), [](const Endpoint& a, const Endpoint& b) {

@@ -34,7 +34,7 @@ std::vector<Edge> edgesOf(const std::vector<Endpoint>& endpoints) {
         if (endpoint.state == State::ended || endpoint.state == State::dead || !endpoint.wait) continue;
         const Wait& wait = *endpoint.wait;
         if (wait.numbers.empty() || wait.to == Spid::none || wait.to == endpoint.spid) continue;
-        edges.push_back({endpoint.spid, wait.to, wait.sent, wait.numbers.front(), wait.since});
+        edges.push_back({endpoint.spid, wait.to, wait.sent, wait.numbers.back(), wait.since});
     }
     return edges;
 }

@@ -84,10 +84,8 @@ std::string reasonsOf(const linx::Refusals& refused) {
 std::string textOf(const linx::inspect::Wait& wait, const std::string& waitsFor) {
     std::string text = "for " + humanSeconds(secondsSince(wait.since));
     if (wait.count == 0) return text + ", for any signal";
-    for (size_t i = 0; i < wait.numbers.size(); ++i) {
-        text += (i == 0 ? ", for " : ", ") + std::to_string(wait.numbers[i]);
-    }
-    if (wait.count > wait.numbers.size()) text += ", ...";
+    text += wait.count > wait.numbers.size() ? ", for ..., " : ", for ";
+    for (size_t i = 0; i < wait.numbers.size(); ++i) text += (i == 0 ? "" : ", ") + std::to_string(wait.numbers[i]);
     if (wait.to == linx::Spid::none) return text;
     return text + ", having sent " + std::to_string(wait.sent) + " to " + printable(waitsFor);
 }

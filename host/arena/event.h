@@ -17,7 +17,7 @@ enum class EventKind : uint32_t {
     sent,      ///< number, size, peer, block
     received,  ///< number, size, peer, block
     refused,   ///< number, size, peer, reason (an errno value): a signal that was not sent
-    slept,     ///< number: the first that it waits for; size: how many it waits for, 0 any; time
+    slept,     ///< number: the last that it waits for; size: how many it waits for, 0 any; time
     woke,      ///< time
     peerDied,  ///< peer; or it has ended
     closed     ///< its last

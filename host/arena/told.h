@@ -34,11 +34,11 @@ struct Maker {
 struct alignas(8) Waiting {
     static constexpr uint32_t mostNumbers = 4;
 
-    uint64_t since;  ///< nanoseconds of the monotonic clock; 0 while it does not sleep
-    Spid to;         ///< to whom it sent last
-    uint32_t sent;   ///< which number
-    uint32_t count;  ///< of the selected numbers; 0: any signal
-    uint32_t numbers[mostNumbers];
+    uint64_t since;                 ///< nanoseconds of the monotonic clock; 0 while it does not sleep
+    Spid to;                        ///< to whom it sent last
+    uint32_t sent;                  ///< which number
+    uint32_t count;                 ///< of the selected numbers; 0: any signal
+    uint32_t numbers[mostNumbers];  ///< the last of them, see lastOf
 };
 
 /// Signals that were not sent, by reason; those of other reasons are only in the sum, `dropped`.

@@ -194,7 +194,7 @@ Inbox::Wait Inbox::sleep(uint64_t deadline, uint64_t latest, const uint32_t* sel
     const bool sleeps = park() && mayWait;
     const uint64_t start = mayWait ? now() : 0;
     if (sleeps) {
-        probes::sleep(self_.spid, selection[0] == 0 ? 0 : selection[1]);
+        probes::sleep(self_.spid, lastOf(selection));
         self_.record.slept(start, selection);
     }
     // Also if a signal arrived just before the sleep: that may happen every time, and time-outs and ends must not

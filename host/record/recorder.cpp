@@ -51,11 +51,12 @@ void Recorder::slept(uint64_t time, const uint32_t* selection) const {
     waiting.to = last == nullptr ? Spid::none : last->peer.loadRelaxed();
     waiting.sent = last == nullptr ? 0 : last->number.loadRelaxed();
     waiting.count = selection[0];
-    std::copy_n(selection + 1, std::min(selection[0], Waiting::mostNumbers), waiting.numbers);
+    const uint32_t told = std::min(selection[0], Waiting::mostNumbers);
+    std::copy_n(selection + 1 + selection[0] - told, told, waiting.numbers);
     waiting.since = time;
     uint32_t event;
     Event& place = next(slot_, event);
-    place.number.storeRelaxed(selection[0] == 0 ? 0 : selection[1]);
+    place.number.storeRelaxed(lastOf(selection));
     place.size.storeRelaxed(selection[0]);
     place.time = time;
     finish(place, event, EventKind::slept);

@@ -82,6 +82,12 @@ private:
     EventRing& ring_;
 };
 
+/// The number by which a wait is told: the last, because the first are often orders to end, for which everybody
+/// waits. 0 where any signal will do.
+inline uint32_t lastOf(const uint32_t* selection) {
+    return selection[selection[0]];
+}
+
 /// Begins the record of a slot's next user: after this event there are those of no other.
 void recordOpening(Slot& slot, EventRing& ring);
 

@@ -149,6 +149,7 @@ TEST_F(ReadingTest, StatusShowsWhoSupervisesWhomUntilTheNoticeIsThere) {
     const Json later = jsonOf({"status", "watchdog"});
     EXPECT_EQ((Json{{"server", 1}, {"watchdog", 1}}), later["supervised"]);
     EXPECT_EQ(later["queued"][0]["signals"], 1) << "the other one";
+    EXPECT_EQ(later["deepest"], 1);
 }
 
 TEST_F(ReadingTest, StatusShowsTimeoutsUntilTheyFire) {

@@ -57,6 +57,29 @@ TEST_F(WaitingTest, AnAskerIsToldWithWhomItAsked) {
     EXPECT_EQ(client->exitStatus(), 0);
 }
 
+/// Whoever waits for an answer mostly lets orders to end through as well, and names them first.
+TEST_F(WaitingTest, AWaitIsToldByTheLastOfItsNumbers) {
+    Endpoint server("server");
+    const LinxSpid spid = spidOf(server);
+    Child client([spid](Line&) {
+        Endpoint endpoint("client");
+        ASSERT_EQ(send(endpoint, spid, 2000), 0);
+        EXPECT_TRUE(receive(endpoint, patience, {1280, 1281, 2001}));
+        EXPECT_TRUE(receive(endpoint, patience, {1, 2, 3, 4, 5, 6}));
+    });
+    const Received asked = expectSignal(server, 2000);
+    client.awaitSleep();
+    EXPECT_EQ(jsonOf({"waits"})["edges"][0]["number"], 2001);
+    EXPECT_THAT(runLinx({"status", "client"}).out, testing::HasSubstr(", for 1280, 1281, 2001, having"));
+    EXPECT_THAT(runLinx({"record", "client"}).out, testing::HasSubstr("for 2001 and 2 more\n"));
+    ASSERT_EQ(send(server, asked.sender, 2001), 0);
+    client.awaitSleep();
+    EXPECT_EQ(jsonOf({"waits"})["edges"][0]["number"], 6);
+    EXPECT_THAT(runLinx({"status", "client"}).out, testing::HasSubstr(", for ..., 3, 4, 5, 6, having"));
+    ASSERT_EQ(send(server, asked.sender, 6), 0);
+    EXPECT_EQ(client.exitStatus(), 0);
+}
+
 TEST_F(WaitingTest, ThreeThatAskEachOtherInACircleAreACycle) {
     const auto a = asker("a", 100), b = asker("b", 200), c = asker("c", 300);
     const LinxSpid spidA = a->hear(), spidB = b->hear(), spidC = c->hear();
