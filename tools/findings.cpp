@@ -242,20 +242,28 @@ private:
     void lookAtWaits(const linx::Arena& arena, const std::vector<Edge>& waits) {
         const auto cycles = linx::inspect::cyclesOf(waits);
         for (const auto& cycle : cycles) {
-            std::string way;
-            for (const linx::Spid spid : cycle) way += nameIn(arena, spid) + " waits for ";
             const std::string first = nameIn(arena, cycle.front());
+            std::string way = "waits for ";
+            for (size_t i = 1; i < cycle.size(); ++i) way += nameIn(arena, cycle[i]) + ", which waits for ";
             found("cycle", first, way + first + ": each has asked the next one, and none can answer",
-                  "have one of them ask without waiting; for now, linx shutdown " + nameWord(first));
+                  "have one of them ask without waiting; for now, linx shutdown " + nameWord(first) +
+                      " has its request fail");
         }
         for (const Edge& edge : waits) {
-            if (isIn(cycles, edge.from) || !isLong(edge)) continue;
-            const std::string to = nameIn(arena, edge.to);
-            found("long-wait", nameIn(arena, edge.from),
-                  "sent " + std::to_string(edge.sent) + " to " + to + " " + humanSeconds(secondsSince(edge.since)) +
-                      " ago and waits for " + std::to_string(edge.number),
-                  "linx status " + nameWord(to) + " shows what it does instead of answering");
+            if (!isIn(cycles, edge.from) && isLong(edge)) foundLongWait(arena, edge);
         }
+    }
+
+    void foundLongWait(const linx::Arena& arena, const Edge& edge) {
+        const std::string from = nameIn(arena, edge.from);
+        const std::string to = nameIn(arena, edge.to);
+        const bool canAnswer = isOpen(arena, edge.to);
+        found("long-wait", from,
+              "sent " + std::to_string(edge.sent) + " to " + to + (canAnswer ? " " : ", which has ended, ") +
+                  humanSeconds(secondsSince(edge.since)) + " ago and waits for " + std::to_string(edge.number),
+              canAnswer
+                  ? "linx status " + nameWord(to) + " shows what it does instead of answering"
+                  : "have it attach to whom it asks, or limit its waits; for now, linx shutdown " + nameWord(from));
     }
 
     const Place& place_;

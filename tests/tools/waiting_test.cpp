@@ -97,6 +97,8 @@ TEST_F(WaitingTest, ThreeThatAskEachOtherInACircleAreACycle) {
     ASSERT_EQ(findings.size(), 1u) << findings;
     EXPECT_EQ(findings[0]["finding"], "cycle");
     EXPECT_EQ(findings[0]["subject"], "a");
+    EXPECT_THAT(findings[0]["text"],
+                testing::HasSubstr("waits for b, which waits for c, which waits for a: each has asked the next one"));
     for (const auto* one : {&a, &b, &c}) (*one)->kill9();
 }
 
@@ -121,9 +123,15 @@ TEST_F(WaitingTest, WhoIsNotAnsweredForLongIsFound) {
     ASSERT_EQ(findings.size(), 1u) << findings;
     EXPECT_EQ(findings[0]["finding"], "long-wait");
     EXPECT_EQ(findings[0]["subject"], "client");
-    EXPECT_THAT(findings[0]["text"], testing::HasSubstr("sent 2000 to server"));
-    client->kill9();
+    EXPECT_THAT(findings[0]["text"], testing::HasSubstr("sent 2000 to server "));
     expectSignal(server, 2000);
+    server.close();
+    findings.clear();  // the end has woken it, and it sleeps anew
+    while (findings.empty()) findings = jsonOf({"doctor"});
+    ASSERT_EQ(findings.size(), 1u) << findings;
+    EXPECT_THAT(findings[0]["text"], testing::HasSubstr("sent 2000 to server, which has ended, "));
+    EXPECT_THAT(findings[0]["remedy"], testing::HasSubstr("linx shutdown client"));
+    client->kill9();
 }
 
 /// A signal has no time of its own: it is known from when its owner or its sender sleeps for the next time.
