@@ -26,7 +26,7 @@ enum class State {
 struct Wait {
     uint64_t since = 0;             ///< nanoseconds of the monotonic clock
     uint32_t count = 0;             ///< of the numbers; 0: any signal
-    std::vector<uint32_t> numbers;  ///< the last four at most
+    std::vector<uint32_t> numbers;  ///< the first four at most
     Spid to = Spid::none;           ///< to whom it sent last, if to anybody
     uint32_t sent = 0;              ///< which number
 };

@@ -13,7 +13,7 @@ struct Edge {
     Spid from = Spid::none;
     Spid to = Spid::none;
     uint32_t sent = 0;    ///< what it sent last
-    uint32_t number = 0;  ///< the last that it waits for
+    uint32_t number = 0;  ///< the last that it waits for, of the first four
     uint64_t since = 0;   ///< nanoseconds of the monotonic clock
 
     bool operator==(const Edge& other) const { return from == other.from && to == other.to && since == other.since; }

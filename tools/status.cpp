@@ -84,8 +84,10 @@ std::string reasonsOf(const linx::Refusals& refused) {
 std::string textOf(const linx::inspect::Wait& wait, const std::string& waitsFor) {
     std::string text = "for " + humanSeconds(secondsSince(wait.since));
     if (wait.count == 0) return text + ", for any signal";
-    text += wait.count > wait.numbers.size() ? ", for ..., " : ", for ";
-    for (size_t i = 0; i < wait.numbers.size(); ++i) text += (i == 0 ? "" : ", ") + std::to_string(wait.numbers[i]);
+    for (size_t i = 0; i < wait.numbers.size(); ++i) {
+        text += (i == 0 ? ", for " : ", ") + std::to_string(wait.numbers[i]);
+    }
+    if (wait.count > wait.numbers.size()) text += ", ...";
     if (wait.to == linx::Spid::none) return text;
     return text + ", having sent " + std::to_string(wait.sent) + " to " + printable(waitsFor);
 }

@@ -1,4 +1,5 @@
-// Shows the temperature as soon as there is a thermometer, and again whenever there is a new one.
+// early [NAME]: shows the temperature as soon as there is a thermometer, "Thermometer" or of that name, and again whenever
+// there is a new one.
 #include <cerrno>
 #include <iostream>
 
@@ -14,11 +15,11 @@ static int seek(LinxIpc* client, const char* name, unsigned number) {
     return answer != nullptr && linx_hunt(client->Linx(), name, &answer) == 0 ? 0 : errno;
 }
 
-static void ask(LinxIpc* client, void*) {
+static void ask(LinxIpc* client, void* name) {
     IpcMessage question;
     question.Allocate(askTemperature, 0, nullptr);
-    client->Attach("Thermometer", serverHasEnded);
-    client->Notify("Thermometer", question, true);
+    client->Attach(static_cast<const char*>(name), serverHasEnded);
+    client->Notify(static_cast<const char*>(name), question, true);
 }
 
 static void show(LinxIpc* client, void*) {
@@ -26,17 +27,19 @@ static void show(LinxIpc* client, void*) {
     if (unpack(client->rxMessage, now)) std::cout << now.milliCelsius / 1000.0 << " degrees" << std::endl;
 }
 
-static void seekAgain(LinxIpc* client, void*) {
+static void seekAgain(LinxIpc* client, void* name) {
     std::cout << "the thermometer is gone" << std::endl;
-    seek(client, "Thermometer", serverIsThere);
+    seek(client, static_cast<const char*>(name), serverIsThere);
 }
 
-int main() {
+int main(int count, char** arguments) {
+    char usual[] = "Thermometer";
+    char* const name = count > 1 ? arguments[1] : usual;
     LinxIpc client("Early");
-    client.RegisterHandler(serverIsThere, ask, nullptr);
-    client.RegisterHandler(serverHasEnded, seekAgain, nullptr);
+    client.RegisterHandler(serverIsThere, ask, name);
+    client.RegisterHandler(serverHasEnded, seekAgain, name);
     client.RegisterHandler(temperature, show, nullptr);
-    if (client.Init() != 0 || seek(&client, "Thermometer", serverIsThere) != 0) return 1;
+    if (client.Init() != 0 || seek(&client, name, serverIsThere) != 0) return 1;
     std::cout << "waiting for a thermometer" << std::endl;
     int result = 0;
     while (result == 0) result = client.Receive(-1, 0, LinxIpc::emptyString, nullptr);

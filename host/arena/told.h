@@ -38,7 +38,7 @@ struct alignas(8) Waiting {
     Spid to;                        ///< to whom it sent last
     uint32_t sent;                  ///< which number
     uint32_t count;                 ///< of the selected numbers; 0: any signal
-    uint32_t numbers[mostNumbers];  ///< the last of them, see lastOf
+    uint32_t numbers[mostNumbers];  ///< the first of them
 };
 
 /// Signals that were not sent, by reason; those of other reasons are only in the sum, `dropped`.

@@ -51,8 +51,7 @@ void Recorder::slept(uint64_t time, const uint32_t* selection) const {
     waiting.to = last == nullptr ? Spid::none : last->peer.loadRelaxed();
     waiting.sent = last == nullptr ? 0 : last->number.loadRelaxed();
     waiting.count = selection[0];
-    const uint32_t told = std::min(selection[0], Waiting::mostNumbers);
-    std::copy_n(selection + 1 + selection[0] - told, told, waiting.numbers);
+    std::copy_n(selection + 1, std::min(selection[0], Waiting::mostNumbers), waiting.numbers);
     waiting.since = time;
     uint32_t event;
     Event& place = next(slot_, event);

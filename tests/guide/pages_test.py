@@ -8,7 +8,8 @@ from pathlib import Path
 SOURCE = Path(__file__).resolve().parents[2]
 PAGES = sorted((SOURCE / 'docs' / 'guide').glob('*.md'))
 PROGRAMS = SOURCE / 'examples' / 'guide'
-SUFFIXES = {'c': ('.c', '.h'), 'cpp': ('.cpp', '.h'), 'python': ('.py',), 'ini': ('.service', '.tmpfiles', '.sysusers')}
+SUFFIXES = {'c': ('.c', '.h'), 'cpp': ('.cpp', '.h'), 'python': ('.py',), 'ini': ('.service', '.tmpfiles', '.sysusers'),
+            'toml': ('.conf',)}
 LINK = re.compile(r'\]\(([^)#]*)(#[^)]*)?\)')
 BLOCK = re.compile(r'^```(\w*)\n(.*?)^```$', re.MULTILINE | re.DOTALL)
 
