@@ -88,6 +88,7 @@ std::vector<Endpoint> endpointsOf(const Arena& arena, const Place& place) {
         if (isOpened) endpoint.process = processes.of(endpoint.spid, slot.maker);
         if (isOpened) endpoint.wait = waitOf(slot);
         endpoint.state = stateOf(slot, endpoint, processes);
+        endpoint.isLink = (slot.options.loadRelaxed() & LINX_OPEN_LINK) != 0;
         endpoint.ending = slot.quarantineStamp.loadRelaxed();
         endpoint.dropped = slot.dropped.value();
         endpoint.refused = slot.refused;

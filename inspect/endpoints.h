@@ -38,6 +38,7 @@ struct Endpoint {
     State state = State::ended;
     uint32_t ending = 0;             ///< when it has ended: the how manieth to end in the domain, modulo 2^32
     std::optional<Process> process;  ///< none when it may not be seen
+    bool isLink = false;            ///< the own endpoint of a link to another machine
     uint32_t deepest = 0;            ///< signals that its queue has held at a time
     uint64_t dropped = 0;            ///< signals that it could not send, or that were not for it
     Refusals refused{};              ///< these by reason

@@ -13,6 +13,7 @@ int doctor(const Options& options) {
     linx::inspect::Place place;
     openPlace(options, place);
     std::vector<Finding> findings = examine(place);
+    for (const Finding& one : examineLinks(options, place)) findings.push_back(one);
     limit(findings, options);
     if (options.json) {
         nlohmann::ordered_json all = nlohmann::ordered_json::array();

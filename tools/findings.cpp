@@ -25,11 +25,6 @@
 namespace tools {
 namespace {
 
-/// A name as a verb of this program takes it, on a shell's line: also one that looks like an option.
-std::string nameWord(const std::string& name) {
-    return (name.rfind('-', 0) == 0 ? "-- " : "") + shellWord(name);
-}
-
 using linx::inspect::Edge;
 using linx::inspect::Endpoint;
 using linx::inspect::PendingHunt;

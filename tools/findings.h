@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "inspect/place.h"
+#include "tools/options.h"
 
 namespace tools {
 
@@ -19,6 +20,9 @@ struct Finding {
 /// Everything that is wrong with the domain. What may be on its way is only wrong where it is still there a second
 /// later.
 std::vector<Finding> examine(const linx::inspect::Place& place);
+
+/// What is wrong with the links of a domain, as far as these tell. None where they may not be asked.
+std::vector<Finding> examineLinks(const Options& options, const linx::inspect::Place& place);
 
 }  // namespace tools
 

@@ -179,6 +179,9 @@ private:
         CLI::App* holders =
             add("holders", "show who holds which memory", [this] { return tools::holders(options_, name_); });
         holders->add_option("name", name_, "of this one alone")->check(namesSomething)->option_text("NAME");
+        CLI::App* links =
+            add("links", "show how the links to other machines do", [this] { return tools::links(options_, name_); });
+        links->add_option("name", name_, "this one alone")->check(namesSomething)->option_text("NAME");
         add("doctor", "find what is wrong, and say what to do about it", [this] { return tools::doctor(options_); });
     }
 

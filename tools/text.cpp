@@ -7,6 +7,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -93,6 +94,10 @@ std::string shellWord(const std::string& text) {
     return word + "'";
 }
 
+std::string nameWord(const std::string& name) {
+    return (name.rfind('-', 0) == 0 ? "-- " : "") + shellWord(name);
+}
+
 std::string humanBytes(uint64_t bytes) {
     constexpr const char* units[] = {"B", "KiB", "MiB", "GiB"};
     if (bytes < 1024) return std::to_string(bytes) + " B";
@@ -120,6 +125,17 @@ std::string humanSeconds(double seconds) {
 double secondsSince(uint64_t nanoseconds) {
     const uint64_t now = linx::now();
     return now < nanoseconds ? 0 : static_cast<double>(now - nanoseconds) / 1e9;
+}
+
+std::string worldTime(uint64_t nanoseconds) {
+    constexpr uint64_t second = 1000000000;
+    const auto seconds = static_cast<time_t>(nanoseconds / second);
+    std::tm parts = {};
+    char text[64];
+    if (gmtime_r(&seconds, &parts) == nullptr) return std::to_string(nanoseconds);
+    const size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text + length, sizeof text - length, ".%09uZ", static_cast<unsigned>(nanoseconds % second));
+    return text;
 }
 
 std::string dotWord(const std::string& text) {

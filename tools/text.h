@@ -27,6 +27,9 @@ std::string hexadecimal(const std::vector<unsigned char>& bytes);
 /// A word of a command for the shell, quoted where it has to be: what it names may be called whatever others like.
 std::string shellWord(const std::string& text);
 
+/// The same of a name as a verb of this program takes it: also one that looks like an option.
+std::string nameWord(const std::string& name);
+
 /// "17 B", "4.2 KiB".
 std::string humanBytes(uint64_t bytes);
 
@@ -35,6 +38,9 @@ std::string humanSeconds(double seconds);
 
 /// Since then: nanoseconds of the monotonic clock.
 double secondsSince(uint64_t nanoseconds);
+
+/// A time of the world's clock, in nanoseconds since 1970, as ISO 8601 has it.
+std::string worldTime(uint64_t nanoseconds);
 
 /// A word for Graphviz, in quotes.
 std::string dotWord(const std::string& text);

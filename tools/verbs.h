@@ -10,6 +10,7 @@ int list(const Options& options, const ListOptions& what);
 int status(const Options& options, const std::string& name);
 int holders(const Options& options, const std::string& name);           ///< an empty name: all
 int hz(const Options& options, const std::vector<std::string>& names);  ///< here and below: no names mean all
+int links(const Options& options, const std::string& name);  ///< an empty name: all
 int record(const Options& options, const std::vector<std::string>& names);
 int log(const Options& options, const LogOptions& what);
 int top(const Options& options, const TopOptions& what);

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "host/arena/arena_file.h"
@@ -55,17 +54,6 @@ bool flush(std::FILE* output, const std::string& name) {
     }
     pollfd reader = {fileno(output), 0, 0};
     return poll(&reader, 1, 0) != 1 || (reader.revents & POLLERR) == 0;
-}
-
-std::string worldTime(uint64_t nanoseconds) {
-    constexpr uint64_t second = 1000000000;
-    const auto seconds = static_cast<time_t>(nanoseconds / second);
-    std::tm parts = {};
-    char text[64];
-    if (gmtime_r(&seconds, &parts) == nullptr) return std::to_string(nanoseconds);
-    const size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text + length, sizeof text - length, ".%09uZ", static_cast<unsigned>(nanoseconds % second));
-    return text;
 }
 
 }  // namespace

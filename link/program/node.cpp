@@ -66,7 +66,11 @@ bool isReadable(int descriptor) {
 }  // namespace
 
 Node::Node(const Setup& setup, ZmqEngine& engine)
-    : engine_(engine), links_(setup.configuration.links), board_(engine, randomNumber), troubles_(links_.size()) {
+    : engine_(engine),
+      links_(setup.configuration.links),
+      board_(engine, randomNumber),
+      troubles_(links_.size()),
+      phases_(links_.size(), Phase{now(), {}}) {
     const NodeId node = randomNode();
     transit_.node = node;
     for (const LinkConfiguration& link : links_) {
@@ -91,7 +95,9 @@ void Node::run(int stop) {
 std::string Node::open() {
     for (size_t i = 0; i < links_.size(); ++i) {
         const LinkConfiguration& link = links_[i];
-        Gateway::Setup setup = {link.name, {link.exports, link.transit, link.allowControl}, link.imports};
+        Gateway::Setup setup = {link.name, {link.exports, link.transit, link.allowControl}, link.imports, [this, i] {
+                                    return statusOf(i);
+                                }};
         gateways_.push_back(std::make_unique<Gateway>(board_.peer(PeerNumber(i)), std::move(setup), transit_, note));
         if (!gateways_.back()->isOpen()) return "cannot open " + link.name + ": " + std::strerror(errno);
     }
@@ -122,17 +128,55 @@ Time Node::turn() {
 bool Node::serve() {
     bool hasDone = false;
     for (size_t i = 0; i < gateways_.size(); ++i) {
-        hasDone = gateways_[i]->turn(now(), [&](const Event& event) { tell(links_[i], event); }) || hasDone;
+        hasDone = gateways_[i]->turn(now(), [&](const Event& event) { tell(i, event); }) || hasDone;
     }
     return hasDone;
 }
 
-void Node::tell(const LinkConfiguration& link, const Event& event) {
+void Node::tell(size_t link, const Event& event) {
+    const std::string& name = links_[link].name;
     if (const Up* const up = std::get_if<Up>(&event)) {
-        note(link.name + " is up; over there: " + describe(up->peer));
+        phases_[link] = {now(), {}};
+        note(name + " is up; over there: " + describe(up->peer));
     } else if (const Down* const down = std::get_if<Down>(&event)) {
-        note(link.name + " is down: " + textOf(down->reason));
+        phases_[link] = {now(), textOf(down->reason)};
+        note(name + " is down: " + phases_[link].reason);
     }
+}
+
+Status Node::statusOf(size_t link) {
+    constexpr size_t most = 32;  // a peer chooses how many there are
+    const auto number = PeerNumber(link);
+    Peer& peer = board_.peer(number);
+    const Gateway& gateway = *gateways_[link];
+    Status status;
+    status.peer = links_[link].peer;
+    status.seconds =
+        static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now() - phases_[link].since).count());
+    status.refused = gateway.tally().refused();
+    status.lost = gateway.tally().lost();
+    for (const std::string& name : gateway.denied()) {
+        if (status.denied.size() < most) status.denied.push_back(name);
+    }
+    if (const Session* const session = peer.session()) {
+        const Terms& terms = *session->terms();
+        status.state = "up";
+        status.byteOrder = terms.peer.byteOrder == ByteOrder::bigEndian ? "big" : "little";
+        status.wordBits = 8 * terms.peer.wordBytes;
+        status.roundTrip = static_cast<uint64_t>(session->counts().roundTrip.count());
+        status.window = terms.windowOut;
+        status.inFlight = session->bytesInFlight();
+        status.waiting = session->bytesOut();
+        for (const Outgoing::Queued& one : session->queued()) {
+            if (status.destinations.size() < most)
+                status.destinations.push_back({one.name, one.signals, one.bytes, one.credit});
+        }
+        return status;
+    }
+    status.state = peer.isConnecting() ? "connecting" : "down";
+    const std::string& trouble = board_.trouble(number);
+    status.reason = trouble.empty() ? phases_[link].reason : trouble;
+    return status;
 }
 
 /// Once for each reason, however often it is dialled in vain.

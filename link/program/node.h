@@ -19,10 +19,17 @@ public:
     void run(int stop);
 
 private:
+    /// A link has been up, or down, since then.
+    struct Phase {
+        Time since;
+        std::string reason;  ///< of its last end; empty while it is up, and before it was
+    };
+
     Time turn();
     bool serve();
     void rest(Time deadline, int stop);
-    void tell(const LinkConfiguration& link, const Event& event);
+    void tell(size_t link, const Event& event);
+    Status statusOf(size_t link);
     void tellOfTrouble(size_t link);
     void tellOfStrangers();
     size_t upCount();
@@ -34,6 +41,7 @@ private:
     Transit transit_;
     std::vector<std::unique_ptr<Gateway>> gateways_;
     std::vector<std::string> troubles_;  ///< as they were told last
+    std::vector<Phase> phases_;
     uint64_t strangersTold_ = 0;
 };
 

@@ -11,6 +11,7 @@
 #include "link/proxies/tally.h"
 #include "link/proxies/watch.h"
 #include "link/session/peer.h"
+#include "link/status/status.h"
 
 namespace linx::link {
 
@@ -38,6 +39,7 @@ public:
         std::string name;
         Rules rules;
         std::vector<std::string> imports;
+        std::function<Status()> status;  ///< what is told of the link to whoever asks
     };
 
     /// `note` is given what the log should tell.
@@ -55,6 +57,8 @@ public:
     /// When it wants another turn even if nothing happens.
     Time deadline() const { return std::min(lookAt_, retryAt_); }
     const Tally& tally() const { return tally_; }
+    /// What is sought over there and was refused by the far side in this session.
+    const std::set<std::string>& denied() const { return refused_; }
 
 private:
     struct Held {
@@ -94,6 +98,7 @@ private:
     Forwarded forward(FarId id, Far& far);
     bool take(FarId id, Far& far);
     void seek(const std::string& name, LinxSpid hunter);
+    void tellStatus(LinxSpid asker);
     void found(const std::string& name, LinxSpid spid);
     Local* introduce(LinxSpid spid);
     void localEnded(LinxSpid spid);

@@ -47,8 +47,14 @@ bool Gateway::serveLink() {
         any = true;
         const std::optional<std::string> name = signal->text();
         if (signal->number() == LINX_OS_SOUGHT_SIG && name) seek(*name, signal->sender());
+        if (signal->number() == askStatusNumber) tellStatus(signal->sender());
     }
     return any;
+}
+
+void Gateway::tellStatus(LinxSpid asker) {
+    LinxSignal* answer = link_.makeText(statusNumber, textOf(setup_.status()));
+    if (answer != nullptr) linx_send(link_.get(), &answer, asker);
 }
 
 void Gateway::seek(const std::string& name, LinxSpid hunter) {

@@ -19,6 +19,7 @@ public:
             bytes_ -= frames_.front().bytes;
         }
     }
+    size_t bytes() const { return bytes_; }
     bool hasRoom(uint32_t window) const { return bytes_ + frameBytes <= window; }
     bool isEmpty() const { return frames_.empty(); }
 

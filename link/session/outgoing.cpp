@@ -167,6 +167,15 @@ const std::string* Outgoing::nameOf(FarId id) const {
     return found == channels_.end() ? nullptr : &found->second.name;
 }
 
+std::vector<Outgoing::Queued> Outgoing::queued() const {
+    std::vector<Queued> queued;
+    for (const auto& [number, channel] : channels_) {
+        if (channel.queue.empty()) continue;
+        queued.push_back({channel.name, channel.queue.size(), channel.bytes, channel.allowed - channel.charged});
+    }
+    return queued;
+}
+
 std::vector<Loss> Outgoing::waiting() const {
     std::vector<Loss> losses;
     for (const auto& [number, channel] : channels_) {

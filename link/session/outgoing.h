@@ -43,6 +43,14 @@ public:
     bool isEmpty() const { return bytes_ == 0; }
     size_t bytes() const { return bytes_; }
     uint64_t undeliverable() const { return undeliverable_; }
+    /// A destination for which something waits, and how many bytes it may still be sent.
+    struct Queued {
+        const std::string& name;
+        size_t signals;
+        size_t bytes;
+        uint64_t credit;
+    };
+    std::vector<Queued> queued() const;
     /// Signals that wait for the endpoint, and for all.
     std::vector<Loss> waiting() const;
 

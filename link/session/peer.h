@@ -45,6 +45,8 @@ public:
     // To and from this node.
     /// The session that is up; or null. Also null while there is still something to tell of the one before.
     Session* session();
+    /// Whether one is on its way: it is dialled, again and again if need be, or a connection greets.
+    bool isConnecting() const { return dials_ || current_; }
     /// From now on, in every session. False when there are too many names.
     bool seek(const Seek& seek);
     /// Events of its sessions, one session after the other.

@@ -74,6 +74,9 @@ public:
     /// Bytes that it holds: of signals that wait here, and of frames that came and were not taken.
     size_t bytesOut() const { return outgoing_.bytes(); }
     size_t bytesIn() const { return incoming_.bytes(); }
+    /// Bytes that are on their way and not acknowledged.
+    size_t bytesInFlight() const { return inFlight_.bytes(); }
+    std::vector<Outgoing::Queued> queued() const { return outgoing_.queued(); }
 
 private:
     void greet(const FrameView& frame, Time now);

@@ -32,14 +32,17 @@ const std::vector<std::vector<std::string>> readers = {{"list"},
                                                        {"doctor"},
                                                        {"graph", "--dot"},
                                                        {"report", "-o", "-"}};
-const std::vector<std::vector<std::string>> senders = {
-    {"send", "server", "1"}, {"call", "server", "1", "--reply", "2"}, {"wait", "server"}, {"shutdown", "server"}};
+const std::vector<std::vector<std::string>> senders = {{"send", "server", "1"},
+                                                       {"call", "server", "1", "--reply", "2"},
+                                                       {"wait", "server"},
+                                                       {"shutdown", "server"}};
 const std::vector<std::vector<std::string>> watchers = {{"monitor"}, {"capture", "-w", "-"}};
 
 std::vector<std::vector<std::string>> allVerbs() {
     std::vector<std::vector<std::string>> all = readers;
     all.insert(all.end(), watchers.begin(), watchers.end());
     all.insert(all.end(), senders.begin(), senders.end());
+    all.push_back({"links"});  // which reads, and asks where there is somebody to ask
     return all;
 }
 

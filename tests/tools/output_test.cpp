@@ -89,8 +89,8 @@ TEST_F(OutputTest, HelpIsShownAndNothingElse) {
     const Outcome help = runLinx({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.err, "");
-    for (const char* verb : {"list", "status", "holders", "doctor", "graph", "report", "completion", "monitor",
-                             "capture", "send", "call", "replay", "wait", "shutdown"}) {
+    for (const char* verb : {"list", "status", "holders", "doctor", "graph", "report", "completion", "links",
+                             "monitor", "capture", "send", "call", "replay", "wait", "shutdown"}) {
         EXPECT_THAT(help.out, HasSubstr(std::string("\n  ") + verb + " "));
         EXPECT_EQ(runLinx({verb, "--help"}).status, 0) << verb;
     }
