@@ -52,7 +52,9 @@ bool Gateway::serveLink() {
     return any;
 }
 
+/// Only to those of this domain: proxies have a slash in their names, and what stands behind them is told nothing.
 void Gateway::tellStatus(LinxSpid asker) {
+    if (link_.nameOf(asker).find('/') != std::string::npos) return;
     LinxSignal* answer = link_.makeText(statusNumber, textOf(setup_.status()));
     if (answer != nullptr) linx_send(link_.get(), &answer, asker);
 }

@@ -15,11 +15,21 @@ constexpr std::pair<const char*, std::string Status::*> texts[] = {{"state", &St
                                                                    {"peer", &Status::peer},
                                                                    {"byte-order", &Status::byteOrder}};
 
-/// The rest of a line, behind the blank.
+/// On one line, whatever is in it: others have chosen the names.
+std::string onOneLine(const std::string& text) {
+    std::string line;
+    for (const char c : text) line += c == '\n' ? "\\n" : c == '\\' ? "\\\\" : std::string(1, c);
+    return line;
+}
+
+/// The rest of a line, behind the blank, as it was before.
 std::string restOf(std::istream& line) {
     std::string rest;
     line.get();
-    std::getline(line, rest);
+    for (char c; line.get(c);) {
+        const bool isEscaped = c == '\\' && line.get(c);
+        rest += isEscaped && c == 'n' ? '\n' : c;
+    }
     return rest;
 }
 
@@ -53,12 +63,14 @@ bool take(const std::string& text, Status& status) {
 
 std::string textOf(const Status& status) {
     std::ostringstream text;
-    for (const auto& [name, member] : texts) text << name << ' ' << status.*member << '\n';
+    for (const auto& [name, member] : texts) text << name << ' ' << onOneLine(status.*member) << '\n';
     for (const auto& [name, member] : numbers) text << name << ' ' << status.*member << '\n';
-    for (const std::string& name : status.denied) text << "denied " << name << '\n';
-    for (const auto& [reason, count] : status.refused) text << "refused " << count << ' ' << reason << '\n';
+    for (const std::string& name : status.denied) text << "denied " << onOneLine(name) << '\n';
+    for (const auto& [reason, count] : status.refused)
+        text << "refused " << count << ' ' << onOneLine(reason) << '\n';
     for (const Status::Destination& one : status.destinations) {
-        text << "destination " << one.signals << ' ' << one.bytes << ' ' << one.credit << ' ' << one.name << '\n';
+        text << "destination " << one.signals << ' ' << one.bytes << ' ' << one.credit << ' ' << onOneLine(one.name)
+             << '\n';
     }
     return text.str();
 }

@@ -148,6 +148,18 @@ TEST(LinkStatus, ComesBackFromItsText) {
     EXPECT_EQ(textOf(*back), text);
 }
 
+TEST(LinkStatus, NamesCannotSayMoreThanNames) {
+    Status status;
+    status.denied = {"a\nlost 7", "b\\nlost 7", "\\"};
+    status.destinations = {{"\nstate up", 1, 2, 3}};
+    const auto back = linx::link::statusFrom(textOf(status));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->denied, status.denied);
+    EXPECT_EQ(back->destinations[0].name, status.destinations[0].name);
+    EXPECT_EQ(back->lost, 0u);
+    EXPECT_EQ(back->state, "down");
+}
+
 TEST(LinkStatus, IsNoneWithoutAStateOrWithNumbersThatAreNone) {
     using linx::link::statusFrom;
     EXPECT_TRUE(statusFrom(""));

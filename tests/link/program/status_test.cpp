@@ -1,5 +1,7 @@
 // What links tell of themselves, as `linx` shows it.
 
+#include "link/status/status.h"
+
 #include "tests/kit/in_time.h"
 #include "tests/link/program/running.h"
 
@@ -12,7 +14,9 @@ class StatusTest : public linktest::ProgramTest {
 protected:
     StatusTest() {
         setenv("LINX_LOG", "stderr", 1);
-        configure("key = \"link.key\"\nlisten = \"" + address + "\"\n" + linkTo(peerKey, "toPeer"), "own.conf");
+        configure("key = \"link.key\"\nlisten = \"" + address + "\"\n" + linkTo(peerKey, "toPeer") +
+                      "export = [\"toPeer\"]\n",
+                  "own.conf");
         configure("key = \"peer.key\"\ndomain = \"" + peersDomain.path() + "\"\n" + linkTo(ownKey, "toOwn") +
                       "connect = \"" + address + "\"\nexport = [\"open\"]\n",
                   "peer.conf");
@@ -47,6 +51,19 @@ TEST_F(StatusTest, ALinkIsShownFromItsBeginningToItsEnd) {
     EXPECT_TRUE(shows("links", R"("state":"down",)"));
     EXPECT_TRUE(shows("links", R"("reason":"one side took its leave")"));
     EXPECT_EQ(own.end(SIGTERM), 0);
+}
+
+TEST_F(StatusTest, WhoIsBehindALinkIsToldNothingOfIt) {
+    Running own(directory, "own.conf");
+    Running peer(directory, "peer.conf");
+    const std::string asks = std::to_string(linx::link::askStatusNumber) + " --reply " +
+                             std::to_string(linx::link::statusNumber) + " --timeout 300ms >'" + directory +
+                             "/answer' 2>&1";
+    EXPECT_TRUE(shows("links", R"("state":"up",)"));
+    EXPECT_EQ(std::system(("'" LINX_PROGRAM "' call toPeer " + asks).c_str()), 0);
+    const linxtest::ScopedVariable there("LINX_DOMAIN", peersDomain.path().c_str());
+    EXPECT_EQ(std::system("'" LINX_PROGRAM "' wait toOwn/toPeer"), 0);
+    EXPECT_EQ(std::system(("'" LINX_PROGRAM "' call toOwn/toPeer " + asks).c_str()), 4 << 8);
 }
 
 }  // namespace
