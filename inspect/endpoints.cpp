@@ -13,6 +13,12 @@ namespace linx {
 namespace inspect {
 namespace {
 
+/// Two clock ticks that are told of one start: emulators show their programs a /proc of their own, where it may be the
+/// next one. So soon no number is given to another process.
+bool isSameTime(uint32_t one, uint32_t other) {
+    return one - other + 1 <= 2;
+}
+
 /// Asks for processes, each once.
 class Processes {
 public:
@@ -24,7 +30,7 @@ public:
         if (directory_ == -1) return std::nullopt;
         if (maker.process != 0 && maker.processes == ownNamespace_) {
             const std::optional<Process>& known = look(static_cast<pid_t>(maker.process));
-            if (known && known->started == maker.started) return known;
+            if (known && isSameTime(known->started, maker.started)) return known;
         }
         if (!holders_) holders_ = processesIn(directory_);
         const auto holder = holders_->find(spid);
